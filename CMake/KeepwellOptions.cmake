@@ -1,0 +1,43 @@
+# What can be chosen at configure time, and what every target of the tree is
+# compiled with.
+
+option(KEEPWELL_BUILD_TESTS "Build the unit, system and fuzz tests" ON)
+option(KEEPWELL_BUILD_BENCHMARKS "Build the benchmarks" OFF)
+option(KEEPWELL_LIBFUZZER "Link the fuzz targets with libFuzzer (clang only)" OFF)
+set(KEEPWELL_SANITIZE "" CACHE STRING "Value for -fsanitize, empty for none")
+set(KEEPWELL_TEAM_ID "KEEPWELL00" CACHE STRING
+    "The maker's ten-character team identifier, part of the client requirement")
+
+string(LENGTH "${KEEPWELL_TEAM_ID}" team_id_length)
+if(NOT team_id_length EQUAL 10)
+  message(FATAL_ERROR "KEEPWELL_TEAM_ID must have ten characters: ${KEEPWELL_TEAM_ID}")
+endif()
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()
+
+# Inherited by every target of ours; third-party headers come in as SYSTEM.
+add_library(kw_options INTERFACE)
+target_compile_options(kw_options INTERFACE
+  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2
+  -Wimplicit-fallthrough -fstack-protector-strong)
+if(KEEPWELL_SANITIZE)
+  target_compile_options(kw_options INTERFACE
+    -fsanitize=${KEEPWELL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+  target_link_options(kw_options INTERFACE -fsanitize=${KEEPWELL_SANITIZE})
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+  target_compile_definitions(kw_options INTERFACE _FORTIFY_SOURCE=2)
+endif()

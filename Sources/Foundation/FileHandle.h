@@ -1,0 +1,47 @@
+// An open descriptor as an object. Every descriptor is close-on-exec from its
+// creation on.
+//
+// Not thread-safe but for the readability handler, which is called on a thread
+// of the handle's choosing. Reading and writing block.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace NS {
+
+class FileHandle {
+public:
+  // Called whenever data can be read or the other end has closed.
+  using ReadabilityHandler = std::function<void(FileHandle &)>;
+
+  virtual ~FileHandle() = default;
+
+  // Opens an existing file for reading and writing, null when it cannot be
+  // opened.
+  static std::shared_ptr<FileHandle> fileHandleForUpdatingAtPath(const std::string &path);
+  // Takes over a descriptor.
+  static std::shared_ptr<FileHandle> fileHandleWithDescriptor(int descriptor);
+
+  // Raises FileHandleOperationException when the file cannot be truncated or
+  // the handle is closed. The offset is in bytes.
+  virtual void truncateFileAtOffset(std::uint64_t offset) = 0;
+  // All bytes until the end of the file; raises on a read error.
+  virtual std::string readDataToEndOfFile() = 0;
+  // What can be read now, waiting for the first byte; empty at the end.
+  virtual std::string availableData() = 0;
+  // Writes everything; raises when the reader is gone or the disk is full.
+  virtual void writeData(std::string_view data) = 0;
+  // Closing twice does nothing.
+  virtual void closeFile() = 0;
+  // The descriptor, -1 once closed.
+  virtual int fileDescriptor() const = 0;
+  // A null handler removes the former one and returns only when no call of it
+  // is under way (unless called from the handler itself).
+  virtual void setReadabilityHandler(ReadabilityHandler handler) = 0;
+};
+
+} // namespace NS

@@ -1,0 +1,125 @@
+// The file system as the rooms above see it: tests of existence, listings,
+// removal, moving, copying and the Trash.
+//
+// Paths are POSIX paths with the bytes that the system gave; nothing expands
+// "~". Every call blocks until it is done. The shared manager may be used from
+// any thread; it keeps no state. Failures leave an error of CocoaErrorDomain
+// in the slot, with the POSIX error underneath; a slot is untouched on success.
+#pragma once
+
+#include "Foundation/Error.h"
+#include "Foundation/URL.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace NS {
+
+enum class FileType {
+  Regular,
+  Directory,
+  SymbolicLink,
+  Socket,
+  CharacterSpecial,
+  BlockSpecial,
+  Unknown, // FIFOs among them, as on the platform
+};
+
+// What an item is, links not followed.
+struct FileAttributes {
+  FileType type = FileType::Unknown;
+  std::uint64_t size = 0;             // logical bytes
+  std::uint32_t posixPermissions = 0; // the twelve mode bits
+  std::uint32_t ownerAccountID = 0;
+  std::uint32_t groupOwnerAccountID = 0;
+  std::uint64_t referenceCount = 0;   // hard links
+  std::int64_t modificationTime = 0;  // whole seconds since 1970
+};
+
+// Bits as the platform numbers them.
+enum DirectoryEnumerationOptions : unsigned {
+  DirectoryEnumerationNone = 0,
+  DirectoryEnumerationSkipsSubdirectoryDescendants = 1,
+  DirectoryEnumerationSkipsPackageDescendants = 2,
+  DirectoryEnumerationSkipsHiddenFiles = 4,
+};
+
+// A deep walk below a folder, the folder itself excluded, links not followed.
+// Not thread-safe. Holds a bounded number of descriptors at any depth.
+template <typename Item> class DirectoryEnumerator {
+public:
+  virtual ~DirectoryEnumerator() = default;
+  // The next item, nothing at the end. A folder comes before what it holds;
+  // a folder that cannot be read yields nothing beneath it.
+  virtual std::optional<Item> nextObject() = 0;
+  // The depth of the item given last: 1 for a direct child.
+  virtual std::uint64_t level() const = 0;
+  // Does not descend into the item given last.
+  virtual void skipDescendants() = 0;
+};
+
+using PathEnumerator = DirectoryEnumerator<std::string>; // paths relative to the root
+using URLEnumerator = DirectoryEnumerator<URL>;
+
+class FileManager {
+public:
+  virtual ~FileManager() = default;
+
+  static FileManager &defaultManager();
+  static FileManager *exchangeShared(FileManager *replacement);
+
+  // Follow a final link: a dangling one does not exist.
+  virtual bool fileExistsAtPath(const std::string &path) = 0;
+  virtual bool fileExistsAtPath(const std::string &path, bool &isDirectory) = 0;
+  virtual bool isReadableFileAtPath(const std::string &path) = 0;
+  virtual bool isExecutableFileAtPath(const std::string &path) = 0;
+
+  // Names in the order of the folder, "." and ".." left out.
+  virtual std::optional<std::vector<std::string>>
+  contentsOfDirectoryAtPath(const std::string &path, ErrorSlot error) = 0;
+  virtual std::optional<std::vector<URL>>
+  contentsOfDirectoryAtURL(const URL &url, DirectoryEnumerationOptions options,
+                           ErrorSlot error) = 0;
+  virtual std::unique_ptr<PathEnumerator> enumeratorAtPath(const std::string &path) = 0;
+  virtual std::unique_ptr<URLEnumerator>
+  enumeratorAtURL(const URL &url, DirectoryEnumerationOptions options) = 0;
+
+  virtual std::optional<FileAttributes> attributesOfItemAtPath(const std::string &path,
+                                                               ErrorSlot error) = 0;
+  virtual std::optional<std::string> destinationOfSymbolicLinkAtPath(const std::string &path,
+                                                                     ErrorSlot error) = 0;
+
+  // Removes the item and all beneath it. A folder swapped for a link meanwhile
+  // cannot lead outside; a constant number of descriptors is held at any
+  // depth. Stops at the first item that cannot be removed: what came before is
+  // gone, the rest is untouched. A mount point inside the tree fails with
+  // EBUSY; "/" and a path ending in "." or ".." are refused.
+  virtual bool removeItemAtPath(const std::string &path, ErrorSlot error) = 0;
+  virtual bool removeItemAtURL(const URL &url, ErrorSlot error) = 0;
+
+  // Renames without replacing: an existing destination fails with
+  // FileWriteFileExistsError. Across volumes copies (mode, owner, times,
+  // extended attributes, links, holes) and then deletes; the source stays
+  // whole until the copy is complete, and a failed copy is removed again.
+  virtual bool moveItemAtPath(const std::string &srcPath, const std::string &dstPath,
+                              ErrorSlot error) = 0;
+  virtual bool moveItemAtURL(const URL &srcURL, const URL &dstURL, ErrorSlot error) = 0;
+  // The same copy. An existing destination fails; a failed copy is removed.
+  virtual bool copyItemAtPath(const std::string &srcPath, const std::string &dstPath,
+                              ErrorSlot error) = 0;
+
+  // With intermediates an existing folder is success; without, it is
+  // FileWriteFileExistsError. Mode 0777 less the process's mask.
+  virtual bool createDirectoryAtPath(const std::string &path, bool withIntermediateDirectories,
+                                     ErrorSlot error) = 0;
+  virtual bool createDirectoryAtURL(const URL &url, bool withIntermediateDirectories,
+                                    ErrorSlot error) = 0;
+
+  // Puts the item in the Trash of the process's user or of its volume.
+  virtual bool trashItemAtURL(const URL &url, ErrorSlot error) = 0;
+};
+
+} // namespace NS

@@ -1,0 +1,38 @@
+// The diagnostic log: one sink for the whole process, standard error unless
+// a test puts its own in place. Thread-safe; a call writes one line and does
+// not fail.
+#pragma once
+
+#include "Foundation/Format.h"
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace NS {
+
+// Receives each message without a trailing newline, possibly from several
+// threads at once.
+using LogSink = std::function<void(const std::string &message)>;
+
+// Writes the message to the sink in force.
+void logMessage(const std::string &message);
+
+template <typename... Arguments>
+void Log(std::string_view format, const Arguments &...arguments) {
+  logMessage(stringWithFormat(format, arguments...));
+}
+
+// Puts a sink in place for the life of this object, then the former one back.
+class ScopedLogSink {
+public:
+  explicit ScopedLogSink(LogSink sink);
+  ~ScopedLogSink();
+  ScopedLogSink(const ScopedLogSink &) = delete;
+  ScopedLogSink &operator=(const ScopedLogSink &) = delete;
+
+private:
+  LogSink previous_;
+};
+
+} // namespace NS

@@ -1,0 +1,27 @@
+// A one-way channel between two processes; both ends are close-on-exec from
+// creation and close when the last holder lets go.
+#pragma once
+
+#include "Foundation/FileHandle.h"
+
+#include <memory>
+
+namespace NS {
+
+class Pipe {
+public:
+  // Raises InternalInconsistencyException when no descriptor is left.
+  static std::shared_ptr<Pipe> pipe();
+
+  FileHandle &fileHandleForReading() { return *reading_; }
+  FileHandle &fileHandleForWriting() { return *writing_; }
+
+private:
+  Pipe(std::shared_ptr<FileHandle> reading, std::shared_ptr<FileHandle> writing)
+      : reading_(std::move(reading)), writing_(std::move(writing)) {}
+
+  std::shared_ptr<FileHandle> reading_;
+  std::shared_ptr<FileHandle> writing_;
+};
+
+} // namespace NS

@@ -1,0 +1,23 @@
+// What is asked of the current thread.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace NS {
+
+class Thread {
+public:
+  virtual ~Thread() = default;
+  static Thread &shared();
+  static Thread *exchangeShared(Thread *replacement);
+
+  // Seconds; a signal does not cut the sleep short.
+  virtual void sleepForTimeInterval(double seconds) = 0;
+  // Whether this is the thread that entered main.
+  virtual bool isMainThread() = 0;
+  // The current thread's stack, innermost frame first, a line each.
+  virtual std::vector<std::string> callStackSymbols() = 0;
+};
+
+} // namespace NS
