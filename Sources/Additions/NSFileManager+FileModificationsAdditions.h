@@ -52,7 +52,7 @@ bool advancedMoveItemAtPath(NS::FileManager &manager, const std::string &srcPath
 // removed when the move then fails). Works through the shared manager, whatever
 // the receiver. Each failing step is logged and its error passed out.
 bool moveItemAtPath(NS::FileManager &manager, const std::string &srcPath,
-                    const std::string &dstPath, bool createDstIntermediatePath,
-                    bool removeDstPath, NS::ErrorSlot error);
+                    const std::string &dstPath, bool createDstIntermediatePath, bool removeDstPath,
+                    NS::ErrorSlot error);
 
 } // namespace kw

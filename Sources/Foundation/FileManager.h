@@ -35,8 +35,8 @@ struct FileAttributes {
   std::uint32_t posixPermissions = 0; // the twelve mode bits
   std::uint32_t ownerAccountID = 0;
   std::uint32_t groupOwnerAccountID = 0;
-  std::uint64_t referenceCount = 0;   // hard links
-  std::int64_t modificationTime = 0;  // whole seconds since 1970
+  std::uint64_t referenceCount = 0;  // hard links
+  std::int64_t modificationTime = 0; // whole seconds since 1970
 };
 
 // Bits as the platform numbers them.
@@ -78,14 +78,14 @@ public:
   virtual bool isExecutableFileAtPath(const std::string &path) = 0;
 
   // Names in the order of the folder, "." and ".." left out.
-  virtual std::optional<std::vector<std::string>>
-  contentsOfDirectoryAtPath(const std::string &path, ErrorSlot error) = 0;
+  virtual std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(const std::string &path,
+                                                                            ErrorSlot error) = 0;
   virtual std::optional<std::vector<URL>>
   contentsOfDirectoryAtURL(const URL &url, DirectoryEnumerationOptions options,
                            ErrorSlot error) = 0;
   virtual std::unique_ptr<PathEnumerator> enumeratorAtPath(const std::string &path) = 0;
-  virtual std::unique_ptr<URLEnumerator>
-  enumeratorAtURL(const URL &url, DirectoryEnumerationOptions options) = 0;
+  virtual std::unique_ptr<URLEnumerator> enumeratorAtURL(const URL &url,
+                                                         DirectoryEnumerationOptions options) = 0;
 
   virtual std::optional<FileAttributes> attributesOfItemAtPath(const std::string &path,
                                                                ErrorSlot error) = 0;

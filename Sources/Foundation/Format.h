@@ -15,11 +15,21 @@
 
 namespace NS {
 
-inline std::string describe(std::string_view text) { return std::string(text); }
-inline std::string describe(const std::string &text) { return text; }
-inline std::string describe(const char *text) { return text ? text : "(null)"; }
-inline std::string describe(const Error &error) { return error.description(); }
-inline std::string describe(const Exception &exception) { return exception.reason(); }
+inline std::string describe(std::string_view text) {
+  return std::string(text);
+}
+inline std::string describe(const std::string &text) {
+  return text;
+}
+inline std::string describe(const char *text) {
+  return text ? text : "(null)";
+}
+inline std::string describe(const Error &error) {
+  return error.description();
+}
+inline std::string describe(const Exception &exception) {
+  return exception.reason();
+}
 template <std::integral Integer> std::string describe(Integer value) {
   return std::to_string(value);
 }

@@ -26,8 +26,7 @@ inline constexpr std::string_view kAgentRemovedSocketPath = "/var/run/org.keepwe
 // Error domains. Code 0 is the only code of the first; the second's code is
 // what the secure removal call returned.
 inline constexpr std::string_view kTaskRunnerErrorDomain = "org.keepwell.taskRunner";
-inline constexpr std::string_view kSecureRemoveErrorDomain =
-    "org.keepwell.SecureRemoveErrorDomain";
+inline constexpr std::string_view kSecureRemoveErrorDomain = "org.keepwell.SecureRemoveErrorDomain";
 
 inline constexpr std::string_view kAgentBundleName = "Keepwell Agent";
 inline constexpr std::string_view kAgentBundleVersion = "2.11";

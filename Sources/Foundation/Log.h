@@ -18,8 +18,7 @@ using LogSink = std::function<void(const std::string &message)>;
 // Writes the message to the sink in force.
 void logMessage(const std::string &message);
 
-template <typename... Arguments>
-void Log(std::string_view format, const Arguments &...arguments) {
+template <typename... Arguments> void Log(std::string_view format, const Arguments &...arguments) {
   logMessage(stringWithFormat(format, arguments...));
 }
 

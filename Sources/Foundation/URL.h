@@ -41,7 +41,9 @@ private:
   bool isDirectory_;
 };
 
-inline std::string describe(const URL &url) { return url.absoluteString(); }
+inline std::string describe(const URL &url) {
+  return url.absoluteString();
+}
 
 // The icon of an item: names in the icon theme, most specific first.
 struct Icon {

@@ -22,7 +22,9 @@ SharedInstance<AppKitVersion> &instance() {
 
 } // namespace
 
-AppKitVersion &AppKitVersion::shared() { return instance().get(); }
+AppKitVersion &AppKitVersion::shared() {
+  return instance().get();
+}
 
 AppKitVersion *AppKitVersion::exchangeShared(AppKitVersion *replacement) {
   return instance().exchange(replacement);

@@ -66,6 +66,8 @@ void logMessage(const std::string &message) {
 
 ScopedLogSink::ScopedLogSink(LogSink sink) : previous_(exchangeSink(std::move(sink))) {}
 
-ScopedLogSink::~ScopedLogSink() { exchangeSink(std::move(previous_)); }
+ScopedLogSink::~ScopedLogSink() {
+  exchangeSink(std::move(previous_));
+}
 
 } // namespace NS

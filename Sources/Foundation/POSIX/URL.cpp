@@ -8,7 +8,9 @@
 namespace NS {
 namespace {
 
-bool endsInSlash(std::string_view path) { return !path.empty() && path.back() == '/'; }
+bool endsInSlash(std::string_view path) {
+  return !path.empty() && path.back() == '/';
+}
 
 std::string withoutTrailingSlash(std::string_view path) {
   while (path.size() > 1 && path.back() == '/')
@@ -19,8 +21,7 @@ std::string withoutTrailingSlash(std::string_view path) {
 bool isUnescapedInPath(unsigned char c) {
   if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'))
     return true;
-  return std::string_view("-._~!$&'()*+,=:@/").find(static_cast<char>(c)) !=
-         std::string_view::npos;
+  return std::string_view("-._~!$&'()*+,=:@/").find(static_cast<char>(c)) != std::string_view::npos;
 }
 
 } // namespace

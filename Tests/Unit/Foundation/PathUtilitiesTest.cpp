@@ -11,10 +11,10 @@ struct Row {
 };
 
 TEST(PathUtilities, deleteTheLastComponent) {
-  for (auto [input, expected] : {Row{"/tmp/scratch.tiff", "/tmp"}, Row{"/tmp/lock/", "/tmp"},
-                                 Row{"/tmp/", "/"}, Row{"/tmp", "/"}, Row{"/", "/"},
-                                 Row{"scratch.tiff", ""}, Row{"", ""}, Row{"a/b", "a"},
-                                 Row{"/a//b///c", "/a/b"}, Row{"//", "/"}})
+  for (auto [input, expected] :
+       {Row{"/tmp/scratch.tiff", "/tmp"}, Row{"/tmp/lock/", "/tmp"}, Row{"/tmp/", "/"},
+        Row{"/tmp", "/"}, Row{"/", "/"}, Row{"scratch.tiff", ""}, Row{"", ""}, Row{"a/b", "a"},
+        Row{"/a//b///c", "/a/b"}, Row{"//", "/"}})
     EXPECT_EQ(NS::stringByDeletingLastPathComponent(input), expected) << input;
 }
 
@@ -37,16 +37,16 @@ TEST(PathUtilities, appendAComponent) {
 TEST(PathUtilities, giveTheExtension) {
   for (auto [input, expected] :
        {Row{"/tmp/scratch.tiff", "tiff"}, Row{".scratch.tiff", "tiff"}, Row{"/tmp/scratch", ""},
-        Row{"/tmp/", ""}, Row{"/tmp/scratch..tiff", "tiff"}, Row{".tiff", ""},
-        Row{"a.b/c", ""}, Row{"a.tar.gz", "gz"}, Row{"a.", ""}, Row{"a.app/", "app"}})
+        Row{"/tmp/", ""}, Row{"/tmp/scratch..tiff", "tiff"}, Row{".tiff", ""}, Row{"a.b/c", ""},
+        Row{"a.tar.gz", "gz"}, Row{"a.", ""}, Row{"a.app/", "app"}})
     EXPECT_EQ(NS::pathExtension(input), expected) << input;
 }
 
 TEST(PathUtilities, deleteTheExtension) {
   for (auto [input, expected] :
        {Row{"/tmp/scratch.tiff", "/tmp/scratch"}, Row{"/tmp/", "/tmp"},
-        Row{"scratch.bundle/", "scratch"}, Row{"scratch..tiff", "scratch."},
-        Row{".tiff", ".tiff"}, Row{"/", "/"}, Row{"a.b/c", "a.b/c"}})
+        Row{"scratch.bundle/", "scratch"}, Row{"scratch..tiff", "scratch."}, Row{".tiff", ".tiff"},
+        Row{"/", "/"}, Row{"a.b/c", "a.b/c"}})
     EXPECT_EQ(NS::stringByDeletingPathExtension(input), expected) << input;
 }
 
