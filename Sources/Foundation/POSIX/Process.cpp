@@ -1,0 +1,72 @@
+// Ending this process.
+#include "Foundation/Process.h"
+
+#include "Foundation/SharedInstance.h"
+
+#include <csignal>
+#include <mutex>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace NS {
+namespace {
+
+extern "C" void endWithSuccess(int) {
+  ::_exit(0);
+}
+
+class ThisProcess final : public Process {
+public:
+  void exit(int status) override {
+    for (const auto &hook : takeHooks())
+      hook();
+    // Handlers of other requests may still be running: destructors of what
+    // they use must not run beneath them, and nothing here waits for them.
+    ::_exit(status);
+  }
+
+  void beforeExit(std::function<void()> hook) override {
+    std::lock_guard lock(mutex_);
+    hooks_.push_back(std::move(hook));
+  }
+
+  void installSignalDispositions() override {
+    struct sigaction action = {};
+    sigemptyset(&action.sa_mask);
+    action.sa_handler = endWithSuccess;
+    ::sigaction(SIGTERM, &action, nullptr);
+    ::sigaction(SIGINT, &action, nullptr);
+    action.sa_handler = SIG_IGN;
+    ::sigaction(SIGPIPE, &action, nullptr);
+  }
+
+private:
+  // Outside the lock when they run, so that two threads that end the process
+  // at once do not wait for each other's hooks.
+  std::vector<std::function<void()>> takeHooks() {
+    std::lock_guard lock(mutex_);
+    return std::exchange(hooks_, {});
+  }
+
+  std::mutex mutex_;
+  std::vector<std::function<void()>> hooks_;
+};
+
+SharedInstance<Process> &instance() {
+  // Never destroyed: any thread may end the process at any time.
+  static auto *shared = new SharedInstance<Process>(*new ThisProcess);
+  return *shared;
+}
+
+} // namespace
+
+Process &Process::shared() {
+  return instance().get();
+}
+
+Process *Process::exchangeShared(Process *replacement) {
+  return instance().exchange(replacement);
+}
+
+} // namespace NS
