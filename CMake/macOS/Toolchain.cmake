@@ -1,0 +1,34 @@
+# Cross-compiles for macOS. Scripts/macos makes the wrappers that this names
+# and says for which architecture.
+
+set(CMAKE_SYSTEM_NAME Darwin)
+set(CMAKE_SYSTEM_VERSION 20)
+set(CMAKE_SYSTEM_PROCESSOR ${KEEPWELL_MACOS_ARCH})
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KEEPWELL_MACOS_ARCH KEEPWELL_MACOS_TOOLS)
+
+set(CMAKE_C_COMPILER ${KEEPWELL_MACOS_TOOLS}/cc)
+set(CMAKE_CXX_COMPILER ${KEEPWELL_MACOS_TOOLS}/c++)
+set(CMAKE_ASM_COMPILER ${KEEPWELL_MACOS_TOOLS}/cc)
+set(CMAKE_AR ${KEEPWELL_MACOS_TOOLS}/ar)
+set(CMAKE_RANLIB ${KEEPWELL_MACOS_TOOLS}/ranlib)
+set(CMAKE_INSTALL_NAME_TOOL ${CMAKE_COMMAND} -E true)
+
+# -O2 always: without it the compiler adds trapping checks and builds its C++
+# library a second time.
+set(target "-target ${KEEPWELL_MACOS_ARCH}-macos.11.0 -O2")
+set(CMAKE_C_FLAGS_INIT "${target}")
+set(CMAKE_CXX_FLAGS_INIT "${target} -fblocks")
+set(CMAKE_ASM_FLAGS_INIT "${target}")
+
+# The compiler brings its own headers and library stubs; nothing of this host
+# may be found by accident.
+set(CMAKE_OSX_SYSROOT "" CACHE STRING "" FORCE)
+set(CMAKE_OSX_DEPLOYMENT_TARGET "" CACHE STRING "" FORCE)
+set(CMAKE_OSX_ARCHITECTURES "" CACHE STRING "" FORCE)
+set(CMAKE_FIND_ROOT_PATH ${KEEPWELL_MACOS_TOOLS}/nowhere)
+foreach(kind LIBRARY INCLUDE PACKAGE)
+  set(CMAKE_FIND_ROOT_PATH_MODE_${kind} ONLY)
+endforeach()
+# But the build's own tools run here.
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(ENV{PKG_CONFIG_LIBDIR} ${KEEPWELL_MACOS_TOOLS}/nowhere)
