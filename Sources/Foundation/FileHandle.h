@@ -15,13 +15,15 @@ namespace NS {
 
 class FileHandle {
 public:
-  // Called whenever data can be read or the other end has closed.
+  // Called whenever data can be read, and once more when the other end has
+  // closed; not again once a call has read the end. An exception that leaves
+  // it is logged and ends the calls.
   using ReadabilityHandler = std::function<void(FileHandle &)>;
 
   virtual ~FileHandle() = default;
 
   // Opens an existing file for reading and writing, null when it cannot be
-  // opened.
+  // opened. Never waits on a FIFO and never opens a device.
   static std::shared_ptr<FileHandle> fileHandleForUpdatingAtPath(const std::string &path);
   // Takes over a descriptor.
   static std::shared_ptr<FileHandle> fileHandleWithDescriptor(int descriptor);
@@ -31,16 +33,20 @@ public:
   virtual void truncateFileAtOffset(std::uint64_t offset) = 0;
   // All bytes until the end of the file; raises on a read error.
   virtual std::string readDataToEndOfFile() = 0;
-  // What can be read now, waiting for the first byte; empty at the end.
+  // What can be read now, waiting for the first byte; empty at the end. Within
+  // a readability handler also empty when the handler is being removed and
+  // nothing stands ready: a removal never waits for data that may not come.
   virtual std::string availableData() = 0;
-  // Writes everything; raises when the reader is gone or the disk is full.
+  // Writes everything; raises when the reader is gone or the disk is full. No
+  // SIGPIPE reaches the process.
   virtual void writeData(std::string_view data) = 0;
   // Closing twice does nothing.
   virtual void closeFile() = 0;
   // The descriptor, -1 once closed.
   virtual int fileDescriptor() const = 0;
   // A null handler removes the former one and returns only when no call of it
-  // is under way (unless called from the handler itself).
+  // is under way (unless called from the handler itself). Raises when there is
+  // no descriptor or no thread left for it, or the handle is closed.
   virtual void setReadabilityHandler(ReadabilityHandler handler) = 0;
 };
 

@@ -1,0 +1,18 @@
+// Waiting on descriptors.
+#include "Foundation/POSIX/Descriptors.h"
+
+#include <cerrno>
+#include <poll.h>
+
+namespace NS::descriptors {
+
+Readiness waitForReading(int first, int second, int timeout) {
+  // poll passes over a negative descriptor.
+  struct pollfd waits[2] = {{first, POLLIN, 0}, {second, POLLIN, 0}};
+  while (::poll(waits, 2, timeout) < 0)
+    if (errno != EINTR && errno != EAGAIN)
+      return {true, false, true};
+  return {waits[0].revents != 0, (waits[0].revents & POLLIN) != 0, waits[1].revents != 0};
+}
+
+} // namespace NS::descriptors

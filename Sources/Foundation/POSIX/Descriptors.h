@@ -1,0 +1,48 @@
+// What the bodies of the seam share about descriptors and child processes, and
+// where the hosts differ in how they make them. Not for use above the seam.
+//
+// Thread-safe.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace NS::descriptors {
+
+struct PipeEnds {
+  int reading;
+  int writing;
+};
+
+// A new pipe. Both ends are close-on-exec (where the host can do so at
+// creation, from creation on) and never take the place of a closed standard
+// stream. Raises InternalInconsistencyException when no descriptor is left.
+PipeEnds openPipe();
+
+// Waits until one of the two can be read or has lost its other end; either may
+// be -1 and is then left out. The time-out is in milliseconds, -1 for none.
+struct Readiness {
+  bool first = false;
+  bool firstHasData = false; // as opposed to mere hang-up
+  bool second = false;
+};
+Readiness waitForReading(int first, int second, int timeout = -1);
+
+// A program to start: absolute path, whole argument vector, and the descriptors
+// that become its standard streams (-1 for inherited).
+struct Program {
+  std::string path;
+  std::vector<std::string> arguments; // the first is the program's own name
+  int standardStreams[3] = {-1, -1, -1};
+};
+
+// Starts it with this process's environment, default signal dispositions, no
+// blocked signal and no descriptor besides the standard streams. 0 and the
+// process identifier, or an errno value.
+int spawn(const Program &program, int &processIdentifier);
+
+// A close-on-exec descriptor that can be read once that child of this process
+// has ended, -1 when the host has none to give. It does not reap the child.
+int openExitDescriptor(int processIdentifier);
+
+} // namespace NS::descriptors
