@@ -1,0 +1,66 @@
+// Waiting for work that other threads do: groups, deadlines, once-tokens and
+// the queue for background work.
+//
+// Everything here may be used from any thread.
+#pragma once
+
+#include "Foundation/Clock.h"
+#include "Foundation/Object.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+namespace NS {
+
+inline constexpr std::int64_t NanosecondsPerSecond = 1'000'000'000;
+
+// Now plus a number of nanoseconds, negative ones making a deadline that has
+// passed. A sum beyond the clock's range is the end of time.
+MonotonicTime dispatchTime(std::int64_t nanoseconds);
+WallTime dispatchWallTime(std::int64_t nanoseconds);
+
+// Counts what was entered and not yet left; a wait ends when the count is 0.
+class DispatchGroup : public Object {
+public:
+  static std::shared_ptr<DispatchGroup> create();
+
+  virtual void enter() = 0;
+  // A leave without an enter is the caller's mistake: it is logged, and
+  // nothing else happens.
+  virtual void leave() = 0;
+
+  // True when the count is or becomes 0, at once if it is. False when the
+  // deadline came first; one that has passed only asks.
+  virtual void wait() = 0;
+  virtual bool wait(MonotonicTime deadline) = 0;
+  virtual bool wait(WallTime deadline) = 0;
+
+  // How often it was entered and not yet left.
+  virtual std::uint64_t count() const = 0;
+};
+
+// Lets a block run once in the life of the token; other callers wait until it
+// has. A block that throws has not run.
+using DispatchOnceToken = std::once_flag;
+template <typename Block> void dispatchOnce(DispatchOnceToken &token, Block &&block) {
+  std::call_once(token, std::forward<Block>(block));
+}
+
+// Runs blocks on threads of its own, several at a time, in no promised order.
+class DispatchQueue {
+public:
+  virtual ~DispatchQueue() = default;
+  // The process's queue for work that nobody is waiting to see.
+  static DispatchQueue &backgroundQueue();
+  static DispatchQueue *exchangeShared(DispatchQueue *replacement);
+
+  // Never blocks. An exception that leaves the block is logged and goes no
+  // further. Raises InternalInconsistencyException, the block dropped, when
+  // not even one thread can be had.
+  virtual void async(std::function<void()> block) = 0;
+};
+
+} // namespace NS

@@ -1,0 +1,31 @@
+// An assertion handler that notes what failed and returns, for as long as it
+// lives.
+#pragma once
+
+#include "Foundation/AssertionHandler.h"
+#include "Foundation/SharedInstance.h"
+
+#include <string>
+#include <vector>
+
+namespace kwtest {
+
+struct AssertionFailure {
+  std::string file;
+  std::string description;
+  friend bool operator==(const AssertionFailure &, const AssertionFailure &) = default;
+};
+
+class AssertionRecorder final : public NS::AssertionHandler {
+public:
+  void handleFailure(std::string_view file, const std::string &description) override {
+    failures.push_back({std::string(file), description});
+  }
+
+  std::vector<AssertionFailure> failures;
+
+private:
+  NS::ScopedOverride<NS::AssertionHandler> override_{*this};
+};
+
+} // namespace kwtest
