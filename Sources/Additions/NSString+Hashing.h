@@ -1,0 +1,26 @@
+// Category Hashing: MD5 and Base64 of texts.
+//
+// No state; may be called from any thread. Failures give nothing and are not
+// reported.
+#pragma once
+
+#include "Foundation/Transform.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kw {
+
+// The MD5 of the string's bytes, as 32 lower-case hexadecimal digits.
+std::string md5Hash(std::string_view string);
+
+// Runs a transform over the data. Nothing when the transform is null, refuses
+// its input or fails.
+std::optional<std::string> base64helper(std::string_view data, NS::Transform *transform);
+// The data as Base64 text, in one line.
+std::optional<std::string> base64enc(std::string_view data);
+// The data that the text stands for; nothing when it is no Base64.
+std::optional<std::string> base64dec(std::string_view string);
+
+} // namespace kw

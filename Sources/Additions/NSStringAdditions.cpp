@@ -1,0 +1,130 @@
+// Text, names and lists.
+#include "Additions/NSStringAdditions.h"
+
+#include "Foundation/Format.h"
+#include "Foundation/Unicode.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace kw {
+namespace {
+
+constexpr std::string_view spaceCharacters = " -_,.:;\n";
+
+} // namespace
+
+std::string trimWhiteSpace(std::string_view string) {
+  return NS::stringByTrimmingCharactersInSet(string,
+                                             NS::CharacterSet::whitespaceAndNewlineCharacterSet());
+}
+
+bool stringIsEmpty(const std::optional<std::string> &string) {
+  return !string || trimWhiteSpace(*string).empty();
+}
+
+bool isNumeric(std::string_view string) {
+  NS::CharacterSet digits = NS::CharacterSet::decimalDigitCharacterSet();
+  for (std::size_t index = 0; index < string.size();) {
+    NS::DecodedCharacter character = NS::decodeCharacter(string, index);
+    if (!character.wellFormed || !digits.characterIsMember(character.value))
+      return false;
+    index += character.length;
+  }
+  return true;
+}
+
+std::string stringByRemovingSpaces(std::string_view string) {
+  std::string joined;
+  std::copy_if(string.begin(), string.end(), std::back_inserter(joined),
+               [](char c) { return spaceCharacters.find(c) == std::string_view::npos; });
+  return joined;
+}
+
+std::string stringWithCapitalizedFirstLetter(std::string_view string) {
+  if (string.empty())
+    return "";
+  NS::DecodedCharacter first = NS::decodeCharacter(string, 0);
+  if (!first.wellFormed || first.value >= 0x10000)
+    return std::string(string);
+  return NS::capitalizedWord(string.substr(0, first.length)) +
+         std::string(string.substr(first.length));
+}
+
+std::string stringWithSubstitute(std::string_view string, std::string_view substitute,
+                                 const NS::CharacterSet &forCharactersFromSet) {
+  std::string replaced;
+  while (auto range = NS::rangeOfCharacterFromSet(string, forCharactersFromSet)) {
+    replaced += string.substr(0, range->location);
+    replaced += substitute;
+    string.remove_prefix(range->location + range->length);
+  }
+  replaced += string;
+  return replaced;
+}
+
+std::string stripHTML(std::string_view string) {
+  std::string text;
+  text.reserve(string.size());
+  std::uint32_t depth = 0; // wraps at a ">" too many, and so hides what follows
+  for (char c : string) {
+    if (c == '<') {
+      ++depth;
+    } else if (c == '>') {
+      if (--depth == 0)
+        text += ' ';
+    } else if (depth == 0) {
+      text += c;
+    }
+  }
+  return text;
+}
+
+std::string ellipsizeAfterNWords(std::string_view string, int n) {
+  std::vector<std::string> words = NS::componentsSeparatedByString(string, " ");
+  if (n >= 0 && static_cast<std::size_t>(n) < words.size())
+    words.resize(static_cast<std::size_t>(n));
+  return NS::componentsJoinedByString(words, " ");
+}
+
+bool kws_containsString(std::string_view string, std::string_view other) {
+  return NS::rangeOfString(string, other).has_value();
+}
+
+std::string stringByRemovingSemicolonSeparatedString(std::string_view string,
+                                                     std::string_view argument) {
+  std::vector<std::string> kept;
+  for (const std::string &piece : NS::componentsSeparatedByString(string, ":"))
+    if (std::string trimmed = trimWhiteSpace(piece); trimmed != argument)
+      kept.push_back(std::move(trimmed));
+  return NS::componentsJoinedByString(kept, ":");
+}
+
+std::string substringWithRangeProtected(std::string_view string, NS::Range range) {
+  std::size_t length = NS::utf16Length(string);
+  if (range.location > length || range.length > length - range.location)
+    return "";
+  return NS::substringWithRange(string, range);
+}
+
+bool isMatchedByRegex(std::string_view string, const NS::RegularExpression *regex) {
+  return regex && regex->firstMatchInString(string).has_value();
+}
+
+NS::ComparisonResult compareApplicationResourceNameByWords(std::string_view string,
+                                                           std::string_view otherName,
+                                                           std::string_view withSeparator) {
+  auto numberedCopy = NS::RegularExpression::regularExpressionWithPattern(
+      NS::stringWithFormat("(%@)( )*[0-9]+", string), NS::RegularExpressionCaseInsensitive);
+  if (isMatchedByRegex(otherName, numberedCopy.get()))
+    return NS::ComparisonResult::OrderedAscending;
+  auto words = NS::componentsSeparatedByString(NS::lowercaseString(string), withSeparator);
+  auto otherWords = NS::componentsSeparatedByString(NS::lowercaseString(otherName), withSeparator);
+  std::sort(otherWords.begin(), otherWords.end());
+  bool hasAll = std::all_of(words.begin(), words.end(), [&](const std::string &word) {
+    return std::binary_search(otherWords.begin(), otherWords.end(), word);
+  });
+  return hasAll ? NS::ComparisonResult::OrderedSame : NS::ComparisonResult::OrderedAscending;
+}
+
+} // namespace kw

@@ -1,0 +1,44 @@
+// The environment of the running process.
+#include "Foundation/ProcessInfo.h"
+
+#include "Foundation/SharedInstance.h"
+
+#include <string_view>
+#include <unistd.h>
+
+extern char **environ;
+
+namespace NS {
+namespace {
+
+class RunningProcess final : public ProcessInfo {
+public:
+  Environment environment() override {
+    Environment values;
+    for (char **entry = environ; entry && *entry; ++entry) {
+      std::string_view pair = *entry;
+      std::size_t equals = pair.find('=');
+      if (equals != std::string_view::npos)
+        values.emplace(pair.substr(0, equals), pair.substr(equals + 1));
+    }
+    return values;
+  }
+};
+
+SharedInstance<ProcessInfo> &instance() {
+  static RunningProcess real;
+  static SharedInstance<ProcessInfo> shared(real);
+  return shared;
+}
+
+} // namespace
+
+ProcessInfo &ProcessInfo::processInfo() {
+  return instance().get();
+}
+
+ProcessInfo *ProcessInfo::exchangeShared(ProcessInfo *replacement) {
+  return instance().exchange(replacement);
+}
+
+} // namespace NS

@@ -1,0 +1,21 @@
+// What the process knows about itself.
+#pragma once
+
+#include <map>
+#include <string>
+
+namespace NS {
+
+class ProcessInfo {
+public:
+  using Environment = std::map<std::string, std::string, std::less<>>;
+
+  virtual ~ProcessInfo() = default;
+  static ProcessInfo &processInfo();
+  static ProcessInfo *exchangeShared(ProcessInfo *replacement);
+
+  // A copy of the environment as it is now.
+  virtual Environment environment() = 0;
+};
+
+} // namespace NS
