@@ -1,0 +1,222 @@
+// Reading and replacing whole files.
+#include "Foundation/FileContents.h"
+
+#include "Foundation/POSIX/UTF8.h"
+#include "Foundation/PathUtilities.h"
+#include "Foundation/SharedInstance.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace NS {
+namespace {
+
+class Descriptor {
+public:
+  explicit Descriptor(int number) : number_(number) {}
+  ~Descriptor() { static_cast<void>(close()); }
+  Descriptor(const Descriptor &) = delete;
+  Descriptor &operator=(const Descriptor &) = delete;
+
+  int number() const { return number_; }
+  bool isOpen() const { return number_ >= 0; }
+  int close() {
+    int number = std::exchange(number_, -1);
+    return number < 0 ? 0 : ::close(number);
+  }
+
+private:
+  int number_;
+};
+
+// Calls again what a signal interrupted.
+template <typename Call> auto retrying(Call call) {
+  auto result = call();
+  while (result < 0 && errno == EINTR)
+    result = call();
+  return result;
+}
+
+// 0 or an errno value.
+int readAll(int descriptor, std::string &data) {
+  std::array<char, 64 * 1024> buffer;
+  for (;;) {
+    ssize_t count = retrying([&] { return ::read(descriptor, buffer.data(), buffer.size()); });
+    if (count <= 0)
+      return count < 0 ? errno : 0;
+    if (data.size() + static_cast<std::size_t>(count) > FileContents::sizeLimit)
+      return EFBIG;
+    data.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+}
+
+int writeAll(int descriptor, std::string_view data) {
+  while (!data.empty()) {
+    ssize_t count = retrying([&] { return ::write(descriptor, data.data(), data.size()); });
+    if (count < 0)
+      return errno;
+    data.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return 0;
+}
+
+std::string temporaryName() {
+  std::random_device random;
+  char name[40];
+  std::snprintf(name, sizeof name, ".keepwell-%08x%08x", random(), random());
+  return name;
+}
+
+// One replacement of a file: a temporary in the same folder that either takes
+// the file's place or goes away again.
+class Replacement {
+public:
+  Replacement(int folder, std::string name) : folder_(folder), name_(std::move(name)) {}
+  ~Replacement() {
+    if (exists_)
+      static_cast<void>(::unlinkat(folder_, temporary_.c_str(), 0));
+  }
+  Replacement(const Replacement &) = delete;
+  Replacement &operator=(const Replacement &) = delete;
+
+  // 0 or an errno value.
+  int perform(std::string_view data);
+
+private:
+  int create(mode_t mode);
+  int fill(int descriptor, const struct stat *former, std::string_view data) const;
+
+  int folder_;
+  std::string name_;
+  std::string temporary_;
+  bool exists_ = false;
+};
+
+// The descriptor, or -1 with errno set.
+int Replacement::create(mode_t mode) {
+  constexpr int attempts = 16;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    temporary_ = temporaryName();
+    int descriptor = retrying([&] {
+      return ::openat(folder_, temporary_.c_str(),
+                      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+    });
+    exists_ = descriptor >= 0;
+    if (exists_ || errno != EEXIST)
+      return descriptor;
+  }
+  return -1;
+}
+
+// The owner comes before the mode, since a change of owner clears mode bits.
+int Replacement::fill(int descriptor, const struct stat *former, std::string_view data) const {
+  if (former && (::fchown(descriptor, former->st_uid, former->st_gid) != 0 ||
+                 ::fchmod(descriptor, former->st_mode & 07777) != 0))
+    return errno;
+  if (int failure = writeAll(descriptor, data))
+    return failure;
+  return retrying([&] { return ::fsync(descriptor); }) == 0 ? 0 : errno;
+}
+
+int Replacement::perform(std::string_view data) {
+  struct stat former;
+  bool hasFormer = ::fstatat(folder_, name_.c_str(), &former, 0) == 0;
+  if (hasFormer && S_ISDIR(former.st_mode))
+    return EISDIR;
+  hasFormer = hasFormer && S_ISREG(former.st_mode);
+  // Never readable by more people than the former file, not even for a moment.
+  Descriptor descriptor(create(hasFormer ? former.st_mode & 0600 : 0666));
+  if (!descriptor.isOpen())
+    return errno;
+  if (int failure = fill(descriptor.number(), hasFormer ? &former : nullptr, data))
+    return failure;
+  if (descriptor.close() != 0 ||
+      ::renameat(folder_, temporary_.c_str(), folder_, name_.c_str()) != 0)
+    return errno;
+  exists_ = false;
+  // The file is in its place; a folder that cannot be synced takes nothing
+  // back.
+  static_cast<void>(::fsync(folder_));
+  return 0;
+}
+
+class RealFileContents final : public FileContents {
+public:
+  std::optional<std::string> dataWithContentsOfFile(const std::string &path,
+                                                    ErrorSlot error) override {
+    auto failed = [&](int errnum) {
+      storeError(error, fileError(errnum, path, FileAccess::Reading));
+      return std::nullopt;
+    };
+    Descriptor descriptor(retrying(
+        [&] { return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
+    struct stat status;
+    if (!descriptor.isOpen() || ::fstat(descriptor.number(), &status) != 0)
+      return failed(errno);
+    if (!S_ISREG(status.st_mode))
+      return failed(S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
+    std::string data;
+    if (status.st_size > static_cast<off_t>(sizeLimit))
+      return failed(EFBIG);
+    data.reserve(static_cast<std::size_t>(status.st_size));
+    if (int failure = readAll(descriptor.number(), data))
+      return failed(failure);
+    return data;
+  }
+
+  bool writeToFileAtomically(const std::string &path, std::string_view data,
+                             ErrorSlot error) override {
+    int failure = replace(path, data);
+    if (failure != 0)
+      storeError(error, fileError(failure, path, FileAccess::Writing));
+    return failure == 0;
+  }
+
+private:
+  static int replace(const std::string &path, std::string_view data) {
+    std::string folderPath = stringByDeletingLastPathComponent(path);
+    std::string name = lastPathComponent(path);
+    if (name.empty() || name == "/" || name == "." || name == "..")
+      return EINVAL;
+    const char *folderName = folderPath.empty() ? "." : folderPath.c_str();
+    Descriptor folder(
+        retrying([&] { return ::open(folderName, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    return folder.isOpen() ? Replacement(folder.number(), name).perform(data) : errno;
+  }
+};
+
+SharedInstance<FileContents> &instance() {
+  static RealFileContents real;
+  static SharedInstance<FileContents> shared(real);
+  return shared;
+}
+
+} // namespace
+
+FileContents &FileContents::shared() {
+  return instance().get();
+}
+
+FileContents *FileContents::exchangeShared(FileContents *replacement) {
+  return instance().exchange(replacement);
+}
+
+std::optional<std::string> FileContents::stringWithContentsOfFile(const std::string &path,
+                                                                  ErrorSlot error) {
+  auto data = dataWithContentsOfFile(path, error);
+  if (!data || isValidUTF8(*data))
+    return data;
+  storeError(error, Error(CocoaErrorDomain, FileReadCorruptFileError,
+                          {{std::string(FilePathErrorKey), path}}));
+  return std::nullopt;
+}
+
+} // namespace NS
