@@ -1,0 +1,8 @@
+// Whatever the XML reader accepts must come back equal from what is written.
+#include "PropertyListRoundTrip.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  kwtest::checkRoundTrip(size > 0 ? std::string_view(reinterpret_cast<const char *>(data), size)
+                                  : std::string_view());
+  return 0;
+}
