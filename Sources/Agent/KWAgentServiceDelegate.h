@@ -1,0 +1,21 @@
+// Accepts every connection and gives it an exported object of its own. Who can
+// reach the agent at all is for the system's policy to say.
+//
+// Stateless; lives as long as the process.
+#pragma once
+
+#include "Foundation/XPCListener.h"
+
+#include <memory>
+
+namespace kw {
+
+class KWAgentServiceDelegate : public NS::XPCListenerDelegate {
+public:
+  // Always true.
+  bool
+  listenerShouldAcceptNewConnection(NS::XPCListener &listener,
+                                    const std::shared_ptr<NS::XPCConnection> &connection) override;
+};
+
+} // namespace kw

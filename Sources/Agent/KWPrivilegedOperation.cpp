@@ -1,0 +1,204 @@
+// The protocol as a value: one line for each message, in the protocol's order,
+// with the kinds taken from the method's own type.
+#include "Agent/KWPrivilegedOperation.h"
+
+#include "Agent/KWPriviligedOperations+Pending.h"
+
+#include <cstddef>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+namespace kw {
+namespace {
+
+using NS::XPCInterface;
+using NS::XPCKind;
+using NS::XPCMethod;
+using NS::XPCObject;
+using NS::XPCParameter;
+using NS::XPCReply;
+using NS::XPCValue;
+using NS::XPCValues;
+
+template <typename Value> XPCKind kindOf() {
+  using Plain = std::remove_cvref_t<Value>;
+  if constexpr (std::is_same_v<Plain, bool>)
+    return XPCKind::Flag;
+  else if constexpr (std::is_same_v<Plain, std::int32_t>)
+    return XPCKind::Int32;
+  else if constexpr (std::is_same_v<Plain, std::int64_t>)
+    return XPCKind::Int64;
+  else if constexpr (std::is_same_v<Plain, std::vector<std::string>>)
+    return XPCKind::StringArray;
+  else if constexpr (std::is_same_v<Plain, std::optional<NS::Error>>)
+    return XPCKind::Error;
+  else {
+    static_assert(std::is_same_v<Plain, std::string> ||
+                  std::is_same_v<Plain, std::optional<std::string>>);
+    return XPCKind::String;
+  }
+}
+
+template <typename Value> XPCValue wrapped(const Value &value) {
+  return value;
+}
+template <typename Value> XPCValue wrapped(const std::optional<Value> &value) {
+  return value ? XPCValue(*value) : XPCValue();
+}
+
+// The value as a parameter of the plain type, whether that may be nil or not.
+template <typename Parameter> struct Unwrapped {
+  static Parameter from(const XPCValue &value) { return std::get<Parameter>(value); }
+};
+template <typename Value> struct Unwrapped<std::optional<Value>> {
+  static std::optional<Value> from(const XPCValue &value) {
+    return std::holds_alternative<std::monostate>(value)
+               ? std::nullopt
+               : std::optional<Value>(std::get<Value>(value));
+  }
+};
+
+// What a reply block takes, and how one is made that answers a request.
+template <typename Reply> struct ReplyBlock;
+template <typename... Values> struct ReplyBlock<std::function<void(Values...)>> {
+  static std::vector<XPCKind> kinds() { return {kindOf<Values>()...}; }
+  static std::function<void(Values...)> answering(const XPCReply &reply) {
+    return [reply](Values... values) { reply.send({wrapped(values)...}); };
+  }
+};
+
+std::vector<XPCParameter> named(const std::vector<std::string> &names,
+                                const std::vector<XPCKind> &kinds) {
+  std::vector<XPCParameter> parameters;
+  for (std::size_t index = 0; index < kinds.size(); ++index)
+    parameters.push_back({names.at(index), kinds[index]});
+  return parameters;
+}
+
+using Names = std::vector<std::string>;
+const Names flagNames{"success", "error"};
+
+// A method's type: its arguments, and the reply block that ends them.
+template <typename... Parameters> using Method = void (KWPrivilegedOperation::*)(Parameters...);
+
+// Calls the method with as many arguments as it has before its reply block.
+template <typename... Parameters, std::size_t... Index>
+NS::XPCInvoker invokerOf(Method<Parameters...> method, std::index_sequence<Index...>) {
+  using Types = std::tuple<std::remove_cvref_t<Parameters>...>;
+  using Block = ReplyBlock<std::tuple_element_t<sizeof...(Index), Types>>;
+  return
+      [method](XPCObject &object, [[maybe_unused]] const XPCValues &values, const XPCReply &reply) {
+        (dynamic_cast<KWPrivilegedOperation &>(object).*
+         method)(Unwrapped<std::tuple_element_t<Index, Types>>::from(values.at(Index))...,
+                 Block::answering(reply));
+      };
+}
+
+template <typename... Parameters, std::size_t... Index>
+std::vector<XPCKind> argumentKinds(Method<Parameters...>, std::index_sequence<Index...>) {
+  return {kindOf<std::tuple_element_t<Index, std::tuple<Parameters...>>>()...};
+}
+
+template <typename... Parameters>
+XPCMethod describe(const char *selector, const char *member, const Names &names,
+                   Method<Parameters...> method, const Names &replyNames = flagNames) {
+  constexpr std::size_t count = sizeof...(Parameters) - 1;
+  using Reply = std::remove_cvref_t<std::tuple_element_t<count, std::tuple<Parameters...>>>;
+  const std::make_index_sequence<count> arguments;
+  return {selector,
+          member,
+          named(names, argumentKinds(method, arguments)),
+          named(replyNames, ReplyBlock<Reply>::kinds()),
+          false,
+          invokerOf(method, arguments)};
+}
+
+XPCMethod pleaseTerminate() {
+  return {"pleaseTerminate",
+          "PleaseTerminate",
+          {},
+          {},
+          true,
+          [](XPCObject &object, const XPCValues &, const XPCReply &) {
+            dynamic_cast<KWPrivilegedOperation &>(object).pleaseTerminate();
+          }};
+}
+
+// clang-format off
+XPCInterface description() {
+  using P = KWPrivilegedOperation;
+  return {"org.keepwell.KWPrivilegedOperation", {
+      pleaseTerminate(),
+      describe("echo:withReply:", "Echo", {"text"},
+               &P::echo, {"text", "error"}),
+      describe("fileExistsAtPath:withReply:", "FileExistsAtPath", {"path"},
+               &P::fileExistsAtPath, {"exists", "error"}),
+      describe("moveItemAtPath:toPath:withReply:", "MoveItemAtPath", {"srcPath", "dstPath"},
+               &P::moveItemAtPath),
+      describe("removeItemAtPath:withReply:", "RemoveItemAtPath", {"path"},
+               &P::removeItemAtPath),
+      describe("securelyRemoveItemAtPath:withReply:", "SecurelyRemoveItemAtPath", {"path"},
+               &P::securelyRemoveItemAtPath),
+      describe("moveToTrashItemAtPath:withReply:", "MoveToTrashItemAtPath", {"path"},
+               &P::moveToTrashItemAtPath),
+      describe("truncateFileAtPath:withReply:", "TruncateFileAtPath", {"path"},
+               &P::truncateFileAtPath),
+      describe("removePackageWithID:withReply:", "RemovePackageWithID", {"packageID"},
+               &P::removePackageWithID),
+      describe("removeKextAtPath:withReply:", "RemoveKextAtPath", {"path"},
+               &P::removeKextAtPath),
+      describe("removeASLWithReply:", "RemoveASL", {},
+               &P::removeASLWithReply),
+      describe("slimBinaryWithPath:archs:withReply:", "SlimBinaryWithPath", {"path", "archs"},
+               &P::slimBinaryWithPath),
+      describe("removeLaunchdAgentAtPath:withReply:", "RemoveLaunchdAgentAtPath", {"plistPath"},
+               &P::removeLaunchdAgentAtPath),
+      describe("enableLaunchdAgentAtPath:withReply:", "EnableLaunchdAgentAtPath", {"plistPath"},
+               &P::enableLaunchdAgentAtPath),
+      describe("disableLaunchdAgentAtPath:withReply:", "DisableLaunchdAgentAtPath", {"plistPath"},
+               &P::disableLaunchdAgentAtPath),
+      describe("removeSMLoginItem:withReply:", "RemoveSMLoginItem", {"bundleID"},
+               &P::removeSMLoginItem),
+      describe("startStartupItem:withReply:", "StartStartupItem", {"name"},
+               &P::startStartupItem),
+      describe("stopStartupItem:withReply:", "StopStartupItem", {"name"},
+               &P::stopStartupItem),
+      describe("repairPermissionsWithReply:", "RepairPermissions", {},
+               &P::repairPermissionsWithReply, {"success", "value", "text"}),
+      describe("runPeriodicScript:withReply:", "RunPeriodicScript", {"scriptName"},
+               &P::runPeriodicScript),
+      describe("startSpotlightReindexWithReply:", "StartSpotlightReindex", {},
+               &P::startSpotlightReindexWithReply),
+      describe("removeGlobalLoginItemForAppWithPath:withReply:", "RemoveGlobalLoginItemForAppWithPath", {"appPath"},
+               &P::removeGlobalLoginItemForAppWithPath),
+      describe("removeLibraryFromLauchdConf:withReply:", "RemoveLibraryFromLauchdConf", {"libraryPath"},
+               &P::removeLibraryFromLauchdConf),
+      describe("flushDNSWithReply:", "FlushDNS", {},
+               &P::flushDNSWithReply),
+      describe("removeDiagnosticLogsWithReply:", "RemoveDiagnosticLogs", {},
+               &P::removeDiagnosticLogsWithReply,
+               {"output", "status", "errorOutput", "error"}),
+      describe("sizeOfItemAtPath:reply:", "SizeOfItemAtPath", {"path"},
+               &P::sizeOfItemAtPath,
+               {"size", "error"}),
+  }};
+}
+// clang-format on
+
+XPCInterface builtDescription() {
+  XPCInterface interface = description();
+  for (XPCMethod &method : interface.methods)
+    if (isPendingSelector(method.selector))
+      method.invoker = nullptr;
+  return interface;
+}
+
+} // namespace
+
+std::shared_ptr<const NS::XPCInterface> KWPrivilegedOperation::interface() {
+  static const auto shared = std::make_shared<const XPCInterface>(builtDescription());
+  return shared;
+}
+
+} // namespace kw

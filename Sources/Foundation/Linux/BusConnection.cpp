@@ -1,0 +1,114 @@
+// The thread of the bus: takes what was posted, handles what arrived, waits.
+#include "Foundation/Linux/BusConnection.h"
+
+#include "Foundation/Exception.h"
+#include "Foundation/Log.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <poll.h>
+#include <sdbus-c++/sdbus-c++.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+#include <utility>
+
+namespace NS {
+namespace {
+
+std::unique_ptr<sdbus::IConnection> openBus(std::string_view bus) {
+  try {
+    if (bus == "system")
+      return sdbus::createSystemBusConnection();
+    if (bus == "session")
+      return sdbus::createSessionBusConnection();
+    return sdbus::createSessionBusConnectionWithAddress(std::string(bus));
+  } catch (const sdbus::Error &error) {
+    throw Exception(InternalInconsistencyException,
+                    "The bus \"" + std::string(bus) +
+                        "\" cannot be reached: " + error.getMessage());
+  }
+}
+
+} // namespace
+
+BusMailbox::BusMailbox() : descriptor_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (descriptor_ < 0)
+    throw Exception(InternalInconsistencyException, "No descriptor is left for the bus.");
+}
+
+BusMailbox::~BusMailbox() {
+  ::close(descriptor_);
+}
+
+void BusMailbox::post(Work work) {
+  std::lock_guard lock(mutex_);
+  if (closed_)
+    return;
+  work_.push_back(std::move(work));
+  const std::uint64_t one = 1;
+  // It fails only when the counter is full, and then the reader is awake.
+  static_cast<void>(!::write(descriptor_, &one, sizeof one));
+}
+
+std::vector<BusMailbox::Work> BusMailbox::take() {
+  std::lock_guard lock(mutex_);
+  if (work_.empty())
+    return {};
+  std::uint64_t count = 0;
+  static_cast<void>(!::read(descriptor_, &count, sizeof count));
+  return std::exchange(work_, {});
+}
+
+void BusMailbox::close() {
+  std::vector<Work> dropped;
+  std::lock_guard lock(mutex_);
+  closed_ = true;
+  dropped.swap(work_);
+}
+
+BusConnection::BusConnection(std::string_view bus)
+    : connection_(openBus(bus)), mailbox_(std::make_shared<BusMailbox>()) {}
+
+BusConnection::~BusConnection() {
+  stop();
+}
+
+void BusConnection::stop() {
+  mailbox_->post([this] { stopHandling(); });
+  if (thread_.joinable())
+    thread_.join();
+  mailbox_->close();
+}
+
+void BusConnection::start(std::function<void(const std::string &)> lost) {
+  thread_ = std::thread([this, lost = std::move(lost)] {
+    try {
+      loop();
+    } catch (const std::exception &error) {
+      mailbox_->close();
+      lost(error.what());
+    }
+  });
+}
+
+void BusConnection::loop() {
+  while (true) {
+    for (const BusMailbox::Work &work : mailbox_->take())
+      work();
+    if (stopping_)
+      return;
+    if (!connection_->processPendingRequest())
+      waitForEvents();
+  }
+}
+
+void BusConnection::waitForEvents() {
+  const auto data = connection_->getEventLoopPollData();
+  std::array<pollfd, 2> waiting{pollfd{data.fd, data.events, 0},
+                                pollfd{mailbox_->descriptor(), POLLIN, 0}};
+  if (::poll(waiting.data(), waiting.size(), data.getPollTimeout()) < 0 && errno != EINTR)
+    throw Exception(InternalInconsistencyException, "Waiting for the bus failed.");
+}
+
+} // namespace NS

@@ -1,0 +1,79 @@
+// A connection to the message bus with one thread of its own that alone
+// touches it: everybody else hands that thread something to do.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace sdbus {
+class IConnection;
+}
+
+namespace NS {
+
+// Work for the thread of the bus. Holders may outlive the connection; what is
+// posted then is dropped unseen. Thread-safe.
+class BusMailbox {
+public:
+  using Work = std::function<void()>;
+
+  // Raises InternalInconsistencyException when no descriptor is left.
+  BusMailbox();
+  ~BusMailbox();
+  BusMailbox(const BusMailbox &) = delete;
+  BusMailbox &operator=(const BusMailbox &) = delete;
+
+  void post(Work work);
+  // What was posted since the last call, in order.
+  std::vector<Work> take();
+  // Nothing posted from now on is kept.
+  void close();
+  // Becomes readable when there is something to take.
+  int descriptor() const { return descriptor_; }
+
+private:
+  int descriptor_;
+  std::mutex mutex_;
+  std::vector<Work> work_;
+  bool closed_ = false;
+};
+
+class BusConnection {
+public:
+  // "system", "session", or an address. Raises InternalInconsistencyException
+  // when the bus cannot be reached.
+  explicit BusConnection(std::string_view bus);
+  // Stops the thread.
+  ~BusConnection();
+  BusConnection(const BusConnection &) = delete;
+  BusConnection &operator=(const BusConnection &) = delete;
+
+  // For the thread of the bus, and for anyone before start.
+  sdbus::IConnection &bus() { return *connection_; }
+  const std::shared_ptr<BusMailbox> &mailbox() { return mailbox_; }
+
+  // Starts the thread. The lost handler is called on it, at most once, when
+  // the bus is gone for good.
+  void start(std::function<void(const std::string &reason)> lost);
+  // Ends the thread and waits for it; what is posted afterwards is dropped.
+  // Not on the thread of the bus itself.
+  void stop();
+  // On the thread of the bus: handles nothing further.
+  void stopHandling() { stopping_ = true; }
+
+private:
+  void loop();
+  void waitForEvents();
+
+  std::unique_ptr<sdbus::IConnection> connection_;
+  std::shared_ptr<BusMailbox> mailbox_;
+  std::thread thread_;
+  bool stopping_ = false; // the thread's own
+};
+
+} // namespace NS

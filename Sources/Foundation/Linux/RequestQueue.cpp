@@ -1,0 +1,66 @@
+// One client's requests, strung on a shared pool.
+#include "Foundation/Linux/RequestQueue.h"
+
+#include <utility>
+
+namespace NS {
+namespace {
+
+// After so many requests a thread is given back, so that a client that never
+// pauses does not keep one from others when the pool is at its limit.
+constexpr int requestsPerTurn = 32;
+
+} // namespace
+
+RequestQueue::RequestQueue(std::shared_ptr<WorkerPool> pool, RequestQueueLimits limits)
+    : pool_(std::move(pool)), limits_(limits) {}
+
+bool RequestQueue::enqueue(std::function<void()> request, std::size_t bytes) {
+  std::lock_guard lock(mutex_);
+  if (waiting_.size() >= limits_.requests || bytes > limits_.bytes - waitingBytes_)
+    return false;
+  waiting_.push_back({std::move(request), bytes});
+  waitingBytes_ += bytes;
+  scheduleLocked();
+  return true;
+}
+
+void RequestQueue::suspend() {
+  std::lock_guard lock(mutex_);
+  suspended_ = true;
+}
+
+void RequestQueue::resume() {
+  std::lock_guard lock(mutex_);
+  suspended_ = false;
+  scheduleLocked();
+}
+
+void RequestQueue::scheduleLocked() {
+  if (scheduled_ || suspended_ || waiting_.empty())
+    return;
+  scheduled_ = true;
+  pool_->submit([self = shared_from_this()] { self->runSome(); });
+}
+
+void RequestQueue::runSome() {
+  for (int turn = 0; turn < requestsPerTurn; ++turn) {
+    Entry entry;
+    {
+      std::lock_guard lock(mutex_);
+      if (suspended_ || waiting_.empty()) {
+        scheduled_ = false;
+        return;
+      }
+      entry = std::move(waiting_.front());
+      waiting_.pop_front();
+      waitingBytes_ -= entry.bytes;
+    }
+    entry.request();
+  }
+  std::lock_guard lock(mutex_);
+  scheduled_ = false;
+  scheduleLocked();
+}
+
+} // namespace NS

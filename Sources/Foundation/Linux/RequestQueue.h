@@ -1,0 +1,51 @@
+// The requests of one client: bounded, in order, one at a time, on threads of
+// a shared pool.
+#pragma once
+
+#include "Foundation/Linux/WorkerPool.h"
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+namespace NS {
+
+// What may wait at once in one queue, the request under way not counted.
+struct RequestQueueLimits {
+  std::size_t requests = 1024;
+  std::size_t bytes = std::size_t{64} << 20; // of arguments
+};
+
+// Thread-safe. Begins suspended. When the last holder lets go of a queue that
+// is not suspended, what waits in it is still done; a suspended one drops it.
+class RequestQueue : public std::enable_shared_from_this<RequestQueue> {
+public:
+  RequestQueue(std::shared_ptr<WorkerPool> pool, RequestQueueLimits limits);
+
+  // False when a limit is reached; the request is then not queued. It must
+  // not throw.
+  bool enqueue(std::function<void()> request, std::size_t bytes);
+  void suspend();
+  void resume();
+
+private:
+  struct Entry {
+    std::function<void()> request;
+    std::size_t bytes;
+  };
+
+  void scheduleLocked();
+  void runSome();
+
+  const std::shared_ptr<WorkerPool> pool_;
+  const RequestQueueLimits limits_;
+  std::mutex mutex_;
+  std::deque<Entry> waiting_;
+  std::size_t waitingBytes_ = 0;
+  bool suspended_ = true;
+  bool scheduled_ = false; // a thread has or will get this queue
+};
+
+} // namespace NS

@@ -1,0 +1,95 @@
+// From a queued request to the exported object, and exceptions to outcomes.
+#include "Foundation/Linux/ServiceConnection.h"
+
+#include "Foundation/Linux/XPCMessageCoding.h"
+#include "Foundation/Log.h"
+
+#include <utility>
+
+namespace NS {
+namespace {
+
+// The one place where what a handler throws becomes an outcome.
+void invoke(const XPCMethod &method, XPCObject &object, const XPCValues &arguments,
+            const XPCReply &reply) noexcept {
+  try {
+    try {
+      method.invoker(object, arguments, reply);
+      if (method.oneWay)
+        reply.send({}); // nobody waits; that it was handled is its outcome
+    } catch (const std::exception &exception) {
+      reply.fail(exception.what());
+    } catch (...) {
+      reply.fail("an exception of unknown type");
+    }
+  } catch (...) {
+    // Not even the failure could be told: no memory is left. The reply fails
+    // when its last copy goes.
+  }
+}
+
+} // namespace
+
+ServiceConnection::ServiceConnection(std::shared_ptr<WorkerPool> pool, RequestQueueLimits limits,
+                                     Sender sender)
+    : sender_(std::move(sender)), queue_(std::make_shared<RequestQueue>(std::move(pool), limits)) {}
+
+ServiceConnection::~ServiceConnection() = default;
+
+void ServiceConnection::setExportedInterface(std::shared_ptr<const XPCInterface> interface) {
+  std::lock_guard lock(mutex_);
+  setup_.exported = std::move(interface);
+}
+
+void ServiceConnection::setRemoteObjectInterface(std::shared_ptr<const XPCInterface> interface) {
+  std::lock_guard lock(mutex_);
+  setup_.remote = std::move(interface);
+}
+
+void ServiceConnection::setExportedObject(std::shared_ptr<XPCObject> object) {
+  std::lock_guard lock(mutex_);
+  setup_.object = std::move(object);
+}
+
+void ServiceConnection::resume() {
+  queue_->resume();
+}
+
+void ServiceConnection::suspend() {
+  queue_->suspend();
+}
+
+void ServiceConnection::sendToRemoteObject(const std::string &selector, XPCValues arguments) {
+  const Setup current = setup();
+  const XPCMethod *method = current.remote ? current.remote->methodWithSelector(selector) : nullptr;
+  if (!method)
+    Log("A client's object does not answer %@", selector);
+  else
+    sender_(current.remote->name, *method, std::move(arguments));
+}
+
+const XPCMethod *ServiceConnection::methodWithMember(const std::string &member) const {
+  std::lock_guard lock(mutex_);
+  return setup_.exported ? setup_.exported->methodWithMember(member) : nullptr;
+}
+
+bool ServiceConnection::deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply) {
+  const std::size_t bytes = textBytes(arguments);
+  // The request holds the object, not the connection: a connection whose
+  // client is gone goes at once, and what reached it is still done.
+  return queue_->enqueue(
+      [&method, current = setup(), arguments = std::move(arguments), reply = std::move(reply)] {
+        if (current.object)
+          invoke(method, *current.object, arguments, reply);
+        else
+          reply.fail("nothing is exported");
+      },
+      bytes);
+}
+
+ServiceConnection::Setup ServiceConnection::setup() const {
+  std::lock_guard lock(mutex_);
+  return setup_;
+}
+
+} // namespace NS

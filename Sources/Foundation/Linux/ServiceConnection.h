@@ -1,0 +1,50 @@
+// One client of the listener: its queue, what it may call, and the way back.
+#pragma once
+
+#include "Foundation/Linux/RequestQueue.h"
+#include "Foundation/XPCConnection.h"
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace NS {
+
+class ServiceConnection final : public XPCConnection {
+public:
+  // Sends a one-way message to this client; called from any thread.
+  using Sender =
+      std::function<void(const std::string &interface, const XPCMethod &method, XPCValues values)>;
+
+  ServiceConnection(std::shared_ptr<WorkerPool> pool, RequestQueueLimits limits, Sender sender);
+  ~ServiceConnection() override;
+
+  void setExportedInterface(std::shared_ptr<const XPCInterface> interface) override;
+  void setRemoteObjectInterface(std::shared_ptr<const XPCInterface> interface) override;
+  void setExportedObject(std::shared_ptr<XPCObject> object) override;
+  void resume() override;
+  void suspend() override;
+  void sendToRemoteObject(const std::string &selector, XPCValues arguments) override;
+
+  // Null when the client may not call such a member.
+  const XPCMethod *methodWithMember(const std::string &member) const;
+  // Queues a request for the method, which must be of this connection and have
+  // an invoker. False when the queue is full; the reply is then left alone.
+  bool deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply);
+
+private:
+  struct Setup {
+    std::shared_ptr<const XPCInterface> exported;
+    std::shared_ptr<const XPCInterface> remote;
+    std::shared_ptr<XPCObject> object;
+  };
+  Setup setup() const;
+
+  const Sender sender_;
+  const std::shared_ptr<RequestQueue> queue_;
+  mutable std::mutex mutex_;
+  Setup setup_;
+};
+
+} // namespace NS

@@ -1,0 +1,200 @@
+"""A private message bus that starts the agent on demand, and the ways to call
+the agent over it."""
+import json
+import os
+import signal
+import subprocess
+import time
+
+from . import harness
+from .rawbus import RawClient
+
+NAME = "org.keepwell.pro.agent"
+PATH = "/org/keepwell/pro/agent"
+INTERFACE = "org.keepwell.KWPrivilegedOperation"
+
+CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>unix:path={folder}/bus</listen>
+  <auth>EXTERNAL</auth>
+  <servicedir>{folder}/services</servicedir>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+  <limit name="service_start_timeout">20000</limit>
+  <limit name="max_replies_per_connection">50000</limit>
+</busconfig>
+"""
+
+
+class Error(tuple):
+    """An error of a reply: domain, code, user info as plain values."""
+    domain = property(lambda self: self[0])
+    code = property(lambda self: self[1])
+    info = property(lambda self: self[2])
+
+
+class Reply:
+    def __init__(self, values):
+        self.values = values
+
+    @property
+    def flag(self):
+        return self.values[0]
+
+    @property
+    def error(self):
+        """None for a nil error."""
+        domain, code, info = self.values[-1]
+        plain = {key: value["data"] for key, value in info.items()}
+        return Error((domain, code, plain)) if domain else None
+
+    def __repr__(self):
+        return f"Reply({self.values})"
+
+
+class CallFailed(Exception):
+    """The bus's own error instead of a reply."""
+
+
+class PrivateBus:
+    """Runs commands as they are; ThrowAwayRoot runs them elsewhere."""
+
+    def __init__(self, folder, descriptor_limit=None):
+        self.folder = folder  # as the commands see it
+        self._daemon = None
+        self._clients = []
+        self.descriptor_limit = descriptor_limit
+        self.address = f"unix:path={folder}/bus"
+
+    # What ThrowAwayRoot replaces.
+    def host_path(self, path):
+        return path
+
+    def command(self, argv):
+        return argv
+
+    def environment(self):
+        # HOME as it is, so that nothing of a desktop session is used by chance.
+        keep = {key: os.environ[key] for key in ("PATH", "HOME", "ASAN_OPTIONS", "TSAN_OPTIONS",
+                                                 "UBSAN_OPTIONS") if key in os.environ}
+        return {"LANG": "C.UTF-8", "HOME": "/root", **keep}
+
+    def popen(self, argv, **options):
+        options.setdefault("env", self.environment())
+        options.setdefault("stdin", subprocess.DEVNULL)
+        return subprocess.Popen(self.command(argv), **options)
+
+    def run(self, argv, **options):
+        options.setdefault("env", self.environment())
+        if "input" not in options:
+            options.setdefault("stdin", subprocess.DEVNULL)
+        return subprocess.run(self.command(argv), capture_output=True, **options)
+
+    # Starting and stopping.
+    def start_bus(self, agent=None):
+        agent = agent or os.path.join(harness.build_folder, "keepwell-agent")
+        services = self.host_path(f"{self.folder}/services")
+        os.makedirs(services, exist_ok=True)
+        with open(self.host_path(f"{self.folder}/start"), "w", encoding="utf-8") as file:
+            limit = f"ulimit -n {self.descriptor_limit}\n" if self.descriptor_limit else ""
+            file.write(f"#!/bin/sh\n{limit}exec {agent}\n")
+            os.fchmod(file.fileno(), 0o755)
+        with open(f"{services}/{NAME}.service", "w", encoding="utf-8") as file:
+            file.write(f"[D-BUS Service]\nName={NAME}\nExec={self.folder}/start\n")
+        with open(self.host_path(f"{self.folder}/bus.conf"), "w", encoding="utf-8") as file:
+            file.write(CONFIG.format(folder=self.folder))
+        with open(self.host_path(f"{self.folder}/log"), "ab") as log:
+            self._daemon = self.popen(
+                ["dbus-daemon", f"--config-file={self.folder}/bus.conf", "--nofork",
+                 "--nopidfile", "--nosyslog"], stdout=log, stderr=log)
+        wait_until(lambda: os.path.exists(self.host_path(f"{self.folder}/bus")))
+
+    def stop_bus(self):
+        for client in self._clients:
+            client.close()
+        pid = self.agent_pid()
+        if self._daemon:
+            self._daemon.terminate()
+            self._daemon.wait()
+        # The agent ends when its bus does; a test that hung it must not hang here.
+        if pid:
+            try:
+                wait_until(lambda: not is_running(pid), 5)
+            except TimeoutError:
+                os.kill(pid, signal.SIGKILL)
+
+    def log(self):
+        """What the agent and the bus wrote to standard error."""
+        with open(self.host_path(f"{self.folder}/log"), encoding="utf-8",
+                  errors="replace") as file:
+            return file.read()
+
+    # Calling.
+    def busctl_argv(self, member, signature="", *arguments, timeout=120):
+        values = []
+        for argument in arguments:
+            values += ([str(len(argument)), *argument] if isinstance(argument, list)
+                       else [argument])
+        return ["busctl", f"--address={self.address}", "--json=short", f"--timeout={timeout}",
+                "call", "--", NAME, PATH, INTERFACE, member, *([signature] if signature else []),
+                *values]
+
+    def busctl(self, member, signature="", *arguments, timeout=120):
+        done = self.run(self.busctl_argv(member, signature, *arguments, timeout=timeout))
+        if done.returncode != 0:
+            raise CallFailed(done.stderr.decode(errors="replace").strip())
+        return Reply(json.loads(done.stdout)["data"] if done.stdout.strip() else [])
+
+    def gdbus(self, member, *arguments):
+        """What gdbus prints for the reply, or its error as CallFailed. Each
+        argument is in the notation of that program."""
+        done = self.run(["gdbus", "call", "--address", self.address, "--dest", NAME,
+                         "--object-path", PATH, "--method", f"{INTERFACE}.{member}", "--",
+                         *arguments])
+        if done.returncode != 0:
+            raise CallFailed(done.stderr.decode(errors="replace").strip())
+        return done.stdout.decode().strip()
+
+    def client(self):
+        """A connection of its own that can leave requests unanswered."""
+        client = RawClient(self.host_path(f"{self.folder}/bus"), NAME, PATH, INTERFACE)
+        self._clients.append(client)
+        return client
+
+    # The agent's process.
+    def bus_call(self, member, signature="", *arguments):
+        done = self.run(["busctl", f"--address={self.address}", "--json=short", "call",
+                         "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                         member, *([signature] if signature else []), *arguments])
+        return json.loads(done.stdout)["data"] if done.returncode == 0 else None
+
+    def agent_pid(self):
+        """None when no agent is running; starts none."""
+        values = self.bus_call("GetConnectionUnixProcessID", "s", NAME)
+        return values[0] if values else None
+
+    def agent_descriptors(self):
+        return len(os.listdir(f"/proc/{self.agent_pid()}/fd"))
+
+
+def is_running(pid):
+    """Whether the process exists and is no zombie that nobody has reaped."""
+    try:
+        with open(f"/proc/{pid}/stat", encoding="utf-8") as file:
+            return file.read().rpartition(")")[2].split()[0] != "Z"
+    except FileNotFoundError:
+        return False
+
+
+def wait_until(condition, seconds=20):
+    """Looks again and again; for events that nobody announces."""
+    end = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > end:
+            raise TimeoutError("what was waited for did not come")
+        time.sleep(0.01)

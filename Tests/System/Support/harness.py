@@ -1,0 +1,54 @@
+"""What every system test shares: its command line, and the ways to be skipped
+with a reason."""
+import argparse
+import os
+import shutil
+import sys
+import unittest
+
+SKIPPED = 77
+_INSIDE = "KEEPWELL_TEST_NAMESPACE"
+
+
+def skip(reason):
+    print("skipped:", reason)
+    sys.exit(SKIPPED)
+
+
+def require_tools(*names):
+    missing = [name for name in names if not shutil.which(name)]
+    if missing:
+        skip("not installed: " + ", ".join(missing))
+
+
+def enter_namespace():
+    """Goes on in mount and process namespaces of its own, so that nothing
+    mounted or started here outlives the test."""
+    if os.environ.get(_INSIDE):
+        return
+    if os.geteuid() != 0:
+        skip("needs root, for mounts and file flags")
+    require_tools("unshare", "mount", "chroot", "chattr", "mkfs.ext4", "dbus-daemon", "busctl")
+    os.environ[_INSIDE] = "1"
+    os.execvp("unshare", ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc",
+                          "--propagation", "private", sys.executable, *sys.argv])
+
+
+def main(needs_root=True):
+    """Runs the test cases of the calling script."""
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", required=True, help="the build folder, with keepwell-agent")
+    parser.add_argument("tests", nargs="*", help="names of single tests")
+    arguments = parser.parse_args()
+    if needs_root:
+        enter_namespace()
+    else:
+        require_tools("dbus-daemon", "busctl")
+    global build_folder
+    build_folder = os.path.abspath(arguments.build)
+    # The same module under the name by which the tests import it.
+    sys.modules["Support.harness"].build_folder = build_folder
+    unittest.main(argv=[sys.argv[0], *arguments.tests], verbosity=2)
+
+
+build_folder = None

@@ -1,0 +1,189 @@
+"""A throw-away root: the machine's own files below an overlay, the agent and
+its bus above it. What is written or removed in it is gone afterwards.
+
+/root of it lies on a small ext4 of its own, so that flags, folder sizes and
+the Trash are those of a usual disk."""
+import os
+import shlex
+import shutil
+import subprocess
+import tempfile
+
+from . import harness
+from .bus import PrivateBus
+
+DATA = "/root/data"  # on ext4, empty at first
+_LOG = "/run/keepwell-test/calls"
+_SCRATCH = "/run/keepwell-test"
+
+
+def mount(*arguments):
+    subprocess.run(["mount", *arguments], check=True, capture_output=True)
+
+
+class ThrowAwayRoot(PrivateBus):
+    def __init__(self, descriptor_limit=None, size="4G", start=True):
+        super().__init__(_SCRATCH, descriptor_limit)
+        self._size = size
+        self._start = start
+        self._base = None
+        self.root = None
+
+    def __enter__(self):
+        self._base = tempfile.mkdtemp(prefix="keepwell-root-", dir="/var/tmp")
+        try:
+            self._mount_all()
+        except (OSError, subprocess.CalledProcessError) as error:
+            text = getattr(error, "stderr", None) or str(error).encode()
+            self._unmount()
+            harness.skip("no throw-away root here: " + text.decode(errors="replace").strip())
+        if self._start:
+            self.start_bus()
+        return self
+
+    def __exit__(self, *_):
+        if self._start:
+            self.stop_bus()
+        self._unmount()
+
+    def _mount_all(self):
+        base = self._base
+        image, disk = f"{base}/image", f"{base}/disk"
+        self.root = f"{base}/root"
+        with open(image, "wb") as file:
+            file.truncate(int(self._size[:-1]) << 30)
+        subprocess.run(["mkfs.ext4", "-q", "-F", "-N", "600000", "-E", "lazy_itable_init=1",
+                        image], check=True, capture_output=True)
+        for folder in (disk, self.root):
+            os.mkdir(folder)
+        mount("-o", "loop", image, disk)
+        os.unlink(image)
+        for folder in ("upper", "work", "home"):
+            os.mkdir(f"{disk}/{folder}", 0o700 if folder == "home" else 0o755)
+        mount("-t", "overlay", "overlay", "-o",
+              f"lowerdir=/,upperdir={disk}/upper,workdir={disk}/work", self.root)
+        mount("--bind", f"{disk}/home", f"{self.root}/root")
+        mount("-t", "proc", "proc", f"{self.root}/proc")
+        mount("--rbind", "/dev", f"{self.root}/dev")
+        mount("-t", "tmpfs", "tmpfs", f"{self.root}/run")
+        mount("-t", "tmpfs", "-o", "mode=1777", "tmpfs", f"{self.root}/tmp")
+        build = harness.build_folder
+        os.makedirs(self.root + build, exist_ok=True)
+        mount("--bind", build, self.root + build)
+        for folder in (DATA, _SCRATCH):
+            os.makedirs(self.root + folder)
+
+    def _unmount(self):
+        if self.root:
+            subprocess.run(["umount", "--lazy", "--recursive", self.root], check=False,
+                           capture_output=True)
+        subprocess.run(["umount", "--lazy", f"{self._base}/disk"], check=False,
+                       capture_output=True)
+        # Only what was mounted can hold more than empty folders.
+        for name in ("root", "disk"):
+            try:
+                os.rmdir(f"{self._base}/{name}")
+            except OSError:
+                pass
+        if os.path.exists(f"{self._base}/image"):
+            os.unlink(f"{self._base}/image")
+        try:
+            os.rmdir(self._base)
+        except OSError:
+            pass
+
+    def environment(self):
+        return {**super().environment(), "HOME": "/root"}
+
+    def command(self, argv):
+        return ["chroot", self.root, *argv]
+
+    def host_path(self, path):
+        """Where a path of the root is seen from outside, links of its folders
+        resolved within the root."""
+        assert path.startswith("/")
+        where = ""
+        parts = [part for part in path.split("/") if part]
+        while len(parts) > 1:
+            part = parts.pop(0)
+            link = f"{self.root}{where}/{part}"
+            if os.path.islink(link):
+                target = os.readlink(link)
+                where = "" if target.startswith("/") else where
+                parts = [each for each in target.split("/") if each] + parts
+            elif part == "..":
+                where = where.rpartition("/")[0]
+            else:
+                where += "/" + part
+        return f"{self.root}{where}/{''.join(parts)}"
+
+    # Files of the root.
+    def write(self, path, data=b"", mode=0o644):
+        host = self.host_path(path)
+        os.makedirs(os.path.dirname(host), exist_ok=True)
+        if os.path.lexists(host):
+            os.unlink(host)  # never through a link
+        with open(host, "wb") as file:
+            file.write(data.encode() if isinstance(data, str) else data)
+            os.fchmod(file.fileno(), mode)
+        return path
+
+    def mkdir(self, path):
+        os.makedirs(self.host_path(path), exist_ok=True)
+        return path
+
+    def symlink(self, target, path):
+        os.symlink(target, self.host_path(path))
+        return path
+
+    def read(self, path):
+        with open(self.host_path(path), "rb") as file:
+            return file.read()
+
+    def exists(self, path):
+        """Whether anything stands there, a dangling link included."""
+        return os.path.lexists(self.host_path(path))
+
+    def listdir(self, path):
+        return sorted(os.listdir(self.host_path(path)))
+
+    def chattr(self, flags, *paths):
+        subprocess.run(["chattr", flags, *map(self.host_path, paths)], check=True)
+
+    def empty(self, path=DATA):
+        """Puts a fresh folder in place of another, flags or not."""
+        host = self.host_path(path)
+        subprocess.run(["chattr", "-R", "-f", "-ia", host], check=False, capture_output=True)
+        shutil.rmtree(host, ignore_errors=True)
+        os.makedirs(host)
+
+    # Tools at the paths where the agent looks for them.
+    def stand_in(self, path, stdout="", stderr="", status=0, script=""):
+        """Puts a program at the path that notes its arguments, runs the lines
+        of the shell script, prints and exits as told."""
+        text = ["#!/bin/sh",
+                f'printf "%s\\0" "$#" {shlex.quote(path)} "$@" >> {_LOG}']
+        if script:
+            text.append(script)
+        if stdout:
+            text.append(f"printf %s {shlex.quote(stdout)}")
+        if stderr:
+            text.append(f"printf %s {shlex.quote(stderr)} >&2")
+        text.append(f"exit {status}")
+        return self.write(path, "\n".join(text) + "\n", 0o755)
+
+    def calls(self):
+        """Every run of a stand-in so far: its path and its arguments."""
+        if not self.exists(_LOG):
+            return []
+        fields = self.read(_LOG).decode(errors="surrogateescape").split("\0")[:-1]
+        result = []
+        while fields:
+            count = int(fields[0])
+            result.append(fields[1:count + 2])
+            fields = fields[count + 2:]
+        return result
+
+    def forget_calls(self):
+        if self.exists(_LOG):
+            os.unlink(self.host_path(_LOG))
