@@ -27,17 +27,27 @@ public:
   virtual void setStandardOutput(std::shared_ptr<Pipe> pipe) = 0;
   virtual void setStandardError(std::shared_ptr<Pipe> pipe) = 0;
 
-  // Starts the program. Raises InvalidArgumentException when it cannot be
-  // started ("launch path not accessible" among the reasons) or was started
-  // before.
+  // Starts the program with this process's environment and working directory,
+  // default signal dispositions and no descriptor but the standard streams.
+  // Raises InvalidArgumentException when it cannot be started: "launch path
+  // not accessible (...)" when the path leads to nothing that may be executed,
+  // "launch failed (...)" with the system's text for other causes, and texts of
+  // their own for a path that is not set or not absolute, a NUL byte, a closed
+  // pipe and a second launch. After a failure the pipes are as before and the
+  // task may be launched again. Raises InternalInconsistencyException when the
+  // process has no descriptor or thread left to watch over programs.
   virtual void launch() = 0;
+  // Does not block; false before the launch.
   virtual bool isRunning() = 0;
+  // Raises InvalidArgumentException before the launch.
   virtual void waitUntilExit() = 0;
-  // The exit status, or the number of the signal that ended the program.
-  // Raises InvalidArgumentException while it is running.
+  // The exit status, or the number of the signal that ended the program; -1
+  // when something else in the process has waited for it. Raises
+  // InvalidArgumentException before the launch and while it is running.
   virtual int terminationStatus() = 0;
+  // Raises as the status does.
   virtual TaskTerminationReason terminationReason() = 0;
-  // 0 before the launch.
+  // 0 before the launch; keeps its value after the end.
   virtual int processIdentifier() const = 0;
 };
 

@@ -1,0 +1,163 @@
+// Reaping: one thread for all children, woken by a descriptor per child.
+#include "Foundation/POSIX/ChildProcess.h"
+
+#include "Foundation/Exception.h"
+#include "Foundation/POSIX/Descriptors.h"
+
+#include <atomic>
+#include <cerrno>
+#include <poll.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace NS {
+namespace {
+
+// How often a child is asked that could not be given a descriptor, in
+// milliseconds.
+constexpr int unwatchedInterval = 20;
+
+ChildOutcome outcomeFromWaitStatus(int status) {
+  if (WIFSIGNALED(status))
+    return {true, WTERMSIG(status)};
+  return {false, WEXITSTATUS(status)};
+}
+
+struct WatchedChild {
+  std::shared_ptr<ChildProcess> child;
+  int exitDescriptor; // -1 for a child that must be asked
+};
+
+class Reaper {
+public:
+  void prepare();
+  void adopt(ChildSlot slot) noexcept;
+
+private:
+  void run();
+  void takeNewcomers();
+  void waitForAnEnd();
+  void reapEnded();
+
+  std::mutex mutex_; // guards the start and the newcomers
+  bool started_ = false;
+  ChildSlot newcomers_;
+  descriptors::PipeEnds wake_ = {-1, -1};
+  std::vector<WatchedChild> watched_; // used by the thread alone
+};
+
+Reaper &reaper() {
+  // Never destroyed: its thread runs until the very end of the process.
+  static Reaper *instance = new Reaper;
+  return *instance;
+}
+
+void Reaper::prepare() {
+  std::lock_guard lock(mutex_);
+  if (started_)
+    return;
+  if (wake_.reading < 0)
+    wake_ = descriptors::openPipe();
+  try {
+    std::thread([this] { run(); }).detach();
+  } catch (const std::system_error &failure) {
+    throw Exception(InternalInconsistencyException,
+                    std::string("no thread to wait for programs: ") + failure.what());
+  }
+  started_ = true;
+}
+
+void Reaper::adopt(ChildSlot slot) noexcept {
+  std::lock_guard lock(mutex_);
+  // One byte stands in the pipe exactly while there are newcomers, so that
+  // this write never has to wait.
+  if (newcomers_.empty()) {
+    ssize_t written = ::write(wake_.writing, "", 1);
+    static_cast<void>(written);
+  }
+  newcomers_.splice(newcomers_.end(), slot);
+}
+
+void Reaper::run() {
+  for (;;) {
+    waitForAnEnd();
+    reapEnded();
+    takeNewcomers();
+  }
+}
+
+void Reaper::takeNewcomers() {
+  ChildSlot arrived;
+  {
+    std::lock_guard lock(mutex_);
+    if (newcomers_.empty())
+      return;
+    char byte;
+    ssize_t count = ::read(wake_.reading, &byte, 1);
+    static_cast<void>(count);
+    arrived.swap(newcomers_);
+  }
+  for (std::shared_ptr<ChildProcess> &child : arrived) {
+    // Not reaped yet, so that the identifier still names this very child.
+    int descriptor = child->outcome() ? -1 : descriptors::openExitDescriptor(child->identifier());
+    watched_.push_back({std::move(child), descriptor});
+  }
+  reapEnded();
+}
+
+void Reaper::waitForAnEnd() {
+  std::vector<struct pollfd> waits = {{wake_.reading, POLLIN, 0}};
+  int timeout = -1;
+  for (const WatchedChild &entry : watched_)
+    if (entry.exitDescriptor >= 0)
+      waits.push_back({entry.exitDescriptor, POLLIN, 0});
+    else
+      timeout = unwatchedInterval;
+  // Whatever ends the wait, asking each child tells.
+  static_cast<void>(::poll(waits.data(), static_cast<nfds_t>(waits.size()), timeout));
+}
+
+void Reaper::reapEnded() {
+  std::erase_if(watched_, [](WatchedChild &entry) {
+    if (!entry.child->outcome())
+      return false;
+    if (entry.exitDescriptor >= 0)
+      ::close(entry.exitDescriptor);
+    return true;
+  });
+}
+
+} // namespace
+
+std::optional<ChildOutcome> ChildProcess::outcome() {
+  std::lock_guard lock(mutex_);
+  if (outcome_)
+    return outcome_;
+  int status = 0;
+  pid_t reaped = ::waitpid(identifier_, &status, WNOHANG);
+  if (reaped == identifier_)
+    outcome_ = outcomeFromWaitStatus(status);
+  else if (reaped < 0 && errno == ECHILD)
+    outcome_ = ChildOutcome{};
+  if (outcome_)
+    ended_.notify_all();
+  return outcome_;
+}
+
+void ChildProcess::waitUntilEnd() {
+  std::unique_lock lock(mutex_);
+  ended_.wait(lock, [this] { return outcome_.has_value(); });
+}
+
+void prepareToAdopt() {
+  reaper().prepare();
+}
+
+void adopt(ChildSlot slot) noexcept {
+  reaper().adopt(std::move(slot));
+}
+
+} // namespace NS

@@ -1,0 +1,144 @@
+// A task: its settings, its launch, and what became of it.
+#include "Foundation/Task.h"
+
+#include "Foundation/Exception.h"
+#include "Foundation/POSIX/ChildProcess.h"
+#include "Foundation/POSIX/Descriptors.h"
+#include "Foundation/POSIX/EnvironmentLock.h"
+
+#include <array>
+#include <cerrno>
+#include <mutex>
+#include <system_error>
+
+namespace NS {
+namespace {
+
+[[noreturn]] void refuse(const std::string &reason) {
+  throw Exception(InvalidArgumentException, reason);
+}
+
+bool holdsNul(const std::string &text) {
+  return text.find('\0') != std::string::npos;
+}
+
+std::string launchFailure(int errnum) {
+  std::string cause = std::generic_category().message(errnum);
+  switch (errnum) {
+  case ENOENT:
+  case ENOTDIR:
+  case EACCES:
+  case EISDIR:
+  case ELOOP:
+  case ENAMETOOLONG:
+    return "launch path not accessible (" + cause + ")";
+  default:
+    return "launch failed (" + cause + ")";
+  }
+}
+
+class ProcessTask final : public Task {
+public:
+  void setLaunchPath(std::string path) override { launchPath_ = std::move(path); }
+  void setArguments(std::vector<std::string> arguments) override {
+    arguments_ = std::move(arguments);
+  }
+  void setStandardInput(std::shared_ptr<Pipe> pipe) override { pipes_[0] = std::move(pipe); }
+  void setStandardOutput(std::shared_ptr<Pipe> pipe) override { pipes_[1] = std::move(pipe); }
+  void setStandardError(std::shared_ptr<Pipe> pipe) override { pipes_[2] = std::move(pipe); }
+
+  void launch() override;
+  bool isRunning() override { return child_ && !child_->outcome(); }
+  void waitUntilExit() override { launched().waitUntilEnd(); }
+  int terminationStatus() override { return outcome().status; }
+  TaskTerminationReason terminationReason() override {
+    return outcome().signalled ? TaskTerminationReason::UncaughtSignal
+                               : TaskTerminationReason::Exit;
+  }
+  int processIdentifier() const override { return child_ ? child_->identifier() : 0; }
+
+private:
+  // The child's end of a stream's pipe.
+  FileHandle &childEnd(std::size_t stream) const {
+    return stream == 0 ? pipes_[stream]->fileHandleForReading()
+                       : pipes_[stream]->fileHandleForWriting();
+  }
+  void checkSettings() const;
+  descriptors::Program program() const;
+  ChildProcess &launched() const {
+    if (!child_)
+      refuse("task not launched");
+    return *child_;
+  }
+  ChildOutcome outcome() const {
+    std::optional<ChildOutcome> outcome = launched().outcome();
+    if (!outcome)
+      refuse("task still running");
+    return *outcome;
+  }
+
+  std::string launchPath_;
+  std::vector<std::string> arguments_;
+  std::array<std::shared_ptr<Pipe>, 3> pipes_; // by descriptor number
+  std::shared_ptr<ChildProcess> child_;        // null until launched
+};
+
+void ProcessTask::checkSettings() const {
+  if (child_)
+    refuse("task already launched");
+  if (launchPath_.empty())
+    refuse("launch path not set");
+  if (holdsNul(launchPath_))
+    refuse("launch path contains a NUL byte");
+  // What the working directory happens to hold must not decide what runs.
+  if (launchPath_.front() != '/')
+    refuse("launch path not absolute");
+  for (std::size_t index = 0; index < arguments_.size(); ++index)
+    if (holdsNul(arguments_[index]))
+      refuse("argument " + std::to_string(index + 1) + " contains a NUL byte");
+  for (std::size_t stream = 0; stream < pipes_.size(); ++stream)
+    if (pipes_[stream] && childEnd(stream).fileDescriptor() < 0)
+      refuse("pipe of standard stream " + std::to_string(stream) + " is closed");
+}
+
+descriptors::Program ProcessTask::program() const {
+  descriptors::Program program;
+  program.path = launchPath_;
+  program.arguments.reserve(arguments_.size() + 1);
+  program.arguments.push_back(launchPath_);
+  program.arguments.insert(program.arguments.end(), arguments_.begin(), arguments_.end());
+  for (std::size_t stream = 0; stream < pipes_.size(); ++stream)
+    if (pipes_[stream])
+      program.standardStreams[stream] = childEnd(stream).fileDescriptor();
+  return program;
+}
+
+void ProcessTask::launch() {
+  checkSettings();
+  // All that can fail comes before the child exists: from then on it must be
+  // adopted.
+  descriptors::Program wanted = program();
+  auto child = std::make_shared<ChildProcess>();
+  ChildSlot slot = {child};
+  prepareToAdopt();
+  int identifier = 0;
+  {
+    std::shared_lock environment(environmentLock());
+    if (int failure = descriptors::spawn(wanted, identifier))
+      refuse(launchFailure(failure));
+  }
+  child->setIdentifier(identifier);
+  child_ = std::move(child);
+  adopt(std::move(slot));
+  for (std::size_t stream = 0; stream < pipes_.size(); ++stream)
+    if (pipes_[stream])
+      childEnd(stream).closeFile();
+}
+
+} // namespace
+
+std::shared_ptr<Task> Task::create() {
+  return std::make_shared<ProcessTask>();
+}
+
+} // namespace NS
