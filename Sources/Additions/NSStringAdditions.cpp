@@ -1,4 +1,4 @@
-// Text, names and lists.
+// Text, names, lists and the path test that looks at nothing.
 #include "Additions/NSStringAdditions.h"
 
 #include "Foundation/Format.h"
@@ -94,7 +94,9 @@ bool kws_containsString(std::string_view string, std::string_view other) {
 std::string stringByRemovingSemicolonSeparatedString(std::string_view string,
                                                      std::string_view argument) {
   std::vector<std::string> kept;
-  for (const std::string &piece : NS::componentsSeparatedByString(string, ":"))
+  // Literally, as the loader reads such a list: every colon separates.
+  for (const std::string &piece :
+       NS::componentsSeparatedByString(string, ":", NS::StringSearch::Literal))
     if (std::string trimmed = trimWhiteSpace(piece); trimmed != argument)
       kept.push_back(std::move(trimmed));
   return NS::componentsJoinedByString(kept, ":");
@@ -125,6 +127,15 @@ NS::ComparisonResult compareApplicationResourceNameByWords(std::string_view stri
     return std::binary_search(otherWords.begin(), otherWords.end(), word);
   });
   return hasAll ? NS::ComparisonResult::OrderedSame : NS::ComparisonResult::OrderedAscending;
+}
+
+bool isSubpathOf(std::string_view string, std::string_view path) {
+  auto occurs = [](std::string_view text, std::string_view target) {
+    return NS::rangeOfString(text, target, NS::StringSearch::Literal).has_value();
+  };
+  if (!occurs(string, path))
+    return false;
+  return path == "/" || occurs(std::string(string) + "/", std::string(path) + "/");
 }
 
 } // namespace kw

@@ -49,8 +49,9 @@ std::vector<ByteRange> rangesOfString(std::string_view text, std::string_view ta
                                       StringSearch search = StringSearch::Equivalent);
 // The pieces between the occurrences, empty ones included: always one more
 // than there are occurrences.
-std::vector<std::string> componentsSeparatedByString(std::string_view text,
-                                                     std::string_view separator);
+std::vector<std::string>
+componentsSeparatedByString(std::string_view text, std::string_view separator,
+                            StringSearch search = StringSearch::Equivalent);
 std::string componentsJoinedByString(const std::vector<std::string> &components,
                                      std::string_view separator);
 std::string stringByReplacingOccurrencesOfString(std::string_view text, std::string_view target,

@@ -37,10 +37,11 @@ std::string stringByTrimmingCharactersInSet(std::string_view text, const Charact
 }
 
 std::vector<std::string> componentsSeparatedByString(std::string_view text,
-                                                     std::string_view separator) {
+                                                     std::string_view separator,
+                                                     StringSearch search) {
   std::vector<std::string> components;
   std::size_t start = 0;
-  for (ByteRange range : rangesOfString(text, separator)) {
+  for (ByteRange range : rangesOfString(text, separator, search)) {
     components.emplace_back(text.substr(start, range.location - start));
     start = range.location + range.length;
   }

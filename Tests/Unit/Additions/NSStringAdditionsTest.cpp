@@ -161,6 +161,10 @@ TEST(StringByRemovingSemicolonSeparatedString, keepsEmptyPieces) {
   EXPECT_EQ(kw::stringByRemovingSemicolonSeparatedString(":/a:", ""), "/a");
 }
 
+TEST(StringByRemovingSemicolonSeparatedString, separatesAtEveryColonWhateverFollows) {
+  EXPECT_EQ(kw::stringByRemovingSemicolonSeparatedString("/x:\u0301y", "/x"), "\u0301y");
+}
+
 TEST(StringByRemovingSemicolonSeparatedString, comparesWholePiecesExactly) {
   EXPECT_EQ(kw::stringByRemovingSemicolonSeparatedString("/x.dylib:/X:x;/x", "/x"),
             "/x.dylib:/X:x;/x");
@@ -242,6 +246,34 @@ TEST(CompareApplicationResourceName, endsForAReceiverThatBacktracksWithoutEnd) {
 TEST(CompareApplicationResourceName, doesNotSplitAtAnEmptySeparator) {
   EXPECT_EQ(kw::compareApplicationResourceNameByWords("foo bar", "bar foo", ""),
             ComparisonResult::OrderedAscending);
+}
+
+TEST(IsSubpathOf, holdsForWholeComponentsAnywhereInThePath) {
+  EXPECT_TRUE(kw::isSubpathOf("/a/b/c", "/a/b"));
+  EXPECT_TRUE(kw::isSubpathOf("/a/b/c", "/b"));
+  EXPECT_TRUE(kw::isSubpathOf("/a/b/c", "b/c"));
+  EXPECT_TRUE(kw::isSubpathOf("/a/b/c", "/a/b/c"));
+}
+
+TEST(IsSubpathOf, doesNotHoldForPartsOfAComponentAtItsEnd) {
+  EXPECT_FALSE(kw::isSubpathOf("/a/bc", "/a/b"));
+  EXPECT_FALSE(kw::isSubpathOf("/a", "/a/b"));
+  EXPECT_TRUE(kw::isSubpathOf("/a/bc", "c")) << "only the end of a component is looked at";
+}
+
+TEST(IsSubpathOf, holdsForAnyAbsolutePathOfTheRoot) {
+  EXPECT_TRUE(kw::isSubpathOf("/a/b", "/"));
+  EXPECT_TRUE(kw::isSubpathOf("/", "/"));
+  EXPECT_FALSE(kw::isSubpathOf("a", "/"));
+}
+
+TEST(IsSubpathOf, comparesByteForByteAndNormalisesNothing) {
+  EXPECT_FALSE(kw::isSubpathOf("/a/b", "/A"));
+  EXPECT_FALSE(kw::isSubpathOf("/a/cafe\u0301", "/a/caf\u00e9"));
+  EXPECT_FALSE(kw::isSubpathOf("/a//b", "/a/b"));
+  EXPECT_TRUE(kw::isSubpathOf("/a/\xff/b", "/\xff"));
+  EXPECT_FALSE(kw::isSubpathOf("/a/b", "/a/")) << "two slashes would have to follow";
+  EXPECT_FALSE(kw::isSubpathOf("/a", ""));
 }
 
 } // namespace

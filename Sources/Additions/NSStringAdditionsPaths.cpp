@@ -1,0 +1,32 @@
+// The additions that look at what stands at a path.
+#include "Additions/NSStringAdditions.h"
+
+#include "Additions/SandboxTildeExpansion.h"
+#include "Foundation/FileManager.h"
+#include "Foundation/PathUtilities.h"
+
+namespace kw {
+
+std::optional<std::string> volumePath(std::string_view string) {
+  auto value =
+      NS::getResourceValue(NS::URL::fileURLWithPath(string), NS::URLResourceKey::Volume, nullptr);
+  if (!value || !std::holds_alternative<NS::URL>(*value))
+    return std::nullopt;
+  return std::get<NS::URL>(*value).path();
+}
+
+std::string stringByDeletingRealPathExtension(std::string_view string) {
+  std::string path(string);
+  bool isDirectory = false;
+  if (NS::FileManager::defaultManager().fileExistsAtPath(path, isDirectory) && isDirectory)
+    return path;
+  return NS::stringByDeletingPathExtension(path);
+}
+
+std::string kws_stringByExpandingTildeInPath(std::string_view string) {
+  // Never destroyed: threads may ask until the very end of the process.
+  static SandboxTildeExpansion *const expansion = new SandboxTildeExpansion;
+  return expansion->stringByExpandingTildeInPath(string);
+}
+
+} // namespace kw

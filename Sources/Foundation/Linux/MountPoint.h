@@ -1,0 +1,14 @@
+// Which mount holds an item.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace NS {
+
+// The mount point of the volume on which the item itself stands, a final link
+// not followed. Bind mounts count as volumes of their own. Nothing when the
+// item cannot be reached, with errno set.
+std::optional<std::string> mountPointOfItem(const std::string &path);
+
+} // namespace NS
