@@ -1,15 +1,20 @@
-// What the whole toolkit adds to objects: blocks run later, elsewhere or with
-// a limit, casts of values of unknown class, and equality that knows nil.
+// What the whole toolkit adds to objects: change notices on the main thread,
+// values pushed back through bindings, blocks run later, elsewhere or with a
+// limit, casts of values of unknown class, and equality that knows nil.
 //
 // All may be called from any thread. A failed assertion names the source file
-// "Sources/Additions/NSObjectAdditions".
+// "Sources/Additions/NSObjectAdditions". A null receiver is a message that
+// goes nowhere; no receiver is kept alive by what is queued.
 #pragma once
 
 #include "Foundation/Object.h"
+#include "Foundation/RunLoop.h"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace kw {
 
@@ -33,6 +38,56 @@ void KWRunBlockAndWaitWithTimeout(const CompletionBlock &block, std::int64_t sec
 // PrivilegedAgentHasInterruptedNotification of the default centre, posted by
 // anybody from the call on. Both may come, in either order or at once.
 void KWRunBlockAndWaitUntilAgentInterrupted(const CompletionBlock &block);
+
+// Runs the block on the main thread and waits for it, or does not wait; on the
+// main thread both call it at once. The sender is who asks: with a null one
+// the mistake is logged, and elsewhere than on the main thread the block never
+// runs. Waiting needs a main run loop that runs.
+void runOnMainQueueSync(const std::shared_ptr<NS::Object> &aSender, const Block &block);
+void runOnMainQueueAsync(const std::shared_ptr<NS::Object> &aSender, const Block &block);
+
+// Tell the receiver, if it answers to NS::KeyValueObserving, on the main
+// thread: at once there, queued from elsewhere. A receiver that is gone by
+// then is told nothing, and nobody is told of a nil key.
+void willChangeValueForKeyOnMainThread(const std::shared_ptr<NS::Object> &receiver,
+                                       const std::optional<std::string> &key);
+void didChangeValueForKeyOnMainThread(const std::shared_ptr<NS::Object> &receiver,
+                                      const std::optional<std::string> &key);
+
+// Writes a value back to the object that a binding of the receiver follows,
+// through the reverse of the binding's transformer where there is one that
+// allows it. A receiver without that binding is passed over; one that follows
+// nothing is logged. A nil binding fails an assertion. Raises what the
+// followed object raises.
+void propagateValue(const std::shared_ptr<NS::Object> &receiver,
+                    const std::shared_ptr<NS::Object> &value,
+                    const std::optional<std::string> &binding);
+// Ends the binding if there is one.
+void safeUnbind(const std::shared_ptr<NS::Object> &receiver, const std::string &binding);
+
+// What a time in seconds means to performBlock.
+struct AfterDelay {
+  double seconds;
+};
+struct Timeout {
+  double seconds;
+};
+
+// Calls the block; without one does nothing.
+void fireBlockAfterDelay(const std::shared_ptr<NS::Object> &receiver, const Block &block);
+// Runs the block on this thread's run loop, which must be running, in the
+// common modes once the delay is over.
+void performBlock(const std::shared_ptr<NS::Object> &receiver, const Block &block,
+                  AfterDelay delay);
+// Runs the block on the main run loop in the modes, none of them being a
+// request for nothing. Waiting on the main thread itself calls the block;
+// without waiting it is queued there too.
+void performBlockOnMainThread(const std::shared_ptr<NS::Object> &receiver, const Block &block,
+                              bool waitUntilDone, const NS::RunLoopModes &inModes);
+// Runs the block in the background and waits for it, for the whole seconds of
+// the limit. A block that takes longer is logged with this thread's stack and
+// runs on to its end. A nil block fails an assertion.
+void performBlock(const std::shared_ptr<NS::Object> &receiver, const Block &block, Timeout timeout);
 
 // The object when it is of the class, derives from it or conforms to it, else
 // null.
