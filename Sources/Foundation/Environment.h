@@ -4,6 +4,7 @@
 // Thread-safe against a program being started at the same time.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace NS {
@@ -11,5 +12,10 @@ namespace NS {
 // Overwrites a former value. Raises InvalidArgumentException for a name that
 // is empty or holds "=" or a NUL byte, and for a value that holds a NUL byte.
 void setEnvironmentVariable(const std::string &name, const std::string &value);
+
+// The block size that the variable BLOCKSIZE asks for, as getbsize gives it:
+// a number with an optional K, M or G behind it. 512 when it is not set or not
+// understood, and at least 512 and at most 1 GiB (2^30) otherwise.
+std::int64_t getbsize();
 
 } // namespace NS

@@ -1,0 +1,20 @@
+// File sizes as number objects: unsigned, 64 bits, bytes.
+#pragma once
+
+#include "Foundation/Number.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace kw {
+
+inline std::shared_ptr<NS::Number> numberWithFileSize(std::uint64_t size) {
+  return NS::Number::numberWithUnsignedLongLong(size);
+}
+
+// What a negative number or a fraction becomes is the number's own affair.
+inline std::uint64_t fileSizeValue(const NS::Number &number) {
+  return number.unsignedLongLongValue();
+}
+
+} // namespace kw

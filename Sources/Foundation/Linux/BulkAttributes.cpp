@@ -1,0 +1,248 @@
+// The packed records, filled by getdents64 and statx. The place within a
+// folder is the descriptor's own offset: what was read from the volume but did
+// not go into the caller's buffer is read again by the next call.
+#include "Foundation/BulkAttributes.h"
+
+#include "Foundation/Linux/DirectoryRecords.h"
+#include "Foundation/SharedInstance.h"
+
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace NS {
+namespace {
+
+// Holds about what a caller's buffer of sixteen long names does, so that
+// little is read twice.
+constexpr std::size_t directoryBufferSize = 2048;
+
+struct Attributes {
+  std::uint32_t type;
+  std::uint64_t totalSize;
+  std::uint32_t blockSize;
+};
+
+std::uint32_t objectType(std::uint32_t mode) {
+  switch (mode & S_IFMT) {
+  case S_IFREG:
+    return VnodeRegular;
+  case S_IFDIR:
+    return VnodeDirectory;
+  case S_IFLNK:
+    return VnodeLink;
+  case S_IFBLK:
+    return VnodeBlockDevice;
+  case S_IFCHR:
+    return VnodeCharacterDevice;
+  case S_IFSOCK:
+    return VnodeSocket;
+  case S_IFIFO:
+    return VnodeFIFO;
+  default:
+    return 0;
+  }
+}
+
+bool readAttributes(int folder, const char *name, Attributes &attributes) {
+  struct statx found;
+  if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE | STATX_SIZE,
+              &found) != 0)
+    return false;
+  attributes.type = objectType(found.stx_mode);
+  // Sizes of files are no attributes of a folder.
+  bool isFolder = attributes.type == VnodeDirectory;
+  attributes.totalSize = isFolder ? 0 : found.stx_size;
+  attributes.blockSize = isFolder ? 0 : found.stx_blksize;
+  return true;
+}
+
+// Writes a record's fields one behind the other, as far as they fit.
+class RecordWriter {
+public:
+  RecordWriter(void *buffer, std::size_t size) : start_(static_cast<char *>(buffer)), size_(size) {}
+
+  template <typename Value> void put(Value value) { copy(used_, &value, sizeof value); }
+  template <typename Value> void putAt(std::size_t offset, Value value) {
+    std::size_t used = used_;
+    copy(offset, &value, sizeof value);
+    used_ = used;
+  }
+  void putName(const char *name, std::size_t length) {
+    static constexpr char padding[4] = {};
+    copy(used_, name, length);
+    copy(used_, padding, 4 - length % 4); // the NUL and up to three more
+  }
+  std::size_t used() const { return used_; }
+  bool overflowed() const { return overflowed_; }
+
+private:
+  void copy(std::size_t offset, const void *bytes, std::size_t count) {
+    if (offset + count > size_)
+      overflowed_ = true;
+    else
+      std::memcpy(start_ + offset, bytes, count);
+    used_ = offset + count;
+  }
+
+  char *start_;
+  std::size_t size_;
+  std::size_t used_ = 0;
+  bool overflowed_ = false;
+};
+
+// The record's length, 0 when it does not fit. No name where none is asked for.
+std::size_t writeRecord(void *buffer, std::size_t size, const AttributeList &list, const char *name,
+                        const Attributes &attributes) {
+  RecordWriter writer(buffer, size);
+  writer.put(std::uint32_t{0});
+  if (list.common & CommonAttributeReturnedAttributes) {
+    bool isFolder = attributes.type == VnodeDirectory;
+    writer.put(list.common);
+    writer.put(list.volume);
+    writer.put(list.directory);
+    writer.put(isFolder ? std::uint32_t{0} : list.file);
+    writer.put(list.fork);
+  }
+  std::size_t reference = writer.used();
+  bool named = name && (list.common & CommonAttributeName);
+  std::size_t nameLength = named ? std::strlen(name) : 0;
+  if (named) {
+    writer.put(std::int32_t{0});
+    writer.put(static_cast<std::uint32_t>(nameLength + 1));
+  }
+  if (list.common & CommonAttributeObjectType)
+    writer.put(attributes.type);
+  if (list.file & FileAttributeTotalSize)
+    writer.put(attributes.totalSize);
+  if (list.file & FileAttributeIOBlockSize)
+    writer.put(attributes.blockSize);
+  if (named) {
+    writer.putAt(reference, static_cast<std::int32_t>(writer.used() - reference));
+    writer.putName(name, nameLength);
+  }
+  writer.putAt(0, static_cast<std::uint32_t>(writer.used()));
+  return writer.overflowed() ? 0 : writer.used();
+}
+
+// One call's worth of records for a caller's buffer.
+class Batch {
+public:
+  Batch(int descriptor, const AttributeList &list, void *buffer, std::size_t size,
+        std::uint32_t wanted)
+      : descriptor_(descriptor), list_(list), next_(static_cast<char *>(buffer)), left_(size),
+        wanted_(wanted) {}
+
+  // 0, 1 at the end of the folder, -1 with errno set.
+  int fill() {
+    alignas(8) char bytes[directoryBufferSize];
+    while (count_ < wanted_) {
+      long read = ::syscall(SYS_getdents64, descriptor_, bytes, sizeof bytes);
+      if (read == 0 || (read < 0 && errno == ENOENT))
+        return 1;
+      // What was found before the failure is given first; it comes again.
+      if (read < 0)
+        return count_ > 0 ? 0 : -1;
+      if (!take(bytes, static_cast<std::size_t>(read)))
+        break;
+    }
+    return refused_ ? -1 : 0;
+  }
+  std::uint32_t count() const { return count_; }
+
+private:
+  // Goes back to the first record that found no place and returns false then.
+  bool take(const char *bytes, std::size_t size) {
+    std::int64_t place = before_;
+    for (std::size_t at = 0; at < size;) {
+      const DirectoryRecord &record = directoryRecordAt(bytes + at);
+      if (count_ == wanted_ || !add(record.name)) {
+        ::lseek(descriptor_, place, SEEK_SET);
+        return false;
+      }
+      place = record.nextOffset;
+      at += record.length;
+    }
+    before_ = place;
+    return true;
+  }
+
+  bool add(const char *name) {
+    Attributes attributes{};
+    if (isDotOrDotDot(name) || !readAttributes(descriptor_, name, attributes))
+      return true;
+    std::size_t length = writeRecord(next_, left_, list_, name, attributes);
+    if (length == 0) {
+      // A buffer too small for even one record would never get anywhere.
+      refused_ = count_ == 0;
+      if (refused_)
+        errno = ERANGE;
+      return false;
+    }
+    next_ += length;
+    left_ -= length;
+    ++count_;
+    return true;
+  }
+
+  int descriptor_;
+  const AttributeList &list_;
+  char *next_;
+  std::size_t left_;
+  std::uint32_t wanted_;
+  std::uint32_t count_ = 0;
+  std::int64_t before_ = ::lseek(descriptor_, 0, SEEK_CUR); // of the batch at hand
+  bool refused_ = false;
+};
+
+class PackedRecords final : public BulkAttributes {
+public:
+  int getattrlist(const char *path, const AttributeList &list, void *buffer, std::size_t size,
+                  std::uint32_t /*options*/) override {
+    Attributes attributes{};
+    if (!readAttributes(AT_FDCWD, path, attributes))
+      return -1;
+    if (writeRecord(buffer, size, list, nullptr, attributes) > 0)
+      return 0;
+    errno = ERANGE;
+    return -1;
+  }
+
+  int getdirentriesattr(int descriptor, const AttributeList &list, void *buffer, std::size_t size,
+                        std::uint32_t &count, std::uint32_t & /*base*/, std::uint32_t & /*state*/,
+                        std::uint32_t /*options*/) override {
+    Batch batch(descriptor, list, buffer, size, count);
+    count = 0;
+    int result = batch.fill();
+    if (result >= 0)
+      count = batch.count();
+    return result;
+  }
+
+  int openFolder(const char *path) override {
+    return ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  }
+  void closeFolder(int descriptor) override { ::close(descriptor); }
+};
+
+SharedInstance<BulkAttributes> &instance() {
+  static PackedRecords real;
+  static SharedInstance<BulkAttributes> shared(real);
+  return shared;
+}
+
+} // namespace
+
+BulkAttributes &BulkAttributes::shared() {
+  return instance().get();
+}
+
+BulkAttributes *BulkAttributes::exchangeShared(BulkAttributes *replacement) {
+  return instance().exchange(replacement);
+}
+
+} // namespace NS
