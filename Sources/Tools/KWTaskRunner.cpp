@@ -1,0 +1,231 @@
+// Running the system's tools.
+#include "Tools/KWTaskRunner.h"
+
+#include "Additions/NSStringAdditions.h"
+#include "Foundation/Bundle.h"
+#include "Foundation/Exception.h"
+#include "Foundation/FileManager.h"
+#include "Foundation/Identity.h"
+#include "Foundation/Log.h"
+#include "Foundation/SharedInstance.h"
+#include "Foundation/Task.h"
+#include "Foundation/Thread.h"
+#include "Foundation/Unicode.h"
+
+namespace kw {
+namespace {
+
+using Output = KWTaskRunner::Output;
+
+// In seconds; a single-precision constant, widened.
+constexpr double pollingInterval = 0.01F;
+
+// The pipes of one run. Their reading ends close with it, the error output's
+// first; the input's writing end stays open until then.
+struct RunPipes {
+  RunPipes() = default;
+  RunPipes(const RunPipes &) = delete;
+  RunPipes &operator=(const RunPipes &) = delete;
+  ~RunPipes() {
+    for (const auto &pipe : {errors, output})
+      if (pipe)
+        pipe->fileHandleForReading().closeFile();
+  }
+
+  void open() {
+    output = NS::Pipe::pipe();
+    errors = NS::Pipe::pipe();
+  }
+
+  std::shared_ptr<NS::Pipe> output;
+  std::shared_ptr<NS::Pipe> errors;
+  std::shared_ptr<NS::Pipe> input;
+};
+
+bool isExecutable(const std::string &path) {
+  return NS::FileManager::defaultManager().isExecutableFileAtPath(path);
+}
+
+void logNotExecutable(const std::string &path) {
+  NS::Log("Unable to execute %@. File doesn't seem to be executable.", path);
+}
+
+void logFailure(const std::string &path, const KWTaskRunner::Arguments &arguments,
+                const NS::Exception &exception) {
+  NS::Log("Error while invoking command %@ with args %@ : %@", path, arguments, exception.reason());
+}
+
+NS::Error taskError(std::string description) {
+  return NS::Error(kTaskRunnerErrorDomain, 0,
+                   {{std::string(NS::LocalizedDescriptionKey), std::move(description)}});
+}
+
+NS::Error launchError() {
+  return taskError(NS::Bundle::mainBundle().localizedStringForKey(
+      "ErrorDescRemoving_FailedToLaunchTask", "", "Errors"));
+}
+
+std::shared_ptr<NS::Task> taskWithPath(const std::string &path,
+                                       const KWTaskRunner::Arguments &arguments) {
+  std::shared_ptr<NS::Task> task = NS::Task::create();
+  task->setLaunchPath(path);
+  task->setArguments(arguments);
+  return task;
+}
+
+Output readCapture(NS::Pipe &pipe) {
+  std::string text = pipe.fileHandleForReading().readDataToEndOfFile();
+  if (!NS::isWellFormedUTF8(text) || trimWhiteSpace(text).empty())
+    return std::nullopt;
+  return text;
+}
+
+void waitForEnd(NS::Task &task) {
+  while (task.isRunning())
+    NS::Thread::shared().sleepForTimeInterval(pollingInterval);
+}
+
+// The part of a run with completion that may raise. The error output outlives
+// it, for the failure's report.
+void runTask(const std::string &path, const KWTaskRunner::Arguments &arguments,
+             const std::optional<std::string> &standardInput,
+             const KWTaskRunner::CompletionHandler &completion, RunPipes &pipes,
+             Output &errorOutput) {
+  pipes.open();
+  pipes.input = NS::Pipe::pipe();
+  if (!isExecutable(path)) {
+    logNotExecutable(path);
+    if (completion)
+      completion(std::nullopt, -1, std::nullopt, launchError());
+    // The launch is tried all the same, and tells the exact reason.
+  }
+  std::shared_ptr<NS::Task> task = taskWithPath(path, arguments);
+  task->setStandardOutput(pipes.output);
+  task->setStandardError(pipes.errors);
+  if (standardInput)
+    task->setStandardInput(pipes.input);
+  task->launch();
+  if (standardInput)
+    pipes.input->fileHandleForWriting().writeData(*standardInput);
+  Output output = readCapture(*pipes.output);
+  errorOutput = readCapture(*pipes.errors);
+  waitForEnd(*task);
+  long long status = task->terminationStatus();
+  if (completion)
+    completion(output, status, errorOutput, std::nullopt);
+}
+
+NS::SharedInstance<KWTaskRunner> &instance() {
+  static KWTaskRunner real;
+  static NS::SharedInstance<KWTaskRunner> shared(real);
+  return shared;
+}
+
+} // namespace
+
+KWTaskRunner &KWTaskRunner::shared() {
+  return instance().get();
+}
+
+KWTaskRunner *KWTaskRunner::exchangeShared(KWTaskRunner *replacement) {
+  return instance().exchange(replacement);
+}
+
+void KWTaskRunner::launchTask(const std::string &path, const Arguments &arguments,
+                              const std::optional<std::string> &standardInput,
+                              const CompletionHandler &completion) const {
+  RunPipes pipes;
+  Output errorOutput;
+  try {
+    runTask(path, arguments, standardInput, completion, pipes, errorOutput);
+  } catch (const NS::Exception &exception) {
+    logFailure(path, arguments, exception);
+    if (completion)
+      completion(std::nullopt, -1, errorOutput, taskError(exception.reason()));
+  }
+}
+
+void KWTaskRunner::launchTask(const std::string &path, const Arguments &arguments,
+                              const CompletionHandler &completion) const {
+  launchTask(path, arguments, std::nullopt, completion);
+}
+
+Output KWTaskRunner::getOutput(const std::string &path, const Arguments &arguments,
+                               bool suppressErrorOutput, bool useErrorOutputAsStd,
+                               long long *resultCode) const {
+  RunPipes pipes;
+  Output output;
+  try {
+    if (!isExecutable(path)) {
+      logNotExecutable(path);
+      return std::nullopt;
+    }
+    pipes.open();
+    std::shared_ptr<NS::Task> task = taskWithPath(path, arguments);
+    task->setStandardOutput(pipes.output);
+    if (suppressErrorOutput || useErrorOutputAsStd)
+      task->setStandardError(pipes.errors);
+    task->launch();
+    output = readCapture(useErrorOutputAsStd ? *pipes.errors : *pipes.output);
+    waitForEnd(*task);
+    long long status = task->terminationStatus();
+    if (resultCode)
+      *resultCode = status;
+  } catch (const NS::Exception &exception) {
+    logFailure(path, arguments, exception);
+  }
+  return output;
+}
+
+Output KWTaskRunner::launchTaskAndGetOutput(const std::string &path, const Arguments &arguments,
+                                            bool suppressErrorOutput) const {
+  return getOutput(path, arguments, suppressErrorOutput, !suppressErrorOutput, nullptr);
+}
+
+Output KWTaskRunner::launchTaskAndGetOutput(const std::string &path,
+                                            const Arguments &arguments) const {
+  return launchTaskAndGetOutput(path, arguments, false);
+}
+
+long long KWTaskRunner::launchTaskAndGetTermStatusWithCmd(const std::string &path,
+                                                          const Arguments &arguments,
+                                                          bool suppressErrorOutput) const {
+  RunPipes pipes;
+  try {
+    // A tool that is not there counts as done: callers rely on it.
+    if (!isExecutable(path))
+      return 0;
+    pipes.open();
+    std::shared_ptr<NS::Task> task = taskWithPath(path, arguments);
+    task->setStandardOutput(pipes.output);
+    if (suppressErrorOutput)
+      task->setStandardError(pipes.errors);
+    task->launch();
+    waitForEnd(*task);
+    return task->terminationStatus();
+  } catch (const NS::Exception &exception) {
+    logFailure(path, arguments, exception);
+    return 0;
+  }
+}
+
+long long KWTaskRunner::launchTaskAndGetTermStatusWithCmd(const std::string &path,
+                                                          const Arguments &arguments) const {
+  return launchTaskAndGetTermStatusWithCmd(path, arguments, false);
+}
+
+long long KWTaskRunner::launchTaskWithNoReply(const std::string &path,
+                                              const Arguments &arguments) const {
+  try {
+    if (!isExecutable(path))
+      return 0;
+    std::shared_ptr<NS::Task> task = taskWithPath(path, arguments);
+    task->launch();
+    return task->terminationStatus();
+  } catch (const NS::Exception &exception) {
+    logFailure(path, arguments, exception);
+    return 0;
+  }
+}
+
+} // namespace kw
