@@ -18,6 +18,11 @@ std::string withoutTrailingSlash(std::string_view path) {
   return std::string(path);
 }
 
+// The system would look at another path, ended by the NUL byte.
+bool isCutShort(const std::string &path) {
+  return path.find('\0') != std::string::npos;
+}
+
 bool isUnescapedInPath(unsigned char c) {
   if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'))
     return true;
@@ -30,7 +35,8 @@ URL URL::fileURLWithPath(std::string_view path) {
   std::string plain = withoutTrailingSlash(path);
   struct stat status;
   bool isDirectory =
-      endsInSlash(path) || (::stat(plain.c_str(), &status) == 0 && S_ISDIR(status.st_mode));
+      endsInSlash(path) ||
+      (!isCutShort(plain) && ::stat(plain.c_str(), &status) == 0 && S_ISDIR(status.st_mode));
   return URL(std::move(plain), isDirectory);
 }
 
@@ -56,9 +62,10 @@ std::string URL::absoluteString() const {
 
 bool URL::checkResourceIsReachable(ErrorSlot error) const {
   struct stat status;
-  if (::lstat(path_.c_str(), &status) == 0)
+  if (!isCutShort(path_) && ::lstat(path_.c_str(), &status) == 0)
     return true;
-  storeError(error, fileError(errno, path_, FileAccess::Reading));
+  int cause = isCutShort(path_) ? EINVAL : errno;
+  storeError(error, fileError(cause, path_, FileAccess::Reading));
   return false;
 }
 

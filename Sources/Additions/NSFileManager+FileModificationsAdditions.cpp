@@ -1,0 +1,215 @@
+// Removal and moving in steps: try, unlock what is in the way, try again.
+#include "Additions/NSFileManager+FileModificationsAdditions.h"
+
+#include "Foundation/Bundle.h"
+#include "Foundation/Exception.h"
+#include "Foundation/FileFlags.h"
+#include "Foundation/FileHandle.h"
+#include "Foundation/Identity.h"
+#include "Foundation/Log.h"
+#include "Foundation/PathUtilities.h"
+#include "Foundation/SecureRemoval.h"
+
+#include <cerrno>
+#include <utility>
+#include <vector>
+
+namespace kw {
+namespace {
+
+constexpr std::uint32_t unlockMask = NS::UF_IMMUTABLE_FLAG | NS::SF_IMMUTABLE_FLAG;
+
+void logLockedItem(const std::string &path, int errnum) {
+  NS::Log("Failed to unset immutable flag for %@ with error: %d", path, errnum);
+}
+
+void unlockItem(const std::string &path) {
+  NS::FileFlags &flags = NS::FileFlags::shared();
+  NS::FileStatus status;
+  if (flags.status(path, status) != 0 || (status.flags & unlockMask) == 0)
+    return;
+  if (flags.change(path, status.flags & ~unlockMask) == -1)
+    logLockedItem(path, errno);
+}
+
+// A folder of the walk and those of its children that were not visited yet.
+struct PendingFolder {
+  std::string path;
+  std::vector<std::string> names;
+  std::size_t next = 0;
+};
+
+// The children to visit beneath an item: none below a file or a link.
+PendingFolder childrenOf(const std::string &path) {
+  auto names = NS::FileManager::defaultManager().contentsOfDirectoryAtPath(path, nullptr);
+  auto isLink = NS::getResourceValue(NS::URL::fileURLWithPath(path),
+                                     NS::URLResourceKey::IsSymbolicLink, nullptr);
+  PendingFolder folder{path, {}, 0};
+  if (names && isLink != NS::URLResourceValue(true))
+    folder.names = std::move(*names);
+  return folder;
+}
+
+// Path by path, for hosts without a walk of their own. A stack of our own
+// serves in place of recursion: folders nest deeper than any thread's stack.
+void unlockBeneathByPaths(const std::string &path) {
+  std::vector<PendingFolder> pending;
+  pending.push_back(childrenOf(path));
+  while (!pending.empty()) {
+    PendingFolder &folder = pending.back();
+    if (folder.next == folder.names.size()) {
+      pending.pop_back();
+      continue;
+    }
+    std::string child =
+        NS::stringByAppendingPathComponent(folder.path, folder.names[folder.next++]);
+    unlockItem(child);
+    pending.push_back(childrenOf(child));
+  }
+}
+
+bool isError(const std::optional<NS::Error> &error, NS::CocoaErrorCode code) {
+  return error && error->code() == code;
+}
+
+NS::Error secureRemovalError(int result) {
+  std::string text = NS::Bundle::mainBundle().localizedStringForKey(
+      "ErrorDescRemoving_GenericError", "", "Errors");
+  return NS::Error(kSecureRemoveErrorDomain, result,
+                   {{std::string(NS::LocalizedDescriptionKey), std::move(text)}});
+}
+
+bool isDirectoryAtPath(NS::FileManager &manager, const std::string &path) {
+  bool isDirectory = false;
+  return manager.fileExistsAtPath(path, isDirectory) && isDirectory;
+}
+
+// A step of the switch move that failed: says which in the log and hands the
+// error out.
+bool failStep(std::string_view format, const std::optional<NS::Error> &failure,
+              NS::ErrorSlot error) {
+  NS::Log(format, failure);
+  if (failure)
+    NS::storeError(error, *failure);
+  return false;
+}
+
+} // namespace
+
+void tryToUnlockFileIfNeeded(NS::FileManager &, const std::string &path, bool recursively) {
+  unlockItem(path);
+  if (!recursively)
+    return;
+  if (!NS::FileFlags::shared().clearBeneath(path, unlockMask, logLockedItem))
+    unlockBeneathByPaths(path);
+}
+
+bool removeFileAtPath(NS::FileManager &manager, const std::string &path, NS::ErrorSlot error) {
+  std::optional<NS::Error> failure;
+  if (manager.removeItemAtPath(path, &failure) || isError(failure, NS::FileNoSuchFileError))
+    return true;
+  // A refusal for want of permission is what locked items give.
+  if (!isError(failure, NS::FileWriteNoPermissionError))
+    NS::Log("An error occured while removing file at path (%@): %@", path, failure);
+  tryToUnlockFileIfNeeded(manager, NS::stringByDeletingLastPathComponent(path), false);
+  tryToUnlockFileIfNeeded(manager, path, true);
+  // The one slot serves both attempts: callers learn of the first failure even
+  // when the second attempt succeeds.
+  bool removed = manager.removeItemAtPath(path, &failure);
+  if (failure)
+    NS::storeError(error, *failure);
+  return removed;
+}
+
+bool securelyRemoveFileAtPath(NS::FileManager &manager, const std::optional<std::string> &path,
+                              NS::ErrorSlot error) {
+  if (!path) {
+    NS::Log("Missing path. Treat as an error.");
+    return false;
+  }
+  tryToUnlockFileIfNeeded(manager, *path, false);
+  int result = NS::SecureRemoval::shared().removefile(*path, NS::REMOVEFILE_RECURSIVE_FLAG |
+                                                                 NS::REMOVEFILE_SECURE_1_PASS_FLAG);
+  if (result == 0)
+    return true;
+  if (error)
+    *error = secureRemovalError(result);
+  return false;
+}
+
+bool truncateFileAtPath(NS::FileManager &manager, const std::string &path) {
+  bool isDirectory = false;
+  if (!manager.fileExistsAtPath(path, isDirectory) || isDirectory)
+    return false;
+  try {
+    auto handle = NS::FileHandle::fileHandleForUpdatingAtPath(path);
+    if (!handle)
+      return false;
+    handle->truncateFileAtOffset(0);
+    handle->closeFile();
+    return true;
+  } catch (const NS::Exception &exception) {
+    NS::Log("Failed to truncate file with exception: %@", exception);
+    return false;
+  }
+}
+
+bool removeContentsOfDirectoryAtPath(NS::FileManager &manager, const std::string &path) {
+  std::optional<NS::Error> failure;
+  auto children = manager.contentsOfDirectoryAtURL(NS::URL::fileURLWithPath(path),
+                                                   NS::DirectoryEnumerationNone, &failure);
+  if (!children) {
+    NS::Log("Error: failed to get contents of directory %@ with error %@", path, failure);
+    return false;
+  }
+  bool removedAll = true;
+  for (const NS::URL &child : *children)
+    removedAll = removeFileAtPath(manager, child.path(), nullptr) && removedAll;
+  return removedAll;
+}
+
+bool advancedMoveItemAtPath(NS::FileManager &manager, const std::string &srcPath,
+                            const std::optional<std::string> &dstPath, NS::ErrorSlot error) {
+  std::string srcParent = NS::stringByDeletingLastPathComponent(srcPath);
+  if (dstPath && srcParent == *dstPath) {
+    NS::Log("Make no sense to move to the same folder. Treat as success.");
+    return true;
+  }
+  std::string dstParent = dstPath ? NS::stringByDeletingLastPathComponent(*dstPath) : "";
+  for (const std::string &path : {srcParent, srcPath, dstParent})
+    tryToUnlockFileIfNeeded(manager, path, false);
+
+  NS::URL srcURL = NS::URL::fileURLWithPath(srcPath);
+  if (dstParent.empty())
+    return manager.trashItemAtURL(srcURL, error);
+  NS::URL dstParentURL = NS::URL::fileURLWithPath(dstParent);
+  NS::URL dstURL = NS::URL::fileURLWithPath(*dstPath, true);
+  if (!dstParentURL.checkResourceIsReachable(nullptr) &&
+      !manager.createDirectoryAtURL(dstParentURL, true, error))
+    return false;
+  return manager.moveItemAtURL(srcURL, dstURL, error);
+}
+
+bool moveItemAtPath(NS::FileManager &, const std::string &srcPath, const std::string &dstPath,
+                    bool createDstIntermediatePath, bool removeDstPath, NS::ErrorSlot error) {
+  NS::FileManager &manager = NS::FileManager::defaultManager();
+  std::optional<NS::Error> failure;
+  if (createDstIntermediatePath) {
+    std::string dstParent = NS::stringByDeletingLastPathComponent(dstPath);
+    if (!isDirectoryAtPath(manager, dstParent))
+      static_cast<void>(manager.createDirectoryAtPath(dstParent, true, &failure));
+    // The slot decides, not what the call returned.
+    if (failure)
+      return failStep("Creating directory: %@", failure, error);
+  }
+  if (removeDstPath && manager.fileExistsAtPath(dstPath)) {
+    static_cast<void>(manager.removeItemAtPath(dstPath, &failure));
+    if (failure)
+      return failStep("Removing file: %@", failure, error);
+  }
+  if (manager.moveItemAtPath(srcPath, dstPath, &failure) && !failure)
+    return true;
+  return failStep("Moving file: %@", failure, error);
+}
+
+} // namespace kw

@@ -1,0 +1,139 @@
+// Deep walks that hand out what they meet. The folder given last is entered
+// only when the next item is asked for, so that skipping costs nothing.
+#include "Foundation/Linux/FolderStack.h"
+#include "Foundation/Linux/TreeOperations.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace NS {
+namespace {
+
+class TreeCursor {
+public:
+  TreeCursor(const std::string &root, DirectoryEnumerationOptions options) : options_(options) {
+    if (root.find('\0') != std::string::npos)
+      return;
+    // The root's own links are followed, nothing beneath it.
+    Descriptor folder(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+    if (folder)
+      static_cast<void>(stack_.openRoot(std::move(folder)));
+  }
+
+  bool next() {
+    descend();
+    while (!stack_.empty()) {
+      int error = 0;
+      const FolderEntry *entry = stack_.next(error);
+      if (!entry) {
+        if (!leave())
+          break;
+      } else if (!isHidden(entry->name)) {
+        take(*entry);
+        return true;
+      }
+    }
+    return false;
+  }
+
+  const std::string &path() const { return path_; }
+  bool isDirectory() const { return isDirectory_; }
+  std::uint64_t level() const { return level_; }
+  void skipDescendants() { mayDescend_ = false; }
+
+private:
+  bool isHidden(const char *name) const {
+    return (options_ & DirectoryEnumerationSkipsHiddenFiles) != 0 && name[0] == '.';
+  }
+
+  void take(const FolderEntry &entry) {
+    name_ = entry.name;
+    path_ = prefix_ + name_;
+    level_ = stack_.depth();
+    isDirectory_ = entry.type == DT_DIR || (entry.type == DT_UNKNOWN && isFolder(entry.name));
+    mayDescend_ =
+        isDirectory_ && (options_ & DirectoryEnumerationSkipsSubdirectoryDescendants) == 0;
+  }
+
+  bool isFolder(const char *name) const {
+    struct stat status;
+    return ::fstatat(stack_.folder(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISDIR(status.st_mode);
+  }
+
+  void descend() {
+    if (!mayDescend_)
+      return;
+    mayDescend_ = false;
+    if (stack_.enter(name_.c_str()) == 0)
+      prefix_ += name_ + "/";
+  }
+
+  // False when the way back up is lost, which ends the walk.
+  bool leave() {
+    std::size_t length = std::string_view(stack_.folderName()).size();
+    if (stack_.depth() > 1)
+      prefix_.resize(prefix_.size() - length - 1);
+    if (stack_.leave() == 0)
+      return true;
+    stack_ = FolderStack(MountPoints::Enter);
+    return false;
+  }
+
+  DirectoryEnumerationOptions options_;
+  FolderStack stack_{MountPoints::Enter};
+  std::string prefix_; // the lowest folder's path with a slash, empty at the root
+  std::string name_;   // the item given last, as the fields below
+  std::string path_;
+  std::uint64_t level_ = 0;
+  bool isDirectory_ = false;
+  bool mayDescend_ = false;
+};
+
+class RealPathEnumerator final : public PathEnumerator {
+public:
+  explicit RealPathEnumerator(const std::string &path) : cursor_(path, DirectoryEnumerationNone) {}
+
+  std::optional<std::string> nextObject() override {
+    if (!cursor_.next())
+      return {};
+    return cursor_.path();
+  }
+  std::uint64_t level() const override { return cursor_.level(); }
+  void skipDescendants() override { cursor_.skipDescendants(); }
+
+private:
+  TreeCursor cursor_;
+};
+
+class RealURLEnumerator final : public URLEnumerator {
+public:
+  RealURLEnumerator(const URL &url, DirectoryEnumerationOptions options)
+      : prefix_(url.path() == "/" ? "/" : url.path() + "/"), cursor_(url.path(), options) {}
+
+  std::optional<URL> nextObject() override {
+    if (!cursor_.next())
+      return {};
+    return URL::fileURLWithPath(prefix_ + cursor_.path(), cursor_.isDirectory());
+  }
+  std::uint64_t level() const override { return cursor_.level(); }
+  void skipDescendants() override { cursor_.skipDescendants(); }
+
+private:
+  std::string prefix_;
+  TreeCursor cursor_;
+};
+
+} // namespace
+
+std::unique_ptr<PathEnumerator> openPathEnumerator(const std::string &path) {
+  return std::make_unique<RealPathEnumerator>(path);
+}
+
+std::unique_ptr<URLEnumerator> openURLEnumerator(const URL &url,
+                                                 DirectoryEnumerationOptions options) {
+  return std::make_unique<RealURLEnumerator>(url, options);
+}
+
+} // namespace NS

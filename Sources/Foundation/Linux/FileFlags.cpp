@@ -1,0 +1,172 @@
+// The BSD flags that Linux volumes know, read through statx and written
+// through the inode flags. The owner's and the system's kind are one here:
+// either request sets it, and the system's is reported.
+#include "Foundation/FileFlags.h"
+
+#include "Foundation/Linux/FolderStack.h"
+#include "Foundation/Linux/ItemLocation.h"
+#include "Foundation/POSIX/Descriptor.h"
+#include "Foundation/SharedInstance.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+
+namespace NS {
+namespace {
+
+constexpr unsigned statusMask = STATX_BASIC_STATS | STATX_BTIME;
+
+std::uint32_t flagsOf(const struct statx &status) {
+  std::uint32_t flags = 0;
+  if (status.stx_attributes & STATX_ATTR_IMMUTABLE)
+    flags |= SF_IMMUTABLE_FLAG;
+  if (status.stx_attributes & STATX_ATTR_APPEND)
+    flags |= SF_APPEND_FLAG;
+  return flags;
+}
+
+int inodeFlagsWith(int inodeFlags, std::uint32_t flags) {
+  inodeFlags &= ~(FS_IMMUTABLE_FL | FS_APPEND_FL);
+  if (flags & (UF_IMMUTABLE_FLAG | SF_IMMUTABLE_FLAG))
+    inodeFlags |= FS_IMMUTABLE_FL;
+  if (flags & (UF_APPEND_FLAG | SF_APPEND_FLAG))
+    inodeFlags |= FS_APPEND_FL;
+  return inodeFlags;
+}
+
+// Changes an item through a handle that stands for it without having opened
+// it: only what is known to be a file or a folder is opened, so that no FIFO
+// is waited for and no device wakes up. An errno value, 0 for success.
+int changeFlags(int handle, std::uint32_t flags) {
+  struct stat status;
+  if (::fstat(handle, &status) != 0)
+    return errno;
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
+    return EOPNOTSUPP;
+  std::string link = "/proc/self/fd/" + std::to_string(handle);
+  Descriptor item(::open(link.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!item)
+    return errno;
+  int inodeFlags = 0;
+  if (::ioctl(item.get(), FS_IOC_GETFLAGS, &inodeFlags) != 0)
+    return errno == ENOTTY ? EOPNOTSUPP : errno;
+  int wanted = inodeFlagsWith(inodeFlags, flags);
+  if (wanted == inodeFlags)
+    return 0;
+  return ::ioctl(item.get(), FS_IOC_SETFLAGS, &wanted) == 0 ? 0 : errno;
+}
+
+// Relative to a folder; follows a final link unless told otherwise.
+int changeFlags(int folder, const char *name, int nofollow, std::uint32_t flags) {
+  Descriptor handle(::openat(folder, name, O_PATH | O_CLOEXEC | nofollow));
+  return handle ? changeFlags(handle.get(), flags) : errno;
+}
+
+// One walk that clears flags on its way down.
+class Unlocker {
+public:
+  Unlocker(const std::string &path, std::uint32_t mask, const FileFlags::FailureHandler &failed)
+      : path_(path), mask_(mask), failed_(failed) {}
+
+  // What cannot be entered or read any more is passed over; only when the way
+  // back up is lost does the walk end early.
+  void run() {
+    ItemLocation location;
+    if (locateItem(path_, location) != 0 ||
+        stack_.openRoot(location.parent.get(), location.name.c_str()) != 0)
+      return;
+    while (!stack_.empty()) {
+      int error = 0;
+      if (const FolderEntry *entry = stack_.next(error)) {
+        if (unlock(entry->name))
+          static_cast<void>(stack_.enter(entry->name));
+      } else if (stack_.leave() != 0) {
+        return;
+      }
+    }
+  }
+
+private:
+  // Whether the item is a folder to descend into.
+  bool unlock(const char *name) {
+    struct statx status;
+    int folder = stack_.folder();
+    if (::statx(folder, name, AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) != 0)
+      return false;
+    bool isLink = S_ISLNK(status.stx_mode);
+    if (isLink && ::statx(folder, name, 0, STATX_TYPE, &status) != 0)
+      return false;
+    if (std::uint32_t flags = flagsOf(status); flags & mask_) {
+      int error = changeFlags(folder, name, isLink ? 0 : O_NOFOLLOW, flags & ~mask_);
+      if (error != 0)
+        failed_(pathOf(name), error);
+    }
+    return !isLink && S_ISDIR(status.stx_mode);
+  }
+
+  std::string pathOf(const std::string &name) const {
+    std::string below = stack_.pathBelowRoot();
+    return path_ + "/" + (below.empty() ? name : below + "/" + name);
+  }
+
+  const std::string &path_;
+  std::uint32_t mask_;
+  const FileFlags::FailureHandler &failed_;
+  FolderStack stack_{MountPoints::Refuse};
+};
+
+class RealFileFlags final : public FileFlags {
+public:
+  int status(const std::string &path, FileStatus &result) override {
+    if (path.find('\0') != std::string::npos)
+      return fail(EINVAL);
+    struct statx status;
+    if (::statx(AT_FDCWD, path.c_str(), 0, statusMask, &status) != 0)
+      return -1;
+    result.flags = flagsOf(status);
+    result.birthTime = (status.stx_mask & STATX_BTIME) ? status.stx_btime.tv_sec : 0;
+    result.modificationTime = status.stx_mtime.tv_sec;
+    result.accessTime = status.stx_atime.tv_sec;
+    return 0;
+  }
+
+  int change(const std::string &path, std::uint32_t flags) override {
+    if (path.find('\0') != std::string::npos)
+      return fail(EINVAL);
+    int error = changeFlags(AT_FDCWD, path.c_str(), 0, flags);
+    return error == 0 ? 0 : fail(error);
+  }
+
+  bool clearBeneath(const std::string &path, std::uint32_t mask,
+                    const FailureHandler &failed) override {
+    Unlocker(path, mask, failed).run();
+    return true;
+  }
+
+private:
+  static int fail(int error) {
+    errno = error;
+    return -1;
+  }
+};
+
+SharedInstance<FileFlags> &instance() {
+  static RealFileFlags real;
+  static SharedInstance<FileFlags> shared(real);
+  return shared;
+}
+
+} // namespace
+
+FileFlags &FileFlags::shared() {
+  return instance().get();
+}
+
+FileFlags *FileFlags::exchangeShared(FileFlags *replacement) {
+  return instance().exchange(replacement);
+}
+
+} // namespace NS

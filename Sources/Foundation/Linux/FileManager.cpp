@@ -1,0 +1,273 @@
+// The shared file manager: single items are dealt with here, whole
+// trees by the operations of TreeOperations.h.
+#include "Foundation/FileManager.h"
+
+#include "Foundation/Linux/TreeOperations.h"
+#include "Foundation/SharedInstance.h"
+
+#include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace NS {
+namespace {
+
+// No call of the system may see a path cut short at a NUL byte.
+bool isCutShort(const std::string &path) {
+  if (path.find('\0') == std::string::npos)
+    return false;
+  errno = EINVAL;
+  return true;
+}
+
+bool statusOf(const std::string &path, struct stat &status) {
+  return !isCutShort(path) && ::stat(path.c_str(), &status) == 0;
+}
+
+bool mayAccess(const std::string &path, int mode) {
+  return !isCutShort(path) && ::faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
+}
+
+FileType fileType(mode_t mode) {
+  switch (mode & S_IFMT) {
+  case S_IFREG:
+    return FileType::Regular;
+  case S_IFDIR:
+    return FileType::Directory;
+  case S_IFLNK:
+    return FileType::SymbolicLink;
+  case S_IFSOCK:
+    return FileType::Socket;
+  case S_IFCHR:
+    return FileType::CharacterSpecial;
+  case S_IFBLK:
+    return FileType::BlockSpecial;
+  default:
+    return FileType::Unknown;
+  }
+}
+
+FileAttributes attributesFrom(const struct stat &status) {
+  FileAttributes attributes;
+  attributes.type = fileType(status.st_mode);
+  attributes.size = static_cast<std::uint64_t>(status.st_size);
+  attributes.posixPermissions = status.st_mode & 07777;
+  attributes.ownerAccountID = status.st_uid;
+  attributes.groupOwnerAccountID = status.st_gid;
+  attributes.referenceCount = status.st_nlink;
+  attributes.modificationTime = status.st_mtime;
+  return attributes;
+}
+
+bool fail(int errnum, const std::string &path, FileAccess access, ErrorSlot error) {
+  storeError(error, fileError(errnum, path, access));
+  return false;
+}
+
+bool succeed(const TreeResult &result, ErrorSlot error) {
+  return !result || fail(result->errnum, result->path, result->access, error);
+}
+
+// An open folder being read. Raw errno semantics: nothing and 0 at the end.
+class FolderListing {
+public:
+  explicit FolderListing(const std::string &path)
+      : folder_(isCutShort(path) ? nullptr : ::opendir(path.c_str())) {}
+  ~FolderListing() {
+    if (folder_)
+      ::closedir(folder_);
+  }
+  FolderListing(const FolderListing &) = delete;
+  FolderListing &operator=(const FolderListing &) = delete;
+
+  bool isOpen() const { return folder_ != nullptr; }
+
+  const dirent *next() {
+    for (;;) {
+      errno = 0;
+      const dirent *entry = ::readdir(folder_);
+      std::string_view name = entry ? entry->d_name : "";
+      if (name != "." && name != "..")
+        return entry;
+    }
+  }
+
+  bool isFolder(const dirent &entry) const {
+    if (entry.d_type != DT_UNKNOWN)
+      return entry.d_type == DT_DIR;
+    struct stat status;
+    return ::fstatat(::dirfd(folder_), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISDIR(status.st_mode);
+  }
+
+private:
+  DIR *folder_;
+};
+
+// Calls the handler with each entry. On failure what was listed is void.
+template <typename Handler>
+bool listFolder(const std::string &path, ErrorSlot error, const Handler &handler) {
+  FolderListing listing(path);
+  if (!listing.isOpen())
+    return fail(errno, path, FileAccess::Reading, error);
+  while (const dirent *entry = listing.next())
+    handler(*entry, listing);
+  return errno == 0 || fail(errno, path, FileAccess::Reading, error);
+}
+
+bool makeFolder(const std::string &path) {
+  if (::mkdir(path.c_str(), 0777) == 0)
+    return true;
+  int error = errno;
+  struct stat status;
+  if (::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
+    return true;
+  errno = error;
+  return false;
+}
+
+// Every folder on the way, from the top. Other makers at the same time do no harm.
+bool makeFolders(const std::string &path) {
+  for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
+       slash = path.find('/', slash + 1))
+    if (path[slash - 1] != '/' && !makeFolder(path.substr(0, slash)))
+      return false;
+  return makeFolder(path);
+}
+
+class RealFileManager final : public FileManager {
+public:
+  bool fileExistsAtPath(const std::string &path) override {
+    struct stat status;
+    return statusOf(path, status);
+  }
+
+  bool fileExistsAtPath(const std::string &path, bool &isDirectory) override {
+    struct stat status;
+    bool exists = statusOf(path, status);
+    isDirectory = exists && S_ISDIR(status.st_mode);
+    return exists;
+  }
+
+  bool isReadableFileAtPath(const std::string &path) override { return mayAccess(path, R_OK); }
+  bool isExecutableFileAtPath(const std::string &path) override { return mayAccess(path, X_OK); }
+
+  std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(const std::string &path,
+                                                                    ErrorSlot error) override {
+    std::vector<std::string> names;
+    auto keepName = [&](const dirent &entry, const FolderListing &) {
+      names.emplace_back(entry.d_name);
+    };
+    if (!listFolder(path, error, keepName))
+      return {};
+    return names;
+  }
+
+  std::optional<std::vector<URL>> contentsOfDirectoryAtURL(const URL &url,
+                                                           DirectoryEnumerationOptions options,
+                                                           ErrorSlot error) override {
+    std::vector<URL> children;
+    std::string prefix = url.path() == "/" ? "/" : url.path() + "/";
+    bool skipsHidden = (options & DirectoryEnumerationSkipsHiddenFiles) != 0;
+    auto keepURL = [&](const dirent &entry, const FolderListing &listing) {
+      if (!skipsHidden || entry.d_name[0] != '.')
+        children.push_back(URL::fileURLWithPath(prefix + entry.d_name, listing.isFolder(entry)));
+    };
+    if (!listFolder(url.path(), error, keepURL))
+      return {};
+    return children;
+  }
+
+  std::unique_ptr<PathEnumerator> enumeratorAtPath(const std::string &path) override {
+    return openPathEnumerator(path);
+  }
+
+  std::unique_ptr<URLEnumerator> enumeratorAtURL(const URL &url,
+                                                 DirectoryEnumerationOptions options) override {
+    return openURLEnumerator(url, options);
+  }
+
+  std::optional<FileAttributes> attributesOfItemAtPath(const std::string &path,
+                                                       ErrorSlot error) override {
+    struct stat status;
+    if (!isCutShort(path) && ::lstat(path.c_str(), &status) == 0)
+      return attributesFrom(status);
+    fail(errno, path, FileAccess::Reading, error);
+    return {};
+  }
+
+  std::optional<std::string> destinationOfSymbolicLinkAtPath(const std::string &path,
+                                                             ErrorSlot error) override {
+    std::string target(256, '\0');
+    while (!isCutShort(path)) {
+      ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+      if (length < 0)
+        break;
+      if (static_cast<std::size_t>(length) < target.size()) {
+        target.resize(static_cast<std::size_t>(length));
+        return target;
+      }
+      target.resize(target.size() * 2);
+    }
+    fail(errno, path, FileAccess::Reading, error);
+    return {};
+  }
+
+  bool removeItemAtPath(const std::string &path, ErrorSlot error) override {
+    return succeed(removeTree(path), error);
+  }
+  bool removeItemAtURL(const URL &url, ErrorSlot error) override {
+    return removeItemAtPath(url.path(), error);
+  }
+
+  bool moveItemAtPath(const std::string &srcPath, const std::string &dstPath,
+                      ErrorSlot error) override {
+    return succeed(moveTree(srcPath, dstPath), error);
+  }
+  bool moveItemAtURL(const URL &srcURL, const URL &dstURL, ErrorSlot error) override {
+    return moveItemAtPath(srcURL.path(), dstURL.path(), error);
+  }
+  bool copyItemAtPath(const std::string &srcPath, const std::string &dstPath,
+                      ErrorSlot error) override {
+    return succeed(copyTree(srcPath, dstPath), error);
+  }
+
+  bool createDirectoryAtPath(const std::string &path, bool withIntermediateDirectories,
+                             ErrorSlot error) override {
+    bool made =
+        !isCutShort(path) &&
+        (withIntermediateDirectories ? makeFolders(path) : ::mkdir(path.c_str(), 0777) == 0);
+    return made || fail(errno, path, FileAccess::Writing, error);
+  }
+  bool createDirectoryAtURL(const URL &url, bool withIntermediateDirectories,
+                            ErrorSlot error) override {
+    return createDirectoryAtPath(url.path(), withIntermediateDirectories, error);
+  }
+
+  bool trashItemAtURL(const URL &url, ErrorSlot error) override {
+    std::optional<Error> failure = moveToTrash(url.path());
+    if (failure)
+      storeError(error, *failure);
+    return !failure;
+  }
+};
+
+SharedInstance<FileManager> &instance() {
+  static RealFileManager real;
+  static SharedInstance<FileManager> shared(real);
+  return shared;
+}
+
+} // namespace
+
+FileManager &FileManager::defaultManager() {
+  return instance().get();
+}
+
+FileManager *FileManager::exchangeShared(FileManager *replacement) {
+  return instance().exchange(replacement);
+}
+
+} // namespace NS

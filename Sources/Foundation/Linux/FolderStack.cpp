@@ -1,0 +1,187 @@
+// Opening, reading and leaving folders relative to one another.
+#include "Foundation/Linux/FolderStack.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace NS {
+namespace {
+
+constexpr int openFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+
+bool isDotOrDotDot(const char *name) {
+  return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+} // namespace
+
+int FolderStack::identify(int folder, Identity &identity) {
+  struct statx status;
+  if (::statx(folder, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_INO | STATX_MNT_ID, &status) !=
+      0)
+    return errno;
+  identity.device = (static_cast<std::uint64_t>(status.stx_dev_major) << 32) | status.stx_dev_minor;
+  identity.inode = status.stx_ino;
+  bool numbered = (status.stx_mask & STATX_MNT_ID) != 0;
+  identity.mount = numbered ? status.stx_mnt_id : identity.device;
+  return 0;
+}
+
+int FolderStack::openRoot(int parent, const char *name) {
+  Descriptor folder(::openat(parent, name, openFlags));
+  if (!folder)
+    return errno;
+  Identity above, identity;
+  if (int error = identify(parent, above))
+    return error;
+  if (int error = identify(folder.get(), identity))
+    return error;
+  if (mountPoints_ == MountPoints::Refuse && above.mount != identity.mount)
+    return EBUSY;
+  return push(std::move(folder), identity, name);
+}
+
+int FolderStack::openRoot(Descriptor folder) {
+  Identity identity;
+  if (int error = identify(folder.get(), identity))
+    return error;
+  return push(std::move(folder), identity, "");
+}
+
+int FolderStack::enter(const char *name) {
+  const Frame &above = frames_.back();
+  Descriptor folder(::openat(above.descriptor.get(), name, openFlags));
+  if (!folder)
+    return errno;
+  Identity identity;
+  if (int error = identify(folder.get(), identity))
+    return error;
+  if (int error = checkMount(above.identity, identity))
+    return error;
+  return push(std::move(folder), identity, name);
+}
+
+// A folder has one parent, so only a mount can lead back to a folder that the
+// walk is in; the search upwards is spared everywhere else.
+int FolderStack::checkMount(const Identity &above, const Identity &folder) const {
+  if (above.mount == folder.mount)
+    return 0;
+  if (mountPoints_ == MountPoints::Refuse)
+    return EBUSY;
+  bool within = std::any_of(frames_.begin(), frames_.end(), [&](const Frame &frame) {
+    return frame.identity.device == folder.device && frame.identity.inode == folder.inode;
+  });
+  return within ? EDEADLK : 0;
+}
+
+int FolderStack::push(Descriptor folder, const Identity &identity, const char *name) {
+  Frame frame;
+  frame.identity = identity;
+  frame.name = names_.size();
+  frame.descriptor = std::move(folder);
+  // The name may stand in the buffer that is given up below.
+  names_.append(name, std::strlen(name) + 1);
+  frames_.push_back(std::move(frame));
+  if (frames_.size() - lowestOpen_ > window)
+    closeUpper(frames_[lowestOpen_++]);
+  return 0;
+}
+
+void FolderStack::closeUpper(Frame &frame) {
+  frame.descriptor.reset();
+  recycle(frame);
+}
+
+void FolderStack::recycle(Frame &frame) {
+  if (frame.buffer)
+    spareBuffers_.push_back(std::move(frame.buffer));
+  frame.position = frame.filled = 0;
+}
+
+int FolderStack::fill(Frame &frame) {
+  if (!frame.buffer) {
+    if (spareBuffers_.empty()) {
+      frame.buffer = std::make_unique_for_overwrite<Buffer>();
+    } else {
+      frame.buffer = std::move(spareBuffers_.back());
+      spareBuffers_.pop_back();
+    }
+  }
+  ssize_t count = ::getdents64(frame.descriptor.get(), frame.buffer->bytes.data(), bufferSize);
+  // A folder that was removed meanwhile holds nothing any more.
+  if (count < 0 && errno != ENOENT)
+    return errno;
+  frame.position = 0;
+  frame.filled = count < 0 ? 0 : static_cast<std::uint32_t>(count);
+  return 0;
+}
+
+const FolderEntry *FolderStack::next(int &error) {
+  error = 0;
+  Frame &frame = frames_.back();
+  for (;;) {
+    if (frame.position >= frame.filled) {
+      error = fill(frame);
+      if (error != 0 || frame.filled == 0)
+        return nullptr;
+    }
+    const auto *record =
+        reinterpret_cast<const dirent64 *>(frame.buffer->bytes.data() + frame.position);
+    frame.position += record->d_reclen;
+    frame.offset = record->d_off;
+    if (isDotOrDotDot(record->d_name))
+      continue;
+    entry_ = {record->d_name, record->d_ino, record->d_type};
+    return &entry_;
+  }
+}
+
+int FolderStack::rewind() {
+  Frame &frame = frames_.back();
+  frame.position = frame.filled = 0;
+  frame.offset = 0;
+  return ::lseek(frame.descriptor.get(), 0, SEEK_SET) < 0 ? errno : 0;
+}
+
+int FolderStack::leave() {
+  Descriptor below = std::move(frames_.back().descriptor);
+  recycle(frames_.back());
+  names_.resize(frames_.back().name);
+  frames_.pop_back();
+  if (frames_.empty() || frames_.back().descriptor)
+    return 0;
+  return reopenThrough(below);
+}
+
+int FolderStack::reopenThrough(const Descriptor &below) {
+  Frame &frame = frames_.back();
+  Descriptor folder(::openat(below.get(), "..", openFlags));
+  if (!folder)
+    return errno;
+  Identity identity;
+  if (int error = identify(folder.get(), identity))
+    return error;
+  if (identity != frame.identity)
+    return ESTALE;
+  if (frame.offset != 0 && ::lseek(folder.get(), frame.offset, SEEK_SET) < 0)
+    return errno;
+  frame.descriptor = std::move(folder);
+  lowestOpen_ = frames_.size() - 1;
+  return 0;
+}
+
+std::string FolderStack::pathBelowRoot() const {
+  std::string path;
+  for (std::size_t index = 1; index < frames_.size(); ++index) {
+    if (index > 1)
+      path += '/';
+    path += names_.c_str() + frames_[index].name;
+  }
+  return path;
+}
+
+} // namespace NS

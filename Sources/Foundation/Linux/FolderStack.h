@@ -1,0 +1,108 @@
+// The chain of folders from the root of a walk down to where it stands, by
+// descriptors alone: no path is ever looked up, so a folder swapped for a link
+// cannot lead the walk elsewhere and no depth is too deep. For bodies of the
+// seam only.
+//
+// Only the lowest few folders are kept open. An upper one is opened again
+// through ".." when the walk comes back to it, and the walk ends when that is
+// no longer the folder it came down through. Memory is one small record and
+// the name of each folder of the chain, whatever the folders hold.
+//
+// Not thread-safe. Errors are errno values, 0 for none.
+#pragma once
+
+#include "Foundation/POSIX/Descriptor.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace NS {
+
+// Whether a walk goes on where another volume (or another view of the same
+// one) is mounted.
+enum class MountPoints { Refuse, Enter };
+
+struct FolderEntry {
+  const char *name = nullptr; // valid until the stack next moves or reads
+  std::uint64_t inode = 0;
+  unsigned char type = 0; // DT_*, DT_UNKNOWN where the volume does not tell
+};
+
+class FolderStack {
+public:
+  // How many folders are open at most, but for one more while moving.
+  static constexpr std::size_t window = 8;
+
+  explicit FolderStack(MountPoints mountPoints) : mountPoints_(mountPoints) {}
+
+  // Goes into a folder of the given one (at the start) or of the lowest. Never
+  // through a link: ELOOP or ENOTDIR when the name is no folder, EBUSY for a
+  // refused mount point, EDEADLK for a folder that the walk is already in.
+  int openRoot(int parent, const char *name);
+  int enter(const char *name);
+  // Goes in by an open descriptor of the folder; its links were followed.
+  int openRoot(Descriptor folder);
+
+  // Reads on in the lowest folder: null at its end or on failure.
+  const FolderEntry *next(int &error);
+  // Starts reading the lowest folder anew.
+  int rewind();
+
+  // Goes back up. The lowest folder is closed even on failure; ESTALE when the
+  // folder above is no longer the one that the walk came through.
+  int leave();
+
+  bool empty() const { return frames_.empty(); }
+  std::size_t depth() const { return frames_.size(); }
+  // The lowest folder's descriptor and its name in the folder above.
+  int folder() const { return frames_.back().descriptor.get(); }
+  const char *folderName() const { return names_.c_str() + frames_.back().name; }
+  // The names from below the root to the lowest folder, joined by slashes;
+  // empty for the root itself.
+  std::string pathBelowRoot() const;
+  // Where in that path the lowest folder's own entries were last met again.
+  unsigned &revisits() { return frames_.back().revisits; }
+
+private:
+  static constexpr std::size_t bufferSize = 64 * 1024;
+  struct Buffer {
+    alignas(8) std::array<std::byte, bufferSize> bytes;
+  };
+  struct Identity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t mount = 0; // the device where the host does not number mounts
+    friend bool operator==(const Identity &, const Identity &) = default;
+  };
+  struct Frame {
+    Identity identity;
+    std::size_t name = 0;           // where it begins in names_
+    std::int64_t offset = 0;        // the position behind the entry given last
+    Descriptor descriptor;          // closed while the folder is above the window
+    std::unique_ptr<Buffer> buffer; // what was read and not given yet
+    std::uint32_t position = 0;
+    std::uint32_t filled = 0;
+    unsigned revisits = 0;
+  };
+
+  static int identify(int folder, Identity &identity);
+  int push(Descriptor folder, const Identity &identity, const char *name);
+  int checkMount(const Identity &above, const Identity &folder) const;
+  int reopenThrough(const Descriptor &below);
+  int fill(Frame &frame);
+  void closeUpper(Frame &frame);
+  void recycle(Frame &frame);
+
+  MountPoints mountPoints_;
+  std::vector<Frame> frames_;
+  std::string names_;          // NUL-terminated, one after the other
+  std::size_t lowestOpen_ = 0; // frames before this one are closed
+  std::vector<std::unique_ptr<Buffer>> spareBuffers_;
+  FolderEntry entry_;
+};
+
+} // namespace NS

@@ -1,0 +1,22 @@
+// An item addressed by the open folder that holds it and its name there, the
+// way in which every operation on trees begins. For bodies of the seam only.
+#pragma once
+
+#include "Foundation/POSIX/Descriptor.h"
+
+#include <string>
+
+namespace NS {
+
+struct ItemLocation {
+  Descriptor parent; // O_PATH; links of the path's folder part are followed
+  std::string name;  // one component, never "", "." or ".."
+};
+
+// Trailing slashes are ignored, so that "link/" means the link and "file/" the
+// file. 0, or an errno value: ENOENT for an empty path, EINVAL for one that
+// holds a NUL byte or ends in "." or "..", EBUSY for the root, else what
+// opening the folder gave.
+int locateItem(const std::string &path, ItemLocation &location);
+
+} // namespace NS

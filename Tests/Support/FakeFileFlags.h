@@ -1,0 +1,49 @@
+// File flags kept in a table: items are as the test says, and each call is
+// noted. Knows no walk of its own, so that every path is asked for.
+#pragma once
+
+#include "Foundation/FileFlags.h"
+#include "Foundation/SharedInstance.h"
+
+#include <cerrno>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kwtest {
+
+class FakeFileFlags final : public NS::FileFlags {
+public:
+  // Items that are not in the table have no flags; a status of -1 fails.
+  std::map<std::string, std::int64_t> flags;
+  // errno of each change of flags, 0 for success.
+  int changeError = 0;
+  // "stat PATH" and "chflags PATH FLAGS", in order.
+  std::vector<std::string> calls;
+
+  int status(const std::string &path, NS::FileStatus &status) override {
+    calls.push_back("stat " + path);
+    auto found = flags.find(path);
+    if (found != flags.end() && found->second < 0) {
+      errno = ENOENT;
+      return -1;
+    }
+    status.flags = found == flags.end() ? 0 : static_cast<std::uint32_t>(found->second);
+    return 0;
+  }
+
+  int change(const std::string &path, std::uint32_t value) override {
+    calls.push_back("chflags " + path + " " + std::to_string(value));
+    if (changeError != 0) {
+      errno = changeError;
+      return -1;
+    }
+    flags[path] = value;
+    return 0;
+  }
+
+private:
+  NS::ScopedOverride<NS::FileFlags> override_{*this};
+};
+
+} // namespace kwtest

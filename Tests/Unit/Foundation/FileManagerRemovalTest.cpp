@@ -1,0 +1,130 @@
+// Removal of items and trees, plain ones and such as resist it.
+#include "Foundation/FileManager.h"
+
+#include "Support/ForkedChild.h"
+#include "Support/LockedItem.h"
+#include "Support/RandomTree.h"
+#include "Support/ScratchFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sys/resource.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using kwtest::LockedItem;
+using kwtest::ScratchFolder;
+
+bool removeItem(const std::string &path, NS::ErrorSlot error = nullptr) {
+  return NS::FileManager::defaultManager().removeItemAtPath(path, error);
+}
+
+std::string pathIn(const NS::Error &error) {
+  return std::get<std::string>(error.userInfo().find(NS::FilePathErrorKey)->second);
+}
+
+TEST(RemoveItem, removesEveryKindOfItem) {
+  ScratchFolder scratch;
+  std::string root = scratch.path("root");
+  fs::create_directory(root);
+  kwtest::RandomTree tree(root, 1, 500);
+  std::optional<NS::Error> error;
+  EXPECT_TRUE(removeItem(root, &error)) << error->description();
+  EXPECT_TRUE(fs::is_empty(scratch.path()));
+}
+
+TEST(RemoveItem, removesALinkAndNotWhatItPointsTo) {
+  ScratchFolder scratch;
+  fs::create_directory(scratch.path("outside"));
+  scratch.file("outside/file", "kept");
+  fs::create_directory_symlink("outside", scratch.path("link"));
+  EXPECT_TRUE(removeItem(scratch.path("link/")));
+  EXPECT_FALSE(fs::exists(fs::symlink_status(scratch.path("link"))));
+  EXPECT_EQ(scratch.content("outside/file"), "kept");
+}
+
+TEST(RemoveItem, doesNotDescendThroughLinksInsideATree) {
+  ScratchFolder scratch;
+  fs::create_directory(scratch.path("outside"));
+  scratch.file("outside/file", "kept");
+  fs::create_directory(scratch.path("root"));
+  fs::create_directory_symlink("../outside", scratch.path("root/link"));
+  EXPECT_TRUE(removeItem(scratch.path("root")));
+  EXPECT_EQ(scratch.content("outside/file"), "kept");
+}
+
+TEST(RemoveItem, reportsAMissingItemWithItsPath) {
+  ScratchFolder scratch;
+  std::optional<NS::Error> error;
+  EXPECT_FALSE(removeItem(scratch.path("missing"), &error));
+  EXPECT_EQ(error->domain(), NS::CocoaErrorDomain);
+  EXPECT_EQ(error->code(), NS::FileNoSuchFileError);
+  EXPECT_EQ(pathIn(*error), scratch.path("missing"));
+  EXPECT_EQ(error->underlyingError()->code(), ENOENT);
+  EXPECT_FALSE(removeItem(scratch.path("missing/below"), &error));
+  EXPECT_EQ(error->code(), NS::FileNoSuchFileError);
+  EXPECT_FALSE(removeItem("", &error));
+  EXPECT_EQ(error->code(), NS::FileNoSuchFileError);
+}
+
+TEST(RemoveItem, refusesTheRootAndPathsThatEndInDots) {
+  ScratchFolder scratch;
+  scratch.file("file", "kept");
+  fs::create_directory(scratch.path("sub"));
+  for (const std::string &path : {std::string("/"), std::string("///"), std::string("."),
+                                  std::string(".."), scratch.path("."), scratch.path("sub/.."),
+                                  scratch.path("sub/..//"), scratch.path("sub/./")}) {
+    std::optional<NS::Error> error;
+    EXPECT_FALSE(removeItem(path, &error)) << path;
+    ASSERT_TRUE(error) << path;
+    EXPECT_NE(error->code(), NS::FileNoSuchFileError) << path;
+  }
+  EXPECT_EQ(scratch.content("file"), "kept");
+  EXPECT_TRUE(fs::exists(scratch.path("sub")));
+}
+
+TEST(RemoveItem, reportsANameOrAPathThatIsTooLong) {
+  std::string deep;
+  while (deep.size() < 100'000)
+    deep += "/a";
+  for (const std::string &path : {deep, "/" + std::string(100'000, 'a')}) {
+    std::optional<NS::Error> error;
+    EXPECT_FALSE(removeItem(path, &error));
+    EXPECT_EQ(error->code(), NS::FileWriteInvalidFileNameError);
+    EXPECT_EQ(error->underlyingError()->code(), ENAMETOOLONG);
+  }
+}
+
+TEST(RemoveItem, removesTreesDeeperThanAnyPathWithFewDescriptors) {
+  ScratchFolder scratch;
+  std::size_t before = kwtest::openDescriptorCount();
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (kwtest::isRoot() && kwtest::enterMountNamespace())
+                ::mount("none", scratch.path().c_str(), "tmpfs", 0, nullptr);
+              fs::create_directory(scratch.path("root"));
+              kwtest::DeepChain chain(scratch.path("root"), 40'000, "folder");
+              rlimit limit{32, 32};
+              ::setrlimit(RLIMIT_NOFILE, &limit);
+              std::optional<NS::Error> error;
+              return removeItem(scratch.path("root"), &error) ? "" : error->description();
+            }),
+            "");
+  EXPECT_EQ(kwtest::openDescriptorCount(), before);
+}
+
+TEST(RemoveItem, stopsAtTheFirstItemItCannotRemoveAndNamesIt) {
+  ScratchFolder scratch;
+  fs::create_directories(scratch.path("root/sub"));
+  std::string path = scratch.file("root/sub/locked", "kept");
+  LockedItem locked(path);
+  KW_REQUIRE_LOCKED(locked);
+  std::optional<NS::Error> error;
+  EXPECT_FALSE(removeItem(scratch.path("root"), &error));
+  EXPECT_EQ(error->code(), NS::FileWriteNoPermissionError);
+  EXPECT_EQ(pathIn(*error), path);
+  EXPECT_EQ(scratch.content("root/sub/locked"), "kept");
+}
+
+} // namespace
