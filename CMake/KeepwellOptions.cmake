@@ -34,6 +34,10 @@ target_compile_options(kw_options INTERFACE
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2
   -Wimplicit-fallthrough -fstack-protector-strong)
+if(KEEPWELL_LIBFUZZER)
+  # What libFuzzer steers by: which branches of the code under test were taken.
+  target_compile_options(kw_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 if(KEEPWELL_SANITIZE)
   target_compile_options(kw_options INTERFACE
     -fsanitize=${KEEPWELL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)

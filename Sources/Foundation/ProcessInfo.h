@@ -1,6 +1,7 @@
 // What the process knows about itself.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 
@@ -17,5 +18,8 @@ public:
   // A copy of the environment as it is now.
   virtual Environment environment() = 0;
 };
+
+// The real user that runs this process.
+std::uint32_t realUserIdentifier();
 
 } // namespace NS

@@ -2,12 +2,11 @@
 // by number. Containers are read once and shared, leaves are decoded where
 // they are used; everything is charged each time it is used.
 #include "Foundation/POSIX/PropertyListReading.h"
-#include "Foundation/POSIX/UTF8.h"
+#include "Foundation/Unicode.h"
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <cstring>
 
 namespace NS {
 namespace {
@@ -32,20 +31,6 @@ std::uint64_t bigEndian(const char *bytes, std::size_t size) {
   for (std::size_t index = 0; index < size; ++index)
     number = number << 8 | static_cast<unsigned char>(bytes[index]);
   return number;
-}
-
-bool isASCII(std::string_view text) {
-  constexpr std::uint64_t highBits = 0x8080808080808080;
-  std::uint64_t seen = 0;
-  std::size_t index = 0;
-  for (; text.size() - index >= sizeof seen; index += sizeof seen) {
-    std::uint64_t chunk;
-    std::memcpy(&chunk, text.data() + index, sizeof chunk);
-    seen |= chunk;
-  }
-  for (; index < text.size(); ++index)
-    seen |= static_cast<unsigned char>(text[index]);
-  return (seen & highBits) == 0;
 }
 
 class Reader {
@@ -241,7 +226,7 @@ std::optional<std::string> Reader::textFromUTF16(const Object &object) {
         return std::nullopt;
       unit = 0x10000 + ((unit - 0xd800) << 10) + (second - 0xdc00);
     }
-    appendUTF8(text, unit);
+    appendCharacter(text, unit);
   }
   return text;
 }

@@ -1,9 +1,9 @@
 // Reading and replacing whole files.
 #include "Foundation/FileContents.h"
 
-#include "Foundation/POSIX/UTF8.h"
 #include "Foundation/PathUtilities.h"
 #include "Foundation/SharedInstance.h"
+#include "Foundation/Unicode.h"
 
 #include <array>
 #include <cerrno>
@@ -212,7 +212,7 @@ FileContents *FileContents::exchangeShared(FileContents *replacement) {
 std::optional<std::string> FileContents::stringWithContentsOfFile(const std::string &path,
                                                                   ErrorSlot error) {
   auto data = dataWithContentsOfFile(path, error);
-  if (!data || isValidUTF8(*data))
+  if (!data || isWellFormedUTF8(*data))
     return data;
   storeError(error, Error(CocoaErrorDomain, FileReadCorruptFileError,
                           {{std::string(FilePathErrorKey), path}}));

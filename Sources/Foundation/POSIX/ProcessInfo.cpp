@@ -41,4 +41,8 @@ ProcessInfo *ProcessInfo::exchangeShared(ProcessInfo *replacement) {
   return instance().exchange(replacement);
 }
 
+std::uint32_t realUserIdentifier() {
+  return ::getuid();
+}
+
 } // namespace NS

@@ -3,7 +3,7 @@
 // a reader would take it for a line feed.
 #include "Foundation/POSIX/PropertyListReading.h"
 #include "Foundation/POSIX/PropertyListWalk.h"
-#include "Foundation/POSIX/UTF8.h"
+#include "Foundation/Unicode.h"
 
 #include <chrono>
 #include <cmath>
@@ -41,7 +41,7 @@ private:
 
 bool Writer::appendEscaped(std::string_view content) {
   // U+FFFE and U+FFFF are no characters of XML.
-  if (!isValidUTF8(content) || content.find("\xef\xbf\xbe") != std::string_view::npos ||
+  if (!isWellFormedUTF8(content) || content.find("\xef\xbf\xbe") != std::string_view::npos ||
       content.find("\xef\xbf\xbf") != std::string_view::npos)
     return false;
   for (char c : content) {

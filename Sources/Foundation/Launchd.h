@@ -1,0 +1,28 @@
+// Questions to launchd itself, past its command-line tool.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace NS {
+
+// Of launchd's replies this much is told apart.
+enum class LaunchDataType { None, Dictionary, Errno };
+
+class Launchd {
+public:
+  // The request for a job by its label.
+  static constexpr const char *GetJobKey = "GetJob";
+
+  virtual ~Launchd() = default;
+  static Launchd &shared();
+  static Launchd *exchangeShared(Launchd *replacement);
+
+  // Sends a dictionary of one entry and tells what the reply was: None when
+  // none came within that many seconds. Blocks until then; may be called from
+  // any thread. Only the job query is known on every host.
+  virtual LaunchDataType replyToRequest(const std::string &key, const std::string &value,
+                                        std::int64_t timeout) = 0;
+};
+
+} // namespace NS

@@ -1,0 +1,24 @@
+// A desktop entry, as far as it matters who starts by it.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace NS {
+
+struct DesktopEntry {
+  std::optional<std::string> name; // as it stands for no particular language
+  std::optional<std::string> exec; // the command line, still quoted
+};
+
+// Reads the "Desktop Entry" group, of keys given twice the last. Every text
+// reads as some entry; what it does not say is absent.
+DesktopEntry desktopEntryFromText(std::string_view text);
+
+// The arguments of a command line: quotes resolved, field codes dropped.
+// Nothing when a quote does not end.
+std::optional<std::vector<std::string>> argumentsOfExec(std::string_view exec);
+
+} // namespace NS

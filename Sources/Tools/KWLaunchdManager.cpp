@@ -1,0 +1,149 @@
+// Jobs by launchctl's command lines.
+#include "Tools/KWLaunchdManager.h"
+
+#include "Additions/NSObjectAdditions.h"
+#include "Foundation/FileManager.h"
+#include "Foundation/Launchd.h"
+#include "Foundation/Log.h"
+#include "Foundation/PathUtilities.h"
+#include "Foundation/SharedInstance.h"
+#include "Tools/KWTaskRunner.h"
+
+#include <vector>
+
+namespace kw {
+namespace {
+
+constexpr const char *launchctl = "/bin/launchctl";
+constexpr const char *privilegedToolsFolder = "/Library/PrivilegedHelperTools";
+
+bool launchctlSucceeds(const std::vector<std::string> &arguments) {
+  return KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(launchctl, arguments, true) == 0;
+}
+
+// launchctl tells of a failed unload in words alone, not by its status.
+bool unloadingSucceeds(const std::vector<std::string> &arguments) {
+  auto output = KWTaskRunner::shared().launchTaskAndGetOutput(launchctl, arguments, true);
+  if (output)
+    NS::Log("Unloading error: %@", *output);
+  return !output;
+}
+
+// Anything else, joined to a folder, would be the folder itself or lead out of
+// it.
+bool isFileName(const std::string &label) {
+  return !label.empty() && label != "." && label != ".." && label.find('/') == std::string::npos &&
+         label.find('\0') == std::string::npos;
+}
+
+NS::SharedInstance<KWLaunchdManager> &instance() {
+  static KWLaunchdManager real;
+  static NS::SharedInstance<KWLaunchdManager> shared(real);
+  return shared;
+}
+
+} // namespace
+
+KWLaunchdManager &KWLaunchdManager::shared() {
+  return instance().get();
+}
+
+KWLaunchdManager *KWLaunchdManager::exchangeShared(KWLaunchdManager *replacement) {
+  return instance().exchange(replacement);
+}
+
+bool KWLaunchdManager::stopAgentWithLabel(const std::optional<std::string> &label) const {
+  return label && launchctlSucceeds({"stop", *label});
+}
+
+bool KWLaunchdManager::startAgentWithLabel(const std::optional<std::string> &label) const {
+  return label && launchctlSucceeds({"start", *label});
+}
+
+bool KWLaunchdManager::loadLaunchAgentWithConfigPath(const std::optional<std::string> &path) const {
+  if (!path)
+    return false;
+  return isLoadedLaunchAgentWithConfigPath(path) || launchctlSucceeds({"load", "-w", *path});
+}
+
+bool KWLaunchdManager::unloadLaunchAgentWithConfigPath(
+    const std::optional<std::string> &path) const {
+  if (!path || !unloadingSucceeds({"unload", *path}))
+    return false;
+  return removePrivilegedToolWithLabel(
+      NS::stringByDeletingPathExtension(NS::lastPathComponent(*path)));
+}
+
+bool KWLaunchdManager::enableAgentAtPath(const std::optional<std::string> &path) const {
+  if (!path)
+    return false;
+  return isLoadedLaunchAgentWithConfigPath(path) || loadLaunchAgentWithConfigPath(path);
+}
+
+bool KWLaunchdManager::unloadAgentAtPath(const std::optional<std::string> &path) const {
+  return _unloadAgentAtPath(path, false);
+}
+
+bool KWLaunchdManager::disableAgentAtPath(const std::optional<std::string> &path) const {
+  return _unloadAgentAtPath(path, true);
+}
+
+bool KWLaunchdManager::_unloadAgentAtPath(const std::optional<std::string> &path,
+                                          bool shouldDisable) const {
+  if (!path)
+    return false;
+  if (!isLoadedLaunchAgentWithConfigPath(path))
+    return true;
+  std::vector<std::string> arguments{"unload"};
+  if (shouldDisable)
+    arguments.push_back("-w");
+  arguments.push_back(*path);
+  if (!unloadingSucceeds(arguments))
+    return false;
+  // A job may run on after its unload.
+  static_cast<void>(stopAgentWithLabel(jobLabelForLaunchdAgent(path)));
+  return true;
+}
+
+bool KWLaunchdManager::removeAgentAtPath(const std::optional<std::string> &path) const {
+  return path && unloadLaunchAgentWithConfigPath(path) &&
+         NS::FileManager::defaultManager().removeItemAtPath(*path, nullptr);
+}
+
+bool KWLaunchdManager::removePrivilegedToolWithLabel(
+    const std::optional<std::string> &label) const {
+  if (!label)
+    return false;
+  if (!isFileName(*label))
+    return true;
+  NS::FileManager &manager = NS::FileManager::defaultManager();
+  std::string path = NS::stringByAppendingPathComponent(privilegedToolsFolder, *label);
+  if (!manager.fileExistsAtPath(path))
+    return true;
+  std::optional<NS::Error> error;
+  if (manager.removeItemAtPath(path, &error))
+    return true;
+  NS::Log("Removing error: %@ file: %@", error, path);
+  return false;
+}
+
+bool KWLaunchdManager::isLoadedLaunchAgentWithConfigPath(
+    const std::optional<std::string> &path) const {
+  auto label = path ? jobLabelForLaunchdAgent(path) : std::nullopt;
+  if (!label)
+    return false;
+  // The query ends by itself within the same time, so that a launchd that
+  // never answers leaves nothing waiting behind.
+  bool isLoaded = false;
+  KWRunBlockAndWaitWithTimeout(
+      [&](const Block &completion) {
+        isLoaded =
+            NS::Launchd::shared().replyToRequest(NS::Launchd::GetJobKey, *label, jobQueryTimeout) ==
+            NS::LaunchDataType::Dictionary;
+        completion();
+      },
+      jobQueryTimeout);
+  return isLoaded;
+}
+
+} // namespace kw
