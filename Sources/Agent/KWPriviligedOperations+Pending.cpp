@@ -10,7 +10,7 @@
 namespace kw {
 namespace {
 
-constexpr std::array<std::string_view, 24> pendingSelectors{
+constexpr std::array<std::string_view, 16> pendingSelectors{
     "fileExistsAtPath:withReply:",
     "moveItemAtPath:toPath:withReply:",
     "removeItemAtPath:withReply:",
@@ -21,14 +21,6 @@ constexpr std::array<std::string_view, 24> pendingSelectors{
     "removePackageWithID:withReply:",
     "removeKextAtPath:withReply:",
     "slimBinaryWithPath:archs:withReply:",
-    "removeLaunchdAgentAtPath:withReply:",
-    "enableLaunchdAgentAtPath:withReply:",
-    "disableLaunchdAgentAtPath:withReply:",
-    "removeSMLoginItem:withReply:",
-    "startStartupItem:withReply:",
-    "stopStartupItem:withReply:",
-    "removeGlobalLoginItemForAppWithPath:withReply:",
-    "removeLibraryFromLauchdConf:withReply:",
     "removeASLWithReply:",
     "repairPermissionsWithReply:",
     "runPeriodicScript:withReply:",
@@ -77,30 +69,6 @@ void KWPriviligedOperations::removeKextAtPath(const std::string &, KWFlagReply) 
 }
 void KWPriviligedOperations::slimBinaryWithPath(const std::string &,
                                                 const std::vector<std::string> &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::removeLaunchdAgentAtPath(const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::enableLaunchdAgentAtPath(const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::disableLaunchdAgentAtPath(const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::removeSMLoginItem(const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::startStartupItem(const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::stopStartupItem(const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::removeGlobalLoginItemForAppWithPath(const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::removeLibraryFromLauchdConf(const std::string &, KWFlagReply) {
   notBuilt();
 }
 void KWPriviligedOperations::removeASLWithReply(KWFlagReply) {

@@ -1,0 +1,154 @@
+// The handlers of what starts by itself: launchd jobs, startup items, login
+// items, launchd's environment.
+#include "Agent/KWPriviligedOperations.h"
+
+#include "Additions/NSStringAdditions.h"
+#include "Foundation/FileContents.h"
+#include "Foundation/FileManager.h"
+#include "Foundation/Identity.h"
+#include "Foundation/Log.h"
+#include "Foundation/PathUtilities.h"
+#include "Foundation/Process.h"
+#include "Foundation/SharedFileList.h"
+#include "Foundation/StringUtilities.h"
+#include "Tools/KWLaunchdManager.h"
+#include "Tools/KWServiceManagementRemover.h"
+#include "Tools/KWTaskRunner.h"
+
+#include <algorithm>
+
+namespace kw {
+namespace {
+
+constexpr const char *systemStarter = "/sbin/SystemStarter";
+constexpr const char *launchdConfiguration = "/etc/launchd.conf";
+
+void answer(const KWFlagReply &reply, bool success) {
+  if (reply)
+    reply(success, std::nullopt);
+}
+
+// There is no shell to take the quotes off again; the tool sees them.
+void runSystemStarter(const char *verb, const std::string &name) {
+  static_cast<void>(KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(
+      systemStarter, {verb, NS::stringWithFormat("\"%@\"", name)}));
+}
+
+// How the platform compares: canonically equivalent spellings are equal.
+bool comparesEqual(const std::string &left, const std::string &right) {
+  if (left == right)
+    return true;
+  auto found = NS::rangeOfString(left, right);
+  return found && *found == NS::ByteRange{0, left.size()};
+}
+
+// The job stays loaded: launchd forgets it with the next start, and the
+// process that would unload it is its own.
+void removeOwnFiles() {
+  NS::FileManager &manager = NS::FileManager::defaultManager();
+  for (std::string_view path : {kAgentToolPath, kAgentJobPlistPath, kAgentRemovedSocketPath})
+    static_cast<void>(manager.removeItemAtPath(std::string(path), nullptr));
+}
+
+bool isItemOfApp(NS::SharedFileListItem &item, const NS::URL &appURL, const std::string &appPath) {
+  std::optional<NS::URL> url;
+  constexpr auto flags = NS::SharedFileListNoUserInteraction | NS::SharedFileListDoNotMountVolumes;
+  if (item.resolve(flags, url) == 0)
+    return url && comparesEqual(url->path(), appURL.path());
+  auto name = item.displayName();
+  return name && comparesEqual(*name, appPath);
+}
+
+// Without the library in any line, without quotes but in rebuilt lines, and
+// without empty lines.
+std::string configurationWithoutLibrary(const std::string &unquoted, const std::string &library) {
+  std::string result;
+  for (std::size_t start = 0; start <= unquoted.size();) {
+    std::size_t end = std::min(unquoted.find('\n', start), unquoted.size());
+    std::optional<std::string> line = unquoted.substr(start, end - start);
+    if (NS::rangeOfString(*line, "DYLD_INSERT_LIBRARIES"))
+      line = KWLaunchdManager::shared().removeLibrary(library, *line);
+    if (line && !line->empty())
+      result += *line + "\n";
+    start = end + 1;
+  }
+  return result;
+}
+
+// Keeps the content as it was before this edit.
+void backUpConfiguration() {
+  NS::FileManager &manager = NS::FileManager::defaultManager();
+  std::string backup = NS::stringByAppendingPathExtension(launchdConfiguration, "prev");
+  static_cast<void>(manager.removeItemAtPath(backup, nullptr));
+  static_cast<void>(manager.copyItemAtPath(launchdConfiguration, backup, nullptr));
+}
+
+} // namespace
+
+void KWPriviligedOperations::removeLaunchdAgentAtPath(const std::string &plistPath,
+                                                      KWFlagReply reply) {
+  if (plistPath == kAgentJobPlistPath) {
+    removeOwnFiles();
+    NS::Process::shared().exit(0);
+    return;
+  }
+  answer(reply, KWLaunchdManager::shared().removeAgentAtPath(plistPath));
+}
+
+void KWPriviligedOperations::enableLaunchdAgentAtPath(const std::string &plistPath,
+                                                      KWFlagReply reply) {
+  answer(reply, KWLaunchdManager::shared().enableAgentAtPath(plistPath));
+}
+
+void KWPriviligedOperations::disableLaunchdAgentAtPath(const std::string &plistPath,
+                                                       KWFlagReply reply) {
+  answer(reply, KWLaunchdManager::shared().disableAgentAtPath(plistPath));
+}
+
+void KWPriviligedOperations::removeSMLoginItem(const std::string &bundleID, KWFlagReply reply) {
+  answer(reply, KWServiceManagementRemover::shared().removeSMLoginItem(bundleID, nullptr));
+}
+
+// Whatever became of the tool.
+void KWPriviligedOperations::startStartupItem(const std::string &name, KWFlagReply reply) {
+  runSystemStarter("start", name);
+  answer(reply, true);
+}
+
+void KWPriviligedOperations::stopStartupItem(const std::string &name, KWFlagReply reply) {
+  runSystemStarter("stop", name);
+  answer(reply, true);
+}
+
+// Every matching item goes; the last one's removal decides.
+void KWPriviligedOperations::removeGlobalLoginItemForAppWithPath(const std::string &appPath,
+                                                                 KWFlagReply reply) {
+  auto list = NS::SharedFileLists::shared().globalLoginItems();
+  bool success = true;
+  if (list) {
+    NS::URL appURL = NS::URL::fileURLWithPath(appPath);
+    for (const auto &item : list->copySnapshot())
+      if (isItemOfApp(*item, appURL, appPath))
+        success = list->removeItem(*item) == 0;
+  }
+  answer(reply, success);
+}
+
+// A file that is missing or empty is answered at once and then written all the
+// same, with an answer of its own.
+void KWPriviligedOperations::removeLibraryFromLauchdConf(const std::string &libraryPath,
+                                                         KWFlagReply reply) {
+  if (!NS::FileManager::defaultManager().fileExistsAtPath(launchdConfiguration))
+    answer(reply, true);
+  backUpConfiguration();
+  NS::FileContents &files = NS::FileContents::shared();
+  std::string text = files.stringWithContentsOfFile(launchdConfiguration, nullptr).value_or("");
+  if (text.empty())
+    answer(reply, true);
+  std::erase(text, '"');
+  std::string result = configurationWithoutLibrary(text, libraryPath);
+  NS::Log("%@ before edit: %@\nafter: %@\n", launchdConfiguration, text, result);
+  answer(reply, files.writeToFileAtomically(launchdConfiguration, result, nullptr));
+}
+
+} // namespace kw
