@@ -321,6 +321,8 @@ TEST(RVFileSizer, setsTheBlockSizeOfTheWholeProcess) {
 TEST(RVFileSizer, roundsUpToTheBlocksThatTheEnvironmentAsksForAndStillMultipliesBy512) {
   FakeFTS walk;
   walk.add("/file", FTSInfo::F, walk.top, {.blocks = 9});
+  // The first use of the class sets the variable.
+  EXPECT_EQ(sizer().itemSizeAtPath(""), 0u);
   ::setenv("BLOCKSIZE", "2K", 1);
   EXPECT_EQ(sizer().itemSizeAtPath("/file"), 3u * 512);
   ::setenv("BLOCKSIZE", "512", 1);
