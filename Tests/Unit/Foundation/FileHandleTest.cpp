@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <csignal>
 #include <fcntl.h>
+#include <future>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <sys/resource.h>
@@ -254,17 +255,16 @@ TEST(ReadabilityHandler, isToldOnceOfASocketsEnd) {
 TEST(ReadabilityHandler, removalWaitsForTheCallUnderWay) {
   auto pipe = NS::Pipe::pipe();
   Collector entered;
-  std::mutex gate;
-  gate.lock();
+  std::promise<void> gate;
   bool finished = false;
   pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &handle) {
     entered.add(handle.availableData());
-    std::lock_guard pass(gate);
+    gate.get_future().wait();
     finished = true; // unguarded: the removal orders it, or the sanitizer objects
   });
   pipe->fileHandleForWriting().writeData("x");
   entered.waitFor(1);
-  std::thread opener([&] { gate.unlock(); });
+  std::thread opener([&] { gate.set_value(); });
   pipe->fileHandleForReading().setReadabilityHandler(nullptr);
   EXPECT_TRUE(finished);
   opener.join();
