@@ -1,8 +1,10 @@
 // The environment of the running process.
 #include "Foundation/ProcessInfo.h"
 
+#include "Foundation/POSIX/EnvironmentLock.h"
 #include "Foundation/SharedInstance.h"
 
+#include <shared_mutex>
 #include <string_view>
 #include <unistd.h>
 
@@ -15,6 +17,7 @@ class RunningProcess final : public ProcessInfo {
 public:
   Environment environment() override {
     Environment values;
+    std::shared_lock lock(environmentLock());
     for (char **entry = environ; entry && *entry; ++entry) {
       std::string_view pair = *entry;
       std::size_t equals = pair.find('=');

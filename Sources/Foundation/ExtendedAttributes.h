@@ -1,0 +1,26 @@
+// The names of an item's extended attributes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace NS {
+
+inline constexpr int XATTR_NOFOLLOW_OPTION = 1; // a final link is not followed
+
+class ExtendedAttributes {
+public:
+  virtual ~ExtendedAttributes() = default;
+  static ExtendedAttributes &shared();
+  static ExtendedAttributes *exchangeShared(ExtendedAttributes *replacement);
+
+  // listxattr: writes the names, each with its NUL, one after another, and
+  // returns how many bytes that took; with a null buffer only returns it. On
+  // hosts with name spaces these are the names of the user's, without the
+  // prefix. -1 with errno set; ERANGE when the buffer is too small.
+  virtual std::int64_t listxattr(const std::string &path, char *names, std::size_t size,
+                                 int options) = 0;
+};
+
+} // namespace NS

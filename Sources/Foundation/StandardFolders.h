@@ -1,0 +1,53 @@
+// Where the host keeps what belongs to its users: the standard folders and the
+// temporary one.
+//
+// Thread-safe. Nothing here makes a folder or looks whether it is there.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace NS {
+
+// The platform's numbers. A host may know fewer kinds than these.
+enum class SearchPathDirectory : std::uint64_t {
+  Application = 1,
+  Library = 5,
+  Document = 9,
+  Desktop = 12,
+  Caches = 13,
+  ApplicationSupport = 14,
+  Downloads = 15,
+  Movies = 17,
+  Music = 18,
+  Pictures = 19,
+  SharedPublic = 21,
+  Trash = 102,
+};
+
+// Bits as the platform numbers them.
+enum SearchPathDomainMask : std::uint64_t {
+  UserDomainMask = 1,
+  LocalDomainMask = 2,
+  NetworkDomainMask = 4,
+  SystemDomainMask = 8,
+  AllDomainsMask = 0xffff,
+};
+
+class StandardFolders {
+public:
+  virtual ~StandardFolders() = default;
+  static StandardFolders &shared();
+  static StandardFolders *exchangeShared(StandardFolders *replacement);
+
+  // The folders of that kind in the domains asked for, the user's first; none
+  // when the host has none. Without expansion the user's home is written "~".
+  virtual std::vector<std::string>
+  searchPathForDirectoriesInDomains(SearchPathDirectory directory, SearchPathDomainMask domainMask,
+                                    bool expandTilde) = 0;
+  // An absolute path.
+  virtual std::string temporaryDirectory() = 0;
+};
+
+} // namespace NS
