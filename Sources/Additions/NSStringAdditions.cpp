@@ -1,7 +1,7 @@
 // Text, names, lists and the path test that looks at nothing.
 #include "Additions/NSStringAdditions.h"
 
-#include "Foundation/Format.h"
+#include "Additions/ApplicationName.h"
 #include "Foundation/Unicode.h"
 
 #include <algorithm>
@@ -116,17 +116,9 @@ bool isMatchedByRegex(std::string_view string, const NS::RegularExpression *rege
 NS::ComparisonResult compareApplicationResourceNameByWords(std::string_view string,
                                                            std::string_view otherName,
                                                            std::string_view withSeparator) {
-  auto numberedCopy = NS::RegularExpression::regularExpressionWithPattern(
-      NS::stringWithFormat("(%@)( )*[0-9]+", string), NS::RegularExpressionCaseInsensitive);
-  if (isMatchedByRegex(otherName, numberedCopy.get()))
-    return NS::ComparisonResult::OrderedAscending;
-  auto words = NS::componentsSeparatedByString(NS::lowercaseString(string), withSeparator);
-  auto otherWords = NS::componentsSeparatedByString(NS::lowercaseString(otherName), withSeparator);
-  std::sort(otherWords.begin(), otherWords.end());
-  bool hasAll = std::all_of(words.begin(), words.end(), [&](const std::string &word) {
-    return std::binary_search(otherWords.begin(), otherWords.end(), word);
-  });
-  return hasAll ? NS::ComparisonResult::OrderedSame : NS::ComparisonResult::OrderedAscending;
+  ApplicationName name(string, withSeparator);
+  bool isSame = !name.hasNumberedCopy(otherName) && name.hasItsWordsIn(otherName);
+  return isSame ? NS::ComparisonResult::OrderedSame : NS::ComparisonResult::OrderedAscending;
 }
 
 bool isSubpathOf(std::string_view string, std::string_view path) {

@@ -1,0 +1,34 @@
+// The name of an application, prepared once for comparison with the names of
+// many files.
+//
+// Immutable; may be used from any thread.
+#pragma once
+
+#include "Foundation/RegularExpression.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kw {
+
+class ApplicationName {
+public:
+  ApplicationName(std::string_view name, std::string_view separator);
+
+  // Whether the other name holds this one followed by a number, as the name of
+  // a copy does. This name acts as a regular expression; one that is none has
+  // no copies. Case does not count.
+  bool hasNumberedCopy(std::string_view other) const;
+  // Whether each word of this name is one of the other's, in any order and
+  // without regard to case.
+  bool hasItsWordsIn(std::string_view other) const;
+
+private:
+  std::string separator_;
+  std::vector<std::string> words_; // in lower case
+  std::shared_ptr<const NS::RegularExpression> numberedCopy_;
+};
+
+} // namespace kw
