@@ -1,0 +1,143 @@
+// Search by name, walk and filtered collection.
+#include "Additions/NSFileManager+Enumeration.h"
+
+#include "Additions/ApplicationName.h"
+#include "Additions/NSStringAdditions.h"
+#include "Foundation/Exception.h"
+#include "Foundation/FTS.h"
+#include "Foundation/Log.h"
+#include "Foundation/PathUtilities.h"
+
+namespace kw {
+namespace {
+
+constexpr int searchOptions =
+    NS::FTSOption::NOCHDIR | NS::FTSOption::NOSTAT | NS::FTSOption::PHYSICAL;
+constexpr int walkOptions = searchOptions | NS::FTSOption::XDEV;
+
+class NameSearch {
+public:
+  NameSearch(const std::string &name, bool byWords)
+      : lowerName_(NS::lowercaseString(name)), applicationName_(lowerName_, " "),
+        byWords_(byWords) {}
+
+  bool isResult(const NS::FTSEntry &entry) const {
+    // The cheap test first: the candidate may cost a look at the file system.
+    if (!byWords_ && !NS::rangeOfString(NS::lowercaseString(entry.name), lowerName_))
+      return false;
+    std::string name = candidate(entry);
+    return !applicationName_.hasNumberedCopy(name) &&
+           (!byWords_ || applicationName_.hasItsWordsIn(name));
+  }
+
+private:
+  static std::string candidate(const NS::FTSEntry &entry) {
+    std::string path(entry.path);
+    // A name without an extension has none to lose, whatever it stands for.
+    if (!NS::pathExtension(entry.name).empty())
+      path = stringByDeletingRealPathExtension(path);
+    return NS::lastPathComponent(NS::lowercaseString(NS::lastPathComponent(path)));
+  }
+
+  std::string lowerName_;
+  ApplicationName applicationName_;
+  bool byWords_;
+};
+
+std::string withoutTrailingSlashes(std::string path) {
+  while (path.size() > 1 && path.ends_with('/'))
+    path.pop_back();
+  return path;
+}
+
+bool isSearchable(const std::string &path) {
+  return !path.empty() && path != "/" && path != ".";
+}
+
+void closeStream(NS::FTSStream &stream) {
+  try {
+    stream.close();
+  } catch (const NS::Exception &exception) {
+    NS::Log("fts_close exception = %@", exception);
+  }
+}
+
+// Whether the walk ended by itself or by the handler's wish.
+bool walk(NS::FTSStream &stream, bool recursive, const WalkHandler &handler) {
+  static_cast<void>(stream.read()); // the root
+  bool stop = false;
+  while (NS::FTSEntry *entry = stop ? nullptr : stream.read()) {
+    if (!recursive)
+      stream.set(*entry, NS::FTSInstruction::SKIP);
+    if (entry->info == NS::FTSInfo::DP)
+      continue;
+    if (entry->info == NS::FTSInfo::ERR)
+      return false;
+    handler(std::string(entry->path), entry->info == NS::FTSInfo::D, stop);
+  }
+  return true;
+}
+
+} // namespace
+
+std::vector<std::string> findFile(NS::FileManager &, const std::optional<std::string> &name,
+                                  const std::optional<std::string> &atPath, bool matchByWords,
+                                  bool recursive, const NameExclusion &filterWith) {
+  std::vector<std::string> found;
+  // A slash at the end would leave the root without the name to know it by.
+  std::string path = withoutTrailingSlashes(atPath.value_or(""));
+  if (!name || name->empty() || !isSearchable(path))
+    return found;
+  NameSearch search(*name, matchByWords);
+  std::string rootName = NS::lastPathComponent(path);
+  std::unique_ptr<NS::FTSStream> stream = NS::FTS::shared().open(path, searchOptions);
+  while (NS::FTSEntry *entry = stream ? stream->read() : nullptr) {
+    if (entry->name == rootName)
+      continue;
+    bool excluded = filterWith && filterWith(std::string(entry->name));
+    if (excluded || !recursive)
+      stream->set(*entry, NS::FTSInstruction::SKIP);
+    if (!excluded && search.isResult(*entry))
+      found.emplace_back(entry->path);
+  }
+  if (stream)
+    stream->close();
+  return found;
+}
+
+std::vector<std::string> findFile(NS::FileManager &manager, const std::optional<std::string> &name,
+                                  const std::optional<std::string> &atPath, bool matchByWords,
+                                  bool recursive) {
+  return findFile(manager, name, atPath, matchByWords, recursive, nullptr);
+}
+
+bool kw_FTSWalkAtPath(NS::FileManager &, const std::string &path, bool recursive,
+                      const WalkHandler &handler) {
+  if (!handler || path.empty())
+    return false;
+  std::unique_ptr<NS::FTSStream> stream = NS::FTS::shared().open(path, walkOptions);
+  if (!stream)
+    return false;
+  bool complete = walk(*stream, recursive, handler);
+  closeStream(*stream);
+  return complete;
+}
+
+std::vector<std::string> filesByEnumeratingAtPath(NS::FileManager &manager, const std::string &path,
+                                                  const PathFilter &withFilterBlock) {
+  std::vector<std::string> found;
+  auto enumerator = manager.fileExistsAtPath(path) ? manager.enumeratorAtPath(path) : nullptr;
+  if (!enumerator)
+    return found;
+  while (auto relativePath = enumerator->nextObject()) {
+    if (withFilterBlock && !withFilterBlock(*relativePath))
+      continue;
+    std::string fullPath =
+        kws_stringByExpandingTildeInPath(NS::stringByAppendingPathComponent(path, *relativePath));
+    if (manager.fileExistsAtPath(fullPath))
+      found.push_back(std::move(fullPath));
+  }
+  return found;
+}
+
+} // namespace kw
