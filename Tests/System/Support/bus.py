@@ -3,6 +3,7 @@ the agent over it."""
 import json
 import os
 import signal
+import socket
 import subprocess
 import time
 
@@ -112,7 +113,7 @@ class PrivateBus:
             self._daemon = self.popen(
                 ["dbus-daemon", f"--config-file={self.folder}/bus.conf", "--nofork",
                  "--nopidfile", "--nosyslog"], stdout=log, stderr=log)
-        wait_until(lambda: os.path.exists(self.host_path(f"{self.folder}/bus")))
+        wait_until(lambda: accepts(self.host_path(f"{self.folder}/bus")))
 
     def stop_bus(self):
         for client in self._clients:
@@ -180,6 +181,12 @@ class PrivateBus:
 
     def agent_descriptors(self):
         return len(os.listdir(f"/proc/{self.agent_pid()}/fd"))
+
+
+def accepts(path):
+    """Whether somebody listens on the socket; it exists before that."""
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as probe:
+        return probe.connect_ex(path) == 0
 
 
 def is_running(pid):
