@@ -21,8 +21,8 @@ struct WorkerPool::State {
   std::mutex mutex;
   std::condition_variable workArrived;
   std::deque<std::function<void()>> work;
-  std::size_t threads = 1; // the constructor's
-  std::size_t idleThreads = 0;
+  std::size_t threads = 1;     // the constructor's
+  std::size_t idleThreads = 1; // from a thread's start until it takes work
   bool closed = false;
 };
 
@@ -47,6 +47,7 @@ void WorkerPool::submit(std::function<void()> work) {
   try {
     std::thread([state = state_] { workOn(state); }).detach();
     ++state_->threads;
+    ++state_->idleThreads;
   } catch (const std::system_error &error) {
     // The work stays queued for the threads there are.
     Log("No further worker thread: %@", error.what());
@@ -58,13 +59,16 @@ std::size_t WorkerPool::threadCount() const {
   return state_->threads;
 }
 
+std::size_t WorkerPool::idleThreadCount() const {
+  std::lock_guard lock(state_->mutex);
+  return state_->idleThreads;
+}
+
 void WorkerPool::workOn(const std::shared_ptr<State> &state) {
   std::unique_lock lock(state->mutex);
   while (true) {
-    ++state->idleThreads;
     state->workArrived.wait_for(lock, state->idleTime,
                                 [&] { return !state->work.empty() || state->closed; });
-    --state->idleThreads;
     if (state->work.empty()) { // idle for too long, or closed with nothing left
       if (state->threads > 1 || state->closed)
         break;
@@ -72,11 +76,14 @@ void WorkerPool::workOn(const std::shared_ptr<State> &state) {
     }
     std::function<void()> work = std::move(state->work.front());
     state->work.pop_front();
+    --state->idleThreads;
     lock.unlock();
     work();
     work = nullptr; // what it holds goes outside the lock
     lock.lock();
+    ++state->idleThreads;
   }
+  --state->idleThreads;
   --state->threads;
 }
 

@@ -22,8 +22,9 @@ public:
 
   // Thread-safe; does not block. The work must not throw.
   void submit(std::function<void()> work);
-  // Threads alive now, for tests.
+  // Threads alive now, and those of them that wait for work.
   std::size_t threadCount() const;
+  std::size_t idleThreadCount() const;
 
 private:
   struct State;

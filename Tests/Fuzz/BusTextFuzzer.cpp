@@ -1,0 +1,15 @@
+// Whatever bytes a path or a tool's output holds, the text sent is one that
+// every receiver accepts, and text that already was stays as it is.
+#include "Foundation/Linux/XPCMessageCoding.h"
+
+#include <cstdint>
+#include <cstdlib>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  const std::string text(reinterpret_cast<const char *>(data), size);
+  const std::string sent = NS::busText(text);
+  if (sent.size() > 3 * text.size() || NS::busText(sent) != sent ||
+      sent.find('\0') != std::string::npos)
+    std::abort();
+  return 0;
+}

@@ -1,0 +1,29 @@
+// A process that notes its end and goes on.
+#pragma once
+
+#include "Foundation/Process.h"
+#include "Foundation/SharedInstance.h"
+
+#include <functional>
+#include <optional>
+
+namespace kwtest {
+
+class FakeProcess : public NS::Process {
+public:
+  void exit(int status) override {
+    if (atExit)
+      atExit();
+    exitStatus = status;
+  }
+  void beforeExit(std::function<void()>) override {}
+  void installSignalDispositions() override {}
+
+  std::function<void()> atExit;  // what a test looks at in that moment
+  std::optional<int> exitStatus; // nothing until the end
+
+private:
+  NS::ScopedOverride<NS::Process> override_{*this};
+};
+
+} // namespace kwtest

@@ -1,0 +1,39 @@
+// A connection that only notes what is done to it.
+#pragma once
+
+#include "Foundation/XPCConnection.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kwtest {
+
+class FakeXPCConnection : public NS::XPCConnection {
+public:
+  void setExportedInterface(std::shared_ptr<const NS::XPCInterface> interface) override {
+    exportedInterface = std::move(interface);
+    steps.push_back("exportedInterface");
+  }
+  void setRemoteObjectInterface(std::shared_ptr<const NS::XPCInterface> interface) override {
+    remoteInterface = std::move(interface);
+    steps.push_back("remoteObjectInterface");
+  }
+  void setExportedObject(std::shared_ptr<NS::XPCObject> object) override {
+    exportedObject = std::move(object);
+    steps.push_back("exportedObject");
+  }
+  void resume() override { steps.push_back("resume"); }
+  void suspend() override { steps.push_back("suspend"); }
+  void sendToRemoteObject(const std::string &selector, NS::XPCValues arguments) override {
+    sent.emplace_back(selector, std::move(arguments));
+  }
+
+  std::shared_ptr<const NS::XPCInterface> exportedInterface;
+  std::shared_ptr<const NS::XPCInterface> remoteInterface;
+  std::shared_ptr<NS::XPCObject> exportedObject;
+  std::vector<std::string> steps; // in the order in which they were taken
+  std::vector<std::pair<std::string, NS::XPCValues>> sent;
+};
+
+} // namespace kwtest
