@@ -2,8 +2,10 @@
 // house. Paths go down as they came: nothing here checks or restricts them.
 #include "Agent/KWPriviligedOperations.h"
 
+#include "Additions/NSFileManager+FileModificationsAdditions.h"
 #include "Foundation/FileManager.h"
 #include "Foundation/Process.h"
+#include "Tools/RVFileSizer.h"
 
 namespace kw {
 
@@ -17,6 +19,53 @@ void KWPriviligedOperations::pleaseTerminate() {
 void KWPriviligedOperations::echo(const std::optional<std::string> &text, KWEchoReply reply) {
   if (reply)
     reply(text, std::nullopt);
+}
+
+void KWPriviligedOperations::fileExistsAtPath(const std::string &path, KWFlagReply reply) {
+  const bool exists = NS::FileManager::defaultManager().fileExistsAtPath(path);
+  if (reply)
+    reply(exists, std::nullopt);
+}
+
+void KWPriviligedOperations::moveItemAtPath(const std::string &srcPath, const std::string &dstPath,
+                                            KWFlagReply reply) {
+  std::optional<NS::Error> error;
+  const bool moved =
+      advancedMoveItemAtPath(NS::FileManager::defaultManager(), srcPath, dstPath, &error);
+  if (reply)
+    reply(moved, error);
+}
+
+void KWPriviligedOperations::removeItemAtPath(const std::string &path, KWFlagReply reply) {
+  std::optional<NS::Error> error;
+  const bool removed = removeFileAtPath(NS::FileManager::defaultManager(), path, &error);
+  if (reply)
+    reply(removed, error);
+}
+
+void KWPriviligedOperations::securelyRemoveItemAtPath(const std::string &path, KWFlagReply reply) {
+  const bool removed = securelyRemoveFileAtPath(NS::FileManager::defaultManager(), path, nullptr);
+  if (reply)
+    reply(removed, std::nullopt);
+}
+
+void KWPriviligedOperations::moveToTrashItemAtPath(const std::string &path, KWFlagReply reply) {
+  std::optional<NS::Error> error;
+  const bool moved =
+      advancedMoveItemAtPath(NS::FileManager::defaultManager(), path, std::nullopt, &error);
+  // Inverted, as clients have always read it: true means that it failed.
+  if (reply)
+    reply(!moved, error);
+}
+
+void KWPriviligedOperations::truncateFileAtPath(const std::string &path, KWFlagReply reply) {
+  const bool truncated = kw::truncateFileAtPath(NS::FileManager::defaultManager(), path);
+  if (reply)
+    reply(truncated, std::nullopt);
+}
+
+void KWPriviligedOperations::sizeOfItemAtPath(const std::string &path, KWSizeReply reply) {
+  reply(static_cast<std::int64_t>(RVFileSizer::shared().itemSizeAtPath(path)), std::nullopt);
 }
 
 } // namespace kw

@@ -10,14 +10,7 @@
 namespace kw {
 namespace {
 
-constexpr std::array<std::string_view, 16> pendingSelectors{
-    "fileExistsAtPath:withReply:",
-    "moveItemAtPath:toPath:withReply:",
-    "removeItemAtPath:withReply:",
-    "securelyRemoveItemAtPath:withReply:",
-    "moveToTrashItemAtPath:withReply:",
-    "truncateFileAtPath:withReply:",
-    "sizeOfItemAtPath:reply:",
+constexpr std::array<std::string_view, 9> pendingSelectors{
     "removePackageWithID:withReply:",
     "removeKextAtPath:withReply:",
     "slimBinaryWithPath:archs:withReply:",
@@ -40,27 +33,6 @@ bool isPendingSelector(std::string_view selector) {
          pendingSelectors.end();
 }
 
-void KWPriviligedOperations::fileExistsAtPath(const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::moveItemAtPath(const std::string &, const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::removeItemAtPath(const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::securelyRemoveItemAtPath(const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::moveToTrashItemAtPath(const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::truncateFileAtPath(const std::string &, KWFlagReply) {
-  notBuilt();
-}
-void KWPriviligedOperations::sizeOfItemAtPath(const std::string &, KWSizeReply) {
-  notBuilt();
-}
 void KWPriviligedOperations::removePackageWithID(const std::string &, KWFlagReply) {
   notBuilt();
 }
