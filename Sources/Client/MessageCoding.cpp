@@ -1,0 +1,128 @@
+// An error travels as domain, code and user info, its cause as another such
+// structure within the user info; an empty domain is no error.
+#include "Client/MessageCoding.h"
+
+#include "Client/ClientError.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <sdbus-c++/sdbus-c++.h>
+#include <string>
+
+namespace kw {
+namespace {
+
+using BusError = sdbus::Struct<std::string, std::int64_t, std::map<std::string, sdbus::Variant>>;
+
+// Far more than an agent sends; what lies deeper is left out.
+constexpr int deepestError = 16;
+
+template <typename Held>
+std::optional<NS::UserInfoValue> valueIfHeld(const sdbus::Variant &variant) {
+  if (!variant.containsValueOfType<Held>())
+    return std::nullopt;
+  return NS::UserInfoValue(variant.get<Held>());
+}
+
+// Nothing for a type that user info does not hold.
+std::optional<NS::UserInfoValue> userInfoValue(const sdbus::Variant &variant) {
+  if (auto value = valueIfHeld<std::string>(variant))
+    return value;
+  if (auto value = valueIfHeld<bool>(variant))
+    return value;
+  if (auto value = valueIfHeld<std::int64_t>(variant))
+    return value;
+  if (auto value = valueIfHeld<std::uint64_t>(variant))
+    return value;
+  return valueIfHeld<double>(variant);
+}
+
+std::optional<NS::Error> errorValue(const BusError &error, int depth = 0) {
+  if (error.get<0>().empty() || depth > deepestError)
+    return std::nullopt;
+  NS::UserInfo info;
+  std::shared_ptr<const NS::Error> underlying;
+  for (const auto &[key, variant] : error.get<2>()) {
+    if (variant.containsValueOfType<BusError>()) {
+      if (key == NS::UnderlyingErrorKey)
+        if (auto cause = errorValue(variant.get<BusError>(), depth + 1))
+          underlying = std::make_shared<const NS::Error>(std::move(*cause));
+    } else if (auto value = userInfoValue(variant)) {
+      info.emplace(key, std::move(*value));
+    }
+  }
+  return NS::Error(error.get<0>(), error.get<1>(), std::move(info), std::move(underlying));
+}
+
+template <typename Value> Value readOne(sdbus::MethodReply &reply) {
+  Value value{};
+  reply >> value;
+  return value;
+}
+
+NS::XPCValue readValue(sdbus::MethodReply &reply, NS::XPCKind kind) {
+  switch (kind) {
+  case NS::XPCKind::Flag:
+    return readOne<bool>(reply);
+  case NS::XPCKind::Int32:
+    return readOne<std::int32_t>(reply);
+  case NS::XPCKind::Int64:
+    return readOne<std::int64_t>(reply);
+  case NS::XPCKind::String:
+    return readOne<std::string>(reply);
+  case NS::XPCKind::StringArray:
+    return readOne<std::vector<std::string>>(reply);
+  case NS::XPCKind::Error:
+    if (auto error = errorValue(readOne<BusError>(reply)))
+      return *error;
+    break;
+  }
+  return std::monostate();
+}
+
+[[noreturn]] void refuseText(const std::string &name) {
+  throw ClientError(ClientError::Kind::BadArgument, name,
+                    "text that is no UTF-8 cannot be sent to the agent");
+}
+
+// The bus would end the text at a NUL and so name another item.
+void refuseNul(const std::string &text) {
+  if (text.find('\0') != std::string::npos)
+    refuseText("org.freedesktop.DBus.Error.InvalidArgs");
+}
+
+} // namespace
+
+void appendArguments(sdbus::MethodCall &request, const NS::XPCValues &arguments) {
+  try {
+    for (const NS::XPCValue &argument : arguments) {
+      if (const auto *text = std::get_if<std::string>(&argument)) {
+        refuseNul(*text);
+        request << *text;
+      } else {
+        const auto &texts = std::get<std::vector<std::string>>(argument);
+        for (const std::string &element : texts)
+          refuseNul(element);
+        request << texts;
+      }
+    }
+  } catch (const sdbus::Error &error) {
+    refuseText(error.getName());
+  }
+}
+
+NS::XPCValues readReply(sdbus::MethodReply &reply, const std::vector<NS::XPCKind> &kinds) {
+  try {
+    NS::XPCValues values;
+    for (NS::XPCKind kind : kinds)
+      values.push_back(readValue(reply, kind));
+    return values;
+  } catch (const sdbus::Error &error) {
+    throw ClientError(ClientError::Kind::Refused, error.getName(),
+                      "the agent's reply is not understood");
+  }
+}
+
+} // namespace kw

@@ -1,0 +1,11 @@
+// The program `keepwell` without its process.
+#pragma once
+
+#include "CommandLine/Session.h"
+
+namespace kw {
+
+// Reads the arguments, runs the command and gives the exit status.
+int runCommandLine(int count, const char *const *arguments, const Surroundings &surroundings);
+
+} // namespace kw

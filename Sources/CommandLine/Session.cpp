@@ -1,0 +1,83 @@
+// The agent on demand, and both kinds of answers.
+#include "CommandLine/Session.h"
+
+#include <filesystem>
+#include <fmt/format.h>
+#include <ostream>
+#include <variant>
+
+namespace kw {
+namespace {
+
+const char *nameOfKind(ClientError::Kind kind) {
+  switch (kind) {
+  case ClientError::Kind::Unreachable:
+    return "unreachable";
+  case ClientError::Kind::Refused:
+    return "refused";
+  case ClientError::Kind::BadArgument:
+    return "argument";
+  }
+  return "";
+}
+
+} // namespace
+
+Client &Session::agent() {
+  if (!agent_)
+    agent_ = surroundings_.connect(options_.bus);
+  return *agent_;
+}
+
+void Session::say(const std::string &line) {
+  if (!options_.json)
+    *surroundings_.out << line << std::endl;
+}
+
+void Session::sayJSON(const JSONObject &object) {
+  if (options_.json)
+    *surroundings_.out << object.text() << std::endl;
+}
+
+void Session::complain(const std::string &line) {
+  if (!options_.json)
+    *surroundings_.err << "keepwell: " << line << std::endl;
+}
+
+std::string absolutePath(const std::string &path) {
+  return std::filesystem::absolute(path).string();
+}
+
+std::string displayable(std::string_view text) {
+  std::string result;
+  for (char c : text) {
+    if ((c >= 0 && c < 0x20) || c == '\x7f')
+      result += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+    else
+      result += c;
+  }
+  return result;
+}
+
+JSONObject jsonOfError(const NS::Error &error) {
+  JSONObject info;
+  for (const auto &[key, value] : error.userInfo())
+    std::visit([&info, &key = key](const auto &held) { info.add(key, held); }, value);
+  JSONObject object;
+  object.add("domain", error.domain())
+      .add("code", error.code())
+      .add("description", error.localizedDescription())
+      .add("userInfo", info);
+  if (const NS::Error *underlying = error.underlyingError())
+    object.add("underlying", jsonOfError(*underlying));
+  return object;
+}
+
+JSONObject jsonOfError(const ClientError &error) {
+  return JSONObject()
+      .add("kind", nameOfKind(error.kind()))
+      .add("name", error.name())
+      .add("description", error.what());
+}
+
+} // namespace kw

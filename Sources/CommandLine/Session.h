@@ -1,0 +1,68 @@
+// What a command works with while it runs: the agent, the two streams and the
+// choice between text for people and JSON for programs.
+#pragma once
+
+#include "Client/Client.h"
+#include "CommandLine/JSON.h"
+
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kw {
+
+enum ExitStatus : int {
+  ExitDone = 0,
+  ExitRefused = 1,     // the agent answered no
+  ExitUsage = 2,       // the command was not understood or cannot be sent
+  ExitUnreachable = 3, // there is no agent to answer
+};
+
+// What the program takes from its surroundings; a test has others.
+struct Surroundings {
+  std::ostream *out = nullptr;
+  std::ostream *err = nullptr;
+  std::function<std::unique_ptr<Client>(const std::string &bus)> connect;
+};
+
+struct GlobalOptions {
+  bool json = false;
+  std::string bus = "system";
+};
+
+class Session {
+public:
+  Session(const Surroundings &surroundings, const GlobalOptions &options)
+      : surroundings_(surroundings), options_(options) {}
+
+  // Connects at the first use. Throws ClientError.
+  Client &agent();
+  bool json() const { return options_.json; }
+
+  // One line of the answer, unless JSON is asked for.
+  void say(const std::string &line);
+  // One object of the answer, if JSON is asked for.
+  void sayJSON(const JSONObject &object);
+  // A complaint to standard error, unless JSON is asked for.
+  void complain(const std::string &line);
+
+private:
+  const Surroundings &surroundings_;
+  const GlobalOptions &options_;
+  std::unique_ptr<Client> agent_;
+};
+
+// The path as the agent must get it: a relative one is taken from this
+// program's working folder, nothing else is changed.
+std::string absolutePath(const std::string &path);
+
+// Text from elsewhere for a terminal: control characters are shown, not sent.
+std::string displayable(std::string_view text);
+
+JSONObject jsonOfError(const NS::Error &error);
+JSONObject jsonOfError(const ClientError &error);
+
+} // namespace kw

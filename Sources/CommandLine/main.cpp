@@ -1,0 +1,23 @@
+// The process entry of the program `keepwell`.
+//
+//   CommandLine   the arguments and the table of commands
+//   Commands+...  the commands, a file for each group
+//   Session       the agent on demand, text or JSON
+//   JSON          one object on one line
+#include "CommandLine/CommandLine.h"
+
+#include <exception>
+#include <iostream>
+
+int main(int argc, char **argv) {
+  kw::Surroundings surroundings;
+  surroundings.out = &std::cout;
+  surroundings.err = &std::cerr;
+  surroundings.connect = [](const std::string &bus) { return kw::Client::connect(bus); };
+  try {
+    return kw::runCommandLine(argc, argv, surroundings);
+  } catch (const std::exception &error) {
+    std::cerr << "keepwell: " << error.what() << std::endl;
+    return kw::ExitRefused;
+  }
+}
