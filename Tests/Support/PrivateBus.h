@@ -1,0 +1,80 @@
+// A message bus of a test's own.
+#pragma once
+
+#include "Support/ScratchFolder.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kwtest {
+
+class PrivateBus {
+public:
+  PrivateBus() {
+    scratch_.file("bus.conf", R"(<!DOCTYPE busconfig PUBLIC
+ "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>unix:path=)" + scratch_.path("bus") +
+                                  R"(</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+)");
+    start();
+  }
+  ~PrivateBus() { kill(); }
+  PrivateBus(const PrivateBus &) = delete;
+  PrivateBus &operator=(const PrivateBus &) = delete;
+
+  bool isRunning() const { return running_; }
+  std::string address() const { return "unix:path=" + scratch_.path("bus"); }
+
+  // Nothing is answered any more.
+  void freeze() { ::kill(process_, SIGSTOP); }
+  void kill() {
+    if (process_ <= 0)
+      return;
+    ::kill(process_, SIGKILL);
+    ::waitpid(process_, nullptr, 0);
+    process_ = -1;
+    running_ = false;
+  }
+
+private:
+  // Returns when the daemon has said its address, and so listens.
+  void start() {
+    int ends[2];
+    if (::pipe(ends) != 0)
+      return;
+    std::string option = "--config-file=" + scratch_.path("bus.conf");
+    std::string address = "--print-address=" + std::to_string(ends[1]);
+    process_ = ::fork();
+    if (process_ == 0) {
+      ::close(ends[0]);
+      int nowhere = ::open("/dev/null", O_WRONLY);
+      ::dup2(nowhere, STDERR_FILENO);
+      ::execlp("dbus-daemon", "dbus-daemon", option.c_str(), "--nofork", "--nopidfile",
+               "--nosyslog", address.c_str(), static_cast<char *>(nullptr));
+      ::_exit(127);
+    }
+    ::close(ends[1]);
+    char byte;
+    running_ = ::read(ends[0], &byte, 1) == 1;
+    ::close(ends[0]);
+  }
+
+  ScratchFolder scratch_;
+  pid_t process_ = -1;
+  bool running_ = false;
+};
+
+} // namespace kwtest
