@@ -64,7 +64,8 @@ public:
   // The names from below the root to the lowest folder, joined by slashes;
   // empty for the root itself.
   std::string pathBelowRoot() const;
-  // Where in that path the lowest folder's own entries were last met again.
+  // How often the lowest folder was entered again after it had been left; for
+  // the walk to count.
   unsigned &revisits() { return frames_.back().revisits; }
 
 private:

@@ -1,0 +1,215 @@
+// Flags and times of real items.
+#include "Foundation/FileFlags.h"
+
+#include "Support/ForkedChild.h"
+#include "Support/LockedItem.h"
+#include "Support/PrivateMounts.h"
+#include "Support/ScratchFolder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <ctime>
+#include <filesystem>
+#include <sys/stat.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using kwtest::inodeFlags;
+using kwtest::LockedItem;
+using kwtest::ScratchFolder;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+NS::FileFlags &fileFlags() {
+  return NS::FileFlags::shared();
+}
+
+std::uint32_t flagsOf(const std::string &path) {
+  NS::FileStatus status;
+  EXPECT_EQ(fileFlags().status(path, status), 0) << path;
+  return status.flags;
+}
+
+int changeError(const std::string &path, std::uint32_t flags) {
+  return fileFlags().change(path, flags) == 0 ? 0 : errno;
+}
+
+TEST(FileFlags, readTheTimes) {
+  ScratchFolder scratch;
+  std::time_t before = std::time(nullptr);
+  std::string path = scratch.file("file", "");
+  struct timespec times[2] = {{-7, 1}, {1'000, 999'999'999}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  NS::FileStatus status;
+  ASSERT_EQ(fileFlags().status(path, status), 0);
+  EXPECT_EQ(status.accessTime, -7);
+  EXPECT_EQ(status.modificationTime, 1'000);
+  EXPECT_GE(status.birthTime, before - 1);
+  EXPECT_EQ(status.flags, 0u);
+}
+
+TEST(FileFlags, failForWhatIsNotThere) {
+  ScratchFolder scratch;
+  fs::create_symlink("missing", scratch.path("dangling"));
+  NS::FileStatus status;
+  for (const std::string &path :
+       {scratch.path("missing"), scratch.path("dangling"), std::string()}) {
+    EXPECT_EQ(fileFlags().status(path, status), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(changeError(path, 0), ENOENT);
+  }
+  std::string cut = scratch.file("file", "") + std::string("\0x", 2);
+  EXPECT_EQ(fileFlags().status(cut, status), -1);
+  EXPECT_EQ(changeError(cut, 0), EINVAL);
+}
+
+TEST(FileFlags, reportTheInodeFlagsAsTheSystemsKind) {
+  ScratchFolder scratch;
+  std::string path = scratch.file("file", "");
+  LockedItem locked(path, FS_IMMUTABLE_FL | FS_APPEND_FL);
+  KW_REQUIRE_LOCKED(locked);
+  EXPECT_EQ(flagsOf(path), NS::SF_IMMUTABLE_FLAG | NS::SF_APPEND_FLAG);
+}
+
+TEST(FileFlags, changeThoseTwoAndKeepAllOtherInodeFlags) {
+  ScratchFolder scratch;
+  std::string path = scratch.file("file", "");
+  LockedItem locked(path, FS_NODUMP_FL | FS_NOATIME_FL | FS_IMMUTABLE_FL);
+  KW_REQUIRE_LOCKED(locked);
+  int others = inodeFlags(path) & ~(FS_IMMUTABLE_FL | FS_APPEND_FL);
+  for (std::uint32_t flags : {NS::SF_APPEND_FLAG, NS::UF_IMMUTABLE_FLAG, 0u,
+                              NS::SF_IMMUTABLE_FLAG | NS::UF_APPEND_FLAG}) {
+    ASSERT_EQ(changeError(path, flags | NS::UF_HIDDEN_FLAG), 0);
+    bool immutable = (flags & (NS::UF_IMMUTABLE_FLAG | NS::SF_IMMUTABLE_FLAG)) != 0;
+    bool append = (flags & (NS::UF_APPEND_FLAG | NS::SF_APPEND_FLAG)) != 0;
+    EXPECT_EQ(inodeFlags(path),
+              others | (immutable ? FS_IMMUTABLE_FL : 0) | (append ? FS_APPEND_FL : 0));
+  }
+}
+
+TEST(FileFlags, followAFinalLink) {
+  ScratchFolder scratch;
+  std::string path = scratch.file("file", "");
+  fs::create_symlink("file", scratch.path("link"));
+  LockedItem locked(path);
+  KW_REQUIRE_LOCKED(locked);
+  EXPECT_EQ(flagsOf(scratch.path("link")), NS::SF_IMMUTABLE_FLAG);
+  EXPECT_EQ(changeError(scratch.path("link"), 0), 0);
+  EXPECT_EQ(flagsOf(path), 0u);
+}
+
+TEST(FileFlags, neverOpenAFifoOrADevice) {
+  ScratchFolder scratch;
+  std::string fifo = scratch.path("fifo");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_EQ(changeError(fifo, NS::SF_IMMUTABLE_FLAG), EOPNOTSUPP);
+  EXPECT_EQ(changeError("/dev/null", NS::SF_IMMUTABLE_FLAG), EOPNOTSUPP);
+  EXPECT_EQ(flagsOf(fifo), 0u);
+}
+
+TEST(FileFlags, failWhereTheVolumeKnowsNone) {
+  EXPECT_EQ(changeError("/proc/self/status", 0), EOPNOTSUPP);
+}
+
+TEST(FileFlags, areOnlyForThePrivilegedToClear) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  std::string path = scratch.file("file", "");
+  fs::permissions(scratch.path(), fs::perms(0777));
+  LockedItem locked(path);
+  KW_REQUIRE_LOCKED(locked);
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (!kwtest::dropRoot())
+                return "still root";
+              return changeError(path, 0) == 0 ? "cleared" : "";
+            }),
+            "");
+  EXPECT_EQ(flagsOf(path), NS::SF_IMMUTABLE_FLAG);
+}
+
+// The paths that could not be unlocked beneath a folder.
+std::vector<std::string> failuresOfClearing(const std::string &path) {
+  std::vector<std::string> failures;
+  EXPECT_TRUE(fileFlags().clearBeneath(path, NS::SF_IMMUTABLE_FLAG,
+                                       [&](const std::string &item, int errnum) {
+                                         failures.push_back(item + " " + std::to_string(errnum));
+                                       }));
+  return failures;
+}
+
+TEST(ClearBeneath, clearsTheMaskOfAllDescendantsAndNotOfTheFolder) {
+  ScratchFolder scratch;
+  fs::create_directories(scratch.path("root/sub"));
+  LockedItem file(scratch.file("root/sub/file", ""), FS_IMMUTABLE_FL | FS_APPEND_FL);
+  KW_REQUIRE_LOCKED(file);
+  LockedItem sub(scratch.path("root/sub")), root(scratch.path("root"));
+  EXPECT_THAT(failuresOfClearing(scratch.path("root")), IsEmpty());
+  EXPECT_EQ(flagsOf(scratch.path("root")), NS::SF_IMMUTABLE_FLAG);
+  EXPECT_EQ(flagsOf(scratch.path("root/sub")), 0u);
+  EXPECT_EQ(flagsOf(scratch.path("root/sub/file")), NS::SF_APPEND_FLAG);
+}
+
+TEST(ClearBeneath, clearsTheTargetOfALinkAndDoesNotDescendThere) {
+  ScratchFolder scratch;
+  fs::create_directory(scratch.path("root"));
+  fs::create_directory(scratch.path("outside"));
+  LockedItem inner(scratch.file("outside/inner", ""));
+  KW_REQUIRE_LOCKED(inner);
+  LockedItem outside(scratch.path("outside"));
+  fs::create_directory_symlink("../outside", scratch.path("root/link"));
+  fs::create_symlink("missing", scratch.path("root/dangling"));
+  EXPECT_THAT(failuresOfClearing(scratch.path("root")), IsEmpty());
+  EXPECT_EQ(flagsOf(scratch.path("outside")), 0u);
+  EXPECT_EQ(flagsOf(scratch.path("outside/inner")), NS::SF_IMMUTABLE_FLAG);
+}
+
+TEST(ClearBeneath, doesNothingForFilesLinksAndWhatCannotBeRemoved) {
+  ScratchFolder scratch;
+  fs::create_directories(scratch.path("root/sub"));
+  LockedItem file(scratch.file("root/file", ""));
+  KW_REQUIRE_LOCKED(file);
+  fs::create_directory_symlink("root", scratch.path("link"));
+  for (const char *name : {"root/file", "link", "root/.", "root/sub/..", "missing"})
+    EXPECT_THAT(failuresOfClearing(scratch.path(name)), IsEmpty());
+  EXPECT_EQ(flagsOf(scratch.path("root/file")), NS::SF_IMMUTABLE_FLAG);
+}
+
+TEST(ClearBeneath, namesWhatItCannotClear) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  fs::create_directories(scratch.path("root/sub"));
+  LockedItem file(scratch.file("root/sub/file", ""));
+  KW_REQUIRE_LOCKED(file);
+  EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
+              if (!kwtest::bindMount(scratch.path("root"), scratch.path("root")) ||
+                  !kwtest::makeReadOnly(scratch.path("root")))
+                return "no mount";
+              auto failures = failuresOfClearing(scratch.path("root/sub"));
+              return failures == std::vector{scratch.path("root/sub/file") + " " +
+                                             std::to_string(EROFS)}
+                         ? ""
+                         : "other failures";
+            }),
+            "");
+}
+
+TEST(ClearBeneath, staysOffMountedVolumes) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  fs::create_directories(scratch.path("root/mounted"));
+  fs::create_directory(scratch.path("outside"));
+  LockedItem file(scratch.file("outside/file", ""));
+  KW_REQUIRE_LOCKED(file);
+  EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
+              if (!kwtest::bindMount(scratch.path("outside"), scratch.path("root/mounted")))
+                return "no mount";
+              return failuresOfClearing(scratch.path("root")).empty() ? "" : "failures";
+            }),
+            "");
+  EXPECT_EQ(flagsOf(scratch.path("outside/file")), NS::SF_IMMUTABLE_FLAG);
+}
+
+} // namespace
