@@ -1,15 +1,17 @@
 // Removal of items and trees, plain ones and such as resist it.
 #include "Foundation/FileManager.h"
 
-#include "Support/ForkedChild.h"
 #include "Support/LockedItem.h"
+#include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <filesystem>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -102,11 +104,10 @@ TEST(RemoveItem, removesTreesDeeperThanAnyPathWithFewDescriptors) {
   std::size_t before = kwtest::openDescriptorCount();
   EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
               if (kwtest::isRoot() && kwtest::enterMountNamespace())
-                ::mount("none", scratch.path().c_str(), "tmpfs", 0, nullptr);
+                kwtest::mountMemory(scratch.path());
               fs::create_directory(scratch.path("root"));
               kwtest::DeepChain chain(scratch.path("root"), 40'000, "folder");
-              rlimit limit{32, 32};
-              ::setrlimit(RLIMIT_NOFILE, &limit);
+              kwtest::limitDescriptors(32);
               std::optional<NS::Error> error;
               return removeItem(scratch.path("root"), &error) ? "" : error->description();
             }),
@@ -125,6 +126,93 @@ TEST(RemoveItem, stopsAtTheFirstItemItCannotRemoveAndNamesIt) {
   EXPECT_EQ(error->code(), NS::FileWriteNoPermissionError);
   EXPECT_EQ(pathIn(*error), path);
   EXPECT_EQ(scratch.content("root/sub/locked"), "kept");
+}
+
+TEST(RemoveItem, staysOffMountPoints) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  std::string refusal = kwtest::withPrivateMounts([&]() -> std::string {
+    fs::create_directories(scratch.path("root/sub/mounted"));
+    fs::create_directory(scratch.path("root/sub/bound"));
+    fs::create_directory(scratch.path("outside"));
+    scratch.file("outside/file", "kept");
+    if (!kwtest::mountMemory(scratch.path("root/sub/mounted")))
+      return "no mount";
+    scratch.file("root/sub/mounted/file", "kept");
+    for (const char *name : {"root", "root/sub/mounted"}) {
+      std::optional<NS::Error> error;
+      if (removeItem(scratch.path(name), &error) || error->underlyingError()->code() != EBUSY)
+        return std::string(name) + ": no EBUSY";
+      if (pathIn(*error) != scratch.path("root/sub/mounted"))
+        return pathIn(*error);
+    }
+    // The same volume under another name: the device number tells nothing.
+    if (!kwtest::bindMount(scratch.path("outside"), scratch.path("root/sub/bound")))
+      return "no mount";
+    if (removeItem(scratch.path("root/sub/bound")))
+      return "a bound folder was removed";
+    return scratch.content("root/sub/mounted/file") + scratch.content("outside/file");
+  });
+  EXPECT_EQ(refusal, "keptkept");
+}
+
+TEST(RemoveItem, reportsAReadOnlyVolume) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  fs::create_directory(scratch.path("root"));
+  scratch.file("root/file", "kept");
+  EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
+              if (!kwtest::bindMount(scratch.path("root"), scratch.path("root")) ||
+                  !kwtest::makeReadOnly(scratch.path("root")))
+                return "no mount";
+              std::optional<NS::Error> error;
+              removeItem(scratch.path("root/file"), &error);
+              return error && error->code() == NS::FileWriteVolumeReadOnlyError ? ""
+                                                                                : "another error";
+            }),
+            "");
+  EXPECT_EQ(scratch.content("root/file"), "kept");
+}
+
+TEST(RemoveItem, reportsWhatOthersDoNotAllow) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  fs::permissions(scratch.path(), fs::perms(0755));
+  scratch.file("file", "kept");
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (!kwtest::dropRoot())
+                return "still root";
+              std::optional<NS::Error> error;
+              removeItem(scratch.path("file"), &error);
+              return error && error->code() == NS::FileWriteNoPermissionError ? ""
+                                                                              : "another error";
+            }),
+            "");
+  EXPECT_EQ(scratch.content("file"), "kept");
+}
+
+TEST(RemoveItem, removesAFolderOfManyFilesWithFewDescriptorsAndLittleMemory) {
+  ScratchFolder scratch;
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (kwtest::isRoot() && kwtest::enterMountNamespace())
+                kwtest::mountMemory(scratch.path());
+              fs::create_directory(scratch.path("root"));
+              int folder = ::open(scratch.path("root").c_str(), O_RDONLY | O_DIRECTORY);
+              for (int number = 0; number < 200'000; ++number)
+                if (::mknodat(folder, std::to_string(number).c_str(), S_IFREG | 0600, 0) != 0)
+                  return "no file";
+              ::close(folder);
+              kwtest::limitDescriptors(64);
+              rusage before, after;
+              ::getrusage(RUSAGE_SELF, &before);
+              std::optional<NS::Error> error;
+              if (!removeItem(scratch.path("root"), &error))
+                return error->description();
+              ::getrusage(RUSAGE_SELF, &after);
+              long grown = after.ru_maxrss - before.ru_maxrss;
+              return grown < 4096 ? "" : std::to_string(grown) + " KiB more";
+            }),
+            "");
 }
 
 } // namespace
