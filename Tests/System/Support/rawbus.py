@@ -3,6 +3,7 @@ programs cannot do: several requests at once on one connection, requests that
 are abandoned, messages that are not quite right."""
 import itertools
 import os
+import select
 import socket
 import struct
 
@@ -189,17 +190,29 @@ class RawClient:
         return Message(kind, fields, body)
 
     def receive(self):
-        """The next message of whatever kind."""
-        return self._receive()
+        """The next reply or error, whoever waits for it."""
+        while True:
+            message = self._receive()
+            if message.kind != SIGNAL:
+                return message
+            self.signals.append(message)
+
+    def count_received(self):
+        """How many answers have come that nobody waited for yet."""
+        while self._buffer or select.select([self._socket], [], [], 0)[0]:
+            self._keep(self._receive())
+        return len(self._messages)
+
+    def _keep(self, message):
+        if message.kind == SIGNAL:
+            self.signals.append(message)
+        else:
+            self._messages[message.reply_serial] = message
 
     def wait(self, serial):
         """The values of the reply to a call, or BusError."""
         while serial not in self._messages:
-            message = self._receive()
-            if message.kind == SIGNAL:
-                self.signals.append(message)
-            else:
-                self._messages[message.reply_serial] = message
+            self._keep(self._receive())
         message = self._messages.pop(serial)
         if message.kind == ERROR:
             values = message.values()

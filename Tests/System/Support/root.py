@@ -6,6 +6,7 @@ the Trash are those of a usual disk."""
 import os
 import shlex
 import shutil
+import stat
 import subprocess
 import tempfile
 
@@ -64,14 +65,25 @@ class ThrowAwayRoot(PrivateBus):
               f"lowerdir=/,upperdir={disk}/upper,workdir={disk}/work", self.root)
         mount("--bind", f"{disk}/home", f"{self.root}/root")
         mount("-t", "proc", "proc", f"{self.root}/proc")
-        mount("--rbind", "/dev", f"{self.root}/dev")
+        self._make_devices()
         mount("-t", "tmpfs", "tmpfs", f"{self.root}/run")
         mount("-t", "tmpfs", "-o", "mode=1777", "tmpfs", f"{self.root}/tmp")
         build = harness.build_folder
         os.makedirs(self.root + build, exist_ok=True)
         mount("--bind", build, self.root + build)
+        # What a test does wrong must not reach the machine.
+        mount("-o", "remount,bind,ro", self.root + build)
         for folder in (DATA, _SCRATCH):
             os.makedirs(self.root + folder)
+
+    def _make_devices(self):
+        # Nodes of its own, so that even removing them all is harmless.
+        folder = f"{self.root}/dev"
+        mount("-t", "tmpfs", "-o", "mode=755", "tmpfs", folder)
+        for name, minor in (("null", 3), ("zero", 5), ("full", 7), ("random", 8), ("urandom", 9)):
+            os.mknod(f"{folder}/{name}", 0o666 | stat.S_IFCHR, os.makedev(1, minor))
+            os.chmod(f"{folder}/{name}", 0o666)
+        os.symlink("/proc/self/fd", f"{folder}/fd")
 
     def _unmount(self):
         if self.root:

@@ -1,0 +1,218 @@
+"""Several clients at once: nobody waits for another's work, and nobody is hurt
+when another goes away."""
+import ctypes
+import os
+import threading
+import time
+import unittest
+
+from Support import harness
+from Support.bus import is_running, wait_until
+from Support.rawbus import BusError, ERROR
+from Support.root import DATA, ThrowAwayRoot
+
+STARTER = "/sbin/SystemStarter"
+GATE = "/run/keepwell-test/gate"
+QUEUE_LIMIT = 1024
+
+
+class ConcurrencyTest(unittest.TestCase):
+    def setUp(self):
+        self.root = self.enterContext(ThrowAwayRoot())
+
+    def block(self, client):
+        """Has the client's request wait for a tool until open_gate."""
+        if not self.root.exists(GATE):
+            os.mkfifo(self.root.host_path(GATE))
+        self.root.stand_in(STARTER, script=f"read line < {GATE}")
+        before = len(self.root.calls())
+        serial = client.send("StartStartupItem", "s", "item")
+        wait_until(lambda: len(self.root.calls()) > before)
+        return serial
+
+    def open_gate(self):
+        with open(self.root.host_path(GATE), "w", encoding="utf-8") as gate:
+            gate.write("go\n")
+
+    def test_a_blocked_request_delays_nobody_else(self):
+        slow, quick = self.root.client(), self.root.client()
+        blocked = self.block(slow)
+        behind = slow.send("Echo", "s", "behind")
+        self.assertEqual(quick.call("Echo", "s", "quick")[0], "quick")
+        self.assertEqual(self.root.busctl("Echo", "s", "another").values[0], "another")
+        self.assertEqual(slow.count_received(), 0)  # its own requests keep their order
+        self.open_gate()
+        replies = [slow.receive().reply_serial, slow.receive().reply_serial]
+        self.assertEqual(replies, [blocked, behind])
+
+    def test_a_long_measurement_does_not_delay_an_echo(self):
+        folder = os.open(self.root.host_path(self.root.mkdir(f"{DATA}/wide")), os.O_RDONLY)
+        for number in range(20000):
+            os.mknod(f"file{number}", dir_fd=folder)
+        os.close(folder)
+        slow, quick = self.root.client(), self.root.client()
+        slow.call("Echo", "s", "")
+        serials = [slow.send("SizeOfItemAtPath", "s", f"{DATA}/wide") for _ in range(100)]
+        self.assertEqual(quick.call("Echo", "s", "quick")[0], "quick")
+        self.assertLess(slow.count_received(), len(serials))
+        sizes = {slow.wait(serial)[0] for serial in serials}
+        self.assertEqual(len(sizes), 1)
+
+    def test_a_client_killed_in_the_middle_of_a_request_disturbs_nobody(self):
+        other = self.root.client()
+        self.root.stand_in(STARTER)
+        other.call("StartStartupItem", "s", "item")  # once, for what stays open
+        pid, descriptors = self.root.agent_pid(), self.root.agent_descriptors()
+        os.mkfifo(self.root.host_path(GATE))
+        self.root.stand_in(STARTER, script=f"read line < {GATE}")
+        self.root.forget_calls()
+        killed = self.root.popen(self.root.busctl_argv("StartStartupItem", "s", "item"))
+        wait_until(self.root.calls)
+        killed.kill()
+        killed.wait()
+        self.assertEqual(other.call("Echo", "s", "still")[0], "still")
+        self.open_gate()
+        self.assertEqual(other.call("Echo", "s", "there")[0], "there")
+        wait_until(lambda: self.root.agent_descriptors() == descriptors)
+        self.assertEqual(self.root.agent_pid(), pid)
+
+    def test_what_a_client_sent_before_it_left_is_still_done(self):
+        self.root.write(f"{DATA}/file", "x")
+        client = self.root.client()
+        self.block(client)
+        client.send("RemoveItemAtPath", "s", f"{DATA}/file", flags=1)
+        client.close()
+        self.root.busctl("Echo", "s", "")  # the agent has seen it leave
+        self.open_gate()
+        wait_until(lambda: not self.root.exists(f"{DATA}/file"))
+
+    def test_the_queue_of_a_client_is_bounded_and_the_rest_is_done(self):
+        client, other = self.root.client(), self.root.client()
+        blocked = self.block(client)
+        serials = [client.send("Echo", "s", str(number)) for number in range(QUEUE_LIMIT)]
+        refused = client.send("Echo", "s", "one too many")
+        message = client.receive()
+        self.assertEqual((message.kind, message.reply_serial), (ERROR, refused))
+        self.assertEqual(message.error_name, "org.freedesktop.DBus.Error.LimitsExceeded")
+        self.assertEqual(other.call("Echo", "s", "other")[0], "other")
+        self.open_gate()
+        client.wait(blocked)
+        for number, serial in enumerate(serials):
+            self.assertEqual(client.wait(serial)[0], str(number))
+        self.assertEqual(client.call("Echo", "s", "again")[0], "again")
+
+    def test_please_terminate_does_not_wait_for_the_requests_of_others(self):
+        slow, other = self.root.client(), self.root.client()
+        blocked = self.block(slow)
+        pid = self.root.agent_pid()
+        other.send("PleaseTerminate", flags=1)
+        wait_until(lambda: not is_running(pid))
+        with self.assertRaises(BusError) as raised:
+            slow.wait(blocked)
+        self.assertEqual(raised.exception.name, "org.freedesktop.DBus.Error.NoReply")
+        self.assertEqual(other.call("Echo", "s", "new")[0], "new")
+        self.assertNotEqual(self.root.agent_pid(), pid)
+        self.open_gate()
+
+    def test_please_terminate_does_nothing_further_for_its_client(self):
+        self.root.write(f"{DATA}/file", "x")
+        client = self.root.client()
+        client.call("Echo", "s", "")
+        pid = self.root.agent_pid()
+        client.send("PleaseTerminate", flags=1)
+        client.send("RemoveItemAtPath", "s", f"{DATA}/file", flags=1,
+                    destination=self.unique_name_of_agent())
+        wait_until(lambda: not is_running(pid))
+        self.assertTrue(self.root.exists(f"{DATA}/file"))
+
+    def unique_name_of_agent(self):
+        owner = self.root.bus_call("GetNameOwner", "s", "org.keepwell.pro.agent")
+        return owner[0] if owner else ":0.0"
+
+    def test_clients_that_come_and_go_leave_nothing_behind(self):
+        first = self.root.client()
+        first.call("Echo", "s", "")
+        pid, descriptors = self.root.agent_pid(), self.root.agent_descriptors()
+        for _ in range(200):
+            client = self.root.client()
+            for number in range(5):
+                client.send("FileExistsAtPath", "s", f"/{number}")
+            client.close()
+        for _ in range(20):
+            clients = [self.root.client() for _ in range(10)]
+            serials = [client.send("Echo", "s", "x") for client in clients]
+            for client, serial in zip(clients, serials):
+                self.assertEqual(client.wait(serial)[0], "x")
+                client.close()
+        self.assertEqual(first.call("Echo", "s", "still")[0], "still")
+        self.assertEqual(self.root.agent_pid(), pid)
+        self.assertEqual(self.root.agent_descriptors(), descriptors)
+        self.assertLess(len(os.listdir(f"/proc/{pid}/task")), 40)
+
+    def test_a_client_that_floods_and_never_reads_stops_nobody(self):
+        flood, other = self.root.client(), self.root.client()
+        other.call("Echo", "s", "")
+        pid = self.root.agent_pid()
+        text = "x" * 100000
+        for number in range(300):  # 30 MB of replies that nobody fetches
+            flood.send("Echo", "s", text)
+            if number % 50 == 0:
+                self.assertEqual(other.call("Echo", "s", "still")[0], "still")
+        self.assertEqual(other.call("Echo", "s", "there")[0], "there")
+        flood.close()
+        self.assertEqual(other.call("Echo", "s", "after")[0], "after")
+        self.assertEqual(self.root.agent_pid(), pid)
+
+
+class RaceTest(unittest.TestCase):
+    """Ten seconds of a folder and a link changing places below a removal."""
+    SECONDS = 10
+
+    def test_a_removal_never_leaves_its_tree(self):
+        root = self.enterContext(ThrowAwayRoot())
+        for number in range(20):
+            root.write(f"{DATA}/outside/inner/file{number}", "kept")
+        tree = root.mkdir(f"{DATA}/tree")
+        host = root.host_path(tree)
+        stop = threading.Event()
+        swapper = threading.Thread(target=swap_until, args=(host, stop))
+        swapper.start()
+        try:
+            client = root.client()
+            end = time.monotonic() + self.SECONDS
+            removals = 0
+            while time.monotonic() < end:
+                build_bait(host)
+                client.call("RemoveItemAtPath", "s", tree)
+                removals += 1
+        finally:
+            stop.set()
+            swapper.join()
+        self.assertGreater(removals, 10)
+        self.assertEqual(len(root.listdir(f"{DATA}/outside/inner")), 20)
+        for number in range(20):
+            self.assertEqual(root.read(f"{DATA}/outside/inner/file{number}"), b"kept")
+
+
+def build_bait(host):
+    """A folder with content and, beside it, a link that leads outside."""
+    try:
+        os.makedirs(f"{host}/folder/inner", exist_ok=True)
+        for number in range(20):
+            with open(f"{host}/folder/inner/file{number}", "w", encoding="utf-8"):
+                pass
+        os.symlink("../outside", f"{host}/link")
+    except OSError:
+        pass  # the swapper or the last removal was faster
+
+
+def swap_until(host, stop):
+    library = ctypes.CDLL(None, use_errno=True)
+    at_fdcwd, exchange = -100, 2
+    one, other = f"{host}/folder".encode(), f"{host}/link".encode()
+    while not stop.is_set():
+        library.renameat2(at_fdcwd, one, at_fdcwd, other, exchange)
+
+
+if __name__ == "__main__":
+    harness.main()
