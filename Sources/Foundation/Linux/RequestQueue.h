@@ -2,7 +2,7 @@
 // a shared pool.
 #pragma once
 
-#include "Foundation/Linux/WorkerPool.h"
+#include "Foundation/POSIX/WorkerPool.h"
 
 #include <cstddef>
 #include <deque>

@@ -1,6 +1,6 @@
 // One client's requests: order, bounds, suspension; and the threads beneath.
 #include "Foundation/Linux/RequestQueue.h"
-#include "Foundation/Linux/WorkerPool.h"
+#include "Foundation/POSIX/WorkerPool.h"
 #include "Support/Signal.h"
 
 #include <atomic>

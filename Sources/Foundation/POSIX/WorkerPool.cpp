@@ -1,5 +1,5 @@
 // An elastic pool of detached threads around one queue.
-#include "Foundation/Linux/WorkerPool.h"
+#include "Foundation/POSIX/WorkerPool.h"
 
 #include "Foundation/Log.h"
 
