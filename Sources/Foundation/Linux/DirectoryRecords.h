@@ -1,7 +1,11 @@
 // The records of getdents64, as the walk and the bulk attributes read them.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <memory>
 
 namespace NS {
 
@@ -22,5 +26,25 @@ inline const DirectoryRecord &directoryRecordAt(const char *bytes) {
 inline bool isDotOrDotDot(const char *name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
+
+// Memory for many batches of records, grown without being cleared first.
+class RecordStack {
+public:
+  char *at(std::size_t offset) { return bytes_.get() + offset; }
+  void reserve(std::size_t size) {
+    if (size <= capacity_)
+      return;
+    std::size_t grown = std::max(size, capacity_ * 2);
+    std::unique_ptr<char[]> bytes(new char[grown]);
+    if (capacity_ > 0)
+      std::memcpy(bytes.get(), bytes_.get(), capacity_);
+    bytes_ = std::move(bytes);
+    capacity_ = grown;
+  }
+
+private:
+  std::unique_ptr<char[]> bytes_;
+  std::size_t capacity_ = 0;
+};
 
 } // namespace NS

@@ -38,26 +38,6 @@ constexpr std::size_t linearAncestors = 32;
 
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 
-// Memory for records that grows without being cleared first.
-class RecordStack {
-public:
-  char *at(std::size_t offset) { return bytes_.get() + offset; }
-  void reserve(std::size_t size) {
-    if (size <= capacity_)
-      return;
-    std::size_t grown = std::max(size, capacity_ * 2);
-    std::unique_ptr<char[]> bytes(new char[grown]);
-    if (capacity_ > 0)
-      std::memcpy(bytes.get(), bytes_.get(), capacity_);
-    bytes_ = std::move(bytes);
-    capacity_ = grown;
-  }
-
-private:
-  std::unique_ptr<char[]> bytes_;
-  std::size_t capacity_ = 0;
-};
-
 struct FolderID {
   std::uint64_t device;
   std::uint64_t inode;

@@ -1,6 +1,8 @@
 // Opening, reading and leaving folders relative to one another.
 #include "Foundation/Linux/FolderStack.h"
 
+#include "Foundation/Linux/DirectoryRecords.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -12,10 +14,6 @@ namespace NS {
 namespace {
 
 constexpr int openFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
-
-bool isDotOrDotDot(const char *name) {
-  return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
 
 } // namespace
 
