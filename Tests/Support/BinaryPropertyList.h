@@ -10,8 +10,10 @@ namespace kwtest {
 
 inline std::string bigEndian(std::uint64_t number, std::size_t size) {
   std::string bytes;
-  while (size > 0)
-    bytes += static_cast<char>(number >> (8 * --size) & 0xff);
+  while (size > 0) {
+    std::size_t shift = 8 * --size;
+    bytes += static_cast<char>(shift < 64 ? number >> shift & 0xff : 0);
+  }
   return bytes;
 }
 
