@@ -29,6 +29,8 @@ using CommandTable = std::vector<Command>;
 // Each group stands in a file of its own.
 CommandTable fileCommands();
 CommandTable agentCommands();
+// These need no agent.
+CommandTable localCommands();
 
 // One request of a command that may make several, such as one for each path.
 // A failure to get a reply is reported with the request's own JSON members and

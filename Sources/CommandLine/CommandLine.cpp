@@ -18,7 +18,7 @@ constexpr const char *footer =
 
 CommandTable allCommands() {
   CommandTable all;
-  for (const CommandTable &group : {fileCommands(), agentCommands()})
+  for (const CommandTable &group : {fileCommands(), localCommands(), agentCommands()})
     all.insert(all.end(), group.begin(), group.end());
   return all;
 }

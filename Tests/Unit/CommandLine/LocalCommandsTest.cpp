@@ -1,0 +1,176 @@
+// The commands that need no agent, from their arguments to their output.
+#include "CommandLine/CommandLine.h"
+
+#include "Foundation/FileFlags.h"
+
+#include "Support/FakeItemServices.h"
+#include "Support/ScratchFolder.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Strings = std::vector<std::string>;
+
+class LocalCommands : public ::testing::Test {
+protected:
+  kwtest::ScratchFolder folder;
+  std::ostringstream out;
+  std::ostringstream err;
+
+  int run(const Strings &arguments) {
+    std::vector<const char *> pointers{"keepwell"};
+    for (const std::string &argument : arguments)
+      pointers.push_back(argument.c_str());
+    out.str("");
+    err.str("");
+    kw::Surroundings surroundings;
+    surroundings.out = &out;
+    surroundings.err = &err;
+    surroundings.connect = [](const std::string &) -> std::unique_ptr<kw::Client> {
+      ADD_FAILURE() << "a local command asked for the agent";
+      return nullptr;
+    };
+    return kw::runCommandLine(static_cast<int>(pointers.size()), pointers.data(), surroundings);
+  }
+  bool printed(const std::string &text) const { return out.str().find(text) != std::string::npos; }
+};
+
+using Find = LocalCommands;
+using Inspect = LocalCommands;
+
+TEST_F(Find, printsEachPathOnce) {
+  fs::create_directory(folder.path("Foo"));
+  folder.file("Foo/foo.txt", "");
+  folder.file("other", "");
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path()}), 0);
+  EXPECT_EQ(out.str(), folder.path("Foo") + "\n" + folder.path("Foo/foo.txt") + "\n");
+  EXPECT_EQ(err.str(), "");
+}
+
+TEST_F(Find, printsTheWalkAsItIsOnDemand) {
+  fs::create_directory(folder.path("Foo"));
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path(), "--raw"}), 0);
+  EXPECT_EQ(out.str(), folder.path("Foo") + "\n" + folder.path("Foo") + "\n");
+}
+
+TEST_F(Find, canStayShallowMatchWordsAndExclude) {
+  fs::create_directory(folder.path("bar"));
+  folder.file("bar/foo", "");
+  folder.file("foo bar", "");
+  folder.file("food", "");
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path(), "--shallow", "--words"}), 0);
+  EXPECT_EQ(out.str(), folder.path("foo bar") + "\n");
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path(), "--exclude", "bar", "--exclude", "food"}),
+            0);
+  EXPECT_EQ(out.str(), folder.path("foo bar") + "\n");
+}
+
+TEST_F(Find, printsJSON) {
+  folder.file("foo", "");
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path(), "--json"}), 0);
+  EXPECT_EQ(out.str(), "{\"command\":\"find\",\"name\":\"foo\",\"path\":\"" + folder.path() +
+                           "\",\"success\":true,\"paths\":[\"" + folder.path("foo") + "\"]}\n");
+}
+
+TEST_F(Find, printsTidyPathsForAFolderWithDotsBehindIt) {
+  folder.file("foo", "");
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path("././/")}), 0);
+  EXPECT_EQ(out.str(), folder.path("foo") + "\n");
+}
+
+TEST_F(Find, succeedsWithNothingFound) {
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path()}), 0);
+  EXPECT_EQ(out.str(), "");
+}
+
+TEST_F(Find, failsForAFolderThatIsNotThere) {
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path("missing")}), 1);
+  EXPECT_EQ(out.str(), "");
+  EXPECT_NE(err.str().find(folder.path("missing") + ": No such file"), std::string::npos)
+      << err.str();
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path("missing"), "--json"}), 1);
+  EXPECT_TRUE(printed("\"success\":false,\"error\":{"));
+}
+
+TEST_F(Find, refusesWhatTheSearchWouldNotDo) {
+  EXPECT_EQ(run({"find", "", "--under", folder.path()}), 2);
+  EXPECT_EQ(run({"find", "foo", "--under", "/"}), 2);
+  EXPECT_EQ(run({"find", "foo", "--under", "//"}), 2);
+  EXPECT_EQ(run({"find", "foo", "--under", "/./"}), 2);
+  EXPECT_EQ(run({"find", "foo", "--under", ""}), 2);
+  EXPECT_EQ(run({"find", "foo"}), 2);
+}
+
+TEST_F(Find, showsControlCharactersOfNames) {
+  folder.file("foo\n\x1b[2J", "");
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path()}), 0);
+  EXPECT_EQ(out.str().find('\x1b'), std::string::npos);
+  EXPECT_EQ(out.str().find('\n'), out.str().size() - 1);
+}
+
+TEST_F(Inspect, tellsAboutAFile) {
+  EXPECT_EQ(run({"inspect", folder.file(".profile", "")}), 0);
+  EXPECT_TRUE(out.str().starts_with(folder.path(".profile") + "\n  kind:       file\n"))
+      << out.str();
+  EXPECT_TRUE(printed("  flags:      none\n  protection: none\n  hidden:     no\n"));
+  EXPECT_TRUE(printed("  readable:   yes\n"));
+  EXPECT_FALSE(printed("stands for"));
+}
+
+TEST_F(Inspect, tellsTheKindOfAFolder) {
+  fs::create_directory(folder.path("X.photoslibrary"));
+  EXPECT_EQ(run({"inspect", folder.path(), folder.path("X.photoslibrary")}), 0);
+  EXPECT_TRUE(printed("  kind:       folder (ordinary)\n")) << out.str();
+  EXPECT_TRUE(printed("  kind:       folder (photos library)\n")) << out.str();
+  kwtest::FakeLaunchServices registry;
+  registry.items[folder.path()] = {0, "APPL"};
+  EXPECT_EQ(run({"inspect", folder.path(), "--json"}), 0);
+  EXPECT_TRUE(printed("\"kind\":\"folder\",\"folderType\":\"application\"")) << out.str();
+}
+
+TEST_F(Inspect, tellsWhatALinkStandsFor) {
+  std::string file = folder.file("f", "");
+  fs::create_symlink(file, folder.path("l"));
+  EXPECT_EQ(run({"inspect", folder.path("l")}), 0);
+  EXPECT_TRUE(printed("  kind:       link\n"));
+  EXPECT_TRUE(printed("  stands for: " + file + "\n"));
+  fs::create_symlink("nowhere", folder.path("dangling"));
+  EXPECT_EQ(run({"inspect", folder.path("dangling")}), 0);
+  EXPECT_FALSE(printed("stands for"));
+  EXPECT_EQ(err.str(), "");
+}
+
+TEST_F(Inspect, tellsOfProtectionAndHiding) {
+  class : public NS::FileFlags {
+  public:
+    int status(const std::string &, NS::FileStatus &status) override {
+      status.flags = NS::SF_RESTRICTED_FLAG | NS::UF_HIDDEN_FLAG;
+      return 0;
+    }
+    int change(const std::string &, std::uint32_t) override { return -1; }
+  } flags;
+  NS::ScopedOverride<NS::FileFlags> override(flags);
+  kwtest::FakeExtendedAttributes attributes;
+  attributes.names = std::string("com.apple.rootless\0", 19);
+  EXPECT_EQ(run({"inspect", folder.path()}), 0);
+  EXPECT_TRUE(printed("  flags:      hidden, restricted\n")) << out.str();
+  EXPECT_TRUE(printed("  protection: restricted, rootless\n"));
+  EXPECT_TRUE(printed("  hidden:     yes\n"));
+  EXPECT_EQ(run({"inspect", folder.path(), "--json"}), 0);
+  EXPECT_TRUE(printed("\"flags\":[\"hidden\",\"restricted\"],\"restricted\":true,"
+                      "\"rootless\":true,\"hidden\":true,\"readable\":true,\"created\":0,"))
+      << out.str();
+}
+
+TEST_F(Inspect, goesOnPastAMissingItemAndFailsInTheEnd) {
+  std::string file = folder.file("f", "");
+  EXPECT_EQ(run({"inspect", folder.path("missing"), file}), 1);
+  EXPECT_TRUE(printed(file + "\n"));
+  EXPECT_TRUE(err.str().find(folder.path("missing") + ": ") != std::string::npos) << err.str();
+}
+
+} // namespace
