@@ -17,6 +17,7 @@ enum class TaskTerminationReason { Exit, UncaughtSignal };
 class Task {
 public:
   virtual ~Task() = default;
+  // By the shared factory.
   static std::shared_ptr<Task> create();
 
   virtual void setLaunchPath(std::string path) = 0;
@@ -49,6 +50,16 @@ public:
   virtual TaskTerminationReason terminationReason() = 0;
   // 0 before the launch; keeps its value after the end.
   virtual int processIdentifier() const = 0;
+};
+
+// Where tasks come from. Thread-safe.
+class TaskFactory {
+public:
+  virtual ~TaskFactory() = default;
+  static TaskFactory &shared();
+  static TaskFactory *exchangeShared(TaskFactory *replacement);
+
+  virtual std::shared_ptr<Task> newTask() = 0;
 };
 
 } // namespace NS

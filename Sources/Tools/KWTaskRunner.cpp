@@ -116,9 +116,9 @@ void runTask(const std::string &path, const KWTaskRunner::Arguments &arguments,
 }
 
 NS::SharedInstance<KWTaskRunner> &instance() {
-  static KWTaskRunner real;
-  static NS::SharedInstance<KWTaskRunner> shared(real);
-  return shared;
+  // Never destroyed: requests may still be running when the process ends.
+  static auto *shared = new NS::SharedInstance<KWTaskRunner>(*new KWTaskRunner);
+  return *shared;
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "Foundation/POSIX/ChildProcess.h"
 #include "Foundation/POSIX/Descriptors.h"
 #include "Foundation/POSIX/EnvironmentLock.h"
+#include "Foundation/SharedInstance.h"
 
 #include <array>
 #include <cerrno>
@@ -135,10 +136,29 @@ void ProcessTask::launch() {
       childEnd(stream).closeFile();
 }
 
+class ProcessTaskFactory final : public TaskFactory {
+public:
+  std::shared_ptr<Task> newTask() override { return std::make_shared<ProcessTask>(); }
+};
+
+SharedInstance<TaskFactory> &instance() {
+  // Never destroyed: requests may still be running when the process ends.
+  static auto *shared = new SharedInstance<TaskFactory>(*new ProcessTaskFactory);
+  return *shared;
+}
+
 } // namespace
 
 std::shared_ptr<Task> Task::create() {
-  return std::make_shared<ProcessTask>();
+  return TaskFactory::shared().newTask();
+}
+
+TaskFactory &TaskFactory::shared() {
+  return instance().get();
+}
+
+TaskFactory *TaskFactory::exchangeShared(TaskFactory *replacement) {
+  return instance().exchange(replacement);
 }
 
 } // namespace NS

@@ -56,9 +56,9 @@ public:
 };
 
 SharedInstance<Thread> &instance() {
-  static CurrentThread real;
-  static SharedInstance<Thread> shared(real);
-  return shared;
+  // Never destroyed: requests may still be running when the process ends.
+  static auto *shared = new SharedInstance<Thread>(*new CurrentThread);
+  return *shared;
 }
 
 } // namespace

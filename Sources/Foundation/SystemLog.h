@@ -1,0 +1,24 @@
+// The host's own log, for the few lines that must stand there whatever becomes
+// of the diagnostic log.
+//
+// Thread-safe; a message is one line, without a newline. Nothing is reported
+// when the host keeps no log.
+#pragma once
+
+#include <string>
+
+namespace NS {
+
+// The number is the platform's own.
+enum class SystemLogPriority { Error = 3 };
+
+class SystemLog {
+public:
+  virtual ~SystemLog() = default;
+  static SystemLog &shared();
+  static SystemLog *exchangeShared(SystemLog *replacement);
+
+  virtual void syslog(SystemLogPriority priority, const std::string &message) = 0;
+};
+
+} // namespace NS

@@ -1,0 +1,46 @@
+// Slimming a universal binary.
+#include "Tools/KWDitoTask.h"
+
+#include "Additions/NSFileManager+FileModificationsAdditions.h"
+#include "Foundation/Log.h"
+#include "Foundation/SharedInstance.h"
+#include "Tools/KWTaskRunner.h"
+
+namespace kw {
+namespace {
+
+NS::SharedInstance<KWDitoTask> &instance() {
+  // Never destroyed: requests may still be running when the process ends.
+  static auto *shared = new NS::SharedInstance<KWDitoTask>(*new KWDitoTask);
+  return *shared;
+}
+
+} // namespace
+
+KWDitoTask &KWDitoTask::shared() {
+  return instance().get();
+}
+
+KWDitoTask *KWDitoTask::exchangeShared(KWDitoTask *replacement) {
+  return instance().exchange(replacement);
+}
+
+bool KWDitoTask::slimBinaryAtPath(const std::string &path,
+                                  const std::vector<std::string> &archsToLeave) const {
+  NS::FileManager &manager = NS::FileManager::defaultManager();
+  if (!manager.fileExistsAtPath(path))
+    return true;
+  std::string temporaryPath = path + ".ditto";
+  std::vector<std::string> arguments = archsToLeave;
+  arguments.push_back(path);
+  arguments.push_back(temporaryPath);
+  if (KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd("/usr/bin/ditto", arguments) != 0)
+    return false;
+  std::optional<NS::Error> error;
+  bool moved = moveItemAtPath(manager, temporaryPath, path, false, true, &error);
+  if (!moved)
+    NS::Log("Can't copy with error %@", error);
+  return moved;
+}
+
+} // namespace kw

@@ -1,0 +1,49 @@
+// Running the repair tool and passing on what it writes.
+#include "Tools/KWPermissionsRepair.h"
+
+#include "Foundation/Log.h"
+#include "Foundation/Task.h"
+#include "Foundation/Unicode.h"
+
+#include <exception>
+
+namespace kw {
+namespace {
+
+std::optional<std::string> textFromData(std::string data) {
+  if (!NS::isWellFormedUTF8(data))
+    return std::nullopt;
+  return data;
+}
+
+// What a listener throws must not leave the tool writing into a pipe that
+// nobody reads.
+void report(const KWReportProgress &reportProgress, const std::optional<std::string> &chunk) {
+  try {
+    reportProgress(false, chunk);
+  } catch (const std::exception &failure) {
+    NS::Log("Progress of the permissions repair lost: %@", failure.what());
+  }
+}
+
+} // namespace
+
+int KWPermissionsRepair::repairPermissionsWithReportProgress(
+    const KWReportProgress &reportProgress) const {
+  std::shared_ptr<NS::Task> task = NS::Task::create();
+  task->setLaunchPath("/usr/libexec/repair_packages");
+  task->setArguments({"--output-format", "1", "--repair", "--standard-pkgs", "--volume", "/"});
+  std::shared_ptr<NS::Pipe> output = NS::Pipe::pipe();
+  task->setStandardOutput(output);
+  output->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &handle) {
+    // The first read's chunk is dropped: clients are made for that.
+    static_cast<void>(handle.availableData());
+    report(reportProgress, textFromData(handle.availableData()));
+  });
+  task->launch();
+  task->waitUntilExit();
+  output->fileHandleForReading().setReadabilityHandler(nullptr);
+  return task->processIdentifier();
+}
+
+} // namespace kw
