@@ -2,8 +2,6 @@
 // with the kinds taken from the method's own type.
 #include "Agent/KWPrivilegedOperation.h"
 
-#include "Agent/KWPriviligedOperations+Pending.h"
-
 #include <cstddef>
 #include <tuple>
 #include <type_traits>
@@ -186,18 +184,10 @@ XPCInterface description() {
 }
 // clang-format on
 
-XPCInterface builtDescription() {
-  XPCInterface interface = description();
-  for (XPCMethod &method : interface.methods)
-    if (isPendingSelector(method.selector))
-      method.invoker = nullptr;
-  return interface;
-}
-
 } // namespace
 
 std::shared_ptr<const NS::XPCInterface> KWPrivilegedOperation::interface() {
-  static const auto shared = std::make_shared<const XPCInterface>(builtDescription());
+  static const auto shared = std::make_shared<const XPCInterface>(description());
   return shared;
 }
 

@@ -1,5 +1,6 @@
 // The handlers of what starts by itself: launchd jobs, startup items, login
-// items, launchd's environment.
+// items, launchd's environment; and of system software: extensions, receipts,
+// architectures.
 #include "Agent/KWPriviligedOperations.h"
 
 #include "Additions/NSStringAdditions.h"
@@ -11,7 +12,10 @@
 #include "Foundation/Process.h"
 #include "Foundation/SharedFileList.h"
 #include "Foundation/StringUtilities.h"
+#include "Tools/KWDitoTask.h"
+#include "Tools/KWKextManager.h"
 #include "Tools/KWLaunchdManager.h"
+#include "Tools/KWPkgutilTask.h"
 #include "Tools/KWServiceManagementRemover.h"
 #include "Tools/KWTaskRunner.h"
 
@@ -107,6 +111,20 @@ void KWPriviligedOperations::disableLaunchdAgentAtPath(const std::string &plistP
 
 void KWPriviligedOperations::removeSMLoginItem(const std::string &bundleID, KWFlagReply reply) {
   answer(reply, KWServiceManagementRemover::shared().removeSMLoginItem(bundleID, nullptr));
+}
+
+void KWPriviligedOperations::removePackageWithID(const std::string &packageID, KWFlagReply reply) {
+  answer(reply, KWPkgutilTask().removePackageWithID(packageID));
+}
+
+void KWPriviligedOperations::removeKextAtPath(const std::string &path, KWFlagReply reply) {
+  answer(reply, KWKextManager().removeKextAtPath(path));
+}
+
+void KWPriviligedOperations::slimBinaryWithPath(const std::string &path,
+                                                const std::vector<std::string> &archs,
+                                                KWFlagReply reply) {
+  answer(reply, KWDitoTask::shared().slimBinaryAtPath(path, archs));
 }
 
 // Whatever became of the tool.

@@ -262,4 +262,19 @@ TEST_F(StartupHandlersTest, aNullReplyIsSkipped) {
   EXPECT_EQ(contents.files.at(conf), "");
 }
 
+TEST_F(StartupHandlersTest, softwareIsRemovedByItsTools) {
+  files.existing = {"/p/bin"};
+  operations.removePackageWithID("com.example.pkg", reply());
+  operations.slimBinaryWithPath("/missing", {"--arch", "x86_64"}, reply());
+  operations.removeKextAtPath("/missing.kext", reply());
+  runner.statuses["/usr/bin/ditto"] = 1;
+  operations.slimBinaryWithPath("/p/bin", {"--arch", "x86_64"}, reply());
+  EXPECT_EQ(runner.commandLines(),
+            (Lines{{"/usr/sbin/pkgutil", "--forget", "com.example.pkg"},
+                   {"/usr/bin/ditto", "--arch", "x86_64", "/p/bin", "/p/bin.ditto"}}));
+  EXPECT_THAT(replies, ElementsAre(true, true, false, false));
+  operations.removePackageWithID("com.example.pkg", nullptr);
+  EXPECT_EQ(replies.size(), 4U);
+}
+
 } // namespace

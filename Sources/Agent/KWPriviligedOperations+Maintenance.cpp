@@ -1,0 +1,121 @@
+// The handlers that maintain the whole system: its logs, caches, indexes and
+// permissions. Each runs the system's own tools and replies when they are done.
+#include "Agent/KWPriviligedOperations.h"
+
+#include "Additions/NSFileManager+FileModificationsAdditions.h"
+#include "Agent/KWPrivilegedOperationProgress.h"
+#include "Foundation/AppKitVersion.h"
+#include "Foundation/SystemLog.h"
+#include "Tools/KWLaunchdManager.h"
+#include "Tools/KWPermissionsRepair.h"
+#include "Tools/KWTaskRunner.h"
+
+#include <cmath>
+
+namespace kw {
+namespace {
+
+constexpr const char *syslogdLabel = "com.apple.syslogd";
+constexpr const char *aslmanagerLabel = "com.apple.aslmanager";
+constexpr const char *logStorePath = "/var/log/asl";
+
+// The systems whose name service was discoveryd: from the first version up to,
+// but without, the second.
+constexpr double firstDiscoveryVersion = 1343.0;
+constexpr double endOfDiscoveryVersions = 1348.0;
+
+void logFailure(const std::string &message) {
+  NS::SystemLog::shared().syslog(NS::SystemLogPriority::Error, message);
+}
+
+bool stopLogJobs() {
+  for (const char *label : {syslogdLabel, aslmanagerLabel})
+    if (!KWLaunchdManager::shared().stopAgentWithLabel(label)) {
+      // A job stopped before this one stays stopped.
+      logFailure(std::string("Failed to stop ") + label);
+      return false;
+    }
+  return true;
+}
+
+// Both starts are tried. The last message names aslmanager whichever failed.
+bool startLogJobs() {
+  bool syslogdStarted = KWLaunchdManager::shared().startAgentWithLabel(syslogdLabel);
+  if (!syslogdStarted)
+    logFailure("Failed to start com.apple.syslogd");
+  bool aslmanagerStarted = KWLaunchdManager::shared().startAgentWithLabel(aslmanagerLabel);
+  if (syslogdStarted && aslmanagerStarted)
+    return true;
+  logFailure("Failed to start com.apple.aslmanager");
+  return false;
+}
+
+bool eraseSystemLogStore() {
+  if (!stopLogJobs())
+    return false;
+  if (!removeContentsOfDirectoryAtPath(NS::FileManager::defaultManager(), logStorePath))
+    logFailure("Failed to remove contents of /var/log/asl");
+  return startLogJobs();
+}
+
+long long statusOf(const char *tool, const std::vector<std::string> &arguments) {
+  return KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(tool, arguments);
+}
+
+// Both tools run whatever becomes of the first.
+bool flushNameCaches() {
+  double version = std::floor(NS::AppKitVersion::shared().number());
+  long long first = 0;
+  long long second = 0;
+  if (version >= firstDiscoveryVersion && version < endOfDiscoveryVersions) {
+    first = statusOf("/usr/sbin/discoveryutil", {"mdnsflushcache"});
+    second = statusOf("/usr/sbin/discoveryutil", {"udnsflushcaches"});
+  } else {
+    first = statusOf("/usr/sbin/dscacheutil", {"-flushcache"});
+    second = statusOf("/usr/bin/killall", {"-HUP", "mDNSResponder"});
+  }
+  return (first | second) == 0;
+}
+
+} // namespace
+
+void KWPriviligedOperations::removeASLWithReply(KWFlagReply reply) {
+  bool erased = eraseSystemLogStore();
+  if (reply)
+    reply(erased, std::nullopt);
+}
+
+void KWPriviligedOperations::flushDNSWithReply(KWFlagReply reply) {
+  bool flushed = flushNameCaches();
+  if (reply)
+    reply(flushed, std::nullopt);
+}
+
+void KWPriviligedOperations::runPeriodicScript(const std::string &scriptName, KWFlagReply reply) {
+  static_cast<void>(statusOf("/usr/sbin/periodic", {scriptName}));
+  if (reply)
+    reply(true, std::nullopt);
+}
+
+void KWPriviligedOperations::startSpotlightReindexWithReply(KWFlagReply reply) {
+  static_cast<void>(statusOf("/usr/bin/mdutil", {"-E", "/"}));
+  if (reply)
+    reply(true, std::nullopt);
+}
+
+void KWPriviligedOperations::repairPermissionsWithReply(KWRepairReply reply) {
+  KWPermissionsRepair repair;
+  int processIdentifier = repair.repairPermissionsWithReportProgress(
+      [this](bool, const std::optional<std::string> &chunk) {
+        // The transport has no nil text; what cannot be shown is an empty one.
+        KWPrivilegedOperationProgress::remoteObjectProxy(xpcConnection())
+            ->receiveNewOutput(chunk.value_or(""));
+      });
+  reply(true, processIdentifier, std::nullopt);
+}
+
+void KWPriviligedOperations::removeDiagnosticLogsWithReply(KWDiagnosticLogsReply reply) {
+  KWTaskRunner::shared().launchTask("/usr/bin/log", {"erase", "--all"}, "y", std::move(reply));
+}
+
+} // namespace kw
