@@ -86,7 +86,7 @@ std::vector<FTSInfo> infos(NS::FTSStream &stream) {
 
 TEST(FTS, givesTheSequenceOfTheCLibrary) {
   for (std::uint32_t seed = 1; seed <= 25; ++seed) {
-    ScratchFolder scratch;
+    ScratchFolder scratch(quickFolder());
     RandomTree tree(scratch.path(), seed, 150);
     EXPECT_EQ(ours(scratch.path(), physical), theirs(scratch.path(), physical)) << seed;
     EXPECT_EQ(ours(scratch.path(), physical, 3), theirs(scratch.path(), physical, 3)) << seed;
@@ -95,12 +95,18 @@ TEST(FTS, givesTheSequenceOfTheCLibrary) {
 
 TEST(FTS, givesTheSequenceOfTheCLibraryWithoutStat) {
   for (std::uint32_t seed = 1; seed <= 10; ++seed) {
-    ScratchFolder scratch;
+    ScratchFolder scratch(quickFolder());
     RandomTree tree(scratch.path(), seed, 150);
     for (int options :
          {physical | NS::FTSOption::NOSTAT, physical | NS::FTSOption::NOSTAT | NS::FTSOption::XDEV})
       EXPECT_EQ(ours(scratch.path(), options, 4), theirs(scratch.path(), options, 4)) << seed;
   }
+}
+
+TEST(FTS, givesTheSequenceOfTheCLibraryOnADisk) {
+  ScratchFolder scratch;
+  RandomTree tree(scratch.path(), 77, 300);
+  EXPECT_EQ(ours(scratch.path(), physical), theirs(scratch.path(), physical));
 }
 
 TEST(FTS, namesRootsAsTheCLibraryDoes) {
