@@ -54,6 +54,13 @@ public:
   requires(!std::same_as<Integer, bool>) PropertyList(Integer number)
       : value_(integerValue(number)) {}
 
+  PropertyList(const PropertyList &) = default;
+  PropertyList(PropertyList &&) noexcept = default;
+  // The other may be a part of this value, which goes with the former contents.
+  PropertyList &operator=(const PropertyList &other) { return *this = PropertyList(other); }
+  PropertyList &operator=(PropertyList &&) noexcept = default;
+  ~PropertyList() = default;
+
   Kind kind() const;
 
   // Each is null or nothing when the value is of another kind. The pointers

@@ -156,13 +156,19 @@ public:
       storeError(error, fileError(errnum, path, FileAccess::Reading));
       return std::nullopt;
     };
+    // Opening a device can do something by itself, so it is looked at first;
+    // what takes its place meanwhile is met without waiting.
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0)
+      return failed(errno);
+    if (!S_ISREG(status.st_mode))
+      return failed(S_ISDIR(status.st_mode) ? EISDIR : EOPNOTSUPP);
     Descriptor descriptor(retrying(
         [&] { return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
-    struct stat status;
     if (!descriptor.isOpen() || ::fstat(descriptor.number(), &status) != 0)
       return failed(errno);
     if (!S_ISREG(status.st_mode))
-      return failed(S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
+      return failed(EOPNOTSUPP);
     std::string data;
     if (status.st_size > static_cast<off_t>(sizeLimit))
       return failed(EFBIG);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <thread>
 
 namespace {
 
@@ -42,6 +43,18 @@ TEST(MainBundle, givesTheKeyOrTheValueForWhatIsInNoTable) {
   EXPECT_EQ(bundle.localizedStringForKey("unknown", std::nullopt, "NoTable"), "unknown");
   EXPECT_EQ(bundle.localizedStringForKey("unknown", "instead", std::nullopt), "instead");
   EXPECT_EQ(bundle.localizedStringForKey("unknown", "instead", "../Errors"), "instead");
+}
+
+TEST(MainBundle, isAskedByThreadsAtOnce) {
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread)
+    threads.emplace_back([] {
+      for (const char *table : {"Errors", "Localizable", "NoTable", "Other"})
+        EXPECT_FALSE(
+            NS::Bundle::mainBundle().localizedStringForKey("key", std::nullopt, table).empty());
+    });
+  for (std::thread &thread : threads)
+    thread.join();
 }
 
 TEST_F(BundleTest, aMissingFolderAndAFileAreNoBundles) {

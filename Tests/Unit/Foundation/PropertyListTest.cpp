@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <limits>
+#include <thread>
 
 namespace {
 
@@ -65,6 +66,16 @@ TEST(PropertyListValue, copiesShareUntilOneIsChanged) {
   EXPECT_EQ(copy.dictionary()->size(), 2u);
 }
 
+TEST(PropertyListValue, becomesAPartOfItself) {
+  for (const PropertyList &part :
+       {PropertyList(1), PropertyList(0.5), PropertyList("a text too long to stand in place"),
+        PropertyList(PropertyList::Array{1, 2})}) {
+    PropertyList list(PropertyList::Dictionary{{"part", part}});
+    list = *list.objectForKey("part");
+    EXPECT_EQ(list, part);
+  }
+}
+
 TEST(PropertyListValue, ofEntriesWithOneKeyTheLastStays) {
   PropertyList list(PropertyList::Dictionary{{"b", 1}, {"a", 2}, {"b", 3}, {"a", 4}, {"b", 5}});
   EXPECT_EQ(list, PropertyList(PropertyList::Dictionary{{"a", 4}, {"b", 5}}));
@@ -88,6 +99,27 @@ TEST(PropertyListValue, ofAMillionLevelsIsComparedAndDestroyed) {
   PropertyList copy = deep;
   deep = PropertyList(1);
   EXPECT_TRUE(copy == other);
+}
+
+TEST(PropertyListValue, isSharedByThreadsThatCopyChangeAndDestroyIt) {
+  PropertyList shared(PropertyList::Dictionary{{"a", nested(50)}, {"b", 1}});
+  PropertyList untouched = shared;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread)
+    threads.emplace_back([copy = shared]() mutable {
+      for (int round = 0; round < 500; ++round) {
+        PropertyList own = copy;
+        own.setObjectForKey(round, "b");
+        own.removeObjectForKey("a");
+        copy = PropertyList(PropertyList::Dictionary{{"outer", copy}});
+        copy = *copy.objectForKey("outer");
+      }
+    });
+  shared = PropertyList(1);
+  for (std::thread &thread : threads)
+    thread.join();
+  EXPECT_EQ(untouched.objectForKey("b")->integer(), 1);
+  EXPECT_EQ(*untouched.objectForKey("a"), nested(50));
 }
 
 TEST(PropertyListValue, readsAsBoolAsThePlatformDoes) {
