@@ -29,6 +29,7 @@ using CommandTable = std::vector<Command>;
 // Each group stands in a file of its own.
 CommandTable fileCommands();
 CommandTable agentCommands();
+CommandTable serviceCommands();
 // These need no agent.
 CommandTable localCommands();
 

@@ -18,7 +18,8 @@ constexpr const char *footer =
 
 CommandTable allCommands() {
   CommandTable all;
-  for (const CommandTable &group : {fileCommands(), localCommands(), agentCommands()})
+  for (const CommandTable &group :
+       {fileCommands(), localCommands(), agentCommands(), serviceCommands()})
     all.insert(all.end(), group.begin(), group.end());
   return all;
 }

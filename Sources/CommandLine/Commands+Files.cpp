@@ -1,5 +1,6 @@
 // Commands that act on files and folders.
 #include "CommandLine/Command.h"
+#include "CommandLine/Outcome.h"
 #include "Tools/RVFileSizer.h"
 
 #include <CLI/CLI.hpp>
@@ -47,27 +48,6 @@ forEachPath(const char *command, const Paths &paths,
     }
     return status;
   };
-}
-
-// The words in which the outcome of a request is told.
-struct Wording {
-  std::string done;   // the whole sentence
-  std::string failed; // to follow "could not be", or a whole predicate
-};
-
-int tellOutcome(Session &session, JSONObject request, const FlagReply &reply,
-                const Wording &wording) {
-  request.add("success", reply.success);
-  if (reply.error)
-    request.add("error", jsonOfError(*reply.error));
-  session.sayJSON(request);
-  if (reply.success) {
-    session.say(wording.done);
-    return ExitDone;
-  }
-  std::string reason = reply.error ? ": " + displayable(reply.error->localizedDescription()) : "";
-  session.complain(wording.failed + reason);
-  return ExitRefused;
 }
 
 // A command that asks one question of the agent for each path.

@@ -1,0 +1,213 @@
+// Commands for what starts by itself, and for system software that goes.
+#include "CommandLine/Command.h"
+#include "CommandLine/Outcome.h"
+#include "Foundation/Identity.h"
+#include "Tools/KWLaunchdManager.h"
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+namespace kw {
+namespace {
+
+using Text = std::shared_ptr<std::string>;
+using FlagOperation = std::function<FlagReply(Client &, const std::string &)>;
+
+Text declareText(CLI::App &arguments, const char *name, const char *typeName, const char *help) {
+  auto text = std::make_shared<std::string>();
+  arguments.add_option(name, *text, help)
+      ->required()
+      ->type_name(typeName)
+      ->check([](const std::string &given) {
+        return given.empty() ? std::string("it must not be empty") : std::string();
+      });
+  return text;
+}
+
+Text declarePath(CLI::App &arguments, const char *typeName, const char *help) {
+  return declareText(arguments, "path", typeName, help);
+}
+
+// A command with a second word. Each word is an entry of a table like that of
+// the commands themselves.
+std::function<CommandRun(CLI::App &)> commandOfVerbs(CommandTable verbs) {
+  return [verbs = std::move(verbs)](CLI::App &arguments) -> CommandRun {
+    auto chosen = std::make_shared<CommandRun>();
+    arguments.require_subcommand(1);
+    for (const Command &verb : verbs) {
+      CLI::App *declared = arguments.add_subcommand(verb.name, verb.summary);
+      CommandRun run = verb.declare(*declared);
+      declared->callback([chosen, run = std::move(run)] { *chosen = run; });
+    }
+    return [chosen](Session &session) { return (*chosen)(session); };
+  };
+}
+
+// One request whose only argument is a text, as given or as an absolute path.
+struct FlagRequest {
+  const char *command; // both words
+  const char *member;  // of the JSON object, for the argument
+  const char *typeName;
+  const char *help;
+  bool isPath;
+  FlagOperation operation;
+  const char *done;   // before the argument
+  const char *failed; // behind it
+};
+
+std::function<CommandRun(CLI::App &)> flagCommand(const FlagRequest &kind) {
+  return [kind](CLI::App &arguments) -> CommandRun {
+    Text text = declareText(arguments, kind.member, kind.typeName, kind.help);
+    return [kind, text](Session &session) {
+      std::string argument = kind.isPath ? absolutePath(*text) : *text;
+      JSONObject request;
+      request.add("command", kind.command).add(kind.member, argument);
+      return reportingFailures(session, request, [&] {
+        FlagReply reply = kind.operation(session.agent(), argument);
+        return tellOutcome(
+            session, request, reply,
+            {kind.done + displayable(argument), displayable(argument) + kind.failed});
+      });
+    };
+  };
+}
+
+// The agent that removes its own job ends without an answer. That it answered
+// before tells this end from an agent that was never there.
+FlagReply removeJob(Client &agent, const std::string &path) {
+  if (path != kAgentJobPlistPath)
+    return agent.removeLaunchdAgentAtPath(path);
+  static_cast<void>(agent.echo(""));
+  try {
+    return agent.removeLaunchdAgentAtPath(path);
+  } catch (const ClientError &error) {
+    if (error.kind() != ClientError::Kind::Unreachable)
+      throw;
+    return {true, std::nullopt};
+  }
+}
+
+// Read here and now: the agent need not be asked who may read a job's list.
+int tellJob(Session &session, const std::string &path) {
+  const KWLaunchdManager &manager = KWLaunchdManager::shared();
+  auto label = manager.jobLabelForLaunchdAgent(path);
+  JSONObject object;
+  object.add("command", "launchd info").add("path", path).add("success", label.has_value());
+  if (!label) {
+    session.sayJSON(object);
+    session.complain(displayable(path) + " is no job list that can be read");
+    return ExitRefused;
+  }
+  bool accurate = false;
+  auto appPath = manager.startupApplicationPath(path, &accurate);
+  bool isLoaded = manager.isLoadedLaunchAgentWithConfigPath(path);
+  bool runsAtLoad = manager.launchdShouldRunAtLoad(path);
+  bool isPeriodic = manager.isAgentLaunchingPeriodicallyWithConfigPath(path);
+  object.add("label", *label).add("loaded", isLoaded).add("runAtLoad", runsAtLoad);
+  object.add("periodic", isPeriodic);
+  if (appPath)
+    object.add("application", *appPath).add("applicationIsCertain", accurate);
+  session.sayJSON(object);
+
+  auto yesOrNo = [](bool flag) { return flag ? "yes" : "no"; };
+  session.say("Label: " + displayable(*label));
+  session.say(std::string("Loaded: ") + yesOrNo(isLoaded));
+  session.say(std::string("Runs when loaded: ") + yesOrNo(runsAtLoad));
+  session.say(std::string("Runs by the calendar: ") + yesOrNo(isPeriodic));
+  if (appPath)
+    session.say("Application: " + displayable(*appPath) + (accurate ? "" : " (not certain)"));
+  return ExitDone;
+}
+
+CommandRun declareJobInfo(CLI::App &arguments) {
+  Text path = declarePath(arguments, "PLIST", "A job's property list");
+  return [path](Session &session) { return tellJob(session, absolutePath(*path)); };
+}
+
+// All that follows the path goes to the tool as it stands, options included.
+CommandRun declareSlim(CLI::App &arguments) {
+  Text path = declarePath(arguments, "PATH", "A universal binary");
+  arguments.prefix_command();
+  arguments.fallthrough(false); // or the program's own options would take theirs
+  arguments.footer("What follows PATH are the tool's own options for the architectures to keep,\n"
+                   "such as: --arch x86_64\nOptions of this program stand before the command.");
+  return [path, &arguments](Session &session) {
+    std::string binary = absolutePath(*path);
+    std::vector<std::string> architectures = arguments.remaining();
+    JSONObject request;
+    request.add("command", "slim").add("path", binary);
+    return reportingFailures(session, request, [&] {
+      FlagReply reply = session.agent().slimBinaryWithPath(binary, architectures);
+      return tellOutcome(
+          session, request, reply,
+          {"Slimmed " + displayable(binary), displayable(binary) + " could not be slimmed"});
+    });
+  };
+}
+
+std::function<CommandRun(CLI::App &)> launchdCommand() {
+  return commandOfVerbs(
+      {{"info", "Tell what a job's list says and whether launchd has the job", declareJobInfo},
+       {"enable", "Load a job, now and from now on",
+        flagCommand({"launchd enable", "path", "PLIST", "A job's property list", true,
+                     &Client::enableLaunchdAgentAtPath, "Enabled ", " could not be enabled"})},
+       {"disable", "Unload a job for good and stop it",
+        flagCommand({"launchd disable", "path", "PLIST", "A job's property list", true,
+                     &Client::disableLaunchdAgentAtPath, "Disabled ", " could not be disabled"})},
+       {"remove", "Unload a job and delete its list and its privileged tool",
+        flagCommand({"launchd remove", "path", "PLIST", "A job's property list", true, removeJob,
+                     "Removed ", " could not be removed"})}});
+}
+
+std::function<CommandRun(CLI::App &)> startupCommand() {
+  return commandOfVerbs(
+      {{"start", "Start a startup item",
+        flagCommand({"startup start", "name", "NAME", "A startup item", false,
+                     &Client::startStartupItem, "Asked to start ", " could not be started"})},
+       {"stop", "Stop a startup item",
+        flagCommand({"startup stop", "name", "NAME", "A startup item", false,
+                     &Client::stopStartupItem, "Asked to stop ", " could not be stopped"})}});
+}
+
+std::function<CommandRun(CLI::App &)> loginItemCommand() {
+  return commandOfVerbs(
+      {{"remove-global", "Remove an application from the login items of all users",
+        flagCommand({"login-item remove-global", "path", "APP", "The application", true,
+                     &Client::removeGlobalLoginItemForAppWithPath,
+                     "No login item of all users starts ",
+                     " could not be removed from the login items of all users"})},
+       {"remove-sm", "Remove a login item that an application registered for itself",
+        flagCommand({"login-item remove-sm", "identifier", "ID", "Its bundle identifier", false,
+                     &Client::removeSMLoginItem, "No login item is registered as ",
+                     " could not be removed from the login items"})}});
+}
+
+} // namespace
+
+CommandTable serviceCommands() {
+  return {
+      {"launchd", "Tell about, enable, disable and remove launchd jobs", launchdCommand()},
+      {"startup", "Start and stop startup items", startupCommand()},
+      {"login-item", "Remove login items", loginItemCommand()},
+      {"kext", "Remove kernel extensions",
+       commandOfVerbs(
+           {{"remove", "Unload and delete a kernel extension",
+             flagCommand({"kext remove", "path", "PATH", "The extension's bundle", true,
+                          &Client::removeKextAtPath, "Removed ", " could not be removed"})}})},
+      {"package", "Forget package receipts",
+       commandOfVerbs(
+           {{"forget", "Forget a package's receipt; its files stay",
+             flagCommand({"package forget", "identifier", "ID", "The package's identifier", false,
+                          &Client::removePackageWithID, "Forgot ", " could not be forgotten"})}})},
+      {"slim", "Strip a universal binary of architectures", declareSlim},
+      {"launchd-conf", "Edit launchd's configuration",
+       commandOfVerbs(
+           {{"remove-library", "Take a library out of those inserted everywhere",
+             flagCommand({"launchd-conf remove-library", "library", "LIB",
+                          "The library's path as it stands there", false,
+                          &Client::removeLibraryFromLauchdConf, "No program gets inserted ",
+                          " could not be taken out of launchd's configuration"})}})},
+  };
+}
+
+} // namespace kw
