@@ -204,6 +204,44 @@ class LaunchdJobTest(ServicesTestCase):
         self.flag("DisableLaunchdAgentAtPath", path)
         self.assert_calls((LAUNCHCTL, "list", "org.example.job"))
 
+    def keepwell(self, *words):
+        done = self.root.run([f"{harness.build_folder}/keepwell", "--bus", self.root.address,
+                              *words])
+        return done.returncode, done.stdout.decode(), done.stderr.decode()
+
+    def test_the_command_line_does_and_tells_the_same(self):
+        path = self.job(loaded=False)
+        self.assertEqual(self.keepwell("launchd", "enable", path), (0, f"Enabled {path}\n", ""))
+        self.assertEqual(self.jobs(), ["org.example.job"])
+        self.assertEqual(self.keepwell("launchd", "info", path)[1].splitlines()[:2],
+                         ["Label: org.example.job", "Loaded: yes"])
+        self.assertEqual(self.keepwell("launchd", "disable", path)[0], 0)
+        self.assertEqual(self.jobs(), [])
+        self.assertEqual(self.keepwell("--json", "launchd", "remove", path),
+                         (1, f'{{"command":"launchd remove","path":"{path}","success":false}}\n',
+                          ""))
+        self.root.write(f"{STATE}/loaded/org.example.job")
+        self.assertEqual(self.keepwell("launchd", "remove", path)[0], 0)
+        self.assertFalse(self.root.exists(path))
+        own = "/Library/LaunchDaemons/org.keepwell.pro.agent.plist"
+        self.root.write(own, "x")
+        self.assertEqual(self.keepwell("launchd", "remove", own), (0, f"Removed {own}\n", ""))
+        self.assertFalse(self.root.exists(own))
+
+    def test_nothing_of_all_this_leaks_a_descriptor_or_a_process(self):
+        path = self.job()
+        before = self.descriptors()
+        for _ in range(20):
+            self.flag("DisableLaunchdAgentAtPath", path)
+            self.flag("EnableLaunchdAgentAtPath", path)
+        self.flag("RemoveLaunchdAgentAtPath", path)
+        self.assertEqual(self.descriptors(), before)
+        # Each thread has children of its own.
+        tasks = f"/proc/{self.root.agent_pid()}/task"
+        for thread in os.listdir(tasks):
+            with open(f"{tasks}/{thread}/children", encoding="utf-8") as children:
+                self.assertEqual(children.read(), "")
+
     def test_the_agent_removes_itself_and_a_new_one_starts(self):
         name = "org.keepwell.pro.agent"
         plist = f"/Library/LaunchDaemons/{name}.plist"

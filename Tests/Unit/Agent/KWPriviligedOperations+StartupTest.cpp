@@ -250,6 +250,32 @@ TEST_F(StartupHandlersTest, aBackupThatFailsStopsNothing) {
   EXPECT_THAT(replies, ElementsAre(true));
 }
 
+TEST_F(StartupHandlersTest, aReceiptIsForgottenThroughPkgutil) {
+  operations.removePackageWithID("org.example.p", reply());
+  runner.statuses["/usr/sbin/pkgutil"] = 1;
+  operations.removePackageWithID("", reply());
+  EXPECT_EQ(runner.commandLines(), (Lines{{"/usr/sbin/pkgutil", "--forget", "org.example.p"},
+                                          {"/usr/sbin/pkgutil", "--forget", ""}}));
+  EXPECT_THAT(replies, ElementsAre(true, false));
+}
+
+TEST_F(StartupHandlersTest, aBinaryIsSlimmedThroughDitto) {
+  operations.slimBinaryWithPath("/missing", {"--arch", "x86_64"}, reply());
+  files.existing.insert("/p/bin");
+  runner.statuses["/usr/bin/ditto"] = 1;
+  operations.slimBinaryWithPath("/p/bin", {"--arch", "x86_64"}, reply());
+  EXPECT_EQ(runner.commandLines(),
+            (Lines{{"/usr/bin/ditto", "--arch", "x86_64", "/p/bin", "/p/bin.ditto"}}));
+  EXPECT_THAT(replies, ElementsAre(true, false));
+}
+
+TEST_F(StartupHandlersTest, anExtensionWithoutAnIdentifierStays) {
+  operations.removeKextAtPath("/nowhere.kext", reply());
+  EXPECT_THAT(replies, ElementsAre(false));
+  EXPECT_TRUE(runner.commandLines().empty());
+  EXPECT_TRUE(files.calls.empty());
+}
+
 TEST_F(StartupHandlersTest, aNullReplyIsSkipped) {
   operations.removeLaunchdAgentAtPath("/j.plist", nullptr);
   operations.enableLaunchdAgentAtPath("/j.plist", nullptr);
@@ -258,6 +284,9 @@ TEST_F(StartupHandlersTest, aNullReplyIsSkipped) {
   operations.startStartupItem("a", nullptr);
   operations.stopStartupItem("a", nullptr);
   operations.removeGlobalLoginItemForAppWithPath("/a", nullptr);
+  operations.removePackageWithID("a", nullptr);
+  operations.removeKextAtPath("/a", nullptr);
+  operations.slimBinaryWithPath("/a", {}, nullptr);
   operations.removeLibraryFromLauchdConf("/a", nullptr);
   EXPECT_EQ(contents.files.at(conf), "");
 }
