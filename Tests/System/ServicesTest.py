@@ -230,10 +230,12 @@ class LaunchdJobTest(ServicesTestCase):
 
     def test_nothing_of_all_this_leaks_a_descriptor_or_a_process(self):
         path = self.job()
+        self.flag("DisableLaunchdAgentAtPath", path)  # the first tool opens what all need
         before = self.descriptors()
         for _ in range(20):
-            self.flag("DisableLaunchdAgentAtPath", path)
             self.flag("EnableLaunchdAgentAtPath", path)
+            self.flag("DisableLaunchdAgentAtPath", path)
+        self.flag("EnableLaunchdAgentAtPath", path)
         self.flag("RemoveLaunchdAgentAtPath", path)
         self.assertEqual(self.descriptors(), before)
         # Each thread has children of its own.
