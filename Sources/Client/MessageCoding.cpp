@@ -20,23 +20,19 @@ using BusError = sdbus::Struct<std::string, std::int64_t, std::map<std::string, 
 constexpr int deepestError = 16;
 
 template <typename Held>
-std::optional<NS::UserInfoValue> valueIfHeld(const sdbus::Variant &variant) {
+bool addIfHeld(NS::UserInfo &info, const std::string &key, const sdbus::Variant &variant) {
   if (!variant.containsValueOfType<Held>())
-    return std::nullopt;
-  return NS::UserInfoValue(variant.get<Held>());
+    return false;
+  info.emplace(key, variant.get<Held>());
+  return true;
 }
 
-// Nothing for a type that user info does not hold.
-std::optional<NS::UserInfoValue> userInfoValue(const sdbus::Variant &variant) {
-  if (auto value = valueIfHeld<std::string>(variant))
-    return value;
-  if (auto value = valueIfHeld<bool>(variant))
-    return value;
-  if (auto value = valueIfHeld<std::int64_t>(variant))
-    return value;
-  if (auto value = valueIfHeld<std::uint64_t>(variant))
-    return value;
-  return valueIfHeld<double>(variant);
+// What user info does not hold is left out.
+void addUserInfo(NS::UserInfo &info, const std::string &key, const sdbus::Variant &variant) {
+  static_cast<void>(
+      addIfHeld<std::string>(info, key, variant) || addIfHeld<bool>(info, key, variant) ||
+      addIfHeld<std::int64_t>(info, key, variant) || addIfHeld<std::uint64_t>(info, key, variant) ||
+      addIfHeld<double>(info, key, variant));
 }
 
 std::optional<NS::Error> errorValue(const BusError &error, int depth = 0) {
@@ -49,8 +45,8 @@ std::optional<NS::Error> errorValue(const BusError &error, int depth = 0) {
       if (key == NS::UnderlyingErrorKey)
         if (auto cause = errorValue(variant.get<BusError>(), depth + 1))
           underlying = std::make_shared<const NS::Error>(std::move(*cause));
-    } else if (auto value = userInfoValue(variant)) {
-      info.emplace(key, std::move(*value));
+    } else {
+      addUserInfo(info, key, variant);
     }
   }
   return NS::Error(error.get<0>(), error.get<1>(), std::move(info), std::move(underlying));
