@@ -1,5 +1,5 @@
-// A thread that keeps exchanging a folder for a link to somewhere else while
-// the code under test works on the folder's path.
+// A thread that keeps exchanging folders for links to somewhere else while the
+// code under test works on the folders' paths.
 #pragma once
 
 #include <atomic>
@@ -10,6 +10,8 @@
 #include <string>
 #include <thread>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace kwtest {
 
@@ -21,10 +23,12 @@ inline std::chrono::duration<double> raceDuration() {
 
 class Attacker {
 public:
-  // The link stands at the given path from the start.
-  Attacker(std::string folder, std::string link)
-      : folder_(std::move(folder)), link_(std::move(link)),
-        thread_([this] { exchangeUntilStopped(); }) {}
+  // A folder's path and that of the link that it is exchanged for. Either may
+  // be missing for a while.
+  using Pair = std::pair<std::string, std::string>;
+
+  explicit Attacker(std::vector<Pair> pairs)
+      : pairs_(std::move(pairs)), thread_([this] { exchangeUntilStopped(); }) {}
   ~Attacker() {
     stopped_ = true;
     thread_.join();
@@ -37,12 +41,12 @@ public:
 private:
   void exchangeUntilStopped() {
     while (!stopped_)
-      if (::renameat2(AT_FDCWD, folder_.c_str(), AT_FDCWD, link_.c_str(), RENAME_EXCHANGE) == 0)
-        ++exchanges_;
+      for (const auto &[folder, link] : pairs_)
+        if (::renameat2(AT_FDCWD, folder.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE) == 0)
+          ++exchanges_;
   }
 
-  std::string folder_;
-  std::string link_;
+  std::vector<Pair> pairs_;
   std::atomic<bool> stopped_{false};
   std::atomic<unsigned long> exchanges_{0};
   std::thread thread_;

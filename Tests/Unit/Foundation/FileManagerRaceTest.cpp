@@ -11,6 +11,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <thread>
 
 namespace {
@@ -20,9 +21,13 @@ using kwtest::Attacker;
 using kwtest::LockedItem;
 using kwtest::ScratchFolder;
 
-constexpr const char *folders[] = {"", "/sub", "/sub/subsub"};
+// Several folders, so that whatever the order of the volume some are met before
+// the link that they are exchanged for and some after it.
+constexpr const char *folders[] = {"", "/sub", "/sub2", "/sub3", "/sub4", "/sub/subsub"};
+constexpr const char *swapped[] = {"sub", "sub2", "sub3", "sub4"};
+constexpr std::size_t filesOfATree = std::size(folders) * 8;
 
-// Some files in each of three nested folders.
+// Some files in each of some nested folders.
 void makeFiles(const ScratchFolder &scratch, const std::string &root, const char *content) {
   for (const char *folder : folders) {
     fs::create_directories(scratch.path(root + folder));
@@ -36,7 +41,7 @@ std::string damage(const ScratchFolder &scratch) {
   std::size_t items = 0;
   for (const auto &entry : fs::recursive_directory_iterator(scratch.path("outside")))
     items += entry.is_regular_file() ? 1u : 0u;
-  if (items != 24)
+  if (items != filesOfATree)
     return std::to_string(items) + " files are left outside";
   for (const char *folder : folders)
     for (int number = 0; number < 8; ++number)
@@ -46,17 +51,34 @@ std::string damage(const ScratchFolder &scratch) {
   return "";
 }
 
-// Works on "root" again and again, a new one each time, while its folder "sub"
-// is exchanged for the link "other", which leads outside.
+std::string linkBeside(const std::string &root, const char *folder) {
+  return root + "/link-" + folder;
+}
+
+void makeLinks(const ScratchFolder &scratch, const std::string &root) {
+  for (const char *folder : swapped)
+    fs::create_directory_symlink("../outside", scratch.path(linkBeside(root, folder)));
+}
+
+std::vector<Attacker::Pair> pairsIn(const ScratchFolder &scratch) {
+  std::vector<Attacker::Pair> pairs;
+  for (const char *folder : swapped)
+    pairs.emplace_back(scratch.path(std::string("root/") + folder),
+                       scratch.path(linkBeside("root", folder)));
+  return pairs;
+}
+
+// Works on "root" again and again, a new one each time, while its folders are
+// exchanged for links that lead outside.
 unsigned long attack(const ScratchFolder &scratch,
                      const std::function<void(const std::string &root)> &work) {
   makeFiles(scratch, "outside", "kept");
-  Attacker attacker(scratch.path("root/sub"), scratch.path("root/other"));
+  Attacker attacker(pairsIn(scratch));
   auto end = std::chrono::steady_clock::now() + kwtest::raceDuration();
   for (int turn = 0; std::chrono::steady_clock::now() < end; ++turn) {
     // Out of the attacker's reach until it is complete.
     makeFiles(scratch, "fresh", "victim");
-    fs::create_directory_symlink("../outside", scratch.path("fresh/other"));
+    makeLinks(scratch, "fresh");
     fs::rename(scratch.path("fresh"), scratch.path("root"));
     work(scratch.path("root"));
     std::error_code gone;
@@ -93,8 +115,8 @@ TEST(SwapRace, cannotLeadUnlockingOutside) {
   LockedItem upper(scratch.path("outside/file0")), lower(scratch.path("outside/sub/file0"));
   KW_REQUIRE_LOCKED(upper);
   makeFiles(scratch, "root", "victim");
-  fs::create_directory_symlink("../outside", scratch.path("root/other"));
-  Attacker attacker(scratch.path("root/sub"), scratch.path("root/other"));
+  makeLinks(scratch, "root");
+  Attacker attacker(pairsIn(scratch));
   auto end = std::chrono::steady_clock::now() + kwtest::raceDuration();
   while (std::chrono::steady_clock::now() < end)
     EXPECT_TRUE(NS::FileFlags::shared().clearBeneath(scratch.path("root"), NS::SF_IMMUTABLE_FLAG,
