@@ -2,7 +2,8 @@
 // removal, moving, copying and the Trash.
 //
 // Paths are POSIX paths with the bytes that the system gave; nothing expands
-// "~". Every call blocks until it is done. The shared manager may be used from
+// "~", and a path that holds a NUL byte is an error. Every call blocks until it
+// is done. The shared manager may be used from
 // any thread; it keeps no state. Failures leave an error of CocoaErrorDomain
 // in the slot, with the POSIX error underneath; a slot is untouched on success.
 #pragma once
@@ -43,7 +44,7 @@ struct FileAttributes {
 enum DirectoryEnumerationOptions : unsigned {
   DirectoryEnumerationNone = 0,
   DirectoryEnumerationSkipsSubdirectoryDescendants = 1,
-  DirectoryEnumerationSkipsPackageDescendants = 2,
+  DirectoryEnumerationSkipsPackageDescendants = 2, // no effect on hosts without packages
   DirectoryEnumerationSkipsHiddenFiles = 4,
 };
 
@@ -71,9 +72,10 @@ public:
   static FileManager &defaultManager();
   static FileManager *exchangeShared(FileManager *replacement);
 
-  // Follow a final link: a dangling one does not exist.
+  // Follow a final link: a dangling one does not exist, and is no folder.
   virtual bool fileExistsAtPath(const std::string &path) = 0;
   virtual bool fileExistsAtPath(const std::string &path, bool &isDirectory) = 0;
+  // By the effective identity; a folder that may be searched is executable.
   virtual bool isReadableFileAtPath(const std::string &path) = 0;
   virtual bool isExecutableFileAtPath(const std::string &path) = 0;
 
@@ -83,6 +85,8 @@ public:
   virtual std::optional<std::vector<URL>>
   contentsOfDirectoryAtURL(const URL &url, DirectoryEnumerationOptions options,
                            ErrorSlot error) = 0;
+  // Never null: a path at which no readable folder stands (a final link is
+  // followed) yields nothing.
   virtual std::unique_ptr<PathEnumerator> enumeratorAtPath(const std::string &path) = 0;
   virtual std::unique_ptr<URLEnumerator> enumeratorAtURL(const URL &url,
                                                          DirectoryEnumerationOptions options) = 0;
@@ -93,21 +97,30 @@ public:
                                                                      ErrorSlot error) = 0;
 
   // Removes the item and all beneath it. A folder swapped for a link meanwhile
-  // cannot lead outside; a constant number of descriptors is held at any
-  // depth. Stops at the first item that cannot be removed: what came before is
-  // gone, the rest is untouched. A mount point inside the tree fails with
-  // EBUSY; "/" and a path ending in "." or ".." are refused.
+  // cannot lead outside; a constant number of descriptors is held at any depth,
+  // and memory does not grow with what a folder holds. Folders are removed
+  // several at a time; all stop at the first item that cannot be removed: what
+  // came before is gone, the rest is untouched. What vanishes meanwhile counts
+  // as removed. A mount point, inside the tree or at its root, fails with EBUSY;
+  // "/" and a path ending in "." or ".." are refused. Trailing slashes are
+  // ignored here and in the moves: "link/" is the link.
   virtual bool removeItemAtPath(const std::string &path, ErrorSlot error) = 0;
   virtual bool removeItemAtURL(const URL &url, ErrorSlot error) = 0;
 
   // Renames without replacing: an existing destination fails with
   // FileWriteFileExistsError. Across volumes copies (mode, owner, times,
-  // extended attributes, links, holes) and then deletes; the source stays
-  // whole until the copy is complete, and a failed copy is removed again.
+  // extended attributes, links, holes; not the file flags) and then deletes.
+  // The copy is built beside the destination, brought to the disk and renamed
+  // into place, so that the destination is never there in part; until then the
+  // source stays whole, and a failed copy is removed again. Refuses before any
+  // copying what could not be deleted afterwards: a read-only volume; and on
+  // meeting them locked items and mount points. When deleting fails all the
+  // same, the complete copy stays beside what is left of the source.
   virtual bool moveItemAtPath(const std::string &srcPath, const std::string &dstPath,
                               ErrorSlot error) = 0;
   virtual bool moveItemAtURL(const URL &srcURL, const URL &dstURL, ErrorSlot error) = 0;
-  // The same copy. An existing destination fails; a failed copy is removed.
+  // The same copy, volumes mounted inside included. An existing destination
+  // fails; a failed copy is removed.
   virtual bool copyItemAtPath(const std::string &srcPath, const std::string &dstPath,
                               ErrorSlot error) = 0;
 

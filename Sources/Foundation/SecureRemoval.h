@@ -15,11 +15,14 @@ public:
   static SecureRemoval &shared();
   static SecureRemoval *exchangeShared(SecureRemoval *replacement);
 
-  // Removes the item, and with the recursive flag all beneath it. With the
-  // one-pass flag each regular file is overwritten once in place and synced
-  // before it is unlinked; links, FIFOs, sockets and devices are only
-  // unlinked. Follows no link and stays inside the tree. 0, or -1 with errno
-  // set; on failure what came before the failing item is gone.
+  // Removes the item, and with the recursive flag all beneath it; without it a
+  // folder must be empty. With the one-pass flag the data of each regular file
+  // is overwritten once in place and synced before the file is unlinked, and is
+  // then lost under all of the file's names; holes are left as they are. Links,
+  // FIFOs, sockets and devices are only unlinked. Follows no link and stays
+  // inside the tree and its volume; refuses what FileManager's removal refuses.
+  // 0, or -1 with errno set; on failure what came before the failing item is
+  // gone, and the item itself may be overwritten.
   virtual int removefile(const std::string &path, std::uint32_t flags) = 0;
 };
 

@@ -35,7 +35,7 @@ struct FolderEntry {
 class FolderStack {
 public:
   // How many folders are open at most, but for one more while moving.
-  static constexpr std::size_t window = 8;
+  static constexpr std::size_t window = 6;
 
   explicit FolderStack(MountPoints mountPoints) : mountPoints_(mountPoints) {}
 

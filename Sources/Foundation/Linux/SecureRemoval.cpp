@@ -16,6 +16,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <mutex>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <vector>
@@ -108,22 +109,25 @@ private:
   }
 
   const std::vector<std::byte> &noise() {
-    if (noise_.empty()) {
-      noise_.resize(blockSize);
-      // Should the host have none to give, the zeros that stand there do.
-      for (std::size_t filled = 0; filled < noiseSize;) {
-        ssize_t count = ::getrandom(noise_.data() + filled, noiseSize - filled, 0);
-        if (count <= 0)
-          break;
-        filled += static_cast<std::size_t>(count);
-      }
-      for (std::size_t at = noiseSize; at < blockSize; at += noiseSize)
-        std::memcpy(noise_.data() + at, noise_.data(), noiseSize);
-    }
+    std::call_once(noiseMade_, [this] { makeNoise(); });
     return noise_;
   }
 
+  void makeNoise() {
+    noise_.resize(blockSize);
+    // Should the host have none to give, the zeros that stand there do.
+    for (std::size_t filled = 0; filled < noiseSize;) {
+      ssize_t count = ::getrandom(noise_.data() + filled, noiseSize - filled, 0);
+      if (count <= 0)
+        break;
+      filled += static_cast<std::size_t>(count);
+    }
+    for (std::size_t at = noiseSize; at < blockSize; at += noiseSize)
+      std::memcpy(noise_.data() + at, noise_.data(), noiseSize);
+  }
+
   PlainEraser plain_;
+  std::once_flag noiseMade_;
   std::vector<std::byte> noise_;
 };
 

@@ -10,7 +10,7 @@ namespace NS {
 
 struct ItemLocation;
 
-// Removes one item that is no folder.
+// Removes one item that is no folder. May be called by several threads at once.
 class ItemEraser {
 public:
   virtual ~ItemEraser() = default;
@@ -28,7 +28,9 @@ public:
 enum class Recursion { OnlyTheItem, WholeTree };
 
 // Removes the item at the path and, for a whole tree, all beneath it; without,
-// only an empty folder goes. Stops at the first failure.
+// only an empty folder goes. The folders directly within it are shared out to
+// a few threads when there are many. Stops at the first failure, each thread at
+// its next item.
 TreeResult removeTree(const std::string &path, ItemEraser &eraser, Recursion recursion);
 // The same for an item that was located before; its path serves for messages.
 TreeResult removeTree(const ItemLocation &location, const std::string &path, ItemEraser &eraser,

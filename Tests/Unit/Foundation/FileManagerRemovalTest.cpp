@@ -128,6 +128,47 @@ TEST(RemoveItem, stopsAtTheFirstItemItCannotRemoveAndNamesIt) {
   EXPECT_EQ(scratch.content("root/sub/locked"), "kept");
 }
 
+// Many folders directly within one, shared out to several threads.
+void makeBroadTree(const ScratchFolder &scratch) {
+  for (int number = 0; number < 300; ++number) {
+    std::string folder = std::string("root/folder") + std::to_string(number);
+    fs::create_directories(scratch.path(folder + "/sub"));
+    scratch.file(folder + "/file", "");
+    scratch.file(folder + "/sub/file", "");
+  }
+}
+
+TEST(RemoveItem, removesManyFoldersAtOnceWithFewDescriptors) {
+  ScratchFolder scratch;
+  makeBroadTree(scratch);
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              kwtest::limitDescriptors(32);
+              std::size_t before = kwtest::openDescriptorCount();
+              std::optional<NS::Error> error;
+              if (!removeItem(scratch.path("root"), &error))
+                return error->description();
+              return kwtest::openDescriptorCount() == before ? "" : "a descriptor was left open";
+            }),
+            "");
+  EXPECT_TRUE(fs::is_empty(scratch.path()));
+}
+
+TEST(RemoveItem, namesTheItemThatStopsTheRemovalOfManyFolders) {
+  for (int turn = 0; turn < 5; ++turn) {
+    ScratchFolder scratch;
+    makeBroadTree(scratch);
+    std::string path =
+        scratch.path(std::string("root/folder") + std::to_string(60 * turn) + "/sub/file");
+    LockedItem locked(path);
+    KW_REQUIRE_LOCKED(locked);
+    std::optional<NS::Error> error;
+    EXPECT_FALSE(removeItem(scratch.path("root"), &error));
+    EXPECT_EQ(error->code(), NS::FileWriteNoPermissionError);
+    EXPECT_EQ(pathIn(*error), path);
+    EXPECT_TRUE(fs::exists(path));
+  }
+}
+
 TEST(RemoveItem, staysOffMountPoints) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;

@@ -1,0 +1,51 @@
+// A few threads that take over named pieces of one operation, as long as it
+// lasts. For bodies of the seam only.
+//
+// One thread leads: it offers pieces, and at the end works off with the others
+// what is left. A piece's work must not throw.
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace NS {
+
+class Crew {
+public:
+  using Work = std::function<void(const std::string &piece)>;
+
+  // Threads start only when there are pieces for them.
+  Crew(std::size_t members, Work work) : members_(members), work_(std::move(work)) {}
+  // Pieces that nobody began are dropped; those under way are waited for.
+  ~Crew();
+  Crew(const Crew &) = delete;
+  Crew &operator=(const Crew &) = delete;
+
+  // Leaves a piece to the crew. False when it has enough to do, or when no
+  // thread can be had: the piece is then the leader's own.
+  bool offer(const std::string &piece);
+  // Returns when every piece is done.
+  void finish();
+
+private:
+  void workUntilEnd();
+  void workOffOne(std::unique_lock<std::mutex> &lock);
+  bool startMember();
+
+  const std::size_t members_;
+  const Work work_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::string> waiting_;
+  std::size_t underWay_ = 0;
+  bool ending_ = false;
+  std::vector<std::thread> threads_; // the leader's alone
+};
+
+} // namespace NS
