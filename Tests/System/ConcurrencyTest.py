@@ -12,6 +12,7 @@ from Support.rawbus import BusError, ERROR
 from Support.root import DATA, ThrowAwayRoot
 
 STARTER = "/sbin/SystemStarter"
+REPAIRER = "/usr/libexec/repair_packages"
 GATE = "/run/keepwell-test/gate"
 QUEUE_LIMIT = 1024
 
@@ -85,6 +86,42 @@ class ConcurrencyTest(unittest.TestCase):
         self.root.busctl("Echo", "s", "")  # the agent has seen it leave
         self.open_gate()
         wait_until(lambda: not self.root.exists(f"{DATA}/file"))
+
+    def start_repair(self, caller):
+        """A repair that goes on until stop_repair; returns once the caller has
+        had some of its output. Not every chunk is passed on, and so the tool
+        keeps talking."""
+        self.root.stand_in(REPAIRER, script=f"until [ -e {GATE} ]; do echo chunk; sleep 0.02; done")
+        serial = caller.send("RepairPermissions")
+        wait_until(lambda: caller.count_received() == 0 and progress(caller))
+        return serial
+
+    def stop_repair(self):
+        self.root.write(GATE)
+
+    def test_progress_goes_to_the_caller_alone(self):
+        caller, other = self.root.client(), self.root.client()
+        other.call("AddMatch", "s", "type='signal',interface='org.keepwell."
+                   "KWPrivilegedOperationProgress'", destination="org.freedesktop.DBus",
+                   path="/org/freedesktop/DBus", interface="org.freedesktop.DBus")
+        serial = self.start_repair(caller)
+        self.assertEqual(other.call("Echo", "s", "quick")[0], "quick")
+        self.stop_repair()
+        text = caller.wait(serial)[2]
+        self.assertEqual(text, "")
+        self.assertIn("chunk\n", "".join(progress(caller)))
+        other.call("Echo", "s", "")
+        self.assertEqual(progress(other), [])
+
+    def test_progress_of_a_client_that_left_is_lost_without_harm(self):
+        caller, other = self.root.client(), self.root.client()
+        self.start_repair(caller)
+        pid = self.root.agent_pid()
+        caller.close()
+        self.assertEqual(other.call("Echo", "s", "still")[0], "still")
+        self.stop_repair()
+        self.assertEqual(other.call("Echo", "s", "there")[0], "there")
+        self.assertEqual(self.root.agent_pid(), pid)
 
     def test_the_queue_of_a_client_is_bounded_and_the_rest_is_done(self):
         client, other = self.root.client(), self.root.client()
@@ -162,6 +199,12 @@ class ConcurrencyTest(unittest.TestCase):
         flood.close()
         self.assertEqual(other.call("Echo", "s", "after")[0], "after")
         self.assertEqual(self.root.agent_pid(), pid)
+
+
+def progress(client):
+    """The chunks of progress text that the client got so far."""
+    return [signal.values()[0] for signal in client.signals
+            if signal.member == "ReceiveNewOutput"]
 
 
 class RaceTest(unittest.TestCase):

@@ -79,13 +79,10 @@ TEST(KWPrivilegedOperation, takesAndRepliesWhatTheContractSays) {
 class Recorder : public KWPrivilegedOperation {
 public:
   std::string called;
-  bool twice = false;
 
   void flag(const std::string &what, const KWFlagReply &reply) {
     called = what;
     reply(true, NS::Error("domain", 3));
-    if (twice)
-      reply(false, std::nullopt);
   }
   void pleaseTerminate() override { called = "pleaseTerminate"; }
   void echo(const std::optional<std::string> &text, KWEchoReply reply) override {
@@ -162,9 +159,8 @@ NS::XPCOutcome invoke(Recorder &recorder, const char *member) {
       arguments.emplace_back(text);
   }
   NS::XPCOutcome outcome;
-  if (method->invoker)
-    method->invoker(recorder, arguments,
-                    NS::XPCReply([&](NS::XPCOutcome value) { outcome = std::move(value); }));
+  method->invoker(recorder, arguments,
+                  NS::XPCReply([&](NS::XPCOutcome value) { outcome = std::move(value); }));
   return outcome;
 }
 
@@ -199,18 +195,47 @@ TEST(KWPrivilegedOperation, callsTheMethodOfEachMemberWithItsArguments) {
   };
   for (const auto &[member, called] : expected) {
     Recorder recorder;
-    if (!KWPrivilegedOperation::interface()->methodWithMember(member)->invoker)
-      continue;
     invoke(recorder, member);
     EXPECT_EQ(recorder.called, called);
   }
 }
 
-TEST(KWPrivilegedOperation, bringsBackFlagsTextsNumbersAndErrors) {
+TEST(KWPrivilegedOperation, bringsBackNilTextsAndNilErrors) {
   Recorder recorder;
-  const NS::XPCValues nothing = invoke(recorder, "Echo").values;
-  EXPECT_TRUE(std::holds_alternative<std::monostate>(nothing.at(0)));
-  EXPECT_TRUE(std::holds_alternative<std::monostate>(nothing.at(1)));
+  const NS::XPCValues values = invoke(recorder, "Echo").values;
+  EXPECT_TRUE(std::holds_alternative<std::monostate>(values.at(0)));
+  EXPECT_TRUE(std::holds_alternative<std::monostate>(values.at(1)));
+}
+
+TEST(KWPrivilegedOperation, bringsBackFlagsAndErrors) {
+  Recorder recorder;
+  const NS::XPCValues values = invoke(recorder, "RemoveItemAtPath").values;
+  EXPECT_EQ(std::get<bool>(values.at(0)), true);
+  EXPECT_EQ(std::get<NS::Error>(values.at(1)).domain(), "domain");
+  EXPECT_EQ(std::get<NS::Error>(values.at(1)).code(), 3);
+}
+
+TEST(KWPrivilegedOperation, bringsBackSizesBeyondFourGigabytes) {
+  Recorder recorder;
+  const NS::XPCValues values = invoke(recorder, "SizeOfItemAtPath").values;
+  EXPECT_EQ(std::get<std::int64_t>(values.at(0)), std::int64_t{1} << 40);
+}
+
+TEST(KWPrivilegedOperation, bringsBackTheRepairsValueAndNilText) {
+  Recorder recorder;
+  const NS::XPCValues values = invoke(recorder, "RepairPermissions").values;
+  EXPECT_EQ(std::get<bool>(values.at(0)), true);
+  EXPECT_EQ(std::get<std::int32_t>(values.at(1)), 7);
+  EXPECT_TRUE(std::holds_alternative<std::monostate>(values.at(2)));
+}
+
+TEST(KWPrivilegedOperation, bringsBackAllThatTheLogToolSaid) {
+  Recorder recorder;
+  const NS::XPCValues values = invoke(recorder, "RemoveDiagnosticLogs").values;
+  EXPECT_EQ(std::get<std::string>(values.at(0)), "out");
+  EXPECT_EQ(std::get<std::int64_t>(values.at(1)), 64);
+  EXPECT_TRUE(std::holds_alternative<std::monostate>(values.at(2)));
+  EXPECT_EQ(std::get<NS::Error>(values.at(3)).code(), 0);
 }
 
 TEST(KWPrivilegedOperationProgress, sendsAChunkToTheConnectionsClient) {
