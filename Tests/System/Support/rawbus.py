@@ -189,6 +189,10 @@ class RawClient:
         self._buffer = self._buffer[start + body_length:]
         return Message(kind, fields, body)
 
+    def receive_any(self):
+        """The next message, signals among them, whoever waits for it."""
+        return self._receive()
+
     def receive(self):
         """The next reply or error, whoever waits for it."""
         while True:

@@ -1,0 +1,410 @@
+"""System maintenance through the real agent, with stand-ins at the paths of the
+system's tools, a host log of the test's own, and every announced member called
+once by a client that we did not write."""
+import os
+import re
+import shutil
+import socket
+import unittest
+import xml.etree.ElementTree as ElementTree
+
+from Support import harness
+from Support.bus import CallFailed, INTERFACE, NAME, PATH, is_running, wait_until
+from Support.rawbus import BusError, SIGNAL
+from Support.root import DATA, ThrowAwayRoot, mount
+
+SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+LAUNCHCTL = "/bin/launchctl"
+REPAIR = "/usr/libexec/repair_packages"
+LOG_TOOL = "/usr/bin/log"
+STORE = "/var/log/asl"
+PROGRESS = "org.keepwell.KWPrivilegedOperationProgress"
+SCRATCH = "/run/keepwell-test"
+GATE = f"{SCRATCH}/gate"
+LOG_ERR = 3
+REPAIR_ARGUMENTS = ["--output-format", "1", "--repair", "--standard-pkgs", "--volume", "/"]
+
+
+class MaintenanceRoot(ThrowAwayRoot):
+    """With a /dev of its own, so that the host's log is the test's."""
+
+    def __enter__(self):
+        super().__enter__()
+        dev = f"{self.root}/dev"
+        mount("-t", "tmpfs", "tmpfs", dev)
+        for name in ("null", "zero", "full", "random", "urandom"):
+            with open(f"{dev}/{name}", "wb"):
+                pass
+            mount("--bind", f"/dev/{name}", f"{dev}/{name}")
+        os.symlink("/proc/self/fd", f"{dev}/fd")
+        self.host_log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.host_log.bind(f"{dev}/log")
+        self.host_log.setblocking(False)
+        return self
+
+    def __exit__(self, *arguments):
+        self.host_log.close()
+        super().__exit__(*arguments)
+
+    def logged(self):
+        """What has been written to the host's log: priorities and messages."""
+        lines = []
+        while True:
+            try:
+                datagram = self.host_log.recv(4096).decode()
+            except BlockingIOError:
+                return lines
+            priority, message = re.fullmatch(r"<(\d+)>.*?: (.*?)\0?", datagram, re.S).groups()
+            lines.append((int(priority) & 7, message))
+
+
+class MaintenanceTestCase(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.root = cls.enterClassContext(MaintenanceRoot())
+
+    def setUp(self):
+        self.root.empty()
+        self.root.forget_calls()
+        self.root.logged()
+
+    def remove_tool(self, path):
+        if self.root.exists(path):
+            os.unlink(self.root.host_path(path))
+
+    def flag(self, member, *arguments):
+        reply = self.root.busctl(member, *(["s", *arguments] if arguments else []))
+        self.assertIsNone(reply.error)
+        return reply.flag
+
+
+class SystemLogStoreTest(MaintenanceTestCase):
+    STOPS = [[LAUNCHCTL, "stop", "com.apple.syslogd"], [LAUNCHCTL, "stop", "com.apple.aslmanager"]]
+    STARTS = [[LAUNCHCTL, "start", "com.apple.syslogd"],
+              [LAUNCHCTL, "start", "com.apple.aslmanager"]]
+
+    def setUp(self):
+        super().setUp()
+        self.root.write(f"{STORE}/2026.11.20.asl", "text")
+        self.root.write(f"{STORE}/.hidden", "text")
+        self.root.write(f"{STORE}/folder/deep.asl", "text")
+
+    def erase(self, *failing):
+        """With a launchctl that fails for the given words."""
+        script = "".join(f'[ "$*" = "{words}" ] && exit 3\n' for words in failing)
+        self.root.stand_in(LAUNCHCTL, script=script)
+        return self.flag("RemoveASL")
+
+    def test_it_is_emptied_between_stop_and_start(self):
+        self.assertTrue(self.erase())
+        self.assertEqual(self.root.calls(), self.STOPS + self.STARTS)
+        self.assertEqual(self.root.listdir(STORE), [])
+        self.assertEqual(self.root.logged(), [])
+
+    def test_nothing_is_touched_when_syslogd_cannot_be_stopped(self):
+        self.assertFalse(self.erase("stop com.apple.syslogd"))
+        self.assertEqual(self.root.calls(), self.STOPS[:1])
+        self.assertEqual(len(self.root.listdir(STORE)), 3)
+        self.assertEqual(self.root.logged(), [(LOG_ERR, "Failed to stop com.apple.syslogd")])
+
+    def test_syslogd_stays_stopped_when_aslmanager_cannot_be(self):
+        self.assertFalse(self.erase("stop com.apple.aslmanager"))
+        self.assertEqual(self.root.calls(), self.STOPS)
+        self.assertEqual(len(self.root.listdir(STORE)), 3)
+        self.assertEqual(self.root.logged(), [(LOG_ERR, "Failed to stop com.apple.aslmanager")])
+
+    def test_a_missing_store_is_logged_and_no_failure(self):
+        os.rename(self.root.host_path(STORE), self.root.host_path("/var/log/elsewhere"))
+        self.addCleanup(shutil.rmtree, self.root.host_path("/var/log/elsewhere"))
+        self.assertTrue(self.erase())
+        self.assertEqual(self.root.calls(), self.STOPS + self.STARTS)
+        self.assertEqual(self.root.logged(),
+                         [(LOG_ERR, "Failed to remove contents of /var/log/asl")])
+
+    def test_a_failed_start_of_syslogd_blames_aslmanager_too(self):
+        self.assertFalse(self.erase("start com.apple.syslogd"))
+        self.assertEqual(self.root.calls(), self.STOPS + self.STARTS)
+        self.assertEqual(self.root.listdir(STORE), [])
+        self.assertEqual(self.root.logged(), [(LOG_ERR, "Failed to start com.apple.syslogd"),
+                                              (LOG_ERR, "Failed to start com.apple.aslmanager")])
+
+    def test_a_failed_start_of_aslmanager_is_named_alone(self):
+        self.assertFalse(self.erase("start com.apple.aslmanager"))
+        self.assertEqual(self.root.logged(), [(LOG_ERR, "Failed to start com.apple.aslmanager")])
+
+    def test_without_launchctl_everything_counts_as_done(self):
+        self.remove_tool(LAUNCHCTL)
+        self.assertTrue(self.flag("RemoveASL"))
+        self.assertEqual(self.root.listdir(STORE), [])
+
+
+class ToolsTest(MaintenanceTestCase):
+    CACHE, KILLALL = "/usr/sbin/dscacheutil", "/usr/bin/killall"
+    PERIODIC, MDUTIL = "/usr/sbin/periodic", "/usr/bin/mdutil"
+
+    def test_names_are_flushed_by_both_tools_whatever_the_first_says(self):
+        both = [[self.CACHE, "-flushcache"], [self.KILLALL, "-HUP", "mDNSResponder"]]
+        for first, second in ((0, 0), (1, 0), (0, 1), (1, 2)):
+            self.root.stand_in(self.CACHE, status=first)
+            self.root.stand_in(self.KILLALL, status=second)
+            self.root.forget_calls()
+            self.assertEqual(self.flag("FlushDNS"), (first, second) == (0, 0))
+            self.assertEqual(self.root.calls(), both)
+
+    def test_missing_tools_count_as_done(self):
+        for tool in (self.CACHE, self.KILLALL, self.PERIODIC, self.MDUTIL):
+            self.remove_tool(tool)
+        self.assertTrue(self.flag("FlushDNS"))
+        self.assertTrue(self.flag("RunPeriodicScript", "daily"))
+        self.assertTrue(self.flag("StartSpotlightReindex"))
+
+    def test_a_periodic_script_is_named_as_the_client_named_it(self):
+        self.root.stand_in(self.PERIODIC, status=1)
+        names = ["daily", "", "a b", "--help", "$(touch /x); rm -rf /", "*", "zweiwöchig\n"]
+        for name in names:
+            self.assertTrue(self.flag("RunPeriodicScript", name))
+        self.assertEqual(self.root.calls(), [[self.PERIODIC, name] for name in names])
+
+    def test_reindexing_asks_for_the_whole_volume(self):
+        self.root.stand_in(self.MDUTIL, status=1)
+        self.assertTrue(self.flag("StartSpotlightReindex"))
+        self.assertEqual(self.root.calls(), [[self.MDUTIL, "-E", "/"]])
+
+    def test_a_tool_gets_the_standard_streams_and_no_more(self):
+        self.root.stand_in(self.MDUTIL, script=(
+            'n=0; while [ $n -lt 256 ]; do [ -e /proc/$$/fd/$n ] && printf "%s " $n; '
+            f"n=$((n+1)); done > {SCRATCH}/descriptors"))
+        clients = [self.root.client() for _ in range(5)]
+        for client in clients:
+            client.call("Echo", "s", "")
+        self.assertTrue(self.flag("StartSpotlightReindex"))
+        # The shell keeps its script open, on a descriptor of its own choosing,
+        # and the list itself stands in the place of standard output.
+        descriptors = self.root.read(f"{SCRATCH}/descriptors").decode().split()
+        self.assertEqual(descriptors[:3], ["0", "1", "2"])
+        self.assertLessEqual(len(descriptors), 5)
+        self.assertFalse([each for each in descriptors[3:] if int(each) < 10])
+
+
+class UnifiedLogTest(MaintenanceTestCase):
+    ONE_READ = "dd bs=16 count=1 2>/dev/null"
+
+    def test_it_is_erased_with_consent_on_standard_input(self):
+        self.root.stand_in(LOG_TOOL, script=self.ONE_READ)
+        self.assertEqual(self.root.busctl("RemoveDiagnosticLogs").values,
+                         ["y", 0, "", ["", 0, {}]])
+        self.assertEqual(self.root.calls(), [[LOG_TOOL, "erase", "--all"]])
+
+    def test_the_tools_words_and_status_reach_the_client(self):
+        self.root.stand_in(LOG_TOOL, script=f"{self.ONE_READ} >/dev/null", stdout=" \n",
+                           stderr="  no: café\n", status=77)
+        self.assertEqual(self.root.busctl("RemoveDiagnosticLogs").values,
+                         ["", 77, "  no: café\n", ["", 0, {}]])
+
+    def test_a_missing_tool_gives_one_reply_on_the_wire(self):
+        self.remove_tool(LOG_TOOL)
+        client = self.root.client()
+        serial = client.send("RemoveDiagnosticLogs")
+        echo = client.send("Echo", "s", "next")
+        first = client.receive()
+        self.assertEqual(first.reply_serial, serial)
+        output, status, errors, (domain, code, info) = first.values()
+        self.assertEqual((output, status, errors), ("", -1, ""))
+        self.assertEqual((domain, code), ("org.keepwell.taskRunner", 0))
+        self.assertEqual(list(info), ["NSLocalizedDescription"])
+        self.assertTrue(info["NSLocalizedDescription"])
+        self.assertEqual(client.receive().reply_serial, echo, "no second reply came between")
+        self.assertEqual(client.call("Echo", "s", "last")[0], "last")
+        self.assertIn("Unable to execute /usr/bin/log. File doesn't seem to be executable.",
+                      self.root.log())
+
+
+class PermissionsRepairTest(MaintenanceTestCase):
+    def setUp(self):
+        super().setUp()
+        if not self.root.exists(GATE):
+            os.mkfifo(self.root.host_path(GATE))
+
+    def tool(self, script, status=0):
+        self.root.stand_in(REPAIR, script=f"echo $$ > {SCRATCH}/pid\n{script}", status=status)
+
+    def gated_tool(self):
+        """A thousand chunks, with the gate before the second half."""
+        self.tool("n=0\nwhile [ $n -lt 1000 ]; do\n"
+                  f"  [ $n = 500 ] && read line < {GATE}\n"
+                  "  echo chunk $n; sleep 0.001; n=$((n+1))\ndone")
+
+    def open_gate(self):
+        with open(self.root.host_path(GATE), "w", encoding="utf-8") as gate:
+            gate.write("go\n")
+
+    def numbers(self, messages):
+        """The chunks that arrived, in their order; every line must be whole."""
+        text = "".join(message.values()[0] for message in messages)
+        return [int(line.removeprefix("chunk ")) for line in text.splitlines()]
+
+    def subscribe(self, client):
+        client.call("AddMatch", "s", f"type='signal',interface='{PROGRESS}'",
+                    destination="org.freedesktop.DBus", path="/org/freedesktop/DBus",
+                    interface="org.freedesktop.DBus")
+
+    def progress(self, client):
+        return [each for each in client.signals if each.member == "ReceiveNewOutput"]
+
+    def test_progress_comes_in_order_before_the_reply_to_its_client_alone(self):
+        self.gated_tool()
+        client, other = self.root.client(), self.root.client()
+        self.subscribe(client)
+        self.subscribe(other)
+        serial = client.send("RepairPermissions")
+        received = []
+        while not any(message.kind == SIGNAL and message.member == "ReceiveNewOutput"
+                      for message in received):
+            received.append(client.receive_any())  # while the tool waits at the gate
+            self.assertNotEqual(received[-1].reply_serial, serial)
+        self.open_gate()
+        while received[-1].reply_serial != serial:
+            received.append(client.receive_any())
+        chunks = [message for message in received if message.kind == SIGNAL
+                  and message.member == "ReceiveNewOutput"]
+        numbers = self.numbers(chunks)
+        self.assertEqual(numbers, sorted(set(numbers)))
+        self.assertTrue(any(number >= 500 for number in numbers))
+        # Every other chunk is dropped; what stood in the pipe together is one.
+        self.assertGreater(len(chunks), 10)
+        self.assertLessEqual(len(numbers), 1000)
+        pid = int(self.root.read(f"{SCRATCH}/pid"))
+        self.assertEqual(received[-1].values(), [True, pid, ""])
+        self.assertEqual(self.root.calls(), [[REPAIR, *REPAIR_ARGUMENTS]])
+        for each in (client, other):
+            each.call("Echo", "s", "")
+            self.assertEqual(self.progress(each), [], "nothing after the reply, and for nobody else")
+
+    def test_a_failed_repair_is_a_success_with_the_tools_process(self):
+        self.tool("", status=1)
+        self.assertEqual(self.root.busctl("RepairPermissions").values,
+                         [True, int(self.root.read(f"{SCRATCH}/pid")), ""])
+
+    def test_odd_output_harms_nobody(self):
+        self.tool("printf 'a\\000b'; sleep 0.01; printf '\\377\\376'; sleep 0.01; "
+                  "head -c 5000000 /dev/zero; sleep 0.01; printf x")
+        client = self.root.client()
+        self.assertTrue(client.call("RepairPermissions")[0])
+        self.assertTrue(self.progress(client))
+        self.assertEqual(client.call("Echo", "s", "alive")[0], "alive")
+
+    def test_a_tool_that_leaves_a_process_behind_is_not_waited_for(self):
+        self.tool(f"(exec 2>/dev/null; read line < {GATE}) & echo dropped")
+        self.assertTrue(self.root.client().call("RepairPermissions")[0])
+        self.open_gate()
+
+    def test_a_missing_tool_is_an_error_of_the_request(self):
+        self.remove_tool(REPAIR)
+        client = self.root.client()
+        with self.assertRaises(BusError):
+            client.call("RepairPermissions")
+        self.assertEqual(client.call("Echo", "s", "alive")[0], "alive")
+
+    def counts(self):
+        pid = self.root.agent_pid()
+        return (len(os.listdir(f"/proc/{pid}/fd")), len(os.listdir(f"/proc/{pid}/task")))
+
+    def test_a_client_that_dies_half_way_leaves_nothing_behind(self):
+        self.tool("echo one; sleep 0.01; echo two")
+        warm = self.root.client()
+        warm.call("RepairPermissions")  # all that the agent keeps for the next time
+        before = self.counts()
+        self.gated_tool()
+        for _ in range(3):
+            dying = self.root.client()
+            dying.send("RepairPermissions")
+            while dying.receive_any().kind != SIGNAL:
+                pass
+            dying.close()
+            self.open_gate()
+            tool = int(self.root.read(f"{SCRATCH}/pid"))
+            wait_until(lambda: not is_running(tool))
+        wait_until(lambda: all(now <= then for now, then in zip(self.counts(), before)))
+        self.assertEqual(warm.call("Echo", "s", "alive")[0], "alive")
+
+
+NO_ERROR = r"\('', (?:int64 )?0, (?:@a\{sv\} )?\{\}\)"
+YES, NO = rf"\(true, {NO_ERROR}\)", rf"\(false, {NO_ERROR}\)"
+MISSING = "'/missing/item'"
+COCOA = r"\(false, \('NSCocoaErrorDomain', (?:int64 )?\d+, \{.*'NSUnderlyingError'.*\}\)\)"
+
+# What each member is called with and what must come back.
+MEMBERS = {
+    "Echo": (["'text'"], rf"\('text', {NO_ERROR}\)"),
+    "FileExistsAtPath": (["'/bin/sh'"], YES),
+    "MoveItemAtPath": ([MISSING, f"'{DATA}/new'"], COCOA),
+    "RemoveItemAtPath": ([f"'{DATA}/removed'"], YES),
+    "SecurelyRemoveItemAtPath": ([f"'{DATA}/shredded'"], YES),
+    "MoveToTrashItemAtPath": ([f"'{DATA}/trashed'"], NO),  # the flag has the opposite sense
+    "TruncateFileAtPath": ([f"'{DATA}/truncated'"], YES),
+    "RemovePackageWithID": (["'com.example.pkg'"], YES),
+    "RemoveKextAtPath": ([MISSING], NO),
+    "RemoveASL": ([], YES),
+    "SlimBinaryWithPath": ([MISSING, "['--arch', 'x86_64']"], YES),
+    "RemoveLaunchdAgentAtPath": ([f"'{DATA}/job.plist'"], YES),
+    "EnableLaunchdAgentAtPath": ([f"'{DATA}/job.plist'"], YES),
+    "DisableLaunchdAgentAtPath": ([f"'{DATA}/job.plist'"], YES),
+    "RemoveSMLoginItem": (["'com.example.item'"], YES),  # there is no database to take it from
+    "StartStartupItem": (["'item'"], YES),
+    "StopStartupItem": (["'item'"], YES),
+    "RepairPermissions": ([], r"\(true, \d+, ''\)"),
+    "RunPeriodicScript": (["'daily'"], YES),
+    "StartSpotlightReindex": ([], YES),
+    "RemoveGlobalLoginItemForAppWithPath": (["'/Applications/Odd.app'"], YES),
+    "RemoveLibraryFromLauchdConf": (["'/usr/lib/odd.dylib'"], YES),
+    "FlushDNS": ([], YES),
+    "RemoveDiagnosticLogs": ([], rf"\('y', (?:int64 )?0, '', {NO_ERROR}\)"),
+    "SizeOfItemAtPath": ([f"'{DATA}/sized'"], rf"\((?:int64 )?8192, {NO_ERROR}\)"),
+    "PleaseTerminate": ([], None),  # last: the next call meets another agent
+}
+
+
+class EveryMemberTest(MaintenanceTestCase):
+    def setUp(self):
+        super().setUp()
+        for tool in (LAUNCHCTL, REPAIR, "/usr/sbin/pkgutil", "/sbin/SystemStarter",
+                     "/usr/sbin/periodic", "/usr/bin/mdutil", "/usr/sbin/dscacheutil",
+                     "/usr/bin/killall"):
+            self.root.stand_in(tool)
+        self.root.stand_in(LOG_TOOL, script=UnifiedLogTest.ONE_READ)
+        self.root.mkdir(STORE)
+        for name in ("removed", "shredded", "trashed", "truncated"):
+            self.root.write(f"{DATA}/{name}", "text")
+        self.root.write(f"{DATA}/job.plist", "<plist><dict><key>Label</key>"
+                        "<string>com.example.job</string></dict></plist>")
+        self.root.write(f"{DATA}/sized", "x" * 5000)
+        self.root.write("/etc/launchd.conf", "setenv DYLD_INSERT_LIBRARIES /usr/lib/odd.dylib\n")
+
+    def announced(self):
+        """The members that the running agent tells of, with their types."""
+        done = self.root.run(["gdbus", "introspect", "--xml", "--address", self.root.address,
+                              "--dest", NAME, "--object-path", PATH])
+        interface = ElementTree.fromstring(done.stdout).find(f"interface[@name='{INTERFACE}']")
+        return {method.get("name"): [argument.get("type") for argument in method.findall("arg")
+                                     if argument.get("direction") != "out"]
+                for method in interface.findall("method")}
+
+    def test_gdbus_can_call_each_of_them(self):
+        announced = self.announced()
+        self.assertEqual(len(announced), 26)
+        self.assertEqual(set(announced), set(MEMBERS))
+        for name, (arguments, expected) in MEMBERS.items():
+            with self.subTest(name):
+                self.assertEqual(len(arguments), len(announced[name]))
+                if expected:
+                    self.assertRegex(self.root.gdbus(name, *arguments), rf"^{expected}$")
+                    continue
+                agent = self.root.agent_pid()
+                with self.assertRaises(CallFailed):  # there is no reply to wait for
+                    self.root.gdbus(name, *arguments)
+                wait_until(lambda: not is_running(agent))
+        self.assertEqual(self.root.gdbus("Echo", "'again'").split(",")[0], "('again'")
+
+
+if __name__ == "__main__":
+    harness.main()
