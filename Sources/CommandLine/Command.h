@@ -30,8 +30,13 @@ using CommandTable = std::vector<Command>;
 CommandTable fileCommands();
 CommandTable agentCommands();
 CommandTable serviceCommands();
+CommandTable maintenanceCommands();
 // These need no agent.
 CommandTable localCommands();
+
+// A command with a second word: each word is an entry of a table like that of
+// the commands themselves.
+std::function<CommandRun(CLI::App &)> commandOfVerbs(CommandTable verbs);
 
 // One request of a command that may make several, such as one for each path.
 // A failure to get a reply is reported with the request's own JSON members and

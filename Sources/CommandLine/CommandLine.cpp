@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <memory>
 #include <ostream>
 #include <sstream>
 
@@ -19,7 +20,7 @@ constexpr const char *footer =
 CommandTable allCommands() {
   CommandTable all;
   for (const CommandTable &group :
-       {fileCommands(), localCommands(), agentCommands(), serviceCommands()})
+       {fileCommands(), localCommands(), agentCommands(), serviceCommands(), maintenanceCommands()})
     all.insert(all.end(), group.begin(), group.end());
   return all;
 }
@@ -82,6 +83,19 @@ int runCommandLine(int count, const char *const *arguments, const Surroundings &
     return status;
   *surroundings.err << "keepwell: the answer could not be written" << std::endl;
   return std::max<int>(status, ExitRefused);
+}
+
+std::function<CommandRun(CLI::App &)> commandOfVerbs(CommandTable verbs) {
+  return [verbs = std::move(verbs)](CLI::App &arguments) -> CommandRun {
+    auto chosen = std::make_shared<CommandRun>();
+    arguments.require_subcommand(1);
+    for (const Command &verb : verbs) {
+      CLI::App *declared = arguments.add_subcommand(verb.name, verb.summary);
+      CommandRun run = verb.declare(*declared);
+      declared->callback([chosen, run = std::move(run)] { *chosen = run; });
+    }
+    return [chosen](Session &session) { return (*chosen)(session); };
+  };
 }
 
 int worse(int left, int right) {

@@ -28,21 +28,6 @@ Text declarePath(CLI::App &arguments, const char *typeName, const char *help) {
   return declareText(arguments, "path", typeName, help);
 }
 
-// A command with a second word. Each word is an entry of a table like that of
-// the commands themselves.
-std::function<CommandRun(CLI::App &)> commandOfVerbs(CommandTable verbs) {
-  return [verbs = std::move(verbs)](CLI::App &arguments) -> CommandRun {
-    auto chosen = std::make_shared<CommandRun>();
-    arguments.require_subcommand(1);
-    for (const Command &verb : verbs) {
-      CLI::App *declared = arguments.add_subcommand(verb.name, verb.summary);
-      CommandRun run = verb.declare(*declared);
-      declared->callback([chosen, run = std::move(run)] { *chosen = run; });
-    }
-    return [chosen](Session &session) { return (*chosen)(session); };
-  };
-}
-
 // One request whose only argument is a text, as given or as an absolute path.
 struct FlagRequest {
   const char *command; // both words

@@ -39,6 +39,15 @@ void Session::sayJSON(const JSONObject &object) {
     *surroundings_.out << object.text() << std::endl;
 }
 
+void Session::show(std::string_view text) {
+  if (options_.json || !surroundings_.outIsTerminal)
+    return;
+  // Line by line, since line ends are the one control character to send.
+  for (std::size_t end; (end = text.find('\n')) != text.npos; text.remove_prefix(end + 1))
+    *surroundings_.out << displayable(text.substr(0, end)) << '\n';
+  *surroundings_.out << displayable(text) << std::flush;
+}
+
 void Session::complain(const std::string &line) {
   if (!options_.json)
     *surroundings_.err << "keepwell: " << line << std::endl;

@@ -26,6 +26,7 @@ struct Surroundings {
   std::ostream *out = nullptr;
   std::ostream *err = nullptr;
   std::function<std::unique_ptr<Client>(const std::string &bus)> connect;
+  bool outIsTerminal = false; // a person watches
 };
 
 struct GlobalOptions {
@@ -46,6 +47,9 @@ public:
   void say(const std::string &line);
   // One object of the answer, if JSON is asked for.
   void sayJSON(const JSONObject &object);
+  // A piece of a long answer as it comes, without a line's end of its own; only
+  // where a person watches, and not if JSON is asked for.
+  void show(std::string_view text);
   // A complaint to standard error, unless JSON is asked for.
   void complain(const std::string &line);
 

@@ -5,6 +5,7 @@
 //   Session       the agent on demand, text or JSON
 //   JSON          one object on one line
 #include "CommandLine/CommandLine.h"
+#include "Foundation/Terminal.h"
 
 #include <exception>
 #include <iostream>
@@ -13,6 +14,7 @@ int main(int argc, char **argv) {
   kw::Surroundings surroundings;
   surroundings.out = &std::cout;
   surroundings.err = &std::cerr;
+  surroundings.outIsTerminal = NS::standardOutputIsTerminal();
   surroundings.connect = [](const std::string &bus) { return kw::Client::connect(bus); };
   try {
     return kw::runCommandLine(argc, argv, surroundings);

@@ -1,10 +1,15 @@
 """System maintenance through the real agent, with stand-ins at the paths of the
 system's tools, a host log of the test's own, and every announced member called
 once by a client that we did not write."""
+import fcntl
+import json
 import os
 import re
 import shutil
+import signal
 import socket
+import subprocess
+import termios
 import unittest
 import xml.etree.ElementTree as ElementTree
 
@@ -141,6 +146,7 @@ class SystemLogStoreTest(MaintenanceTestCase):
 class ToolsTest(MaintenanceTestCase):
     CACHE, KILLALL = "/usr/sbin/dscacheutil", "/usr/bin/killall"
     PERIODIC, MDUTIL = "/usr/sbin/periodic", "/usr/bin/mdutil"
+    TOOLS = CACHE, KILLALL, PERIODIC, MDUTIL
 
     def test_names_are_flushed_by_both_tools_whatever_the_first_says(self):
         both = [[self.CACHE, "-flushcache"], [self.KILLALL, "-HUP", "mDNSResponder"]]
@@ -152,7 +158,7 @@ class ToolsTest(MaintenanceTestCase):
             self.assertEqual(self.root.calls(), both)
 
     def test_missing_tools_count_as_done(self):
-        for tool in (self.CACHE, self.KILLALL, self.PERIODIC, self.MDUTIL):
+        for tool in self.TOOLS:
             self.remove_tool(tool)
         self.assertTrue(self.flag("FlushDNS"))
         self.assertTrue(self.flag("RunPeriodicScript", "daily"))
@@ -219,7 +225,9 @@ class UnifiedLogTest(MaintenanceTestCase):
                       self.root.log())
 
 
-class PermissionsRepairTest(MaintenanceTestCase):
+class RepairTestCase(MaintenanceTestCase):
+    KEPT = 2  # descriptors that the agent keeps from its first tool on
+
     def setUp(self):
         super().setUp()
         if not self.root.exists(GATE):
@@ -238,6 +246,15 @@ class PermissionsRepairTest(MaintenanceTestCase):
         with open(self.root.host_path(GATE), "w", encoding="utf-8") as gate:
             gate.write("go\n")
 
+    def tool_pid(self):
+        return int(self.root.read(f"{SCRATCH}/pid"))
+
+    def counts(self):
+        pid = self.root.agent_pid()
+        return (len(os.listdir(f"/proc/{pid}/fd")), len(os.listdir(f"/proc/{pid}/task")))
+
+
+class PermissionsRepairTest(RepairTestCase):
     def numbers(self, messages):
         """The chunks that arrived, in their order; every line must be whole."""
         text = "".join(message.values()[0] for message in messages)
@@ -273,17 +290,17 @@ class PermissionsRepairTest(MaintenanceTestCase):
         # Every other chunk is dropped; what stood in the pipe together is one.
         self.assertGreater(len(chunks), 10)
         self.assertLessEqual(len(numbers), 1000)
-        pid = int(self.root.read(f"{SCRATCH}/pid"))
+        pid = self.tool_pid()
         self.assertEqual(received[-1].values(), [True, pid, ""])
         self.assertEqual(self.root.calls(), [[REPAIR, *REPAIR_ARGUMENTS]])
         for each in (client, other):
             each.call("Echo", "s", "")
-            self.assertEqual(self.progress(each), [], "nothing after the reply, and for nobody else")
+            self.assertEqual(self.progress(each), [], "after the reply, or for somebody else")
 
     def test_a_failed_repair_is_a_success_with_the_tools_process(self):
         self.tool("", status=1)
         self.assertEqual(self.root.busctl("RepairPermissions").values,
-                         [True, int(self.root.read(f"{SCRATCH}/pid")), ""])
+                         [True, self.tool_pid(), ""])
 
     def test_odd_output_harms_nobody(self):
         self.tool("printf 'a\\000b'; sleep 0.01; printf '\\377\\376'; sleep 0.01; "
@@ -305,10 +322,6 @@ class PermissionsRepairTest(MaintenanceTestCase):
             client.call("RepairPermissions")
         self.assertEqual(client.call("Echo", "s", "alive")[0], "alive")
 
-    def counts(self):
-        pid = self.root.agent_pid()
-        return (len(os.listdir(f"/proc/{pid}/fd")), len(os.listdir(f"/proc/{pid}/task")))
-
     def test_a_client_that_dies_half_way_leaves_nothing_behind(self):
         self.tool("echo one; sleep 0.01; echo two")
         warm = self.root.client()
@@ -322,10 +335,88 @@ class PermissionsRepairTest(MaintenanceTestCase):
                 pass
             dying.close()
             self.open_gate()
-            tool = int(self.root.read(f"{SCRATCH}/pid"))
+            tool = self.tool_pid()
             wait_until(lambda: not is_running(tool))
         wait_until(lambda: all(now <= then for now, then in zip(self.counts(), before)))
         self.assertEqual(warm.call("Echo", "s", "alive")[0], "alive")
+
+
+class CommandTest(RepairTestCase):
+    """The program `keepwell` in the same root."""
+
+    def argv(self, *words):
+        return [f"{harness.build_folder}/keepwell", "--bus", self.root.address, "maintenance",
+                *words]
+
+    def objects(self, text):
+        return [json.loads(line) for line in text.splitlines()]
+
+    def test_each_word_runs_its_tools(self):
+        for tool in (LAUNCHCTL, *ToolsTest.TOOLS):
+            self.root.stand_in(tool)
+        self.root.stand_in(LOG_TOOL, script=UnifiedLogTest.ONE_READ)
+        self.root.mkdir(STORE)
+        self.tool("")
+        rows = {
+            ("erase-asl",): SystemLogStoreTest.STOPS + SystemLogStoreTest.STARTS,
+            ("erase-unified-log",): [[LOG_TOOL, "erase", "--all"]],
+            ("flush-dns",): [[ToolsTest.CACHE, "-flushcache"],
+                             [ToolsTest.KILLALL, "-HUP", "mDNSResponder"]],
+            ("periodic", "weekly"): [[ToolsTest.PERIODIC, "weekly"]],
+            ("reindex-spotlight",): [[ToolsTest.MDUTIL, "-E", "/"]],
+            ("repair-permissions",): [[REPAIR, *REPAIR_ARGUMENTS]],
+        }
+        for words, calls in rows.items():
+            with self.subTest(words):
+                self.root.forget_calls()
+                done = self.root.run(self.argv(*words, "--json"))
+                self.assertEqual(done.returncode, 0, done.stderr)
+                self.assertTrue(self.objects(done.stdout)[-1]["success"])
+                self.assertEqual(self.root.calls(), calls)
+
+    def test_a_tool_that_fails_is_the_exit_status(self):
+        self.root.stand_in(ToolsTest.KILLALL, status=1)
+        self.assertEqual(self.root.run(self.argv("flush-dns")).returncode, 1)
+        self.remove_tool(LOG_TOOL)
+        done = self.root.run(self.argv("erase-unified-log", "--json"))
+        self.assertEqual(done.returncode, 1)
+        answer, = self.objects(done.stdout)
+        self.assertEqual((answer["status"], answer["error"]["domain"]),
+                         (-1, "org.keepwell.taskRunner"))
+        self.remove_tool(REPAIR)
+        self.assertEqual(self.root.run(self.argv("repair-permissions")).returncode, 1)
+
+    def test_a_program_gets_each_chunk_as_an_object_while_the_tool_runs(self):
+        self.gated_tool()
+        with self.root.popen(self.argv("repair-permissions", "--json"),
+                             stdout=subprocess.PIPE) as command:
+            first = json.loads(command.stdout.readline())  # the tool waits at the gate
+            self.assertEqual(set(first), {"command", "progress"})
+            self.open_gate()
+            rest = self.objects(command.stdout.read().decode())
+        self.assertEqual(command.returncode, 0)
+        self.assertTrue(all("progress" in each for each in rest[:-1]))
+        self.assertEqual(rest[-1]["process"], self.tool_pid())
+
+    def test_a_person_sees_the_output_live_and_may_interrupt(self):
+        self.root.client().call("Echo", "s", "")
+        before = self.counts()
+        self.gated_tool()
+        terminal, end = os.openpty()
+        command = self.root.popen(self.argv("repair-permissions"), stdin=end, stdout=end,
+                                  stderr=end, start_new_session=True,
+                                  preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+        os.close(end)
+        self.assertTrue(os.read(terminal, 100).startswith(b"chunk "))
+        tool = self.tool_pid()
+        os.write(terminal, b"\x03")
+        self.assertEqual(command.wait(), -signal.SIGINT)
+        os.close(terminal)
+        self.assertTrue(is_running(tool), "what root began goes on to its end")
+        self.assertEqual(self.root.busctl("Echo", "s", "alive").values[0], "alive")
+        self.open_gate()
+        wait_until(lambda: not is_running(tool))
+        wait_until(lambda: self.counts()[0] <= before[0] + self.KEPT)
 
 
 NO_ERROR = r"\('', (?:int64 )?0, (?:@a\{sv\} )?\{\}\)"
@@ -368,8 +459,7 @@ class EveryMemberTest(MaintenanceTestCase):
     def setUp(self):
         super().setUp()
         for tool in (LAUNCHCTL, REPAIR, "/usr/sbin/pkgutil", "/sbin/SystemStarter",
-                     "/usr/sbin/periodic", "/usr/bin/mdutil", "/usr/sbin/dscacheutil",
-                     "/usr/bin/killall"):
+                     *ToolsTest.TOOLS):
             self.root.stand_in(tool)
         self.root.stand_in(LOG_TOOL, script=UnifiedLogTest.ONE_READ)
         self.root.mkdir(STORE)

@@ -1,0 +1,154 @@
+// Commands that maintain the whole system.
+#include "CommandLine/Command.h"
+#include "CommandLine/Outcome.h"
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+namespace kw {
+namespace {
+
+using FlagOperation = FlagReply (Client::*)();
+
+JSONObject requestOf(const std::string &verb) {
+  JSONObject request;
+  request.add("command", "maintenance " + verb);
+  return request;
+}
+
+// A verb without arguments, answered with a flag.
+Command flagVerb(const char *verb, const char *summary, FlagOperation operation,
+                 const Wording &wording) {
+  return {verb, summary, [=](CLI::App & /*arguments*/) -> CommandRun {
+            return [=](Session &session) {
+              JSONObject request = requestOf(verb);
+              return reportingFailures(session, request, [&] {
+                return tellOutcome(session, request, (session.agent().*operation)(), wording);
+              });
+            };
+          }};
+}
+
+CommandRun declarePeriodic(CLI::App &arguments) {
+  auto name = std::make_shared<std::string>();
+  arguments.add_option("name", *name, "The scripts: daily, weekly, monthly or a folder of scripts")
+      ->required()
+      ->type_name("NAME")
+      ->check([](const std::string &given) {
+        return given.empty() ? std::string("it must not be empty") : std::string();
+      });
+  return [name](Session &session) {
+    JSONObject request = requestOf("periodic");
+    request.add("name", *name);
+    return reportingFailures(session, request, [&] {
+      FlagReply reply = session.agent().runPeriodicScript(*name);
+      return tellOutcome(session, request, reply,
+                         {"Ran the periodic scripts " + displayable(*name),
+                          displayable(*name) + " could not be run"});
+    });
+  };
+}
+
+// The tool's own words, if any, with the line's end left to the caller.
+std::string wordsOf(std::string text) {
+  while (!text.empty() && text.back() == '\n')
+    text.pop_back();
+  return displayable(text);
+}
+
+int tellErasure(Session &session, JSONObject request, const DiagnosticLogsReply &reply) {
+  bool erased = reply.status == 0 && !reply.error;
+  request.add("success", erased).add("status", reply.status);
+  if (!reply.output.empty())
+    request.add("output", reply.output);
+  if (!reply.errorOutput.empty())
+    request.add("errorOutput", reply.errorOutput);
+  if (reply.error)
+    request.add("error", jsonOfError(*reply.error));
+  session.sayJSON(request);
+  if (!reply.output.empty())
+    session.say(wordsOf(reply.output));
+  if (!reply.errorOutput.empty())
+    session.complain(wordsOf(reply.errorOutput));
+  if (erased)
+    session.say("Erased the unified log");
+  else if (reply.error)
+    session.complain("the unified log could not be erased: " +
+                     displayable(reply.error->localizedDescription()));
+  else
+    session.complain("the unified log could not be erased: its tool ended with status " +
+                     std::to_string(reply.status));
+  return erased ? ExitDone : ExitRefused;
+}
+
+CommandRun declareEraseUnifiedLog(CLI::App & /*arguments*/) {
+  return [](Session &session) {
+    JSONObject request = requestOf("erase-unified-log");
+    return reportingFailures(session, request, [&] {
+      return tellErasure(session, request, session.agent().removeDiagnosticLogs());
+    });
+  };
+}
+
+// Shows what the repair tool writes, on a line of its own in the end.
+class RepairProgress {
+public:
+  explicit RepairProgress(Session &session) : session_(session) {}
+
+  void show(const std::string &chunk) {
+    if (chunk.empty()) // the end of the output
+      return;
+    session_.sayJSON(requestOf("repair-permissions").add("progress", chunk));
+    session_.show(chunk);
+    lineIsOpen_ = chunk.back() != '\n';
+  }
+  void closeLine() {
+    if (lineIsOpen_)
+      session_.show("\n");
+  }
+
+private:
+  Session &session_;
+  bool lineIsOpen_ = false;
+};
+
+CommandRun declareRepairPermissions(CLI::App & /*arguments*/) {
+  return [](Session &session) {
+    JSONObject request = requestOf("repair-permissions");
+    return reportingFailures(session, request, [&] {
+      RepairProgress progress(session);
+      RepairReply reply = session.agent().repairPermissions(
+          [&progress](const std::string &chunk) { progress.show(chunk); });
+      progress.closeLine();
+      session.sayJSON(
+          request.add("success", reply.success).add("process", std::int64_t{reply.value}));
+      session.say("The repair tool has ended, process " + std::to_string(reply.value));
+      return reply.success ? ExitDone : ExitRefused;
+    });
+  };
+}
+
+CommandTable verbs() {
+  return {
+      flagVerb("erase-asl", "Erase the system log store", &Client::removeASL,
+               {"Erased the system log store", "the system log store could not be erased"}),
+      {"erase-unified-log", "Erase the unified log", declareEraseUnifiedLog},
+      flagVerb("flush-dns", "Flush the caches of names", &Client::flushDNS,
+               {"Flushed the caches of names", "the caches of names could not be flushed"}),
+      {"periodic", "Run the periodic maintenance scripts", declarePeriodic},
+      flagVerb("reindex-spotlight", "Have the search index built anew",
+               &Client::startSpotlightReindex,
+               {"Asked for a new search index", "a new search index could not be asked for"}),
+      {"repair-permissions", "Repair the permissions of the system's packages",
+       declareRepairPermissions},
+  };
+}
+
+} // namespace
+
+CommandTable maintenanceCommands() {
+  return {
+      {"maintenance", "Maintain logs, caches, indexes and permissions", commandOfVerbs(verbs())}};
+}
+
+} // namespace kw

@@ -1,0 +1,8 @@
+// Whether a person is watching.
+#pragma once
+
+namespace NS {
+
+bool standardOutputIsTerminal();
+
+} // namespace NS
