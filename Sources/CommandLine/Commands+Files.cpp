@@ -1,6 +1,7 @@
 // Commands that act on files and folders.
 #include "CommandLine/Command.h"
 #include "CommandLine/Outcome.h"
+#include "Foundation/FileManager.h"
 #include "Tools/RVFileSizer.h"
 
 #include <CLI/CLI.hpp>
@@ -112,19 +113,72 @@ CommandRun declareMove(CLI::App &arguments) {
   };
 }
 
+struct SizeOptions {
+  bool bytes = false;
+  bool base2 = false;
+  bool local = false;
+  bool logical = false;
+  bool bulk = false;
+};
+
+// Asks the agent, or measures here with the rights of whoever runs the command.
+std::uint64_t measuredSize(Session &session, const SizeOptions &options, const std::string &path) {
+  if (!options.local)
+    return static_cast<std::uint64_t>(session.agent().sizeOfItemAtPath(path).size);
+  const RVFileSizer &sizer = RVFileSizer::shared();
+  return options.bulk ? sizer.alternativeItemSizeAtPath(path) : sizer.itemSizeAtPath(path);
+}
+
+// The measuring itself answers 0 for what is not there; here nobody is served
+// by that.
+bool isMissing(const SizeOptions &options, const std::string &path, std::optional<NS::Error> &why) {
+  return options.local &&
+         !NS::FileManager::defaultManager().attributesOfItemAtPath(path, &why).has_value();
+}
+
+std::shared_ptr<SizeOptions> declareSizeOptions(CLI::App &arguments) {
+  auto options = std::make_shared<SizeOptions>();
+  arguments.add_flag("--bytes", options->bytes, "Print plain numbers of bytes");
+  arguments.add_flag("--base2", options->base2, "Count in steps of 1024, not 1000");
+  CLI::Option *local =
+      arguments.add_flag("--local", options->local, "Measure here, without the agent");
+  arguments
+      .add_flag("--logical", options->logical,
+                "Count what files hold, in whole I/O blocks, not what they occupy")
+      ->needs(local);
+  arguments
+      .add_flag("--bulk", options->bulk,
+                "Read the folders' attributes in batches: what files and links hold, folders "
+                "counting nothing")
+      ->needs(local);
+  return options;
+}
+
 CommandRun declareSize(CLI::App &arguments) {
-  auto bytes = std::make_shared<bool>(false);
-  arguments.add_flag("--bytes", *bytes, "Print plain numbers of bytes");
-  return forEachPath(
+  auto options = declareSizeOptions(arguments);
+  CommandRun measure = forEachPath(
       "size", declarePaths(arguments),
-      [bytes](Session &session, const std::string &path, JSONObject request) {
-        std::int64_t size = session.agent().sizeOfItemAtPath(path).size;
+      [options](Session &session, const std::string &path, JSONObject request) {
+        std::optional<NS::Error> error;
+        if (isMissing(*options, path, error))
+          return tellOutcome(session, request, {false, error},
+                             {"", displayable(path) + " could not be measured"});
+        std::uint64_t size = measuredSize(session, *options, path);
         std::string text =
-            RVFileSizer::shared().displayItemSizeFromSize(static_cast<std::uint64_t>(size));
-        session.say((*bytes ? std::to_string(size) : text) + "\t" + displayable(path));
-        session.sayJSON(request.add("success", true).add("bytes", size).add("text", text));
-        return ExitDone;
+            RVFileSizer::shared().displayItemSizeFromSize(size, options->base2, true);
+        session.say((options->bytes ? std::to_string(size) : text) + "\t" + displayable(path));
+        session.sayJSON(request.add("success", true)
+                            .add("bytes", static_cast<std::int64_t>(size))
+                            .add("text", text));
+        return static_cast<int>(ExitDone);
       });
+  return [options, measure](Session &session) {
+    if (options->logical)
+      RVFileSizer::shared().setReturnUncompressedFileSize(true);
+    int status = measure(session);
+    RVFileSizer::shared().setReturnUncompressedFileSize(false);
+    return status;
+  };
 }
 
 } // namespace

@@ -173,4 +173,45 @@ TEST_F(Inspect, goesOnPastAMissingItemAndFailsInTheEnd) {
   EXPECT_TRUE(err.str().find(folder.path("missing") + ": ") != std::string::npos) << err.str();
 }
 
+using LocalSize = LocalCommands;
+
+TEST_F(LocalSize, measuresWithoutTheAgentWhatIsOccupiedOrHeld) {
+  std::string sparse = folder.file("sparse", "");
+  fs::resize_file(sparse, 1024 * 1024);
+  EXPECT_EQ(run({"size", "--local", "--bytes", sparse}), 0);
+  EXPECT_EQ(out.str(), "0\t" + sparse + "\n");
+  EXPECT_EQ(run({"size", "--local", "--logical", "--bytes", sparse}), 0);
+  EXPECT_EQ(out.str(), "1048576\t" + sparse + "\n");
+  EXPECT_EQ(run({"size", "--local", "--bytes", sparse}), 0);
+  EXPECT_EQ(out.str(), "0\t" + sparse + "\n") << "the mode must not outlast its command";
+}
+
+TEST_F(LocalSize, countsNoFolderInBulk) {
+  fs::resize_file(folder.file("sparse", ""), 1024 * 1024);
+  EXPECT_EQ(run({"size", "--local", "--bulk", "--bytes", folder.path()}), 0);
+  EXPECT_EQ(out.str(), "1048576\t" + folder.path() + "\n");
+}
+
+TEST_F(LocalSize, isPrintedInEitherBase) {
+  fs::resize_file(folder.file("sparse", ""), 1024 * 1024);
+  EXPECT_EQ(run({"size", "--local", "--bulk", folder.path()}), 0);
+  EXPECT_EQ(out.str(), "1\u00a0MB\t" + folder.path() + "\n");
+  fs::resize_file(folder.path("sparse"), 1024 * 1024 * 3 / 2);
+  EXPECT_EQ(run({"size", "--local", "--bulk", folder.path()}), 0);
+  EXPECT_EQ(out.str(), "1.6\u00a0MB\t" + folder.path() + "\n");
+  EXPECT_EQ(run({"size", "--local", "--bulk", "--base2", folder.path()}), 0);
+  EXPECT_EQ(out.str(), "1.5\u00a0MB\t" + folder.path() + "\n");
+}
+
+TEST_F(LocalSize, ofAMissingItemIsRefused) {
+  EXPECT_EQ(run({"size", "--local", folder.path("missing")}), 1);
+  EXPECT_EQ(out.str(), "");
+  EXPECT_NE(err.str().find("could not be measured"), std::string::npos) << err.str();
+}
+
+TEST_F(LocalSize, hasModesThatTheAgentHasNot) {
+  EXPECT_EQ(run({"size", "--logical", folder.path()}), 2);
+  EXPECT_EQ(run({"size", "--bulk", folder.path()}), 2);
+}
+
 } // namespace
