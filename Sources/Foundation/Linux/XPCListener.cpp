@@ -133,7 +133,7 @@ void BusListener::registerInterfaces() {
           exported_->name, method.member, busSignature(method.arguments),
           parameterNames(method.arguments), busSignature(method.replies),
           parameterNames(method.replies),
-          [this, member = method.member](sdbus::MethodCall call) { received(member, call); },
+          [this, member = method.member](const sdbus::MethodCall &call) { received(member, call); },
           flags);
     }
   if (remote_)

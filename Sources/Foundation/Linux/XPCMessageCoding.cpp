@@ -178,6 +178,7 @@ std::string busSignature(const std::vector<XPCParameter> &parameters) {
 
 std::vector<std::string> parameterNames(const std::vector<XPCParameter> &parameters) {
   std::vector<std::string> names;
+  names.reserve(parameters.size());
   for (const XPCParameter &parameter : parameters)
     names.push_back(parameter.name);
   return names;
