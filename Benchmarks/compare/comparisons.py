@@ -1,0 +1,336 @@
+"""The work that is compared, one function for each line of the table."""
+import glob
+import hashlib
+import os
+import shutil
+import statistics
+import subprocess
+
+from .measure import Series, Side, alternate
+from .report import Row
+from .trees import Tree, expected_size
+
+WIDE = Tree(1_000, 100_000, data_every=20, data_bytes=4096)
+FLAT = Tree(1, 400_000)
+
+
+def expect(condition, text):
+    if not condition:
+        raise AssertionError(text)
+
+
+class Bench:
+    """Where everything stands: the programs, the folder on disk, another volume."""
+
+    def __init__(self, build, folder, memory_folder, agent, single_agent, quick):
+        self.build, self.folder, self.memory_folder = build, folder, memory_folder
+        self.agent, self.single_agent = agent, single_agent
+        self.quick = quick
+
+    def rounds(self, usual):
+        return max(2, usual // 4) if self.quick else usual
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def compare(self, row, ours, theirs, rounds, prepare=None, verify=None, warm_up=1):
+        """Fills in the row; a missed target gets its system calls counted."""
+        row.ours, row.theirs = alternate(ours, theirs, self.rounds(rounds), prepare, verify,
+                                         warm_up)
+        if row.missed() and not self.quick:
+            for name, side in (("ours", ours), ("theirs", theirs)):
+                if prepare:
+                    prepare(side)
+                row.calls += f"{name}:\n{side.calls()}"
+        return row
+
+
+# --- Measuring
+
+
+def says_size(side):
+    return int(side.output.split()[0])
+
+
+def compare_size(bench, work, path, agent, rounds, reach, prefix=()):
+    """The agent's measurement against du's, with the agent's total checked."""
+    ours = Side([*prefix, *agent.command("size", "--bytes", path)], agent)
+    theirs = Side([*prefix, "du", "-s", path])
+    expected = expected_size(path)
+
+    def verify(side):
+        if side is ours:
+            expect(says_size(side) == expected, f"{path}: not {expected} bytes")
+        else:
+            expect(says_size(side) > 0, f"{path}: du measured nothing")
+
+    row = Row(work, "`du -s`", reach)
+    row.proof = (f"the agent's total is that of the blocks that `find` lists, {expected:,} bytes "
+                 "(folders count twice, hard links each time)")
+    return bench.compare(row, ours, theirs, rounds, verify=verify)
+
+
+def size_of_usr(bench):
+    return compare_size(bench, "size of /usr, warm, all processors", "/usr", bench.agent, 15, 0.45)
+
+
+def size_on_one_processor(bench):
+    return compare_size(bench, "size of /usr, warm, one processor", "/usr", bench.single_agent, 15,
+                        0.95, ["taskset", "-c", "0"])
+
+
+def size_of_growing_trees(bench, curve):
+    """From a thousand entries to a million; the last is a line of the table."""
+    per_entry = {}
+    for files in (1_000, 10_000, 100_000, 1_000_000):
+        tree = Tree(files // 50, files)
+        path = bench.path("growing")
+        tree.make(bench.build, path)
+        os.sync()
+        bench.agent.forget_peak()
+        before = bench.agent.resident_memory()
+        row = compare_size(bench, f"size of {tree}", path, bench.agent,
+                           5 if files == 1_000_000 else 11, 0.45 if files == 1_000_000 else None)
+        more = bench.agent.peak_memory() - before
+        per_entry[files] = row.ours.median() / tree.items()
+        curve("size, keepwell", tree.items(), row.ours.median())
+        curve("size, du -s", tree.items(), row.theirs.median())
+        if files < 1_000_000:
+            shutil.rmtree(path)
+    growth = per_entry[1_000_000] / per_entry[10_000] - 1
+    row.facts += [f"{more / 2**20:.1f} MiB more memory at most (reach: 16)",
+                  f"cost of one entry {growth * 100:+.0f} % against 10,000 files (reach: +20 %)"]
+    return row, path, tree
+
+
+# --- Removing
+
+
+def compare_removal(bench, tree, reach, rounds, warm_up=1):
+    path = bench.path("doomed")
+    ours = Side(bench.agent.command("remove", path), bench.agent)
+    theirs = Side(["rm", "-rf", path])
+    row = Row(f"remove {tree}", "`rm -rf`", reach)
+    row.proof = "the folder is gone"
+    return bench.compare(row, ours, theirs, rounds,
+                         prepare=lambda side: tree.make(bench.build, path),
+                         verify=lambda side: expect(not os.path.lexists(path), "still there"),
+                         warm_up=warm_up)
+
+
+def remove_many_folders(bench):
+    return compare_removal(bench, WIDE, 0.85, 7)
+
+
+def remove_one_folder(bench):
+    return compare_removal(bench, FLAT, 1.05, 4, warm_up=0)
+
+
+def removal_of_growing_trees(bench, curve, large):
+    """The curve alone; its largest tree is the one that was measured before."""
+    for files in (1_000, 10_000, 100_000):
+        tree = Tree(files // 50, files)
+        row = compare_removal(bench, tree, None, 3, warm_up=0)
+        curve("removal, keepwell", tree.items(), row.ours.median())
+        curve("removal, rm -rf", tree.items(), row.theirs.median())
+    path, tree = large
+    wall, _ = Side(bench.agent.command("remove", path), bench.agent).run()
+    expect(not os.path.lexists(path), "still there")
+    curve("removal, keepwell", tree.items(), wall)
+    tree.make(bench.build, path)
+    os.sync()
+    wall, _ = Side(["rm", "-rf", path]).run()
+    curve("removal, rm -rf", tree.items(), wall)
+
+
+def compare_shredding(bench, work, tree, rounds):
+    """A second link to the first file shows whether its content is gone."""
+    path, witness = bench.path("secret"), bench.path("witness")
+    state = {}
+
+    def prepare(_side):
+        tree.make(bench.build, path)
+        first = sorted(glob.glob(os.path.join(path, "**", "0.*"), recursive=True))[0]
+        os.link(first, witness)
+        with open(witness, "rb") as file:
+            state["before"] = file.read(65536)
+
+    def verify(_side):
+        left = [name for _, _, names in os.walk(path) for name in names]
+        expect(not left, "files are left")
+        with open(witness, "rb") as file:
+            after = file.read(65536)
+        os.unlink(witness)
+        shutil.rmtree(path, ignore_errors=True)
+        same = sum(a == b for a, b in zip(after, state["before"]))
+        expect(same < 65536 // 16, "the content is still there")
+
+    ours = Side(bench.agent.command("shred", path), bench.agent)
+    # shred takes files alone; the folders that stay are of no account.
+    theirs = Side(["find", path, "-type", "f", "-exec", "shred", "-n", "1", "-u", "{}", "+"])
+    row = Row(work, "`shred -n 1 -u`", 1.0)
+    row.proof = "no file is left, and a second link to one of them shows other content"
+    return bench.compare(row, ours, theirs, rounds, prepare, verify)
+
+
+def shred_many(bench):
+    return compare_shredding(bench, "shred 200 files of 1 MiB", Tree(4, 200, 1, 2**20), 7)
+
+
+def shred_large(bench):
+    return compare_shredding(bench, "shred a file of 1 GiB", Tree(1, 1, 1, 2**30), 3)
+
+
+# --- Many small removals
+
+LOOP = 'while IFS= read -r -d "" path; do rm "$path"; done'
+
+
+def compare_many_removals(bench, rival, theirs, reach, rounds, warm_up):
+    tree = Tree(1, 10_000)
+    path, names = bench.path("small"), bench.path("names")
+
+    def prepare(_side):
+        shutil.rmtree(path, ignore_errors=True)
+        tree.make(bench.build, path)
+        with open(names, "wb") as file:
+            file.write(b"".join(os.path.join(path, name).encode() + b"\0"
+                                for name in os.listdir(path)))
+
+    row = Row("10,000 removals of single files", rival, reach)
+    row.proof = "the folder is empty"
+    ours = Side(bench.agent.command("remove", "-0"), bench.agent, names)
+    return bench.compare(row, ours, Side(theirs, standard_input=names), rounds, prepare,
+                         lambda side: expect(not os.listdir(path), "files are left"), warm_up)
+
+
+def removals_against_loop(bench):
+    return compare_many_removals(bench, "a shell loop of `rm`", ["bash", "-c", LOOP], 0.05, 3, 0)
+
+
+def removals_against_xargs(bench):
+    return compare_many_removals(bench, "one `xargs rm`", ["xargs", "-0", "rm"], 6, 9, 1)
+
+
+# --- Searching and moving
+
+
+def compare_search(bench, rival, command, reach):
+    ours = Side([os.path.join(bench.build, "keepwell"), "find", "python3", "--under", "/usr"])
+    theirs = Side(command)
+    row = Row("find a name under /usr", rival, reach)
+
+    def verify(side):
+        if side is theirs:
+            expect(sorted(side.output.splitlines()) == sorted(ours.output.splitlines()),
+                   "the two searches found different items")
+            row.proof = f"both found the same {len(side.output.splitlines())} items"
+
+    ours.run()
+    return bench.compare(row, ours, theirs, 15, verify=verify)
+
+
+def search_against_find(bench):
+    return compare_search(bench, "`find -iname`", ["find", "/usr", "-iname", "*python3*"], 0.5)
+
+
+def search_against_bfs(bench):
+    return compare_search(bench, "`bfs -iname`", ["bfs", "/usr", "-iname", "*python3*"], 0.9)
+
+
+def digest(path):
+    """Names, modes, times and contents of a tree in one number."""
+    whole = hashlib.blake2b()
+    for folder, folders, files in os.walk(path):
+        folders.sort()
+        for name in sorted(files):
+            item = os.path.join(folder, name)
+            status = os.lstat(item)
+            with open(item, "rb") as file:
+                content = hashlib.blake2b(file.read()).hexdigest()
+            whole.update(repr((os.path.relpath(item, path), status.st_mode, status.st_mtime_ns,
+                               content)).encode())
+    return whole.hexdigest()
+
+
+def compare_move(bench, work, source, destination):
+    tree = Tree(50, 5_000, data_every=1, data_bytes=65_536)
+    state = {}
+
+    def prepare(_side):
+        shutil.rmtree(destination, ignore_errors=True)
+        tree.make(bench.build, source)
+        state["before"] = digest(source)
+
+    def verify(_side):
+        expect(not os.path.lexists(source), "the source is still there")
+        expect(digest(destination) == state["before"], "the copy is not the same")
+        shutil.rmtree(destination)
+
+    row = Row(work, "`mv`", 1.0)
+    row.proof = "the source is gone; names, modes, times and contents are the same"
+    return bench.compare(row, Side(bench.agent.command("move", source, destination), bench.agent),
+                         Side(["mv", source, destination]), 5, prepare, verify)
+
+
+def move_to_disk(bench):
+    return compare_move(bench, "move 5,000 files of 64 KiB, memory to disk",
+                        os.path.join(bench.memory_folder, "moved"), bench.path("moved"))
+
+
+def move_from_disk(bench):
+    return compare_move(bench, "move 5,000 files of 64 KiB, disk to memory", bench.path("moved"),
+                        os.path.join(bench.memory_folder, "moved"))
+
+
+# --- The bus and tools
+
+
+def paired(argv):
+    """The two columns of nanoseconds that our programs print."""
+    ours, theirs = Series(), Series()
+    done = subprocess.run(argv, check=True, stdout=subprocess.PIPE)
+    for line in done.stdout.decode().splitlines():
+        first, second = line.split()
+        ours.wall.append(int(first) / 1e9)
+        theirs.wall.append(int(second) / 1e9)
+    return ours, theirs
+
+
+def echo(bench):
+    program = os.path.join(bench.build, "Benchmarks")
+    name = "org.keepwell.Empty"
+    bench.agent.pid()
+    service = subprocess.Popen([os.path.join(program, "empty-service"), bench.agent.address, name])
+    try:
+        bench.agent.wait_for_name(name)
+        row = Row("one echo, median", "an empty sdbus-c++ service", 1.15)
+        row.ours, row.theirs = paired([os.path.join(program, "echo-latency"), bench.agent.address,
+                                       name, str(bench.rounds(12)), "1000"])
+        row.proof = "both gave the text back, to one client over one connection"
+        return row
+    finally:
+        service.terminate()
+        service.wait()
+
+
+def tool_run(bench):
+    """Held against a bound in time, not a ratio: see the facts."""
+    row = Row("a tool run (`/bin/true`)", "`posix_spawn` and `waitpid`")
+    row.ours, row.theirs = paired([os.path.join(bench.build, "Benchmarks/tool-run"), "/bin/true",
+                                   str(bench.rounds(200))])
+    more = row.ours.median() - row.theirs.median()
+    row.facts.append(f"{more * 1e3:.2f} ms more than the bare calls at the median (reach: 12)")
+    return row
+
+
+def reports(bench):
+    """What is only told."""
+    first = [bench.agent.first_reply_seconds() for _ in range(bench.rounds(9))]
+    bench.agent.pid()
+    idle = bench.agent.proportional_memory()
+    return [f"- first reply through activation, the command's own start included: "
+            f"{statistics.median(first) * 1e3:.0f} ms at the median of {len(first)} "
+            f"({min(first) * 1e3:.0f} – {max(first) * 1e3:.0f}; reach: 60)",
+            f"- idle memory, proportional: {idle / 2**20:.1f} MiB after its first request "
+            "(reach: 12 MB)"]

@@ -1,0 +1,91 @@
+"""Puts the measurements into words: the table, the machine, the curve."""
+import os
+import platform
+import re
+import subprocess
+from dataclasses import dataclass, field
+
+
+@dataclass
+class Row:
+    """One line of the table. Without a rival it is a mere report of ours."""
+    work: str
+    rival: str
+    reach: float = None
+    ours: object = None  # a measure.Series
+    theirs: object = None
+    proof: str = ""  # how it was checked that both did the same
+    note: str = ""
+    calls: str = ""  # where the target is missed: what each side asked the system for
+    facts: list = field(default_factory=list)
+
+    def ratio(self):
+        return self.ours.median() / self.theirs.median()
+
+    def missed(self):
+        return self.reach is not None and self.ratio() > self.reach
+
+
+def seconds(value):
+    if value is None:
+        return "–"
+    if value < 1e-3:
+        return f"{value * 1e6:.0f} µs"
+    return f"{value * 1e3:.1f} ms" if value < 1 else f"{value:.2f} s"
+
+
+def spread(series):
+    return f"{seconds(min(series.wall))} – {seconds(max(series.wall))}"
+
+
+def version(*argv):
+    try:
+        done = subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
+        return done.stdout.decode(errors="replace").splitlines()[0]
+    except (OSError, IndexError):
+        return f"{argv[0]}: not there"
+
+
+def machine(folder):
+    model = next((line.partition(":")[2].strip() for line in open("/proc/cpuinfo", encoding="utf-8")
+                  if line.startswith("model name")), platform.machine())
+    memory = os.sysconf("SC_PAGE_SIZE") * os.sysconf("SC_PHYS_PAGES") / 2**30
+    volume = subprocess.run(["findmnt", "-no", "FSTYPE,OPTIONS", "-T", folder], check=False,
+                            stdout=subprocess.PIPE).stdout.decode().strip()
+    return [f"- {model}, {os.cpu_count()} processors, {memory:.0f} GiB",
+            f"- Linux {platform.release()}; the trees stand on {re.sub(' +', ', ', volume, count=1)}",
+            *(f"- {version(*argv)}" for argv in (
+                ("du", "--version"), ("find", "--version"), ("bfs", "--version"),
+                ("dbus-daemon", "--version"), ("c++", "--version")))]
+
+
+def table(rows):
+    lines = ["| Work | Against | Ours | Theirs | Ratio | Reach | |",
+             "|---|---|---:|---:|---:|---:|---|"]
+    for row in rows:
+        lines.append(
+            f"| {row.work} | {row.rival} | {seconds(row.ours.median())} | "
+            f"{seconds(row.theirs.median())} | {row.ratio():.3f} | "
+            f"{'–' if row.reach is None else row.reach} | "
+            f"{'' if row.reach is None else 'missed' if row.missed() else 'reached'} |")
+    return lines
+
+
+def details(rows):
+    lines = []
+    for row in rows:
+        lines += ["", f"### {row.work} / {row.rival}", ""]
+        lines.append(f"- wall clock, {len(row.ours.wall)} rounds: ours {spread(row.ours)}, "
+                     f"theirs {spread(row.theirs)}")
+        if row.ours.processor and row.theirs.processor:
+            lines.append(f"- processor time, median: ours {seconds(row.ours.processor_median())}, "
+                         f"theirs {seconds(row.theirs.processor_median())}")
+        if row.proof:
+            lines.append(f"- checked: {row.proof}")
+        lines += [f"- {fact}" for fact in row.facts]
+        if row.missed():
+            over = (row.ratio() / row.reach - 1) * 100
+            lines.append(f"- missed by {over:.0f} %. {row.note}".rstrip())
+            if row.calls:
+                lines += ["", "```", row.calls, "```"]
+    return lines
