@@ -166,9 +166,9 @@ class PrivateBus:
             raise CallFailed(done.stderr.decode(errors="replace").strip())
         return done.stdout.decode().strip()
 
-    def client(self):
+    def client(self, timeout=60):
         """A connection of its own that can leave requests unanswered."""
-        client = RawClient(self.host_path(f"{self.folder}/bus"), NAME, PATH, INTERFACE)
+        client = RawClient(self.host_path(f"{self.folder}/bus"), NAME, PATH, INTERFACE, timeout)
         self._clients.append(client)
         return client
 

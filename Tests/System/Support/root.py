@@ -23,8 +23,9 @@ def mount(*arguments):
 
 
 class ThrowAwayRoot(PrivateBus):
-    def __init__(self, descriptor_limit=None, size="4G", start=True):
+    def __init__(self, descriptor_limit=None, size="4G", start=True, in_memory=False):
         super().__init__(_SCRATCH, descriptor_limit)
+        self._in_memory = in_memory  # the disk too, for trees that wear out a real one
         self._size = size
         self._start = start
         self._base = None
@@ -51,6 +52,8 @@ class ThrowAwayRoot(PrivateBus):
         base = self._base
         image, disk = f"{base}/image", f"{base}/disk"
         self.root = f"{base}/root"
+        if self._in_memory:
+            mount("-t", "tmpfs", "tmpfs", base)
         with open(image, "wb") as file:
             file.truncate(int(self._size[:-1]) << 30)
         subprocess.run(["mkfs.ext4", "-q", "-F", "-N", "600000", "-E", "lazy_itable_init=1",
@@ -99,6 +102,8 @@ class ThrowAwayRoot(PrivateBus):
                 pass
         if os.path.exists(f"{self._base}/image"):
             os.unlink(f"{self._base}/image")
+        if self._in_memory:
+            subprocess.run(["umount", "--lazy", self._base], check=False, capture_output=True)
         try:
             os.rmdir(self._base)
         except OSError:

@@ -1,0 +1,88 @@
+// Works against the agent from outside, as fast as one process can: exchanges
+// folders for links, fills and empties folders, moves them about. Runs until
+// it is told to end (SIGTERM) and then prints how many of its steps succeeded;
+// "ready" is printed before the first.
+//
+//   attacker exchange ONE OTHER [ONE OTHER ...]
+//   attacker churn FOLDER...      files and folders come and go in each
+//   attacker shuffle FOLDER...    a folder "wanderer" is moved from each to the next
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+volatile std::sig_atomic_t isEnded = 0;
+
+void end(int) {
+  isEnded = 1;
+}
+
+unsigned long count(bool succeeded) {
+  return succeeded ? 1u : 0u;
+}
+
+using Paths = std::vector<std::string>;
+
+unsigned long exchange(const Paths &paths) {
+  unsigned long done = 0;
+  for (std::size_t at = 0; at + 1 < paths.size(); at += 2)
+    done += count(::renameat2(AT_FDCWD, paths[at].c_str(), AT_FDCWD, paths[at + 1].c_str(),
+                              RENAME_EXCHANGE) == 0);
+  return done;
+}
+
+unsigned long churn(const Paths &folders) {
+  static unsigned turn = 0;
+  unsigned long done = 0;
+  for (const std::string &folder : folders) {
+    std::string item = folder + "/come-" + std::to_string(turn % 7);
+    // What cannot be made is there from an earlier turn, and goes.
+    if (turn % 2 == 0) {
+      done += count(::mkdir(item.c_str(), 0755) == 0 || ::rmdir(item.c_str()) == 0);
+    } else {
+      int file = ::open(item.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+      if (file >= 0)
+        ::close(file);
+      done += count(file >= 0 || ::unlink(item.c_str()) == 0);
+    }
+  }
+  ++turn;
+  return done;
+}
+
+unsigned long shuffle(const Paths &folders) {
+  unsigned long done = 0;
+  for (std::size_t at = 0; at < folders.size(); ++at) {
+    std::string from = folders[at] + "/wanderer";
+    std::string to = folders[(at + 1) % folders.size()] + "/wanderer";
+    done += count(::rename(from.c_str(), to.c_str()) == 0);
+  }
+  return done;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  if (argc < 3)
+    return 2;
+  // Everybody may take part in what lies open here.
+  ::umask(0);
+  std::signal(SIGTERM, end);
+  Paths paths(argv + 2, argv + argc);
+  bool exchanges = std::strcmp(argv[1], "exchange") == 0;
+  bool churns = std::strcmp(argv[1], "churn") == 0;
+  unsigned long done = 0;
+  std::puts("ready");
+  std::fflush(stdout);
+  while (!isEnded)
+    done += exchanges ? exchange(paths) : churns ? churn(paths) : shuffle(paths);
+  std::printf("%lu\n", done);
+  return 0;
+}
