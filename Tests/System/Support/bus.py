@@ -2,6 +2,7 @@
 the agent over it."""
 import json
 import os
+import shutil
 import signal
 import socket
 import subprocess
@@ -105,7 +106,7 @@ class PrivateBus:
         os.makedirs(services, exist_ok=True)
         with open(self.host_path(f"{self.folder}/start"), "w", encoding="utf-8") as file:
             limit = f"ulimit -n {self.descriptor_limit}\n" if self.descriptor_limit else ""
-            file.write(f"#!/bin/sh\n{limit}exec {agent}\n")
+            file.write(f"#!/bin/sh\n{limit}exec {self._confined(agent)}\n")
             os.fchmod(file.fileno(), 0o755)
         with open(f"{services}/{NAME}.service", "w", encoding="utf-8") as file:
             file.write(f"[D-BUS Service]\nName={NAME}\nExec={self.folder}/start\n")
@@ -116,6 +117,16 @@ class PrivateBus:
                 ["dbus-daemon", f"--config-file={self.folder}/bus.conf", "--nofork",
                  "--nopidfile", "--nosyslog"], stdout=log, stderr=log)
         wait_until(lambda: accepts(self.host_path(f"{self.folder}/bus")))
+
+    def _confined(self, agent):
+        """The command that starts the agent, within the limits of its unit if
+        the test was asked to run so."""
+        if not harness.unit:
+            return agent
+        for source, name in ((os.path.join(os.path.dirname(__file__), "confine.py"), "confine.py"),
+                             (harness.unit, "unit")):
+            shutil.copyfile(source, self.host_path(f"{self.folder}/{name}"))
+        return f"python3 {self.folder}/confine.py {self.folder}/unit {agent}"
 
     def stop_bus(self):
         for client in self._clients:

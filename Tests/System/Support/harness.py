@@ -2,6 +2,7 @@
 with a reason."""
 import argparse
 import os
+import re
 import shutil
 import sys
 import unittest
@@ -21,6 +22,13 @@ def require_tools(*names):
         skip("not installed: " + ", ".join(missing))
 
 
+def skip_if_sanitized(reason):
+    """What a sanitizer's build cannot do; call it within main()'s test cases."""
+    with open(f"{build_folder}/CMakeCache.txt", encoding="utf-8") as file:
+        if any(re.match(r"KEEPWELL_SANITIZE:\w+=.", line) for line in file):
+            skip("built with a sanitizer: " + reason)
+
+
 def enter_namespace():
     """Goes on in mount and process namespaces of its own, so that nothing
     mounted or started here outlives the test."""
@@ -38,17 +46,21 @@ def main(needs_root=True):
     """Runs the test cases of the calling script."""
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", required=True, help="the build folder, with keepwell-agent")
+    parser.add_argument("--unit", help="a systemd unit within whose limits the agent shall run")
     parser.add_argument("tests", nargs="*", help="names of single tests")
     arguments = parser.parse_args()
     if needs_root:
         enter_namespace()
     else:
         require_tools("dbus-daemon", "busctl")
-    global build_folder
-    build_folder = os.path.abspath(arguments.build)
     # The same module under the name by which the tests import it.
-    sys.modules["Support.harness"].build_folder = build_folder
+    shared = sys.modules["Support.harness"]
+    shared.build_folder = os.path.abspath(arguments.build)
+    shared.unit = arguments.unit and os.path.abspath(arguments.unit)
+    if shared.unit:
+        shared.skip_if_sanitized("it makes system calls that the unit refuses")
     unittest.main(argv=[sys.argv[0], *arguments.tests], verbosity=2)
 
 
 build_folder = None
+unit = None
