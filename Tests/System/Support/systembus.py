@@ -1,0 +1,67 @@
+"""The host's own kind of bus in the throw-away root: dbus-daemon with the
+distribution's configuration, its unprivileged user and its setuid helper that
+starts services, and people who may or may not use it."""
+import os
+import subprocess
+
+from . import harness
+from .bus import accepts, wait_until
+from .root import ThrowAwayRoot
+
+SOCKET = "/run/dbus/system_bus_socket"
+MEMBER, OUTSIDER, ROOT = "kwmember", "kwoutsider", "root"
+_NUMBERS = {MEMBER: 64201, OUTSIDER: 64202}
+
+
+class SystemBusRoot(ThrowAwayRoot):
+    """With install=True, what `cmake --install` puts there is in place when the
+    bus starts, and the group has its member."""
+
+    def __init__(self, install=True, **options):
+        super().__init__(**options)
+        self.address = f"unix:path={SOCKET}"
+        self._install = install
+
+    def start_bus(self, agent=None):
+        if self._install:
+            self.install()
+            self.check(["systemd-sysusers"])
+        for name, number in _NUMBERS.items():
+            self.check(["useradd", "--no-create-home", "--uid", str(number), name])
+        if self._install:
+            self.add_member()
+        self.mkdir("/run/dbus")
+        with open(self.host_path(f"{self.folder}/log"), "ab") as log:
+            self._daemon = self.popen(["dbus-daemon", "--system", "--nofork", "--nopidfile",
+                                       "--nosyslog"], stdout=log, stderr=log)
+        wait_until(lambda: accepts(self.host_path(SOCKET)))
+
+    def install(self):
+        for component in ("agent", "command"):
+            subprocess.run(["cmake", "--install", harness.build_folder, "--component", component],
+                           check=True, capture_output=True,
+                           env={**os.environ, "DESTDIR": self.root})
+
+    def add_member(self):
+        self.check(["gpasswd", "--add", MEMBER, "keepwell"])
+
+    def check(self, argv):
+        """Runs a command that must succeed."""
+        done = self.run(argv)
+        if done.returncode != 0:
+            raise AssertionError(f"{argv}: {done.stderr.decode(errors='replace')}")
+        return done.stdout.decode(errors="replace")
+
+    def as_user(self, user, argv):
+        """The command with the rights of a fresh login of the user."""
+        return argv if user == ROOT else [
+            "setpriv", f"--reuid={user}", f"--regid={user}", "--init-groups", "--", *argv]
+
+    def call_as(self, user, member, signature="", *arguments, name=None):
+        """(status, standard output, standard error) of busctl; --json's data on
+        success."""
+        argv = self.busctl_argv(member, signature, *arguments)
+        if name:
+            argv[argv.index("org.keepwell.pro.agent")] = name
+        done = self.run(self.as_user(user, argv))
+        return done.returncode, done.stdout.decode(), done.stderr.decode()
