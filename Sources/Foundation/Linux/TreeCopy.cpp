@@ -5,14 +5,12 @@
 #include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/ItemCopy.h"
 #include "Foundation/Linux/ItemLocation.h"
+#include "Foundation/Linux/Staging.h"
 #include "Foundation/Linux/TreeRemoval.h"
 
 #include <cerrno>
-#include <cinttypes>
-#include <cstdio>
 #include <fcntl.h>
 #include <map>
-#include <sys/random.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -27,13 +25,12 @@ constexpr std::size_t mostLinkedFiles = 100'000;
 class TreeCopier {
 public:
   TreeCopier(const ItemLocation &source, const std::string &srcPath, const ItemLocation &target,
-             const std::string &targetName, CopyPurpose purpose)
-      : sourceRoot_(source), srcPath_(srcPath), targetRoot_(target), targetName_(targetName),
-        purpose_(purpose),
+             CopyPurpose purpose)
+      : sourceRoot_(source), srcPath_(srcPath), targetRoot_(target), purpose_(purpose),
         source_(purpose == CopyPurpose::Move ? MountPoints::Refuse : MountPoints::Enter) {}
 
   TreeResult run() {
-    if (int error = copyItem(sourceRoot_.name.c_str(), targetName_.c_str()))
+    if (int error = copyItem(sourceRoot_.name.c_str(), targetRoot_.name.c_str()))
       return TreeFailure{error, srcPath_, access_};
     while (!source_.empty()) {
       int error = 0;
@@ -142,7 +139,6 @@ private:
   const ItemLocation &sourceRoot_;
   const std::string &srcPath_;
   const ItemLocation &targetRoot_;
-  const std::string &targetName_;
   CopyPurpose purpose_;
   FolderStack source_;
   FolderStack target_{MountPoints::Refuse};
@@ -151,15 +147,6 @@ private:
   std::map<std::pair<dev_t, ino_t>, std::string> copies_; // of files with several names
   FileAccess access_ = FileAccess::Reading;               // which side failed
 };
-
-std::string temporaryName() {
-  std::uint64_t number = 0;
-  if (::getrandom(&number, sizeof number, 0) != sizeof number)
-    number = static_cast<std::uint64_t>(::getpid());
-  char name[64];
-  std::snprintf(name, sizeof name, ".keepwell-copy-%016" PRIx64, number);
-  return name;
-}
 
 bool exists(const ItemLocation &location) {
   return ::faccessat(location.parent.get(), location.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
@@ -199,11 +186,6 @@ int syncItem(const ItemLocation &location) {
   return result == 0 ? 0 : errno;
 }
 
-int duplicate(const ItemLocation &location, ItemLocation &copy) {
-  copy.parent = Descriptor(::fcntl(location.parent.get(), F_DUPFD_CLOEXEC, 0));
-  return copy.parent ? 0 : errno;
-}
-
 } // namespace
 
 TreeResult copyInto(const ItemLocation &source, const std::string &srcPath,
@@ -216,26 +198,19 @@ TreeResult copyInto(const ItemLocation &source, const std::string &srcPath,
   if (S_ISDIR(status.mode) && liesWithin(target.parent.get(), status))
     return TreeFailure{EINVAL, dstPath};
 
-  ItemLocation unfinished;
-  if (int error = duplicate(target, unfinished))
+  Staging staging;
+  if (int error = staging.open(target.parent.get()))
     return TreeFailure{error, dstPath};
-  unfinished.name = temporaryName();
-  TreeResult result = TreeCopier(source, srcPath, unfinished, unfinished.name, purpose).run();
-  // What bore that name before is not ours to remove.
-  if (result && result->errnum == EEXIST)
-    return result;
-  int error = 0;
-  if (!result && purpose == CopyPurpose::Move)
-    error = syncItem(unfinished);
-  if (!result && error == 0)
+  ItemLocation unfinished{Descriptor(::fcntl(staging.folder(), F_DUPFD_CLOEXEC, 0)),
+                          Staging::itemName};
+  if (!unfinished.parent)
+    return TreeFailure{errno, dstPath};
+  if (TreeResult failure = TreeCopier(source, srcPath, unfinished, purpose).run())
+    return failure;
+  int error = purpose == CopyPurpose::Move ? syncItem(unfinished) : 0;
+  if (error == 0)
     error = renameWithoutReplacing(unfinished, target);
-  if (!result && error != 0)
-    result = TreeFailure{error, dstPath};
-  if (result) {
-    PlainEraser eraser;
-    static_cast<void>(removeTree(unfinished, dstPath, eraser, Recursion::WholeTree));
-  }
-  return result;
+  return error == 0 ? TreeResult{} : TreeFailure{error, dstPath};
 }
 
 int renameWithoutReplacing(const ItemLocation &source, const ItemLocation &target) {

@@ -13,10 +13,11 @@ struct ItemLocation;
 // is in place.
 enum class CopyPurpose { Copy, Move };
 
-// Builds the copy beside its destination and renames it into place when it is
-// complete, so that the destination never holds a part of it. On failure
-// nothing is left; only the end of the process can leave the unfinished copy,
-// under a name that begins with ".keepwell-copy-".
+// Builds the copy in a folder beside its destination and renames it into place
+// when it is complete, so that the destination never holds a part of it. On
+// failure nothing is left; only the end of the process can leave that folder,
+// under a name that begins with ".keepwell-copy-", until the next copy into
+// the same folder removes it.
 TreeResult copyInto(const ItemLocation &source, const std::string &srcPath,
                     const ItemLocation &target, const std::string &dstPath, CopyPurpose purpose);
 

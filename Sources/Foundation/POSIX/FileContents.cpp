@@ -1,6 +1,7 @@
 // Reading and replacing whole files.
 #include "Foundation/FileContents.h"
 
+#include "Foundation/POSIX/TemporaryNames.h"
 #include "Foundation/PathUtilities.h"
 #include "Foundation/SharedInstance.h"
 #include "Foundation/Unicode.h"
@@ -8,8 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
-#include <random>
 #include <utility>
 
 #include <fcntl.h>
@@ -28,8 +27,9 @@ public:
 
   int number() const { return number_; }
   bool isOpen() const { return number_ >= 0; }
+  int release() { return std::exchange(number_, -1); }
   int close() {
-    int number = std::exchange(number_, -1);
+    int number = release();
     return number < 0 ? 0 : ::close(number);
   }
 
@@ -68,15 +68,22 @@ int writeAll(int descriptor, std::string_view data) {
   return 0;
 }
 
-std::string temporaryName() {
-  std::random_device random;
-  char name[40];
-  std::snprintf(name, sizeof name, ".keepwell-%08x%08x", random(), random());
-  return name;
+constexpr const char *temporaryPrefix = ".keepwell-new-";
+// Beyond the numbered names, for more replacements at once than anybody makes.
+constexpr unsigned randomNames = 16;
+
+void removeLeftover(int folder, const std::string &name) {
+  Descriptor file(
+      ::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  struct stat status;
+  if (file.isOpen() && ::fstat(file.number(), &status) == 0 && S_ISREG(status.st_mode) &&
+      takeOver(folder, name, file.number()) == 0)
+    static_cast<void>(::unlinkat(folder, name.c_str(), 0));
 }
 
 // One replacement of a file: a temporary in the same folder that either takes
-// the file's place or goes away again.
+// the file's place or goes away again. What earlier ones left there whose
+// process ended half-way goes too.
 class Replacement {
 public:
   Replacement(int folder, std::string name) : folder_(folder), name_(std::move(name)) {}
@@ -92,6 +99,7 @@ public:
 
 private:
   int create(mode_t mode);
+  int createNamed(std::string name, mode_t mode);
   int fill(int descriptor, const struct stat *former, std::string_view data) const;
 
   int folder_;
@@ -102,18 +110,36 @@ private:
 
 // The descriptor, or -1 with errno set.
 int Replacement::create(mode_t mode) {
-  constexpr int attempts = 16;
-  for (int attempt = 0; attempt < attempts; ++attempt) {
-    temporary_ = temporaryName();
-    int descriptor = retrying([&] {
-      return ::openat(folder_, temporary_.c_str(),
-                      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
-    });
-    exists_ = descriptor >= 0;
-    if (exists_ || errno != EEXIST)
-      return descriptor;
+  int result = -1;
+  errno = EEXIST;
+  for (unsigned slot = 0; slot < temporarySlots; ++slot) {
+    int error = errno;
+    std::string name = temporaryName(temporaryPrefix, slot);
+    removeLeftover(folder_, name);
+    errno = error;
+    if (result < 0 && errno == EEXIST)
+      result = createNamed(std::move(name), mode);
   }
-  return -1;
+  for (unsigned attempt = 0; attempt < randomNames && result < 0 && errno == EEXIST; ++attempt)
+    result = createNamed(temporaryName(temporaryPrefix, temporarySlots), mode);
+  return result;
+}
+
+int Replacement::createNamed(std::string name, mode_t mode) {
+  Descriptor file(retrying([&] {
+    return ::openat(folder_, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                    mode);
+  }));
+  if (!file.isOpen())
+    return -1;
+  int error = takeOver(folder_, name, file.number());
+  if (error == EWOULDBLOCK || error == ESTALE) {
+    errno = EEXIST;
+    return -1;
+  }
+  temporary_ = std::move(name);
+  exists_ = true;
+  return file.release();
 }
 
 // The owner comes before the mode, since a change of owner clears mode bits.
