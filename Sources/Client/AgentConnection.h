@@ -1,36 +1,64 @@
-// A connection to the agent over which one request at a time goes out and its
-// reply is waited for: what of the client depends on the transport.
+// A connection to the bus that carries messages to the agent and replies back:
+// what of the client depends on the transport.
 //
-// Belongs to one thread at a time. Every call throws ClientError.
+// Belongs to one thread but for wake().
 #pragma once
 
+#include "Client/ClientError.h"
 #include "Foundation/XPCInterface.h"
 
+#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace kw {
 
+struct AgentMessage {
+  std::string member;
+  // Strings and arrays of strings.
+  NS::XPCValues arguments{};
+  // As many values and of the kinds that a good reply holds.
+  std::vector<NS::XPCKind> replyKinds{};
+  // The agent may end instead of replying, which then is a reply without
+  // values: it comes when nobody owns the agent's name any more.
+  bool mayEndAgent = false;
+  // Chunks of progress may come before the reply.
+  bool hasProgress = false;
+};
+
 class AgentConnection {
 public:
-  using Chunk = std::function<void(const std::string &output)>;
-  using ReplyKinds = std::vector<NS::XPCKind>;
+  using Clock = std::chrono::steady_clock;
+  using Number = std::uint64_t; // of a message, chosen by who sends it
+
+  // What has arrived. Must not throw, nor use the connection.
+  class Receiver {
+  public:
+    virtual ~Receiver() = default;
+    virtual void received(Number number, NS::XPCValues values) = 0;
+    virtual void failed(Number number, const ClientError &error) = 0;
+    // Of the first message with progress that is not answered yet.
+    virtual void progressed(const std::string &chunk) = 0;
+  };
 
   virtual ~AgentConnection() = default;
-  // "system", "session" or a bus address.
+  // "system", "session" or a bus address. Throws ClientError.
   static std::unique_ptr<AgentConnection> open(const std::string &bus);
 
-  // Sends the request and gives its reply, as many values and of the kinds
-  // that the caller names. The arguments are strings and arrays of strings.
-  virtual NS::XPCValues call(const std::string &member, const NS::XPCValues &arguments,
-                             const ReplyKinds &reply) = 0;
-  // The same, passing on each chunk of progress that arrives before the reply.
-  virtual NS::XPCValues callWithProgress(const std::string &member, const ReplyKinds &reply,
-                                         const Chunk &chunk) = 0;
-  // Sends the request and waits until the agent's name has lost its owner.
-  virtual void callUntilNameIsLost(const std::string &member) = 0;
+  // Sends the message; one outcome comes out of wait() later, or none when the
+  // connection ends first. Throws ClientError when it cannot be sent: of kind
+  // BadArgument when that is the message's fault, else the connection's.
+  virtual void send(Number number, const AgentMessage &message) = 0;
+  // Hands over what has arrived. When nothing had, waits until something does,
+  // until it is woken or until the time has come. Throws ClientError when the
+  // connection has ended; nothing but its destruction is of use then.
+  virtual void wait(Receiver &receiver, std::optional<Clock::time_point> until) = 0;
+  // From any thread: the wait under way returns, or the next one at once.
+  virtual void wake() = 0;
 };
 
 } // namespace kw

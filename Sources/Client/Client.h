@@ -1,113 +1,194 @@
-// The typed client of the agent: one blocking call for each operation that the
-// agent offers.
+// The typed client of the agent: each operation that the agent offers in a form
+// that blocks until the reply and in one that does not.
 //
-// A client belongs to one thread at a time; use one per thread. Requests of
-// one client are done one after the other. No call has a time limit, since an
-// operation may take as long as a disk is large. Paths must be absolute: the
-// agent has a working folder of its own. Text must be UTF-8, as everything on
-// the bus.
+//   auto client = kw::Client::connect();
+//   std::uint64_t bytes = client->sizeOfItemAtPath("/usr").allocatedBytes;
+//
+//   std::vector<kw::Request<kw::RemovalReply>> removals;
+//   for (const std::string &path : paths)
+//     removals.push_back(client->removeItemAtPathAsync(path));
+//   for (const auto &removal : removals)
+//     if (const kw::ClientError *error = removal.wait().error()) ...
+//
+// Threads: everything here may be used from any thread at once. A client has
+// one thread of its own, on which callbacks and progress arrive (see
+// Request::then for what they may do).
+//
+// Order: the agent does the requests of one client one after the other in the
+// order in which they were started; use several clients for work side by side.
+// As many requests as memory holds may be started: a part of them is on its
+// way at a time, the rest waits in the client.
+//
+// Time: no request has a time limit unless RequestOptions gives one, since an
+// operation may take as long as a disk is large.
+//
+// Failure: the blocking form throws ClientError, the other form's Result holds
+// it; its kind tells "never reached the agent" from "interrupted, nobody knows
+// how far it came" and from "refused". That the agent could not do what it was
+// asked is no such failure but the reply. After an end of the agent or of the
+// bus the next request starts and connects anew.
+//
+// Arguments: paths must be absolute, since the agent has a working folder of
+// its own. Text must be UTF-8, as everything on the bus.
 #pragma once
 
 #include "Client/ClientError.h"
-#include "Foundation/Error.h"
+#include "Client/Replies.h"
+#include "Client/Request.h"
 
-#include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace kw {
 
-class AgentConnection;
-
-// Whether the agent did what it was asked. It says why not in the error of the
-// moves, the Trash and the removal only; a removal that succeeded at the
-// second attempt carries the error of the first beside its success.
-struct FlagReply {
-  bool success = false;
-  std::optional<NS::Error> error;
-};
-
-struct EchoReply {
-  std::string text;
-  std::optional<NS::Error> error;
-};
-
-struct RepairReply {
-  bool success = false;
-  std::int32_t value = 0;
-  std::string text;
-};
-
-struct DiagnosticLogsReply {
-  std::string output;
-  std::int64_t status = 0; // of the tool that erases the log
-  std::string errorOutput;
-  std::optional<NS::Error> error; // when that tool could not be run
-};
-
-struct SizeReply {
-  std::int64_t size = 0; // allocated bytes
-  std::optional<NS::Error> error;
-};
+class RequestEngine;
 
 class Client {
 public:
-  // Called with a chunk of a running tool's output, on the calling thread.
-  using Progress = std::function<void(const std::string &output)>;
-
-  virtual ~Client() = default;
+  // A piece of a running tool's output.
+  using Progress = std::function<void(const std::string &chunk)>;
 
   // Connects to a bus: "system", "session" or a bus address. The agent itself
   // is started by the first request. Throws ClientError.
   static std::unique_ptr<Client> connect(const std::string &bus = "system");
-  // Over a connection of the caller's making.
-  static std::unique_ptr<Client> overConnection(std::unique_ptr<AgentConnection> connection);
 
-  // Every call below blocks until the reply and throws ClientError when there
-  // is none.
+  // All requests that have not ended end with ClientError::Kind::Cancelled,
+  // their callbacks called, before this returns. In a callback of this client
+  // they end soon after.
+  ~Client();
+  Client(const Client &) = delete;
+  Client &operator=(const Client &) = delete;
 
-  // Ends the agent and waits until its name has no owner. An agent that is not
-  // running is started for it.
-  virtual void pleaseTerminate() = 0;
+  // --- the agent itself
+
+  // Ends the agent, whatever it is doing for others, and waits until its name
+  // has no owner. An agent that is not running is started for it.
+  TerminationReply pleaseTerminate(const RequestOptions &options = {});
+  Request<TerminationReply> pleaseTerminateAsync(const RequestOptions &options = {});
   // The text comes back as it was sent.
-  virtual EchoReply echo(const std::string &text) = 0;
-  // The flag is whether something stands at the path, a final link followed.
-  virtual FlagReply fileExistsAtPath(const std::string &path) = 0;
+  EchoReply echo(const std::string &text, const RequestOptions &options = {});
+  Request<EchoReply> echoAsync(const std::string &text, const RequestOptions &options = {});
 
-  virtual FlagReply moveItemAtPath(const std::string &srcPath, const std::string &dstPath) = 0;
-  virtual FlagReply removeItemAtPath(const std::string &path) = 0;
-  virtual FlagReply securelyRemoveItemAtPath(const std::string &path) = 0;
-  // Success means that the item is in the Trash. (On the bus the flag has the
-  // opposite sense; it is turned here.)
-  virtual FlagReply moveToTrashItemAtPath(const std::string &path) = 0;
-  virtual FlagReply truncateFileAtPath(const std::string &path) = 0;
-  virtual SizeReply sizeOfItemAtPath(const std::string &path) = 0;
+  // --- files
 
-  virtual FlagReply removePackageWithID(const std::string &packageID) = 0;
-  virtual FlagReply removeKextAtPath(const std::string &path) = 0;
-  virtual FlagReply slimBinaryWithPath(const std::string &path,
-                                       const std::vector<std::string> &archs) = 0;
+  // Whether something stands at the path, a final link followed.
+  ExistenceReply fileExistsAtPath(const std::string &path, const RequestOptions &options = {});
+  Request<ExistenceReply> fileExistsAtPathAsync(const std::string &path,
+                                                const RequestOptions &options = {});
+  // Gives the item a new path, also across volumes; missing folders are made.
+  // Done also where the destination is the folder that holds the item already.
+  FlagReply moveItemAtPath(const std::string &srcPath, const std::string &dstPath,
+                           const RequestOptions &options = {});
+  Request<FlagReply> moveItemAtPathAsync(const std::string &srcPath, const std::string &dstPath,
+                                         const RequestOptions &options = {});
+  // Removes the item with all that it holds, what is locked included. What is
+  // not there counts as removed. What a failure leaves behind is still there.
+  RemovalReply removeItemAtPath(const std::string &path, const RequestOptions &options = {});
+  Request<RemovalReply> removeItemAtPathAsync(const std::string &path,
+                                              const RequestOptions &options = {});
+  // Overwrites what the item's files hold once, then removes it.
+  FlagReply securelyRemoveItemAtPath(const std::string &path, const RequestOptions &options = {});
+  Request<FlagReply> securelyRemoveItemAtPathAsync(const std::string &path,
+                                                   const RequestOptions &options = {});
+  // Done means that the item lies in the Trash of the agent's user. (On the bus
+  // the flag has the opposite sense.)
+  FlagReply moveToTrashItemAtPath(const std::string &path, const RequestOptions &options = {});
+  Request<FlagReply> moveToTrashItemAtPathAsync(const std::string &path,
+                                                const RequestOptions &options = {});
+  // Cuts the file to length zero.
+  FlagReply truncateFileAtPath(const std::string &path, const RequestOptions &options = {});
+  Request<FlagReply> truncateFileAtPathAsync(const std::string &path,
+                                             const RequestOptions &options = {});
+  // What the item and all that it holds occupy.
+  SizeReply sizeOfItemAtPath(const std::string &path, const RequestOptions &options = {});
+  Request<SizeReply> sizeOfItemAtPathAsync(const std::string &path,
+                                           const RequestOptions &options = {});
 
-  // With the agent's own job list the agent ends without a reply, which is a
-  // ClientError of kind Unreachable.
-  virtual FlagReply removeLaunchdAgentAtPath(const std::string &plistPath) = 0;
-  virtual FlagReply enableLaunchdAgentAtPath(const std::string &plistPath) = 0;
-  virtual FlagReply disableLaunchdAgentAtPath(const std::string &plistPath) = 0;
-  virtual FlagReply removeSMLoginItem(const std::string &bundleID) = 0;
-  virtual FlagReply removeGlobalLoginItemForAppWithPath(const std::string &appPath) = 0;
-  virtual FlagReply startStartupItem(const std::string &name) = 0;
-  virtual FlagReply stopStartupItem(const std::string &name) = 0;
-  virtual FlagReply removeLibraryFromLauchdConf(const std::string &libraryPath) = 0;
+  // --- system software
 
-  virtual FlagReply removeASL() = 0;
-  virtual RepairReply repairPermissions(const Progress &progress) = 0;
-  virtual FlagReply runPeriodicScript(const std::string &scriptName) = 0;
-  virtual FlagReply startSpotlightReindex() = 0;
-  virtual FlagReply flushDNS() = 0;
-  virtual DiagnosticLogsReply removeDiagnosticLogs() = 0;
+  // Forgets the package's receipt; its files stay.
+  FlagReply removePackageWithID(const std::string &packageID, const RequestOptions &options = {});
+  Request<FlagReply> removePackageWithIDAsync(const std::string &packageID,
+                                              const RequestOptions &options = {});
+  // Unloads and deletes a kernel extension.
+  FlagReply removeKextAtPath(const std::string &path, const RequestOptions &options = {});
+  Request<FlagReply> removeKextAtPathAsync(const std::string &path,
+                                           const RequestOptions &options = {});
+  // Strips a universal binary; the architectures are the tool's own options.
+  FlagReply slimBinaryWithPath(const std::string &path, const std::vector<std::string> &archs,
+                               const RequestOptions &options = {});
+  Request<FlagReply> slimBinaryWithPathAsync(const std::string &path,
+                                             const std::vector<std::string> &archs,
+                                             const RequestOptions &options = {});
+
+  // --- what starts by itself
+
+  // Unloads the job and deletes its list and its privileged tool. With its own
+  // job's list the agent removes itself and ends.
+  JobRemovalReply removeLaunchdAgentAtPath(const std::string &plistPath,
+                                           const RequestOptions &options = {});
+  Request<JobRemovalReply> removeLaunchdAgentAtPathAsync(const std::string &plistPath,
+                                                         const RequestOptions &options = {});
+  // Loads the job, now and from now on.
+  FlagReply enableLaunchdAgentAtPath(const std::string &plistPath,
+                                     const RequestOptions &options = {});
+  Request<FlagReply> enableLaunchdAgentAtPathAsync(const std::string &plistPath,
+                                                   const RequestOptions &options = {});
+  // Unloads the job for good and stops it.
+  FlagReply disableLaunchdAgentAtPath(const std::string &plistPath,
+                                      const RequestOptions &options = {});
+  Request<FlagReply> disableLaunchdAgentAtPathAsync(const std::string &plistPath,
+                                                    const RequestOptions &options = {});
+  // Removes a login item that an application registered for itself.
+  FlagReply removeSMLoginItem(const std::string &bundleID, const RequestOptions &options = {});
+  Request<FlagReply> removeSMLoginItemAsync(const std::string &bundleID,
+                                            const RequestOptions &options = {});
+  // Done also when no login item of all users names the application.
+  FlagReply removeGlobalLoginItemForAppWithPath(const std::string &appPath,
+                                                const RequestOptions &options = {});
+  Request<FlagReply> removeGlobalLoginItemForAppWithPathAsync(const std::string &appPath,
+                                                              const RequestOptions &options = {});
+  AttemptReply startStartupItem(const std::string &name, const RequestOptions &options = {});
+  Request<AttemptReply> startStartupItemAsync(const std::string &name,
+                                              const RequestOptions &options = {});
+  AttemptReply stopStartupItem(const std::string &name, const RequestOptions &options = {});
+  Request<AttemptReply> stopStartupItemAsync(const std::string &name,
+                                             const RequestOptions &options = {});
+  // Takes the library out of those that launchd's configuration inserts into
+  // every program.
+  FlagReply removeLibraryFromLauchdConf(const std::string &libraryPath,
+                                        const RequestOptions &options = {});
+  Request<FlagReply> removeLibraryFromLauchdConfAsync(const std::string &libraryPath,
+                                                      const RequestOptions &options = {});
+
+  // --- maintenance
+
+  // Empties the system log store.
+  FlagReply removeASL(const RequestOptions &options = {});
+  Request<FlagReply> removeASLAsync(const RequestOptions &options = {});
+  // The progress may be null. It is called on the client's thread, under the
+  // same rules as a Request's callback, before the request ends.
+  RepairReply repairPermissions(const Progress &progress, const RequestOptions &options = {});
+  Request<RepairReply> repairPermissionsAsync(const Progress &progress,
+                                              const RequestOptions &options = {});
+  AttemptReply runPeriodicScript(const std::string &scriptName, const RequestOptions &options = {});
+  Request<AttemptReply> runPeriodicScriptAsync(const std::string &scriptName,
+                                               const RequestOptions &options = {});
+  AttemptReply startSpotlightReindex(const RequestOptions &options = {});
+  Request<AttemptReply> startSpotlightReindexAsync(const RequestOptions &options = {});
+  FlagReply flushDNS(const RequestOptions &options = {});
+  Request<FlagReply> flushDNSAsync(const RequestOptions &options = {});
+  // Erases the unified log.
+  LogErasureReply removeDiagnosticLogs(const RequestOptions &options = {});
+  Request<LogErasureReply> removeDiagnosticLogsAsync(const RequestOptions &options = {});
+
+private:
+  friend struct ClientMaker;
+  explicit Client(std::shared_ptr<RequestEngine> engine);
+
+  const std::shared_ptr<RequestEngine> engine_;
 };
 
 } // namespace kw

@@ -1,30 +1,57 @@
 // Why a request to the agent got no reply.
 #pragma once
 
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace kw {
 
 class ClientError : public std::runtime_error {
 public:
   enum class Kind {
-    Unreachable, // no bus, no agent, no right to call it, or it went away
-    Refused,     // the agent or the bus answered with an error of the bus
-    BadArgument, // the text cannot be sent: it is no UTF-8 or holds a NUL
+    // The request never reached an agent: no bus, no agent, no right to call.
+    Unreachable,
+    // It was sent, and the agent or the bus ended before the reply: whether it
+    // was done, wholly or in part, is not known.
+    Interrupted,
+    // The agent or the bus answered with an error of the bus.
+    Refused,
+    // The agent answered, but not with what the operation's reply holds.
+    BadReply,
+    // It cannot be sent: the text is no UTF-8, holds a NUL or is too long.
+    BadArgument,
+    // The time that the caller allowed has passed.
+    DeadlinePassed,
+    // The caller gave it up, or the client went away.
+    Cancelled,
+  };
+  // What is known of the agent's side.
+  enum class Effect {
+    None,    // the agent did nothing for this request and will not
+    Unknown, // it may have done all of it or a part, or may yet do so
   };
 
-  ClientError(Kind kind, std::string name, const std::string &message)
-      : std::runtime_error(message), kind_(kind), name_(std::move(name)) {}
+  ClientError(Kind kind, std::string name, const std::string &message,
+              std::optional<Effect> effect = std::nullopt)
+      : std::runtime_error(message), kind_(kind), name_(std::move(name)),
+        effect_(effect.value_or(usualEffect(kind))) {}
 
   Kind kind() const { return kind_; }
+  Effect effect() const { return effect_; }
   // The bus's name of the error, such as
-  // "org.freedesktop.DBus.Error.NotSupported".
+  // "org.freedesktop.DBus.Error.NotSupported"; empty when it is the client's.
   const std::string &name() const { return name_; }
 
 private:
+  static Effect usualEffect(Kind kind) {
+    return kind == Kind::Interrupted || kind == Kind::BadReply ? Effect::Unknown : Effect::None;
+  }
+
   Kind kind_;
   std::string name_;
+  Effect effect_;
 };
 
 } // namespace kw

@@ -4,6 +4,7 @@
 
 #include "Client/ClientError.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -78,34 +79,49 @@ NS::XPCValue readValue(sdbus::MethodReply &reply, NS::XPCKind kind) {
   return std::monostate();
 }
 
-[[noreturn]] void refuseText(const std::string &name) {
-  throw ClientError(ClientError::Kind::BadArgument, name,
-                    "text that is no UTF-8 cannot be sent to the agent");
+// What the agent takes in one request. A message that the bus finds too large
+// would cost the connection and every request on it.
+constexpr std::size_t mostBytes = std::size_t{16} << 20;
+
+[[noreturn]] void refuseText(const std::string &name, const char *reason) {
+  throw ClientError(ClientError::Kind::BadArgument, name, reason);
 }
+
+constexpr const char *noUTF8 = "text that is no UTF-8 cannot be sent to the agent";
+constexpr const char *invalidArguments = "org.freedesktop.DBus.Error.InvalidArgs";
 
 // The bus would end the text at a NUL and so name another item.
 void refuseNul(const std::string &text) {
   if (text.find('\0') != std::string::npos)
-    refuseText("org.freedesktop.DBus.Error.InvalidArgs");
+    refuseText(invalidArguments, noUTF8);
+}
+
+void refuseExcess(std::size_t bytes) {
+  if (bytes > mostBytes)
+    refuseText(invalidArguments, "text this long cannot be sent to the agent");
 }
 
 } // namespace
 
 void appendArguments(sdbus::MethodCall &request, const NS::XPCValues &arguments) {
+  std::size_t bytes = 0;
+  auto check = [&bytes](const std::string &text) {
+    refuseExcess(bytes += text.size());
+    refuseNul(text);
+  };
   try {
     for (const NS::XPCValue &argument : arguments) {
       if (const auto *text = std::get_if<std::string>(&argument)) {
-        refuseNul(*text);
+        check(*text);
         request << *text;
       } else {
         const auto &texts = std::get<std::vector<std::string>>(argument);
-        for (const std::string &element : texts)
-          refuseNul(element);
+        std::for_each(texts.begin(), texts.end(), check);
         request << texts;
       }
     }
   } catch (const sdbus::Error &error) {
-    refuseText(error.getName());
+    refuseText(error.getName(), noUTF8);
   }
 }
 
@@ -116,7 +132,7 @@ NS::XPCValues readReply(sdbus::MethodReply &reply, const std::vector<NS::XPCKind
       values.push_back(readValue(reply, kind));
     return values;
   } catch (const sdbus::Error &error) {
-    throw ClientError(ClientError::Kind::Refused, error.getName(),
+    throw ClientError(ClientError::Kind::BadReply, error.getName(),
                       "the agent's reply is not understood");
   }
 }

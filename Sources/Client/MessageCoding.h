@@ -12,11 +12,11 @@ class MethodReply;
 
 namespace kw {
 
-// Throws ClientError for text that cannot be sent.
+// Throws ClientError of kind BadArgument for what cannot be sent.
 void appendArguments(sdbus::MethodCall &request, const NS::XPCValues &arguments);
 
-// Throws ClientError when the reply does not hold values of such kinds. A nil
-// error is the monostate; every string is one.
+// Throws ClientError of kind BadReply when the reply does not hold values of
+// such kinds. A nil error is the monostate; every string is one.
 NS::XPCValues readReply(sdbus::MethodReply &reply, const std::vector<NS::XPCKind> &kinds);
 
 } // namespace kw

@@ -36,20 +36,31 @@ void declareGlobals(CLI::App &app, GlobalOptions &options) {
   app.footer(footer);
 }
 
+void sayUsageAsJSON(const char *what, const Surroundings &surroundings) {
+  JSONObject complaint;
+  complaint.add("kind", "usage").add("description", what);
+  *surroundings.out << JSONObject().add("success", false).add("error", complaint).text()
+                    << std::endl;
+}
+
 // Help and version are no failures to the parser's caller, the rest is.
 int reportParsing(const CLI::App &app, const CLI::ParseError &error, bool json,
                   const Surroundings &surroundings) {
   std::ostringstream discarded;
   bool failed = error.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success);
-  if (failed && json) {
-    JSONObject complaint;
-    complaint.add("kind", "usage").add("description", error.what());
-    *surroundings.out << JSONObject().add("success", false).add("error", complaint).text()
-                      << std::endl;
-  } else {
+  if (failed && json)
+    sayUsageAsJSON(error.what(), surroundings);
+  else
     app.exit(error, *surroundings.out, *surroundings.err);
-  }
   return failed ? ExitUsage : ExitDone;
+}
+
+int reportUsage(const UsageError &error, bool json, const Surroundings &surroundings) {
+  if (json)
+    sayUsageAsJSON(error.what(), surroundings);
+  else
+    *surroundings.err << "keepwell: " << error.what() << std::endl;
+  return ExitUsage;
 }
 
 // The flag may stand anywhere, also behind what could not be understood.
@@ -76,7 +87,12 @@ int runCommandLine(int count, const char *const *arguments, const Surroundings &
     return reportParsing(app, error, asksForJSON(count, arguments), surroundings);
   }
   Session session(surroundings, options);
-  int status = chosen(session);
+  int status = ExitDone;
+  try {
+    status = chosen(session);
+  } catch (const UsageError &error) {
+    return reportUsage(error, options.json, surroundings);
+  }
   // An answer that could not be written was not given.
   surroundings.out->flush();
   if (surroundings.out->good())
@@ -102,6 +118,35 @@ int worse(int left, int right) {
   return std::max(left, right);
 }
 
+namespace {
+
+int complainOf(Session &session, const ClientError &error) {
+  std::string text = displayable(error.what());
+  switch (error.kind()) {
+  case ClientError::Kind::Unreachable:
+    session.complain("the agent cannot be reached: " + text);
+    return ExitUnreachable;
+  case ClientError::Kind::Interrupted:
+    session.complain("the agent ended before it answered; what it had done by then is not known: " +
+                     text);
+    return ExitUnreachable;
+  case ClientError::Kind::Refused:
+    session.complain("the agent refused: " + text);
+    return ExitRefused;
+  case ClientError::Kind::BadReply:
+  case ClientError::Kind::DeadlinePassed:
+  case ClientError::Kind::Cancelled:
+    session.complain(text);
+    return ExitRefused;
+  case ClientError::Kind::BadArgument:
+    session.complain(text);
+    return ExitUsage;
+  }
+  return ExitRefused;
+}
+
+} // namespace
+
 int reportingFailures(Session &session, const JSONObject &request,
                       const std::function<int()> &attempt) {
   try {
@@ -109,19 +154,7 @@ int reportingFailures(Session &session, const JSONObject &request,
   } catch (const ClientError &error) {
     JSONObject object = request;
     session.sayJSON(object.add("success", false).add("error", jsonOfError(error)));
-    std::string text = displayable(error.what());
-    switch (error.kind()) {
-    case ClientError::Kind::Unreachable:
-      session.complain("the agent cannot be reached: " + text);
-      return ExitUnreachable;
-    case ClientError::Kind::Refused:
-      session.complain("the agent refused: " + text);
-      return ExitRefused;
-    case ClientError::Kind::BadArgument:
-      session.complain(text);
-      return ExitUsage;
-    }
-    throw;
+    return complainOf(session, error);
   }
 }
 

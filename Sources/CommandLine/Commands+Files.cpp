@@ -1,6 +1,6 @@
 // Commands that act on files and folders.
-#include "CommandLine/Command.h"
 #include "CommandLine/Outcome.h"
+#include "CommandLine/PathRequests.h"
 #include "Foundation/FileManager.h"
 #include "Tools/RVFileSizer.h"
 
@@ -10,60 +10,34 @@
 namespace kw {
 namespace {
 
-using Paths = std::shared_ptr<std::vector<std::string>>;
-
-// An empty path would name the current folder.
-CLI::Option *declarePath(CLI::Option *option, const char *typeName) {
-  return option->required()->type_name(typeName)->check([](const std::string &path) {
-    return path.empty() ? std::string("a path must not be empty") : std::string();
-  });
-}
-
-Paths declarePaths(CLI::App &arguments) {
-  auto paths = std::make_shared<std::vector<std::string>>();
-  declarePath(arguments.add_option("paths", *paths, "Files or folders"), "PATH");
-  return paths;
-}
-
-JSONObject pathRequest(const char *command, const std::string &path) {
-  JSONObject request;
-  request.add("command", command).add("path", path);
-  return request;
-}
-
-// One request for each path; an agent that cannot be reached is not asked for
-// the others.
-CommandRun
-forEachPath(const char *command, const Paths &paths,
-            std::function<int(Session &, const std::string &path, JSONObject request)> attempt) {
+// Paths as arguments, or as standard input has them.
+template <typename Reply>
+CommandRun forEachPath(const std::shared_ptr<PathArguments> &paths,
+                       const PathQuestion<Reply> &question) {
   return [=](Session &session) {
-    int status = ExitDone;
-    for (const std::string &given : *paths) {
-      std::string path = absolutePath(given);
-      JSONObject request = pathRequest(command, path);
-      int one =
-          reportingFailures(session, request, [&] { return attempt(session, path, request); });
-      status = worse(status, one);
-      if (one == ExitUnreachable)
-        break;
-    }
-    return status;
+    requirePaths(*paths);
+    return askForEachPath(session, PathSource(*paths, session.input()), question);
   };
 }
 
-// A command that asks one question of the agent for each path.
-using PathOperation = FlagReply (Client::*)(const std::string &path);
+// A command that asks one thing of the agent for each path.
+template <typename Reply>
+using PathOperation = Request<Reply> (Client::*)(const std::string &path, const RequestOptions &);
 using PathWording = Wording (*)(const std::string &path);
 
-std::function<CommandRun(CLI::App &)> pathCommand(const char *command, PathOperation operation,
-                                                  PathWording wording) {
-  return [=](CLI::App &arguments) {
-    return forEachPath(command, declarePaths(arguments),
-                       [=](Session &session, const std::string &path, const JSONObject &request) {
-                         FlagReply reply = (session.agent().*operation)(path);
-                         return tellOutcome(session, request, reply, wording(displayable(path)));
-                       });
+template <typename Reply>
+std::function<CommandRun(CLI::App &)>
+pathCommand(const char *command, PathOperation<Reply> operation, PathWording wording) {
+  PathQuestion<Reply> question;
+  question.command = command;
+  question.ask = [operation](Client &agent, const std::string &path) {
+    return (agent.*operation)(path, {});
   };
+  question.tell = [wording](Session &session, const std::string &path, const JSONObject &request,
+                            const Reply &reply) {
+    return tellOutcome(session, request, reply, wording(displayable(path)));
+  };
+  return [question](CLI::App &arguments) { return forEachPath(declarePaths(arguments), question); };
 }
 
 Wording removalWording(const std::string &path) {
@@ -83,29 +57,35 @@ Wording trashWording(const std::string &path) {
 }
 
 CommandRun declareExists(CLI::App &arguments) {
-  return forEachPath("exists", declarePaths(arguments),
-                     [](Session &session, const std::string &path, JSONObject request) {
-                       FlagReply reply = session.agent().fileExistsAtPath(path);
-                       session.say(displayable(path) +
-                                   (reply.success ? " exists" : " does not exist"));
-                       session.sayJSON(request.add("success", true).add("exists", reply.success));
-                       return reply.success ? ExitDone : ExitRefused;
-                     });
+  PathQuestion<ExistenceReply> question;
+  question.command = "exists";
+  question.ask = [](Client &agent, const std::string &path) {
+    return agent.fileExistsAtPathAsync(path);
+  };
+  question.tell = [](Session &session, const std::string &path, JSONObject request,
+                     const ExistenceReply &reply) {
+    bool exists = reply.existence == Existence::Exists;
+    session.say(displayable(path) + (exists ? " exists" : " does not exist"));
+    session.sayJSON(request.add("success", true).add("exists", exists));
+    return exists ? ExitDone : ExitRefused;
+  };
+  return forEachPath(declarePaths(arguments), question);
 }
 
 CommandRun declareMove(CLI::App &arguments) {
   auto source = std::make_shared<std::string>();
   auto destination = std::make_shared<std::string>();
-  declarePath(arguments.add_option("source", *source, "What to move"), "SOURCE");
+  declarePath(arguments.add_option("source", *source, "What to move"), "SOURCE")->required();
   declarePath(arguments.add_option("destination", *destination, "Its whole new path"),
-              "DESTINATION");
+              "DESTINATION")
+      ->required();
   return [=](Session &session) {
     std::string from = absolutePath(*source);
     std::string to = absolutePath(*destination);
     JSONObject request = pathRequest("move", from);
     request.add("destination", to);
     return reportingFailures(session, request, [&] {
-      FlagReply reply = session.agent().moveItemAtPath(from, to);
+      Told reply = session.agent().moveItemAtPath(from, to);
       return tellOutcome(session, request, reply,
                          {"Moved " + displayable(from) + " to " + displayable(to),
                           displayable(from) + " could not be moved to " + displayable(to)});
@@ -121,19 +101,10 @@ struct SizeOptions {
   bool bulk = false;
 };
 
-// Asks the agent, or measures here with the rights of whoever runs the command.
-std::uint64_t measuredSize(Session &session, const SizeOptions &options, const std::string &path) {
-  if (!options.local)
-    return static_cast<std::uint64_t>(session.agent().sizeOfItemAtPath(path).size);
-  const RVFileSizer &sizer = RVFileSizer::shared();
-  return options.bulk ? sizer.alternativeItemSizeAtPath(path) : sizer.itemSizeAtPath(path);
-}
-
 // The measuring itself answers 0 for what is not there; here nobody is served
 // by that.
-bool isMissing(const SizeOptions &options, const std::string &path, std::optional<NS::Error> &why) {
-  return options.local &&
-         !NS::FileManager::defaultManager().attributesOfItemAtPath(path, &why).has_value();
+bool isMissing(const std::string &path, std::optional<NS::Error> &why) {
+  return !NS::FileManager::defaultManager().attributesOfItemAtPath(path, &why).has_value();
 }
 
 std::shared_ptr<SizeOptions> declareSizeOptions(CLI::App &arguments) {
@@ -154,30 +125,52 @@ std::shared_ptr<SizeOptions> declareSizeOptions(CLI::App &arguments) {
   return options;
 }
 
+int tellSize(Session &session, const SizeOptions &options, const std::string &path,
+             JSONObject request, std::uint64_t size) {
+  std::string text = RVFileSizer::shared().displayItemSizeFromSize(size, options.base2, true);
+  session.say((options.bytes ? std::to_string(size) : text) + "\t" + displayable(path));
+  session.sayJSON(request.add("success", true).add("bytes", size).add("text", text));
+  return ExitDone;
+}
+
+// With the rights of whoever runs the command.
+int measureHere(Session &session, const SizeOptions &options, const std::string &path) {
+  JSONObject request = pathRequest("size", path);
+  std::optional<NS::Error> error;
+  if (isMissing(path, error))
+    return tellOutcome(session, request, {false, error},
+                       {"", displayable(path) + " could not be measured"});
+  const RVFileSizer &sizer = RVFileSizer::shared();
+  return tellSize(session, options, path, request,
+                  options.bulk ? sizer.alternativeItemSizeAtPath(path)
+                               : sizer.itemSizeAtPath(path));
+}
+
+int measureAllHere(Session &session, const SizeOptions &options, const PathArguments &arguments) {
+  if (options.logical)
+    RVFileSizer::shared().setReturnUncompressedFileSize(true);
+  int status =
+      tellForEachPath(session, "size", PathSource(arguments, session.input()),
+                      [&](const std::string &path) { return measureHere(session, options, path); });
+  RVFileSizer::shared().setReturnUncompressedFileSize(false);
+  return status;
+}
+
 CommandRun declareSize(CLI::App &arguments) {
   auto options = declareSizeOptions(arguments);
-  CommandRun measure = forEachPath(
-      "size", declarePaths(arguments),
-      [options](Session &session, const std::string &path, JSONObject request) {
-        std::optional<NS::Error> error;
-        if (isMissing(*options, path, error))
-          return tellOutcome(session, request, {false, error},
-                             {"", displayable(path) + " could not be measured"});
-        std::uint64_t size = measuredSize(session, *options, path);
-        std::string text =
-            RVFileSizer::shared().displayItemSizeFromSize(size, options->base2, true);
-        session.say((options->bytes ? std::to_string(size) : text) + "\t" + displayable(path));
-        session.sayJSON(request.add("success", true)
-                            .add("bytes", static_cast<std::int64_t>(size))
-                            .add("text", text));
-        return static_cast<int>(ExitDone);
-      });
-  return [options, measure](Session &session) {
-    if (options->logical)
-      RVFileSizer::shared().setReturnUncompressedFileSize(true);
-    int status = measure(session);
-    RVFileSizer::shared().setReturnUncompressedFileSize(false);
-    return status;
+  auto paths = declarePaths(arguments);
+  PathQuestion<SizeReply> question;
+  question.command = "size";
+  question.ask = [](Client &agent, const std::string &path) {
+    return agent.sizeOfItemAtPathAsync(path);
+  };
+  question.tell = [options](Session &session, const std::string &path, const JSONObject &request,
+                            const SizeReply &reply) {
+    return tellSize(session, *options, path, request, reply.allocatedBytes);
+  };
+  return [options, paths, askAll = forEachPath(paths, question)](Session &session) {
+    requirePaths(*paths);
+    return options->local ? measureAllHere(session, *options, *paths) : askAll(session);
   };
 }
 
@@ -188,14 +181,14 @@ CommandTable fileCommands() {
       {"exists", "Tell whether something stands at a path, links followed", declareExists},
       {"size", "Tell how much space items take on disk", declareSize},
       {"remove", "Remove items with all that they hold, locked ones too",
-       pathCommand("remove", &Client::removeItemAtPath, removalWording)},
+       pathCommand("remove", &Client::removeItemAtPathAsync, removalWording)},
       {"shred", "Overwrite what items hold, then remove them",
-       pathCommand("shred", &Client::securelyRemoveItemAtPath, shreddingWording)},
+       pathCommand("shred", &Client::securelyRemoveItemAtPathAsync, shreddingWording)},
       {"truncate", "Cut files to length zero",
-       pathCommand("truncate", &Client::truncateFileAtPath, truncationWording)},
+       pathCommand("truncate", &Client::truncateFileAtPathAsync, truncationWording)},
       {"move", "Move an item to a new path, making missing folders", declareMove},
       {"trash", "Move items to the Trash of the agent's user",
-       pathCommand("trash", &Client::moveToTrashItemAtPath, trashWording)},
+       pathCommand("trash", &Client::moveToTrashItemAtPathAsync, trashWording)},
   };
 }
 

@@ -8,7 +8,7 @@
 namespace kw {
 namespace {
 
-using FlagOperation = FlagReply (Client::*)();
+using FlagOperation = std::function<Told(Client &)>;
 
 JSONObject requestOf(const std::string &verb) {
   JSONObject request;
@@ -23,7 +23,7 @@ Command flagVerb(const char *verb, const char *summary, FlagOperation operation,
             return [=](Session &session) {
               JSONObject request = requestOf(verb);
               return reportingFailures(session, request, [&] {
-                return tellOutcome(session, request, (session.agent().*operation)(), wording);
+                return tellOutcome(session, request, operation(session.agent()), wording);
               });
             };
           }};
@@ -41,7 +41,7 @@ CommandRun declarePeriodic(CLI::App &arguments) {
     JSONObject request = requestOf("periodic");
     request.add("name", *name);
     return reportingFailures(session, request, [&] {
-      FlagReply reply = session.agent().runPeriodicScript(*name);
+      Told reply = session.agent().runPeriodicScript(*name);
       return tellOutcome(session, request, reply,
                          {"Ran the periodic scripts " + displayable(*name),
                           displayable(*name) + " could not be run"});
@@ -56,29 +56,32 @@ std::string wordsOf(std::string text) {
   return displayable(text);
 }
 
-int tellErasure(Session &session, JSONObject request, const DiagnosticLogsReply &reply) {
-  bool erased = reply.status == 0 && !reply.error;
-  request.add("success", erased).add("status", reply.status);
-  if (!reply.output.empty())
-    request.add("output", reply.output);
-  if (!reply.errorOutput.empty())
-    request.add("errorOutput", reply.errorOutput);
+std::string failureOf(const LogErasureReply &reply) {
+  if (reply.error)
+    return displayable(reply.error->localizedDescription());
+  return "its tool ended with status " + std::to_string(reply.toolStatus.value_or(0));
+}
+
+int tellErasure(Session &session, JSONObject request, const LogErasureReply &reply) {
+  request.add("success", reply.isErased());
+  if (reply.toolStatus)
+    request.add("status", *reply.toolStatus);
+  if (reply.output)
+    request.add("output", *reply.output);
+  if (reply.errorOutput)
+    request.add("errorOutput", *reply.errorOutput);
   if (reply.error)
     request.add("error", jsonOfError(*reply.error));
   session.sayJSON(request);
-  if (!reply.output.empty())
-    session.say(wordsOf(reply.output));
-  if (!reply.errorOutput.empty())
-    session.complain(wordsOf(reply.errorOutput));
-  if (erased)
+  if (reply.output)
+    session.say(wordsOf(*reply.output));
+  if (reply.errorOutput)
+    session.complain(wordsOf(*reply.errorOutput));
+  if (reply.isErased())
     session.say("Erased the unified log");
-  else if (reply.error)
-    session.complain("the unified log could not be erased: " +
-                     displayable(reply.error->localizedDescription()));
   else
-    session.complain("the unified log could not be erased: its tool ended with status " +
-                     std::to_string(reply.status));
-  return erased ? ExitDone : ExitRefused;
+    session.complain("the unified log could not be erased: " + failureOf(reply));
+  return reply.isErased() ? ExitDone : ExitRefused;
 }
 
 CommandRun declareEraseUnifiedLog(CLI::App & /*arguments*/) {
@@ -100,6 +103,7 @@ public:
       return;
     session_.sayJSON(requestOf("repair-permissions").add("progress", chunk));
     session_.show(chunk);
+    session_.flush();
     lineIsOpen_ = chunk.back() != '\n';
   }
   void closeLine() {
@@ -120,24 +124,26 @@ CommandRun declareRepairPermissions(CLI::App & /*arguments*/) {
       RepairReply reply = session.agent().repairPermissions(
           [&progress](const std::string &chunk) { progress.show(chunk); });
       progress.closeLine();
-      session.sayJSON(
-          request.add("success", reply.success).add("process", std::int64_t{reply.value}));
-      session.say("The repair tool has ended, process " + std::to_string(reply.value));
-      return reply.success ? ExitDone : ExitRefused;
+      bool ran = reply.attempt == Attempt::Made;
+      session.sayJSON(request.add("success", ran).add("process", std::int64_t{reply.toolProcess}));
+      session.say("The repair tool has ended, process " + std::to_string(reply.toolProcess));
+      return ran ? ExitDone : ExitRefused;
     });
   };
 }
 
 CommandTable verbs() {
   return {
-      flagVerb("erase-asl", "Erase the system log store", &Client::removeASL,
+      flagVerb("erase-asl", "Erase the system log store",
+               [](Client &agent) { return agent.removeASL(); },
                {"Erased the system log store", "the system log store could not be erased"}),
       {"erase-unified-log", "Erase the unified log", declareEraseUnifiedLog},
-      flagVerb("flush-dns", "Flush the caches of names", &Client::flushDNS,
+      flagVerb("flush-dns", "Flush the caches of names",
+               [](Client &agent) { return agent.flushDNS(); },
                {"Flushed the caches of names", "the caches of names could not be flushed"}),
       {"periodic", "Run the periodic maintenance scripts", declarePeriodic},
       flagVerb("reindex-spotlight", "Have the search index built anew",
-               &Client::startSpotlightReindex,
+               [](Client &agent) { return agent.startSpotlightReindex(); },
                {"Asked for a new search index", "a new search index could not be asked for"}),
       {"repair-permissions", "Repair the permissions of the system's packages",
        declareRepairPermissions},

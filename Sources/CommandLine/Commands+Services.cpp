@@ -11,7 +11,7 @@ namespace kw {
 namespace {
 
 using Text = std::shared_ptr<std::string>;
-using FlagOperation = std::function<FlagReply(Client &, const std::string &)>;
+using FlagOperation = std::function<Told(Client &, const std::string &)>;
 
 Text declareText(CLI::App &arguments, const char *name, const char *typeName, const char *help) {
   auto text = std::make_shared<std::string>();
@@ -40,6 +40,14 @@ struct FlagRequest {
   const char *failed; // behind it
 };
 
+// An operation without the options of its request.
+template <typename Reply>
+FlagOperation asked(Reply (Client::*operation)(const std::string &, const RequestOptions &)) {
+  return [operation](Client &agent, const std::string &argument) {
+    return Told((agent.*operation)(argument, {}));
+  };
+}
+
 std::function<CommandRun(CLI::App &)> flagCommand(const FlagRequest &kind) {
   return [kind](CLI::App &arguments) -> CommandRun {
     Text text = declareText(arguments, kind.member, kind.typeName, kind.help);
@@ -48,28 +56,13 @@ std::function<CommandRun(CLI::App &)> flagCommand(const FlagRequest &kind) {
       JSONObject request;
       request.add("command", kind.command).add(kind.member, argument);
       return reportingFailures(session, request, [&] {
-        FlagReply reply = kind.operation(session.agent(), argument);
+        Told reply = kind.operation(session.agent(), argument);
         return tellOutcome(
             session, request, reply,
             {kind.done + displayable(argument), displayable(argument) + kind.failed});
       });
     };
   };
-}
-
-// The agent that removes its own job ends without an answer. That it answered
-// before tells this end from an agent that was never there.
-FlagReply removeJob(Client &agent, const std::string &path) {
-  if (path != kAgentJobPlistPath)
-    return agent.removeLaunchdAgentAtPath(path);
-  static_cast<void>(agent.echo(""));
-  try {
-    return agent.removeLaunchdAgentAtPath(path);
-  } catch (const ClientError &error) {
-    if (error.kind() != ClientError::Kind::Unreachable)
-      throw;
-    return {true, std::nullopt};
-  }
 }
 
 // Read here and now: the agent need not be asked who may read a job's list.
@@ -122,7 +115,7 @@ CommandRun declareSlim(CLI::App &arguments) {
     JSONObject request;
     request.add("command", "slim").add("path", binary);
     return reportingFailures(session, request, [&] {
-      FlagReply reply = session.agent().slimBinaryWithPath(binary, architectures);
+      Told reply = session.agent().slimBinaryWithPath(binary, architectures);
       return tellOutcome(
           session, request, reply,
           {"Slimmed " + displayable(binary), displayable(binary) + " could not be slimmed"});
@@ -135,35 +128,39 @@ std::function<CommandRun(CLI::App &)> launchdCommand() {
       {{"info", "Tell what a job's list says and whether launchd has the job", declareJobInfo},
        {"enable", "Load a job, now and from now on",
         flagCommand({"launchd enable", "path", "PLIST", "A job's property list", true,
-                     &Client::enableLaunchdAgentAtPath, "Enabled ", " could not be enabled"})},
+                     asked(&Client::enableLaunchdAgentAtPath), "Enabled ",
+                     " could not be enabled"})},
        {"disable", "Unload a job for good and stop it",
         flagCommand({"launchd disable", "path", "PLIST", "A job's property list", true,
-                     &Client::disableLaunchdAgentAtPath, "Disabled ", " could not be disabled"})},
+                     asked(&Client::disableLaunchdAgentAtPath), "Disabled ",
+                     " could not be disabled"})},
        {"remove", "Unload a job and delete its list and its privileged tool",
-        flagCommand({"launchd remove", "path", "PLIST", "A job's property list", true, removeJob,
-                     "Removed ", " could not be removed"})}});
+        flagCommand({"launchd remove", "path", "PLIST", "A job's property list", true,
+                     asked(&Client::removeLaunchdAgentAtPath), "Removed ",
+                     " could not be removed"})}});
 }
 
 std::function<CommandRun(CLI::App &)> startupCommand() {
-  return commandOfVerbs(
-      {{"start", "Start a startup item",
-        flagCommand({"startup start", "name", "NAME", "A startup item", false,
-                     &Client::startStartupItem, "Asked to start ", " could not be started"})},
-       {"stop", "Stop a startup item",
-        flagCommand({"startup stop", "name", "NAME", "A startup item", false,
-                     &Client::stopStartupItem, "Asked to stop ", " could not be stopped"})}});
+  return commandOfVerbs({{"start", "Start a startup item",
+                          flagCommand({"startup start", "name", "NAME", "A startup item", false,
+                                       asked(&Client::startStartupItem), "Asked to start ",
+                                       " could not be started"})},
+                         {"stop", "Stop a startup item",
+                          flagCommand({"startup stop", "name", "NAME", "A startup item", false,
+                                       asked(&Client::stopStartupItem), "Asked to stop ",
+                                       " could not be stopped"})}});
 }
 
 std::function<CommandRun(CLI::App &)> loginItemCommand() {
   return commandOfVerbs(
       {{"remove-global", "Remove an application from the login items of all users",
         flagCommand({"login-item remove-global", "path", "APP", "The application", true,
-                     &Client::removeGlobalLoginItemForAppWithPath,
+                     asked(&Client::removeGlobalLoginItemForAppWithPath),
                      "No login item of all users starts ",
                      " could not be removed from the login items of all users"})},
        {"remove-sm", "Remove a login item that an application registered for itself",
         flagCommand({"login-item remove-sm", "identifier", "ID", "Its bundle identifier", false,
-                     &Client::removeSMLoginItem, "No login item is registered as ",
+                     asked(&Client::removeSMLoginItem), "No login item is registered as ",
                      " could not be removed from the login items"})}});
 }
 
@@ -175,22 +172,23 @@ CommandTable serviceCommands() {
       {"startup", "Start and stop startup items", startupCommand()},
       {"login-item", "Remove login items", loginItemCommand()},
       {"kext", "Remove kernel extensions",
-       commandOfVerbs(
-           {{"remove", "Unload and delete a kernel extension",
-             flagCommand({"kext remove", "path", "PATH", "The extension's bundle", true,
-                          &Client::removeKextAtPath, "Removed ", " could not be removed"})}})},
+       commandOfVerbs({{"remove", "Unload and delete a kernel extension",
+                        flagCommand({"kext remove", "path", "PATH", "The extension's bundle", true,
+                                     asked(&Client::removeKextAtPath), "Removed ",
+                                     " could not be removed"})}})},
       {"package", "Forget package receipts",
        commandOfVerbs(
            {{"forget", "Forget a package's receipt; its files stay",
              flagCommand({"package forget", "identifier", "ID", "The package's identifier", false,
-                          &Client::removePackageWithID, "Forgot ", " could not be forgotten"})}})},
+                          asked(&Client::removePackageWithID), "Forgot ",
+                          " could not be forgotten"})}})},
       {"slim", "Strip a universal binary of architectures", declareSlim},
       {"launchd-conf", "Edit launchd's configuration",
        commandOfVerbs(
            {{"remove-library", "Take a library out of those inserted everywhere",
              flagCommand({"launchd-conf remove-library", "library", "LIB",
                           "The library's path as it stands there", false,
-                          &Client::removeLibraryFromLauchdConf, "No program gets inserted ",
+                          asked(&Client::removeLibraryFromLauchdConf), "No program gets inserted ",
                           " could not be taken out of launchd's configuration"})}})},
   };
 }

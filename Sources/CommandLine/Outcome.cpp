@@ -3,13 +3,12 @@
 
 namespace kw {
 
-int tellOutcome(Session &session, JSONObject request, const FlagReply &reply,
-                const Wording &wording) {
-  request.add("success", reply.success);
+int tellOutcome(Session &session, JSONObject request, const Told &reply, const Wording &wording) {
+  request.add("success", reply.isDone);
   if (reply.error)
     request.add("error", jsonOfError(*reply.error));
   session.sayJSON(request);
-  if (reply.success) {
+  if (reply.isDone) {
     session.say(wording.done);
     return ExitDone;
   }

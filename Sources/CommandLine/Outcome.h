@@ -13,9 +13,22 @@ struct Wording {
   std::string failed; // to follow "could not be", or a whole predicate
 };
 
+// What any reply says about whether it was done.
+struct Told {
+  bool isDone = false;
+  std::optional<NS::Error> error = std::nullopt;
+
+  Told(bool done, std::optional<NS::Error> why = std::nullopt)
+      : isDone(done), error(std::move(why)) {}
+  Told(const FlagReply &reply) : Told(reply.isDone(), reply.error) {}
+  Told(const RemovalReply &reply) : Told(reply.isDone(), reply.error) {}
+  // There is nothing else to go by.
+  Told(const AttemptReply &reply) : Told(reply.attempt == Attempt::Made) {}
+  Told(const JobRemovalReply &reply) : Told(reply.removal != JobRemoval::NotRemoved) {}
+};
+
 // Adds the outcome to the request's JSON members, tells it and gives the exit
 // status.
-int tellOutcome(Session &session, JSONObject request, const FlagReply &reply,
-                const Wording &wording);
+int tellOutcome(Session &session, JSONObject request, const Told &reply, const Wording &wording);
 
 } // namespace kw

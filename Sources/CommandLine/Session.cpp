@@ -13,10 +13,18 @@ const char *nameOfKind(ClientError::Kind kind) {
   switch (kind) {
   case ClientError::Kind::Unreachable:
     return "unreachable";
+  case ClientError::Kind::Interrupted:
+    return "interrupted";
   case ClientError::Kind::Refused:
     return "refused";
+  case ClientError::Kind::BadReply:
+    return "reply";
   case ClientError::Kind::BadArgument:
     return "argument";
+  case ClientError::Kind::DeadlinePassed:
+    return "deadline";
+  case ClientError::Kind::Cancelled:
+    return "cancelled";
   }
   return "";
 }
@@ -31,12 +39,12 @@ Client &Session::agent() {
 
 void Session::say(const std::string &line) {
   if (!options_.json)
-    *surroundings_.out << line << std::endl;
+    *surroundings_.out << line << '\n';
 }
 
 void Session::sayJSON(const JSONObject &object) {
   if (options_.json)
-    *surroundings_.out << object.text() << std::endl;
+    *surroundings_.out << object.text() << '\n';
 }
 
 void Session::show(std::string_view text) {
@@ -48,9 +56,16 @@ void Session::show(std::string_view text) {
   *surroundings_.out << displayable(text) << std::flush;
 }
 
+// Both streams may be one terminal, where the order counts.
 void Session::complain(const std::string &line) {
-  if (!options_.json)
-    *surroundings_.err << "keepwell: " << line << std::endl;
+  if (options_.json)
+    return;
+  flush();
+  *surroundings_.err << "keepwell: " << line << std::endl;
+}
+
+void Session::flush() {
+  surroundings_.out->flush();
 }
 
 std::string absolutePath(const std::string &path) {

@@ -9,10 +9,16 @@
 #include <iosfwd>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace kw {
+
+// Thrown by a command for arguments that do not go together.
+class UsageError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
 
 enum ExitStatus : int {
   ExitDone = 0,
@@ -25,6 +31,7 @@ enum ExitStatus : int {
 struct Surroundings {
   std::ostream *out = nullptr;
   std::ostream *err = nullptr;
+  std::istream *in = nullptr;
   std::function<std::unique_ptr<Client>(const std::string &bus)> connect;
   bool outIsTerminal = false; // a person watches
 };
@@ -42,6 +49,7 @@ public:
   // Connects at the first use. Throws ClientError.
   Client &agent();
   bool json() const { return options_.json; }
+  std::istream *input() const { return surroundings_.in; }
 
   // One line of the answer, unless JSON is asked for.
   void say(const std::string &line);
@@ -52,6 +60,8 @@ public:
   void show(std::string_view text);
   // A complaint to standard error, unless JSON is asked for.
   void complain(const std::string &line);
+  // What was said reaches its readers now; to be called before a wait.
+  void flush();
 
 private:
   const Surroundings &surroundings_;

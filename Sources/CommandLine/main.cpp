@@ -11,9 +11,12 @@
 #include <iostream>
 
 int main(int argc, char **argv) {
+  std::ios::sync_with_stdio(false);
+  std::cin.tie(nullptr); // or each path read would send the line of the one before
   kw::Surroundings surroundings;
   surroundings.out = &std::cout;
   surroundings.err = &std::cerr;
+  surroundings.in = &std::cin;
   surroundings.outIsTerminal = NS::standardOutputIsTerminal();
   surroundings.connect = [](const std::string &bus) { return kw::Client::connect(bus); };
   try {

@@ -48,6 +48,11 @@ public:
     process_ = -1;
     running_ = false;
   }
+  // At the same address; to be called after kill.
+  void restart() {
+    ::unlink(scratch_.path("bus").c_str());
+    start();
+  }
 
 private:
   // Returns when the daemon has said its address, and so listens.

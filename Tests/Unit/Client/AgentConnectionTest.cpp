@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <future>
 #include <map>
 #include <sdbus-c++/sdbus-c++.h>
 #include <thread>
@@ -46,6 +47,8 @@ public:
         .onInterface(interface)
         .implementedAs([](const std::string &) { return std::string("no number"); });
     object_->registerMethod("RepairPermissions").onInterface(interface).implementedAs([this]() {
+      if (duringRepair)
+        duringRepair(object_->getCurrentlyProcessedMessage()->getSender());
       emitProgress("first\n");
       emitProgress("second\n");
       return std::make_tuple(true, std::int32_t{0}, std::string());
@@ -59,11 +62,35 @@ public:
           leave();
           return {true, noError()};
         });
+    object_->registerMethod("SecurelyRemoveItemAtPath")
+        .onInterface(interface)
+        .implementedAs([this](sdbus::Result<bool, BusError> &&result, const std::string &) {
+          unanswered_.push_back(std::move(result));
+          received_.set_value();
+        });
     object_->registerSignal("ReceiveNewOutput").onInterface(progress).withParameters<std::string>();
     object_->finishRegistration();
     connection_->requestName(name);
-    connection_->enterEventLoopAsync();
+    // The bus library's own thread would end the program when the bus goes.
+    thread_ = std::thread([this] {
+      try {
+        connection_->enterEventLoop();
+      } catch (const sdbus::Error &) {
+      }
+    });
   }
+  ~StandIn() {
+    connection_->leaveEventLoop();
+    thread_.join();
+  }
+  StandIn(const StandIn &) = delete;
+  StandIn &operator=(const StandIn &) = delete;
+
+  // The request to shred, which is never answered.
+  void waitUntilShredding() { received_.get_future().wait(); }
+
+  // Called by a repair before its first chunk.
+  std::function<void(const std::string &caller)> duringRepair;
 
 private:
   static FlagAnswer nestedError() {
@@ -90,6 +117,9 @@ private:
 
   std::unique_ptr<sdbus::IConnection> connection_;
   std::unique_ptr<sdbus::IObject> object_;
+  std::vector<sdbus::Result<bool, BusError>> unanswered_;
+  std::promise<void> received_;
+  std::thread thread_;
 };
 
 ClientError failureOf(const std::function<void()> &request) {
@@ -123,7 +153,7 @@ TEST_F(AgentConnectionTest, bringsAnEchoBack) {
 TEST_F(AgentConnectionTest, decodesAnErrorWithItsCause) {
   StandIn agent(bus.address());
   kw::FlagReply reply = client->moveItemAtPath("/a", "/b");
-  EXPECT_FALSE(reply.success);
+  EXPECT_FALSE(reply.isDone());
   ASSERT_TRUE(reply.error);
   EXPECT_EQ(reply.error->domain(), NS::CocoaErrorDomain);
   EXPECT_EQ(reply.error->code(), 513);
@@ -141,7 +171,7 @@ TEST_F(AgentConnectionTest, hearsTheProgressAddressedToIt) {
   std::string heard;
   kw::RepairReply reply =
       client->repairPermissions([&](const std::string &chunk) { heard += chunk; });
-  EXPECT_TRUE(reply.success);
+  EXPECT_EQ(reply.attempt, kw::Attempt::Made);
   EXPECT_EQ(heard, "first\nsecond\n");
 }
 
@@ -157,7 +187,8 @@ TEST_F(AgentConnectionTest, reportsAnErrorOfTheBusByItsName) {
 TEST_F(AgentConnectionTest, reportsAReplyThatIsNotAsAgreed) {
   StandIn agent(bus.address());
   ClientError error = failureOf([&] { static_cast<void>(client->sizeOfItemAtPath("/a")); });
-  EXPECT_EQ(error.kind(), ClientError::Kind::Refused);
+  EXPECT_EQ(error.kind(), ClientError::Kind::BadReply);
+  EXPECT_EQ(error.effect(), ClientError::Effect::Unknown);
   EXPECT_EQ(client->echo("still here").text, "still here");
 }
 
@@ -189,12 +220,80 @@ TEST_F(AgentConnectionTest, waitsUntilTheNameHasNoOwner) {
   EXPECT_EQ(error.kind(), ClientError::Kind::Unreachable);
 }
 
+TEST_F(AgentConnectionTest, tellsAnAgentThatWentAwayFromOneThatNeverWasThere) {
+  auto agent = std::make_unique<StandIn>(bus.address());
+  auto request = client->securelyRemoveItemAtPathAsync("/a");
+  agent->waitUntilShredding();
+  agent.reset();
+  const ClientError *error = request.wait().error();
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->kind(), ClientError::Kind::Interrupted);
+  EXPECT_EQ(error->effect(), ClientError::Effect::Unknown);
+  ClientError next = failureOf([&] { static_cast<void>(client->echo("anybody")); });
+  EXPECT_EQ(next.kind(), ClientError::Kind::Unreachable);
+  EXPECT_EQ(next.effect(), ClientError::Effect::None);
+  StandIn another(bus.address());
+  EXPECT_EQ(client->echo("again").text, "again");
+}
+
 TEST_F(AgentConnectionTest, reportsABusThatGoesAway) {
-  bus.freeze();
-  std::thread end([&] { bus.kill(); });
-  ClientError error = failureOf([&] { static_cast<void>(client->echo("anybody")); });
-  end.join();
-  EXPECT_EQ(error.kind(), ClientError::Kind::Unreachable) << error.name();
+  StandIn agent(bus.address());
+  auto request = client->securelyRemoveItemAtPathAsync("/a");
+  agent.waitUntilShredding();
+  bus.kill();
+  const ClientError *interrupted = request.wait().error();
+  ASSERT_NE(interrupted, nullptr);
+  EXPECT_EQ(interrupted->kind(), ClientError::Kind::Interrupted) << interrupted->name();
+  ClientError next = failureOf([&] { static_cast<void>(client->echo("anybody")); });
+  EXPECT_EQ(next.kind(), ClientError::Kind::Unreachable) << next.name();
+}
+
+TEST_F(AgentConnectionTest, findsABusThatComesBack) {
+  {
+    StandIn agent(bus.address());
+    EXPECT_EQ(client->echo("before").text, "before");
+    bus.kill();
+  }
+  bus.restart();
+  ASSERT_TRUE(bus.isRunning());
+  StandIn agent(bus.address());
+  EXPECT_EQ(client->echo("after").text, "after");
+}
+
+TEST_F(AgentConnectionTest, believesTheProgressOfTheAgentAlone) {
+  StandIn agent(bus.address());
+  auto stranger = sdbus::createSessionBusConnectionWithAddress(bus.address());
+  auto object = sdbus::createObject(*stranger, path);
+  int forged = 0;
+  agent.duringRepair = [&](const std::string &caller) {
+    auto signal = object->createSignal(progress, "ReceiveNewOutput");
+    signal.setDestination(caller);
+    signal << std::string("forged");
+    object->emitSignal(signal);
+    // With its answer to this the bus has passed on the signal.
+    stranger->requestName("org.keepwell.test" + std::to_string(++forged));
+  };
+  std::string heard;
+  static_cast<void>(client->repairPermissions([&](const std::string &text) { heard += text; }));
+  EXPECT_EQ(forged, 1);
+  EXPECT_EQ(heard, "first\nsecond\n");
+}
+
+TEST_F(AgentConnectionTest, carriesThousandsOfRequestsAtOnce) {
+  StandIn agent(bus.address());
+  std::vector<kw::Request<kw::EchoReply>> requests;
+  for (int number = 0; number < 10'000; ++number)
+    requests.push_back(client->echoAsync(std::to_string(number)));
+  for (int number = 0; number < 10'000; ++number)
+    ASSERT_EQ(requests[static_cast<std::size_t>(number)].get().text, std::to_string(number));
+}
+
+TEST_F(AgentConnectionTest, doesNotSendWhatTheBusWouldBreakOffFor) {
+  StandIn agent(bus.address());
+  ClientError error =
+      failureOf([&] { static_cast<void>(client->echo(std::string(17 << 20, 'x'))); });
+  EXPECT_EQ(error.kind(), ClientError::Kind::BadArgument);
+  EXPECT_EQ(client->echo("still here").text, "still here");
 }
 
 } // namespace

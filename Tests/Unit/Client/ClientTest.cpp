@@ -1,7 +1,8 @@
 // Each typed call as the message that it sends and the reply that it makes of
 // what comes back.
 #include "Client/Client.h"
-#include "Client/AgentConnection.h"
+
+#include "Support/FakeAgent.h"
 
 #include <gtest/gtest.h>
 
@@ -18,94 +19,81 @@ extern "C" const char *__lsan_default_suppressions() { // NOLINT(bugprone-reserv
 namespace {
 
 using kw::Client;
+using kw::ClientError;
 using kw::FlagReply;
+using kw::Outcome;
 using NS::XPCKind;
 using Strings = std::vector<std::string>;
 
-// Notes what was sent and answers with what the test laid ready.
-class FakeConnection final : public kw::AgentConnection {
-public:
-  struct Sent {
-    std::string member;
-    NS::XPCValues arguments;
-    ReplyKinds reply;
-  };
-  struct Record {
-    std::vector<Sent> sent;
-    NS::XPCValues answer;
-    std::optional<kw::ClientError> failure;
-    Strings chunks;
-    std::string terminatedWith;
-  };
-
-  explicit FakeConnection(Record &record) : record_(record) {}
-
-  NS::XPCValues call(const std::string &member, const NS::XPCValues &arguments,
-                     const ReplyKinds &reply) override {
-    record_.sent.push_back({member, arguments, reply});
-    if (record_.failure)
-      throw *record_.failure;
-    return record_.answer;
-  }
-  NS::XPCValues callWithProgress(const std::string &member, const ReplyKinds &reply,
-                                 const Chunk &chunk) override {
-    for (const std::string &text : record_.chunks)
-      chunk(text);
-    return call(member, {}, reply);
-  }
-  void callUntilNameIsLost(const std::string &member) override { record_.terminatedWith = member; }
-
-private:
-  Record &record_;
-};
-
 class ClientTest : public testing::Test {
 protected:
-  FakeConnection::Record record;
-  std::unique_ptr<Client> client = Client::overConnection(std::make_unique<FakeConnection>(record));
+  // Each request gets this.
+  void answerWith(const NS::XPCValues &values) {
+    agent.setHandler([values](const kw::AgentMessage &) { return values; });
+  }
+
+  kwtest::FakeAgent agent;
+  std::unique_ptr<Client> client = agent.client();
   NS::Error error{NS::CocoaErrorDomain, 513};
 };
 
 struct FlagCall {
   std::string member;
   Strings arguments;
-  std::function<FlagReply(Client &)> call;
+  std::function<bool(Client &)> call;
 };
 
-// Every operation that answers with a flag and takes strings.
+// Every operation that answers with a flag and takes strings, as whether the
+// flag that came said YES.
 const std::vector<FlagCall> &flagCalls() {
   static const std::vector<FlagCall> calls{
-      {"FileExistsAtPath", {"/a"}, [](Client &c) { return c.fileExistsAtPath("/a"); }},
-      {"MoveItemAtPath", {"/a", "/b"}, [](Client &c) { return c.moveItemAtPath("/a", "/b"); }},
-      {"RemoveItemAtPath", {"/a"}, [](Client &c) { return c.removeItemAtPath("/a"); }},
+      {"FileExistsAtPath",
+       {"/a"},
+       [](Client &c) { return c.fileExistsAtPath("/a").existence == kw::Existence::Exists; }},
+      {"MoveItemAtPath",
+       {"/a", "/b"},
+       [](Client &c) { return c.moveItemAtPath("/a", "/b").isDone(); }},
+      {"RemoveItemAtPath", {"/a"}, [](Client &c) { return c.removeItemAtPath("/a").isDone(); }},
       {"SecurelyRemoveItemAtPath",
        {"/a"},
-       [](Client &c) { return c.securelyRemoveItemAtPath("/a"); }},
-      {"TruncateFileAtPath", {"/a"}, [](Client &c) { return c.truncateFileAtPath("/a"); }},
-      {"RemovePackageWithID", {"id"}, [](Client &c) { return c.removePackageWithID("id"); }},
-      {"RemoveKextAtPath", {"/a"}, [](Client &c) { return c.removeKextAtPath("/a"); }},
-      {"RemoveASL", {}, [](Client &c) { return c.removeASL(); }},
+       [](Client &c) { return c.securelyRemoveItemAtPath("/a").isDone(); }},
+      {"TruncateFileAtPath", {"/a"}, [](Client &c) { return c.truncateFileAtPath("/a").isDone(); }},
+      {"RemovePackageWithID",
+       {"id"},
+       [](Client &c) { return c.removePackageWithID("id").isDone(); }},
+      {"RemoveKextAtPath", {"/a"}, [](Client &c) { return c.removeKextAtPath("/a").isDone(); }},
+      {"RemoveASL", {}, [](Client &c) { return c.removeASL().isDone(); }},
       {"RemoveLaunchdAgentAtPath",
        {"/a"},
-       [](Client &c) { return c.removeLaunchdAgentAtPath("/a"); }},
+       [](Client &c) {
+         return c.removeLaunchdAgentAtPath("/a").removal == kw::JobRemoval::Removed;
+       }},
       {"EnableLaunchdAgentAtPath",
        {"/a"},
-       [](Client &c) { return c.enableLaunchdAgentAtPath("/a"); }},
+       [](Client &c) { return c.enableLaunchdAgentAtPath("/a").isDone(); }},
       {"DisableLaunchdAgentAtPath",
        {"/a"},
-       [](Client &c) { return c.disableLaunchdAgentAtPath("/a"); }},
-      {"RemoveSMLoginItem", {"id"}, [](Client &c) { return c.removeSMLoginItem("id"); }},
-      {"StartStartupItem", {"name"}, [](Client &c) { return c.startStartupItem("name"); }},
-      {"StopStartupItem", {"name"}, [](Client &c) { return c.stopStartupItem("name"); }},
-      {"RunPeriodicScript", {"daily"}, [](Client &c) { return c.runPeriodicScript("daily"); }},
-      {"StartSpotlightReindex", {}, [](Client &c) { return c.startSpotlightReindex(); }},
+       [](Client &c) { return c.disableLaunchdAgentAtPath("/a").isDone(); }},
+      {"RemoveSMLoginItem", {"id"}, [](Client &c) { return c.removeSMLoginItem("id").isDone(); }},
+      {"StartStartupItem",
+       {"name"},
+       [](Client &c) { return c.startStartupItem("name").attempt == kw::Attempt::Made; }},
+      {"StopStartupItem",
+       {"name"},
+       [](Client &c) { return c.stopStartupItem("name").attempt == kw::Attempt::Made; }},
+      {"RunPeriodicScript",
+       {"daily"},
+       [](Client &c) { return c.runPeriodicScript("daily").attempt == kw::Attempt::Made; }},
+      {"StartSpotlightReindex",
+       {},
+       [](Client &c) { return c.startSpotlightReindex().attempt == kw::Attempt::Made; }},
       {"RemoveGlobalLoginItemForAppWithPath",
        {"/a"},
-       [](Client &c) { return c.removeGlobalLoginItemForAppWithPath("/a"); }},
+       [](Client &c) { return c.removeGlobalLoginItemForAppWithPath("/a").isDone(); }},
       {"RemoveLibraryFromLauchdConf",
        {"/a"},
-       [](Client &c) { return c.removeLibraryFromLauchdConf("/a"); }},
-      {"FlushDNS", {}, [](Client &c) { return c.flushDNS(); }},
+       [](Client &c) { return c.removeLibraryFromLauchdConf("/a").isDone(); }},
+      {"FlushDNS", {}, [](Client &c) { return c.flushDNS().isDone(); }},
   };
   return calls;
 }
@@ -113,98 +101,142 @@ const std::vector<FlagCall> &flagCalls() {
 TEST_F(ClientTest, sendsTheMessageOfEachOperationThatAnswersWithAFlag) {
   for (const FlagCall &operation : flagCalls()) {
     for (bool flag : {true, false}) {
-      record.sent.clear();
-      record.answer = {flag, std::monostate()};
-      FlagReply reply = operation.call(*client);
-      EXPECT_EQ(reply.success, flag) << operation.member;
-      EXPECT_FALSE(reply.error) << operation.member;
-      ASSERT_EQ(record.sent.size(), 1u);
-      EXPECT_EQ(record.sent[0].member, operation.member);
+      agent.forget();
+      answerWith({flag, std::monostate()});
+      EXPECT_EQ(operation.call(*client), flag) << operation.member;
+      ASSERT_EQ(agent.sent().size(), 1u);
+      const kw::AgentMessage message = agent.sent()[0];
+      EXPECT_EQ(message.member, operation.member);
       Strings arguments;
-      for (const NS::XPCValue &argument : record.sent[0].arguments)
+      for (const NS::XPCValue &argument : message.arguments)
         arguments.push_back(std::get<std::string>(argument));
       EXPECT_EQ(arguments, operation.arguments) << operation.member;
-      EXPECT_EQ(record.sent[0].reply, (std::vector{XPCKind::Flag, XPCKind::Error}));
+      EXPECT_EQ(message.replyKinds, (std::vector{XPCKind::Flag, XPCKind::Error}));
+      EXPECT_FALSE(message.hasProgress || message.mayEndAgent) << operation.member;
     }
   }
 }
 
-TEST_F(ClientTest, passesTheErrorOfAReplyEvenBesideASuccess) {
-  record.answer = {true, error};
-  FlagReply reply = client->removeItemAtPath("/a");
-  EXPECT_TRUE(reply.success);
+TEST_F(ClientTest, tellsTheErrorOfTheFirstAttemptFromThatOfAFailedRemoval) {
+  answerWith({true, error});
+  kw::RemovalReply removed = client->removeItemAtPath("/a");
+  EXPECT_TRUE(removed.isDone());
+  EXPECT_FALSE(removed.error);
+  ASSERT_TRUE(removed.firstAttempt);
+  EXPECT_EQ(removed.firstAttempt->code(), 513);
+  answerWith({false, error});
+  kw::RemovalReply left = client->removeItemAtPath("/a");
+  EXPECT_FALSE(left.isDone());
+  EXPECT_FALSE(left.firstAttempt);
+  ASSERT_TRUE(left.error);
+  EXPECT_EQ(left.error->code(), 513);
+}
+
+TEST_F(ClientTest, givesTheErrorOfAMove) {
+  answerWith({false, error});
+  FlagReply reply = client->moveItemAtPath("/a", "/b");
+  EXPECT_FALSE(reply.isDone());
   ASSERT_TRUE(reply.error);
   EXPECT_EQ(reply.error->code(), 513);
 }
 
 TEST_F(ClientTest, turnsTheFlagOfTheTrash) {
-  record.answer = {true, error};
+  answerWith({true, error});
   FlagReply failed = client->moveToTrashItemAtPath("/a");
-  EXPECT_FALSE(failed.success);
+  EXPECT_EQ(failed.outcome, Outcome::NotDone);
   EXPECT_TRUE(failed.error);
-  record.answer = {false, std::monostate()};
-  EXPECT_TRUE(client->moveToTrashItemAtPath("/a").success);
-  EXPECT_EQ(record.sent[0].member, "MoveToTrashItemAtPath");
+  answerWith({false, std::monostate()});
+  EXPECT_EQ(client->moveToTrashItemAtPath("/a").outcome, Outcome::Done);
+  EXPECT_EQ(agent.requests(), (Strings{"MoveToTrashItemAtPath /a", "MoveToTrashItemAtPath /a"}));
 }
 
 TEST_F(ClientTest, sendsTheArchitecturesAsAnArray) {
-  record.answer = {true, std::monostate()};
-  EXPECT_TRUE(client->slimBinaryWithPath("/a", {"i386", "ppc"}).success);
-  EXPECT_EQ(record.sent[0].member, "SlimBinaryWithPath");
-  EXPECT_EQ(std::get<std::string>(record.sent[0].arguments[0]), "/a");
-  EXPECT_EQ(std::get<Strings>(record.sent[0].arguments[1]), (Strings{"i386", "ppc"}));
+  EXPECT_TRUE(client->slimBinaryWithPath("/a", {"i386", "ppc"}).isDone());
+  const kw::AgentMessage message = agent.sent().at(0);
+  EXPECT_EQ(message.member, "SlimBinaryWithPath");
+  EXPECT_EQ(std::get<std::string>(message.arguments[0]), "/a");
+  EXPECT_EQ(std::get<Strings>(message.arguments[1]), (Strings{"i386", "ppc"}));
 }
 
 TEST_F(ClientTest, givesTheTextOfAnEcho) {
-  record.answer = {std::string("hello"), std::monostate()};
-  kw::EchoReply reply = client->echo("hello");
-  EXPECT_EQ(reply.text, "hello");
-  EXPECT_FALSE(reply.error);
-  EXPECT_EQ(record.sent[0].reply, (std::vector{XPCKind::String, XPCKind::Error}));
+  EXPECT_EQ(client->echo("hello").text, "hello");
+  EXPECT_EQ(agent.sent()[0].replyKinds, (std::vector{XPCKind::String, XPCKind::Error}));
 }
 
-TEST_F(ClientTest, givesSizesOf64Bits) {
-  record.answer = {std::int64_t{1} << 62, std::monostate()};
-  EXPECT_EQ(client->sizeOfItemAtPath("/a").size, std::int64_t{1} << 62);
-  EXPECT_EQ(record.sent[0].member, "SizeOfItemAtPath");
-  EXPECT_EQ(record.sent[0].reply, (std::vector{XPCKind::Int64, XPCKind::Error}));
+TEST_F(ClientTest, givesSizesWithoutASign) {
+  answerWith({std::int64_t{-1}, std::monostate()});
+  EXPECT_EQ(client->sizeOfItemAtPath("/a").allocatedBytes, ~std::uint64_t{0});
+  EXPECT_EQ(agent.requests(), Strings{"SizeOfItemAtPath /a"});
+  EXPECT_EQ(agent.sent()[0].replyKinds, (std::vector{XPCKind::Int64, XPCKind::Error}));
 }
 
 TEST_F(ClientTest, passesOnTheProgressOfTheRepairBeforeItsReply) {
-  record.chunks = {"one", "two"};
-  record.answer = {true, std::int32_t{7}, std::string()};
+  answerWith({true, std::int32_t{7}, std::string()});
+  agent.hold();
   Strings heard;
-  kw::RepairReply reply =
-      client->repairPermissions([&](const std::string &chunk) { heard.push_back(chunk); });
-  EXPECT_EQ(heard, record.chunks);
-  EXPECT_TRUE(reply.success);
-  EXPECT_EQ(reply.value, 7);
-  EXPECT_EQ(reply.text, "");
-  EXPECT_EQ(record.sent[0].member, "RepairPermissions");
+  auto repair =
+      client->repairPermissionsAsync([&](const std::string &chunk) { heard.push_back(chunk); });
+  agent.waitUntilSent(1);
+  agent.sendProgress("one");
+  agent.sendProgress("two");
+  agent.release();
+  kw::RepairReply reply = repair.get();
+  EXPECT_EQ(heard, (Strings{"one", "two"}));
+  EXPECT_EQ(reply.attempt, kw::Attempt::Made);
+  EXPECT_EQ(reply.toolProcess, 7);
+  EXPECT_EQ(agent.sent()[0].member, "RepairPermissions");
+  EXPECT_TRUE(agent.sent()[0].hasProgress);
 }
 
-TEST_F(ClientTest, givesAllFourPartsOfTheDiagnosticLogsReply) {
-  record.answer = {std::string("out"), std::int64_t{64}, std::string("err"), error};
-  kw::DiagnosticLogsReply reply = client->removeDiagnosticLogs();
-  EXPECT_EQ(reply.output, "out");
-  EXPECT_EQ(reply.status, 64);
-  EXPECT_EQ(reply.errorOutput, "err");
-  EXPECT_TRUE(reply.error);
-  EXPECT_EQ(record.sent[0].member, "RemoveDiagnosticLogs");
+TEST_F(ClientTest, repairsWithoutProgressToo) {
+  agent.hold();
+  auto repair = client->repairPermissionsAsync(nullptr);
+  agent.waitUntilSent(1);
+  agent.sendProgress("unheard");
+  agent.release();
+  EXPECT_EQ(repair.get().attempt, kw::Attempt::Made);
+}
+
+TEST_F(ClientTest, tellsAToolThatFailedFromOneThatCouldNotBeRun) {
+  answerWith({std::string("out"), std::int64_t{64}, std::string("err"), std::monostate()});
+  kw::LogErasureReply failed = client->removeDiagnosticLogs();
+  EXPECT_FALSE(failed.isErased());
+  EXPECT_EQ(failed.output, "out");
+  EXPECT_EQ(failed.toolStatus, 64);
+  EXPECT_EQ(failed.errorOutput, "err");
+  EXPECT_FALSE(failed.error);
+  answerWith({std::string(), std::int64_t{-1}, std::string(), error});
+  kw::LogErasureReply missing = client->removeDiagnosticLogs();
+  EXPECT_FALSE(missing.isErased());
+  EXPECT_FALSE(missing.output || missing.errorOutput || missing.toolStatus);
+  EXPECT_TRUE(missing.error);
+  answerWith({std::string(), std::int64_t{0}, std::string(), std::monostate()});
+  EXPECT_TRUE(client->removeDiagnosticLogs().isErased());
 }
 
 TEST_F(ClientTest, waitsForTheEndOfTheAgent) {
   client->pleaseTerminate();
-  EXPECT_EQ(record.terminatedWith, "PleaseTerminate");
+  EXPECT_EQ(agent.requests(), Strings{"PleaseTerminate"});
+  EXPECT_TRUE(agent.sent()[0].mayEndAgent);
 }
 
-TEST_F(ClientTest, throwsWhatTheConnectionThrows) {
-  record.failure = kw::ClientError(kw::ClientError::Kind::Refused, "some.Name", "not here");
+TEST_F(ClientTest, knowsThatTheAgentEndsWithItsOwnJob) {
+  answerWith({});
+  kw::JobRemovalReply reply =
+      client->removeLaunchdAgentAtPath("/Library/LaunchDaemons/org.keepwell.pro.agent.plist");
+  EXPECT_EQ(reply.removal, kw::JobRemoval::AgentRemoved);
+  EXPECT_TRUE(agent.sent()[0].mayEndAgent);
+}
+
+TEST_F(ClientTest, throwsWhatTheConnectionReports) {
+  agent.setHandler([](const kw::AgentMessage &) {
+    return ClientError(ClientError::Kind::Refused, "some.Name", "not here");
+  });
   try {
     static_cast<void>(client->flushDNS());
     FAIL();
-  } catch (const kw::ClientError &failure) {
-    EXPECT_EQ(failure.kind(), kw::ClientError::Kind::Refused);
+  } catch (const ClientError &failure) {
+    EXPECT_EQ(failure.kind(), ClientError::Kind::Refused);
     EXPECT_EQ(failure.name(), "some.Name");
     EXPECT_STREQ(failure.what(), "not here");
   }

@@ -2,95 +2,48 @@
 // that answers as the test says.
 #include "CommandLine/CommandLine.h"
 
+#include "Support/FakeAgent.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fmt/format.h>
 #include <sstream>
 
 namespace {
 
 using kw::ClientError;
-using kw::FlagReply;
+using kwtest::FakeAgent;
 using Strings = std::vector<std::string>;
 
-// Notes every request; the operations that no command of these tests uses
-// fail the test.
-class FakeClient final : public kw::Client {
-public:
-  struct Record {
-    Strings requests;
-    FlagReply flag{true, std::nullopt};
-    std::int64_t size = 0;
-    std::optional<std::string> echo; // instead of what was sent
-    std::optional<ClientError> failure;
-    Strings buses;
-  };
-  explicit FakeClient(Record &record) : record_(record) {}
-
-  void pleaseTerminate() override { note("terminate"); }
-  kw::EchoReply echo(const std::string &text) override {
-    note("echo " + text);
-    return {record_.echo.value_or(text), std::nullopt};
-  }
-  FlagReply fileExistsAtPath(const std::string &path) override { return answer("exists " + path); }
-  FlagReply moveItemAtPath(const std::string &source, const std::string &target) override {
-    return answer("move " + source + " " + target);
-  }
-  FlagReply removeItemAtPath(const std::string &path) override { return answer("remove " + path); }
-  FlagReply securelyRemoveItemAtPath(const std::string &path) override {
-    return answer("shred " + path);
-  }
-  FlagReply moveToTrashItemAtPath(const std::string &path) override {
-    return answer("trash " + path);
-  }
-  FlagReply truncateFileAtPath(const std::string &path) override {
-    return answer("truncate " + path);
-  }
-  kw::SizeReply sizeOfItemAtPath(const std::string &path) override {
-    note("size " + path);
-    return {record_.size, std::nullopt};
-  }
-  FlagReply removePackageWithID(const std::string &) override { return unexpected(); }
-  FlagReply removeKextAtPath(const std::string &) override { return unexpected(); }
-  FlagReply slimBinaryWithPath(const std::string &, const Strings &) override {
-    return unexpected();
-  }
-  FlagReply removeLaunchdAgentAtPath(const std::string &) override { return unexpected(); }
-  FlagReply enableLaunchdAgentAtPath(const std::string &) override { return unexpected(); }
-  FlagReply disableLaunchdAgentAtPath(const std::string &) override { return unexpected(); }
-  FlagReply removeSMLoginItem(const std::string &) override { return unexpected(); }
-  FlagReply removeGlobalLoginItemForAppWithPath(const std::string &) override {
-    return unexpected();
-  }
-  FlagReply startStartupItem(const std::string &) override { return unexpected(); }
-  FlagReply stopStartupItem(const std::string &) override { return unexpected(); }
-  FlagReply removeLibraryFromLauchdConf(const std::string &) override { return unexpected(); }
-  FlagReply removeASL() override { return unexpected(); }
-  kw::RepairReply repairPermissions(const Progress &) override { return {}; }
-  FlagReply runPeriodicScript(const std::string &) override { return unexpected(); }
-  FlagReply startSpotlightReindex() override { return unexpected(); }
-  FlagReply flushDNS() override { return unexpected(); }
-  kw::DiagnosticLogsReply removeDiagnosticLogs() override { return {}; }
-
-private:
-  void note(const std::string &request) {
-    record_.requests.push_back(request);
-    if (record_.failure)
-      throw *record_.failure;
-  }
-  FlagReply answer(const std::string &request) {
-    note(request);
-    return record_.flag;
-  }
-  FlagReply unexpected() {
-    ADD_FAILURE() << "a request that no command makes";
-    return {};
-  }
-
-  Record &record_;
+// What the agent of these tests answers.
+struct Record {
+  bool success = true; // turned for the Trash, as the agent does
+  std::optional<NS::Error> error;
+  std::int64_t size = 0;
+  std::optional<std::string> echo; // instead of what was sent
+  std::optional<ClientError> failure;
+  Strings buses;
+  Strings requests;
 };
+
+FakeAgent::Answer answer(const Record &record, const kw::AgentMessage &message) {
+  if (record.failure)
+    return *record.failure;
+  NS::XPCValues reply = FakeAgent::usualReply(message);
+  if (message.member == "Echo" && record.echo)
+    reply[0] = *record.echo;
+  for (NS::XPCValue &value : reply) {
+    if (auto *flag = std::get_if<bool>(&value))
+      *flag = *flag == record.success;
+    else if (std::holds_alternative<std::int64_t>(value))
+      value = record.size;
+    else if (std::holds_alternative<std::monostate>(value) && record.error)
+      value = *record.error;
+  }
+  return reply;
+}
 
 class CommandLineTest : public testing::Test {
 protected:
@@ -100,18 +53,26 @@ protected:
       pointers.push_back(argument.c_str());
     out.str("");
     err.str("");
-    record.requests.clear();
+    in.clear();
+    in.str(input);
+    FakeAgent agent([this](const kw::AgentMessage &message) { return answer(record, message); });
     kw::Surroundings surroundings;
     surroundings.out = &out;
     surroundings.err = &err;
-    surroundings.connect = [this](const std::string &bus) {
+    surroundings.in = &in;
+    surroundings.connect = [&](const std::string &bus) {
       record.buses.push_back(bus);
-      return std::make_unique<FakeClient>(record);
+      return agent.client();
     };
-    return kw::runCommandLine(static_cast<int>(pointers.size()), pointers.data(), surroundings);
+    int status =
+        kw::runCommandLine(static_cast<int>(pointers.size()), pointers.data(), surroundings);
+    record.requests = agent.requests();
+    return status;
   }
 
-  FakeClient::Record record;
+  Record record;
+  std::string input; // on standard input
+  std::istringstream in;
   std::ostringstream out;
   std::ostringstream err;
 };
@@ -119,7 +80,7 @@ protected:
 TEST_F(CommandLineTest, repeatsWhatTheAgentSays) {
   EXPECT_EQ(run({"echo", "hello"}), 0);
   EXPECT_EQ(out.str(), "hello\n");
-  EXPECT_EQ(record.requests, Strings{"echo hello"});
+  EXPECT_EQ(record.requests, Strings{"Echo hello"});
   EXPECT_EQ(run({"echo", "hello", "--json"}), 0);
   EXPECT_EQ(out.str(), "{\"command\":\"echo\",\"success\":true,\"text\":\"hello\"}\n");
 }
@@ -131,23 +92,27 @@ TEST_F(CommandLineTest, isNotContentWithAnotherEcho) {
 
 struct Row {
   const char *command;
+  const char *member;
   const char *done;
   const char *failed;
 };
 
 TEST_F(CommandLineTest, tellsWhatHappenedToAnItem) {
-  for (auto [command, done, failed] :
-       {Row{"remove", "Removed /a b\n", "keepwell: /a b could not be removed\n"},
-        Row{"shred", "Shredded /a b\n", "keepwell: /a b could not be shredded\n"},
-        Row{"truncate", "Truncated /a b\n", "keepwell: /a b could not be truncated\n"},
-        Row{"trash", "Moved /a b to the Trash\n",
+  for (auto [command, member, done, failed] :
+       {Row{"remove", "RemoveItemAtPath", "Removed /a b\n",
+            "keepwell: /a b could not be removed\n"},
+        Row{"shred", "SecurelyRemoveItemAtPath", "Shredded /a b\n",
+            "keepwell: /a b could not be shredded\n"},
+        Row{"truncate", "TruncateFileAtPath", "Truncated /a b\n",
+            "keepwell: /a b could not be truncated\n"},
+        Row{"trash", "MoveToTrashItemAtPath", "Moved /a b to the Trash\n",
             "keepwell: /a b could not be moved to the Trash\n"}}) {
-    record.flag = {true, std::nullopt};
+    record.success = true;
     EXPECT_EQ(run({command, "/a b"}), 0) << command;
     EXPECT_EQ(out.str(), done);
     EXPECT_EQ(err.str(), "");
-    EXPECT_EQ(record.requests, Strings{std::string(command) + " /a b"});
-    record.flag = {false, std::nullopt};
+    EXPECT_EQ(record.requests, Strings{std::string(member) + " /a b"});
+    record.success = false;
     EXPECT_EQ(run({command, "/a b"}), 1) << command;
     EXPECT_EQ(out.str(), "");
     EXPECT_EQ(err.str(), failed);
@@ -155,7 +120,8 @@ TEST_F(CommandLineTest, tellsWhatHappenedToAnItem) {
 }
 
 TEST_F(CommandLineTest, givesTheReasonOfTheAgent) {
-  record.flag = {false, NS::fileError(13, "/a", NS::FileAccess::Writing)};
+  record.success = false;
+  record.error = NS::fileError(13, "/a", NS::FileAccess::Writing);
   EXPECT_EQ(run({"remove", "/a"}), 1);
   EXPECT_NE(err.str().find("/a could not be removed: "), std::string::npos) << err.str();
   EXPECT_EQ(run({"--json", "remove", "/a"}), 1);
@@ -170,7 +136,7 @@ TEST_F(CommandLineTest, givesTheReasonOfTheAgent) {
 }
 
 TEST_F(CommandLineTest, takesTheRemovalsWordForSuccessWhateverTheFirstError) {
-  record.flag = {true, NS::fileError(1, "/a", NS::FileAccess::Writing)};
+  record.error = NS::fileError(1, "/a", NS::FileAccess::Writing);
   EXPECT_EQ(run({"remove", "/a"}), 0);
   EXPECT_EQ(out.str(), "Removed /a\n");
 }
@@ -178,7 +144,7 @@ TEST_F(CommandLineTest, takesTheRemovalsWordForSuccessWhateverTheFirstError) {
 TEST_F(CommandLineTest, tellsWhetherAnItemExists) {
   EXPECT_EQ(run({"exists", "/a"}), 0);
   EXPECT_EQ(out.str(), "/a exists\n");
-  record.flag.success = false;
+  record.success = false;
   EXPECT_EQ(run({"exists", "/a"}), 1);
   EXPECT_EQ(out.str(), "/a does not exist\n");
   EXPECT_EQ(run({"exists", "/a", "--json"}), 1);
@@ -188,7 +154,7 @@ TEST_F(CommandLineTest, tellsWhetherAnItemExists) {
 
 TEST_F(CommandLineTest, movesFromOnePathToAnother) {
   EXPECT_EQ(run({"move", "/a", "/b"}), 0);
-  EXPECT_EQ(record.requests, Strings{"move /a /b"});
+  EXPECT_EQ(record.requests, Strings{"MoveItemAtPath /a /b"});
   EXPECT_EQ(out.str(), "Moved /a to /b\n");
   EXPECT_EQ(run({"move", "/a", "/b", "--json"}), 0);
   EXPECT_EQ(out.str(), "{\"command\":\"move\",\"path\":\"/a\",\"destination\":\"/b\","
@@ -199,7 +165,7 @@ TEST_F(CommandLineTest, putsSizesIntoWords) {
   record.size = 1'234'567'890;
   EXPECT_EQ(run({"size", "/a", "/b"}), 0);
   EXPECT_EQ(out.str(), "1.23\u00a0GB\t/a\n1.23\u00a0GB\t/b\n");
-  EXPECT_EQ(record.requests, (Strings{"size /a", "size /b"}));
+  EXPECT_EQ(record.requests, (Strings{"SizeOfItemAtPath /a", "SizeOfItemAtPath /b"}));
   EXPECT_EQ(record.buses.size(), 1u) << "one connection serves all paths";
   EXPECT_EQ(run({"size", "--bytes", "/a"}), 0);
   EXPECT_EQ(out.str(), "1234567890\t/a\n");
@@ -210,7 +176,7 @@ TEST_F(CommandLineTest, putsSizesIntoWords) {
 
 TEST_F(CommandLineTest, endsTheAgent) {
   EXPECT_EQ(run({"terminate"}), 0);
-  EXPECT_EQ(record.requests, Strings{"terminate"});
+  EXPECT_EQ(record.requests, Strings{"PleaseTerminate"});
   EXPECT_EQ(out.str(), "The agent has ended.\n");
 }
 
@@ -220,25 +186,79 @@ TEST_F(CommandLineTest, takesRelativePathsFromItsOwnFolder) {
   std::filesystem::current_path(scratch.path());
   EXPECT_EQ(run({"size", "inner/file", "/absolute"}), 0);
   std::filesystem::current_path(before);
-  EXPECT_EQ(record.requests, (Strings{"size " + scratch.path("inner/file"), "size /absolute"}));
+  EXPECT_EQ(record.requests, (Strings{"SizeOfItemAtPath " + scratch.path("inner/file"),
+                                      "SizeOfItemAtPath /absolute"}));
 }
 
 TEST_F(CommandLineTest, givesTheWorstStatusOfSeveralPaths) {
-  record.flag.success = false;
+  record.success = false;
   EXPECT_EQ(run({"remove", "/a", "/b"}), 1);
   EXPECT_EQ(record.requests.size(), 2u);
+}
+
+TEST_F(CommandLineTest, takesPathsFromStandardInput) {
+  input = std::string("/a b\0/c\nd\0", 10);
+  EXPECT_EQ(run({"remove", "-0"}), 0);
+  EXPECT_EQ(out.str(), "Removed /a b\nRemoved /c\\x0ad\n");
+  EXPECT_EQ(record.requests, (Strings{"RemoveItemAtPath /a b", "RemoveItemAtPath /c\nd"}));
+  input.clear();
+  EXPECT_EQ(run({"remove", "-0"}), 0);
+  EXPECT_TRUE(record.requests.empty());
+}
+
+TEST_F(CommandLineTest, leavesAloneAPathThatMayBeCutOff) {
+  input = std::string("/a\0/home/some", 13);
+  EXPECT_EQ(run({"remove", "-0"}), 2);
+  EXPECT_EQ(record.requests, Strings{"RemoveItemAtPath /a"});
+  EXPECT_NE(err.str().find("not ended by a NUL"), std::string::npos) << err.str();
+}
+
+TEST_F(CommandLineTest, passesOverAnEmptyPathWithAComplaint) {
+  input = std::string("/a\0\0/b\0", 7);
+  EXPECT_EQ(run({"remove", "-0"}), 2);
+  EXPECT_EQ(record.requests, (Strings{"RemoveItemAtPath /a", "RemoveItemAtPath /b"}));
+  EXPECT_EQ(err.str(), "keepwell: a path must not be empty\n");
+}
+
+TEST_F(CommandLineTest, wantsPathsFromOnePlace) {
+  input = std::string("/a\0", 3);
+  EXPECT_EQ(run({"remove", "-0", "/b"}), 2);
+  EXPECT_TRUE(record.requests.empty());
+}
+
+TEST_F(CommandLineTest, tellsThousandsOfAnswersInTheOrderOfThePaths) {
+  std::string expected;
+  input.clear();
+  for (int number = 0; number < 3000; ++number) {
+    std::string path = fmt::format("/{}", number);
+    input.append(path).push_back('\0');
+    expected.append("Removed ").append(path).push_back('\n');
+  }
+  EXPECT_EQ(run({"remove", "-0"}), 0);
+  EXPECT_EQ(out.str(), expected);
+  EXPECT_EQ(record.requests.size(), 3000u);
 }
 
 TEST_F(CommandLineTest, gives3WhenTheAgentCannotBeReachedAndAsksNoMore) {
   record.failure = ClientError(ClientError::Kind::Unreachable, "some.Name", "nobody there");
   EXPECT_EQ(run({"size", "/a", "/b"}), 3);
-  EXPECT_EQ(record.requests, Strings{"size /a"});
+  EXPECT_EQ(record.requests, Strings{"SizeOfItemAtPath /a"});
   EXPECT_EQ(err.str(), "keepwell: the agent cannot be reached: nobody there\n");
   EXPECT_EQ(run({"size", "/a", "--json"}), 3);
   EXPECT_EQ(out.str(), "{\"command\":\"size\",\"path\":\"/a\",\"success\":false,"
                        "\"error\":{\"kind\":\"unreachable\",\"name\":\"some.Name\","
                        "\"description\":\"nobody there\"}}\n");
   EXPECT_EQ(err.str(), "");
+}
+
+TEST_F(CommandLineTest, tellsAnInterruptionFromAnAgentThatWasNeverThere) {
+  record.failure = ClientError(ClientError::Kind::Interrupted, "some.Name", "it went away");
+  EXPECT_EQ(run({"remove", "/a", "/b"}), 3);
+  EXPECT_EQ(record.requests, Strings{"RemoveItemAtPath /a"});
+  EXPECT_EQ(err.str(), "keepwell: the agent ended before it answered; what it had done by then is "
+                       "not known: it went away\n");
+  EXPECT_EQ(run({"remove", "/a", "--json"}), 3);
+  EXPECT_NE(out.str().find("\"kind\":\"interrupted\""), std::string::npos) << out.str();
 }
 
 TEST_F(CommandLineTest, gives1WhenTheAgentRefuses) {

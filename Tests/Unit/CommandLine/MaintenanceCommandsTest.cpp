@@ -2,6 +2,8 @@
 // told.
 #include "CommandLine/CommandLine.h"
 
+#include "Support/FakeAgent.h"
+
 #include "Foundation/Identity.h"
 
 #include <gtest/gtest.h>
@@ -11,72 +13,32 @@
 namespace {
 
 using kw::ClientError;
-using kw::FlagReply;
+using kwtest::FakeAgent;
 using Strings = std::vector<std::string>;
 
 struct Record {
   Strings requests;
   bool success = true;
-  kw::DiagnosticLogsReply erasure;
+  // The unified log's tool.
+  std::string output;
+  std::int64_t status = 0;
+  std::string errorOutput;
+  std::optional<NS::Error> error;
   Strings chunks;
   std::optional<ClientError> failure;
 };
 
-class RecordingClient final : public kw::Client {
-public:
-  explicit RecordingClient(Record &record) : record_(record) {}
-
-  FlagReply removeASL() override { return note("asl"); }
-  FlagReply runPeriodicScript(const std::string &name) override { return note("periodic " + name); }
-  FlagReply startSpotlightReindex() override { return note("reindex"); }
-  FlagReply flushDNS() override { return note("dns"); }
-  kw::DiagnosticLogsReply removeDiagnosticLogs() override {
-    note("log");
-    return record_.erasure;
-  }
-  kw::RepairReply repairPermissions(const Progress &progress) override {
-    note("repair");
-    for (const std::string &chunk : record_.chunks)
-      progress(chunk);
-    return {record_.success, 4711, ""};
-  }
-
-  kw::EchoReply echo(const std::string &text) override { return {text, std::nullopt}; }
-  FlagReply removePackageWithID(const std::string &) override { return note("unexpected"); }
-  FlagReply removeKextAtPath(const std::string &) override { return note("unexpected"); }
-  FlagReply slimBinaryWithPath(const std::string &, const Strings &) override {
-    return note("unexpected");
-  }
-  FlagReply removeLaunchdAgentAtPath(const std::string &) override { return note("unexpected"); }
-  FlagReply enableLaunchdAgentAtPath(const std::string &) override { return note("unexpected"); }
-  FlagReply disableLaunchdAgentAtPath(const std::string &) override { return note("unexpected"); }
-  FlagReply removeSMLoginItem(const std::string &) override { return note("unexpected"); }
-  FlagReply removeGlobalLoginItemForAppWithPath(const std::string &) override {
-    return note("unexpected");
-  }
-  FlagReply startStartupItem(const std::string &) override { return note("unexpected"); }
-  FlagReply stopStartupItem(const std::string &) override { return note("unexpected"); }
-  FlagReply removeLibraryFromLauchdConf(const std::string &) override { return note("unexpected"); }
-  void pleaseTerminate() override { note("unexpected"); }
-  FlagReply fileExistsAtPath(const std::string &) override { return note("unexpected"); }
-  FlagReply moveItemAtPath(const std::string &, const std::string &) override {
-    return note("unexpected");
-  }
-  FlagReply removeItemAtPath(const std::string &) override { return note("unexpected"); }
-  FlagReply securelyRemoveItemAtPath(const std::string &) override { return note("unexpected"); }
-  FlagReply moveToTrashItemAtPath(const std::string &) override { return note("unexpected"); }
-  FlagReply truncateFileAtPath(const std::string &) override { return note("unexpected"); }
-  kw::SizeReply sizeOfItemAtPath(const std::string &) override { return {}; }
-
-private:
-  FlagReply note(const std::string &request) {
-    record_.requests.push_back(request);
-    if (record_.failure)
-      throw *record_.failure;
-    return {record_.success, std::nullopt};
-  }
-  Record &record_;
-};
+FakeAgent::Answer answer(const Record &record, const kw::AgentMessage &message) {
+  if (record.failure)
+    return *record.failure;
+  if (message.member == "RemoveDiagnosticLogs")
+    return NS::XPCValues{record.output, record.status, record.errorOutput,
+                         record.error ? NS::XPCValue(*record.error)
+                                      : NS::XPCValue(std::monostate())};
+  if (message.member == "RepairPermissions")
+    return NS::XPCValues{record.success, std::int32_t{4711}, std::string()};
+  return NS::XPCValues{record.success, std::monostate()};
+}
 
 class MaintenanceCommands : public testing::Test {
 protected:
@@ -84,17 +46,19 @@ protected:
     std::vector<const char *> arguments{"keepwell", "maintenance"};
     for (const std::string &word : words)
       arguments.push_back(word.c_str());
-    record.requests.clear();
+    FakeAgent agent([this](const kw::AgentMessage &message) { return answer(record, message); });
+    agent.setChunks(record.chunks);
     out.str("");
     err.str("");
     kw::Surroundings surroundings;
     surroundings.out = &out;
     surroundings.err = &err;
-    surroundings.connect = [this](const std::string &) {
-      return std::make_unique<RecordingClient>(record);
-    };
+    surroundings.connect = [&](const std::string &) { return agent.client(); };
     surroundings.outIsTerminal = outIsTerminal;
-    return kw::runCommandLine(static_cast<int>(arguments.size()), arguments.data(), surroundings);
+    int status =
+        kw::runCommandLine(static_cast<int>(arguments.size()), arguments.data(), surroundings);
+    record.requests = agent.requests();
+    return status;
   }
 
   Record record;
@@ -109,19 +73,19 @@ struct Row {
 
 const std::vector<Row> flagRows = {
     {{"erase-asl"},
-     "asl",
+     "RemoveASL",
      "Erased the system log store\n",
      "keepwell: the system log store could not be erased\n"},
     {{"flush-dns"},
-     "dns",
+     "FlushDNS",
      "Flushed the caches of names\n",
      "keepwell: the caches of names could not be flushed\n"},
     {{"periodic", "daily"},
-     "periodic daily",
+     "RunPeriodicScript daily",
      "Ran the periodic scripts daily\n",
      "keepwell: daily could not be run\n"},
     {{"reindex-spotlight"},
-     "reindex",
+     "StartSpotlightReindex",
      "Asked for a new search index\n",
      "keepwell: a new search index could not be asked for\n"},
 };
@@ -167,10 +131,12 @@ TEST_F(MaintenanceCommands, tellThatNobodyAnswers) {
 }
 
 TEST_F(MaintenanceCommands, passOnWhatTheLogToolSaid) {
-  record.erasure = {"gone \x1b[1m\n", 0, "", std::nullopt};
+  record.output = "gone \x1b[1m\n";
   EXPECT_EQ(run({"erase-unified-log"}), 0);
   EXPECT_EQ(out.str(), "gone \\x1b[1m\nErased the unified log\n");
-  record.erasure = {"", 77, "not you\n", std::nullopt};
+  record.output.clear();
+  record.status = 77;
+  record.errorOutput = "not you\n";
   EXPECT_EQ(run({"erase-unified-log"}), 1);
   EXPECT_EQ(out.str(), "");
   EXPECT_EQ(err.str(), "keepwell: not you\nkeepwell: the unified log could not be erased: its tool "
@@ -182,10 +148,11 @@ TEST_F(MaintenanceCommands, passOnWhatTheLogToolSaid) {
 
 TEST_F(MaintenanceCommands, judgeTheErasureByItsErrorToo) {
   NS::Error error(kw::kTaskRunnerErrorDomain, 0, {{"NSLocalizedDescription", "no such tool"}});
-  record.erasure = {"", -1, "", error};
+  record.status = -1;
+  record.error = error;
   EXPECT_EQ(run({"erase-unified-log"}), 1);
   EXPECT_EQ(err.str(), "keepwell: the unified log could not be erased: no such tool\n");
-  record.erasure.status = 0;
+  record.status = 0;
   EXPECT_EQ(run({"erase-unified-log"}), 1) << "an error without a bad status is one as well";
 }
 

@@ -1,6 +1,7 @@
 // The commands for services: which request each makes, and how it is told.
 #include "CommandLine/CommandLine.h"
 
+#include "Support/FakeAgent.h"
 #include "Support/FakeLaunchd.h"
 #include "Support/ScratchFolder.h"
 
@@ -13,77 +14,23 @@
 namespace {
 
 using kw::ClientError;
-using kw::FlagReply;
+using kwtest::FakeAgent;
 using Strings = std::vector<std::string>;
 
 struct Record {
   Strings requests;
   bool success = true;
-  // Thrown by all but the echo.
+  bool agentEnds = false; // where it may
   std::optional<ClientError> failure;
 };
 
-class RecordingClient final : public kw::Client {
-public:
-  explicit RecordingClient(Record &record) : record_(record) {}
-
-  kw::EchoReply echo(const std::string &text) override {
-    record_.requests.push_back("echo");
-    return {text, std::nullopt};
-  }
-  FlagReply removePackageWithID(const std::string &id) override { return note("package " + id); }
-  FlagReply removeKextAtPath(const std::string &path) override { return note("kext " + path); }
-  FlagReply slimBinaryWithPath(const std::string &path, const Strings &archs) override {
-    std::string request = "slim " + path;
-    for (const std::string &each : archs)
-      request += "|" + each;
-    return note(request);
-  }
-  FlagReply removeLaunchdAgentAtPath(const std::string &path) override {
-    return note("remove " + path);
-  }
-  FlagReply enableLaunchdAgentAtPath(const std::string &path) override {
-    return note("enable " + path);
-  }
-  FlagReply disableLaunchdAgentAtPath(const std::string &path) override {
-    return note("disable " + path);
-  }
-  FlagReply removeSMLoginItem(const std::string &id) override { return note("sm " + id); }
-  FlagReply removeGlobalLoginItemForAppWithPath(const std::string &path) override {
-    return note("global " + path);
-  }
-  FlagReply startStartupItem(const std::string &name) override { return note("start " + name); }
-  FlagReply stopStartupItem(const std::string &name) override { return note("stop " + name); }
-  FlagReply removeLibraryFromLauchdConf(const std::string &path) override {
-    return note("library " + path);
-  }
-
-  void pleaseTerminate() override { note("unexpected"); }
-  FlagReply fileExistsAtPath(const std::string &) override { return note("unexpected"); }
-  FlagReply moveItemAtPath(const std::string &, const std::string &) override {
-    return note("unexpected");
-  }
-  FlagReply removeItemAtPath(const std::string &) override { return note("unexpected"); }
-  FlagReply securelyRemoveItemAtPath(const std::string &) override { return note("unexpected"); }
-  FlagReply moveToTrashItemAtPath(const std::string &) override { return note("unexpected"); }
-  FlagReply truncateFileAtPath(const std::string &) override { return note("unexpected"); }
-  kw::SizeReply sizeOfItemAtPath(const std::string &) override { return {}; }
-  FlagReply removeASL() override { return note("unexpected"); }
-  kw::RepairReply repairPermissions(const Progress &) override { return {}; }
-  FlagReply runPeriodicScript(const std::string &) override { return note("unexpected"); }
-  FlagReply startSpotlightReindex() override { return note("unexpected"); }
-  FlagReply flushDNS() override { return note("unexpected"); }
-  kw::DiagnosticLogsReply removeDiagnosticLogs() override { return {}; }
-
-private:
-  FlagReply note(const std::string &request) {
-    record_.requests.push_back(request);
-    if (record_.failure)
-      throw *record_.failure;
-    return {record_.success, std::nullopt};
-  }
-  Record &record_;
-};
+FakeAgent::Answer answer(const Record &record, const kw::AgentMessage &message) {
+  if (record.failure)
+    return *record.failure;
+  if (record.agentEnds && message.mayEndAgent)
+    return NS::XPCValues{};
+  return NS::XPCValues{record.success, std::monostate()};
+}
 
 class ServiceCommands : public testing::Test {
 protected:
@@ -91,13 +38,17 @@ protected:
     std::vector<const char *> arguments{"keepwell"};
     for (const std::string &word : words)
       arguments.push_back(word.c_str());
-    record.requests.clear();
+    FakeAgent agent([this](const kw::AgentMessage &message) { return answer(record, message); });
     out.str("");
     err.str("");
-    kw::Surroundings surroundings{&out, &err, [this](const std::string &) {
-                                    return std::make_unique<RecordingClient>(record);
-                                  }};
-    return kw::runCommandLine(static_cast<int>(arguments.size()), arguments.data(), surroundings);
+    kw::Surroundings surroundings;
+    surroundings.out = &out;
+    surroundings.err = &err;
+    surroundings.connect = [&](const std::string &) { return agent.client(); };
+    int status =
+        kw::runCommandLine(static_cast<int>(arguments.size()), arguments.data(), surroundings);
+    record.requests = agent.requests();
+    return status;
   }
 
   Record record;
@@ -110,17 +61,19 @@ TEST_F(ServiceCommands, eachMakesItsOneRequest) {
     std::string request;
   };
   for (const Row &row :
-       {Row{{"launchd", "enable", "/j"}, "enable /j"},
-        Row{{"launchd", "disable", "/j"}, "disable /j"},
-        Row{{"launchd", "remove", "/j"}, "remove /j"},
-        Row{{"startup", "start", "A b"}, "start A b"}, Row{{"startup", "stop", "x"}, "stop x"},
-        Row{{"login-item", "remove-global", "/A.app"}, "global /A.app"},
-        Row{{"login-item", "remove-sm", "org.x"}, "sm org.x"},
-        Row{{"kext", "remove", "/k.kext"}, "kext /k.kext"},
-        Row{{"package", "forget", "org.p"}, "package org.p"},
-        Row{{"launchd-conf", "remove-library", "lib x"}, "library lib x"},
+       {Row{{"launchd", "enable", "/j"}, "EnableLaunchdAgentAtPath /j"},
+        Row{{"launchd", "disable", "/j"}, "DisableLaunchdAgentAtPath /j"},
+        Row{{"launchd", "remove", "/j"}, "RemoveLaunchdAgentAtPath /j"},
+        Row{{"startup", "start", "A b"}, "StartStartupItem A b"},
+        Row{{"startup", "stop", "x"}, "StopStartupItem x"},
+        Row{{"login-item", "remove-global", "/A.app"},
+            "RemoveGlobalLoginItemForAppWithPath /A.app"},
+        Row{{"login-item", "remove-sm", "org.x"}, "RemoveSMLoginItem org.x"},
+        Row{{"kext", "remove", "/k.kext"}, "RemoveKextAtPath /k.kext"},
+        Row{{"package", "forget", "org.p"}, "RemovePackageWithID org.p"},
+        Row{{"launchd-conf", "remove-library", "lib x"}, "RemoveLibraryFromLauchdConf lib x"},
         Row{{"slim", "/b", "--arch", "x86_64", "--arch", "arm64"},
-            "slim /b|--arch|x86_64|--arch|arm64"}}) {
+            "SlimBinaryWithPath /b|--arch|x86_64|--arch|arm64"}}) {
     EXPECT_EQ(run(row.words), kw::ExitDone);
     EXPECT_EQ(record.requests, Strings{row.request});
     EXPECT_NE(out.str(), "") << row.request;
@@ -145,9 +98,9 @@ TEST_F(ServiceCommands, tellProgramsInJSON) {
 
 TEST_F(ServiceCommands, makeRelativePathsAbsoluteAndLeaveNamesAlone) {
   run({"launchd", "enable", "j"});
-  EXPECT_EQ(record.requests, Strings{"enable " + kw::absolutePath("j")});
+  EXPECT_EQ(record.requests, Strings{"EnableLaunchdAgentAtPath " + kw::absolutePath("j")});
   run({"startup", "start", "j"});
-  EXPECT_EQ(record.requests, Strings{"start j"});
+  EXPECT_EQ(record.requests, Strings{"StartStartupItem j"});
 }
 
 TEST_F(ServiceCommands, asTheyStandAreIncompleteWithoutAVerbOrAnArgument) {
@@ -171,9 +124,10 @@ TEST_F(ServiceCommands, withoutAnAgentSaySo) {
 
 TEST_F(ServiceCommands, takeTheEndOfTheAgentForTheRemovalOfItsOwnJob) {
   const std::string own = "/Library/LaunchDaemons/org.keepwell.pro.agent.plist";
-  record.failure = ClientError(ClientError::Kind::Unreachable, "org.example.Error", "ended");
+  record.agentEnds = true;
   EXPECT_EQ(run({"launchd", "remove", own}), kw::ExitDone);
-  EXPECT_EQ(record.requests, (Strings{"echo", "remove " + own}));
+  EXPECT_EQ(record.requests, Strings{"RemoveLaunchdAgentAtPath " + own});
+  record.failure = ClientError(ClientError::Kind::Interrupted, "org.example.Error", "ended");
   EXPECT_EQ(run({"launchd", "remove", "/other"}), kw::ExitUnreachable);
   record.failure = ClientError(ClientError::Kind::Refused, "org.example.Error", "no");
   EXPECT_EQ(run({"launchd", "remove", own}), kw::ExitRefused);

@@ -1,0 +1,76 @@
+// Paths as arguments and from standard input.
+#include "CommandLine/PathRequests.h"
+
+#include <CLI/CLI.hpp>
+#include <istream>
+
+namespace kw {
+
+CLI::Option *declarePath(CLI::Option *option, const char *typeName) {
+  return option->type_name(typeName)->check([](const std::string &path) {
+    return path.empty() ? std::string("a path must not be empty") : std::string();
+  });
+}
+
+std::shared_ptr<PathArguments> declarePaths(CLI::App &arguments) {
+  auto paths = std::make_shared<PathArguments>();
+  CLI::Option *given =
+      declarePath(arguments.add_option("paths", paths->given, "Files or folders"), "PATH");
+  CLI::Option *fromInput = arguments.add_flag(
+      "-0,--null", paths->fromStandardInput,
+      "Read the paths from standard input, each ended by a NUL, as find -print0 writes them");
+  given->excludes(fromInput);
+  return paths;
+}
+
+void requirePaths(const PathArguments &arguments) {
+  if (arguments.given.empty() && !arguments.fromStandardInput)
+    throw UsageError("PATH is required, or -0 to read paths from standard input");
+}
+
+namespace {
+
+[[noreturn]] void refuse(const char *reason) {
+  throw ClientError(ClientError::Kind::BadArgument, "", reason);
+}
+
+} // namespace
+
+std::optional<std::string> PathSource::next() {
+  if (!arguments_.fromStandardInput)
+    return index_ < arguments_.given.size()
+               ? std::optional(absolutePath(arguments_.given[index_++]))
+               : std::nullopt;
+  std::string path;
+  if (!input_ || !std::getline(*input_, path, '\0'))
+    return std::nullopt;
+  // Whoever wrote it may have been stopped in mid-path, and what is left of it
+  // may name another item.
+  if (input_->eof())
+    refuse("the last path on standard input is not ended by a NUL and is left alone");
+  if (path.empty())
+    refuse("a path must not be empty");
+  return absolutePath(path);
+}
+
+int tellForEachPath(Session &session, const char *command, PathSource paths,
+                    const std::function<int(const std::string &path)> &tell) {
+  int status = ExitDone;
+  for (bool isAtEnd = false; !isAtEnd;) {
+    JSONObject request = pathRequest(command, "");
+    status = worse(status, reportingFailures(session, request, [&] {
+                     std::optional<std::string> path = paths.next();
+                     isAtEnd = !path.has_value();
+                     return path ? tell(*path) : ExitDone;
+                   }));
+  }
+  return status;
+}
+
+JSONObject pathRequest(const char *command, const std::string &path) {
+  JSONObject request;
+  request.add("command", command).add("path", path);
+  return request;
+}
+
+} // namespace kw

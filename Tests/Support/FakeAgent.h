@@ -1,0 +1,252 @@
+// An agent without a bus: notes what it is asked and answers as the test says,
+// over connections that can be broken.
+#pragma once
+
+#include "Client/AgentConnection.h"
+#include "Client/ClientMaker.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace kwtest {
+
+// Thread-safe. Must outlive its clients.
+class FakeAgent {
+public:
+  using Answer = std::variant<NS::XPCValues, kw::ClientError>;
+  using Handler = std::function<Answer(const kw::AgentMessage &message)>;
+
+  // Without a handler every request gets what suits its kinds, with YES and
+  // without errors.
+  explicit FakeAgent(Handler handler = nullptr) : handler_(std::move(handler)) {}
+
+  std::unique_ptr<kw::Client> client() {
+    return kw::ClientMaker::make([this] { return connect(); });
+  }
+
+  // Requests are kept without an answer until they are released.
+  void hold() {
+    std::lock_guard lock(mutex_);
+    holding_ = true;
+  }
+  void release() {
+    change([this] {
+      holding_ = false;
+      for (auto &[number, message] : std::exchange(held_, {}))
+        answer(number, message);
+    });
+  }
+  void sendProgress(const std::string &chunk) {
+    change([&] { arrived_.emplace_back(chunk); });
+  }
+  // Sent before the reply to each request that has progress.
+  void setChunks(std::vector<std::string> chunks) {
+    std::lock_guard lock(mutex_);
+    chunks_ = std::move(chunks);
+  }
+  // The connection ends, what is held goes with it.
+  void breakConnection() {
+    change([this] {
+      broken_ = true;
+      held_.clear();
+      arrived_.clear();
+    });
+  }
+  // Further connections cannot be made.
+  void refuseConnections(bool refuse = true) {
+    std::lock_guard lock(mutex_);
+    refusing_ = refuse;
+  }
+  // The next request cannot be sent and finds the connection ended.
+  void failNextSends(int count) {
+    std::lock_guard lock(mutex_);
+    failingSends_ = count;
+  }
+
+  void waitUntilSent(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return sent_.size() >= count; });
+  }
+  std::vector<kw::AgentMessage> sent() {
+    std::lock_guard lock(mutex_);
+    return sent_;
+  }
+  // As "Member argument argument".
+  std::vector<std::string> requests() {
+    std::vector<std::string> lines;
+    for (const kw::AgentMessage &message : sent()) {
+      lines.push_back(message.member);
+      for (const NS::XPCValue &argument : message.arguments)
+        lines.back() += describe(argument);
+    }
+    return lines;
+  }
+  int connections() {
+    std::lock_guard lock(mutex_);
+    return connections_;
+  }
+  std::size_t mostHeld() {
+    std::lock_guard lock(mutex_);
+    return mostHeld_;
+  }
+  void forget() {
+    std::lock_guard lock(mutex_);
+    sent_.clear();
+  }
+  void setHandler(Handler handler) {
+    std::lock_guard lock(mutex_);
+    handler_ = std::move(handler);
+  }
+
+  // What suits the kinds that a message asks for.
+  static NS::XPCValues usualReply(const kw::AgentMessage &message) {
+    NS::XPCValues values;
+    for (NS::XPCKind kind : message.replyKinds)
+      values.push_back(usualValue(kind, message));
+    return values;
+  }
+
+private:
+  using Number = kw::AgentConnection::Number;
+  using Arrival = std::variant<std::pair<Number, Answer>, std::string>;
+
+  class Connection final : public kw::AgentConnection {
+  public:
+    explicit Connection(FakeAgent &agent) : agent_(agent) {}
+    void send(Number number, const kw::AgentMessage &message) override {
+      agent_.send(number, message);
+    }
+    void wait(Receiver &receiver, std::optional<Clock::time_point> until) override {
+      agent_.wait(receiver, until);
+    }
+    void wake() override {
+      agent_.change([this] { agent_.woken_ = true; });
+    }
+
+  private:
+    FakeAgent &agent_;
+  };
+
+  static kw::ClientError ended() {
+    return {kw::ClientError::Kind::Unreachable, "Disconnected", "the connection has ended"};
+  }
+
+  static std::string describe(const NS::XPCValue &value) {
+    if (const auto *text = std::get_if<std::string>(&value))
+      return " " + *text;
+    std::string all;
+    for (const std::string &text : std::get<std::vector<std::string>>(value))
+      all += "|" + text;
+    return all;
+  }
+
+  static NS::XPCValue usualValue(NS::XPCKind kind, const kw::AgentMessage &message) {
+    switch (kind) {
+    case NS::XPCKind::Flag:
+      return message.member != "MoveToTrashItemAtPath"; // the flag says the opposite
+    case NS::XPCKind::Int32:
+      return std::int32_t{0};
+    case NS::XPCKind::Int64:
+      return std::int64_t{0};
+    case NS::XPCKind::String:
+      return message.member == "Echo" ? message.arguments.at(0) : NS::XPCValue(std::string());
+    case NS::XPCKind::StringArray:
+      return std::vector<std::string>();
+    case NS::XPCKind::Error:
+      break;
+    }
+    return std::monostate();
+  }
+
+  template <typename Work> void change(Work work) {
+    {
+      std::lock_guard lock(mutex_);
+      work();
+    }
+    changed_.notify_all();
+  }
+
+  std::unique_ptr<kw::AgentConnection> connect() {
+    std::lock_guard lock(mutex_);
+    if (refusing_)
+      throw kw::ClientError(kw::ClientError::Kind::Unreachable, "NoServer", "no bus");
+    ++connections_;
+    broken_ = false;
+    return std::make_unique<Connection>(*this);
+  }
+
+  void answer(Number number, const kw::AgentMessage &message) {
+    if (message.hasProgress)
+      arrived_.insert(arrived_.end(), chunks_.begin(), chunks_.end());
+    arrived_.emplace_back(
+        std::pair(number, handler_ ? handler_(message) : Answer(usualReply(message))));
+  }
+
+  void send(Number number, const kw::AgentMessage &message) {
+    change([&] {
+      if (broken_)
+        throw ended();
+      if (failingSends_ > 0) {
+        --failingSends_;
+        throw ended();
+      }
+      sent_.push_back(message);
+      if (!holding_)
+        return answer(number, message);
+      held_.emplace_back(number, message);
+      mostHeld_ = std::max(mostHeld_, held_.size());
+    });
+  }
+
+  void wait(kw::AgentConnection::Receiver &receiver,
+            std::optional<kw::AgentConnection::Clock::time_point> until) {
+    std::unique_lock lock(mutex_);
+    auto due = [this] { return !arrived_.empty() || woken_ || broken_; };
+    if (until)
+      changed_.wait_until(lock, *until, due);
+    else
+      changed_.wait(lock, due);
+    woken_ = false;
+    for (Arrival &arrival : std::exchange(arrived_, {})) {
+      lock.unlock();
+      deliver(receiver, arrival);
+      lock.lock();
+    }
+    if (broken_)
+      throw ended();
+  }
+
+  static void deliver(kw::AgentConnection::Receiver &receiver, Arrival &arrival) {
+    if (const auto *chunk = std::get_if<std::string>(&arrival))
+      return receiver.progressed(*chunk);
+    auto &[number, answer] = std::get<std::pair<Number, Answer>>(arrival);
+    if (const auto *error = std::get_if<kw::ClientError>(&answer))
+      receiver.failed(number, *error);
+    else
+      receiver.received(number, std::get<NS::XPCValues>(std::move(answer)));
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  Handler handler_;
+  std::vector<kw::AgentMessage> sent_;
+  std::deque<std::pair<Number, kw::AgentMessage>> held_;
+  std::deque<Arrival> arrived_;
+  std::vector<std::string> chunks_;
+  std::size_t mostHeld_ = 0;
+  int connections_ = 0;
+  int failingSends_ = 0;
+  bool holding_ = false;
+  bool refusing_ = false;
+  bool broken_ = false;
+  bool woken_ = false;
+};
+
+} // namespace kwtest
