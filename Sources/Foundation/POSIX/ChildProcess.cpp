@@ -26,6 +26,13 @@ ChildOutcome outcomeFromWaitStatus(int status) {
   return {false, WEXITSTATUS(status)};
 }
 
+template <typename Call> ssize_t retrying(Call call) {
+  ssize_t result = call();
+  while (result < 0 && errno == EINTR)
+    result = call();
+  return result;
+}
+
 struct WatchedChild {
   std::shared_ptr<ChildProcess> child;
   int exitDescriptor; // -1 for a child that must be asked
@@ -44,6 +51,7 @@ private:
 
   std::mutex mutex_; // guards the start and the newcomers
   bool started_ = false;
+  bool isAwake_ = false; // a byte stands in the pipe
   ChildSlot newcomers_;
   descriptors::PipeEnds wake_ = {-1, -1};
   std::vector<WatchedChild> watched_; // used by the thread alone
@@ -72,13 +80,11 @@ void Reaper::prepare() {
 
 void Reaper::adopt(ChildSlot slot) noexcept {
   std::lock_guard lock(mutex_);
-  // One byte stands in the pipe exactly while there are newcomers, so that
-  // this write never has to wait.
-  if (newcomers_.empty()) {
-    ssize_t written = ::write(wake_.writing, "", 1);
-    static_cast<void>(written);
-  }
   newcomers_.splice(newcomers_.end(), slot);
+  // One byte stands in the pipe while there are newcomers, so that this write
+  // never has to wait. One that fails is made good by the next.
+  if (!isAwake_)
+    isAwake_ = retrying([&] { return ::write(wake_.writing, "", 1); }) == 1;
 }
 
 void Reaper::run() {
@@ -93,11 +99,12 @@ void Reaper::takeNewcomers() {
   ChildSlot arrived;
   {
     std::lock_guard lock(mutex_);
-    if (newcomers_.empty())
+    if (newcomers_.empty() && !isAwake_)
       return;
+    // A byte that stayed would keep this thread from ever waiting again.
     char byte;
-    ssize_t count = ::read(wake_.reading, &byte, 1);
-    static_cast<void>(count);
+    if (isAwake_)
+      isAwake_ = retrying([&] { return ::read(wake_.reading, &byte, 1); }) != 1;
     arrived.swap(newcomers_);
   }
   for (std::shared_ptr<ChildProcess> &child : arrived) {

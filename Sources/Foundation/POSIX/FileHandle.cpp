@@ -103,10 +103,10 @@ public:
 
   // Returns when no call is under way, but at once from within a call.
   void stop() {
-    if (!stopping_.exchange(true)) {
-      ssize_t written = ::write(wake_.writing, "", 1);
-      static_cast<void>(written); // an empty pipe takes one byte
-    }
+    // An empty pipe takes one byte.
+    if (!stopping_.exchange(true))
+      while (::write(wake_.writing, "", 1) < 0 && errno == EINTR)
+        continue;
     if (current() == this)
       return;
     std::lock_guard lock(joinMutex_);
