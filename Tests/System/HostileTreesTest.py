@@ -222,7 +222,8 @@ class HostileTreesTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.root = cls.enterClassContext(ThrowAwayRoot(descriptor_limit=cls.DESCRIPTORS,
-                                                       in_memory=True))
+                                                       in_memory=True,
+                                                       inodes=3 * ENTRIES + 100_000))
         cls.operations = Operations(cls.root)
         cls.canaries = trees.Canaries(cls.root.host_path(f"{ARENA}/outside"))
         cls.addClassCleanup(cls.canaries.unlock)

@@ -71,6 +71,7 @@ class PrivateBus:
         self._daemon = None
         self._clients = []
         self.descriptor_limit = descriptor_limit
+        self.agent_prefix = ""  # words before the path of the agent, and a blank
         self.address = f"unix:path={folder}/bus"
 
     # What ThrowAwayRoot replaces.
@@ -106,7 +107,7 @@ class PrivateBus:
         os.makedirs(services, exist_ok=True)
         with open(self.host_path(f"{self.folder}/start"), "w", encoding="utf-8") as file:
             limit = f"ulimit -n {self.descriptor_limit}\n" if self.descriptor_limit else ""
-            file.write(f"#!/bin/sh\n{limit}exec {self._confined(agent)}\n")
+            file.write(f"#!/bin/sh\n{limit}exec {self._confined(self.agent_prefix + agent)}\n")
             os.fchmod(file.fileno(), 0o755)
         with open(f"{services}/{NAME}.service", "w", encoding="utf-8") as file:
             file.write(f"[D-BUS Service]\nName={NAME}\nExec={self.folder}/start\n")

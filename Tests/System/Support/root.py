@@ -23,10 +23,12 @@ def mount(*arguments):
 
 
 class ThrowAwayRoot(PrivateBus):
-    def __init__(self, descriptor_limit=None, size="4G", start=True, in_memory=False):
+    def __init__(self, descriptor_limit=None, size="4G", start=True, in_memory=False,
+                 inodes=600_000):
         super().__init__(_SCRATCH, descriptor_limit)
         self._in_memory = in_memory  # the disk too, for trees that wear out a real one
         self._size = size
+        self._inodes = inodes
         self._start = start
         self._base = None
         self.root = None
@@ -56,7 +58,7 @@ class ThrowAwayRoot(PrivateBus):
             mount("-t", "tmpfs", "tmpfs", base)
         with open(image, "wb") as file:
             file.truncate(int(self._size[:-1]) << 30)
-        subprocess.run(["mkfs.ext4", "-q", "-F", "-N", "600000", "-E", "lazy_itable_init=1",
+        subprocess.run(["mkfs.ext4", "-q", "-F", "-N", str(self._inodes), "-E", "lazy_itable_init=1",
                         image], check=True, capture_output=True)
         for folder in (disk, self.root):
             os.mkdir(folder)

@@ -1,0 +1,93 @@
+"""Each call that a request makes fails once, with each error that it may give:
+the answer tells of what was done, what stands there goes with it, the next
+request works, and nothing is left in the process.
+
+KEEPWELL_FAULTS=full tries every error of every call; otherwise each call fails
+with one of its errors, another at each call."""
+import os
+import unittest
+
+from Support import harness, scenes, trees
+from Support.bus import is_running, wait_until
+from Support.faults import FaultyRoot
+from Support.root import DATA
+
+FULL = os.environ.get("KEEPWELL_FAULTS") == "full"
+MOST_MEMORY = 4 << 20  # that may have come to be held after all faults of a scene
+
+
+class FaultTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.root = cls.enterClassContext(FaultyRoot())
+        trees.mount("-t", "tmpfs", "tmpfs", cls.root.host_path(cls.root.mkdir(scenes.FAR)))
+        cls.canaries = trees.Canaries(cls.root.host_path("/tmp/outside"))
+        cls.addClassCleanup(cls.canaries.unlock)
+        cls.client = cls.root.client(timeout=30)
+
+    def held(self):
+        """What the process holds: descriptors, threads, children."""
+        process = f"/proc/{self.pid}"
+        threads = os.listdir(f"{process}/task")
+        children = ""
+        for thread in threads:
+            with open(f"{process}/task/{thread}/children", encoding="utf-8") as file:
+                children += file.read()
+        return len(os.listdir(f"{process}/fd")), len(threads), children
+
+    def memory(self):
+        with open(f"/proc/{self.pid}/status", encoding="utf-8") as file:
+            return next(int(line.split()[1]) << 10 for line in file if line.startswith("VmRSS"))
+
+    def wait_until_held(self, before):
+        """Threads end a little after the answer; nothing may be left of the rest."""
+        try:
+            wait_until(lambda: all(now <= then for now, then in zip(self.held(), before)), 5)
+        except TimeoutError:
+            self.assertEqual(self.held(), before)
+
+    def run_once(self, scene, number=0, error=0):
+        """The complaint, the flag and the names of the calls that were made."""
+        scene.prepare()
+        self.root.faults.arm(number, error)
+        flag = scene.ask(self.client)
+        calls = self.root.faults.disarm()
+        failed = calls[number - 1] if 0 < number <= len(calls) else None
+        return scene.complaint(flag, failed), flag, calls
+
+    def check_scene(self, kind):
+        scene = kind(self.root)
+        for _ in range(3):  # what is opened, started or kept at the first use is there then
+            complaint, usual, calls = self.run_once(scene)
+            self.assertEqual((complaint, scene.leftovers()), ("", []))
+        self.assertGreater(len(calls), 0)
+        self.pid = self.root.agent_pid()
+        held, memory, runs, changed = self.held(), self.memory(), 0, 0
+        for number, name in enumerate(calls, 1):
+            errors = scenes.PLAUSIBLE[name]
+            for error in errors if FULL else [errors[number % len(errors)]]:
+                with self.subTest(scene=kind.__name__, call=f"{number} {name}", error=error):
+                    complaint, flag, made = self.run_once(scene, number, error)
+                    self.assertEqual(complaint, "")
+                    self.assertTrue(is_running(self.pid))
+                    self.wait_until_held(held)
+                    runs += len(made) >= number
+                    changed += flag != usual
+                    if scene.leftovers():
+                        complaint, *_ = self.run_once(scene)
+                        self.assertEqual((complaint, scene.leftovers()), ("", []))
+        self.assertEqual(self.run_once(scene)[0], "")
+        self.assertEqual(self.canaries.damage(), [])
+        grown = self.memory() - memory
+        print(f"{kind.__name__}: {len(calls)} calls, {runs} faults, {changed} other answers, "
+              f"{grown >> 10} KiB kept", flush=True)
+        self.assertLess(grown, MOST_MEMORY)
+
+    def test_each_call_of_each_request_fails_once(self):
+        for kind in scenes.ALL:
+            self.root.empty(DATA)
+            self.check_scene(kind)
+
+
+if __name__ == "__main__":
+    harness.main()

@@ -1,0 +1,103 @@
+"""The agent is killed in the middle of what must be done wholly or not at all:
+just before each of its calls, and at random moments. Afterwards the old or the
+new stands there, and the next request clears away what was left.
+
+KEEPWELL_KILLS says how many times it is killed in all; about 60 without it."""
+import os
+import random
+import signal
+import threading
+import time
+import unittest
+
+from Support import harness, scenes, trees
+from Support.bus import is_running, wait_until
+from Support.faults import FaultyRoot
+from Support.rawbus import BusError
+
+KILLS = int(os.environ.get("KEEPWELL_KILLS", "60"))
+NO_REPLY = "org.freedesktop.DBus.Error.NoReply"
+
+
+class KillTest(unittest.TestCase):
+    def setUp(self):
+        self.root = self.enterContext(FaultyRoot())
+        trees.mount("-t", "tmpfs", "tmpfs", self.root.host_path(self.root.mkdir(scenes.FAR)))
+        self.random = random.Random(0)
+        self.after = {}  # how often each outcome was seen
+
+    def ask(self, scene):
+        """The flag; None when the agent ended before its answer."""
+        client = self.root.client()
+        try:
+            return scene.ask(client)
+        except BusError as error:
+            self.assertEqual(error.name, NO_REPLY)
+            return None
+        finally:
+            client.close()
+
+    def check(self, scene, flag):
+        self.assertEqual(scene.complaint(flag), "")
+        left = bool(scene.leftovers())
+        self.after[flag, left] = self.after.get((flag, left), 0) + 1
+        if left:
+            # Whoever works there next clears it away.
+            scene.prepare_again()
+            self.assertTrue(self.ask(scene))
+            self.assertEqual(scene.leftovers(), [])
+
+    def calls_of(self, scene):
+        scene.prepare()
+        self.ask(scene)
+        scene.prepare()
+        self.root.faults.arm()
+        self.assertTrue(self.ask(scene))
+        return len(self.root.faults.disarm())
+
+    def kill_before_call(self, scene, number):
+        scene.prepare()
+        self.root.busctl("Echo", "s", "started")
+        self.root.faults.arm(number, scenes.KILL)
+        flag = self.ask(scene)
+        self.root.faults.disarm()
+        self.check(scene, flag)
+
+    def kill_at_random(self, scene, duration):
+        scene.prepare()
+        self.root.busctl("Echo", "s", "started")
+        pid = self.root.agent_pid()
+        moment = self.random.uniform(0, duration)
+        killer = threading.Thread(target=lambda: (time.sleep(moment),
+                                                  os.kill(pid, signal.SIGKILL)))
+        killer.start()
+        flag = self.ask(scene)
+        killer.join()
+        wait_until(lambda: not is_running(pid))
+        self.check(scene, flag)
+
+    def test_the_old_or_the_new_is_there_whenever_the_agent_is_killed(self):
+        each = max(2, KILLS // (2 * len(scenes.ATOMIC)))
+        for kind in scenes.ATOMIC:
+            with self.subTest(scene=kind.__name__):
+                scene = kind(self.root)
+                count = self.calls_of(scene)
+                numbers = sorted(self.random.sample(range(1, count + 1), min(each, count)))
+                for number in numbers:
+                    self.kill_before_call(scene, number)
+                start = time.monotonic()
+                scene.prepare()
+                self.ask(scene)
+                duration = time.monotonic() - start
+                for _ in range(2 * each - len(numbers)):
+                    self.kill_at_random(scene, duration)
+                told = ", ".join(f"{times} times answer {flag}{' with leftovers' if left else ''}"
+                                 for (flag, left), times in self.after.items())
+                print(f"{kind.__name__}: {len(numbers)} kills before a call of {count}, "
+                      f"{2 * each - len(numbers)} at random: {told}", flush=True)
+                self.assertIn(None, [flag for flag, _ in self.after])
+                self.after.clear()
+
+
+if __name__ == "__main__":
+    harness.main()
