@@ -238,15 +238,27 @@ class RaceTest(unittest.TestCase):
 
 
 def build_bait(host):
-    """A folder with content and, beside it, a link that leads outside."""
+    """A folder with content and, beside it, a link that leads outside. Whatever
+    the swapper does meanwhile, no link is followed here either."""
     try:
-        os.makedirs(f"{host}/folder/inner", exist_ok=True)
-        for number in range(20):
-            with open(f"{host}/folder/inner/file{number}", "w", encoding="utf-8"):
-                pass
-        os.symlink("../outside", f"{host}/link")
+        os.makedirs(host, exist_ok=True)
+        if not os.path.lexists(f"{host}/folder"):
+            os.mkdir(f"{host}/folder")
+        if not os.path.lexists(f"{host}/link"):
+            os.symlink("../outside", f"{host}/link")
+        folder = os.open(f"{host}/folder", os.O_DIRECTORY | os.O_NOFOLLOW)
     except OSError:
-        pass  # the swapper or the last removal was faster
+        return  # the swapper or the last removal was faster
+    try:
+        os.mkdir("inner", dir_fd=folder)
+        inner = os.open("inner", os.O_DIRECTORY | os.O_NOFOLLOW, dir_fd=folder)
+        for number in range(20):
+            os.mknod(f"file{number}", dir_fd=inner)
+        os.close(inner)
+    except OSError:
+        pass
+    finally:
+        os.close(folder)
 
 
 def swap_until(host, stop):
