@@ -4,6 +4,7 @@
 #include "Foundation/Exception.h"
 #include "Foundation/Log.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -98,16 +99,37 @@ void BusConnection::loop() {
       work();
     if (stopping_)
       return;
-    if (!connection_->processPendingRequest())
+    if (!doWhatIsDue() && !connection_->processPendingRequest())
       waitForEvents();
   }
+}
+
+void BusConnection::callAfter(std::chrono::milliseconds delay, BusMailbox::Work work) {
+  later_.emplace(Clock::now() + delay, std::move(work));
+}
+
+bool BusConnection::doWhatIsDue() {
+  if (later_.empty() || later_.begin()->first > Clock::now())
+    return false;
+  later_.extract(later_.begin()).mapped()();
+  return true;
+}
+
+// In milliseconds, -1 for ever; never so short that it ends before its time.
+int BusConnection::timeout(int ofTheBus) const {
+  if (later_.empty())
+    return ofTheBus;
+  const auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(later_.begin()->first - Clock::now());
+  const int own = static_cast<int>(std::max<std::int64_t>(left.count(), 0));
+  return ofTheBus < 0 ? own : std::min(ofTheBus, own);
 }
 
 void BusConnection::waitForEvents() {
   const auto data = connection_->getEventLoopPollData();
   std::array<pollfd, 2> waiting{pollfd{data.fd, data.events, 0},
                                 pollfd{mailbox_->descriptor(), POLLIN, 0}};
-  if (::poll(waiting.data(), waiting.size(), data.getPollTimeout()) < 0 && errno != EINTR)
+  if (::poll(waiting.data(), waiting.size(), timeout(data.getPollTimeout())) < 0 && errno != EINTR)
     throw Exception(InternalInconsistencyException, "Waiting for the bus failed.");
 }
 

@@ -2,7 +2,9 @@
 // touches it: everybody else hands that thread something to do.
 #pragma once
 
+#include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -65,15 +67,23 @@ public:
   void stop();
   // On the thread of the bus: handles nothing further.
   void stopHandling() { stopping_ = true; }
+  // On the thread of the bus, or before start: has it do something later, if
+  // it still runs then.
+  void callAfter(std::chrono::milliseconds delay, BusMailbox::Work work);
 
 private:
+  using Clock = std::chrono::steady_clock;
+
   void loop();
+  bool doWhatIsDue();
   void waitForEvents();
+  int timeout(int ofTheBus) const;
 
   std::unique_ptr<sdbus::IConnection> connection_;
   std::shared_ptr<BusMailbox> mailbox_;
   std::thread thread_;
-  bool stopping_ = false; // the thread's own
+  bool stopping_ = false;                                    // the thread's own, like
+  std::multimap<Clock::time_point, BusMailbox::Work> later_; // what is due when
 };
 
 } // namespace NS

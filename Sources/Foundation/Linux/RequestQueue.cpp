@@ -36,8 +36,19 @@ void RequestQueue::resume() {
   scheduleLocked();
 }
 
+void RequestQueue::pause() {
+  std::lock_guard lock(mutex_);
+  paused_ = true;
+}
+
+void RequestQueue::proceed() {
+  std::lock_guard lock(mutex_);
+  paused_ = false;
+  scheduleLocked();
+}
+
 void RequestQueue::scheduleLocked() {
-  if (scheduled_ || suspended_ || waiting_.empty())
+  if (scheduled_ || suspended_ || paused_ || waiting_.empty())
     return;
   scheduled_ = true;
   pool_->submit([self = shared_from_this()] { self->runSome(); });
@@ -48,7 +59,7 @@ void RequestQueue::runSome() {
     Entry entry;
     {
       std::lock_guard lock(mutex_);
-      if (suspended_ || waiting_.empty()) {
+      if (suspended_ || paused_ || waiting_.empty()) {
         scheduled_ = false;
         return;
       }

@@ -29,6 +29,10 @@ public:
   bool enqueue(std::function<void()> request, std::size_t bytes);
   void suspend();
   void resume();
+  // Holds the requests back as well, but only for a while: a queue that is
+  // paused when its last holder lets go must be continued before.
+  void pause();
+  void proceed();
 
 private:
   struct Entry {
@@ -45,6 +49,7 @@ private:
   std::deque<Entry> waiting_;
   std::size_t waitingBytes_ = 0;
   bool suspended_ = true;
+  bool paused_ = false;
   bool scheduled_ = false; // a thread has or will get this queue
 };
 

@@ -32,6 +32,10 @@ public:
   // Queues a request for the method, which must be of this connection and have
   // an invoker. False when the queue is full; the reply is then left alone.
   bool deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply);
+  // Begins no further request until told to proceed. To be told so before it
+  // goes, or what waits is lost.
+  void pause() { queue_->pause(); }
+  void proceed() { queue_->proceed(); }
 
 private:
   struct Setup {

@@ -2,11 +2,14 @@
 // its first message and released when the name goes away.
 //
 // The thread of the bus only reads, queues and sends; requests are handled on
-// threads of a pool. Replies come back to it through its mailbox.
+// threads of a pool. Replies come back to it through its mailbox, and go out
+// by an outbox that keeps those for which a client has no room: meanwhile
+// that client's next requests wait.
 #include "Foundation/XPCListener.h"
 
 #include "Foundation/Exception.h"
 #include "Foundation/Linux/BusConnection.h"
+#include "Foundation/Linux/BusOutbox.h"
 #include "Foundation/Linux/ServiceConnection.h"
 #include "Foundation/Linux/XPCMessageCoding.h"
 #include "Foundation/Log.h"
@@ -14,6 +17,7 @@
 
 #include <algorithm>
 #include <future>
+#include <malloc.h>
 #include <map>
 #include <sdbus-c++/sdbus-c++.h>
 #include <stdexcept>
@@ -33,6 +37,16 @@ constexpr const char *unknownMethod = "org.freedesktop.DBus.Error.UnknownMethod"
 constexpr std::size_t workerLimit = 256;
 constexpr std::chrono::seconds workerIdleTime{10};
 
+// About what a message takes beside its texts; a refusal is no larger.
+constexpr std::size_t messageOverhead = 256;
+// More than the answer to any of the bus's usual questions, of which the
+// description of what is served is the largest.
+constexpr std::size_t usualAnswerBytes = std::size_t{16} << 10;
+
+// Between a client's end and the return of its memory to the system, so that
+// many that end at once cost it once.
+constexpr std::chrono::milliseconds memoryReturnDelay{1000};
+
 // How long an ending process tries to give its name back.
 constexpr std::chrono::milliseconds nameReleaseTime{500};
 
@@ -45,11 +59,15 @@ std::string objectPathForName(const std::string &name) {
 // Both ways to answer a call, made while it is at hand: holding on to the call
 // itself would keep open whatever descriptors a stranger attached to it.
 struct PendingReply {
+  std::string client; // its unique bus name
   std::vector<XPCParameter> kinds;
   std::string member;
   sdbus::MethodReply reply;
   sdbus::MethodReply failure;
 };
+
+// Whether a message may be lost when its client does not read.
+enum class Loss { Forbidden, Allowed };
 
 class BusListener final : public XPCListener {
 public:
@@ -80,16 +98,22 @@ private:
 
   void registerInterfaces();
   void watchClients();
+  void watchUsualCalls();
   void takeName();
   void giveNameBackAtExit();
 
   // All of these on the thread of the bus.
+  void setWaiting(const std::string &client, bool waits);
+  void giveMemoryBack();
   void received(const std::string &member, const sdbus::MethodCall &call);
   void deliver(const std::string &member, sdbus::MethodCall call);
   ServiceConnection &connectionFor(const std::string &sender);
   Client makeClient(const std::string &sender);
   XPCReply expectReply(const XPCMethod &method, const sdbus::MethodCall &call);
   void answer(std::uint64_t request, const XPCOutcome &outcome);
+  template <typename Message>
+  void hand(Message message, const std::string &client, std::size_t bytes,
+            const std::string &member, Loss loss);
   void sendSignal(const std::string &client, const std::string &interface, const XPCMethod &method,
                   const XPCValues &values);
 
@@ -100,10 +124,12 @@ private:
   std::shared_ptr<const XPCInterface> remote_;
   std::shared_ptr<WorkerPool> pool_;
   std::unique_ptr<BusConnection> connection_;
+  std::unique_ptr<BusOutbox> outbox_;
   std::unique_ptr<sdbus::IObject> object_;
   std::map<std::string, Client> clients_;         // by unique bus name
   std::map<std::uint64_t, PendingReply> pending_; // by number of the request
   std::uint64_t lastRequest_ = 0;
+  bool isGivingMemoryBack_ = false;
 };
 
 void BusListener::resume() {
@@ -112,9 +138,13 @@ void BusListener::resume() {
   auto connection = std::make_unique<BusConnection>(bus_);
   pool_ = std::make_shared<WorkerPool>(workerLimit, workerIdleTime);
   connection_ = std::move(connection);
+  outbox_ = std::make_unique<BusOutbox>(
+      *connection_, UnreadLimits{},
+      [this](const std::string &client, bool waits) { setWaiting(client, waits); });
   object_ = sdbus::createObject(connection_->bus(), objectPathForName(name_));
   registerInterfaces();
   watchClients();
+  watchUsualCalls();
   takeName();
   giveNameBackAtExit();
   connection_->start([](const std::string &reason) {
@@ -152,8 +182,24 @@ void BusListener::watchClients() {
         std::string name;
         if (message.getSender() == "org.freedesktop.DBus") {
           message >> name;
+          outbox_->forget(name);
           clients_.erase(name);
+          giveMemoryBack();
         }
+      },
+      sdbus::floating_slot);
+}
+
+// The library beneath answers these by itself, at once and without end.
+void BusListener::watchUsualCalls() {
+  connection_->bus().addMatch(
+      "type='method_call'",
+      [this](sdbus::Message &message) {
+        const std::string interface = message.getInterfaceName();
+        if (exported_ && (interface == exported_->name || interface.empty()))
+          return;
+        if (!outbox_->admits(message.getSender(), usualAnswerBytes))
+          throw sdbus::Error(limitsExceeded, "Too many of your answers are unread.");
       },
       sdbus::floating_slot);
 }
@@ -192,13 +238,36 @@ void BusListener::giveNameBackAtExit() {
   });
 }
 
+// What a client's requests took is kept by the allocator, in pieces, for the
+// next one, who may never come.
+void BusListener::giveMemoryBack() {
+  if (std::exchange(isGivingMemoryBack_, true))
+    return;
+  connection_->callAfter(memoryReturnDelay, [this] {
+    isGivingMemoryBack_ = false;
+    static_cast<void>(::malloc_trim(0));
+  });
+}
+
+void BusListener::setWaiting(const std::string &client, bool waits) {
+  auto found = clients_.find(client);
+  if (found == clients_.end())
+    return;
+  if (waits)
+    found->second.connection->pause();
+  else
+    found->second.connection->proceed();
+}
+
 // Whatever goes wrong becomes the bus's own error; nothing else may leave
 // through the C library beneath.
 void BusListener::received(const std::string &member, const sdbus::MethodCall &call) {
   try {
     deliver(member, call);
   } catch (const sdbus::Error &) {
-    throw;
+    // Without end, they too would silence the agent for everybody.
+    if (outbox_->admitsRefusal(call.getSender(), messageOverhead))
+      throw;
   } catch (const std::exception &exception) {
     Log("%@ could not be delivered: %@", member, exception.what());
     throw sdbus::Error(failed, "The request could not be delivered.");
@@ -258,7 +327,7 @@ XPCReply BusListener::expectReply(const XPCMethod &method, const sdbus::MethodCa
     });
   const std::uint64_t request = ++lastRequest_;
   pending_.emplace(request,
-                   PendingReply{method.replies, method.member, call.createReply(),
+                   PendingReply{call.getSender(), method.replies, method.member, call.createReply(),
                                 call.createErrorReply(sdbus::Error(
                                     failed, "The request failed; the agent's log says why."))});
   return XPCReply([this, request, mailbox = connection_->mailbox()](XPCOutcome outcome) {
@@ -268,28 +337,41 @@ XPCReply BusListener::expectReply(const XPCMethod &method, const sdbus::MethodCa
 
 void BusListener::answer(std::uint64_t request, const XPCOutcome &outcome) {
   auto node = pending_.extract(request);
-  if (node.empty())
+  if (node.empty() || !clients_.contains(node.mapped().client))
     return;
   PendingReply &pending = node.mapped();
   std::string reason = outcome.reason;
   try {
     if (outcome.replied) {
       const XPCValues values = fittedValues(outcome.values);
-      if (textBytes(values) > maximumMessageBytes)
+      const std::size_t bytes = textBytes(values);
+      if (bytes > maximumMessageBytes)
         throw std::length_error("the reply is too large for a message");
       appendValues(pending.reply, pending.kinds, values);
-      pending.reply.send();
+      hand(std::move(pending.reply), pending.client, bytes, pending.member, Loss::Forbidden);
       return;
     }
   } catch (const std::exception &exception) {
     reason = exception.what();
   }
   Log("%@ failed: %@", pending.member, reason);
-  try {
-    pending.failure.send();
-  } catch (const sdbus::Error &error) {
-    Log("The failure of %@ could not be told: %@", pending.member, error.what());
-  }
+  hand(std::move(pending.failure), pending.client, 0, pending.member, Loss::Forbidden);
+}
+
+template <typename Message>
+void BusListener::hand(Message message, const std::string &client, std::size_t bytes,
+                       const std::string &member, Loss loss) {
+  auto send = [message = std::make_shared<Message>(std::move(message)), member] {
+    try {
+      message->send();
+    } catch (const sdbus::Error &error) {
+      Log("%@ could not be sent: %@", member, error.what());
+    }
+  };
+  if (loss == Loss::Allowed)
+    outbox_->sendOrDrop(client, bytes + messageOverhead, std::move(send));
+  else
+    outbox_->send(client, bytes + messageOverhead, std::move(send));
 }
 
 void BusListener::sendSignal(const std::string &client, const std::string &interface,
@@ -300,7 +382,7 @@ void BusListener::sendSignal(const std::string &client, const std::string &inter
     sdbus::Signal signal = object_->createSignal(interface, method.member);
     signal.setDestination(client);
     appendValues(signal, method.arguments, values);
-    signal.send();
+    hand(std::move(signal), client, textBytes(values), method.member, Loss::Allowed);
   } catch (const std::exception &exception) {
     Log("%@ could not be sent: %@", method.member, exception.what());
   }

@@ -159,6 +159,38 @@ TEST(RequestQueue, dropsWhatWaitsWhenItsHolderIsGoneWhileSuspended) {
   EXPECT_TRUE(watched.expired());
 }
 
+TEST(RequestQueue, whilePausedKeepsWhatComesAndThenDoesIt) {
+  auto pool = poolOf(1);
+  auto queue = resumedQueue(pool);
+  const Gate gate;
+  ASSERT_TRUE(queue->enqueue(gate.request(), 0));
+  gate.waitUntilEntered();
+  queue->pause();
+  std::atomic<int> done = 0;
+  for (int number = 0; number < 10; ++number)
+    ASSERT_TRUE(queue->enqueue([&] { ++done; }, 0));
+  gate.open();
+  auto other = resumedQueue(pool);
+  drain(*other); // the only thread has left the paused queue
+  EXPECT_EQ(done, 0);
+  queue->proceed();
+  drain(*queue);
+  EXPECT_EQ(done, 10);
+}
+
+TEST(RequestQueue, whenSuspendedAsWellStaysSoAfterAPause) {
+  auto queue = resumedQueue(poolOf(1));
+  queue->suspend();
+  queue->pause();
+  std::atomic<int> done = 0;
+  ASSERT_TRUE(queue->enqueue([&] { ++done; }, 0));
+  queue->proceed();
+  EXPECT_EQ(done, 0);
+  queue->resume();
+  drain(*queue);
+  EXPECT_EQ(done, 1);
+}
+
 TEST(WorkerPool, startsAThreadForEachPieceOfWorkThatBlocks) {
   WorkerPool pool(16, never);
   std::vector<Gate> gates(5);
