@@ -184,7 +184,8 @@ class ConcurrencyTest(unittest.TestCase):
         self.assertEqual(first.call("Echo", "s", "still")[0], "still")
         self.assertEqual(self.root.agent_pid(), pid)
         self.assertEqual(self.root.agent_descriptors(), descriptors)
-        self.assertLess(len(os.listdir(f"/proc/{pid}/task")), 40)
+        # On a busy machine more were at work at once; what is idle goes.
+        wait_until(lambda: len(os.listdir(f"/proc/{pid}/task")) < 40, 60)
 
     def test_a_client_that_floods_and_never_reads_stops_nobody(self):
         flood, other = self.root.client(), self.root.client()

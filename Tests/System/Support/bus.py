@@ -28,7 +28,11 @@ CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configurat
     <allow own="*"/>
   </policy>
   <limit name="service_start_timeout">20000</limit>
-  <limit name="max_replies_per_connection">50000</limit>
+  <limit name="max_replies_per_connection">200000</limit>
+  <!-- As on the usual system bus, which is the stricter one. -->
+  <limit name="max_incoming_bytes">133169152</limit>
+  <limit name="max_outgoing_bytes">133169152</limit>
+  <limit name="max_message_size">33554432</limit>
 </busconfig>
 """
 
@@ -178,9 +182,9 @@ class PrivateBus:
             raise CallFailed(done.stderr.decode(errors="replace").strip())
         return done.stdout.decode().strip()
 
-    def client(self, timeout=60):
+    def client(self, **options):
         """A connection of its own that can leave requests unanswered."""
-        client = RawClient(self.host_path(f"{self.folder}/bus"), NAME, PATH, INTERFACE, timeout)
+        client = RawClient(self.host_path(f"{self.folder}/bus"), NAME, PATH, INTERFACE, **options)
         self._clients.append(client)
         return client
 
@@ -198,6 +202,37 @@ class PrivateBus:
 
     def agent_descriptors(self):
         return len(os.listdir(f"/proc/{self.agent_pid()}/fd"))
+
+    def agent_usage(self):
+        return Usage(self.agent_pid())
+
+
+class Usage:
+    """What a process holds at one moment."""
+
+    def __init__(self, pid):
+        self.pid = pid
+        self.descriptors = len(os.listdir(f"/proc/{pid}/fd"))
+        self.threads = len(os.listdir(f"/proc/{pid}/task"))
+        with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as file:
+            children = file.read().split()
+        for thread in os.listdir(f"/proc/{pid}/task"):
+            try:
+                with open(f"/proc/{pid}/task/{thread}/children", encoding="ascii") as file:
+                    children += file.read().split()
+            except FileNotFoundError:
+                pass  # the thread has ended
+        self.children = len(set(children))
+        with open(f"/proc/{pid}/status", encoding="utf-8") as file:
+            self.memory = next(int(line.split()[1]) for line in file if line.startswith("VmRSS"))
+
+    @property
+    def counts(self):
+        return {"pid": self.pid, "descriptors": self.descriptors, "threads": self.threads,
+                "children": self.children}
+
+    def __repr__(self):
+        return f"{self.counts}, {self.memory} KiB"
 
 
 def accepts(path):

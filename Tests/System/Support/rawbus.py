@@ -30,16 +30,24 @@ class Message:
         return Reader(self.body).values(self.signature)
 
 
+# Code and size of each number, and what each type is aligned to.
+NUMBERS = {"y": ("B", 1), "b": ("I", 4), "n": ("h", 2), "q": ("H", 2), "i": ("i", 4),
+           "u": ("I", 4), "h": ("I", 4), "x": ("q", 8), "t": ("Q", 8), "d": ("d", 8)}
+ALIGNMENT = {**{kind: size for kind, (_, size) in NUMBERS.items()},
+             "s": 4, "o": 4, "a": 4, "g": 1, "v": 1, "(": 8, "{": 8}
+
+
 class Writer:
-    def __init__(self):
+    def __init__(self, order="<"):
         self.data = bytearray()
+        self._order = order
 
     def pad(self, alignment):
         self.data += bytes(-len(self.data) % alignment)
 
     def number(self, code, size, value):
         self.pad(size)
-        self.data += struct.pack("<" + code, value)
+        self.data += struct.pack(self._order + code, value)
 
     def text(self, value):
         raw = value if isinstance(value, bytes) else value.encode()
@@ -50,22 +58,47 @@ class Writer:
         self.data += bytes([len(value)]) + value.encode() + b"\0"
 
     def value(self, kind, value):
-        if kind in "so":
+        """Of any type. A variant is given as its type and its value."""
+        first = kind[0]
+        if first in "so":
             self.text(value)
-        elif kind == "g":
+        elif first == "g":
             self.signature(value)
-        elif kind == "u":
-            self.number("I", 4, value)
-        elif kind == "b":
-            self.number("I", 4, int(value))
-        elif kind == "as":
-            inner = Writer()
-            for each in value:
-                inner.text(each)
-            self.number("I", 4, len(inner.data))
-            self.data += inner.data
+        elif first == "v":
+            self.signature(value[0])
+            self.value(*value)
+        elif first in "({":
+            self.pad(8)
+            for each, part in zip(split(kind[1:-1]), value):
+                self.value(each, part)
+        elif first == "a":
+            self._array(kind[1:], value.items() if isinstance(value, dict) else value)
         else:
-            raise ValueError(kind)
+            self.number(*NUMBERS[first], value)
+
+    def _array(self, kind, values):
+        self.number("I", 4, 0)
+        length = len(self.data) - 4
+        self.pad(ALIGNMENT[kind[0]])
+        start = len(self.data)
+        for each in values:
+            self.value(kind, each)
+        struct.pack_into(self._order + "I", self.data, length, len(self.data) - start)
+
+
+def message(kind, serial, fields, signature="", arguments=(), flags=0, order="<"):
+    """The bytes of a message. The fields are given as code: (type, value)."""
+    body = Writer(order)
+    for each, value in zip(split(signature), arguments):
+        body.value(each, value)
+    head = Writer(order)
+    head.data += struct.pack(order + "BBBBII", ord("l" if order == "<" else "B"), kind, flags, 1,
+                             len(body.data), serial)
+    if signature:
+        fields = {**fields, 8: ("g", signature)}
+    head.value("a(yv)", list(fields.items()))
+    head.pad(8)
+    return bytes(head.data + body.data)
 
 
 class Reader:
@@ -101,13 +134,12 @@ class Reader:
             return tuple(self.values(kind[1:-1]))
         if first == "a":
             length = self.number("I", 4)
-            self.offset += -self.offset % (8 if kind[1] in "xtd({" else 4)
+            self.offset += -self.offset % ALIGNMENT[kind[1]]
             end, items = self.offset + length, []
             while self.offset < end:
                 items.append(self.value(kind[1:]))
             return dict(items) if kind[1] == "{" else items
-        return self.number(*{"y": ("B", 1), "i": ("i", 4), "u": ("I", 4), "x": ("q", 8),
-                             "t": ("Q", 8), "d": ("d", 8)}[first])
+        return self.number(*NUMBERS[first])
 
     def values(self, signature):
         return [self.value(kind) for kind in split(signature)]
@@ -125,7 +157,7 @@ def split(signature):
 
 
 class RawClient:
-    def __init__(self, socket_path, name, path, interface, timeout=60):
+    def __init__(self, socket_path, name, path, interface, timeout=60, descriptors=False):
         self.name, self.path, self.interface = name, path, interface
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         self._socket.settimeout(timeout)
@@ -136,42 +168,48 @@ class RawClient:
         self._messages = {}
         identity = str(os.geteuid()).encode().hex()
         self._socket.sendall(b"\0AUTH EXTERNAL " + identity.encode() + b"\r\n")
-        self._line()
+        self._line(b"OK")
+        if descriptors:
+            self._socket.sendall(b"NEGOTIATE_UNIX_FD\r\n")
+            self._line(b"AGREE_UNIX_FD")
         self._socket.sendall(b"BEGIN\r\n")
         self.unique_name = self.wait(self.send("Hello", destination="org.freedesktop.DBus",
                                                path="/org/freedesktop/DBus",
                                                interface="org.freedesktop.DBus"))[0]
 
-    def _line(self):
+    def _line(self, expected):
         while b"\r\n" not in self._buffer:
             self._buffer += self._socket.recv(4096)
         line, self._buffer = self._buffer.split(b"\r\n", 1)
-        if not line.startswith(b"OK"):
+        if not line.startswith(expected):
             raise ConnectionError(line)
 
     def send(self, member, signature="", *arguments, destination=None, path=None, interface=None,
-             flags=0):
+             flags=0, order="<"):
         """Sends a call and returns its serial, without waiting."""
-        body = Writer()
-        for kind, value in zip(split(signature), arguments):
-            body.value(kind, value)
-        serial = next(self._serials)
-        head = Writer()
-        head.data += struct.pack("<BBBBII", ord("l"), CALL, flags, 1, len(body.data), serial)
-        fields = Writer()
-        fields.data += bytes(16)  # stands for what comes before, so that padding is right
-        for code, kind, value in ((1, "o", path or self.path),
-                                  (2, "s", interface or self.interface), (3, "s", member),
-                                  (6, "s", destination or self.name),
-                                  *([(8, "g", signature)] if signature else [])):
-            fields.pad(8)
-            fields.data += bytes([code])
-            fields.signature(kind)
-            fields.value(kind, value)
-        head.data += struct.pack("<I", len(fields.data) - 16) + fields.data[16:]
-        head.pad(8)
-        self._socket.sendall(head.data + body.data)
+        return self.send_message(CALL, self.call_fields(member, destination, path, interface),
+                                 signature, arguments, flags, order)
+
+    def call_fields(self, member, destination=None, path=None, interface=None):
+        return {1: ("o", path or self.path), 2: ("s", interface or self.interface),
+                3: ("s", member), 6: ("s", destination or self.name)}
+
+    def send_message(self, kind, fields, signature="", arguments=(), flags=0, order="<"):
+        """A message of any kind with just these fields; returns its serial."""
+        serial = self.next_serial()
+        self.send_bytes(message(kind, serial, fields, signature, arguments, flags, order))
         return serial
+
+    def next_serial(self):
+        return next(self._serials)
+
+    def send_bytes(self, data, descriptors=()):
+        """What is no message at all as well. Descriptors go only where the
+        client was made with them."""
+        if descriptors:
+            sent = socket.send_fds(self._socket, [data], descriptors)
+            data = data[sent:]
+        self._socket.sendall(data)
 
     def _receive(self):
         def need(count):
