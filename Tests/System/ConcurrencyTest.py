@@ -51,7 +51,7 @@ class ConcurrencyTest(unittest.TestCase):
         for number in range(20000):
             os.mknod(f"file{number}", dir_fd=folder)
         os.close(folder)
-        slow, quick = self.root.client(), self.root.client()
+        slow, quick = self.root.client(timeout=300), self.root.client(timeout=300)
         slow.call("Echo", "s", "")
         serials = [slow.send("SizeOfItemAtPath", "s", f"{DATA}/wide") for _ in range(100)]
         self.assertEqual(quick.call("Echo", "s", "quick")[0], "quick")

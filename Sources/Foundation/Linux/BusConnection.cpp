@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <sdbus-c++/sdbus-c++.h>
 #include <sys/eventfd.h>
+#include <systemd/sd-bus.h>
 #include <unistd.h>
 #include <utility>
 
@@ -28,6 +29,33 @@ std::unique_ptr<sdbus::IConnection> openBus(std::string_view bus) {
     throw Exception(InternalInconsistencyException,
                     "The bus \"" + std::string(bus) +
                         "\" cannot be reached: " + error.getMessage());
+  }
+}
+
+// The wrapper of the bus library has no filters, and its handlers cannot stop
+// what is done with a message next. This is the way to the library itself.
+struct LibraryMessage : sdbus::Message {
+  static sd_bus_message *of(const sdbus::Message &message) {
+    return static_cast<sd_bus_message *>(message.*(&LibraryMessage::msg_));
+  }
+};
+
+std::string textOrEmpty(const char *text) {
+  return text ? text : "";
+}
+
+int filterCall(sd_bus_message *message, void *userData, sd_bus_error *) {
+  std::uint8_t type = 0;
+  if (sd_bus_message_get_type(message, &type) < 0 || type != SD_BUS_MESSAGE_METHOD_CALL)
+    return 0;
+  const auto &filter = *static_cast<BusConnection::CallFilter *>(userData);
+  try {
+    const bool isLetIn = filter(textOrEmpty(sd_bus_message_get_sender(message)),
+                                textOrEmpty(sd_bus_message_get_interface(message)));
+    return isLetIn ? 0 : 1;                   // 1: it has been dealt with
+  } catch (const std::exception &exception) { // may not pass the library's frames
+    Log("A call was dropped: %@", exception.what());
+    return 1;
   }
 }
 
@@ -73,6 +101,15 @@ BusConnection::BusConnection(std::string_view bus)
 
 BusConnection::~BusConnection() {
   stop();
+}
+
+void BusConnection::filterCalls(CallFilter filter) {
+  filter_ = std::move(filter);
+  const auto proxy = sdbus::createProxy(*connection_, "org.freedesktop.DBus", "/");
+  const sdbus::MethodCall call = proxy->createMethodCall("org.freedesktop.DBus.Peer", "Ping");
+  sd_bus *bus = sd_bus_message_get_bus(LibraryMessage::of(call));
+  if (sd_bus_add_filter(bus, nullptr, filterCall, &filter_) < 0)
+    throw Exception(InternalInconsistencyException, "The calls of the bus cannot be filtered.");
 }
 
 void BusConnection::stop() {

@@ -71,6 +71,11 @@ public:
   // it still runs then.
   void callAfter(std::chrono::milliseconds delay, BusMailbox::Work work);
 
+  // Before start: asks before each call that arrives. One that is not let in
+  // is dropped without an answer.
+  using CallFilter = std::function<bool(const std::string &sender, const std::string &interface)>;
+  void filterCalls(CallFilter filter);
+
 private:
   using Clock = std::chrono::steady_clock;
 
@@ -79,6 +84,7 @@ private:
   void waitForEvents();
   int timeout(int ofTheBus) const;
 
+  CallFilter filter_;
   std::unique_ptr<sdbus::IConnection> connection_;
   std::shared_ptr<BusMailbox> mailbox_;
   std::thread thread_;

@@ -10,6 +10,7 @@
 #include "Foundation/Exception.h"
 #include "Foundation/Linux/BusConnection.h"
 #include "Foundation/Linux/BusOutbox.h"
+#include "Foundation/Linux/FreeMemory.h"
 #include "Foundation/Linux/ServiceConnection.h"
 #include "Foundation/Linux/XPCMessageCoding.h"
 #include "Foundation/Log.h"
@@ -17,7 +18,6 @@
 
 #include <algorithm>
 #include <future>
-#include <malloc.h>
 #include <map>
 #include <sdbus-c++/sdbus-c++.h>
 #include <stdexcept>
@@ -42,10 +42,6 @@ constexpr std::size_t messageOverhead = 256;
 // More than the answer to any of the bus's usual questions, of which the
 // description of what is served is the largest.
 constexpr std::size_t usualAnswerBytes = std::size_t{16} << 10;
-
-// Between a client's end and the return of its memory to the system, so that
-// many that end at once cost it once.
-constexpr std::chrono::milliseconds memoryReturnDelay{1000};
 
 // How long an ending process tries to give its name back.
 constexpr std::chrono::milliseconds nameReleaseTime{500};
@@ -104,7 +100,6 @@ private:
 
   // All of these on the thread of the bus.
   void setWaiting(const std::string &client, bool waits);
-  void giveMemoryBack();
   void received(const std::string &member, const sdbus::MethodCall &call);
   void deliver(const std::string &member, sdbus::MethodCall call);
   ServiceConnection &connectionFor(const std::string &sender);
@@ -125,11 +120,11 @@ private:
   std::shared_ptr<WorkerPool> pool_;
   std::unique_ptr<BusConnection> connection_;
   std::unique_ptr<BusOutbox> outbox_;
+  std::unique_ptr<FreeMemory> memory_;
   std::unique_ptr<sdbus::IObject> object_;
   std::map<std::string, Client> clients_;         // by unique bus name
   std::map<std::uint64_t, PendingReply> pending_; // by number of the request
   std::uint64_t lastRequest_ = 0;
-  bool isGivingMemoryBack_ = false;
 };
 
 void BusListener::resume() {
@@ -141,6 +136,7 @@ void BusListener::resume() {
   outbox_ = std::make_unique<BusOutbox>(
       *connection_, UnreadLimits{},
       [this](const std::string &client, bool waits) { setWaiting(client, waits); });
+  memory_ = std::make_unique<FreeMemory>(*connection_);
   object_ = sdbus::createObject(connection_->bus(), objectPathForName(name_));
   registerInterfaces();
   watchClients();
@@ -184,7 +180,7 @@ void BusListener::watchClients() {
           message >> name;
           outbox_->forget(name);
           clients_.erase(name);
-          giveMemoryBack();
+          memory_->giveBackSoon();
         }
       },
       sdbus::floating_slot);
@@ -192,16 +188,10 @@ void BusListener::watchClients() {
 
 // The library beneath answers these by itself, at once and without end.
 void BusListener::watchUsualCalls() {
-  connection_->bus().addMatch(
-      "type='method_call'",
-      [this](sdbus::Message &message) {
-        const std::string interface = message.getInterfaceName();
-        if (exported_ && (interface == exported_->name || interface.empty()))
-          return;
-        if (!outbox_->admits(message.getSender(), usualAnswerBytes))
-          throw sdbus::Error(limitsExceeded, "Too many of your answers are unread.");
-      },
-      sdbus::floating_slot);
+  connection_->filterCalls([this](const std::string &sender, const std::string &interface) {
+    const bool isOurs = interface.empty() || (exported_ && interface == exported_->name);
+    return isOurs || outbox_->admits(sender, usualAnswerBytes);
+  });
 }
 
 void BusListener::takeName() {
@@ -235,17 +225,6 @@ void BusListener::giveNameBackAtExit() {
       done->set_value();
     });
     static_cast<void>(future.wait_for(nameReleaseTime));
-  });
-}
-
-// What a client's requests took is kept by the allocator, in pieces, for the
-// next one, who may never come.
-void BusListener::giveMemoryBack() {
-  if (std::exchange(isGivingMemoryBack_, true))
-    return;
-  connection_->callAfter(memoryReturnDelay, [this] {
-    isGivingMemoryBack_ = false;
-    static_cast<void>(::malloc_trim(0));
   });
 }
 

@@ -1,6 +1,7 @@
 """A small client of the message bus's wire protocol, for what the usual
 programs cannot do: several requests at once on one connection, requests that
 are abandoned, messages that are not quite right."""
+import contextlib
 import itertools
 import os
 import select
@@ -263,6 +264,14 @@ class RawClient:
 
     def call(self, member, signature="", *arguments, **options):
         return self.wait(self.send(member, signature, *arguments, **options))
+
+    def end(self):
+        """Sends nothing more, and reads until the bus closes the connection."""
+        with contextlib.suppress(OSError):
+            self._socket.shutdown(socket.SHUT_WR)
+            while self._socket.recv(1 << 16):
+                pass
+        self.close()
 
     def close(self):
         self._socket.close()

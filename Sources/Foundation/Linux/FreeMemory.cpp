@@ -1,0 +1,42 @@
+// The C library's allocator, told to keep less.
+#include "Foundation/Linux/FreeMemory.h"
+
+#include <algorithm>
+#include <malloc.h>
+#include <thread>
+
+namespace NS {
+namespace {
+
+constexpr std::chrono::milliseconds delay{1000};
+
+// In bytes. Larger than the buffers that requests take and free again and
+// again. Fixed, because the allocator's own value follows the largest block
+// that was ever freed, and clients choose how large that is.
+constexpr int largeBlock = 1 << 20;
+constexpr int keptAtTheEnd = 256 << 10;
+
+// Threads share so many heaps. Most of them wait, and every heap keeps pieces.
+int heaps() {
+  return 2 * static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 2U, 64U));
+}
+
+} // namespace
+
+FreeMemory::FreeMemory(BusConnection &connection) : connection_(connection) {
+  static_cast<void>(::mallopt(M_MMAP_THRESHOLD, largeBlock));
+  static_cast<void>(::mallopt(M_TRIM_THRESHOLD, keptAtTheEnd));
+  static_cast<void>(::mallopt(M_ARENA_MAX, heaps()));
+}
+
+void FreeMemory::giveBackSoon() {
+  if (isAboutTo_)
+    return;
+  isAboutTo_ = true;
+  connection_.callAfter(delay, [this] {
+    isAboutTo_ = false;
+    static_cast<void>(::malloc_trim(0));
+  });
+}
+
+} // namespace NS

@@ -1,0 +1,24 @@
+// Memory that requests took and nobody needs any more, given back to the
+// system: the allocator would keep it for the next ones, which may never come.
+#pragma once
+
+#include "Foundation/Linux/BusConnection.h"
+
+namespace NS {
+
+// On the thread of the bus, or before it starts. One for a process.
+class FreeMemory {
+public:
+  // From here on large blocks go back as soon as they are free.
+  explicit FreeMemory(BusConnection &connection);
+
+  // Gives back the small ones too, a little later: many clients that leave at
+  // once cost it once.
+  void giveBackSoon();
+
+private:
+  BusConnection &connection_;
+  bool isAboutTo_ = false;
+};
+
+} // namespace NS

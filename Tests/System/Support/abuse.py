@@ -1,0 +1,170 @@
+"""What the tests of clients that misbehave share: an agent that has been used
+once, others who go on using it, and what must be as it was afterwards."""
+import contextlib
+import os
+import threading
+import time
+import unittest
+
+from . import harness
+from .bus import wait_until
+from .root import DATA, ThrowAwayRoot
+
+STARTER = "/sbin/SystemStarter"
+REPAIRER = "/usr/libexec/repair_packages"
+LOG_TOOL = "/usr/bin/log"
+GATE = "/run/keepwell-test/gate"
+
+# In seconds: what memory is free goes back this long after a client has left,
+# and threads that wait for work end by themselves after ten.
+MEMORY_RETURN = 1.5
+REST = 60
+
+
+def sanitized():
+    """Whether the agent was built to find faults; its memory then tells nothing."""
+    with open(f"{harness.build_folder}/CMakeCache.txt", encoding="utf-8") as file:
+        return any(line.startswith("KEEPWELL_SANITIZE:") and line.strip().partition("=")[2]
+                   for line in file)
+
+
+class Watcher:
+    """Asks again and again, as an ordinary client that was there before."""
+
+    def __init__(self, client):
+        self._client = client
+        self._over = threading.Event()
+        self._thread = threading.Thread(target=self._ask)
+        self.answers = 0
+        self.failure = None
+
+    def _ask(self):
+        try:
+            while not self._over.is_set():
+                text = f"question {self.answers}"
+                if self._client.call("Echo", "s", text)[0] != text:
+                    raise AssertionError("another answer than was asked for")
+                self.answers += 1
+                self._over.wait(0.005)
+        except Exception as failure:  # pylint: disable=broad-except
+            self.failure = failure
+
+    def __enter__(self):
+        self._thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self._over.set()
+        self._thread.join()
+
+
+class AbuseCase(unittest.TestCase):
+    """One agent for all tests of a script: in the end nothing of them is left."""
+
+    @classmethod
+    def begin(cls):
+        """For setUpModule."""
+        AbuseCase.root = unittest.enterModuleContext(ThrowAwayRoot())
+        for tool in (STARTER, REPAIRER, LOG_TOOL):
+            cls.root.stand_in(tool, stdout="words")
+        client = cls.root.client()
+        cls.warm_up(client)
+        client.close()
+        AbuseCase.start = cls.root.agent_usage()
+        cls.crowd()
+        cls.flood()
+        cls("wait_for_rest").wait_for_rest(threads=True)
+        AbuseCase.start_memory = cls.settled_memory()
+
+    @classmethod
+    def end(cls):
+        """For tearDownModule."""
+        cls("wait_for_rest").wait_for_rest(threads=True)
+        memory = cls.settled_memory()
+        print(f"memory: {cls.start_memory} KiB at first, {memory} KiB in the end")
+        if not sanitized() and memory > cls.start_memory * 1.05:
+            raise AssertionError("more than one twentieth was added to the memory")
+
+    @classmethod
+    def crowd(cls):
+        """As many clients at once as the agent has threads for."""
+        clients = [cls.root.client() for _ in range(250)]
+        serials = [client.send("StartStartupItem", "s", "item") for client in clients]
+        for client, serial in zip(clients, serials):
+            client.wait(serial)
+            client.close()
+
+    @classmethod
+    def flood(cls):
+        """One client that sends much before it reads anything."""
+        client = cls.root.client()
+        serials = [client.send("Echo", "s", "x") for _ in range(30000)]
+        serials += [client.send("Echo", "u", 7) for _ in range(5000)]
+        for _ in serials:
+            client.receive()
+        client.close()
+
+    @classmethod
+    def settled_memory(cls):
+        """In KiB, after free memory went back to the system."""
+        client = cls.root.client()
+        client.call("Echo", "s", "x")
+        client.close()
+        time.sleep(MEMORY_RETURN)
+        return cls.root.agent_usage().memory
+
+    @classmethod
+    def warm_up(cls, client):
+        """Everything once, one after the other."""
+        serials = [client.send("Echo", "s", "x" * (5 << 20)) for _ in range(4)]
+        for serial in serials:
+            client.wait(serial)
+        client.call("StartStartupItem", "s", "item")
+        client.call("RepairPermissions")
+        client.call("RemoveDiagnosticLogs")
+        client.call("SizeOfItemAtPath", "s", DATA)
+        client.call("RemoveItemAtPath", "s", f"{DATA}/missing")
+
+    def setUp(self):
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(self.root.host_path(GATE))
+        self.other = self.root.client(timeout=30)
+
+    def tearDown(self):
+        self.other.close()
+        self.wait_for_rest(threads=False)
+
+    def wait_for_rest(self, threads):
+        """Until the same process has as many descriptors, children and, when
+        asked for, threads as at the start."""
+        def now():
+            counts = self.root.agent_usage().counts
+            return {key: counts[key] for key in counts if threads or key != "threads"}
+        start = {key: self.start.counts[key] for key in now()}
+        with contextlib.suppress(TimeoutError):
+            wait_until(lambda: now() == start, REST)
+        self.assertEqual(now(), start)
+
+    @contextlib.contextmanager
+    def others_answered(self):
+        """Others ask during all of this, and get their answers."""
+        with Watcher(self.other) as watcher:
+            yield watcher
+            asked = watcher.answers
+            wait_until(lambda: watcher.failure or watcher.answers > asked + 1, 40)
+        if watcher.failure:
+            raise AssertionError("another client had to wait in vain") from watcher.failure
+
+    def block(self, client):
+        """Has the client's request wait for a tool until open_gate."""
+        if not self.root.exists(GATE):
+            os.mkfifo(self.root.host_path(GATE))
+        self.root.stand_in(STARTER, script=f"read line < {GATE}")
+        before = len(self.root.calls())
+        serial = client.send("StartStartupItem", "s", "item")
+        wait_until(lambda: len(self.root.calls()) > before)
+        return serial
+
+    def open_gate(self):
+        with open(self.root.host_path(GATE), "w", encoding="utf-8") as gate:
+            gate.write("go\n")
