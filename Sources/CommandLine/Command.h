@@ -1,5 +1,5 @@
 // A command of the program as an entry of a table: its name, its line in the
-// help, how its arguments are declared and what it then does.
+// help, examples, how its arguments are declared and what it then does.
 #pragma once
 
 #include "CommandLine/Session.h"
@@ -16,12 +16,22 @@ namespace kw {
 // Does the work and gives the exit status. May throw ClientError.
 using CommandRun = std::function<int(Session &session)>;
 
+// A command line as somebody might type it, and what it is for.
+struct Example {
+  const char *line; // behind the program's name
+  const char *meaning;
+};
+
+// The one table from which the program's own help, its completions and its
+// manual are made.
 struct Command {
   const char *name;
   const char *summary;
   // Declares options and arguments; what it returns is called when they have
-  // been read.
+  // been read. Null for a noun, which has verbs instead.
   std::function<CommandRun(CLI::App &arguments)> declare;
+  std::vector<Example> examples{};
+  std::vector<Command> verbs{};
 };
 
 using CommandTable = std::vector<Command>;
@@ -33,10 +43,6 @@ CommandTable serviceCommands();
 CommandTable maintenanceCommands();
 // These need no agent.
 CommandTable localCommands();
-
-// A command with a second word: each word is an entry of a table like that of
-// the commands themselves.
-std::function<CommandRun(CLI::App &)> commandOfVerbs(CommandTable verbs);
 
 // One request of a command that may make several, such as one for each path.
 // A failure to get a reply is reported with the request's own JSON members and

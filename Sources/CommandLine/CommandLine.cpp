@@ -2,11 +2,12 @@
 #include "CommandLine/CommandLine.h"
 
 #include "CommandLine/Command.h"
+#include "CommandLine/Description.h"
+#include "CommandLine/NearWord.h"
 #include "Foundation/Identity.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <memory>
 #include <ostream>
 #include <sstream>
 
@@ -15,28 +16,68 @@ namespace {
 
 constexpr const char *footer =
     "Relative paths are taken from the current folder.\n"
-    "Exit status: 0 done, 1 the agent answered no, 2 usage, 3 the agent cannot be reached.";
+    "Where standard input and standard error are both terminals, what cannot be\n"
+    "undone is asked about first, unless --yes is given; elsewhere it is done.\n"
+    "Exit status: 0 done, 1 not done, 2 usage, 3 no answer from the agent.\n"
+    "Each command has a --help with examples.";
 
-CommandTable allCommands() {
-  CommandTable all;
-  for (const CommandTable &group :
-       {fileCommands(), localCommands(), agentCommands(), serviceCommands(), maintenanceCommands()})
-    all.insert(all.end(), group.begin(), group.end());
-  return all;
+constexpr const char *exitStatuses =
+    "Exit status: 0 done, 1 not done, 2 usage, 3 no answer from the agent.";
+
+struct Group {
+  const char *title;
+  CommandTable commands;
+};
+
+std::vector<Group> allGroups() {
+  return {{"Files", fileCommands()},
+          {"Without the agent", localCommands()},
+          {"What starts by itself, and system software", serviceCommands()},
+          {"The system", maintenanceCommands()},
+          {"The agent", agentCommands()}};
 }
 
-void declareGlobals(CLI::App &app, GlobalOptions &options) {
+void declareGlobals(CLI::App &app, GlobalOptions &options, bool &describe) {
   app.add_flag("--json", options.json, "Print one JSON object for each request, errors too");
+  app.add_flag("-q,--quiet", options.quiet, "Print nothing but what went wrong");
   app.add_option("--bus", options.bus, "The bus: system, session or an address")
       ->capture_default_str()
       ->type_name("BUS");
+  app.add_option("--timeout", options.timeout,
+                 "Wait for each answer no longer than this; the agent goes on all the same")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.001, 1e9).description(""));
   app.set_version_flag("--version", "keepwell " + std::string(kAgentBundleVersion));
-  app.require_subcommand(1);
+  // For the makers of completions and manuals.
+  app.add_flag("--describe", describe)->group("");
+  app.require_subcommand(0, 1);
   app.fallthrough();
-  app.footer(footer);
 }
 
-void sayUsageAsJSON(const char *what, const Surroundings &surroundings) {
+std::string footerOf(const CLI::App &app, const Command &command) {
+  std::string text = app.get_footer();
+  if (!command.examples.empty())
+    text += (text.empty() ? "" : "\n") + std::string("Examples:\n");
+  for (const Example &example : command.examples)
+    text += std::string("  keepwell ") + example.line + "\n      " + example.meaning + "\n";
+  return text + exitStatuses;
+}
+
+void declare(CLI::App &parent, const Command &command, const std::string &group,
+             CommandRun &chosen) {
+  CLI::App *app = parent.add_subcommand(command.name, command.summary)->group(group);
+  if (command.declare) {
+    CommandRun run = command.declare(*app);
+    app->callback([&chosen, run = std::move(run)] { chosen = run; });
+  } else {
+    app->require_subcommand(1);
+    for (const Command &verb : command.verbs)
+      declare(*app, verb, "Subcommands", chosen);
+  }
+  app->footer(footerOf(*app, command));
+}
+
+void sayUsageAsJSON(const std::string &what, const Surroundings &surroundings) {
   JSONObject complaint;
   complaint.add("kind", "usage").add("description", what);
   *surroundings.out << JSONObject().add("success", false).add("error", complaint).text()
@@ -45,21 +86,26 @@ void sayUsageAsJSON(const char *what, const Surroundings &surroundings) {
 
 // Help and version are no failures to the parser's caller, the rest is.
 int reportParsing(const CLI::App &app, const CLI::ParseError &error, bool json,
-                  const Surroundings &surroundings) {
-  std::ostringstream discarded;
-  bool failed = error.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success);
-  if (failed && json)
-    sayUsageAsJSON(error.what(), surroundings);
+                  const std::string &suggestion, const Surroundings &surroundings) {
+  if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+    app.exit(error, *surroundings.out, *surroundings.err);
+    return ExitDone;
+  }
+  if (json)
+    sayUsageAsJSON(suggestion.empty() ? error.what() : suggestion, surroundings);
+  else if (!suggestion.empty())
+    *surroundings.err << "keepwell: " << suggestion << std::endl;
   else
     app.exit(error, *surroundings.out, *surroundings.err);
-  return failed ? ExitUsage : ExitDone;
+  return ExitUsage;
 }
 
-int reportUsage(const UsageError &error, bool json, const Surroundings &surroundings) {
+int reportUsage(const std::string &what, bool json, const Surroundings &surroundings) {
   if (json)
-    sayUsageAsJSON(error.what(), surroundings);
+    sayUsageAsJSON(what, surroundings);
   else
-    *surroundings.err << "keepwell: " << error.what() << std::endl;
+    *surroundings.err << "keepwell: " << what << "\nRun with --help for more information."
+                      << std::endl;
   return ExitUsage;
 }
 
@@ -69,29 +115,13 @@ bool asksForJSON(int count, const char *const *arguments) {
                      [](const char *argument) { return std::string_view(argument) == "--json"; });
 }
 
-} // namespace
-
-int runCommandLine(int count, const char *const *arguments, const Surroundings &surroundings) {
-  CLI::App app("Asks the privileged agent to do what needs root.", "keepwell");
-  GlobalOptions options;
-  declareGlobals(app, options);
-  CommandRun chosen;
-  for (const Command &command : allCommands()) {
-    CLI::App *declared = app.add_subcommand(command.name, command.summary);
-    CommandRun run = command.declare(*declared);
-    declared->callback([&chosen, run = std::move(run)] { chosen = run; });
-  }
-  try {
-    app.parse(count, arguments);
-  } catch (const CLI::ParseError &error) {
-    return reportParsing(app, error, asksForJSON(count, arguments), surroundings);
-  }
+int run(const CommandRun &chosen, const GlobalOptions &options, const Surroundings &surroundings) {
   Session session(surroundings, options);
   int status = ExitDone;
   try {
     status = chosen(session);
   } catch (const UsageError &error) {
-    return reportUsage(error, options.json, surroundings);
+    return reportUsage(error.what(), options.json, surroundings);
   }
   // An answer that could not be written was not given.
   surroundings.out->flush();
@@ -101,61 +131,34 @@ int runCommandLine(int count, const char *const *arguments, const Surroundings &
   return std::max<int>(status, ExitRefused);
 }
 
-std::function<CommandRun(CLI::App &)> commandOfVerbs(CommandTable verbs) {
-  return [verbs = std::move(verbs)](CLI::App &arguments) -> CommandRun {
-    auto chosen = std::make_shared<CommandRun>();
-    arguments.require_subcommand(1);
-    for (const Command &verb : verbs) {
-      CLI::App *declared = arguments.add_subcommand(verb.name, verb.summary);
-      CommandRun run = verb.declare(*declared);
-      declared->callback([chosen, run = std::move(run)] { *chosen = run; });
-    }
-    return [chosen](Session &session) { return (*chosen)(session); };
-  };
-}
-
-int worse(int left, int right) {
-  return std::max(left, right);
-}
-
-namespace {
-
-int complainOf(Session &session, const ClientError &error) {
-  std::string text = displayable(error.what());
-  switch (error.kind()) {
-  case ClientError::Kind::Unreachable:
-    session.complain("the agent cannot be reached: " + text);
-    return ExitUnreachable;
-  case ClientError::Kind::Interrupted:
-    session.complain("the agent ended before it answered; what it had done by then is not known: " +
-                     text);
-    return ExitUnreachable;
-  case ClientError::Kind::Refused:
-    session.complain("the agent refused: " + text);
-    return ExitRefused;
-  case ClientError::Kind::BadReply:
-  case ClientError::Kind::DeadlinePassed:
-  case ClientError::Kind::Cancelled:
-    session.complain(text);
-    return ExitRefused;
-  case ClientError::Kind::BadArgument:
-    session.complain(text);
-    return ExitUsage;
-  }
-  return ExitRefused;
-}
-
 } // namespace
 
-int reportingFailures(Session &session, const JSONObject &request,
-                      const std::function<int()> &attempt) {
-  try {
-    return attempt();
-  } catch (const ClientError &error) {
-    JSONObject object = request;
-    session.sayJSON(object.add("success", false).add("error", jsonOfError(error)));
-    return complainOf(session, error);
+int runCommandLine(int count, const char *const *arguments, const Surroundings &surroundings) {
+  CLI::App app("Asks the privileged agent to do what needs root.", "keepwell");
+  GlobalOptions options;
+  bool describe = false;
+  declareGlobals(app, options, describe);
+  CommandRun chosen;
+  CommandTable all;
+  for (const Group &group : allGroups()) {
+    for (const Command &command : group.commands)
+      declare(app, command, group.title, chosen);
+    all.insert(all.end(), group.commands.begin(), group.commands.end());
   }
+  app.footer(footer); // now, or the commands would have it too
+  try {
+    app.parse(count, arguments);
+  } catch (const CLI::ParseError &error) {
+    return reportParsing(app, error, asksForJSON(count, arguments),
+                         suggestionFor(all, count, arguments), surroundings);
+  }
+  if (describe) {
+    *surroundings.out << description(app, all).text() << std::endl;
+    return ExitDone;
+  }
+  if (!chosen)
+    return reportUsage("a command is required", options.json, surroundings);
+  return run(chosen, options, surroundings);
 }
 
 } // namespace kw

@@ -14,10 +14,14 @@ CommandRun declareEcho(CLI::App &arguments) {
     JSONObject request;
     request.add("command", "echo");
     return reportingFailures(session, request, [&] {
-      EchoReply reply = session.agent().echo(*text);
+      EchoReply reply = session.agent().echo(*text, session.requestOptions());
       bool same = reply.text == *text;
       session.say(displayable(reply.text));
-      session.sayJSON(JSONObject(request).add("success", same).add("text", reply.text));
+      JSONObject object = JSONObject(request).add("success", same).add("text", reply.text);
+      if (same)
+        session.sayJSON(object);
+      else
+        session.sayFailure(object.add("error", jsonOfReason()));
       return same ? ExitDone : ExitRefused;
     });
   };
@@ -28,7 +32,7 @@ CommandRun declareTerminate(CLI::App & /*arguments*/) {
     JSONObject request;
     request.add("command", "terminate");
     return reportingFailures(session, request, [&] {
-      session.agent().pleaseTerminate();
+      session.agent().pleaseTerminate(session.requestOptions());
       session.say("The agent has ended.");
       session.sayJSON(JSONObject(request).add("success", true));
       return ExitDone;
@@ -40,8 +44,14 @@ CommandRun declareTerminate(CLI::App & /*arguments*/) {
 
 CommandTable agentCommands() {
   return {
-      {"echo", "Have the agent repeat a text, to see whether it answers", declareEcho},
-      {"terminate", "End the agent; the next request starts it again", declareTerminate},
+      {"echo",
+       "Have the agent repeat a text, to see whether it answers",
+       declareEcho,
+       {{"echo hello", "prints hello if the agent answers"}}},
+      {"terminate",
+       "End the agent; the next request starts it again",
+       declareTerminate,
+       {{"terminate", "also ends what it is doing for others"}}},
   };
 }
 

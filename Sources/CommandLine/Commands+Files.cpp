@@ -30,8 +30,9 @@ std::function<CommandRun(CLI::App &)>
 pathCommand(const char *command, PathOperation<Reply> operation, PathWording wording) {
   PathQuestion<Reply> question;
   question.command = command;
-  question.ask = [operation](Client &agent, const std::string &path) {
-    return (agent.*operation)(path, {});
+  question.ask = [operation](Client &agent, const std::string &path,
+                             const RequestOptions &options) {
+    return (agent.*operation)(path, options);
   };
   question.tell = [wording](Session &session, const std::string &path, const JSONObject &request,
                             const Reply &reply) {
@@ -59,8 +60,8 @@ Wording trashWording(const std::string &path) {
 CommandRun declareExists(CLI::App &arguments) {
   PathQuestion<ExistenceReply> question;
   question.command = "exists";
-  question.ask = [](Client &agent, const std::string &path) {
-    return agent.fileExistsAtPathAsync(path);
+  question.ask = [](Client &agent, const std::string &path, const RequestOptions &options) {
+    return agent.fileExistsAtPathAsync(path, options);
   };
   question.tell = [](Session &session, const std::string &path, JSONObject request,
                      const ExistenceReply &reply) {
@@ -85,7 +86,7 @@ CommandRun declareMove(CLI::App &arguments) {
     JSONObject request = pathRequest("move", from);
     request.add("destination", to);
     return reportingFailures(session, request, [&] {
-      Told reply = session.agent().moveItemAtPath(from, to);
+      Told reply = session.agent().moveItemAtPath(from, to, session.requestOptions());
       return tellOutcome(session, request, reply,
                          {"Moved " + displayable(from) + " to " + displayable(to),
                           displayable(from) + " could not be moved to " + displayable(to)});
@@ -161,8 +162,8 @@ CommandRun declareSize(CLI::App &arguments) {
   auto paths = declarePaths(arguments);
   PathQuestion<SizeReply> question;
   question.command = "size";
-  question.ask = [](Client &agent, const std::string &path) {
-    return agent.sizeOfItemAtPathAsync(path);
+  question.ask = [](Client &agent, const std::string &path, const RequestOptions &request) {
+    return agent.sizeOfItemAtPathAsync(path, request);
   };
   question.tell = [options](Session &session, const std::string &path, const JSONObject &request,
                             const SizeReply &reply) {
@@ -178,17 +179,37 @@ CommandRun declareSize(CLI::App &arguments) {
 
 CommandTable fileCommands() {
   return {
-      {"exists", "Tell whether something stands at a path, links followed", declareExists},
-      {"size", "Tell how much space items take on disk", declareSize},
-      {"remove", "Remove items with all that they hold, locked ones too",
-       pathCommand("remove", &Client::removeItemAtPathAsync, removalWording)},
-      {"shred", "Overwrite what items hold, then remove them",
-       pathCommand("shred", &Client::securelyRemoveItemAtPathAsync, shreddingWording)},
-      {"truncate", "Cut files to length zero",
-       pathCommand("truncate", &Client::truncateFileAtPathAsync, truncationWording)},
-      {"move", "Move an item to a new path, making missing folders", declareMove},
-      {"trash", "Move items to the Trash of the agent's user",
-       pathCommand("trash", &Client::moveToTrashItemAtPathAsync, trashWording)},
+      {"size",
+       "Tell how much space items take on disk",
+       declareSize,
+       {{"size /usr /var", "a line for each"},
+        {"size --bytes ~/Downloads", "a plain number"},
+        {"size --local ~", "measured with your own rights, without the agent"}}},
+      {"exists",
+       "Tell whether something stands at a path, links followed",
+       declareExists,
+       {{"exists /etc/hosts", "exit status 0 if so, 1 if not"}}},
+      {"remove",
+       "Remove items with all that they hold, locked ones too",
+       pathCommand("remove", &Client::removeItemAtPathAsync, removalWording),
+       {{"remove /srv/old", "the folder and all in it"},
+        {"find Editor --under ~/.cache", "look first what there is to remove"}}},
+      {"shred",
+       "Overwrite what items hold, then remove them",
+       pathCommand("shred", &Client::securelyRemoveItemAtPathAsync, shreddingWording),
+       {{"shred ~/letters", "each file is overwritten once"}}},
+      {"trash",
+       "Move items to the Trash of the agent's user",
+       pathCommand("trash", &Client::moveToTrashItemAtPathAsync, trashWording),
+       {{"trash /srv/old", "frees nothing until the Trash is emptied"}}},
+      {"truncate",
+       "Cut files to length zero",
+       pathCommand("truncate", &Client::truncateFileAtPathAsync, truncationWording),
+       {{"truncate /var/log/example.log", "for a file that a program holds open"}}},
+      {"move",
+       "Move an item to a new path, making missing folders",
+       declareMove,
+       {{"move /srv/old /mnt/archive/old", "the whole new path; nothing is replaced"}}},
   };
 }
 

@@ -22,7 +22,7 @@ NS::FileManager &files() {
 }
 
 int fail(Session &session, JSONObject request, const std::string &path, const NS::Error &error) {
-  session.sayJSON(request.add("success", false).add("error", jsonOfError(error)));
+  session.sayFailure(request.add("success", false).add("error", jsonOfError(error)));
   // The system's own words say more than the number of the layer above.
   const NS::Error &cause = error.underlyingError() ? *error.underlyingError() : error;
   session.complain(displayable(path) + ": " + displayable(cause.localizedDescription()));
@@ -275,8 +275,17 @@ CommandRun declareInspect(CLI::App &arguments) {
 
 CommandTable localCommands() {
   return {
-      {"find", "Search a folder for what an application left behind", declareFind},
-      {"inspect", "Tell what items are: kind, flags, protection, times, original", declareInspect},
+      {"find",
+       "Search a folder for what an application left behind",
+       declareFind,
+       {{"find Editor --under ~/.config", "what has the name in it, in whatever case"},
+        {"find \"Photo Editor\" --under /var --words", "the words in any order"},
+        {"find Editor --under ~ --exclude .git --json", "for a program, passing over .git"}}},
+      {"inspect",
+       "Tell what items are: kind, flags, protection, times, original",
+       declareInspect,
+       {{"inspect /etc/hosts", "says among others whether it is locked"},
+        {"inspect --json /srv/*", "an object for each item"}}},
   };
 }
 

@@ -8,7 +8,13 @@
 namespace kw {
 namespace {
 
-using FlagOperation = std::function<Told(Client &)>;
+using FlagOperation = std::function<Told(Session &)>;
+
+template <typename Reply> FlagOperation asked(Reply (Client::*operation)(const RequestOptions &)) {
+  return [operation](Session &session) {
+    return Told((session.agent().*operation)(session.requestOptions()));
+  };
+}
 
 JSONObject requestOf(const std::string &verb) {
   JSONObject request;
@@ -17,16 +23,18 @@ JSONObject requestOf(const std::string &verb) {
 }
 
 // A verb without arguments, answered with a flag.
-Command flagVerb(const char *verb, const char *summary, FlagOperation operation,
-                 const Wording &wording) {
-  return {verb, summary, [=](CLI::App & /*arguments*/) -> CommandRun {
+Command flagVerb(const char *verb, const char *summary, std::vector<Example> examples,
+                 const FlagOperation &operation, const Wording &wording) {
+  return {verb, summary,
+          [=](CLI::App & /*arguments*/) -> CommandRun {
             return [=](Session &session) {
               JSONObject request = requestOf(verb);
               return reportingFailures(session, request, [&] {
-                return tellOutcome(session, request, operation(session.agent()), wording);
+                return tellOutcome(session, request, operation(session), wording);
               });
             };
-          }};
+          },
+          std::move(examples)};
 }
 
 CommandRun declarePeriodic(CLI::App &arguments) {
@@ -41,7 +49,7 @@ CommandRun declarePeriodic(CLI::App &arguments) {
     JSONObject request = requestOf("periodic");
     request.add("name", *name);
     return reportingFailures(session, request, [&] {
-      Told reply = session.agent().runPeriodicScript(*name);
+      Told reply = session.agent().runPeriodicScript(*name, session.requestOptions());
       return tellOutcome(session, request, reply,
                          {"Ran the periodic scripts " + displayable(*name),
                           displayable(*name) + " could not be run"});
@@ -70,9 +78,11 @@ int tellErasure(Session &session, JSONObject request, const LogErasureReply &rep
     request.add("output", *reply.output);
   if (reply.errorOutput)
     request.add("errorOutput", *reply.errorOutput);
-  if (reply.error)
-    request.add("error", jsonOfError(*reply.error));
-  session.sayJSON(request);
+  if (reply.isErased())
+    session.sayJSON(request);
+  else
+    session.sayFailure(request.add("error", reply.error ? jsonOfError(*reply.error)
+                                                        : jsonOfReason(failureOf(reply))));
   if (reply.output)
     session.say(wordsOf(*reply.output));
   if (reply.errorOutput)
@@ -88,7 +98,8 @@ CommandRun declareEraseUnifiedLog(CLI::App & /*arguments*/) {
   return [](Session &session) {
     JSONObject request = requestOf("erase-unified-log");
     return reportingFailures(session, request, [&] {
-      return tellErasure(session, request, session.agent().removeDiagnosticLogs());
+      return tellErasure(session, request,
+                         session.agent().removeDiagnosticLogs(session.requestOptions()));
     });
   };
 }
@@ -122,7 +133,8 @@ CommandRun declareRepairPermissions(CLI::App & /*arguments*/) {
     return reportingFailures(session, request, [&] {
       RepairProgress progress(session);
       RepairReply reply = session.agent().repairPermissions(
-          [&progress](const std::string &chunk) { progress.show(chunk); });
+          [&progress](const std::string &chunk) { progress.show(chunk); },
+          session.requestOptions());
       progress.closeLine();
       bool ran = reply.attempt == Attempt::Made;
       session.sayJSON(request.add("success", ran).add("process", std::int64_t{reply.toolProcess}));
@@ -135,26 +147,39 @@ CommandRun declareRepairPermissions(CLI::App & /*arguments*/) {
 CommandTable verbs() {
   return {
       flagVerb("erase-asl", "Erase the system log store",
-               [](Client &agent) { return agent.removeASL(); },
+               {{"maintenance erase-asl", "empties /var/log/asl"}}, asked(&Client::removeASL),
                {"Erased the system log store", "the system log store could not be erased"}),
-      {"erase-unified-log", "Erase the unified log", declareEraseUnifiedLog},
+      {"erase-unified-log",
+       "Erase the unified log",
+       declareEraseUnifiedLog,
+       {{"maintenance erase-unified-log", "all of it, for good"}}},
       flagVerb("flush-dns", "Flush the caches of names",
-               [](Client &agent) { return agent.flushDNS(); },
+               {{"maintenance flush-dns", "so that changed names are asked for anew"}},
+               asked(&Client::flushDNS),
                {"Flushed the caches of names", "the caches of names could not be flushed"}),
-      {"periodic", "Run the periodic maintenance scripts", declarePeriodic},
+      {"periodic",
+       "Run the periodic maintenance scripts",
+       declarePeriodic,
+       {{"maintenance periodic daily", "runs what would run at night"}}},
       flagVerb("reindex-spotlight", "Have the search index built anew",
-               [](Client &agent) { return agent.startSpotlightReindex(); },
+               {{"maintenance reindex-spotlight", "returns at once; the index takes its time"}},
+               asked(&Client::startSpotlightReindex),
                {"Asked for a new search index", "a new search index could not be asked for"}),
-      {"repair-permissions", "Repair the permissions of the system's packages",
-       declareRepairPermissions},
+      {"repair-permissions",
+       "Repair the permissions of the system's packages",
+       declareRepairPermissions,
+       {{"maintenance repair-permissions", "shows on a terminal what the tool says"}}},
   };
 }
 
 } // namespace
 
 CommandTable maintenanceCommands() {
-  return {
-      {"maintenance", "Maintain logs, caches, indexes and permissions", commandOfVerbs(verbs())}};
+  return {{"maintenance",
+           "Maintain logs, caches, indexes and permissions",
+           nullptr,
+           {{"maintenance flush-dns", "one of several things to maintain"}},
+           verbs()}};
 }
 
 } // namespace kw

@@ -11,7 +11,7 @@ namespace kw {
 namespace {
 
 using Text = std::shared_ptr<std::string>;
-using FlagOperation = std::function<Told(Client &, const std::string &)>;
+using FlagOperation = std::function<Told(Session &, const std::string &)>;
 
 Text declareText(CLI::App &arguments, const char *name, const char *typeName, const char *help) {
   auto text = std::make_shared<std::string>();
@@ -43,8 +43,8 @@ struct FlagRequest {
 // An operation without the options of its request.
 template <typename Reply>
 FlagOperation asked(Reply (Client::*operation)(const std::string &, const RequestOptions &)) {
-  return [operation](Client &agent, const std::string &argument) {
-    return Told((agent.*operation)(argument, {}));
+  return [operation](Session &session, const std::string &argument) {
+    return Told((session.agent().*operation)(argument, session.requestOptions()));
   };
 }
 
@@ -56,7 +56,7 @@ std::function<CommandRun(CLI::App &)> flagCommand(const FlagRequest &kind) {
       JSONObject request;
       request.add("command", kind.command).add(kind.member, argument);
       return reportingFailures(session, request, [&] {
-        Told reply = kind.operation(session.agent(), argument);
+        Told reply = kind.operation(session, argument);
         return tellOutcome(
             session, request, reply,
             {kind.done + displayable(argument), displayable(argument) + kind.failed});
@@ -72,8 +72,9 @@ int tellJob(Session &session, const std::string &path) {
   JSONObject object;
   object.add("command", "launchd info").add("path", path).add("success", label.has_value());
   if (!label) {
-    session.sayJSON(object);
-    session.complain(displayable(path) + " is no job list that can be read");
+    std::string reason = displayable(path) + " is no job list that can be read";
+    session.sayFailure(object.add("error", jsonOfReason(reason)));
+    session.complain(reason);
     return ExitRefused;
   }
   bool accurate = false;
@@ -115,7 +116,8 @@ CommandRun declareSlim(CLI::App &arguments) {
     JSONObject request;
     request.add("command", "slim").add("path", binary);
     return reportingFailures(session, request, [&] {
-      Told reply = session.agent().slimBinaryWithPath(binary, architectures);
+      Told reply =
+          session.agent().slimBinaryWithPath(binary, architectures, session.requestOptions());
       return tellOutcome(
           session, request, reply,
           {"Slimmed " + displayable(binary), displayable(binary) + " could not be slimmed"});
@@ -123,73 +125,134 @@ CommandRun declareSlim(CLI::App &arguments) {
   };
 }
 
-std::function<CommandRun(CLI::App &)> launchdCommand() {
-  return commandOfVerbs(
-      {{"info", "Tell what a job's list says and whether launchd has the job", declareJobInfo},
-       {"enable", "Load a job, now and from now on",
-        flagCommand({"launchd enable", "path", "PLIST", "A job's property list", true,
-                     asked(&Client::enableLaunchdAgentAtPath), "Enabled ",
-                     " could not be enabled"})},
-       {"disable", "Unload a job for good and stop it",
-        flagCommand({"launchd disable", "path", "PLIST", "A job's property list", true,
-                     asked(&Client::disableLaunchdAgentAtPath), "Disabled ",
-                     " could not be disabled"})},
-       {"remove", "Unload a job and delete its list and its privileged tool",
-        flagCommand({"launchd remove", "path", "PLIST", "A job's property list", true,
-                     asked(&Client::removeLaunchdAgentAtPath), "Removed ",
-                     " could not be removed"})}});
+CommandTable launchdVerbs() {
+  return {
+      {"info",
+       "Tell what a job's list says and whether launchd has the job",
+       declareJobInfo,
+       {{"launchd info /Library/LaunchDaemons/org.example.job.plist",
+         "its label, whether it is loaded, what it starts"}}},
+      {"enable",
+       "Load a job, now and from now on",
+       flagCommand({"launchd enable", "path", "PLIST", "A job's property list", true,
+                    asked(&Client::enableLaunchdAgentAtPath), "Enabled ", " could not be enabled"}),
+       {{"launchd enable /Library/LaunchDaemons/org.example.job.plist",
+         "undoes what launchd disable did"}}},
+      {"disable",
+       "Unload a job for good and stop it",
+       flagCommand({"launchd disable", "path", "PLIST", "A job's property list", true,
+                    asked(&Client::disableLaunchdAgentAtPath), "Disabled ",
+                    " could not be disabled"}),
+       {{"launchd disable /Library/LaunchDaemons/org.example.job.plist",
+         "it no longer starts by itself; its files stay"}}},
+      {"remove",
+       "Unload a job and delete its list and its privileged tool",
+       flagCommand({"launchd remove", "path", "PLIST", "A job's property list", true,
+                    asked(&Client::removeLaunchdAgentAtPath), "Removed ", " could not be removed"}),
+       {{"launchd remove /Library/LaunchDaemons/org.example.job.plist",
+         "launchd disable keeps the files"}}},
+  };
 }
 
-std::function<CommandRun(CLI::App &)> startupCommand() {
-  return commandOfVerbs({{"start", "Start a startup item",
-                          flagCommand({"startup start", "name", "NAME", "A startup item", false,
-                                       asked(&Client::startStartupItem), "Asked to start ",
-                                       " could not be started"})},
-                         {"stop", "Stop a startup item",
-                          flagCommand({"startup stop", "name", "NAME", "A startup item", false,
-                                       asked(&Client::stopStartupItem), "Asked to stop ",
-                                       " could not be stopped"})}});
+CommandTable startupVerbs() {
+  return {
+      {"start",
+       "Start a startup item",
+       flagCommand({"startup start", "name", "NAME", "A startup item", false,
+                    asked(&Client::startStartupItem), "Asked to start ", " could not be started"}),
+       {{"startup start \"Web Server\"", "whether it started is not told"}}},
+      {"stop",
+       "Stop a startup item",
+       flagCommand({"startup stop", "name", "NAME", "A startup item", false,
+                    asked(&Client::stopStartupItem), "Asked to stop ", " could not be stopped"}),
+       {{"startup stop \"Web Server\"", "whether it stopped is not told"}}},
+  };
 }
 
-std::function<CommandRun(CLI::App &)> loginItemCommand() {
-  return commandOfVerbs(
-      {{"remove-global", "Remove an application from the login items of all users",
-        flagCommand({"login-item remove-global", "path", "APP", "The application", true,
-                     asked(&Client::removeGlobalLoginItemForAppWithPath),
-                     "No login item of all users starts ",
-                     " could not be removed from the login items of all users"})},
-       {"remove-sm", "Remove a login item that an application registered for itself",
-        flagCommand({"login-item remove-sm", "identifier", "ID", "Its bundle identifier", false,
-                     asked(&Client::removeSMLoginItem), "No login item is registered as ",
-                     " could not be removed from the login items"})}});
+CommandTable loginItemVerbs() {
+  return {
+      {"remove-global",
+       "Remove an application from the login items of all users",
+       flagCommand({"login-item remove-global", "path", "APP", "The application", true,
+                    asked(&Client::removeGlobalLoginItemForAppWithPath),
+                    "No login item of all users starts ",
+                    " could not be removed from the login items of all users"}),
+       {{"login-item remove-global /opt/example/run", "it no longer starts with every session"}}},
+      {"remove-sm",
+       "Remove a login item that an application registered for itself",
+       flagCommand({"login-item remove-sm", "identifier", "ID", "Its bundle identifier", false,
+                    asked(&Client::removeSMLoginItem), "No login item is registered as ",
+                    " could not be removed from the login items"}),
+       {{"login-item remove-sm org.example.helper", "by its identifier, not its path"}}},
+  };
+}
+
+CommandTable kextVerbs() {
+  return {{"remove",
+           "Unload and delete a kernel extension",
+           flagCommand({"kext remove", "path", "PATH", "The extension's bundle", true,
+                        asked(&Client::removeKextAtPath), "Removed ", " could not be removed"}),
+           {{"kext remove /Library/Extensions/Example.kext", "for good"}}}};
+}
+
+CommandTable packageVerbs() {
+  return {{"forget",
+           "Forget a package's receipt; its files stay",
+           flagCommand({"package forget", "identifier", "ID", "The package's identifier", false,
+                        asked(&Client::removePackageWithID), "Forgot ", " could not be forgotten"}),
+           {{"package forget org.example.pkg", "the system no longer knows it was installed"}}}};
+}
+
+CommandTable configurationVerbs() {
+  return {{"remove-library",
+           "Take a library out of those inserted everywhere",
+           flagCommand({"launchd-conf remove-library", "library", "LIB",
+                        "The library's path as it stands there", false,
+                        asked(&Client::removeLibraryFromLauchdConf), "No program gets inserted ",
+                        " could not be taken out of launchd's configuration"}),
+           {{"launchd-conf remove-library /usr/lib/libexample.dylib",
+             "the former file stays beside it, ending in .prev"}}}};
 }
 
 } // namespace
 
 CommandTable serviceCommands() {
   return {
-      {"launchd", "Tell about, enable, disable and remove launchd jobs", launchdCommand()},
-      {"startup", "Start and stop startup items", startupCommand()},
-      {"login-item", "Remove login items", loginItemCommand()},
-      {"kext", "Remove kernel extensions",
-       commandOfVerbs({{"remove", "Unload and delete a kernel extension",
-                        flagCommand({"kext remove", "path", "PATH", "The extension's bundle", true,
-                                     asked(&Client::removeKextAtPath), "Removed ",
-                                     " could not be removed"})}})},
-      {"package", "Forget package receipts",
-       commandOfVerbs(
-           {{"forget", "Forget a package's receipt; its files stay",
-             flagCommand({"package forget", "identifier", "ID", "The package's identifier", false,
-                          asked(&Client::removePackageWithID), "Forgot ",
-                          " could not be forgotten"})}})},
-      {"slim", "Strip a universal binary of architectures", declareSlim},
-      {"launchd-conf", "Edit launchd's configuration",
-       commandOfVerbs(
-           {{"remove-library", "Take a library out of those inserted everywhere",
-             flagCommand({"launchd-conf remove-library", "library", "LIB",
-                          "The library's path as it stands there", false,
-                          asked(&Client::removeLibraryFromLauchdConf), "No program gets inserted ",
-                          " could not be taken out of launchd's configuration"})}})},
+      {"launchd",
+       "Tell about, enable, disable and remove launchd jobs",
+       nullptr,
+       {{"launchd disable /Library/LaunchDaemons/org.example.job.plist", "stop a job for good"}},
+       launchdVerbs()},
+      {"startup",
+       "Start and stop startup items",
+       nullptr,
+       {{"startup stop \"Web Server\"", "until the next start of the system"}},
+       startupVerbs()},
+      {"login-item",
+       "Remove login items",
+       nullptr,
+       {{"login-item remove-sm org.example.helper", "by its bundle identifier"}},
+       loginItemVerbs()},
+      {"kext",
+       "Remove kernel extensions",
+       nullptr,
+       {{"kext remove /Library/Extensions/Example.kext", "for good"}},
+       kextVerbs()},
+      {"package",
+       "Forget package receipts",
+       nullptr,
+       {{"package forget org.example.pkg", "its files stay"}},
+       packageVerbs()},
+      {"launchd-conf",
+       "Edit launchd's configuration",
+       nullptr,
+       {{"launchd-conf remove-library /usr/lib/libexample.dylib", "inserted nowhere any more"}},
+       configurationVerbs()},
+      {"slim",
+       "Strip a universal binary of architectures",
+       declareSlim,
+       {{"slim /opt/example/run --arch x86_64", "keeps that one alone"},
+        {"--json slim /opt/example/run --arch x86_64", "options of keepwell stand in front"}}},
   };
 }
 

@@ -110,4 +110,11 @@ JSONObject &JSONObject::add(std::string_view key, const std::vector<std::string>
   return addRaw(key, array + "]");
 }
 
+JSONObject &JSONObject::add(std::string_view key, const std::vector<JSONObject> &values) {
+  std::string array = "[";
+  for (const JSONObject &value : values)
+    array.append(array.size() > 1 ? "," : "").append(value.text());
+  return addRaw(key, array + "]");
+}
+
 } // namespace kw

@@ -23,6 +23,7 @@ public:
   JSONObject &add(std::string_view key, double value);
   JSONObject &add(std::string_view key, const JSONObject &value);
   JSONObject &add(std::string_view key, const std::vector<std::string> &texts);
+  JSONObject &add(std::string_view key, const std::vector<JSONObject> &values);
 
   std::string text() const { return "{" + members_ + "}"; }
 

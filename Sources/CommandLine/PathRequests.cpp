@@ -14,18 +14,18 @@ CLI::Option *declarePath(CLI::Option *option, const char *typeName) {
 
 std::shared_ptr<PathArguments> declarePaths(CLI::App &arguments) {
   auto paths = std::make_shared<PathArguments>();
-  CLI::Option *given =
-      declarePath(arguments.add_option("paths", paths->given, "Files or folders"), "PATH");
-  CLI::Option *fromInput = arguments.add_flag(
+  declarePath(arguments.add_option("paths", paths->given, "Files or folders"), "PATH");
+  arguments.add_flag(
       "-0,--null", paths->fromStandardInput,
       "Read the paths from standard input, each ended by a NUL, as find -print0 writes them");
-  given->excludes(fromInput);
   return paths;
 }
 
 void requirePaths(const PathArguments &arguments) {
   if (arguments.given.empty() && !arguments.fromStandardInput)
     throw UsageError("PATH is required, or -0 to read paths from standard input");
+  if (!arguments.given.empty() && arguments.fromStandardInput)
+    throw UsageError("paths come as arguments or, with -0, from standard input, not both");
 }
 
 namespace {

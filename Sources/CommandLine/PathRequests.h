@@ -76,7 +76,7 @@ template <typename Reply> struct AskedPath {
 
 template <typename Reply> struct PathQuestion {
   const char *command;
-  std::function<Request<Reply>(Client &, const std::string &path)> ask;
+  std::function<Request<Reply>(Client &, const std::string &path, const RequestOptions &)> ask;
   // Gives the exit status.
   std::function<int(Session &, const std::string &path, JSONObject request, const Reply &)> tell;
 };
@@ -90,7 +90,7 @@ std::optional<AskedPath<Reply>> askForNextPath(Session &session, PathSource &pat
     if (!path)
       return std::nullopt;
     asked.path = std::move(*path);
-    asked.request = question.ask(session.agent(), asked.path);
+    asked.request = question.ask(session.agent(), asked.path, session.requestOptions());
   } catch (const ClientError &error) {
     asked.failure = error;
   }
@@ -140,7 +140,7 @@ int askForEachPath(Session &session, PathSource paths, const PathQuestion<Reply>
                      return question.tell(session, first.path, request, first.reply());
                    }));
     window = mostPathsAsked;
-    isAtEnd = isAtEnd || status == ExitUnreachable;
+    isAtEnd = isAtEnd || status == ExitNoAnswer;
   }
 }
 

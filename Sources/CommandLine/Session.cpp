@@ -37,18 +37,29 @@ Client &Session::agent() {
   return *agent_;
 }
 
+RequestOptions Session::requestOptions() const {
+  if (!options_.timeout)
+    return {};
+  return {std::chrono::milliseconds(static_cast<std::int64_t>(*options_.timeout * 1000))};
+}
+
 void Session::say(const std::string &line) {
-  if (!options_.json)
+  if (!options_.json && !options_.quiet)
     *surroundings_.out << line << '\n';
 }
 
 void Session::sayJSON(const JSONObject &object) {
+  if (!options_.quiet)
+    sayFailure(object);
+}
+
+void Session::sayFailure(const JSONObject &object) {
   if (options_.json)
     *surroundings_.out << object.text() << '\n';
 }
 
 void Session::show(std::string_view text) {
-  if (options_.json || !surroundings_.outIsTerminal)
+  if (options_.json || options_.quiet || !surroundings_.outIsTerminal)
     return;
   // Line by line, since line ends are the one control character to send.
   for (std::size_t end; (end = text.find('\n')) != text.npos; text.remove_prefix(end + 1))
@@ -88,13 +99,18 @@ JSONObject jsonOfError(const NS::Error &error) {
   for (const auto &[key, value] : error.userInfo())
     std::visit([&info, &key = key](const auto &held) { info.add(key, held); }, value);
   JSONObject object;
-  object.add("domain", error.domain())
+  object.add("kind", "failed")
+      .add("domain", error.domain())
       .add("code", error.code())
       .add("description", error.localizedDescription())
       .add("userInfo", info);
   if (const NS::Error *underlying = error.underlyingError())
     object.add("underlying", jsonOfError(*underlying));
   return object;
+}
+
+JSONObject jsonOfReason(const std::string &reason) {
+  return JSONObject().add("kind", "failed").add("description", reason);
 }
 
 JSONObject jsonOfError(const ClientError &error) {

@@ -22,9 +22,9 @@ class UsageError : public std::runtime_error {
 
 enum ExitStatus : int {
   ExitDone = 0,
-  ExitRefused = 1,     // the agent answered no
-  ExitUsage = 2,       // the command was not understood or cannot be sent
-  ExitUnreachable = 3, // there is no agent to answer
+  ExitRefused = 1,  // the agent answered no
+  ExitUsage = 2,    // the command was not understood or cannot be sent
+  ExitNoAnswer = 3, // there is no agent to answer, or it did not
 };
 
 // What the program takes from its surroundings; a test has others.
@@ -38,7 +38,9 @@ struct Surroundings {
 
 struct GlobalOptions {
   bool json = false;
+  bool quiet = false;
   std::string bus = "system";
+  std::optional<double> timeout = std::nullopt; // seconds for each request
 };
 
 class Session {
@@ -51,10 +53,15 @@ public:
   bool json() const { return options_.json; }
   std::istream *input() const { return surroundings_.in; }
 
-  // One line of the answer, unless JSON is asked for.
+  // For each request.
+  RequestOptions requestOptions() const;
+
+  // One line of the answer, unless JSON or silence is asked for.
   void say(const std::string &line);
-  // One object of the answer, if JSON is asked for.
+  // One object of the answer, if JSON is asked for; not with silence.
   void sayJSON(const JSONObject &object);
+  // One object that tells of a failure, if JSON is asked for.
+  void sayFailure(const JSONObject &object);
   // A piece of a long answer as it comes, without a line's end of its own; only
   // where a person watches, and not if JSON is asked for.
   void show(std::string_view text);
@@ -78,5 +85,7 @@ std::string displayable(std::string_view text);
 
 JSONObject jsonOfError(const NS::Error &error);
 JSONObject jsonOfError(const ClientError &error);
+// For a failure that came without an error.
+JSONObject jsonOfReason(const std::string &reason = "the agent gave no reason");
 
 } // namespace kw

@@ -126,12 +126,15 @@ TEST_F(CommandLineTest, givesTheReasonOfTheAgent) {
   EXPECT_NE(err.str().find("/a could not be removed: "), std::string::npos) << err.str();
   EXPECT_EQ(run({"--json", "remove", "/a"}), 1);
   EXPECT_EQ(err.str(), "");
-  EXPECT_NE(out.str().find("{\"command\":\"remove\",\"path\":\"/a\",\"success\":false,"
-                           "\"error\":{\"domain\":\"NSCocoaErrorDomain\",\"code\":513,"),
+  EXPECT_NE(out.str().find(
+                "{\"command\":\"remove\",\"path\":\"/a\",\"success\":false,"
+                "\"error\":{\"kind\":\"failed\",\"domain\":\"NSCocoaErrorDomain\",\"code\":513,"),
             std::string::npos)
       << out.str();
-  EXPECT_NE(out.str().find("\"underlying\":{\"domain\":\"NSPOSIXErrorDomain\",\"code\":13,"),
-            std::string::npos)
+  EXPECT_NE(
+      out.str().find(
+          "\"underlying\":{\"kind\":\"failed\",\"domain\":\"NSPOSIXErrorDomain\",\"code\":13,"),
+      std::string::npos)
       << out.str();
 }
 
@@ -310,6 +313,72 @@ TEST_F(CommandLineTest, tellsItsVersionAndHelp) {
   EXPECT_EQ(run({"size", "--help"}), 0);
   EXPECT_NE(out.str().find("--bytes"), std::string::npos);
   EXPECT_TRUE(record.buses.empty());
+}
+
+TEST_F(CommandLineTest, guessesWhatAMistypedCommandWasMeantToBe) {
+  struct Guess {
+    Strings words;
+    const char *meant;
+  };
+  for (const Guess &guess :
+       {Guess{{"remvoe", "/a"}, "\"remvoe\"; did you mean \"remove\"?"},
+        Guess{{"--bus", "sizes", "siez", "/a"}, "\"siez\"; did you mean \"size\"?"},
+        Guess{{"launchd", "disabel", "/a"}, "\"disabel\"; did you mean \"disable\"?"},
+        Guess{{"maintenance", "flush"}, "\"flush\"; there are: erase-asl, "},
+        Guess{{"x"}, "\"x\"; there are: size, exists, remove, "}}) {
+    EXPECT_EQ(run(guess.words), 2);
+    EXPECT_TRUE(err.str().starts_with(std::string("keepwell: there is no command ") + guess.meant))
+        << err.str();
+    EXPECT_TRUE(record.requests.empty());
+  }
+  EXPECT_EQ(run({"remvoe", "/a", "--json"}), 2);
+  EXPECT_EQ(out.str(), "{\"success\":false,\"error\":{\"kind\":\"usage\",\"description\":"
+                       "\"there is no command \\\"remvoe\\\"; did you mean \\\"remove\\\"?\"}}\n");
+}
+
+TEST_F(CommandLineTest, hasAnExampleInTheHelpOfEachCommand) {
+  EXPECT_EQ(run({"--describe"}), 0);
+  std::string description = out.str();
+  EXPECT_EQ(description.find("\"examples\":[]"), std::string::npos);
+  int commands = 0;
+  for (std::size_t at = 0; (at = description.find("\"words\":[\"", at)) != std::string::npos;
+       ++at) {
+    std::size_t start = at + 9;
+    std::string list = description.substr(start, description.find(']', start) - start);
+    Strings words;
+    for (std::size_t quote = 0; (quote = list.find('"', quote)) != std::string::npos;) {
+      std::size_t end = list.find('"', quote + 1);
+      words.push_back(list.substr(quote + 1, end - quote - 1));
+      quote = end + 1;
+    }
+    words.emplace_back("--help");
+    EXPECT_EQ(run(words), 0);
+    EXPECT_NE(out.str().find("Examples:\n  keepwell "), std::string::npos) << list;
+    EXPECT_NE(out.str().find("Exit status: 0 done"), std::string::npos) << list;
+    ++commands;
+  }
+  EXPECT_EQ(commands, 36);
+}
+
+TEST_F(CommandLineTest, isQuietWhenAsked) {
+  EXPECT_EQ(run({"remove", "/a", "--quiet"}), 0);
+  EXPECT_EQ(run({"size", "-q", "/a"}), 0);
+  EXPECT_EQ(run({"-q", "--json", "remove", "/a"}), 0);
+  EXPECT_EQ(out.str(), "");
+  record.success = false;
+  EXPECT_EQ(run({"remove", "-q", "/a"}), 1);
+  EXPECT_EQ(err.str(), "keepwell: /a could not be removed\n");
+  EXPECT_EQ(run({"remove", "-q", "/a", "--json"}), 1);
+  EXPECT_EQ(out.str(), "{\"command\":\"remove\",\"path\":\"/a\",\"success\":false,\"error\":"
+                       "{\"kind\":\"failed\",\"description\":\"the agent gave no reason\"}}\n");
+}
+
+TEST_F(CommandLineTest, gives3WhenTheAnswerTakesTooLong) {
+  record.failure = ClientError(ClientError::Kind::DeadlinePassed, "", "the time has passed");
+  EXPECT_EQ(run({"--timeout", "0.5", "remove", "/a"}), 3);
+  EXPECT_EQ(err.str(), "keepwell: no answer in the time allowed; the agent may yet do it\n");
+  for (const char *time : {"0", "-1", "soon"})
+    EXPECT_EQ(run({"--timeout", time, "remove", "/a"}), 2) << time;
 }
 
 TEST_F(CommandLineTest, showsControlCharactersInsteadOfSendingThem) {

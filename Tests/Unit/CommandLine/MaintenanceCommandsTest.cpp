@@ -109,8 +109,10 @@ TEST_F(MaintenanceCommands, printOneObjectForPrograms) {
   EXPECT_EQ(out.str(), "{\"command\":\"maintenance erase-asl\",\"success\":true}\n");
   record.success = false;
   EXPECT_EQ(run({"periodic", "a \"b\"", "--json"}), 1);
-  EXPECT_EQ(out.str(),
-            "{\"command\":\"maintenance periodic\",\"name\":\"a \\\"b\\\"\",\"success\":false}\n");
+  EXPECT_EQ(
+      out.str(),
+      "{\"command\":\"maintenance periodic\",\"name\":\"a \\\"b\\\"\",\"success\":false,\"error\":"
+      "{\"kind\":\"failed\",\"description\":\"the agent gave no reason\"}}\n");
 }
 
 TEST_F(MaintenanceCommands, needTheirWords) {
@@ -143,7 +145,8 @@ TEST_F(MaintenanceCommands, passOnWhatTheLogToolSaid) {
                        "ended with status 77\n");
   EXPECT_EQ(run({"erase-unified-log", "--json"}), 1);
   EXPECT_EQ(out.str(), "{\"command\":\"maintenance erase-unified-log\",\"success\":false,"
-                       "\"status\":77,\"errorOutput\":\"not you\\n\"}\n");
+                       "\"status\":77,\"errorOutput\":\"not you\\n\",\"error\":{\"kind\":"
+                       "\"failed\",\"description\":\"its tool ended with status 77\"}}\n");
 }
 
 TEST_F(MaintenanceCommands, judgeTheErasureByItsErrorToo) {

@@ -92,7 +92,8 @@ TEST_F(ServiceCommands, tellProgramsInJSON) {
   record.success = false;
   run({"--json", "login-item", "remove-sm", "x"});
   EXPECT_EQ(out.str(),
-            "{\"command\":\"login-item remove-sm\",\"identifier\":\"x\",\"success\":false}\n");
+            "{\"command\":\"login-item remove-sm\",\"identifier\":\"x\",\"success\":false,"
+            "\"error\":{\"kind\":\"failed\",\"description\":\"the agent gave no reason\"}}\n");
   EXPECT_EQ(err.str(), "");
 }
 
@@ -118,7 +119,7 @@ TEST_F(ServiceCommands, asTheyStandAreIncompleteWithoutAVerbOrAnArgument) {
 
 TEST_F(ServiceCommands, withoutAnAgentSaySo) {
   record.failure = ClientError(ClientError::Kind::Unreachable, "org.example.Error", "nobody there");
-  EXPECT_EQ(run({"startup", "start", "x"}), kw::ExitUnreachable);
+  EXPECT_EQ(run({"startup", "start", "x"}), kw::ExitNoAnswer);
   EXPECT_NE(err.str().find("nobody there"), std::string::npos);
 }
 
@@ -128,7 +129,7 @@ TEST_F(ServiceCommands, takeTheEndOfTheAgentForTheRemovalOfItsOwnJob) {
   EXPECT_EQ(run({"launchd", "remove", own}), kw::ExitDone);
   EXPECT_EQ(record.requests, Strings{"RemoveLaunchdAgentAtPath " + own});
   record.failure = ClientError(ClientError::Kind::Interrupted, "org.example.Error", "ended");
-  EXPECT_EQ(run({"launchd", "remove", "/other"}), kw::ExitUnreachable);
+  EXPECT_EQ(run({"launchd", "remove", "/other"}), kw::ExitNoAnswer);
   record.failure = ClientError(ClientError::Kind::Refused, "org.example.Error", "no");
   EXPECT_EQ(run({"launchd", "remove", own}), kw::ExitRefused);
 }

@@ -1,0 +1,84 @@
+// Insertions, deletions, replacements and swaps of neighbours, each one change.
+#include "CommandLine/NearWord.h"
+
+#include <algorithm>
+
+namespace kw {
+namespace {
+
+std::size_t changesBetween(std::string_view left, std::string_view right) {
+  std::vector<std::vector<std::size_t>> changes(left.size() + 1,
+                                                std::vector<std::size_t>(right.size() + 1));
+  for (std::size_t i = 0; i <= left.size(); ++i)
+    for (std::size_t j = 0; j <= right.size(); ++j) {
+      if (i == 0 || j == 0) {
+        changes[i][j] = i + j;
+        continue;
+      }
+      std::size_t least = std::min({changes[i - 1][j] + 1, changes[i][j - 1] + 1,
+                                    changes[i - 1][j - 1] + (left[i - 1] != right[j - 1])});
+      if (i > 1 && j > 1 && left[i - 1] == right[j - 2] && left[i - 2] == right[j - 1])
+        least = std::min(least, changes[i - 2][j - 2] + 1);
+      changes[i][j] = least;
+    }
+  return changes[left.size()][right.size()];
+}
+
+const Command *find(const CommandTable &commands, std::string_view name) {
+  auto found = std::find_if(commands.begin(), commands.end(),
+                            [name](const Command &command) { return command.name == name; });
+  return found == commands.end() ? nullptr : &*found;
+}
+
+std::string sentence(const std::string &given, const CommandTable &commands) {
+  std::vector<std::string> names;
+  for (const Command &command : commands)
+    names.emplace_back(command.name);
+  std::string near = nearWord(given, names);
+  std::string all;
+  for (const std::string &name : names)
+    all += (all.empty() ? "" : ", ") + name;
+  return "there is no command \"" + displayable(given) + "\"; " +
+         (near.empty() ? "there are: " + all : "did you mean \"" + near + "\"?");
+}
+
+bool takesValue(std::string_view option) {
+  return option == "--bus" || option == "--timeout";
+}
+
+} // namespace
+
+std::string nearWord(std::string_view given, const std::vector<std::string> &words) {
+  constexpr std::size_t longest = 64; // nobody mistypes more
+  std::string nearest;
+  // A third of the letters may be wrong.
+  std::size_t fewest = std::min<std::size_t>(given.size() / 3 + 1, 3) + 1;
+  for (const std::string &word : words) {
+    std::size_t changes = given.size() > longest ? fewest : changesBetween(given, word);
+    if (changes < fewest && changes < word.size()) {
+      fewest = changes;
+      nearest = word;
+    }
+  }
+  return nearest;
+}
+
+std::string suggestionFor(const CommandTable &commands, int count, const char *const *arguments) {
+  CommandTable level = commands;
+  for (int index = 1; index < count; ++index) {
+    std::string word = arguments[index];
+    if (word.starts_with("-")) {
+      index += takesValue(word) ? 1 : 0;
+      continue;
+    }
+    const Command *command = find(level, word);
+    if (!command)
+      return sentence(word, level);
+    if (command->verbs.empty())
+      return "";
+    level = CommandTable(command->verbs);
+  }
+  return "";
+}
+
+} // namespace kw
