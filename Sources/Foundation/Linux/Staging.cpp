@@ -69,6 +69,8 @@ int Staging::make(const std::string &name) {
   Descriptor folder = openFolder(destination_.get(), name.c_str());
   if (!folder) {
     int error = errno;
+    if (error == ENOENT) // taken for a leftover already
+      return EEXIST;
     static_cast<void>(::unlinkat(destination_.get(), name.c_str(), AT_REMOVEDIR));
     return error;
   }

@@ -21,17 +21,16 @@ namespace {
 class Descriptor {
 public:
   explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() { static_cast<void>(close()); }
+  ~Descriptor() {
+    if (isOpen())
+      ::close(number_);
+  }
   Descriptor(const Descriptor &) = delete;
   Descriptor &operator=(const Descriptor &) = delete;
 
   int number() const { return number_; }
   bool isOpen() const { return number_ >= 0; }
   int release() { return std::exchange(number_, -1); }
-  int close() {
-    int number = release();
-    return number < 0 ? 0 : ::close(number);
-  }
 
 private:
   int number_;
@@ -164,8 +163,10 @@ int Replacement::perform(std::string_view data) {
     return errno;
   if (int failure = fill(descriptor.number(), hasFormer ? &former : nullptr, data))
     return failure;
-  if (descriptor.close() != 0 ||
-      ::renameat(folder_, temporary_.c_str(), folder_, name_.c_str()) != 0)
+  // Renamed before it is closed: with the descriptor goes the lock, and without
+  // it the next replacement would take the file for a leftover. All is synced,
+  // so closing has nothing left to tell.
+  if (::renameat(folder_, temporary_.c_str(), folder_, name_.c_str()) != 0)
     return errno;
   exists_ = false;
   // The file is in its place; a folder that cannot be synced takes nothing

@@ -5,11 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -143,6 +146,25 @@ TEST_F(FileContentsTest, staysAsTheyWereWhenTheWriteStopsMidway) {
   EXPECT_EQ(WEXITSTATUS(status), 0);
   EXPECT_EQ(scratch.content("a"), "old");
   EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, replacedBySeveralAtOnceAreThoseOfOneOfThem) {
+  const std::string path = scratch.file("shared", "");
+  std::atomic<int> failures = 0;
+  std::vector<std::thread> writers;
+  for (char letter = 'a'; letter < 'i'; ++letter)
+    writers.emplace_back([&, letter] {
+      for (int round = 0; round < 200; ++round)
+        if (!files().writeToFileAtomically(path, std::string(100, letter), nullptr))
+          ++failures;
+    });
+  for (std::thread &writer : writers)
+    writer.join();
+  EXPECT_EQ(failures, 0);
+  auto content = files().dataWithContentsOfFile(path, &error);
+  ASSERT_TRUE(content && content->size() == 100);
+  EXPECT_EQ(*content, std::string(100, content->front()));
+  EXPECT_EQ(entryCount(), 1U);
 }
 
 TEST_F(FileContentsTest, leakNoDescriptor) {

@@ -9,9 +9,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/file.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -109,6 +111,25 @@ TEST(Staging, findsANameThoughAllNumbersAreTaken) {
     EXPECT_EQ(names(scratch).size(), NS::temporarySlots + 1);
   }
   EXPECT_EQ(names(scratch).size(), NS::temporarySlots);
+}
+
+TEST(Staging, ofSeveralAtOnceInOneDestinationNeverGetInEachOthersWay) {
+  ScratchFolder scratch;
+  Descriptor parent = openFolder(scratch.path());
+  std::atomic<int> failures = 0;
+  std::vector<std::thread> copies;
+  for (int count = 0; count < 8; ++count)
+    copies.emplace_back([&] {
+      for (int round = 0; round < 200; ++round) {
+        NS::Staging staging;
+        if (staging.open(parent.get()) != 0 || ::faccessat(staging.folder(), ".", W_OK, 0) != 0)
+          ++failures;
+      }
+    });
+  for (std::thread &copy : copies)
+    copy.join();
+  EXPECT_EQ(failures, 0);
+  EXPECT_TRUE(fs::is_empty(scratch.path()));
 }
 
 TEST(CopyItem, removesWhatAnEarlierCopyLeft) {
