@@ -33,6 +33,7 @@
 #pragma once
 
 #include "Client/ClientError.h"
+#include "Client/Export.h"
 #include "Client/Replies.h"
 #include "Client/Request.h"
 
@@ -45,7 +46,7 @@ namespace kw {
 
 class RequestEngine;
 
-class Client {
+class KEEPWELL_EXPORT Client {
 public:
   // A piece of a running tool's output.
   using Progress = std::function<void(const std::string &chunk)>;

@@ -1,6 +1,8 @@
 // Why a request to the agent got no reply.
 #pragma once
 
+#include "Client/Export.h"
+
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -8,7 +10,7 @@
 
 namespace kw {
 
-class ClientError : public std::runtime_error {
+class KEEPWELL_EXPORT ClientError : public std::runtime_error {
 public:
   enum class Kind {
     // The request never reached an agent: no bus, no agent, no right to call.

@@ -3,6 +3,7 @@
 // enumeration that says what it says.
 #pragma once
 
+#include "Client/Export.h"
 #include "Foundation/Error.h"
 
 #include <cstdint>
@@ -26,7 +27,7 @@ enum class JobRemoval {
   AgentRemoved,
 };
 
-struct FlagReply {
+struct KEEPWELL_EXPORT FlagReply {
   Outcome outcome = Outcome::NotDone;
   // Why it was not done. Moves and the Trash alone say so.
   std::optional<NS::Error> error = std::nullopt;
@@ -34,7 +35,7 @@ struct FlagReply {
   bool isDone() const { return outcome == Outcome::Done; }
 };
 
-struct RemovalReply {
+struct KEEPWELL_EXPORT RemovalReply {
   Outcome outcome = Outcome::NotDone;
   // Why it was not done; never beside Done.
   std::optional<NS::Error> error = std::nullopt;
@@ -45,32 +46,32 @@ struct RemovalReply {
   bool isDone() const { return outcome == Outcome::Done; }
 };
 
-struct AttemptReply {
+struct KEEPWELL_EXPORT AttemptReply {
   Attempt attempt = Attempt::NotMade;
 };
 
-struct ExistenceReply {
+struct KEEPWELL_EXPORT ExistenceReply {
   Existence existence = Existence::Missing;
 };
 
-struct JobRemovalReply {
+struct KEEPWELL_EXPORT JobRemovalReply {
   JobRemoval removal = JobRemoval::NotRemoved;
 };
 
-struct EchoReply {
+struct KEEPWELL_EXPORT EchoReply {
   std::string text;
 };
 
-struct SizeReply {
+struct KEEPWELL_EXPORT SizeReply {
   std::uint64_t allocatedBytes = 0; // 0 also for what is not there
 };
 
-struct RepairReply {
+struct KEEPWELL_EXPORT RepairReply {
   Attempt attempt = Attempt::NotMade;
   std::int32_t toolProcess = 0; // the process that the tool was; no status
 };
 
-struct LogErasureReply {
+struct KEEPWELL_EXPORT LogErasureReply {
   std::optional<std::string> output;      // the tool's; none when blank
   std::optional<std::string> errorOutput; // likewise
   std::optional<std::int64_t> toolStatus; // none when it could not be run
@@ -80,6 +81,6 @@ struct LogErasureReply {
 };
 
 // The agent has ended.
-struct TerminationReply {};
+struct KEEPWELL_EXPORT TerminationReply {};
 
 } // namespace kw

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "Client/ClientError.h"
+#include "Client/Export.h"
 
 #include <chrono>
 #include <functional>
@@ -43,9 +44,9 @@ private:
   std::variant<Reply, ClientError> held_;
 };
 
-template <typename Reply> class Request {
+template <typename Reply> class KEEPWELL_EXPORT Request {
 public:
-  class State;
+  class KEEPWELL_LOCAL State;
   // Called on the client's own thread. It may start and cancel requests and
   // let go of the client, but must not wait, nor throw: either would be the
   // end of all other requests (waiting throws std::logic_error there).

@@ -1,5 +1,6 @@
 """What starts by itself, through the real agent: launchd jobs, startup items,
 login items, with stand-ins at the paths of the system's tools."""
+import json
 import os
 import plistlib
 import stat
@@ -217,9 +218,11 @@ class LaunchdJobTest(ServicesTestCase):
                          ["Label: org.example.job", "Loaded: yes"])
         self.assertEqual(self.keepwell("launchd", "disable", path)[0], 0)
         self.assertEqual(self.jobs(), [])
-        self.assertEqual(self.keepwell("--json", "launchd", "remove", path),
-                         (1, f'{{"command":"launchd remove","path":"{path}","success":false}}\n',
-                          ""))
+        status, text, complaint = self.keepwell("--json", "launchd", "remove", path)
+        self.assertEqual((status, complaint), (1, ""))
+        self.assertEqual(json.loads(text),
+                         {"command": "launchd remove", "path": path, "success": False,
+                          "error": {"kind": "failed", "description": "the agent gave no reason"}})
         self.root.write(f"{STATE}/loaded/org.example.job")
         self.assertEqual(self.keepwell("launchd", "remove", path)[0], 0)
         self.assertFalse(self.root.exists(path))

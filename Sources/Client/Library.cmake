@@ -1,0 +1,76 @@
+# libkeepwell as others get it: shared and static, its headers, and what CMake
+# and pkg-config need to find it. Two components: "library" is what programs
+# run with, "development" what they are built with.
+
+# Besides its own room the library holds the error values of Foundation.
+set(library_sources $<TARGET_OBJECTS:kw_client>
+    ${CMAKE_CURRENT_SOURCE_DIR}/Foundation/POSIX/Error.cpp)
+set(exports ${CMAKE_CURRENT_SOURCE_DIR}/Client/libkeepwell.map)
+
+add_library(libkeepwell SHARED ${library_sources})
+set_target_properties(libkeepwell PROPERTIES
+  VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+  EXPORT_NAME shared LINK_DEPENDS ${exports})
+target_link_options(libkeepwell PRIVATE LINKER:--version-script=${exports})
+if(NOT KEEPWELL_SANITIZE) # whose calls the program brings
+  target_link_options(libkeepwell PRIVATE LINKER:--no-undefined)
+endif()
+add_library(libkeepwell_static STATIC ${library_sources})
+set_target_properties(libkeepwell_static PROPERTIES EXPORT_NAME static)
+foreach(library libkeepwell libkeepwell_static)
+  set_target_properties(${library} PROPERTIES OUTPUT_NAME keepwell)
+  target_include_directories(${library}
+    PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}
+    INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_compile_features(${library} INTERFACE cxx_std_20)
+  target_link_libraries(${library} PRIVATE
+    $<BUILD_INTERFACE:kw_options> PkgConfig::SDBUSCPP Threads::Threads)
+endforeach()
+
+# The public headers, as <keepwell/Name.h>. One that includes any other header
+# of the tree would not stand alone.
+set(public_headers Client/Client.h Client/ClientError.h Client/Export.h Client/Replies.h
+    Client/Request.h Foundation/Error.h)
+set(made_headers ${CMAKE_BINARY_DIR}/include/keepwell)
+foreach(header ${public_headers})
+  set(source ${CMAKE_CURRENT_SOURCE_DIR}/${header})
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
+  file(READ ${source} text)
+  foreach(other ${public_headers})
+    cmake_path(GET other FILENAME name)
+    string(REPLACE "#include \"${other}\"" "#include <keepwell/${name}>" text "${text}")
+  endforeach()
+  if(text MATCHES "#include \"[^\n]*")
+    message(FATAL_ERROR "${header} is public and must not have ${CMAKE_MATCH_0}")
+  endif()
+  cmake_path(GET header FILENAME name)
+  file(CONFIGURE OUTPUT ${made_headers}/${name} CONTENT "${text}" @ONLY)
+endforeach()
+
+include(CMakePackageConfigHelpers)
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Keepwell)
+configure_package_config_file(${CMAKE_CURRENT_SOURCE_DIR}/Client/KeepwellConfig.cmake.in
+  ${CMAKE_BINARY_DIR}/KeepwellConfig.cmake INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/KeepwellConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+# Relative to the file itself, so that the whole can be moved.
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}
+  OUTPUT_VARIABLE KEEPWELL_LIBDIR)
+configure_file(${CMAKE_CURRENT_SOURCE_DIR}/Client/keepwell.pc.in
+  ${CMAKE_BINARY_DIR}/keepwell.pc @ONLY)
+
+install(TARGETS libkeepwell EXPORT KeepwellSharedTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library
+  NAMELINK_COMPONENT development)
+install(TARGETS libkeepwell_static EXPORT KeepwellStaticTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+foreach(kind Shared Static)
+  install(EXPORT Keepwell${kind}Targets NAMESPACE Keepwell:: DESTINATION ${package_folder}
+          COMPONENT development)
+endforeach()
+install(FILES ${CMAKE_BINARY_DIR}/KeepwellConfig.cmake
+  ${CMAKE_BINARY_DIR}/KeepwellConfigVersion.cmake
+  DESTINATION ${package_folder} COMPONENT development)
+install(FILES ${CMAKE_BINARY_DIR}/keepwell.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+install(DIRECTORY ${made_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
