@@ -97,6 +97,12 @@ public:
   // exist is no failure: it reads as NS. Null with errno set for an empty
   // path, one with a NUL inside and for options that are not served.
   virtual std::unique_ptr<FTSStream> open(const std::string &path, int options) = 0;
+  // The same for a caller who will skip nothing: other threads may read folders
+  // that the stream has not come to yet. Entries and their order are those of
+  // open; each stands for its item as it was at some time since the opening.
+  virtual std::unique_ptr<FTSStream> openForAll(const std::string &path, int options) {
+    return open(path, options);
+  }
 };
 
 } // namespace NS

@@ -94,7 +94,7 @@ void accumulate(NS::FTSEntry &entry, Vanished vanished) {
 }
 
 std::unique_ptr<NS::FTSStream> openWalk(const std::string &path) {
-  return NS::FTS::shared().open(path, NS::FTSOption::PHYSICAL | NS::FTSOption::NOCHDIR);
+  return NS::FTS::shared().openForAll(path, NS::FTSOption::PHYSICAL | NS::FTSOption::NOCHDIR);
 }
 
 void closeWalk(NS::FTSStream &stream) {

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <dirent.h>
+#include <limits>
 #include <memory>
 
 namespace NS {
@@ -25,6 +27,23 @@ inline const DirectoryRecord &directoryRecordAt(const char *bytes) {
 
 inline bool isDotOrDotDot(const char *name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+inline bool mayBeFolder(std::uint8_t type) {
+  return type == DT_DIR || type == DT_UNKNOWN;
+}
+
+// Whether the batch ends where no further record can be: many volumes give
+// their last record the greatest offset of all, which spares a call that would
+// read nothing.
+inline bool isLastBatch(const char *batch, std::size_t size) {
+  std::int64_t nextOffset = 0;
+  for (std::size_t at = 0; at < size;) {
+    const DirectoryRecord &record = directoryRecordAt(batch + at);
+    nextOffset = record.nextOffset;
+    at += record.length;
+  }
+  return nextOffset == std::numeric_limits<std::int64_t>::max();
 }
 
 // Memory for many batches of records, grown without being cleared first.

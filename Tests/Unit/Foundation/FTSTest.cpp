@@ -5,13 +5,12 @@
 #include "Support/ForkedChild.h"
 #include "Support/RandomTree.h"
 #include "Support/ScratchFolder.h"
+#include "Support/WalkSequence.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <filesystem>
-#include <fts.h>
-#include <functional>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,57 +20,14 @@ namespace {
 using kwtest::DeepChain;
 using kwtest::inForkedChild;
 using kwtest::openDescriptorCount;
+using kwtest::ours;
 using kwtest::quickFolder;
 using kwtest::RandomTree;
 using kwtest::ScratchFolder;
+using kwtest::theirs;
 using NS::FTSInfo;
 
 constexpr int physical = NS::FTSOption::PHYSICAL | NS::FTSOption::NOCHDIR;
-
-// One line for each entry, so that two walks can be compared as texts.
-std::string line(int info, int level, std::string_view path, std::string_view name, int errnum,
-                 std::int64_t size, std::uint64_t inode) {
-  return std::to_string(info) + " " + std::to_string(level) + " " + std::string(path) + " " +
-         std::string(name) + " " + std::to_string(errnum) + " " + std::to_string(size) + " " +
-         std::to_string(inode) + "\n";
-}
-
-bool skips(std::string_view path, unsigned every) {
-  return every != 0 && std::hash<std::string_view>{}(path) % every == 0;
-}
-
-std::string ours(const std::string &root, int options, unsigned skipEvery = 0) {
-  std::string text;
-  auto stream = NS::FTS::shared().open(root, options);
-  while (NS::FTSEntry *entry = stream->read()) {
-    bool hasStatus = !(options & NS::FTSOption::NOSTAT) && entry->info != FTSInfo::NS;
-    text +=
-        line(static_cast<int>(entry->info), entry->level, entry->path, entry->name, entry->errnum,
-             hasStatus ? entry->statp.size : 0, hasStatus ? entry->statp.inode : 0);
-    if (entry->info == FTSInfo::D && skips(entry->path, skipEvery))
-      stream->set(*entry, NS::FTSInstruction::SKIP);
-  }
-  return text;
-}
-
-std::string theirs(const std::string &root, int options, unsigned skipEvery = 0) {
-  std::string text;
-  std::string copy = root;
-  char *roots[] = {copy.data(), nullptr};
-  ::FTS *stream = ::fts_open(roots, options, nullptr);
-  while (FTSENT *entry = ::fts_read(stream)) {
-    bool hasStatus = !(options & FTS_NOSTAT) && entry->fts_info != FTS_NS;
-    bool hasError =
-        entry->fts_info == FTS_NS || entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR;
-    text += line(entry->fts_info, entry->fts_level, entry->fts_path, entry->fts_name,
-                 hasError ? entry->fts_errno : 0, hasStatus ? entry->fts_statp->st_size : 0,
-                 hasStatus ? entry->fts_statp->st_ino : 0);
-    if (entry->fts_info == FTS_D && skips(entry->fts_path, skipEvery))
-      ::fts_set(stream, entry, FTS_SKIP);
-  }
-  ::fts_close(stream);
-  return text;
-}
 
 std::string numbered(std::string stem, int number) {
   return stem.append(std::to_string(number));

@@ -1,0 +1,291 @@
+// The sequence of the walk.
+#include "Foundation/Linux/HierarchyStream.h"
+
+#include <algorithm>
+#include <cstring>
+#include <dirent.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace NS {
+namespace {
+
+constexpr std::size_t batchSize = 64 * 1024;
+// Records kept at most before frames forget what they have not used yet, and
+// the batch from then on: whatever is forgotten must be read again.
+constexpr std::size_t recordBudget = 4 * 1024 * 1024;
+constexpr std::size_t frugalBatchSize = 4 * 1024;
+// Descriptors that one walk holds at most; fewer when the process runs out.
+constexpr std::size_t descriptorBudget = 16;
+// Ancestors above this level are compared one by one, deeper ones by a table.
+constexpr std::size_t linearAncestors = 32;
+
+// The length of the root's name within its path: all of it when no slash
+// separates a component, nothing when the path ends in one.
+std::size_t rootNameLength(const std::string &path) {
+  std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos || path == "/")
+    return path.size();
+  return path.size() - slash - 1;
+}
+
+} // namespace
+
+HierarchyStream::HierarchyStream(const std::string &path, int options, unsigned processors)
+    : options_(options), path_(path) {
+  rootParent_.level = -1;
+  if (processors < 2)
+    return;
+  bool looksAtAll = !(options & FTSOption::NOSTAT);
+  ahead_ = std::make_unique<ReadAhead>(
+      looksAtAll ? ReadAhead::Look::AtAll : ReadAhead::Look::AtFolders, processors);
+}
+
+FTSInfo HierarchyStream::infoOfMode(std::uint32_t mode) {
+  if (S_ISDIR(mode))
+    return FTSInfo::D;
+  if (S_ISREG(mode))
+    return FTSInfo::F;
+  return S_ISLNK(mode) ? FTSInfo::SL : FTSInfo::DEFAULT;
+}
+
+FTSEntry *HierarchyStream::read() {
+  if (!started_) {
+    started_ = true;
+    pathStart_ = path_.data();
+    return enter(look(AT_FDCWD, path_.c_str(), DT_UNKNOWN), rootNameLength(path_));
+  }
+  if (depth_ > 0 && top().stage == Stage::Left)
+    pop();
+  if (depth_ == 0)
+    return nullptr;
+  Frame &frame = top();
+  if (frame.stage == Stage::Announced) {
+    if (!mayDescend(frame))
+      return leave(frame);
+    if (int errnum = descend(); errnum != 0)
+      return cannotRead(frame, errnum);
+  }
+  return nextItem();
+}
+
+void HierarchyStream::set(FTSEntry &entry, FTSInstruction instruction) {
+  if (instruction != FTSInstruction::SKIP)
+    return;
+  if (depth_ > 0 && &top().entry == &entry)
+    top().skip = true;
+}
+
+HierarchyStream::Finding HierarchyStream::look(int folder, const char *name,
+                                               std::uint8_t type) const {
+  Finding found;
+  if (mayBeFolder(type) || !(options_ & FTSOption::NOSTAT)) {
+    found.errnum = readStatus(folder, name, found.status);
+    found.info = found.errnum == 0 ? infoOfMode(found.status.mode) : FTSInfo::NS;
+  }
+  return found;
+}
+
+// Makes the entry of the item whose path is path_.
+FTSEntry *HierarchyStream::enter(const Finding &found, std::size_t nameLength) {
+  FTSInfo info = found.info;
+  if (info == FTSInfo::D) {
+    if (!isOpenAncestor(idOf(found.status)))
+      return push(found, nameLength);
+    if (found.batch)
+      ahead_->drop(*found.batch);
+    info = FTSInfo::DC;
+  }
+  leaf_.info = info;
+  leaf_.errnum = found.errnum;
+  leaf_.level = static_cast<int>(depth_);
+  leaf_.number = 0;
+  leaf_.parent = depth_ > 0 ? &top().entry : &rootParent_;
+  leaf_.statp = found.status;
+  point(leaf_, path_.size(), nameLength);
+  return &leaf_;
+}
+
+FTSEntry *HierarchyStream::push(const Finding &found, std::size_t nameLength) {
+  FTSEntry *parent = depth_ > 0 ? &top().entry : &rootParent_;
+  if (depth_ == frames_.size())
+    frames_.emplace_back();
+  Frame &frame = frames_[depth_];
+  frame = Frame{};
+  frame.pathLength = path_.size();
+  frame.nameLength = nameLength;
+  frame.id = idOf(found.status);
+  frame.batch = found.batch;
+  frame.entry.level = static_cast<int>(depth_);
+  frame.entry.parent = parent;
+  frame.entry.statp = found.status;
+  point(frame.entry, frame.pathLength, nameLength);
+  if (depth_ >= linearAncestors)
+    deepAncestors_.insert(frame.id);
+  ++depth_;
+  return &frame.entry;
+}
+
+FTSEntry *HierarchyStream::nextItem() {
+  Frame &frame = top();
+  while (const DirectoryRecord *record = nextRecord(frame)) {
+    if (isDotOrDotDot(record->name))
+      continue;
+    std::size_t length = std::strlen(record->name);
+    path_.resize(frame.pathLength);
+    appendName(record->name, length);
+    // What is read ahead was looked at already.
+    return enter(frame.batch ? takeItem(frame, *record)
+                             : look(frame.descriptor, record->name, record->type),
+                 length);
+  }
+  return leave(frame);
+}
+
+FTSEntry *HierarchyStream::leave(Frame &frame) {
+  dropBatch(frame);
+  frame.stage = Stage::Left;
+  frame.entry.info = frame.entry.errnum == 0 ? FTSInfo::DP : FTSInfo::ERR;
+  path_.resize(frame.pathLength);
+  point(frame.entry, frame.pathLength, frame.nameLength);
+  return &frame.entry;
+}
+
+FTSEntry *HierarchyStream::cannotRead(Frame &frame, int errnum) {
+  frame.entry.errnum = errnum;
+  leave(frame);
+  frame.entry.info = FTSInfo::DNR;
+  return &frame.entry;
+}
+
+bool HierarchyStream::mayDescend(const Frame &frame) const {
+  if (frame.skip)
+    return false;
+  return !(options_ & FTSOption::XDEV) || frame.entry.statp.device == frames_[0].entry.statp.device;
+}
+
+// Begins with what the folder announced last holds.
+int HierarchyStream::descend() {
+  Frame &frame = top();
+  if (frame.batch && ahead_->await(*frame.batch)) {
+    frame.stage = Stage::Open;
+    return frame.batch->openError;
+  }
+  dropBatch(frame);
+  frame.descriptor = openTop();
+  if (frame.descriptor < 0)
+    return errno;
+  frame.stage = Stage::Open;
+  if (ahead_ && depth_ == 1)
+    startAhead(frame);
+  return 0;
+}
+
+// Opens the folder announced last. Its path is path_, so its name ends there.
+int HierarchyStream::openTop() {
+  Frame &frame = top();
+  std::size_t index = depth_ - 1;
+  // A root given as "link/" names the folder behind the link.
+  if (index == 0)
+    return openWithin(AT_FDCWD, path_.c_str(), folderFlags);
+  Frame &parent = frames_[index - 1];
+  if (parent.descriptor < 0 && !reopen(index - 1))
+    return -1;
+  if (parent.end > recordBudget)
+    forgetUnread(parent);
+  frame.base = frame.cursor = frame.end = parent.end;
+  if (index - firstHeld_ + 2 > descriptorBudget)
+    giveUpOldest();
+  const char *name = path_.c_str() + path_.size() - frame.nameLength;
+  return openWithin(parent.descriptor, name, folderFlags);
+}
+
+void HierarchyStream::pop() {
+  Frame &frame = top();
+  std::size_t index = depth_ - 1;
+  if (index >= linearAncestors)
+    deepAncestors_.erase(idOf(frame.entry.statp));
+  // Where items are read ahead the folder itself is hardly ever needed.
+  if (index > 0 && frames_[index - 1].descriptor < 0 && !frames_[index - 1].batch)
+    restore(index - 1, frame.descriptor);
+  if (index == 0)
+    ahead_.reset();
+  if (frame.descriptor >= 0)
+    ::close(frame.descriptor);
+  frame.descriptor = -1;
+  --depth_;
+}
+
+const DirectoryRecord *HierarchyStream::nextRecord(Frame &frame) {
+  if (frame.batch) {
+    if (const DirectoryRecord *record = nextRecordAhead(frame))
+      return record;
+  }
+  if (frame.cursor == frame.end && !frame.atEnd)
+    refill(frame);
+  if (frame.cursor == frame.end)
+    return nullptr;
+  const DirectoryRecord *record = &directoryRecordAt(records_.at(frame.cursor));
+  frame.cursor += record->length;
+  frame.nextOffset = record->nextOffset;
+  return record;
+}
+
+void HierarchyStream::refill(Frame &frame) {
+  std::size_t size = frame.base + batchSize > recordBudget ? frugalBatchSize : batchSize;
+  records_.reserve(frame.base + size);
+  frame.cursor = frame.end = frame.base;
+  long count = -1;
+  if (!frame.reseek || ::lseek(frame.descriptor, frame.nextOffset, SEEK_SET) >= 0)
+    count = ::syscall(SYS_getdents64, frame.descriptor, records_.at(frame.base), size);
+  frame.reseek = false;
+  if (count > 0) {
+    frame.end += static_cast<std::size_t>(count);
+    frame.atEnd = isLastBatch(records_.at(frame.base), static_cast<std::size_t>(count));
+    return;
+  }
+  frame.atEnd = true;
+  // A folder that was removed meanwhile has nothing more to list.
+  if (count < 0 && errno != ENOENT)
+    frame.entry.errnum = errno;
+}
+
+bool HierarchyStream::isOpenAncestor(const FolderID &id) const {
+  for (std::size_t index = 0; index < std::min(depth_, linearAncestors); ++index)
+    if (idOf(frames_[index].entry.statp) == id)
+      return true;
+  return depth_ > linearAncestors && deepAncestors_.contains(id);
+}
+
+void HierarchyStream::closeAll() {
+  retreat();
+  for (std::size_t index = depth_; index-- > 0;) {
+    dropBatch(frames_[index]);
+    if (frames_[index].descriptor >= 0)
+      ::close(frames_[index].descriptor);
+  }
+  ahead_.reset();
+  depth_ = 0;
+  started_ = true;
+}
+
+void HierarchyStream::appendName(const char *name, std::size_t length) {
+  if (path_.empty() || path_.back() != '/')
+    path_ += '/';
+  path_.append(name, length);
+  if (path_.data() != pathStart_)
+    followPath();
+}
+
+void HierarchyStream::point(FTSEntry &entry, std::size_t pathLength, std::size_t nameLength) {
+  entry.path = std::string_view(path_.data(), pathLength);
+  entry.name = entry.path.substr(pathLength - nameLength);
+}
+
+void HierarchyStream::followPath() {
+  pathStart_ = path_.data();
+  for (std::size_t index = 0; index < depth_; ++index)
+    point(frames_[index].entry, frames_[index].pathLength, frames_[index].nameLength);
+}
+
+} // namespace NS
