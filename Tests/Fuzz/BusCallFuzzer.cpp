@@ -1,0 +1,100 @@
+// A call to the listener with any signature and any body: it is answered once
+// at most, and the next call is answered whatever came before.
+//
+// The first byte chooses the member, the second tells whether a reply is
+// expected and whether the signature is the member's own; if not, it follows
+// with its length. The rest is the body.
+#include "Foundation/XPCListener.h"
+#include "Support/FakeBus.h"
+#include "Support/FuzzInput.h"
+
+#include <array>
+
+namespace {
+
+using NS::XPCKind;
+
+constexpr const char *interfaceName = "org.example.Fuzz";
+constexpr const char *path = "/org/example/Fuzz";
+
+struct Served {
+  const char *member;
+  std::vector<NS::XPCParameter> parameters;
+  const char *signature;
+};
+
+const std::array<Served, 5> &served() {
+  static const std::array<Served, 5> members = {
+      Served{"Text", {{"text", XPCKind::String}}, "s"},
+      Served{"Texts", {{"texts", XPCKind::StringArray}}, "as"},
+      Served{"Both", {{"text", XPCKind::String}, {"texts", XPCKind::StringArray}}, "sas"},
+      Served{"Numbers",
+             {{"flag", XPCKind::Flag}, {"small", XPCKind::Int32}, {"large", XPCKind::Int64}},
+             "bix"},
+      Served{"Nothing", {}, ""}};
+  return members;
+}
+
+// What came is sent back, and so has to be what a message can hold.
+std::shared_ptr<const NS::XPCInterface> interface() {
+  auto result = std::make_shared<NS::XPCInterface>();
+  result->name = interfaceName;
+  for (const Served &each : served())
+    result->methods.push_back({each.member, each.member, each.parameters, each.parameters, false,
+                               [](NS::XPCObject &, const NS::XPCValues &arguments,
+                                  const NS::XPCReply &reply) { reply.send(arguments); }});
+  return result;
+}
+
+class Delegate final : public NS::XPCListenerDelegate {
+  bool
+  listenerShouldAcceptNewConnection(NS::XPCListener &,
+                                    const std::shared_ptr<NS::XPCConnection> &connection) override {
+    connection->setExportedInterface(interface());
+    connection->setExportedObject(std::make_shared<NS::XPCObject>());
+    connection->resume();
+    return true;
+  }
+};
+
+// Never destroyed: the listener's thread runs until the process ends.
+kwtest::FakeBus &listenedBus() {
+  static auto *bus = [] {
+    auto *made = new kwtest::FakeBus;
+    static auto delegate = std::make_shared<Delegate>();
+    static auto *listener =
+        NS::XPCListener::listenerWithMachServiceName("org.example.Fuzz", made->address()).release();
+    listener->setDelegate(delegate);
+    listener->announce(interface(), nullptr);
+    listener->resume();
+    return made;
+  }();
+  return *bus;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  std::string_view text = kwtest::fuzzText(data, size);
+  if (text.size() < 2)
+    return 0;
+  const auto byte = [&](std::size_t index) { return static_cast<std::uint8_t>(text[index]); };
+  const Served &member = served()[byte(0) % served().size()];
+  const bool expectsReply = (byte(1) & 1) == 0;
+  const bool isOwnSignature = (byte(1) & 2) == 0;
+  text.remove_prefix(2);
+  std::string_view signature = member.signature;
+  if (!isOwnSignature && !text.empty()) {
+    const std::size_t length = byte(0);
+    text.remove_prefix(1);
+    signature = text.substr(0, length);
+    text.remove_prefix(signature.size());
+  }
+  kwtest::FakeBus &bus = listenedBus();
+  const auto serial = bus.call(path, interfaceName, member.member, signature, text,
+                               expectsReply ? 0 : kwtest::FakeBus::noReplyExpected);
+  const auto next = bus.call(path, interfaceName, "Nothing", "", "", 0);
+  const std::size_t answers = bus.answersWhenAnswered(serial, next).size();
+  kwtest::require(answers <= (expectsReply ? 1U : 0U), "a call is answered once at most");
+  return 0;
+}
