@@ -126,6 +126,47 @@ class RaceTest(unittest.TestCase):
         left = [name for name in self.root.listdir("/run") if name.startswith(".keepwell")]
         self.assertEqual(left, [])
 
+    def test_truncation(self):
+        """A file that becomes a link to a device is no reason to open the device:
+        some act on that alone."""
+        host = self.root.host_path
+        device = host("/tmp/device")
+        os.mknod(device, 0o666 | stat.S_IFCHR, os.makedev(1, 3))
+        os.symlink("/tmp/device", host("/tmp/link"))
+        self.root.write(ITEM, b"victim")
+        job = self.root.write("/tmp/job.plist", b"<plist><dict/></plist>")
+        os.symlink("/tmp/device", host("/tmp/job-link"))
+        with Openings(device) as openings, \
+                trees.Attack("exchange", host(ITEM), host("/tmp/link"), host(job),
+                             host("/tmp/job-link")) as attack:
+            end, done = time.monotonic() + SECONDS, 0
+            while time.monotonic() < end:
+                done += self.client.call("TruncateFileAtPath", "s", ITEM)[0]
+                self.client.call("DisableLaunchdAgentAtPath", "s", job)
+        print(f"truncation: {done} done, {attack.steps} exchanges", flush=True)
+        self.assertGreater(done, 0)
+        self.assertEqual(openings.count, 0)
+
+
+class Openings:
+    """How often an item is opened as long as the block lasts."""
+    _OPENED = 0x20
+
+    def __init__(self, path):
+        self._watch = trees.inotify(path, self._OPENED)
+        self.count = 0
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        try:
+            # Events that are alike and come at once are told as one.
+            self.count = len(os.read(self._watch, 1 << 16))
+        except BlockingIOError:
+            pass
+        os.close(self._watch)
+
 
 if __name__ == "__main__":
     harness.main()

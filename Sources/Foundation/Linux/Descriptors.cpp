@@ -2,12 +2,14 @@
 #include "Foundation/POSIX/Descriptors.h"
 
 #include "Foundation/Exception.h"
+#include "Foundation/POSIX/Descriptor.h"
 
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -73,6 +75,21 @@ private:
 };
 
 } // namespace
+
+// The item is held by a handle that has not opened it while it is looked at,
+// so that nothing can take its place in between.
+int openUnlessDevice(const char *path, int flags) {
+  Descriptor handle(::open(path, O_PATH | O_CLOEXEC));
+  struct stat status;
+  if (!handle || ::fstat(handle.get(), &status) != 0)
+    return -1;
+  if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
+    errno = EOPNOTSUPP;
+    return -1;
+  }
+  std::string link = "/proc/self/fd/" + std::to_string(handle.get());
+  return ::open(link.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
 
 PipeEnds openPipe() {
   int ends[2];

@@ -19,6 +19,12 @@ struct PipeEnds {
 // stream. Raises InternalInconsistencyException when no descriptor is left.
 PipeEnds openPipe();
 
+// Opens what the path names, links followed, unless it is a device: those may
+// do something by merely being opened. Close-on-exec, never waiting and never
+// taking a terminal over; the flags are the access mode. -1 with errno set,
+// EOPNOTSUPP for a device.
+int openUnlessDevice(const char *path, int flags);
+
 // Waits until one of the two can be read or has lost its other end; either may
 // be -1 and is then left out. The time-out is in milliseconds, -1 for none.
 struct Readiness {

@@ -1,6 +1,7 @@
 // Reading and replacing whole files.
 #include "Foundation/FileContents.h"
 
+#include "Foundation/POSIX/Descriptors.h"
 #include "Foundation/POSIX/TemporaryNames.h"
 #include "Foundation/PathUtilities.h"
 #include "Foundation/SharedInstance.h"
@@ -183,19 +184,13 @@ public:
       storeError(error, fileError(errnum, path, FileAccess::Reading));
       return std::nullopt;
     };
-    // Opening a device can do something by itself, so it is looked at first;
-    // what takes its place meanwhile is met without waiting.
     struct stat status;
-    if (::stat(path.c_str(), &status) != 0)
-      return failed(errno);
-    if (!S_ISREG(status.st_mode))
-      return failed(S_ISDIR(status.st_mode) ? EISDIR : EOPNOTSUPP);
-    Descriptor descriptor(retrying(
-        [&] { return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
+    Descriptor descriptor(
+        retrying([&] { return descriptors::openUnlessDevice(path.c_str(), O_RDONLY); }));
     if (!descriptor.isOpen() || ::fstat(descriptor.number(), &status) != 0)
       return failed(errno);
     if (!S_ISREG(status.st_mode))
-      return failed(EOPNOTSUPP);
+      return failed(S_ISDIR(status.st_mode) ? EISDIR : EOPNOTSUPP);
     std::string data;
     if (status.st_size > static_cast<off_t>(sizeLimit))
       return failed(EFBIG);

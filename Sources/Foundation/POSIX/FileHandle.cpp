@@ -301,13 +301,9 @@ void DescriptorHandle::close() {
 } // namespace
 
 std::shared_ptr<FileHandle> FileHandle::fileHandleForUpdatingAtPath(const std::string &path) {
-  struct stat status;
-  if (path.find('\0') != std::string::npos || ::stat(path.c_str(), &status) != 0)
+  if (path.find('\0') != std::string::npos)
     return nullptr;
-  // Opening alone makes some devices act.
-  if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode))
-    return nullptr;
-  int descriptor = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  int descriptor = descriptors::openUnlessDevice(path.c_str(), O_RDWR);
   if (descriptor < 0)
     return nullptr;
   int flags = ::fcntl(descriptor, F_GETFL);

@@ -31,11 +31,22 @@ def flags_of(path):
 
 
 def set_flags(path, flags):
+    """Locks an item, or unlocks it; the volume's own flags stay as they are."""
     item = os.open(path, os.O_RDONLY | os.O_NOFOLLOW | os.O_NONBLOCK)
     try:
-        fcntl.ioctl(item, _SET_FLAGS, struct.pack("l", flags))
+        former, = struct.unpack("l", fcntl.ioctl(item, _GET_FLAGS, bytes(8)))
+        wanted = (former & ~(IMMUTABLE | APPEND)) | flags
+        fcntl.ioctl(item, _SET_FLAGS, struct.pack("l", wanted))
     finally:
         os.close(item)
+
+
+def inotify(path, events):
+    """A descriptor that can be read once one of the events came about."""
+    watch = _LIBRARY.inotify_init1(os.O_NONBLOCK | os.O_CLOEXEC)
+    if _LIBRARY.inotify_add_watch(watch, os.fsencode(path), events) < 0:
+        raise OSError(ctypes.get_errno(), path)
+    return watch
 
 
 def mount(*arguments):
