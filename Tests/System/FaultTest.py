@@ -40,9 +40,12 @@ class FaultTest(unittest.TestCase):
             return next(int(line.split()[1]) << 10 for line in file if line.startswith("VmRSS"))
 
     def wait_until_held(self, before):
-        """Threads end a little after the answer; nothing may be left of the rest."""
+        """Nothing may be left over. Requests wander between the threads of a
+        pool, so that one or two more may be waiting for work; not with each
+        request another."""
+        most = before[0], before[1] + 2, ""
         try:
-            wait_until(lambda: all(now <= then for now, then in zip(self.held(), before)), 5)
+            wait_until(lambda: all(now <= then for now, then in zip(self.held(), most)), 5)
         except TimeoutError:
             self.assertEqual(self.held(), before)
 
