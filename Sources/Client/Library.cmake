@@ -56,6 +56,8 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/KeepwellConfigVersion.cmake
 # Relative to the file itself, so that the whole can be moved.
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}
   OUTPUT_VARIABLE KEEPWELL_LIBDIR)
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+  OUTPUT_VARIABLE KEEPWELL_PREFIX_FROM_PC)
 configure_file(${CMAKE_CURRENT_SOURCE_DIR}/Client/keepwell.pc.in
   ${CMAKE_BINARY_DIR}/keepwell.pc @ONLY)
 

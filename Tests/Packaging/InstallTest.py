@@ -8,8 +8,8 @@ import subprocess
 import sys
 import unittest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))),
-                                "System"))
+SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+sys.path.insert(0, f"{SOURCE}/Tests/System")
 
 from Support import harness  # pylint: disable=wrong-import-position
 from Support.bus import is_running, wait_until
@@ -156,6 +156,20 @@ class LifeOfThePackageTest(InstallTestCase):
             done = self.keepwell(MEMBER, "remove", f"{DATA}/folder")
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertFalse(self.root.exists(f"{DATA}/folder"))
+
+
+class DevelopmentPackageTest(InstallTestCase):
+    def test_a_program_is_built_with_pkg_config_and_asks_the_agent(self):
+        self.root.install_packages()
+        self.root.add_member()
+        with open(f"{SOURCE}/Examples/Sizes/main.cpp", "rb") as file:
+            self.root.write("/tmp/main.cpp", file.read())
+        self.root.check(["sh", "-c", "c++ -std=c++20 /tmp/main.cpp -o /tmp/sizes "
+                         "$(pkg-config --cflags --libs keepwell)"])
+        self.root.write(f"{DATA}/file", "x" * 10000)
+        done = self.root.run(self.root.as_user(MEMBER, ["/tmp/sizes", "system", f"{DATA}/file"]))
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn(b"12288", done.stdout)
 
 
 class WithoutSystemdTest(InstallTestCase):
