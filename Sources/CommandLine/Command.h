@@ -5,6 +5,7 @@
 #include "CommandLine/Session.h"
 
 #include <functional>
+#include <memory>
 #include <vector>
 
 namespace CLI {
@@ -38,11 +39,15 @@ using CommandTable = std::vector<Command>;
 
 // Each group stands in a file of its own.
 CommandTable fileCommands();
+CommandTable removalCommands();
 CommandTable agentCommands();
 CommandTable serviceCommands();
 CommandTable maintenanceCommands();
 // These need no agent.
 CommandTable localCommands();
+
+// Declares --yes, for commands that ask before what cannot be undone.
+std::shared_ptr<bool> declareYes(CLI::App &arguments);
 
 // One request of a command that may make several, such as one for each path.
 // A failure to get a reply is reported with the request's own JSON members and

@@ -31,6 +31,7 @@ struct Group {
 
 std::vector<Group> allGroups() {
   return {{"Files", fileCommands()},
+          {"Removing", removalCommands()},
           {"Without the agent", localCommands()},
           {"What starts by itself, and system software", serviceCommands()},
           {"The system", maintenanceCommands()},
@@ -122,6 +123,11 @@ int run(const CommandRun &chosen, const GlobalOptions &options, const Surroundin
     status = chosen(session);
   } catch (const UsageError &error) {
     return reportUsage(error.what(), options.json, surroundings);
+  } catch (const NotConfirmed &error) {
+    JSONObject reason = JSONObject().add("kind", "declined").add("description", error.what());
+    session.sayFailure(JSONObject().add("success", false).add("error", reason));
+    session.complain(error.what());
+    return ExitRefused;
   }
   // An answer that could not be written was not given.
   surroundings.out->flush();
@@ -132,6 +138,12 @@ int run(const CommandRun &chosen, const GlobalOptions &options, const Surroundin
 }
 
 } // namespace
+
+std::shared_ptr<bool> declareYes(CLI::App &arguments) {
+  auto yes = std::make_shared<bool>(false);
+  arguments.add_flag("-y,--yes", *yes, "Do not ask first");
+  return yes;
+}
 
 int runCommandLine(int count, const char *const *arguments, const Surroundings &surroundings) {
   CLI::App app("Asks the privileged agent to do what needs root.", "keepwell");

@@ -20,41 +20,24 @@ CommandRun forEachPath(const std::shared_ptr<PathArguments> &paths,
   };
 }
 
-// A command that asks one thing of the agent for each path.
-template <typename Reply>
-using PathOperation = Request<Reply> (Client::*)(const std::string &path, const RequestOptions &);
-using PathWording = Wording (*)(const std::string &path);
-
-template <typename Reply>
-std::function<CommandRun(CLI::App &)>
-pathCommand(const char *command, PathOperation<Reply> operation, PathWording wording) {
-  PathQuestion<Reply> question;
-  question.command = command;
-  question.ask = [operation](Client &agent, const std::string &path,
-                             const RequestOptions &options) {
-    return (agent.*operation)(path, options);
+CommandRun declareTruncate(CLI::App &arguments) {
+  auto yes = declareYes(arguments);
+  auto paths = declarePaths(arguments);
+  PathQuestion<FlagReply> question;
+  question.command = "truncate";
+  question.ask = [](Client &agent, const std::string &path, const RequestOptions &options) {
+    return agent.truncateFileAtPathAsync(path, options);
   };
-  question.tell = [wording](Session &session, const std::string &path, const JSONObject &request,
-                            const Reply &reply) {
-    return tellOutcome(session, request, reply, wording(displayable(path)));
+  question.tell = [](Session &session, const std::string &path, const JSONObject &request,
+                     const FlagReply &reply) {
+    std::string shown = displayable(path);
+    return tellOutcome(session, request, reply,
+                       {"Truncated " + shown, shown + " could not be truncated"});
   };
-  return [question](CLI::App &arguments) { return forEachPath(declarePaths(arguments), question); };
-}
-
-Wording removalWording(const std::string &path) {
-  return {"Removed " + path, path + " could not be removed"};
-}
-
-Wording shreddingWording(const std::string &path) {
-  return {"Shredded " + path, path + " could not be shredded"};
-}
-
-Wording truncationWording(const std::string &path) {
-  return {"Truncated " + path, path + " could not be truncated"};
-}
-
-Wording trashWording(const std::string &path) {
-  return {"Moved " + path + " to the Trash", path + " could not be moved to the Trash"};
+  return [yes, askAll = forEachPath(paths, question)](Session &session) {
+    session.confirm("Truncate what is named, for good?", *yes);
+    return askAll(session);
+  };
 }
 
 CommandRun declareExists(CLI::App &arguments) {
@@ -189,22 +172,9 @@ CommandTable fileCommands() {
        "Tell whether something stands at a path, links followed",
        declareExists,
        {{"exists /etc/hosts", "exit status 0 if so, 1 if not"}}},
-      {"remove",
-       "Remove items with all that they hold, locked ones too",
-       pathCommand("remove", &Client::removeItemAtPathAsync, removalWording),
-       {{"remove /srv/old", "the folder and all in it"},
-        {"find Editor --under ~/.cache", "look first what there is to remove"}}},
-      {"shred",
-       "Overwrite what items hold, then remove them",
-       pathCommand("shred", &Client::securelyRemoveItemAtPathAsync, shreddingWording),
-       {{"shred ~/letters", "each file is overwritten once"}}},
-      {"trash",
-       "Move items to the Trash of the agent's user",
-       pathCommand("trash", &Client::moveToTrashItemAtPathAsync, trashWording),
-       {{"trash /srv/old", "frees nothing until the Trash is emptied"}}},
       {"truncate",
        "Cut files to length zero",
-       pathCommand("truncate", &Client::truncateFileAtPathAsync, truncationWording),
+       declareTruncate,
        {{"truncate /var/log/example.log", "for a file that a program holds open"}}},
       {"move",
        "Move an item to a new path, making missing folders",

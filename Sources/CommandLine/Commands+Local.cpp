@@ -104,8 +104,7 @@ CommandRun declareFind(CLI::App &arguments) {
   arguments.add_flag("--shallow", given->shallow, "Look at the folder's own children only");
   arguments.add_option("--exclude", given->excluded, "Pass over items of this name, unentered")
       ->type_name("NAME")
-      ->expected(1)
-      ->take_all();
+      ->allow_extra_args(false);
   arguments.add_flag("--raw", given->raw, "Print each match of the walk: folders come twice");
   return [given](Session &session) { return find(session, *given); };
 }

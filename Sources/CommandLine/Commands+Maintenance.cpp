@@ -24,10 +24,14 @@ JSONObject requestOf(const std::string &verb) {
 
 // A verb without arguments, answered with a flag.
 Command flagVerb(const char *verb, const char *summary, std::vector<Example> examples,
-                 const FlagOperation &operation, const Wording &wording) {
+                 const FlagOperation &operation, const Wording &wording,
+                 const char *question = nullptr) {
   return {verb, summary,
-          [=](CLI::App & /*arguments*/) -> CommandRun {
+          [=](CLI::App &arguments) -> CommandRun {
+            auto yes = question ? declareYes(arguments) : nullptr;
             return [=](Session &session) {
+              if (question)
+                session.confirm(question, *yes);
               JSONObject request = requestOf(verb);
               return reportingFailures(session, request, [&] {
                 return tellOutcome(session, request, operation(session), wording);
@@ -94,8 +98,10 @@ int tellErasure(Session &session, JSONObject request, const LogErasureReply &rep
   return reply.isErased() ? ExitDone : ExitRefused;
 }
 
-CommandRun declareEraseUnifiedLog(CLI::App & /*arguments*/) {
-  return [](Session &session) {
+CommandRun declareEraseUnifiedLog(CLI::App &arguments) {
+  auto yes = declareYes(arguments);
+  return [yes](Session &session) {
+    session.confirm("Erase the unified log for good?", *yes);
     JSONObject request = requestOf("erase-unified-log");
     return reportingFailures(session, request, [&] {
       return tellErasure(session, request,
@@ -148,7 +154,8 @@ CommandTable verbs() {
   return {
       flagVerb("erase-asl", "Erase the system log store",
                {{"maintenance erase-asl", "empties /var/log/asl"}}, asked(&Client::removeASL),
-               {"Erased the system log store", "the system log store could not be erased"}),
+               {"Erased the system log store", "the system log store could not be erased"},
+               "Erase the system log store for good?"),
       {"erase-unified-log",
        "Erase the unified log",
        declareEraseUnifiedLog,

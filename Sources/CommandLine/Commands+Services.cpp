@@ -36,8 +36,9 @@ struct FlagRequest {
   const char *help;
   bool isPath;
   FlagOperation operation;
-  const char *done;   // before the argument
-  const char *failed; // behind it
+  const char *done;               // before the argument
+  const char *failed;             // behind it
+  const char *question = nullptr; // before the argument: what cannot be undone is asked about
 };
 
 // An operation without the options of its request.
@@ -51,10 +52,13 @@ FlagOperation asked(Reply (Client::*operation)(const std::string &, const Reques
 std::function<CommandRun(CLI::App &)> flagCommand(const FlagRequest &kind) {
   return [kind](CLI::App &arguments) -> CommandRun {
     Text text = declareText(arguments, kind.member, kind.typeName, kind.help);
-    return [kind, text](Session &session) {
+    auto yes = kind.question ? declareYes(arguments) : nullptr;
+    return [kind, text, yes](Session &session) {
       std::string argument = kind.isPath ? absolutePath(*text) : *text;
       JSONObject request;
       request.add("command", kind.command).add(kind.member, argument);
+      if (kind.question)
+        session.confirm(kind.question + displayable(argument) + " for good?", *yes);
       return reportingFailures(session, request, [&] {
         Told reply = kind.operation(session, argument);
         return tellOutcome(
@@ -106,12 +110,14 @@ CommandRun declareJobInfo(CLI::App &arguments) {
 // All that follows the path goes to the tool as it stands, options included.
 CommandRun declareSlim(CLI::App &arguments) {
   Text path = declarePath(arguments, "PATH", "A universal binary");
+  auto yes = declareYes(arguments);
   arguments.prefix_command();
   arguments.fallthrough(false); // or the program's own options would take theirs
   arguments.footer("What follows PATH are the tool's own options for the architectures to keep,\n"
                    "such as: --arch x86_64\nOptions of this program stand before the command.");
-  return [path, &arguments](Session &session) {
+  return [path, yes, &arguments](Session &session) {
     std::string binary = absolutePath(*path);
+    session.confirm("Strip " + displayable(binary) + " for good?", *yes);
     std::vector<std::string> architectures = arguments.remaining();
     JSONObject request;
     request.add("command", "slim").add("path", binary);
@@ -148,7 +154,8 @@ CommandTable launchdVerbs() {
       {"remove",
        "Unload a job and delete its list and its privileged tool",
        flagCommand({"launchd remove", "path", "PLIST", "A job's property list", true,
-                    asked(&Client::removeLaunchdAgentAtPath), "Removed ", " could not be removed"}),
+                    asked(&Client::removeLaunchdAgentAtPath), "Removed ", " could not be removed",
+                    "Remove the job "}),
        {{"launchd remove /Library/LaunchDaemons/org.example.job.plist",
          "launchd disable keeps the files"}}},
   };
@@ -191,7 +198,8 @@ CommandTable kextVerbs() {
   return {{"remove",
            "Unload and delete a kernel extension",
            flagCommand({"kext remove", "path", "PATH", "The extension's bundle", true,
-                        asked(&Client::removeKextAtPath), "Removed ", " could not be removed"}),
+                        asked(&Client::removeKextAtPath), "Removed ", " could not be removed",
+                        "Remove "}),
            {{"kext remove /Library/Extensions/Example.kext", "for good"}}}};
 }
 
@@ -199,7 +207,8 @@ CommandTable packageVerbs() {
   return {{"forget",
            "Forget a package's receipt; its files stay",
            flagCommand({"package forget", "identifier", "ID", "The package's identifier", false,
-                        asked(&Client::removePackageWithID), "Forgot ", " could not be forgotten"}),
+                        asked(&Client::removePackageWithID), "Forgot ", " could not be forgotten",
+                        "Forget "}),
            {{"package forget org.example.pkg", "the system no longer knows it was installed"}}}};
 }
 

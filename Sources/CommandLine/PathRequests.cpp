@@ -37,6 +37,27 @@ namespace {
 } // namespace
 
 std::optional<std::string> PathSource::next() {
+  while (expand_ && expanded_.empty()) {
+    std::optional<std::string> given = nextGiven();
+    if (!given)
+      return std::nullopt;
+    for (std::string &path : expand_(*given))
+      expanded_.push_back(std::move(path));
+  }
+  if (!expand_)
+    return nextGiven();
+  std::string path = std::move(expanded_.front());
+  expanded_.pop_front();
+  return path;
+}
+
+std::optional<std::size_t> PathSource::count() const {
+  if (expand_ || arguments_.fromStandardInput)
+    return std::nullopt;
+  return arguments_.given.size();
+}
+
+std::optional<std::string> PathSource::nextGiven() {
   if (!arguments_.fromStandardInput)
     return index_ < arguments_.given.size()
                ? std::optional(absolutePath(arguments_.given[index_++]))
@@ -65,6 +86,14 @@ int tellForEachPath(Session &session, const char *command, PathSource paths,
                    }));
   }
   return status;
+}
+
+void showProgress(Session &session, std::size_t done, std::optional<std::size_t> all) {
+  constexpr std::size_t few = 20; // are done before anybody asks how far it is
+  if (done < few)
+    return;
+  std::string line = std::to_string(done);
+  session.showProgress(all ? line + " of " + std::to_string(*all) : line + " done");
 }
 
 JSONObject pathRequest(const char *command, const std::string &path) {

@@ -37,16 +37,26 @@ void requirePaths(const PathArguments &arguments);
 // The paths one after the other, absolute.
 class PathSource {
 public:
-  PathSource(const PathArguments &arguments, std::istream *input)
-      : arguments_(arguments), input_(arguments.fromStandardInput ? input : nullptr) {}
+  // What shall stand in the place of one path.
+  using Expand = std::function<std::vector<std::string>(const std::string &path)>;
+
+  PathSource(const PathArguments &arguments, std::istream *input, Expand expand = nullptr)
+      : arguments_(arguments), input_(arguments.fromStandardInput ? input : nullptr),
+        expand_(std::move(expand)) {}
 
   // Nothing when there is no further path. Throws ClientError of kind
   // BadArgument for one that is none; the next call goes on behind it.
   std::optional<std::string> next();
+  // Where it is known beforehand.
+  std::optional<std::size_t> count() const;
 
 private:
+  std::optional<std::string> nextGiven();
+
   const PathArguments &arguments_;
   std::istream *input_;
+  Expand expand_;
+  std::deque<std::string> expanded_;
   std::size_t index_ = 0;
 };
 
@@ -114,6 +124,8 @@ void awaitFirst(Session &session, const std::deque<AskedPath<Reply>> &asked) {
   static_cast<void>(first.wait());
 }
 
+void showProgress(Session &session, std::size_t done, std::optional<std::size_t> all);
+
 // Asks for each path and tells the answers in the order of the paths. The
 // first answer is awaited alone: where nobody answers, nobody is asked for
 // the rest. Gives the worst status.
@@ -123,6 +135,7 @@ int askForEachPath(Session &session, PathSource paths, const PathQuestion<Reply>
   int status = ExitDone;
   bool isAtEnd = false;
   std::size_t window = 1;
+  std::size_t told = 0;
   while (true) {
     while (!isAtEnd && asked.size() < window) {
       auto next = askForNextPath(session, paths, question);
@@ -131,7 +144,7 @@ int askForEachPath(Session &session, PathSource paths, const PathQuestion<Reply>
         asked.push_back(std::move(*next));
     }
     if (asked.empty())
-      return status;
+      break;
     awaitFirst(session, asked);
     const AskedPath<Reply> first = std::move(asked.front());
     asked.pop_front();
@@ -141,7 +154,10 @@ int askForEachPath(Session &session, PathSource paths, const PathQuestion<Reply>
                    }));
     window = mostPathsAsked;
     isAtEnd = isAtEnd || status == ExitNoAnswer;
+    showProgress(session, ++told, paths.count());
   }
+  session.endProgress();
+  return status;
 }
 
 } // namespace kw

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <ostream>
+#include <utility>
 #include <variant>
 
 namespace kw {
@@ -44,8 +45,10 @@ RequestOptions Session::requestOptions() const {
 }
 
 void Session::say(const std::string &line) {
-  if (!options_.json && !options_.quiet)
-    *surroundings_.out << line << '\n';
+  if (options_.json || options_.quiet)
+    return;
+  endProgress();
+  *surroundings_.out << line << '\n';
 }
 
 void Session::sayJSON(const JSONObject &object) {
@@ -72,7 +75,41 @@ void Session::complain(const std::string &line) {
   if (options_.json)
     return;
   flush();
-  *surroundings_.err << "keepwell: " << line << std::endl;
+  endProgress();
+  bool coloured = surroundings_.wantsColours && surroundings_.errIsTerminal;
+  *surroundings_.err << (coloured ? "\x1b[1;31mkeepwell:\x1b[0m " : "keepwell: ") << line
+                     << std::endl;
+}
+
+void Session::showProgress(const std::string &line) {
+  constexpr std::chrono::milliseconds pause{100};
+  if (!surroundings_.errIsTerminal || options_.quiet || options_.json)
+    return;
+  auto now = surroundings_.now();
+  if (now - lastProgress_ < pause)
+    return;
+  lastProgress_ = now;
+  flush();
+  *surroundings_.err << "\r\x1b[K" << line << std::flush;
+  progressIsShown_ = true;
+}
+
+void Session::endProgress() {
+  if (std::exchange(progressIsShown_, false))
+    *surroundings_.err << "\r\x1b[K" << std::flush;
+}
+
+void Session::confirm(const std::string &question, bool assumeYes) {
+  if (assumeYes || !surroundings_.in || !surroundings_.inIsTerminal || !surroundings_.errIsTerminal)
+    return;
+  flush();
+  *surroundings_.err << question << " [y/N] " << std::flush;
+  std::string answer;
+  std::getline(*surroundings_.in, answer);
+  for (const char *yes : {"y", "Y", "yes", "Yes", "YES"})
+    if (answer == yes)
+      return;
+  throw NotConfirmed();
 }
 
 void Session::flush() {

@@ -5,6 +5,7 @@
 #include "Client/Client.h"
 #include "CommandLine/JSON.h"
 
+#include <chrono>
 #include <functional>
 #include <iosfwd>
 #include <memory>
@@ -20,6 +21,12 @@ class UsageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Thrown when a person was asked and did not say yes.
+class NotConfirmed : public std::runtime_error {
+public:
+  NotConfirmed() : std::runtime_error("not confirmed; nothing was done") {}
+};
+
 enum ExitStatus : int {
   ExitDone = 0,
   ExitRefused = 1,  // the agent answered no
@@ -33,7 +40,11 @@ struct Surroundings {
   std::ostream *err = nullptr;
   std::istream *in = nullptr;
   std::function<std::unique_ptr<Client>(const std::string &bus)> connect;
+  bool inIsTerminal = false;  // a person can be asked
   bool outIsTerminal = false; // a person watches
+  bool errIsTerminal = false;
+  bool wantsColours = false; // where there is a terminal
+  std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now;
 };
 
 struct GlobalOptions {
@@ -69,11 +80,20 @@ public:
   void complain(const std::string &line);
   // What was said reaches its readers now; to be called before a wait.
   void flush();
+  // How far a long work has come, on a line that gives way to any other; only
+  // where a person watches the errors, and not more often than an eye can see.
+  void showProgress(const std::string &line);
+  void endProgress();
+  // Asks before what cannot be undone. Returns if the answer is yes, if
+  // assumeYes is set, and where nobody can be asked; else throws NotConfirmed.
+  void confirm(const std::string &question, bool assumeYes);
 
 private:
   const Surroundings &surroundings_;
   const GlobalOptions &options_;
   std::unique_ptr<Client> agent_;
+  bool progressIsShown_ = false;
+  std::chrono::steady_clock::time_point lastProgress_;
 };
 
 // The path as the agent must get it: a relative one is taken from this

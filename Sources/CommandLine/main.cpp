@@ -7,8 +7,23 @@
 #include "CommandLine/CommandLine.h"
 #include "Foundation/Terminal.h"
 
+#include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <string_view>
+
+namespace {
+
+std::string_view valueOf(const char *variable) {
+  const char *value = std::getenv(variable);
+  return value ? value : "";
+}
+
+bool isSet(const char *variable) {
+  return !valueOf(variable).empty();
+}
+
+} // namespace
 
 int main(int argc, char **argv) {
   std::ios::sync_with_stdio(false);
@@ -17,7 +32,10 @@ int main(int argc, char **argv) {
   surroundings.out = &std::cout;
   surroundings.err = &std::cerr;
   surroundings.in = &std::cin;
+  surroundings.inIsTerminal = NS::standardInputIsTerminal();
   surroundings.outIsTerminal = NS::standardOutputIsTerminal();
+  surroundings.errIsTerminal = NS::standardErrorIsTerminal();
+  surroundings.wantsColours = !isSet("NO_COLOR") && valueOf("TERM") != "dumb";
   surroundings.connect = [](const std::string &bus) { return kw::Client::connect(bus); };
   try {
     return kw::runCommandLine(argc, argv, surroundings);

@@ -1,8 +1,10 @@
-// Whether a person is watching.
+// Whether a person is watching, and whether one can be asked.
 #pragma once
 
 namespace NS {
 
+bool standardInputIsTerminal();
 bool standardOutputIsTerminal();
+bool standardErrorIsTerminal();
 
 } // namespace NS

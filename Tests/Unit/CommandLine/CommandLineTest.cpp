@@ -325,7 +325,7 @@ TEST_F(CommandLineTest, guessesWhatAMistypedCommandWasMeantToBe) {
         Guess{{"--bus", "sizes", "siez", "/a"}, "\"siez\"; did you mean \"size\"?"},
         Guess{{"launchd", "disabel", "/a"}, "\"disabel\"; did you mean \"disable\"?"},
         Guess{{"maintenance", "flush"}, "\"flush\"; there are: erase-asl, "},
-        Guess{{"x"}, "\"x\"; there are: size, exists, remove, "}}) {
+        Guess{{"x"}, "\"x\"; there are: size, exists, truncate, "}}) {
     EXPECT_EQ(run(guess.words), 2);
     EXPECT_TRUE(err.str().starts_with(std::string("keepwell: there is no command ") + guess.meant))
         << err.str();

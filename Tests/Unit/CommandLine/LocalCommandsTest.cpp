@@ -64,7 +64,7 @@ TEST_F(Find, canStayShallowMatchWordsAndExclude) {
   folder.file("food", "");
   EXPECT_EQ(run({"find", "foo", "--under", folder.path(), "--shallow", "--words"}), 0);
   EXPECT_EQ(out.str(), folder.path("foo bar") + "\n");
-  EXPECT_EQ(run({"find", "foo", "--under", folder.path(), "--exclude", "bar", "--exclude", "food"}),
+  EXPECT_EQ(run({"find", "--exclude", "bar", "foo", "--under", folder.path(), "--exclude", "food"}),
             0);
   EXPECT_EQ(out.str(), folder.path("foo bar") + "\n");
 }

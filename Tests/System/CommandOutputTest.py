@@ -1,0 +1,263 @@
+"""What `keepwell --json` prints, held against the schema that is installed with
+it, and what the command does with a real agent when that dies or is slow."""
+import json
+import os
+import pty
+import select
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+try:
+    import jsonschema
+except ImportError:
+    # Debian's validator belongs to Debian's interpreter.
+    DEBIAN = "/usr/bin/python3"
+    if os.path.realpath(sys.executable) != os.path.realpath(DEBIAN) and \
+            subprocess.run([DEBIAN, "-c", "import jsonschema"], check=False,
+                           stderr=subprocess.DEVNULL).returncode == 0:
+        os.execv(DEBIAN, [DEBIAN, *sys.argv])
+    jsonschema = None
+
+from Support import harness
+from Support.bus import PrivateBus, is_running, wait_until
+
+SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+
+
+class CommandTestCase(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="keepwell-command-", dir="/var/tmp")
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        os.mkdir(f"{self.folder}/bus")
+        self.bus = PrivateBus(f"{self.folder}/bus")
+        self.bus.start_bus()
+        self.addCleanup(self.bus.stop_bus)
+
+    def argv(self, *words):
+        return [f"{harness.build_folder}/keepwell", "--bus", self.bus.address, *words]
+
+    def run_command(self, *words, **more):
+        return subprocess.run(self.argv(*words), capture_output=True, text=True, check=False,
+                              timeout=120, **more)
+
+    def file(self, name, content="content"):
+        path = f"{self.folder}/{name}"
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(content)
+        return path
+
+
+class SchemaTest(CommandTestCase):
+    @classmethod
+    def setUpClass(cls):
+        if jsonschema is None:
+            raise unittest.SkipTest("no jsonschema: run Scripts/setup test")
+        with open(f"{SOURCE}/Resources/keepwell-output.schema.json", encoding="utf-8") as file:
+            schema = json.load(file)
+        jsonschema.Draft202012Validator.check_schema(schema)
+        cls.validator = jsonschema.Draft202012Validator(schema)
+
+    def assert_valid(self, text):
+        lines = text.splitlines()
+        self.assertTrue(lines)
+        for line in lines:
+            found = [error.message for error in self.validator.iter_errors(json.loads(line))]
+            self.assertEqual(found, [], line)
+        return [json.loads(line) for line in lines]
+
+    def objects(self, *words, status=0):
+        done = self.run_command("--json", *words)
+        self.assertEqual((done.returncode, done.stderr), (status, ""), done.stdout)
+        return self.assert_valid(done.stdout)
+
+    def test_every_command_prints_what_the_schema_says(self):
+        item = self.file("tree/Editor")
+        job = self.file("job.plist", "<plist><dict><key>Label</key><string>x</string></dict></plist>")
+        said = set()
+
+        def note(*words, status=0):
+            said.update(each.get("command") for each in self.objects(*words, status=status))
+
+        note("echo", "hello")
+        note("size", item, f"{self.folder}/missing")
+        note("size", "--local", item)
+        note("exists", item)
+        note("exists", f"{self.folder}/missing", status=1)
+        note("find", "editor", "--under", self.folder)
+        note("inspect", item, self.folder)
+        note("launchd", "info", job)
+        note("remove", "--dry-run", "--keep", "Editor", f"{self.folder}/tree")
+        note("shred", "-n", item)
+        note("trash", "-n", item)
+        note("truncate", item)
+        note("move", item, f"{self.folder}/moved")
+        note("remove", "--keep", "moved", self.folder + "/moved", item)
+        note("shred", f"{self.folder}/moved")
+        note("startup", "start", "x")
+        note("startup", "stop", "x")
+        note("login-item", "remove-global", "/nowhere")
+        note("maintenance", "reindex-spotlight")
+        note("maintenance", "periodic", "daily")
+        note("terminate")
+        self.assertEqual(len(said), 17)
+
+    def test_failures_are_as_valid(self):
+        folder = self.file("tree/file")
+        for status, words in ((1, ("move", f"{self.folder}/missing", f"{self.folder}/x")),
+                              (1, ("inspect", f"{self.folder}/missing")),
+                              (1, ("find", "x", "--under", f"{self.folder}/missing")),
+                              (1, ("size", "--local", f"{self.folder}/missing")),
+                              (1, ("launchd", "info", folder)),
+                              (1, ("shred", f"{self.folder}/missing")),
+                              (1, ("truncate", self.folder)),
+                              (2, ("dance",)), (2, ("remove",)), (2, ("--timeout", "x", "echo"))):
+            with self.subTest(words=words):
+                for each in self.objects(*words, status=status):
+                    self.assertFalse(each["success"])
+        self.bus.stop_bus()
+        self.assertEqual(self.objects("remove", "/a", status=3)[0]["error"]["kind"], "unreachable")
+
+    def test_the_schema_refuses_what_is_not_so(self):
+        for wrong in ({}, {"success": False}, {"success": True, "error": {}},
+                      {"command": "dance", "success": True}, {"success": True, "surprise": 1},
+                      {"command": "size", "success": True, "path": "/a"},
+                      {"command": "remove", "success": True, "path": "/a", "dryRun": True},
+                      {"success": False, "error": {"kind": "strange", "description": "x"}}):
+            self.assertFalse(self.validator.is_valid(wrong), wrong)
+
+
+class RealAgentTest(CommandTestCase):
+    def test_ten_thousand_paths_go_in_order(self):
+        paths = [self.file(f"many/{number}") for number in range(10_000)]
+        done = self.run_command("remove", "-0", input="".join(f"{path}\0" for path in paths))
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        self.assertEqual(done.stdout.splitlines(), [f"Removed {path}" for path in paths])
+        self.assertEqual(os.listdir(f"{self.folder}/many"), [])
+
+    def test_an_agent_killed_in_mid_request_is_an_interruption_and_the_next_starts(self):
+        self.run_command("echo", "x")
+        pid = self.bus.agent_pid()
+        os.kill(pid, signal.SIGSTOP)
+        watch = ["busctl", f"--address={self.bus.address}", "monitor", "--match",
+                 "type='method_call',member='SizeOfItemAtPath'"]
+        with subprocess.Popen(watch, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as monitor:
+            monitor.stderr.readline()  # it is watching
+            with subprocess.Popen(self.argv("--json", "size", "/usr"),
+                                  stdout=subprocess.PIPE) as command:
+                monitor.stdout.readline()  # the bus has passed the request on
+                os.kill(pid, signal.SIGKILL)
+                answer = json.loads(command.communicate(timeout=60)[0])
+            monitor.terminate()
+        self.assertEqual((command.returncode, answer["error"]["kind"]), (3, "interrupted"))
+        wait_until(lambda: not is_running(pid))
+        self.assertEqual(self.run_command("echo", "again").stdout, "again\n")
+
+    def test_an_agent_that_is_silent_is_waited_for_as_long_as_was_asked(self):
+        self.run_command("echo", "x")
+        pid = self.bus.agent_pid()
+        os.kill(pid, signal.SIGSTOP)
+        done = self.run_command("--json", "--timeout", "0.2", "echo", "x")
+        os.kill(pid, signal.SIGCONT)
+        self.assertEqual((done.returncode, json.loads(done.stdout)["error"]["kind"]),
+                         (3, "deadline"))
+
+    def test_a_dry_run_tells_what_hard_links_outside_hold(self):
+        size = 1 << 20
+        inside = self.file("tree/linked", "x" * size)
+        self.file("tree/alone", "x" * size)
+        twice = self.file("tree/twice", "x" * size)
+        os.link(inside, f"{self.folder}/outside")
+        os.link(twice, f"{self.folder}/tree/again")
+        os.sync()
+        done = self.run_command("--json", "remove", "--dry-run", f"{self.folder}/tree")
+        plan = json.loads(done.stdout.splitlines()[0])
+        folder = os.stat(f"{self.folder}/tree").st_blocks * 512
+        each = os.stat(inside).st_blocks * 512
+        self.assertEqual((plan["items"], plan["allocated"], plan["freed"]),
+                         (5, folder + 3 * each, folder + 2 * each))
+        self.assertTrue(os.path.exists(inside) and os.path.exists(twice))
+        self.assertEqual(self.run_command("remove", f"{self.folder}/tree").returncode, 0)
+        self.assertEqual(os.stat(f"{self.folder}/outside").st_blocks * 512, each)
+
+    def test_what_is_kept_survives_with_what_holds_it(self):
+        for name in ("a/keep.pdf", "a/go", "a/b/thesis/draft", "a/b/go", "a/c/go", "d/go"):
+            self.file(f"tree/{name}")
+        done = self.run_command("remove", f"{self.folder}/tree", "--keep", "*.pdf", "--keep",
+                                f"{self.folder}/tree/a/b/thesis")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        left = sorted(os.path.relpath(os.path.join(folder, name), f"{self.folder}/tree")
+                      for folder, _, names in os.walk(f"{self.folder}/tree") for name in names)
+        self.assertEqual(left, ["a/b/thesis/draft", "a/keep.pdf"])
+        self.assertEqual(sorted(os.listdir(f"{self.folder}/tree")), ["a"])
+
+
+class TerminalTest(CommandTestCase):
+    """The command on a terminal, as a person meets it."""
+
+    def converse(self, *words, answer=b"", environment=None):
+        pid, terminal = pty.fork()
+        if pid == 0:
+            os.environ.pop("NO_COLOR", None)
+            os.environ.update({"TERM": "xterm", **(environment or {})})
+            argv = self.argv(*words)
+            os.execv(argv[0], argv)
+        seen = b""
+        while True:
+            if answer and b"[y/N] " in seen:
+                os.write(terminal, answer)
+                answer = b""
+            try:
+                if not select.select([terminal], [], [], 60)[0]:
+                    break
+                piece = os.read(terminal, 4096)
+            except OSError:
+                break
+            if not piece:
+                break
+            seen += piece
+        status = os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])
+        os.close(terminal)
+        return status, seen.decode()
+
+    def test_a_removal_is_asked_about_and_a_no_leaves_everything(self):
+        item = self.file("item")
+        for answer in (b"n\n", b"\n", b"no way\n"):
+            status, seen = self.converse("remove", item, answer=answer)
+            self.assertEqual(status, 1, seen)
+            self.assertIn(f"Remove {item} for good? [y/N]", seen)
+            self.assertIn("nothing was done", seen)
+            self.assertTrue(os.path.exists(item))
+        status, seen = self.converse("remove", item, answer=b"y\n")
+        self.assertEqual(status, 0, seen)
+        self.assertFalse(os.path.exists(item))
+
+    def test_nothing_is_asked_with_yes_nor_without_a_terminal(self):
+        status, seen = self.converse("remove", "--yes", self.file("item"))
+        self.assertEqual(status, 0, seen)
+        self.assertNotIn("[y/N]", seen)
+        done = self.run_command("remove", self.file("item"), stdin=subprocess.DEVNULL)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+    def test_colours_are_for_terminals_that_want_them(self):
+        for environment, coloured in (({}, True), ({"NO_COLOR": "1"}, False),
+                                      ({"TERM": "dumb"}, False)):
+            _, seen = self.converse("inspect", "/nowhere", environment=environment)
+            self.assertEqual("\x1b[" in seen, coloured, repr(seen))
+        self.assertNotIn("\x1b", self.run_command("inspect", "/nowhere").stderr)
+
+    def test_progress_shows_on_a_terminal_and_leaves_no_trace(self):
+        paths = [f"{self.folder}/missing{number}" for number in range(3000)]
+        _, seen = self.converse("remove", "--yes", *paths)
+        self.assertIn(" of 3000", seen)
+        shown = seen.replace("\r\n", "\n").split("\n")
+        for line in shown:  # what stood before the last erasure is gone
+            self.assertNotRegex(line.split("\x1b[K")[-1], r"^\d+ of ")
+
+
+if __name__ == "__main__":
+    harness.main(needs_root=False)

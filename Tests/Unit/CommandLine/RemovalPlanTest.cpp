@@ -1,0 +1,159 @@
+// What a removal would take and what it leaves for the sake of a keep list.
+#include "CommandLine/RemovalPlan.h"
+
+#include "Support/ScratchFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace {
+
+using kw::KeepList;
+using kw::matchesPattern;
+using kw::RemovalPlan;
+using kw::RemovalPlanner;
+using Strings = std::vector<std::string>;
+
+TEST(KeepPattern, matchesAsAShellWould) {
+  struct Row {
+    const char *pattern, *text;
+    bool matches;
+  };
+  for (const Row &row : {Row{"a", "a", true},
+                         Row{"a", "b", false},
+                         Row{"a", "aa", false},
+                         Row{"*", "", true},
+                         Row{"*", "abc", true},
+                         Row{"*", "a/b", false},
+                         Row{"**", "a/b", true},
+                         Row{"/a/**/c", "/a/b/x/c", true},
+                         Row{"/a/*/c", "/a/b/x/c", false},
+                         Row{"/a/*/c", "/a/b/c", true},
+                         Row{"?", "a", true},
+                         Row{"?", "/", false},
+                         Row{"?", "", false},
+                         Row{"*.pdf", "a.pdf", true},
+                         Row{"*.pdf", "a.pdf.x", false},
+                         Row{"[abc]", "b", true},
+                         Row{"[a-c]x", "bx", true},
+                         Row{"[!a-c]", "b", false},
+                         Row{"[!a-c]", "d", true},
+                         Row{"[!a]", "/", false},
+                         Row{"[]]", "]", true},
+                         Row{"[a", "[a", true},
+                         Row{"\\*", "*", true},
+                         Row{"\\*", "a", false},
+                         Row{"\\", "\\", true},
+                         Row{"", "", true},
+                         Row{"", "a", false}})
+    EXPECT_EQ(matchesPattern(row.pattern, row.text), row.matches) << row.pattern << " " << row.text;
+}
+
+TEST(KeepPattern, doesNotTakeLongForAnyText) {
+  std::string pattern;
+  for (int count = 0; count < 200; ++count)
+    pattern += "*a";
+  EXPECT_FALSE(matchesPattern(pattern + "b", std::string(5000, 'a')));
+}
+
+class RemovalPlanTest : public testing::Test {
+protected:
+  RemovalPlan plan(const Strings &patterns, const std::string &name = "tree") {
+    KeepList keep(patterns);
+    RemovalPlanner planner(keep);
+    return planner.plan(scratch.path(name));
+  }
+  // Relative to the scratch folder, sorted.
+  Strings relative(const Strings &paths) const {
+    Strings names;
+    for (const std::string &path : paths)
+      names.push_back(path.substr(scratch.path().size() + 1));
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+  void file(const std::string &name) {
+    std::filesystem::create_directories(std::filesystem::path(scratch.path(name)).parent_path());
+    scratch.file(name, "x");
+  }
+
+  kwtest::ScratchFolder scratch;
+};
+
+TEST_F(RemovalPlanTest, takesTheWholeWhereNothingIsKept) {
+  file("tree/a/b");
+  file("tree/c");
+  RemovalPlan plan = this->plan({});
+  EXPECT_TRUE(plan.exists);
+  EXPECT_EQ(relative(plan.roots), Strings{"tree"});
+  EXPECT_EQ(plan.items, 4u);
+  EXPECT_TRUE(plan.kept.empty());
+}
+
+TEST_F(RemovalPlanTest, goesAroundWhatIsKept) {
+  for (const char *name : {"tree/a/keep", "tree/a/go", "tree/b/x/y", "tree/c"})
+    file(name);
+  RemovalPlan plan = this->plan({"keep"});
+  EXPECT_EQ(relative(plan.roots), (Strings{"tree/a/go", "tree/b", "tree/c"}));
+  EXPECT_EQ(relative(plan.kept), Strings{"tree/a/keep"});
+  EXPECT_EQ(plan.items, 5u);
+}
+
+TEST_F(RemovalPlanTest, keepsAFolderWithAllThatItHolds) {
+  file("tree/keep/deep/file");
+  file("tree/go");
+  RemovalPlan plan = this->plan({"keep"});
+  EXPECT_EQ(relative(plan.roots), Strings{"tree/go"});
+  EXPECT_EQ(relative(plan.kept), Strings{"tree/keep"});
+}
+
+TEST_F(RemovalPlanTest, takesNothingOfWhatStandsInAKeptFolder) {
+  file("kept/tree/file");
+  EXPECT_TRUE(plan({scratch.path("kept")}, "kept/tree").roots.empty());
+  EXPECT_TRUE(plan({scratch.path("kept") + "/"}, "kept/tree/file").roots.empty());
+  EXPECT_TRUE(plan({"tree"}, "kept/tree/").roots.empty());
+  EXPECT_FALSE(plan({scratch.path("other")}, "kept/tree").roots.empty());
+}
+
+TEST_F(RemovalPlanTest, isNotLedAroundTheListByLinks) {
+  file("real/kept/file");
+  std::filesystem::create_directory_symlink(scratch.path("real"), scratch.path("link"));
+  EXPECT_TRUE(plan({scratch.path("real/kept")}, "link/kept/file").roots.empty());
+  EXPECT_TRUE(plan({scratch.path("link/kept")}, "real/kept/file").roots.empty());
+  EXPECT_TRUE(plan({scratch.path("real/kept")}, "link/./../link/kept").roots.empty());
+  EXPECT_EQ(relative(plan({scratch.path("link/k*")}, "real").roots), Strings{});
+  // The link itself is an item of its own.
+  EXPECT_EQ(relative(plan({scratch.path("real/kept")}, "link").roots), Strings{"link"});
+}
+
+TEST_F(RemovalPlanTest, knowsWhatIsNotThere) {
+  RemovalPlan plan = this->plan({});
+  EXPECT_FALSE(plan.exists);
+  EXPECT_TRUE(plan.roots.empty() && plan.unknown.empty());
+}
+
+TEST_F(RemovalPlanTest, countsHardLinksTogetherAcrossItems) {
+  file("one/file");
+  std::filesystem::create_directories(scratch.path("two"));
+  std::filesystem::create_hard_link(scratch.path("one/file"), scratch.path("two/file"));
+  KeepList keep(Strings{});
+  RemovalPlanner planner(keep);
+  RemovalPlan one = planner.plan(scratch.path("one/file"));
+  RemovalPlan two = planner.plan(scratch.path("two/file"));
+  EXPECT_EQ(one.freedBytes, 0u);
+  EXPECT_EQ(two.allocatedBytes, 0u);
+  EXPECT_EQ(two.freedBytes, one.allocatedBytes);
+}
+
+TEST_F(RemovalPlanTest, countsNothingTwice) {
+  file("tree/a/b");
+  KeepList keep(Strings{});
+  RemovalPlanner planner(keep);
+  EXPECT_EQ(planner.plan(scratch.path("tree/a")).items, 2u);
+  EXPECT_EQ(planner.plan(scratch.path("tree/a/b")).items, 0u);
+  EXPECT_EQ(planner.plan(scratch.path("tree")).items, 1u) << "but for the folder itself";
+  EXPECT_EQ(planner.plan(scratch.path("tree")).items, 0u);
+}
+
+} // namespace
