@@ -40,7 +40,7 @@ if(KEEPWELL_LIBFUZZER)
 endif()
 if(KEEPWELL_SANITIZE)
   target_compile_options(kw_options INTERFACE
-    -fsanitize=${KEEPWELL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+    -fsanitize=${KEEPWELL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
   target_link_options(kw_options INTERFACE -fsanitize=${KEEPWELL_SANITIZE})
   # Instrumented code misleads this check of GCC's; ordinary builds keep it.
   target_compile_options(kw_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
