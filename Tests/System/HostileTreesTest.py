@@ -8,7 +8,7 @@ import subprocess
 import unittest
 
 from Support import harness, trees
-from Support.bus import is_running, wait_until
+from Support.bus import is_running, is_sanitized, wait_until
 from Support.root import DATA, ThrowAwayRoot
 
 FULL = os.environ.get("KEEPWELL_HOSTILE") == "full"
@@ -188,8 +188,7 @@ class Watch:
 
     def __init__(self, pid):
         self._pid = pid
-        with open(f"/proc/{self._pid}/maps", encoding="utf-8") as file:
-            self._sanitized = "san.so" in file.read()
+        self._sanitized = is_sanitized(pid)
         with open(f"/proc/{self._pid}/clear_refs", "w", encoding="utf-8") as file:
             file.write("5")  # the peak from here on
         self._descriptors = self.descriptors()

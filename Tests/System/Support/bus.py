@@ -250,6 +250,12 @@ def is_running(pid):
         return False
 
 
+def is_sanitized(pid):
+    """Whether a sanitizer keeps memory of its own in the process."""
+    with open(f"/proc/{pid}/maps", encoding="utf-8") as file:
+        return "san.so" in file.read()
+
+
 def wait_until(condition, seconds=20):
     """Looks again and again; for events that nobody announces."""
     end = time.monotonic() + seconds
