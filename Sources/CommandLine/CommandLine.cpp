@@ -19,6 +19,7 @@ constexpr const char *footer =
     "Where standard input and standard error are both terminals, what cannot be\n"
     "undone is asked about first, unless --yes is given; elsewhere it is done.\n"
     "Exit status: 0 done, 1 not done, 2 usage, 3 no answer from the agent.\n"
+    "What --json prints is described by share/keepwell/keepwell-output.schema.json.\n"
     "Each command has a --help with examples.";
 
 constexpr const char *exitStatuses =

@@ -34,7 +34,8 @@ CommandRun declareTruncate(CLI::App &arguments) {
     return tellOutcome(session, request, reply,
                        {"Truncated " + shown, shown + " could not be truncated"});
   };
-  return [yes, askAll = forEachPath(paths, question)](Session &session) {
+  return [yes, paths, askAll = forEachPath(paths, question)](Session &session) {
+    requirePaths(*paths);
     session.confirm("Truncate what is named, for good?", *yes);
     return askAll(session);
   };

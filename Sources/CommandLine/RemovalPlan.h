@@ -1,7 +1,9 @@
 // What removing an item would take and what it would leave, found by a walk
 // with the rights of whoever runs the command. Nothing is changed.
 //
-// A plan is of the moment: what comes into a folder afterwards is not seen.
+// A plan is of the moment: what comes into a folder afterwards is not seen, and
+// its paths lead where they lead when they are used. Where somebody else can
+// change the tree meanwhile, removing it whole is safer than around something.
 #pragma once
 
 #include "CommandLine/KeepList.h"
