@@ -3,6 +3,7 @@ import argparse
 import json
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -11,7 +12,7 @@ import time
 from . import comparisons, plot, report
 from .agent import Agent
 
-RESULTS = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+RESULTS = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 
 def micro_benchmarks(build):
@@ -105,6 +106,8 @@ def main():
     parser.add_argument("--quick", action="store_true", help="few rounds; writes no results")
     parser.add_argument("names", nargs="*", help="parts of the comparisons' names; writes no results")
     arguments = parser.parse_args()
+    # Whoever ends the run early still gets the trees cleared away.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     start = time.monotonic()
     scratch = tempfile.mkdtemp(prefix="keepwell-bench.", dir=arguments.folder)
     memory = tempfile.mkdtemp(prefix="keepwell-bench.", dir=arguments.memory)
