@@ -40,13 +40,19 @@ class Block:
 
 
 def blocks_of(document):
+    text = document.read_text(encoding="utf-8")
     found = []
-    for match in FENCE.finditer(document.read_text(encoding="utf-8")):
+    for match in FENCE.finditer(text):
         block = Block(document, match)
         if block.language == "output":
             found[-1].output = block.text
         else:
             found.append(block)
+    # What stands elsewhere than right before a block would be lost silently.
+    attached = sum(len(block.before) + bool(block.left_out) for block in found)
+    assert attached == len(COMMENT.findall(text)), f"{document.name}: a comment without a block"
+    assert 2 * text.count("\n```output") + 2 * len(found) == len(re.findall("^```", text, re.M)), \
+        f"{document.name}: a block that names no language"
     return found
 
 
