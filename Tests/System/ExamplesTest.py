@@ -8,15 +8,19 @@ How a fenced block is tried depends on the language it names:
   sh       run as a script, which must succeed
   python   run; an "output" block after it is what it must print
   cpp      compiled against the installed library, run, likewise
+  xml, ini read by a parser of such files
+A space in a document also stands for one that does not break lines.
 Comments before a block steer it: <!-- before: COMMAND --> sets the scene,
 <!-- not run: REASON --> leaves it out. What is left out is listed at the end.
 """
+import configparser
 import difflib
 import os
 import pathlib
 import re
 import subprocess
 import unittest
+import xml.etree.ElementTree as ElementTree
 
 from Support import harness
 from Support.systembus import SystemBusRoot
@@ -112,6 +116,7 @@ class ExamplesTest(unittest.TestCase):
         self.root = self.enterContext(InstalledRoot())
 
     def expect_output(self, block, expected, actual):
+        actual = actual.replace("\u00a0", " ")
         if not re.fullmatch(pattern_of(expected), actual):
             self.fail(f"{block.place}: printed something else:\n" + "".join(difflib.unified_diff(
                 expected.splitlines(True), actual.splitlines(True), "expected", "printed")))
@@ -146,6 +151,10 @@ class ExamplesTest(unittest.TestCase):
             self.try_program(block, "example.py", "python3 example.py")
         elif block.language == "cpp":
             self.try_program(block, "example.cpp", COMPILE + " && ./example")
+        elif block.language == "xml":
+            ElementTree.fromstring(block.text)
+        elif block.language == "ini":
+            configparser.ConfigParser().read_string(block.text)
         elif block.language != "text":
             self.fail(f"{block.place}: nobody knows how to try {block.language}")
 
