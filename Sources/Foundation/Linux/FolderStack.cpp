@@ -13,6 +13,10 @@
 namespace NS {
 namespace {
 
+// A long part of a listing; what is left of it that no record might need.
+constexpr std::size_t longListingSize = 4 * 1024 * 1024;
+constexpr std::size_t recordRoom = 4 * 1024;
+
 constexpr int openFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 
 } // namespace
@@ -98,6 +102,8 @@ void FolderStack::recycle(Frame &frame) {
   if (frame.buffer)
     spareBuffers_.push_back(std::move(frame.buffer));
   frame.position = frame.filled = 0;
+  if (isLong(frame))
+    endLong();
 }
 
 int FolderStack::fill(Frame &frame) {
@@ -115,15 +121,80 @@ int FolderStack::fill(Frame &frame) {
     return errno;
   frame.position = 0;
   frame.filled = count < 0 ? 0 : static_cast<std::uint32_t>(count);
+  bool isFull = frame.filled > bufferSize - recordRoom;
+  if (isFull && order_ == EntryOrder::ByInode && long_.owner == LongListing::none)
+    fillLong(frame);
   return 0;
+}
+
+// Reads on behind what filled the buffer. Failures are left to the next call.
+void FolderStack::fillLong(Frame &frame) {
+  if (!long_.bytes)
+    long_.bytes = std::make_unique_for_overwrite<std::byte[]>(longListingSize);
+  std::memcpy(long_.bytes.get(), frame.buffer->bytes.data(), frame.filled);
+  std::size_t filled = frame.filled;
+  while (longListingSize - filled >= recordRoom) {
+    ssize_t count =
+        ::getdents64(frame.descriptor.get(), long_.bytes.get() + filled, longListingSize - filled);
+    if (count <= 0)
+      break;
+    filled += static_cast<std::size_t>(count);
+  }
+  auto recordAt = [&](std::size_t at) {
+    return reinterpret_cast<const dirent64 *>(long_.bytes.get() + at);
+  };
+  for (std::size_t at = 0; at < filled; at += recordAt(at)->d_reclen)
+    if (!isDotOrDotDot(recordAt(at)->d_name))
+      (recordAt(at)->d_type == DT_DIR ? long_.folders : long_.files)
+          .push_back(static_cast<std::uint32_t>(at));
+  std::sort(long_.files.begin(), long_.files.end(), [&](std::uint32_t left, std::uint32_t right) {
+    return recordAt(left)->d_ino < recordAt(right)->d_ino;
+  });
+  long_.owner = static_cast<std::size_t>(&frame - &frames_[0]);
+  frame.position = frame.filled = 0;
+}
+
+// Files first. As long as there are any, the position to come back to is that
+// before all of them; then it is the one behind the folder given last.
+const FolderEntry *FolderStack::nextLong(Frame &frame) {
+  std::size_t next = long_.next++;
+  if (next < long_.files.size())
+    return give(long_.bytes.get() + long_.files[next]);
+  next -= long_.files.size();
+  if (next < long_.folders.size()) {
+    const std::byte *record = long_.bytes.get() + long_.folders[next];
+    frame.offset = reinterpret_cast<const dirent64 *>(record)->d_off;
+    return give(record);
+  }
+  endLong();
+  return nullptr;
+}
+
+void FolderStack::endLong() {
+  long_.owner = LongListing::none;
+  long_.files.clear();
+  long_.folders.clear();
+  long_.next = 0;
+}
+
+const FolderEntry *FolderStack::give(const std::byte *record) {
+  const auto *entry = reinterpret_cast<const dirent64 *>(record);
+  entry_ = {entry->d_name, entry->d_ino, entry->d_type};
+  return &entry_;
 }
 
 const FolderEntry *FolderStack::next(int &error) {
   error = 0;
   Frame &frame = frames_.back();
   for (;;) {
+    if (isLong(frame)) {
+      if (const FolderEntry *entry = nextLong(frame))
+        return entry;
+    }
     if (frame.position >= frame.filled) {
       error = fill(frame);
+      if (isLong(frame))
+        continue;
       if (error != 0 || frame.filled == 0)
         return nullptr;
     }
@@ -141,6 +212,8 @@ const FolderEntry *FolderStack::next(int &error) {
 int FolderStack::rewind() {
   Frame &frame = frames_.back();
   frame.position = frame.filled = 0;
+  if (isLong(frame))
+    endLong();
   frame.offset = 0;
   return ::lseek(frame.descriptor.get(), 0, SEEK_SET) < 0 ? errno : 0;
 }

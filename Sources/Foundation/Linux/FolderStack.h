@@ -26,6 +26,12 @@ namespace NS {
 // one) is mounted.
 enum class MountPoints { Refuse, Enter };
 
+// In which order a folder's entries come. Where each is removed as it comes,
+// ByInode spares a volume with a great many of them the to and fro between its
+// tables: files by their numbers, folders after the files, some tens of
+// thousands at a time. Entries that are not removed may then come again.
+enum class EntryOrder { AsListed, ByInode };
+
 struct FolderEntry {
   const char *name = nullptr; // valid until the stack next moves or reads
   std::uint64_t inode = 0;
@@ -37,7 +43,8 @@ public:
   // How many folders are open at most, but for one more while moving.
   static constexpr std::size_t window = 6;
 
-  explicit FolderStack(MountPoints mountPoints) : mountPoints_(mountPoints) {}
+  explicit FolderStack(MountPoints mountPoints, EntryOrder order = EntryOrder::AsListed)
+      : mountPoints_(mountPoints), order_(order) {}
 
   // Goes into a folder of the given one (at the start) or of the lowest. Never
   // through a link: ELOOP or ENOTDIR when the name is no folder, EBUSY for a
@@ -73,6 +80,16 @@ private:
   struct Buffer {
     alignas(8) std::array<std::byte, bufferSize> bytes;
   };
+  // A long part of one folder's listing, in the order in which it is given. One
+  // folder at a time has it; those that find it taken go by the listing.
+  struct LongListing {
+    static constexpr std::size_t none = ~std::size_t{0};
+    std::size_t owner = none; // index of the frame
+    std::unique_ptr<std::byte[]> bytes;
+    std::vector<std::uint32_t> files; // where the records begin
+    std::vector<std::uint32_t> folders;
+    std::size_t next = 0; // of the files, then of the folders
+  };
   struct Identity {
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
@@ -95,14 +112,23 @@ private:
   int checkMount(const Identity &above, const Identity &folder) const;
   int reopenThrough(const Descriptor &below);
   int fill(Frame &frame);
+  void fillLong(Frame &frame);
+  const FolderEntry *nextLong(Frame &frame);
+  void endLong();
+  bool isLong(const Frame &frame) const {
+    return static_cast<std::size_t>(&frame - frames_.data()) == long_.owner;
+  }
+  const FolderEntry *give(const std::byte *record);
   void closeUpper(Frame &frame);
   void recycle(Frame &frame);
 
   MountPoints mountPoints_;
+  EntryOrder order_;
   std::vector<Frame> frames_;
   std::string names_;          // NUL-terminated, one after the other
   std::size_t lowestOpen_ = 0; // frames before this one are closed
   std::vector<std::unique_ptr<Buffer>> spareBuffers_;
+  LongListing long_;
   FolderEntry entry_;
 };
 

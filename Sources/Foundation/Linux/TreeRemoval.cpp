@@ -169,7 +169,7 @@ private:
   ItemEraser &eraser_;
   Outcome &outcome_;
   FolderTaker *taker_;
-  FolderStack stack_{MountPoints::Refuse};
+  FolderStack stack_{MountPoints::Refuse, EntryOrder::ByInode};
 };
 
 // Has the root's folders removed by a crew, each folder by a walk of its own.

@@ -6,8 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
+#include <set>
+#include <string>
+#include <unistd.h>
 
 namespace {
 
@@ -64,6 +69,70 @@ TEST(FolderStack, entersNoLinkAndNoFile) {
   EXPECT_EQ(stack.enter("file"), ENOTDIR);
   EXPECT_EQ(stack.enter("missing"), ENOENT);
   EXPECT_EQ(stack.depth(), 1u);
+}
+
+// More entries than are read at once, some of them folders with a chain of
+// folders in it.
+void makeWideFolder(const ScratchFolder &scratch, int items) {
+  std::string deep;
+  for (std::size_t level = 0; level < FolderStack::window + 2; ++level)
+    deep += "/d";
+  for (int index = 0; index < items; ++index) {
+    std::string name = std::to_string(index);
+    if (index % 1000 == 0)
+      fs::create_directories(scratch.path(name) + deep);
+    else
+      scratch.file(name, "");
+  }
+}
+
+TEST(FolderStack, givesLongListingsByInodeFilesFirst) {
+  ScratchFolder scratch(kwtest::quickFolder());
+  makeWideFolder(scratch, 10000);
+  FolderStack stack(NS::MountPoints::Enter, NS::EntryOrder::ByInode);
+  ASSERT_EQ(stack.openRoot(AT_FDCWD, scratch.path().c_str()), 0);
+  std::set<std::string> seen;
+  std::uint64_t last = 0;
+  bool foldersBegan = false;
+  int error = 0;
+  while (const NS::FolderEntry *entry = stack.next(error)) {
+    EXPECT_TRUE(seen.insert(entry->name).second) << entry->name;
+    bool isFolder = entry->type == DT_DIR;
+    EXPECT_TRUE(isFolder || !foldersBegan) << entry->name;
+    EXPECT_TRUE(isFolder || entry->inode > last) << entry->name;
+    last = entry->inode;
+    foldersBegan = foldersBegan || isFolder;
+  }
+  EXPECT_EQ(error, 0);
+  EXPECT_EQ(seen.size(), 10000u);
+}
+
+// What was removed is not listed again, and each folder comes once.
+TEST(FolderStack, goesOnInALongListingAfterItWasClosed) {
+  ScratchFolder scratch(kwtest::quickFolder());
+  makeWideFolder(scratch, 10000);
+  FolderStack stack(NS::MountPoints::Enter, NS::EntryOrder::ByInode);
+  ASSERT_EQ(stack.openRoot(AT_FDCWD, scratch.path().c_str()), 0);
+  std::set<std::string> folders;
+  int error = 0;
+  std::size_t files = 0;
+  while (const NS::FolderEntry *entry = stack.next(error)) {
+    if (entry->type != DT_DIR) {
+      ASSERT_EQ(::unlinkat(stack.folder(), entry->name, 0), 0) << entry->name;
+      ++files;
+      continue;
+    }
+    std::string name = entry->name;
+    EXPECT_TRUE(folders.insert(name).second) << name;
+    ASSERT_EQ(stack.enter(name.c_str()), 0);
+    while (stack.depth() < depth)
+      ASSERT_EQ(stack.enter("d"), 0);
+    while (stack.depth() > 1)
+      ASSERT_EQ(stack.leave(), 0);
+  }
+  EXPECT_EQ(error, 0);
+  EXPECT_EQ(files, 9990u);
+  EXPECT_EQ(folders.size(), 10u);
 }
 
 } // namespace
