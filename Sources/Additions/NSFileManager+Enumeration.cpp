@@ -90,7 +90,11 @@ std::vector<std::string> findFile(NS::FileManager &, const std::optional<std::st
     return found;
   NameSearch search(*name, matchByWords);
   std::string rootName = NS::lastPathComponent(path);
-  std::unique_ptr<NS::FTSStream> stream = NS::FTS::shared().open(path, searchOptions);
+  // What may be excluded is not to be touched before it is known.
+  bool visitsAll = recursive && !filterWith;
+  NS::FTS &walks = NS::FTS::shared();
+  std::unique_ptr<NS::FTSStream> stream =
+      visitsAll ? walks.openForAll(path, searchOptions) : walks.open(path, searchOptions);
   while (NS::FTSEntry *entry = stream ? stream->read() : nullptr) {
     if (entry->name == rootName)
       continue;

@@ -63,10 +63,13 @@ int find(Session &session, const FindArguments &arguments) {
   std::optional<NS::Error> error;
   if (!files().attributesOfItemAtPath(root, &error))
     return fail(session, request, root, *error);
-  auto isExcluded = [&](const std::string &name) {
-    return std::find(arguments.excluded.begin(), arguments.excluded.end(), name) !=
-           arguments.excluded.end();
-  };
+  // None at all lets the search read ahead.
+  NameExclusion isExcluded;
+  if (!arguments.excluded.empty())
+    isExcluded = [&](const std::string &name) {
+      return std::find(arguments.excluded.begin(), arguments.excluded.end(), name) !=
+             arguments.excluded.end();
+    };
   std::vector<std::string> found =
       findFile(files(), arguments.name, root, arguments.byWords, !arguments.shallow, isExcluded);
   if (!arguments.raw)
