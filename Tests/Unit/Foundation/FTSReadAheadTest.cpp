@@ -128,7 +128,7 @@ TEST(FTSReadAhead, retreatsWhenDescriptorsRunOut) {
   for (unsigned left = 4; left <= 12; ++left)
     EXPECT_EQ(inForkedChild([&]() -> std::string {
                 kwtest::limitDescriptors(300);
-                while (openDescriptorCount() < 300 - left)
+                for (std::size_t open = openDescriptorCount(); open < 300 - left; ++open)
                   if (::dup(0) < 0)
                     return "no descriptors to take";
                 return ahead(scratch.path(), physical) == expected ? "" : "another sequence";
