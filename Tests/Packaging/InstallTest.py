@@ -151,9 +151,7 @@ class LifeOfThePackageTest(InstallTestCase):
         done = self.keepwell(MEMBER, "size", "--bytes", f"{DATA}/folder")
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertGreaterEqual(int(done.stdout.split()[0]), 10000)
-        done = self.keepwell(MEMBER, "remove", "--yes", f"{DATA}/folder")
-        if done.returncode == 2:  # of an edition that does not ask
-            done = self.keepwell(MEMBER, "remove", f"{DATA}/folder")
+        done = self.keepwell(MEMBER, "remove", f"{DATA}/folder")
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertFalse(self.root.exists(f"{DATA}/folder"))
 
