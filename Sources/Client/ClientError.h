@@ -3,14 +3,16 @@
 
 #include "Client/Export.h"
 
+#include <exception>
+#include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 
 namespace kw {
 
-class KEEPWELL_EXPORT ClientError : public std::runtime_error {
+// A value; copies share what they hold and may be used by different threads.
+class KEEPWELL_EXPORT ClientError : public std::exception {
 public:
   enum class Kind {
     // The request never reached an agent: no bus, no agent, no right to call.
@@ -37,23 +39,29 @@ public:
 
   ClientError(Kind kind, std::string name, const std::string &message,
               std::optional<Effect> effect = std::nullopt)
-      : std::runtime_error(message), kind_(kind), name_(std::move(name)),
-        effect_(effect.value_or(usualEffect(kind))) {}
+      : kind_(kind), effect_(effect.value_or(usualEffect(kind))),
+        texts_(std::make_shared<const Texts>(Texts{std::move(name), message})) {}
 
   Kind kind() const { return kind_; }
   Effect effect() const { return effect_; }
   // The bus's name of the error, such as
   // "org.freedesktop.DBus.Error.NotSupported"; empty when it is the client's.
-  const std::string &name() const { return name_; }
+  const std::string &name() const { return texts_->name; }
+  const char *what() const noexcept override { return texts_->message.c_str(); }
 
 private:
   static Effect usualEffect(Kind kind) {
     return kind == Kind::Interrupted || kind == Kind::BadReply ? Effect::Unknown : Effect::None;
   }
 
+  struct Texts {
+    std::string name;
+    std::string message;
+  };
+
   Kind kind_;
-  std::string name_;
   Effect effect_;
+  std::shared_ptr<const Texts> texts_; // never null; shared, so that copying cannot fail
 };
 
 } // namespace kw

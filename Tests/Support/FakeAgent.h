@@ -26,6 +26,13 @@ public:
   // Without a handler every request gets what suits its kinds, with YES and
   // without errors.
   explicit FakeAgent(Handler handler = nullptr) : handler_(std::move(handler)) {}
+  // Waits until no client uses it: one that went in a callback is gone later.
+  ~FakeAgent() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return open_ == 0; });
+  }
+  FakeAgent(const FakeAgent &) = delete;
+  FakeAgent &operator=(const FakeAgent &) = delete;
 
   std::unique_ptr<kw::Client> client() {
     return kw::ClientMaker::make([this] { return connect(); });
@@ -120,6 +127,9 @@ private:
   class Connection final : public kw::AgentConnection {
   public:
     explicit Connection(FakeAgent &agent) : agent_(agent) {}
+    ~Connection() override {
+      agent_.change([this] { --agent_.open_; });
+    }
     void send(Number number, const kw::AgentMessage &message) override {
       agent_.send(number, message);
     }
@@ -166,11 +176,9 @@ private:
   }
 
   template <typename Work> void change(Work work) {
-    {
-      std::lock_guard lock(mutex_);
-      work();
-    }
-    changed_.notify_all();
+    std::lock_guard lock(mutex_);
+    work();
+    changed_.notify_all(); // still locked: who waits may be the destructor
   }
 
   std::unique_ptr<kw::AgentConnection> connect() {
@@ -178,6 +186,7 @@ private:
     if (refusing_)
       throw kw::ClientError(kw::ClientError::Kind::Unreachable, "NoServer", "no bus");
     ++connections_;
+    ++open_;
     broken_ = false;
     return std::make_unique<Connection>(*this);
   }
@@ -242,6 +251,7 @@ private:
   std::vector<std::string> chunks_;
   std::size_t mostHeld_ = 0;
   int connections_ = 0;
+  int open_ = 0;
   int failingSends_ = 0;
   bool holding_ = false;
   bool refusing_ = false;
