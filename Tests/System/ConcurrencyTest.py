@@ -7,33 +7,17 @@ import time
 import unittest
 
 from Support import harness
+from Support.abuse import Blocking, GATE, REPAIRER, STARTER
 from Support.bus import is_running, wait_until
 from Support.rawbus import BusError, ERROR
 from Support.root import DATA, ThrowAwayRoot
 
-STARTER = "/sbin/SystemStarter"
-REPAIRER = "/usr/libexec/repair_packages"
-GATE = "/run/keepwell-test/gate"
 QUEUE_LIMIT = 1024
 
 
-class ConcurrencyTest(unittest.TestCase):
+class ConcurrencyTest(Blocking, unittest.TestCase):
     def setUp(self):
         self.root = self.enterContext(ThrowAwayRoot())
-
-    def block(self, client):
-        """Has the client's request wait for a tool until open_gate."""
-        if not self.root.exists(GATE):
-            os.mkfifo(self.root.host_path(GATE))
-        self.root.stand_in(STARTER, script=f"read line < {GATE}")
-        before = len(self.root.calls())
-        serial = client.send("StartStartupItem", "s", "item")
-        wait_until(lambda: len(self.root.calls()) > before)
-        return serial
-
-    def open_gate(self):
-        with open(self.root.host_path(GATE), "w", encoding="utf-8") as gate:
-            gate.write("go\n")
 
     def test_a_blocked_request_delays_nobody_else(self):
         slow, quick = self.root.client(), self.root.client()

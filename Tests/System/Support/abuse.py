@@ -58,7 +58,25 @@ class Watcher:
         self._thread.join()
 
 
-class AbuseCase(unittest.TestCase):
+class Blocking:
+    """For test cases with a root: requests that wait until they are told."""
+
+    def block(self, client):
+        """Has the client's request wait for a tool until open_gate."""
+        if not self.root.exists(GATE):
+            os.mkfifo(self.root.host_path(GATE))
+        self.root.stand_in(STARTER, script=f"read line < {GATE}")
+        before = len(self.root.calls())
+        serial = client.send("StartStartupItem", "s", "item")
+        wait_until(lambda: len(self.root.calls()) > before)
+        return serial
+
+    def open_gate(self):
+        with open(self.root.host_path(GATE), "w", encoding="utf-8") as gate:
+            gate.write("go\n")
+
+
+class AbuseCase(Blocking, unittest.TestCase):
     """One agent for all tests of a script: in the end nothing of them is left."""
 
     @classmethod
@@ -159,17 +177,3 @@ class AbuseCase(unittest.TestCase):
             wait_until(lambda: watcher.failure or watcher.answers > asked + 1, 40)
         if watcher.failure:
             raise AssertionError("another client had to wait in vain") from watcher.failure
-
-    def block(self, client):
-        """Has the client's request wait for a tool until open_gate."""
-        if not self.root.exists(GATE):
-            os.mkfifo(self.root.host_path(GATE))
-        self.root.stand_in(STARTER, script=f"read line < {GATE}")
-        before = len(self.root.calls())
-        serial = client.send("StartStartupItem", "s", "item")
-        wait_until(lambda: len(self.root.calls()) > before)
-        return serial
-
-    def open_gate(self):
-        with open(self.root.host_path(GATE), "w", encoding="utf-8") as gate:
-            gate.write("go\n")
