@@ -91,6 +91,7 @@ class PrivateBus:
                                                  "UBSAN_OPTIONS") if key in os.environ}
         # The agent ends at once when told to, whatever threads it has.
         options = keep.pop("TSAN_OPTIONS", "") + " report_thread_leaks=0"
+        options += f" suppressions={harness.build_folder}/tsan-suppressions"
         return {"LANG": "C.UTF-8", "HOME": "/root", "TSAN_OPTIONS": options.strip(), **keep}
 
     def popen(self, argv, **options):
