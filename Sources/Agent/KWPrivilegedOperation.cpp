@@ -112,6 +112,11 @@ XPCMethod describe(const char *selector, const char *member, const Names &names,
           invokerOf(method, arguments)};
 }
 
+XPCMethod prompt(XPCMethod method) {
+  method.prompt = true;
+  return method;
+}
+
 XPCMethod pleaseTerminate() {
   return {"pleaseTerminate",
           "PleaseTerminate",
@@ -128,8 +133,8 @@ XPCInterface description() {
   using P = KWPrivilegedOperation;
   return {"org.keepwell.KWPrivilegedOperation", {
       pleaseTerminate(),
-      describe("echo:withReply:", "Echo", {"text"},
-               &P::echo, {"text", "error"}),
+      prompt(describe("echo:withReply:", "Echo", {"text"},
+                      &P::echo, {"text", "error"})),
       describe("fileExistsAtPath:withReply:", "FileExistsAtPath", {"path"},
                &P::fileExistsAtPath, {"exists", "error"}),
       describe("moveItemAtPath:toPath:withReply:", "MoveItemAtPath", {"srcPath", "dstPath"},

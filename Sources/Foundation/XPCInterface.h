@@ -77,6 +77,9 @@ struct XPCMethod {
   std::vector<XPCParameter> replies;
   bool oneWay = false;  // the caller expects no reply and gets none
   XPCInvoker invoker{}; // null: the message is known but not supported
+  // Its handler neither waits for anything nor takes longer than passing the
+  // request to another thread would. It may then run on the transport's own.
+  bool prompt = false;
 };
 
 struct XPCInterface {

@@ -72,16 +72,33 @@ BusMailbox::~BusMailbox() {
 
 void BusMailbox::post(Work work) {
   std::lock_guard lock(mutex_);
-  if (closed_)
-    return;
+  if (!closed_)
+    postLocked(std::move(work));
+}
+
+void BusMailbox::postLocked(Work work) {
   work_.push_back(std::move(work));
   const std::uint64_t one = 1;
   // It fails only when the counter is full, and then the reader is awake.
   static_cast<void>(!::write(descriptor_, &one, sizeof one));
 }
 
+void BusMailbox::doOrPost(Work work) {
+  {
+    std::lock_guard lock(mutex_);
+    if (closed_)
+      return;
+    if (taker_ != std::this_thread::get_id()) {
+      postLocked(std::move(work));
+      return;
+    }
+  }
+  work();
+}
+
 std::vector<BusMailbox::Work> BusMailbox::take() {
   std::lock_guard lock(mutex_);
+  taker_ = std::this_thread::get_id();
   if (work_.empty())
     return {};
   std::uint64_t count = 0;

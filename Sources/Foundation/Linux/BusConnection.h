@@ -31,6 +31,8 @@ public:
   BusMailbox &operator=(const BusMailbox &) = delete;
 
   void post(Work work);
+  // Does it at once on the thread that takes, posts it on any other.
+  void doOrPost(Work work);
   // What was posted since the last call, in order.
   std::vector<Work> take();
   // Nothing posted from now on is kept.
@@ -39,9 +41,12 @@ public:
   int descriptor() const { return descriptor_; }
 
 private:
+  void postLocked(Work work);
+
   int descriptor_;
   std::mutex mutex_;
   std::vector<Work> work_;
+  std::thread::id taker_; // who called take() last
   bool closed_ = false;
 };
 

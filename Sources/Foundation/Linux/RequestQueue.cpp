@@ -25,6 +25,20 @@ bool RequestQueue::enqueue(std::function<void()> request, std::size_t bytes) {
   return true;
 }
 
+bool RequestQueue::runAtOnce(const std::function<void()> &request) {
+  {
+    std::lock_guard lock(mutex_);
+    if (scheduled_ || suspended_ || paused_ || !waiting_.empty())
+      return false;
+    scheduled_ = true; // what comes meanwhile waits, as behind any other
+  }
+  request();
+  std::lock_guard lock(mutex_);
+  scheduled_ = false;
+  scheduleLocked();
+  return true;
+}
+
 void RequestQueue::suspend() {
   std::lock_guard lock(mutex_);
   suspended_ = true;

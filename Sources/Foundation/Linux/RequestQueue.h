@@ -27,6 +27,9 @@ public:
   // False when a limit is reached; the request is then not queued. It must
   // not throw.
   bool enqueue(std::function<void()> request, std::size_t bytes);
+  // Runs the request on the calling thread if it is its turn at once; it must
+  // not throw. False when others wait or are under way, or the queue is held.
+  bool runAtOnce(const std::function<void()> &request);
   void suspend();
   void resume();
   // Holds the requests back as well, but only for a while: a queue that is

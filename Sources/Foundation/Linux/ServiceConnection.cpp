@@ -9,6 +9,9 @@
 namespace NS {
 namespace {
 
+// Copying more than this takes longer than passing it to another thread.
+constexpr std::size_t promptBytes = std::size_t{16} << 10;
+
 // The one place where what a handler throws becomes an outcome.
 void invoke(const XPCMethod &method, XPCObject &object, const XPCValues &arguments,
             const XPCReply &reply) noexcept {
@@ -77,14 +80,16 @@ bool ServiceConnection::deliver(const XPCMethod &method, XPCValues arguments, XP
   const std::size_t bytes = textBytes(arguments);
   // The request holds the object, not the connection: a connection whose
   // client is gone goes at once, and what reached it is still done.
-  return queue_->enqueue(
-      [&method, current = setup(), arguments = std::move(arguments), reply = std::move(reply)] {
-        if (current.object)
-          invoke(method, *current.object, arguments, reply);
-        else
-          reply.fail("nothing is exported");
-      },
-      bytes);
+  std::function<void()> request = [&method, current = setup(), arguments = std::move(arguments),
+                                   reply = std::move(reply)] {
+    if (current.object)
+      invoke(method, *current.object, arguments, reply);
+    else
+      reply.fail("nothing is exported");
+  };
+  if (method.prompt && bytes <= promptBytes && queue_->runAtOnce(request))
+    return true;
+  return queue_->enqueue(std::move(request), bytes);
 }
 
 ServiceConnection::Setup ServiceConnection::setup() const {

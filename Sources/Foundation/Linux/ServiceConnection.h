@@ -30,7 +30,8 @@ public:
   // Null when the client may not call such a member.
   const XPCMethod *methodWithMember(const std::string &member) const;
   // Queues a request for the method, which must be of this connection and have
-  // an invoker. False when the queue is full; the reply is then left alone.
+  // an invoker; a prompt one is done before this returns when its turn has come.
+  // False when the queue is full; the reply is then left alone.
   bool deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply);
   // Begins no further request until told to proceed. To be told so before it
   // goes, or what waits is lost.

@@ -310,7 +310,7 @@ XPCReply BusListener::expectReply(const XPCMethod &method, const sdbus::MethodCa
                                 call.createErrorReply(sdbus::Error(
                                     failed, "The request failed; the agent's log says why."))});
   return XPCReply([this, request, mailbox = connection_->mailbox()](XPCOutcome outcome) {
-    mailbox->post([this, request, outcome = std::move(outcome)] { answer(request, outcome); });
+    mailbox->doOrPost([this, request, outcome = std::move(outcome)] { answer(request, outcome); });
   });
 }
 

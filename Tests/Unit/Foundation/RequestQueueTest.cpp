@@ -53,6 +53,52 @@ private:
   Signal opened_;
 };
 
+TEST(RequestQueue, runsARequestAtOnceOnTheCallingThreadWhenNothingWaits) {
+  auto queue = resumedQueue(poolOf(1));
+  std::thread::id where;
+  EXPECT_TRUE(queue->runAtOnce([&where] { where = std::this_thread::get_id(); }));
+  EXPECT_EQ(where, std::this_thread::get_id());
+}
+
+TEST(RequestQueue, runsNothingAtOnceBehindARequestThatIsUnderWay) {
+  auto queue = resumedQueue(poolOf(1));
+  const Gate gate;
+  ASSERT_TRUE(queue->enqueue(gate.request(), 0));
+  gate.waitUntilEntered();
+  EXPECT_FALSE(queue->runAtOnce([] { ADD_FAILURE() << "it was not its turn"; }));
+  gate.open();
+  drain(*queue);
+}
+
+TEST(RequestQueue, runsNothingAtOnceWhileItIsSuspendedOrPaused) {
+  auto queue = resumedQueue(poolOf(1));
+  const auto request = [] { ADD_FAILURE() << "the queue was held"; };
+  queue->suspend();
+  EXPECT_FALSE(queue->runAtOnce(request));
+  queue->resume();
+  queue->pause();
+  EXPECT_FALSE(queue->runAtOnce(request));
+  queue->proceed();
+}
+
+TEST(RequestQueue, goesOnWithWhatCameWhileARequestRanAtOnce) {
+  auto queue = resumedQueue(poolOf(1));
+  const Signal done;
+  bool isRunning = false;
+  ASSERT_TRUE(queue->runAtOnce([&] {
+    isRunning = true;
+    ASSERT_TRUE(queue->enqueue(
+        [&] {
+          EXPECT_FALSE(isRunning);
+          done.raise();
+        },
+        0));
+    EXPECT_FALSE(queue->runAtOnce([] { ADD_FAILURE() << "one is under way"; }));
+    isRunning = false;
+  }));
+  done.wait();
+}
+
 TEST(RequestQueue, handlesRequestsInTheOrderOfTheirArrivalOneAtATime) {
   auto queue = resumedQueue(poolOf(8));
   std::vector<int> seen; // unguarded: that is the point
