@@ -88,7 +88,7 @@ void BusMailbox::doOrPost(Work work) {
     std::lock_guard lock(mutex_);
     if (closed_)
       return;
-    if (taker_ != std::this_thread::get_id()) {
+    if (taker_ != std::this_thread::get_id() || !work_.empty()) {
       postLocked(std::move(work));
       return;
     }

@@ -31,7 +31,8 @@ public:
   BusMailbox &operator=(const BusMailbox &) = delete;
 
   void post(Work work);
-  // Does it at once on the thread that takes, posts it on any other.
+  // Does it at once on the thread that takes when nothing waits there, else
+  // posts it.
   void doOrPost(Work work);
   // What was posted since the last call, in order.
   std::vector<Work> take();

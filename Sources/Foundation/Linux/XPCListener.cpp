@@ -310,7 +310,11 @@ XPCReply BusListener::expectReply(const XPCMethod &method, const sdbus::MethodCa
                                 call.createErrorReply(sdbus::Error(
                                     failed, "The request failed; the agent's log says why."))});
   return XPCReply([this, request, mailbox = connection_->mailbox()](XPCOutcome outcome) {
-    mailbox->doOrPost([this, request, outcome = std::move(outcome)] { answer(request, outcome); });
+    // A request that its queue refuses fails while it is being delivered: that
+    // is answered there, and what is posted meanwhile comes too late.
+    const bool isReply = outcome.replied;
+    auto work = [this, request, outcome = std::move(outcome)] { answer(request, outcome); };
+    isReply ? mailbox->doOrPost(std::move(work)) : mailbox->post(std::move(work));
   });
 }
 

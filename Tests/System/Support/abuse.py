@@ -121,7 +121,9 @@ class AbuseCase(Blocking, unittest.TestCase):
     def flood(cls):
         """One client that sends much before it reads anything."""
         client = cls.root.client()
-        serials = [client.send("Echo", "s", "x") for _ in range(30000)]
+        # Both what is answered where it arrives and what is passed to a worker.
+        serials = [client.send(member, "s", "x") for _ in range(15000)
+                   for member in ("Echo", "FileExistsAtPath")]
         serials += [client.send("Echo", "u", 7) for _ in range(5000)]
         for _ in serials:
             client.receive()
