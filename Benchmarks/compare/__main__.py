@@ -11,6 +11,7 @@ import time
 
 from . import comparisons, plot, report
 from .agent import Agent
+from .volume import Volume
 
 RESULTS = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
@@ -111,12 +112,13 @@ def main():
     start = time.monotonic()
     scratch = tempfile.mkdtemp(prefix="keepwell-bench.", dir=arguments.folder)
     memory = tempfile.mkdtemp(prefix="keepwell-bench.", dir=arguments.memory)
+    volume = Volume(memory, os.path.join(scratch, "volume"))
     agents = []
     try:
         build = os.path.abspath(arguments.build)
         agents = [Agent(build, os.path.join(scratch, "bus")),
                   Agent(build, os.path.join(scratch, "bus1"), ["taskset", "-c", "0"])]
-        bench = comparisons.Bench(build, scratch, memory, *agents, arguments.quick)
+        bench = comparisons.Bench(build, scratch, memory, volume, *agents, arguments.quick)
         progress = Progress(arguments.names)
         lines = run_all(bench, progress)
         if not arguments.names and not arguments.quick:
@@ -128,6 +130,7 @@ def main():
     finally:
         for agent in agents:
             agent.close()
+        volume.close()
         shutil.rmtree(scratch, ignore_errors=True)
         shutil.rmtree(memory, ignore_errors=True)
 

@@ -53,7 +53,8 @@ def machine(folder):
     volume = subprocess.run(["findmnt", "-no", "FSTYPE,OPTIONS", "-T", folder], check=False,
                             stdout=subprocess.PIPE).stdout.decode().strip()
     return [f"- {model}, {os.cpu_count()} processors, {memory:.0f} GiB",
-            f"- Linux {platform.release()}; the trees stand on {re.sub(' +', ', ', volume, count=1)}",
+            f"- Linux {platform.release()}; many files: on an ext4 in memory, made anew for each tree; "
+            f"what is shredded or moved: on {re.sub(' +', ', ', volume, count=1)}",
             *(f"- {version(*argv)}" for argv in (
                 ("du", "--version"), ("find", "--version"), ("bfs", "--version"),
                 ("dbus-daemon", "--version"), ("c++", "--version")))]
