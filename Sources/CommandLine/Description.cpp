@@ -50,6 +50,7 @@ Described describe(const CLI::App &app) {
 
 std::vector<JSONObject> describe(const std::vector<Example> &examples) {
   std::vector<JSONObject> objects;
+  objects.reserve(examples.size());
   for (const Example &example : examples)
     objects.push_back(JSONObject()
                           .add("line", std::string("keepwell ") + example.line)
