@@ -14,6 +14,14 @@ WIDE = Tree(1_000, 100_000, data_every=20, data_bytes=4096)
 FLAT = Tree(1, 400_000)
 
 
+# What stands in the way where these targets are missed.
+SIZE_LIMIT = ("Nine tenths of the time are the kernel's, nearly all of it one stat for each file: "
+              "about as much processor time as du takes, so that two processors can halve it at "
+              "best.")
+MOVE_LIMIT = ("The copy is on the disk (one syncfs) before anything of the source goes, which mv "
+              "does not wait for.")
+
+
 def expect(condition, text):
     if not condition:
         raise AssertionError(text)
@@ -76,6 +84,7 @@ def compare_size(bench, work, path, agent, rounds, reach, prefix=(), counts_call
             expect(says_size(side) > 0, f"{path}: du measured nothing")
 
     row = Row(work, "`du -s`", reach)
+    row.note = SIZE_LIMIT
     row.proof = (f"the agent's total is that of the blocks that `find` lists, {expected:,} bytes "
                  "(folders count twice, hard links each time)")
     return bench.compare(row, ours, theirs, rounds, verify=verify, counts_calls=counts_calls)
@@ -142,6 +151,7 @@ def removal_of_growing_trees(bench, curve, large):
         curve("removal, keepwell", tree.items(), row.ours.median())
         curve("removal, rm -rf", tree.items(), row.theirs.median())
     path, tree = large
+    bench.make_tree(tree, os.path.basename(path))
     wall, _ = Side(bench.agent.command("remove", path), bench.agent).run()
     expect(not os.path.lexists(path), "still there")
     curve("removal, keepwell", tree.items(), wall)
@@ -275,6 +285,7 @@ def compare_move(bench, work, source, destination):
         shutil.rmtree(destination)
 
     row = Row(work, "`mv`", 1.0)
+    row.note = MOVE_LIMIT
     row.proof = "the source is gone; names, modes, times and contents are the same"
     return bench.compare(row, Side(bench.agent.command("move", source, destination), bench.agent),
                          Side(["mv", source, destination]), 4, prepare, verify)
