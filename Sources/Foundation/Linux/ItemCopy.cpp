@@ -3,6 +3,7 @@
 #include "Foundation/Linux/ItemCopy.h"
 
 #include "Foundation/POSIX/Descriptor.h"
+#include "Foundation/POSIX/Retrying.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -34,17 +35,17 @@ int copyByHand(int source, int target, off_t start, off_t end) {
   std::vector<std::byte> block(std::min(blockSize, static_cast<std::size_t>(end - start)));
   while (start < end) {
     std::size_t wanted = std::min(block.size(), static_cast<std::size_t>(end - start));
-    ssize_t count = ::pread(source, block.data(), wanted, start);
-    if (count < 0 && errno == EINTR)
-      continue;
+    ssize_t count = retrying([&] { return ::pread(source, block.data(), wanted, start); });
     if (count <= 0)
       return count < 0 ? errno : 0;
     for (ssize_t done = 0; done < count;) {
-      ssize_t written = ::pwrite(target, block.data() + done,
-                                 static_cast<std::size_t>(count - done), start + done);
-      if (written < 0 && errno != EINTR)
+      ssize_t written = retrying([&] {
+        return ::pwrite(target, block.data() + done, static_cast<std::size_t>(count - done),
+                        start + done);
+      });
+      if (written < 0)
         return errno;
-      done += std::max<ssize_t>(written, 0);
+      done += written;
     }
     start += count;
   }
@@ -60,9 +61,8 @@ int copyExtent(int source, int target, off_t start, off_t end) {
   while (start < end) {
     off_t from = start, to = start;
     std::size_t length = std::min(largestExtent, static_cast<std::size_t>(end - start));
-    ssize_t count = ::copy_file_range(source, &from, target, &to, length, 0);
-    if (count < 0 && errno == EINTR)
-      continue;
+    ssize_t count =
+        retrying([&] { return ::copy_file_range(source, &from, target, &to, length, 0); });
     if (count < 0 && !isUnsupported(errno))
       return errno;
     // Some volumes answer 0 where a plain read still gives data.

@@ -3,7 +3,9 @@
 #include "Foundation/Launchd.h"
 
 #include "Foundation/Exception.h"
+#include "Foundation/POSIX/Descriptor.h"
 #include "Foundation/POSIX/Descriptors.h"
+#include "Foundation/POSIX/Retrying.h"
 #include "Foundation/PropertyList.h"
 #include "Foundation/SharedInstance.h"
 
@@ -11,7 +13,6 @@
 #include <chrono>
 #include <csignal>
 #include <optional>
-#include <utility>
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -39,22 +40,6 @@ private:
   Clock::time_point end_;
 };
 
-class OwnedDescriptor {
-public:
-  explicit OwnedDescriptor(int number = -1) : number_(number) {}
-  ~OwnedDescriptor() { close(); }
-  OwnedDescriptor(const OwnedDescriptor &) = delete;
-  OwnedDescriptor &operator=(const OwnedDescriptor &) = delete;
-  int number() const { return number_; }
-  void close() {
-    if (int number = std::exchange(number_, -1); number >= 0)
-      ::close(number);
-  }
-
-private:
-  int number_;
-};
-
 // Everything until the end of the data; nothing when the time is up first or
 // there is too much of it.
 std::optional<std::string> outputWithin(int descriptor, const Deadline &deadline) {
@@ -63,9 +48,7 @@ std::optional<std::string> outputWithin(int descriptor, const Deadline &deadline
   for (;;) {
     if (!descriptors::waitForReading(descriptor, -1, deadline.millisecondsLeft()).first)
       return std::nullopt;
-    ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
-    if (count < 0 && errno == EINTR)
-      continue;
+    ssize_t count = retrying([&] { return ::read(descriptor, buffer.data(), buffer.size()); });
     if (count <= 0)
       return count == 0 ? std::optional(output) : std::nullopt;
     output.append(buffer.data(), static_cast<std::size_t>(count));
@@ -76,27 +59,26 @@ std::optional<std::string> outputWithin(int descriptor, const Deadline &deadline
 
 // A tool that has not ended in time is ended.
 void reap(pid_t tool, bool mayStillRun, const Deadline &deadline) {
-  OwnedDescriptor exit(descriptors::openExitDescriptor(tool));
-  if (!mayStillRun || exit.number() < 0 ||
-      !descriptors::waitForReading(exit.number(), -1, deadline.millisecondsLeft()).first)
+  Descriptor exit(descriptors::openExitDescriptor(tool));
+  if (!mayStillRun || !exit ||
+      !descriptors::waitForReading(exit.get(), -1, deadline.millisecondsLeft()).first)
     ::kill(tool, SIGKILL);
-  while (::waitpid(tool, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  static_cast<void>(retrying([&] { return ::waitpid(tool, nullptr, 0); }));
 }
 
 std::optional<std::string> launchctlList(const std::string &label, const Deadline &deadline) {
   descriptors::PipeEnds pipe = descriptors::openPipe();
-  OwnedDescriptor reading(pipe.reading), writing(pipe.writing);
+  Descriptor reading(pipe.reading), writing(pipe.writing);
   // What it says of a label that it does not know is no news.
-  OwnedDescriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
   descriptors::Program program{.path = launchctl, .arguments = {launchctl, "list", label}};
-  program.standardStreams[0] = program.standardStreams[2] = null.number();
-  program.standardStreams[1] = writing.number();
+  program.standardStreams[0] = program.standardStreams[2] = null.get();
+  program.standardStreams[1] = writing.get();
   int tool = 0;
   if (descriptors::spawn(program, tool) != 0)
     return std::nullopt;
-  writing.close();
-  auto output = outputWithin(reading.number(), deadline);
+  writing.reset();
+  auto output = outputWithin(reading.get(), deadline);
   reap(tool, output.has_value(), deadline);
   return output;
 }

@@ -8,6 +8,7 @@
 
 #include "Foundation/Linux/TreeRemoval.h"
 #include "Foundation/POSIX/Descriptor.h"
+#include "Foundation/POSIX/Retrying.h"
 #include "Foundation/SharedInstance.h"
 
 #include <algorithm>
@@ -98,9 +99,7 @@ private:
     const std::vector<std::byte> &block = noise();
     while (start < end) {
       std::size_t length = std::min(block.size(), static_cast<std::size_t>(end - start));
-      ssize_t written = ::pwrite(file, block.data(), length, start);
-      if (written < 0 && errno == EINTR)
-        continue;
+      ssize_t written = retrying([&] { return ::pwrite(file, block.data(), length, start); });
       if (written <= 0)
         return written < 0 ? errno : EIO;
       start += written;

@@ -3,6 +3,7 @@
 
 #include "Foundation/Exception.h"
 #include "Foundation/POSIX/Descriptors.h"
+#include "Foundation/POSIX/Retrying.h"
 
 #include <atomic>
 #include <cerrno>
@@ -24,13 +25,6 @@ ChildOutcome outcomeFromWaitStatus(int status) {
   if (WIFSIGNALED(status))
     return {true, WTERMSIG(status)};
   return {false, WEXITSTATUS(status)};
-}
-
-template <typename Call> ssize_t retrying(Call call) {
-  ssize_t result = call();
-  while (result < 0 && errno == EINTR)
-    result = call();
-  return result;
 }
 
 struct WatchedChild {

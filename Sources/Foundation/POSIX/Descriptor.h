@@ -21,6 +21,8 @@ public:
   }
 
   int get() const { return fd_; }
+  // The caller owns it from now on.
+  int release() { return std::exchange(fd_, -1); }
   explicit operator bool() const { return fd_ >= 0; }
   void reset() {
     // Nothing that is written through these descriptors waits for close to

@@ -1,7 +1,9 @@
 // Reading and replacing whole files.
 #include "Foundation/FileContents.h"
 
+#include "Foundation/POSIX/Descriptor.h"
 #include "Foundation/POSIX/Descriptors.h"
+#include "Foundation/POSIX/Retrying.h"
 #include "Foundation/POSIX/TemporaryNames.h"
 #include "Foundation/PathUtilities.h"
 #include "Foundation/SharedInstance.h"
@@ -18,32 +20,6 @@
 
 namespace NS {
 namespace {
-
-class Descriptor {
-public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (isOpen())
-      ::close(number_);
-  }
-  Descriptor(const Descriptor &) = delete;
-  Descriptor &operator=(const Descriptor &) = delete;
-
-  int number() const { return number_; }
-  bool isOpen() const { return number_ >= 0; }
-  int release() { return std::exchange(number_, -1); }
-
-private:
-  int number_;
-};
-
-// Calls again what a signal interrupted.
-template <typename Call> auto retrying(Call call) {
-  auto result = call();
-  while (result < 0 && errno == EINTR)
-    result = call();
-  return result;
-}
 
 // 0 or an errno value.
 int readAll(int descriptor, std::string &data) {
@@ -76,8 +52,8 @@ void removeLeftover(int folder, const std::string &name) {
   Descriptor file(
       ::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat status;
-  if (file.isOpen() && ::fstat(file.number(), &status) == 0 && S_ISREG(status.st_mode) &&
-      takeOver(folder, name, file.number()) == 0)
+  if (file && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+      takeOver(folder, name, file.get()) == 0)
     static_cast<void>(::unlinkat(folder, name.c_str(), 0));
 }
 
@@ -98,8 +74,8 @@ public:
   int perform(std::string_view data);
 
 private:
-  int create(mode_t mode);
-  int createNamed(std::string name, mode_t mode);
+  Descriptor create(mode_t mode);
+  Descriptor createNamed(std::string name, mode_t mode);
   int fill(int descriptor, const struct stat *former, std::string_view data) const;
 
   int folder_;
@@ -108,38 +84,39 @@ private:
   bool exists_ = false;
 };
 
-// The descriptor, or -1 with errno set.
-int Replacement::create(mode_t mode) {
-  int result = -1;
+// Nothing, with errno set, when there is no name left.
+Descriptor Replacement::create(mode_t mode) {
+  Descriptor result;
   errno = EEXIST;
   for (unsigned slot = 0; slot < temporarySlots; ++slot) {
     int error = errno;
     std::string name = temporaryName(temporaryPrefix, slot);
     removeLeftover(folder_, name);
     errno = error;
-    if (result < 0 && errno == EEXIST)
+    if (!result && errno == EEXIST)
       result = createNamed(std::move(name), mode);
   }
-  for (unsigned attempt = 0; attempt < randomNames && result < 0 && errno == EEXIST; ++attempt)
+  for (unsigned attempt = 0; attempt < randomNames && !result && errno == EEXIST; ++attempt)
     result = createNamed(temporaryName(temporaryPrefix, temporarySlots), mode);
   return result;
 }
 
-int Replacement::createNamed(std::string name, mode_t mode) {
+Descriptor Replacement::createNamed(std::string name, mode_t mode) {
   Descriptor file(retrying([&] {
     return ::openat(folder_, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                     mode);
   }));
-  if (!file.isOpen())
-    return -1;
-  int error = takeOver(folder_, name, file.number());
+  if (!file)
+    return file;
+  int error = takeOver(folder_, name, file.get());
   if (error == EWOULDBLOCK || error == ESTALE) {
+    file.reset();
     errno = EEXIST;
-    return -1;
+    return file;
   }
   temporary_ = std::move(name);
   exists_ = true;
-  return file.release();
+  return file;
 }
 
 // The owner comes before the mode, since a change of owner clears mode bits.
@@ -160,9 +137,9 @@ int Replacement::perform(std::string_view data) {
   hasFormer = hasFormer && S_ISREG(former.st_mode);
   // Never readable by more people than the former file, not even for a moment.
   Descriptor descriptor(create(hasFormer ? former.st_mode & 0600 : 0666));
-  if (!descriptor.isOpen())
+  if (!descriptor)
     return errno;
-  if (int failure = fill(descriptor.number(), hasFormer ? &former : nullptr, data))
+  if (int failure = fill(descriptor.get(), hasFormer ? &former : nullptr, data))
     return failure;
   // Renamed before it is closed: with the descriptor goes the lock, and without
   // it the next replacement would take the file for a leftover. All is synced,
@@ -187,7 +164,7 @@ public:
     struct stat status;
     Descriptor descriptor(
         retrying([&] { return descriptors::openUnlessDevice(path.c_str(), O_RDONLY); }));
-    if (!descriptor.isOpen() || ::fstat(descriptor.number(), &status) != 0)
+    if (!descriptor || ::fstat(descriptor.get(), &status) != 0)
       return failed(errno);
     if (!S_ISREG(status.st_mode))
       return failed(S_ISDIR(status.st_mode) ? EISDIR : EOPNOTSUPP);
@@ -195,7 +172,7 @@ public:
     if (status.st_size > static_cast<off_t>(sizeLimit))
       return failed(EFBIG);
     data.reserve(static_cast<std::size_t>(status.st_size));
-    if (int failure = readAll(descriptor.number(), data))
+    if (int failure = readAll(descriptor.get(), data))
       return failed(failure);
     return data;
   }
@@ -217,7 +194,7 @@ private:
     const char *folderName = folderPath.empty() ? "." : folderPath.c_str();
     Descriptor folder(
         retrying([&] { return ::open(folderName, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-    return folder.isOpen() ? Replacement(folder.number(), name).perform(data) : errno;
+    return folder ? Replacement(folder.get(), name).perform(data) : errno;
   }
 };
 

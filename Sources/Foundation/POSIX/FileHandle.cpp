@@ -4,6 +4,7 @@
 #include "Foundation/Exception.h"
 #include "Foundation/Log.h"
 #include "Foundation/POSIX/Descriptors.h"
+#include "Foundation/POSIX/Retrying.h"
 
 #include <algorithm>
 #include <atomic>
@@ -105,8 +106,7 @@ public:
   void stop() {
     // An empty pipe takes one byte.
     if (!stopping_.exchange(true))
-      while (::write(wake_.writing, "", 1) < 0 && errno == EINTR)
-        continue;
+      static_cast<void>(retrying([&] { return ::write(wake_.writing, "", 1); }));
     if (current() == this)
       return;
     std::lock_guard lock(joinMutex_);
@@ -197,10 +197,8 @@ void DescriptorHandle::truncateFileAtOffset(std::uint64_t offset) {
   if (offset > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()))
     raise("truncateFileAtOffset", EFBIG);
   auto length = static_cast<off_t>(offset);
-  while (::ftruncate(descriptor, length) != 0)
-    if (errno != EINTR)
-      raise("truncateFileAtOffset", errno);
-  if (::lseek(descriptor, length, SEEK_SET) < 0)
+  if (retrying([&] { return ::ftruncate(descriptor, length); }) != 0 ||
+      ::lseek(descriptor, length, SEEK_SET) < 0)
     raise("truncateFileAtOffset", errno);
 }
 
