@@ -42,9 +42,9 @@ struct Program {
   int standardStreams[3] = {-1, -1, -1};
 };
 
-// Starts it with this process's environment, default signal dispositions, no
-// blocked signal and no descriptor besides the standard streams. 0 and the
-// process identifier, or an errno value.
+// Starts it with this process's environment (read under its lock), default
+// signal dispositions, no blocked signal and no descriptor besides the standard
+// streams. 0 and the process identifier, or an errno value.
 int spawn(const Program &program, int &processIdentifier);
 
 // A close-on-exec descriptor that can be read once that child of this process

@@ -4,12 +4,10 @@
 #include "Foundation/Exception.h"
 #include "Foundation/POSIX/ChildProcess.h"
 #include "Foundation/POSIX/Descriptors.h"
-#include "Foundation/POSIX/EnvironmentLock.h"
 #include "Foundation/SharedInstance.h"
 
 #include <array>
 #include <cerrno>
-#include <mutex>
 #include <system_error>
 
 namespace NS {
@@ -123,11 +121,8 @@ void ProcessTask::launch() {
   ChildSlot slot = {child};
   prepareToAdopt();
   int identifier = 0;
-  {
-    std::shared_lock environment(environmentLock());
-    if (int failure = descriptors::spawn(wanted, identifier))
-      refuse(launchFailure(failure));
-  }
+  if (int failure = descriptors::spawn(wanted, identifier))
+    refuse(launchFailure(failure));
   child->setIdentifier(identifier);
   child_ = std::move(child);
   adopt(std::move(slot));
