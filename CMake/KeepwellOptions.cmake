@@ -47,7 +47,3 @@ if(KEEPWELL_SANITIZE)
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_definitions(kw_options INTERFACE _FORTIFY_SOURCE=2)
 endif()
-if(KEEPWELL_LIBFUZZER)
-  # Without the counters the fuzzer would see no code and search blindly.
-  target_compile_options(kw_options INTERFACE -fsanitize=fuzzer-no-link)
-endif()
