@@ -2,6 +2,7 @@
 // that answers as the test says.
 #include "CommandLine/CommandLine.h"
 
+#include "Support/CommandRun.h"
 #include "Support/FakeAgent.h"
 #include "Support/ScratchFolder.h"
 
@@ -9,7 +10,6 @@
 
 #include <filesystem>
 #include <fmt/format.h>
-#include <sstream>
 
 namespace {
 
@@ -47,34 +47,23 @@ FakeAgent::Answer answer(const Record &record, const kw::AgentMessage &message) 
 
 class CommandLineTest : public testing::Test {
 protected:
-  int run(const Strings &arguments) {
-    std::vector<const char *> pointers{"keepwell"};
-    for (const std::string &argument : arguments)
-      pointers.push_back(argument.c_str());
-    out.str("");
-    err.str("");
-    in.clear();
-    in.str(input);
+  int run(const Strings &words) {
     FakeAgent agent([this](const kw::AgentMessage &message) { return answer(record, message); });
     kw::Surroundings surroundings;
-    surroundings.out = &out;
-    surroundings.err = &err;
-    surroundings.in = &in;
     surroundings.connect = [&](const std::string &bus) {
       record.buses.push_back(bus);
       return agent.client();
     };
-    int status =
-        kw::runCommandLine(static_cast<int>(pointers.size()), pointers.data(), surroundings);
+    int status = keepwell(words, std::move(surroundings));
     record.requests = agent.requests();
     return status;
   }
 
   Record record;
-  std::string input; // on standard input
-  std::istringstream in;
-  std::ostringstream out;
-  std::ostringstream err;
+  kwtest::CommandRun keepwell;
+  std::ostringstream &out = keepwell.out;
+  std::ostringstream &err = keepwell.err;
+  std::string &input = keepwell.input;
 };
 
 TEST_F(CommandLineTest, repeatsWhatTheAgentSays) {

@@ -3,12 +3,12 @@
 
 #include "Foundation/FileFlags.h"
 
+#include "Support/CommandRun.h"
 #include "Support/FakeItemServices.h"
 #include "Support/ScratchFolder.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <sstream>
 
 namespace {
 
@@ -17,26 +17,20 @@ using Strings = std::vector<std::string>;
 
 class LocalCommands : public ::testing::Test {
 protected:
-  kwtest::ScratchFolder folder;
-  std::ostringstream out;
-  std::ostringstream err;
-
-  int run(const Strings &arguments) {
-    std::vector<const char *> pointers{"keepwell"};
-    for (const std::string &argument : arguments)
-      pointers.push_back(argument.c_str());
-    out.str("");
-    err.str("");
+  int run(const Strings &words) {
     kw::Surroundings surroundings;
-    surroundings.out = &out;
-    surroundings.err = &err;
     surroundings.connect = [](const std::string &) -> std::unique_ptr<kw::Client> {
       ADD_FAILURE() << "a local command asked for the agent";
       return nullptr;
     };
-    return kw::runCommandLine(static_cast<int>(pointers.size()), pointers.data(), surroundings);
+    return keepwell(words, std::move(surroundings));
   }
   bool printed(const std::string &text) const { return out.str().find(text) != std::string::npos; }
+
+  kwtest::ScratchFolder folder;
+  kwtest::CommandRun keepwell;
+  std::ostringstream &out = keepwell.out;
+  std::ostringstream &err = keepwell.err;
 };
 
 using Find = LocalCommands;

@@ -2,13 +2,12 @@
 // told.
 #include "CommandLine/CommandLine.h"
 
+#include "Support/CommandRun.h"
 #include "Support/FakeAgent.h"
 
 #include "Foundation/Identity.h"
 
 #include <gtest/gtest.h>
-
-#include <sstream>
 
 namespace {
 
@@ -42,28 +41,23 @@ FakeAgent::Answer answer(const Record &record, const kw::AgentMessage &message) 
 
 class MaintenanceCommands : public testing::Test {
 protected:
-  int run(const Strings &words) {
-    std::vector<const char *> arguments{"keepwell", "maintenance"};
-    for (const std::string &word : words)
-      arguments.push_back(word.c_str());
+  int run(Strings words) {
+    words.insert(words.begin(), "maintenance");
     FakeAgent agent([this](const kw::AgentMessage &message) { return answer(record, message); });
     agent.setChunks(record.chunks);
-    out.str("");
-    err.str("");
     kw::Surroundings surroundings;
-    surroundings.out = &out;
-    surroundings.err = &err;
     surroundings.connect = [&](const std::string &) { return agent.client(); };
     surroundings.outIsTerminal = outIsTerminal;
-    int status =
-        kw::runCommandLine(static_cast<int>(arguments.size()), arguments.data(), surroundings);
+    int status = keepwell(words, std::move(surroundings));
     record.requests = agent.requests();
     return status;
   }
 
   Record record;
   bool outIsTerminal = false;
-  std::ostringstream out, err;
+  kwtest::CommandRun keepwell;
+  std::ostringstream &out = keepwell.out;
+  std::ostringstream &err = keepwell.err;
 };
 
 struct Row {

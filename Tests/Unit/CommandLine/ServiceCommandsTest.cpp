@@ -1,6 +1,7 @@
 // The commands for services: which request each makes, and how it is told.
 #include "CommandLine/CommandLine.h"
 
+#include "Support/CommandRun.h"
 #include "Support/FakeAgent.h"
 #include "Support/FakeLaunchd.h"
 #include "Support/ScratchFolder.h"
@@ -8,8 +9,6 @@
 #include "Foundation/SharedInstance.h"
 
 #include <gtest/gtest.h>
-
-#include <sstream>
 
 namespace {
 
@@ -35,24 +34,18 @@ FakeAgent::Answer answer(const Record &record, const kw::AgentMessage &message) 
 class ServiceCommands : public testing::Test {
 protected:
   int run(const Strings &words) {
-    std::vector<const char *> arguments{"keepwell"};
-    for (const std::string &word : words)
-      arguments.push_back(word.c_str());
     FakeAgent agent([this](const kw::AgentMessage &message) { return answer(record, message); });
-    out.str("");
-    err.str("");
     kw::Surroundings surroundings;
-    surroundings.out = &out;
-    surroundings.err = &err;
     surroundings.connect = [&](const std::string &) { return agent.client(); };
-    int status =
-        kw::runCommandLine(static_cast<int>(arguments.size()), arguments.data(), surroundings);
+    int status = keepwell(words, std::move(surroundings));
     record.requests = agent.requests();
     return status;
   }
 
   Record record;
-  std::ostringstream out, err;
+  kwtest::CommandRun keepwell;
+  std::ostringstream &out = keepwell.out;
+  std::ostringstream &err = keepwell.err;
 };
 
 TEST_F(ServiceCommands, eachMakesItsOneRequest) {

@@ -1,0 +1,34 @@
+// Runs the command within the test and keeps what it prints.
+#pragma once
+
+#include "CommandLine/CommandLine.h"
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace kwtest {
+
+class CommandRun {
+public:
+  std::ostringstream out;
+  std::ostringstream err;
+  std::string input; // on standard input
+
+  // The words behind the program's name; its exit status. Of the surroundings
+  // the three streams are this object's.
+  int operator()(const std::vector<std::string> &words, kw::Surroundings surroundings) {
+    std::vector<const char *> arguments{"keepwell"};
+    for (const std::string &word : words)
+      arguments.push_back(word.c_str());
+    out.str("");
+    err.str("");
+    std::istringstream in(input);
+    surroundings.out = &out;
+    surroundings.err = &err;
+    surroundings.in = &in;
+    return kw::runCommandLine(static_cast<int>(arguments.size()), arguments.data(), surroundings);
+  }
+};
+
+} // namespace kwtest
