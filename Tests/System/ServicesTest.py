@@ -5,11 +5,11 @@ import os
 import plistlib
 import stat
 import subprocess
-import unittest
 
 from Support import harness
 from Support.bus import CallFailed, is_running, wait_until
-from Support.root import DATA, ThrowAwayRoot
+from Support.root import DATA
+from Support.services import ServicesTestCase
 
 LAUNCHCTL = "/bin/launchctl"
 STARTER = "/sbin/SystemStarter"
@@ -41,25 +41,6 @@ unload)
 start|stop) [ -e "$state/loaded/$1" ] || exit 3 ;;
 esac
 """
-
-
-class ServicesTestCase(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.root = cls.enterClassContext(ThrowAwayRoot())
-
-    def setUp(self):
-        self.root.empty()
-        self.root.forget_calls()
-
-    def flag(self, member, path, expected=True):
-        reply = self.root.busctl(member, "s", path)
-        self.assertIsNone(reply.error)
-        self.assertEqual(reply.flag, expected, f"{member} {path}")
-
-    def assert_calls(self, *expected):
-        self.assertEqual(self.root.calls(), [list(line) for line in expected])
-        self.root.forget_calls()
 
 
 class LaunchdJobTest(ServicesTestCase):

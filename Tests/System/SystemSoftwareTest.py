@@ -4,10 +4,10 @@ import os
 import plistlib
 import shutil
 import subprocess
-import unittest
 
 from Support import harness
-from Support.root import DATA, ThrowAwayRoot
+from Support.root import DATA
+from Support.services import ServicesTestCase
 
 KEXTUNLOAD = "/sbin/kextunload"
 PKGUTIL = "/usr/sbin/pkgutil"
@@ -17,21 +17,7 @@ X86, ARM = "x86_64", "arm64"
 DITTO_BY_LIPO = 'exec {lipo} -thin "$2" "$3" -output "$4"'
 
 
-class SystemSoftwareTest(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.root = cls.enterClassContext(ThrowAwayRoot())
-
-    def setUp(self):
-        self.root.empty()
-        self.root.forget_calls()
-
-    def flag(self, member, path, expected=True, *archs):
-        arguments = ("sas", path, list(archs)) if member == "SlimBinaryWithPath" else ("s", path)
-        reply = self.root.busctl(member, *arguments)
-        self.assertIsNone(reply.error)
-        self.assertEqual(reply.flag, expected, f"{member} {path}")
-
+class SystemSoftwareTest(ServicesTestCase):
     def kext(self, info, name="Example.kext"):
         path = f"{DATA}/{name}"
         self.root.write(f"{path}/Contents/MacOS/Example", "code")
@@ -114,7 +100,7 @@ class SystemSoftwareTest(unittest.TestCase):
             path, thin = self.universal(lipo, clang)
             before = self.root.read(path)
             self.root.stand_in(DITTO, script=DITTO_BY_LIPO.format(lipo=lipo))
-            self.flag("SlimBinaryWithPath", path, True, "--arch", name)
+            self.flag("SlimBinaryWithPath", path, True, ["--arch", name])
             self.assertEqual(self.root.calls(), [[DITTO, "--arch", name, path, path + ".ditto"]])
             self.assertLess(len(self.root.read(path)), len(before) * 2 // 3)
             self.assertEqual(self.root.read(path), thin[name])
@@ -128,20 +114,20 @@ class SystemSoftwareTest(unittest.TestCase):
         path, _ = self.universal(lipo, clang)
         before = self.root.read(path)
         self.root.stand_in(DITTO, script=DITTO_BY_LIPO.format(lipo=lipo))
-        self.flag("SlimBinaryWithPath", path, False, "--arch", "ppc")
+        self.flag("SlimBinaryWithPath", path, False, ["--arch", "ppc"])
         self.assertEqual(self.root.read(path), before)
 
     def test_a_failed_ditto_leaves_the_binary_and_what_it_copied(self):
         path = self.root.write(f"{DATA}/bin", "binary", 0o755)
         for script in ("exit 1", "kill -9 $$"):
             self.root.stand_in(DITTO, script=f"echo half > {path}.ditto\n{script}")
-            self.flag("SlimBinaryWithPath", path, False, "--arch", "i386")
+            self.flag("SlimBinaryWithPath", path, False, ["--arch", "i386"])
             self.assertEqual(self.root.read(path), b"binary")
             self.assertEqual(self.root.read(path + ".ditto"), b"half\n")
 
     def test_a_missing_binary_is_nothing_to_do(self):
         self.root.stand_in(DITTO)
-        self.flag("SlimBinaryWithPath", f"{DATA}/missing", True, "--arch", "i386")
+        self.flag("SlimBinaryWithPath", f"{DATA}/missing", True, ["--arch", "i386"])
         self.assertEqual(self.root.calls(), [])
 
 
