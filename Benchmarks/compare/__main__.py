@@ -64,9 +64,8 @@ def run_all(bench, progress):
         if progress.wants(function):
             progress.add(function(bench))
     if progress.wants(comparisons.size_of_growing_trees):
-        row, path, tree = comparisons.size_of_growing_trees(bench, curve)
-        progress.add(row)
-        comparisons.removal_of_growing_trees(bench, curve, (path, tree))
+        progress.add(comparisons.size_of_growing_trees(bench, curve))
+        comparisons.removal_of_growing_trees(bench, curve)
     for function in (comparisons.remove_many_folders, comparisons.remove_one_folder,
                      comparisons.shred_many, comparisons.shred_large,
                      comparisons.search_against_find, comparisons.search_against_bfs,

@@ -35,7 +35,7 @@ COMPILE = ("c++ -std=c++20 example.cpp -o example "
 
 class Block:
     def __init__(self, document, match):
-        self.place = f"{document.name}:{document.read_text().count(chr(10), 0, match.start(2)) + 1}"
+        self.place = f"{document.name}:{match.string.count(chr(10), 0, match.start(2)) + 1}"
         self.language, self.text = match.group(2), match.group(3)
         comments = COMMENT.findall(match.group(1))
         self.before = [text for kind, text in comments if kind == "before"]
