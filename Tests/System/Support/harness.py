@@ -12,6 +12,11 @@ _INSIDE = "KEEPWELL_TEST_NAMESPACE"
 
 
 def skip(reason):
+    """Ends the test, or the class whose set-up calls it, or all of them."""
+    raise unittest.SkipTest(reason)
+
+
+def end_skipped(reason):
     print("skipped:", reason)
     sys.exit(SKIPPED)
 
@@ -49,17 +54,25 @@ def main(needs_root=True):
     parser.add_argument("--unit", help="a systemd unit within whose limits the agent shall run")
     parser.add_argument("tests", nargs="*", help="names of single tests")
     arguments = parser.parse_args()
-    if needs_root:
-        enter_namespace()
-    else:
-        require_tools("dbus-daemon", "busctl")
     # The same module under the name by which the tests import it.
     shared = sys.modules["Support.harness"]
-    shared.build_folder = os.path.abspath(arguments.build)
-    shared.unit = arguments.unit and os.path.abspath(arguments.unit)
-    if shared.unit:
-        shared.skip_if_sanitized("it makes system calls that the unit refuses")
-    unittest.main(argv=[sys.argv[0], *arguments.tests], verbosity=2)
+    try:
+        if needs_root:
+            enter_namespace()
+        else:
+            require_tools("dbus-daemon", "busctl")
+        shared.build_folder = os.path.abspath(arguments.build)
+        shared.unit = arguments.unit and os.path.abspath(arguments.unit)
+        if shared.unit:
+            shared.skip_if_sanitized("it makes system calls that the unit refuses")
+    except unittest.SkipTest as reason:
+        end_skipped(reason)
+    result = unittest.main(argv=[sys.argv[0], *arguments.tests], verbosity=2, exit=False).result
+    # What a whole class is skipped for does not count as a test that was run.
+    skipped = [test for test, _ in result.skipped if isinstance(test, unittest.TestCase)]
+    if result.wasSuccessful() and result.skipped and len(skipped) == result.testsRun:
+        end_skipped(result.skipped[0][1])
+    sys.exit(0 if result.wasSuccessful() else 1)
 
 
 build_folder = None
