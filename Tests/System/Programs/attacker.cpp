@@ -3,7 +3,7 @@
 // it is told to end (SIGTERM) and then prints how many of its steps succeeded;
 // "ready" is printed before the first.
 //
-//   attacker exchange ONE OTHER [ONE OTHER ...]
+//   attacker exchange ONE OTHER [ONE OTHER ...]    where folders are opened, more often
 //   attacker churn FOLDER...      files and folders come and go in each
 //   attacker shuffle FOLDER...    a folder "wanderer" is moved from each to the next
 #include <atomic>
@@ -11,7 +11,9 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <map>
 #include <string>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -37,6 +39,68 @@ unsigned long exchange(const Paths &paths) {
                               RENAME_EXCHANGE) == 0);
   return done;
 }
+
+// Lies in wait for somebody to open a folder, whose items are then exchanged
+// again and again while he is about to look at them.
+class Ambush {
+public:
+  explicit Ambush(const Paths &paths) : watches_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+    for (std::size_t at = 0; at + 1 < paths.size(); at += 2) {
+      Paths &pairs = pairs_[paths[at].substr(0, paths[at].rfind('/'))];
+      pairs.insert(pairs.end(), {paths[at], paths[at + 1]});
+    }
+    next_ = pairs_.begin();
+  }
+  ~Ambush() { ::close(watches_); }
+  Ambush(const Ambush &) = delete;
+  Ambush &operator=(const Ambush &) = delete;
+
+  // Everything once, and what is met on the way.
+  unsigned long turn() {
+    unsigned long done = 0;
+    watchNext();
+    for (const auto &folder : pairs_) {
+      done += exchange(folder.second);
+      while (const Paths *pairs = isEnded ? nullptr : opened())
+        for (int time = 0; time < 16; ++time)
+          done += exchange(*pairs);
+    }
+    return done;
+  }
+
+private:
+  // Folders come and go, so that one after the other is watched anew.
+  void watchNext() {
+    int watch =
+        ::inotify_add_watch(watches_, next_->first.c_str(), IN_OPEN | IN_ONLYDIR | IN_DONT_FOLLOW);
+    if (watch >= 0)
+      watched_[watch] = &next_->second;
+    if (++next_ == pairs_.end())
+      next_ = pairs_.begin();
+  }
+
+  // What lies in the folder that was opened last, null if none was.
+  const Paths *opened() {
+    alignas(inotify_event) char events[16 * 1024];
+    ssize_t size = ::read(watches_, events, sizeof events);
+    const Paths *found = nullptr;
+    for (ssize_t at = 0; at < size;) {
+      const auto *event = reinterpret_cast<const inotify_event *>(events + at);
+      if (event->mask & IN_IGNORED)
+        watched_.erase(event->wd);
+      else if (auto folder = watched_.find(event->wd);
+               folder != watched_.end() && event->len == 0 && (event->mask & IN_OPEN))
+        found = folder->second;
+      at += static_cast<ssize_t>(sizeof *event + event->len);
+    }
+    return found;
+  }
+
+  int watches_;
+  std::map<std::string, Paths> pairs_; // by the folders that hold the first of each
+  std::map<std::string, Paths>::const_iterator next_;
+  std::map<int, const Paths *> watched_;
+};
 
 unsigned long churn(const Paths &folders) {
   static unsigned turn = 0;
@@ -78,11 +142,12 @@ int main(int argc, char **argv) {
   Paths paths(argv + 2, argv + argc);
   bool exchanges = std::strcmp(argv[1], "exchange") == 0;
   bool churns = std::strcmp(argv[1], "churn") == 0;
+  Ambush ambush(paths);
   unsigned long done = 0;
   std::puts("ready");
   std::fflush(stdout);
   while (!isEnded)
-    done += exchanges ? exchange(paths) : churns ? churn(paths) : shuffle(paths);
+    done += exchanges ? ambush.turn() : churns ? churn(paths) : shuffle(paths);
   std::printf("%lu\n", done);
   return 0;
 }

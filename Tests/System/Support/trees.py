@@ -205,6 +205,18 @@ class Attack:
         self._process.stdout.readline()
         return self
 
+    def keep_apart(self, pid):
+        """Gives the attacker a processor that the process with all its threads
+        stays off, so that neither ever waits for the other."""
+        processors = sorted(os.sched_getaffinity(0))
+        if len(processors) > 1:
+            os.sched_setaffinity(self._process.pid, processors[-1:])
+            for thread in os.listdir(f"/proc/{pid}/task"):
+                try:
+                    os.sched_setaffinity(int(thread), processors[:-1])
+                except ProcessLookupError:
+                    pass  # it has ended
+
     def __exit__(self, *_):
         self._process.terminate()
         self.steps = int(self._process.communicate()[0])

@@ -1,0 +1,216 @@
+"""Trees to be removed, shredded, unlocked or moved while an attacker exchanges
+their folders and files for others, and a watch over what lies outside."""
+import os
+import shutil
+import stat
+import struct
+
+from . import trees
+
+OUTSIDE, HARBOUR = "/tmp/outside", "/tmp/harbour"
+ITEM, BESIDE = "/tmp/item", "/tmp/out-item"
+_FRESH, _LEFT = "/tmp/fresh", "/tmp/left"
+_BERTH = f"{HARBOUR}/berth"
+_BRANCHES = 6
+# The folders of a branch, and where the link beside each leads. The names are
+# those of what lies outside, so that a walk that is led there finds its way.
+_LEVELS = (("", OUTSIDE), ("/inner", f"{OUTSIDE}/inner"),
+           ("/inner/deeper", f"{OUTSIDE}/inner/deeper"))
+_FILES = ("one", "two", "three", "locked")
+# One more branch goes down further than walks keep folders open, so that they
+# have to find their way back; the folder below its top and the one in the
+# harbour change places.
+_LONG_WAY = 9
+
+
+def strangers(item):
+    """The files of a tree that are not the bait's own."""
+    found = []
+    for folder, _, files in os.walk(item) if not os.path.islink(item) else ():
+        for path in (f"{folder}/{name}" for name in files):
+            if stat.S_ISREG(os.lstat(path).st_mode):
+                with open(path, "rb") as file:
+                    found += [path] if file.read() != b"victim" else []
+    return found
+
+
+def remove(path):
+    """Whatever it is, if there is anything, and nobody exchanges what it holds."""
+    if os.path.isdir(path) and not os.path.islink(path):
+        shutil.rmtree(path)
+    elif os.path.lexists(path):
+        os.unlink(path)
+
+
+def _write(path):
+    with open(path, "wb") as file:
+        file.write(b"victim")
+
+
+def _beside(path):
+    return f"{os.path.dirname(path)}/out-{os.path.basename(path)}"
+
+
+def _make_long_way(folder):
+    for _ in range(_LONG_WAY):
+        os.mkdir(folder)
+        _write(f"{folder}/file")
+        folder += "/d"
+
+
+class Outside:
+    """What lies where no request leads. It must stay as it is, and nobody may
+    as much as open it."""
+    _OPENED = 0x20
+
+    def __init__(self, root):
+        folders = [root.host_path(path)
+                   for path in (OUTSIDE, f"{HARBOUR}/before", f"{HARBOUR}/after")]
+        # The harbour's folder that comes and goes is listed between the two.
+        os.mkdir(root.host_path(HARBOUR))
+        self._canaries = [trees.Canaries(folder) for folder in folders]
+        watched = [folder for top in folders for folder, _, _ in os.walk(top)]
+        self._watches = [(folder, trees.inotify(folder, self._OPENED)) for folder in watched]
+
+    def damage(self):
+        """What was opened or changed since, to be asked for once."""
+        found = []
+        for folder, watch in self._watches:
+            try:
+                found += [f"{folder}: opened {name}" for name in _names(os.read(watch, 1 << 16))]
+            except BlockingIOError:
+                pass
+            os.close(watch)
+        for canaries in self._canaries:
+            found += canaries.damage()
+        return found
+
+    def unlock(self):
+        for canaries in self._canaries:
+            canaries.unlock()
+
+
+def _names(events):
+    """Of the items that the events are about."""
+    names = set()
+    while events:
+        length, = struct.unpack_from("I", events, 12)
+        names.add(events[16:16 + length].rstrip(b"\0").decode(errors="replace") or "itself")
+        events = events[16 + length:]
+    return names
+
+
+class Bait:
+    """An item at one path, made again and again. One with a stop holds a file
+    that ends its removal or its move there, as the first or the last thing that
+    is met in it: it is whole afterwards and worked on many times. Some turns
+    are done on one without a stop all the same. What is locked in it can be
+    unlocked, but for some."""
+    _LASTING = 4  # turns, the first without a stop
+
+    def __init__(self, root, stop=None, locked=False):
+        self._host = root.host_path
+        self._stop = stop
+        self._locked = locked
+        # A single folder beside the stop keeps its place, whatever the volume
+        # does to the order of what is exchanged. It takes several for the item
+        # to be removed by several threads.
+        self._top = "/tree" if stop else ""
+        self._locks = []
+        self._turns = 0
+
+    def pairs(self):
+        """All that changes places, the upper ones first."""
+        item = self._host(ITEM)
+        found = [item, self._host(BESIDE), self._back(item), self._host(_BERTH)]
+        for path, _ in self._exchanged(item):
+            found += [path, _beside(path)]
+        return found
+
+    def _back(self, item):
+        return f"{item}{self._top}/back/inner"
+
+    def _exchanged(self, item):
+        """All that changes places with a link, and where the link leads."""
+        for branch in range(_BRANCHES):
+            for level, target in _LEVELS:
+                yield f"{item}{self._top}/{branch}{level}", target
+                yield f"{item}{self._top}/{branch}{level}/one", f"{OUTSIDE}/one"
+
+    def ready(self):
+        """To be worked on once more: a new one, or the one that lasted."""
+        turn = self._turns % self._LASTING if self._stop else 0
+        if turn > 1:
+            for item, flags in self._locks:
+                trees.change_flags(item, flags)
+        else:
+            self.clear()
+            self._put(with_stop=turn == 1)
+        self._turns += 1
+
+    def _put(self, with_stop):
+        item = self._host(_FRESH)
+        os.mkdir(item)
+        _write(f"{item}/end-1")
+        self._fill(item)
+        _write(f"{item}/end-2")
+        if with_stop:
+            stop = os.listdir(item)[0 if self._stop == "first" else -1]
+            self._lock(f"{item}/{stop}", trees.APPEND)
+        # For some there is a folder in the harbour, or a link beside the item.
+        baits = self._turns // self._LASTING if self._stop else self._turns
+        if with_stop or baits % 2 == 0:
+            _make_long_way(self._host(_BERTH))
+        if not with_stop and baits % 4 == 1:
+            os.symlink(OUTSIDE, self._host(BESIDE))
+        os.rename(item, self._host(ITEM))
+
+    def _fill(self, item):
+        # Made first, so that walks that lose their way back have mostly been
+        # everywhere else. A position in a listing means in this folder what it
+        # means in the harbour.
+        back = self._back(item)
+        os.makedirs(os.path.dirname(back))
+        for name in ("before", "after"):
+            _write(f"{os.path.dirname(back)}/{name}")
+        _make_long_way(back)
+        for branch in range(_BRANCHES):
+            for level, _ in _LEVELS:
+                folder = f"{item}{self._top}/{branch}{level}"
+                os.makedirs(folder)
+                for name in _FILES:
+                    _write(f"{folder}/{name}")
+            if self._locked and branch < 2:
+                self._lock(f"{item}{self._top}/{branch}/locked", trees.IMMUTABLE)
+                self._lock(f"{item}{self._top}/{branch}/inner/locked", trees.IMMUTABLE)
+                self._lock(f"{folder}/three", trees.APPEND)
+        for path, target in self._exchanged(item):
+            os.symlink(target, _beside(path))
+
+    def _lock(self, path, flags):
+        item = os.open(path, os.O_RDONLY | os.O_NOFOLLOW)
+        self._locks.append((item, flags))
+        trees.change_flags(item, flags)
+
+    def exists(self):
+        """Whether the item is there, if only beside its place."""
+        return any(os.path.lexists(self._host(path)) for path in (ITEM, BESIDE))
+
+    def clear(self):
+        """Away with all that was put, first out of the attacker's reach."""
+        left = self._host(_LEFT)
+        os.mkdir(left)
+        for number, path in enumerate((ITEM, BESIDE, _BERTH)):
+            try:
+                os.rename(self._host(path), f"{left}/{number}")
+            except FileNotFoundError:
+                pass
+        for item, _ in self._locks:
+            trees.change_flags(item, 0)
+            os.close(item)
+        self._locks = []
+        try:
+            shutil.rmtree(left)
+        except OSError:
+            # One more exchange was under way within it.
+            shutil.rmtree(left)
