@@ -1,5 +1,6 @@
 // Sets and reads an item's immutable and append-only flags by the host's own
 // means, and clears them all at the end so that the item can be cleaned up.
+// Where that is not to be had, a test skips.
 #pragma once
 
 #include <fcntl.h>
@@ -49,6 +50,33 @@ public:
 private:
   std::string path_;
   bool locked_ = false;
+};
+
+// Locks an item that changes its place: by a descriptor of it.
+class HeldLock {
+public:
+  explicit HeldLock(const std::string &path)
+      : descriptor_(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {}
+  ~HeldLock() {
+    set(0);
+    if (descriptor_ >= 0)
+      ::close(descriptor_);
+  }
+  HeldLock(const HeldLock &) = delete;
+  HeldLock &operator=(const HeldLock &) = delete;
+
+  bool lock() const { return set(FS_IMMUTABLE_FL); }
+
+private:
+  bool set(int wanted) const {
+    int flags = 0;
+    if (descriptor_ < 0 || ::ioctl(descriptor_, FS_IOC_GETFLAGS, &flags) != 0)
+      return false;
+    flags = (flags & ~FS_IMMUTABLE_FL) | wanted;
+    return ::ioctl(descriptor_, FS_IOC_SETFLAGS, &flags) == 0;
+  }
+
+  int descriptor_;
 };
 
 } // namespace kwtest

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <filesystem>
 #include <functional>
 #include <iterator>
@@ -18,6 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using kwtest::Attacker;
+using kwtest::HeldLock;
 using kwtest::LockedItem;
 using kwtest::ScratchFolder;
 
@@ -116,11 +118,18 @@ TEST(SwapRace, cannotLeadUnlockingOutside) {
   KW_REQUIRE_LOCKED(upper);
   makeFiles(scratch, "root", "victim");
   makeLinks(scratch, "root");
+  std::deque<HeldLock> bait;
+  for (const char *folder : folders)
+    bait.emplace_back(scratch.path(std::string("root") + folder + "/file0"));
   Attacker attacker(pairsIn(scratch));
   auto end = std::chrono::steady_clock::now() + kwtest::raceDuration();
-  while (std::chrono::steady_clock::now() < end)
+  while (std::chrono::steady_clock::now() < end) {
+    // There must be something to unlock again.
+    for (const HeldLock &lock : bait)
+      ASSERT_TRUE(lock.lock());
     EXPECT_TRUE(NS::FileFlags::shared().clearBeneath(scratch.path("root"), NS::SF_IMMUTABLE_FLAG,
                                                      [](const std::string &, int) {}));
+  }
   EXPECT_GT(attacker.exchanges(), 0u);
   for (const char *name : {"outside/file0", "outside/sub/file0"})
     EXPECT_NE(kwtest::inodeFlags(scratch.path(name)) & FS_IMMUTABLE_FL, 0) << name;
