@@ -6,6 +6,8 @@
 #include "Foundation/SharedInstance.h"
 #include "Tools/KWTaskRunner.h"
 
+#include <cerrno>
+
 namespace kw {
 namespace {
 
@@ -37,6 +39,13 @@ bool KWDitoTask::slimBinaryAtPath(const std::string &path,
   if (KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd("/usr/bin/ditto", arguments) != 0)
     return false;
   std::optional<NS::Error> error;
+  // A tool that is missing or cannot be started counts as done. Making room for
+  // a copy that is not there would lose the binary.
+  if (!manager.fileExistsAtPath(temporaryPath)) {
+    NS::Log("Can't copy with error %@",
+            NS::fileError(ENOENT, temporaryPath, NS::FileAccess::Reading));
+    return false;
+  }
   bool moved = moveItemAtPath(manager, temporaryPath, path, false, true, &error);
   if (!moved)
     NS::Log("Can't copy with error %@", error);
