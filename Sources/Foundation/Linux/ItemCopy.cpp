@@ -140,9 +140,9 @@ int copyAttributes(int sourceHandle, int targetHandle) {
     return error;
   return forEachName(inherited, [&](const char *name) {
     bool isAccessList = std::string_view(name).starts_with("system.posix_acl_");
-    if (isAccessList && !holdsName(names, name))
-      static_cast<void>(::removexattr(target.c_str(), name));
-    return 0;
+    if (!isAccessList || holdsName(names, name) || ::removexattr(target.c_str(), name) == 0)
+      return 0;
+    return errno == ENODATA ? 0 : errno;
   });
 }
 
@@ -184,8 +184,9 @@ int readStatus(int folder, const char *name, ItemStatus &status) {
 }
 
 int copyData(int source, int target, off_t size) {
-  if (::ftruncate(target, size) != 0)
-    return errno;
+  while (::ftruncate(target, size) != 0)
+    if (errno != EINTR)
+      return errno;
   for (off_t start = 0; start < size;) {
     off_t end = size;
     off_t data = ::lseek(source, start, SEEK_DATA);
