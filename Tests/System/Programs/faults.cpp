@@ -1,7 +1,8 @@
 // Loaded into the agent before the C library (LD_PRELOAD): counts the calls
-// that touch files, folders, pipes and processes while a test has it armed,
-// notes their names, and has one of them fail, do half of its work or end the
-// process just before it.
+// that touch files, folders, pipes, processes, threads, time and the bus while
+// a test has it armed, notes their names, and has one of them fail, do half of
+// its work or end the process just before it. It counts allocations by
+// operator new as well, and has one of them fail.
 //
 // What the test and the library share is a mapped file, named by
 // KEEPWELL_FAULTS: see Control.
@@ -15,12 +16,19 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <new>
+#include <poll.h>
+#include <pthread.h>
+#include <sched.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
+#include <sys/uio.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace {
@@ -29,15 +37,25 @@ constexpr std::size_t mostNames = 65536;
 constexpr int halfOfIt = -1; // in place of an error: half of the bytes
 constexpr int endOfProcess = -2;
 
+enum class Threads : std::uint32_t { OfRequests, OfTheBus };
+
 struct Control {
   std::atomic<std::uint32_t> armed;
   std::atomic<std::uint32_t> count;  // of calls since it was armed
   std::atomic<std::uint32_t> failAt; // from one; zero: none
   std::atomic<std::int32_t> error;
+  std::atomic<std::uint32_t> alike;       // how many of the calls bear the name below
+  std::atomic<std::uint32_t> allocations; // of the threads below
+  std::atomic<std::uint32_t> allocationToFail;
+  std::atomic<Threads> threads;
+  char onlyName[16];         // calls of another name do not count for failAt; empty: all do
   char names[mostNames][16]; // of the calls, in order
 };
 
 Control *control = nullptr;
+
+// The thread that talks to the bus handles the requests of all.
+__attribute__((tls_model("initial-exec"))) thread_local bool isThreadOfBus = false;
 
 template <typename Function> Function next(const char *name) {
   return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
@@ -65,7 +83,9 @@ int faultOf(const char *name) {
   std::uint32_t number = ++control->count;
   if (number <= mostNames)
     std::strncpy(control->names[number - 1], name, sizeof control->names[0] - 1);
-  if (number != control->failAt)
+  if (control->onlyName[0] && std::strcmp(name, control->onlyName) != 0)
+    return 0;
+  if ((control->onlyName[0] ? ++control->alike : number) != control->failAt)
     return 0;
   int error = control->error;
   if (error == endOfProcess)
@@ -81,6 +101,32 @@ int faultOfBytes(const char *name, const char *nameForPipes, int descriptor) {
     return faultOf(name);
   return S_ISFIFO(status.st_mode) ? faultOf(nameForPipes) : 0;
 }
+
+bool isRegular(int descriptor) {
+  struct stat status;
+  return ::syscall(SYS_fstat, descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// The beginning of a message that holds half of its bytes.
+constexpr std::size_t mostParts = 64;
+struct Half {
+  explicit Half(const struct msghdr &whole) : message(whole) {
+    std::size_t length = 0;
+    for (std::size_t index = 0; index < whole.msg_iovlen; ++index)
+      length += whole.msg_iov[index].iov_len;
+    length = (length + 1) / 2;
+    message.msg_iov = parts;
+    message.msg_iovlen = 0;
+    for (; length > 0 && message.msg_iovlen < mostParts; ++message.msg_iovlen) {
+      struct iovec &part = parts[message.msg_iovlen];
+      part = whole.msg_iov[message.msg_iovlen];
+      part.iov_len = part.iov_len < length ? part.iov_len : length;
+      length -= part.iov_len;
+    }
+  }
+  struct msghdr message;
+  struct iovec parts[mostParts];
+};
 
 template <typename Result> Result failed() {
   if constexpr (std::is_pointer_v<Result>)
@@ -128,6 +174,8 @@ template <typename Result> Result failed() {
 SHIM_BOTH(int, open, (const char *path, int flags, mode_t mode), (path, flags, mode))
 SHIM_BOTH(int, openat, (int folder, const char *path, int flags, mode_t mode),
           (folder, path, flags, mode))
+SHIM_AS("open", int, __open_2, (const char *path, int flags), (path, flags))
+SHIM_AS("open", int, __open64_2, (const char *path, int flags), (path, flags))
 SHIM_AS("openat", int, __openat_2, (int folder, const char *path, int flags), (folder, path, flags))
 SHIM_AS("openat", int, __openat64_2, (int folder, const char *path, int flags),
         (folder, path, flags))
@@ -172,6 +220,7 @@ SHIM(int, fchownat, (int folder, const char *path, uid_t owner, gid_t group, int
 SHIM(int, utimensat, (int folder, const char *path, const struct timespec *times, int flags),
      (folder, path, times, flags))
 SHIM(ssize_t, listxattr, (const char *path, char *names, std::size_t size), (path, names, size))
+SHIM(ssize_t, llistxattr, (const char *path, char *names, std::size_t size), (path, names, size))
 SHIM(ssize_t, getxattr, (const char *path, const char *name, void *value, std::size_t size),
      (path, name, value, size))
 SHIM(int, setxattr,
@@ -182,10 +231,16 @@ SHIM(int, fsync, (int descriptor), (descriptor))
 SHIM(int, fdatasync, (int descriptor), (descriptor))
 SHIM(int, syncfs, (int descriptor), (descriptor))
 SHIM_BOTH(int, ftruncate, (int descriptor, off_t length), (descriptor, length))
+SHIM_BOTH(int, fallocate, (int descriptor, int mode, off_t offset, off_t length),
+          (descriptor, mode, offset, length))
 SHIM_BOTH(off_t, lseek, (int descriptor, off_t offset, int whence), (descriptor, offset, whence))
 SHIM(int, flock, (int descriptor, int operation), (descriptor, operation))
 SHIM(int, pipe2, (int *ends, int flags), (ends, flags))
 SHIM(ssize_t, getrandom, (void *buffer, std::size_t size, unsigned flags), (buffer, size, flags))
+SHIM(int, poll, (struct pollfd * waits, nfds_t count, int timeout), (waits, count, timeout))
+SHIM(int, nanosleep, (const struct timespec *time, struct timespec *left), (time, left))
+SHIM_AS("sched_affinity", int, sched_getaffinity, (pid_t thread, std::size_t size, cpu_set_t *set),
+        (thread, size, set))
 SHIM(pid_t, waitpid, (pid_t process, int *status, int options), (process, status, options))
 
 SHIM_BYTES(read, descriptor, length, (int descriptor, void *buffer, std::size_t length),
@@ -226,22 +281,72 @@ SHIM_SELECTED(int, fcntl, command == F_DUPFD_CLOEXEC, "dup",
               (int descriptor, int command, long value), (descriptor, command, value))
 SHIM_SELECTED(int, fcntl64, command == F_DUPFD_CLOEXEC, "dup",
               (int descriptor, int command, long value), (descriptor, command, value))
-SHIM_SELECTED(long, syscall, number == SYS_getdents64, "getdents64",
+SHIM_SELECTED(long, syscall, number == SYS_getdents64 || number == SYS_pidfd_open,
+              number == SYS_getdents64 ? "getdents64" : "pidfd_open",
               (long number, long one, long two, long three, long four, long five, long six),
               (number, one, two, three, four, five, six))
 
+// These give the error instead of setting it.
+#define SHIM_GIVING(reported, name, parameters, arguments)                                         \
+  extern "C" __attribute__((visibility("default"))) int shim_##name parameters __asm__(#name);     \
+  extern "C" int shim_##name parameters {                                                          \
+    static const auto real = next<int(*) parameters>(#name);                                       \
+    int error = faultOf(reported);                                                                 \
+    return error > 0 ? error : real arguments;                                                     \
+  }
+SHIM_GIVING("posix_spawn", posix_spawn,
+            (pid_t * process, const char *path, const posix_spawn_file_actions_t *actions,
+             const posix_spawnattr_t *attributes, char *const *arguments, char *const *environment),
+            (process, path, actions, attributes, arguments, environment))
+SHIM_GIVING("spawn_actions", posix_spawn_file_actions_adddup2,
+            (posix_spawn_file_actions_t * actions, int from, int to), (actions, from, to))
+SHIM_GIVING("spawn_actions", posix_spawn_file_actions_addclosefrom_np,
+            (posix_spawn_file_actions_t * actions, int from), (actions, from))
+SHIM_GIVING("pthread_create", pthread_create,
+            (pthread_t * thread, const pthread_attr_t *attributes, void *(*start)(void *),
+             void *argument),
+            (thread, attributes, start, argument))
+
+// What passes over the bus. Its thread is known by that.
+#define SHIM_MESSAGE(name, parameters, arguments, halfOfArguments)                                 \
+  extern "C" __attribute__((visibility("default"))) ssize_t shim_##name parameters __asm__(#name); \
+  extern "C" ssize_t shim_##name parameters {                                                      \
+    static const auto real = next<ssize_t(*) parameters>(#name);                                   \
+    isThreadOfBus = true;                                                                          \
+    int error = faultOf(#name);                                                                    \
+    if (error == halfOfIt) {                                                                       \
+      Half half(*message);                                                                         \
+      return real halfOfArguments;                                                                 \
+    }                                                                                              \
+    if (error <= 0)                                                                                \
+      return real arguments;                                                                       \
+    errno = error;                                                                                 \
+    return -1;                                                                                     \
+  }
+SHIM_MESSAGE(sendmsg, (int socket, const struct msghdr *message, int flags),
+             (socket, message, flags), (socket, &half.message, flags))
+SHIM_MESSAGE(recvmsg, (int socket, struct msghdr *message, int flags), (socket, message, flags),
+             (socket, &half.message, flags))
+
 // NOLINTEND(bugprone-macro-parentheses)
 
-// This one gives the error instead of setting it.
-extern "C" __attribute__((visibility("default"))) int
-shim_posix_spawn(pid_t *process, const char *path, const posix_spawn_file_actions_t *actions,
-                 const posix_spawnattr_t *attributes, char *const arguments[],
-                 char *const environment[]) __asm__("posix_spawn");
-extern "C" int shim_posix_spawn(pid_t *process, const char *path,
-                                const posix_spawn_file_actions_t *actions,
-                                const posix_spawnattr_t *attributes, char *const arguments[],
-                                char *const environment[]) {
-  static const auto real = next<decltype(&shim_posix_spawn)>("posix_spawn");
-  int error = faultOf("posix_spawn");
-  return error > 0 ? error : real(process, path, actions, attributes, arguments, environment);
+// The descriptor is gone even when the last of the file could not be written.
+extern "C" __attribute__((visibility("default"))) int shim_close(int descriptor) __asm__("close");
+extern "C" int shim_close(int descriptor) {
+  static const auto real = next<int (*)(int)>("close");
+  int error = isRegular(descriptor) ? faultOf("close") : 0;
+  int result = real(descriptor);
+  if (error <= 0)
+    return result;
+  errno = error;
+  return -1;
+}
+
+__attribute__((visibility("default"))) void *operator new(std::size_t size) {
+  if (control && control->armed && (control->threads == Threads::OfTheBus) == isThreadOfBus &&
+      ++control->allocations == control->allocationToFail)
+    throw std::bad_alloc();
+  if (void *memory = std::malloc(size > 0 ? size : 1))
+    return memory;
+  throw std::bad_alloc();
 }

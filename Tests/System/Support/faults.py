@@ -6,7 +6,7 @@ import struct
 from . import harness
 from .root import ThrowAwayRoot
 
-_NAMES, _NAME_SIZE = 65536, 16
+_HEAD, _NAMES, _NAME_SIZE = 48, 65536, 16
 _PATH = "/run/keepwell-test/faults"
 
 
@@ -21,12 +21,14 @@ class FaultyRoot(ThrowAwayRoot):
     def environment(self):
         # A sanitizer's own library would be the first otherwise.
         usual = super().environment()
-        options = usual.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
+        options = usual.get("ASAN_OPTIONS", "")
+        # Nor does it know the library's allocations.
+        options += ":verify_asan_link_order=0:alloc_dealloc_mismatch=0"
         return {**usual, "ASAN_OPTIONS": options.strip(":")}
 
     def start_bus(self, agent=None):
         with open(self.host_path(_PATH), "w+b") as file:
-            file.truncate(16 + _NAMES * _NAME_SIZE)
+            file.truncate(_HEAD + _NAMES * _NAME_SIZE)
             self.faults = Faults(mmap.mmap(file.fileno(), 0))
         super().start_bus(agent)
 
@@ -35,9 +37,21 @@ class Faults:
     def __init__(self, memory):
         self._memory = memory
 
-    def arm(self, fail_at=0, error=0):
-        """From now on calls are counted; the one of that number, from one, fails."""
-        struct.pack_into("=IIIi", self._memory, 0, 0, 0, fail_at, error)
+    def arm(self, fail_at=0, error=0, name=""):
+        """From now on calls are counted; the one of that number, from one, fails.
+        With a name only those calls count for the number."""
+        self._arm(fail_at, error, name.encode(), 0, False)
+
+    def arm_allocations(self, fail_at=0, of_the_bus=False):
+        """The allocation of that number fails: of the threads that work on
+        requests, or of the one that talks to the bus."""
+        self._arm(0, 0, b"", fail_at, of_the_bus)
+
+    def _arm(self, *values):
+        struct.pack_into("=I", self._memory, 0, 0)
+        fail_at, error, name, allocation, of_the_bus = values
+        struct.pack_into("=IIiIIII16s", self._memory, 4, 0, fail_at, error, 0, 0, allocation,
+                         of_the_bus, name)
         struct.pack_into("=I", self._memory, 0, 1)
 
     def disarm(self):
@@ -45,4 +59,9 @@ class Faults:
         struct.pack_into("=I", self._memory, 0, 0)
         count, = struct.unpack_from("=I", self._memory, 4)
         return [self._memory[at:at + _NAME_SIZE].rstrip(b"\0").decode()
-                for at in range(16, 16 + min(count, _NAMES) * _NAME_SIZE, _NAME_SIZE)]
+                for at in range(_HEAD, _HEAD + min(count, _NAMES) * _NAME_SIZE, _NAME_SIZE)]
+
+    @property
+    def allocations(self):
+        """How many were counted since it was armed."""
+        return struct.unpack_from("=I", self._memory, 20)[0]
