@@ -76,7 +76,7 @@ NS::Error secureRemovalError(int result) {
   std::string text = NS::Bundle::mainBundle().localizedStringForKey(
       "ErrorDescRemoving_GenericError", "", "Errors");
   return NS::Error(kSecureRemoveErrorDomain, result,
-                   {{std::string(NS::LocalizedDescriptionKey), std::move(text)}});
+                   NS::userInfoWith(NS::LocalizedDescriptionKey, std::move(text)));
 }
 
 bool isDirectoryAtPath(NS::FileManager &manager, const std::string &path) {

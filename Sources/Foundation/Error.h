@@ -45,6 +45,9 @@ enum CocoaErrorCode : std::int64_t {
 // What a user-info entry can hold besides the underlying error.
 using UserInfoValue = std::variant<std::string, std::int64_t, std::uint64_t, double, bool>;
 using UserInfo = std::map<std::string, UserInfoValue, std::less<>>;
+// One entry. Rather than a list in braces: should memory run out within one,
+// GCC 12 takes down entries that it has not made yet.
+UserInfo userInfoWith(std::string_view key, UserInfoValue value);
 
 class Error {
 public:

@@ -57,7 +57,7 @@ void logFailure(const std::string &path, const KWTaskRunner::Arguments &argument
 
 NS::Error taskError(std::string description) {
   return NS::Error(kTaskRunnerErrorDomain, 0,
-                   {{std::string(NS::LocalizedDescriptionKey), std::move(description)}});
+                   NS::userInfoWith(NS::LocalizedDescriptionKey, std::move(description)));
 }
 
 NS::Error launchError() {

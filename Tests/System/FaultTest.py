@@ -6,52 +6,21 @@ KEEPWELL_FAULTS=full tries every error of every call; otherwise each call fails
 with one of its errors, another at each call."""
 import errno
 import os
-import unittest
+import xml.etree.ElementTree as ElementTree
 
-from Support import harness, scenes, toolscenes, trees
-from Support.bus import is_running, is_sanitized, wait_until
-from Support.faults import FaultyRoot
+from Support import harness, scenes, toolscenes
+from Support.bus import is_running, is_sanitized
+from Support.faults import FULL, FaultTestCase
 from Support.root import DATA
 
-FULL = os.environ.get("KEEPWELL_FAULTS") == "full"
+DESCRIPTION = os.path.join(os.path.dirname(__file__), "../../Resources",
+                           "org.keepwell.KWPrivilegedOperation.xml")
 MOST_MEMORY = 4 << 20  # that may have come to be held after all faults of a scene
 # What is done again, or goes on with the rest; the answer is as ever.
 PASSING = {errno.EINTR, scenes.HALF}
 
 
-class FaultTest(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.root = cls.enterClassContext(FaultyRoot())
-        trees.mount("-t", "tmpfs", "tmpfs", cls.root.host_path(cls.root.mkdir(scenes.FAR)))
-        cls.canaries = trees.Canaries(cls.root.host_path("/tmp/outside"))
-        cls.addClassCleanup(cls.canaries.unlock)
-        cls.client = cls.root.client(timeout=30)
-
-    def held(self):
-        """What the process holds: descriptors, threads, children."""
-        process = f"/proc/{self.pid}"
-        threads = os.listdir(f"{process}/task")
-        children = ""
-        for thread in threads:
-            with open(f"{process}/task/{thread}/children", encoding="utf-8") as file:
-                children += file.read()
-        return len(os.listdir(f"{process}/fd")), len(threads), children
-
-    def memory(self):
-        with open(f"/proc/{self.pid}/status", encoding="utf-8") as file:
-            return next(int(line.split()[1]) << 10 for line in file if line.startswith("VmRSS"))
-
-    def wait_until_held(self, before):
-        """Nothing may be left over. Requests wander between the threads of a
-        pool, so that one or two more may be waiting for work; not with each
-        request another."""
-        most = before[0], before[1] + 2, ""
-        try:
-            wait_until(lambda: all(now <= then for now, then in zip(self.held(), most)), 5)
-        except TimeoutError:
-            self.assertEqual(self.held(), before)
-
+class FaultTest(FaultTestCase):
     def run_once(self, scene, name="", number=0, error=0):
         """The complaint, the flag and the names of the calls that were made. The
         call fails that is the one of this number among those of its name."""
@@ -92,6 +61,13 @@ class FaultTest(unittest.TestCase):
               f"{grown >> 10} KiB kept", flush=True)
         if not is_sanitized(self.pid):
             self.assertLess(grown, MOST_MEMORY)
+
+    def test_each_member_has_a_scene(self):
+        members = {method.get("name")
+                   for method in ElementTree.parse(DESCRIPTION).iterfind(".//method")}
+        # Nobody is there to be answered by the one that ends the agent.
+        self.assertEqual({kind.member for kind in scenes.ALL + toolscenes.ALL},
+                         members - {"PleaseTerminate"})
 
     def test_each_call_of_each_request_fails_once(self):
         for kind in scenes.ALL + toolscenes.ALL:

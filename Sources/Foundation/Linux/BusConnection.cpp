@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <new>
 #include <poll.h>
 #include <sdbus-c++/sdbus-c++.h>
 #include <sys/eventfd.h>
@@ -52,8 +53,10 @@ int filterCall(sd_bus_message *message, void *userData, sd_bus_error *) {
   try {
     const bool isLetIn = filter(textOrEmpty(sd_bus_message_get_sender(message)),
                                 textOrEmpty(sd_bus_message_get_interface(message)));
-    return isLetIn ? 0 : 1;                   // 1: it has been dealt with
-  } catch (const std::exception &exception) { // may not pass the library's frames
+    return isLetIn ? 0 : 1;          // 1: it has been dealt with
+  } catch (const std::bad_alloc &) { // nothing may pass the library's frames
+    return 0;                        // dropping it would leave its caller without an answer
+  } catch (const std::exception &exception) {
     Log("A call was dropped: %@", exception.what());
     return 1;
   }
@@ -71,32 +74,40 @@ BusMailbox::~BusMailbox() {
 }
 
 void BusMailbox::post(Work work) {
-  std::lock_guard lock(mutex_);
-  if (!closed_)
-    postLocked(std::move(work));
+  Works works;
+  works.push_back(std::move(work));
+  post(std::move(works));
 }
 
-void BusMailbox::postLocked(Work work) {
-  work_.push_back(std::move(work));
+void BusMailbox::post(Works works) noexcept {
+  std::lock_guard lock(mutex_);
+  if (!closed_)
+    postLocked(works);
+}
+
+void BusMailbox::postLocked(Works &works) noexcept {
+  work_.splice(work_.end(), works);
   const std::uint64_t one = 1;
   // It fails only when the counter is full, and then the reader is awake.
   static_cast<void>(!::write(descriptor_, &one, sizeof one));
 }
 
 void BusMailbox::doOrPost(Work work) {
+  Works works;
+  works.push_back(std::move(work));
   {
     std::lock_guard lock(mutex_);
     if (closed_)
       return;
     if (taker_ != std::this_thread::get_id() || !work_.empty()) {
-      postLocked(std::move(work));
+      postLocked(works);
       return;
     }
   }
-  work();
+  works.front()();
 }
 
-std::vector<BusMailbox::Work> BusMailbox::take() {
+BusMailbox::Works BusMailbox::take() {
   std::lock_guard lock(mutex_);
   taker_ = std::this_thread::get_id();
   if (work_.empty())
@@ -107,7 +118,7 @@ std::vector<BusMailbox::Work> BusMailbox::take() {
 }
 
 void BusMailbox::close() {
-  std::vector<Work> dropped;
+  Works dropped;
   std::lock_guard lock(mutex_);
   closed_ = true;
   dropped.swap(work_);

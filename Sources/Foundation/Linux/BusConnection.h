@@ -4,13 +4,13 @@
 
 #include <chrono>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <vector>
 
 namespace sdbus {
 class IConnection;
@@ -23,6 +23,7 @@ namespace NS {
 class BusMailbox {
 public:
   using Work = std::function<void()>;
+  using Works = std::list<Work>;
 
   // Raises InternalInconsistencyException when no descriptor is left.
   BusMailbox();
@@ -31,22 +32,24 @@ public:
   BusMailbox &operator=(const BusMailbox &) = delete;
 
   void post(Work work);
+  // Takes no memory: for what was made while there was some.
+  void post(Works works) noexcept;
   // Does it at once on the thread that takes when nothing waits there, else
   // posts it.
   void doOrPost(Work work);
   // What was posted since the last call, in order.
-  std::vector<Work> take();
+  Works take();
   // Nothing posted from now on is kept.
   void close();
   // Becomes readable when there is something to take.
   int descriptor() const { return descriptor_; }
 
 private:
-  void postLocked(Work work);
+  void postLocked(Works &works) noexcept;
 
   int descriptor_;
   std::mutex mutex_;
-  std::vector<Work> work_;
+  Works work_;
   std::thread::id taker_; // who called take() last
   bool closed_ = false;
 };

@@ -1,6 +1,7 @@
 // One client's requests, strung on a shared pool.
 #include "Foundation/Linux/RequestQueue.h"
 
+#include <new>
 #include <utility>
 
 namespace NS {
@@ -20,8 +21,13 @@ bool RequestQueue::enqueue(std::function<void()> request, std::size_t bytes) {
   if (waiting_.size() >= limits_.requests || bytes > limits_.bytes - waitingBytes_)
     return false;
   waiting_.push_back({std::move(request), bytes});
+  try {
+    scheduleLocked();
+  } catch (const std::bad_alloc &) {
+    waiting_.pop_back();
+    throw;
+  }
   waitingBytes_ += bytes;
-  scheduleLocked();
   return true;
 }
 
@@ -64,18 +70,25 @@ void RequestQueue::proceed() {
 void RequestQueue::scheduleLocked() {
   if (scheduled_ || suspended_ || paused_ || waiting_.empty())
     return;
-  scheduled_ = true;
+  // Neither can run before the lock is given up.
   pool_->submit([self = shared_from_this()] { self->runSome(); });
+  scheduled_ = true;
 }
 
 void RequestQueue::runSome() {
+  while (runTurn()) {
+  }
+}
+
+// Whether this thread must take another turn, since none else can be had.
+bool RequestQueue::runTurn() {
   for (int turn = 0; turn < requestsPerTurn; ++turn) {
     Entry entry;
     {
       std::lock_guard lock(mutex_);
       if (suspended_ || paused_ || waiting_.empty()) {
         scheduled_ = false;
-        return;
+        return false;
       }
       entry = std::move(waiting_.front());
       waiting_.pop_front();
@@ -85,7 +98,13 @@ void RequestQueue::runSome() {
   }
   std::lock_guard lock(mutex_);
   scheduled_ = false;
-  scheduleLocked();
+  try {
+    scheduleLocked();
+    return false;
+  } catch (const std::bad_alloc &) {
+    scheduled_ = true;
+    return true;
+  }
 }
 
 } // namespace NS

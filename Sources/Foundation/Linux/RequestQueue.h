@@ -25,7 +25,8 @@ public:
   RequestQueue(std::shared_ptr<WorkerPool> pool, RequestQueueLimits limits);
 
   // False when a limit is reached; the request is then not queued. It must
-  // not throw.
+  // not throw. Raises std::bad_alloc, and has not queued it, when no memory is
+  // left.
   bool enqueue(std::function<void()> request, std::size_t bytes);
   // Runs the request on the calling thread if it is its turn at once; it must
   // not throw. False when others wait or are under way, or the queue is held.
@@ -45,6 +46,7 @@ private:
 
   void scheduleLocked();
   void runSome();
+  bool runTurn();
 
   const std::shared_ptr<WorkerPool> pool_;
   const RequestQueueLimits limits_;

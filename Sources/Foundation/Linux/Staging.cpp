@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,8 +43,12 @@ void removeLeftover(int destination, const std::string &name) {
 } // namespace
 
 Staging::~Staging() {
-  if (folder_)
+  if (!folder_)
+    return;
+  try {
     removeStaged(destination_.get(), name_, folder_);
+  } catch (const std::bad_alloc &) { // it stays for whoever works here next
+  }
 }
 
 int Staging::open(int destination) {

@@ -107,7 +107,7 @@ private:
   XPCReply expectReply(const XPCMethod &method, const sdbus::MethodCall &call);
   void answer(std::uint64_t request, const XPCOutcome &outcome);
   template <typename Message>
-  void hand(Message message, const std::string &client, std::size_t bytes,
+  void hand(Message &message, const std::string &client, std::size_t bytes,
             const std::string &member, Loss loss);
   void sendSignal(const std::string &client, const std::string &interface, const XPCMethod &method,
                   const XPCValues &values);
@@ -268,10 +268,16 @@ void BusListener::deliver(const std::string &member, sdbus::MethodCall call) {
   }
   if (textBytes(arguments) > maximumMessageBytes)
     throw sdbus::Error(limitsExceeded, "The arguments of " + member + " are too large.");
-  XPCReply reply = expectReply(*method, call);
-  if (!connection.deliver(*method, std::move(arguments), std::move(reply))) {
-    pending_.erase(lastRequest_);
-    throw sdbus::Error(limitsExceeded, "Too many of your requests are waiting.");
+  const std::uint64_t former = lastRequest_;
+  try {
+    XPCReply reply = expectReply(*method, call);
+    if (!connection.deliver(*method, std::move(arguments), std::move(reply)))
+      throw sdbus::Error(limitsExceeded, "Too many of your requests are waiting.");
+  } catch (...) {
+    // One that nobody waits for has no number of its own.
+    if (lastRequest_ != former)
+      pending_.erase(lastRequest_);
+    throw;
   }
 }
 
@@ -309,12 +315,20 @@ XPCReply BusListener::expectReply(const XPCMethod &method, const sdbus::MethodCa
                    PendingReply{call.getSender(), method.replies, method.member, call.createReply(),
                                 call.createErrorReply(sdbus::Error(
                                     failed, "The request failed; the agent's log says why."))});
-  return XPCReply([this, request, mailbox = connection_->mailbox()](XPCOutcome outcome) {
+  // So that a request for whose answer no memory is left can be told of that.
+  BusMailbox::Works lastResort;
+  lastResort.emplace_back([this, request] { answer(request, {false, {}, "out of memory"}); });
+  return XPCReply([this, request, mailbox = connection_->mailbox(),
+                   lastResort = std::move(lastResort)](XPCOutcome outcome) mutable {
     // A request that its queue refuses fails while it is being delivered: that
     // is answered there, and what is posted meanwhile comes too late.
     const bool isReply = outcome.replied;
-    auto work = [this, request, outcome = std::move(outcome)] { answer(request, outcome); };
-    isReply ? mailbox->doOrPost(std::move(work)) : mailbox->post(std::move(work));
+    try {
+      auto work = [this, request, outcome = std::move(outcome)] { answer(request, outcome); };
+      isReply ? mailbox->doOrPost(std::move(work)) : mailbox->post(std::move(work));
+    } catch (const std::bad_alloc &) {
+      mailbox->post(std::move(lastResort));
+    }
   });
 }
 
@@ -331,30 +345,40 @@ void BusListener::answer(std::uint64_t request, const XPCOutcome &outcome) {
       if (bytes > maximumMessageBytes)
         throw std::length_error("the reply is too large for a message");
       appendValues(pending.reply, pending.kinds, values);
-      hand(std::move(pending.reply), pending.client, bytes, pending.member, Loss::Forbidden);
+      hand(pending.reply, pending.client, bytes, pending.member, Loss::Forbidden);
       return;
     }
   } catch (const std::exception &exception) {
     reason = exception.what();
   }
-  Log("%@ failed: %@", pending.member, reason);
-  hand(std::move(pending.failure), pending.client, 0, pending.member, Loss::Forbidden);
+  try {
+    Log("%@ failed: %@", pending.member, reason);
+    hand(pending.failure, pending.client, 0, pending.member, Loss::Forbidden);
+  } catch (const std::bad_alloc &) {
+    pending.failure.send(); // uncounted rather than never
+  }
 }
 
 template <typename Message>
-void BusListener::hand(Message message, const std::string &client, std::size_t bytes,
+void BusListener::hand(Message &message, const std::string &client, std::size_t bytes,
                        const std::string &member, Loss loss) {
-  auto send = [message = std::make_shared<Message>(std::move(message)), member] {
-    try {
-      message->send();
-    } catch (const sdbus::Error &error) {
-      Log("%@ could not be sent: %@", member, error.what());
-    }
-  };
-  if (loss == Loss::Allowed)
-    outbox_->sendOrDrop(client, bytes + messageOverhead, std::move(send));
-  else
-    outbox_->send(client, bytes + messageOverhead, std::move(send));
+  auto held = std::make_shared<Message>(std::move(message));
+  try {
+    auto send = [held, member] {
+      try {
+        held->send();
+      } catch (const sdbus::Error &error) {
+        Log("%@ could not be sent: %@", member, error.what());
+      }
+    };
+    if (loss == Loss::Allowed)
+      outbox_->sendOrDrop(client, bytes + messageOverhead, std::move(send));
+    else
+      outbox_->send(client, bytes + messageOverhead, std::move(send));
+  } catch (const std::bad_alloc &) {
+    message = std::move(*held);
+    throw;
+  }
 }
 
 void BusListener::sendSignal(const std::string &client, const std::string &interface,
@@ -365,7 +389,7 @@ void BusListener::sendSignal(const std::string &client, const std::string &inter
     sdbus::Signal signal = object_->createSignal(interface, method.member);
     signal.setDestination(client);
     appendValues(signal, method.arguments, values);
-    hand(std::move(signal), client, textBytes(values), method.member, Loss::Allowed);
+    hand(signal, client, textBytes(values), method.member, Loss::Allowed);
   } catch (const std::exception &exception) {
     Log("%@ could not be sent: %@", method.member, exception.what());
   }

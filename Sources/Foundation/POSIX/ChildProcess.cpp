@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <new>
 #include <poll.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -27,11 +28,6 @@ ChildOutcome outcomeFromWaitStatus(int status) {
   return {false, WEXITSTATUS(status)};
 }
 
-struct WatchedChild {
-  std::shared_ptr<ChildProcess> child;
-  int exitDescriptor; // -1 for a child that must be asked
-};
-
 class Reaper {
 public:
   void prepare();
@@ -40,6 +36,7 @@ public:
 private:
   void run();
   void takeNewcomers();
+  std::size_t roomForWaits();
   void waitForAnEnd();
   void reapEnded();
 
@@ -48,7 +45,8 @@ private:
   bool isAwake_ = false; // a byte stands in the pipe
   ChildSlot newcomers_;
   descriptors::PipeEnds wake_ = {-1, -1};
-  std::vector<WatchedChild> watched_; // used by the thread alone
+  ChildSlot watched_; // used by the thread alone
+  std::vector<struct pollfd> waits_;
 };
 
 Reaper &reaper() {
@@ -63,6 +61,7 @@ void Reaper::prepare() {
     return;
   if (wake_.reading < 0)
     wake_ = descriptors::openPipe();
+  waits_.reserve(1);
   try {
     std::thread([this] { run(); }).detach();
   } catch (const std::system_error &failure) {
@@ -101,32 +100,42 @@ void Reaper::takeNewcomers() {
       isAwake_ = retrying([&] { return ::read(wake_.reading, &byte, 1); }) != 1;
     arrived.swap(newcomers_);
   }
-  for (std::shared_ptr<ChildProcess> &child : arrived) {
-    // Not reaped yet, so that the identifier still names this very child.
-    int descriptor = child->outcome() ? -1 : descriptors::openExitDescriptor(child->identifier());
-    watched_.push_back({std::move(child), descriptor});
-  }
+  // Not reaped yet, so that the identifier still names this very child.
+  for (const std::shared_ptr<ChildProcess> &child : arrived)
+    if (!child->outcome())
+      child->exitDescriptor = descriptors::openExitDescriptor(child->identifier());
+  watched_.splice(watched_.end(), arrived);
   reapEnded();
 }
 
+// Room for as many as there is memory for; at least for the pipe.
+std::size_t Reaper::roomForWaits() {
+  try {
+    waits_.reserve(watched_.size() + 1);
+  } catch (const std::bad_alloc &) { // some children are asked, then
+  }
+  return waits_.capacity();
+}
+
 void Reaper::waitForAnEnd() {
-  std::vector<struct pollfd> waits = {{wake_.reading, POLLIN, 0}};
+  const std::size_t room = roomForWaits();
   int timeout = -1;
-  for (const WatchedChild &entry : watched_)
-    if (entry.exitDescriptor >= 0)
-      waits.push_back({entry.exitDescriptor, POLLIN, 0});
+  waits_.assign(1, {wake_.reading, POLLIN, 0});
+  for (const std::shared_ptr<ChildProcess> &child : watched_)
+    if (child->exitDescriptor >= 0 && waits_.size() < room)
+      waits_.push_back({child->exitDescriptor, POLLIN, 0});
     else
       timeout = unwatchedInterval;
   // Whatever ends the wait, asking each child tells.
-  static_cast<void>(::poll(waits.data(), static_cast<nfds_t>(waits.size()), timeout));
+  static_cast<void>(::poll(waits_.data(), static_cast<nfds_t>(waits_.size()), timeout));
 }
 
 void Reaper::reapEnded() {
-  std::erase_if(watched_, [](WatchedChild &entry) {
-    if (!entry.child->outcome())
+  watched_.remove_if([](const std::shared_ptr<ChildProcess> &child) {
+    if (!child->outcome())
       return false;
-    if (entry.exitDescriptor >= 0)
-      ::close(entry.exitDescriptor);
+    if (child->exitDescriptor >= 0)
+      ::close(child->exitDescriptor);
     return true;
   });
 }

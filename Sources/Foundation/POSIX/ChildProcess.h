@@ -31,6 +31,10 @@ public:
   std::optional<ChildOutcome> outcome();
   void waitUntilEnd();
 
+  // The reaping thread's own: readable once the child has ended; -1 for a
+  // child that must be asked.
+  int exitDescriptor = -1;
+
 private:
   int identifier_ = 0;
   std::mutex mutex_;

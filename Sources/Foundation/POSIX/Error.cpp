@@ -84,15 +84,20 @@ void storeError(ErrorSlot slot, const Error &error) {
     *slot = error;
 }
 
+UserInfo userInfoWith(std::string_view key, UserInfoValue value) {
+  UserInfo info;
+  info.emplace(key, std::move(value));
+  return info;
+}
+
 Error errorFromErrno(int errnum) {
   return Error(POSIXErrorDomain, errnum,
-               {{std::string(LocalizedDescriptionKey), std::generic_category().message(errnum)}});
+               userInfoWith(LocalizedDescriptionKey, std::generic_category().message(errnum)));
 }
 
 Error fileError(int errnum, std::string_view path, FileAccess access) {
-  UserInfo info;
-  info.emplace(FilePathErrorKey, std::string(path));
-  return Error(CocoaErrorDomain, cocoaCode(errnum, access), std::move(info),
+  return Error(CocoaErrorDomain, cocoaCode(errnum, access),
+               userInfoWith(FilePathErrorKey, std::string(path)),
                std::make_shared<const Error>(errorFromErrno(errnum)));
 }
 

@@ -220,7 +220,7 @@ std::optional<std::string> FileContents::stringWithContentsOfFile(const std::str
   if (!data || isWellFormedUTF8(*data))
     return data;
   storeError(error, Error(CocoaErrorDomain, FileReadCorruptFileError,
-                          {{std::string(FilePathErrorKey), path}}));
+                          userInfoWith(FilePathErrorKey, path)));
   return std::nullopt;
 }
 

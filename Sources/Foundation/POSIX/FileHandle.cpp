@@ -3,6 +3,7 @@
 
 #include "Foundation/Exception.h"
 #include "Foundation/Log.h"
+#include "Foundation/POSIX/Descriptor.h"
 #include "Foundation/POSIX/Descriptors.h"
 #include "Foundation/POSIX/Retrying.h"
 
@@ -296,6 +297,14 @@ void DescriptorHandle::close() {
     ::close(descriptor); // never again on EINTR: the descriptor is gone
 }
 
+// Closes it when there is no memory for a handle.
+std::shared_ptr<FileHandle> handleOwning(int number) {
+  Descriptor descriptor(number);
+  auto handle = std::make_shared<DescriptorHandle>(number);
+  static_cast<void>(descriptor.release());
+  return handle;
+}
+
 } // namespace
 
 std::shared_ptr<FileHandle> FileHandle::fileHandleForUpdatingAtPath(const std::string &path) {
@@ -306,12 +315,12 @@ std::shared_ptr<FileHandle> FileHandle::fileHandleForUpdatingAtPath(const std::s
     return nullptr;
   int flags = ::fcntl(descriptor, F_GETFL);
   ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK);
-  return std::make_shared<DescriptorHandle>(descriptor);
+  return handleOwning(descriptor);
 }
 
 std::shared_ptr<FileHandle> FileHandle::fileHandleWithDescriptor(int descriptor) {
   ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-  return std::make_shared<DescriptorHandle>(descriptor);
+  return handleOwning(descriptor);
 }
 
 } // namespace NS

@@ -373,8 +373,8 @@ std::optional<PropertyList> propertyListWithData(std::string_view data, ErrorSlo
     list = data.starts_with("bplist") ? readBinaryPropertyList(data) : readXMLPropertyList(data);
   if (!list)
     storeError(error, Error(CocoaErrorDomain, PropertyListReadCorruptError,
-                            {{std::string(LocalizedDescriptionKey),
-                              "The data is not a property list that can be read."}}));
+                            userInfoWith(LocalizedDescriptionKey,
+                                         "The data is not a property list that can be read.")));
   return list;
 }
 

@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -51,6 +52,7 @@ void WorkerPool::submit(std::function<void()> work) {
   } catch (const std::system_error &error) {
     // The work stays queued for the threads there are.
     Log("No further worker thread: %@", error.what());
+  } catch (const std::bad_alloc &) { // the same; nor is there any for a message
   }
 }
 

@@ -165,8 +165,8 @@ std::optional<std::string> dataWithPropertyList(const PropertyList &list, ErrorS
     return std::move(writer.text_);
   }
   storeError(error, Error(CocoaErrorDomain, PropertyListWriteInvalidError,
-                          {{std::string(LocalizedDescriptionKey),
-                            "The property list holds what its XML form cannot."}}));
+                          userInfoWith(LocalizedDescriptionKey,
+                                       "The property list holds what its XML form cannot.")));
   return std::nullopt;
 }
 

@@ -1,12 +1,20 @@
 // Looking messages up, and the way back to a caller.
 #include "Foundation/XPCInterface.h"
 
+#include <new>
+
 namespace NS {
 
 class XPCReply::State {
 public:
   explicit State(Receiver receiver) : receiver_(std::move(receiver)) {}
-  ~State() { deliver({false, {}, "the request ended without a reply"}); }
+  ~State() {
+    try {
+      deliver({false, {}, "the request ended without a reply"});
+    } catch (const std::bad_alloc &) { // no memory for these words
+      deliver({});
+    }
+  }
   State(const State &) = delete;
   State &operator=(const State &) = delete;
 

@@ -2,12 +2,15 @@
 import mmap
 import os
 import struct
+import unittest
 
-from . import harness
+from . import harness, scenes, trees
+from .bus import wait_until
 from .root import ThrowAwayRoot
 
 _HEAD, _NAMES, _NAME_SIZE = 48, 65536, 16
 _PATH = "/run/keepwell-test/faults"
+FULL = os.environ.get("KEEPWELL_FAULTS") == "full"
 
 
 class FaultyRoot(ThrowAwayRoot):
@@ -65,3 +68,43 @@ class Faults:
     def allocations(self):
         """How many were counted since it was armed."""
         return struct.unpack_from("=I", self._memory, 20)[0]
+
+
+class FaultTestCase(unittest.TestCase):
+    """With one agent and one client for all scenes, what lies outside of them,
+    and a look at what the agent holds."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.root = cls.enterClassContext(FaultyRoot())
+        trees.mount("-t", "tmpfs", "tmpfs", cls.root.host_path(cls.root.mkdir(scenes.FAR)))
+        cls.canaries = trees.Canaries(cls.root.host_path("/tmp/outside"))
+        cls.addClassCleanup(cls.canaries.unlock)
+        cls.client = cls.root.client(timeout=30)
+
+    def held(self):
+        """What the process holds: descriptors, threads, children."""
+        process = f"/proc/{self.pid}"
+        threads = os.listdir(f"{process}/task")
+        children = ""
+        for thread in threads:
+            try:
+                with open(f"{process}/task/{thread}/children", encoding="utf-8") as file:
+                    children += file.read()
+            except FileNotFoundError:
+                pass  # the thread has ended
+        return len(os.listdir(f"{process}/fd")), len(threads), children
+
+    def memory(self):
+        with open(f"/proc/{self.pid}/status", encoding="utf-8") as file:
+            return next(int(line.split()[1]) << 10 for line in file if line.startswith("VmRSS"))
+
+    def wait_until_held(self, before):
+        """Nothing may be left over. Requests wander between the threads of a
+        pool, so that one or two more may be waiting for work; not with each
+        request another."""
+        most = before[0], before[1] + 2, ""
+        try:
+            wait_until(lambda: all(now <= then for now, then in zip(self.held(), most)), 5)
+        except TimeoutError:
+            self.assertEqual(self.held(), before)

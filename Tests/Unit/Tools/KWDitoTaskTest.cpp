@@ -91,6 +91,7 @@ TEST_F(DitoTask, logsACopyThatCannotTakeThePlace) {
 TEST_F(DitoTask, withoutACopyFailsAndLogs) {
   folder.file("bin", "fat");
   EXPECT_FALSE(slim()) << "ditto claimed success and copied nothing";
+  EXPECT_EQ(folder.content("bin"), "fat") << "no room is made for nothing";
   ASSERT_FALSE(log.lines().empty());
   EXPECT_EQ(log.lines().back().find("Can't copy with error Error Domain=NSCocoaErrorDomain"), 0U);
 }

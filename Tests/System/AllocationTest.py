@@ -1,0 +1,90 @@
+"""Each allocation that a request makes by the language's own operator fails once:
+the request is answered with an error or done all the same, the agent goes on,
+nothing is left in it, and the next request works.
+
+KEEPWELL_FAULTS=full tries every allocation; otherwise those at equal distances."""
+from Support import harness, scenes, toolscenes
+from Support.bus import is_running
+from Support.faults import FULL, FaultTestCase
+from Support.rawbus import BusError
+from Support.root import DATA
+
+FAILED = "org.freedesktop.DBus.Error.Failed"
+NO_REPLY = "org.freedesktop.DBus.Error.NoReply"
+MOST = 20  # of a scene in the short form
+# Where the bus's library takes memory before the request has reached the agent.
+MOST_ENDS = 3
+
+
+class AllocationTest(FaultTestCase):
+    def ask(self, scene, number=0, of_the_bus=False):
+        """The answer, None for an error, and how many allocations there were."""
+        scene.prepare()
+        self.root.faults.arm_allocations(number, of_the_bus)
+        try:
+            flag = scene.answer(self.client)
+        except BusError as error:
+            self.assertIn(error.name, (FAILED, NO_REPLY) if of_the_bus else (FAILED,))
+            flag = None
+        self.root.faults.disarm()
+        # Whoever is answered early, or by a new agent, is followed by this.
+        self.assertEqual(self.client.call("Echo", "s", "done")[0], "done")
+        return flag, self.root.faults.allocations
+
+    def numbers(self, scene, of_the_bus=False):
+        """Those that are to fail."""
+        for _ in range(2):
+            flag, count = self.ask(scene, of_the_bus=of_the_bus)
+            self.assertEqual((flag, scene.complaint(flag)), (scene.usual, ""))
+        self.pid = self.root.agent_pid()
+        self.client.call("Echo", "s", "that one has come and gone")
+        return range(1, count + 1, 1 if FULL else max(1, count // MOST))
+
+    def check_scene(self, kind):
+        scene, failures = kind(self.root), 0
+        numbers = self.numbers(scene)
+        held = self.held()
+        for number in numbers:
+            with self.subTest(scene=kind.__name__, allocation=number):
+                flag, _ = self.ask(scene, number)
+                self.assertTrue(is_running(self.pid))
+                self.wait_until_held(held)
+                failures += flag is None
+                if flag is not None:
+                    self.assertEqual(flag, scene.usual)
+                if flag is not None or kind in scenes.ATOMIC:
+                    self.assertEqual(scene.complaint(flag), "")
+        flag, _ = self.ask(scene)
+        self.assertEqual((flag, scene.complaint(flag), scene.leftovers()), (scene.usual, "", []))
+        self.assertEqual(self.canaries.damage(), [])
+        print(f"{kind.__name__}: {len(numbers)} allocations failed, {failures} requests with them",
+              flush=True)
+        return failures
+
+    def test_a_request_that_runs_out_of_memory_fails_alone(self):
+        for kind in scenes.ALL + toolscenes.ALL:
+            self.root.empty(DATA)
+            failures = self.check_scene(kind)
+            if kind is not toolscenes.Echo:  # the thread of the bus answers it
+                self.assertGreater(failures, 0)
+
+    def test_the_thread_of_the_bus_answers_or_the_agent_ends_and_another_starts(self):
+        for kind in (scenes.Exists, scenes.Trash, toolscenes.ForgetPackage, toolscenes.Echo):
+            with self.subTest(scene=kind.__name__):
+                scene, ends, failures = kind(self.root), 0, 0
+                numbers = self.numbers(scene, True)
+                for number in numbers:
+                    flag, _ = self.ask(scene, number, True)
+                    self.assertIn(flag, (scene.usual, None))
+                    failures += flag is None
+                    if not is_running(self.pid):
+                        ends += 1
+                        self.numbers(scene, True)
+                print(f"{kind.__name__}: {len(numbers)} allocations for the bus failed, "
+                      f"{failures} requests with them, {ends} ended the agent", flush=True)
+                self.assertLessEqual(ends, MOST_ENDS)
+                self.assertGreater(failures, ends)
+
+
+if __name__ == "__main__":
+    harness.main()
