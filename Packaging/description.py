@@ -30,6 +30,7 @@ class Command:
         self.name = words[-1] if words else description["name"]
         self.path = " ".join(words)
         self.summary = description["summary"]
+        self.note = description.get("note", "")
         self.options = [Option(each) for each in description["options"]]
         self.arguments = [Option(each) for each in description.get("arguments", ())]
         self.examples = [(each["line"], each["meaning"])

@@ -90,6 +90,8 @@ def command_section(command):
     if not command.commands:
         lines += [*synopsis(command), ".Pp"]
     lines.append(sentence(command.summary))
+    if command.note:
+        lines.append(paragraphs(command.note))
     # What one argument is says its name; what is said of it may be more.
     told = [argument for argument in command.arguments if argument.help]
     options = own_options(command)

@@ -33,6 +33,7 @@ struct Command {
   std::function<CommandRun(CLI::App &arguments)> declare;
   std::vector<Example> examples{};
   std::vector<Command> verbs{};
+  const char *note = ""; // what its arguments and options leave unsaid
 };
 
 using CommandTable = std::vector<Command>;

@@ -56,8 +56,8 @@ void declareGlobals(CLI::App &app, GlobalOptions &options, bool &describe) {
   app.fallthrough();
 }
 
-std::string footerOf(const CLI::App &app, const Command &command) {
-  std::string text = app.get_footer();
+std::string footerOf(const Command &command) {
+  std::string text = command.note;
   if (!command.examples.empty())
     text += (text.empty() ? "" : "\n") + std::string("Examples:\n");
   for (const Example &example : command.examples)
@@ -76,7 +76,7 @@ void declare(CLI::App &parent, const Command &command, const std::string &group,
     for (const Command &verb : command.verbs)
       declare(*app, verb, "Subcommands", chosen);
   }
-  app->footer(footerOf(*app, command));
+  app->footer(footerOf(command));
 }
 
 void sayUsageAsJSON(const std::string &what, const Surroundings &surroundings) {

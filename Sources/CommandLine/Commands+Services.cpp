@@ -113,8 +113,6 @@ CommandRun declareSlim(CLI::App &arguments) {
   auto yes = declareYes(arguments);
   arguments.prefix_command();
   arguments.fallthrough(false); // or the program's own options would take theirs
-  arguments.footer("What follows PATH are the tool's own options for the architectures to keep,\n"
-                   "such as: --arch x86_64\nOptions of this program stand before the command.");
   return [path, yes, &arguments](Session &session) {
     std::string binary = absolutePath(*path);
     session.confirm("Strip " + displayable(binary) + " for good?", *yes);
@@ -261,7 +259,10 @@ CommandTable serviceCommands() {
        "Strip a universal binary of architectures",
        declareSlim,
        {{"slim /opt/example/run --arch x86_64", "keeps that one alone"},
-        {"--json slim /opt/example/run --arch x86_64", "options of keepwell stand in front"}}},
+        {"--json slim /opt/example/run --arch x86_64", "options of keepwell stand in front"}},
+       {},
+       "What follows PATH are the tool's own options for the architectures to keep,\n"
+       "such as: --arch x86_64\nOptions of this program stand before the command."},
   };
 }
 

@@ -67,6 +67,7 @@ void describe(const CLI::App &parent, const Command &command, std::vector<std::s
   found.push_back(JSONObject()
                       .add("words", words)
                       .add("summary", command.summary)
+                      .add("note", command.note)
                       .add("group", app->get_group())
                       .add("arguments", described.arguments)
                       .add("options", described.options)

@@ -65,6 +65,7 @@ class ManualTest(unittest.TestCase):
                           text)
             self.assertIn(command.summary.rstrip(".") if command.path else "SYNOPSIS", text)
             section = text.split(f"\n   keepwell {command.path}\n")[-1].split("\n   keepwell ")[0]
+            self.assertIn(" ".join(command.note.split()), " ".join(section.split()))
             for line, _ in command.examples:
                 self.assertIn(" ".join(line.split()), section)
             for option in command.options:

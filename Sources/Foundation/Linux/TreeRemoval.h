@@ -1,5 +1,8 @@
 // The one walk that removes a tree, plainly or with what is done to each file
-// before it goes. For bodies of the seam only.
+// before it goes. It is not the walk that lists a tree: that one asks for each
+// entry's status and reads ahead, which removal neither needs nor could bear,
+// for what was read ahead would be gone or exchanged when its turn comes.
+// For bodies of the seam only.
 #pragma once
 
 #include "Foundation/Linux/TreeOperations.h"
