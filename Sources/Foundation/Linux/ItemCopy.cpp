@@ -184,9 +184,8 @@ int readStatus(int folder, const char *name, ItemStatus &status) {
 }
 
 int copyData(int source, int target, off_t size) {
-  while (::ftruncate(target, size) != 0)
-    if (errno != EINTR)
-      return errno;
+  if (retrying([&] { return ::ftruncate(target, size); }) != 0)
+    return errno;
   for (off_t start = 0; start < size;) {
     off_t end = size;
     off_t data = ::lseek(source, start, SEEK_DATA);
