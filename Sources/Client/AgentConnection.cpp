@@ -272,10 +272,10 @@ int pollTime(std::optional<AgentConnection::Clock::time_point> until) {
   using std::chrono::milliseconds;
   if (!until)
     return -1;
-  auto left = *until - AgentConnection::Clock::now();
-  if (*until == AgentConnection::Clock::time_point::min() || left.count() <= 0)
+  const auto now = AgentConnection::Clock::now();
+  if (*until <= now) // the earliest time of all cannot be subtracted from
     return 0;
-  auto whole = std::chrono::ceil<milliseconds>(left).count();
+  auto whole = std::chrono::ceil<milliseconds>(*until - now).count();
   return static_cast<int>(std::min<std::int64_t>(whole, std::numeric_limits<int>::max()));
 }
 
