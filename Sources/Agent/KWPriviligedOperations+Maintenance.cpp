@@ -6,6 +6,7 @@
 #include "Agent/KWPrivilegedOperationProgress.h"
 #include "Foundation/AppKitVersion.h"
 #include "Foundation/SystemLog.h"
+#include "Foundation/WordList.h"
 #include "Tools/KWLaunchdManager.h"
 #include "Tools/KWPermissionsRepair.h"
 #include "Tools/KWTaskRunner.h"
@@ -68,11 +69,11 @@ bool flushNameCaches() {
   long long first = 0;
   long long second = 0;
   if (version >= firstDiscoveryVersion && version < endOfDiscoveryVersions) {
-    first = statusOf("/usr/sbin/discoveryutil", {"mdnsflushcache"});
-    second = statusOf("/usr/sbin/discoveryutil", {"udnsflushcaches"});
+    first = statusOf("/usr/sbin/discoveryutil", NS::wordList("mdnsflushcache"));
+    second = statusOf("/usr/sbin/discoveryutil", NS::wordList("udnsflushcaches"));
   } else {
-    first = statusOf("/usr/sbin/dscacheutil", {"-flushcache"});
-    second = statusOf("/usr/bin/killall", {"-HUP", "mDNSResponder"});
+    first = statusOf("/usr/sbin/dscacheutil", NS::wordList("-flushcache"));
+    second = statusOf("/usr/bin/killall", NS::wordList("-HUP", "mDNSResponder"));
   }
   return (first | second) == 0;
 }
@@ -92,13 +93,13 @@ void KWPriviligedOperations::flushDNSWithReply(KWFlagReply reply) {
 }
 
 void KWPriviligedOperations::runPeriodicScript(const std::string &scriptName, KWFlagReply reply) {
-  static_cast<void>(statusOf("/usr/sbin/periodic", {scriptName}));
+  static_cast<void>(statusOf("/usr/sbin/periodic", NS::wordList(scriptName)));
   if (reply)
     reply(true, std::nullopt);
 }
 
 void KWPriviligedOperations::startSpotlightReindexWithReply(KWFlagReply reply) {
-  static_cast<void>(statusOf("/usr/bin/mdutil", {"-E", "/"}));
+  static_cast<void>(statusOf("/usr/bin/mdutil", NS::wordList("-E", "/")));
   if (reply)
     reply(true, std::nullopt);
 }
@@ -115,7 +116,8 @@ void KWPriviligedOperations::repairPermissionsWithReply(KWRepairReply reply) {
 }
 
 void KWPriviligedOperations::removeDiagnosticLogsWithReply(KWDiagnosticLogsReply reply) {
-  KWTaskRunner::shared().launchTask("/usr/bin/log", {"erase", "--all"}, "y", std::move(reply));
+  KWTaskRunner::shared().launchTask("/usr/bin/log", NS::wordList("erase", "--all"), "y",
+                                    std::move(reply));
 }
 
 } // namespace kw

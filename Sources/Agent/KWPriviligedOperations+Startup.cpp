@@ -12,6 +12,7 @@
 #include "Foundation/Process.h"
 #include "Foundation/SharedFileList.h"
 #include "Foundation/StringUtilities.h"
+#include "Foundation/WordList.h"
 #include "Tools/KWDitoTask.h"
 #include "Tools/KWKextManager.h"
 #include "Tools/KWLaunchdManager.h"
@@ -35,7 +36,7 @@ void answer(const KWFlagReply &reply, bool success) {
 // There is no shell to take the quotes off again; the tool sees them.
 void runSystemStarter(const char *verb, const std::string &name) {
   static_cast<void>(KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(
-      systemStarter, {verb, NS::stringWithFormat("\"%@\"", name)}));
+      systemStarter, NS::wordList(verb, NS::stringWithFormat("\"%@\"", name))));
 }
 
 // How the platform compares: canonically equivalent spellings are equal.

@@ -4,6 +4,7 @@
 #include "Additions/NSFileManager+FileModificationsAdditions.h"
 #include "Foundation/Bundle.h"
 #include "Foundation/Log.h"
+#include "Foundation/WordList.h"
 #include "Tools/KWTaskRunner.h"
 
 #include <optional>
@@ -28,7 +29,7 @@ bool KWKextManager::removeKextAtPath(const std::string &path) const {
     return false;
   }
   long long status = KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(
-      kextunload, {"-p", "-b", *identifier}, false);
+      kextunload, NS::wordList("-p", "-b", *identifier), false);
   if (status != 0)
     NS::Log("Failed unload kext with bundle id %@. Will still just remove kext file. Will be "
             "unloaded on relaunch.",

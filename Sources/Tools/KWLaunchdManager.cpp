@@ -7,6 +7,7 @@
 #include "Foundation/Log.h"
 #include "Foundation/PathUtilities.h"
 #include "Foundation/SharedInstance.h"
+#include "Foundation/WordList.h"
 #include "Tools/KWTaskRunner.h"
 
 #include <vector>
@@ -53,22 +54,23 @@ KWLaunchdManager *KWLaunchdManager::exchangeShared(KWLaunchdManager *replacement
 }
 
 bool KWLaunchdManager::stopAgentWithLabel(const std::optional<std::string> &label) const {
-  return label && launchctlSucceeds({"stop", *label});
+  return label && launchctlSucceeds(NS::wordList("stop", *label));
 }
 
 bool KWLaunchdManager::startAgentWithLabel(const std::optional<std::string> &label) const {
-  return label && launchctlSucceeds({"start", *label});
+  return label && launchctlSucceeds(NS::wordList("start", *label));
 }
 
 bool KWLaunchdManager::loadLaunchAgentWithConfigPath(const std::optional<std::string> &path) const {
   if (!path)
     return false;
-  return isLoadedLaunchAgentWithConfigPath(path) || launchctlSucceeds({"load", "-w", *path});
+  return isLoadedLaunchAgentWithConfigPath(path) ||
+         launchctlSucceeds(NS::wordList("load", "-w", *path));
 }
 
 bool KWLaunchdManager::unloadLaunchAgentWithConfigPath(
     const std::optional<std::string> &path) const {
-  if (!path || !unloadingSucceeds({"unload", *path}))
+  if (!path || !unloadingSucceeds(NS::wordList("unload", *path)))
     return false;
   return removePrivilegedToolWithLabel(
       NS::stringByDeletingPathExtension(NS::lastPathComponent(*path)));
@@ -94,7 +96,7 @@ bool KWLaunchdManager::_unloadAgentAtPath(const std::optional<std::string> &path
     return false;
   if (!isLoadedLaunchAgentWithConfigPath(path))
     return true;
-  std::vector<std::string> arguments{"unload"};
+  std::vector<std::string> arguments = NS::wordList("unload");
   if (shouldDisable)
     arguments.push_back("-w");
   arguments.push_back(*path);

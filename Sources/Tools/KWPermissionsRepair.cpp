@@ -4,6 +4,7 @@
 #include "Foundation/Log.h"
 #include "Foundation/Task.h"
 #include "Foundation/Unicode.h"
+#include "Foundation/WordList.h"
 
 #include <exception>
 
@@ -32,7 +33,8 @@ int KWPermissionsRepair::repairPermissionsWithReportProgress(
     const KWReportProgress &reportProgress) const {
   std::shared_ptr<NS::Task> task = NS::Task::create();
   task->setLaunchPath("/usr/libexec/repair_packages");
-  task->setArguments({"--output-format", "1", "--repair", "--standard-pkgs", "--volume", "/"});
+  task->setArguments(
+      NS::wordList("--output-format", "1", "--repair", "--standard-pkgs", "--volume", "/"));
   std::shared_ptr<NS::Pipe> output = NS::Pipe::pipe();
   task->setStandardOutput(output);
   output->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &handle) {

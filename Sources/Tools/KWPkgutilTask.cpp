@@ -1,6 +1,7 @@
 // Forgetting a package's receipt.
 #include "Tools/KWPkgutilTask.h"
 
+#include "Foundation/WordList.h"
 #include "Tools/KWTaskRunner.h"
 
 namespace kw {
@@ -8,8 +9,8 @@ namespace kw {
 bool KWPkgutilTask::removePackageWithID(const std::optional<std::string> &packageID) const {
   if (!packageID)
     return false;
-  return KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd("/usr/sbin/pkgutil",
-                                                                  {"--forget", *packageID}) == 0;
+  return KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(
+             "/usr/sbin/pkgutil", NS::wordList("--forget", *packageID)) == 0;
 }
 
 } // namespace kw

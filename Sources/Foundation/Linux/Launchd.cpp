@@ -8,6 +8,7 @@
 #include "Foundation/POSIX/Retrying.h"
 #include "Foundation/PropertyList.h"
 #include "Foundation/SharedInstance.h"
+#include "Foundation/WordList.h"
 
 #include <array>
 #include <chrono>
@@ -71,7 +72,9 @@ std::optional<std::string> launchctlList(const std::string &label, const Deadlin
   Descriptor reading(pipe.reading), writing(pipe.writing);
   // What it says of a label that it does not know is no news.
   Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
-  descriptors::Program program{.path = launchctl, .arguments = {launchctl, "list", label}};
+  descriptors::Program program;
+  program.path = launchctl;
+  program.arguments = wordList(launchctl, "list", label);
   program.standardStreams[0] = program.standardStreams[2] = null.get();
   program.standardStreams[1] = writing.get();
   int tool = 0;
