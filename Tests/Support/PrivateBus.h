@@ -6,6 +6,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -64,6 +65,8 @@ private:
     std::string address = "--print-address=" + std::to_string(ends[1]);
     process_ = ::fork();
     if (process_ == 0) {
+      // A test that dies would leave a bus that holds the test's output open.
+      ::prctl(PR_SET_PDEATHSIG, SIGKILL);
       ::close(ends[0]);
       int nowhere = ::open("/dev/null", O_WRONLY);
       ::dup2(nowhere, STDERR_FILENO);

@@ -92,7 +92,9 @@ class PrivateBus:
         # The agent ends at once when told to, whatever threads it has.
         options = keep.pop("TSAN_OPTIONS", "") + " report_thread_leaks=0"
         options += f" suppressions={harness.build_folder}/tsan-suppressions"
-        return {"LANG": "C.UTF-8", "HOME": "/root", "TSAN_OPTIONS": options.strip(), **keep}
+        leaks = f"suppressions={harness.build_folder}/lsan-suppressions:print_suppressions=0"
+        return {"LANG": "C.UTF-8", "HOME": "/root", "TSAN_OPTIONS": options.strip(),
+                "LSAN_OPTIONS": leaks, **keep}
 
     def popen(self, argv, **options):
         options.setdefault("env", self.environment())

@@ -3,6 +3,7 @@
 #include "Foundation/PropertyList.h"
 
 #include "Support/BinaryPropertyList.h"
+#include "Support/Sanitizers.h"
 
 #include <gtest/gtest.h>
 
@@ -13,12 +14,6 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool isSanitized = true;
-#else
-constexpr bool isSanitized = false;
-#endif
 
 namespace {
 
@@ -257,7 +252,7 @@ bool readsWithin64MiB(const std::string &data, bool expected) {
 }
 
 TEST(PropertyListMemory, staysWithinItsBoundForTheWorstOfEachForm) {
-  if (isSanitized)
+  if (kwtest::hasAddressSanitizer || kwtest::hasThreadSanitizer)
     GTEST_SKIP() << "a sanitizer's shadow memory does not fit in the limit";
   constexpr std::size_t size = 8u << 20;
   std::string deep, keys, trues, attribute = "<plist a=\"";

@@ -7,6 +7,7 @@
 #include "Support/FakeProcessors.h"
 #include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
+#include "Support/Sanitizers.h"
 #include "Support/ScratchFolder.h"
 #include "Support/WalkSequence.h"
 
@@ -122,6 +123,7 @@ TEST(FTSReadAhead, walksAloneWithFewDescriptors) {
 // The limit is high enough to read ahead, but next to none are left, so that
 // any of the threads meets the end of them.
 TEST(FTSReadAhead, retreatsWhenDescriptorsRunOut) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
   ScratchFolder scratch(quickFolder());
   makeBush(scratch.path(), 5, 4);
   std::string expected = ours(scratch.path(), physical);

@@ -5,6 +5,7 @@
 #include "Foundation/Environment.h"
 #include "Foundation/Exception.h"
 #include "Foundation/Thread.h"
+#include "Support/Sanitizers.h"
 #include "Support/ScratchFolder.h"
 
 #include <cerrno>
@@ -371,6 +372,7 @@ TEST(Task, droppedWhileRunningIsReapedAtItsEnd) {
 }
 
 TEST(Task, isReapedEvenWithoutADescriptorToWatchItBy) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
   auto first = shell("exit 0"); // so that the reaping thread has what it needs
   first->launch();
   first->waitUntilExit();

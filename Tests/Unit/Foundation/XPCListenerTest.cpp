@@ -75,7 +75,7 @@ protected:
   // The bus lives as long as the process, as its thread does, and with it the
   // connection: the agent would end without it.
   void listen(std::shared_ptr<XPCListenerDelegate> delegate) {
-    static std::vector<kwtest::FakeBus *> buses;
+    static auto &buses = *new std::vector<kwtest::FakeBus *>; // where a leak check finds them
     bus_ = buses.emplace_back(new kwtest::FakeBus);
     delegate_ = std::move(delegate);
     listener_ = XPCListener::listenerWithMachServiceName(name, bus_->address());

@@ -1,0 +1,23 @@
+// Whether the test was built with a sanitizer, for what cannot be tried then.
+#pragma once
+
+namespace kwtest {
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool hasAddressSanitizer = true;
+#else
+constexpr bool hasAddressSanitizer = false;
+#endif
+#if defined(__SANITIZE_THREAD__)
+constexpr bool hasThreadSanitizer = true;
+#else
+constexpr bool hasThreadSanitizer = false;
+#endif
+
+} // namespace kwtest
+
+// The check of objects' types opens a pipe before it looks at one, and takes
+// any for none when it cannot.
+#define KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS()                                                     \
+  if (kwtest::hasAddressSanitizer)                                                                 \
+  GTEST_SKIP() << "the undefined-behaviour sanitizer needs descriptors of its own"
