@@ -87,14 +87,13 @@ class PrivateBus:
 
     def environment(self):
         # HOME as it is, so that nothing of a desktop session is used by chance.
-        keep = {key: os.environ[key] for key in ("PATH", "HOME", "ASAN_OPTIONS", "TSAN_OPTIONS",
-                                                 "UBSAN_OPTIONS") if key in os.environ}
+        keep = {key: os.environ[key] for key in ("PATH", "HOME", "ASAN_OPTIONS", "LSAN_OPTIONS",
+                                                 "TSAN_OPTIONS", "UBSAN_OPTIONS")
+                if key in os.environ}
         # The agent ends at once when told to, whatever threads it has.
         options = keep.pop("TSAN_OPTIONS", "") + " report_thread_leaks=0"
         options += f" suppressions={harness.build_folder}/tsan-suppressions"
-        leaks = f"suppressions={harness.build_folder}/lsan-suppressions:print_suppressions=0"
-        return {"LANG": "C.UTF-8", "HOME": "/root", "TSAN_OPTIONS": options.strip(),
-                "LSAN_OPTIONS": leaks, **keep}
+        return {"LANG": "C.UTF-8", "HOME": "/root", "TSAN_OPTIONS": options.strip(), **keep}
 
     def popen(self, argv, **options):
         options.setdefault("env", self.environment())

@@ -62,6 +62,8 @@ def main(needs_root=True):
         else:
             require_tools("dbus-daemon", "busctl")
         shared.build_folder = os.path.abspath(arguments.build)
+        os.environ["LSAN_OPTIONS"] = (f"suppressions={shared.build_folder}/lsan-suppressions:"
+                                      "print_suppressions=0")
         shared.unit = arguments.unit and os.path.abspath(arguments.unit)
         if shared.unit:
             shared.skip_if_sanitized("it makes system calls that the unit refuses")
