@@ -132,7 +132,7 @@ class AbuseCase(Blocking, unittest.TestCase):
     @classmethod
     def settled_memory(cls):
         """In KiB, after free memory went back to the system."""
-        client = cls.root.client()
+        client = cls.root.client(timeout=300 if sanitized() else 60)
         client.call("Echo", "s", "x")
         client.close()
         time.sleep(MEMORY_RETURN)
@@ -153,7 +153,8 @@ class AbuseCase(Blocking, unittest.TestCase):
     def setUp(self):
         with contextlib.suppress(FileNotFoundError):
             os.unlink(self.root.host_path(GATE))
-        self.other = self.root.client(timeout=30)
+        # A sanitizer looks at each byte of the large texts.
+        self.other = self.root.client(timeout=300 if sanitized() else 30)
 
     def tearDown(self):
         self.other.close()
