@@ -178,6 +178,6 @@ class AbuseCase(Blocking, unittest.TestCase):
             yield watcher
             asked = watcher.answers
             wait_until(lambda: watcher.failure or watcher.answers > asked + 1,
-                           240 if sanitized() else 40)
+                       240 if sanitized() else 40)
         if watcher.failure:
             raise AssertionError("another client had to wait in vain") from watcher.failure
