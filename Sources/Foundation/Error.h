@@ -37,6 +37,7 @@ enum CocoaErrorCode : std::int64_t {
   FileWriteFileExistsError = 516,
   FileWriteOutOfSpaceError = 640,
   FileWriteVolumeReadOnlyError = 642,
+  UserCancelledError = 3072,
   FeatureUnsupportedError = 3328,
   PropertyListReadCorruptError = 3840,
   PropertyListWriteInvalidError = 3852,

@@ -76,12 +76,14 @@ const XPCMethod *ServiceConnection::methodWithMember(const std::string &member) 
   return setup_.exported ? setup_.exported->methodWithMember(member) : nullptr;
 }
 
-bool ServiceConnection::deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply) {
+bool ServiceConnection::deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply,
+                                std::shared_ptr<Progress> progress) {
   const std::size_t bytes = textBytes(arguments);
   // The request holds the object, not the connection: a connection whose
   // client is gone goes at once, and what reached it is still done.
   std::function<void()> request = [&method, current = setup(), arguments = std::move(arguments),
-                                   reply = std::move(reply)] {
+                                   reply = std::move(reply), progress = std::move(progress)] {
+    Progress::Scope scope(*progress);
     if (current.object)
       invoke(method, *current.object, arguments, reply);
     else

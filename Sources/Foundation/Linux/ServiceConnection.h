@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Foundation/Linux/RequestQueue.h"
+#include "Foundation/Progress.h"
 #include "Foundation/XPCConnection.h"
 
 #include <functional>
@@ -31,8 +32,10 @@ public:
   const XPCMethod *methodWithMember(const std::string &member) const;
   // Queues a request for the method, which must be of this connection and have
   // an invoker; a prompt one is done before this returns when its turn has come.
-  // False when the queue is full; the reply is then left alone.
-  bool deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply);
+  // The progress is the handler's current one; the request shares it. False
+  // when the queue is full; the reply is then left alone.
+  bool deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply,
+               std::shared_ptr<Progress> progress = std::make_shared<Progress>());
   // Begins no further request until told to proceed. To be told so before it
   // goes, or what waits is lost.
   void pause() { queue_->pause(); }

@@ -26,6 +26,7 @@ constexpr std::array codes{
     CodePair{ENOSPC, FileReadUnknownError, FileWriteOutOfSpaceError},
     CodePair{EDQUOT, FileReadUnknownError, FileWriteOutOfSpaceError},
     CodePair{EROFS, FileReadNoPermissionError, FileWriteVolumeReadOnlyError},
+    CodePair{ECANCELED, UserCancelledError, UserCancelledError},
     CodePair{ENOTSUP, FeatureUnsupportedError, FeatureUnsupportedError},
 };
 

@@ -20,8 +20,8 @@ TEST(FileError, translatesErrnoForReadingAndForWriting) {
        {Row{ENOENT, 260, 4}, Row{EPERM, 257, 513}, Row{EACCES, 257, 513},
         Row{ENAMETOOLONG, 258, 514}, Row{EINVAL, 258, 514}, Row{EEXIST, 256, 516},
         Row{ENOSPC, 256, 640}, Row{EDQUOT, 256, 640}, Row{EROFS, 257, 642},
-        Row{ENOTSUP, 3328, 3328}, Row{EBUSY, 256, 512}, Row{EIO, 256, 512},
-        Row{ENOTEMPTY, 256, 512}}) {
+        Row{ENOTSUP, 3328, 3328}, Row{ECANCELED, 3072, 3072}, Row{EBUSY, 256, 512},
+        Row{EIO, 256, 512}, Row{ENOTEMPTY, 256, 512}}) {
     EXPECT_EQ(NS::fileError(errnum, "/x", FileAccess::Reading).code(), reading) << errnum;
     EXPECT_EQ(NS::fileError(errnum, "/x", FileAccess::Writing).code(), writing) << errnum;
   }

@@ -75,6 +75,15 @@ protected:
           reply.send({true});
           throw std::runtime_error("afterwards");
         }},
+       {"work",
+        "Work",
+        {},
+        {},
+        false,
+        [](XPCObject &, const XPCValues &, const XPCReply &reply) {
+          Progress::current().countItem(5);
+          reply.send({Progress::current().isCancelled()});
+        }},
        {"forget", "Forget", {}, {}, false, [](XPCObject &, const XPCValues &, const XPCReply &) {}},
        {"oneWay", "OneWay", {}, {}, true, [](XPCObject &, const XPCValues &, const XPCReply &) {
         }}}});
@@ -84,6 +93,18 @@ protected:
         sent.push_back({name, method.member, std::move(values)});
       });
 };
+
+TEST_F(ServiceConnectionTest, handlesARequestWithItsProgress) {
+  auto progress = std::make_shared<Progress>();
+  progress->cancel();
+  std::promise<XPCOutcome> outcome;
+  EXPECT_TRUE(connection->deliver(
+      *connection->methodWithMember("Work"), {},
+      XPCReply([&](XPCOutcome value) { outcome.set_value(std::move(value)); }), progress));
+  connection->resume();
+  EXPECT_TRUE(std::get<bool>(outcome.get_future().get().values.at(0)));
+  EXPECT_EQ(progress->snapshot().bytes, 5u);
+}
 
 TEST_F(ServiceConnectionTest, handsARequestToTheExportedObject) {
   connection->resume();
