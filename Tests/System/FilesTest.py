@@ -3,7 +3,7 @@ import os
 import subprocess
 import unittest
 
-from Support import harness
+from Support import harness, trees
 from Support.root import DATA, ThrowAwayRoot
 
 COCOA = "NSCocoaErrorDomain"
@@ -65,6 +65,21 @@ class FilesTest(unittest.TestCase):
         trash = "/root/.local/share/Trash/files"
         self.assertIn("old", self.root.listdir(trash))
         self.assertEqual(self.root.read(f"{trash}/old"), b"content")
+
+    def test_the_trash_takes_what_a_path_through_a_link_and_back_leads_to(self):
+        self.root.mkdir(f"{DATA}/real/sub")
+        self.root.symlink("real/sub", f"{DATA}/link")
+        for path, content in (("item", "beside the link"), ("real/item", "meant")):
+            self.root.write(f"{DATA}/{path}", content)
+            self.root.chattr("+i", f"{DATA}/{path}")
+        reply = self.root.busctl("MoveToTrashItemAtPath", "s", f"{DATA}/link/../item")
+        self.assertEqual((reply.flag, reply.error), (False, None))
+        self.assertFalse(self.root.exists(f"{DATA}/real/item"))
+        trash = "/root/.local/share/Trash/files"
+        self.assertEqual(self.root.read(f"{trash}/item"), b"meant")
+        beside = self.root.host_path(f"{DATA}/item")
+        self.assertEqual(trees.flags_of(beside) & trees.IMMUTABLE, trees.IMMUTABLE)
+        trees.set_flags(beside, 0)
 
     def test_trash_of_what_is_missing_replies_yes_and_an_error(self):
         reply = self.root.busctl("MoveToTrashItemAtPath", "s", f"{DATA}/missing")

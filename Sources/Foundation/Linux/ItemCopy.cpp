@@ -2,6 +2,7 @@
 // path that somebody could exchange.
 #include "Foundation/Linux/ItemCopy.h"
 
+#include "Foundation/Linux/ItemLocation.h"
 #include "Foundation/POSIX/Descriptor.h"
 #include "Foundation/POSIX/Retrying.h"
 
@@ -19,10 +20,6 @@ namespace {
 
 constexpr std::size_t blockSize = 256 * 1024;
 constexpr std::size_t largestExtent = 1024 * 1024 * 1024;
-
-std::string handlePath(int handle) {
-  return "/proc/self/fd/" + std::to_string(handle);
-}
 
 timespec timeFrom(const statx_timestamp &time) {
   timespec result;

@@ -1,8 +1,10 @@
-// Splitting a path at its last component.
+// Splitting a path at its last component, and making one from an open folder.
 #include "Foundation/Linux/ItemLocation.h"
 
 #include <cerrno>
+#include <climits>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 namespace NS {
 
@@ -22,6 +24,29 @@ int locateItem(const std::string &path, ItemLocation &location) {
   std::string folder = start == 0 ? "." : path.substr(0, start);
   location.parent = Descriptor(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   return location.parent ? 0 : errno;
+}
+
+std::string handlePath(int descriptor) {
+  return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+int resolvePath(const ItemLocation &location, std::string &path) {
+  std::string folder(PATH_MAX, '\0'); // the kernel gives no longer one
+  ssize_t length =
+      ::readlink(handlePath(location.parent.get()).c_str(), folder.data(), folder.size());
+  if (length < 0)
+    return errno;
+  folder.resize(static_cast<std::size_t>(length));
+  // The text names another folder, or none, where this one was removed or lies
+  // outside of this process's root.
+  struct stat held, named;
+  if (::fstat(location.parent.get(), &held) != 0)
+    return errno;
+  if (::stat(folder.c_str(), &named) != 0 || held.st_dev != named.st_dev ||
+      held.st_ino != named.st_ino)
+    return ESTALE;
+  path = (folder == "/" ? "" : folder) + "/" + location.name;
+  return 0;
 }
 
 } // namespace NS

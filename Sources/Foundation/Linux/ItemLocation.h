@@ -19,4 +19,12 @@ struct ItemLocation {
 // opening the folder gave.
 int locateItem(const std::string &path, ItemLocation &location);
 
+// A path to what an open descriptor refers to, for calls that take only paths.
+std::string handlePath(int descriptor);
+
+// The item's absolute path without links, "." and ".." in its folder part, for
+// libraries that resolve ".." by text. 0, or an errno value: ESTALE when no
+// path leads to the folder any more.
+int resolvePath(const ItemLocation &location, std::string &path);
+
 } // namespace NS

@@ -34,25 +34,27 @@ int errnoFromGIO(int code) {
   }
 }
 
-// What removal refuses the Trash refuses too; GIO would quietly resolve ".."
-// by text and take another item.
-int checkItem(const std::string &path) {
+// Refuses what removal refuses, and gives the path by which GIO reaches the
+// very item that the kernel finds: GIO takes "folder/.." out of a path by text,
+// though the folder may be a link that leads elsewhere.
+int pathForGIO(const std::string &path, std::string &resolved) {
   ItemLocation location;
   if (int error = locateItem(path, location))
     return error;
   struct stat status;
-  return ::fstatat(location.parent.get(), location.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0
-             ? 0
-             : errno;
+  if (::fstatat(location.parent.get(), location.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    return errno;
+  return resolvePath(location, resolved);
 }
 
 } // namespace
 
 std::optional<Error> moveToTrash(const std::string &path) {
-  if (int error = checkItem(path))
+  std::string resolved;
+  if (int error = pathForGIO(path, resolved))
     return fileError(error, path, FileAccess::Writing);
   // The local file system by name: no desktop service is asked.
-  GFile *file = g_vfs_get_file_for_path(g_vfs_get_local(), path.c_str());
+  GFile *file = g_vfs_get_file_for_path(g_vfs_get_local(), resolved.c_str());
   GError *cause = nullptr;
   std::optional<Error> error;
   if (!g_file_trash(file, nullptr, &cause)) {

@@ -6,6 +6,7 @@
 #include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -61,6 +62,28 @@ TEST(TrashItem, putsItemsInTheHomeFoldersTrash) {
   EXPECT_TRUE(fs::is_directory(scratch.path(files + "folder")));
   EXPECT_EQ(fs::read_symlink(scratch.path(files + "link")), "missing");
   EXPECT_TRUE(fs::exists(scratch.path("home/.local/share/Trash/info/file.trashinfo")));
+}
+
+// By its text "link/../item" is the item beside the link.
+TEST(TrashItem, takesTheItemThatThePathLeadsToThroughALink) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  fs::create_directories(scratch.path("real/sub"));
+  fs::create_directory_symlink("real/sub", scratch.path("link"));
+  scratch.file("item", "beside the link");
+  scratch.file("real/item", "meant");
+  EXPECT_EQ(withOwnHome(scratch,
+                        [&]() -> std::string {
+                          std::optional<NS::Error> error;
+                          return trash(scratch.path("link/../item"), &error) ? ""
+                                                                             : error->description();
+                        }),
+            "");
+  EXPECT_EQ(scratch.content("item"), "beside the link");
+  EXPECT_FALSE(fs::exists(scratch.path("real/item")));
+  EXPECT_EQ(scratch.content("home/.local/share/Trash/files/item"), "meant");
+  EXPECT_THAT(scratch.content("home/.local/share/Trash/info/item.trashinfo"),
+              testing::HasSubstr("Path=" + scratch.path("real/item") + "\n"));
 }
 
 TEST(TrashItem, keepsItemsOfOneNameApart) {
