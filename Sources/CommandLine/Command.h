@@ -2,15 +2,12 @@
 // help, examples, how its arguments are declared and what it then does.
 #pragma once
 
+#include "CommandLine/Arguments.h"
 #include "CommandLine/Session.h"
 
 #include <functional>
 #include <memory>
 #include <vector>
-
-namespace CLI {
-class App;
-}
 
 namespace kw {
 
@@ -30,7 +27,7 @@ struct Command {
   const char *summary;
   // Declares options and arguments; what it returns is called when they have
   // been read. Null for a noun, which has verbs instead.
-  std::function<CommandRun(CLI::App &arguments)> declare;
+  std::function<CommandRun(Arguments &arguments)> declare;
   std::vector<Example> examples{};
   std::vector<Command> verbs{};
   const char *note = ""; // what its arguments and options leave unsaid
@@ -48,7 +45,7 @@ CommandTable maintenanceCommands();
 CommandTable localCommands();
 
 // Declares --yes, for commands that ask before what cannot be undone.
-std::shared_ptr<bool> declareYes(CLI::App &arguments);
+std::shared_ptr<bool> declareYes(Arguments &arguments);
 
 // One request of a command that may make several, such as one for each path.
 // A failure to get a reply is reported with the request's own JSON members and

@@ -1,15 +1,14 @@
 // Commands about the agent itself.
 #include "CommandLine/Command.h"
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 namespace kw {
 namespace {
 
-CommandRun declareEcho(CLI::App &arguments) {
+CommandRun declareEcho(Arguments &arguments) {
   auto text = std::make_shared<std::string>();
-  arguments.add_option("text", *text, "What the agent shall say")->required()->type_name("TEXT");
+  arguments.operand("text", *text, "TEXT", "What the agent shall say", nullptr);
   return [text](Session &session) {
     JSONObject request;
     request.add("command", "echo");
@@ -27,7 +26,7 @@ CommandRun declareEcho(CLI::App &arguments) {
   };
 }
 
-CommandRun declareTerminate(CLI::App & /*arguments*/) {
+CommandRun declareTerminate(Arguments & /*arguments*/) {
   return [](Session &session) {
     JSONObject request;
     request.add("command", "terminate");

@@ -4,7 +4,6 @@
 #include "Foundation/FileManager.h"
 #include "Tools/RVFileSizer.h"
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 namespace kw {
@@ -20,7 +19,7 @@ CommandRun forEachPath(const std::shared_ptr<PathArguments> &paths,
   };
 }
 
-CommandRun declareTruncate(CLI::App &arguments) {
+CommandRun declareTruncate(Arguments &arguments) {
   auto yes = declareYes(arguments);
   auto paths = declarePaths(arguments);
   PathQuestion<FlagReply> question;
@@ -41,7 +40,7 @@ CommandRun declareTruncate(CLI::App &arguments) {
   };
 }
 
-CommandRun declareExists(CLI::App &arguments) {
+CommandRun declareExists(Arguments &arguments) {
   PathQuestion<ExistenceReply> question;
   question.command = "exists";
   question.ask = [](Client &agent, const std::string &path, const RequestOptions &options) {
@@ -57,13 +56,11 @@ CommandRun declareExists(CLI::App &arguments) {
   return forEachPath(declarePaths(arguments), question);
 }
 
-CommandRun declareMove(CLI::App &arguments) {
+CommandRun declareMove(Arguments &arguments) {
   auto source = std::make_shared<std::string>();
   auto destination = std::make_shared<std::string>();
-  declarePath(arguments.add_option("source", *source, "What to move"), "SOURCE")->required();
-  declarePath(arguments.add_option("destination", *destination, "Its whole new path"),
-              "DESTINATION")
-      ->required();
+  arguments.operand("source", *source, "SOURCE", "What to move");
+  arguments.operand("destination", *destination, "DESTINATION", "Its whole new path");
   return [=](Session &session) {
     std::string from = absolutePath(*source);
     std::string to = absolutePath(*destination);
@@ -92,21 +89,20 @@ bool isMissing(const std::string &path, std::optional<NS::Error> &why) {
   return !NS::FileManager::defaultManager().attributesOfItemAtPath(path, &why).has_value();
 }
 
-std::shared_ptr<SizeOptions> declareSizeOptions(CLI::App &arguments) {
+std::shared_ptr<SizeOptions> declareSizeOptions(Arguments &arguments) {
   auto options = std::make_shared<SizeOptions>();
-  arguments.add_flag("--bytes", options->bytes, "Print plain numbers of bytes");
-  arguments.add_flag("--base2", options->base2, "Count in steps of 1024, not 1000");
-  CLI::Option *local =
-      arguments.add_flag("--local", options->local, "Measure here, without the agent");
+  arguments.flag("--bytes", options->bytes, "Print plain numbers of bytes");
+  arguments.flag("--base2", options->base2, "Count in steps of 1024, not 1000");
+  Argument &local = arguments.flag("--local", options->local, "Measure here, without the agent");
   arguments
-      .add_flag("--logical", options->logical,
-                "Count what files hold, in whole I/O blocks, not what they occupy")
-      ->needs(local);
+      .flag("--logical", options->logical,
+            "Count what files hold, in whole I/O blocks, not what they occupy")
+      .needs = &local;
   arguments
-      .add_flag("--bulk", options->bulk,
-                "Read the folders' attributes in batches: what files and links hold, folders "
-                "counting nothing")
-      ->needs(local);
+      .flag("--bulk", options->bulk,
+            "Read the folders' attributes in batches: what files and links hold, folders "
+            "counting nothing")
+      .needs = &local;
   return options;
 }
 
@@ -141,7 +137,7 @@ int measureAllHere(Session &session, const SizeOptions &options, const PathArgum
   return status;
 }
 
-CommandRun declareSize(CLI::App &arguments) {
+CommandRun declareSize(Arguments &arguments) {
   auto options = declareSizeOptions(arguments);
   auto paths = declarePaths(arguments);
   PathQuestion<SizeReply> question;

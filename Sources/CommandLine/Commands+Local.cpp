@@ -8,7 +8,6 @@
 #include "Foundation/FileFlags.h"
 #include "Foundation/Log.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -80,35 +79,25 @@ int find(Session &session, const FindArguments &arguments) {
   return ExitDone;
 }
 
-std::string refuseEmpty(const std::string &text) {
-  return text.empty() ? "must not be empty" : "";
-}
-
 // The search itself would answer nothing there, which might be mistaken for
 // a result.
 std::string refuseRoot(const std::string &path) {
+  if (path.empty())
+    return refuseEmpty(path);
   return withoutDots(absolutePath(path)) == "/"
              ? "the search does not start at the root of the file system"
              : "";
 }
 
-CommandRun declareFind(CLI::App &arguments) {
+CommandRun declareFind(Arguments &arguments) {
   auto given = std::make_shared<FindArguments>();
-  arguments.add_option("name", given->name, "The application's name, in whatever case")
-      ->required()
-      ->type_name("NAME")
-      ->check(refuseEmpty);
-  arguments.add_option("--under", given->under, "The folder to search")
-      ->required()
-      ->type_name("PATH")
-      ->check(refuseEmpty)
-      ->check(refuseRoot);
-  arguments.add_flag("--words", given->byWords, "Match the words of the name, in any order");
-  arguments.add_flag("--shallow", given->shallow, "Look at the folder's own children only");
-  arguments.add_option("--exclude", given->excluded, "Pass over items of this name, unentered")
-      ->type_name("NAME")
-      ->allow_extra_args(false);
-  arguments.add_flag("--raw", given->raw, "Print each match of the walk: folders come twice");
+  arguments.operand("name", given->name, "NAME", "The application's name, in whatever case");
+  arguments.option("--under", given->under, "PATH", "The folder to search", refuseRoot).required =
+      true;
+  arguments.flag("--words", given->byWords, "Match the words of the name, in any order");
+  arguments.flag("--shallow", given->shallow, "Look at the folder's own children only");
+  arguments.option("--exclude", given->excluded, "NAME", "Pass over items of this name, unentered");
+  arguments.flag("--raw", given->raw, "Print each match of the walk: folders come twice");
   return [given](Session &session) { return find(session, *given); };
 }
 
@@ -257,12 +246,9 @@ int inspect(Session &session, const std::string &path) {
   return ExitDone;
 }
 
-CommandRun declareInspect(CLI::App &arguments) {
+CommandRun declareInspect(Arguments &arguments) {
   auto paths = std::make_shared<std::vector<std::string>>();
-  arguments.add_option("paths", *paths, "Files or folders")
-      ->required()
-      ->type_name("PATH")
-      ->check(refuseEmpty);
+  arguments.operands("paths", *paths, "PATH", "Files or folders").required = true;
   return [paths](Session &session) {
     // What the steps log on their way stands in the answer.
     NS::ScopedLogSink quiet([](const std::string &) {});

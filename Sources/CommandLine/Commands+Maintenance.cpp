@@ -2,7 +2,6 @@
 #include "CommandLine/Command.h"
 #include "CommandLine/Outcome.h"
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 namespace kw {
@@ -27,7 +26,7 @@ Command flagVerb(const char *verb, const char *summary, std::vector<Example> exa
                  const FlagOperation &operation, const Wording &wording,
                  const char *question = nullptr) {
   return {verb, summary,
-          [=](CLI::App &arguments) -> CommandRun {
+          [=](Arguments &arguments) -> CommandRun {
             auto yes = question ? declareYes(arguments) : nullptr;
             return [=](Session &session) {
               if (question)
@@ -41,14 +40,10 @@ Command flagVerb(const char *verb, const char *summary, std::vector<Example> exa
           std::move(examples)};
 }
 
-CommandRun declarePeriodic(CLI::App &arguments) {
+CommandRun declarePeriodic(Arguments &arguments) {
   auto name = std::make_shared<std::string>();
-  arguments.add_option("name", *name, "The scripts: daily, weekly, monthly or a folder of scripts")
-      ->required()
-      ->type_name("NAME")
-      ->check([](const std::string &given) {
-        return given.empty() ? std::string("it must not be empty") : std::string();
-      });
+  arguments.operand("name", *name, "NAME",
+                    "The scripts: daily, weekly, monthly or a folder of scripts");
   return [name](Session &session) {
     JSONObject request = requestOf("periodic");
     request.add("name", *name);
@@ -98,7 +93,7 @@ int tellErasure(Session &session, JSONObject request, const LogErasureReply &rep
   return reply.isErased() ? ExitDone : ExitRefused;
 }
 
-CommandRun declareEraseUnifiedLog(CLI::App &arguments) {
+CommandRun declareEraseUnifiedLog(Arguments &arguments) {
   auto yes = declareYes(arguments);
   return [yes](Session &session) {
     session.confirm("Erase the unified log for good?", *yes);
@@ -133,7 +128,7 @@ private:
   bool lineIsOpen_ = false;
 };
 
-CommandRun declareRepairPermissions(CLI::App & /*arguments*/) {
+CommandRun declareRepairPermissions(Arguments & /*arguments*/) {
   return [](Session &session) {
     JSONObject request = requestOf("repair-permissions");
     return reportingFailures(session, request, [&] {

@@ -5,7 +5,6 @@
 #include "CommandLine/RemovalPlan.h"
 #include "Tools/RVFileSizer.h"
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 namespace kw {
@@ -27,21 +26,16 @@ struct RemovalOptions {
   bool yes = false;
 };
 
-std::shared_ptr<RemovalOptions> declareOptions(CLI::App &arguments, const RemovalKind &kind) {
+std::shared_ptr<RemovalOptions> declareOptions(Arguments &arguments, const RemovalKind &kind) {
   auto options = std::make_shared<RemovalOptions>();
-  arguments.add_flag("-n,--dry-run", options->dryRun,
-                     "Tell what would go and what that would free, and do nothing");
-  arguments
-      .add_option("--keep", options->keep,
-                  "Leave what matches, and what holds it, in place; a pattern with a slash is for "
-                  "whole paths, others for names; may be given again")
-      ->type_name("PATTERN")
-      ->allow_extra_args(false)
-      ->check([](const std::string &pattern) {
-        return pattern.empty() ? std::string("a pattern must not be empty") : std::string();
-      });
+  arguments.flag("-n,--dry-run", options->dryRun,
+                 "Tell what would go and what that would free, and do nothing");
+  arguments.option("--keep", options->keep, "PATTERN",
+                   "Leave what matches, and what holds it, in place; a pattern with a slash is for "
+                   "whole paths, others for names; may be given again",
+                   refuseEmpty);
   if (kind.question)
-    arguments.add_flag("-y,--yes", options->yes, "Do not ask first");
+    arguments.flag("-y,--yes", options->yes, "Do not ask first");
   return options;
 }
 
@@ -162,7 +156,8 @@ template <typename Reply>
 using Operation = Request<Reply> (Client::*)(const std::string &path, const RequestOptions &);
 
 template <typename Reply>
-std::function<CommandRun(CLI::App &)> removal(const RemovalKind &kind, Operation<Reply> operation) {
+std::function<CommandRun(Arguments &)> removal(const RemovalKind &kind,
+                                               Operation<Reply> operation) {
   PathQuestion<Reply> question;
   question.command = kind.command;
   question.ask = [operation](Client &agent, const std::string &path,
@@ -176,7 +171,7 @@ std::function<CommandRun(CLI::App &)> removal(const RemovalKind &kind, Operation
                        {std::string(kind.done) + shown + (kind.freesSpace ? "" : " to the Trash"),
                         shown + " could not be " + kind.failed});
   };
-  return [kind, question](CLI::App &arguments) -> CommandRun {
+  return [kind, question](Arguments &arguments) -> CommandRun {
     auto options = declareOptions(arguments, kind);
     auto paths = declarePaths(arguments);
     return [=](Session &session) {

@@ -4,7 +4,6 @@
 #include "Foundation/Identity.h"
 #include "Tools/KWLaunchdManager.h"
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 namespace kw {
@@ -13,18 +12,13 @@ namespace {
 using Text = std::shared_ptr<std::string>;
 using FlagOperation = std::function<Told(Session &, const std::string &)>;
 
-Text declareText(CLI::App &arguments, const char *name, const char *typeName, const char *help) {
+Text declareText(Arguments &arguments, const char *name, const char *typeName, const char *help) {
   auto text = std::make_shared<std::string>();
-  arguments.add_option(name, *text, help)
-      ->required()
-      ->type_name(typeName)
-      ->check([](const std::string &given) {
-        return given.empty() ? std::string("it must not be empty") : std::string();
-      });
+  arguments.operand(name, *text, typeName, help);
   return text;
 }
 
-Text declarePath(CLI::App &arguments, const char *typeName, const char *help) {
+Text declarePath(Arguments &arguments, const char *typeName, const char *help) {
   return declareText(arguments, "path", typeName, help);
 }
 
@@ -49,8 +43,8 @@ FlagOperation asked(Reply (Client::*operation)(const std::string &, const Reques
   };
 }
 
-std::function<CommandRun(CLI::App &)> flagCommand(const FlagRequest &kind) {
-  return [kind](CLI::App &arguments) -> CommandRun {
+std::function<CommandRun(Arguments &)> flagCommand(const FlagRequest &kind) {
+  return [kind](Arguments &arguments) -> CommandRun {
     Text text = declareText(arguments, kind.member, kind.typeName, kind.help);
     auto yes = kind.question ? declareYes(arguments) : nullptr;
     return [kind, text, yes](Session &session) {
@@ -102,26 +96,25 @@ int tellJob(Session &session, const std::string &path) {
   return ExitDone;
 }
 
-CommandRun declareJobInfo(CLI::App &arguments) {
+CommandRun declareJobInfo(Arguments &arguments) {
   Text path = declarePath(arguments, "PLIST", "A job's property list");
   return [path](Session &session) { return tellJob(session, absolutePath(*path)); };
 }
 
 // All that follows the path goes to the tool as it stands, options included.
-CommandRun declareSlim(CLI::App &arguments) {
+CommandRun declareSlim(Arguments &arguments) {
   Text path = declarePath(arguments, "PATH", "A universal binary");
   auto yes = declareYes(arguments);
-  arguments.prefix_command();
-  arguments.fallthrough(false); // or the program's own options would take theirs
-  return [path, yes, &arguments](Session &session) {
+  auto architectures = std::make_shared<std::vector<std::string>>();
+  arguments.everythingBehind(*architectures);
+  return [path, yes, architectures](Session &session) {
     std::string binary = absolutePath(*path);
     session.confirm("Strip " + displayable(binary) + " for good?", *yes);
-    std::vector<std::string> architectures = arguments.remaining();
     JSONObject request;
     request.add("command", "slim").add("path", binary);
     return reportingFailures(session, request, [&] {
       Told reply =
-          session.agent().slimBinaryWithPath(binary, architectures, session.requestOptions());
+          session.agent().slimBinaryWithPath(binary, *architectures, session.requestOptions());
       return tellOutcome(
           session, request, reply,
           {"Slimmed " + displayable(binary), displayable(binary) + " could not be slimmed"});
@@ -259,10 +252,10 @@ CommandTable serviceCommands() {
        "Strip a universal binary of architectures",
        declareSlim,
        {{"slim /opt/example/run --arch x86_64", "keeps that one alone"},
-        {"--json slim /opt/example/run --arch x86_64", "options of keepwell stand in front"}},
+        {"slim --json /opt/example/run --arch x86_64", "options of keepwell stand in front"}},
        {},
        "What follows PATH are the tool's own options for the architectures to keep,\n"
-       "such as: --arch x86_64\nOptions of this program stand before the command."},
+       "such as: --arch x86_64\nOptions of this program stand before PATH."},
   };
 }
 

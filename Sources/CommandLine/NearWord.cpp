@@ -24,28 +24,6 @@ std::size_t changesBetween(std::string_view left, std::string_view right) {
   return changes[left.size()][right.size()];
 }
 
-const Command *find(const CommandTable &commands, std::string_view name) {
-  auto found = std::find_if(commands.begin(), commands.end(),
-                            [name](const Command &command) { return command.name == name; });
-  return found == commands.end() ? nullptr : &*found;
-}
-
-std::string sentence(const std::string &given, const CommandTable &commands) {
-  std::vector<std::string> names;
-  for (const Command &command : commands)
-    names.emplace_back(command.name);
-  std::string near = nearWord(given, names);
-  std::string all;
-  for (const std::string &name : names)
-    all += (all.empty() ? "" : ", ") + name;
-  return "there is no command \"" + displayable(given) + "\"; " +
-         (near.empty() ? "there are: " + all : "did you mean \"" + near + "\"?");
-}
-
-bool takesValue(std::string_view option) {
-  return option == "--bus" || option == "--timeout";
-}
-
 } // namespace
 
 std::string nearWord(std::string_view given, const std::vector<std::string> &words) {
@@ -63,22 +41,16 @@ std::string nearWord(std::string_view given, const std::vector<std::string> &wor
   return nearest;
 }
 
-std::string suggestionFor(const CommandTable &commands, int count, const char *const *arguments) {
-  CommandTable level = commands;
-  for (int index = 1; index < count; ++index) {
-    std::string word = arguments[index];
-    if (word.starts_with("-")) {
-      index += takesValue(word) ? 1 : 0;
-      continue;
-    }
-    const Command *command = find(level, word);
-    if (!command)
-      return sentence(word, level);
-    if (command->verbs.empty())
-      return "";
-    level = CommandTable(command->verbs);
-  }
-  return "";
+std::string suggestionFor(const std::string &given, const CommandTable &commands) {
+  std::vector<std::string> names;
+  for (const Command &command : commands)
+    names.emplace_back(command.name);
+  std::string near = nearWord(given, names);
+  std::string all;
+  for (const std::string &name : names)
+    all += (all.empty() ? "" : ", ") + name;
+  return "there is no command \"" + displayable(given) + "\"; " +
+         (near.empty() ? "there are: " + all : "did you mean \"" + near + "\"?");
 }
 
 } // namespace kw

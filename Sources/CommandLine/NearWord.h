@@ -13,7 +13,7 @@ namespace kw {
 // few; empty when none is near.
 std::string nearWord(std::string_view given, const std::vector<std::string> &words);
 
-// A sentence about the first word that names no command; empty when all do.
-std::string suggestionFor(const CommandTable &commands, int count, const char *const *arguments);
+// A sentence about a word that names none of the commands.
+std::string suggestionFor(const std::string &given, const CommandTable &commands);
 
 } // namespace kw

@@ -1,21 +1,14 @@
 // Paths as arguments and from standard input.
 #include "CommandLine/PathRequests.h"
 
-#include <CLI/CLI.hpp>
 #include <istream>
 
 namespace kw {
 
-CLI::Option *declarePath(CLI::Option *option, const char *typeName) {
-  return option->type_name(typeName)->check([](const std::string &path) {
-    return path.empty() ? std::string("a path must not be empty") : std::string();
-  });
-}
-
-std::shared_ptr<PathArguments> declarePaths(CLI::App &arguments) {
+std::shared_ptr<PathArguments> declarePaths(Arguments &arguments) {
   auto paths = std::make_shared<PathArguments>();
-  declarePath(arguments.add_option("paths", paths->given, "Files or folders"), "PATH");
-  arguments.add_flag(
+  arguments.operands("paths", paths->given, "PATH", "Files or folders");
+  arguments.flag(
       "-0,--null", paths->fromStandardInput,
       "Read the paths from standard input, each ended by a NUL, as find -print0 writes them");
   return paths;

@@ -13,14 +13,7 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class Option;
-}
-
 namespace kw {
-
-// An empty path would name the current folder.
-CLI::Option *declarePath(CLI::Option *option, const char *typeName);
 
 // What the arguments say about paths.
 struct PathArguments {
@@ -29,7 +22,7 @@ struct PathArguments {
 };
 
 // Declares PATH... and -0.
-std::shared_ptr<PathArguments> declarePaths(CLI::App &arguments);
+std::shared_ptr<PathArguments> declarePaths(Arguments &arguments);
 
 // Throws UsageError when there is no path to come.
 void requirePaths(const PathArguments &arguments);

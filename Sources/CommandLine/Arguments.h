@@ -1,0 +1,91 @@
+// What a command can be given, declared once: from it the words are read, and
+// the help, the completions and the manual are made.
+//
+// A word is an option, the value of one, or an operand, and none is looked into
+// beyond that: a value or an operand is taken byte for byte.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kw {
+
+// An option ("--keep PATTERN", or a flag without a value) or an operand.
+struct Argument {
+  std::vector<std::string> names; // with their dashes; one without for an operand
+  std::string value;              // what the help calls the value; empty for a flag
+  std::string help;
+  bool required = false;
+  bool repeatable = false;
+  bool hidden = false;
+  const Argument *needs = nullptr; // makes no sense without this other one
+  bool isGiven = false;
+  // Stores the value. Gives a complaint, empty when there is none.
+  std::function<std::string(const std::string &value)> take;
+
+  bool isFlag() const { return value.empty(); }
+  bool isCalled(std::string_view name) const;
+};
+
+// Gives a complaint about a value, empty when there is none.
+using Check = std::function<std::string(const std::string &value)>;
+
+// Refuses what is empty.
+std::string refuseEmpty(const std::string &value);
+
+// The targets must live as long as the arguments are read. References to what
+// was declared stay valid.
+class Arguments {
+public:
+  // Names as in "-n,--dry-run".
+  Argument &flag(std::string_view names, bool &target, std::string_view help);
+  Argument &option(std::string_view names, std::string &target, std::string_view value,
+                   std::string_view help, const Check &check = nullptr);
+  // May be given again, adding to the target.
+  Argument &option(std::string_view names, std::vector<std::string> &target, std::string_view value,
+                   std::string_view help, const Check &check = nullptr);
+  Argument &operand(std::string_view name, std::string &target, std::string_view value,
+                    std::string_view help, const Check &check = refuseEmpty);
+  // As many as there are; the last to be declared.
+  Argument &operands(std::string_view name, std::vector<std::string> &target,
+                     std::string_view value, std::string_view help,
+                     const Check &check = refuseEmpty);
+  // Whatever comes behind the operands declared so far, options or not.
+  void everythingBehind(std::vector<std::string> &target) { behind_ = &target; }
+
+  const std::deque<Argument> &allOptions() const { return options_; }
+  const std::deque<Argument> &allOperands() const { return operands_; }
+  // Null when there is none of the name.
+  Argument *findOption(std::string_view name);
+
+  // Whether the words from here on are no options, whatever they look like.
+  bool takesEverything() const { return behind_ && nextOperand_ == operands_.size(); }
+  // Throws UsageError for one that is not wanted.
+  void takeOperand(const std::string &word);
+  // Throws UsageError when something is missing.
+  void checkIsComplete() const;
+
+private:
+  Argument &add(std::deque<Argument> &list, std::string_view names, std::string_view value,
+                std::string_view help);
+
+  std::deque<Argument> options_;
+  std::deque<Argument> operands_;
+  std::size_t nextOperand_ = 0;
+  std::vector<std::string> *behind_ = nullptr;
+};
+
+// Takes the option that starts at the index out of the words, with its value if
+// it has one, and gives the index behind. Several tables are asked in turn.
+// Throws UsageError.
+std::size_t takeOption(const std::vector<Arguments *> &tables,
+                       const std::vector<std::string> &words, std::size_t index);
+
+// Whether a word is an option where options can stand. A lone dash is a name.
+bool looksLikeOption(std::string_view word);
+
+} // namespace kw

@@ -1,0 +1,157 @@
+// Paragraphs and two columns, both wrapped.
+#include "CommandLine/Help.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <string_view>
+
+namespace kw {
+namespace {
+
+constexpr std::size_t width = 80;
+constexpr std::size_t secondColumn = 30;
+
+constexpr const char *exitStatuses =
+    "Exit status: 0 done, 1 not done, 2 usage, 3 no answer from the agent, 130 stopped by ^C.";
+
+// The words with line ends instead of some of the spaces; the first line has
+// room from the column on, the others start at the indent.
+std::string wrapped(std::string_view text, std::size_t indent, std::size_t column) {
+  std::string result;
+  while (!text.empty()) {
+    std::size_t end = std::min(text.find(' '), text.size());
+    std::string_view word = text.substr(0, end);
+    text.remove_prefix(std::min(end + 1, text.size()));
+    if (column > indent && column + 1 + word.size() > width) {
+      result += fmt::format("\n{:{}}", "", indent);
+      column = indent;
+    } else if (column > indent) {
+      result += ' ';
+      ++column;
+    }
+    result += word;
+    column += word.size();
+  }
+  return result;
+}
+
+// Lines that end on purpose stay as they are.
+std::string paragraphs(std::string_view text) {
+  std::string result;
+  while (!text.empty()) {
+    std::size_t end = std::min(text.find('\n'), text.size());
+    result += wrapped(text.substr(0, end), 0, 0) + "\n";
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return result;
+}
+
+std::string row(const std::string &first, std::string_view second) {
+  bool fits = first.size() + 4 <= secondColumn;
+  return fmt::format("  {:{}}{}{:{}}{}\n", first, fits ? secondColumn - 2 : 0, fits ? "" : "\n", "",
+                     fits ? 0 : secondColumn, wrapped(second, secondColumn, secondColumn));
+}
+
+std::string titled(const std::string &title, const std::string &rows) {
+  return rows.empty() ? "" : fmt::format("\n{}:\n{}", title, rows);
+}
+
+std::string namesOf(const Argument &option) {
+  std::string text;
+  for (const std::string &name : option.names)
+    text.append(text.empty() ? "" : ", ").append(name);
+  return option.isFlag() ? text : fmt::format("{} {}", text, option.value);
+}
+
+std::string optionRows(const Arguments &arguments) {
+  std::string rows;
+  for (const Argument &option : arguments.allOptions())
+    if (!option.hidden)
+      rows += row(namesOf(option), option.help);
+  return rows;
+}
+
+std::string operandRows(const Arguments &arguments) {
+  std::string rows;
+  for (const Argument &operand : arguments.allOperands())
+    rows += row(operand.value, operand.help);
+  return rows;
+}
+
+std::string usageOf(const DeclaredCommand &command) {
+  std::string text = fmt::format("Usage: keepwell {}", command.words);
+  if (!command.arguments.allOptions().empty())
+    text += " [OPTIONS]";
+  for (const Argument &option : command.arguments.allOptions())
+    if (option.required)
+      text += fmt::format(" {} {}", option.names.back(), option.value);
+  for (const Argument &operand : command.arguments.allOperands())
+    text += fmt::format(" {}{}{}{}", operand.required ? "" : "[", operand.value,
+                        operand.required ? "" : "]", operand.repeatable ? "..." : "");
+  return text + "\n";
+}
+
+std::string exampleRows(const Command &command) {
+  std::string rows;
+  for (const Example &example : command.examples)
+    rows += fmt::format("  keepwell {}\n      {}\n", example.line, wrapped(example.meaning, 6, 6));
+  return rows;
+}
+
+std::string commandRows(const std::vector<const DeclaredCommand *> &commands) {
+  std::string rows;
+  for (const DeclaredCommand *command : commands)
+    rows += row(command->words, command->command->summary);
+  return rows;
+}
+
+std::string groupsOf(const DeclaredCommand &top) {
+  std::string text;
+  std::vector<const DeclaredCommand *> all = runnableBelow(top);
+  for (auto first = all.begin(); first != all.end();) {
+    auto end = std::find_if(first, all.end(), [&](const DeclaredCommand *each) {
+      return std::string_view(each->group) != (*first)->group;
+    });
+    text += titled((*first)->group, commandRows({first, end}));
+    first = end;
+  }
+  return text;
+}
+
+std::string helpForProgram(const DeclaredCommand &top) {
+  return paragraphs(top.command->summary) + "\nUsage: keepwell [OPTIONS] COMMAND [ARGUMENTS]\n" +
+         groupsOf(top) + titled("Options of every command", optionRows(top.arguments)) +
+         paragraphs(fmt::format("\n{}", generalNote()));
+}
+
+} // namespace
+
+std::string generalNote() {
+  return std::string(
+             "Relative paths are taken from the current folder. "
+             "Behind a lone -- everything is a name, dashes or not.\n"
+             "Where standard input and standard error are both terminals, what cannot be "
+             "undone is asked about first, unless --yes is given; elsewhere it is done.\n") +
+         exitStatuses +
+         "\nWhat --json prints is described by share/keepwell/keepwell-output.schema.json.\n"
+         "Each command has a --help with examples.";
+}
+
+std::string helpFor(const Program &program, const DeclaredCommand &command) {
+  if (&command == &program.top())
+    return helpForProgram(command);
+  const Command &what = *command.command;
+  std::string text = paragraphs(fmt::format("{}.\n", what.summary));
+  if (command.run)
+    text += usageOf(command) + titled("Arguments", operandRows(command.arguments)) +
+            titled("Options", optionRows(command.arguments));
+  else
+    text += fmt::format("Usage: keepwell {} COMMAND [ARGUMENTS]\n", command.words) +
+            titled("Commands", commandRows(runnableBelow(command)));
+  text += titled("Options of every command", optionRows(program.top().arguments));
+  text += paragraphs(fmt::format("{}{}", *what.note ? "\n" : "", what.note));
+  return text + titled("Examples", exampleRows(what)) +
+         paragraphs(fmt::format("\n{}", exitStatuses));
+}
+
+} // namespace kw

@@ -1,0 +1,16 @@
+// What --help prints, no wider than an ordinary terminal.
+#pragma once
+
+#include "CommandLine/Program.h"
+
+#include <string>
+
+namespace kw {
+
+// Of the whole program, of a noun, or of a command.
+std::string helpFor(const Program &program, const DeclaredCommand &command);
+
+// What holds for all commands.
+std::string generalNote();
+
+} // namespace kw

@@ -1,0 +1,151 @@
+// Options are known from the table of the command and from the program's own;
+// any other word is the next command, or an operand of the last.
+#include "CommandLine/Program.h"
+
+#include "CommandLine/NearWord.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <fmt/format.h>
+
+namespace kw {
+namespace {
+
+struct Group {
+  const char *title;
+  CommandTable commands;
+};
+
+std::vector<Group> allGroups() {
+  return {{"Files", fileCommands()},
+          {"Removing", removalCommands()},
+          {"Without the agent", localCommands()},
+          {"What starts by itself, and system software", serviceCommands()},
+          {"The system", maintenanceCommands()},
+          {"The agent", agentCommands()}};
+}
+
+void declare(DeclaredCommand &parent, const Command &command, const char *group) {
+  DeclaredCommand &declared = parent.below.emplace_back();
+  declared.command = &command;
+  declared.group = group;
+  declared.words =
+      fmt::format("{}{}{}", parent.words, parent.words.empty() ? "" : " ", command.name);
+  if (command.declare)
+    declared.run = command.declare(declared.arguments);
+  for (const Command &verb : command.verbs)
+    declare(declared, verb, group);
+}
+
+DeclaredCommand &commandCalled(const std::string &name, DeclaredCommand &above) {
+  for (DeclaredCommand &command : above.below)
+    if (command.command->name == name)
+      return command;
+  throw UsageError(suggestionFor(name, above.command->verbs));
+}
+
+std::string listed(const std::vector<const DeclaredCommand *> &commands) {
+  std::string text;
+  for (const DeclaredCommand *command : commands)
+    text.append(text.empty() ? "" : ", ").append(command->words);
+  return text;
+}
+
+// Gives a complaint.
+std::string takeSeconds(const std::string &text, std::optional<double> &target) {
+  char *end = nullptr;
+  double seconds = std::strtod(text.c_str(), &end);
+  bool isNumber = !text.empty() && *end == 0 && std::isfinite(seconds);
+  if (!isNumber || seconds < 0.001 || seconds > 1e9)
+    return fmt::format("\"{}\" is no number of seconds between 0.001 and 1000000000",
+                       displayable(text));
+  target = seconds;
+  return "";
+}
+
+} // namespace
+
+Program::Program(GlobalOptions &options)
+    : description_{"keepwell", "Asks the privileged agent to do what needs root.", nullptr} {
+  std::vector<const char *> groups;
+  for (Group &group : allGroups())
+    for (Command &command : group.commands) {
+      description_.verbs.push_back(std::move(command));
+      groups.push_back(group.title);
+    }
+  top_.command = &description_;
+  for (std::size_t index = 0; index < groups.size(); ++index)
+    declare(top_, description_.verbs[index], groups[index]);
+  declareOptions(options);
+}
+
+void Program::declareOptions(GlobalOptions &options) {
+  Arguments &own = top_.arguments;
+  own.flag("-h,--help", help_, "Tell what there is, or all about the command");
+  own.flag("--json", options.json, "Print one JSON object for each request, errors too");
+  own.flag("-q,--quiet", options.quiet, "Print nothing but what went wrong");
+  own.option("--bus", options.bus, "BUS", "The bus: system, session or an address");
+  own.option("--timeout", timeout_, "SECONDS",
+             "Wait for each answer no longer than this; the agent goes on all the same",
+             [&options](const std::string &text) { return takeSeconds(text, options.timeout); });
+  own.flag("--version", version_, "Tell the version");
+  // For the makers of completions and manuals.
+  own.flag("--describe", describe_, "").hidden = true;
+}
+
+Program::Wish Program::wish() const {
+  if (help_)
+    return Wish::Help;
+  if (version_)
+    return Wish::Version;
+  return describe_ ? Wish::Description : Wish::Run;
+}
+
+void Program::readOn(const std::vector<std::string> &words, DeclaredCommand *&command) {
+  bool optionsEnded = false;
+  for (std::size_t index = 0; index < words.size();) {
+    const std::string &word = words[index];
+    bool canBeOption = !optionsEnded && !command->arguments.takesEverything();
+    if (canBeOption && word == "--") {
+      optionsEnded = true;
+      ++index;
+    } else if (canBeOption && looksLikeOption(word)) {
+      index = takeOption({&command->arguments, &top_.arguments}, words, index);
+    } else {
+      if (command->run)
+        command->arguments.takeOperand(word);
+      else
+        command = &commandCalled(word, *command);
+      ++index;
+    }
+  }
+  if (wish() != Wish::Run)
+    return;
+  if (!command->run)
+    throw UsageError("a command is required; there are: " + listed(runnableBelow(*command)));
+  command->arguments.checkIsComplete();
+}
+
+Program::Reading Program::read(const std::vector<std::string> &words) {
+  DeclaredCommand *command = &top_;
+  try {
+    readOn(words, command);
+  } catch (const UsageError &) {
+    if (!help_) // is wanted most by who does not get it right
+      throw;
+  }
+  return {wish(), command};
+}
+
+std::vector<const DeclaredCommand *> runnableBelow(const DeclaredCommand &command) {
+  std::vector<const DeclaredCommand *> found;
+  for (const DeclaredCommand &each : command.below)
+    if (each.run)
+      found.push_back(&each);
+    else
+      for (const DeclaredCommand *verb : runnableBelow(each))
+        found.push_back(verb);
+  return found;
+}
+
+} // namespace kw

@@ -1,0 +1,57 @@
+// The whole program: its commands with what each can be given, and the reading
+// of the words that somebody typed.
+#pragma once
+
+#include "CommandLine/Arguments.h"
+#include "CommandLine/Command.h"
+
+#include <deque>
+#include <string>
+#include <vector>
+
+namespace kw {
+
+// A command with its arguments declared. The program itself is one, too.
+struct DeclaredCommand {
+  const Command *command = nullptr;
+  const char *group = "";
+  std::string words; // that call it, such as "launchd enable"
+  Arguments arguments{};
+  CommandRun run{};
+  std::deque<DeclaredCommand> below{}; // verbs of a noun
+};
+
+class Program {
+public:
+  // The options of the program are stored there while words are read.
+  explicit Program(GlobalOptions &options);
+  Program(const Program &) = delete;
+  Program &operator=(const Program &) = delete;
+
+  enum class Wish { Run, Help, Version, Description };
+  struct Reading {
+    Wish wish = Wish::Run;
+    const DeclaredCommand *command = nullptr; // never null
+  };
+  // To be called once. Throws UsageError.
+  Reading read(const std::vector<std::string> &words);
+
+  const DeclaredCommand &top() const { return top_; }
+
+private:
+  void declareOptions(GlobalOptions &options);
+  void readOn(const std::vector<std::string> &words, DeclaredCommand *&command);
+  Wish wish() const;
+
+  Command description_;
+  DeclaredCommand top_;
+  std::string timeout_;
+  bool help_ = false;
+  bool version_ = false;
+  bool describe_ = false;
+};
+
+// The commands that can be run, nouns taken apart into their verbs.
+std::vector<const DeclaredCommand *> runnableBelow(const DeclaredCommand &command);
+
+} // namespace kw
