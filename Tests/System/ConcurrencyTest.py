@@ -6,7 +6,7 @@ import threading
 import time
 import unittest
 
-from Support import harness
+from Support import harness, processes
 from Support.abuse import Blocking, GATE, REPAIRER, STARTER
 from Support.bus import is_running, wait_until
 from Support.rawbus import BusError, ERROR
@@ -169,7 +169,7 @@ class ConcurrencyTest(Blocking, unittest.TestCase):
         self.assertEqual(self.root.agent_pid(), pid)
         self.assertEqual(self.root.agent_descriptors(), descriptors)
         # On a busy machine more were at work at once; what is idle goes.
-        wait_until(lambda: len(os.listdir(f"/proc/{pid}/task")) < 40, 60)
+        wait_until(lambda: 0 < len(processes.threads(pid)) < 40, 60)
 
     def test_a_client_that_floods_and_never_reads_stops_nobody(self):
         flood, other = self.root.client(), self.root.client()
@@ -202,8 +202,8 @@ class RaceTest(unittest.TestCase):
             root.write(f"{DATA}/outside/inner/file{number}", "kept")
         tree = root.mkdir(f"{DATA}/tree")
         host = root.host_path(tree)
-        stop = threading.Event()
-        swapper = threading.Thread(target=swap_until, args=(host, stop))
+        stop, exchanges = threading.Event(), []
+        swapper = threading.Thread(target=lambda: exchanges.append(swap_until(host, stop)))
         swapper.start()
         try:
             client = root.client()
@@ -216,7 +216,9 @@ class RaceTest(unittest.TestCase):
         finally:
             stop.set()
             swapper.join()
+        print(f"{removals} removals, {exchanges[0]} exchanges", flush=True)
         self.assertGreater(removals, 10)
+        self.assertGreater(exchanges[0], 10)
         self.assertEqual(len(root.listdir(f"{DATA}/outside/inner")), 20)
         for number in range(20):
             self.assertEqual(root.read(f"{DATA}/outside/inner/file{number}"), b"kept")
@@ -247,11 +249,13 @@ def build_bait(host):
 
 
 def swap_until(host, stop):
+    """Exchanges the folder and the link again and again; how often it could."""
     library = ctypes.CDLL(None, use_errno=True)
-    at_fdcwd, exchange = -100, 2
+    at_fdcwd, exchange, done = -100, 2, 0
     one, other = f"{host}/folder".encode(), f"{host}/link".encode()
     while not stop.is_set():
-        library.renameat2(at_fdcwd, one, at_fdcwd, other, exchange)
+        done += library.renameat2(at_fdcwd, one, at_fdcwd, other, exchange) == 0
+    return done
 
 
 if __name__ == "__main__":

@@ -9,8 +9,8 @@ import os
 import xml.etree.ElementTree as ElementTree
 
 from Support import harness, scenes, toolscenes
-from Support.bus import is_running, is_sanitized
 from Support.faults import FULL, FaultTestCase
+from Support.processes import is_running, is_sanitized
 from Support.root import DATA
 
 DESCRIPTION = os.path.join(os.path.dirname(__file__), "../../Resources",

@@ -7,8 +7,9 @@ import os
 import subprocess
 import unittest
 
-from Support import harness, trees
-from Support.bus import is_running, is_sanitized, wait_until
+from Support import harness, processes, trees
+from Support.bus import wait_until
+from Support.processes import is_running, is_sanitized
 from Support.root import DATA, ThrowAwayRoot
 
 FULL = os.environ.get("KEEPWELL_HOSTILE") == "full"
@@ -192,17 +193,13 @@ class Watch:
         with open(f"/proc/{self._pid}/clear_refs", "w", encoding="utf-8") as file:
             file.write("5")  # the peak from here on
         self._descriptors = self.descriptors()
-        self._memory = self._read("VmRSS")
+        self._memory = processes.memory(pid)
 
     def descriptors(self):
-        return len(os.listdir(f"/proc/{self._pid}/fd"))
-
-    def _read(self, name):
-        with open(f"/proc/{self._pid}/status", encoding="utf-8") as file:
-            return next(int(line.split()[1]) << 10 for line in file if line.startswith(name))
+        return processes.descriptors(self._pid)
 
     def growth(self):
-        return self._read("VmHWM") - self._memory
+        return processes.memory(self._pid, "VmHWM") - self._memory
 
     def complaint(self):
         """An empty text when nothing was left and not much was used."""
@@ -292,8 +289,8 @@ class HostileTreesTest(unittest.TestCase):
                 row.make(host)
                 watch = Watch(self.pid)
                 with self.subTest(operation=operation):
-                    with trees.Attack("churn", *trees.homes(host)), \
-                            trees.Attack("shuffle", *trees.homes(host)):
+                    with trees.Attack(self.root, "churn", *trees.homes(item)), \
+                            trees.Attack(self.root, "shuffle", *trees.homes(item)):
                         result = getattr(self.operations, operation)(row, item, None)
                     self.assertRegex(result, f"^({expected})$")
                     self.check(watch)

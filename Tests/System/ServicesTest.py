@@ -6,7 +6,7 @@ import plistlib
 import stat
 import subprocess
 
-from Support import harness
+from Support import harness, processes
 from Support.bus import CallFailed, is_running, wait_until
 from Support.root import DATA
 from Support.services import ServicesTestCase
@@ -222,11 +222,7 @@ class LaunchdJobTest(ServicesTestCase):
         self.flag("EnableLaunchdAgentAtPath", path)
         self.flag("RemoveLaunchdAgentAtPath", path)
         self.assertEqual(self.descriptors(), before)
-        # Each thread has children of its own.
-        tasks = f"/proc/{self.root.agent_pid()}/task"
-        for thread in os.listdir(tasks):
-            with open(f"{tasks}/{thread}/children", encoding="utf-8") as children:
-                self.assertEqual(children.read(), "")
+        self.assertEqual(processes.children(self.root.agent_pid()), set())
 
     def test_the_agent_removes_itself_and_a_new_one_starts(self):
         name = "org.keepwell.pro.agent"

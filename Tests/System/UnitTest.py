@@ -9,7 +9,7 @@ import subprocess
 import tempfile
 import unittest
 
-from Support import harness
+from Support import harness, processes
 from Support.bus import wait_until
 from Support.root import DATA, ThrowAwayRoot, mount
 
@@ -86,8 +86,7 @@ class WithinTheUnitTest(unittest.TestCase):
         self.root.empty()
 
     def status(self):
-        with open(f"/proc/{self.root.agent_pid()}/status", encoding="utf-8") as file:
-            return dict(line.rstrip("\n").split(":\t", 1) for line in file if ":\t" in line)
+        return processes.fields(self.root.agent_pid())
 
     def test_the_agent_has_the_rights_of_the_unit_and_no_others(self):
         self.root.busctl("Echo", "s", "")

@@ -121,9 +121,8 @@ class Bait:
 
     def pairs(self):
         """All that changes places, the upper ones first."""
-        item = self._host(ITEM)
-        found = [item, self._host(BESIDE), self._back(item), self._host(_BERTH)]
-        for path, _ in self._exchanged(item):
+        found = [ITEM, BESIDE, self._back(ITEM), _BERTH]
+        for path, _ in self._exchanged(ITEM):
             found += [path, _beside(path)]
         return found
 

@@ -8,7 +8,8 @@ import socket
 import subprocess
 import time
 
-from . import harness
+from . import harness, processes
+from .processes import Usage, is_running
 from .rawbus import RawClient
 
 NAME = "org.keepwell.pro.agent"
@@ -86,14 +87,13 @@ class PrivateBus:
         return argv
 
     def environment(self):
-        # HOME as it is, so that nothing of a desktop session is used by chance.
-        keep = {key: os.environ[key] for key in ("PATH", "HOME", "ASAN_OPTIONS", "LSAN_OPTIONS",
-                                                 "TSAN_OPTIONS", "UBSAN_OPTIONS")
-                if key in os.environ}
+        sanitizers = {name: os.environ[name] for name in ("ASAN_OPTIONS", "LSAN_OPTIONS",
+                                                          "UBSAN_OPTIONS") if name in os.environ}
         # The agent ends at once when told to, whatever threads it has.
-        options = keep.pop("TSAN_OPTIONS", "") + " report_thread_leaks=0"
+        options = os.environ.get("TSAN_OPTIONS", "") + " report_thread_leaks=0"
         options += f" suppressions={harness.build_folder}/tsan-suppressions"
-        return {"LANG": "C.UTF-8", "HOME": "/root", "TSAN_OPTIONS": options.strip(), **keep}
+        return {"PATH": harness.PATH, "LANG": "C.UTF-8", "HOME": self.folder,
+                "TSAN_OPTIONS": options.strip(), **sanitizers}
 
     def popen(self, argv, **options):
         options.setdefault("env", self.environment())
@@ -203,59 +203,16 @@ class PrivateBus:
         return values[0] if values else None
 
     def agent_descriptors(self):
-        return len(os.listdir(f"/proc/{self.agent_pid()}/fd"))
+        return processes.descriptors(self.agent_pid())
 
     def agent_usage(self):
         return Usage(self.agent_pid())
-
-
-class Usage:
-    """What a process holds at one moment."""
-
-    def __init__(self, pid):
-        self.pid = pid
-        self.descriptors = len(os.listdir(f"/proc/{pid}/fd"))
-        self.threads = len(os.listdir(f"/proc/{pid}/task"))
-        with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as file:
-            children = file.read().split()
-        for thread in os.listdir(f"/proc/{pid}/task"):
-            try:
-                with open(f"/proc/{pid}/task/{thread}/children", encoding="ascii") as file:
-                    children += file.read().split()
-            except FileNotFoundError:
-                pass  # the thread has ended
-        self.children = len(set(children))
-        with open(f"/proc/{pid}/status", encoding="utf-8") as file:
-            self.memory = next(int(line.split()[1]) for line in file if line.startswith("VmRSS"))
-
-    @property
-    def counts(self):
-        return {"pid": self.pid, "descriptors": self.descriptors, "threads": self.threads,
-                "children": self.children}
-
-    def __repr__(self):
-        return f"{self.counts}, {self.memory} KiB"
 
 
 def accepts(path):
     """Whether somebody listens on the socket; it exists before that."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as probe:
         return probe.connect_ex(path) == 0
-
-
-def is_running(pid):
-    """Whether the process exists and is no zombie that nobody has reaped."""
-    try:
-        with open(f"/proc/{pid}/stat", encoding="utf-8") as file:
-            return file.read().rpartition(")")[2].split()[0] != "Z"
-    except FileNotFoundError:
-        return False
-
-
-def is_sanitized(pid):
-    """Whether a sanitizer keeps memory of its own in the process."""
-    with open(f"/proc/{pid}/maps", encoding="utf-8") as file:
-        return "san.so" in file.read()
 
 
 def wait_until(condition, seconds=20):

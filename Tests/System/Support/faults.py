@@ -4,7 +4,7 @@ import os
 import struct
 import unittest
 
-from . import harness, scenes, trees
+from . import harness, processes, scenes, trees
 from .bus import wait_until
 from .root import ThrowAwayRoot
 
@@ -84,26 +84,17 @@ class FaultTestCase(unittest.TestCase):
 
     def held(self):
         """What the process holds: descriptors, threads, children."""
-        process = f"/proc/{self.pid}"
-        threads = os.listdir(f"{process}/task")
-        children = ""
-        for thread in threads:
-            try:
-                with open(f"{process}/task/{thread}/children", encoding="utf-8") as file:
-                    children += file.read()
-            except FileNotFoundError:
-                pass  # the thread has ended
-        return len(os.listdir(f"{process}/fd")), len(threads), children
+        return (processes.descriptors(self.pid), len(processes.threads(self.pid)),
+                processes.children(self.pid))
 
     def memory(self):
-        with open(f"/proc/{self.pid}/status", encoding="utf-8") as file:
-            return next(int(line.split()[1]) << 10 for line in file if line.startswith("VmRSS"))
+        return processes.memory(self.pid)
 
     def wait_until_held(self, before):
         """Nothing may be left over. Requests wander between the threads of a
         pool, so that one or two more may be waiting for work; not with each
         request another."""
-        most = before[0], before[1] + 2, ""
+        most = before[0], before[1] + 2, set()
         try:
             wait_until(lambda: all(now <= then for now, then in zip(self.held(), most)), 5)
         except TimeoutError:

@@ -7,8 +7,13 @@ import shutil
 import sys
 import unittest
 
+from . import machine
+
 SKIPPED = 77
+PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 _INSIDE = "KEEPWELL_TEST_NAMESPACE"
+# Of the caller's environment only what speaks to the tests and the sanitizers.
+_KEPT = re.compile(r"(KEEPWELL_\w+|[A-Z]+SAN_OPTIONS)\Z")
 
 
 def skip(reason):
@@ -34,10 +39,18 @@ def skip_if_sanitized(reason):
             skip("built with a sanitizer: " + reason)
 
 
+def make_environment():
+    """The same environment on every machine, for the test and all that it runs."""
+    kept = {name: value for name, value in os.environ.items() if _KEPT.match(name)}
+    os.environ.clear()
+    os.environ.update(kept, PATH=PATH, HOME="/nonexistent", LANG="C.UTF-8")
+
+
 def enter_namespace():
     """Goes on in mount and process namespaces of its own, so that nothing
     mounted or started here outlives the test."""
     if os.environ.get(_INSIDE):
+        machine.replace_tmp([build_folder, os.path.dirname(__file__)])
         return
     if os.geteuid() != 0:
         skip("needs root, for mounts and file flags")
@@ -56,12 +69,13 @@ def main(needs_root=True):
     arguments = parser.parse_args()
     # The same module under the name by which the tests import it.
     shared = sys.modules["Support.harness"]
+    shared.build_folder = os.path.abspath(arguments.build)
+    make_environment()
     try:
         if needs_root:
             enter_namespace()
         else:
             require_tools("dbus-daemon", "busctl")
-        shared.build_folder = os.path.abspath(arguments.build)
         os.environ["LSAN_OPTIONS"] = (f"suppressions={shared.build_folder}/lsan-suppressions:"
                                       "print_suppressions=0")
         shared.unit = arguments.unit and os.path.abspath(arguments.unit)

@@ -1,5 +1,6 @@
-"""A throw-away root: the machine's own files below an overlay, the agent and
-its bus above it. What is written or removed in it is gone afterwards.
+"""A throw-away root: the machine's own files below an overlay, but for what
+differs between machines, the agent and its bus above it. What is written or
+removed in it is gone afterwards.
 
 /root of it lies on a small ext4 of its own, so that flags, folder sizes and
 the Trash are those of a usual disk."""
@@ -10,26 +11,28 @@ import stat
 import subprocess
 import tempfile
 
-from . import harness
+from . import harness, machine
 from .bus import PrivateBus
+from .machine import mount
 
 DATA = "/root/data"  # on ext4, empty at first
 _LOG = "/run/keepwell-test/calls"
 _SCRATCH = "/run/keepwell-test"
 
 
-def mount(*arguments):
-    subprocess.run(["mount", *arguments], check=True, capture_output=True)
+def _open_no_link(path, flags):
+    return os.open(path, flags | os.O_NOFOLLOW)
 
 
 class ThrowAwayRoot(PrivateBus):
     def __init__(self, descriptor_limit=None, size="4G", start=True, in_memory=False,
-                 inodes=600_000):
+                 inodes=600_000, lower="/"):
         super().__init__(_SCRATCH, descriptor_limit)
         self._in_memory = in_memory  # the disk too, for trees that wear out a real one
         self._size = size
         self._inodes = inodes
         self._start = start
+        self._lower = lower  # the root of the machine; tests make up another one
         self._base = None
         self.root = None
 
@@ -66,8 +69,9 @@ class ThrowAwayRoot(PrivateBus):
         os.unlink(image)
         for folder in ("upper", "work", "home"):
             os.mkdir(f"{disk}/{folder}", 0o700 if folder == "home" else 0o755)
+        machine.hide(f"{disk}/upper", self._lower.rstrip("/"))
         mount("-t", "overlay", "overlay", "-o",
-              f"lowerdir=/,upperdir={disk}/upper,workdir={disk}/work", self.root)
+              f"lowerdir={self._lower},upperdir={disk}/upper,workdir={disk}/work", self.root)
         mount("--bind", f"{disk}/home", f"{self.root}/root")
         mount("-t", "proc", "proc", f"{self.root}/proc")
         self._make_devices()
@@ -118,23 +122,8 @@ class ThrowAwayRoot(PrivateBus):
         return ["chroot", self.root, *argv]
 
     def host_path(self, path):
-        """Where a path of the root is seen from outside, links of its folders
-        resolved within the root."""
-        assert path.startswith("/")
-        where = ""
-        parts = [part for part in path.split("/") if part]
-        while len(parts) > 1:
-            part = parts.pop(0)
-            link = f"{self.root}{where}/{part}"
-            if os.path.islink(link):
-                target = os.readlink(link)
-                where = "" if target.startswith("/") else where
-                parts = [each for each in target.split("/") if each] + parts
-            elif part == "..":
-                where = where.rpartition("/")[0]
-            else:
-                where += "/" + part
-        return f"{self.root}{where}/{''.join(parts)}"
+        """Where a path of the root is seen from outside."""
+        return machine.within(self.root, path)
 
     # Files of the root.
     def write(self, path, data=b"", mode=0o644):
@@ -156,7 +145,8 @@ class ThrowAwayRoot(PrivateBus):
         return path
 
     def read(self, path):
-        with open(self.host_path(path), "rb") as file:
+        """Of a file, never through a link, which would lead out of the root."""
+        with open(self.host_path(path), "rb", opener=_open_no_link) as file:
             return file.read()
 
     def exists(self, path):
@@ -164,7 +154,12 @@ class ThrowAwayRoot(PrivateBus):
         return os.path.lexists(self.host_path(path))
 
     def listdir(self, path):
-        return sorted(os.listdir(self.host_path(path)))
+        """The names in a folder that is none by a link alone."""
+        folder = _open_no_link(self.host_path(path), os.O_DIRECTORY)
+        try:
+            return sorted(os.listdir(folder))
+        finally:
+            os.close(folder)
 
     def chattr(self, flags, *paths):
         subprocess.run(["chattr", flags, *map(self.host_path, paths)], check=True)

@@ -9,7 +9,8 @@ import stat
 import struct
 import subprocess
 
-from . import harness
+from . import harness, processes
+from .machine import mount
 
 IMMUTABLE, APPEND = 0x10, 0x20
 _GET_FLAGS, _SET_FLAGS = 0x80086601, 0x40086602
@@ -63,10 +64,6 @@ def inotify(path, events):
     if _LIBRARY.inotify_add_watch(watch, os.fsencode(path), events) < 0:
         raise OSError(ctypes.get_errno(), path)
     return watch
-
-
-def mount(*arguments):
-    subprocess.run(["mount", *arguments], check=True, capture_output=True)
 
 
 def unmount_below(path):
@@ -193,16 +190,19 @@ class Canaries:
 
 
 class Attack:
-    """A process that works against the agent as long as the block lasts."""
+    """A process in the root that works against the agent as long as the block
+    lasts. It is led by links to where the agent would be led."""
 
-    def __init__(self, *arguments):
+    def __init__(self, root, *arguments):
+        self._root = root
         self._arguments = arguments
         self.steps = 0  # how many succeeded, afterwards
 
     def __enter__(self):
         program = os.path.join(harness.build_folder, "Tests", "kw_test_attacker")
-        self._process = subprocess.Popen([program, *self._arguments], stdout=subprocess.PIPE)
-        self._process.stdout.readline()
+        self._process = self._root.popen([program, *self._arguments], stdout=subprocess.PIPE)
+        if self._process.stdout.readline() != b"ready\n":
+            raise AssertionError("the attacker did not start")
         return self
 
     def keep_apart(self, pid):
@@ -211,15 +211,17 @@ class Attack:
         processors = sorted(os.sched_getaffinity(0))
         if len(processors) > 1:
             os.sched_setaffinity(self._process.pid, processors[-1:])
-            for thread in os.listdir(f"/proc/{pid}/task"):
+            for thread in processes.threads(pid):
                 try:
-                    os.sched_setaffinity(int(thread), processors[:-1])
+                    os.sched_setaffinity(thread, processors[:-1])
                 except ProcessLookupError:
                     pass  # it has ended
 
     def __exit__(self, *_):
         self._process.terminate()
-        self.steps = int(self._process.communicate()[0])
+        self.steps = int(self._process.communicate()[0] or 0)
+        if self._process.returncode != 0:
+            raise AssertionError(f"the attacker ended with {self._process.returncode}")
 
 
 def fill_volume(folder):
@@ -402,6 +404,7 @@ def busy_folders(item):
 
 
 def homes(item):
+    """For the attacks churn and shuffle."""
     return [f"{item}/{folder}/wanderer-home" for folder in range(8)]
 
 

@@ -1,0 +1,151 @@
+"""The throw-away root itself: on every machine it shows the same, and so does
+the environment of all that runs in it."""
+import glob
+import os
+import re
+import subprocess
+import tempfile
+import unittest
+from unittest import mock
+
+from Support import harness, machine, processes
+from Support.bus import is_running
+from Support.root import DATA, ThrowAwayRoot
+
+SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+# In these the contract's tools stand.
+TOOL = re.compile(r'"(/(?:bin|sbin|usr/bin|usr/sbin|usr/libexec)/\w+)"')
+PLANTED = "/etc/xdg/autostart/planted.desktop", "/home/planted/file", "/opt/planted", \
+    "/var/tmp/outside", "/usr/local/bin/sh", "/usr/bin/keepwell", "/mnt/planted"
+
+
+class CrowdedMachine:
+    """The root of a machine that has all that a machine may have."""
+
+    def __enter__(self):
+        self._base = tempfile.TemporaryDirectory(prefix="keepwell-machine-", dir="/var/tmp")
+        base = self._base.name
+        for folder in ("upper", "work", "root"):
+            os.mkdir(f"{base}/{folder}")
+        self.root = f"{base}/root"
+        machine.mount("-t", "overlay", "overlay", "-o",
+                      f"lowerdir=/,upperdir={base}/upper,workdir={base}/work", self.root)
+        for path in (*machine.ABSENT, *PLANTED):
+            place = machine.within(self.root, path)
+            os.makedirs(os.path.dirname(place), exist_ok=True)
+            if not os.path.lexists(place):
+                with open(place, "w", encoding="utf-8") as file:
+                    file.write("of the machine")
+        return self
+
+    def __exit__(self, *_):
+        subprocess.run(["umount", self.root], check=True)
+        self._base.cleanup()
+
+
+class RootTest(unittest.TestCase):
+    def test_it_shows_nothing_of_what_a_machine_may_have(self):
+        crowded = self.enterContext(CrowdedMachine())
+        root = self.enterContext(ThrowAwayRoot(lower=crowded.root, start=False))
+        self.assertEqual([path for path in (*machine.ABSENT, *PLANTED) if root.exists(path)], [])
+        for folder in (*machine.EMPTY, "/tmp"):
+            self.assertEqual(root.listdir(folder), [], folder)
+        self.assertEqual(root.listdir("/run"), ["keepwell-test"])
+        self.assertTrue(root.exists("/usr/bin/env"))
+
+    def test_it_is_the_same_on_this_machine(self):
+        root = self.enterContext(ThrowAwayRoot(start=False))
+        self.assertEqual([path for path in machine.ABSENT if root.exists(path)], [])
+        for folder, mode in machine.EMPTY.items():
+            status = os.stat(root.host_path(folder))
+            self.assertEqual((status.st_mode & 0o7777, status.st_uid, root.listdir(folder)),
+                             (mode, 0, []), folder)
+        # Folders that only hold what is hidden are as the machine has them.
+        for folder in ("/usr/bin", "/usr/sbin", "/etc", "/var"):
+            here, there = os.stat(folder), os.stat(root.host_path(folder))
+            self.assertEqual((here.st_mode, here.st_uid, here.st_gid),
+                             (there.st_mode, there.st_uid, there.st_gid), folder)
+
+    def test_the_agents_tools_are_among_what_is_hidden(self):
+        found = set()
+        for path in glob.glob(f"{SOURCE}/Sources/**/*.cpp", recursive=True):
+            with open(path, encoding="utf-8") as file:
+                found |= set(TOOL.findall(file.read()))
+        self.assertGreaterEqual(len(found), 12)
+        self.assertEqual(found - set(machine.ABSENT), set())
+
+    def test_a_stand_in_is_found_by_either_name_of_its_folder(self):
+        root = self.enterContext(ThrowAwayRoot(start=False))
+        root.stand_in("/bin/launchctl", stdout="here")
+        self.assertEqual(root.run(["/bin/launchctl"]).stdout, b"here")
+        self.assertEqual(root.calls(), [["/bin/launchctl"]])
+
+    def test_links_lead_nobody_out_of_it(self):
+        root = self.enterContext(ThrowAwayRoot(start=False))
+        # The machine's /tmp holds what tests call their items.
+        self.assertTrue(os.path.isfile("/tmp/outside/one"))
+        root.symlink("/tmp/outside", f"{DATA}/folder")
+        root.symlink("/tmp/outside/one", f"{DATA}/file")
+        with self.assertRaises(OSError):
+            root.listdir(f"{DATA}/folder")
+        with self.assertRaises(OSError):
+            root.read(f"{DATA}/file")
+        self.assertFalse(root.exists(f"{DATA}/folder/one"))
+
+
+class EnvironmentTest(unittest.TestCase):
+    SEEN = {"PATH": harness.PATH, "LANG": "C.UTF-8", "HOME": "/root"}
+
+    def test_of_the_callers_environment_little_is_left(self):
+        caller = {"PATH": "/nowhere", "HOME": "/home/me", "LANG": "de_DE.UTF-8", "LC_ALL": "ar",
+                  "XDG_DATA_HOME": "/x", "DBUS_SESSION_BUS_ADDRESS": "unix:path=/x", "TZ": "X",
+                  "TMPDIR": "/x", "KEEPWELL_LOAD_SEED": "3", "ASAN_OPTIONS": "a=b"}
+        with mock.patch.dict(os.environ, caller, clear=True):
+            harness.make_environment()
+            self.assertEqual(dict(os.environ), {
+                "PATH": harness.PATH, "HOME": "/nonexistent", "LANG": "C.UTF-8",
+                "KEEPWELL_LOAD_SEED": "3", "ASAN_OPTIONS": "a=b"})
+
+    def test_what_runs_in_a_root_sees_the_same_everywhere(self):
+        root = self.enterContext(ThrowAwayRoot(start=False))
+        lines = root.run(["env"]).stdout.decode().splitlines()
+        seen = dict(line.split("=", 1) for line in lines)
+        for name in [name for name in seen if name.endswith("SAN_OPTIONS")]:
+            del seen[name]
+        self.assertEqual(seen, self.SEEN)
+
+
+class ProcessesTest(unittest.TestCase):
+    """Each look bears that the process ends between opening and reading."""
+
+    def test_a_process_that_goes_within_a_look_is_not_running(self):
+        for look, gone in ((is_running, False), (processes.is_sanitized, False),
+                           (processes.memory, 0), (processes.fields, {}),
+                           (lambda pid: processes.text(pid, "stat"), "")):
+            program = subprocess.Popen(["sleep", "600"])
+            self.assertTrue(is_running(program.pid))
+
+            def opening(*arguments, program=program, **options):
+                file = open(*arguments, **options)  # pylint: disable=consider-using-with
+                program.kill()
+                program.wait()
+                return file
+            with mock.patch.object(processes, "open", opening, create=True):
+                self.assertEqual(look(program.pid), gone)
+
+    def test_one_that_has_gone_holds_nothing(self):
+        program = subprocess.Popen(["true"])
+        program.wait()
+        usage = processes.Usage(program.pid)
+        self.assertEqual((usage.counts, usage.memory),
+                         ({"pid": program.pid, "descriptors": 0, "threads": 0, "children": 0}, 0))
+
+    def test_a_zombie_is_not_running(self):
+        program = subprocess.Popen(["true"])
+        os.waitid(os.P_PID, program.pid, os.WEXITED | os.WNOWAIT)
+        self.assertFalse(is_running(program.pid))
+        program.wait()
+
+
+if __name__ == "__main__":
+    harness.main()

@@ -1,0 +1,104 @@
+"""What of the machine a test would see, and what it sees instead: the same on
+every machine."""
+import glob
+import os
+import shutil
+import stat
+import subprocess
+
+# What the agent knows by a fixed path, and a machine may have or not.
+ABSENT = """
+/Applications /Library /System /Users /Volumes /private /var/log/asl
+/etc/launchd.conf /etc/launchd.conf.prev
+/bin/launchctl /sbin/SystemStarter /sbin/kextunload /usr/bin/ditto /usr/bin/killall /usr/bin/log
+/usr/bin/mdutil /usr/libexec/repair_packages /usr/sbin/discoveryutil /usr/sbin/dscacheutil
+/usr/sbin/periodic /usr/sbin/pkgutil
+""".split()
+# Keepwell itself, where somebody installed it.
+_INSTALLED = """
+/usr/bin/keepwell* /usr/libexec/keepwell* /usr/include/keepwell* /usr/share/keepwell*
+/usr/share/dbus-1/*/org.keepwell.* /etc/dbus-1/*/org.keepwell.* /usr/lib/systemd/system/keepwell*
+/usr/lib/sysusers.d/keepwell* /usr/lib/*/libkeepwell* /usr/lib/*/pkgconfig/keepwell*
+/usr/lib/*/cmake/Keepwell*
+""".split()
+# Folders that are there and hold nothing, with their modes.
+EMPTY = {"/etc/xdg/autostart": 0o755, "/home": 0o755, "/media": 0o755, "/mnt": 0o755,
+          "/opt": 0o755, "/srv": 0o755, "/usr/local": 0o755, "/var/tmp": 0o1777}
+
+# What the tests call their items; links in them lead to some of these.
+BAITS = ("device", "fresh", "harbour/berth/d", "item/0/inner/deeper", "item/back/inner/d",
+          "left", "link", "out-copy", "out-item", "outside/back/inner", "outside/inner/deeper",
+          "outside/inner/out-one", "outside/out-inner", "outside/0/inner", "outside/out-0",
+          "outside/tree/0/inner")
+
+
+def mount(*arguments):
+    subprocess.run(["mount", *arguments], check=True, capture_output=True)
+
+
+def replace_tmp(kept):
+    """Mounts a /tmp that is full of what a bait is called, for whatever is led
+    there by a link that was meant within a root. The kept folders stay, should
+    they lie there."""
+    held = [(path, os.open(path, os.O_RDONLY | os.O_DIRECTORY)) for path in kept
+            if os.path.realpath(path).startswith("/tmp/")]
+    mount("-t", "tmpfs", "-o", "mode=1777", "tmpfs", "/tmp")
+    for path, folder in held:
+        os.makedirs(path)
+        mount("--bind", f"/proc/self/fd/{folder}", path)
+        os.close(folder)
+    for bait in BAITS:
+        os.makedirs(f"/tmp/{bait}", exist_ok=True)
+    for name in ("outside/one", "outside/inner/one", "outside/inner/two", "job.plist"):
+        with open(f"/tmp/{name}", "w", encoding="utf-8") as file:
+            file.write("of the machine")
+
+
+def within(root, path):
+    """Where a path of the root is seen from outside, links of its folders
+    resolved within the root."""
+    assert path.startswith("/")
+    where = ""
+    parts = [part for part in path.split("/") if part]
+    while len(parts) > 1:
+        part = parts.pop(0)
+        link = f"{root}{where}/{part}"
+        if os.path.islink(link):
+            target = os.readlink(link)
+            where = "" if target.startswith("/") else where
+            parts = [each for each in target.split("/") if each] + parts
+        elif part == "..":
+            where = where.rpartition("/")[0]
+        else:
+            where += "/" + part
+    return f"{root}{where}/{''.join(parts)}"
+
+
+def hide(upper, lower):
+    """Prepares the upper folder of an overlay, so that nothing shows of what
+    machines have or have not. The lower folder is a machine's root, "" for
+    that of this one."""
+    found = [path.removeprefix(lower) for pattern in _INSTALLED
+             for path in glob.glob(lower + pattern)]
+    for path in [*ABSENT, *found]:
+        if os.path.lexists(within(lower, path)):
+            os.mknod(_place(upper, lower, path), stat.S_IFCHR, os.makedev(0, 0))
+    for folder, mode in EMPTY.items():
+        place = _place(upper, lower, folder)
+        os.mkdir(place)
+        os.chmod(place, mode)
+        os.setxattr(place, "trusted.overlay.opaque", b"y")
+
+
+def _place(upper, lower, path):
+    """Where the overlay's upper folder has the item. The folders above it are
+    made there as they are in the lower one."""
+    path = within(lower, path).removeprefix(lower)
+    made = ""
+    for part in path.split("/")[1:-1]:
+        made += f"/{part}"
+        if not os.path.isdir(upper + made):
+            os.mkdir(upper + made)
+            if os.path.isdir(lower + made):
+                shutil.copystat(lower + made, upper + made)
+    return upper + path

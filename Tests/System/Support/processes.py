@@ -1,0 +1,78 @@
+"""A look at running processes. Any of them may end between two steps: files
+below /proc then cannot be opened or, once opened, not be read."""
+import contextlib
+import os
+
+# What the two give.
+GONE = (FileNotFoundError, ProcessLookupError)
+
+
+def text(pid, name):
+    """Of a file below /proc/PID, "" when the process has ended."""
+    try:
+        with open(f"/proc/{pid}/{name}", encoding="utf-8", errors="replace") as file:
+            return file.read()
+    except GONE:
+        return ""
+
+
+def fields(pid):
+    """Those of its status by their names, none when it has ended."""
+    return dict(line.split(":\t", 1) for line in text(pid, "status").splitlines() if ":\t" in line)
+
+
+def memory(pid, name="VmRSS"):
+    """In bytes; 0 when it has ended."""
+    return int(fields(pid).get(name, "0").split()[0]) << 10
+
+
+def listing(pid, name):
+    """Of a folder below /proc/PID, empty when the process has ended."""
+    with contextlib.suppress(*GONE):
+        return os.listdir(f"/proc/{pid}/{name}")
+    return []
+
+
+def descriptors(pid):
+    """How many it has open."""
+    return len(listing(pid, "fd"))
+
+
+def threads(pid):
+    return [int(thread) for thread in listing(pid, "task")]
+
+
+def children(pid):
+    """Of all its threads."""
+    return {int(child) for thread in threads(pid)
+            for child in text(pid, f"task/{thread}/children").split()}
+
+
+def is_running(pid):
+    """Whether the process exists and is no zombie that nobody has reaped."""
+    state = text(pid, "stat").rpartition(")")[2].split()
+    return bool(state) and state[0] != "Z"
+
+
+def is_sanitized(pid):
+    """Whether a sanitizer keeps memory of its own in the process."""
+    return "san.so" in text(pid, "maps")
+
+
+class Usage:
+    """What a process holds at one moment; nothing when it has ended."""
+
+    def __init__(self, pid):
+        self.pid = pid
+        self.descriptors = descriptors(pid)
+        self.threads = len(threads(pid))
+        self.children = len(children(pid))
+        self.memory = memory(pid) >> 10  # in KiB
+
+    @property
+    def counts(self):
+        return {"pid": self.pid, "descriptors": self.descriptors, "threads": self.threads,
+                "children": self.children}
+
+    def __repr__(self):
+        return f"{self.counts}, {self.memory} KiB"
