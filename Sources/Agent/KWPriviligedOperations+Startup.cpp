@@ -80,10 +80,13 @@ std::string configurationWithoutLibrary(const std::string &unquoted, const std::
   return result;
 }
 
-// Keeps the content as it was before this edit.
-void backUpConfiguration() {
+// Keeps the content as it was before this edit. An empty file, such as an edit
+// may have left, has nothing to keep and must not cost an earlier backup.
+void backUpConfiguration(const std::optional<std::string> &text) {
   NS::FileManager &manager = NS::FileManager::defaultManager();
   std::string backup = NS::stringByAppendingPathExtension(launchdConfiguration, "prev");
+  if (text && text->empty() && manager.fileExistsAtPath(backup))
+    return;
   static_cast<void>(manager.removeItemAtPath(backup, nullptr));
   static_cast<void>(manager.copyItemAtPath(launchdConfiguration, backup, nullptr));
 }
@@ -154,14 +157,21 @@ void KWPriviligedOperations::removeGlobalLoginItemForAppWithPath(const std::stri
 }
 
 // A file that is missing or empty is answered at once and then written all the
-// same, with an answer of its own.
+// same, with an answer of its own; so is one that is no text. What only a limit
+// of this process keeps from being read is left alone.
 void KWPriviligedOperations::removeLibraryFromLauchdConf(const std::string &libraryPath,
                                                          KWFlagReply reply) {
   if (!NS::FileManager::defaultManager().fileExistsAtPath(launchdConfiguration))
     answer(reply, true);
-  backUpConfiguration();
   NS::FileContents &files = NS::FileContents::shared();
-  std::string text = files.stringWithContentsOfFile(launchdConfiguration, nullptr).value_or("");
+  std::optional<NS::Error> failure;
+  auto former = files.stringWithContentsOfFile(launchdConfiguration, &failure);
+  if (failure && NS::isLimitOfThisProcess(*failure)) {
+    NS::Log("%@ is left as it is: %@", launchdConfiguration, failure);
+    return answer(reply, false);
+  }
+  backUpConfiguration(former);
+  std::string text = std::move(former).value_or("");
   if (text.empty())
     answer(reply, true);
   std::erase(text, '"');

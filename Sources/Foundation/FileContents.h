@@ -15,7 +15,8 @@ namespace NS {
 
 class FileContents {
 public:
-  // Larger files read as FileReadTooLargeError; in bytes.
+  // Larger files read as FileReadTooLargeError; in bytes. A path that holds a
+  // NUL byte is an error.
   static constexpr std::size_t sizeLimit = 16u << 20;
 
   virtual ~FileContents() = default;
@@ -28,10 +29,14 @@ public:
                                                             ErrorSlot error) = 0;
 
   // Replaces the file at the path as a whole: the data goes to a new file in
-  // the same folder, which is synced, given the mode and the owner of the
-  // former file, and renamed over it. On failure the former file is as it was
-  // and nothing else is left in the folder. A link at the path is replaced, not
-  // followed.
+  // the same folder, which is synced, given the owner, the mode, the access list
+  // and the other extended attributes of the former file, and renamed over it.
+  // A list or attribute that the volume has no room for is left out, and then
+  // nobody is let in whom the former file kept out; so are attributes that vouch
+  // for the former data. On failure the former file is as it was and nothing
+  // else is left in the folder; what a killed process left there goes with the
+  // next replacement. A link at the path is replaced, not followed, by a file
+  // that takes its owner and the rest from the link's target.
   virtual bool writeToFileAtomically(const std::string &path, std::string_view data,
                                      ErrorSlot error) = 0;
 
@@ -39,5 +44,9 @@ public:
   // FileReadCorruptFileError.
   std::optional<std::string> stringWithContentsOfFile(const std::string &path, ErrorSlot error);
 };
+
+// Whether a file could not be read by a limit of this process alone: the size
+// limit, its memory, its descriptors. The file may be all right then.
+bool isLimitOfThisProcess(const Error &error);
 
 } // namespace NS

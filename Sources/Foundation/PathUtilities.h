@@ -23,4 +23,10 @@ std::string stringByDeletingPathExtension(std::string_view path);
 // back unchanged.
 std::string stringByAppendingPathExtension(std::string_view path, std::string_view extension);
 
+// Every call of the system would see such a path cut short.
+bool holdsNul(std::string_view path);
+// Whether a name, joined to a folder, is that of an item within: not empty, not
+// "." or "..", without a slash or a NUL byte.
+bool isFileName(std::string_view name);
+
 } // namespace NS

@@ -30,13 +30,6 @@ bool unloadingSucceeds(const std::vector<std::string> &arguments) {
   return !output;
 }
 
-// Anything else, joined to a folder, would be the folder itself or lead out of
-// it.
-bool isFileName(const std::string &label) {
-  return !label.empty() && label != "." && label != ".." && label.find('/') == std::string::npos &&
-         label.find('\0') == std::string::npos;
-}
-
 NS::SharedInstance<KWLaunchdManager> &instance() {
   static KWLaunchdManager real;
   static NS::SharedInstance<KWLaunchdManager> shared(real);
@@ -116,7 +109,8 @@ bool KWLaunchdManager::removePrivilegedToolWithLabel(
     const std::optional<std::string> &label) const {
   if (!label)
     return false;
-  if (!isFileName(*label))
+  // Anything else would be the folder itself or lead out of it.
+  if (!NS::isFileName(*label))
     return true;
   NS::FileManager &manager = NS::FileManager::defaultManager();
   std::string path = NS::stringByAppendingPathComponent(privilegedToolsFolder, *label);

@@ -61,13 +61,18 @@ bool KWServiceManagementRemover::removeSMLoginItem(const std::optional<std::stri
   std::string path = NS::stringWithFormat(
       "/private/var/db/launchd.db/com.apple.launchd.peruser.%d/overrides.plist", userIdentifier());
   NS::FileContents &files = NS::FileContents::shared();
-  auto former = files.dataWithContentsOfFile(path, nullptr);
+  std::optional<NS::Error> error;
+  auto former = files.dataWithContentsOfFile(path, &error);
+  // The item may well be in there.
+  if (error && NS::isLimitOfThisProcess(*error)) {
+    storeDescription(errorDesc, error->localizedDescription());
+    return false;
+  }
   auto database = former ? NS::propertyListWithData(*former, nullptr) : std::nullopt;
   if (!database || !database->dictionary())
     return true;
   removeItem(*database, *bundleID);
 
-  std::optional<NS::Error> error;
   auto data = NS::dataWithPropertyList(*database, &error);
   if (!data) {
     if (error) {

@@ -12,15 +12,17 @@ namespace kwtest {
 class FakeFileContents : public NS::FileContents {
 public:
   std::map<std::string, std::string> files;
-  int writeFailure = 0; // an errno value
+  int readFailure = 0; // an errno value, as is the next
+  int writeFailure = 0;
   int writes = 0;
 
   std::optional<std::string> dataWithContentsOfFile(const std::string &path,
                                                     NS::ErrorSlot error) override {
     auto found = files.find(path);
-    if (found != files.end())
+    if (found != files.end() && readFailure == 0)
       return found->second;
-    NS::storeError(error, NS::fileError(ENOENT, path, NS::FileAccess::Reading));
+    int failure = readFailure == 0 ? ENOENT : readFailure;
+    NS::storeError(error, NS::fileError(failure, path, NS::FileAccess::Reading));
     return std::nullopt;
   }
   bool writeToFileAtomically(const std::string &path, std::string_view data,

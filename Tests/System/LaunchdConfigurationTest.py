@@ -122,6 +122,21 @@ class LaunchdConfigurationTest(unittest.TestCase):
         self.assertEqual(self.root.read(CONF), b"")
         self.assertEqual(self.root.read(BACKUP), b"\xff\xfe not UTF-8")
 
+    def test_a_second_edit_keeps_the_backup_of_what_the_first_emptied(self):
+        self.root.write(CONF, b"\xff\xfe not UTF-8")
+        self.edit_to_the_end("/x")
+        self.edit_to_the_end("/x")
+        self.assertEqual(self.root.read(BACKUP), b"\xff\xfe not UTF-8")
+
+    def test_a_configuration_too_large_to_be_read_is_left_alone_with_its_backup(self):
+        large = f"{SET} /x\n".encode() + b"#" * (16 << 20)
+        self.root.write(CONF, large)
+        self.root.write(BACKUP, "good")
+        for _ in range(2):
+            self.assertFalse(self.edit("/x"))
+            self.assertTrue(self.root.read(CONF) == large)
+            self.assertEqual(self.root.read(BACKUP), b"good")
+
     def test_the_edit_is_logged(self):
         self.root.write(CONF, f'logged "1"\n{SET} /x\n')
         self.edit("/x")

@@ -3,6 +3,7 @@
 #include "Foundation/Linux/ItemCopy.h"
 
 #include "Foundation/Linux/ItemLocation.h"
+#include "Foundation/POSIX/AttributeCopy.h"
 #include "Foundation/POSIX/Descriptor.h"
 #include "Foundation/POSIX/Retrying.h"
 
@@ -10,9 +11,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
-#include <string_view>
 #include <sys/sysmacros.h>
-#include <sys/xattr.h>
 #include <vector>
 
 namespace NS {
@@ -68,79 +67,6 @@ int copyExtent(int source, int target, off_t start, off_t end) {
     start += count;
   }
   return 0;
-}
-
-// The names of an item's extended attributes, each ended by a NUL byte.
-int listAttributes(const std::string &path, std::string &names) {
-  for (;;) {
-    ssize_t size = ::listxattr(path.c_str(), nullptr, 0);
-    if (size < 0)
-      return errno == ENOTSUP ? 0 : errno;
-    names.resize(static_cast<std::size_t>(size));
-    if (size == 0)
-      return 0;
-    size = ::listxattr(path.c_str(), names.data(), names.size());
-    if (size >= 0)
-      names.resize(static_cast<std::size_t>(size));
-    if (size >= 0 || errno != ERANGE)
-      return size < 0 ? errno : 0;
-  }
-}
-
-int readAttribute(const std::string &path, const char *name, std::string &value) {
-  for (;;) {
-    ssize_t size = ::getxattr(path.c_str(), name, nullptr, 0);
-    if (size < 0)
-      return errno;
-    // One byte more: a size of zero would ask for the length again.
-    value.resize(static_cast<std::size_t>(size) + 1);
-    size = ::getxattr(path.c_str(), name, value.data(), value.size());
-    if (size >= 0)
-      value.resize(static_cast<std::size_t>(size));
-    if (size >= 0 || errno != ERANGE)
-      return size < 0 ? errno : 0;
-  }
-}
-
-template <typename Handler> int forEachName(const std::string &names, const Handler &handler) {
-  for (std::size_t at = 0; at < names.size(); at += std::string_view(&names[at]).size() + 1)
-    if (int error = handler(names.c_str() + at))
-      return error;
-  return 0;
-}
-
-int copyAttribute(const std::string &source, const std::string &target, const char *name) {
-  std::string value;
-  int error = readAttribute(source, name, value);
-  if (error == 0 && ::setxattr(target.c_str(), name, value.data(), value.size(), 0) != 0)
-    error = errno;
-  // Gone meanwhile, unknown to the volume, or not ours to read or set.
-  bool leftOut = error == ENODATA || error == ENOTSUP || error == EPERM || error == EACCES;
-  return leftOut ? 0 : error;
-}
-
-bool holdsName(const std::string &names, std::string_view wanted) {
-  return forEachName(names, [&](const char *name) { return name == wanted ? 1 : 0; }) != 0;
-}
-
-int copyAttributes(int sourceHandle, int targetHandle) {
-  std::string source = handlePath(sourceHandle), target = handlePath(targetHandle);
-  std::string names, inherited;
-  if (int error = listAttributes(source, names))
-    return error;
-  if (int error =
-          forEachName(names, [&](const char *name) { return copyAttribute(source, target, name); }))
-    return error;
-  // An access list that the copy inherited from its new folder would let in
-  // people whom the original keeps out.
-  if (int error = listAttributes(target, inherited))
-    return error;
-  return forEachName(inherited, [&](const char *name) {
-    bool isAccessList = std::string_view(name).starts_with("system.posix_acl_");
-    if (!isAccessList || holdsName(names, name) || ::removexattr(target.c_str(), name) == 0)
-      return 0;
-    return errno == ENODATA ? 0 : errno;
-  });
 }
 
 int makeNode(int sourceFolder, const char *name, int targetFolder, const char *targetName,
@@ -207,7 +133,7 @@ int copyMetadata(int source, int target, const ItemStatus &status) {
       return errno;
     mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
   }
-  if (int error = copyAttributes(source, target))
+  if (int error = copyAttributes(source, target, CopiedData::Same, mode))
     return error;
   if (!S_ISLNK(status.mode) && ::chmod(handlePath(target).c_str(), mode) != 0)
     return errno;

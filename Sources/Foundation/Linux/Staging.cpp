@@ -36,7 +36,7 @@ void removeStaged(int destination, const std::string &name, const Descriptor &fo
 
 void removeLeftover(int destination, const std::string &name) {
   Descriptor folder = openFolder(destination, name.c_str());
-  if (folder && takeOver(destination, name, folder.get()) == 0)
+  if (folder && takeOver(destination, name, folder.get(), ::geteuid()) == 0)
     removeStaged(destination, name, folder);
 }
 
@@ -81,7 +81,7 @@ int Staging::make(const std::string &name) {
   }
   // Somebody who looked for leftovers may have been faster. On a volume that
   // keeps no locks nobody takes any.
-  int error = takeOver(destination_.get(), name, folder.get());
+  int error = takeOver(destination_.get(), name, folder.get(), ::geteuid());
   if (error == EWOULDBLOCK || error == ESTALE)
     return EEXIST;
   folder_ = std::move(folder);

@@ -18,18 +18,12 @@ namespace {
 
 bool isDirectory(const std::string &path) {
   struct stat status;
-  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  return !holdsNul(path) && ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 bool isRegularFile(const std::string &path) {
   struct stat status;
   return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
-// A name from a list that somebody else wrote must not lead out of its folder.
-bool isPlainName(const std::string &name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
-         name.find('\0') == std::string::npos;
 }
 
 class FolderBundle final : public Bundle {
@@ -58,7 +52,8 @@ public:
   std::optional<std::string> executablePath() override {
     std::string name = infoString("CFBundleExecutable")
                            .value_or(stringByDeletingPathExtension(lastPathComponent(path_)));
-    if (!isPlainName(name))
+    // A list that somebody else wrote must not lead out of its folder.
+    if (!isFileName(name))
       return std::nullopt;
     for (const std::string &folder :
          {stringByAppendingPathComponent(contents_, "MacOS"), contents_, path_}) {
@@ -77,7 +72,7 @@ private:
 
   // Null when there is no such table. A table is read once.
   const PropertyList *stringTable(const std::string &name) {
-    if (!isPlainName(name))
+    if (!isFileName(name))
       return nullptr;
     std::lock_guard lock(mutex_);
     auto [found, isNew] = tables_.try_emplace(name);

@@ -1,6 +1,7 @@
 // Reading and replacing whole files.
 #include "Foundation/FileContents.h"
 
+#include "Foundation/POSIX/AttributeCopy.h"
 #include "Foundation/POSIX/Descriptor.h"
 #include "Foundation/POSIX/Descriptors.h"
 #include "Foundation/POSIX/Retrying.h"
@@ -9,6 +10,7 @@
 #include "Foundation/SharedInstance.h"
 #include "Foundation/Unicode.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -48,12 +50,26 @@ constexpr const char *temporaryPrefix = ".keepwell-new-";
 // Beyond the numbered names, for more replacements at once than anybody makes.
 constexpr unsigned randomNames = 16;
 
-void removeLeftover(int folder, const std::string &name) {
-  Descriptor file(
-      ::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+// Opens an item of a folder if it is a regular file. The status, as far as it
+// could be read, tells why there is no descriptor.
+Descriptor openFile(int folder, const std::string &name, int flags, struct stat &status) {
+  Descriptor file;
+  int followed = (flags & O_NOFOLLOW) ? AT_SYMLINK_NOFOLLOW : 0;
+  if (::fstatat(folder, name.c_str(), &status, followed) != 0 || !S_ISREG(status.st_mode))
+    return file;
+  file = Descriptor(retrying(
+      [&] { return ::openat(folder, name.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
+  if (file && (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)))
+    file.reset();
+  return file;
+}
+
+// The file that is replaced may belong to another user, and a replacement that
+// was nearly done already does.
+void removeLeftover(int folder, const std::string &name, uid_t owner) {
   struct stat status;
-  if (file && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
-      takeOver(folder, name, file.get()) == 0)
+  Descriptor file = openFile(folder, name, O_RDONLY | O_NOFOLLOW, status);
+  if (file && takeOver(folder, name, file.get(), owner) == 0)
     static_cast<void>(::unlinkat(folder, name.c_str(), 0));
 }
 
@@ -74,24 +90,41 @@ public:
   int perform(std::string_view data);
 
 private:
-  Descriptor create(mode_t mode);
+  int openFormer();
+  Descriptor create();
   Descriptor createNamed(std::string name, mode_t mode);
-  int fill(int descriptor, const struct stat *former, std::string_view data) const;
+  int fill(int descriptor, std::string_view data) const;
+  int takeAfterFormer(int descriptor) const;
 
   int folder_;
   std::string name_;
+  Descriptor former_; // empty when no file stands there
+  struct stat formerStatus_ = {};
   std::string temporary_;
   bool exists_ = false;
 };
 
+// A link that leads nowhere and a special file are replaced by a file that takes
+// nothing after them. 0 or an errno value.
+int Replacement::openFormer() {
+  former_ = openFile(folder_, name_, O_RDONLY, formerStatus_);
+  if (S_ISDIR(formerStatus_.st_mode))
+    return EISDIR;
+  bool isHidden = S_ISREG(formerStatus_.st_mode) && !former_ && errno != ENOENT;
+  return isHidden ? errno : 0;
+}
+
 // Nothing, with errno set, when there is no name left.
-Descriptor Replacement::create(mode_t mode) {
+Descriptor Replacement::create() {
+  // Never readable by more people than the former file, not even for a moment.
+  const mode_t mode = former_ ? formerStatus_.st_mode & 0600 : 0666;
+  const uid_t owner = former_ ? formerStatus_.st_uid : ::geteuid();
   Descriptor result;
   errno = EEXIST;
   for (unsigned slot = 0; slot < temporarySlots; ++slot) {
     int error = errno;
     std::string name = temporaryName(temporaryPrefix, slot);
-    removeLeftover(folder_, name);
+    removeLeftover(folder_, name, owner);
     errno = error;
     if (!result && errno == EEXIST)
       result = createNamed(std::move(name), mode);
@@ -108,7 +141,7 @@ Descriptor Replacement::createNamed(std::string name, mode_t mode) {
   }));
   if (!file)
     return file;
-  int error = takeOver(folder_, name, file.get());
+  int error = takeOver(folder_, name, file.get(), ::geteuid());
   if (error == EWOULDBLOCK || error == ESTALE) {
     file.reset();
     errno = EEXIST;
@@ -119,27 +152,35 @@ Descriptor Replacement::createNamed(std::string name, mode_t mode) {
   return file;
 }
 
-// The owner comes before the mode, since a change of owner clears mode bits.
-int Replacement::fill(int descriptor, const struct stat *former, std::string_view data) const {
-  if (former && (::fchown(descriptor, former->st_uid, former->st_gid) != 0 ||
-                 ::fchmod(descriptor, former->st_mode & 07777) != 0))
-    return errno;
+int Replacement::fill(int descriptor, std::string_view data) const {
   if (int failure = writeAll(descriptor, data))
     return failure;
   return retrying([&] { return ::fsync(descriptor); }) == 0 ? 0 : errno;
 }
 
+// The owner comes first: a list counts the owning group among those whom it
+// lets in. The mode comes last: a change of the owner clears bits of it, and of
+// a file with a list its bits of the group are the list's mask.
+int Replacement::takeAfterFormer(int descriptor) const {
+  if (!former_)
+    return 0;
+  mode_t mode = formerStatus_.st_mode & 07777;
+  if (::fchown(descriptor, formerStatus_.st_uid, formerStatus_.st_gid) != 0)
+    return errno;
+  if (int failure = copyAttributes(former_.get(), descriptor, CopiedData::Another, mode))
+    return failure;
+  return ::fchmod(descriptor, mode) == 0 ? 0 : errno;
+}
+
 int Replacement::perform(std::string_view data) {
-  struct stat former;
-  bool hasFormer = ::fstatat(folder_, name_.c_str(), &former, 0) == 0;
-  if (hasFormer && S_ISDIR(former.st_mode))
-    return EISDIR;
-  hasFormer = hasFormer && S_ISREG(former.st_mode);
-  // Never readable by more people than the former file, not even for a moment.
-  Descriptor descriptor(create(hasFormer ? former.st_mode & 0600 : 0666));
+  if (int failure = openFormer())
+    return failure;
+  Descriptor descriptor(create());
   if (!descriptor)
     return errno;
-  if (int failure = fill(descriptor.get(), hasFormer ? &former : nullptr, data))
+  if (int failure = fill(descriptor.get(), data))
+    return failure;
+  if (int failure = takeAfterFormer(descriptor.get()))
     return failure;
   // Renamed before it is closed: with the descriptor goes the lock, and without
   // it the next replacement would take the file for a leftover. All is synced,
@@ -161,6 +202,8 @@ public:
       storeError(error, fileError(errnum, path, FileAccess::Reading));
       return std::nullopt;
     };
+    if (holdsNul(path))
+      return failed(EINVAL);
     struct stat status;
     Descriptor descriptor(
         retrying([&] { return descriptors::openUnlessDevice(path.c_str(), O_RDONLY); }));
@@ -187,6 +230,8 @@ public:
 
 private:
   static int replace(const std::string &path, std::string_view data) {
+    if (holdsNul(path))
+      return EINVAL;
     std::string folderPath = stringByDeletingLastPathComponent(path);
     std::string name = lastPathComponent(path);
     if (name.empty() || name == "/" || name == "." || name == "..")
@@ -212,6 +257,13 @@ FileContents &FileContents::shared() {
 
 FileContents *FileContents::exchangeShared(FileContents *replacement) {
   return instance().exchange(replacement);
+}
+
+bool isLimitOfThisProcess(const Error &error) {
+  constexpr std::array limits = {EFBIG, EMFILE, ENFILE, ENOMEM};
+  const Error *cause = error.underlyingError();
+  return cause && cause->domain() == POSIXErrorDomain &&
+         std::find(limits.begin(), limits.end(), cause->code()) != limits.end();
 }
 
 std::optional<std::string> FileContents::stringWithContentsOfFile(const std::string &path,

@@ -75,4 +75,13 @@ std::string stringByAppendingPathExtension(std::string_view path, std::string_vi
   return fixed + "." + std::string(extension);
 }
 
+bool holdsNul(std::string_view path) {
+  return path.find('\0') != std::string_view::npos;
+}
+
+bool isFileName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos &&
+         !holdsNul(name);
+}
+
 } // namespace NS

@@ -23,16 +23,16 @@ std::string temporaryName(const char *prefix, unsigned slot) {
   return std::string(prefix) + number;
 }
 
-int takeOver(int folder, const std::string &name, int item) {
+int takeOver(int folder, const std::string &name, int item, uid_t owner) {
   if (::flock(item, LOCK_EX | LOCK_NB) != 0)
     return errno;
   struct stat held, named;
   if (::fstat(item, &held) != 0 ||
       ::fstatat(folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0)
     return errno == ENOENT ? ESTALE : errno;
-  bool isIt =
-      held.st_uid == ::geteuid() && held.st_dev == named.st_dev && held.st_ino == named.st_ino;
-  return isIt ? 0 : ESTALE;
+  bool isOurs = held.st_uid == ::geteuid() || held.st_uid == owner;
+  bool isNamed = held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+  return isOurs && isNamed ? 0 : ESTALE;
 }
 
 } // namespace NS

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <string>
+#include <sys/types.h>
 
 namespace NS {
 
@@ -20,8 +21,9 @@ std::string temporaryName(const char *prefix, unsigned slot);
 // Takes the lock of an open item, until the descriptor is closed. Asked by
 // whoever has made the item, to keep it, and by whoever finds it, before
 // removing it. 0, or an errno value: EWOULDBLOCK when a living process holds
-// the lock, ESTALE when the name means another item or the item is another
-// user's, else what volumes answer that keep no locks.
-int takeOver(int folder, const std::string &name, int item);
+// the lock, ESTALE when the name means another item or the item is neither this
+// process's user's nor the given owner's, else what volumes answer that keep no
+// locks.
+int takeOver(int folder, const std::string &name, int item, uid_t owner);
 
 } // namespace NS

@@ -1,6 +1,8 @@
 // File URLs as values; what must ask the host stands in URLResourceValues.cpp.
 #include "Foundation/URL.h"
 
+#include "Foundation/PathUtilities.h"
+
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -18,11 +20,6 @@ std::string withoutTrailingSlash(std::string_view path) {
   return std::string(path);
 }
 
-// The system would look at another path, ended by the NUL byte.
-bool isCutShort(const std::string &path) {
-  return path.find('\0') != std::string::npos;
-}
-
 bool isUnescapedInPath(unsigned char c) {
   if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'))
     return true;
@@ -36,7 +33,7 @@ URL URL::fileURLWithPath(std::string_view path) {
   struct stat status;
   bool isDirectory =
       endsInSlash(path) ||
-      (!isCutShort(plain) && ::stat(plain.c_str(), &status) == 0 && S_ISDIR(status.st_mode));
+      (!holdsNul(plain) && ::stat(plain.c_str(), &status) == 0 && S_ISDIR(status.st_mode));
   return URL(std::move(plain), isDirectory);
 }
 
@@ -62,9 +59,9 @@ std::string URL::absoluteString() const {
 
 bool URL::checkResourceIsReachable(ErrorSlot error) const {
   struct stat status;
-  if (!isCutShort(path_) && ::lstat(path_.c_str(), &status) == 0)
+  if (!holdsNul(path_) && ::lstat(path_.c_str(), &status) == 0)
     return true;
-  int cause = isCutShort(path_) ? EINVAL : errno;
+  int cause = holdsNul(path_) ? EINVAL : errno;
   storeError(error, fileError(cause, path_, FileAccess::Reading));
   return false;
 }

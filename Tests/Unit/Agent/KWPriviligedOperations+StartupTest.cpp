@@ -8,11 +8,15 @@
 #include "Support/RecordingTaskRunner.h"
 
 #include "Foundation/Process.h"
+#include "Foundation/PropertyList.h"
 #include "Foundation/SharedFileList.h"
 #include "Foundation/SharedInstance.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <cerrno>
+#include <unistd.h>
 
 namespace {
 
@@ -154,8 +158,16 @@ TEST_F(StartupHandlersTest, aStartupItemsNameGoesInQuotesAndTheStatusIsIgnored) 
 }
 
 TEST_F(StartupHandlersTest, aLoginItemOfTheServiceManagerIsRemovedFromItsDatabase) {
+  const std::string path = "/private/var/db/launchd.db/com.apple.launchd.peruser." +
+                           std::to_string(::getuid()) + "/overrides.plist";
+  const NS::PropertyList::Dictionary former = {{"a", true}, {"b", true}};
+  contents.files[path] = *NS::dataWithPropertyList(NS::PropertyList(former), nullptr);
   operations.removeSMLoginItem("a", reply());
-  EXPECT_THAT(replies, ElementsAre(true));
+  EXPECT_EQ(NS::propertyListWithData(contents.files[path], nullptr),
+            NS::PropertyList(NS::PropertyList::Dictionary{{"b", true}}));
+  contents.writeFailure = ENOSPC;
+  operations.removeSMLoginItem("b", reply());
+  EXPECT_THAT(replies, ElementsAre(true, false));
 }
 
 TEST_F(StartupHandlersTest, withoutAListOfLoginItemsThereIsNothingToRemove) {
@@ -248,6 +260,38 @@ TEST_F(StartupHandlersTest, aBackupThatFailsStopsNothing) {
   files.failing["/etc/launchd.conf.prev"] = 28;
   edit("/x");
   EXPECT_THAT(replies, ElementsAre(true));
+}
+
+TEST_F(StartupHandlersTest, aConfigurationThatIsNoTextIsBackedUpAndEmptied) {
+  configuration("\xff");
+  edit("/x");
+  EXPECT_EQ(contents.files[conf], "");
+  EXPECT_THAT(files.calls, ElementsAre("remove /etc/launchd.conf.prev",
+                                       "copy /etc/launchd.conf /etc/launchd.conf.prev"));
+  EXPECT_THAT(replies, ElementsAre(true, true));
+}
+
+TEST_F(StartupHandlersTest, aConfigurationThatOnlyALimitRefusesIsLeftAlone) {
+  for (int limit : {EFBIG, EMFILE, ENFILE, ENOMEM}) {
+    configuration("umask 022\n");
+    files.existing.insert("/etc/launchd.conf.prev");
+    contents.readFailure = limit;
+    edit("/x");
+  }
+  EXPECT_EQ(contents.files[conf], "umask 022\n");
+  EXPECT_EQ(contents.writes, 0);
+  EXPECT_TRUE(files.calls.empty());
+  EXPECT_THAT(replies, ElementsAre(false, false, false, false));
+}
+
+TEST_F(StartupHandlersTest, aSecondEditKeepsTheBackupOfAConfigurationThatIsEmptyByNow) {
+  configuration("\xff");
+  edit("/x");
+  files.calls.clear();
+  edit("/x");
+  EXPECT_TRUE(files.calls.empty());
+  EXPECT_TRUE(files.existing.contains("/etc/launchd.conf.prev"));
+  EXPECT_THAT(replies, ElementsAre(true, true, true, true));
 }
 
 TEST_F(StartupHandlersTest, aReceiptIsForgottenThroughPkgutil) {

@@ -1,6 +1,9 @@
 // Whole files in and out, and above all what a failed replacement leaves.
 #include "Foundation/FileContents.h"
 
+#include "Support/AccessList.h"
+#include "Support/ForkedChild.h"
+#include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
@@ -124,6 +127,88 @@ TEST_F(FileContentsTest, cannotReplaceAFolderNorStandInAMissingOne) {
     EXPECT_TRUE(error) << path;
   }
   EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, areReplacedWithAccessListAndAttributesKept) {
+  const std::string path = scratch.file("a", "old");
+  // The owning group may do nothing; its bits of the mode are the list's mask.
+  const std::string list = kwtest::accessListOf(
+      {{ACL_USER_OBJ, 6}, {ACL_USER, 6, 1234}, {ACL_GROUP_OBJ, 0}, {ACL_MASK, 6}, {ACL_OTHER, 0}});
+  KW_REQUIRE_ATTRIBUTE(path, kwtest::accessListName, list);
+  KW_REQUIRE_ATTRIBUTE(path, "user.note", "kept");
+  EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_EQ(scratch.content("a"), "new");
+  EXPECT_EQ(kwtest::attribute(path, kwtest::accessListName), list);
+  EXPECT_EQ(kwtest::attribute(path, "user.note"), "kept");
+  struct stat status;
+  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0660u);
+}
+
+TEST_F(FileContentsTest, areReplacedWithoutTheListThatTheFolderHandsDown) {
+  const std::string path = scratch.file("a", "old");
+  ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+  KW_REQUIRE_ATTRIBUTE(scratch.path(), kwtest::defaultListName,
+                       kwtest::accessListOf({{ACL_USER_OBJ, 6},
+                                             {ACL_USER, 6, 1234},
+                                             {ACL_GROUP_OBJ, 6},
+                                             {ACL_MASK, 6},
+                                             {ACL_OTHER, 0}}));
+  EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_EQ(kwtest::attribute(path, kwtest::accessListName), "");
+}
+
+// The signal of that limit ends the process in the middle of its write.
+TEST_F(FileContentsTest, ofAnotherUserClearWhatAKilledReplacementLeft) {
+  KW_REQUIRE_ROOT();
+  const std::string path = scratch.file("a", "old");
+  ASSERT_EQ(::chown(path.c_str(), 1234, 5678), 0);
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              std::signal(SIGXFSZ, SIG_DFL);
+              rlimit limit{4096, 4096};
+              ::setrlimit(RLIMIT_FSIZE, &limit);
+              files().writeToFileAtomically(path, std::string(100'000, 'x'), nullptr);
+              return "written";
+            }),
+            "ended by signal " + std::to_string(SIGXFSZ));
+  ASSERT_EQ(entryCount(), 2u);
+  // One that had its owner already when it was killed.
+  ASSERT_EQ(::chown(scratch.file(".keepwell-new-01", "x").c_str(), 1234, 5678), 0);
+  EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_EQ(scratch.content("a"), "new");
+  EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, leaveAFileOfTheirNamesToAThirdUser) {
+  KW_REQUIRE_ROOT();
+  const std::string path = scratch.file("a", "old");
+  ASSERT_EQ(::chown(path.c_str(), 1234, 5678), 0);
+  ASSERT_EQ(::chown(scratch.file(".keepwell-new-00", "x").c_str(), 4321, 5678), 0);
+  EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_EQ(scratch.content(".keepwell-new-00"), "x");
+}
+
+TEST_F(FileContentsTest, atAPathThatWouldBeCutShortAreAnError) {
+  const std::string path = scratch.file("a", "old") + std::string("\0x", 2);
+  EXPECT_EQ(files().dataWithContentsOfFile(path, &error), std::nullopt);
+  EXPECT_TRUE(error);
+  error.reset();
+  EXPECT_FALSE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_TRUE(error);
+  EXPECT_EQ(scratch.content("a"), "old");
+  EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, tellALimitOfThisProcessFromAFaultOfTheFile) {
+  std::string path = scratch.file("a", "");
+  ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(NS::FileContents::sizeLimit) + 1), 0);
+  EXPECT_FALSE(files().stringWithContentsOfFile(path, &error));
+  EXPECT_TRUE(error && NS::isLimitOfThisProcess(*error));
+  for (const std::string &other :
+       {scratch.file("b", "\xff"), scratch.path(), scratch.path("missing")}) {
+    EXPECT_FALSE(files().stringWithContentsOfFile(other, &error));
+    EXPECT_TRUE(error && !NS::isLimitOfThisProcess(*error)) << other;
+  }
 }
 
 // The limit on a file's size stops the write midway, as a full disk does.

@@ -50,6 +50,14 @@ TEST_F(KWServiceManagementRemoverTest, withoutADatabaseSucceedsAndCreatesNothing
   EXPECT_EQ(description, std::nullopt);
 }
 
+TEST_F(KWServiceManagementRemoverTest, aDatabaseThatOnlyALimitRefusesIsAFailure) {
+  database(Dictionary{{"a", true}});
+  files.readFailure = EFBIG;
+  EXPECT_FALSE(remover.removeSMLoginItem("a", &description));
+  EXPECT_TRUE(description);
+  EXPECT_EQ(files.writes, 0);
+}
+
 TEST_F(KWServiceManagementRemoverTest, anUnparseableDatabaseStaysAsItIs) {
   for (const std::string &content : {std::string("garbage"), std::string(), std::string("<array/>"),
                                      std::string("bplist00"), std::string("<dict><key>a</key>")}) {

@@ -1,0 +1,168 @@
+// Extended attributes by way of the handles' paths, which serve descriptors
+// that only stand for an item as well. An access list is an attribute here.
+#include "Foundation/POSIX/AttributeCopy.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <endian.h>
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+namespace NS {
+namespace {
+
+constexpr const char *accessList = "system.posix_acl_access";
+constexpr std::string_view anyAccessList = "system.posix_acl_";
+// Whoever changes the data of a file loses these.
+constexpr std::array vouchers = {"security.capability", "security.ima", "security.evm"};
+
+std::string handlePath(int handle) {
+  return "/proc/self/fd/" + std::to_string(handle);
+}
+
+// The names of an item's extended attributes, each ended by a NUL byte.
+int listAttributes(const std::string &path, std::string &names) {
+  for (;;) {
+    ssize_t size = ::listxattr(path.c_str(), nullptr, 0);
+    if (size < 0)
+      return errno == ENOTSUP ? 0 : errno;
+    names.resize(static_cast<std::size_t>(size));
+    if (size == 0)
+      return 0;
+    size = ::listxattr(path.c_str(), names.data(), names.size());
+    if (size >= 0)
+      names.resize(static_cast<std::size_t>(size));
+    if (size >= 0 || errno != ERANGE)
+      return size < 0 ? errno : 0;
+  }
+}
+
+int readAttribute(const std::string &path, const char *name, std::string &value) {
+  for (;;) {
+    ssize_t size = ::getxattr(path.c_str(), name, nullptr, 0);
+    if (size < 0)
+      return errno;
+    // One byte more: a size of zero would ask for the length again.
+    value.resize(static_cast<std::size_t>(size) + 1);
+    size = ::getxattr(path.c_str(), name, value.data(), value.size());
+    if (size >= 0)
+      value.resize(static_cast<std::size_t>(size));
+    if (size >= 0 || errno != ERANGE)
+      return size < 0 ? errno : 0;
+  }
+}
+
+template <typename Handler> int forEachName(const std::string &names, const Handler &handler) {
+  for (std::size_t at = 0; at < names.size(); at += std::string_view(&names[at]).size() + 1)
+    if (int error = handler(names.c_str() + at))
+      return error;
+  return 0;
+}
+
+bool holdsName(const std::string &names, std::string_view wanted) {
+  return forEachName(names, [&](const char *name) { return name == wanted ? 1 : 0; }) != 0;
+}
+
+// Gone meanwhile, too much for the volume or unknown to it, or not ours to read
+// or set.
+bool isLeftOut(int error) {
+  constexpr std::array causes = {ENODATA, ENOTSUP, EPERM, EACCES, ENOSPC, EDQUOT, E2BIG, ERANGE};
+  return std::find(causes.begin(), causes.end(), error) != causes.end();
+}
+
+int copyAttribute(const std::string &source, const std::string &target, const char *name) {
+  std::string value;
+  int error = readAttribute(source, name, value);
+  if (error == 0 && ::setxattr(target.c_str(), name, value.data(), value.size(), 0) != 0)
+    error = errno;
+  return error;
+}
+
+// What an access list grants, each as three bits.
+struct Grants {
+  static constexpr unsigned all = ACL_READ | ACL_WRITE | ACL_EXECUTE;
+  unsigned group = all;  // the owning group
+  unsigned users = all;  // what every user of the list has
+  unsigned groups = all; // and every other group
+  unsigned mask = all;   // bounds all of these
+};
+
+Grants grantsOf(std::string_view list) {
+  Grants grants;
+  posix_acl_xattr_entry entry;
+  list.remove_prefix(std::min(list.size(), sizeof(posix_acl_xattr_header)));
+  for (; list.size() >= sizeof entry; list.remove_prefix(sizeof entry)) {
+    list.copy(reinterpret_cast<char *>(&entry), sizeof entry);
+    const unsigned rights = le16toh(entry.e_perm);
+    const unsigned tag = le16toh(entry.e_tag);
+    if (tag == ACL_GROUP_OBJ)
+      grants.group = rights;
+    else if (tag == ACL_USER)
+      grants.users &= rights;
+    else if (tag == ACL_GROUP)
+      grants.groups &= rights;
+    else if (tag == ACL_MASK)
+      grants.mask = rights;
+  }
+  return grants;
+}
+
+// Of a file that has to do without its access list. Without it the users and
+// groups of the list are judged as members of the owning group or as others:
+// these get no more than each of the list has.
+mode_t modeWithoutList(const std::string &source, mode_t mode) {
+  std::string list;
+  Grants grants{.group = 0, .users = 0, .groups = 0, .mask = 0};
+  if (readAttribute(source, accessList, list) == 0)
+    grants = grantsOf(list);
+  const unsigned group = grants.group & grants.users & grants.mask;
+  const unsigned others = mode & grants.users & grants.groups & grants.mask & S_IRWXO;
+  return (mode & ~static_cast<mode_t>(S_IRWXG | S_IRWXO)) | group << 3 | others;
+}
+
+int copyAll(const std::string &source, const std::string &target, const std::string &names,
+            CopiedData data, mode_t &mode) {
+  return forEachName(names, [&](const char *name) {
+    if (data == CopiedData::Another &&
+        std::find(vouchers.begin(), vouchers.end(), std::string_view(name)) != vouchers.end())
+      return 0;
+    int error = copyAttribute(source, target, name);
+    if (!isLeftOut(error))
+      return error;
+    if (std::string_view(name) == accessList)
+      mode = modeWithoutList(source, mode);
+    return 0;
+  });
+}
+
+// Such a list would let in people whom the source keeps out.
+int removeInheritedLists(const std::string &target, const std::string &names) {
+  std::string inherited;
+  if (int error = listAttributes(target, inherited))
+    return error;
+  return forEachName(inherited, [&](const char *name) {
+    bool isForeign = std::string_view(name).starts_with(anyAccessList) && !holdsName(names, name);
+    if (!isForeign || ::removexattr(target.c_str(), name) == 0)
+      return 0;
+    return errno == ENODATA ? 0 : errno;
+  });
+}
+
+} // namespace
+
+int copyAttributes(int source, int target, CopiedData data, mode_t &mode) {
+  std::string from = handlePath(source), to = handlePath(target), names;
+  if (int error = listAttributes(from, names))
+    return error;
+  if (int error = copyAll(from, to, names, data, mode))
+    return error;
+  return removeInheritedLists(to, names);
+}
+
+} // namespace NS

@@ -1,0 +1,23 @@
+// The access list and the other extended attributes of an item, taken over by
+// one that is to stand in its place. For bodies of the seam only.
+#pragma once
+
+#include <sys/types.h>
+
+namespace NS {
+
+// What becomes of the source's data in the target: attributes that vouch for
+// data (capabilities, signatures) go only with the same.
+enum class CopiedData { Same, Another };
+
+// Gives an open item the attributes of another; descriptors that only stand for
+// an item will do where the host has such. The target keeps no access list that
+// it inherited from its folder and the source does not have. What the volume
+// cannot hold, or this process may not read or set, is left out.
+//
+// The mode is that of the source and becomes the one to set on the target
+// afterwards: the same, or without the source's access list one that lets
+// nobody in whom the list keeps out. 0 or an errno value.
+int copyAttributes(int source, int target, CopiedData data, mode_t &mode);
+
+} // namespace NS
