@@ -12,6 +12,9 @@ class Pipe {
 public:
   // Raises InternalInconsistencyException when no descriptor is left.
   static std::shared_ptr<Pipe> pipe();
+  // Drops what is written and has nothing to read: for a stream of a program
+  // that nobody listens to. Raises as pipe does.
+  static std::shared_ptr<Pipe> nullDevice();
 
   FileHandle &fileHandleForReading() { return *reading_; }
   FileHandle &fileHandleForWriting() { return *writing_; }

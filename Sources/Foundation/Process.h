@@ -21,7 +21,10 @@ public:
 
   // From now on the signals by which a supervisor ends a service end this
   // process with status 0, and writing to a pipe that nobody reads is an error
-  // of the write.
+  // of the write. Every other signal is treated by default and blocked by
+  // nobody, whatever the process that started this one ignored or blocked: an
+  // ignored SIGCHLD would lose the status of every program that is run. For the
+  // start of the process, before it has other threads.
   virtual void installSignalDispositions() = 0;
 };
 

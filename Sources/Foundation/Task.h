@@ -1,12 +1,16 @@
 // One run of another program: an argument vector, never a shell.
 //
 // One thread configures and launches a task; any thread may ask about it
-// afterwards. A task that ended leaves no zombie, whether or not anybody asks.
+// afterwards. A task that ended leaves no zombie, whether or not anybody asks,
+// even when memory runs out meanwhile.
 #pragma once
 
 #include "Foundation/Pipe.h"
 
+#include <chrono>
+#include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,6 +31,9 @@ public:
   virtual void setStandardInput(std::shared_ptr<Pipe> pipe) = 0;
   virtual void setStandardOutput(std::shared_ptr<Pipe> pipe) = 0;
   virtual void setStandardError(std::shared_ptr<Pipe> pipe) = 0;
+  // The program is killed when it still runs so long after its launch. Without
+  // a limit it may run for ever.
+  virtual void setTimeLimit(std::chrono::milliseconds limit) = 0;
 
   // Starts the program with this process's environment and working directory,
   // default signal dispositions and no descriptor but the standard streams.
@@ -42,6 +49,13 @@ public:
   virtual bool isRunning() = 0;
   // Raises InvalidArgumentException before the launch.
   virtual void waitUntilExit() = 0;
+  // Everything that the program writes to the pipe of its standard output until
+  // it closes that or ends; what the program started may hold the pipe open
+  // longer and is not waited for. Nothing when the time limit comes first, when
+  // reading fails, and when there are more bytes than the size limit; then the
+  // program has been killed. Blocks. Raises InvalidArgumentException before the
+  // launch and without such a pipe.
+  virtual std::optional<std::string> readOutput(std::size_t sizeLimit) = 0;
   // The exit status, or the number of the signal that ended the program; -1
   // when something else in the process has waited for it. Raises
   // InvalidArgumentException before the launch and while it is running.

@@ -51,6 +51,7 @@ private:
     void setStandardError(std::shared_ptr<NS::Pipe> pipe) override {
       real_->setStandardError(std::move(pipe));
     }
+    void setTimeLimit(std::chrono::milliseconds limit) override { real_->setTimeLimit(limit); }
     void launch() override {
       owner_.record(path_, arguments_);
       real_->setLaunchPath(owner_.program_);
@@ -58,6 +59,9 @@ private:
     }
     bool isRunning() override { return real_->isRunning(); }
     void waitUntilExit() override { real_->waitUntilExit(); }
+    std::optional<std::string> readOutput(std::size_t sizeLimit) override {
+      return real_->readOutput(sizeLimit);
+    }
     int terminationStatus() override { return real_->terminationStatus(); }
     NS::TaskTerminationReason terminationReason() override { return real_->terminationReason(); }
     int processIdentifier() const override { return real_->processIdentifier(); }

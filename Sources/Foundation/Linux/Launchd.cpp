@@ -3,21 +3,13 @@
 #include "Foundation/Launchd.h"
 
 #include "Foundation/Exception.h"
-#include "Foundation/POSIX/Descriptor.h"
-#include "Foundation/POSIX/Descriptors.h"
-#include "Foundation/POSIX/Retrying.h"
 #include "Foundation/PropertyList.h"
 #include "Foundation/SharedInstance.h"
+#include "Foundation/Task.h"
 #include "Foundation/WordList.h"
 
-#include <array>
 #include <chrono>
-#include <csignal>
 #include <optional>
-
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace NS {
 namespace {
@@ -27,63 +19,19 @@ constexpr const char *launchctl = "/bin/launchctl";
 // end must not fill the memory.
 constexpr std::size_t outputLimit = 1u << 20;
 
-class Deadline {
-public:
-  explicit Deadline(std::int64_t seconds) : end_(Clock::now() + std::chrono::seconds(seconds)) {}
-  // For poll; 0 once the time is up.
-  int millisecondsLeft() const {
-    auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
-    return left < 0 ? 0 : static_cast<int>(left);
-  }
-
-private:
-  using Clock = std::chrono::steady_clock;
-  Clock::time_point end_;
-};
-
-// Everything until the end of the data; nothing when the time is up first or
-// there is too much of it.
-std::optional<std::string> outputWithin(int descriptor, const Deadline &deadline) {
-  std::string output;
-  std::array<char, 4096> buffer;
-  for (;;) {
-    if (!descriptors::waitForReading(descriptor, -1, deadline.millisecondsLeft()).first)
-      return std::nullopt;
-    ssize_t count = retrying([&] { return ::read(descriptor, buffer.data(), buffer.size()); });
-    if (count <= 0)
-      return count == 0 ? std::optional(output) : std::nullopt;
-    output.append(buffer.data(), static_cast<std::size_t>(count));
-    if (output.size() > outputLimit)
-      return std::nullopt;
-  }
-}
-
-// A tool that has not ended in time is ended.
-void reap(pid_t tool, bool mayStillRun, const Deadline &deadline) {
-  Descriptor exit(descriptors::openExitDescriptor(tool));
-  if (!mayStillRun || !exit ||
-      !descriptors::waitForReading(exit.get(), -1, deadline.millisecondsLeft()).first)
-    ::kill(tool, SIGKILL);
-  static_cast<void>(retrying([&] { return ::waitpid(tool, nullptr, 0); }));
-}
-
-std::optional<std::string> launchctlList(const std::string &label, const Deadline &deadline) {
-  descriptors::PipeEnds pipe = descriptors::openPipe();
-  Descriptor reading(pipe.reading), writing(pipe.writing);
+// Nothing when there is no answer in time, and for a launchctl that cannot be
+// run.
+std::optional<std::string> launchctlList(const std::string &label, std::chrono::seconds limit) {
+  std::shared_ptr<Task> task = Task::create();
+  task->setLaunchPath(launchctl);
+  task->setArguments(wordList("list", label));
+  task->setStandardInput(Pipe::nullDevice());
+  task->setStandardOutput(Pipe::pipe());
   // What it says of a label that it does not know is no news.
-  Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
-  descriptors::Program program;
-  program.path = launchctl;
-  program.arguments = wordList(launchctl, "list", label);
-  program.standardStreams[0] = program.standardStreams[2] = null.get();
-  program.standardStreams[1] = writing.get();
-  int tool = 0;
-  if (descriptors::spawn(program, tool) != 0)
-    return std::nullopt;
-  writing.reset();
-  auto output = outputWithin(reading.get(), deadline);
-  reap(tool, output.has_value(), deadline);
-  return output;
+  task->setStandardError(Pipe::nullDevice());
+  task->setTimeLimit(limit);
+  task->launch();
+  return task->readOutput(outputLimit);
 }
 
 bool isDictionary(const std::string &output) {
@@ -104,11 +52,11 @@ public:
     if (key != GetJobKey || value.find('\0') != std::string::npos)
       return LaunchDataType::Errno;
     try {
-      auto output = launchctlList(value, Deadline(timeout));
+      auto output = launchctlList(value, std::chrono::seconds(timeout));
       if (!output)
         return LaunchDataType::None;
       return isDictionary(*output) ? LaunchDataType::Dictionary : LaunchDataType::Errno;
-    } catch (const Exception &) { // no descriptor left for the pipe
+    } catch (const Exception &) { // it cannot be started
       return LaunchDataType::None;
     }
   }

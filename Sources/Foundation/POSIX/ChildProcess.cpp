@@ -5,8 +5,12 @@
 #include "Foundation/POSIX/Descriptors.h"
 #include "Foundation/POSIX/Retrying.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <limits>
 #include <new>
 #include <poll.h>
 #include <sys/wait.h>
@@ -38,6 +42,7 @@ private:
   void takeNewcomers();
   std::size_t roomForWaits();
   void waitForAnEnd();
+  void killOverdue();
   void reapEnded();
 
   std::mutex mutex_; // guards the start and the newcomers
@@ -83,6 +88,7 @@ void Reaper::adopt(ChildSlot slot) noexcept {
 void Reaper::run() {
   for (;;) {
     waitForAnEnd();
+    killOverdue();
     reapEnded();
     takeNewcomers();
   }
@@ -100,10 +106,8 @@ void Reaper::takeNewcomers() {
       isAwake_ = retrying([&] { return ::read(wake_.reading, &byte, 1); }) != 1;
     arrived.swap(newcomers_);
   }
-  // Not reaped yet, so that the identifier still names this very child.
   for (const std::shared_ptr<ChildProcess> &child : arrived)
-    if (!child->outcome())
-      child->exitDescriptor = descriptors::openExitDescriptor(child->identifier());
+    child->exitDescriptor = child->openExitDescriptor();
   watched_.splice(watched_.end(), arrived);
   reapEnded();
 }
@@ -117,35 +121,65 @@ std::size_t Reaper::roomForWaits() {
   return waits_.capacity();
 }
 
+// Both in milliseconds, -1 for no time-out.
+int earlierTimeout(int one, int other) {
+  return one < 0 ? other : other < 0 ? one : std::min(one, other);
+}
+
+// Until the deadline of a child that has not been killed yet.
+int timeoutOf(const ChildProcess &child) {
+  return child.deadline() && !child.wasKilled ? millisecondsUntil(*child.deadline()) : -1;
+}
+
 void Reaper::waitForAnEnd() {
   const std::size_t room = roomForWaits();
   int timeout = -1;
   waits_.assign(1, {wake_.reading, POLLIN, 0});
-  for (const std::shared_ptr<ChildProcess> &child : watched_)
-    if (child->exitDescriptor >= 0 && waits_.size() < room)
-      waits_.push_back({child->exitDescriptor, POLLIN, 0});
+  for (const std::shared_ptr<ChildProcess> &child : watched_) {
+    timeout = earlierTimeout(timeout, timeoutOf(*child));
+    if (child->exitDescriptor && waits_.size() < room)
+      waits_.push_back({child->exitDescriptor.get(), POLLIN, 0});
     else
-      timeout = unwatchedInterval;
+      timeout = earlierTimeout(timeout, unwatchedInterval);
+  }
   // Whatever ends the wait, asking each child tells.
   static_cast<void>(::poll(waits_.data(), static_cast<nfds_t>(waits_.size()), timeout));
+}
+
+void Reaper::killOverdue() {
+  for (const std::shared_ptr<ChildProcess> &child : watched_)
+    if (timeoutOf(*child) == 0) {
+      child->kill();
+      child->wasKilled = true;
+    }
 }
 
 void Reaper::reapEnded() {
   watched_.remove_if([](const std::shared_ptr<ChildProcess> &child) {
     if (!child->outcome())
       return false;
-    if (child->exitDescriptor >= 0)
-      ::close(child->exitDescriptor);
+    child->exitDescriptor.reset();
     return true;
   });
 }
 
 } // namespace
 
+int millisecondsUntil(ChildProcess::Clock::time_point end) {
+  auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(end - ChildProcess::Clock::now()).count();
+  return static_cast<int>(std::clamp<std::int64_t>(left, 0, std::numeric_limits<int>::max()));
+}
+
 std::optional<ChildOutcome> ChildProcess::outcome() {
   std::lock_guard lock(mutex_);
+  look();
+  return outcome_;
+}
+
+void ChildProcess::look() {
   if (outcome_)
-    return outcome_;
+    return;
   int status = 0;
   pid_t reaped = ::waitpid(identifier_, &status, WNOHANG);
   if (reaped == identifier_)
@@ -154,7 +188,19 @@ std::optional<ChildOutcome> ChildProcess::outcome() {
     outcome_ = ChildOutcome{};
   if (outcome_)
     ended_.notify_all();
-  return outcome_;
+}
+
+void ChildProcess::kill() {
+  std::lock_guard lock(mutex_);
+  look();
+  if (!outcome_)
+    ::kill(identifier_, SIGKILL);
+}
+
+Descriptor ChildProcess::openExitDescriptor() {
+  std::lock_guard lock(mutex_);
+  look();
+  return outcome_ ? Descriptor() : Descriptor(descriptors::openExitDescriptor(identifier_));
 }
 
 void ChildProcess::waitUntilEnd() {

@@ -5,6 +5,9 @@
 // own identifier: other parts of the process may have children too.
 #pragma once
 
+#include "Foundation/POSIX/Descriptor.h"
+
+#include <chrono>
 #include <condition_variable>
 #include <list>
 #include <memory>
@@ -22,25 +25,43 @@ struct ChildOutcome {
 
 class ChildProcess {
 public:
+  using Clock = std::chrono::steady_clock;
+
   // Before the child is adopted.
   void setIdentifier(int identifier) { identifier_ = identifier; }
   int identifier() const { return identifier_; }
+  // When the reaping thread is to kill it; before it is adopted.
+  void setDeadline(Clock::time_point deadline) { deadline_ = deadline; }
+  std::optional<Clock::time_point> deadline() const { return deadline_; }
 
   // How it ended, nothing while it runs. Reaps it when it has ended and nobody
   // has yet; never blocks.
   std::optional<ChildOutcome> outcome();
   void waitUntilEnd();
+  // Does nothing to a child that has ended: until it is reaped here its
+  // identifier is its own, and afterwards nobody is sent a signal.
+  void kill();
+  // Readable once the child has ended. Empty for a child that has ended already
+  // or can only be asked.
+  Descriptor openExitDescriptor();
 
-  // The reaping thread's own: readable once the child has ended; -1 for a
-  // child that must be asked.
-  int exitDescriptor = -1;
+  // The reaping thread's own: the above, and whether the deadline was kept.
+  Descriptor exitDescriptor;
+  bool wasKilled = false;
 
 private:
+  // With the lock held.
+  void look();
+
   int identifier_ = 0;
+  std::optional<Clock::time_point> deadline_;
   std::mutex mutex_;
   std::condition_variable ended_;
   std::optional<ChildOutcome> outcome_;
 };
+
+// For poll: 0 once the time is up.
+int millisecondsUntil(ChildProcess::Clock::time_point end);
 
 // A one-element list, so that adopting a child that runs already cannot fail.
 using ChildSlot = std::list<std::shared_ptr<ChildProcess>>;

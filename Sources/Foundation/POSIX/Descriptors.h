@@ -18,6 +18,8 @@ struct PipeEnds {
 // creation, from creation on) and never take the place of a closed standard
 // stream. Raises InternalInconsistencyException when no descriptor is left.
 PipeEnds openPipe();
+// The same with both ends at the null device.
+PipeEnds openNullDevice();
 
 // Opens what the path names, links followed, unless it is a device: those may
 // do something by merely being opened. Close-on-exec, never waiting and never

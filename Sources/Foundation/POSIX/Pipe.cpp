@@ -8,12 +8,28 @@
 
 namespace NS {
 
-std::shared_ptr<Pipe> Pipe::pipe() {
-  descriptors::PipeEnds ends = descriptors::openPipe();
+namespace {
+
+// The handles of two descriptors, which they take over.
+using Handles = std::pair<std::shared_ptr<FileHandle>, std::shared_ptr<FileHandle>>;
+
+Handles handlesOf(descriptors::PipeEnds ends) {
   Descriptor writing(ends.writing); // until its handle has it
   auto forReading = FileHandle::fileHandleWithDescriptor(ends.reading);
   auto forWriting = FileHandle::fileHandleWithDescriptor(writing.release());
-  return std::shared_ptr<Pipe>(new Pipe(std::move(forReading), std::move(forWriting)));
+  return {std::move(forReading), std::move(forWriting)};
+}
+
+} // namespace
+
+std::shared_ptr<Pipe> Pipe::pipe() {
+  auto [reading, writing] = handlesOf(descriptors::openPipe());
+  return std::shared_ptr<Pipe>(new Pipe(std::move(reading), std::move(writing)));
+}
+
+std::shared_ptr<Pipe> Pipe::nullDevice() {
+  auto [reading, writing] = handlesOf(descriptors::openNullDevice());
+  return std::shared_ptr<Pipe>(new Pipe(std::move(reading), std::move(writing)));
 }
 
 } // namespace NS

@@ -16,6 +16,19 @@ extern "C" void endWithSuccess(int) {
   ::_exit(0);
 }
 
+// What a program keeps of the process that started it. Handlers are left: they
+// are not inherited, so that somebody in this process has installed them.
+void forgetInheritedSignals() {
+  for (int signal = 1; signal < NSIG; ++signal) {
+    struct sigaction action;
+    if (::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN)
+      static_cast<void>(std::signal(signal, SIG_DFL));
+  }
+  sigset_t none;
+  sigemptyset(&none);
+  ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
+}
+
 class ThisProcess final : public Process {
 public:
   void exit(int status) override {
@@ -32,6 +45,7 @@ public:
   }
 
   void installSignalDispositions() override {
+    forgetInheritedSignals();
     struct sigaction action = {};
     sigemptyset(&action.sa_mask);
     action.sa_handler = endWithSuccess;

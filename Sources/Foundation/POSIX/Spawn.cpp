@@ -77,13 +77,10 @@ private:
   posix_spawnattr_t attributes_;
 };
 
-} // namespace
-
-PipeEnds openPipe() {
-  int ends[2];
-  if (host::makePipe(ends) != 0)
+// Takes both over.
+PipeEnds pipeOf(Descriptor first, Descriptor second) {
+  if (!first || !second)
     raiseNoPipe();
-  Descriptor first(ends[0]), second(ends[1]);
   Descriptor reading = aboveStandardStreams(std::move(first));
   if (!reading)
     raiseNoPipe();
@@ -91,6 +88,20 @@ PipeEnds openPipe() {
   if (!writing)
     raiseNoPipe();
   return {reading.release(), writing.release()};
+}
+
+} // namespace
+
+PipeEnds openPipe() {
+  int ends[2];
+  if (host::makePipe(ends) != 0)
+    raiseNoPipe();
+  return pipeOf(Descriptor(ends[0]), Descriptor(ends[1]));
+}
+
+PipeEnds openNullDevice() {
+  return pipeOf(Descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)),
+                Descriptor(::open("/dev/null", O_WRONLY | O_CLOEXEC)));
 }
 
 int spawn(const Program &program, int &processIdentifier) {

@@ -4,21 +4,21 @@
 #include "Foundation/Exception.h"
 #include "Foundation/POSIX/ChildProcess.h"
 #include "Foundation/POSIX/Descriptors.h"
+#include "Foundation/POSIX/Retrying.h"
+#include "Foundation/PathUtilities.h"
 #include "Foundation/SharedInstance.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <system_error>
+#include <unistd.h>
 
 namespace NS {
 namespace {
 
 [[noreturn]] void refuse(const std::string &reason) {
   throw Exception(InvalidArgumentException, reason);
-}
-
-bool holdsNul(const std::string &text) {
-  return text.find('\0') != std::string::npos;
 }
 
 std::string launchFailure(int errnum) {
@@ -36,6 +36,63 @@ std::string launchFailure(int errnum) {
   }
 }
 
+// Everything that comes through a pipe until a child's end, at most.
+class OutputReader {
+public:
+  OutputReader(int pipe, ChildProcess &child, std::size_t sizeLimit)
+      : pipe_(pipe), child_(child), exit_(child.openExitDescriptor()), sizeLimit_(sizeLimit) {}
+
+  std::optional<std::string> read() {
+    Step step = Step::Goes;
+    while (step == Step::Goes)
+      step = next();
+    return step == Step::Done ? std::optional(std::move(output_)) : std::nullopt;
+  }
+
+private:
+  enum class Step { Goes, Done, Failed };
+
+  Step next() {
+    const std::optional<ChildOutcome> outcome = child_.outcome();
+    if (isOverdue() && (!outcome || outcome->signalled))
+      return Step::Failed;
+    // What a child wrote before its end stands in the pipe by now.
+    const bool hasEnded = outcome.has_value();
+    const int timeout = hasEnded ? 0 : patience();
+    if (descriptors::waitForReading(pipe_, hasEnded ? -1 : exit_.get(), timeout).first)
+      return readSome();
+    return hasEnded ? Step::Done : Step::Goes;
+  }
+
+  Step readSome() {
+    std::array<char, 4096> buffer;
+    ssize_t count = retrying([&] { return ::read(pipe_, buffer.data(), buffer.size()); });
+    if (count < 0)
+      return Step::Failed;
+    // The end may be that of a child that was just killed.
+    if (count == 0)
+      return isOverdue() ? Step::Goes : Step::Done;
+    output_.append(buffer.data(), static_cast<std::size_t>(count));
+    return output_.size() > sizeLimit_ ? Step::Failed : Step::Goes;
+  }
+
+  bool isOverdue() const { return child_.deadline() && millisecondsUntil(*child_.deadline()) == 0; }
+  // In milliseconds, -1 for ever. A child without a descriptor is asked.
+  int patience() const {
+    constexpr int askingInterval = 20;
+    int left = child_.deadline() ? millisecondsUntil(*child_.deadline()) : -1;
+    if (exit_)
+      return left;
+    return left < 0 ? askingInterval : std::min(left, askingInterval);
+  }
+
+  const int pipe_;
+  ChildProcess &child_;
+  const Descriptor exit_; // empty for a child that must be asked
+  const std::size_t sizeLimit_;
+  std::string output_;
+};
+
 class ProcessTask final : public Task {
 public:
   void setLaunchPath(std::string path) override { launchPath_ = std::move(path); }
@@ -46,9 +103,12 @@ public:
   void setStandardOutput(std::shared_ptr<Pipe> pipe) override { pipes_[1] = std::move(pipe); }
   void setStandardError(std::shared_ptr<Pipe> pipe) override { pipes_[2] = std::move(pipe); }
 
+  void setTimeLimit(std::chrono::milliseconds limit) override { timeLimit_ = limit; }
+
   void launch() override;
   bool isRunning() override { return child_ && !child_->outcome(); }
   void waitUntilExit() override { launched().waitUntilEnd(); }
+  std::optional<std::string> readOutput(std::size_t sizeLimit) override;
   int terminationStatus() override { return outcome().status; }
   TaskTerminationReason terminationReason() override {
     return outcome().signalled ? TaskTerminationReason::UncaughtSignal
@@ -79,7 +139,8 @@ private:
   std::string launchPath_;
   std::vector<std::string> arguments_;
   std::array<std::shared_ptr<Pipe>, 3> pipes_; // by descriptor number
-  std::shared_ptr<ChildProcess> child_;        // null until launched
+  std::optional<std::chrono::milliseconds> timeLimit_;
+  std::shared_ptr<ChildProcess> child_; // null until launched
 };
 
 void ProcessTask::checkSettings() const {
@@ -124,11 +185,26 @@ void ProcessTask::launch() {
   if (int failure = descriptors::spawn(wanted, identifier))
     refuse(launchFailure(failure));
   child->setIdentifier(identifier);
+  if (timeLimit_)
+    child->setDeadline(ChildProcess::Clock::now() + *timeLimit_);
   child_ = std::move(child);
   adopt(std::move(slot));
   for (std::size_t stream = 0; stream < pipes_.size(); ++stream)
     if (pipes_[stream])
       childEnd(stream).closeFile();
+}
+
+std::optional<std::string> ProcessTask::readOutput(std::size_t sizeLimit) {
+  ChildProcess &child = launched();
+  if (!pipes_[STDOUT_FILENO])
+    refuse("standard output is no pipe");
+  const int pipe = pipes_[STDOUT_FILENO]->fileHandleForReading().fileDescriptor();
+  auto output = OutputReader(pipe, child, sizeLimit).read();
+  if (!output) {
+    child.kill();
+    child.waitUntilEnd();
+  }
+  return output;
 }
 
 class ProcessTaskFactory final : public TaskFactory {

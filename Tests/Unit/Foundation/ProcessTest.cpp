@@ -1,5 +1,6 @@
 // How a process ends, shown by processes made for it.
 #include "Foundation/Process.h"
+#include "Foundation/Task.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
@@ -72,6 +73,41 @@ TEST(Process, survivesWritingToAPipeThatNobodyReads) {
                ::_exit(::write(ends[1], "x", 1) == -1 && errno == EPIPE ? 5 : 6);
              }),
              5);
+}
+
+TEST(Process, forgetsTheSignalsThatItsParentIgnoredOrBlocked) {
+  expectExit(statusOfChild([] {
+               std::signal(SIGCHLD, SIG_IGN);
+               std::signal(SIGHUP, SIG_IGN);
+               sigset_t all, left;
+               sigfillset(&all);
+               ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
+               NS::Process::shared().installSignalDispositions();
+               ::pthread_sigmask(SIG_SETMASK, nullptr, &left);
+               for (int signal : {SIGCHLD, SIGHUP, SIGTERM, SIGUSR1})
+                 if (sigismember(&left, signal) != 0)
+                   ::_exit(1);
+               for (int signal : {SIGCHLD, SIGHUP})
+                 if (std::signal(signal, SIG_DFL) != SIG_DFL)
+                   ::_exit(2);
+               ::_exit(5);
+             }),
+             5);
+}
+
+// As a supervisor may do that ignores the ends of its children.
+TEST(Process, learnsTheStatusOfAProgramThoughItsParentIgnoredTheEndsOfChildren) {
+  expectExit(statusOfChild([] {
+               std::signal(SIGCHLD, SIG_IGN);
+               NS::Process::shared().installSignalDispositions();
+               auto task = NS::Task::create();
+               task->setLaunchPath("/bin/sh");
+               task->setArguments({"-c", "exit 7"});
+               task->launch();
+               task->waitUntilExit();
+               ::_exit(task->terminationStatus());
+             }),
+             7);
 }
 
 } // namespace

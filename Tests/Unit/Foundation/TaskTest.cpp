@@ -430,6 +430,87 @@ TEST(Task, answersSeveralThreadsAtOnce) {
   EXPECT_EQ(right, 8);
 }
 
+// A task with a pipe for its output that ends by itself within the limit.
+std::shared_ptr<NS::Task> limitedShell(const std::string &command,
+                                       std::chrono::milliseconds limit = std::chrono::hours(1)) {
+  auto task = shell(command);
+  task->setStandardOutput(NS::Pipe::pipe());
+  task->setTimeLimit(limit);
+  task->launch();
+  return task;
+}
+
+TEST(TaskOutput, isReadToItsEnd) {
+  auto task = limitedShell("echo one; head -c 200000 /dev/zero; echo two");
+  auto output = task->readOutput(1 << 20);
+  ASSERT_TRUE(output);
+  EXPECT_EQ(output->size(), 200'008u);
+  EXPECT_TRUE(output->starts_with("one\n") && output->ends_with("two\n"));
+}
+
+TEST(TaskOutput, ofAProgramThatEndedIsCompleteThoughAnotherHoldsThePipe) {
+  // The shell's child inherits the pipe and lives on until it is told.
+  kwtest::ScratchFolder scratch;
+  const std::string fifo = scratch.path("fifo");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  auto task = limitedShell("echo text; read line <'" + fifo + "' &");
+  EXPECT_EQ(task->readOutput(1 << 20), "text\n");
+  const int release = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
+  ::close(release);
+}
+
+TEST(TaskOutput, ofAProgramThatRunsTooLongIsNothingAndTheProgramIsKilled) {
+  auto task = limitedShell("echo text; exec sleep 1000", std::chrono::milliseconds(50));
+  EXPECT_EQ(task->readOutput(1 << 20), std::nullopt);
+  task->waitUntilExit();
+  EXPECT_EQ(task->terminationStatus(), SIGKILL);
+  EXPECT_EQ(task->terminationReason(), Reason::UncaughtSignal);
+}
+
+TEST(TaskOutput, ofAProgramWithoutEndIsNothingAndTheProgramIsKilled) {
+  auto task = limitedShell("trap '' PIPE; exec cat /dev/zero");
+  EXPECT_EQ(task->readOutput(100'000), std::nullopt);
+  task->waitUntilExit();
+  EXPECT_EQ(task->terminationStatus(), SIGKILL);
+}
+
+TEST(TaskOutput, isReadWithoutADescriptorToWatchTheProgramBy) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  auto task = limitedShell("echo text; exec sleep 0");
+  NoDescriptorLeft scarcity;
+  EXPECT_EQ(task->readOutput(1 << 20), "text\n");
+}
+
+TEST(TaskOutput, needsALaunchAndAPipe) {
+  auto task = shell("exit 0");
+  EXPECT_EQ(reasonOf([&] { task->readOutput(1); }), "task not launched");
+  task->launch();
+  EXPECT_EQ(reasonOf([&] { task->readOutput(1); }), "standard output is no pipe");
+  task->waitUntilExit();
+}
+
+TEST(Task, isKilledWhenItsTimeIsUpThoughNobodyReads) {
+  auto task = limitedShell("exec sleep 1000", std::chrono::milliseconds(50));
+  task->waitUntilExit();
+  EXPECT_EQ(task->terminationStatus(), SIGKILL);
+}
+
+TEST(Task, withTimeLeftEndsByItself) {
+  auto task = limitedShell("exit 3");
+  task->waitUntilExit();
+  EXPECT_EQ(task->terminationStatus(), 3);
+}
+
+TEST(Task, mayHaveTheNullDeviceForItsStreams) {
+  auto task = shell("cat; echo lost; echo lost >&2; echo $?");
+  task->setStandardInput(NS::Pipe::nullDevice());
+  task->setStandardOutput(NS::Pipe::nullDevice());
+  task->setStandardError(NS::Pipe::nullDevice());
+  task->launch();
+  task->waitUntilExit();
+  EXPECT_EQ(task->terminationStatus(), 0);
+}
+
 TEST(Task, needsNoThreadPerChild) {
   auto threadCount = [] {
     std::size_t count = 0;
