@@ -2,6 +2,8 @@
 // that only stand for an item as well. An access list is an attribute here.
 #include "Foundation/POSIX/AttributeCopy.h"
 
+#include "Foundation/Linux/ItemLocation.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -21,10 +23,6 @@ constexpr const char *accessList = "system.posix_acl_access";
 constexpr std::string_view anyAccessList = "system.posix_acl_";
 // Whoever changes the data of a file loses these.
 constexpr std::array vouchers = {"security.capability", "security.ima", "security.evm"};
-
-std::string handlePath(int handle) {
-  return "/proc/self/fd/" + std::to_string(handle);
-}
 
 // The names of an item's extended attributes, each ended by a NUL byte.
 int listAttributes(const std::string &path, std::string &names) {
