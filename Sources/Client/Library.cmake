@@ -2,9 +2,13 @@
 # and pkg-config need to find it. Two components: "library" is what programs
 # run with, "development" what they are built with.
 
-# Besides its own room the library holds the error values of Foundation.
+# Besides its own room the library holds the error values of Foundation, and
+# its way to the bus.
 set(library_sources $<TARGET_OBJECTS:kw_client>
     ${CMAKE_CURRENT_SOURCE_DIR}/Foundation/POSIX/Error.cpp)
+foreach(name BusConnection BusMessage BusText BusValues)
+  list(APPEND library_sources ${CMAKE_CURRENT_SOURCE_DIR}/Foundation/Linux/${name}.cpp)
+endforeach()
 set(exports ${CMAKE_CURRENT_SOURCE_DIR}/Client/libkeepwell.map)
 
 add_library(libkeepwell SHARED ${library_sources})
@@ -24,7 +28,7 @@ foreach(library libkeepwell libkeepwell_static)
     INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_compile_features(${library} INTERFACE cxx_std_20)
   target_link_libraries(${library} PRIVATE
-    $<BUILD_INTERFACE:kw_options> PkgConfig::SDBUSCPP Threads::Threads)
+    $<BUILD_INTERFACE:kw_options> PkgConfig::SDBUSCPP PkgConfig::SYSTEMD Threads::Threads)
 endforeach()
 
 # The public headers, as <keepwell/Name.h>. One that includes any other header

@@ -1,6 +1,6 @@
 // Whatever bytes a path or a tool's output holds, the text sent is one that
 // every receiver accepts, and text that already was stays as it is.
-#include "Foundation/Linux/XPCMessageCoding.h"
+#include "Foundation/Linux/BusText.h"
 
 #include <cstdint>
 #include <cstdlib>

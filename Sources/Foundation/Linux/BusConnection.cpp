@@ -1,16 +1,13 @@
-// The thread of the bus: takes what was posted, handles what arrived, waits.
+// Opening the bus, and messages out and in, through the bus library.
 #include "Foundation/Linux/BusConnection.h"
-
-#include "Foundation/Exception.h"
-#include "Foundation/Log.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
-#include <new>
+#include <cstdlib>
 #include <poll.h>
-#include <sdbus-c++/sdbus-c++.h>
 #include <sys/eventfd.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
@@ -19,183 +16,206 @@
 namespace NS {
 namespace {
 
-std::unique_ptr<sdbus::IConnection> openBus(std::string_view bus) {
-  try {
-    if (bus == "system")
-      return sdbus::createSystemBusConnection();
-    if (bus == "session")
-      return sdbus::createSessionBusConnection();
-    return sdbus::createSessionBusConnectionWithAddress(std::string(bus));
-  } catch (const sdbus::Error &error) {
-    throw Exception(InternalInconsistencyException,
-                    "The bus \"" + std::string(bus) +
-                        "\" cannot be reached: " + error.getMessage());
-  }
+// Answers of the bus to a request for a name.
+constexpr std::uint32_t isOwner = 1;
+constexpr std::uint32_t isAlreadyOwner = 4;
+constexpr std::uint32_t doNotQueue = 4;
+
+int check(int result, const std::string &what) {
+  if (result < 0)
+    BusError::raise(result, what);
+  return result;
 }
 
-// The wrapper of the bus library has no filters, and its handlers cannot stop
-// what is done with a message next. This is the way to the library itself.
-struct LibraryMessage : sdbus::Message {
-  static sd_bus_message *of(const sdbus::Message &message) {
-    return static_cast<sd_bus_message *>(message.*(&LibraryMessage::msg_));
-  }
-};
-
-std::string textOrEmpty(const char *text) {
-  return text ? text : "";
+std::string environmentOr(const char *variable, std::string fallback) {
+  const char *value = ::secure_getenv(variable);
+  return value && *value ? value : std::move(fallback);
 }
 
-int filterCall(sd_bus_message *message, void *userData, sd_bus_error *) {
-  std::uint8_t type = 0;
-  if (sd_bus_message_get_type(message, &type) < 0 || type != SD_BUS_MESSAGE_METHOD_CALL)
+std::string addressOf(const std::string &bus) {
+  if (bus == "system")
+    return environmentOr("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/run/dbus/system_bus_socket");
+  if (bus == "session") {
+    const std::string folder = environmentOr("XDG_RUNTIME_DIR", "");
+    return environmentOr("DBUS_SESSION_BUS_ADDRESS",
+                         folder.empty() ? "" : "unix:path=" + folder + "/bus");
+  }
+  return bus;
+}
+
+// The library's filter sees every message first. It takes each, so that the
+// library answers none by itself, and nothing of ours runs within its frames.
+int take(sd_bus_message *message, void *arrived, sd_bus_error *) {
+  *static_cast<BusMessage *>(arrived) = BusMessage(sd_bus_message_ref(message));
+  return 1;
+}
+
+// Milliseconds for poll, rounded up so that nobody spins before the time.
+int pollTime(std::optional<BusConnection::Clock::time_point> until) {
+  if (!until)
+    return -1;
+  const auto now = BusConnection::Clock::now();
+  if (*until <= now) // the earliest time of all cannot be subtracted from
     return 0;
-  const auto &filter = *static_cast<BusConnection::CallFilter *>(userData);
-  try {
-    const bool isLetIn = filter(textOrEmpty(sd_bus_message_get_sender(message)),
-                                textOrEmpty(sd_bus_message_get_interface(message)));
-    return isLetIn ? 0 : 1;          // 1: it has been dealt with
-  } catch (const std::bad_alloc &) { // nothing may pass the library's frames
-    return 0;                        // dropping it would leave its caller without an answer
-  } catch (const std::exception &exception) {
-    Log("A call was dropped: %@", exception.what());
-    return 1;
-  }
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(*until - now).count();
+  return static_cast<int>(std::min<std::int64_t>(left, INT_MAX));
 }
 
 } // namespace
 
-BusMailbox::BusMailbox() : descriptor_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+BusWaker::BusWaker() : descriptor_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   if (descriptor_ < 0)
-    throw Exception(InternalInconsistencyException, "No descriptor is left for the bus.");
+    BusError::raise(errno, "No descriptor is left for the bus");
 }
 
-BusMailbox::~BusMailbox() {
+BusWaker::~BusWaker() {
   ::close(descriptor_);
 }
 
-void BusMailbox::post(Work work) {
-  Works works;
-  works.push_back(std::move(work));
-  post(std::move(works));
-}
-
-void BusMailbox::post(Works works) noexcept {
-  std::lock_guard lock(mutex_);
-  if (!closed_)
-    postLocked(works);
-}
-
-void BusMailbox::postLocked(Works &works) noexcept {
-  work_.splice(work_.end(), works);
+void BusWaker::wake() noexcept {
   const std::uint64_t one = 1;
   // It fails only when the counter is full, and then the reader is awake.
   static_cast<void>(!::write(descriptor_, &one, sizeof one));
 }
 
-void BusMailbox::doOrPost(Work work) {
-  Works works;
-  works.push_back(std::move(work));
-  {
-    std::lock_guard lock(mutex_);
-    if (closed_)
-      return;
-    if (taker_ != std::this_thread::get_id() || !work_.empty()) {
-      postLocked(works);
-      return;
-    }
-  }
-  works.front()();
-}
-
-BusMailbox::Works BusMailbox::take() {
-  std::lock_guard lock(mutex_);
-  taker_ = std::this_thread::get_id();
-  if (work_.empty())
-    return {};
+void BusWaker::clear() noexcept {
   std::uint64_t count = 0;
   static_cast<void>(!::read(descriptor_, &count, sizeof count));
-  return std::exchange(work_, {});
 }
 
-void BusMailbox::close() {
-  Works dropped;
-  std::lock_guard lock(mutex_);
-  closed_ = true;
-  dropped.swap(work_);
-}
-
-BusConnection::BusConnection(std::string_view bus)
-    : connection_(openBus(bus)), mailbox_(std::make_shared<BusMailbox>()) {}
-
-BusConnection::~BusConnection() {
-  stop();
-}
-
-void BusConnection::filterCalls(CallFilter filter) {
-  filter_ = std::move(filter);
-  const auto proxy = sdbus::createProxy(*connection_, "org.freedesktop.DBus", "/");
-  const sdbus::MethodCall call = proxy->createMethodCall("org.freedesktop.DBus.Peer", "Ping");
-  sd_bus *bus = sd_bus_message_get_bus(LibraryMessage::of(call));
-  if (sd_bus_add_filter(bus, nullptr, filterCall, &filter_) < 0)
-    throw Exception(InternalInconsistencyException, "The calls of the bus cannot be filtered.");
-}
-
-void BusConnection::stop() {
-  mailbox_->post([this] { stopHandling(); });
-  if (thread_.joinable())
-    thread_.join();
-  mailbox_->close();
-}
-
-void BusConnection::start(std::function<void(const std::string &)> lost) {
-  thread_ = std::thread([this, lost = std::move(lost)] {
-    try {
-      loop();
-    } catch (const std::exception &error) {
-      mailbox_->close();
-      lost(error.what());
-    }
-  });
-}
-
-void BusConnection::loop() {
-  while (true) {
-    for (const BusMailbox::Work &work : mailbox_->take())
-      work();
-    if (stopping_)
-      return;
-    if (!doWhatIsDue() && !connection_->processPendingRequest())
-      waitForEvents();
+BusConnection::BusConnection(const std::string &bus) {
+  check(sd_bus_new(&bus_), "The bus cannot be opened");
+  try {
+    start(addressOf(bus));
+  } catch (...) {
+    sd_bus_close_unref(bus_);
+    throw;
   }
 }
 
-void BusConnection::callAfter(std::chrono::milliseconds delay, BusMailbox::Work work) {
-  later_.emplace(Clock::now() + delay, std::move(work));
+void BusConnection::start(const std::string &address) {
+  constexpr const char *cannotOpen = "The bus cannot be opened";
+  check(sd_bus_set_address(bus_, address.c_str()), cannotOpen);
+  check(sd_bus_set_bus_client(bus_, 1), cannotOpen);
+  check(sd_bus_negotiate_fds(bus_, 0), cannotOpen);
+  check(sd_bus_add_filter(bus_, nullptr, take, &arrived_), cannotOpen);
+  check(sd_bus_start(bus_), cannotOpen);
+  const char *name = nullptr;
+  check(sd_bus_get_unique_name(bus_, &name), cannotOpen); // waits until the bus has let it in
 }
 
-bool BusConnection::doWhatIsDue() {
-  if (later_.empty() || later_.begin()->first > Clock::now())
-    return false;
-  later_.extract(later_.begin()).mapped()();
-  return true;
+BusConnection::~BusConnection() {
+  arrived_ = BusMessage();
+  sd_bus_close_unref(bus_);
 }
 
-// In milliseconds, -1 for ever; never so short that it ends before its time.
-int BusConnection::timeout(int ofTheBus) const {
-  if (later_.empty())
-    return ofTheBus;
-  const auto left =
-      std::chrono::ceil<std::chrono::milliseconds>(later_.begin()->first - Clock::now());
-  const int own = static_cast<int>(std::max<std::int64_t>(left.count(), 0));
-  return ofTheBus < 0 ? own : std::min(ofTheBus, own);
+BusMessage BusConnection::makeCall(const std::string &destination, const std::string &path,
+                                   const std::string &interface, const std::string &member) {
+  sd_bus_message *call = nullptr;
+  check(sd_bus_message_new_method_call(bus_, &call, destination.c_str(), path.c_str(),
+                                       interface.c_str(), member.c_str()),
+        "A call cannot be made");
+  return BusMessage(call);
 }
 
-void BusConnection::waitForEvents() {
-  const auto data = connection_->getEventLoopPollData();
-  std::array<pollfd, 2> waiting{pollfd{data.fd, data.events, 0},
-                                pollfd{mailbox_->descriptor(), POLLIN, 0}};
-  if (::poll(waiting.data(), waiting.size(), timeout(data.getPollTimeout())) < 0 && errno != EINTR)
-    throw Exception(InternalInconsistencyException, "Waiting for the bus failed.");
+BusMessage BusConnection::makeSignal(const std::string &destination, const std::string &path,
+                                     const std::string &interface, const std::string &member) {
+  sd_bus_message *made = nullptr;
+  check(sd_bus_message_new_signal(bus_, &made, path.c_str(), interface.c_str(), member.c_str()),
+        "A signal cannot be made");
+  BusMessage signal(made);
+  check(sd_bus_message_set_destination(made, destination.c_str()), "A signal cannot be made");
+  return signal;
+}
+
+std::uint32_t BusConnection::send(BusMessage &message) {
+  std::uint64_t serial = 0;
+  check(sd_bus_send(bus_, message.get(), &serial), "A message cannot be sent");
+  return static_cast<std::uint32_t>(serial);
+}
+
+BusMessage BusConnection::callAndWait(BusMessage &call) {
+  sd_bus_error error = SD_BUS_ERROR_NULL;
+  sd_bus_message *reply = nullptr;
+  const int result = sd_bus_call(bus_, call.get(), 0, &error, &reply);
+  BusMessage held(reply);
+  if (result >= 0)
+    return held;
+  if (!sd_bus_error_is_set(&error))
+    BusError::raise(result, "The bus does not answer");
+  const BusError failure(error.name, error.message ? error.message : "");
+  sd_bus_error_free(&error);
+  throw failure;
+}
+
+BusMessage BusConnection::next() {
+  while (true) {
+    const int result = sd_bus_process(bus_, nullptr);
+    BusMessage message = std::exchange(arrived_, BusMessage());
+    // The library makes up a last message when the connection is lost.
+    if (sd_bus_is_open(bus_) <= 0)
+      throw BusDisconnected();
+    if (message)
+      return message;
+    check(result, "What the bus sent cannot be received");
+    if (result == 0)
+      return message;
+  }
+}
+
+void BusConnection::wait(BusWaker &waker, std::optional<Clock::time_point> until) {
+  std::uint64_t due = UINT64_MAX; // in microseconds of the same clock
+  const int events = sd_bus_get_events(bus_);
+  if (events < 0 || sd_bus_get_timeout(bus_, &due) < 0)
+    return; // the connection is lost, which next() tells
+  if (due != UINT64_MAX) {
+    const Clock::time_point libraryDue{std::chrono::microseconds(due)};
+    until = until ? std::min(*until, libraryDue) : libraryDue;
+  }
+  std::array<pollfd, 2> waiting{pollfd{sd_bus_get_fd(bus_), static_cast<short>(events), 0},
+                                pollfd{waker.descriptor(), POLLIN, 0}};
+  if (::poll(waiting.data(), waiting.size(), pollTime(until)) < 0 && errno != EINTR)
+    BusError::raise(errno, "Waiting for the bus failed");
+  if (waiting[1].revents != 0)
+    waker.clear();
+}
+
+BusMessage BusConnection::askBus(const char *member, const std::string &name,
+                                 std::optional<std::uint32_t> flags) {
+  BusMessage call = makeCall(busName, busPath, busInterface, member);
+  call.write(name);
+  if (flags)
+    call.write(*flags);
+  return callAndWait(call);
+}
+
+void BusConnection::addMatch(const std::string &rule) {
+  askBus("AddMatch", rule);
+}
+
+bool BusConnection::requestName(const std::string &name) {
+  const std::uint32_t answer = askBus("RequestName", name, doNotQueue).readUInt32();
+  return answer == isOwner || answer == isAlreadyOwner;
+}
+
+void BusConnection::releaseName(const std::string &name) {
+  askBus("ReleaseName", name);
+}
+
+std::optional<std::string> BusConnection::ownerOfName(const std::string &name) {
+  try {
+    return std::string(askBus("GetNameOwner", name).readText());
+  } catch (const BusError &error) {
+    if (error.name() != "org.freedesktop.DBus.Error.NameHasNoOwner")
+      throw;
+    return std::nullopt;
+  }
+}
+
+std::string BusConnection::uniqueName() const {
+  const char *name = nullptr;
+  check(sd_bus_get_unique_name(bus_, &name), "The connection has no name");
+  return name;
 }
 
 } // namespace NS

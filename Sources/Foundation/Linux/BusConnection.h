@@ -1,104 +1,95 @@
-// A connection to the message bus with one thread of its own that alone
-// touches it: everybody else hands that thread something to do.
+// A connection to the message bus, without descriptors in its messages: the
+// bus hands over none that anybody attached.
+//
+// Messages go out and come in one by one; what they mean is up to the owner,
+// who answers every call himself. The library beneath answers none. For one
+// thread at a time, but for BusWaker.
 #pragma once
 
+#include "Foundation/Linux/BusMessage.h"
+
 #include <chrono>
-#include <functional>
-#include <list>
-#include <map>
-#include <memory>
-#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 
-namespace sdbus {
-class IConnection;
-}
+struct sd_bus;
 
 namespace NS {
 
-// Work for the thread of the bus. Holders may outlive the connection; what is
-// posted then is dropped unseen. Thread-safe.
-class BusMailbox {
+// Ends the wait of a connection from another thread. Thread-safe.
+class BusWaker {
 public:
-  using Work = std::function<void()>;
-  using Works = std::list<Work>;
+  // Raises BusError when no descriptor is left.
+  BusWaker();
+  ~BusWaker();
+  BusWaker(const BusWaker &) = delete;
+  BusWaker &operator=(const BusWaker &) = delete;
 
-  // Raises InternalInconsistencyException when no descriptor is left.
-  BusMailbox();
-  ~BusMailbox();
-  BusMailbox(const BusMailbox &) = delete;
-  BusMailbox &operator=(const BusMailbox &) = delete;
-
-  void post(Work work);
-  // Takes no memory: for what was made while there was some.
-  void post(Works works) noexcept;
-  // Does it at once on the thread that takes when nothing waits there, else
-  // posts it.
-  void doOrPost(Work work);
-  // What was posted since the last call, in order.
-  Works take();
-  // Nothing posted from now on is kept.
-  void close();
-  // Becomes readable when there is something to take.
+  // The wait under way ends, or else the next one at once.
+  void wake() noexcept;
+  void clear() noexcept;
   int descriptor() const { return descriptor_; }
 
 private:
-  void postLocked(Works &works) noexcept;
-
-  int descriptor_;
-  std::mutex mutex_;
-  Works work_;
-  std::thread::id taker_; // who called take() last
-  bool closed_ = false;
+  const int descriptor_;
 };
 
 class BusConnection {
 public:
-  // "system", "session", or an address. Raises InternalInconsistencyException
-  // when the bus cannot be reached.
-  explicit BusConnection(std::string_view bus);
-  // Stops the thread.
+  using Clock = std::chrono::steady_clock;
+
+  static constexpr const char *busName = "org.freedesktop.DBus";
+  static constexpr const char *busPath = "/org/freedesktop/DBus";
+  static constexpr const char *busInterface = "org.freedesktop.DBus";
+
+  // "system", "session", or an address. Raises BusError when the bus cannot be
+  // reached.
+  explicit BusConnection(const std::string &bus);
+  // Sends what is still to be sent, if the bus takes it at once.
   ~BusConnection();
   BusConnection(const BusConnection &) = delete;
   BusConnection &operator=(const BusConnection &) = delete;
 
-  // For the thread of the bus, and for anyone before start.
-  sdbus::IConnection &bus() { return *connection_; }
-  const std::shared_ptr<BusMailbox> &mailbox() { return mailbox_; }
+  BusMessage makeCall(const std::string &destination, const std::string &path,
+                      const std::string &interface, const std::string &member);
+  // To one receiver alone.
+  BusMessage makeSignal(const std::string &destination, const std::string &path,
+                        const std::string &interface, const std::string &member);
 
-  // Starts the thread. The lost handler is called on it, at most once, when
-  // the bus is gone for good.
-  void start(std::function<void(const std::string &reason)> lost);
-  // Ends the thread and waits for it; what is posted afterwards is dropped.
-  // Not on the thread of the bus itself.
-  void stop();
-  // On the thread of the bus: handles nothing further.
-  void stopHandling() { stopping_ = true; }
-  // On the thread of the bus, or before start: has it do something later, if
-  // it still runs then.
-  void callAfter(std::chrono::milliseconds delay, BusMailbox::Work work);
+  // Sends the message, or keeps it until the bus takes it. Does not block.
+  // Returns its serial; the answer to a call comes out of next().
+  std::uint32_t send(BusMessage &message);
+  // Sends the call and waits for its answer, at most 25 s. Raises BusError for
+  // an error. What else arrives meanwhile comes out of next() later.
+  BusMessage callAndWait(BusMessage &call);
 
-  // Before start: asks before each call that arrives. One that is not let in
-  // is dropped without an answer.
-  using CallFilter = std::function<bool(const std::string &sender, const std::string &interface)>;
-  void filterCalls(CallFilter filter);
+  // The next message that has arrived, an empty one when none has. Raises
+  // BusDisconnected when the connection is lost, BusError when something else
+  // went wrong: the connection then still stands.
+  BusMessage next();
+  // Until something arrives, can be sent or is due, until the waker wakes, or
+  // until the time has come; clears the waker. Raises BusError.
+  void wait(BusWaker &waker, std::optional<Clock::time_point> until);
+
+  // These ask the bus and wait for its answer.
+  void addMatch(const std::string &rule);
+  // Without queueing. False when the name has another owner.
+  bool requestName(const std::string &name);
+  void releaseName(const std::string &name);
+  // The unique name of the owner, nothing when there is none.
+  std::optional<std::string> ownerOfName(const std::string &name);
+
+  // The unique name that the bus gave this connection.
+  std::string uniqueName() const;
 
 private:
-  using Clock = std::chrono::steady_clock;
+  BusMessage askBus(const char *member, const std::string &name,
+                    std::optional<std::uint32_t> flags = std::nullopt);
+  void start(const std::string &address);
 
-  void loop();
-  bool doWhatIsDue();
-  void waitForEvents();
-  int timeout(int ofTheBus) const;
-
-  CallFilter filter_;
-  std::unique_ptr<sdbus::IConnection> connection_;
-  std::shared_ptr<BusMailbox> mailbox_;
-  std::thread thread_;
-  bool stopping_ = false;                                    // the thread's own, like
-  std::multimap<Clock::time_point, BusMailbox::Work> later_; // what is due when
+  sd_bus *bus_ = nullptr;
+  BusMessage arrived_; // by the library, during next()
 };
 
 } // namespace NS

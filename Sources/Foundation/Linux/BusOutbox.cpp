@@ -36,7 +36,7 @@ constexpr std::size_t droppingLimit = 256;
 
 } // namespace
 
-BusOutbox::BusOutbox(BusConnection &connection, UnreadLimits limits, Listener listener)
+BusOutbox::BusOutbox(BusThread &connection, UnreadLimits limits, Listener listener)
     : connection_(connection), listener_(std::move(listener)), unread_(limits),
       statistics_(sdbus::createProxy(connection.bus(), busName, busPath)),
       alive_(std::make_shared<const bool>(true)) {}

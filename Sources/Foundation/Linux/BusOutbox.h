@@ -4,7 +4,7 @@
 // Everything here happens on the thread of the bus.
 #pragma once
 
-#include "Foundation/Linux/BusConnection.h"
+#include "Foundation/Linux/BusThread.h"
 #include "Foundation/Linux/UnreadMessages.h"
 
 #include <cstddef>
@@ -31,7 +31,7 @@ public:
   using Listener = std::function<void(const std::string &client, bool waits)>;
 
   // The connection must outlive it.
-  BusOutbox(BusConnection &connection, UnreadLimits limits, Listener listener);
+  BusOutbox(BusThread &connection, UnreadLimits limits, Listener listener);
   ~BusOutbox();
   BusOutbox(const BusOutbox &) = delete;
   BusOutbox &operator=(const BusOutbox &) = delete;
@@ -60,7 +60,7 @@ private:
   void received(const std::string &client, sdbus::MethodReply &reply, bool failed);
   void sendWhatFits();
 
-  BusConnection &connection_;
+  BusThread &connection_;
   Listener listener_;
   UnreadMessages unread_;
   std::map<std::string, std::deque<Waiting>> waiting_; // none of them empty

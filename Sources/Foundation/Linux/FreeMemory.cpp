@@ -23,7 +23,7 @@ int heaps() {
 
 } // namespace
 
-FreeMemory::FreeMemory(BusConnection &connection) : connection_(connection) {
+FreeMemory::FreeMemory(BusThread &connection) : connection_(connection) {
   static_cast<void>(::mallopt(M_MMAP_THRESHOLD, largeBlock));
   static_cast<void>(::mallopt(M_TRIM_THRESHOLD, keptAtTheEnd));
   static_cast<void>(::mallopt(M_ARENA_MAX, heaps()));

@@ -2,7 +2,7 @@
 // system: the allocator would keep it for the next ones, which may never come.
 #pragma once
 
-#include "Foundation/Linux/BusConnection.h"
+#include "Foundation/Linux/BusThread.h"
 
 namespace NS {
 
@@ -10,14 +10,14 @@ namespace NS {
 class FreeMemory {
 public:
   // From here on large blocks go back as soon as they are free.
-  explicit FreeMemory(BusConnection &connection);
+  explicit FreeMemory(BusThread &connection);
 
   // Gives back the small ones too, a little later: many clients that leave at
   // once cost it once.
   void giveBackSoon();
 
 private:
-  BusConnection &connection_;
+  BusThread &connection_;
   bool isAboutTo_ = false;
 };
 

@@ -8,8 +8,8 @@
 #include "Foundation/XPCListener.h"
 
 #include "Foundation/Exception.h"
-#include "Foundation/Linux/BusConnection.h"
 #include "Foundation/Linux/BusOutbox.h"
+#include "Foundation/Linux/BusThread.h"
 #include "Foundation/Linux/FreeMemory.h"
 #include "Foundation/Linux/ServiceConnection.h"
 #include "Foundation/Linux/XPCMessageCoding.h"
@@ -118,7 +118,7 @@ private:
   std::shared_ptr<const XPCInterface> exported_;
   std::shared_ptr<const XPCInterface> remote_;
   std::shared_ptr<WorkerPool> pool_;
-  std::unique_ptr<BusConnection> connection_;
+  std::unique_ptr<BusThread> connection_;
   std::unique_ptr<BusOutbox> outbox_;
   std::unique_ptr<FreeMemory> memory_;
   std::unique_ptr<sdbus::IObject> object_;
@@ -130,7 +130,7 @@ private:
 void BusListener::resume() {
   if (connection_)
     return;
-  auto connection = std::make_unique<BusConnection>(bus_);
+  auto connection = std::make_unique<BusThread>(bus_);
   pool_ = std::make_shared<WorkerPool>(workerLimit, workerIdleTime);
   connection_ = std::move(connection);
   outbox_ = std::make_unique<BusOutbox>(

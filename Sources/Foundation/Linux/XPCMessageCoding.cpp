@@ -16,49 +16,6 @@ constexpr const char *errorSignature = "(sxa{sv})";
 // The bus limits how deep values nest; errors beneath this one are left out.
 constexpr int deepestError = 8;
 
-constexpr std::string_view replacementCharacter = "\xEF\xBF\xBD";
-
-const char *signature(XPCKind kind) {
-  switch (kind) {
-  case XPCKind::Flag:
-    return "b";
-  case XPCKind::Int32:
-    return "i";
-  case XPCKind::Int64:
-    return "x";
-  case XPCKind::String:
-    return "s";
-  case XPCKind::StringArray:
-    return "as";
-  case XPCKind::Error:
-    return errorSignature;
-  }
-  return "";
-}
-
-// The length of the well-formed sequence at the start of the text, 0 if none.
-std::size_t sequenceLength(std::string_view text) {
-  auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-  const unsigned char lead = byte(0);
-  if (lead < 0x80)
-    return lead == 0 ? 0 : 1;
-  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-  if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
-    return 0;
-  std::uint32_t point = lead & (0x7Fu >> length);
-  for (std::size_t index = 1; index < length; ++index) {
-    if ((byte(index) & 0xC0) != 0x80)
-      return 0;
-    point = point << 6 | (byte(index) & 0x3Fu);
-  }
-  constexpr std::uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-  const bool surrogate = point >= 0xD800 && point <= 0xDFFF;
-  const bool noncharacter = (point >= 0xFDD0 && point <= 0xFDEF) || (point & 0xFFFE) == 0xFFFE;
-  if (point < smallest[length] || point > 0x10FFFF || surrogate || noncharacter)
-    return 0;
-  return length;
-}
-
 // The text of a value; a nil one is empty.
 std::string textOf(const XPCValue &value) {
   return std::holds_alternative<std::monostate>(value) ? std::string()
@@ -169,13 +126,6 @@ std::size_t errorBytes(const Error *error) {
 
 } // namespace
 
-std::string busSignature(const std::vector<XPCParameter> &parameters) {
-  std::string result;
-  for (const XPCParameter &parameter : parameters)
-    result += signature(parameter.kind);
-  return result;
-}
-
 std::vector<std::string> parameterNames(const std::vector<XPCParameter> &parameters) {
   std::vector<std::string> names;
   names.reserve(parameters.size());
@@ -196,17 +146,6 @@ std::size_t textBytes(const XPCValues &values) {
       bytes += errorBytes(error);
   }
   return bytes;
-}
-
-std::string busText(std::string_view text) {
-  std::string result;
-  result.reserve(text.size());
-  while (!text.empty()) {
-    const std::size_t length = sequenceLength(text);
-    result += length ? text.substr(0, length) : replacementCharacter;
-    text.remove_prefix(length ? length : 1);
-  }
-  return result;
 }
 
 XPCValues readValues(sdbus::Message &message, const std::vector<XPCParameter> &parameters) {

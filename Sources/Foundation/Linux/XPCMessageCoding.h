@@ -5,6 +5,8 @@
 // error as one with an empty domain, whose code is 0 and user info empty.
 #pragma once
 
+#include "Foundation/Linux/BusText.h"
+#include "Foundation/Linux/BusValues.h"
 #include "Foundation/XPCInterface.h"
 
 #include <cstddef>
@@ -22,15 +24,10 @@ namespace NS {
 // message loses its connection, and no client may bring that upon the agent.
 inline constexpr std::size_t maximumMessageBytes = std::size_t{16} << 20;
 
-std::string busSignature(const std::vector<XPCParameter> &parameters);
 std::vector<std::string> parameterNames(const std::vector<XPCParameter> &parameters);
 
 // The bytes of text in the values, about what they take in a message.
 std::size_t textBytes(const XPCValues &values);
-
-// Text as every receiver accepts it: what is no UTF-8, and the code points
-// that receivers refuse, become U+FFFD.
-std::string busText(std::string_view text);
 
 // Throws sdbus::Error when the message does not hold such values.
 XPCValues readValues(sdbus::Message &message, const std::vector<XPCParameter> &parameters);

@@ -1,0 +1,40 @@
+// What went wrong on the message bus, by the bus's own names of errors.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace NS {
+
+class BusError : public std::runtime_error {
+public:
+  BusError(std::string name, const std::string &text)
+      : std::runtime_error(text), name_(std::move(name)) {}
+
+  // For a number that a function of the bus library returned, negative or not.
+  // Raises std::bad_alloc instead when that is a want of memory.
+  [[noreturn]] static void raise(int number, const std::string &what);
+
+  // "org.freedesktop.DBus.Error.Failed" and the like.
+  const std::string &name() const { return name_; }
+
+private:
+  std::string name_;
+};
+
+// The connection is lost: nothing but its destruction is of use.
+class BusDisconnected final : public BusError {
+public:
+  BusDisconnected()
+      : BusError("org.freedesktop.DBus.Error.Disconnected", "the connection has ended") {}
+};
+
+// A message would become larger than any may be.
+class BusMessageTooLarge final : public BusError {
+public:
+  BusMessageTooLarge()
+      : BusError("org.freedesktop.DBus.Error.LimitsExceeded",
+                 "the values are too large for a message") {}
+};
+
+} // namespace NS

@@ -1,0 +1,36 @@
+// Values in messages of the bus: which signature each kind has, and the way in
+// and out of a message.
+//
+// A nil string travels as an empty one, a nil array as an empty one. An error
+// travels as domain, code and user info, its cause as another such structure
+// within the user info; an empty domain is a nil error.
+#pragma once
+
+#include "Foundation/Linux/BusMessage.h"
+#include "Foundation/XPCInterface.h"
+
+#include <string>
+#include <vector>
+
+namespace NS {
+
+std::string busSignature(const std::vector<XPCParameter> &parameters);
+
+// Raise BusError when the message does not hold such values, in this order; a
+// message may hold more. Every string and array is one, a nil error the
+// monostate.
+XPCValue readValue(BusMessage &message, XPCKind kind);
+XPCValues readValues(BusMessage &message, const std::vector<XPCKind> &kinds);
+XPCValues readValues(BusMessage &message, const std::vector<XPCParameter> &parameters);
+
+// Raise BusMessageTooLarge, and std::invalid_argument when a value is not of
+// the kind.
+void writeValue(BusMessage &message, XPCKind kind, const XPCValue &value);
+void writeValues(BusMessage &message, const std::vector<XPCParameter> &parameters,
+                 const XPCValues &values);
+
+// The values with user info left out of their errors: what is left of a reply
+// that is too large for a message.
+XPCValues valuesWithoutUserInfo(XPCValues values);
+
+} // namespace NS
