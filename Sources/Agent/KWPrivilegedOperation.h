@@ -76,7 +76,8 @@ public:
   // May reply twice; the first reply counts. Passes the error of the tool that
   // could not be run.
   virtual void removeDiagnosticLogsWithReply(KWDiagnosticLogsReply reply) = 0;
-  // Allocated bytes. The reply must not be null.
+  // Allocated bytes; 0 with an error when the item could not be measured to its
+  // end, being cancelled or for want of descriptors. The reply must not be null.
   virtual void sizeOfItemAtPath(const std::string &path, KWSizeReply reply) = 0;
 };
 

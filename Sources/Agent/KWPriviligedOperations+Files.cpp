@@ -65,7 +65,10 @@ void KWPriviligedOperations::truncateFileAtPath(const std::string &path, KWFlagR
 }
 
 void KWPriviligedOperations::sizeOfItemAtPath(const std::string &path, KWSizeReply reply) {
-  reply(static_cast<std::int64_t>(RVFileSizer::shared().itemSizeAtPath(path)), std::nullopt);
+  std::optional<NS::Error> error;
+  const std::uint64_t size = RVFileSizer::shared().wholeItemSizeAtPath(path, &error);
+  // A part of the size must not be taken for the whole.
+  reply(error ? 0 : static_cast<std::int64_t>(size), error);
 }
 
 } // namespace kw

@@ -12,6 +12,7 @@
 #include "Agent/KWAgentServiceDelegate.h"
 #include "Agent/KWPrivilegedOperation.h"
 #include "Agent/KWPrivilegedOperationProgress.h"
+#include "Foundation/DescriptorBudget.h"
 #include "Foundation/Exception.h"
 #include "Foundation/Identity.h"
 #include "Foundation/Process.h"
@@ -66,6 +67,7 @@ std::optional<Options> parse(int count, char **arguments) {
 
 int serve(const std::string &bus) {
   NS::Process::shared().installSignalDispositions();
+  NS::raiseDescriptorLimit();
   auto listener = NS::XPCListener::listenerWithMachServiceName(kw::kAgentServiceName, bus);
   // The listener holds its delegate weakly; this reference keeps it.
   auto delegate = std::make_shared<kw::KWAgentServiceDelegate>();

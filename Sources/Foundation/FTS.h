@@ -76,9 +76,16 @@ public:
   // Closes a stream that is still open.
   virtual ~FTSStream() = default;
 
-  // The next entry, owned by the stream; null at the end or once closed.
+  // The next entry, owned by the stream; null at the end, once closed, or when
+  // the walk was given up. Counts each item at its first visit into the current
+  // progress, with the bytes allocated to it where they are known.
   // Entries of one folder come in the order in which the volume lists them.
   virtual FTSEntry *read() = 0;
+  // Why the walk was given up before its end, 0 if it was not: ECANCELED when
+  // the current request was cancelled; EMFILE, ENFILE or ENOMEM when descriptors
+  // or memory ran out and did not come back within some seconds. What was read
+  // so far is then not the whole.
+  virtual int failure() const { return 0; }
   // SKIP for a folder just read as D: its contents are passed over and its
   // second visit comes next.
   virtual void set(FTSEntry &entry, FTSInstruction instruction) = 0;

@@ -6,6 +6,7 @@
 #include "Foundation/Dispatch.h"
 #include "Foundation/Environment.h"
 #include "Foundation/Exception.h"
+#include "Foundation/Exhaustion.h"
 #include "Foundation/Log.h"
 #include "Foundation/Metadata.h"
 #include "Foundation/Monitor.h"
@@ -105,6 +106,11 @@ void closeWalk(NS::FTSStream &stream) {
   }
 }
 
+void noteGivenUp(const std::string &path, int errnum, NS::ErrorSlot error) {
+  NS::Log("%s was not measured to its end: %s", path, std::generic_category().message(errnum));
+  NS::storeError(error, NS::fileError(errnum, path, NS::FileAccess::Reading));
+}
+
 // 0 when the index knows nothing.
 std::uint64_t indexedSize(const NS::String &path) {
   NS::Monitor monitor(path);
@@ -166,11 +172,17 @@ std::uint64_t RVFileSizer::itemSizeAtURL(const NS::URL &url) const {
 }
 
 std::uint64_t RVFileSizer::originalItemSizeAtPath(const std::string &path) const {
+  return wholeItemSizeAtPath(path, nullptr);
+}
+
+std::uint64_t RVFileSizer::wholeItemSizeAtPath(const std::string &path, NS::ErrorSlot error) const {
   if (path.empty())
     return 0;
   std::int64_t divisor = blockDivisor();
   std::unique_ptr<NS::FTSStream> stream = openWalk(path);
   if (!stream) {
+    if (int errnum = errno; NS::isExhaustion(errnum))
+      NS::storeError(error, NS::fileError(errnum, path, NS::FileAccess::Reading));
     NS::Log("Error opening file %@", path);
     return 0;
   }
@@ -179,6 +191,8 @@ std::uint64_t RVFileSizer::originalItemSizeAtPath(const std::string &path) const
     accumulate(*entry, Vanished::PassedOver);
     total = entry->parent->number;
   }
+  if (int errnum = stream->failure(); errnum != 0)
+    noteGivenUp(path, errnum, error);
   closeWalk(*stream);
   return bytesFromTotal(total, divisor);
 }
@@ -207,6 +221,8 @@ std::uint64_t RVFileSizer::itemSizeAtPathAbleToStop(const NS::String &pathObject
     accumulate(*entry, Vanished::Logged);
     total = entry->parent->number;
   }
+  if (int errnum = stream->failure(); errnum != 0)
+    noteGivenUp(path, errnum, nullptr);
   closeWalk(*stream);
   return bytesFromTotal(total, divisor);
 }

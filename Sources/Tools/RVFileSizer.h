@@ -1,11 +1,14 @@
 // Measures how much space an item takes on disk and puts sizes into words.
 //
-// Sizes are bytes. Nothing here raises or reports an error: what cannot be
-// read is logged and left out of the total, and a root that cannot be opened
-// measures 0. No link is followed; packages are ordinary folders. All calls
+// Sizes are bytes. What cannot be read is logged and left out of the total, and
+// a root that cannot be opened measures 0. A
+// walk is given up when the current request is cancelled or when descriptors or
+// memory run out; the size is then that of what was met until then, and only
+// wholeItemSizeAtPath tells so. No link is followed; packages are ordinary folders. All calls
 // may be made from any thread, and all but fetchItemSizeAtURL block until done.
 #pragma once
 
+#include "Foundation/Error.h"
 #include "Foundation/FTS.h"
 #include "Foundation/NumberFormatter.h"
 #include "Foundation/String.h"
@@ -56,6 +59,8 @@ public:
   // counts in full; other volumes are walked into. Of an item of 2 TiB or more
   // the logical size counts instead.
   virtual std::uint64_t originalItemSizeAtPath(const std::string &path) const;
+  // The same, with an error when the walk was given up.
+  std::uint64_t wholeItemSizeAtPath(const std::string &path, NS::ErrorSlot error) const;
 
   // The size that the system's index knows, unless 0, else the same walk,
   // which stopScanningForPath with an equal path ends: it then measures 0.

@@ -27,6 +27,7 @@ public:
   };
   std::vector<Step> steps;
   bool refuses = false;         // open fails
+  int failure = 0;              // why the walk was given up behind the last step
   bool raisesOnClose = false;   // close raises
   std::function<void()> onRead; // called before each entry
   int opened = 0;
@@ -73,6 +74,7 @@ private:
       step.entry->info = step.info;
       return step.entry;
     }
+    int failure() const override { return next_ == fake_.steps.size() ? fake_.failure : 0; }
     void set(NS::FTSEntry & /*entry*/, NS::FTSInstruction /*instruction*/) override {}
     void close() override {
       fake_.closed += !closed_;

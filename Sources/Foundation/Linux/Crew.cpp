@@ -1,7 +1,9 @@
 // A bounded queue between the leader and its crew.
 #include "Foundation/Linux/Crew.h"
 
-#include <system_error>
+#include "Foundation/Progress.h"
+
+#include <exception>
 #include <utility>
 
 namespace NS {
@@ -41,9 +43,12 @@ bool Crew::offer(const std::string &piece) {
 
 bool Crew::startMember() {
   try {
-    threads_.emplace_back([this] { workUntilEnd(); });
+    threads_.emplace_back([this, &progress = Progress::current()] {
+      Progress::Scope scope(progress);
+      workUntilEnd();
+    });
     return true;
-  } catch (const std::system_error &) {
+  } catch (const std::exception &) { // no thread, or no memory for one
     return false;
   }
 }

@@ -49,6 +49,11 @@ short spawnFlags() {
   return 0;
 }
 
+void setDescriptorLimit(pid_t child, const rlimit &limit) {
+  // A child that has ended already needs none.
+  static_cast<void>(::prlimit(child, RLIMIT_NOFILE, &limit, nullptr));
+}
+
 char **environment() {
   return environ;
 }

@@ -6,20 +6,9 @@
 #include "Foundation/SharedInstance.h"
 
 #include <cerrno>
-#include <sys/resource.h>
 
 namespace NS {
 namespace {
-
-// Fewer descriptors than these are left to walks that are alone.
-constexpr rlim_t descriptorsForReadingAhead = 256;
-
-unsigned processorsForReadingAhead() {
-  rlimit limit;
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur < descriptorsForReadingAhead)
-    return 1;
-  return Processors::shared().usable();
-}
 
 std::unique_ptr<FTSStream> openStream(const std::string &path, int options, unsigned processors) {
   constexpr int served =
@@ -41,7 +30,7 @@ public:
   std::unique_ptr<FTSStream> openForAll(const std::string &path, int options) override {
     // Nothing is to be touched on volumes that the walk does not enter.
     bool staysOnVolume = (options & FTSOption::XDEV) != 0;
-    return openStream(path, options, staysOnVolume ? 1 : processorsForReadingAhead());
+    return openStream(path, options, staysOnVolume ? 1 : Processors::shared().usable());
   }
 };
 

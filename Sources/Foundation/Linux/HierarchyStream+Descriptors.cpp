@@ -46,10 +46,10 @@ bool HierarchyStream::giveUpOldest() {
 int HierarchyStream::openWithin(int folder, const char *name, int flags) {
   for (;;) {
     int descriptor = ::openat(folder, name, flags);
-    if (descriptor >= 0 || (errno != EMFILE && errno != ENFILE))
+    if (descriptor >= 0 || !isExhaustion(errno))
       return descriptor;
     int errnum = errno;
-    if (!retreat() && !giveUpOldest()) {
+    if (!retreat() && !giveUpOldest() && !patience_.outlasts(errnum)) {
       errno = errnum;
       return -1;
     }
@@ -65,6 +65,8 @@ void HierarchyStream::restore(std::size_t index, int child) {
     if (descriptor >= 0)
       ::close(descriptor);
     descriptor = openFromRoot(index);
+    while (descriptor < 0 && patience_.outlasts(errno))
+      descriptor = openFromRoot(index);
   }
   firstHeld_ = index;
   frame.descriptor = descriptor;
@@ -78,8 +80,14 @@ void HierarchyStream::restore(std::size_t index, int child) {
 // For folders that were read ahead. False, with errno set, when it is lost.
 bool HierarchyStream::reopen(std::size_t index) {
   int descriptor = openFromRoot(index);
-  while (descriptor < 0 && (errno == EMFILE || errno == ENFILE) && (retreat() || giveUpOldest()))
+  while (descriptor < 0 && isExhaustion(errno)) {
+    int errnum = errno;
+    if (!retreat() && !giveUpOldest() && !patience_.outlasts(errnum)) {
+      errno = errnum;
+      break;
+    }
     descriptor = openFromRoot(index);
+  }
   frames_[index].descriptor = descriptor;
   if (descriptor < 0)
     return false;

@@ -1,6 +1,8 @@
 // The sequence of the walk.
 #include "Foundation/Linux/HierarchyStream.h"
 
+#include "Foundation/Progress.h"
+
 #include <algorithm>
 #include <cstring>
 #include <dirent.h>
@@ -15,8 +17,7 @@ constexpr std::size_t batchSize = 64 * 1024;
 // the batch from then on: whatever is forgotten must be read again.
 constexpr std::size_t recordBudget = 4 * 1024 * 1024;
 constexpr std::size_t frugalBatchSize = 4 * 1024;
-// Descriptors that one walk holds at most; fewer when the process runs out.
-constexpr std::size_t descriptorBudget = 16;
+constexpr std::uint64_t bytesPerBlock = 512;
 // Ancestors above this level are compared one by one, deeper ones by a table.
 constexpr std::size_t linearAncestors = 32;
 
@@ -36,6 +37,9 @@ HierarchyStream::HierarchyStream(const std::string &path, int options, unsigned 
   rootParent_.level = -1;
   if (processors < 2)
     return;
+  shareAhead_ = DescriptorBudget::ofWalks().takeSpare(DescriptorBudget::sharesForReadingAhead);
+  if (!shareAhead_)
+    return;
   bool looksAtAll = !(options & FTSOption::NOSTAT);
   ahead_ = std::make_unique<ReadAhead>(
       looksAtAll ? ReadAhead::Look::AtAll : ReadAhead::Look::AtFolders, processors);
@@ -50,6 +54,38 @@ FTSInfo HierarchyStream::infoOfMode(std::uint32_t mode) {
 }
 
 FTSEntry *HierarchyStream::read() {
+  if (ended_)
+    return nullptr;
+  if (Progress::current().isCancelled())
+    return giveUp(ECANCELED);
+  FTSEntry *entry = step();
+  // That tells nothing of the item: without it the walk would look complete.
+  if (entry && isExhaustion(entry->errnum))
+    return giveUp(entry->errnum);
+  if (!entry)
+    closeAll();
+  else
+    count(*entry);
+  return entry;
+}
+
+FTSEntry *HierarchyStream::giveUp(int errnum) {
+  failure_ = errnum;
+  closeAll();
+  return nullptr;
+}
+
+void HierarchyStream::count(const FTSEntry &entry) {
+  Progress &progress = Progress::current();
+  bool isSecondVisit =
+      entry.info == FTSInfo::DP || entry.info == FTSInfo::DNR || entry.info == FTSInfo::ERR;
+  if (!isSecondVisit)
+    progress.countItem(static_cast<std::uint64_t>(entry.statp.blocks) * bytesPerBlock);
+  if (progress.wantsPath())
+    progress.setPath(entry.path);
+}
+
+FTSEntry *HierarchyStream::step() {
   if (!started_) {
     started_ = true;
     pathStart_ = path_.data();
@@ -194,8 +230,9 @@ int HierarchyStream::openTop() {
   if (parent.end > recordBudget)
     forgetUnread(parent);
   frame.base = frame.cursor = frame.end = parent.end;
-  if (index - firstHeld_ + 2 > descriptorBudget)
-    giveUpOldest();
+  // The root, those from firstHeld_ to the parent, this one and one to move.
+  while (index - firstHeld_ + 3 > mostDescriptors && giveUpOldest()) {
+  }
   const char *name = path_.c_str() + path_.size() - frame.nameLength;
   return openWithin(parent.descriptor, name, folderFlags);
 }
@@ -237,7 +274,9 @@ void HierarchyStream::refill(Frame &frame) {
   frame.cursor = frame.end = frame.base;
   long count = -1;
   if (!frame.reseek || ::lseek(frame.descriptor, frame.nextOffset, SEEK_SET) >= 0)
-    count = ::syscall(SYS_getdents64, frame.descriptor, records_.at(frame.base), size);
+    do
+      count = ::syscall(SYS_getdents64, frame.descriptor, records_.at(frame.base), size);
+    while (count < 0 && patience_.outlasts(errno));
   frame.reseek = false;
   if (count > 0) {
     frame.end += static_cast<std::size_t>(count);
@@ -266,7 +305,9 @@ void HierarchyStream::closeAll() {
   }
   ahead_.reset();
   depth_ = 0;
-  started_ = true;
+  ended_ = true;
+  shareAhead_ = {};
+  share_.reset();
 }
 
 void HierarchyStream::appendName(const char *name, std::size_t length) {

@@ -13,6 +13,8 @@
 // batches instead of a descriptor. Sequence and fields are the same.
 #pragma once
 
+#include "Foundation/DescriptorBudget.h"
+#include "Foundation/Exhaustion.h"
 #include "Foundation/FTS.h"
 #include "Foundation/Linux/DirectoryRecords.h"
 #include "Foundation/Linux/ItemStatus.h"
@@ -22,6 +24,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_set>
 
@@ -29,6 +32,10 @@ namespace NS {
 
 class HierarchyStream final : public FTSStream {
 public:
+  // Descriptors that one walk holds at most, one of them while it moves, without
+  // what is read ahead; fewer when the process runs out.
+  static constexpr std::size_t mostDescriptors = 16;
+
   // Without processors to share, the walk keeps to its caller's thread.
   HierarchyStream(const std::string &path, int options, unsigned processors);
   ~HierarchyStream() override { closeAll(); }
@@ -36,6 +43,7 @@ public:
   HierarchyStream &operator=(const HierarchyStream &) = delete;
 
   FTSEntry *read() override;
+  int failure() const override { return failure_; }
   void set(FTSEntry &entry, FTSInstruction instruction) override;
   void close() override { closeAll(); }
 
@@ -78,6 +86,9 @@ private:
     AheadBatch *batch = nullptr; // of a folder that is read ahead
   };
 
+  FTSEntry *step();
+  FTSEntry *giveUp(int errnum);
+  static void count(const FTSEntry &entry);
   Frame &top() { return frames_[depth_ - 1]; }
   Finding look(int folder, const char *name, std::uint8_t type) const;
   FTSEntry *enter(const Finding &found, std::size_t nameLength);
@@ -114,6 +125,11 @@ private:
   void point(FTSEntry &entry, std::size_t pathLength, std::size_t nameLength);
   void followPath();
 
+  std::optional<WalkShare> share_{std::in_place}; // as long as anything is open
+  DescriptorBudget::Share shareAhead_;
+  Patience patience_;
+  int failure_ = 0;
+  bool ended_ = false;
   const int options_;
   bool started_ = false;
   std::string path_;                // of the entry returned last

@@ -1,12 +1,14 @@
 // The list of what waits, and who reads it.
 #include "Foundation/Linux/ReadAhead.h"
 
+#include "Foundation/Exhaustion.h"
 #include "Foundation/Linux/DirectoryRecords.h"
+#include "Foundation/Progress.h"
 
 #include <dirent.h>
+#include <exception>
 #include <new>
 #include <sys/syscall.h>
-#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -84,6 +86,11 @@ template <typename Condition> bool comesSoon(std::unique_lock<std::mutex> &lock,
 }
 
 } // namespace
+
+// So that giving content back, which destructors do, takes no memory.
+ReadAhead::ReadAhead(Look look, unsigned processors) : look_(look), helpers_(processors) {
+  spare_.reserve(mostSpare);
+}
 
 ReadAhead::~ReadAhead() {
   retreat();
@@ -208,9 +215,12 @@ void ReadAhead::startHelpers() {
     if (helper.thread.joinable())
       helper.thread.join();
     try {
-      helper.thread = std::thread([this, place] { help(place); });
+      helper.thread = std::thread([this, place, &progress = Progress::current()] {
+        Progress::Scope scope(progress);
+        help(place);
+      });
       helper.running = true;
-    } catch (const std::system_error &) {
+    } catch (const std::exception &) { // no thread, or no memory for one
       helpers_.leave();
       return;
     }
@@ -277,6 +287,8 @@ bool ReadAhead::read(AheadBatch &batch, char *buffer) {
   if (batch.openError != 0)
     return true;
   list(batch, buffer);
+  if (isExhaustion(batch.readError))
+    return false;
   lookAtItems(batch);
   // Most folders hold no others and are done with here.
   if (opens && batch.folderCount == 0 && !batch.rest)
@@ -290,7 +302,7 @@ bool ReadAhead::openFolder(AheadBatch &batch) {
   if (descriptor < 0) {
     batch.openError = errno;
     batch.statusError = readStatus(above, batch.name, batch.status);
-    return batch.openError != EMFILE && batch.openError != ENFILE;
+    return !isExhaustion(batch.openError);
   }
   batch.statusError = readStatus(descriptor, batch.status);
   batch.descriptor = descriptor;

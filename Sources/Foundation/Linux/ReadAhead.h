@@ -87,7 +87,7 @@ public:
   // Whether items are looked at that are known to be no folders.
   enum class Look { AtAll, AtFolders };
 
-  ReadAhead(Look look, unsigned processors) : look_(look), helpers_(processors) {}
+  ReadAhead(Look look, unsigned processors);
   // Waits for what is being read; the walk must have dropped its batches.
   ~ReadAhead();
   ReadAhead(const ReadAhead &) = delete;

@@ -5,6 +5,8 @@
 #pragma once
 
 #include <spawn.h>
+#include <sys/resource.h>
+#include <sys/types.h>
 
 namespace NS::descriptors::host {
 
@@ -18,6 +20,10 @@ int keepStandardStreamsAlone(posix_spawn_file_actions_t &actions, const int (&st
 
 // What the host's way of doing so takes besides, for posix_spawnattr_setflags.
 short spawnFlags();
+
+// Gives a child that was just started another limit of descriptors. Where the
+// host cannot, the child keeps this process's.
+void setDescriptorLimit(pid_t child, const rlimit &limit);
 
 // This process's environment; the caller holds its lock.
 char **environment();

@@ -1,6 +1,7 @@
 // Pipes and child processes, but for what each host does in its own way.
 #include "Foundation/Exception.h"
 #include "Foundation/POSIX/Descriptor.h"
+#include "Foundation/POSIX/DescriptorLimit.h"
 #include "Foundation/POSIX/Descriptors.h"
 #include "Foundation/POSIX/EnvironmentLock.h"
 #include "Foundation/POSIX/HostDescriptors.h"
@@ -117,8 +118,13 @@ int spawn(const Program &program, int &processIdentifier) {
     arguments.push_back(const_cast<char *>(argument.c_str()));
   arguments.push_back(nullptr);
   std::shared_lock environment(environmentLock());
-  return ::posix_spawn(&processIdentifier, program.path.c_str(), actions.get(), attributes.get(),
-                       arguments.data(), host::environment());
+  int failure = ::posix_spawn(&processIdentifier, program.path.c_str(), actions.get(),
+                              attributes.get(), arguments.data(), host::environment());
+  environment.unlock();
+  if (failure == 0)
+    if (std::optional<rlimit> former = limitBeforeRaising())
+      host::setDescriptorLimit(processIdentifier, *former);
+  return failure;
 }
 
 } // namespace NS::descriptors

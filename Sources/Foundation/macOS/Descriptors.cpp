@@ -65,6 +65,9 @@ short spawnFlags() {
   return POSIX_SPAWN_CLOEXEC_DEFAULT;
 }
 
+// No process can set another's limits here.
+void setDescriptorLimit(pid_t /*child*/, const rlimit & /*limit*/) {}
+
 char **environment() {
   return *_NSGetEnviron();
 }

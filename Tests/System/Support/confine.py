@@ -15,7 +15,8 @@ import sys
 
 NAMESPACES = {"ProtectHostname": 0x4000000, "PrivateNetwork": 0x40000000}
 CALLS = {"ProtectClock": ("@clock",), "ProtectHostname": ("sethostname", "setdomainname")}
-DONE_BELOW = {"CapabilityBoundingSet", "NoNewPrivileges", "LimitCORE", "SystemCallFilter",
+DONE_BELOW = {"CapabilityBoundingSet", "NoNewPrivileges", "LimitCORE", "LimitNOFILE",
+              "SystemCallFilter",
               "RestrictAddressFamilies", "MemoryDenyWriteExecute", "RestrictNamespaces",
               "RestrictRealtime", "LockPersonality", "PrivateMounts"}
 NOT_HERE = {"Type", "BusName", "ExecStart", "OOMPolicy", "IPAddressDeny", "DevicePolicy",
@@ -155,6 +156,9 @@ def confine(path):
     if "LimitCORE" in unit:
         limit = int(unit["LimitCORE"][-1])
         resource.setrlimit(resource.RLIMIT_CORE, (limit, limit))
+    if "LimitNOFILE" in unit:
+        soft, _, hard = unit["LimitNOFILE"][-1].partition(":")
+        resource.setrlimit(resource.RLIMIT_NOFILE, (int(soft), int(hard or soft)))
     drop_capabilities(unit)
     check(libc.prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), "no new privileges")
     by_argument.load()

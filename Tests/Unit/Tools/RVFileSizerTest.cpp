@@ -2,6 +2,8 @@
 // against a computation of its own.
 #include "Tools/RVFileSizer.h"
 
+#include "Foundation/Progress.h"
+
 #include "Support/AssertionRecorder.h"
 #include "Support/FakeFTS.h"
 #include "Support/ForkedChild.h"
@@ -70,6 +72,43 @@ std::uint64_t blocksByPath(const std::string &path) {
   }
   ::closedir(folder);
   return total;
+}
+
+TEST(RVFileSizer, tellsOfAWalkThatWasGivenUp) {
+  FakeFTS walk;
+  LogRecorder log;
+  walk.add("/x", FTSInfo::F, walk.top, {.blocks = 8});
+  walk.failure = EMFILE;
+  std::optional<NS::Error> error;
+  EXPECT_EQ(sizer().wholeItemSizeAtPath("/x", &error), 4096u);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->underlyingError()->code(), EMFILE);
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{"/x was not measured to its end: Too many open files"}));
+}
+
+TEST(RVFileSizer, tellsOfAWalkThatCouldNotBeginForWantOfMemory) {
+  FakeFTS walk;
+  LogRecorder log;
+  walk.refuses = true;
+  std::optional<NS::Error> error;
+  EXPECT_EQ(sizer().wholeItemSizeAtPath("/x", &error), 0u);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->underlyingError()->code(), ENOMEM);
+}
+
+TEST(RVFileSizer, measuresNothingFurtherOnceItsRequestIsCancelled) {
+  ScratchFolder scratch;
+  LogRecorder log;
+  NS::Progress progress;
+  NS::Progress::Scope scope(progress);
+  progress.cancel();
+  std::optional<NS::Error> error;
+  EXPECT_EQ(sizer().wholeItemSizeAtPath(scratch.path(), &error), 0u);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->domain(), "NSCocoaErrorDomain");
+  EXPECT_EQ(error->code(), 3072);
+  EXPECT_EQ(error->underlyingError()->code(), ECANCELED);
 }
 
 TEST(RVFileSizer, measuresAnEmptyPathAsNothingWithoutLooking) {

@@ -1,0 +1,109 @@
+// Descriptors counted before they are needed, so that as many walks and tools
+// run at once as the descriptor table can serve, and the others wait their turn
+// instead of failing half-way.
+//
+// Thread-safe.
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <variant>
+
+namespace NS {
+
+// Raises this process's soft limit of descriptors to the hard one. Programs
+// that are started from then on get the former soft limit. Without the right
+// to it the limit stays as it is.
+void raiseDescriptorLimit();
+
+class DescriptorBudget {
+public:
+  // How many shares there are at the moment; at least one is always given.
+  using Capacity = std::function<std::size_t()>;
+  class Share;
+
+  // What one walk holds at most, with its helpers.
+  static constexpr std::size_t perWalk = 40;
+  // What reading ahead holds beyond that, in shares of walks.
+  static constexpr std::size_t sharesForReadingAhead = 2;
+  // What one tool with three pipes takes at most while it runs.
+  static constexpr std::size_t perTool = 10;
+  // What one request takes that neither walks nor runs a tool.
+  static constexpr std::size_t perRequest = 4;
+
+  // Shares of half of the table, and of a quarter of it. Never destroyed.
+  static DescriptorBudget &ofWalks();
+  static DescriptorBudget &ofTools();
+  // How many requests the last quarter serves at once.
+  static std::size_t requestsServed();
+
+  explicit DescriptorBudget(Capacity capacity) : capacity_(std::move(capacity)) {}
+  DescriptorBudget(const DescriptorBudget &) = delete;
+  DescriptorBudget &operator=(const DescriptorBudget &) = delete;
+
+  // Waits for its turn, in the order of asking. Whoever waits for a request
+  // that is cancelled meanwhile waits no longer and holds nothing.
+  Share take();
+  // Takes so many more if half of all shares then stays free; else none.
+  Share takeSpare(std::size_t count);
+
+  std::size_t inUse() const;
+  std::size_t waiting() const;
+
+private:
+  void giveBack(std::size_t count);
+
+  const Capacity capacity_;
+  mutable std::mutex mutex_;
+  std::condition_variable freed_;
+  std::size_t inUse_ = 0;
+  std::list<std::monostate> queue_; // those who wait, the first one first
+};
+
+// Holds shares for its life. May be moved, also to another thread.
+class DescriptorBudget::Share {
+public:
+  Share() = default;
+  Share(Share &&other) noexcept { swap(other); }
+  Share &operator=(Share &&other) noexcept {
+    Share taken(std::move(other));
+    swap(taken);
+    return *this;
+  }
+  ~Share() {
+    if (budget_)
+      budget_->giveBack(count_);
+  }
+
+  explicit operator bool() const { return budget_ != nullptr; }
+
+private:
+  friend class DescriptorBudget;
+  Share(DescriptorBudget &budget, std::size_t count) : budget_(&budget), count_(count) {}
+  void swap(Share &other) noexcept {
+    std::swap(budget_, other.budget_);
+    std::swap(count_, other.count_);
+  }
+
+  DescriptorBudget *budget_ = nullptr;
+  std::size_t count_ = 0;
+};
+
+// One walk's share, to be held while it has anything open. A walk within a walk
+// of the same thread uses the outer one's, so that no walk waits for another
+// share while it holds one. Threads that help a walk take none.
+class WalkShare {
+public:
+  // Waits as DescriptorBudget::take does.
+  WalkShare();
+
+private:
+  std::shared_ptr<DescriptorBudget::Share> share_;
+};
+
+} // namespace NS

@@ -1,0 +1,128 @@
+// Shares of the descriptor table: who gets one, and who waits.
+#include "Foundation/DescriptorBudget.h"
+#include "Foundation/Progress.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <optional>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using NS::DescriptorBudget;
+using Share = NS::DescriptorBudget::Share;
+
+// Returns once so many wait; nobody has to be told of it.
+void awaitWaiting(const DescriptorBudget &budget, std::size_t count) {
+  while (budget.waiting() != count)
+    std::this_thread::yield();
+}
+
+TEST(DescriptorBudget, givesAShareEvenWhereTheTableServesNone) {
+  DescriptorBudget budget([] { return std::size_t{0}; });
+  EXPECT_TRUE(budget.take());
+  EXPECT_EQ(budget.inUse(), 0u);
+}
+
+TEST(DescriptorBudget, letsTheNextWaitUntilAShareComesBack) {
+  DescriptorBudget budget([] { return std::size_t{2}; });
+  std::optional<Share> first = budget.take();
+  Share second = budget.take();
+  auto third = std::async(std::launch::async, [&] { return budget.take(); });
+  awaitWaiting(budget, 1);
+  EXPECT_EQ(budget.inUse(), 2u);
+  first.reset();
+  EXPECT_TRUE(third.get());
+  EXPECT_EQ(budget.waiting(), 0u);
+}
+
+TEST(DescriptorBudget, servesThoseWhoWaitInTheOrderOfAsking) {
+  DescriptorBudget budget([] { return std::size_t{1}; });
+  std::optional<Share> held = budget.take();
+  std::vector<int> order;
+  std::vector<std::thread> threads;
+  for (int number = 0; number < 5; ++number) {
+    threads.emplace_back([&, number] {
+      Share share = budget.take();
+      order.push_back(number); // one holds the only share
+    });
+    awaitWaiting(budget, static_cast<std::size_t>(number) + 1);
+  }
+  held.reset();
+  for (std::thread &thread : threads)
+    thread.join();
+  EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
+}
+
+TEST(DescriptorBudget, letsGoOfACancelledOneThatIsNotTheFirst) {
+  DescriptorBudget budget([] { return std::size_t{1}; });
+  std::optional<Share> held = budget.take();
+  auto first = std::async(std::launch::async, [&] { return budget.take(); });
+  awaitWaiting(budget, 1);
+  NS::Progress progress;
+  auto second = std::async(std::launch::async, [&] {
+    NS::Progress::Scope scope(progress);
+    return budget.take();
+  });
+  awaitWaiting(budget, 2);
+  progress.cancel();
+  EXPECT_FALSE(second.get());
+  EXPECT_EQ(budget.waiting(), 1u);
+  held.reset();
+  EXPECT_TRUE(first.get());
+  EXPECT_EQ(budget.inUse(), 0u);
+}
+
+TEST(DescriptorBudget, keepsHalfOfItAndThoseWhoWaitFromSpareShares) {
+  std::size_t capacity = 8;
+  DescriptorBudget budget([&] { return capacity; });
+  Share one = budget.take();
+  Share spare = budget.takeSpare(2);
+  EXPECT_TRUE(spare);
+  EXPECT_EQ(budget.inUse(), 3u);
+  EXPECT_FALSE(budget.takeSpare(2)) << "five of eight are more than half";
+  capacity = 3;
+  auto waiting = std::async(std::launch::async, [&] { return budget.take(); });
+  awaitWaiting(budget, 1);
+  capacity = 100;
+  // Whether the other has been served by now or not, nothing is lost.
+  EXPECT_TRUE(waiting.get());
+  EXPECT_TRUE(budget.takeSpare(2));
+}
+
+TEST(DescriptorBudget, hasAShareMovedRatherThanCopied) {
+  DescriptorBudget budget([] { return std::size_t{4}; });
+  Share share = budget.take();
+  Share other = std::move(share);
+  EXPECT_EQ(budget.inUse(), 1u);
+  other = Share();
+  EXPECT_EQ(budget.inUse(), 0u);
+}
+
+TEST(WalkShare, isOneForWalksWithinEachOther) {
+  DescriptorBudget &walks = DescriptorBudget::ofWalks();
+  const std::size_t before = walks.inUse();
+  {
+    NS::WalkShare outer;
+    NS::WalkShare inner;
+    EXPECT_EQ(walks.inUse(), before + 1);
+  }
+  EXPECT_EQ(walks.inUse(), before);
+}
+
+TEST(WalkShare, isHeldByTheLastOfThemOnWhateverThread) {
+  DescriptorBudget &walks = DescriptorBudget::ofWalks();
+  const std::size_t before = walks.inUse();
+  auto outer = std::make_unique<NS::WalkShare>();
+  auto inner = std::make_unique<NS::WalkShare>();
+  outer.reset();
+  EXPECT_EQ(walks.inUse(), before + 1);
+  std::thread([&] { inner.reset(); }).join();
+  EXPECT_EQ(walks.inUse(), before);
+  NS::WalkShare again;
+  EXPECT_EQ(walks.inUse(), before + 1);
+}
+
+} // namespace
