@@ -20,7 +20,8 @@ enum RegularExpressionOptions : unsigned {
 
 class RegularExpression {
 public:
-  // Null when the pattern cannot be built: bad syntax, or longer than 64 KiB.
+  // Null when the pattern cannot be built: it is empty, longer than 64 KiB or
+  // no expression.
   static std::shared_ptr<const RegularExpression>
   regularExpressionWithPattern(std::string_view pattern, RegularExpressionOptions options);
 
