@@ -1,0 +1,19 @@
+// Base64, as data transforms and XML property lists carry bytes.
+//
+// Pure; any thread.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace NS {
+
+// One line, padded to groups of four.
+std::string base64FromBytes(std::string_view bytes);
+
+// The reverse. The digits come in groups of four, the last one padded; nothing
+// for any other text. The characters to skip may stand anywhere.
+std::optional<std::string> bytesFromBase64(std::string_view text, std::string_view skipped = "");
+
+} // namespace NS
