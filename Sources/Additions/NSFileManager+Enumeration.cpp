@@ -69,10 +69,11 @@ bool walk(NS::FTSStream &stream, bool recursive, const WalkHandler &handler) {
   while (NS::FTSEntry *entry = stop ? nullptr : stream.read()) {
     if (!recursive)
       stream.set(*entry, NS::FTSInstruction::SKIP);
-    if (entry->info == NS::FTSInfo::DP)
-      continue;
     if (entry->info == NS::FTSInfo::ERR)
       return false;
+    // The root comes again after what it holds, or because it is unreadable.
+    if (entry->info == NS::FTSInfo::DP || entry->level == 0)
+      continue;
     handler(std::string(entry->path), entry->info == NS::FTSInfo::D, stop);
   }
   return true;
@@ -84,19 +85,21 @@ std::vector<std::string> findFile(NS::FileManager &, const std::optional<std::st
                                   const std::optional<std::string> &atPath, bool matchByWords,
                                   bool recursive, const NameExclusion &filterWith) {
   std::vector<std::string> found;
-  // A slash at the end would leave the root without the name to know it by.
   std::string path = withoutTrailingSlashes(atPath.value_or(""));
   if (!name || name->empty() || !isSearchable(path))
     return found;
   NameSearch search(*name, matchByWords);
   std::string rootName = NS::lastPathComponent(path);
+  // "link/" is the folder behind the link, "link" the link, which holds nothing.
+  if (atPath->ends_with('/'))
+    path += '/';
   // What may be excluded is not to be touched before it is known.
   bool visitsAll = recursive && !filterWith;
   NS::FTS &walks = NS::FTS::shared();
   std::unique_ptr<NS::FTSStream> stream =
       visitsAll ? walks.openForAll(path, searchOptions) : walks.open(path, searchOptions);
   while (NS::FTSEntry *entry = stream ? stream->read() : nullptr) {
-    if (entry->name == rootName)
+    if (entry->level == 0 || entry->name == rootName)
       continue;
     bool excluded = filterWith && filterWith(std::string(entry->name));
     if (excluded || !recursive)

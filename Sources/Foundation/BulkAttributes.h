@@ -57,7 +57,10 @@ public:
   // The next records of an open folder, which keeps the place where it stands.
   // The count is how many are wanted and becomes how many there are; fewer are
   // given when the buffer is full. Items that vanish meanwhile are passed over.
-  // 0, or 1 with the last records (which may be none).
+  // 0, or 1 with the last records (which may be none). Callers repeat a call
+  // that fails, so only what may pass is a failure: no memory, or a buffer too
+  // small for one record (ERANGE). A folder that cannot be read on for another
+  // cause ends there, with a line in the log.
   virtual int getdirentriesattr(int descriptor, const AttributeList &list, void *buffer,
                                 std::size_t size, std::uint32_t &count, std::uint32_t &base,
                                 std::uint32_t &state, std::uint32_t options) = 0;

@@ -18,6 +18,8 @@ namespace kwtest {
 // Plays one root folder and leaves within it, or whatever else is added.
 class FakeFTS final : public NS::FTS {
 public:
+  FakeFTS() { top.level = -1; }
+
   // The entry that stands above the root.
   NS::FTSEntry top;
   // Given out in order; an entry may stand in it twice, as a folder does.

@@ -4,14 +4,20 @@
 #include "Foundation/BulkAttributes.h"
 
 #include "Foundation/Linux/DirectoryRecords.h"
+#include "Foundation/Linux/ItemLocation.h"
+#include "Foundation/Log.h"
+#include "Foundation/POSIX/Retrying.h"
 #include "Foundation/SharedInstance.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace NS {
@@ -129,6 +135,18 @@ std::size_t writeRecord(void *buffer, std::size_t size, const AttributeList &lis
   return writer.overflowed() ? 0 : writer.used();
 }
 
+bool mayPass(int error) {
+  return error == ENOMEM || error == EAGAIN;
+}
+
+void logEnd(int folder, int error) {
+  char path[PATH_MAX];
+  ssize_t length = ::readlink(handlePath(folder).c_str(), path, sizeof path);
+  Log("%@ cannot be read to its end: %s",
+      std::string_view(path, length < 0 ? 0 : static_cast<std::size_t>(length)),
+      std::generic_category().message(error));
+}
+
 // One call's worth of records for a caller's buffer.
 class Batch {
 public:
@@ -141,12 +159,12 @@ public:
   int fill() {
     alignas(8) char bytes[directoryBufferSize];
     while (count_ < wanted_) {
-      long read = ::syscall(SYS_getdents64, descriptor_, bytes, sizeof bytes);
-      if (read == 0 || (read < 0 && errno == ENOENT))
-        return 1;
-      // What was found before the failure is given first; it comes again.
+      long read =
+          retrying([&] { return ::syscall(SYS_getdents64, descriptor_, bytes, sizeof bytes); });
       if (read < 0)
-        return count_ > 0 ? 0 : -1;
+        return failed(errno);
+      if (read == 0)
+        return 1;
       if (!take(bytes, static_cast<std::size_t>(read)))
         break;
     }
@@ -155,6 +173,19 @@ public:
   std::uint32_t count() const { return count_; }
 
 private:
+  int failed(int error) const {
+    // A folder that was removed meanwhile has nothing more to list.
+    if (error == ENOENT)
+      return 1;
+    // What was found before is given first; a failure comes again.
+    if (count_ > 0)
+      return 0;
+    if (mayPass(error))
+      return -1;
+    logEnd(descriptor_, error);
+    return 1;
+  }
+
   // Goes back to the first record that found no place and returns false then.
   bool take(const char *bytes, std::size_t size) {
     std::int64_t place = before_;

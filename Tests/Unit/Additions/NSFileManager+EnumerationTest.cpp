@@ -129,6 +129,18 @@ TEST_F(FindFile, knowsTheRootInSpiteOfSlashesAtTheEnd) {
   EXPECT_EQ(kw::findFile(manager, "root", root + "//", false, false), (Paths{root + "/root x"}));
 }
 
+TEST_F(FindFile, goesThroughALinkWithASlashAtTheEndAndNoOther) {
+  file("foo");
+  fs::create_directory_symlink(root, scratch.path("link"));
+  EXPECT_EQ(kw::findFile(manager, "foo", scratch.path("link/"), false, true),
+            (Paths{scratch.path("link/foo")}));
+  EXPECT_EQ(kw::findFile(manager, "foo", scratch.path("link//"), false, true),
+            (Paths{scratch.path("link/foo")}));
+  EXPECT_EQ(kw::findFile(manager, "foo", scratch.path("link"), false, true), Paths{});
+  // The root is no result by that name either.
+  EXPECT_EQ(kw::findFile(manager, "link", scratch.path("link/"), true, true), Paths{});
+}
+
 TEST_F(FindFile, neitherGivesNorEntersWhatIsExcluded) {
   directory("Foo");
   file("Foo/foo inside");
@@ -270,6 +282,19 @@ TEST_F(Walk, tellsOfAFolderThatCannotBeReadAndGoesOn) {
             "");
 }
 
+TEST_F(Walk, neverTellsOfItsRootThoughThatCannotBeRead) {
+  if (!kwtest::isRoot())
+    GTEST_SKIP() << "needs root, to become another user";
+  fs::permissions(scratch.path(), fs::perms(0755));
+  fs::permissions(root, fs::perms(0));
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (!kwtest::dropRoot())
+                return "still root";
+              return walk() == Paths{} ? "" : "the root was handed over";
+            }),
+            "");
+}
+
 class FakeWalk : public ::testing::Test {
 protected:
   kwtest::FakeFTS walks;
@@ -306,6 +331,12 @@ TEST_F(FakeWalk, handsEveryKindOverAndOnlyFoldersAsSuch) {
   EXPECT_TRUE(walk());
   EXPECT_EQ(handed.size(), 9u);
   EXPECT_EQ(std::count_if(handed.begin(), handed.end(), [](auto &item) { return item.second; }), 1);
+}
+
+TEST_F(FakeWalk, failsForARootThatCannotBeReadToItsEnd) {
+  walks.again(top, NS::FTSInfo::ERR);
+  EXPECT_FALSE(walk());
+  EXPECT_TRUE(handed.empty());
 }
 
 TEST_F(FakeWalk, logsAnExceptionOfClosingAndKeepsItsResult) {

@@ -1,6 +1,7 @@
 // The packed records themselves: their layout, their batches, their limits.
 #include "Foundation/BulkAttributes.h"
 
+#include "Support/LogRecorder.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
@@ -8,9 +9,12 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <set>
 #include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -127,7 +131,7 @@ TEST(BulkAttributes, endAnEmptyFolderAtTheFirstCall) {
   EXPECT_EQ(listing.counts, std::vector<std::uint32_t>{0});
 }
 
-TEST(BulkAttributes, failForABufferThatHoldsNotEvenOneEntryAndForNoFolder) {
+TEST(BulkAttributes, failForABufferThatHoldsNotEvenOneEntry) {
   ScratchFolder scratch;
   scratch.file("file", "");
   NS::BulkAttributes &bulk = NS::BulkAttributes::shared();
@@ -141,11 +145,26 @@ TEST(BulkAttributes, failForABufferThatHoldsNotEvenOneEntryAndForNoFolder) {
   EXPECT_EQ(errno, ERANGE);
   EXPECT_EQ(count, 0u);
   bulk.closeFolder(descriptor);
-  count = 16;
-  EXPECT_EQ(
-      bulk.getdirentriesattr(-1, entryList(), buffer.data(), buffer.size(), count, word, word, 0),
-      -1);
-  EXPECT_EQ(errno, EBADF);
+}
+
+// A caller repeats the call after a failure, for ever.
+TEST(BulkAttributes, endWhereAFolderCannotBeReadOn) {
+  ScratchFolder scratch;
+  kwtest::LogRecorder log;
+  const std::string path = scratch.file("file", "");
+  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  std::array<char, 400> buffer{};
+  for (int descriptor : {file, -1}) {
+    std::uint32_t count = 16, word = 0;
+    EXPECT_EQ(NS::BulkAttributes::shared().getdirentriesattr(descriptor, entryList(), buffer.data(),
+                                                             buffer.size(), count, word, word, 0),
+              1);
+    EXPECT_EQ(count, 0u);
+  }
+  ::close(file);
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{path + " cannot be read to its end: Not a directory",
+                                      " cannot be read to its end: Bad file descriptor"}));
 }
 
 TEST(BulkAttributes, openFoldersOnlyAndWaitForNothing) {
