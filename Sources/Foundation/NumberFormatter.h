@@ -1,5 +1,7 @@
 // Puts numbers into words of the default locale: its digits and its decimal
-// separator, no grouping.
+// separator, no grouping. The locale is that of numbers as the environment has
+// it when a formatter is made (on hosts with such variables LC_ALL, else
+// LC_NUMERIC, else LANG), whether or not the host has installed it.
 //
 // One thread sets a formatter up; afterwards any number of threads may format
 // with it at once.

@@ -7,8 +7,11 @@
 #include "Support/RandomTree.h"
 #include "Support/ScratchFolder.h"
 
+#include "Foundation/SharedInstance.h"
+
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
 #include <sys/xattr.h>
 
@@ -38,6 +41,94 @@ protected:
     return kw::fileExistsAtPath(manager, folder.path(), expression(pattern).get(), level);
   }
 };
+
+// Notes which calls reach a manager.
+class WatchedManager final : public kwtest::ForwardingFileManager {
+public:
+  using ForwardingFileManager::fileExistsAtPath;
+  bool fileExistsAtPath(const std::string &path) override {
+    calls.insert("exists");
+    return ForwardingFileManager::fileExistsAtPath(path);
+  }
+  bool isReadableFileAtPath(const std::string &) override {
+    calls.insert("readable");
+    return false;
+  }
+  std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(const std::string &path,
+                                                                    NS::ErrorSlot error) override {
+    calls.insert("names");
+    return ForwardingFileManager::contentsOfDirectoryAtPath(path, error);
+  }
+  std::optional<std::vector<NS::URL>>
+  contentsOfDirectoryAtURL(const NS::URL &url, NS::DirectoryEnumerationOptions options,
+                           NS::ErrorSlot error) override {
+    calls.insert("children");
+    return ForwardingFileManager::contentsOfDirectoryAtURL(url, options, error);
+  }
+  std::unique_ptr<NS::PathEnumerator> enumeratorAtPath(const std::string &path) override {
+    calls.insert("paths");
+    return ForwardingFileManager::enumeratorAtPath(path);
+  }
+  std::unique_ptr<NS::URLEnumerator>
+  enumeratorAtURL(const NS::URL &url, NS::DirectoryEnumerationOptions options) override {
+    calls.insert("URLs");
+    return ForwardingFileManager::enumeratorAtURL(url, options);
+  }
+  std::optional<NS::FileAttributes> attributesOfItemAtPath(const std::string &path,
+                                                           NS::ErrorSlot error) override {
+    calls.insert("attributes");
+    return ForwardingFileManager::attributesOfItemAtPath(path, error);
+  }
+
+  std::set<std::string> calls;
+};
+
+TEST_F(PathInspection, asksTheReceiverOrTheSharedManagerAsEachQuestionHasIt) {
+  const std::string file = folder.file("file", "");
+  link("file", "link");
+  struct Row {
+    const char *question;
+    std::function<void(NS::FileManager &)> ask;
+    std::set<std::string> ofReceiver, ofShared;
+  };
+  const std::vector<Row> rows = {
+      {"folder", [&](auto &asked) { kw::isFileDirectoryAtPath(asked, file); }, {}, {"attributes"}},
+      {"reading",
+       [&](auto &asked) { kw::isFileRestrictedForReadingRecursivelyUp(asked, file); },
+       {"readable", "exists"},
+       {}},
+      {"paths",
+       [&](auto &asked) { kw::directoryContentsWithFullPathesAtPath(asked, folder.path()); },
+       {"names"},
+       {}},
+      {"level",
+       [&](auto &asked) {
+         kw::contentsOfDirectoryAtURL(asked, NS::URL::fileURLWithPath(folder.path()), 1);
+       },
+       {"children"},
+       {"URLs"}},
+      {"names",
+       [&](auto &asked) { kw::getContentOfPath(asked, folder.path(), true); },
+       {},
+       {"names"}},
+      {"expression",
+       [&](auto &asked) { kw::fileExistsAtPath(asked, folder.path(), expression("x").get(), 1); },
+       {"paths"},
+       {}},
+      {"unique", [&](auto &asked) { kw::uniquePathForPath(asked, file); }, {}, {"exists"}},
+      {"contents",
+       [&](auto &asked) { kw::containsAnyFileAtPath(asked, folder.path(), true); },
+       {"paths", "attributes"},
+       {}},
+  };
+  for (const Row &row : rows) {
+    WatchedManager receiver, shared;
+    NS::ScopedOverride<NS::FileManager> override(shared);
+    row.ask(receiver);
+    EXPECT_EQ(receiver.calls, row.ofReceiver) << row.question;
+    EXPECT_EQ(shared.calls, row.ofShared) << row.question;
+  }
+}
 
 TEST_F(PathInspection, knowsFoldersFromFilesAndLinks) {
   EXPECT_TRUE(kw::isFileDirectoryAtPath(manager, directory("d")));

@@ -69,7 +69,11 @@ public:
     NS::storeError(error, NS::fileError(ENOENT, url.path(), NS::FileAccess::Reading));
     return std::nullopt;
   }
+  bool isExecutableFileAtPath(const std::string &path) override {
+    return path != missing && ForwardingFileManager::isExecutableFileAtPath(path);
+  }
   bool readable = true;
+  std::string missing; // no program stands there
 
 private:
   Events &events_;
@@ -262,11 +266,14 @@ TEST_F(UnifiedLog, passesTheRunnersAnswerThrough) {
 }
 
 TEST_F(UnifiedLog, repliesTwiceWithoutItsTool) {
-  if (store.isExecutableFileAtPath("/usr/bin/log"))
-    GTEST_SKIP() << "this host has a /usr/bin/log";
+  // Whether or not this host has one.
+  store.missing = "/usr/bin/log";
+  kwtest::SubstitutedTasks nothing("/usr/bin/log/that/is/not/there");
+  NS::ScopedOverride<NS::TaskFactory> tasksOverride(nothing);
   kw::KWTaskRunner real;
   NS::ScopedOverride<kw::KWTaskRunner> realOverride(real);
   operations.removeDiagnosticLogsWithReply(reply());
+  EXPECT_EQ(nothing.commandLines(), (Lines{{"/usr/bin/log", "erase", "--all"}}));
   ASSERT_EQ(replies.size(), 2U);
   for (const LogReply &each : replies) {
     EXPECT_EQ(each.output, std::nullopt);

@@ -3,6 +3,7 @@
 
 #include "Foundation/Bundle.h"
 #include "Foundation/SharedInstance.h"
+#include "Support/LocaleVariables.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
@@ -21,8 +22,7 @@ const RVFileSizer &sizer() {
   return RVFileSizer::shared();
 }
 
-// The decimal separator is the locale's; these tests expect a point. The
-// library reads the variable at its first use.
+// The decimal separator is the locale's; most of these tests expect a point.
 class PointLocale final : public testing::Environment {
 public:
   void SetUp() override { ::setenv("LC_ALL", "C", 1); }
@@ -270,6 +270,50 @@ TEST(RVFileSizerDisplay, makesAFormatterWithTwoDecimals) {
                              {3.0, "3"},
                              {1e15, "1000000000000000"}})
     EXPECT_EQ(formatter->stringFromNumber(*NS::Number::numberWithDouble(value)), text);
+}
+
+// Locales that would group the digits of these numbers, with other separators
+// and other digits. No locale must be installed for them.
+TEST(RVFileSizerDisplay, makesAFormatterOfTheLocaleThatGroupsNoDigits) {
+  struct Case {
+    const char *locale, *text, *large;
+  };
+  for (auto [locale, text, large] :
+       {Case{"de_DE.UTF-8", "0,12", "1234567,9"}, Case{"en_US.UTF-8", "0.12", "1234567.9"},
+        Case{"fa_IR.UTF-8", "\u06f0\u066b\u06f1\u06f2",
+             "\u06f1\u06f2\u06f3\u06f4\u06f5\u06f6\u06f7\u066b\u06f9"}}) {
+    kwtest::LocaleVariables variables(kwtest::LocaleVariables::Wanted{{"LC_ALL", locale}});
+    auto formatter = sizer().defaultSizeFormatter();
+    EXPECT_EQ(formatter->stringFromNumber(*NS::Number::numberWithDouble(0.125)), text);
+    EXPECT_EQ(formatter->stringFromNumber(*NS::Number::numberWithDouble(1234567.9)), large);
+    EXPECT_EQ(sizer().displayItemSizeNumberFromSize(999999),
+              *formatter->stringFromNumber(*NS::Number::numberWithDouble(1000)));
+  }
+}
+
+// In programs run anew: the formatters that are shared are made once.
+TEST(RVFileSizerDisplay, showsSizesAsTheLocaleOfNumbersHasThem) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  struct Case {
+    const char *locale, *kilobytes, *petabytes;
+  };
+  for (auto [locale, kilobytes, petabytes] :
+       {Case{"de_DE.UTF-8", "1000 KB", "1152,9215 PB"},
+        Case{"en_US.UTF-8", "1000 KB", "1152.9215 PB"},
+        Case{"mr_IN.UTF-8", "\u0967\u0966\u0966\u0966 KB",
+             "\u0967\u0967\u096b\u0968.\u096f\u0968\u0967\u096b PB"}})
+    EXPECT_EXIT(
+        {
+          kwtest::LocaleVariables variables(
+              kwtest::LocaleVariables::Wanted{{"LC_NUMERIC", locale}});
+          const std::string shown = sizer().nonLocalizedDisplayItemSizeFromSize(999999) + " " +
+                                    sizer().nonLocalizedDisplayItemSizeFromSize(1ull << 60);
+          std::fputs(shown.c_str(), stderr);
+          std::exit(shown == withNoBreakSpace(kilobytes) + " " + withNoBreakSpace(petabytes) ? 0
+                                                                                             : 1);
+        },
+        testing::ExitedWithCode(0), "")
+        << locale;
 }
 
 TEST(RVFileSizerDisplay, scalesByTheListAndCountsAnyOtherInItsFirstUnit) {

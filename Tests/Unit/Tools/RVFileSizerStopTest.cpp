@@ -2,7 +2,6 @@
 #include "Tools/RVFileSizer.h"
 
 #include "Support/FakeFTS.h"
-#include "Support/ForkedChild.h"
 #include "Support/LogRecorder.h"
 #include "Support/RandomTree.h"
 #include "Support/ScratchFolder.h"
@@ -16,6 +15,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <mutex>
 #include <random>
 #include <thread>
@@ -170,17 +170,20 @@ TEST_F(RVFileSizerStop, withdrawsEveryRequest) {
 }
 
 TEST_F(RVFileSizerStop, hasNoListBeforeTheFirstRequest) {
-  // In a process of its own, as the list is for ever.
-  EXPECT_EQ(kwtest::inForkedChild([]() -> std::string {
-              // The other tests of this program may have made it already.
-              bool made = sizer().pathsToBeStopped().has_value();
-              sizer().restorePathsToBeStopped();
-              if (sizer().pathsToBeStopped().has_value() != made)
-                return "withdrawing made a list";
-              sizer().stopScanningForPath(std::nullopt);
-              return sizer().pathsToBeStopped() == Strings{} ? "" : "no list was made";
-            }),
-            "");
+  // In a program run anew: the list is for ever, and other tests may have made
+  // it already.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        if (sizer().pathsToBeStopped().has_value())
+          std::exit(1);
+        sizer().restorePathsToBeStopped();
+        if (sizer().pathsToBeStopped().has_value())
+          std::exit(2);
+        sizer().stopScanningForPath(std::nullopt);
+        std::exit(sizer().pathsToBeStopped() == Strings{} ? 0 : 3);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(RVFileSizerStop, endsAThousandScansAtAnyMoment) {
