@@ -1,6 +1,8 @@
 // The agent on demand, and both kinds of answers.
 #include "CommandLine/Session.h"
 
+#include "Foundation/SaturatedTime.h"
+
 #include <filesystem>
 #include <fmt/format.h>
 #include <ostream>
@@ -41,7 +43,8 @@ Client &Session::agent() {
 RequestOptions Session::requestOptions() const {
   if (!options_.timeout)
     return {};
-  return {std::chrono::milliseconds(static_cast<std::int64_t>(*options_.timeout * 1000))};
+  using Seconds = std::chrono::duration<double>;
+  return {NS::saturatedCast<std::chrono::milliseconds>(Seconds(*options_.timeout))};
 }
 
 void Session::say(const std::string &line) {
