@@ -5,7 +5,7 @@
 # Besides its own room the library holds the error values of Foundation, and
 # its way to the bus.
 set(library_sources $<TARGET_OBJECTS:kw_client>
-    ${CMAKE_CURRENT_SOURCE_DIR}/Foundation/POSIX/Error.cpp)
+    ${CMAKE_CURRENT_SOURCE_DIR}/Foundation/POSIX/ErrorValue.cpp)
 foreach(name BusConnection BusMessage BusText BusValues)
   list(APPEND library_sources ${CMAKE_CURRENT_SOURCE_DIR}/Foundation/Linux/${name}.cpp)
 endforeach()
@@ -34,7 +34,7 @@ endforeach()
 # The public headers, as <keepwell/Name.h>. One that includes any other header
 # of the tree would not stand alone.
 set(public_headers Client/Client.h Client/ClientError.h Client/Export.h Client/Replies.h
-    Client/Request.h Foundation/Error.h)
+    Client/Request.h Foundation/ErrorValue.h)
 set(made_headers ${CMAKE_BINARY_DIR}/include/keepwell)
 foreach(header ${public_headers})
   set(source ${CMAKE_CURRENT_SOURCE_DIR}/${header})

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "Client/Export.h"
-#include "Foundation/Error.h"
+#include "Foundation/ErrorValue.h"
 
 #include <cstdint>
 #include <optional>
@@ -30,7 +30,7 @@ enum class JobRemoval {
 struct KEEPWELL_EXPORT FlagReply {
   Outcome outcome = Outcome::NotDone;
   // Why it was not done. Moves and the Trash alone say so.
-  std::optional<NS::Error> error = std::nullopt;
+  std::optional<Error> error = std::nullopt;
 
   bool isDone() const { return outcome == Outcome::Done; }
 };
@@ -38,10 +38,10 @@ struct KEEPWELL_EXPORT FlagReply {
 struct KEEPWELL_EXPORT RemovalReply {
   Outcome outcome = Outcome::NotDone;
   // Why it was not done; never beside Done.
-  std::optional<NS::Error> error = std::nullopt;
+  std::optional<Error> error = std::nullopt;
   // Beside Done alone: what the first attempt met before the item was unlocked
   // and then removed.
-  std::optional<NS::Error> firstAttempt = std::nullopt;
+  std::optional<Error> firstAttempt = std::nullopt;
 
   bool isDone() const { return outcome == Outcome::Done; }
 };
@@ -75,7 +75,7 @@ struct KEEPWELL_EXPORT LogErasureReply {
   std::optional<std::string> output;      // the tool's; none when blank
   std::optional<std::string> errorOutput; // likewise
   std::optional<std::int64_t> toolStatus; // none when it could not be run
-  std::optional<NS::Error> error;         // why it could not be run
+  std::optional<Error> error;             // why it could not be run
 
   bool isErased() const { return !error && toolStatus == 0; }
 };

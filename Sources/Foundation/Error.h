@@ -1,25 +1,21 @@
-// An error value: domain, code, user info and the error beneath it, with the
-// platform's domains and codes, and the one mapping from errno to them.
-//
-// Values are immutable once made and may be copied between threads.
+// The platform's errors: its names for the error value, its codes, and the one
+// mapping from errno to them.
 #pragma once
 
-#include <cstdint>
-#include <map>
-#include <memory>
+#include "Foundation/ErrorValue.h"
+
 #include <optional>
-#include <string>
-#include <string_view>
-#include <variant>
 
 namespace NS {
 
-inline constexpr std::string_view CocoaErrorDomain = "NSCocoaErrorDomain";
-inline constexpr std::string_view POSIXErrorDomain = "NSPOSIXErrorDomain";
-
-inline constexpr std::string_view LocalizedDescriptionKey = "NSLocalizedDescription";
-inline constexpr std::string_view FilePathErrorKey = "NSFilePath";
-inline constexpr std::string_view UnderlyingErrorKey = "NSUnderlyingError";
+using kw::CocoaErrorDomain;
+using kw::Error;
+using kw::FilePathErrorKey;
+using kw::LocalizedDescriptionKey;
+using kw::POSIXErrorDomain;
+using kw::UnderlyingErrorKey;
+using kw::UserInfo;
+using kw::UserInfoValue;
 
 // Codes of CocoaErrorDomain; the numbers are the platform's own.
 enum CocoaErrorCode : std::int64_t {
@@ -43,36 +39,9 @@ enum CocoaErrorCode : std::int64_t {
   PropertyListWriteInvalidError = 3852,
 };
 
-// What a user-info entry can hold besides the underlying error.
-using UserInfoValue = std::variant<std::string, std::int64_t, std::uint64_t, double, bool>;
-using UserInfo = std::map<std::string, UserInfoValue, std::less<>>;
 // One entry. Rather than a list in braces: should memory run out within one,
 // GCC 12 takes down entries that it has not made yet.
 UserInfo userInfoWith(std::string_view key, UserInfoValue value);
-
-class Error {
-public:
-  Error(std::string_view domain, std::int64_t code, UserInfo userInfo = {},
-        std::shared_ptr<const Error> underlying = nullptr);
-
-  const std::string &domain() const { return domain_; }
-  std::int64_t code() const { return code_; }
-  const UserInfo &userInfo() const { return userInfo_; }
-  // The error of the layer below, null when there is none.
-  const Error *underlyingError() const { return underlying_.get(); }
-
-  // The text under LocalizedDescriptionKey, else a sentence made from the
-  // domain and the code. Never empty.
-  std::string localizedDescription() const;
-  // One line for the log: domain, code, description, path and cause.
-  std::string description() const;
-
-private:
-  std::string domain_;
-  std::int64_t code_;
-  UserInfo userInfo_;
-  std::shared_ptr<const Error> underlying_;
-};
 
 // Where a caller receives an error: null when it wants none. A function
 // writes only on failure unless its own comment says otherwise; what it does

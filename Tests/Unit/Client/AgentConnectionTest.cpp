@@ -155,7 +155,7 @@ TEST_F(AgentConnectionTest, decodesAnErrorWithItsCause) {
   kw::FlagReply reply = client->moveItemAtPath("/a", "/b");
   EXPECT_FALSE(reply.isDone());
   ASSERT_TRUE(reply.error);
-  EXPECT_EQ(reply.error->domain(), NS::CocoaErrorDomain);
+  EXPECT_EQ(reply.error->domain(), kw::CocoaErrorDomain);
   EXPECT_EQ(reply.error->code(), 513);
   EXPECT_EQ(std::get<std::string>(reply.error->userInfo().at("NSFilePath")), "/a");
   EXPECT_EQ(std::get<std::uint64_t>(reply.error->userInfo().at("count")), 7u);
