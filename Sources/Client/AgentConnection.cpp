@@ -3,6 +3,7 @@
 
 #include "Client/MessageCoding.h"
 #include "Foundation/Identity.h"
+#include "Foundation/SaturatedTime.h"
 
 #include <algorithm>
 #include <array>
@@ -117,6 +118,7 @@ public:
 
   void send(Number number, const AgentMessage &message) override;
   void wait(Receiver &receiver, std::optional<Clock::time_point> until) override;
+  void cancel(Number number) override { notCancelled_.push_back(number); }
   void wake() override { wakener_.wake(); }
 
 private:
@@ -144,6 +146,7 @@ private:
   std::string owner_;
   bool watchesAgent_ = false;
   std::map<Number, LastRequest> lastRequests_;
+  std::vector<Number> notCancelled_;
 };
 
 void BusConnection::send(Number number, const AgentMessage &message) {
@@ -250,6 +253,10 @@ void BusConnection::wait(Receiver &receiver, std::optional<Clock::time_point> un
     ~Reset() { receiver = nullptr; }
   } reset{receiver_};
   receiver_ = &receiver;
+  for (Number number : std::exchange(notCancelled_, {})) {
+    receiver.couldNotCancel(number);
+    until = Clock::time_point::min();
+  }
   try {
     if (handleArrived())
       return;
@@ -272,11 +279,9 @@ int pollTime(std::optional<AgentConnection::Clock::time_point> until) {
   using std::chrono::milliseconds;
   if (!until)
     return -1;
-  const auto now = AgentConnection::Clock::now();
-  if (*until <= now) // the earliest time of all cannot be subtracted from
-    return 0;
-  auto whole = std::chrono::ceil<milliseconds>(*until - now).count();
-  return static_cast<int>(std::min<std::int64_t>(whole, std::numeric_limits<int>::max()));
+  auto left = NS::saturatedDifference(*until, AgentConnection::Clock::now());
+  auto whole = std::chrono::floor<milliseconds>(left).count() + 1;
+  return static_cast<int>(std::clamp<std::int64_t>(whole, 0, std::numeric_limits<int>::max()));
 }
 
 void BusConnection::waitForEvents(std::optional<Clock::time_point> until) {

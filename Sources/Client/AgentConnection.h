@@ -5,6 +5,7 @@
 #pragma once
 
 #include "Client/ClientError.h"
+#include "Client/Request.h"
 #include "Foundation/XPCInterface.h"
 
 #include <chrono>
@@ -28,6 +29,10 @@ struct AgentMessage {
   bool mayEndAgent = false;
   // Chunks of progress may come before the reply.
   bool hasProgress = false;
+  // The flag at the head of a reply to a request that was done.
+  bool flagWhenDone = true;
+  // How far it has come is to be told while it runs.
+  bool isFollowed = false;
 };
 
 class AgentConnection {
@@ -35,7 +40,7 @@ public:
   using Clock = std::chrono::steady_clock;
   using Number = std::uint64_t; // of a message, chosen by who sends it
 
-  // What has arrived. Must not throw, nor use the connection.
+  // Takes what has arrived. Must not throw, nor use the connection.
   class Receiver {
   public:
     virtual ~Receiver() = default;
@@ -43,6 +48,10 @@ public:
     virtual void failed(Number number, const ClientError &error) = 0;
     // Of the first message with progress that is not answered yet.
     virtual void progressed(const std::string &chunk) = 0;
+    virtual void advanced(Number number, const RequestProgress &progress) = 0;
+    // The agent was asked to cancel the message and cannot, since it knows no
+    // such thing: its reply comes when the work is done.
+    virtual void couldNotCancel(Number number) = 0;
   };
 
   virtual ~AgentConnection() = default;
@@ -53,6 +62,9 @@ public:
   // connection ends first. Throws ClientError when it cannot be sent: of kind
   // BadArgument when that is the message's fault, else the connection's.
   virtual void send(Number number, const AgentMessage &message) = 0;
+  // Asks the agent to cancel a message that was sent and has no outcome yet.
+  // Its outcome still comes. Throws ClientError when the connection has ended.
+  virtual void cancel(Number number) = 0;
   // Hands over what has arrived. When nothing had, waits until something does,
   // until it is woken or until the time has come. Throws ClientError when the
   // connection has ended; nothing but its destruction is of use then.

@@ -125,31 +125,38 @@ template <typename Reply>
 Request<Reply> start(const std::shared_ptr<RequestEngine> &engine, AgentMessage message,
                      const RequestOptions &options,
                      typename Request<Reply>::State::Decode decode = Coding<Reply>::decode,
-                     Client::Progress progress = nullptr) {
+                     Client::Progress output = nullptr) {
   message.replyKinds = Coding<Reply>::kinds();
+  message.isFollowed = options.progress != nullptr;
   auto state = std::make_shared<typename Request<Reply>::State>(
-      std::move(message), options, std::move(decode), engine, std::move(progress));
+      std::move(message), options, std::move(decode), engine, std::move(output));
   engine->start(state);
-  return Request<Reply>(std::move(state));
+  return RequestMaker::make<Reply>(std::move(state));
 }
 
 } // namespace
 
-std::unique_ptr<Client> ClientMaker::make(RequestEngine::Connector connector) {
+std::unique_ptr<Client> ClientMaker::make(RequestEngine::Connector connector,
+                                          const ClientOptions &options) {
   auto first = connector();
-  auto engine = std::make_shared<RequestEngine>(std::move(connector), std::move(first));
+  auto engine = std::make_shared<RequestEngine>(std::move(connector), std::move(first),
+                                                options.callbackFailed);
   engine->run();
   return std::unique_ptr<Client>(new Client(std::move(engine)));
 }
 
-std::unique_ptr<Client> Client::connect(const std::string &bus) {
-  return ClientMaker::make([bus] { return AgentConnection::open(bus); });
+std::unique_ptr<Client> Client::connect(const std::string &bus, const ClientOptions &options) {
+  return ClientMaker::make([bus] { return AgentConnection::open(bus); }, options);
 }
 
 Client::Client(std::shared_ptr<RequestEngine> engine) : engine_(std::move(engine)) {}
 
 Client::~Client() {
   engine_->stop();
+}
+
+void Client::cancelAll() {
+  engine_->cancelAll();
 }
 
 Request<TerminationReply> Client::pleaseTerminateAsync(const RequestOptions &options) {
@@ -183,7 +190,8 @@ Request<FlagReply> Client::securelyRemoveItemAtPathAsync(const std::string &path
 
 Request<FlagReply> Client::moveToTrashItemAtPathAsync(const std::string &path,
                                                       const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"MoveToTrashItemAtPath", {path}}, options, decodeTrash);
+  return start<FlagReply>(engine_, {"MoveToTrashItemAtPath", {path}, {}, false, false, false},
+                          options, decodeTrash);
 }
 
 Request<FlagReply> Client::truncateFileAtPathAsync(const std::string &path,

@@ -37,6 +37,7 @@
 #include "Client/Replies.h"
 #include "Client/Request.h"
 
+#include <exception>
 #include <functional>
 #include <memory>
 #include <string>
@@ -46,6 +47,12 @@ namespace kw {
 
 class RequestEngine;
 
+struct ClientOptions {
+  // Called with what a callback of this client threw, on the thread that
+  // called the callback. Null: a line on standard error tells of it.
+  std::function<void(std::exception_ptr)> callbackFailed = nullptr;
+};
+
 class KEEPWELL_EXPORT Client {
 public:
   // A piece of a running tool's output.
@@ -53,14 +60,21 @@ public:
 
   // Connects to a bus: "system", "session" or a bus address. The agent itself
   // is started by the first request. Throws ClientError.
-  static std::unique_ptr<Client> connect(const std::string &bus = "system");
+  static std::unique_ptr<Client> connect(const std::string &bus = "system",
+                                         const ClientOptions &options = {});
 
   // All requests that have not ended end with ClientError::Kind::Cancelled,
-  // their callbacks called, before this returns. In a callback of this client
-  // they end soon after.
+  // their callbacks called, before this returns; so do requests that these
+  // callbacks start. In a callback of this client they end soon after. A
+  // forked child may destroy its parent's client, and that alone: its copies
+  // of requests never end.
   ~Client();
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;
+
+  // Cancels all requests that were started before, as Request::cancel() does;
+  // a thread that is blocked in one wakes when it has ended. Does not block.
+  void cancelAll();
 
   // --- the agent itself
 

@@ -8,7 +8,8 @@ namespace kw {
 
 struct ClientMaker {
   // The first connection is made at once, others whenever one has ended.
-  static std::unique_ptr<Client> make(RequestEngine::Connector connector);
+  static std::unique_ptr<Client> make(RequestEngine::Connector connector,
+                                      const ClientOptions &options = {});
 };
 
 } // namespace kw

@@ -9,6 +9,8 @@ namespace kw {
 template <typename Reply> auto Request<Reply>::state() const -> State & {
   if (!state_)
     throw std::logic_error("this handle stands for no request");
+  if (!state_->isOfThisProcess())
+    throw std::logic_error("a request of the parent process cannot be used in a forked child");
   return *state_;
 }
 

@@ -8,6 +8,7 @@
 #include "Client/Export.h"
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -17,11 +18,24 @@
 
 namespace kw {
 
+struct RequestMaker;
+
+// How far the agent has come with a request that walks a tree.
+struct RequestProgress {
+  std::uint64_t items = 0; // that it has dealt with
+  std::uint64_t bytes = 0; // that these held
+  std::string path{};      // that it was at, at some time since the last report
+};
+
 // How one request shall be treated; the default waits as long as it takes.
 struct RequestOptions {
   // Counted from the call. When it has passed, the request ends with
   // DeadlinePassed; an agent that has begun goes on none the less.
   std::optional<std::chrono::milliseconds> timeLimit = std::nullopt;
+  // Called while the agent works on the request, a few times a second at most,
+  // under the same rules as a callback; reports may be left out. An agent too
+  // old for it reports nothing.
+  std::function<void(const RequestProgress &)> progress = nullptr;
 };
 
 // Either a reply or the reason why there is none.
@@ -47,14 +61,16 @@ private:
 template <typename Reply> class KEEPWELL_EXPORT Request {
 public:
   class KEEPWELL_LOCAL State;
-  // Called on the client's own thread. It may start and cancel requests and
-  // let go of the client, but must not wait, nor throw: either would be the
-  // end of all other requests (waiting throws std::logic_error there).
+  // Called on the client's own thread, where all signals are blocked. It may
+  // start and cancel requests and let go of the client, but must not wait, or
+  // no reply could come any more: waiting throws std::logic_error there.
+  // An exception that it throws goes to ClientOptions::callbackFailed, or in a
+  // line to standard error, and nowhere else; all other callbacks are called.
   using Callback = std::function<void(const Result<Reply> &result)>;
 
-  // Stands for no request; all but isValid() then throw std::logic_error.
+  // Stands for no request; all but isValid() then throw std::logic_error. So
+  // they do in a forked child, where no reply can come.
   Request() = default;
-  explicit Request(std::shared_ptr<State> state) : state_(std::move(state)) {}
 
   bool isValid() const { return state_ != nullptr; }
   // Whether wait() would return at once.
@@ -70,14 +86,24 @@ public:
 
   // Has the callback called once the request has ended: on the client's
   // thread, or at once on the calling one if it has ended already. Waiting
-  // threads may wake before it is called. Several are called in order.
+  // threads may wake before it is called. Several are called in order. Throws
+  // std::invalid_argument when there is no callback.
   const Request &then(Callback callback) const;
-  // The request is no longer waited for and ends with Cancelled, unless its
-  // reply comes first. One that was not sent yet never will be; an agent that
-  // has it carries it out none the less. Does not block.
+  // Cancels the request, which still ends as any other does: wait() for it to
+  // learn how. Does not block.
+  // - One that was not sent yet never will be: Cancelled, without effect.
+  // - One that the agent has ends with the agent's answer. Cancelled then means
+  //   that the agent stopped and does no more; what it had done by then stays
+  //   done. A reply means that the work had been done, wholly or as far as the
+  //   reply says, before the agent could stop: what was removed is reported as
+  //   removed. A request for which the agent runs a tool runs to its end.
+  // - An agent too old to cancel goes on: Cancelled at once, with an unknown
+  //   effect.
   void cancel() const;
 
 private:
+  friend struct RequestMaker;
+  explicit Request(std::shared_ptr<State> state) : state_(std::move(state)) {}
   State &state() const;
 
   std::shared_ptr<State> state_;

@@ -2,10 +2,17 @@
 // its way, waits for replies.
 #include "Client/RequestEngine.h"
 
+#include <csignal>
+#include <new>
+#include <system_error>
+#include <unistd.h>
 #include <utility>
 
 namespace kw {
 namespace {
+
+using Kind = ClientError::Kind;
+using Effect = ClientError::Effect;
 
 // How much may be without a reply at once. The bus lets a connection have 128
 // such calls, the agent 1024 requests and 64 MiB; what goes past a limit is
@@ -25,10 +32,58 @@ std::size_t textBytes(const NS::XPCValues &values) {
   return bytes;
 }
 
+// What a walk fails with when it was cancelled.
+constexpr std::int64_t userCancelled = 3072;
+
+// A flag that says that all was done says more than the error beside it.
+bool saysCancelled(const AgentMessage &message, const NS::XPCValues &values) {
+  if (!values.empty())
+    if (const bool *flag = std::get_if<bool>(&values.front());
+        flag && *flag == message.flagWhenDone)
+      return false;
+  for (const NS::XPCValue &value : values)
+    if (const auto *error = std::get_if<NS::Error>(&value))
+      return error->domain() == NS::CocoaErrorDomain && error->code() == userCancelled;
+  return false;
+}
+
+// For as long as it lives the thread takes no signals, nor do those that it
+// starts then.
+class WithoutSignals {
+public:
+  WithoutSignals() {
+    sigset_t all;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before_);
+  }
+  ~WithoutSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  WithoutSignals(const WithoutSignals &) = delete;
+  WithoutSignals &operator=(const WithoutSignals &) = delete;
+
+private:
+  sigset_t before_;
+};
+
 } // namespace
 
-RequestEngine::RequestEngine(Connector connector, std::unique_ptr<AgentConnection> first)
-    : connector_(std::move(connector)), connection_(std::move(first)) {}
+RequestEngine::Entry::Entry(std::shared_ptr<PendingRequest> which)
+    : request(std::move(which)), bytes(textBytes(request->message_.arguments)),
+      hasProgress(request->message_.hasProgress) {}
+
+RequestEngine::Endings::Endings()
+    : cancelled(Kind::Cancelled, "", "the request was cancelled"),
+      cancelledLate(Kind::Cancelled, "", "the request was cancelled", Effect::Unknown),
+      expired(Kind::DeadlinePassed, "", "the time allowed has passed"),
+      expiredLate(Kind::DeadlinePassed, "", "the time allowed has passed", Effect::Unknown),
+      abandoned(Kind::Cancelled, "", "the client went away"),
+      abandonedLate(Kind::Cancelled, "", "the client went away", Effect::Unknown),
+      noMemory(Kind::Unreachable, "", "no memory is left for the request"),
+      interrupted(Kind::Interrupted, "", "no memory is left for the connection to the agent") {}
+
+RequestEngine::RequestEngine(Connector connector, std::unique_ptr<AgentConnection> first,
+                             CallbackGuard::Handler handler)
+    : connector_(std::move(connector)), guard_(std::make_shared<CallbackGuard>(std::move(handler))),
+      process_(::getpid()), connection_(std::move(first)) {}
 
 RequestEngine::~RequestEngine() {
   if (thread_.joinable())
@@ -36,25 +91,64 @@ RequestEngine::~RequestEngine() {
 }
 
 void RequestEngine::run() {
-  thread_ = std::thread([self = shared_from_this()] {
-    self->threadID_ = std::this_thread::get_id();
-    self->loop();
-  });
+  WithoutSignals duringTheStart;
+  try {
+    thread_ = std::thread([self = shared_from_this()] {
+      self->threadID_ = std::this_thread::get_id();
+      self->loop();
+    });
+  } catch (const std::system_error &error) {
+    throw ClientError(Kind::Unreachable, "", error.what());
+  }
 }
 
+bool RequestEngine::isOfThisProcess() const {
+  return process_ == ::getpid();
+}
+
+// What needs memory comes first.
 void RequestEngine::start(std::shared_ptr<PendingRequest> request) {
+  if (!isOfThisProcess())
+    throw ClientError(Kind::Unreachable, "", "a forked child needs a client of its own");
+  PendingRequest &started = *request;
+  Entries entry;
+  Deadlines deadline;
+  entry.try_emplace(0, std::move(request));
+  if (started.deadline_)
+    deadline.emplace(*started.deadline_, 0);
+  auto entryNode = entry.extract(entry.begin());
   std::lock_guard lock(mutex_);
-  started_.push_back(std::move(request));
+  started.number_ = entryNode.key() = ++lastNumber_;
+  started_.insert(started_.end(), std::move(entryNode));
+  if (!deadline.empty()) {
+    auto deadlineNode = deadline.extract(deadline.begin());
+    deadlineNode.value().second = lastNumber_;
+    startedDeadlines_.insert(std::move(deadlineNode));
+  }
   wakeLocked();
 }
 
-void RequestEngine::cancel(std::shared_ptr<PendingRequest> request) {
+void RequestEngine::cancel(const std::shared_ptr<PendingRequest> &request) noexcept {
   std::lock_guard lock(mutex_);
-  cancelled_.push_back(std::move(request));
+  if (request->isGivenUp_.exchange(true))
+    return;
+  request->nextGivenUp_ = std::exchange(givenUp_, request);
   wakeLocked();
 }
 
-void RequestEngine::stop() {
+void RequestEngine::cancelAll() noexcept {
+  std::lock_guard lock(mutex_);
+  givenUpTo_ = lastNumber_;
+  wakeLocked();
+}
+
+// In a forked child the thread is not there, and the mutex may be locked for
+// ever; the engine is left as it is.
+void RequestEngine::stop() noexcept {
+  if (!isOfThisProcess()) {
+    thread_.detach();
+    return;
+  }
   {
     std::lock_guard lock(mutex_);
     stopping_ = true;
@@ -79,8 +173,7 @@ void RequestEngine::wakeLocked() {
     connection_->wake();
 }
 
-// What a callback throws ends the program, as it would from any thread.
-void RequestEngine::loop() {
+void RequestEngine::loop() noexcept {
   while (takeWork()) {
     expire();
     sendWhatMay();
@@ -91,68 +184,98 @@ void RequestEngine::loop() {
 
 // False when the client is gone.
 bool RequestEngine::takeWork() {
-  std::vector<std::shared_ptr<PendingRequest>> started;
-  std::vector<std::shared_ptr<PendingRequest>> cancelled;
+  std::shared_ptr<PendingRequest> givenUp;
   bool stopping = false;
   {
     std::lock_guard lock(mutex_);
-    started.swap(started_);
-    cancelled.swap(cancelled_);
+    entries_.merge(started_);
+    deadlines_.merge(startedDeadlines_);
+    givenUp.swap(givenUp_);
     stopping = stopping_;
   }
-  for (std::shared_ptr<PendingRequest> &request : started)
-    add(std::move(request));
-  for (const std::shared_ptr<PendingRequest> &request : cancelled)
-    giveUp(request->number_, ClientError::Kind::Cancelled, "the request was given up");
+  cancelThose(std::move(givenUp));
+  cancelUpTo(givenUpTo_);
   return !stopping;
 }
 
-void RequestEngine::add(std::shared_ptr<PendingRequest> request) {
-  Number number = ++lastNumber_;
-  request->number_ = number;
-  if (request->deadline_)
-    deadlines_.emplace(*request->deadline_, number);
-  Entry entry;
-  entry.bytes = textBytes(request->message_.arguments);
-  entry.hasProgress = request->message_.hasProgress;
-  entry.request = std::move(request);
-  entries_.emplace(number, std::move(entry));
-  waiting_.push_back(number);
+// The newest comes first, and the oldest is to be cancelled first.
+void RequestEngine::cancelThose(std::shared_ptr<PendingRequest> first) {
+  std::shared_ptr<PendingRequest> turned;
+  while (first) {
+    std::shared_ptr<PendingRequest> next = std::move(first->nextGivenUp_);
+    first->nextGivenUp_ = std::move(turned);
+    turned = std::exchange(first, std::move(next));
+  }
+  while (turned) {
+    cancelOne(turned->number_);
+    turned = std::shared_ptr(std::move(turned->nextGivenUp_));
+  }
+}
+
+void RequestEngine::cancelUpTo(Number last) {
+  while (true) {
+    auto next = entries_.upper_bound(cancelledUpTo_);
+    if (next == entries_.end() || next->first > last)
+      break;
+    cancelledUpTo_ = next->first;
+    cancelOne(cancelledUpTo_);
+  }
+  cancelledUpTo_ = last;
+}
+
+// A request that the agent has ends with the agent's answer.
+void RequestEngine::cancelOne(Number number) {
+  auto found = entries_.find(number);
+  if (found == entries_.end() || !found->second.request)
+    return;
+  if (!isSent(number))
+    return remove(number)->fail(endings_.cancelled);
+  if (std::exchange(found->second.isCancelled, true))
+    return;
+  try {
+    connection_->cancel(number);
+  } catch (const ClientError &error) {
+    loseConnection(error);
+  } catch (const std::bad_alloc &) {
+    couldNotCancel(number);
+  }
+}
+
+bool RequestEngine::isGivenUp(Number number, const Entry &entry) const {
+  return number <= givenUpTo_ || entry.request->isGivenUp_;
 }
 
 // A request that was sent keeps its place among those on their way, since the
 // agent has it still.
-void RequestEngine::giveUp(Number number, ClientError::Kind kind, const char *reason) {
+void RequestEngine::forget(Number number, const ClientError &unsent, const ClientError &sent) {
   auto found = entries_.find(number);
   if (found == entries_.end() || !found->second.request)
     return;
-  std::shared_ptr<PendingRequest> request = found->second.request;
-  ClientError::Effect effect = ClientError::Effect::None;
-  if (found->second.isSent) {
-    effect = ClientError::Effect::Unknown;
-    if (request->deadline_)
-      deadlines_.erase({*request->deadline_, number});
-    found->second.request.reset();
-  } else {
-    remove(number);
-  }
-  request->fail(ClientError(kind, "", reason, effect));
+  if (!isSent(number))
+    return remove(number)->fail(unsent);
+  std::shared_ptr<PendingRequest> request = std::move(found->second.request);
+  if (request->deadline_)
+    deadlines_.erase({*request->deadline_, number});
+  request->fail(sent);
 }
 
 void RequestEngine::sendWhatMay() {
-  while (!waiting_.empty() && sendNext()) {
+  while (true) {
+    auto next = entries_.upper_bound(lastSent_);
+    if (next == entries_.end() || !sendNext(next))
+      return;
   }
 }
 
-// False when nothing more may be sent now.
-bool RequestEngine::sendNext() {
-  Number number = waiting_.front();
-  auto found = entries_.find(number);
-  if (found == entries_.end()) {
-    waiting_.pop_front();
+// False when nothing more may be sent now. A callback may have cancelled the
+// request since work was last taken.
+bool RequestEngine::sendNext(Entries::iterator next) {
+  const Number number = next->first;
+  const Entry &entry = next->second;
+  if (isGivenUp(number, entry)) {
+    remove(number)->fail(endings_.cancelled);
     return true;
   }
-  Entry &entry = found->second;
   if (sent_ >= mostSent || (sent_ > 0 && sentBytes_ + entry.bytes > mostSentBytes))
     return false;
   if (!hasConnection())
@@ -160,17 +283,25 @@ bool RequestEngine::sendNext() {
   try {
     connection_->send(number, entry.request->message_);
   } catch (const ClientError &error) {
-    if (error.kind() == ClientError::Kind::BadArgument || std::exchange(entry.wasTried, true))
-      remove(number)->fail(error);
-    if (error.kind() != ClientError::Kind::BadArgument)
-      loseConnection(error);
+    failedToSend(number, error);
+    return true;
+  } catch (const std::bad_alloc &) {
+    remove(number)->fail(endings_.noMemory);
     return true;
   }
-  waiting_.pop_front();
-  entry.isSent = true;
+  lastSent_ = number;
   ++sent_;
   sentBytes_ += entry.bytes;
   return true;
+}
+
+// Without a connection it is sent over another, once.
+void RequestEngine::failedToSend(Number number, const ClientError &error) {
+  const bool isAtFault = error.kind() == Kind::BadArgument;
+  if (isAtFault || std::exchange(entries_.at(number).wasTried, true))
+    remove(number)->fail(error);
+  if (!isAtFault)
+    loseConnection(error);
 }
 
 bool RequestEngine::hasConnection() {
@@ -182,21 +313,33 @@ bool RequestEngine::hasConnection() {
     connection_ = std::move(fresh);
     return true;
   } catch (const ClientError &error) {
-    refuseWaiting(error);
-    return false;
+    endWaiting(error);
+  } catch (const std::bad_alloc &) {
+    endWaiting(endings_.noMemory);
   }
+  return false;
 }
 
-void RequestEngine::refuseWaiting(const ClientError &error) {
-  for (Number number : std::exchange(waiting_, {}))
-    if (auto request = remove(number))
+void RequestEngine::endWaiting(const ClientError &error) {
+  for (auto next = entries_.upper_bound(lastSent_); next != entries_.end();
+       next = entries_.upper_bound(lastSent_))
+    remove(next->first)->fail(error);
+}
+
+void RequestEngine::endSent(const ClientError &error) {
+  while (!entries_.empty() && isSent(entries_.begin()->first))
+    if (auto request = remove(entries_.begin()->first))
       request->fail(error);
 }
 
 // What was not sent can go over the next one.
 void RequestEngine::loseConnection(const ClientError &error) {
   dropConnection();
-  endSent(ClientError(ClientError::Kind::Interrupted, error.name(), error.what()));
+  try {
+    endSent(ClientError(Kind::Interrupted, error.name(), error.what()));
+  } catch (const std::bad_alloc &) {
+    endSent(endings_.interrupted);
+  }
 }
 
 void RequestEngine::dropConnection() {
@@ -205,22 +348,12 @@ void RequestEngine::dropConnection() {
   lost.swap(connection_);
 }
 
-void RequestEngine::endSent(const ClientError &error) {
-  std::vector<Number> sent;
-  for (const auto &[number, entry] : entries_)
-    if (entry.isSent)
-      sent.push_back(number);
-  for (Number number : sent)
-    if (auto request = remove(number))
-      request->fail(error);
-}
-
 // The request of the entry, null when nobody waits for it or there is none.
 std::shared_ptr<PendingRequest> RequestEngine::remove(Number number) {
   auto found = entries_.find(number);
   if (found == entries_.end())
     return nullptr;
-  if (found->second.isSent) {
+  if (isSent(number)) {
     --sent_;
     sentBytes_ -= found->second.bytes;
   }
@@ -233,9 +366,9 @@ std::shared_ptr<PendingRequest> RequestEngine::remove(Number number) {
 
 void RequestEngine::expire() {
   while (!deadlines_.empty() && deadlines_.begin()->first <= Clock::now()) {
-    Number number = deadlines_.begin()->second;
+    const Number number = deadlines_.begin()->second;
     deadlines_.erase(deadlines_.begin());
-    giveUp(number, ClientError::Kind::DeadlinePassed, "the time allowed has passed");
+    forget(number, endings_.expired, endings_.expiredLate);
   }
 }
 
@@ -248,17 +381,13 @@ std::optional<RequestEngine::Clock::time_point> RequestEngine::nextDeadline() co
 void RequestEngine::waitForWork() {
   std::optional<Clock::time_point> until = nextDeadline();
   std::unique_lock lock(mutex_);
-  if (!started_.empty() || !cancelled_.empty() || stopping_)
+  if (!started_.empty() || givenUp_ || cancelledUpTo_ < givenUpTo_ || stopping_)
     until = Clock::time_point::min(); // a look at what has arrived is due all the same
   else
     mayWait_ = true;
   if (connection_) {
     lock.unlock();
-    try {
-      connection_->wait(*this, until);
-    } catch (const ClientError &error) {
-      loseConnection(error);
-    }
+    waitForArrivals(until);
     lock.lock();
   } else if (!until) {
     changed_.wait(lock, [this] { return !mayWait_; });
@@ -268,16 +397,36 @@ void RequestEngine::waitForWork() {
   mayWait_ = false;
 }
 
+void RequestEngine::waitForArrivals(std::optional<Clock::time_point> until) {
+  try {
+    connection_->wait(*this, until);
+  } catch (const ClientError &error) {
+    loseConnection(error);
+  } catch (const std::bad_alloc &) {
+    dropConnection();
+    endSent(endings_.interrupted);
+  }
+}
+
+// A callback may start further requests, which end as well.
 void RequestEngine::endAll() {
-  constexpr auto kind = ClientError::Kind::Cancelled;
-  constexpr const char *reason = "the client went away";
-  endSent(ClientError(kind, "", reason, ClientError::Effect::Unknown));
-  refuseWaiting(ClientError(kind, "", reason));
+  do {
+    endSent(endings_.abandonedLate);
+    endWaiting(endings_.abandoned);
+    takeWork();
+  } while (!entries_.empty());
   dropConnection();
 }
 
 void RequestEngine::received(Number number, NS::XPCValues values) {
-  if (auto request = remove(number))
+  auto found = entries_.find(number);
+  const bool isCancelled = found != entries_.end() && found->second.isCancelled;
+  auto request = remove(number);
+  if (!request)
+    return;
+  if (isCancelled && saysCancelled(request->message_, values))
+    request->fail(endings_.cancelledLate);
+  else
     request->succeed(std::move(values));
 }
 
@@ -290,12 +439,24 @@ void RequestEngine::failed(Number number, const ClientError &error) {
 // that nobody waits for any more included.
 void RequestEngine::progressed(const std::string &chunk) {
   for (const auto &[number, entry] : entries_) {
-    if (!entry.isSent || !entry.hasProgress)
+    if (!isSent(number) || !entry.hasProgress)
       continue;
     if (std::shared_ptr<PendingRequest> request = entry.request)
       request->progress(chunk);
     return;
   }
+}
+
+void RequestEngine::advanced(Number number, const RequestProgress &progress) {
+  auto found = entries_.find(number);
+  if (found == entries_.end())
+    return;
+  if (std::shared_ptr<PendingRequest> request = found->second.request)
+    request->advance(progress);
+}
+
+void RequestEngine::couldNotCancel(Number number) {
+  forget(number, endings_.cancelled, endings_.cancelledLate);
 }
 
 } // namespace kw

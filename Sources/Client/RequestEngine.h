@@ -1,13 +1,16 @@
 // Carries the requests of one client to the agent over connections that come
 // and go: one thread that sends, waits, counts the time and calls back.
+//
+// Where memory runs out, the request at hand fails and the others go on: what
+// the thread needs to end a request is there before it takes the request.
 #pragma once
 
 #include "Client/AgentConnection.h"
+#include "Client/CallbackGuard.h"
 
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -15,7 +18,6 @@
 #include <set>
 #include <thread>
 #include <utility>
-#include <vector>
 
 namespace kw {
 
@@ -31,16 +33,19 @@ public:
       : message_(std::move(message)), deadline_(deadline) {}
   virtual ~PendingRequest() = default;
 
-  virtual void succeed(NS::XPCValues values) = 0;
-  virtual void fail(const ClientError &error) = 0;
-  virtual void progress(const std::string & /*chunk*/) {}
+  virtual void succeed(NS::XPCValues values) noexcept = 0;
+  virtual void fail(const ClientError &error) noexcept = 0;
+  virtual void progress(const std::string & /*chunk*/) noexcept {}
+  virtual void advance(const RequestProgress & /*progress*/) noexcept {}
 
 private:
   friend class RequestEngine;
 
   const AgentMessage message_;
   const std::optional<Clock::time_point> deadline_;
-  AgentConnection::Number number_ = 0; // the engine's thread's; 0 before it saw it
+  AgentConnection::Number number_ = 0; // never changes once it was started
+  std::atomic<bool> isGivenUp_ = false;
+  std::shared_ptr<PendingRequest> nextGivenUp_; // guarded by the engine's mutex
 };
 
 // Thread-safe. Held by the client and by the engine's own thread.
@@ -51,65 +56,98 @@ public:
   using Connector = std::function<std::unique_ptr<AgentConnection>()>;
 
   // The first connection may be null; the connector makes all others.
-  RequestEngine(Connector connector, std::unique_ptr<AgentConnection> first);
+  RequestEngine(Connector connector, std::unique_ptr<AgentConnection> first,
+                CallbackGuard::Handler handler = nullptr);
   ~RequestEngine() override;
   RequestEngine(const RequestEngine &) = delete;
   RequestEngine &operator=(const RequestEngine &) = delete;
 
-  // Starts the thread.
+  // Starts the thread, which takes no signals. Throws ClientError.
   void run();
+  // Throws ClientError in a forked child, which has no such thread.
   void start(std::shared_ptr<PendingRequest> request);
-  void cancel(std::shared_ptr<PendingRequest> request);
+  // A request that was not sent so far never will be.
+  void cancel(const std::shared_ptr<PendingRequest> &request) noexcept;
+  // The same for all that were started before.
+  void cancelAll() noexcept;
   // Ends all requests and the thread, and waits for it unless it is the
   // caller's.
-  void stop();
+  void stop() noexcept;
   bool isCalledOnOwnThread() const;
+  // Whether this process made the engine and is no forked child of that one.
+  bool isOfThisProcess() const;
+  const std::shared_ptr<const CallbackGuard> &guard() const { return guard_; }
 
 private:
   using Number = AgentConnection::Number;
   using Clock = AgentConnection::Clock;
 
   struct Entry {
+    explicit Entry(std::shared_ptr<PendingRequest> which);
+
     std::shared_ptr<PendingRequest> request; // null: no longer waited for
     std::size_t bytes = 0;                   // of its arguments
     bool hasProgress = false;
-    bool isSent = false;
-    bool wasTried = false; // and lost its connection before it was sent
+    bool wasTried = false;    // and lost its connection before it was sent
+    bool isCancelled = false; // by the caller, and the agent was asked
+  };
+  using Entries = std::map<Number, Entry>;
+  using Deadlines = std::set<std::pair<Clock::time_point, Number>>;
+
+  // How requests end without an answer, made before memory can run out.
+  struct Endings {
+    const ClientError cancelled, cancelledLate, expired, expiredLate, abandoned, abandonedLate,
+        noMemory, interrupted;
+    Endings();
   };
 
   void received(Number number, NS::XPCValues values) override;
   void failed(Number number, const ClientError &error) override;
   void progressed(const std::string &chunk) override;
+  void advanced(Number number, const RequestProgress &progress) override;
+  void couldNotCancel(Number number) override;
 
   // With the mutex held.
   void wakeLocked();
 
   // All of these on the engine's thread.
-  void loop();
+  void loop() noexcept;
   bool takeWork();
-  void add(std::shared_ptr<PendingRequest> request);
-  void giveUp(Number number, ClientError::Kind kind, const char *reason);
+  void cancelThose(std::shared_ptr<PendingRequest> first);
+  void cancelUpTo(Number last);
+  void cancelOne(Number number);
+  bool isGivenUp(Number number, const Entry &entry) const;
+  bool isSent(Number number) const { return number <= lastSent_; }
+  void forget(Number number, const ClientError &unsent, const ClientError &sent);
   void sendWhatMay();
-  bool sendNext();
+  bool sendNext(Entries::iterator next);
+  void failedToSend(Number number, const ClientError &error);
   bool hasConnection();
-  void refuseWaiting(const ClientError &error);
+  void endWaiting(const ClientError &error);
+  void endSent(const ClientError &error);
   void loseConnection(const ClientError &error);
   void dropConnection();
-  void endSent(const ClientError &error);
   std::shared_ptr<PendingRequest> remove(Number number);
   void expire();
   std::optional<Clock::time_point> nextDeadline() const;
   void waitForWork();
+  void waitForArrivals(std::optional<Clock::time_point> until);
   void endAll();
 
   const Connector connector_;
+  const std::shared_ptr<const CallbackGuard> guard_;
+  const Endings endings_;
+  const long process_;
   std::thread thread_;
   std::atomic<std::thread::id> threadID_{};
 
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<std::shared_ptr<PendingRequest>> started_;
-  std::vector<std::shared_ptr<PendingRequest>> cancelled_;
+  Number lastNumber_ = 0;
+  Entries started_;
+  Deadlines startedDeadlines_;
+  std::shared_ptr<PendingRequest> givenUp_; // the newest; each knows the one before it
+  std::atomic<Number> givenUpTo_ = 0;       // these and all before them are given up
   bool stopping_ = false;
   bool mayWait_ = false; // the thread waits or is about to
   // Used on the engine's thread alone, which changes it under the mutex, since
@@ -117,12 +155,12 @@ private:
   std::unique_ptr<AgentConnection> connection_;
 
   // The engine's thread's own.
-  std::map<Number, Entry> entries_;
-  std::deque<Number> waiting_; // to be sent; those without an entry are skipped
-  std::set<std::pair<Clock::time_point, Number>> deadlines_;
+  Entries entries_; // sent ones first
+  Deadlines deadlines_;
+  Number lastSent_ = 0;
+  Number cancelledUpTo_ = 0;
   std::size_t sent_ = 0; // without a reply so far
   std::size_t sentBytes_ = 0;
-  Number lastNumber_ = 0;
 };
 
 } // namespace kw

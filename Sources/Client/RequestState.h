@@ -4,8 +4,8 @@
 
 #include "Client/Request.h"
 #include "Client/RequestEngine.h"
+#include "Foundation/SaturatedTime.h"
 
-#include <algorithm>
 #include <stdexcept>
 #include <vector>
 
@@ -16,18 +16,32 @@ public:
   // Called on the engine's thread with values of the kinds that the message
   // asks for.
   using Decode = std::function<Reply(NS::XPCValues values)>;
-  using Progress = std::function<void(const std::string &chunk)>;
+  using Output = std::function<void(const std::string &chunk)>;
 
   State(AgentMessage message, const RequestOptions &options, Decode decode,
-        std::weak_ptr<RequestEngine> engine, Progress progress)
+        const std::shared_ptr<RequestEngine> &engine, Output output)
       : PendingRequest(std::move(message), deadline(options)), decode_(std::move(decode)),
-        progress_(std::move(progress)), engine_(std::move(engine)) {}
+        output_(std::move(output)), progress_(options.progress), engine_(engine),
+        guard_(engine->guard()),
+        noMemory_(ClientError::Kind::BadReply, "", "no memory is left for the reply") {}
 
-  void succeed(NS::XPCValues values) override { end(Result<Reply>(decode_(std::move(values)))); }
-  void fail(const ClientError &error) override { end(Result<Reply>(error)); }
-  void progress(const std::string &chunk) override {
+  void succeed(NS::XPCValues values) noexcept override {
+    std::optional<Reply> reply;
+    try {
+      reply.emplace(decode_(std::move(values)));
+    } catch (const std::bad_alloc &) {
+      return fail(noMemory_);
+    }
+    end(Result<Reply>(std::move(*reply)));
+  }
+  void fail(const ClientError &error) noexcept override { end(Result<Reply>(error)); }
+  void progress(const std::string &chunk) noexcept override {
+    if (output_)
+      guard_->call(output_, chunk);
+  }
+  void advance(const RequestProgress &progress) noexcept override {
     if (progress_)
-      progress_(chunk);
+      guard_->call(progress_, progress);
   }
 
   bool isEnded() const {
@@ -45,10 +59,13 @@ public:
   bool waitFor(std::chrono::milliseconds time) {
     std::unique_lock lock(mutex_);
     refuseToBlock();
-    return ended_.wait_for(lock, time, [this] { return result_.has_value(); });
+    return ended_.wait_until(lock, NS::saturatedSum(Clock::now(), time),
+                             [this] { return result_.has_value(); });
   }
 
   void then(Callback callback) {
+    if (!callback)
+      throw std::invalid_argument("there is no callback");
     {
       std::lock_guard lock(mutex_);
       if (!result_ || !callbacksAreDone_) {
@@ -56,7 +73,7 @@ public:
         return;
       }
     }
-    callback(*result_);
+    guard_->call(callback, *result_);
   }
 
   static void cancel(const std::shared_ptr<State> &state) {
@@ -64,13 +81,18 @@ public:
       engine->cancel(state);
   }
 
+  // In a forked child nobody brings the reply, and the mutex may be locked for
+  // ever.
+  bool isOfThisProcess() const {
+    auto engine = engine_.lock();
+    return !engine || engine->isOfThisProcess();
+  }
+
 private:
   static std::optional<Clock::time_point> deadline(const RequestOptions &options) {
     if (!options.timeLimit)
       return std::nullopt;
-    auto now = Clock::now();
-    auto longest = std::chrono::floor<std::chrono::milliseconds>(Clock::time_point::max() - now);
-    return now + std::min(*options.timeLimit, longest);
+    return NS::saturatedSum(Clock::now(), *options.timeLimit);
   }
 
   // The mutex held. The thread that would have to bring the reply cannot wait
@@ -91,7 +113,7 @@ private:
     // Until the last is done, those that come go behind it.
     for (std::vector<Callback> due = takeCallbacks(); !due.empty(); due = takeCallbacks())
       for (const Callback &callback : due)
-        callback(*result_);
+        guard_->call(callback, *result_);
   }
 
   std::vector<Callback> takeCallbacks() {
@@ -101,13 +123,24 @@ private:
   }
 
   const Decode decode_;
-  const Progress progress_;
+  const Output output_;
+  const std::function<void(const RequestProgress &)> progress_;
   const std::weak_ptr<RequestEngine> engine_;
+  const std::shared_ptr<const CallbackGuard> guard_;
+  const ClientError noMemory_; // made before memory can run out
   mutable std::mutex mutex_;
   std::condition_variable ended_;
   std::optional<Result<Reply>> result_; // never changes once it is there
   std::vector<Callback> callbacks_;
   bool callbacksAreDone_ = false;
+};
+
+// Handles are made here alone.
+struct RequestMaker {
+  template <typename Reply>
+  static Request<Reply> make(std::shared_ptr<typename Request<Reply>::State> state) {
+    return Request<Reply>(std::move(state));
+  }
 };
 
 } // namespace kw

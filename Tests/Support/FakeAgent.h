@@ -34,8 +34,8 @@ public:
   FakeAgent(const FakeAgent &) = delete;
   FakeAgent &operator=(const FakeAgent &) = delete;
 
-  std::unique_ptr<kw::Client> client() {
-    return kw::ClientMaker::make([this] { return connect(); });
+  std::unique_ptr<kw::Client> client(const kw::ClientOptions &options = {}) {
+    return kw::ClientMaker::make([this] { return connect(); }, options);
   }
 
   // Requests are kept without an answer until they are released.
@@ -52,6 +52,23 @@ public:
   }
   void sendProgress(const std::string &chunk) {
     change([&] { arrived_.emplace_back(chunk); });
+  }
+  // It cancels what it holds when asked to, which an agent of old cannot.
+  void learnToCancel() {
+    std::lock_guard lock(mutex_);
+    canCancel_ = true;
+  }
+  // Of each request held whose client follows it.
+  void sendAdvance(const kw::RequestProgress &progress) {
+    change([&] {
+      for (const auto &[number, message] : held_)
+        if (message.isFollowed)
+          arrived_.emplace_back(Advance{number, progress});
+    });
+  }
+  void waitUntilAskedToCancel(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return cancelsAsked_ >= count; });
   }
   // Sent before the reply to each request that has progress.
   void setChunks(std::vector<std::string> chunks) {
@@ -122,7 +139,14 @@ public:
 
 private:
   using Number = kw::AgentConnection::Number;
-  using Arrival = std::variant<std::pair<Number, Answer>, std::string>;
+  struct NotCancelled {
+    Number number;
+  };
+  struct Advance {
+    Number number;
+    kw::RequestProgress progress;
+  };
+  using Arrival = std::variant<std::pair<Number, Answer>, std::string, NotCancelled, Advance>;
 
   class Connection final : public kw::AgentConnection {
   public:
@@ -136,6 +160,7 @@ private:
     void wait(Receiver &receiver, std::optional<Clock::time_point> until) override {
       agent_.wait(receiver, until);
     }
+    void cancel(Number number) override { agent_.cancel(number); }
     void wake() override {
       agent_.change([this] { agent_.woken_ = true; });
     }
@@ -214,6 +239,32 @@ private:
     });
   }
 
+  static NS::XPCValues cancelledReply(const kw::AgentMessage &message) {
+    NS::XPCValues values = usualReply(message);
+    for (NS::XPCValue &value : values)
+      if (std::holds_alternative<std::monostate>(value))
+        value = NS::Error(NS::CocoaErrorDomain, 3072);
+    if (std::holds_alternative<bool>(values.at(0)))
+      values[0] = !message.flagWhenDone;
+    return values;
+  }
+
+  void cancel(Number number) {
+    change([&] {
+      ++cancelsAsked_;
+      if (!canCancel_) {
+        arrived_.emplace_back(NotCancelled{number});
+        return;
+      }
+      auto found = std::find_if(held_.begin(), held_.end(),
+                                [&](const auto &held) { return held.first == number; });
+      if (found == held_.end())
+        return; // its answer is on its way
+      arrived_.emplace_back(std::pair(number, Answer(cancelledReply(found->second))));
+      held_.erase(found);
+    });
+  }
+
   void wait(kw::AgentConnection::Receiver &receiver,
             std::optional<kw::AgentConnection::Clock::time_point> until) {
     std::unique_lock lock(mutex_);
@@ -235,6 +286,10 @@ private:
   static void deliver(kw::AgentConnection::Receiver &receiver, Arrival &arrival) {
     if (const auto *chunk = std::get_if<std::string>(&arrival))
       return receiver.progressed(*chunk);
+    if (const auto *notCancelled = std::get_if<NotCancelled>(&arrival))
+      return receiver.couldNotCancel(notCancelled->number);
+    if (const auto *advance = std::get_if<Advance>(&arrival))
+      return receiver.advanced(advance->number, advance->progress);
     auto &[number, answer] = std::get<std::pair<Number, Answer>>(arrival);
     if (const auto *error = std::get_if<kw::ClientError>(&answer))
       receiver.failed(number, *error);
@@ -253,6 +308,8 @@ private:
   int connections_ = 0;
   int open_ = 0;
   int failingSends_ = 0;
+  std::size_t cancelsAsked_ = 0;
+  bool canCancel_ = false;
   bool holding_ = false;
   bool refusing_ = false;
   bool broken_ = false;

@@ -21,7 +21,7 @@ using kw::Result;
 using std::chrono::milliseconds;
 using Strings = std::vector<std::string>;
 
-constexpr RequestOptions atOnce{milliseconds(0)};
+const RequestOptions atOnce{milliseconds(0)};
 
 class RequestTest : public testing::Test {
 protected:
@@ -49,6 +49,23 @@ TEST_F(RequestTest, endsWithItsReply) {
   EXPECT_TRUE(request.waitFor(milliseconds(0)));
   EXPECT_EQ(request.get().text, "x");
   EXPECT_EQ(request.get().text, "x") << "a reply can be had again";
+}
+
+TEST_F(RequestTest, canBeWaitedForAsLongAsCanBeSaid) {
+  agent.hold();
+  auto request = client->echoAsync("x");
+  EXPECT_FALSE(request.waitFor(milliseconds::min()));
+  client->echoAsync("timer", {milliseconds(20)}).then([&](const auto &) { agent.release(); });
+  EXPECT_TRUE(request.waitFor(milliseconds::max()));
+}
+
+TEST_F(RequestTest, hasNoTimeWhenItsLimitIsNegative) {
+  agent.hold();
+  for (milliseconds limit : {milliseconds(-1), milliseconds::min()}) {
+    const ClientError *error = client->echoAsync("x", {limit}).wait().error();
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->kind(), ClientError::Kind::DeadlinePassed);
+  }
 }
 
 TEST_F(RequestTest, isSentOneAfterTheOtherInOrder) {

@@ -1,0 +1,34 @@
+// Calls the functions that a program gave, and keeps an exception of one from
+// all that comes behind it.
+#pragma once
+
+#include <exception>
+#include <functional>
+#include <utility>
+
+namespace kw {
+
+// Thread-safe.
+class CallbackGuard {
+public:
+  using Handler = std::function<void(std::exception_ptr exception)>;
+
+  // Without a handler an exception is told on standard error.
+  explicit CallbackGuard(Handler handler) : handler_(std::move(handler)) {}
+
+  template <typename Callback, typename... Arguments>
+  void call(const Callback &callback, const Arguments &...arguments) const noexcept {
+    try {
+      callback(arguments...);
+    } catch (...) {
+      report(std::current_exception());
+    }
+  }
+
+private:
+  void report(std::exception_ptr exception) const noexcept;
+
+  const Handler handler_;
+};
+
+} // namespace kw
