@@ -32,9 +32,6 @@ std::size_t textBytes(const NS::XPCValues &values) {
   return bytes;
 }
 
-// What a walk fails with when it was cancelled.
-constexpr std::int64_t userCancelled = 3072;
-
 // A flag that says that all was done says more than the error beside it.
 bool saysCancelled(const AgentMessage &message, const NS::XPCValues &values) {
   if (!values.empty())
@@ -43,7 +40,7 @@ bool saysCancelled(const AgentMessage &message, const NS::XPCValues &values) {
       return false;
   for (const NS::XPCValue &value : values)
     if (const auto *error = std::get_if<NS::Error>(&value))
-      return error->domain() == NS::CocoaErrorDomain && error->code() == userCancelled;
+      return error->domain() == NS::CocoaErrorDomain && error->code() == NS::UserCancelledError;
   return false;
 }
 
