@@ -4,6 +4,7 @@
 
 #include "Client/Client.h"
 #include "CommandLine/JSON.h"
+#include "Foundation/Error.h"
 
 #include <chrono>
 #include <functional>
