@@ -36,6 +36,7 @@ endforeach()
 set(public_headers Client/Client.h Client/ClientError.h Client/Export.h Client/Replies.h
     Client/Request.h Foundation/ErrorValue.h)
 set(made_headers ${CMAKE_BINARY_DIR}/include/keepwell)
+file(REMOVE_RECURSE ${made_headers}) # one that has another name now
 foreach(header ${public_headers})
   set(source ${CMAKE_CURRENT_SOURCE_DIR}/${header})
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
