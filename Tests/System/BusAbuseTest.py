@@ -256,7 +256,8 @@ class MessageTest(AbuseCase):
                 with self.assertRaises(BusError) as raised:
                     client.call("SlimBinaryWithPath", "sas", missing, archs)
                 self.assertEqual(raised.exception.name, f"{ERRORS}.LimitsExceeded")
-            with self.assertRaises(OSError):  # the bus's own limit
+            # The bus's own limit, but for the bus that has none so low.
+            with self.assertRaises(BusError if harness.broker else OSError):
                 client.call("SlimBinaryWithPath", "sas", missing, ["x" * (1 << 20)] * 40)
         client.close()
 

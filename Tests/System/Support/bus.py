@@ -9,6 +9,7 @@ import subprocess
 import time
 
 from . import harness, processes
+from .broker import Broker
 from .processes import Usage, is_running
 from .rawbus import RawClient
 
@@ -119,11 +120,19 @@ class PrivateBus:
             file.write(f"[D-BUS Service]\nName={NAME}\nExec={self.folder}/start\n")
         with open(self.host_path(f"{self.folder}/bus.conf"), "w", encoding="utf-8") as file:
             file.write(CONFIG.format(folder=self.folder))
+        self.run_daemon(f"{self.folder}/bus", f"--config-file={self.folder}/bus.conf")
+
+    def run_daemon(self, path, *words):
+        """The bus itself, with its socket at the path."""
         with open(self.host_path(f"{self.folder}/log"), "ab") as log:
-            self._daemon = self.popen(
-                ["dbus-daemon", f"--config-file={self.folder}/bus.conf", "--nofork",
-                 "--nopidfile", "--nosyslog"], stdout=log, stderr=log)
-        wait_until(lambda: accepts(self.host_path(f"{self.folder}/bus")))
+            if harness.broker:
+                self._daemon = Broker(self, path, log, words)
+            else:
+                self._daemon = self.popen(["dbus-daemon", *words, "--nofork", "--nopidfile",
+                                           "--nosyslog"], stdout=log, stderr=log)
+        wait_until(lambda: accepts(self.host_path(path)))
+        if harness.broker:
+            self._daemon.serve()
 
     def _confined(self, agent):
         """The command that starts the agent, within the limits of its unit if

@@ -65,11 +65,13 @@ def main(needs_root=True):
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", required=True, help="the build folder, with keepwell-agent")
     parser.add_argument("--unit", help="a systemd unit within whose limits the agent shall run")
+    parser.add_argument("--broker", action="store_true", help="dbus-broker in place of dbus-daemon")
     parser.add_argument("tests", nargs="*", help="names of single tests")
     arguments = parser.parse_args()
     # The same module under the name by which the tests import it.
     shared = sys.modules["Support.harness"]
     shared.build_folder = os.path.abspath(arguments.build)
+    shared.broker = arguments.broker
     make_environment()
     try:
         if needs_root:
@@ -78,6 +80,8 @@ def main(needs_root=True):
             require_tools("dbus-daemon", "busctl")
         os.environ["LSAN_OPTIONS"] = (f"suppressions={shared.build_folder}/lsan-suppressions:"
                                       "print_suppressions=0")
+        if shared.broker:
+            require_tools("dbus-broker", "dbus-broker-launch", "systemd-socket-activate")
         shared.unit = arguments.unit and os.path.abspath(arguments.unit)
         if shared.unit:
             shared.skip_if_sanitized("it makes system calls that the unit refuses")
@@ -93,3 +97,4 @@ def main(needs_root=True):
 
 build_folder = None
 unit = None
+broker = False  # whether roots have dbus-broker for their bus

@@ -19,12 +19,13 @@ class BusError(Exception):
 
 
 class Message:
-    def __init__(self, kind, fields, body):
-        self.kind, self.fields, self.body = kind, fields, body
+    def __init__(self, kind, serial, fields, body):
+        self.kind, self.serial, self.fields, self.body = kind, serial, fields, body
 
     reply_serial = property(lambda self: self.fields.get(5))
     member = property(lambda self: self.fields.get(3))
     error_name = property(lambda self: self.fields.get(4))
+    sender = property(lambda self: self.fields.get(7))
     signature = property(lambda self: self.fields.get(8, ""))
 
     def values(self):
@@ -220,13 +221,13 @@ class RawClient:
                     raise ConnectionError("the bus closed the connection")
                 self._buffer += chunk
         need(16)
-        _, kind, _, _, body_length, _, fields_length = struct.unpack_from("<BBBBIII", self._buffer)
+        _, kind, _, _, body_length, serial, fields_length = struct.unpack_from("<BBBBIII", self._buffer)
         start = 16 + fields_length + (-fields_length % 8)
         need(start + body_length)
         fields = dict(Reader(self._buffer[:start], 12).value("a(yv)"))
         body = self._buffer[start:start + body_length]
         self._buffer = self._buffer[start + body_length:]
-        return Message(kind, fields, body)
+        return Message(kind, serial, fields, body)
 
     def receive_any(self):
         """The next message, signals among them, whoever waits for it."""

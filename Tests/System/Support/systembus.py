@@ -5,7 +5,6 @@ import os
 import subprocess
 
 from . import harness
-from .bus import accepts, wait_until
 from .root import ThrowAwayRoot
 
 SOCKET = "/run/dbus/system_bus_socket"
@@ -31,10 +30,7 @@ class SystemBusRoot(ThrowAwayRoot):
         if self._install:
             self.add_member()
         self.mkdir("/run/dbus")
-        with open(self.host_path(f"{self.folder}/log"), "ab") as log:
-            self._daemon = self.popen(["dbus-daemon", "--system", "--nofork", "--nopidfile",
-                                       "--nosyslog"], stdout=log, stderr=log)
-        wait_until(lambda: accepts(self.host_path(SOCKET)))
+        self.run_daemon(SOCKET, *([] if harness.broker else ["--system"]))
 
     def install(self):
         for component in ("agent", "command"):
