@@ -5,6 +5,7 @@
 
 #include "Foundation/Format.h"
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -15,8 +16,12 @@ namespace NS {
 // threads at once.
 using LogSink = std::function<void(const std::string &message)>;
 
+// Longer messages are cut in the middle, with a mark that says so: strangers
+// choose what stands in them.
+inline constexpr std::size_t longestLogMessage = 8192;
+
 // Writes the message to the sink in force.
-void logMessage(const std::string &message);
+void logMessage(const std::string &text);
 
 template <typename... Arguments> void Log(std::string_view format, const Arguments &...arguments) {
   logMessage(stringWithFormat(format, arguments...));

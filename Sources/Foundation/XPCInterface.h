@@ -70,6 +70,9 @@ private:
 using XPCInvoker = std::function<void(XPCObject &exportedObject, const XPCValues &arguments,
                                       const XPCReply &reply)>;
 
+// Whether a reply with such values says that the request was done.
+using XPCSuccess = bool (*)(const XPCValues &replies);
+
 struct XPCMethod {
   std::string selector; // the message's name in the protocol
   std::string member;   // and on a transport without selectors
@@ -77,6 +80,9 @@ struct XPCMethod {
   std::vector<XPCParameter> replies;
   bool oneWay = false;  // the caller expects no reply and gets none
   XPCInvoker invoker{}; // null: the message is known but not supported
+  // Of a method that changes something, and whose requests are therefore
+  // recorded; null for all others.
+  XPCSuccess succeeded = nullptr;
   // Its handler neither waits for anything nor takes longer than passing the
   // request to another thread would. It may then run on the transport's own.
   bool prompt = false;

@@ -1,6 +1,9 @@
 // One client's requests, strung on a shared pool.
 #include "Foundation/Linux/RequestQueue.h"
 
+#include "Foundation/DescriptorBudget.h"
+
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -11,10 +14,24 @@ namespace {
 // pauses does not keep one from others when the pool is at its limit.
 constexpr int requestsPerTurn = 32;
 
+constexpr std::size_t mostUnderWay = 1024;
+constexpr std::size_t mostUnderWayOfOneUser = 256;
+
 } // namespace
+
+WorkerLimits limitsOfRequestsUnderWay() {
+  const std::size_t served = DescriptorBudget::requestsServed();
+  const std::size_t ofOneUser = std::max<std::size_t>(served - served / 4, 1);
+  return {std::min(mostUnderWay, served), std::min(mostUnderWayOfOneUser, ofOneUser)};
+}
 
 RequestQueue::RequestQueue(std::shared_ptr<WorkerPool> pool, RequestQueueLimits limits)
     : pool_(std::move(pool)), limits_(limits) {}
+
+void RequestQueue::setUser(WorkerPool::User user) {
+  std::lock_guard lock(mutex_);
+  user_ = user;
+}
 
 bool RequestQueue::enqueue(std::function<void()> request, std::size_t bytes) {
   std::lock_guard lock(mutex_);
@@ -71,7 +88,7 @@ void RequestQueue::scheduleLocked() {
   if (scheduled_ || suspended_ || paused_ || waiting_.empty())
     return;
   // Neither can run before the lock is given up.
-  pool_->submit([self = shared_from_this()] { self->runSome(); });
+  pool_->submit([self = shared_from_this()] { self->runSome(); }, user_);
   scheduled_ = true;
 }
 

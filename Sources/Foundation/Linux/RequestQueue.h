@@ -18,11 +18,19 @@ struct RequestQueueLimits {
   std::size_t bytes = std::size_t{64} << 20; // of arguments
 };
 
+// How many requests run at once: no more than the descriptor table serves, and
+// of one user not so many that another would have to wait.
+WorkerLimits limitsOfRequestsUnderWay();
+
 // Thread-safe. Begins suspended. When the last holder lets go of a queue that
 // is not suspended, what waits in it is still done; a suspended one drops it.
 class RequestQueue : public std::enable_shared_from_this<RequestQueue> {
 public:
   RequestQueue(std::shared_ptr<WorkerPool> pool, RequestQueueLimits limits);
+
+  // Whose requests they are, for threads to be shared fairly between users; 0
+  // at first. Counts for requests that are given a thread from then on.
+  void setUser(WorkerPool::User user);
 
   // False when a limit is reached; the request is then not queued. It must
   // not throw. Raises std::bad_alloc, and has not queued it, when no memory is
@@ -51,6 +59,7 @@ private:
   const std::shared_ptr<WorkerPool> pool_;
   const RequestQueueLimits limits_;
   std::mutex mutex_;
+  WorkerPool::User user_ = 0;
   std::deque<Entry> waiting_;
   std::size_t waitingBytes_ = 0;
   bool suspended_ = true;

@@ -33,8 +33,6 @@ constexpr const char *accessDenied = "org.freedesktop.DBus.Error.AccessDenied";
 constexpr const char *invalidArguments = "org.freedesktop.DBus.Error.InvalidArgs";
 constexpr const char *unknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
 
-// Clients handled at once; the requests of more wait for a thread.
-constexpr std::size_t workerLimit = 256;
 constexpr std::chrono::seconds workerIdleTime{10};
 
 // About what a message takes beside its texts; a refusal is no larger.
@@ -131,7 +129,7 @@ void BusListener::resume() {
   if (connection_)
     return;
   auto connection = std::make_unique<BusThread>(bus_);
-  pool_ = std::make_shared<WorkerPool>(workerLimit, workerIdleTime);
+  pool_ = std::make_shared<WorkerPool>(limitsOfRequestsUnderWay(), workerIdleTime);
   connection_ = std::move(connection);
   outbox_ = std::make_unique<BusOutbox>(
       *connection_, UnreadLimits{},

@@ -2,6 +2,7 @@
 #include "Foundation/Dispatch.h"
 
 #include "Foundation/Log.h"
+#include "Foundation/POSIX/BackgroundPriority.h"
 #include "Foundation/POSIX/WorkerPool.h"
 #include "Foundation/SharedInstance.h"
 
@@ -35,7 +36,9 @@ public:
 private:
   WorkerPool &pool() {
     try {
-      dispatchOnce(made_, [this] { pool_.emplace(mostThreads, idleLife); });
+      dispatchOnce(made_, [this] {
+        pool_.emplace(WorkerLimits{mostThreads}, idleLife, takeBackgroundPriority);
+      });
     } catch (const std::system_error &error) {
       throw Exception(InternalInconsistencyException, error.what());
     }

@@ -3,6 +3,8 @@
 // strangers and must not forge a second line.
 #include "Foundation/Log.h"
 
+#include "Foundation/BoundedText.h"
+
 #include <cstdio>
 #include <memory>
 #include <mutex>
@@ -55,7 +57,8 @@ LogSink exchangeSink(LogSink replacement) {
 
 } // namespace
 
-void logMessage(const std::string &message) {
+void logMessage(const std::string &text) {
+  const std::string message = boundedText(text, longestLogMessage);
   std::shared_ptr<const LogSink> current;
   {
     std::lock_guard lock(sink().mutex);

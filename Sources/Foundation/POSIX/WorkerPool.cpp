@@ -1,10 +1,12 @@
-// An elastic pool of detached threads around one queue.
+// An elastic pool of detached threads around one queue for each user.
 #include "Foundation/POSIX/WorkerPool.h"
 
 #include "Foundation/Log.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <deque>
+#include <list>
 #include <mutex>
 #include <new>
 #include <system_error>
@@ -12,23 +14,78 @@
 #include <utility>
 
 namespace NS {
+namespace {
+
+// One user's work. Exists while there is any.
+struct Line {
+  WorkerPool::User user;
+  std::size_t underWay = 0;
+  std::deque<std::function<void()>> waiting{};
+};
+
+using Lines = std::list<Line>;
+
+} // namespace
 
 // Shared with the threads, which may outlive the pool.
 struct WorkerPool::State {
-  State(std::size_t limit, std::chrono::milliseconds idle) : threadLimit(limit), idleTime(idle) {}
+  State(WorkerLimits limitsOfWork, std::chrono::milliseconds idle, Preparation preparation)
+      : limits(limitsOfWork), idleTime(idle), prepare(std::move(preparation)) {}
 
-  const std::size_t threadLimit;
+  Line &lineOf(User user) {
+    auto found = std::find_if(lines.begin(), lines.end(),
+                              [&](const Line &line) { return line.user == user; });
+    return found == lines.end() ? lines.emplace_back(Line{user}) : *found;
+  }
+
+  bool mayBegin(const Line &line) const {
+    if (line.waiting.empty())
+      return false;
+    return line.underWay == 0 || (underWay < limits.inAll && line.underWay < limits.ofOneUser);
+  }
+
+  // How much of what waits could begin at once, threads provided.
+  std::size_t startable() const {
+    std::size_t firsts = 0;
+    std::size_t all = 0;
+    for (const Line &line : lines) {
+      const std::size_t most = std::max<std::size_t>(limits.ofOneUser, 1);
+      all += std::min(line.waiting.size(), most - std::min(most, line.underWay));
+      firsts += !line.waiting.empty() && line.underWay == 0 ? 1u : 0u;
+    }
+    const std::size_t room = limits.inAll - std::min(limits.inAll, underWay);
+    return std::max(firsts, std::min(all, room));
+  }
+
+  // The line whose turn it is, which goes behind all others; the end when
+  // nothing may begin.
+  Lines::iterator nextLine() {
+    auto line =
+        std::find_if(lines.begin(), lines.end(), [&](const Line &each) { return mayBegin(each); });
+    if (line != lines.end())
+      lines.splice(lines.end(), lines, line);
+    return line;
+  }
+
+  bool hasWork() const {
+    return std::any_of(lines.begin(), lines.end(),
+                       [](const Line &line) { return !line.waiting.empty(); });
+  }
+
+  const WorkerLimits limits;
   const std::chrono::milliseconds idleTime;
+  const Preparation prepare;
   std::mutex mutex;
   std::condition_variable workArrived;
-  std::deque<std::function<void()>> work;
+  Lines lines; // the one whose turn is next stands first
+  std::size_t underWay = 0;
   std::size_t threads = 1;     // the constructor's
   std::size_t idleThreads = 1; // from a thread's start until it takes work
   bool closed = false;
 };
 
-WorkerPool::WorkerPool(std::size_t threadLimit, std::chrono::milliseconds idleTime)
-    : state_(std::make_shared<State>(threadLimit, idleTime)) {
+WorkerPool::WorkerPool(WorkerLimits limits, std::chrono::milliseconds idleTime, Preparation prepare)
+    : state_(std::make_shared<State>(limits, idleTime, std::move(prepare))) {
   std::thread([state = state_] { workOn(state); }).detach();
 }
 
@@ -38,10 +95,10 @@ WorkerPool::~WorkerPool() {
   state_->workArrived.notify_all();
 }
 
-void WorkerPool::submit(std::function<void()> work) {
+void WorkerPool::submit(std::function<void()> work, User user) {
   std::lock_guard lock(state_->mutex);
-  state_->work.push_back(std::move(work));
-  if (state_->idleThreads >= state_->work.size() || state_->threads >= state_->threadLimit) {
+  state_->lineOf(user).waiting.push_back(std::move(work));
+  if (state_->idleThreads >= state_->startable()) {
     state_->workArrived.notify_one();
     return;
   }
@@ -67,23 +124,34 @@ std::size_t WorkerPool::idleThreadCount() const {
 }
 
 void WorkerPool::workOn(const std::shared_ptr<State> &state) {
+  if (state->prepare)
+    state->prepare();
   std::unique_lock lock(state->mutex);
   while (true) {
-    state->workArrived.wait_for(lock, state->idleTime,
-                                [&] { return !state->work.empty() || state->closed; });
-    if (state->work.empty()) { // idle for too long, or closed with nothing left
-      if (state->threads > 1 || state->closed)
+    auto line = state->lines.end();
+    state->workArrived.wait_for(lock, state->idleTime, [&] {
+      line = state->nextLine();
+      return line != state->lines.end() || state->closed;
+    });
+    if (line == state->lines.end()) { // idle for too long, or closed
+      const bool isNeeded = !state->closed || state->hasWork();
+      if (state->threads > 1 || !isNeeded)
         break;
       continue;
     }
-    std::function<void()> work = std::move(state->work.front());
-    state->work.pop_front();
+    std::function<void()> work = std::move(line->waiting.front());
+    line->waiting.pop_front();
+    ++line->underWay;
+    ++state->underWay;
     --state->idleThreads;
     lock.unlock();
     work();
     work = nullptr; // what it holds goes outside the lock
     lock.lock();
     ++state->idleThreads;
+    --state->underWay;
+    if (--line->underWay == 0 && line->waiting.empty())
+      state->lines.erase(line);
   }
   --state->idleThreads;
   --state->threads;

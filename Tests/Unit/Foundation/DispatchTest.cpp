@@ -7,6 +7,12 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <utility>
+
 #include <array>
 #include <atomic>
 #include <limits>
@@ -180,6 +186,19 @@ TEST(DispatchQueue, outlivesABlockThatThrows) {
       [leaves = std::move(leaves)] { throw std::runtime_error("no luck"); });
   group->wait();
   EXPECT_EQ(log.lines(), (std::vector<std::string>{"A background block raised: no luck"}));
+}
+
+TEST(DispatchQueue, worksWhereNobodyElseWantsProcessorOrDisk) {
+  std::promise<std::pair<int, long>> priorities;
+  NS::DispatchQueue::backgroundQueue().async([&] {
+    constexpr int onlyThisThread = 1;
+    priorities.set_value({::getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid())),
+                          ::syscall(SYS_ioprio_get, onlyThisThread, 0)});
+  });
+  auto [processor, disk] = priorities.get_future().get();
+  EXPECT_EQ(processor, 19);
+  EXPECT_EQ(disk >> 13, 3) << "the class that is served when the disk is idle";
+  EXPECT_NE(::getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid())), 19);
 }
 
 } // namespace

@@ -19,7 +19,7 @@ using NS::WorkerPool;
 constexpr std::chrono::hours never{1};
 
 std::shared_ptr<WorkerPool> poolOf(std::size_t threads) {
-  return std::make_shared<WorkerPool>(threads, never);
+  return std::make_shared<WorkerPool>(NS::WorkerLimits{threads}, never);
 }
 
 std::shared_ptr<RequestQueue> resumedQueue(const std::shared_ptr<WorkerPool> &pool,
@@ -237,8 +237,23 @@ TEST(RequestQueue, whenSuspendedAsWellStaysSoAfterAPause) {
   EXPECT_EQ(done, 1);
 }
 
+TEST(RequestQueue, sharesTheThreadsWithOtherUsers) {
+  auto pool = std::make_shared<WorkerPool>(NS::WorkerLimits{2, 1}, never);
+  auto blocked = resumedQueue(pool), behind = resumedQueue(pool), other = resumedQueue(pool);
+  other->setUser(1);
+  Gate gate;
+  ASSERT_TRUE(blocked->enqueue(gate.request(), 0));
+  gate.waitUntilEntered();
+  const Signal sameUser;
+  ASSERT_TRUE(behind->enqueue([sameUser] { sameUser.raise(); }, 0));
+  drain(*other);
+  EXPECT_FALSE(sameUser.isRaised());
+  gate.open();
+  sameUser.wait();
+}
+
 TEST(WorkerPool, startsAThreadForEachPieceOfWorkThatBlocks) {
-  WorkerPool pool(16, never);
+  WorkerPool pool({16}, never);
   std::vector<Gate> gates(5);
   for (Gate &gate : gates)
     pool.submit(gate.request());
@@ -250,7 +265,7 @@ TEST(WorkerPool, startsAThreadForEachPieceOfWorkThatBlocks) {
 }
 
 TEST(WorkerPool, usesAnIdleThreadAgain) {
-  WorkerPool pool(16, never);
+  WorkerPool pool({16}, never);
   for (int round = 0; round < 50; ++round) {
     const Signal done;
     pool.submit([done] { done.raise(); });
@@ -262,7 +277,7 @@ TEST(WorkerPool, usesAnIdleThreadAgain) {
 }
 
 TEST(WorkerPool, keepsToItsLimitAndDoesTheRestLater) {
-  WorkerPool pool(2, never);
+  WorkerPool pool({2}, never);
   Gate one, other;
   const Signal third;
   pool.submit(one.request());
@@ -278,7 +293,7 @@ TEST(WorkerPool, keepsToItsLimitAndDoesTheRestLater) {
 }
 
 TEST(WorkerPool, letsIdleThreadsGoAllButOne) {
-  WorkerPool pool(8, std::chrono::milliseconds(1));
+  WorkerPool pool({8}, std::chrono::milliseconds(1));
   std::vector<Gate> gates(4);
   for (Gate &gate : gates)
     pool.submit(gate.request());
@@ -293,11 +308,78 @@ TEST(WorkerPool, letsIdleThreadsGoAllButOne) {
   done.wait();
 }
 
+TEST(WorkerPool, beginsAnothersWorkAtOnceThoughOneUserHasMoreThanItsShare) {
+  WorkerPool pool({4, 3}, never);
+  std::vector<Gate> gates(5);
+  for (const Gate &gate : gates)
+    pool.submit(gate.request(), 1);
+  for (int begun = 0; begun < 3; ++begun)
+    gates[static_cast<std::size_t>(begun)].waitUntilEntered();
+  EXPECT_EQ(pool.threadCount(), 3u) << "the fourth thread is not for this user";
+  const Signal others;
+  pool.submit([others] { others.raise(); }, 2);
+  others.wait();
+  for (const Gate &gate : gates)
+    gate.open();
+  for (const Gate &gate : gates)
+    gate.waitUntilEntered();
+}
+
+TEST(WorkerPool, beginsTheFirstPieceOfEachUserBeyondItsLimit) {
+  WorkerPool pool({2}, never);
+  std::vector<Gate> gates(6);
+  for (unsigned user = 0; user < 6; ++user) {
+    pool.submit(gates[user].request(), user);
+    gates[user].waitUntilEntered();
+  }
+  const Signal second;
+  pool.submit([second] { second.raise(); }, 3);
+  EXPECT_FALSE(second.isRaised()) << "the limit is reached, and this user has its turn";
+  EXPECT_EQ(pool.threadCount(), 6u);
+  for (const Gate &gate : gates)
+    gate.open();
+  second.wait();
+}
+
+TEST(WorkerPool, takesTheWorkOfSeveralUsersByTurns) {
+  WorkerPool pool({2}, never);
+  Gate first, second;
+  pool.submit(first.request(), 1);
+  first.waitUntilEntered();
+  pool.submit(second.request(), 2);
+  second.waitUntilEntered();
+  std::string order; // unguarded: one thread is free, the other stays at the gate
+  const Signal done;
+  for (char piece : {'a', 'b', 'c'})
+    pool.submit([&order, piece] { order += piece; }, 1);
+  for (char piece : {'x', 'y', 'z'})
+    pool.submit([&order, piece] { order += piece; }, 2);
+  pool.submit([done] { done.raise(); }, 2);
+  EXPECT_EQ(pool.threadCount(), 2u);
+  first.open();
+  done.wait();
+  EXPECT_EQ(order, "axbycz");
+  second.open();
+}
+
+TEST(WorkerPool, preparesEachThreadBeforeItsWork) {
+  std::atomic<int> prepared = 0;
+  WorkerPool pool({8}, never, [&] { ++prepared; });
+  Gate one, other;
+  pool.submit(one.request());
+  pool.submit(other.request());
+  one.waitUntilEntered();
+  other.waitUntilEntered();
+  EXPECT_EQ(prepared, 2);
+  one.open();
+  other.open();
+}
+
 TEST(WorkerPool, finishesWhatWasSubmittedBeforeItGoes) {
   const Signal done;
   Gate gate;
   {
-    WorkerPool pool(1, never);
+    WorkerPool pool({1}, never);
     pool.submit(gate.request());
     gate.waitUntilEntered();
     pool.submit([done] { done.raise(); });

@@ -88,7 +88,7 @@ protected:
        {"oneWay", "OneWay", {}, {}, true, [](XPCObject &, const XPCValues &, const XPCReply &) {
         }}}});
   std::shared_ptr<ServiceConnection> connection = std::make_shared<ServiceConnection>(
-      std::make_shared<WorkerPool>(4, std::chrono::hours(1)), RequestQueueLimits{},
+      std::make_shared<WorkerPool>(WorkerLimits{4}, std::chrono::hours(1)), RequestQueueLimits{},
       [this](const std::string &name, const XPCMethod &method, XPCValues values) {
         sent.push_back({name, method.member, std::move(values)});
       });

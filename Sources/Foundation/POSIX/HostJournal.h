@@ -1,0 +1,14 @@
+// For bodies of the seam only.
+#pragma once
+
+#include "Foundation/RequestJournal.h"
+
+namespace NS {
+
+// One entry with the record's fields. False when this host keeps no journal.
+bool writeToHostJournal(const RequestRecord &record);
+
+// The record as a sentence.
+std::string textOf(const RequestRecord &record);
+
+} // namespace NS

@@ -1,0 +1,52 @@
+// The record of what was done for whom: one entry for each request that
+// changes something. A class, so that a test can read what would be written.
+//
+// Thread-safe.
+#pragma once
+
+#include "Foundation/XPCInterface.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace NS {
+
+// Who is at the other end, as the transport vouches for it.
+struct XPCRequester {
+  std::uint32_t user = 0;   // the effective user of the process
+  std::int32_t process = 0; // its identifier
+};
+
+struct RequestRecord {
+  // Longer texts are cut in the middle.
+  static constexpr std::size_t longestText = 4096;
+
+  XPCRequester requester;
+  std::string member;
+  std::vector<std::string> items; // the request's texts, as the client gave them
+  std::string outcome;            // "done", "refused" by the reply, or "failed" without one
+  std::string reason;             // of a refusal or failure, where it has one
+  std::chrono::microseconds took{0};
+};
+
+class RequestJournal {
+public:
+  virtual ~RequestJournal() = default;
+  static RequestJournal &shared();
+  static RequestJournal *exchangeShared(RequestJournal *replacement);
+
+  // The host's journal gets an entry with fields; where there is none, the
+  // diagnostic log gets a line. May wait for the journal; does not fail.
+  virtual void write(const RequestRecord &record) = 0;
+};
+
+// A reply that passes its outcome on to the given one and then writes the
+// record of the request, which begins now. Made for methods that change
+// something.
+XPCReply recordingReply(const XPCMethod &method, const XPCValues &arguments, XPCRequester requester,
+                        XPCReply reply);
+
+} // namespace NS

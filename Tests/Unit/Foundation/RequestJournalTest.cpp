@@ -1,0 +1,102 @@
+// What is recorded of a request, and when.
+#include "Foundation/RequestJournal.h"
+
+#include "Support/FakeClock.h"
+#include "Support/LogRecorder.h"
+#include "Support/RecordedRequests.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using kwtest::RecordedRequests;
+using NS::XPCOutcome;
+using NS::XPCReply;
+using NS::XPCValues;
+
+bool saysYes(const XPCValues &replies) {
+  return std::get<bool>(replies.at(0));
+}
+
+class RequestJournalTest : public testing::Test {
+protected:
+  XPCReply begin(XPCValues arguments = {}) {
+    return NS::recordingReply(method, arguments, {1000, 77}, XPCReply([this](XPCOutcome outcome) {
+                                EXPECT_TRUE(journal.records().empty()) << "the client comes first";
+                                outcomes.push_back(std::move(outcome));
+                              }));
+  }
+
+  NS::XPCMethod method{"remove:", "Remove", {}, {}, false, {}, saysYes};
+  kwtest::FakeClock clock;
+  NS::ScopedOverride<NS::Clock> clockOverride{clock};
+  RecordedRequests journal;
+  std::vector<XPCOutcome> outcomes;
+};
+
+TEST_F(RequestJournalTest, keepsWhoAskedForWhatAndHowLongItTook) {
+  XPCReply reply = begin({std::string("/a"), std::vector<std::string>{"b", "c"}, true});
+  clock.advance(std::chrono::milliseconds(1500));
+  reply.send({true});
+  ASSERT_EQ(journal.records().size(), 1u);
+  const NS::RequestRecord record = journal.records().front();
+  EXPECT_EQ(record.requester.user, 1000u);
+  EXPECT_EQ(record.requester.process, 77);
+  EXPECT_EQ(record.member, "Remove");
+  EXPECT_THAT(record.items, testing::ElementsAre("/a", "b", "c"));
+  EXPECT_EQ(record.outcome, "done");
+  EXPECT_EQ(record.reason, "");
+  EXPECT_EQ(record.took.count(), 1500000);
+  ASSERT_EQ(outcomes.size(), 1u);
+  EXPECT_TRUE(std::get<bool>(outcomes[0].values.at(0)));
+}
+
+TEST_F(RequestJournalTest, tellsARefusalAndItsError) {
+  begin().send({false, NS::Error("domain", 7)});
+  EXPECT_EQ(journal.records().at(0).outcome, "refused");
+  EXPECT_EQ(journal.records().at(0).reason, "domain 7");
+}
+
+TEST_F(RequestJournalTest, tellsAFailureAndItsReason) {
+  begin().fail("no memory");
+  EXPECT_EQ(journal.records().at(0).outcome, "failed");
+  EXPECT_EQ(journal.records().at(0).reason, "no memory");
+  EXPECT_EQ(outcomes.at(0).reason, "no memory");
+}
+
+TEST_F(RequestJournalTest, recordsARequestThatIsNeverAnswered) {
+  { XPCReply reply = begin(); }
+  EXPECT_EQ(journal.records().at(0).outcome, "failed");
+  EXPECT_FALSE(outcomes.at(0).replied);
+}
+
+TEST_F(RequestJournalTest, recordsTheFirstOfSeveralReplies) {
+  XPCReply reply = begin();
+  reply.send({true});
+  reply.send({false});
+  EXPECT_EQ(journal.records().size(), 1u);
+  EXPECT_EQ(outcomes.size(), 1u);
+}
+
+TEST_F(RequestJournalTest, answersThoughTheReplyCannotBeUnderstood) {
+  kwtest::LogRecorder log;
+  begin().send({});
+  EXPECT_EQ(outcomes.size(), 1u);
+  EXPECT_THAT(log.lines(), testing::ElementsAre("A request of Remove was not recorded"));
+  EXPECT_TRUE(journal.records().empty());
+}
+
+TEST_F(RequestJournalTest, isBoundedWhateverTheRequestHolds) {
+  std::vector<std::string> many(100000, std::string(10000, 'x'));
+  begin({std::string(1 << 20, 'x'), many}).fail(std::string(1 << 20, 'x'));
+  const NS::RequestRecord record = journal.records().at(0);
+  EXPECT_EQ(record.items.size(), 8u);
+  for (const std::string &item : record.items)
+    EXPECT_LE(item.size(), NS::RequestRecord::longestText + 40);
+  EXPECT_LE(record.reason.size(), NS::RequestRecord::longestText + 40);
+}
+
+} // namespace
