@@ -1,4 +1,4 @@
-// Descriptors counted before they are needed, so that as many walks and tools
+// Descriptors counted before they are needed, so that as many walks and requests
 // run at once as the descriptor table can serve, and the others wait their turn
 // instead of failing half-way.
 //
@@ -31,15 +31,13 @@ public:
   static constexpr std::size_t perWalk = 40;
   // What reading ahead holds beyond that, in shares of walks.
   static constexpr std::size_t sharesForReadingAhead = 2;
-  // What one tool with three pipes takes at most while it runs.
-  static constexpr std::size_t perTool = 10;
-  // What one request takes that neither walks nor runs a tool.
-  static constexpr std::size_t perRequest = 4;
+  // What one request takes at most besides: a tool with its pipes.
+  static constexpr std::size_t perRequest = 10;
 
-  // Shares of half of the table, and of a quarter of it. Never destroyed.
+  // Shares of half of the table. Never destroyed.
   static DescriptorBudget &ofWalks();
-  static DescriptorBudget &ofTools();
-  // How many requests the last quarter serves at once.
+  // How many requests three quarters of the rest serve at once; what is left is
+  // for the agent itself.
   static std::size_t requestsServed();
 
   explicit DescriptorBudget(Capacity capacity) : capacity_(std::move(capacity)) {}

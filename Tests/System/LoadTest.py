@@ -14,6 +14,7 @@ from Support.root import DATA
 
 CLIENTS = 64
 SECONDS = float(os.environ.get("KEEPWELL_LOAD_SECONDS", "20"))
+SEED = int(os.environ.get("KEEPWELL_LOAD_SEED", "1"))
 WARM_UP = 4
 BLOCK = 4096
 
@@ -36,7 +37,11 @@ COPY = 'for to; do from=$last; last=$to; done; printf slim > "$to"'
 
 def setUpModule():
     AbuseCase.begin()
-    root = AbuseCase.root
+    prepare(AbuseCase.root)
+
+
+def prepare(root):
+    """Puts a tool at each path that an operation uses."""
     for tool in (PKGUTIL, PERIODIC, KEXTUNLOAD, MDUTIL, DSCACHEUTIL, KILLALL, STARTER):
         root.stand_in(tool)
     root.stand_in(LAUNCHCTL, script=LIST)
@@ -132,6 +137,18 @@ class Actor:
         name = self.some_file()
         allocated = -(-self.files[name] // BLOCK) * BLOCK
         self.expect(self.call("SizeOfItemAtPath", "s", self.path(name)), [allocated, NO_ERROR])
+
+    def do_size_tree(self):
+        name = self.fresh_name()
+        folders = [f"{self.host}/{name}/{inner}" for inner in ("a/b/c", "a/d/e", "f")]
+        for folder in folders:
+            os.makedirs(folder)
+            self.make_file(os.path.relpath(f"{folder}/file", self.host), 5000)
+        # Seven folders, each counted twice, and three files of two blocks.
+        expected = sum(2 * os.lstat(folder).st_blocks * 512
+                       for folder, _, _ in os.walk(f"{self.host}/{name}")) + 3 * 2 * BLOCK
+        self.expect(self.call("SizeOfItemAtPath", "s", self.path(name)), [expected, NO_ERROR])
+        self.expect(self.call("RemoveItemAtPath", "s", self.path(name))[0], True)
 
     def do_truncate(self):
         name = self.some_file()
@@ -271,7 +288,7 @@ class Actor:
     def do_launchd_conf(self):
         self.expect_flag(True, "RemoveLibraryFromLauchdConf", "s", "/usr/lib/odd.dylib")
 
-    for _operation in (do_create, do_echo, do_exists, do_size, do_truncate, do_remove,
+    for _operation in (do_create, do_echo, do_exists, do_size, do_size_tree, do_truncate, do_remove,
                        do_remove_missing, do_remove_tree, do_shred, do_move,
                        do_move_onto_another, do_trash):
         _operation.weight = 10
@@ -289,32 +306,36 @@ class Actor:
 
 class LoadTest(AbuseCase):
     def test_64_clients_with_all_operations_get_what_they_asked_for(self):
-        seed = int(os.environ.get("KEEPWELL_LOAD_SEED", "1"))
-        self.load(seed + 1, WARM_UP)
+        self.load(CLIENTS, SEED + 1, WARM_UP)
         self.wait_for_rest(threads=True)
         AbuseCase.start_memory = self.settled_memory()
-        done = self.load(seed, SECONDS)
-        print(f"{done} operations of {CLIENTS} clients in {SECONDS:.0f} s, seed {seed}")
+        done = self.load(CLIENTS, SEED, SECONDS)
+        print(f"{done} operations of {CLIENTS} clients in {SECONDS:.0f} s, seed {SEED}")
 
-    def load(self, seed, seconds):
-        self.root.empty(DATA)
-        self.root.forget_calls()
-        actors = [Actor(self.root, number, seed) for number in range(CLIENTS)]
-        end = time.monotonic() + seconds
-        threads = [threading.Thread(target=actor.act_until, args=[end]) for actor in actors]
+    def load(self, clients, seed, seconds):
         with self.others_answered():
-            for thread in threads:
-                thread.start()
-            for thread in threads:
-                thread.join()
-        for actor in actors:
-            if actor.failure:
-                raise AssertionError(f"client {actor.number}") from actor.failure
-            self.assertGreater(actor.done, 0)
-            actor.compare()
-        self.assertEqual(sorted(self.root.calls()),
-                         sorted(run for actor in actors for run in actor.runs))
-        return sum(actor.done for actor in actors)
+            return load(self, self.root, clients, seed, seconds)
+
+
+def load(case, root, clients, seed, seconds):
+    """Has so many act for so long, and compares everything. How much they did."""
+    root.empty(DATA)
+    root.forget_calls()
+    actors = [Actor(root, number, seed) for number in range(clients)]
+    end = time.monotonic() + seconds
+    threads = [threading.Thread(target=actor.act_until, args=[end]) for actor in actors]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    for actor in actors:
+        if actor.failure:
+            raise AssertionError(f"client {actor.number}") from actor.failure
+        case.assertGreater(actor.done, 0)
+        actor.compare()
+    case.assertEqual(sorted(root.calls()),
+                     sorted(run for actor in actors for run in actor.runs))
+    return sum(actor.done for actor in actors)
 
 
 if __name__ == "__main__":

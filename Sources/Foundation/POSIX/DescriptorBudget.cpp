@@ -29,13 +29,8 @@ DescriptorBudget &DescriptorBudget::ofWalks() {
   return *walks;
 }
 
-DescriptorBudget &DescriptorBudget::ofTools() {
-  static auto *tools = new DescriptorBudget([] { return tableSize() / 4 / perTool; });
-  return *tools;
-}
-
 std::size_t DescriptorBudget::requestsServed() {
-  return std::max<std::size_t>(tableSize() / 4 / perRequest, 1);
+  return std::max<std::size_t>(tableSize() * 3 / 8 / perRequest, 1);
 }
 
 DescriptorBudget::Share DescriptorBudget::take() {
