@@ -1,194 +1,373 @@
-// The agent over the bus.
+// The agent over the bus: each message as a call, and what comes back by the
+// number of the call.
 #include "Client/AgentConnection.h"
 
-#include "Client/MessageCoding.h"
+#include "Client/BusFailure.h"
 #include "Foundation/Identity.h"
-#include "Foundation/SaturatedTime.h"
+#include "Foundation/Linux/BusConnection.h"
+#include "Foundation/Linux/BusText.h"
+#include "Foundation/Linux/BusValues.h"
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <limits>
+#include <deque>
 #include <map>
-#include <poll.h>
-#include <sdbus-c++/sdbus-c++.h>
 #include <string_view>
-#include <sys/eventfd.h>
-#include <unistd.h>
+#include <utility>
 
 namespace kw {
 namespace {
 
+using NS::BusConnection;
+using NS::BusError;
+using NS::BusMessage;
+using Kind = ClientError::Kind;
+
 constexpr const char *agentPath = "/org/keepwell/pro/agent";
 constexpr const char *operationInterface = "org.keepwell.KWPrivilegedOperation";
-constexpr const char *progressInterface = "org.keepwell.KWPrivilegedOperationProgress";
-constexpr const char *busName = "org.freedesktop.DBus";
-constexpr const char *busPath = "/org/freedesktop/DBus";
-
-constexpr std::uint64_t noTimeLimit = std::numeric_limits<std::uint64_t>::max();
+constexpr const char *outputInterface = "org.keepwell.KWPrivilegedOperationProgress";
+constexpr const char *controlInterface = "org.keepwell.KWRequestControl";
 
 // Somebody who floods this connection must not keep requests from being sent.
 constexpr int mostHandledAtOnce = 256;
 
-constexpr std::string_view busErrorPrefix = "org.freedesktop.DBus.Error.";
+// The bus counts calls without an answer, the requests among them.
+constexpr std::size_t mostCancelsSent = 16;
 
-std::string_view shortName(std::string_view name) {
-  return name.starts_with(busErrorPrefix) ? name.substr(busErrorPrefix.size()) : name;
+// What the agent takes in one request.
+constexpr std::size_t mostTextBytes = std::size_t{16} << 20;
+
+ClientError errorOfBus(const BusError &error) {
+  return {Kind::Unreachable, error.name(), error.what()};
 }
 
-template <std::size_t size>
-bool isAmong(std::string_view name, const std::array<std::string_view, size> &names) {
-  return std::find(names.begin(), names.end(), shortName(name)) != names.end();
+[[noreturn]] void refuse(const char *reason) {
+  throw ClientError(Kind::BadArgument, "org.freedesktop.DBus.Error.InvalidArgs", reason);
 }
 
-// The agent went away with the request; the bus itself may have.
-bool meansInterrupted(std::string_view name) {
-  return isAmong(name, std::array<std::string_view, 2>{"NoReply", "Disconnected"});
+// Other text would name another item once it is there.
+void checkText(const std::string &text, std::size_t &bytes) {
+  if ((bytes += text.size()) > mostTextBytes)
+    refuse("text this long cannot be sent to the agent");
+  if (!NS::isBusText(text))
+    refuse("text that is no UTF-8 cannot be sent to the agent");
 }
 
-// There is nobody to deliver the request to, or it may not be delivered.
-bool meansUnreachable(std::string_view name) {
-  constexpr std::array<std::string_view, 6> names{"AccessDenied", "NameHasNoOwner", "NoNetwork",
-                                                  "NoServer",     "ServiceUnknown", "TimedOut"};
-  return isAmong(name, names) || shortName(name).starts_with("Spawn.") ||
-         name.starts_with("System.Error.");
+void writeArguments(BusMessage &call, const NS::XPCValues &arguments) {
+  std::size_t bytes = 0;
+  for (const NS::XPCValue &argument : arguments) {
+    if (const auto *text = std::get_if<std::string>(&argument)) {
+      checkText(*text, bytes);
+      call.write(*text);
+    } else {
+      const auto &texts = std::get<std::vector<std::string>>(argument);
+      for (const std::string &each : texts)
+        checkText(each, bytes);
+      call.write(texts);
+    }
+  }
 }
 
-// Turned away at the door; any other error may have come in mid-work.
-bool meansUntouched(std::string_view name) {
-  constexpr std::array<std::string_view, 7> names{
-      "InvalidArgs",   "LimitsExceeded", "NotSupported",    "UnknownInterface",
-      "UnknownMethod", "UnknownObject",  "InvalidSignature"};
-  return isAmong(name, names);
-}
-
-ClientError errorOfReply(const sdbus::Error &error) {
-  using Kind = ClientError::Kind;
-  const std::string &name = error.getName();
-  if (meansInterrupted(name))
-    return {Kind::Interrupted, name, error.getMessage()};
-  if (meansUnreachable(name))
-    return {Kind::Unreachable, name, error.getMessage()};
-  return {Kind::Refused, name, error.getMessage(),
-          meansUntouched(name) ? ClientError::Effect::None : ClientError::Effect::Unknown};
-}
-
-ClientError errorOfBus(const sdbus::Error &error) {
-  return ClientError(ClientError::Kind::Unreachable, error.getName(), error.getMessage());
-}
-
-std::unique_ptr<sdbus::IConnection> openBus(const std::string &bus) {
-  if (bus == "system")
-    return sdbus::createSystemBusConnection();
-  if (bus == "session")
-    return sdbus::createSessionBusConnection();
-  return sdbus::createSessionBusConnectionWithAddress(bus);
-}
-
-class Wakener {
+class AgentBus final : public AgentConnection {
 public:
-  Wakener() : descriptor_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (descriptor_ < 0)
-      throw ClientError(ClientError::Kind::Unreachable, "", "no descriptor is left for the bus");
-  }
-  ~Wakener() { ::close(descriptor_); }
-  Wakener(const Wakener &) = delete;
-  Wakener &operator=(const Wakener &) = delete;
-
-  // It fails only when the counter is full, and then the reader is awake.
-  void wake() {
-    const std::uint64_t one = 1;
-    static_cast<void>(!::write(descriptor_, &one, sizeof one));
-  }
-  void clear() {
-    std::uint64_t count = 0;
-    static_cast<void>(!::read(descriptor_, &count, sizeof count));
-  }
-  int descriptor() const { return descriptor_; }
-
-private:
-  const int descriptor_;
-};
-
-class BusConnection final : public AgentConnection {
-public:
-  explicit BusConnection(const std::string &bus)
-      : connection_(openBus(bus)),
-        agent_(sdbus::createProxy(*connection_, std::string(kAgentServiceName), agentPath)) {}
+  AgentBus(const std::string &bus, const ConnectionOptions &options)
+      : bus_(bus), options_(options) {}
 
   void send(Number number, const AgentMessage &message) override;
+  void cancel(Number number) override;
   void wait(Receiver &receiver, std::optional<Clock::time_point> until) override;
-  void cancel(Number number) override { notCancelled_.push_back(number); }
-  void wake() override { wakener_.wake(); }
+  void wake() override { waker_.wake(); }
 
 private:
+  enum class Purpose { Request, Cancel, OwnerQuestion, Match, Setting };
+
+  // A call that was sent and has no answer yet.
+  struct Awaited {
+    Purpose purpose = Purpose::Setting;
+    Number number = 0; // the request's own, or of the one to cancel
+    std::vector<NS::XPCKind> kinds{};
+    bool mayEndAgent = false;
+  };
+  using AwaitedBySerial = std::map<std::uint32_t, Awaited>;
   // A request of which the agent may end.
   struct LastRequest {
     bool isAnswered = false; // by nobody: the bus says that no reply will come
     bool nameIsLost = false;
   };
 
-  bool handleArrived();
-  void waitForEvents(std::optional<Clock::time_point> until);
+  void sendCall(BusMessage &call, Awaited awaited);
+  BusMessage callToBus(const char *member, const std::string &argument);
   void watchAgent();
-  void ownerChanged(sdbus::Message &signal);
-  void receiveNewOutput(sdbus::Signal &signal);
-  void answered(Number number, const std::vector<NS::XPCKind> &kinds, sdbus::MethodReply &reply,
-                const sdbus::Error *error);
+  void tellSettings();
+  void tell(const char *setting);
+  void sendCancels();
+
+  bool handleArrived();
+  void handle(BusMessage &message);
+  void turnAway(const BusMessage &call);
+  void handleAnswer(BusMessage &answer);
+  void handleReply(const Awaited &awaited, BusMessage &answer);
+  void handleSignal(BusMessage &signal);
+  void agentIs(std::string owner);
   void settleLastRequests();
 
-  Wakener wakener_; // goes last: others may be waking
-  std::unique_ptr<sdbus::IConnection> connection_;
-  std::unique_ptr<sdbus::IProxy> agent_;
+  NS::BusWaker waker_; // goes last: others may be waking
+  BusConnection bus_;
+  const ConnectionOptions options_;
   Receiver *receiver_ = nullptr; // during a wait
+  AwaitedBySerial awaited_;
+  std::map<Number, LastRequest> lastRequests_;
+  std::deque<Number> toCancel_;
+  std::size_t cancelsSent_ = 0;
   // The agent's unique name, followed from the first request on that wants to
   // know; empty while there is none.
   std::string owner_;
   bool watchesAgent_ = false;
-  std::map<Number, LastRequest> lastRequests_;
-  std::vector<Number> notCancelled_;
+  bool wantsProgress_ = false;
+  // What this agent was told; another one must be told again.
+  bool endsOnLeaving_ = false;
+  bool isSubscribed_ = false;
 };
 
-void BusConnection::send(Number number, const AgentMessage &message) {
+// What needs memory comes before the sending.
+void AgentBus::sendCall(BusMessage &call, Awaited awaited) {
+  AwaitedBySerial made;
+  made.emplace(0, std::move(awaited));
+  auto node = made.extract(made.begin());
+  node.key() = bus_.send(call);
+  awaited_.insert(std::move(node));
+}
+
+void AgentBus::send(Number number, const AgentMessage &message) {
   try {
-    if (message.mayEndAgent || message.hasProgress)
+    BusMessage call = bus_.makeCall(std::string(kAgentServiceName), agentPath, operationInterface,
+                                    message.member);
+    writeArguments(call, message.arguments);
+    wantsProgress_ |= message.isFollowed;
+    if (message.mayEndAgent || message.hasProgress || wantsProgress_ ||
+        options_.endRequestsOnLeaving)
       watchAgent();
-    sdbus::MethodCall request = agent_->createMethodCall(operationInterface, message.member);
-    appendArguments(request, message.arguments);
-    agent_->callMethod(
-        request,
-        [this, number, kinds = message.replyKinds](sdbus::MethodReply &reply,
-                                                   const sdbus::Error *error) {
-          answered(number, kinds, reply, error);
-        },
-        noTimeLimit);
+    tellSettings();
     if (message.mayEndAgent)
       lastRequests_.emplace(number, LastRequest{});
-  } catch (const sdbus::Error &error) {
+    sendCall(call, {Purpose::Request, number, message.replyKinds, message.mayEndAgent});
+  } catch (const NS::BusMessageTooLarge &) {
+    refuse("arguments this long cannot be sent to the agent");
+  } catch (const BusError &error) {
     throw errorOfBus(error);
   }
 }
 
-void BusConnection::answered(Number number, const std::vector<NS::XPCKind> &kinds,
-                             sdbus::MethodReply &reply, const sdbus::Error *error) {
-  auto last = lastRequests_.find(number);
-  const bool mayEndAgent = last != lastRequests_.end();
-  if (mayEndAgent && (error ? meansInterrupted(error->getName()) : kinds.empty())) {
-    last->second.isAnswered = true;
-    settleLastRequests();
+// The bus and the agent take messages in the order in which they are sent, so
+// what is told here is in force for the requests behind it.
+void AgentBus::tellSettings() {
+  if (options_.endRequestsOnLeaving && !std::exchange(endsOnLeaving_, true))
+    tell("EndRequestsOnLeaving");
+  if (wantsProgress_ && !std::exchange(isSubscribed_, true))
+    tell("SubscribeToProgress");
+}
+
+// An agent too old for it answers with an error, which changes nothing.
+void AgentBus::tell(const char *setting) {
+  BusMessage call =
+      bus_.makeCall(std::string(kAgentServiceName), agentPath, controlInterface, setting);
+  call.write(true);
+  sendCall(call, {});
+}
+
+// The bus's answers come before anything that the agent sends from then on.
+void AgentBus::watchAgent() {
+  if (std::exchange(watchesAgent_, true))
     return;
-  }
-  lastRequests_.erase(number);
-  if (error)
-    return receiver_->failed(number, errorOfReply(*error));
+  const std::string name(kAgentServiceName);
+  BusMessage match = callToBus(
+      "AddMatch", "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
+                  "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
+                      name + "'");
+  sendCall(match, {Purpose::Match});
+  BusMessage question = callToBus("GetNameOwner", name);
+  sendCall(question, {Purpose::OwnerQuestion});
+}
+
+BusMessage AgentBus::callToBus(const char *member, const std::string &argument) {
+  BusMessage call = bus_.makeCall(BusConnection::busName, BusConnection::busPath,
+                                  BusConnection::busInterface, member);
+  call.write(argument);
+  return call;
+}
+
+void AgentBus::cancel(Number number) {
   try {
-    receiver_->received(number, readReply(reply, kinds));
-  } catch (const ClientError &misread) {
-    receiver_->failed(number, misread);
+    toCancel_.push_back(number);
+    sendCancels();
+  } catch (const BusError &error) {
+    throw errorOfBus(error);
   }
 }
 
-void BusConnection::settleLastRequests() {
+// A request without a call has been answered.
+void AgentBus::sendCancels() {
+  for (; !toCancel_.empty() && cancelsSent_ < mostCancelsSent; toCancel_.pop_front()) {
+    const Number number = toCancel_.front();
+    auto found = std::find_if(awaited_.begin(), awaited_.end(), [number](const auto &each) {
+      return each.second.purpose == Purpose::Request && each.second.number == number;
+    });
+    if (found == awaited_.end())
+      continue;
+    BusMessage call =
+        bus_.makeCall(std::string(kAgentServiceName), agentPath, controlInterface, "Cancel");
+    call.write(found->first);
+    sendCall(call, {Purpose::Cancel, number});
+    ++cancelsSent_;
+  }
+}
+
+void AgentBus::wait(Receiver &receiver, std::optional<Clock::time_point> until) {
+  struct Reset {
+    Receiver *&receiver;
+    ~Reset() { receiver = nullptr; }
+  } reset{receiver_};
+  receiver_ = &receiver;
+  try {
+    if (handleArrived())
+      return;
+    bus_.wait(waker_, until);
+    handleArrived();
+  } catch (const BusError &error) {
+    throw errorOfBus(error);
+  }
+}
+
+bool AgentBus::handleArrived() {
+  int handled = 0;
+  for (; handled < mostHandledAtOnce; ++handled) {
+    BusMessage message = bus_.next();
+    if (!message)
+      break;
+    handle(message);
+  }
+  return handled > 0;
+}
+
+void AgentBus::handle(BusMessage &message) {
+  switch (message.kind()) {
+  case BusMessage::Kind::Reply:
+  case BusMessage::Kind::Failure:
+    return handleAnswer(message);
+  case BusMessage::Kind::Signal:
+    return handleSignal(message);
+  case BusMessage::Kind::Call:
+    break;
+  }
+  if (message.expectsReply())
+    turnAway(message);
+}
+
+// A stranger's call; what becomes of the answer is no concern of the requests.
+void AgentBus::turnAway(const BusMessage &call) {
+  try {
+    BusMessage answer =
+        call.makeFailure("org.freedesktop.DBus.Error.UnknownMethod", "a client serves no requests");
+    bus_.send(answer);
+  } catch (const BusError &) { // next() tells of a connection that is lost
+  }
+}
+
+void AgentBus::handleAnswer(BusMessage &answer) {
+  auto node = awaited_.extract(answer.replySerial());
+  if (!node)
+    return;
+  const Awaited &awaited = node.mapped();
+  const bool hasFailed = answer.kind() == BusMessage::Kind::Failure;
+  switch (awaited.purpose) {
+  case Purpose::Request:
+    return handleReply(awaited, answer);
+  case Purpose::Cancel:
+    --cancelsSent_;
+    if (hasFailed)
+      receiver_->couldNotCancel(awaited.number);
+    return sendCancels();
+  case Purpose::Match: // without it the agent's end would go unseen
+    if (hasFailed)
+      throw BusError(std::string(answer.errorName()), "the bus does not tell who owns a name");
+    return;
+  case Purpose::OwnerQuestion: // a failure says that nobody is
+    if (!hasFailed)
+      agentIs(std::string(answer.readText()));
+    return;
+  case Purpose::Setting:
+    return;
+  }
+}
+
+void AgentBus::handleReply(const Awaited &awaited, BusMessage &answer) {
+  const bool hasFailed = answer.kind() == BusMessage::Kind::Failure;
+  if (awaited.mayEndAgent) {
+    auto last = lastRequests_.find(awaited.number);
+    if (hasFailed ? meansInterrupted(answer.errorName()) : awaited.kinds.empty()) {
+      last->second.isAnswered = true;
+      return settleLastRequests();
+    }
+    lastRequests_.erase(last);
+  }
+  if (hasFailed) {
+    const bool hasText = answer.signature().starts_with("s");
+    return receiver_->failed(
+        awaited.number,
+        errorOfReply(answer.errorName(), hasText ? std::string(answer.readText()) : std::string()));
+  }
+  NS::XPCValues values;
+  try {
+    values = NS::readValues(answer, awaited.kinds);
+  } catch (const BusError &error) {
+    const ClientError misread(Kind::BadReply, error.name(), "the agent's reply is not understood");
+    return receiver_->failed(awaited.number, misread);
+  }
+  receiver_->received(awaited.number, std::move(values));
+}
+
+// Anybody on the bus may send a signal here; the bus and the owner of the
+// agent's name alone are believed.
+void AgentBus::handleSignal(BusMessage &signal) {
+  const bool isOfAgent = !owner_.empty() && signal.sender() == owner_;
+  const std::string_view interface = signal.interface(), member = signal.member();
+  try {
+    if (interface == BusConnection::busInterface && member == "NameOwnerChanged" &&
+        signal.sender() == BusConnection::busName) {
+      if (signal.readText() != kAgentServiceName)
+        return;
+      static_cast<void>(signal.readText()); // who it was before
+      agentIs(std::string(signal.readText()));
+    } else if (isOfAgent && interface == outputInterface && member == "ReceiveNewOutput") {
+      receiver_->progressed(std::string(signal.readText()));
+    } else if (isOfAgent && interface == controlInterface && member == "Progress") {
+      auto found = awaited_.find(signal.readUInt32());
+      if (found == awaited_.end() || found->second.purpose != Purpose::Request)
+        return;
+      RequestProgress progress;
+      progress.items = signal.readUInt64();
+      progress.bytes = signal.readUInt64();
+      progress.path = std::string(signal.readText());
+      receiver_->advanced(found->second.number, progress);
+    }
+  } catch (const BusError &) { // not as agreed, and no reason to lose the connection
+  }
+}
+
+// Another agent knows nothing of what the one before it was told, and may have
+// been started by a request that was meant for that one.
+void AgentBus::agentIs(std::string owner) {
+  if (!owner_.empty() && owner != owner_) {
+    endsOnLeaving_ = isSubscribed_ = false;
+    for (auto &[number, request] : lastRequests_)
+      request.nameIsLost = true;
+    settleLastRequests();
+  }
+  owner_ = std::move(owner);
+  if (!owner_.empty())
+    tellSettings();
+}
+
+void AgentBus::settleLastRequests() {
   for (auto it = lastRequests_.begin(); it != lastRequests_.end();) {
     Number number = it->first;
     const bool isOver = it->second.isAnswered && it->second.nameIsLost;
@@ -198,112 +377,13 @@ void BusConnection::settleLastRequests() {
   }
 }
 
-// Anybody on the bus may send a signal here; the owner of the name alone is
-// believed.
-void BusConnection::watchAgent() {
-  if (watchesAgent_)
-    return;
-  connection_->addMatch(
-      "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
-      "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
-          std::string(kAgentServiceName) + "'",
-      [this](sdbus::Message &signal) { ownerChanged(signal); }, sdbus::floating_slot);
-  agent_->registerSignalHandler(progressInterface, "ReceiveNewOutput",
-                                [this](sdbus::Signal &signal) { receiveNewOutput(signal); });
-  agent_->finishRegistration();
-  try {
-    sdbus::createProxy(*connection_, busName, busPath)
-        ->callMethod("GetNameOwner")
-        .onInterface(busName)
-        .withArguments(std::string(kAgentServiceName))
-        .storeResultsTo(owner_);
-  } catch (const sdbus::Error &error) {
-    if (shortName(error.getName()) != "NameHasNoOwner")
-      throw;
-  }
-  watchesAgent_ = true;
-}
-
-void BusConnection::ownerChanged(sdbus::Message &signal) {
-  std::string name;
-  std::string oldOwner;
-  signal >> name >> oldOwner >> owner_;
-  if (!owner_.empty() || !receiver_)
-    return;
-  for (auto &[number, request] : lastRequests_)
-    request.nameIsLost = true;
-  settleLastRequests();
-}
-
-void BusConnection::receiveNewOutput(sdbus::Signal &signal) {
-  if (!receiver_ || signal.getSender() != owner_)
-    return;
-  std::string output;
-  try {
-    signal >> output;
-  } catch (const sdbus::Error &) {
-    return; // not as agreed, and no reason to lose the connection
-  }
-  receiver_->progressed(output);
-}
-
-void BusConnection::wait(Receiver &receiver, std::optional<Clock::time_point> until) {
-  struct Reset {
-    Receiver *&receiver;
-    ~Reset() { receiver = nullptr; }
-  } reset{receiver_};
-  receiver_ = &receiver;
-  for (Number number : std::exchange(notCancelled_, {})) {
-    receiver.couldNotCancel(number);
-    until = Clock::time_point::min();
-  }
-  try {
-    if (handleArrived())
-      return;
-    waitForEvents(until);
-    handleArrived();
-  } catch (const sdbus::Error &error) {
-    throw errorOfBus(error);
-  }
-}
-
-bool BusConnection::handleArrived() {
-  int handled = 0;
-  while (handled < mostHandledAtOnce && connection_->processPendingRequest())
-    ++handled;
-  return handled > 0;
-}
-
-// Milliseconds for poll, rounded up so that nobody spins before the time.
-int pollTime(std::optional<AgentConnection::Clock::time_point> until) {
-  using std::chrono::milliseconds;
-  if (!until)
-    return -1;
-  auto left = NS::saturatedDifference(*until, AgentConnection::Clock::now());
-  auto whole = std::chrono::floor<milliseconds>(left).count() + 1;
-  return static_cast<int>(std::clamp<std::int64_t>(whole, 0, std::numeric_limits<int>::max()));
-}
-
-void BusConnection::waitForEvents(std::optional<Clock::time_point> until) {
-  const auto data = connection_->getEventLoopPollData();
-  std::array<pollfd, 2> waiting{pollfd{data.fd, data.events, 0},
-                                pollfd{wakener_.descriptor(), POLLIN, 0}};
-  int time = pollTime(until);
-  int busTime = data.getPollTimeout();
-  if (time < 0 || (busTime >= 0 && busTime < time))
-    time = busTime;
-  if (::poll(waiting.data(), waiting.size(), time) < 0 && errno != EINTR)
-    throw ClientError(ClientError::Kind::Unreachable, "", "waiting for the bus failed");
-  if (waiting[1].revents != 0)
-    wakener_.clear();
-}
-
 } // namespace
 
-std::unique_ptr<AgentConnection> AgentConnection::open(const std::string &bus) {
+std::unique_ptr<AgentConnection> AgentConnection::open(const std::string &bus,
+                                                       const ConnectionOptions &options) {
   try {
-    return std::make_unique<BusConnection>(bus);
-  } catch (const sdbus::Error &error) {
+    return std::make_unique<AgentBus>(bus, options);
+  } catch (const BusError &error) {
     throw errorOfBus(error);
   }
 }

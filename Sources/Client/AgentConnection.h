@@ -35,6 +35,10 @@ struct AgentMessage {
   bool isFollowed = false;
 };
 
+struct ConnectionOptions {
+  bool endRequestsOnLeaving = false; // is asked of the agent before anything else
+};
+
 class AgentConnection {
 public:
   using Clock = std::chrono::steady_clock;
@@ -56,7 +60,8 @@ public:
 
   virtual ~AgentConnection() = default;
   // "system", "session" or a bus address. Throws ClientError.
-  static std::unique_ptr<AgentConnection> open(const std::string &bus);
+  static std::unique_ptr<AgentConnection> open(const std::string &bus,
+                                               const ConnectionOptions &options = {});
 
   // Sends the message; one outcome comes out of wait() later, or none when the
   // connection ends first. Throws ClientError when it cannot be sent: of kind

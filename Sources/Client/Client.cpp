@@ -146,7 +146,11 @@ std::unique_ptr<Client> ClientMaker::make(RequestEngine::Connector connector,
 }
 
 std::unique_ptr<Client> Client::connect(const std::string &bus, const ClientOptions &options) {
-  return ClientMaker::make([bus] { return AgentConnection::open(bus); }, options);
+  return ClientMaker::make(
+      [bus, connection = ConnectionOptions{options.endRequestsOnLeaving}] {
+        return AgentConnection::open(bus, connection);
+      },
+      options);
 }
 
 Client::Client(std::shared_ptr<RequestEngine> engine) : engine_(std::move(engine)) {}

@@ -48,6 +48,10 @@ namespace kw {
 class RequestEngine;
 
 struct ClientOptions {
+  // Requests that have not ended when the client goes, or its program ends,
+  // are cancelled by the agent as Request::cancel() does. Else the agent
+  // carries them out, as one does that is too old to end them.
+  bool endRequestsOnLeaving = false;
   // Called with what a callback of this client threw, on the thread that
   // called the callback. Null: a line on standard error tells of it.
   std::function<void(std::exception_ptr)> callbackFailed = nullptr;

@@ -28,7 +28,7 @@ foreach(library libkeepwell libkeepwell_static)
     INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_compile_features(${library} INTERFACE cxx_std_20)
   target_link_libraries(${library} PRIVATE
-    $<BUILD_INTERFACE:kw_options> PkgConfig::SDBUSCPP PkgConfig::SYSTEMD Threads::Threads)
+    $<BUILD_INTERFACE:kw_options> PkgConfig::SYSTEMD Threads::Threads)
 endforeach()
 
 # The public headers, as <keepwell/Name.h>. One that includes any other header

@@ -50,7 +50,7 @@ class WithoutSignals {
 public:
   WithoutSignals() {
     sigset_t all;
-    ::sigfillset(&all);
+    sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &before_);
   }
   ~WithoutSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }

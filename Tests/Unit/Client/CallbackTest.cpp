@@ -48,8 +48,9 @@ protected:
   }
   // Starts anew with a client that notes what callbacks throw.
   void noteExceptions() {
-    client = agent.client(
-        {[this](const std::exception_ptr &exception) { thrown.push_back(textOf(exception)); }});
+    client = agent.client({false, [this](const std::exception_ptr &exception) {
+                             thrown.push_back(textOf(exception));
+                           }});
   }
 
   Strings thrown;
@@ -116,7 +117,8 @@ TEST_F(CallbackTest, isToldOfOnStandardErrorWhereNobodyHandlesItsException) {
 }
 
 TEST_F(CallbackTest, mayHaveAHandlerThatThrows) {
-  client = agent.client({[](const std::exception_ptr &) { throw std::runtime_error("worse"); }});
+  client =
+      agent.client({false, [](const std::exception_ptr &) { throw std::runtime_error("worse"); }});
   auto request = client->echoAsync("x");
   static_cast<void>(request.wait());
   static_cast<void>(client->echo("y"));
