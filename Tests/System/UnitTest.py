@@ -165,8 +165,12 @@ class WithinTheUnitTest(unittest.TestCase):
         self.assertFalse(self.root.exists(f"{DATA}/tree"))
 
     def test_nothing_that_it_runs_reaches_the_network(self):
-        self.root.stand_in("/usr/bin/mdutil", script=f"cat /proc/net/dev > {DATA}/devices")
+        self.root.stand_in("/usr/bin/mdutil", script=f"cat /proc/net/dev > {DATA}/devices\n"
+                           f"readlink /proc/self/ns/net > {DATA}/network")
         self.root.busctl("StartSpotlightReindex")
+        # Here may be no other devices either, but it is another network.
+        self.assertNotEqual(self.root.read(f"{DATA}/network").decode().strip(),
+                            os.readlink("/proc/self/ns/net"))
         devices = re.findall(r"(?m)^ *(\S+):", self.root.read(f"{DATA}/devices").decode())
         self.assertEqual(devices, ["lo"])
 

@@ -158,7 +158,10 @@ def confine(path):
         resource.setrlimit(resource.RLIMIT_CORE, (limit, limit))
     if "LimitNOFILE" in unit:
         soft, _, hard = unit["LimitNOFILE"][-1].partition(":")
-        resource.setrlimit(resource.RLIMIT_NOFILE, (int(soft), int(hard or soft)))
+        # A host that allows less and lets nobody raise it gives less.
+        most = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
+        hard = int(hard or soft) if most < 0 else min(int(hard or soft), most)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (min(int(soft), hard), hard))
     drop_capabilities(unit)
     check(libc.prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), "no new privileges")
     by_argument.load()

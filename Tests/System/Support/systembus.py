@@ -5,6 +5,8 @@ import os
 import subprocess
 
 from . import harness
+from .bus import INTERFACE, NAME, PATH
+from .rawbus import RawClient
 from .root import ThrowAwayRoot
 
 SOCKET = "/run/dbus/system_bus_socket"
@@ -47,6 +49,25 @@ class SystemBusRoot(ThrowAwayRoot):
         if done.returncode != 0:
             raise AssertionError(f"{argv}: {done.stderr.decode(errors='replace')}")
         return done.stdout.decode(errors="replace")
+
+    def client_of(self, user, **options):
+        """A connection with the rights of a fresh login of the user, which must
+        not have to start the agent."""
+        number = _NUMBERS.get(user, 0)
+        groups = [int(each) for each in self.check(["id", "-G", user]).split()]
+        here, former = os.open(".", os.O_RDONLY), os.getgroups()
+        os.chdir(self.host_path(os.path.dirname(SOCKET)))  # only root could walk there
+        os.setgroups(groups)
+        os.seteuid(number)
+        try:
+            client = RawClient(os.path.basename(SOCKET), NAME, PATH, INTERFACE, **options)
+        finally:
+            os.seteuid(0)
+            os.setgroups(former)
+            os.fchdir(here)
+            os.close(here)
+        self._clients.append(client)
+        return client
 
     def as_user(self, user, argv):
         """The command with the rights of a fresh login of the user."""

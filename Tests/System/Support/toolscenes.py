@@ -19,6 +19,11 @@ SEEING = {"access", "faccessat"}
 WAITING = {"waitpid", "nanosleep", "pidfd_open", "read-pipe", "write-pipe"}
 
 
+# What tools print is long, so that reading it takes allocations of its own.
+WORDS = "more words\n" * 500
+DICTIONARY = "{\\n" + '\\t"Key" = "value";\\n' * 300 + "};\\n"
+
+
 def without_one(lines):
     return [lines[:at] + lines[at + 1:] for at in range(len(lines))]
 
@@ -115,9 +120,9 @@ class FlushHalf(FlushNames):
 class EraseLogs(ToolScene):
     """What the tool makes of the word on its standard input comes back."""
     member = "RemoveDiagnosticLogs"
-    tools = {"/usr/bin/log": {"script": "dd bs=16 count=1 2>/dev/null", "stderr": "erased\n",
+    tools = {"/usr/bin/log": {"script": "dd bs=16 count=1 2>/dev/null", "stderr": WORDS,
                               "status": 3}}
-    usual = ["y", 3, "erased\n", ("", 0, {})]
+    usual = ["y", 3, WORDS, ("", 0, {})]
 
     def answer(self, client):
         return client.call(self.member)
@@ -225,7 +230,7 @@ class JobScene(ToolScene):
 
 class DisableJob(JobScene):
     member = "DisableLaunchdAgentAtPath"
-    tools = launchctl(listed="{\\n};\\n")
+    tools = launchctl(listed=DICTIONARY)
     words = ("list", "unload", "stop")
     unread = ((), ("list", "unload"))
     unstarted = ((), ("list", "stop"), ("list", "unload"))
@@ -241,7 +246,7 @@ class DisableAbsentJob(JobScene):
 class DisableStubbornJob(JobScene):
     """launchctl has something to say: that is a failure."""
     member = "DisableLaunchdAgentAtPath"
-    tools = launchctl(listed="{\\n};\\n", unloaded="no")
+    tools = launchctl(listed=DICTIONARY, unloaded=WORDS)
     usual = False
     words = ("list", "unload")
     unread = ((),)
@@ -273,7 +278,7 @@ class EnableBadJob(EnableJob):
 class EnableLoadedJob(JobScene):
     """Whom the first question fails is asked again."""
     member = "EnableLaunchdAgentAtPath"
-    tools = launchctl(listed="{\\n};\\n")
+    tools = launchctl(listed=DICTIONARY)
     words = ("list",)
 
 

@@ -389,13 +389,19 @@ def read_only_volume(item):
     mount("-o", "remount,ro", item)
 
 
+# Between these lies the size of the folders below, whatever comes and goes.
+_BUSY_FOLDERS, _BUSY_FILES = 8, 50
+BUSY_LEAST = _BUSY_FOLDERS * _BUSY_FILES * 4096
+BUSY_MOST = 2 * BUSY_LEAST
+
+
 def busy_folders(item):
     """For an attacker to work in."""
     _common(item)
-    for folder in range(8):
+    for folder in range(_BUSY_FOLDERS):
         os.makedirs(f"{item}/{folder}/wanderer-home/wanderer" if folder == 0
                     else f"{item}/{folder}/wanderer-home")
-        for number in range(50):
+        for number in range(_BUSY_FILES):
             _file(f"{item}/{folder}/{number}")
     wanderer = f"{item}/0/wanderer-home/wanderer"
     for number in range(20):
@@ -405,7 +411,7 @@ def busy_folders(item):
 
 def homes(item):
     """For the attacks churn and shuffle."""
-    return [f"{item}/{folder}/wanderer-home" for folder in range(8)]
+    return [f"{item}/{folder}/wanderer-home" for folder in range(_BUSY_FOLDERS)]
 
 
 def clear(item):

@@ -1,0 +1,57 @@
+"""dbus-broker, which keeps account of its users where dbus-daemon keeps it of
+connections: whoever leaves answers unread is cut off, and nobody else."""
+import contextlib
+import unittest
+
+from Support import harness, processes
+from Support.systembus import MEMBER, ROOT, SystemBusRoot
+
+TEXT = "x" * 100_000
+MOST = 20_000  # requests; all of their answers are four times what a user may leave unread
+
+
+class BrokerTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        harness.require_tools("dbus-broker", "dbus-broker-launch", "systemd-socket-activate",
+                              "useradd", "gpasswd", "systemd-sysusers")
+        harness.broker = True
+
+    def setUp(self):
+        self.root = self.enterContext(SystemBusRoot())
+        self.other = self.root.client_of(ROOT)
+        self.other.call("Echo", "s", "")
+        self.agent = self.root.agent_pid()
+
+    def test_the_bus_is_the_one_that_is_meant(self):
+        bus = self.root.bus_call("GetConnectionUnixProcessID", "s", "org.freedesktop.DBus")[0]
+        self.assertEqual(processes.text(bus, "comm").strip(), "dbus-broker-lau")
+
+    def flood(self, user):
+        """Requests whose answers nobody reads, until nobody takes any more."""
+        flood, sent = self.root.client_of(user, timeout=3), 0
+        with contextlib.suppress(OSError):
+            for sent in range(MOST):
+                flood.send("Echo", "s", TEXT)
+                if sent % 100 == 0:
+                    self.assertEqual(self.other.call("Echo", "s", "still")[0], "still")
+        print(f"{sent} requests of {user} unread", flush=True)
+        self.assertGreater(sent, 500)
+        return flood
+
+    def check_others(self, user):
+        self.assertEqual(self.other.call("Echo", "s", "there")[0], "there")
+        self.assertEqual(self.root.client_of(user).call("Echo", "s", "too")[0], "too")
+        self.assertEqual(self.root.agent_pid(), self.agent)
+
+    def test_a_member_who_reads_nothing_harms_nobody(self):
+        self.flood(MEMBER)
+        self.check_others(MEMBER)
+
+    def test_a_root_client_that_reads_nothing_does_not_end_the_agent(self):
+        self.flood(ROOT)
+        self.check_others(ROOT)
+
+
+if __name__ == "__main__":
+    harness.main()
