@@ -409,6 +409,13 @@ def busy_folders(item):
         _file(f"{wanderer}/{number}/x/file")
 
 
+def busy_missing(item):
+    """Which of the files are missing there that nobody but the agent touches."""
+    paths = [f"{folder}/{number}" for folder in range(_BUSY_FOLDERS)
+             for number in range(_BUSY_FILES)]
+    return [path for path in ["needle.txt", *paths] if not os.path.exists(f"{item}/{path}")]
+
+
 def homes(item):
     """For the attacks churn and shuffle."""
     return [f"{item}/{folder}/wanderer-home" for folder in range(_BUSY_FOLDERS)]
