@@ -11,6 +11,7 @@ from . import machine
 
 SKIPPED = 77
 PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+_SOURCE = os.path.abspath(f"{__file__}/../../../..")
 _INSIDE = "KEEPWELL_TEST_NAMESPACE"
 # Of the caller's environment only what speaks to the tests and the sanitizers.
 _KEPT = re.compile(r"(KEEPWELL_\w+|[A-Z]+SAN_OPTIONS)\Z")
@@ -24,6 +25,14 @@ def skip(reason):
 def end_skipped(reason):
     print("skipped:", reason)
     sys.exit(SKIPPED)
+
+
+def tell_skipped(tests):
+    """Of a script of which the rest was run, which ctest counts as passed; for
+    Scripts/run-tests."""
+    if path := os.environ.get("KEEPWELL_SKIPPED"):
+        with open(path, "a", encoding="utf-8") as file:
+            file.writelines(f"left out: {test}: {reason}\n" for test, reason in tests)
 
 
 def require_tools(*names):
@@ -50,7 +59,7 @@ def enter_namespace():
     """Goes on in mount and process namespaces of its own, so that nothing
     mounted or started here outlives the test."""
     if os.environ.get(_INSIDE):
-        machine.replace_tmp([build_folder, os.path.dirname(__file__)])
+        machine.replace_tmp([_SOURCE, build_folder])
         return
     if os.geteuid() != 0:
         skip("needs root, for mounts and file flags")
@@ -92,6 +101,8 @@ def main(needs_root=True):
     skipped = [test for test, _ in result.skipped if isinstance(test, unittest.TestCase)]
     if result.wasSuccessful() and result.skipped and len(skipped) == result.testsRun:
         end_skipped(result.skipped[0][1])
+    if result.skipped:
+        tell_skipped(result.skipped)
     sys.exit(0 if result.wasSuccessful() else 1)
 
 

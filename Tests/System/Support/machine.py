@@ -40,13 +40,17 @@ def replace_tmp(kept):
     """Mounts a /tmp that is full of what a bait is called, for whatever is led
     there by a link that was meant within a root. The kept folders stay, should
     they lie there."""
-    held = [(path, os.open(path, os.O_RDONLY | os.O_DIRECTORY)) for path in kept
-            if os.path.realpath(path).startswith("/tmp/")]
+    held = [(path, os.open(path, os.O_RDONLY | os.O_DIRECTORY))
+            for path in map(os.path.realpath, kept) if path.startswith("/tmp/")]
     mount("-t", "tmpfs", "-o", "mode=1777", "tmpfs", "/tmp")
     for path, folder in held:
-        os.makedirs(path)
-        mount("--bind", f"/proc/self/fd/{folder}", path)
+        if not os.path.isdir(path):  # one may lie in the other
+            os.makedirs(path)
+            # By the descriptor, since the name is now another folder's.
+            subprocess.run(["mount", "--no-canonicalize", "--bind", f"/proc/self/fd/{folder}",
+                            path], check=True, capture_output=True, pass_fds=[folder])
         os.close(folder)
+    os.chdir(os.getcwd())
     for bait in BAITS:
         os.makedirs(f"/tmp/{bait}", exist_ok=True)
     for name in ("outside/one", "outside/inner/one", "outside/inner/two", "job.plist"):
