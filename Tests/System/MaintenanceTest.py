@@ -217,6 +217,7 @@ class UnifiedLogTest(MaintenanceTestCase):
 
 class RepairTestCase(MaintenanceTestCase):
     KEPT = 2  # descriptors that the agent keeps from its first tool on
+    HALF = 100  # chunks
 
     def setUp(self):
         super().setUp()
@@ -227,9 +228,9 @@ class RepairTestCase(MaintenanceTestCase):
         self.root.stand_in(REPAIR, script=f"echo $$ > {SCRATCH}/pid\n{script}", status=status)
 
     def gated_tool(self):
-        """A thousand chunks, with the gate before the second half."""
-        self.tool("n=0\nwhile [ $n -lt 1000 ]; do\n"
-                  f"  [ $n = 500 ] && read line < {GATE}\n"
+        """Chunks one after the other, with the gate before the second half."""
+        self.tool(f"n=0\nwhile [ $n -lt {2 * self.HALF} ]; do\n"
+                  f"  [ $n = {self.HALF} ] && read line < {GATE}\n"
                   "  echo chunk $n; sleep 0.001; n=$((n+1))\ndone")
 
     def open_gate(self):
@@ -276,10 +277,10 @@ class PermissionsRepairTest(RepairTestCase):
                   and message.member == "ReceiveNewOutput"]
         numbers = self.numbers(chunks)
         self.assertEqual(numbers, sorted(set(numbers)))
-        self.assertTrue(any(number >= 500 for number in numbers))
+        self.assertTrue(any(number >= self.HALF for number in numbers))
         # Every other chunk is dropped; what stood in the pipe together is one.
         self.assertGreater(len(chunks), 10)
-        self.assertLessEqual(len(numbers), 1000)
+        self.assertLessEqual(len(numbers), 2 * self.HALF)
         pid = self.tool_pid()
         self.assertEqual(received[-1].values(), [True, pid, ""])
         self.assertEqual(self.root.calls(), [[REPAIR, *REPAIR_ARGUMENTS]])
