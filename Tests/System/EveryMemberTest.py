@@ -10,13 +10,13 @@ from Support.root import DATA, ThrowAwayRoot
 NO_ERROR = r"\('', (?:int64 )?0, (?:@a\{sv\} )?\{\}\)"
 YES, NO = rf"\(true, {NO_ERROR}\)", rf"\(false, {NO_ERROR}\)"
 MISSING = "'/missing/item'"
-COCOA = r"\(false, \('NSCocoaErrorDomain', (?:int64 )?\d+, \{.*'NSUnderlyingError'.*\}\)\)"
+NO_SUCH_FILE = r"\(false, \('NSCocoaErrorDomain', (?:int64 )?4, \{.*'NSUnderlyingError'.*\}\)\)"
 
 # What each member is called with and what must come back.
 MEMBERS = {
     "Echo": (["'text'"], rf"\('text', {NO_ERROR}\)"),
     "FileExistsAtPath": (["'/bin/sh'"], YES),
-    "MoveItemAtPath": ([MISSING, f"'{DATA}/new'"], COCOA),
+    "MoveItemAtPath": ([MISSING, f"'{DATA}/new'"], NO_SUCH_FILE),
     "RemoveItemAtPath": ([f"'{DATA}/removed'"], YES),
     "SecurelyRemoveItemAtPath": ([f"'{DATA}/shredded'"], YES),
     "MoveToTrashItemAtPath": ([f"'{DATA}/trashed'"], NO),  # the flag has the opposite sense

@@ -184,7 +184,7 @@ class BadInputTest(unittest.TestCase):
         root.write(f"{DATA}/line\nbreak", "x")
         client = root.client()
         client.call("Echo", "s", "")
-        # Everything once, so that what is opened on first use is open.
+        existing = ("/", ".", "..", "///", f"{DATA}/..", f"{DATA}/.")
         bad = ["", "relative", "relative/path", "/", ".", "..", "///", f"{DATA}/..", f"{DATA}/.",
                f"{DATA}/file/below", f"{DATA}/loop/below", "x" * 100000,
                "/" + "x/" * 50000, "/" + "x" * 100000, f"{DATA}/missing/below", "~", "~root",
@@ -199,10 +199,18 @@ class BadInputTest(unittest.TestCase):
                         continue  # a long walk, and no bad input
                     values = client.call(member, "s", path)
                     self.assertEqual(len(values), 2, (member, path[:40]))
+                    if path == "relative":
+                        continue  # a move into it, below, makes the folder
+                    if member in ("FileExistsAtPath", "SecurelyRemoveItemAtPath",
+                                  "TruncateFileAtPath"):
+                        expected = member == "FileExistsAtPath" and path in existing
+                        self.assertIs(values[0], expected, (member, path[:40]))
+                    elif member == "SizeOfItemAtPath" and path not in existing:
+                        self.assertEqual(values[0], 0, path[:40])
                 client.call("MoveItemAtPath", "ss", path, f"{DATA}/missing/target")
                 client.call("MoveItemAtPath", "ss", f"{DATA}/missing/source", path)
 
-        everything()
+        everything()  # once, so that what is opened on first use is open
         pid, descriptors = root.agent_pid(), root.agent_descriptors()
         everything()
         self.assertEqual((root.agent_pid(), root.agent_descriptors()), (pid, descriptors))
