@@ -95,6 +95,22 @@ class RootTest(unittest.TestCase):
         self.assertFalse(root.exists(f"{DATA}/folder/one"))
 
 
+class MaskTest(unittest.TestCase):
+    def test_tests_without_a_root_find_nothing_at_the_agents_paths(self):
+        crowded = self.enterContext(CrowdedMachine())
+        script = ("import os, sys; sys.path.insert(0, sys.argv[1]); from Support import machine\n"
+                  "machine.mount('-t', 'proc', 'proc', '/proc')\n"
+                  "machine.mount('-t', 'devtmpfs', 'devtmpfs', '/dev')\n"
+                  "before = sum(map(os.path.exists, machine.ABSENT)); machine.mask()\n"
+                  "left = [path for path in (*machine.ABSENT, '/etc/xdg/autostart')\n"
+                  "        if (os.listdir if os.path.isdir(path) else os.path.getsize)(path)]\n"
+                  "print(before, left)")
+        done = subprocess.run(["unshare", "--mount", "chroot", crowded.root, "python3", "-c", script,
+                               os.path.join(SOURCE, "Tests/System")], capture_output=True, text=True,
+                              check=False)
+        self.assertEqual((done.stdout, done.stderr), (f"{len(machine.ABSENT)} []\n", ""))
+
+
 class EnvironmentTest(unittest.TestCase):
     SEEN = {"PATH": harness.PATH, "LANG": "C.UTF-8", "HOME": "/root"}
 
