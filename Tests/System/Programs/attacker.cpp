@@ -11,10 +11,12 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <map>
 #include <string>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
@@ -32,11 +34,49 @@ unsigned long count(bool succeeded) {
 
 using Paths = std::vector<std::string>;
 
+std::string parentOf(const std::string &path) {
+  return path.substr(0, path.rfind('/'));
+}
+
+// A folder that is reached without a link: what the attacker exchanges itself
+// must not lead it to what lies outside.
+class Folder {
+public:
+  explicit Folder(const std::string &path) {
+    open_how how{};
+    how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    descriptor_ =
+        static_cast<int>(::syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how));
+  }
+  ~Folder() {
+    if (descriptor_ >= 0)
+      ::close(descriptor_);
+  }
+  Folder(const Folder &) = delete;
+  Folder &operator=(const Folder &) = delete;
+  int descriptor() const { return descriptor_; }
+
+private:
+  int descriptor_;
+};
+
+bool exchange(const std::string &one, const std::string &other) {
+  const char *oneName = one.c_str() + one.rfind('/') + 1;
+  const char *otherName = other.c_str() + other.rfind('/') + 1;
+  Folder folder(parentOf(one));
+  if (parentOf(one) == parentOf(other))
+    return ::renameat2(folder.descriptor(), oneName, folder.descriptor(), otherName,
+                       RENAME_EXCHANGE) == 0;
+  Folder otherFolder(parentOf(other));
+  return ::renameat2(folder.descriptor(), oneName, otherFolder.descriptor(), otherName,
+                     RENAME_EXCHANGE) == 0;
+}
+
 unsigned long exchange(const Paths &paths) {
   unsigned long done = 0;
   for (std::size_t at = 0; at + 1 < paths.size(); at += 2)
-    done += count(::renameat2(AT_FDCWD, paths[at].c_str(), AT_FDCWD, paths[at + 1].c_str(),
-                              RENAME_EXCHANGE) == 0);
+    done += count(exchange(paths[at], paths[at + 1]));
   return done;
 }
 
@@ -46,7 +86,7 @@ class Ambush {
 public:
   explicit Ambush(const Paths &paths) : watches_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
     for (std::size_t at = 0; at + 1 < paths.size(); at += 2) {
-      Paths &pairs = pairs_[paths[at].substr(0, paths[at].rfind('/'))];
+      Paths &pairs = pairs_[parentOf(paths[at])];
       pairs.insert(pairs.end(), {paths[at], paths[at + 1]});
     }
     next_ = pairs_.begin();

@@ -37,7 +37,8 @@ class ThrowAwayRoot(PrivateBus):
         self.root = None
 
     def __enter__(self):
-        self._base = tempfile.mkdtemp(prefix="keepwell-root-", dir="/var/tmp")
+        # In the test's own /tmp, which goes with it however it ends.
+        self._base = tempfile.mkdtemp(prefix="keepwell-root-", dir="/tmp")
         try:
             self._mount_all()
         except (OSError, subprocess.CalledProcessError) as error:
@@ -55,18 +56,18 @@ class ThrowAwayRoot(PrivateBus):
 
     def _mount_all(self):
         base = self._base
-        image, disk = f"{base}/image", f"{base}/disk"
+        disk = f"{base}/disk"
         self.root = f"{base}/root"
         if self._in_memory:
             mount("-t", "tmpfs", "tmpfs", base)
-        with open(image, "wb") as file:
-            file.truncate(int(self._size[:-1]) << 30)
-        subprocess.run(["mkfs.ext4", "-q", "-F", "-N", str(self._inodes), "-E", "lazy_itable_init=1",
-                        image], check=True, capture_output=True)
         for folder in (disk, self.root):
             os.mkdir(folder)
-        mount("-o", "loop", image, disk)
-        os.unlink(image)
+        with tempfile.NamedTemporaryFile(dir=base if self._in_memory else "/var/tmp",
+                                         prefix="keepwell-disk-") as image:
+            image.truncate(int(self._size[:-1]) << 30)
+            subprocess.run(["mkfs.ext4", "-q", "-F", "-N", str(self._inodes), "-E",
+                            "lazy_itable_init=1", image.name], check=True, capture_output=True)
+            mount("-o", "loop", image.name, disk)
         for folder in ("upper", "work", "home"):
             os.mkdir(f"{disk}/{folder}", 0o700 if folder == "home" else 0o755)
         machine.hide(f"{disk}/upper", self._lower.rstrip("/"))
@@ -106,8 +107,6 @@ class ThrowAwayRoot(PrivateBus):
                 os.rmdir(f"{self._base}/{name}")
             except OSError:
                 pass
-        if os.path.exists(f"{self._base}/image"):
-            os.unlink(f"{self._base}/image")
         if self._in_memory:
             subprocess.run(["umount", "--lazy", self._base], check=False, capture_output=True)
         try:
