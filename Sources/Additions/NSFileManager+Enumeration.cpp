@@ -8,6 +8,8 @@
 #include "Foundation/Log.h"
 #include "Foundation/PathUtilities.h"
 
+#include <system_error>
+
 namespace kw {
 namespace {
 
@@ -76,7 +78,7 @@ bool walk(NS::FTSStream &stream, bool recursive, const WalkHandler &handler) {
       continue;
     handler(std::string(entry->path), entry->info == NS::FTSInfo::D, stop);
   }
-  return true;
+  return stream.failure() == 0;
 }
 
 } // namespace
@@ -107,6 +109,9 @@ std::vector<std::string> findFile(NS::FileManager &, const std::optional<std::st
     if (!excluded && search.isResult(*entry))
       found.emplace_back(entry->path);
   }
+  if (stream && stream->failure() != 0)
+    NS::Log("%s was not searched to its end: %s", path,
+            std::generic_category().message(stream->failure()));
   if (stream)
     stream->close();
   return found;

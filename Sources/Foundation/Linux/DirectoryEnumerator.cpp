@@ -1,5 +1,6 @@
 // Deep walks that hand out what they meet. The folder given last is entered
 // only when the next item is asked for, so that skipping costs nothing.
+#include "Foundation/DescriptorBudget.h"
 #include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/TreeOperations.h"
 
@@ -82,6 +83,7 @@ private:
   }
 
   DirectoryEnumerationOptions options_;
+  WalkShare share_;
   FolderStack stack_{MountPoints::Enter};
   std::string prefix_; // the lowest folder's path with a slash, empty at the root
   std::string name_;   // the item given last, as the fields below

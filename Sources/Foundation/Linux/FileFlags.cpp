@@ -3,6 +3,7 @@
 // either request sets it, and the system's is reported.
 #include "Foundation/FileFlags.h"
 
+#include "Foundation/DescriptorBudget.h"
 #include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/ItemLocation.h"
 #include "Foundation/POSIX/Descriptor.h"
@@ -115,6 +116,7 @@ private:
   const std::string &path_;
   std::uint32_t mask_;
   const FileFlags::FailureHandler &failed_;
+  WalkShare share_;
   FolderStack stack_{MountPoints::Refuse};
 };
 

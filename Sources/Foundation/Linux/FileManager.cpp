@@ -2,6 +2,8 @@
 // trees by the operations of TreeOperations.h.
 #include "Foundation/FileManager.h"
 
+#include "Foundation/DescriptorBudget.h"
+#include "Foundation/Exhaustion.h"
 #include "Foundation/Linux/TreeOperations.h"
 #include "Foundation/SharedInstance.h"
 
@@ -23,7 +25,15 @@ bool isCutShort(const std::string &path) {
 }
 
 bool statusOf(const std::string &path, struct stat &status) {
-  return !isCutShort(path) && ::stat(path.c_str(), &status) == 0;
+  if (isCutShort(path))
+    return false;
+  // An item is not absent because the system has no memory to look for it.
+  Patience patience;
+  int result = 0;
+  do
+    result = ::stat(path.c_str(), &status);
+  while (result != 0 && patience.outlasts(errno));
+  return result == 0;
 }
 
 bool mayAccess(const std::string &path, int mode) {
@@ -216,6 +226,7 @@ public:
   }
 
   bool removeItemAtPath(const std::string &path, ErrorSlot error) override {
+    WalkShare share;
     return succeed(removeTree(path), error);
   }
   bool removeItemAtURL(const URL &url, ErrorSlot error) override {
@@ -224,6 +235,7 @@ public:
 
   bool moveItemAtPath(const std::string &srcPath, const std::string &dstPath,
                       ErrorSlot error) override {
+    WalkShare share;
     return succeed(moveTree(srcPath, dstPath), error);
   }
   bool moveItemAtURL(const URL &srcURL, const URL &dstURL, ErrorSlot error) override {
@@ -231,6 +243,7 @@ public:
   }
   bool copyItemAtPath(const std::string &srcPath, const std::string &dstPath,
                       ErrorSlot error) override {
+    WalkShare share;
     return succeed(copyTree(srcPath, dstPath), error);
   }
 

@@ -6,6 +6,7 @@
 // that write elsewhere instead of in place keep old blocks out of our reach.
 #include "Foundation/SecureRemoval.h"
 
+#include "Foundation/DescriptorBudget.h"
 #include "Foundation/Linux/TreeRemoval.h"
 #include "Foundation/POSIX/Descriptor.h"
 #include "Foundation/POSIX/Retrying.h"
@@ -133,6 +134,7 @@ private:
 class RealSecureRemoval final : public SecureRemoval {
 public:
   int removefile(const std::string &path, std::uint32_t flags) override {
+    WalkShare share;
     PlainEraser plain;
     OverwritingEraser overwriting;
     bool secure = (flags & REMOVEFILE_SECURE_1_PASS_FLAG) != 0;

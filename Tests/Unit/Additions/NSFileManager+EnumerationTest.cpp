@@ -8,6 +8,7 @@
 #include "Support/ScratchFolder.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <gtest/gtest.h>
 
@@ -369,6 +370,21 @@ TEST_F(FilteredList, walksOnBelowWhatTheFilterPassesOver) {
 
 TEST_F(FilteredList, isEmptyForAMissingPath) {
   EXPECT_TRUE(kw::filesByEnumeratingAtPath(manager, root + "/missing", nullptr).empty());
+}
+
+TEST_F(Walk, isIncompleteWhenItWasGivenUp) {
+  kwtest::FakeFTS walks;
+  walks.add("/x", NS::FTSInfo::D, walks.top);
+  walks.failure = EMFILE;
+  EXPECT_FALSE(kw::kw_FTSWalkAtPath(manager, "/x", true, [](const std::string &, bool, bool &) {}));
+}
+
+TEST_F(FindFile, saysWhenItWasGivenUp) {
+  kwtest::FakeFTS walks;
+  kwtest::LogRecorder log;
+  walks.failure = EMFILE;
+  EXPECT_EQ(kw::findFile(manager, "name", "/x", false, true), Paths());
+  EXPECT_EQ(log.lines(), Paths{"/x was not searched to its end: Too many open files"});
 }
 
 } // namespace

@@ -1,11 +1,24 @@
 // Shares of the descriptor table: who gets one, and who waits.
 #include "Foundation/DescriptorBudget.h"
+#include "Foundation/FTS.h"
+#include "Foundation/FileFlags.h"
+#include "Foundation/FileManager.h"
 #include "Foundation/Progress.h"
+#include "Foundation/SecureRemoval.h"
+
+#include "Support/ForkedChild.h"
+#include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
+#include <functional>
+
 #include <future>
 #include <optional>
+#include <string>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -123,6 +136,46 @@ TEST(WalkShare, isHeldByTheLastOfThemOnWhateverThread) {
   EXPECT_EQ(walks.inUse(), before);
   NS::WalkShare again;
   EXPECT_EQ(walks.inUse(), before + 1);
+}
+
+// Whether the walk waits for a share while this process has none to give, and
+// goes on then. In a process of its own, for its limit of descriptors.
+std::string waitsForItsTurn(const std::function<void()> &walk) {
+  return kwtest::inForkedChild([&]() -> std::string {
+    rlimit limit{DescriptorBudget::perWalk * 2, DescriptorBudget::perWalk * 2};
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+    DescriptorBudget &walks = DescriptorBudget::ofWalks();
+    std::optional<Share> only = walks.take();
+    auto walking = std::async(std::launch::async, walk);
+    while (walks.waiting() == 0)
+      if (walking.wait_for(std::chrono::milliseconds(1)) == std::future_status::ready)
+        return "it did not wait";
+    only.reset();
+    walking.wait();
+    return walks.inUse() == 0 ? "" : "it has kept its share";
+  });
+}
+
+TEST(WalkShare, isTakenByEveryWalk) {
+  kwtest::ScratchFolder scratch;
+  const std::string from = scratch.path("from"), to = scratch.path("to");
+  std::filesystem::create_directories(from + "/inner");
+  NS::FileManager &manager = NS::FileManager::defaultManager();
+  EXPECT_EQ(waitsForItsTurn([&] { manager.enumeratorAtPath(from)->nextObject(); }), "");
+  EXPECT_EQ(waitsForItsTurn([&] { NS::FTS::shared().open(from, NS::FTSOption::PHYSICAL); }), "");
+  EXPECT_EQ(waitsForItsTurn([&] {
+              NS::FileFlags::shared().clearBeneath(from, NS::UF_IMMUTABLE_FLAG,
+                                                   [](const std::string &, int) {});
+            }),
+            "");
+  EXPECT_EQ(waitsForItsTurn([&] { manager.copyItemAtPath(from, to, nullptr); }), "");
+  EXPECT_EQ(waitsForItsTurn([&] { manager.moveItemAtPath(to, to + "2", nullptr); }), "");
+  EXPECT_EQ(waitsForItsTurn([&] {
+              NS::SecureRemoval::shared().removefile(to + "2", NS::REMOVEFILE_RECURSIVE_FLAG);
+            }),
+            "");
+  EXPECT_EQ(waitsForItsTurn([&] { manager.removeItemAtPath(from, nullptr); }), "");
+  EXPECT_TRUE(std::filesystem::is_empty(scratch.path()));
 }
 
 } // namespace
