@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -89,8 +90,8 @@ TEST(DescriptorBudget, letsGoOfACancelledOneThatIsNotTheFirst) {
 }
 
 TEST(DescriptorBudget, keepsHalfOfItAndThoseWhoWaitFromSpareShares) {
-  std::size_t capacity = 8;
-  DescriptorBudget budget([&] { return capacity; });
+  std::atomic<std::size_t> capacity = 8;
+  DescriptorBudget budget([&] { return capacity.load(); });
   Share one = budget.take();
   Share spare = budget.takeSpare(2);
   EXPECT_TRUE(spare);
