@@ -117,6 +117,11 @@ XPCMethod prompt(XPCMethod method) {
   return method;
 }
 
+XPCMethod inverted(XPCMethod method) {
+  method.failureFlag = true;
+  return method;
+}
+
 XPCMethod pleaseTerminate() {
   return {"pleaseTerminate",
           "PleaseTerminate",
@@ -143,8 +148,8 @@ XPCInterface description() {
                &P::removeItemAtPath),
       describe("securelyRemoveItemAtPath:withReply:", "SecurelyRemoveItemAtPath", {"path"},
                &P::securelyRemoveItemAtPath),
-      describe("moveToTrashItemAtPath:withReply:", "MoveToTrashItemAtPath", {"path"},
-               &P::moveToTrashItemAtPath),
+      inverted(describe("moveToTrashItemAtPath:withReply:", "MoveToTrashItemAtPath", {"path"},
+                        &P::moveToTrashItemAtPath)),
       describe("truncateFileAtPath:withReply:", "TruncateFileAtPath", {"path"},
                &P::truncateFileAtPath),
       describe("removePackageWithID:withReply:", "RemovePackageWithID", {"packageID"},

@@ -7,6 +7,7 @@
 
 #include "Foundation/XPCInterface.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -33,6 +34,12 @@ public:
   // the client's object. Lost without a word when the client is gone; does not
   // wait for it to be received.
   virtual void sendToRemoteObject(const std::string &selector, XPCValues arguments) = 0;
+
+  // The client's process, and the user that it acts for, as the transport
+  // vouches for them. Known when the first request is handled; -1 and the
+  // largest number where the transport does not tell.
+  virtual std::int32_t processIdentifier() const = 0;
+  virtual std::uint32_t effectiveUserIdentifier() const = 0;
 };
 
 } // namespace NS

@@ -86,6 +86,8 @@ struct XPCMethod {
   // Its handler neither waits for anything nor takes longer than passing the
   // request to another thread would. It may then run on the transport's own.
   bool prompt = false;
+  // What a flag of its reply holds when nothing was done.
+  bool failureFlag = false;
 };
 
 struct XPCInterface {

@@ -28,12 +28,16 @@ public:
   void sendToRemoteObject(const std::string &selector, NS::XPCValues arguments) override {
     sent.emplace_back(selector, std::move(arguments));
   }
+  std::int32_t processIdentifier() const override { return process; }
+  std::uint32_t effectiveUserIdentifier() const override { return user; }
 
   std::shared_ptr<const NS::XPCInterface> exportedInterface;
   std::shared_ptr<const NS::XPCInterface> remoteInterface;
   std::shared_ptr<NS::XPCObject> exportedObject;
   std::vector<std::string> steps; // in the order in which they were taken
   std::vector<std::pair<std::string, NS::XPCValues>> sent;
+  std::int32_t process = 1;
+  std::uint32_t user = 0;
 };
 
 } // namespace kwtest

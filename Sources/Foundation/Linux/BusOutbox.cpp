@@ -4,23 +4,20 @@
 
 #include "Foundation/Log.h"
 
-#include <chrono>
 #include <cstdint>
-#include <sdbus-c++/sdbus-c++.h>
+#include <new>
+#include <optional>
 #include <utility>
 
 namespace NS {
 namespace {
 
-constexpr const char *busName = "org.freedesktop.DBus";
-constexpr const char *busPath = "/org/freedesktop/DBus";
 constexpr const char *statisticsInterface = "org.freedesktop.DBus.Debug.Stats";
 constexpr const char *gone = "org.freedesktop.DBus.Error.NameHasNoOwner";
 
-// Whether the bus may answer another time. On a busy machine an answer can come
-// later than the bus library waits for one; a bus that then counted as one
-// without statistics would be sent everything, and silence the agent.
-bool isPassing(const std::string &error) {
+// Whether the bus may answer another time. A bus that counted as one without
+// statistics would be sent everything, and silence the agent.
+bool isPassing(std::string_view error) {
   return error == "org.freedesktop.DBus.Error.NoReply" ||
          error == "org.freedesktop.DBus.Error.Timeout" ||
          error == "org.freedesktop.DBus.Error.TimedOut" ||
@@ -31,100 +28,142 @@ bool isPassing(const std::string &error) {
 // A client that reads is asked about again after so long.
 constexpr std::chrono::milliseconds pause{20};
 
-// What may wait for one client beyond which droppable messages are dropped.
+// What may wait for one client beyond which droppable messages are dropped,
+// and short answers.
 constexpr std::size_t droppingLimit = 256;
+constexpr std::size_t shortLimit = 16384;
+constexpr std::size_t shortBytes = std::size_t{8} << 20;
+
+// A client that reads does not wait longer for what others leave no room for.
+constexpr std::chrono::seconds longestWait{20};
+
+// The figure in the answer of the bus, nothing when there is none.
+std::optional<std::uint32_t> outgoingBytes(BusMessage &answer) {
+  if (answer.kind() != BusMessage::Kind::Reply || answer.signature() != "a{sv}")
+    return std::nullopt;
+  answer.enter('a', "{sv}");
+  while (answer.enter('e', "sv")) {
+    if (answer.readText() == "OutgoingBytes" && answer.peek().contents == "u") {
+      answer.enter('v', "u");
+      return answer.readUInt32();
+    }
+    answer.skip("v");
+    answer.leave();
+  }
+  return std::nullopt;
+}
 
 } // namespace
 
-BusOutbox::BusOutbox(BusThread &connection, UnreadLimits limits, Listener listener)
-    : connection_(connection), listener_(std::move(listener)), unread_(limits),
-      statistics_(sdbus::createProxy(connection.bus(), busName, busPath)),
-      alive_(std::make_shared<const bool>(true)) {}
+BusOutbox::BusOutbox(BusThread &thread, UnreadLimits limits, Listener listener,
+                     TrialMaker makeTrial)
+    : thread_(thread), limits_(limits), listener_(std::move(listener)),
+      makeTrial_(std::move(makeTrial)), unread_(limits) {}
 
-BusOutbox::~BusOutbox() = default;
+void BusOutbox::send(BusMessage message, BusMessage small) {
+  post(message, small, Kind::Whole);
+}
 
-void BusOutbox::send(const std::string &client, std::size_t bytes, Send send) {
-  if (!waiting_.contains(client) && canGo(client, bytes)) {
-    unread_.sent(client, bytes);
-    send();
-    return;
+void BusOutbox::sendShort(BusMessage message) {
+  auto found = waiting_.find(message.destination());
+  if (found == waiting_.end() || hasRoomForShort(found->second, message.size())) {
+    BusMessage none;
+    post(message, none, Kind::Short);
   }
-  auto [queue, isFirst] = waiting_.try_emplace(client);
-  queue->second.push_back({std::move(send), bytes});
-  if (isFirst) {
+}
+
+// Few are large, and those are all alike.
+bool BusOutbox::hasRoomForShort(const Queue &queue, std::size_t bytes) {
+  return queue.size() < shortLimit && queue.size() * bytes < shortBytes;
+}
+
+void BusOutbox::sendOrDrop(BusMessage message) {
+  auto found = waiting_.find(message.destination());
+  if (found == waiting_.end() || found->second.size() < droppingLimit) {
+    BusMessage none;
+    post(message, none, Kind::Whole);
+  }
+}
+
+// Without memory to count and keep it, it goes uncounted rather than never.
+void BusOutbox::post(BusMessage &message, BusMessage &small, Kind kind) {
+  Waiting made{std::move(message), std::move(small), kind, BusConnection::Clock::now()};
+  try {
+    const std::string client(made.message.destination());
+    auto found = waiting_.find(client);
+    if ((found == waiting_.end() || kind == Kind::Short) && roomFor(client, made) == Room::Enough)
+      return dispatch(client, made.message);
+    const bool isFirst = found == waiting_.end();
+    Queue &queue = waiting_[client];
+    queue.push_back(std::move(made));
+    if (!isFirst)
+      return;
     listener_(client, true);
-    measure(client);
-    measureAll();
+    ask(client);
+    askWhereWorth();
+    askAgainLater();
+  } catch (const std::bad_alloc &) {
+    if (made.message)
+      thread_.bus().send(made.message);
   }
 }
 
-void BusOutbox::sendOrDrop(const std::string &client, std::size_t bytes, Send message) {
-  auto found = waiting_.find(client);
-  if (found == waiting_.end() || found->second.size() < droppingLimit)
-    send(client, bytes, std::move(message));
+BusOutbox::Room BusOutbox::roomFor(const std::string &client, const Waiting &waiting) const {
+  // A bus without statistics has to look after its senders by itself.
+  if (!isMeasurable_)
+    return Room::Enough;
+  return unread_.roomFor(client, waiting.message.size(), waiting.kind);
 }
 
-bool BusOutbox::admits(const std::string &client, std::size_t bytes) {
-  return count(unread_.hasRoom(client, bytes), client, bytes);
+void BusOutbox::dispatch(const std::string &client, BusMessage &message) {
+  unread_.sent(client, message.size());
+  try {
+    thread_.bus().send(message);
+  } catch (const BusError &error) {
+    Log("A message to %@ could not be sent: %@", client, error.what());
+  }
+  message = BusMessage();
+  if (unread_.isWorthAsking(client))
+    askWhereWorth();
 }
 
-bool BusOutbox::admitsRefusal(const std::string &client, std::size_t bytes) {
-  return count(unread_.hasRoomForRefusal(client, bytes), client, bytes);
-}
-
-bool BusOutbox::count(bool hasRoom, const std::string &client, std::size_t bytes) {
-  if (hasRoom)
-    unread_.sent(client, bytes);
-  else
-    measure(client);
-  return hasRoom || !isMeasurable_;
-}
-
-void BusOutbox::forget(const std::string &client) {
+void BusOutbox::forget(std::string_view client) {
   unread_.forget(client);
-  if (waiting_.erase(client) > 0)
-    listener_(client, false);
+  if (auto found = waiting_.find(client); found != waiting_.end())
+    waiting_.erase(found);
   sendWhatFits();
 }
 
-bool BusOutbox::canGo(const std::string &client, std::size_t bytes) const {
-  return !isMeasurable_ || unread_.hasRoom(client, bytes);
-}
-
-// Only for clients that exist; the answer to others is an error.
-void BusOutbox::measure(const std::string &client) {
-  if (!isMeasurable_ || !measuring_.insert(client).second)
+// Only about clients that exist; the answer about others is an error.
+void BusOutbox::ask(const std::string &client) {
+  if (!isMeasurable_ || unread_.isAsked(client))
     return;
-  sdbus::MethodCall call = statistics_->createMethodCall(statisticsInterface, "GetConnectionStats");
-  call << client;
-  statistics_->callMethod(call,
-                          [this, client](sdbus::MethodReply &reply, const sdbus::Error *error) {
-                            measuring_.erase(client);
-                            if (error && error->getName() == gone)
-                              forget(client);
-                            else if (error && isPassing(error->getName()))
-                              sendWhatFits();
-                            else
-                              received(client, reply, error != nullptr);
-                          });
+  BusMessage call = thread_.bus().makeCall(BusConnection::busName, BusConnection::busPath,
+                                           statisticsInterface, "GetConnectionStats");
+  call.write(client);
+  thread_.ask(std::move(call), [this, client](BusMessage &answer) { answered(client, answer); });
+  unread_.asked(client);
 }
 
-void BusOutbox::measureAll() {
-  for (const std::string &client : unread_.clientsWithMoreThanGuaranteed())
-    measure(client);
+void BusOutbox::askWhereWorth() {
+  if (isMeasurable_)
+    for (const std::string &client : unread_.worthAsking())
+      ask(client);
 }
 
-void BusOutbox::received(const std::string &client, sdbus::MethodReply &reply, bool failed) {
-  std::map<std::string, sdbus::Variant> figures;
-  if (!failed)
-    reply >> figures;
-  auto found = figures.find("OutgoingBytes");
-  if (found == figures.end() || found->second.peekValueType() != "u") {
-    // Such a bus has to look after its senders by itself.
-    Log("The bus tells nothing of what its clients leave unread.");
-    isMeasurable_ = false;
+void BusOutbox::answered(const std::string &client, BusMessage &answer) {
+  if (const auto bytes = outgoingBytes(answer)) {
+    unread_.measured(client, *bytes);
+  } else if (answer.errorName() == gone) {
+    unread_.forget(client);
+    if (auto found = waiting_.find(client); found != waiting_.end())
+      waiting_.erase(found);
   } else {
-    unread_.measured(client, found->second.get<std::uint32_t>());
+    unread_.notMeasured(client);
+    if (isMeasurable_ && !isPassing(answer.errorName())) {
+      Log("The bus tells nothing of what its clients leave unread.");
+      isMeasurable_ = false;
+    }
   }
   sendWhatFits();
 }
@@ -132,29 +171,51 @@ void BusOutbox::received(const std::string &client, sdbus::MethodReply &reply, b
 void BusOutbox::sendWhatFits() {
   for (auto next = waiting_.begin(); next != waiting_.end();) {
     auto queue = next++;
+    sendWhatFits(queue->first, queue->second);
+    if (!queue->second.empty())
+      continue;
     const std::string client = queue->first;
-    while (!queue->second.empty() && canGo(client, queue->second.front().bytes)) {
-      Waiting message = std::move(queue->second.front());
-      queue->second.pop_front();
-      unread_.sent(client, message.bytes);
-      message.send();
-    }
-    if (queue->second.empty()) {
-      waiting_.erase(queue);
-      listener_(client, false);
-    }
+    waiting_.erase(queue);
+    listener_(client, false);
   }
-  if (waiting_.empty() || isMeasuringAgain_)
-    return;
-  isMeasuringAgain_ = true;
-  connection_.callAfter(pause, [this, alive = std::weak_ptr(alive_)] {
-    if (alive.expired())
+  askAgainLater();
+}
+
+void BusOutbox::sendWhatFits(const std::string &client, Queue &queue) {
+  while (!queue.empty()) {
+    Waiting &first = queue.front();
+    const Room room = roomFor(client, first);
+    if (room == Room::Enough)
+      dispatch(client, first.message);
+    else if (isOverdue(client, first))
+      dispatch(client, first.small);
+    else if (room == Room::Unknown && unread_.mayTry(client) && !unread_.isAsked(client)) {
+      BusMessage trial = makeTrial_(client, limits_.proof);
+      dispatch(client, trial);
       return;
-    isMeasuringAgain_ = false;
+    } else
+      return;
+    queue.pop_front();
+  }
+}
+
+// A client that leaves its own messages unread waits until it reads them.
+bool BusOutbox::isOverdue(const std::string &client, const Waiting &waiting) const {
+  return waiting.small && unread_.ofClient(client) == 0 && !unread_.isAsked(client) &&
+         BusConnection::Clock::now() - waiting.since > longestWait;
+}
+
+void BusOutbox::askAgainLater() {
+  if (waiting_.empty() || isAskingAgain_)
+    return;
+  thread_.callAfter(pause, [this] {
+    isAskingAgain_ = false;
     for (const auto &[client, messages] : waiting_)
-      measure(client);
-    measureAll();
+      ask(client);
+    askWhereWorth();
+    sendWhatFits();
   });
+  isAskingAgain_ = true;
 }
 
 } // namespace NS

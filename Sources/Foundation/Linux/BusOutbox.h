@@ -1,74 +1,79 @@
 // The way out to the clients: a message goes at once, or waits until its
 // client has read enough of what it was sent before.
 //
-// Everything here happens on the thread of the bus.
+// Everything here happens on the thread of the bus. Whom a message is for
+// stands in the message.
 #pragma once
 
 #include "Foundation/Linux/BusThread.h"
 #include "Foundation/Linux/UnreadMessages.h"
 
-#include <cstddef>
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
-
-namespace sdbus {
-class IProxy;
-class Message;
-class MethodReply;
-} // namespace sdbus
 
 namespace NS {
 
 class BusOutbox {
 public:
-  // Hands one message to the bus; must not throw.
-  using Send = std::function<void()>;
   // Told when a client's messages begin to wait, and when they no longer do.
   using Listener = std::function<void(const std::string &client, bool waits)>;
+  // Makes a message for the client that is no smaller than so many bytes and of
+  // no other use, to find out whether it reads.
+  using TrialMaker = std::function<BusMessage(const std::string &client, std::size_t bytes)>;
 
-  // The connection must outlive it.
-  BusOutbox(BusThread &connection, UnreadLimits limits, Listener listener);
-  ~BusOutbox();
+  // The thread must outlive it.
+  BusOutbox(BusThread &thread, UnreadLimits limits, Listener listener, TrialMaker makeTrial);
   BusOutbox(const BusOutbox &) = delete;
   BusOutbox &operator=(const BusOutbox &) = delete;
 
-  // In order for one client; about so many bytes.
-  void send(const std::string &client, std::size_t bytes, Send send);
-  // The same for what is better lost than kept when the client does not read.
-  void sendOrDrop(const std::string &client, std::size_t bytes, Send send);
-  // For what is sent without this outbox: counts it, or says that there is no
-  // room for it.
-  bool admits(const std::string &client, std::size_t bytes);
-  bool admitsRefusal(const std::string &client, std::size_t bytes);
+  // In order for one client. The small one goes in place of a large one when
+  // others leave no room for that for long; empty when there is none.
+  void send(BusMessage message, BusMessage small = {});
+  // A short answer; it may overtake others. Dropped only behind very many that
+  // the client has not read.
+  void sendShort(BusMessage message);
+  // What is better lost than kept when the client does not read.
+  void sendOrDrop(BusMessage message);
+  bool isWaiting(std::string_view client) const { return waiting_.contains(client); }
   // The client is gone, and with it what waits.
-  void forget(const std::string &client);
+  void forget(std::string_view client);
 
 private:
+  using Kind = UnreadMessages::Kind;
+  using Room = UnreadMessages::Room;
+
   struct Waiting {
-    Send send;
-    std::size_t bytes;
+    BusMessage message;
+    BusMessage small;
+    Kind kind = Kind::Whole;
+    BusConnection::Clock::time_point since{};
   };
+  using Queue = std::deque<Waiting>;
+  static bool hasRoomForShort(const Queue &queue, std::size_t bytes);
 
-  bool canGo(const std::string &client, std::size_t bytes) const;
-  bool count(bool hasRoom, const std::string &client, std::size_t bytes);
-  void measure(const std::string &client);
-  void measureAll();
-  void received(const std::string &client, sdbus::MethodReply &reply, bool failed);
+  void post(BusMessage &message, BusMessage &small, Kind kind);
+  Room roomFor(const std::string &client, const Waiting &waiting) const;
+  void dispatch(const std::string &client, BusMessage &message);
+  void ask(const std::string &client);
+  void askWhereWorth();
+  void answered(const std::string &client, BusMessage &answer);
   void sendWhatFits();
+  void sendWhatFits(const std::string &client, Queue &queue);
+  bool isOverdue(const std::string &client, const Waiting &waiting) const;
+  void askAgainLater();
 
-  BusThread &connection_;
-  Listener listener_;
+  BusThread &thread_;
+  const UnreadLimits limits_;
+  const Listener listener_;
+  const TrialMaker makeTrial_;
   UnreadMessages unread_;
-  std::map<std::string, std::deque<Waiting>> waiting_; // none of them empty
-  std::set<std::string> measuring_;                    // asked about, not yet answered
-  std::unique_ptr<sdbus::IProxy> statistics_;
+  std::map<std::string, Queue, std::less<>> waiting_; // none of them empty
   bool isMeasurable_ = true; // until the bus turns out to keep no statistics
-  bool isMeasuringAgain_ = false;
-  std::shared_ptr<const bool> alive_; // for what the connection calls later
+  bool isAskingAgain_ = false;
 };
 
 } // namespace NS

@@ -231,6 +231,18 @@ void writeValues(BusMessage &message, const std::vector<XPCParameter> &parameter
   }
 }
 
+std::size_t memoryOf(const XPCValues &arguments) {
+  std::size_t bytes = 0;
+  for (const XPCValue &value : arguments) {
+    if (const auto *text = std::get_if<std::string>(&value))
+      bytes += text->size();
+    else if (const auto *texts = std::get_if<std::vector<std::string>>(&value))
+      for (const std::string &each : *texts)
+        bytes += each.size() + sizeof(std::string);
+  }
+  return bytes;
+}
+
 XPCValues valuesWithoutUserInfo(XPCValues values) {
   for (XPCValue &value : values)
     if (auto *error = std::get_if<Error>(&value))

@@ -9,6 +9,7 @@
 #include "Foundation/Linux/BusMessage.h"
 #include "Foundation/XPCInterface.h"
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,9 @@ XPCValues readValues(BusMessage &message, const std::vector<XPCParameter> &param
 void writeValue(BusMessage &message, XPCKind kind, const XPCValue &value);
 void writeValues(BusMessage &message, const std::vector<XPCParameter> &parameters,
                  const XPCValues &values);
+
+// About the memory that arguments take.
+std::size_t memoryOf(const XPCValues &arguments);
 
 // The values with user info left out of their errors: what is left of a reply
 // that is too large for a message.

@@ -1,7 +1,7 @@
 // From a queued request to the exported object, and exceptions to outcomes.
 #include "Foundation/Linux/ServiceConnection.h"
 
-#include "Foundation/Linux/XPCMessageCoding.h"
+#include "Foundation/Linux/BusValues.h"
 #include "Foundation/Log.h"
 
 #include <utility>
@@ -77,21 +77,38 @@ const XPCMethod *ServiceConnection::methodWithMember(const std::string &member) 
 }
 
 bool ServiceConnection::deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply,
-                                std::shared_ptr<Progress> progress) {
-  const std::size_t bytes = textBytes(arguments);
+                                std::shared_ptr<ServiceRequest> request) {
+  const std::size_t bytes = memoryOf(arguments);
   // The request holds the object, not the connection: a connection whose
   // client is gone goes at once, and what reached it is still done.
-  std::function<void()> request = [&method, current = setup(), arguments = std::move(arguments),
-                                   reply = std::move(reply), progress = std::move(progress)] {
-    Progress::Scope scope(*progress);
+  std::function<void()> work = [&method, current = setup(), arguments = std::move(arguments),
+                                reply = std::move(reply), request = std::move(request)] {
+    if (!request->begin())
+      return;
+    Progress::Scope scope(request->progress);
     if (current.object)
       invoke(method, *current.object, arguments, reply);
     else
       reply.fail("nothing is exported");
   };
-  if (method.prompt && bytes <= promptBytes && queue_->runAtOnce(request))
+  if (method.prompt && bytes <= promptBytes && queue_->runAtOnce(work))
     return true;
-  return queue_->enqueue(std::move(request), bytes);
+  return queue_->enqueue(std::move(work), bytes);
+}
+
+std::int32_t ServiceConnection::processIdentifier() const {
+  std::lock_guard lock(mutex_);
+  return identity_.process;
+}
+
+std::uint32_t ServiceConnection::effectiveUserIdentifier() const {
+  std::lock_guard lock(mutex_);
+  return identity_.user;
+}
+
+void ServiceConnection::setIdentity(Identity identity) {
+  std::lock_guard lock(mutex_);
+  identity_ = identity;
 }
 
 ServiceConnection::Setup ServiceConnection::setup() const {

@@ -2,9 +2,10 @@
 #pragma once
 
 #include "Foundation/Linux/RequestQueue.h"
-#include "Foundation/Progress.h"
+#include "Foundation/Linux/ServiceRequest.h"
 #include "Foundation/XPCConnection.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -14,6 +15,11 @@ namespace NS {
 
 class ServiceConnection final : public XPCConnection {
 public:
+  // Who the client is, as the bus vouches for it.
+  struct Identity {
+    std::int32_t process = -1;
+    std::uint32_t user = UINT32_MAX;
+  };
   // Sends a one-way message to this client; called from any thread.
   using Sender =
       std::function<void(const std::string &interface, const XPCMethod &method, XPCValues values)>;
@@ -27,15 +33,21 @@ public:
   void resume() override;
   void suspend() override;
   void sendToRemoteObject(const std::string &selector, XPCValues arguments) override;
+  std::int32_t processIdentifier() const override;
+  std::uint32_t effectiveUserIdentifier() const override;
+
+  // Before the first request is delivered, or while it is paused.
+  void setIdentity(Identity identity);
 
   // Null when the client may not call such a member.
   const XPCMethod *methodWithMember(const std::string &member) const;
   // Queues a request for the method, which must be of this connection and have
   // an invoker; a prompt one is done before this returns when its turn has come.
-  // The progress is the handler's current one; the request shares it. False
-  // when the queue is full; the reply is then left alone.
+  // The handler's progress is that of the request, which is not handled when it
+  // was dropped before its turn; its reply is then left alone, as it is when
+  // the queue is full, which gives false.
   bool deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply,
-               std::shared_ptr<Progress> progress = std::make_shared<Progress>());
+               std::shared_ptr<ServiceRequest> request = std::make_shared<ServiceRequest>());
   // Begins no further request until told to proceed. To be told so before it
   // goes, or what waits is lost.
   void pause() { queue_->pause(); }
@@ -53,6 +65,7 @@ private:
   const std::shared_ptr<RequestQueue> queue_;
   mutable std::mutex mutex_;
   Setup setup_;
+  Identity identity_;
 };
 
 } // namespace NS

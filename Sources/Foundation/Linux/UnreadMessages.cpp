@@ -1,56 +1,117 @@
 // The arithmetic of what clients leave unread.
 #include "Foundation/Linux/UnreadMessages.h"
 
+#include <algorithm>
+
 namespace NS {
 
-bool UnreadMessages::hasRoom(const std::string &client, std::size_t bytes) const {
-  return hasRoomBelow(limits_.perClient, client, bytes);
+const UnreadMessages::Account *UnreadMessages::find(std::string_view client) const {
+  auto found = accounts_.find(client);
+  return found == accounts_.end() ? nullptr : &found->second;
 }
 
-bool UnreadMessages::hasRoomForRefusal(const std::string &client, std::size_t bytes) const {
-  return hasRoomBelow(limits_.perClientWithRefusals, client, bytes);
+std::size_t UnreadMessages::ofClient(std::string_view client) const {
+  const Account *account = find(client);
+  return account ? account->unread : 0;
 }
 
-bool UnreadMessages::hasRoomBelow(std::size_t limit, const std::string &client,
-                                  std::size_t bytes) const {
+bool UnreadMessages::hasShownThatItReads(std::string_view client) const {
+  const Account *account = find(client);
+  return account && account->read >= limits_.proof;
+}
+
+UnreadMessages::Room UnreadMessages::roomFor(std::string_view client, std::size_t bytes,
+                                             Kind kind) const {
   const std::size_t unread = ofClient(client);
   if (unread + bytes <= limits_.guaranteed)
-    return true;
-  if (altogether_ + bytes > limits_.altogether)
-    return false;
-  return unread == 0 || unread + bytes <= limit;
+    return Room::Enough;
+  const std::size_t limit = kind == Kind::Short ? limits_.perClientWithShort : limits_.perClient;
+  if (unread > 0 && unread + bytes > limit)
+    return Room::None;
+  if (altogether_ + bytes <= limits_.altogether)
+    return Room::Enough;
+  if (!hasShownThatItReads(client))
+    return Room::Unknown;
+  const std::size_t spared = unread > 0 ? limits_.reserve : 0;
+  return altogether_ + bytes + spared <= limits_.altogetherForReaders ? Room::Enough : Room::None;
+}
+
+bool UnreadMessages::mayTry(std::string_view client) const {
+  return ofClient(client) == 0 &&
+         altogether_ + limits_.proof + limits_.reserve <= limits_.altogetherForReaders;
+}
+
+// What the sockets take is no burden.
+std::size_t UnreadMessages::weight(std::size_t unread) const {
+  return unread > limits_.guaranteed ? unread : 0;
+}
+
+void UnreadMessages::setUnread(Account &account, std::size_t unread) {
+  altogether_ -= weight(account.unread);
+  account.unread = unread;
+  altogether_ += weight(account.unread);
 }
 
 void UnreadMessages::sent(const std::string &client, std::size_t bytes) {
-  unread_[client] += bytes;
-  altogether_ += bytes;
+  Account &account = accounts_[client];
+  setUnread(account, account.unread + bytes);
+  account.sentAltogether += bytes;
+  if (account.isAsked)
+    account.sinceQuestion += bytes;
+}
+
+bool UnreadMessages::isWorthAsking(const Account &account) const {
+  if (account.isAsked || account.unread <= limits_.guaranteed)
+    return false;
+  return account.unread > limits_.perClient / 2 || altogether_ > limits_.altogether / 2;
+}
+
+bool UnreadMessages::isWorthAsking(std::string_view client) const {
+  const Account *account = find(client);
+  return account && isWorthAsking(*account);
+}
+
+std::vector<std::string> UnreadMessages::worthAsking() const {
+  std::vector<std::string> clients;
+  for (const auto &[client, account] : accounts_)
+    if (isWorthAsking(account))
+      clients.push_back(client);
+  return clients;
+}
+
+bool UnreadMessages::isAsked(std::string_view client) const {
+  const Account *account = find(client);
+  return account && account->isAsked;
+}
+
+void UnreadMessages::asked(const std::string &client) {
+  Account &account = accounts_[client];
+  account.isAsked = true;
+  account.sinceQuestion = 0;
 }
 
 void UnreadMessages::measured(const std::string &client, std::size_t bytes) {
-  forget(client);
-  if (bytes > 0)
-    sent(client, bytes);
-}
-
-void UnreadMessages::forget(const std::string &client) {
-  auto found = unread_.find(client);
-  if (found == unread_.end())
+  auto found = accounts_.find(client);
+  if (found == accounts_.end())
     return;
-  altogether_ -= found->second;
-  unread_.erase(found);
+  Account &account = found->second;
+  account.isAsked = false;
+  setUnread(account, bytes + account.sinceQuestion);
+  if (account.sentAltogether > account.unread)
+    account.read = std::max(account.read, account.sentAltogether - account.unread);
 }
 
-std::size_t UnreadMessages::ofClient(const std::string &client) const {
-  auto found = unread_.find(client);
-  return found == unread_.end() ? 0 : found->second;
+void UnreadMessages::notMeasured(std::string_view client) {
+  if (auto found = accounts_.find(client); found != accounts_.end())
+    found->second.isAsked = false;
 }
 
-std::vector<std::string> UnreadMessages::clientsWithMoreThanGuaranteed() const {
-  std::vector<std::string> clients;
-  for (const auto &[client, bytes] : unread_)
-    if (bytes > limits_.guaranteed)
-      clients.push_back(client);
-  return clients;
+void UnreadMessages::forget(std::string_view client) {
+  auto found = accounts_.find(client);
+  if (found == accounts_.end())
+    return;
+  setUnread(found->second, 0);
+  accounts_.erase(found);
 }
 
 } // namespace NS

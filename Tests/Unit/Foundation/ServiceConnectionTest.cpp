@@ -95,15 +95,33 @@ protected:
 };
 
 TEST_F(ServiceConnectionTest, handlesARequestWithItsProgress) {
-  auto progress = std::make_shared<Progress>();
-  progress->cancel();
+  auto request = std::make_shared<ServiceRequest>();
+  request->progress.cancel();
   std::promise<XPCOutcome> outcome;
   EXPECT_TRUE(connection->deliver(
       *connection->methodWithMember("Work"), {},
-      XPCReply([&](XPCOutcome value) { outcome.set_value(std::move(value)); }), progress));
+      XPCReply([&](XPCOutcome value) { outcome.set_value(std::move(value)); }), request));
   connection->resume();
   EXPECT_TRUE(std::get<bool>(outcome.get_future().get().values.at(0)));
-  EXPECT_EQ(progress->snapshot().bytes, 5u);
+  EXPECT_EQ(request->progress.snapshot().bytes, 5u);
+}
+
+TEST_F(ServiceConnectionTest, doesNotHandleARequestThatWasDroppedBeforeItsTurn) {
+  auto request = std::make_shared<ServiceRequest>();
+  EXPECT_TRUE(connection->deliver(*connection->methodWithMember("Count"), {},
+                                  XPCReply([](const XPCOutcome &) {}), request));
+  EXPECT_TRUE(request->drop());
+  connection->resume();
+  call("Count"); // handled after it
+  EXPECT_EQ(object->calls, 1);
+  EXPECT_FALSE(request->begin());
+}
+
+TEST_F(ServiceConnectionTest, tellsWhoTheClientIs) {
+  EXPECT_EQ(connection->processIdentifier(), -1);
+  connection->setIdentity({7, 1000});
+  EXPECT_EQ(connection->processIdentifier(), 7);
+  EXPECT_EQ(connection->effectiveUserIdentifier(), 1000U);
 }
 
 TEST_F(ServiceConnectionTest, handsARequestToTheExportedObject) {

@@ -1,4 +1,4 @@
-// How much a client may be sent while it reads nothing.
+// The rules of how much a client may be sent while it reads nothing.
 #include "Foundation/Linux/UnreadMessages.h"
 
 #include <gmock/gmock.h>
@@ -7,80 +7,195 @@ namespace {
 
 using NS::UnreadLimits;
 using NS::UnreadMessages;
+using Kind = UnreadMessages::Kind;
+using Room = UnreadMessages::Room;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
-constexpr UnreadLimits limits{
-    .perClient = 100, .altogether = 250, .perClientWithRefusals = 150, .guaranteed = 10};
+constexpr UnreadLimits limits{.perClient = 100,
+                              .perClientWithShort = 150,
+                              .guaranteed = 10,
+                              .altogether = 250,
+                              .altogetherForReaders = 600,
+                              .reserve = 110,
+                              .proof = 50};
 
-TEST(UnreadMessages, aClientMayBeSentUpToItsLimit) {
-  UnreadMessages unread(limits);
+class UnreadMessagesTest : public testing::Test {
+protected:
+  Room room(const char *client, std::size_t bytes) const {
+    return unread.roomFor(client, bytes, Kind::Whole);
+  }
+  // The bus says that the client has left so much.
+  void measure(const char *client, std::size_t bytes) {
+    unread.asked(client);
+    unread.measured(client, bytes);
+  }
+  void makeReader(const char *client) {
+    unread.sent(client, limits.proof);
+    measure(client, 0);
+  }
+
+  UnreadMessages unread{limits};
+};
+
+// Whatever leaves the agent because of a client is counted at its real size,
+// whoever writes it.
+TEST_F(UnreadMessagesTest, countsWhatIsSentWhateverItIs) {
   unread.sent("a", 60);
-  EXPECT_TRUE(unread.hasRoom("a", 40));
-  EXPECT_FALSE(unread.hasRoom("a", 41));
-  EXPECT_TRUE(unread.hasRoom("b", 100));
+  unread.sent("a", 1);
+  EXPECT_EQ(unread.ofClient("a"), 61U);
+  EXPECT_EQ(unread.altogether(), 61U);
 }
 
-TEST(UnreadMessages, aRefusalMayGoBeyondTheLimit) {
-  UnreadMessages unread(limits);
-  unread.sent("a", 100);
-  EXPECT_FALSE(unread.hasRoom("a", 1));
-  EXPECT_TRUE(unread.hasRoomForRefusal("a", 50));
-  EXPECT_FALSE(unread.hasRoomForRefusal("a", 51));
-}
-
-TEST(UnreadMessages, oneThatHasReadEverythingMayBeSentAMessageLargerThanItsLimit) {
-  UnreadMessages unread(limits);
-  EXPECT_TRUE(unread.hasRoom("a", 200));
-  unread.sent("a", 200);
-  EXPECT_FALSE(unread.hasRoom("a", 1));
-  unread.measured("a", 0);
-  EXPECT_TRUE(unread.hasRoom("a", 200));
-}
-
-TEST(UnreadMessages, whatIsMeasuredTakesThePlaceOfWhatWasCounted) {
-  UnreadMessages unread(limits);
+TEST_F(UnreadMessagesTest, countsAnythingAsReadOnlyWhenTheBusSaysSo) {
   unread.sent("a", 90);
-  unread.measured("a", 30);
+  measure("a", 30);
   EXPECT_EQ(unread.ofClient("a"), 30U);
   EXPECT_EQ(unread.altogether(), 30U);
+}
+
+TEST_F(UnreadMessagesTest, countsWhatWasSentBetweenQuestionAndAnswerOnTop) {
+  unread.sent("a", 90);
+  unread.asked("a");
   unread.sent("a", 5);
+  unread.measured("a", 30);
   EXPECT_EQ(unread.ofClient("a"), 35U);
 }
 
-TEST(UnreadMessages, allTogetherStayBelowTheirLimit) {
-  UnreadMessages unread(limits);
+TEST_F(UnreadMessagesTest, manyWhoLeaveLittleWeighNothing) {
+  for (int number = 0; number < 1000; ++number)
+    unread.sent(std::to_string(number), limits.guaranteed);
+  EXPECT_EQ(unread.altogether(), 0U);
+  EXPECT_EQ(room("new", 200), Room::Enough);
+}
+
+// What a client has unread is asked of the bus before its limit is reached.
+TEST_F(UnreadMessagesTest, asksBeforeTheLimitOfAClientIsReached) {
+  unread.sent("a", 50);
+  EXPECT_FALSE(unread.isWorthAsking("a"));
+  unread.sent("a", 1);
+  EXPECT_TRUE(unread.isWorthAsking("a"));
+  EXPECT_EQ(room("a", 40), Room::Enough);
+}
+
+TEST_F(UnreadMessagesTest, asksBeforeTheLimitOfAllIsReached) {
+  for (const char *client : {"a", "b", "c"})
+    unread.sent(client, 41);
+  EXPECT_THAT(unread.worthAsking(), IsEmpty());
+  unread.sent("d", 11);
+  unread.sent("e", 10);
+  EXPECT_THAT(unread.worthAsking(), ElementsAre("a", "b", "c", "d"));
+}
+
+TEST_F(UnreadMessagesTest, asksAboutAClientOnceAtATime) {
+  unread.sent("a", 60);
+  unread.asked("a");
+  EXPECT_TRUE(unread.isAsked("a"));
+  EXPECT_FALSE(unread.isWorthAsking("a"));
+  unread.measured("a", 60);
+  EXPECT_TRUE(unread.isWorthAsking("a"));
+  unread.asked("a");
+  unread.notMeasured("a");
+  EXPECT_TRUE(unread.isWorthAsking("a"));
+  EXPECT_EQ(unread.ofClient("a"), 60U);
+}
+
+// A client that has nothing unread can always receive one whole message.
+TEST_F(UnreadMessagesTest, sendsOneWholeMessageToWhoHasNothingUnread) {
+  EXPECT_EQ(room("a", 200), Room::Enough);
+  unread.sent("a", 200);
+  EXPECT_EQ(room("a", 11), Room::None);
+  measure("a", 0);
+  EXPECT_EQ(room("a", 200), Room::Enough);
+}
+
+TEST_F(UnreadMessagesTest, keepsRoomForReadersWhateverOthersLeave) {
+  makeReader("reader");
   for (const char *client : {"a", "b", "c"})
     unread.sent(client, 80);
-  EXPECT_FALSE(unread.hasRoom("d", 11)); // although it has read everything
-  EXPECT_FALSE(unread.hasRoomForRefusal("a", 11));
-  unread.measured("b", 0);
-  EXPECT_TRUE(unread.hasRoom("d", 11));
+  EXPECT_EQ(room("reader", 200), Room::Enough);
 }
 
-TEST(UnreadMessages, aSmallMessageGoesWhateverTheOthersLeave) {
-  UnreadMessages unread(limits);
+TEST_F(UnreadMessagesTest, triesAnUnknownClientBeforeItTakesThatRoom) {
   for (const char *client : {"a", "b", "c"})
-    unread.sent(client, 90);
-  EXPECT_TRUE(unread.hasRoom("d", 10));
+    unread.sent(client, 80);
+  EXPECT_EQ(room("d", 200), Room::Unknown);
+  EXPECT_TRUE(unread.mayTry("d"));
+  unread.sent("d", limits.proof);
+  EXPECT_FALSE(unread.mayTry("d"));
+  measure("d", limits.proof);
+  EXPECT_EQ(room("d", 200), Room::None); // it does not read
+  measure("d", 0);
+  EXPECT_TRUE(unread.hasShownThatItReads("d"));
+  EXPECT_EQ(room("d", 200), Room::Enough);
+}
+
+TEST_F(UnreadMessagesTest, trialsLeaveRoomForOneWholeMessage) {
+  for (int number = 0; number < 100; ++number) {
+    const std::string client = std::to_string(number);
+    if (unread.mayTry(client))
+      unread.sent(client, limits.proof);
+  }
+  EXPECT_LE(unread.altogether() + limits.reserve, limits.altogetherForReaders);
+  makeReader("reader");
+  EXPECT_EQ(room("reader", limits.reserve), Room::Enough);
+}
+
+TEST_F(UnreadMessagesTest, readersWhoStopReadingLeaveRoomForOneWholeMessage) {
+  for (int number = 0; number < 100; ++number) {
+    const std::string client = std::to_string(number);
+    makeReader(client.c_str());
+    unread.sent(client, 11);
+    while (unread.roomFor(client, 20, Kind::Whole) == Room::Enough)
+      unread.sent(client, 20);
+  }
+  EXPECT_LE(unread.altogether() + limits.reserve, limits.altogetherForReaders + 100 * 11);
+}
+
+TEST_F(UnreadMessagesTest, allTogetherStayBelowTheirLimit) {
+  for (int number = 0; number < 100; ++number) {
+    const std::string client = std::to_string(number);
+    makeReader(client.c_str());
+    if (unread.roomFor(client, 90, Kind::Whole) == Room::Enough)
+      unread.sent(client, 90);
+  }
+  EXPECT_LE(unread.altogether(), limits.altogetherForReaders);
+  EXPECT_GT(unread.altogether(), limits.altogetherForReaders - 90);
+}
+
+// No answer to a client that reads is ever dropped: its next requests are held
+// back instead.
+TEST_F(UnreadMessagesTest, holdsBackOneWhoLeavesMuchUntilItReads) {
+  unread.sent("a", 60);
+  EXPECT_EQ(room("a", 40), Room::Enough);
+  EXPECT_EQ(room("a", 41), Room::None);
+  measure("a", 20);
+  EXPECT_EQ(room("a", 41), Room::Enough);
+}
+
+TEST_F(UnreadMessagesTest, sendsShortAnswersBeyondThat) {
+  unread.sent("a", 100);
+  EXPECT_EQ(unread.roomFor("a", 50, Kind::Short), Room::Enough);
+  EXPECT_EQ(unread.roomFor("a", 51, Kind::Short), Room::None);
+}
+
+TEST_F(UnreadMessagesTest, sendsLittleWhateverTheOthersLeave) {
+  for (int number = 0; number < 100; ++number)
+    unread.sent(std::to_string(number), 90);
+  EXPECT_EQ(room("d", 10), Room::Enough);
   unread.sent("d", 10);
-  EXPECT_FALSE(unread.hasRoom("d", 1));
+  EXPECT_NE(room("d", 1), Room::Enough);
 }
 
-TEST(UnreadMessages, oneThatIsGoneLeavesNothing) {
-  UnreadMessages unread(limits);
+TEST_F(UnreadMessagesTest, forgetsOneThatIsGone) {
   unread.sent("a", 90);
-  unread.sent("b", 5);
+  unread.sent("b", 20);
+  unread.asked("a");
   unread.forget("a");
   unread.forget("a");
+  unread.measured("a", 90); // an answer that comes too late
   EXPECT_EQ(unread.ofClient("a"), 0U);
-  EXPECT_EQ(unread.altogether(), 5U);
-}
-
-TEST(UnreadMessages, namesThoseWhoLeaveMuch) {
-  UnreadMessages unread(limits);
-  unread.sent("a", 11);
-  unread.sent("b", 10);
-  unread.sent("c", 90);
-  EXPECT_THAT(unread.clientsWithMoreThanGuaranteed(), testing::ElementsAre("a", "c"));
+  EXPECT_EQ(unread.altogether(), 20U);
 }
 
 } // namespace

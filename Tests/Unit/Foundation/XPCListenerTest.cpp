@@ -1,6 +1,6 @@
 // How the ends of a request look on the bus: replies, and each error.
 #include "Foundation/XPCListener.h"
-#include "Foundation/Linux/XPCMessageCoding.h"
+#include "Foundation/Linux/BusValues.h"
 #include "Support/FakeBus.h"
 #include "Support/LogRecorder.h"
 
@@ -17,6 +17,7 @@ using testing::IsEmpty;
 constexpr const char *name = "org.example.Service";
 constexpr const char *path = "/org/example/Service";
 constexpr const char *reply = "";
+constexpr std::size_t largestText = maximumBodyBytes - 5; // beside its length and its NUL
 
 std::string busError(const char *last) {
   return std::string("org.freedesktop.DBus.Error.") + last;
@@ -36,8 +37,9 @@ std::shared_ptr<const XPCInterface> service() {
   result->name = name;
   result->methods = {
       replying("Answer", {std::string("text")}),
-      replying("Largest", {std::string(maximumMessageBytes, 'x')}),
-      replying("TooLarge", {std::string(maximumMessageBytes + 1, 'x')}),
+      replying("Largest", {std::string(largestText, 'x')}),
+      replying("TooLarge", {std::string(largestText + 1, 'x')}),
+      replying("TooLargeOnceEncoded", {std::string(largestText / 2, '\xFF')}),
       replying("OfAnotherKind", {true}),
       replying("TooMany", {std::string("a"), std::string("b")}),
       method("NotHere", nullptr),
@@ -122,6 +124,7 @@ TEST_F(XPCListenerTest, sendsTheLargestReplyAndFailsForALargerOne) {
   listen(std::make_shared<Delegate>(true));
   EXPECT_THAT(answers("Largest"), ElementsAre(reply));
   EXPECT_THAT(answers("TooLarge"), ElementsAre(busError("Failed")));
+  EXPECT_THAT(answers("TooLargeOnceEncoded"), ElementsAre(busError("Failed")));
 }
 
 TEST_F(XPCListenerTest, deniesAccessWhenTheDelegateRefusesOrIsGone) {

@@ -1,5 +1,6 @@
 // What values look like on the bus.
-#include "Foundation/Linux/XPCMessageCoding.h"
+#include "Foundation/Linux/BusValues.h"
+#include "Foundation/Linux/BusText.h"
 
 #include <gtest/gtest.h>
 
@@ -45,23 +46,15 @@ TEST(BusText, replacesWhatReceiversRefuse) {
   EXPECT_NE(busText("\xEF\xB7\x90"), "\xEF\xB7\x90"); // U+FDD0
 }
 
-TEST(TextBytes, countsEveryTextOnce) {
-  const Error error("domain", 1, {{"key", std::string("value")}},
-                    std::make_shared<const Error>("beneath", 2));
-  EXPECT_EQ(textBytes({}), 0u);
-  EXPECT_EQ(textBytes({XPCValue(), true, std::int64_t{5}, std::string("four")}), 4u);
-  EXPECT_EQ(textBytes({error}), 6u + 3 + 5 + 7);
-  EXPECT_GE(textBytes({std::vector<std::string>{"ab", "c"}}), 3u);
+TEST(MemoryOf, countsEveryTextAndEachStringOfAnArray) {
+  EXPECT_EQ(memoryOf({}), 0u);
+  EXPECT_EQ(memoryOf({XPCValue(), true, std::int64_t{5}, std::string("four")}), 4u);
+  EXPECT_GE(memoryOf({std::vector<std::string>(1000)}), 1000 * sizeof(std::string));
 }
 
-TEST(FittedValues, leavesWhatFitsAlone) {
-  const XPCValues values = fittedValues({Error("domain", 1, {{"key", std::string("value")}})});
-  EXPECT_EQ(std::get<Error>(values.at(0)).userInfo().size(), 1u);
-}
-
-TEST(FittedValues, keepsDomainAndCodeOfAnErrorThatIsTooLarge) {
+TEST(ValuesWithoutUserInfo, keepDomainAndCodeOfAnError) {
   const XPCValues values =
-      fittedValues({true, Error("domain", 7, {{"path", std::string(maximumMessageBytes, 'x')}})});
+      valuesWithoutUserInfo({true, Error("domain", 7, {{"path", std::string("/a")}})});
   EXPECT_EQ(std::get<bool>(values.at(0)), true);
   EXPECT_EQ(std::get<Error>(values.at(1)).domain(), "domain");
   EXPECT_EQ(std::get<Error>(values.at(1)).code(), 7);

@@ -1,0 +1,74 @@
+// The requests that are not answered yet, and their answers.
+//
+// Everything here happens on the thread of the bus, but for what an XPCReply
+// does.
+#pragma once
+
+#include "Foundation/Linux/BusOutbox.h"
+#include "Foundation/Linux/ServiceRequest.h"
+#include "Foundation/XPCInterface.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace NS {
+
+// How an ended request looks that was never begun: flags that say so, empty
+// texts, and the error of what was cancelled.
+XPCValues cancelledValues(const XPCMethod &method);
+
+class ServiceReplies {
+public:
+  // Both must outlive it.
+  ServiceReplies(BusThread &thread, BusOutbox &outbox) : thread_(thread), outbox_(outbox) {}
+  ServiceReplies(const ServiceReplies &) = delete;
+  ServiceReplies &operator=(const ServiceReplies &) = delete;
+
+  struct Expected {
+    XPCReply reply;
+    std::shared_ptr<ServiceRequest> request;
+    std::uint64_t number = 0; // of what is to be answered, 0 when nothing is
+  };
+  // The way back to the caller of this call, by which its answer is sent. The
+  // method must live as long.
+  Expected expect(const XPCMethod &method, const BusMessage &call);
+  // The client's request with the number was not accepted: it is not answered
+  // here.
+  void forget(std::string_view client, std::uint64_t number);
+
+  // Ends the client's request with the serial: false when there is none.
+  bool cancel(std::string_view client, std::uint32_t serial);
+  // The client is gone: nothing is answered to it any more, and if it asked for
+  // that, its requests end.
+  void leave(std::string_view client, bool endsRequests);
+  // Calls back for each request of the client that is not answered.
+  void forEach(std::string_view client,
+               const std::function<void(std::uint32_t serial, ServiceRequest &request)> &receiver);
+
+private:
+  struct Pending {
+    std::uint32_t serial = 0; // of the call
+    const XPCMethod *method = nullptr;
+    std::shared_ptr<ServiceRequest> request;
+    BusMessage reply; // all three made while the call is at hand
+    BusMessage brief; // without the details of errors
+    BusMessage failure;
+  };
+  using Requests = std::map<std::uint64_t, Pending>; // by number, in their order
+
+  XPCReply replyTo(const std::string &client, std::uint64_t number);
+  void answer(const std::string &client, std::uint64_t number, const XPCOutcome &outcome);
+  void sendReply(Pending &pending, const XPCValues &values);
+  void fail(Pending &pending, std::string_view reason);
+
+  BusThread &thread_;
+  BusOutbox &outbox_;
+  std::map<std::string, Requests, std::less<>> requests_; // by unique bus name
+  std::uint64_t lastNumber_ = 0;
+};
+
+} // namespace NS

@@ -1,0 +1,30 @@
+// One request on its way from its arrival to its end.
+#pragma once
+
+#include "Foundation/Progress.h"
+
+#include <atomic>
+
+namespace NS {
+
+// Shared by the bus's side and the thread that handles it. Thread-safe.
+class ServiceRequest {
+public:
+  Progress progress;
+
+  // Of these two the first to be called counts: false when it was the other,
+  // or the same before.
+  bool begin() { return leave(State::Begun); }
+  bool drop() { return leave(State::Dropped); }
+
+private:
+  enum class State { Waiting, Begun, Dropped };
+  bool leave(State state) {
+    State waiting = State::Waiting;
+    return state_.compare_exchange_strong(waiting, state);
+  }
+
+  std::atomic<State> state_{State::Waiting};
+};
+
+} // namespace NS
