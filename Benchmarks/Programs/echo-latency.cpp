@@ -8,9 +8,9 @@
 #include <chrono>
 #include <cstdint>
 #include <iostream>
-#include <sdbus-c++/sdbus-c++.h>
 #include <stdexcept>
 #include <string>
+#include <systemd/sd-bus.h>
 #include <vector>
 
 namespace {
@@ -21,17 +21,30 @@ struct Target {
   std::string interface;
 };
 
-std::int64_t medianOf(sdbus::IProxy &proxy, const std::string &interface, std::size_t calls) {
+void check(int result) {
+  if (result < 0)
+    throw std::runtime_error("the bus failed");
+}
+
+std::string echo(sd_bus *bus, const Target &target, const std::string &text) {
+  sd_bus_message *reply = nullptr;
+  check(sd_bus_call_method(bus, target.name.c_str(), target.path.c_str(), target.interface.c_str(),
+                           "Echo", nullptr, &reply, "s", text.c_str()));
+  const char *answer = nullptr;
+  const int result = sd_bus_message_read(reply, "s", &answer);
+  std::string copy = result < 0 ? "" : answer;
+  sd_bus_message_unref(reply);
+  return copy;
+}
+
+std::int64_t medianOf(sd_bus *bus, const Target &target, std::size_t calls) {
+  const std::string question = "Is anybody there?";
   std::vector<std::int64_t> durations(calls);
   for (std::int64_t &duration : durations) {
     auto start = std::chrono::steady_clock::now();
-    sdbus::MethodCall call = proxy.createMethodCall(interface, "Echo");
-    call << std::string("Is anybody there?");
-    sdbus::MethodReply reply = proxy.callMethod(call);
-    std::string text;
-    reply >> text;
+    const std::string text = echo(bus, target, question);
     duration = (std::chrono::steady_clock::now() - start).count();
-    if (text != "Is anybody there?")
+    if (text != question)
       throw std::runtime_error("the echo was another text: " + text);
   }
   auto middle = durations.begin() + static_cast<std::ptrdiff_t>(calls / 2);
@@ -52,16 +65,19 @@ int main(int argc, char **argv) {
   std::size_t rounds = std::stoull(argv[3]);
   std::size_t calls = std::stoull(argv[4]);
   try {
-    auto connection = sdbus::createSessionBusConnectionWithAddress(argv[1]);
-    auto agent = sdbus::createProxy(*connection, ours.name, ours.path);
-    auto empty = sdbus::createProxy(*connection, theirs.name, theirs.path);
-    medianOf(*agent, ours.interface, calls);
-    medianOf(*empty, theirs.interface, calls);
+    sd_bus *bus = nullptr;
+    check(sd_bus_new(&bus));
+    check(sd_bus_set_address(bus, argv[1]));
+    check(sd_bus_set_bus_client(bus, 1));
+    check(sd_bus_start(bus));
+    medianOf(bus, ours, calls);
+    medianOf(bus, theirs, calls);
     for (std::size_t round = 0; round < rounds; ++round) {
-      std::int64_t first = medianOf(*agent, ours.interface, calls);
-      std::int64_t second = medianOf(*empty, theirs.interface, calls);
+      std::int64_t first = medianOf(bus, ours, calls);
+      std::int64_t second = medianOf(bus, theirs, calls);
       std::cout << first << ' ' << second << '\n';
     }
+    sd_bus_unref(bus);
   } catch (const std::exception &error) {
     std::cerr << "echo-latency: " << error.what() << '\n';
     return 1;

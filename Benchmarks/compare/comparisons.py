@@ -314,7 +314,7 @@ def echo(bench):
     service = subprocess.Popen([os.path.join(program, "empty-service"), bench.agent.address, name])
     try:
         bench.agent.wait_for_name(name)
-        row = Row("one echo, median", "an empty sdbus-c++ service", 1.15)
+        row = Row("one echo, median", "an empty sd-bus service", 1.15)
         row.ours, row.theirs = paired([os.path.join(program, "echo-latency"), bench.agent.address,
                                        name, str(bench.rounds(12)), "1000"])
         row.proof = "both gave the text back, to one client over one connection"

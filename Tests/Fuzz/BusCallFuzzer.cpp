@@ -2,8 +2,9 @@
 // at most, and the next call is answered whatever came before.
 //
 // The first byte chooses the member, the second tells whether a reply is
-// expected and whether the signature is the member's own; if not, it follows
-// with its length. The rest is the body.
+// expected, whether the signature is the member's own, and whether the call goes
+// to another interface than the listener's own; a signature that is not the
+// member's follows with its length. The rest is the body.
 #include "Foundation/XPCListener.h"
 #include "Support/FakeBus.h"
 #include "Support/FuzzInput.h"
@@ -33,6 +34,28 @@ const std::array<Served, 5> &served() {
              "bix"},
       Served{"Nothing", {}, ""}};
   return members;
+}
+
+// What stands beside it at every object.
+struct Other {
+  const char *interface;
+  const char *member;
+  const char *signature;
+};
+constexpr std::array<Other, 7> others = {
+    Other{"org.keepwell.KWRequestControl", "Cancel", "u"},
+    Other{"org.keepwell.KWRequestControl", "EndRequestsOnLeaving", "b"},
+    Other{"org.keepwell.KWRequestControl", "SubscribeToProgress", "b"},
+    Other{"org.freedesktop.DBus.Properties", "GetAll", "s"},
+    Other{"org.freedesktop.DBus.Properties", "Set", "ssv"},
+    Other{"org.freedesktop.DBus.Introspectable", "Introspect", ""},
+    Other{"org.freedesktop.DBus.Peer", "Ping", ""}};
+
+Other chosen(std::uint8_t number, bool isOther) {
+  if (isOther)
+    return others[number % others.size()];
+  const Served &member = served()[number % served().size()];
+  return {interfaceName, member.member, member.signature};
 }
 
 // What came is sent back, and so has to be what a message can hold.
@@ -79,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   if (text.size() < 2)
     return 0;
   const auto byte = [&](std::size_t index) { return static_cast<std::uint8_t>(text[index]); };
-  const Served &member = served()[byte(0) % served().size()];
+  const Other member = chosen(byte(0), (byte(1) & 4) != 0);
   const bool expectsReply = (byte(1) & 1) == 0;
   const bool isOwnSignature = (byte(1) & 2) == 0;
   text.remove_prefix(2);
@@ -91,7 +114,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     text.remove_prefix(signature.size());
   }
   kwtest::FakeBus &bus = listenedBus();
-  const auto serial = bus.call(path, interfaceName, member.member, signature, text,
+  const auto serial = bus.call(path, member.interface, member.member, signature, text,
                                expectsReply ? 0 : kwtest::FakeBus::noReplyExpected);
   const auto next = bus.call(path, interfaceName, "Nothing", "", "", 0);
   const std::size_t answers = bus.answersWhenAnswered(serial, next).size();

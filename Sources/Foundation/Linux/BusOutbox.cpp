@@ -38,7 +38,7 @@ constexpr std::size_t shortBytes = std::size_t{8} << 20;
 constexpr std::chrono::seconds longestWait{20};
 
 // The figure in the answer of the bus, nothing when there is none.
-std::optional<std::uint32_t> outgoingBytes(BusMessage &answer) {
+std::optional<std::uint32_t> outgoingBytes(BusMessage &answer) try {
   if (answer.kind() != BusMessage::Kind::Reply || answer.signature() != "a{sv}")
     return std::nullopt;
   answer.enter('a', "{sv}");
@@ -50,6 +50,8 @@ std::optional<std::uint32_t> outgoingBytes(BusMessage &answer) {
     answer.skip("v");
     answer.leave();
   }
+  return std::nullopt;
+} catch (const std::bad_alloc &) {
   return std::nullopt;
 }
 
@@ -160,7 +162,9 @@ void BusOutbox::answered(const std::string &client, BusMessage &answer) {
       waiting_.erase(found);
   } else {
     unread_.notMeasured(client);
-    if (isMeasurable_ && !isPassing(answer.errorName())) {
+    // What has no figure though it is an answer may have one another time.
+    if (isMeasurable_ && answer.kind() == BusMessage::Kind::Failure &&
+        !isPassing(answer.errorName())) {
       Log("The bus tells nothing of what its clients leave unread.");
       isMeasurable_ = false;
     }

@@ -13,8 +13,15 @@ namespace {
 // instance, it is tried again so soon.
 constexpr std::chrono::milliseconds pauseAfterFailure{10};
 
-// Raises what resume() of the listener promises.
-std::string reachable(const std::string &bus, const BusError &error) {
+// Without memory for these words there are none.
+void tell(const char *words, const std::exception &exception) noexcept {
+  try {
+    Log(words, exception.what());
+  } catch (const std::exception &) {
+  }
+}
+
+std::string notReachable(const std::string &bus, const BusError &error) {
   return "The bus \"" + bus + "\" cannot be reached: " + error.what();
 }
 
@@ -23,7 +30,7 @@ std::string reachable(const std::string &bus, const BusError &error) {
 BusThread::BusThread(const std::string &bus) try
     : connection_(bus), mailbox_(std::make_shared<BusMailbox>()) {
 } catch (const BusError &error) {
-  throw Exception(InternalInconsistencyException, reachable(bus, error));
+  throw Exception(InternalInconsistencyException, notReachable(bus, error));
 }
 
 BusThread::~BusThread() {
@@ -71,7 +78,7 @@ void BusThread::guarded(const std::function<void()> &work) {
   } catch (const BusDisconnected &) {
     throw;
   } catch (const std::exception &exception) {
-    Log("The thread of the bus goes on: %@", exception.what());
+    tell("The thread of the bus goes on: %@", exception);
   }
 }
 
@@ -93,7 +100,7 @@ bool BusThread::receiveOne() {
   } catch (const BusDisconnected &) {
     throw;
   } catch (const std::exception &exception) {
-    Log("What the bus sent could not be received: %@", exception.what());
+    tell("What the bus sent could not be received: %@", exception);
     std::this_thread::sleep_for(pauseAfterFailure);
     return true;
   }

@@ -1,6 +1,8 @@
 // Making and releasing clients, and asking the bus who they are.
 #include "Foundation/Linux/ServiceClients.h"
 
+#include "Foundation/Log.h"
+
 #include <utility>
 
 namespace NS {
@@ -12,7 +14,7 @@ ServiceConnection::Identity identityIn(BusMessage &answer) {
     return identity;
   answer.enter('a', "{sv}");
   while (answer.enter('e', "sv")) {
-    const std::string key(answer.readText());
+    const std::string_view key = answer.readText();
     const bool isUser = key == "UnixUserID", isProcess = key == "ProcessID";
     if ((isUser || isProcess) && answer.peek().contents == "u") {
       answer.enter('v', "u");
@@ -92,9 +94,16 @@ void ServiceClients::learnWho(const std::string &name, BusMessage &answer) {
   ServiceClient *client = find(name);
   if (!client)
     return;
-  client->connection->setIdentity(identityIn(answer));
-  client->isKnown = true;
+  client->isKnown = true; // even if it cannot be understood
+  try {
+    client->connection->setIdentity(identityIn(answer));
+  } catch (const std::exception &exception) {
+    Log("A client stays unknown: %@", exception.what());
+  }
   apply(*client);
+  // It left before this process came, which the bus therefore never told.
+  if (answer.errorName() == "org.freedesktop.DBus.Error.NameHasNoOwner")
+    erase(name);
 }
 
 } // namespace NS

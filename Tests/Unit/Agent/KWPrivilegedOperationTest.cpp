@@ -1,7 +1,7 @@
 // The protocol as the transport sees it.
 #include "Agent/KWPrivilegedOperation.h"
 #include "Agent/KWPrivilegedOperationProgress.h"
-#include "Foundation/Linux/XPCMessageCoding.h"
+#include "Foundation/Linux/BusValues.h"
 #include "Support/FakeXPCConnection.h"
 
 #include <gmock/gmock.h>

@@ -1,0 +1,236 @@
+"""What a client may say about its own requests: cancel one, end all of them
+when it leaves, follow how far they have come. Others keep the contract: their
+requests go on."""
+import os
+import signal
+import unittest
+
+from Support import harness
+from Support.abuse import Blocking
+from Support.bus import INTERFACE, wait_until
+from Support.machine import mount
+from Support.rawbus import BusError
+from Support.root import DATA, ThrowAwayRoot
+
+CONTROL = "org.keepwell.KWRequestControl"
+CANCELLED = ("NSCocoaErrorDomain", 3072)
+TREE = f"{DATA}/tree"
+FILES = int(os.environ.get("KEEPWELL_CANCEL_FILES", "4000"))
+FOLDERS = 10
+SLOW_FILES = 10_000  # more take long enough by themselves
+# What a walk may still do after its client has cancelled it or is gone.
+MOST_AFTERWARDS = 100
+
+
+def control(client, member, signature, value):
+    return client.call(member, signature, value, interface=CONTROL)
+
+
+class ControlCase(Blocking, unittest.TestCase):
+    def setUp(self):
+        self.root = self.enterContext(ThrowAwayRoot(inodes=max(600_000, 2 * FILES)))
+        self.other = self.root.client(timeout=600)
+        self.other.call("Echo", "s", "")
+
+    def assert_cancelled(self, error):
+        self.assertEqual(tuple(error[:2]), CANCELLED)
+
+
+class WaitingTest(ControlCase):
+    """Requests that have not begun."""
+
+    def test_a_cancelled_one_is_answered_at_once_in_its_own_form_and_never_done(self):
+        self.root.write(f"{DATA}/file", "x")
+        client = self.root.client()
+        blocked = self.block(client)
+        item = f"{DATA}/file"
+        waiting = {member: client.send(member, "s" * len(arguments), *arguments)
+                   for member, arguments in (
+                       ("RemoveItemAtPath", (item,)), ("MoveItemAtPath", (item, f"{item}2")),
+                       ("TruncateFileAtPath", (item,)), ("MoveToTrashItemAtPath", (item,)),
+                       ("SizeOfItemAtPath", (item,)), ("Echo", ("x",)), ("RepairPermissions", ()),
+                       ("RemoveDiagnosticLogs", ()))}
+        failed = {"RemoveItemAtPath": [False], "MoveItemAtPath": [False],
+                  "TruncateFileAtPath": [False], "MoveToTrashItemAtPath": [True],
+                  "SizeOfItemAtPath": [0], "Echo": [""], "RemoveDiagnosticLogs": ["", 0, ""]}
+        for member, serial in waiting.items():
+            with self.subTest(member=member):
+                self.assertEqual(control(client, "Cancel", "u", serial), [True])
+                values = client.wait(serial)
+                if member == "RepairPermissions":  # which carries no error
+                    self.assertEqual(values, [False, 0, ""])
+                    continue
+                self.assertEqual(values[:-1], failed[member])
+                self.assert_cancelled(values[-1])
+                self.assertEqual(control(client, "Cancel", "u", serial), [False])
+        self.open_gate()
+        client.wait(blocked)
+        client.call("Echo", "s", "behind them all")
+        self.assertEqual(self.root.read(item), b"x")
+
+    def test_nobody_cancels_the_requests_of_another(self):
+        client = self.root.client()
+        blocked = self.block(client)
+        waiting = client.send("Echo", "s", "waiting")
+        for serial in (blocked, waiting):
+            self.assertEqual(control(self.other, "Cancel", "u", serial), [False])
+        self.assertEqual(control(client, "Cancel", "u", 4_000_000_000), [False])
+        self.open_gate()
+        self.assertEqual(client.wait(waiting)[0], "waiting")
+
+    def test_a_request_that_runs_a_tool_runs_on(self):
+        client = self.root.client()
+        blocked = self.block(client)
+        self.assertEqual(control(client, "Cancel", "u", blocked), [True])
+        self.assertEqual(client.count_received(), 0)
+        self.open_gate()
+        self.assertTrue(client.wait(blocked)[0])
+
+    def leave_with_a_removal_waiting(self, *wishes):
+        self.root.write(f"{DATA}/file", "x")
+        client = self.root.client()
+        for wish in wishes:
+            control(client, "EndRequestsOnLeaving", "b", wish)
+        self.block(client)
+        client.send("RemoveItemAtPath", "s", f"{DATA}/file")
+        name = client.unique_name
+        client.close()
+        wait_until(lambda: self.root.bus_call("NameHasOwner", "s", name) == [False])
+        self.other.call("Echo", "s", "")  # the agent knows as well
+        self.open_gate()
+        wait_until(lambda: self.root.agent_usage().children == 0)
+
+    def test_those_of_a_client_that_leaves_end_when_it_asked_for_that(self):
+        self.leave_with_a_removal_waiting(True)
+        self.other.call("FileExistsAtPath", "s", "/")
+        self.assertTrue(self.root.exists(f"{DATA}/file"))
+
+    def test_those_of_a_client_that_leaves_are_done_otherwise(self):
+        for wishes in ((), (True, False)):
+            self.leave_with_a_removal_waiting(*wishes)
+            wait_until(lambda: not self.root.exists(f"{DATA}/file"))
+
+    def test_wrong_calls_are_refused(self):
+        for member, signature, arguments in (("Cancel", "s", ("x",)), ("Cancel", "", ()),
+                                             ("EndRequestsOnLeaving", "u", (1,)),
+                                             ("Nonsense", "", ()), ("Progress", "u", (1,))):
+            with self.subTest(member=member), self.assertRaises(BusError):
+                self.other.call(member, signature, *arguments, interface=CONTROL)
+        self.assertEqual(self.other.call("GetAll", "s", CONTROL,
+                                         interface="org.freedesktop.DBus.Properties"), [{}])
+        with self.assertRaises(BusError):
+            self.other.call("Cancel", "u", 1, interface=INTERFACE)
+
+
+class RemovalTest(ControlCase):
+    """A removal that is under way, on a disk that takes its time."""
+
+    def setUp(self):
+        super().setUp()
+        self.make_tree()
+
+    def make_tree(self):
+        self.root.mkdir(TREE)
+        for folder in range(FOLDERS):
+            self.root.mkdir(f"{TREE}/{folder}")
+            here = os.open(self.root.host_path(f"{TREE}/{folder}"), os.O_RDONLY)
+            for number in range(FILES // FOLDERS):
+                os.mknod(f"file{number}", dir_fd=here)
+            os.close(here)
+
+    def slow_down(self):
+        """Each removal of a name reaches the disk before the next."""
+        mount("-o", "remount,dirsync", os.path.join(os.path.dirname(self.root.root), "disk"))
+
+    def left(self):
+        total = 0
+        for folder in range(FOLDERS):
+            try:
+                total += len(os.listdir(self.root.host_path(f"{TREE}/{folder}")))
+            except FileNotFoundError:
+                pass
+        return total
+
+    def begin_removal(self, client):
+        if FILES <= SLOW_FILES:
+            self.slow_down()
+        serial = client.send("RemoveItemAtPath", "s", TREE)
+        wait_until(lambda: self.left() < FILES - 50, 60)
+        return serial
+
+    def held_while(self, act):
+        """Acts while the agent stands still, so that what it does afterwards
+        can be counted; returns how many files were left."""
+        agent = self.root.agent_pid()
+        os.kill(agent, signal.SIGSTOP)
+        try:
+            left = self.left()
+            act()
+        finally:
+            os.kill(agent, signal.SIGCONT)
+        self.assertGreater(left, MOST_AFTERWARDS * 2)
+        return left
+
+    def leave(self, client):
+        name = client.unique_name
+        client.close()
+        wait_until(lambda: self.root.bus_call("NameHasOwner", "s", name) == [False])
+
+    def settled(self):
+        """The files that are left when nothing is removed any more."""
+        count = [self.left(), None]
+        while count[0] != count[1]:
+            self.other.call("SizeOfItemAtPath", "s", TREE)
+            count = [self.left(), count[0]]
+        return count[0]
+
+    def test_cancel_stops_it_at_its_next_items(self):
+        client = self.root.client(timeout=600)
+        serial = self.begin_removal(client)
+        calls = []
+        left = self.held_while(lambda: calls.append(
+            client.send("Cancel", "u", serial, interface=CONTROL)))
+        flag, error = client.wait(serial)
+        self.assertFalse(flag)
+        self.assert_cancelled(error)
+        self.assertEqual(client.wait(calls[0]), [True])
+        self.assertLessEqual(left - self.left(), MOST_AFTERWARDS)
+        self.assertEqual(self.settled(), self.left())
+
+    def test_it_stops_when_its_client_is_gone_that_asked_for_that(self):
+        client = self.root.client()
+        control(client, "EndRequestsOnLeaving", "b", True)
+        self.begin_removal(client)
+        left = self.held_while(lambda: self.leave(client))
+        self.assertLessEqual(left - self.settled(), MOST_AFTERWARDS)
+
+    def test_it_goes_on_to_its_end_when_a_plain_client_is_gone(self):
+        client = self.root.client()
+        self.begin_removal(client)
+        self.held_while(lambda: self.leave(client))
+        wait_until(lambda: not self.root.exists(TREE), 600)
+
+    def test_its_progress_is_told_to_its_own_client_that_asked_for_that(self):
+        client = self.root.client(timeout=600)
+        control(client, "SubscribeToProgress", "b", True)
+        serial = self.begin_removal(client)
+        seen = []
+        while len(seen) < 3:
+            message = client.receive_any()
+            self.assertEqual(message.member, "Progress")
+            self.assertEqual(message.fields[2], CONTROL)
+            seen.append(message.values())
+        self.assertEqual({values[0] for values in seen}, {serial})
+        items = [values[1] for values in seen]
+        self.assertEqual(items, sorted(items))
+        self.assertGreater(items[0], 0)
+        self.assertTrue(seen[-1][3].startswith(TREE), seen)
+        control(client, "SubscribeToProgress", "b", False)
+        control(client, "Cancel", "u", serial)
+        client.wait(serial)
+        self.other.call("Echo", "s", "")
+        self.assertEqual([each for each in self.other.signals if each.member == "Progress"], [])
+
+
+if __name__ == "__main__":
+    harness.main()
