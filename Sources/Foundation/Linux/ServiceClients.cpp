@@ -8,10 +8,10 @@
 namespace NS {
 namespace {
 
-ServiceConnection::Identity identityIn(BusMessage &answer) {
-  ServiceConnection::Identity identity;
+XPCRequester requesterIn(BusMessage &answer) {
+  XPCRequester requester{UINT32_MAX, -1};
   if (answer.kind() != BusMessage::Kind::Reply || answer.signature() != "a{sv}")
-    return identity;
+    return requester;
   answer.enter('a', "{sv}");
   while (answer.enter('e', "sv")) {
     const std::string_view key = answer.readText();
@@ -20,16 +20,16 @@ ServiceConnection::Identity identityIn(BusMessage &answer) {
       answer.enter('v', "u");
       const std::uint32_t number = answer.readUInt32();
       if (isUser)
-        identity.user = number;
+        requester.user = number;
       else
-        identity.process = static_cast<std::int32_t>(number);
+        requester.process = static_cast<std::int32_t>(number);
       answer.leave();
     } else {
       answer.skip("v");
     }
     answer.leave();
   }
-  return identity;
+  return requester;
 }
 
 } // namespace
@@ -96,7 +96,7 @@ void ServiceClients::learnWho(const std::string &name, BusMessage &answer) {
     return;
   client->isKnown = true; // even if it cannot be understood
   try {
-    client->connection->setIdentity(identityIn(answer));
+    client->connection->setRequester(requesterIn(answer));
   } catch (const std::exception &exception) {
     Log("A client stays unknown: %@", exception.what());
   }

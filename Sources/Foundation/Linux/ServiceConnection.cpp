@@ -14,8 +14,10 @@ constexpr std::size_t promptBytes = std::size_t{16} << 10;
 
 // The one place where what a handler throws becomes an outcome.
 void invoke(const XPCMethod &method, XPCObject &object, const XPCValues &arguments,
-            const XPCReply &reply) noexcept {
+            const XPCReply &back, XPCRequester requester) noexcept {
   try {
+    const XPCReply reply =
+        method.succeeded ? recordingReply(method, arguments, requester, back) : back;
     try {
       method.invoker(object, arguments, reply);
       if (method.oneWay)
@@ -82,12 +84,13 @@ bool ServiceConnection::deliver(const XPCMethod &method, XPCValues arguments, XP
   // The request holds the object, not the connection: a connection whose
   // client is gone goes at once, and what reached it is still done.
   std::function<void()> work = [&method, current = setup(), arguments = std::move(arguments),
-                                reply = std::move(reply), request = std::move(request)] {
+                                reply = std::move(reply), request = std::move(request),
+                                requester = requester_] {
     if (!request->begin())
       return;
     Progress::Scope scope(request->progress);
     if (current.object)
-      invoke(method, *current.object, arguments, reply);
+      invoke(method, *current.object, arguments, reply, *requester);
     else
       reply.fail("nothing is exported");
   };
@@ -97,18 +100,16 @@ bool ServiceConnection::deliver(const XPCMethod &method, XPCValues arguments, XP
 }
 
 std::int32_t ServiceConnection::processIdentifier() const {
-  std::lock_guard lock(mutex_);
-  return identity_.process;
+  return requester_->process;
 }
 
 std::uint32_t ServiceConnection::effectiveUserIdentifier() const {
-  std::lock_guard lock(mutex_);
-  return identity_.user;
+  return requester_->user;
 }
 
-void ServiceConnection::setIdentity(Identity identity) {
-  std::lock_guard lock(mutex_);
-  identity_ = identity;
+void ServiceConnection::setRequester(XPCRequester requester) {
+  *requester_ = requester;
+  queue_->setUser(requester.user);
 }
 
 ServiceConnection::Setup ServiceConnection::setup() const {

@@ -3,6 +3,7 @@
 
 #include "Foundation/Linux/RequestQueue.h"
 #include "Foundation/Linux/ServiceRequest.h"
+#include "Foundation/RequestJournal.h"
 #include "Foundation/XPCConnection.h"
 
 #include <cstdint>
@@ -15,11 +16,6 @@ namespace NS {
 
 class ServiceConnection final : public XPCConnection {
 public:
-  // Who the client is, as the bus vouches for it.
-  struct Identity {
-    std::int32_t process = -1;
-    std::uint32_t user = UINT32_MAX;
-  };
   // Sends a one-way message to this client; called from any thread.
   using Sender =
       std::function<void(const std::string &interface, const XPCMethod &method, XPCValues values)>;
@@ -36,8 +32,8 @@ public:
   std::int32_t processIdentifier() const override;
   std::uint32_t effectiveUserIdentifier() const override;
 
-  // Before the first request is delivered, or while it is paused.
-  void setIdentity(Identity identity);
+  // Who the client is. Before any request is handled: while it is paused.
+  void setRequester(XPCRequester requester);
 
   // Null when the client may not call such a member.
   const XPCMethod *methodWithMember(const std::string &member) const;
@@ -65,7 +61,9 @@ private:
   const std::shared_ptr<RequestQueue> queue_;
   mutable std::mutex mutex_;
   Setup setup_;
-  Identity identity_;
+  // Shared with the requests, which read it when they are handled.
+  const std::shared_ptr<XPCRequester> requester_ =
+      std::make_shared<XPCRequester>(XPCRequester{UINT32_MAX, -1});
 };
 
 } // namespace NS

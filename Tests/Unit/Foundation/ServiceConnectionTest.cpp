@@ -119,7 +119,7 @@ TEST_F(ServiceConnectionTest, doesNotHandleARequestThatWasDroppedBeforeItsTurn) 
 
 TEST_F(ServiceConnectionTest, tellsWhoTheClientIs) {
   EXPECT_EQ(connection->processIdentifier(), -1);
-  connection->setIdentity({7, 1000});
+  connection->setRequester({1000, 7});
   EXPECT_EQ(connection->processIdentifier(), 7);
   EXPECT_EQ(connection->effectiveUserIdentifier(), 1000U);
 }
