@@ -148,7 +148,11 @@ std::string describe(const PropertyList &list);
 // with shared parts counted each time), what declares entities or an internal
 // subset, what holds itself, and what this type cannot hold without loss: an
 // archiver's UIDs, sets and nulls, halves of surrogate pairs, integers beyond
-// 64 bits, dates outside the years 1 to 9999. A key given twice counts the
+// 64 bits (which the platform refuses as well in the XML form), dates outside
+// the years 1 to 9999. A list is written back whole after an edit, so no part of
+// it may be left out in silence. Like the platform, takes a real beyond the
+// range of a double for infinity or zero, and of data in Base64 the whole groups
+// of digits, whatever stands between the digits. A key given twice counts the
 // last time. Takes at most 64 MiB beyond the data.
 std::optional<PropertyList> propertyListWithData(std::string_view data, ErrorSlot error);
 

@@ -8,6 +8,8 @@
 #include <charconv>
 #include <chrono>
 #include <climits>
+#include <clocale>
+#include <cstdlib>
 #include <memory>
 
 #include <expat.h>
@@ -68,6 +70,13 @@ std::optional<PropertyList> integerFrom(std::string_view text) {
   return PropertyList(static_cast<std::int64_t>(0 - magnitude));
 }
 
+// The number of a well-formed text that no double can hold: infinity, or zero
+// for what is too small.
+double beyondRange(std::string_view text) {
+  static const locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
+  return ::strtod_l(std::string(text).c_str(), nullptr, plain);
+}
+
 std::optional<PropertyList> realFrom(std::string_view text) {
   text = trimmed(text);
   if (text.starts_with('+') && !text.starts_with("+-"))
@@ -75,9 +84,9 @@ std::optional<PropertyList> realFrom(std::string_view text) {
   double number = 0;
   const char *end = text.data() + text.size();
   auto [stop, failure] = std::from_chars(text.data(), end, number);
-  if (failure != std::errc() || stop != end)
+  if (stop != end || failure == std::errc::invalid_argument)
     return std::nullopt;
-  return PropertyList(number);
+  return PropertyList(failure == std::errc() ? number : beyondRange(text));
 }
 
 // "2001-01-01T00:00:00Z" and nothing else.
@@ -117,34 +126,31 @@ int base64Digit(char c) {
   return c == '+' ? 62 : c == '/' ? 63 : -1;
 }
 
-// White space anywhere; full groups of four with their padding.
-std::optional<PropertyList> dataFrom(std::string_view text) {
+// As the platform reads it, which never refuses data: what is no digit is
+// passed over, and an unfinished group of four at the end is dropped.
+PropertyList dataFrom(std::string_view text) {
   std::string bytes;
   bytes.reserve(text.size() / 4 * 3);
   std::uint32_t group = 0;
-  unsigned digits = 0, padding = 0;
+  unsigned digits = 0;
+  std::size_t padding = 0; // signs in a row
   for (char c : text) {
-    if (whitespace.find(c) != std::string_view::npos)
-      continue;
-    int digit = base64Digit(c);
-    if (c == '=' ? digits < 2 || ++padding > 4 - digits : digit < 0 || padding > 0)
-      return std::nullopt;
     if (c == '=')
+      ++padding;
+    else if (whitespace.find(c) == std::string_view::npos)
+      padding = 0;
+    const int digit = c == '=' ? 0 : base64Digit(c);
+    if (digit < 0)
       continue;
     group = group << 6 | static_cast<std::uint32_t>(digit);
     if (++digits < 4)
       continue;
-    for (int shift : {16, 8, 0})
-      bytes += static_cast<char>(group >> shift & 0xff);
+    const std::array<char, 3> decoded = {static_cast<char>(group >> 16 & 0xff),
+                                         static_cast<char>(group >> 8 & 0xff),
+                                         static_cast<char>(group & 0xff)};
+    bytes.append(decoded.data(), decoded.size() - std::min<std::size_t>(padding, 2));
     group = 0;
     digits = 0;
-  }
-  if (digits > 0) {
-    if (digits + padding != 4)
-      return std::nullopt;
-    bytes += static_cast<char>(group >> (digits == 2 ? 4 : 10) & 0xff);
-    if (digits == 3)
-      bytes += static_cast<char>(group >> 2 & 0xff);
   }
   return PropertyList(PropertyList::Data{std::move(bytes)});
 }

@@ -271,6 +271,34 @@ TEST(XMLPropertyList, readsEveryKind) {
             PropertyList(PropertyList::Dictionary{{"k", PropertyList::Dictionary{}}}));
 }
 
+TEST(XMLPropertyList, takesRealsBeyondTheRangeForInfinityOrZero) {
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(readXML("<real>1e999</real>"), PropertyList(infinity));
+  EXPECT_EQ(readXML("<real>-1e999</real>"), PropertyList(-infinity));
+  EXPECT_EQ(readXML("<real>" + std::string(400, '9') + "</real>"), PropertyList(infinity));
+  EXPECT_EQ(readXML("<real>1e-999</real>"), PropertyList(0.0));
+}
+
+TEST(XMLPropertyList, takesTheWholeGroupsOfData) {
+  auto data = [](std::string_view bytes) {
+    return PropertyList(PropertyList::Data{std::string(bytes)});
+  };
+  EXPECT_EQ(readXML("<data>YWJjZGU</data>"), data("abc"));
+  EXPECT_EQ(readXML("<data>ab</data>"), data(""));
+  EXPECT_EQ(readXML("<data>=</data>"), data(""));
+  EXPECT_EQ(readXML("<data>Y-W_J*j</data>"), data("abc"));
+  EXPECT_EQ(readXML("<data>YQ==YmM=</data>"), data("abc"));
+  EXPECT_EQ(readXML("<data>YQ=\n=</data>"), data("a"));
+  EXPECT_EQ(readXML("<data>YWJj=</data>"), data("abc"));
+}
+
+TEST(XMLPropertyList, isReadAsAWholeInSpiteOfOneOddLeaf) {
+  auto list = readXML("<dict><key>Label</key><string>a</string><key>Odd</key><real>1e999</real>"
+                      "<key>Data</key><data>YQ</data></dict>");
+  ASSERT_TRUE(list && list->objectForKey("Label"));
+  EXPECT_EQ(*list->objectForKey("Label"), PropertyList("a"));
+}
+
 TEST(XMLPropertyList, isUnparseableWhenNotWellFormed) {
   for (const char *body : {"",
                            "text",
@@ -299,13 +327,8 @@ TEST(XMLPropertyList, isUnparseableWhenNotWellFormed) {
                            "<date>2011-02-03</date>",
                            "<date>0000-01-01T00:00:00Z</date>",
                            "<date>2011-01-01T24:00:00Z</date>",
-                           "<data>a</data>",
-                           "<data>ab</data>",
-                           "<data>ab==c</data>",
-                           "<data>=</data>",
-                           "<data>abc==</data>",
-                           "<data>abcd=</data>",
-                           "<data>a-b_</data>",
+                           "<real>1e</real>",
+                           "<real>1e999x</real>",
                            "<string>&none;</string>",
                            "<string>\x01</string>",
                            "<string>\xff</string>",
