@@ -54,7 +54,9 @@ template <typename Item> class DirectoryEnumerator {
 public:
   virtual ~DirectoryEnumerator() = default;
   // The next item, nothing at the end. A folder comes before what it holds;
-  // a folder that cannot be read yields nothing beneath it.
+  // a folder that cannot be read yields nothing beneath it. Of a folder that is
+  // moved while the walk is in it the rest is left out, with a line in the log;
+  // the walk goes on with the others.
   virtual std::optional<Item> nextObject() = 0;
   // The depth of the item given last: 1 for a direct child.
   virtual std::uint64_t level() const = 0;

@@ -1,8 +1,11 @@
 // Deep walks that hand out what they meet. The folder given last is entered
-// only when the next item is asked for, so that skipping costs nothing.
+// only when the next item is asked for, so that skipping costs nothing. When a
+// folder is moved while the walk is in it, the walk goes on with the others.
 #include "Foundation/DescriptorBudget.h"
 #include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/TreeOperations.h"
+#include "Foundation/Log.h"
+#include "Foundation/PathUtilities.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -11,13 +14,17 @@
 namespace NS {
 namespace {
 
+constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
+
 class TreeCursor {
 public:
-  TreeCursor(const std::string &root, DirectoryEnumerationOptions options) : options_(options) {
-    if (root.find('\0') != std::string::npos)
+  TreeCursor(const std::string &root, DirectoryEnumerationOptions options)
+      : options_(options), rootPath_(root) {
+    if (holdsNul(root))
       return;
     // The root's own links are followed, nothing beneath it.
-    Descriptor folder(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+    root_ = Descriptor(::open(root.c_str(), folderFlags));
+    Descriptor folder(root_ ? ::openat(root_.get(), ".", folderFlags) : -1);
     if (folder)
       static_cast<void>(stack_.openRoot(std::move(folder)));
   }
@@ -71,19 +78,28 @@ private:
       prefix_ += name_ + "/";
   }
 
-  // False when the way back up is lost, which ends the walk.
+  // False when nothing can be reached any more, which ends the walk.
   bool leave() {
     std::size_t length = std::string_view(stack_.folderName()).size();
     if (stack_.depth() > 1)
       prefix_.resize(prefix_.size() - length - 1);
     if (stack_.leave() == 0)
       return true;
-    stack_ = FolderStack(MountPoints::Enter);
-    return false;
+    bool found = stack_.findAgain(root_, [this](const std::string &below) {
+      Log("%@ was moved; the rest of it is left out of a list.",
+          stringByAppendingPathComponent(rootPath_, below));
+    });
+    if (found)
+      prefix_ = stack_.depth() > 1 ? stack_.pathBelowRoot() + "/" : "";
+    else
+      stack_ = FolderStack(MountPoints::Enter);
+    return found;
   }
 
   DirectoryEnumerationOptions options_;
   WalkShare share_;
+  const std::string rootPath_;
+  Descriptor root_; // to find the way again
   FolderStack stack_{MountPoints::Enter};
   std::string prefix_; // the lowest folder's path with a slash, empty at the root
   std::string name_;   // the item given last, as the fields below

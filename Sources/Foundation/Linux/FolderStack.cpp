@@ -245,6 +245,43 @@ int FolderStack::reopenThrough(const Descriptor &below) {
   return 0;
 }
 
+bool FolderStack::isFolderOf(const Frame &frame, const Descriptor &folder) const {
+  Identity identity;
+  return folder && identify(folder.get(), identity) == 0 && identity == frame.identity;
+}
+
+// The lowest folder that the names lead to, and its index. Nothing without the
+// root.
+Descriptor FolderStack::openByNames(const Descriptor &root, std::size_t &index) const {
+  Descriptor folder(::openat(root.get(), ".", openFlags));
+  if (!isFolderOf(frames_[0], folder))
+    return {};
+  for (index = 0; index + 1 < frames_.size(); ++index) {
+    const Frame &below = frames_[index + 1];
+    Descriptor next(::openat(folder.get(), names_.c_str() + below.name, openFlags));
+    if (!isFolderOf(below, next))
+      break;
+    folder = std::move(next);
+  }
+  return folder;
+}
+
+bool FolderStack::findAgain(const Descriptor &root, const LossHandler &lost) {
+  std::size_t index = 0;
+  Descriptor folder = openByNames(root, index);
+  const std::size_t kept = folder ? index + 1 : 0;
+  while (frames_.size() > kept) {
+    lost(pathBelowRoot());
+    names_.resize(frames_.back().name);
+    frames_.pop_back();
+  }
+  if (!folder || ::lseek(folder.get(), frames_.back().offset, SEEK_SET) < 0)
+    return false;
+  frames_.back().descriptor = std::move(folder);
+  lowestOpen_ = index;
+  return true;
+}
+
 std::string FolderStack::pathBelowRoot() const {
   std::string path;
   for (std::size_t index = 1; index < frames_.size(); ++index) {

@@ -16,6 +16,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -62,6 +63,14 @@ public:
   // Goes back up. The lowest folder is closed even on failure; ESTALE when the
   // folder above is no longer the one that the walk came through.
   int leave();
+
+  // After a failed leave, for a walk that goes on with what it can reach: goes
+  // up to the lowest folder that the names still lead to from the root, of which
+  // a descriptor is given, and tells of each folder that is given up on the way
+  // by its path below the root. False, with nothing left, when not even the root
+  // can be read.
+  using LossHandler = std::function<void(const std::string &pathBelowRoot)>;
+  bool findAgain(const Descriptor &root, const LossHandler &lost);
 
   bool empty() const { return frames_.empty(); }
   std::size_t depth() const { return frames_.size(); }
@@ -111,6 +120,8 @@ private:
   int push(Descriptor folder, const Identity &identity, const char *name);
   int checkMount(const Identity &above, const Identity &folder) const;
   int reopenThrough(const Descriptor &below);
+  bool isFolderOf(const Frame &frame, const Descriptor &folder) const;
+  Descriptor openByNames(const Descriptor &root, std::size_t &index) const;
   int fill(Frame &frame);
   void fillLong(Frame &frame);
   const FolderEntry *nextLong(Frame &frame);

@@ -1,6 +1,7 @@
 // Deep walks by path and by URL.
 #include "Foundation/FileManager.h"
 
+#include "Support/LogRecorder.h"
 #include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
 #include "Support/ScratchFolder.h"
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 
 namespace {
 
@@ -52,6 +54,51 @@ TEST(Enumerator, givesEveryItemOnceEachFolderBeforeWhatItHolds) {
     }
   }
   EXPECT_THAT(got, testing::UnorderedElementsAreArray(wanted));
+}
+
+// Twenty branches, each too deep for all of its folders to be held open.
+TEST(Enumerator, goesOnWithTheOtherBranchesWhenAFolderIsMovedAway) {
+  ScratchFolder scratch;
+  kwtest::LogRecorder log;
+  const std::string deep = "/1/2/3/4/5/6/7/8";
+  for (int branch = 10; branch < 30; ++branch) {
+    const std::string folder = "root/" + std::to_string(branch);
+    fs::create_directories(scratch.path(folder + deep));
+    scratch.file(folder + deep + "/item", "");
+  }
+  auto enumerator = NS::FileManager::defaultManager().enumeratorAtPath(scratch.path("root"));
+  std::multiset<std::string> items;
+  while (auto path = enumerator->nextObject()) {
+    items.insert(*path);
+    if (items.size() == 15) // deep in the second branch
+      fs::rename(scratch.path("root/" + path->substr(0, 2) + "/1"), scratch.path("elsewhere"));
+  }
+  EXPECT_EQ(items.size(), 20u * 10);
+  for (const std::string &item : items)
+    EXPECT_EQ(items.count(item), 1u) << item;
+  EXPECT_THAT(log.lines(), IsEmpty()) << "nothing was left out";
+}
+
+TEST(Enumerator, tellsOfAFolderThatItCannotFindAgainAndGoesOn) {
+  ScratchFolder scratch;
+  kwtest::LogRecorder log;
+  fs::create_directories(scratch.path("root/a/1/2/3/4/5/6/7/8"));
+  for (const char *name : {"root/x", "root/y", "root/z"})
+    scratch.file(name, "");
+  auto enumerator = NS::FileManager::defaultManager().enumeratorAtPath(scratch.path("root"));
+  std::set<std::string> items;
+  while (auto path = enumerator->nextObject()) {
+    items.insert(*path);
+    if (path->ends_with("/8")) {
+      fs::rename(scratch.path("root/a/1"), scratch.path("one"));
+      fs::rename(scratch.path("root/a"), scratch.path("other"));
+    }
+  }
+  for (const char *name : {"a", "a/1/2/3/4/5/6/7/8", "x", "y", "z"})
+    EXPECT_TRUE(items.contains(name)) << name;
+  EXPECT_EQ(log.lines(),
+            std::vector<std::string>{scratch.path("root/a") +
+                                     " was moved; the rest of it is left out of a list."});
 }
 
 TEST(Enumerator, countsLevelsFromOne) {
