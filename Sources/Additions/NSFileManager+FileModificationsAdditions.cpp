@@ -24,11 +24,7 @@ void logLockedItem(const std::string &path, int errnum) {
 }
 
 void unlockItem(const std::string &path) {
-  NS::FileFlags &flags = NS::FileFlags::shared();
-  NS::FileStatus status;
-  if (flags.status(path, status) != 0 || (status.flags & unlockMask) == 0)
-    return;
-  if (flags.change(path, status.flags & ~unlockMask) == -1)
+  if (NS::FileFlags::shared().clear(path, unlockMask) == -1)
     logLockedItem(path, errno);
 }
 

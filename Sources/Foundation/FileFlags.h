@@ -32,18 +32,19 @@ public:
 
   // stat: follows a final link. 0, or -1 with errno set.
   virtual int status(const std::string &path, FileStatus &status) = 0;
-  // chflags: follows a final link, never waits on a FIFO, never opens a
-  // device. Where the host knows only some of the flags, the others are left
-  // as they are. 0, or -1 with errno set.
-  virtual int change(const std::string &path, std::uint32_t flags) = 0;
+  // Clears those of an item's flags that stand in the mask and leaves all
+  // others; follows a final link, never waits on a FIFO, never opens a device.
+  // The flags are read and written through one descriptor, so that an item that
+  // takes another's place meanwhile keeps its own. 0, also when nothing is set
+  // or nothing is there; -1 with errno set when a flag cannot be cleared.
+  virtual int clear(const std::string &path, std::uint32_t mask) = 0;
 
   // Told of each item whose flags could not be changed.
   using FailureHandler = std::function<void(const std::string &path, int errnum)>;
 
   // Clears the mask's flags of all beneath a folder, the folder itself
   // excluded, each item before what it holds and in the order of the folders:
-  // what status and change of each path would do, but without looking up a
-  // path, so that no depth is too deep and a folder swapped for a link
+  // what clear of each path would do, but without looking up a path, so that no depth is too deep and a folder swapped for a link
   // meanwhile is not descended into. The flags of a link that stands in the
   // tree are its target's, as status has it. Stays off other volumes mounted
   // inside and out of what cannot be removed ("/", a path ending in "." or

@@ -32,7 +32,15 @@ public:
     return 0;
   }
 
-  int change(const std::string &path, std::uint32_t value) override {
+  int clear(const std::string &path, std::uint32_t mask) override {
+    NS::FileStatus found;
+    if (status(path, found) != 0 || (found.flags & mask) == 0)
+      return 0;
+    return change(path, found.flags & ~mask);
+  }
+
+private:
+  int change(const std::string &path, std::uint32_t value) {
     calls.push_back("chflags " + path + " " + std::to_string(value));
     if (changeError != 0) {
       errno = changeError;
@@ -42,7 +50,6 @@ public:
     return 0;
   }
 
-private:
   NS::ScopedOverride<NS::FileFlags> override_{*this};
 };
 

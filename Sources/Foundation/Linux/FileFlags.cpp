@@ -7,6 +7,7 @@
 #include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/ItemLocation.h"
 #include "Foundation/POSIX/Descriptor.h"
+#include "Foundation/PathUtilities.h"
 #include "Foundation/SharedInstance.h"
 
 #include <cerrno>
@@ -29,8 +30,8 @@ std::uint32_t flagsOf(const struct statx &status) {
   return flags;
 }
 
-int inodeFlagsWith(int inodeFlags, std::uint32_t flags) {
-  inodeFlags &= ~(FS_IMMUTABLE_FL | FS_APPEND_FL);
+int inodeFlagsOf(std::uint32_t flags) {
+  int inodeFlags = 0;
   if (flags & (UF_IMMUTABLE_FLAG | SF_IMMUTABLE_FLAG))
     inodeFlags |= FS_IMMUTABLE_FL;
   if (flags & (UF_APPEND_FLAG | SF_APPEND_FLAG))
@@ -38,32 +39,25 @@ int inodeFlagsWith(int inodeFlags, std::uint32_t flags) {
   return inodeFlags;
 }
 
-// Changes an item through a handle that stands for it without having opened
-// it: only what is known to be a file or a folder is opened, so that no FIFO
-// is waited for and no device wakes up. An errno value, 0 for success.
-int changeFlags(int handle, std::uint32_t flags) {
-  struct stat status;
-  if (::fstat(handle, &status) != 0)
+// By a handle that stands for an item without having opened it: only what is
+// known to be a file or a folder with such a flag is opened, so that no FIFO is
+// waited for and no device wakes up. An errno value, 0 for success.
+int clearFlags(int handle, std::uint32_t mask) {
+  struct statx status;
+  if (::statx(handle, "", AT_EMPTY_PATH, STATX_TYPE, &status) != 0)
     return errno;
-  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
+  if ((flagsOf(status) & mask) == 0)
+    return 0;
+  if (!S_ISREG(status.stx_mode) && !S_ISDIR(status.stx_mode))
     return EOPNOTSUPP;
-  std::string link = "/proc/self/fd/" + std::to_string(handle);
-  Descriptor item(::open(link.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  Descriptor item(::open(handlePath(handle).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!item)
     return errno;
   int inodeFlags = 0;
   if (::ioctl(item.get(), FS_IOC_GETFLAGS, &inodeFlags) != 0)
     return errno == ENOTTY ? EOPNOTSUPP : errno;
-  int wanted = inodeFlagsWith(inodeFlags, flags);
-  if (wanted == inodeFlags)
-    return 0;
-  return ::ioctl(item.get(), FS_IOC_SETFLAGS, &wanted) == 0 ? 0 : errno;
-}
-
-// Relative to a folder; follows a final link unless told otherwise.
-int changeFlags(int folder, const char *name, int nofollow, std::uint32_t flags) {
-  Descriptor handle(::openat(folder, name, O_PATH | O_CLOEXEC | nofollow));
-  return handle ? changeFlags(handle.get(), flags) : errno;
+  inodeFlags &= ~inodeFlagsOf(mask);
+  return ::ioctl(item.get(), FS_IOC_SETFLAGS, &inodeFlags) == 0 ? 0 : errno;
 }
 
 // One walk that clears flags on its way down.
@@ -100,9 +94,9 @@ private:
     bool isLink = S_ISLNK(status.stx_mode);
     if (isLink && ::statx(folder, name, 0, STATX_TYPE, &status) != 0)
       return false;
-    if (std::uint32_t flags = flagsOf(status); flags & mask_) {
-      int error = changeFlags(folder, name, isLink ? 0 : O_NOFOLLOW, flags & ~mask_);
-      if (error != 0)
+    if (flagsOf(status) & mask_) {
+      Descriptor item(::openat(folder, name, O_PATH | O_CLOEXEC | (isLink ? 0 : O_NOFOLLOW)));
+      if (int error = item ? clearFlags(item.get(), mask_) : errno; error != 0)
         failed_(pathOf(name), error);
     }
     return !isLink && S_ISDIR(status.stx_mode);
@@ -123,7 +117,7 @@ private:
 class RealFileFlags final : public FileFlags {
 public:
   int status(const std::string &path, FileStatus &result) override {
-    if (path.find('\0') != std::string::npos)
+    if (holdsNul(path))
       return fail(EINVAL);
     struct statx status;
     if (::statx(AT_FDCWD, path.c_str(), 0, statusMask, &status) != 0)
@@ -135,10 +129,11 @@ public:
     return 0;
   }
 
-  int change(const std::string &path, std::uint32_t flags) override {
-    if (path.find('\0') != std::string::npos)
-      return fail(EINVAL);
-    int error = changeFlags(AT_FDCWD, path.c_str(), 0, flags);
+  int clear(const std::string &path, std::uint32_t mask) override {
+    if (holdsNul(path))
+      return 0;
+    Descriptor item(::open(path.c_str(), O_PATH | O_CLOEXEC));
+    int error = item ? clearFlags(item.get(), mask) : 0;
     return error == 0 ? 0 : fail(error);
   }
 

@@ -29,7 +29,7 @@ public:
     status = values;
     return 0;
   }
-  int change(const std::string &, std::uint32_t) override { return -1; }
+  int clear(const std::string &, std::uint32_t) override { return -1; }
 
 private:
   NS::ScopedOverride<NS::FileFlags> override_{*this};

@@ -145,7 +145,7 @@ TEST_F(Inspect, tellsOfProtectionAndHiding) {
       status.flags = NS::SF_RESTRICTED_FLAG | NS::UF_HIDDEN_FLAG;
       return 0;
     }
-    int change(const std::string &, std::uint32_t) override { return -1; }
+    int clear(const std::string &, std::uint32_t) override { return -1; }
   } flags;
   NS::ScopedOverride<NS::FileFlags> override(flags);
   kwtest::FakeExtendedAttributes attributes;
