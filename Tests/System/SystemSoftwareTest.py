@@ -1,12 +1,13 @@
 """System software that goes, through the real agent: kernel extensions,
 package receipts, and the architectures of a real universal binary."""
+import contextlib
 import os
 import plistlib
 import shutil
 import subprocess
 
 from Support import harness
-from Support.root import DATA
+from Support.root import DATA, ThrowAwayRoot
 from Support.services import ServicesTestCase
 
 KEXTUNLOAD = "/sbin/kextunload"
@@ -68,6 +69,17 @@ class SystemSoftwareTest(ServicesTestCase):
             self.root.forget_calls()
         os.chmod(self.root.host_path(PKGUTIL), 0o644)
         self.flag("RemovePackageWithID", "org.example.p")
+
+    def test_tools_are_waited_for_though_the_agent_was_started_with_their_ends_ignored(self):
+        """As by a supervisor that ignores or blocks SIGCHLD."""
+        with ThrowAwayRoot(start=False) as root, contextlib.ExitStack() as stack:
+            root.agent_prefix = "env --ignore-signal=CHLD --block-signal=CHLD "
+            root.start_bus()
+            stack.callback(root.stop_bus)
+            for script, expected in (("exit 0", True), ("exit 1", False)):
+                root.stand_in(PKGUTIL, script=script)
+                reply = root.busctl("RemovePackageWithID", "s", "org.example.p")
+                self.assertEqual(reply.flag, expected)
 
     def lipo(self):
         lipo = shutil.which("llvm-lipo") or shutil.which("llvm-lipo-14")

@@ -297,6 +297,7 @@ std::uint64_t signalsOf(const std::string &status, const std::string &field) {
 TEST(Task, startsWithDefaultSignalsWhateverThisProcessDoes) {
   auto former = std::signal(SIGPIPE, SIG_IGN);
   auto formerHangup = std::signal(SIGHUP, SIG_IGN);
+  auto formerEnds = std::signal(SIGCHLD, SIG_IGN);
   sigset_t blocked;
   sigset_t formerMask;
   sigfillset(&blocked);
@@ -308,6 +309,7 @@ TEST(Task, startsWithDefaultSignalsWhateverThisProcessDoes) {
   ::pthread_sigmask(SIG_SETMASK, &formerMask, nullptr);
   std::signal(SIGPIPE, former);
   std::signal(SIGHUP, formerHangup);
+  std::signal(SIGCHLD, formerEnds);
   EXPECT_EQ(signalsOf(status, "SigBlk:\t"), 0U);
   EXPECT_EQ(signalsOf(status, "SigIgn:\t"), 0U);
 }
