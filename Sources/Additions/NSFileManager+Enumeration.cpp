@@ -19,16 +19,16 @@ constexpr int walkOptions = searchOptions | NS::FTSOption::XDEV;
 
 class NameSearch {
 public:
-  NameSearch(const std::string &name, bool byWords)
-      : lowerName_(NS::lowercaseString(name)), applicationName_(lowerName_, " "),
-        byWords_(byWords) {}
+  explicit NameSearch(const NameQuery &query)
+      : lowerName_(NS::lowercaseString(query.name)), applicationName_(lowerName_, " "),
+        byWords_(query.byWords), withCopies_(query.withCopies) {}
 
   bool isResult(const NS::FTSEntry &entry) const {
     // The cheap test first: the candidate may cost a look at the file system.
     if (!byWords_ && !NS::rangeOfString(NS::lowercaseString(entry.name), lowerName_))
       return false;
     std::string name = candidate(entry);
-    return !applicationName_.hasNumberedCopy(name) &&
+    return (withCopies_ || !applicationName_.hasNumberedCopy(name)) &&
            (!byWords_ || applicationName_.hasItsWordsIn(name));
   }
 
@@ -44,6 +44,7 @@ private:
   std::string lowerName_;
   ApplicationName applicationName_;
   bool byWords_;
+  bool withCopies_;
 };
 
 std::string withoutTrailingSlashes(std::string path) {
@@ -83,37 +84,43 @@ bool walk(NS::FTSStream &stream, bool recursive, const WalkHandler &handler) {
 
 } // namespace
 
-std::vector<std::string> findFile(NS::FileManager &, const std::optional<std::string> &name,
-                                  const std::optional<std::string> &atPath, bool matchByWords,
-                                  bool recursive, const NameExclusion &filterWith) {
-  std::vector<std::string> found;
-  std::string path = withoutTrailingSlashes(atPath.value_or(""));
-  if (!name || name->empty() || !isSearchable(path))
-    return found;
-  NameSearch search(*name, matchByWords);
+void searchByName(NS::FileManager &, const NameQuery &query, const std::string &atPath,
+                  const std::function<void(const std::string &path)> &found) {
+  std::string path = withoutTrailingSlashes(atPath);
+  if (query.name.empty() || !isSearchable(path))
+    return;
+  NameSearch search(query);
   std::string rootName = NS::lastPathComponent(path);
   // "link/" is the folder behind the link, "link" the link, which holds nothing.
-  if (atPath->ends_with('/'))
+  if (atPath.ends_with('/'))
     path += '/';
   // What may be excluded is not to be touched before it is known.
-  bool visitsAll = recursive && !filterWith;
+  bool visitsAll = query.recursive && !query.isExcluded;
   NS::FTS &walks = NS::FTS::shared();
   std::unique_ptr<NS::FTSStream> stream =
       visitsAll ? walks.openForAll(path, searchOptions) : walks.open(path, searchOptions);
   while (NS::FTSEntry *entry = stream ? stream->read() : nullptr) {
-    if (entry->level == 0 || entry->name == rootName)
+    if (entry->level == 0 || (entry->name == rootName && !query.withCopies))
       continue;
-    bool excluded = filterWith && filterWith(std::string(entry->name));
-    if (excluded || !recursive)
+    bool excluded = query.isExcluded && query.isExcluded(std::string(entry->name));
+    if (excluded || !query.recursive)
       stream->set(*entry, NS::FTSInstruction::SKIP);
     if (!excluded && search.isResult(*entry))
-      found.emplace_back(entry->path);
+      found(std::string(entry->path));
   }
   if (stream && stream->failure() != 0)
     NS::Log("%s was not searched to its end: %s", path,
             std::generic_category().message(stream->failure()));
   if (stream)
     stream->close();
+}
+
+std::vector<std::string> findFile(NS::FileManager &manager, const std::optional<std::string> &name,
+                                  const std::optional<std::string> &atPath, bool matchByWords,
+                                  bool recursive, const NameExclusion &filterWith) {
+  std::vector<std::string> found;
+  searchByName(manager, {name.value_or(""), matchByWords, recursive, filterWith},
+               atPath.value_or(""), [&](const std::string &path) { found.push_back(path); });
   return found;
 }
 

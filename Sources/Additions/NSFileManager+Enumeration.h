@@ -18,6 +18,21 @@ namespace kw {
 // Whether a name is to be passed over with all beneath it; empty for none.
 using NameExclusion = std::function<bool(const std::string &name)>;
 
+// A search by name.
+struct NameQuery {
+  std::string name;
+  bool byWords = false;
+  bool recursive = true;
+  NameExclusion isExcluded = nullptr;
+  // Numbered copies, and items that bear the folder's own name, are results too.
+  bool withCopies = false;
+};
+
+// Hands each result to the function as the walk meets it, in the order and with
+// the repetitions of findFile.
+void searchByName(NS::FileManager &manager, const NameQuery &query, const std::string &atPath,
+                  const std::function<void(const std::string &path)> &found);
+
 // The full paths below a folder whose names contain the name or, matched by
 // words, hold each of its words; without their extensions, unless they are
 // folders, for the words. Case does not count. Numbered copies and items that

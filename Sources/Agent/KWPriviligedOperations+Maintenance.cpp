@@ -10,6 +10,7 @@
 #include "Tools/KWLaunchdManager.h"
 #include "Tools/KWPermissionsRepair.h"
 #include "Tools/KWTaskRunner.h"
+#include "Tools/SystemTools.h"
 
 #include <cmath>
 
@@ -18,7 +19,6 @@ namespace {
 
 constexpr const char *syslogdLabel = "com.apple.syslogd";
 constexpr const char *aslmanagerLabel = "com.apple.aslmanager";
-constexpr const char *logStorePath = "/var/log/asl";
 
 // The systems whose name service was discoveryd: from the first version up to,
 // but without, the second.
@@ -54,7 +54,7 @@ bool startLogJobs() {
 bool eraseSystemLogStore() {
   if (!stopLogJobs())
     return false;
-  if (!removeContentsOfDirectoryAtPath(NS::FileManager::defaultManager(), logStorePath))
+  if (!removeContentsOfDirectoryAtPath(NS::FileManager::defaultManager(), tools::logStore))
     logFailure("Failed to remove contents of /var/log/asl");
   return startLogJobs();
 }
@@ -69,11 +69,11 @@ bool flushNameCaches() {
   long long first = 0;
   long long second = 0;
   if (version >= firstDiscoveryVersion && version < endOfDiscoveryVersions) {
-    first = statusOf("/usr/sbin/discoveryutil", NS::wordList("mdnsflushcache"));
-    second = statusOf("/usr/sbin/discoveryutil", NS::wordList("udnsflushcaches"));
+    first = statusOf(tools::discoveryutil, NS::wordList("mdnsflushcache"));
+    second = statusOf(tools::discoveryutil, NS::wordList("udnsflushcaches"));
   } else {
-    first = statusOf("/usr/sbin/dscacheutil", NS::wordList("-flushcache"));
-    second = statusOf("/usr/bin/killall", NS::wordList("-HUP", "mDNSResponder"));
+    first = statusOf(tools::dscacheutil, NS::wordList("-flushcache"));
+    second = statusOf(tools::killall, NS::wordList("-HUP", "mDNSResponder"));
   }
   return (first | second) == 0;
 }
@@ -93,13 +93,13 @@ void KWPriviligedOperations::flushDNSWithReply(KWFlagReply reply) {
 }
 
 void KWPriviligedOperations::runPeriodicScript(const std::string &scriptName, KWFlagReply reply) {
-  static_cast<void>(statusOf("/usr/sbin/periodic", NS::wordList(scriptName)));
+  static_cast<void>(statusOf(tools::periodic, NS::wordList(scriptName)));
   if (reply)
     reply(true, std::nullopt);
 }
 
 void KWPriviligedOperations::startSpotlightReindexWithReply(KWFlagReply reply) {
-  static_cast<void>(statusOf("/usr/bin/mdutil", NS::wordList("-E", "/")));
+  static_cast<void>(statusOf(tools::mdutil, NS::wordList("-E", "/")));
   if (reply)
     reply(true, std::nullopt);
 }
@@ -116,7 +116,7 @@ void KWPriviligedOperations::repairPermissionsWithReply(KWRepairReply reply) {
 }
 
 void KWPriviligedOperations::removeDiagnosticLogsWithReply(KWDiagnosticLogsReply reply) {
-  KWTaskRunner::shared().launchTask("/usr/bin/log", NS::wordList("erase", "--all"), "y",
+  KWTaskRunner::shared().launchTask(tools::log, NS::wordList("erase", "--all"), "y",
                                     std::move(reply));
 }
 

@@ -19,14 +19,12 @@
 #include "Tools/KWPkgutilTask.h"
 #include "Tools/KWServiceManagementRemover.h"
 #include "Tools/KWTaskRunner.h"
+#include "Tools/SystemTools.h"
 
 #include <algorithm>
 
 namespace kw {
 namespace {
-
-constexpr const char *systemStarter = "/sbin/SystemStarter";
-constexpr const char *launchdConfiguration = "/etc/launchd.conf";
 
 void answer(const KWFlagReply &reply, bool success) {
   if (reply)
@@ -36,7 +34,7 @@ void answer(const KWFlagReply &reply, bool success) {
 // There is no shell to take the quotes off again; the tool sees them.
 void runSystemStarter(const char *verb, const std::string &name) {
   static_cast<void>(KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(
-      systemStarter, NS::wordList(verb, NS::stringWithFormat("\"%@\"", name))));
+      tools::systemStarter, NS::wordList(verb, NS::stringWithFormat("\"%@\"", name))));
 }
 
 // How the platform compares: canonically equivalent spellings are equal.
@@ -84,11 +82,11 @@ std::string configurationWithoutLibrary(const std::string &unquoted, const std::
 // may have left, has nothing to keep and must not cost an earlier backup.
 void backUpConfiguration(const std::optional<std::string> &text) {
   NS::FileManager &manager = NS::FileManager::defaultManager();
-  std::string backup = NS::stringByAppendingPathExtension(launchdConfiguration, "prev");
+  std::string backup = NS::stringByAppendingPathExtension(tools::launchdConfiguration, "prev");
   if (text && text->empty() && manager.fileExistsAtPath(backup))
     return;
   static_cast<void>(manager.removeItemAtPath(backup, nullptr));
-  static_cast<void>(manager.copyItemAtPath(launchdConfiguration, backup, nullptr));
+  static_cast<void>(manager.copyItemAtPath(tools::launchdConfiguration, backup, nullptr));
 }
 
 } // namespace
@@ -161,13 +159,13 @@ void KWPriviligedOperations::removeGlobalLoginItemForAppWithPath(const std::stri
 // of this process keeps from being read is left alone.
 void KWPriviligedOperations::removeLibraryFromLauchdConf(const std::string &libraryPath,
                                                          KWFlagReply reply) {
-  if (!NS::FileManager::defaultManager().fileExistsAtPath(launchdConfiguration))
+  if (!NS::FileManager::defaultManager().fileExistsAtPath(tools::launchdConfiguration))
     answer(reply, true);
   NS::FileContents &files = NS::FileContents::shared();
   std::optional<NS::Error> failure;
-  auto former = files.stringWithContentsOfFile(launchdConfiguration, &failure);
+  auto former = files.stringWithContentsOfFile(tools::launchdConfiguration, &failure);
   if (failure && NS::isLimitOfThisProcess(*failure)) {
-    NS::Log("%@ is left as it is: %@", launchdConfiguration, failure);
+    NS::Log("%@ is left as it is: %@", tools::launchdConfiguration, failure);
     return answer(reply, false);
   }
   backUpConfiguration(former);
@@ -176,8 +174,8 @@ void KWPriviligedOperations::removeLibraryFromLauchdConf(const std::string &libr
     answer(reply, true);
   std::erase(text, '"');
   std::string result = configurationWithoutLibrary(text, libraryPath);
-  NS::Log("%@ before edit: %@\nafter: %@\n", launchdConfiguration, text, result);
-  answer(reply, files.writeToFileAtomically(launchdConfiguration, result, nullptr));
+  NS::Log("%@ before edit: %@\nafter: %@\n", tools::launchdConfiguration, text, result);
+  answer(reply, files.writeToFileAtomically(tools::launchdConfiguration, result, nullptr));
 }
 
 } // namespace kw

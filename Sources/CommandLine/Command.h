@@ -31,6 +31,9 @@ struct Command {
   std::vector<Example> examples{};
   std::vector<Command> verbs{};
   const char *note = ""; // what its arguments and options leave unsaid
+  // What it cannot do without on this system: any one of the tools, the file.
+  std::vector<const char *> tools{};
+  const char *file = nullptr;
 };
 
 using CommandTable = std::vector<Command>;
@@ -49,9 +52,10 @@ std::shared_ptr<bool> declareYes(Arguments &arguments);
 
 // One request of a command that may make several, such as one for each path.
 // A failure to get a reply is reported with the request's own JSON members and
-// becomes the exit status.
+// becomes the exit status. The subject, such as a path, stands before what is
+// said to people.
 int reportingFailures(Session &session, const JSONObject &request,
-                      const std::function<int()> &attempt);
+                      const std::function<int()> &attempt, const std::string &subject = "");
 
 // The status of a whole command: that of its worst request.
 int worse(int left, int right);

@@ -7,6 +7,7 @@
 #include "Foundation/Identity.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <ostream>
 
 namespace kw {
@@ -29,10 +30,26 @@ bool asksForJSON(const std::vector<std::string> &words) {
   return std::find(words.begin(), words.end(), "--json") != words.end();
 }
 
-int run(const CommandRun &chosen, const GlobalOptions &options, const Surroundings &surroundings) {
+int refuseWithout(const std::string &missing, const DeclaredCommand &command, Session &session) {
+  std::string reason =
+      fmt::format("{} needs {}, which this system does not have", command.words, missing);
+  session.sayFailure(JSONObject()
+                         .add("command", command.words)
+                         .add("success", false)
+                         .add("error", jsonOfReason(reason, "unavailable")));
+  session.complain(reason);
+  return ExitRefused;
+}
+
+int run(const DeclaredCommand &command, const GlobalOptions &options,
+        const Surroundings &surroundings) {
   Session session(surroundings, options);
+  std::string missing = missingFor(*command.command, surroundings);
+  if (!missing.empty())
+    return refuseWithout(missing, command, session);
   try {
-    return chosen(session);
+    int status = command.run(session);
+    return status == ExitStopped ? ExitStopped + session.alarm()->stopSignal() : status;
   } catch (const NotConfirmed &error) {
     JSONObject reason = JSONObject().add("kind", "declined").add("description", error.what());
     session.sayFailure(JSONObject().add("success", false).add("error", reason));
@@ -46,7 +63,7 @@ int answer(Program &program, const std::vector<std::string> &words, const Global
   auto [wish, command] = program.read(words);
   switch (wish) {
   case Program::Wish::Help:
-    *surroundings.out << helpFor(program, *command);
+    *surroundings.out << helpFor(program, *command, surroundings);
     return ExitDone;
   case Program::Wish::Version:
     *surroundings.out << "keepwell " << kAgentBundleVersion << '\n';
@@ -57,7 +74,7 @@ int answer(Program &program, const std::vector<std::string> &words, const Global
   case Program::Wish::Run:
     break;
   }
-  return run(command->run, options, surroundings);
+  return run(*command, options, surroundings);
 }
 
 } // namespace

@@ -13,9 +13,9 @@ CommandRun declareEcho(Arguments &arguments) {
     JSONObject request;
     request.add("command", "echo");
     return reportingFailures(session, request, [&] {
-      EchoReply reply = session.agent().echo(*text, session.requestOptions());
+      EchoReply reply = session.await(session.agent().echoAsync(*text, session.requestOptions()));
       bool same = reply.text == *text;
-      session.say(displayable(reply.text));
+      session.say(reply.text);
       JSONObject object = JSONObject(request).add("success", same).add("text", reply.text);
       if (same)
         session.sayJSON(object);
@@ -31,7 +31,7 @@ CommandRun declareTerminate(Arguments & /*arguments*/) {
     JSONObject request;
     request.add("command", "terminate");
     return reportingFailures(session, request, [&] {
-      session.agent().pleaseTerminate(session.requestOptions());
+      session.await(session.agent().pleaseTerminateAsync(session.requestOptions()));
       session.say("The agent has ended.");
       session.sayJSON(JSONObject(request).add("success", true));
       return ExitDone;

@@ -1,9 +1,11 @@
 // Commands that act on files and folders.
 #include "CommandLine/Outcome.h"
 #include "CommandLine/PathRequests.h"
+#include "CommandLine/RemovalPreview.h"
 #include "Foundation/FileManager.h"
 #include "Tools/RVFileSizer.h"
 
+#include <fmt/format.h>
 #include <memory>
 
 namespace kw {
@@ -15,7 +17,8 @@ CommandRun forEachPath(const std::shared_ptr<PathArguments> &paths,
                        const PathQuestion<Reply> &question) {
   return [=](Session &session) {
     requirePaths(*paths);
-    return askForEachPath(session, PathSource(*paths, session.input()), question);
+    PathSource source(session, *paths);
+    return PathAsker<Reply>(session, source, question).run();
   };
 }
 
@@ -24,32 +27,36 @@ CommandRun declareTruncate(Arguments &arguments) {
   auto paths = declarePaths(arguments);
   PathQuestion<FlagReply> question;
   question.command = "truncate";
+  question.participle = "truncated";
   question.ask = [](Client &agent, const std::string &path, const RequestOptions &options) {
     return agent.truncateFileAtPathAsync(path, options);
   };
-  question.tell = [](Session &session, const std::string &path, const JSONObject &request,
-                     const FlagReply &reply) {
-    std::string shown = displayable(path);
-    return tellOutcome(session, request, reply,
-                       {"Truncated " + shown, shown + " could not be truncated"});
+  question.tell = [](Session &session, const AskedPath<FlagReply> &asked,
+                     const JSONObject &request) {
+    const std::string &path = asked.path;
+    return tellOutcome(session, request, asked.reply(),
+                       {"Truncated " + path, path + " could not be truncated", path,
+                        [&path] { return obstacleToTruncation(path); }});
   };
-  return [yes, paths, askAll = forEachPath(paths, question)](Session &session) {
+  return [yes, paths, question](Session &session) {
     requirePaths(*paths);
-    session.confirm("Truncate what is named, for good?", *yes);
-    return askAll(session);
+    PathSource source(session, *paths);
+    if (session.canAsk(*yes))
+      confirmRemoval(session, "Truncate", source.readAhead(), KeepList({}));
+    return PathAsker<FlagReply>(session, source, question).run();
   };
 }
 
 CommandRun declareExists(Arguments &arguments) {
   PathQuestion<ExistenceReply> question;
   question.command = "exists";
+  question.participle = "found";
   question.ask = [](Client &agent, const std::string &path, const RequestOptions &options) {
     return agent.fileExistsAtPathAsync(path, options);
   };
-  question.tell = [](Session &session, const std::string &path, JSONObject request,
-                     const ExistenceReply &reply) {
-    bool exists = reply.existence == Existence::Exists;
-    session.say(displayable(path) + (exists ? " exists" : " does not exist"));
+  question.tell = [](Session &session, const AskedPath<ExistenceReply> &asked, JSONObject request) {
+    bool exists = asked.reply().existence == Existence::Exists;
+    session.say(asked.path + (exists ? " exists" : " does not exist"));
     session.sayJSON(request.add("success", true).add("exists", exists));
     return exists ? ExitDone : ExitRefused;
   };
@@ -65,12 +72,13 @@ CommandRun declareMove(Arguments &arguments) {
     std::string from = absolutePath(*source);
     std::string to = absolutePath(*destination);
     JSONObject request = pathRequest("move", from);
-    request.add("destination", to);
+    request.addName("destination", to);
     return reportingFailures(session, request, [&] {
-      Told reply = session.agent().moveItemAtPath(from, to, session.requestOptions());
-      return tellOutcome(session, request, reply,
-                         {"Moved " + displayable(from) + " to " + displayable(to),
-                          displayable(from) + " could not be moved to " + displayable(to)});
+      Told reply =
+          session.await(session.agent().moveItemAtPathAsync(from, to, session.requestOptions()));
+      return tellOutcome(
+          session, request, reply,
+          {"Moved " + from + " to " + to, from + " could not be moved to " + to, from});
     });
   };
 }
@@ -81,13 +89,8 @@ struct SizeOptions {
   bool local = false;
   bool logical = false;
   bool bulk = false;
+  bool once = false;
 };
-
-// The measuring itself answers 0 for what is not there; here nobody is served
-// by that.
-bool isMissing(const std::string &path, std::optional<NS::Error> &why) {
-  return !NS::FileManager::defaultManager().attributesOfItemAtPath(path, &why).has_value();
-}
 
 std::shared_ptr<SizeOptions> declareSizeOptions(Arguments &arguments) {
   auto options = std::make_shared<SizeOptions>();
@@ -103,24 +106,68 @@ std::shared_ptr<SizeOptions> declareSizeOptions(Arguments &arguments) {
             "Read the folders' attributes in batches: what files and links hold, folders "
             "counting nothing")
       .needs = &local;
+  arguments.flag("--once", options->once,
+                 "Count as du does: each folder once, and each file once whatever its names. What "
+                 "remove --dry-run would free is counted so");
   return options;
 }
 
 int tellSize(Session &session, const SizeOptions &options, const std::string &path,
              JSONObject request, std::uint64_t size) {
-  std::string text = RVFileSizer::shared().displayItemSizeFromSize(size, options.base2, true);
-  session.say((options.bytes ? std::to_string(size) : text) + "\t" + displayable(path));
+  std::string text = sizeInWords(size, options.base2);
+  session.say(options.bytes ? std::to_string(size) : text, path);
   session.sayJSON(request.add("success", true).add("bytes", size).add("text", text));
   return ExitDone;
 }
 
-// With the rights of whoever runs the command.
+// The measuring itself answers 0 for what is not there; here nobody is served
+// by that.
+int tellMissing(Session &session, JSONObject request, const std::string &path) {
+  const char *reason = "there is nothing there";
+  session.sayFailure(request.add("success", false).add("error", jsonOfReason(reason)));
+  session.complain(fmt::format("{}: {}", path, reason));
+  return ExitRefused;
+}
+
+// Only the agent sees into a folder that is closed to this user.
+bool isMissing(Session &session, const AskedPath<SizeReply> &asked) {
+  if (asked.reply().allocatedBytes > 0 || asked.before != Presence::Unknown)
+    return asked.before == Presence::Missing && asked.reply().allocatedBytes == 0;
+  return session.await(session.agent().fileExistsAtPathAsync(asked.path, session.requestOptions()))
+             .existence == Existence::Missing;
+}
+
+// As du counts.
+int measureOnce(Session &session, const SizeOptions &options, RemovalPlanner &planner,
+                const std::string &path) {
+  JSONObject request = pathRequest("size", path);
+  RemovalPlan plan = planner.plan(path);
+  if (!plan.exists)
+    return tellMissing(session, request, path);
+  for (const std::string &unknown : plan.unknown)
+    session.complain(unknown + " cannot be looked into; what it holds is not counted");
+  return tellSize(session, options, path, request, plan.allocatedBytes);
+}
+
+int measureAllOnce(Session &session, const SizeOptions &options, const PathArguments &arguments) {
+  KeepList nothing({});
+  RemovalPlanner planner(nothing, RemovalPlanner::Volumes::All,
+                         options.local ? nullptr : measuringByAgent(session));
+  PathSource source(session, arguments);
+  return tellForEachPath(session, "size", source, [&](const std::string &path) {
+    return measureOnce(session, options, planner, path);
+  });
+}
+
+// With the rights of the user who runs the command.
 int measureHere(Session &session, const SizeOptions &options, const std::string &path) {
   JSONObject request = pathRequest("size", path);
   std::optional<NS::Error> error;
-  if (isMissing(path, error))
-    return tellOutcome(session, request, {false, error},
-                       {"", displayable(path) + " could not be measured"});
+  if (!NS::FileManager::defaultManager().attributesOfItemAtPath(path, &error))
+    return presenceOf(path) == Presence::Missing
+               ? tellMissing(session, request, path)
+               : tellOutcome(session, request, {false, error},
+                             {"", path + " could not be measured", path});
   const RVFileSizer &sizer = RVFileSizer::shared();
   return tellSize(session, options, path, request,
                   options.bulk ? sizer.alternativeItemSizeAtPath(path)
@@ -130,9 +177,10 @@ int measureHere(Session &session, const SizeOptions &options, const std::string 
 int measureAllHere(Session &session, const SizeOptions &options, const PathArguments &arguments) {
   if (options.logical)
     RVFileSizer::shared().setReturnUncompressedFileSize(true);
-  int status =
-      tellForEachPath(session, "size", PathSource(arguments, session.input()),
-                      [&](const std::string &path) { return measureHere(session, options, path); });
+  PathSource source(session, arguments);
+  int status = tellForEachPath(session, "size", source, [&](const std::string &path) {
+    return measureHere(session, options, path);
+  });
   RVFileSizer::shared().setReturnUncompressedFileSize(false);
   return status;
 }
@@ -142,15 +190,23 @@ CommandRun declareSize(Arguments &arguments) {
   auto paths = declarePaths(arguments);
   PathQuestion<SizeReply> question;
   question.command = "size";
+  question.participle = "measured";
   question.ask = [](Client &agent, const std::string &path, const RequestOptions &request) {
     return agent.sizeOfItemAtPathAsync(path, request);
   };
-  question.tell = [options](Session &session, const std::string &path, const JSONObject &request,
-                            const SizeReply &reply) {
-    return tellSize(session, *options, path, request, reply.allocatedBytes);
+  question.tell = [options](Session &session, const AskedPath<SizeReply> &asked,
+                            const JSONObject &request) {
+    if (isMissing(session, asked))
+      return tellMissing(session, request, asked.path);
+    return tellSize(session, *options, asked.path, request, asked.reply().allocatedBytes);
   };
   return [options, paths, askAll = forEachPath(paths, question)](Session &session) {
     requirePaths(*paths);
+    if (options->once && (options->logical || options->bulk))
+      throw UsageError(
+          "--once counts what is occupied, and so goes with none of --logical, --bulk");
+    if (options->once)
+      return measureAllOnce(session, *options, *paths);
     return options->local ? measureAllHere(session, *options, *paths) : askAll(session);
   };
 }
@@ -164,7 +220,11 @@ CommandTable fileCommands() {
        declareSize,
        {{"size /usr /var", "a line for each"},
         {"size --bytes ~/Downloads", "a plain number"},
-        {"size --local ~", "measured with your own rights, without the agent"}}},
+        {"size --once ~/Downloads", "as du counts"},
+        {"size --local ~", "measured with your own rights, without the agent"}},
+       {},
+       "The agent counts each folder twice, and a file with several hard links once for each; "
+       "so this is more than du tells, unless --once is given."},
       {"exists",
        "Tell whether something stands at a path, links followed",
        declareExists,

@@ -1,10 +1,10 @@
 // Commands that look at this host's files themselves and need no agent.
-#include "CommandLine/Command.h"
-
 #include "Additions/NSFileManager+Additions.h"
 #include "Additions/NSFileManager+AliasExt.h"
 #include "Additions/NSFileManager+Enumeration.h"
 #include "Additions/NSFileManager+FileAttributes.h"
+#include "CommandLine/Command.h"
+#include "CommandLine/Outcome.h"
 #include "Foundation/FileFlags.h"
 #include "Foundation/Log.h"
 
@@ -22,9 +22,7 @@ NS::FileManager &files() {
 
 int fail(Session &session, JSONObject request, const std::string &path, const NS::Error &error) {
   session.sayFailure(request.add("success", false).add("error", jsonOfError(error)));
-  // The system's own words say more than the number of the layer above.
-  const NS::Error &cause = error.underlyingError() ? *error.underlyingError() : error;
-  session.complain(displayable(path) + ": " + displayable(cause.localizedDescription()));
+  session.complain(path + ": " + causeOf(error, path));
   return ExitRefused;
 }
 
@@ -37,16 +35,9 @@ struct FindArguments {
   bool byWords = false;
   bool shallow = false;
   bool raw = false;
+  bool all = false;
+  bool withNul = false;
 };
-
-// The search names a folder twice, before and after what it holds.
-std::vector<std::string> unique(const std::vector<std::string> &paths) {
-  std::unordered_set<std::string> seen;
-  std::vector<std::string> kept;
-  std::copy_if(paths.begin(), paths.end(), std::back_inserter(kept),
-               [&](const std::string &path) { return seen.insert(path).second; });
-  return kept;
-}
 
 // Slashes and dots at the end would stand in the middle of every result.
 std::string withoutDots(std::string path) {
@@ -55,27 +46,45 @@ std::string withoutDots(std::string path) {
   return path;
 }
 
-int find(Session &session, const FindArguments &arguments) {
-  std::string root = withoutDots(absolutePath(arguments.under));
-  JSONObject request;
-  request.add("command", "find").add("name", arguments.name).add("path", root);
-  std::optional<NS::Error> error;
-  if (!files().attributesOfItemAtPath(root, &error))
-    return fail(session, request, root, *error);
+NameQuery queryOf(const FindArguments &arguments) {
+  NameQuery query{arguments.name, arguments.byWords, !arguments.shallow, nullptr, arguments.all};
   // None at all lets the search read ahead.
-  NameExclusion isExcluded;
   if (!arguments.excluded.empty())
-    isExcluded = [&](const std::string &name) {
+    query.isExcluded = [&arguments](const std::string &name) {
       return std::find(arguments.excluded.begin(), arguments.excluded.end(), name) !=
              arguments.excluded.end();
     };
-  std::vector<std::string> found =
-      findFile(files(), arguments.name, root, arguments.byWords, !arguments.shallow, isExcluded);
-  if (!arguments.raw)
-    found = unique(found);
-  for (const std::string &path : found)
-    session.say(displayable(path));
-  session.sayJSON(request.add("success", true).add("paths", found));
+  return query;
+}
+
+// Matches reach the reader as they are found. The search names a folder twice,
+// before and after what it holds.
+std::vector<std::string> printMatches(Session &session, const FindArguments &arguments,
+                                      const std::string &root) {
+  std::unordered_set<std::string> seen;
+  std::vector<std::string> found;
+  searchByName(files(), queryOf(arguments), root, [&](const std::string &path) {
+    if (!arguments.raw && !seen.insert(path).second)
+      return;
+    if (session.json())
+      found.push_back(path);
+    session.say(path);
+    session.flush();
+  });
+  return found;
+}
+
+int find(Session &session, const FindArguments &arguments) {
+  if (arguments.withNul)
+    session.endLinesWithNul();
+  std::string root = withoutDots(absolutePath(arguments.under));
+  JSONObject request;
+  request.add("command", "find").addName("name", arguments.name).addName("path", root);
+  std::optional<NS::Error> error;
+  if (!files().attributesOfItemAtPath(root, &error))
+    return fail(session, request, root, *error);
+  std::vector<std::string> found = printMatches(session, arguments, root);
+  session.sayJSON(request.add("success", true).addNames("paths", found));
   return ExitDone;
 }
 
@@ -97,7 +106,9 @@ CommandRun declareFind(Arguments &arguments) {
   arguments.flag("--words", given->byWords, "Match the words of the name, in any order");
   arguments.flag("--shallow", given->shallow, "Look at the folder's own children only");
   arguments.option("--exclude", given->excluded, "NAME", "Pass over items of this name, unentered");
+  arguments.flag("--all", given->all, "Pass over nothing: numbered copies too");
   arguments.flag("--raw", given->raw, "Print each match of the walk: folders come twice");
+  arguments.flag("-0,--null", given->withNul, "End each path with a NUL, for xargs -0");
   return [given](Session &session) { return find(session, *given); };
 }
 
@@ -160,6 +171,15 @@ struct Inspection {
   std::string original;
 };
 
+// A link's text counts from the folder that holds the link.
+std::string originalOf(const std::string &path) {
+  auto destination = files().destinationOfSymbolicLinkAtPath(path, nullptr);
+  if (!destination || destination->empty() || destination->starts_with('/'))
+    return resolvedOriginalPath(files(), path);
+  std::string whole = path.substr(0, path.rfind('/') + 1) + *destination;
+  return files().fileExistsAtPath(whole) ? whole : path;
+}
+
 Inspection inspection(const std::string &path, const NS::FileAttributes &attributes) {
   Inspection result;
   result.type = nameOfType(attributes.type);
@@ -175,7 +195,7 @@ Inspection inspection(const std::string &path, const NS::FileAttributes &attribu
   result.created = statCreationTimeAtPath(files(), path);
   result.modified = statModificationTimeAtPath(files(), path);
   result.lastUsed = statAccessTimeAtPath(files(), path);
-  result.original = resolvedOriginalPath(files(), path);
+  result.original = originalOf(path);
   return result;
 }
 
@@ -203,7 +223,7 @@ std::string moment(std::int64_t seconds) {
 }
 
 void sayInspection(Session &session, const std::string &path, const Inspection &item) {
-  session.say(displayable(path));
+  session.say(path);
   session.say("  kind:       " + item.type +
               (item.folderType.empty() ? "" : " (" + item.folderType + ")"));
   session.say("  flags:      " + listed(item.flags));
@@ -215,7 +235,7 @@ void sayInspection(Session &session, const std::string &path, const Inspection &
   session.say("  modified:   " + moment(item.modified));
   session.say("  last used:  " + moment(item.lastUsed));
   if (item.original != path)
-    session.say("  stands for: " + displayable(item.original));
+    session.say("  stands for: " + item.original);
 }
 
 JSONObject jsonOfInspection(JSONObject request, const Inspection &item) {
@@ -230,12 +250,12 @@ JSONObject jsonOfInspection(JSONObject request, const Inspection &item) {
       .add("created", item.created)
       .add("modified", item.modified)
       .add("lastUsed", item.lastUsed)
-      .add("original", item.original);
+      .addName("original", item.original);
 }
 
 int inspect(Session &session, const std::string &path) {
   JSONObject request;
-  request.add("command", "inspect").add("path", path);
+  request.add("command", "inspect").addName("path", path);
   std::optional<NS::Error> error;
   auto attributes = files().attributesOfItemAtPath(path, &error);
   if (!attributes)
@@ -248,8 +268,12 @@ int inspect(Session &session, const std::string &path) {
 
 CommandRun declareInspect(Arguments &arguments) {
   auto paths = std::make_shared<std::vector<std::string>>();
+  auto withNul = std::make_shared<bool>(false);
   arguments.operands("paths", *paths, "PATH", "Files or folders").required = true;
-  return [paths](Session &session) {
+  arguments.flag("-0,--null", *withNul, "End each line with a NUL, whatever names hold");
+  return [paths, withNul](Session &session) {
+    if (*withNul)
+      session.endLinesWithNul();
     // What the steps log on their way stands in the answer.
     NS::ScopedLogSink quiet([](const std::string &) {});
     int status = ExitDone;
@@ -268,7 +292,10 @@ CommandTable localCommands() {
        declareFind,
        {{"find Editor --under ~/.config", "what has the name in it, in whatever case"},
         {"find \"Photo Editor\" --under /var --words", "the words in any order"},
-        {"find Editor --under ~ --exclude .git --json", "for a program, passing over .git"}}},
+        {"find Editor --under ~ -0 | keepwell remove -0 -n", "what would go with them"}},
+       {},
+       "The search passes over numbered copies, such as \"Editor 2\" and \"editor10.conf\" for "
+       "Editor, and over what bears the name of the folder itself; --all prints them too."},
       {"inspect",
        "Tell what items are: kind, flags, protection, times, original",
        declareInspect,

@@ -1,6 +1,7 @@
 // Commands that maintain the whole system.
 #include "CommandLine/Command.h"
 #include "CommandLine/Outcome.h"
+#include "Tools/SystemTools.h"
 
 #include <memory>
 
@@ -9,9 +10,10 @@ namespace {
 
 using FlagOperation = std::function<Told(Session &)>;
 
-template <typename Reply> FlagOperation asked(Reply (Client::*operation)(const RequestOptions &)) {
+template <typename Reply>
+FlagOperation asked(Request<Reply> (Client::*operation)(const RequestOptions &)) {
   return [operation](Session &session) {
-    return Told((session.agent().*operation)(session.requestOptions()));
+    return Told(session.await((session.agent().*operation)(session.requestOptions())));
   };
 }
 
@@ -48,24 +50,17 @@ CommandRun declarePeriodic(Arguments &arguments) {
     JSONObject request = requestOf("periodic");
     request.add("name", *name);
     return reportingFailures(session, request, [&] {
-      Told reply = session.agent().runPeriodicScript(*name, session.requestOptions());
+      Told reply =
+          session.await(session.agent().runPeriodicScriptAsync(*name, session.requestOptions()));
       return tellOutcome(session, request, reply,
-                         {"Ran the periodic scripts " + displayable(*name),
-                          displayable(*name) + " could not be run"});
+                         {"Ran the periodic scripts " + *name, *name + " could not be run"});
     });
   };
 }
 
-// The tool's own words, if any, with the line's end left to the caller.
-std::string wordsOf(std::string text) {
-  while (!text.empty() && text.back() == '\n')
-    text.pop_back();
-  return displayable(text);
-}
-
 std::string failureOf(const LogErasureReply &reply) {
   if (reply.error)
-    return displayable(reply.error->localizedDescription());
+    return causeOf(*reply.error);
   return "its tool ended with status " + std::to_string(reply.toolStatus.value_or(0));
 }
 
@@ -83,9 +78,9 @@ int tellErasure(Session &session, JSONObject request, const LogErasureReply &rep
     session.sayFailure(request.add("error", reply.error ? jsonOfError(*reply.error)
                                                         : jsonOfReason(failureOf(reply))));
   if (reply.output)
-    session.say(wordsOf(*reply.output));
+    session.sayLines(*reply.output);
   if (reply.errorOutput)
-    session.complain(wordsOf(*reply.errorOutput));
+    session.complainLines(*reply.errorOutput);
   if (reply.isErased())
     session.say("Erased the unified log");
   else
@@ -99,8 +94,9 @@ CommandRun declareEraseUnifiedLog(Arguments &arguments) {
     session.confirm("Erase the unified log for good?", *yes);
     JSONObject request = requestOf("erase-unified-log");
     return reportingFailures(session, request, [&] {
-      return tellErasure(session, request,
-                         session.agent().removeDiagnosticLogs(session.requestOptions()));
+      return tellErasure(
+          session, request,
+          session.await(session.agent().removeDiagnosticLogsAsync(session.requestOptions())));
     });
   };
 }
@@ -133,9 +129,9 @@ CommandRun declareRepairPermissions(Arguments & /*arguments*/) {
     JSONObject request = requestOf("repair-permissions");
     return reportingFailures(session, request, [&] {
       RepairProgress progress(session);
-      RepairReply reply = session.agent().repairPermissions(
+      RepairReply reply = session.await(session.agent().repairPermissionsAsync(
           [&progress](const std::string &chunk) { progress.show(chunk); },
-          session.requestOptions());
+          session.requestOptions()));
       progress.closeLine();
       bool ran = reply.attempt == Attempt::Made;
       session.sayJSON(request.add("success", ran).add("process", std::int64_t{reply.toolProcess}));
@@ -145,10 +141,10 @@ CommandRun declareRepairPermissions(Arguments & /*arguments*/) {
   };
 }
 
-CommandTable verbs() {
+CommandTable allVerbs() {
   return {
       flagVerb("erase-asl", "Erase the system log store",
-               {{"maintenance erase-asl", "empties /var/log/asl"}}, asked(&Client::removeASL),
+               {{"maintenance erase-asl", "empties /var/log/asl"}}, asked(&Client::removeASLAsync),
                {"Erased the system log store", "the system log store could not be erased"},
                "Erase the system log store for good?"),
       {"erase-unified-log",
@@ -157,7 +153,7 @@ CommandTable verbs() {
        {{"maintenance erase-unified-log", "all of it, for good"}}},
       flagVerb("flush-dns", "Flush the caches of names",
                {{"maintenance flush-dns", "so that changed names are asked for anew"}},
-               asked(&Client::flushDNS),
+               asked(&Client::flushDNSAsync),
                {"Flushed the caches of names", "the caches of names could not be flushed"}),
       {"periodic",
        "Run the periodic maintenance scripts",
@@ -165,13 +161,33 @@ CommandTable verbs() {
        {{"maintenance periodic daily", "runs what would run at night"}}},
       flagVerb("reindex-spotlight", "Have the search index built anew",
                {{"maintenance reindex-spotlight", "returns at once; the index takes its time"}},
-               asked(&Client::startSpotlightReindex),
+               asked(&Client::startSpotlightReindexAsync),
                {"Asked for a new search index", "a new search index could not be asked for"}),
       {"repair-permissions",
        "Repair the permissions of the system's packages",
        declareRepairPermissions,
        {{"maintenance repair-permissions", "shows on a terminal what the tool says"}}},
   };
+}
+
+CommandTable verbs() {
+  CommandTable table = allVerbs();
+  for (Command &verb : table) {
+    std::string_view name = verb.name;
+    if (name == "erase-asl")
+      verb.file = tools::logStore;
+    else if (name == "erase-unified-log")
+      verb.tools = {tools::log};
+    else if (name == "flush-dns")
+      verb.tools = {tools::dscacheutil, tools::discoveryutil};
+    else if (name == "periodic")
+      verb.tools = {tools::periodic};
+    else if (name == "reindex-spotlight")
+      verb.tools = {tools::mdutil};
+    else if (name == "repair-permissions")
+      verb.tools = {tools::repairPackages};
+  }
+  return table;
 }
 
 } // namespace

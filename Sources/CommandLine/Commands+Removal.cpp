@@ -2,8 +2,7 @@
 // ask first.
 #include "CommandLine/Outcome.h"
 #include "CommandLine/PathRequests.h"
-#include "CommandLine/RemovalPlan.h"
-#include "Tools/RVFileSizer.h"
+#include "CommandLine/RemovalPreview.h"
 
 #include <memory>
 
@@ -13,11 +12,11 @@ namespace {
 // What distinguishes one such command from another.
 struct RemovalKind {
   const char *command;
-  const char *question; // before the items and "?"; null: it can be undone
-  const char *would;    // before an item, in a dry run
+  const char *verb;  // of the question; null: it can be undone, and nothing is asked
+  const char *would; // before an item, in a dry run
   bool freesSpace;
-  const char *done;   // before an item
-  const char *failed; // behind "could not be "
+  const char *done;       // before an item
+  const char *participle; // behind "could not be "
 };
 
 struct RemovalOptions {
@@ -34,21 +33,10 @@ std::shared_ptr<RemovalOptions> declareOptions(Arguments &arguments, const Remov
                    "Leave what matches, and what holds it, in place; a pattern with a slash is for "
                    "whole paths, others for names; may be given again",
                    refuseEmpty);
-  if (kind.question)
+  if (kind.verb)
     arguments.flag("-y,--yes", options->yes, "Do not ask first");
   return options;
 }
-
-std::string words(std::uint64_t bytes) {
-  return RVFileSizer::shared().displayItemSizeFromSize(bytes, false, true);
-}
-
-std::string amounts(std::uint64_t items, std::uint64_t allocated, std::uint64_t freed) {
-  return std::to_string(items) + (items == 1 ? " item, " : " items, ") + words(allocated) +
-         " on disk, " + words(freed) + " would be freed";
-}
-
-// --- for real
 
 // The items to remove in the place of one; those kept are told.
 std::vector<std::string> around(Session &session, const RemovalKind &kind, RemovalPlanner &planner,
@@ -56,11 +44,11 @@ std::vector<std::string> around(Session &session, const RemovalKind &kind, Remov
   RemovalPlan plan = planner.plan(path);
   for (const std::string &kept : plan.kept) {
     session.sayJSON(pathRequest(kind.command, kept).add("success", true).add("kept", true));
-    session.say("Kept " + displayable(kept));
+    session.say("Kept " + kept);
   }
   for (const std::string &unknown : plan.unknown) {
-    std::string reason = displayable(unknown) +
-                         " cannot be looked into and is left alone, since it may hold what is kept";
+    std::string reason =
+        unknown + " cannot be looked into and is left alone, since it may hold what is kept";
     session.sayFailure(pathRequest(kind.command, unknown)
                            .add("success", false)
                            .add("error", jsonOfReason(reason)));
@@ -70,114 +58,68 @@ std::vector<std::string> around(Session &session, const RemovalKind &kind, Remov
   return plan.exists ? plan.roots : std::vector{path};
 }
 
-std::string questionAbout(const RemovalKind &kind, const std::vector<std::string> &paths) {
-  constexpr std::size_t mostNamed = 5;
-  std::string question = kind.question;
-  for (std::size_t index = 0; index < paths.size() && index < mostNamed; ++index)
-    question += (index > 0 ? ", " : " ") + displayable(paths[index]);
-  if (paths.size() > mostNamed)
-    question += " and " + std::to_string(paths.size() - mostNamed) + " more";
-  return question + " for good?";
-}
-
 template <typename Reply>
 int removeAll(Session &session, const PathArguments &paths, const RemovalOptions &options,
               const RemovalKind &kind, const PathQuestion<Reply> &question) {
-  if (kind.question)
-    session.confirm(questionAbout(kind, paths.given), options.yes);
   KeepList keep(options.keep);
   RemovalPlanner planner(keep);
   int status = ExitDone;
   PathSource::Expand expand;
   if (!keep.isEmpty())
     expand = [&](const std::string &path) { return around(session, kind, planner, path, status); };
-  int asked = askForEachPath(session, PathSource(paths, session.input(), expand), question);
+  PathSource source(session, paths, expand);
+  if (kind.verb && session.canAsk(options.yes))
+    confirmRemoval(session, kind.verb, source.readAhead(), keep);
+  int asked = PathAsker<Reply>(session, source, question).run();
   return worse(status, asked);
-}
-
-// --- as a dry run
-
-struct Total {
-  std::size_t paths = 0;
-  std::uint64_t items = 0;
-  std::uint64_t allocated = 0;
-  std::uint64_t freed = 0;
-};
-
-int tellPlan(Session &session, const RemovalKind &kind, const std::string &path, RemovalPlan plan,
-             Total &total) {
-  if (!kind.freesSpace)
-    plan.freedBytes = 0;
-  ++total.paths;
-  total.items += plan.items;
-  total.allocated += plan.allocatedBytes;
-  total.freed += plan.freedBytes;
-  session.sayJSON(pathRequest(kind.command, path)
-                      .add("dryRun", true)
-                      .add("success", true)
-                      .add("remove", plan.roots)
-                      .add("kept", plan.kept)
-                      .add("unknown", plan.unknown)
-                      .add("items", plan.items)
-                      .add("allocated", plan.allocatedBytes)
-                      .add("freed", plan.freedBytes));
-  if (!plan.exists)
-    session.say(displayable(path) + " is not there");
-  for (const std::string &root : plan.roots)
-    session.say(kind.would + displayable(root));
-  for (const std::string &kept : plan.kept)
-    session.say("Would keep " + displayable(kept));
-  for (const std::string &unknown : plan.unknown)
-    session.complain(displayable(unknown) + " cannot be looked into; what it holds is not counted");
-  return ExitDone;
-}
-
-int planAll(Session &session, const PathArguments &paths, const RemovalOptions &options,
-            const RemovalKind &kind) {
-  KeepList keep(options.keep);
-  RemovalPlanner planner(keep);
-  Total total;
-  int status = tellForEachPath(session, kind.command, PathSource(paths, session.input()),
-                               [&](const std::string &path) {
-                                 return tellPlan(session, kind, path, planner.plan(path), total);
-                               });
-  session.say(amounts(total.items, total.allocated, total.freed));
-  JSONObject object;
-  object.add("items", total.items).add("allocated", total.allocated).add("freed", total.freed);
-  session.sayJSON(JSONObject()
-                      .add("command", kind.command)
-                      .add("dryRun", true)
-                      .add("success", true)
-                      .add("total", object));
-  return status;
 }
 
 template <typename Reply>
 using Operation = Request<Reply> (Client::*)(const std::string &path, const RequestOptions &);
+
+// The agent counts what is missing as removed; a person wants to know of it.
+int tellMissing(Session &session, JSONObject request, const std::string &path) {
+  session.sayJSON(request.add("success", true).add("missing", true));
+  session.say(path + ": there was nothing there");
+  return ExitDone;
+}
+
+template <typename Reply>
+int tellRemoval(Session &session, const RemovalKind &kind, const AskedPath<Reply> &asked,
+                const JSONObject &request) {
+  Told told = asked.reply();
+  const std::string &path = asked.path;
+  if (told.isDone && asked.before == Presence::Missing)
+    return tellMissing(session, request, path);
+  Wording wording{kind.done + path + (kind.freesSpace ? "" : " to the Trash"),
+                  path + " could not be " + kind.participle, path,
+                  [&path] { return obstacleToWriting(path); }};
+  return tellOutcome(session, request, told, wording);
+}
 
 template <typename Reply>
 std::function<CommandRun(Arguments &)> removal(const RemovalKind &kind,
                                                Operation<Reply> operation) {
   PathQuestion<Reply> question;
   question.command = kind.command;
+  question.participle = kind.participle;
   question.ask = [operation](Client &agent, const std::string &path,
                              const RequestOptions &options) {
     return (agent.*operation)(path, options);
   };
-  question.tell = [kind](Session &session, const std::string &path, const JSONObject &request,
-                         const Reply &reply) {
-    std::string shown = displayable(path);
-    return tellOutcome(session, request, reply,
-                       {std::string(kind.done) + shown + (kind.freesSpace ? "" : " to the Trash"),
-                        shown + " could not be " + kind.failed});
+  question.tell = [kind](Session &session, const AskedPath<Reply> &asked,
+                         const JSONObject &request) {
+    return tellRemoval(session, kind, asked, request);
   };
   return [kind, question](Arguments &arguments) -> CommandRun {
     auto options = declareOptions(arguments, kind);
     auto paths = declarePaths(arguments);
     return [=](Session &session) {
       requirePaths(*paths);
-      return options->dryRun ? planAll(session, *paths, *options, kind)
-                             : removeAll(session, *paths, *options, kind, question);
+      if (options->dryRun)
+        return previewRemoval(session, *paths, KeepList(options->keep),
+                              {kind.command, kind.would, kind.freesSpace});
+      return removeAll(session, *paths, *options, kind, question);
     };
   };
 }

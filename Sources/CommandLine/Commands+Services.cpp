@@ -1,8 +1,10 @@
 // Commands for what starts by itself, and for system software that goes.
 #include "CommandLine/Command.h"
+#include "CommandLine/Look.h"
 #include "CommandLine/Outcome.h"
 #include "Foundation/Identity.h"
 #include "Tools/KWLaunchdManager.h"
+#include "Tools/SystemTools.h"
 
 #include <memory>
 
@@ -37,9 +39,10 @@ struct FlagRequest {
 
 // An operation without the options of its request.
 template <typename Reply>
-FlagOperation asked(Reply (Client::*operation)(const std::string &, const RequestOptions &)) {
+FlagOperation asked(Request<Reply> (Client::*operation)(const std::string &,
+                                                        const RequestOptions &)) {
   return [operation](Session &session, const std::string &argument) {
-    return Told((session.agent().*operation)(argument, session.requestOptions()));
+    return Told(session.await((session.agent().*operation)(argument, session.requestOptions())));
   };
 }
 
@@ -50,14 +53,13 @@ std::function<CommandRun(Arguments &)> flagCommand(const FlagRequest &kind) {
     return [kind, text, yes](Session &session) {
       std::string argument = kind.isPath ? absolutePath(*text) : *text;
       JSONObject request;
-      request.add("command", kind.command).add(kind.member, argument);
+      request.add("command", kind.command).addName(kind.member, argument);
       if (kind.question)
-        session.confirm(kind.question + displayable(argument) + " for good?", *yes);
+        session.confirm(kind.question + argument + " for good?", *yes);
       return reportingFailures(session, request, [&] {
         Told reply = kind.operation(session, argument);
-        return tellOutcome(
-            session, request, reply,
-            {kind.done + displayable(argument), displayable(argument) + kind.failed});
+        return tellOutcome(session, request, reply,
+                           {kind.done + argument, argument + kind.failed, argument});
       });
     };
   };
@@ -68,11 +70,11 @@ int tellJob(Session &session, const std::string &path) {
   const KWLaunchdManager &manager = KWLaunchdManager::shared();
   auto label = manager.jobLabelForLaunchdAgent(path);
   JSONObject object;
-  object.add("command", "launchd info").add("path", path).add("success", label.has_value());
+  object.add("command", "launchd info").addName("path", path).add("success", label.has_value());
   if (!label) {
-    std::string reason = displayable(path) + " is no job list that can be read";
+    std::string reason = obstacleToReading(path).value_or("it is no job list");
     session.sayFailure(object.add("error", jsonOfReason(reason)));
-    session.complain(reason);
+    session.complain(path + " could not be read: " + reason);
     return ExitRefused;
   }
   bool accurate = false;
@@ -83,16 +85,16 @@ int tellJob(Session &session, const std::string &path) {
   object.add("label", *label).add("loaded", isLoaded).add("runAtLoad", runsAtLoad);
   object.add("periodic", isPeriodic);
   if (appPath)
-    object.add("application", *appPath).add("applicationIsCertain", accurate);
+    object.addName("application", *appPath).add("applicationIsCertain", accurate);
   session.sayJSON(object);
 
   auto yesOrNo = [](bool flag) { return flag ? "yes" : "no"; };
-  session.say("Label: " + displayable(*label));
+  session.say("Label: " + *label);
   session.say(std::string("Loaded: ") + yesOrNo(isLoaded));
   session.say(std::string("Runs when loaded: ") + yesOrNo(runsAtLoad));
   session.say(std::string("Runs by the calendar: ") + yesOrNo(isPeriodic));
   if (appPath)
-    session.say("Application: " + displayable(*appPath) + (accurate ? "" : " (not certain)"));
+    session.say("Application: " + *appPath + (accurate ? "" : " (not certain)"));
   return ExitDone;
 }
 
@@ -109,47 +111,62 @@ CommandRun declareSlim(Arguments &arguments) {
   arguments.everythingBehind(*architectures);
   return [path, yes, architectures](Session &session) {
     std::string binary = absolutePath(*path);
-    session.confirm("Strip " + displayable(binary) + " for good?", *yes);
+    session.confirm("Strip " + binary + " for good?", *yes);
     JSONObject request;
-    request.add("command", "slim").add("path", binary);
+    request.add("command", "slim").addName("path", binary);
     return reportingFailures(session, request, [&] {
-      Told reply =
-          session.agent().slimBinaryWithPath(binary, *architectures, session.requestOptions());
-      return tellOutcome(
-          session, request, reply,
-          {"Slimmed " + displayable(binary), displayable(binary) + " could not be slimmed"});
+      Told reply = session.await(session.agent().slimBinaryWithPathAsync(binary, *architectures,
+                                                                         session.requestOptions()));
+      return tellOutcome(session, request, reply,
+                         {"Slimmed " + binary, binary + " could not be slimmed", binary});
     });
   };
 }
 
-CommandTable launchdVerbs() {
+// The verbs as they are, for systems that have the tool or the file.
+CommandTable needing(CommandTable verbs, const char *tool, const char *file = nullptr) {
+  for (Command &verb : verbs) {
+    if (tool)
+      verb.tools = {tool};
+    verb.file = file;
+  }
+  return verbs;
+}
+
+CommandTable launchdChanges() {
   return {
-      {"info",
-       "Tell what a job's list says and whether launchd has the job",
-       declareJobInfo,
-       {{"launchd info /Library/LaunchDaemons/org.example.job.plist",
-         "its label, whether it is loaded, what it starts"}}},
       {"enable",
        "Load a job, now and from now on",
        flagCommand({"launchd enable", "path", "PLIST", "A job's property list", true,
-                    asked(&Client::enableLaunchdAgentAtPath), "Enabled ", " could not be enabled"}),
+                    asked(&Client::enableLaunchdAgentAtPathAsync), "Enabled ",
+                    " could not be enabled"}),
        {{"launchd enable /Library/LaunchDaemons/org.example.job.plist",
          "undoes what launchd disable did"}}},
       {"disable",
        "Unload a job for good and stop it",
        flagCommand({"launchd disable", "path", "PLIST", "A job's property list", true,
-                    asked(&Client::disableLaunchdAgentAtPath), "Disabled ",
+                    asked(&Client::disableLaunchdAgentAtPathAsync), "Disabled ",
                     " could not be disabled"}),
        {{"launchd disable /Library/LaunchDaemons/org.example.job.plist",
          "it no longer starts by itself; its files stay"}}},
       {"remove",
        "Unload a job and delete its list and its privileged tool",
        flagCommand({"launchd remove", "path", "PLIST", "A job's property list", true,
-                    asked(&Client::removeLaunchdAgentAtPath), "Removed ", " could not be removed",
-                    "Remove the job "}),
+                    asked(&Client::removeLaunchdAgentAtPathAsync), "Removed ",
+                    " could not be removed", "Remove the job "}),
        {{"launchd remove /Library/LaunchDaemons/org.example.job.plist",
          "launchd disable keeps the files"}}},
   };
+}
+
+CommandTable launchdVerbs() {
+  CommandTable verbs = needing(launchdChanges(), tools::launchctl);
+  verbs.insert(verbs.begin(), {"info",
+                               "Tell what a job's list says and whether launchd has the job",
+                               declareJobInfo,
+                               {{"launchd info /Library/LaunchDaemons/org.example.job.plist",
+                                 "its label, whether it is loaded, what it starts"}}});
+  return verbs;
 }
 
 CommandTable startupVerbs() {
@@ -157,12 +174,14 @@ CommandTable startupVerbs() {
       {"start",
        "Start a startup item",
        flagCommand({"startup start", "name", "NAME", "A startup item", false,
-                    asked(&Client::startStartupItem), "Asked to start ", " could not be started"}),
+                    asked(&Client::startStartupItemAsync), "Asked to start ",
+                    " could not be started"}),
        {{"startup start \"Web Server\"", "whether it started is not told"}}},
       {"stop",
        "Stop a startup item",
        flagCommand({"startup stop", "name", "NAME", "A startup item", false,
-                    asked(&Client::stopStartupItem), "Asked to stop ", " could not be stopped"}),
+                    asked(&Client::stopStartupItemAsync), "Asked to stop ",
+                    " could not be stopped"}),
        {{"startup stop \"Web Server\"", "whether it stopped is not told"}}},
   };
 }
@@ -172,14 +191,14 @@ CommandTable loginItemVerbs() {
       {"remove-global",
        "Remove an application from the login items of all users",
        flagCommand({"login-item remove-global", "path", "APP", "The application", true,
-                    asked(&Client::removeGlobalLoginItemForAppWithPath),
+                    asked(&Client::removeGlobalLoginItemForAppWithPathAsync),
                     "No login item of all users starts ",
                     " could not be removed from the login items of all users"}),
        {{"login-item remove-global /opt/example/run", "it no longer starts with every session"}}},
       {"remove-sm",
        "Remove a login item that an application registered for itself",
        flagCommand({"login-item remove-sm", "identifier", "ID", "Its bundle identifier", false,
-                    asked(&Client::removeSMLoginItem), "No login item is registered as ",
+                    asked(&Client::removeSMLoginItemAsync), "No login item is registered as ",
                     " could not be removed from the login items"}),
        {{"login-item remove-sm org.example.helper", "by its identifier, not its path"}}},
   };
@@ -189,7 +208,7 @@ CommandTable kextVerbs() {
   return {{"remove",
            "Unload and delete a kernel extension",
            flagCommand({"kext remove", "path", "PATH", "The extension's bundle", true,
-                        asked(&Client::removeKextAtPath), "Removed ", " could not be removed",
+                        asked(&Client::removeKextAtPathAsync), "Removed ", " could not be removed",
                         "Remove "}),
            {{"kext remove /Library/Extensions/Example.kext", "for good"}}}};
 }
@@ -198,20 +217,21 @@ CommandTable packageVerbs() {
   return {{"forget",
            "Forget a package's receipt; its files stay",
            flagCommand({"package forget", "identifier", "ID", "The package's identifier", false,
-                        asked(&Client::removePackageWithID), "Forgot ", " could not be forgotten",
-                        "Forget "}),
+                        asked(&Client::removePackageWithIDAsync), "Forgot ",
+                        " could not be forgotten", "Forget "}),
            {{"package forget org.example.pkg", "the system no longer knows it was installed"}}}};
 }
 
 CommandTable configurationVerbs() {
-  return {{"remove-library",
-           "Take a library out of those inserted everywhere",
-           flagCommand({"launchd-conf remove-library", "library", "LIB",
-                        "The library's path as it stands there", false,
-                        asked(&Client::removeLibraryFromLauchdConf), "No program gets inserted ",
-                        " could not be taken out of launchd's configuration"}),
-           {{"launchd-conf remove-library /usr/lib/libexample.dylib",
-             "the former file stays beside it, ending in .prev"}}}};
+  return {
+      {"remove-library",
+       "Take a library out of those inserted everywhere",
+       flagCommand({"launchd-conf remove-library", "library", "LIB",
+                    "The library's path as it stands there", false,
+                    asked(&Client::removeLibraryFromLauchdConfAsync), "No program gets inserted ",
+                    " could not be taken out of launchd's configuration"}),
+       {{"launchd-conf remove-library /usr/lib/libexample.dylib",
+         "the former file stays beside it, ending in .prev"}}}};
 }
 
 } // namespace
@@ -227,7 +247,7 @@ CommandTable serviceCommands() {
        "Start and stop startup items",
        nullptr,
        {{"startup stop \"Web Server\"", "until the next start of the system"}},
-       startupVerbs()},
+       needing(startupVerbs(), tools::systemStarter)},
       {"login-item",
        "Remove login items",
        nullptr,
@@ -237,17 +257,17 @@ CommandTable serviceCommands() {
        "Remove kernel extensions",
        nullptr,
        {{"kext remove /Library/Extensions/Example.kext", "for good"}},
-       kextVerbs()},
+       needing(kextVerbs(), tools::kextunload)},
       {"package",
        "Forget package receipts",
        nullptr,
        {{"package forget org.example.pkg", "its files stay"}},
-       packageVerbs()},
+       needing(packageVerbs(), tools::pkgutil)},
       {"launchd-conf",
        "Edit launchd's configuration",
        nullptr,
        {{"launchd-conf remove-library /usr/lib/libexample.dylib", "inserted nowhere any more"}},
-       configurationVerbs()},
+       needing(configurationVerbs(), nullptr, tools::launchdConfiguration)},
       {"slim",
        "Strip a universal binary of architectures",
        declareSlim,

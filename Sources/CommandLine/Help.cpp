@@ -105,9 +105,8 @@ std::string commandRows(const std::vector<const DeclaredCommand *> &commands) {
   return rows;
 }
 
-std::string groupsOf(const DeclaredCommand &top) {
+std::string groupsOf(const std::vector<const DeclaredCommand *> &all) {
   std::string text;
-  std::vector<const DeclaredCommand *> all = runnableBelow(top);
   for (auto first = all.begin(); first != all.end();) {
     auto end = std::find_if(first, all.end(), [&](const DeclaredCommand *each) {
       return std::string_view(each->group) != (*first)->group;
@@ -118,10 +117,29 @@ std::string groupsOf(const DeclaredCommand &top) {
   return text;
 }
 
-std::string helpForProgram(const DeclaredCommand &top) {
-  return paragraphs(top.command->summary) + "\nUsage: keepwell [OPTIONS] COMMAND [ARGUMENTS]\n" +
-         groupsOf(top) + titled("Options of every command", optionRows(top.arguments)) +
+// The commands that work here, and those for which something is missing.
+std::string commandsOf(const DeclaredCommand &top, const Surroundings &surroundings) {
+  std::vector<const DeclaredCommand *> all = runnableBelow(top);
+  auto absent = std::stable_partition(all.begin(), all.end(), [&](const DeclaredCommand *each) {
+    return missingFor(*each->command, surroundings).empty();
+  });
+  std::string rows;
+  for (auto each = absent; each != all.end(); ++each)
+    rows += row((*each)->words, "needs " + missingFor(*(*each)->command, surroundings));
+  return groupsOf({all.begin(), absent}) +
+         titled("Not on this system, which lacks what they need", rows);
+}
+
+std::string helpForProgram(const DeclaredCommand &top, const Surroundings &surroundings) {
+  return paragraphs(fmt::format("{}\n", top.command->summary)) +
+         "Usage: keepwell [OPTIONS] COMMAND [ARGUMENTS]\n" + commandsOf(top, surroundings) +
+         titled("Options of every command", optionRows(top.arguments)) +
          paragraphs(fmt::format("\n{}", generalNote()));
+}
+
+std::string needOf(const Command &command, const Surroundings &surroundings) {
+  std::string missing = missingFor(command, surroundings);
+  return missing.empty() ? "" : fmt::format("\nIt needs {}, which this system lacks.\n", missing);
 }
 
 } // namespace
@@ -137,9 +155,10 @@ std::string generalNote() {
          "Each command has a --help with examples.";
 }
 
-std::string helpFor(const Program &program, const DeclaredCommand &command) {
+std::string helpFor(const Program &program, const DeclaredCommand &command,
+                    const Surroundings &surroundings) {
   if (&command == &program.top())
-    return helpForProgram(command);
+    return helpForProgram(command, surroundings);
   const Command &what = *command.command;
   std::string text = paragraphs(fmt::format("{}.\n", what.summary));
   if (command.run)
@@ -150,6 +169,7 @@ std::string helpFor(const Program &program, const DeclaredCommand &command) {
             titled("Commands", commandRows(runnableBelow(command)));
   text += titled("Options of every command", optionRows(program.top().arguments));
   text += paragraphs(fmt::format("{}{}", *what.note ? "\n" : "", what.note));
+  text += needOf(what, surroundings);
   return text + titled("Examples", exampleRows(what)) +
          paragraphs(fmt::format("\n{}", exitStatuses));
 }

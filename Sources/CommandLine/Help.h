@@ -8,7 +8,8 @@
 namespace kw {
 
 // Of the whole program, of a noun, or of a command.
-std::string helpFor(const Program &program, const DeclaredCommand &command);
+std::string helpFor(const Program &program, const DeclaredCommand &command,
+                    const Surroundings &surroundings);
 
 // What holds for all commands.
 std::string generalNote();

@@ -1,69 +1,56 @@
 // Escaping and nothing else.
 #include "CommandLine/JSON.h"
 
+#include "Additions/NSString+Hashing.h"
+#include "CommandLine/Displayable.h"
+#include "Foundation/Unicode.h"
+
+#include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
+#include <iterator>
 
 namespace kw {
 namespace {
 
-constexpr std::string_view replacement = "\xEF\xBF\xBD";
-
-bool isContinuation(char c) {
-  return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
-}
-
-// The length of the well-formed sequence at the start, 0 when there is none.
-std::size_t sequenceLength(std::string_view text) {
-  auto lead = static_cast<unsigned char>(text[0]);
-  if (lead < 0x80)
-    return 1;
-  std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-  if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
-    return 0;
-  for (std::size_t index = 1; index < length; ++index)
-    if (!isContinuation(text[index]))
-      return 0;
-  auto second = static_cast<unsigned char>(text[1]);
-  bool overlong = (lead == 0xE0 && second < 0xA0) || (lead == 0xF0 && second < 0x90);
-  bool outside = (lead == 0xED && second > 0x9F) || (lead == 0xF4 && second > 0x8F);
-  return overlong || outside ? 0 : length;
-}
-
-std::string escaped(char c) {
-  switch (c) {
-  case '"':
+std::string escaped(char32_t character) {
+  switch (character) {
+  case U'"':
     return "\\\"";
-  case '\\':
+  case U'\\':
     return "\\\\";
-  case '\n':
+  case U'\n':
     return "\\n";
-  case '\t':
+  case U'\t':
     return "\\t";
-  case '\r':
+  case U'\r':
     return "\\r";
   default:
-    return fmt::format("\\u{:04x}", static_cast<unsigned char>(c));
+    return fmt::format("\\u{:04x}", static_cast<unsigned>(character));
   }
 }
 
-bool needsEscape(char c) {
-  return c == '"' || c == '\\' || c == '\x7f' || (c >= 0 && c < 0x20);
+bool needsEscape(char32_t character) {
+  return character == U'"' || character == U'\\' || isHiddenCharacter(character);
+}
+
+std::string base64(std::string_view bytes) {
+  return base64enc(bytes).value_or("");
 }
 
 } // namespace
 
 std::string jsonString(std::string_view text) {
   std::string result = "\"";
-  while (!text.empty()) {
-    std::size_t length = sequenceLength(text);
-    if (length == 0)
-      result += replacement;
-    else if (length == 1 && needsEscape(text[0]))
-      result += escaped(text[0]);
+  for (std::size_t index = 0; index < text.size();) {
+    auto [value, length, wellFormed] = NS::decodeCharacter(text, index);
+    if (!wellFormed)
+      result += "\xEF\xBF\xBD";
+    else if (needsEscape(value))
+      result += escaped(value);
     else
-      result += text.substr(0, length);
-    text.remove_prefix(length == 0 ? 1 : length);
+      result += text.substr(index, length);
+    index += length;
   }
   return result += '"';
 }
@@ -108,6 +95,20 @@ JSONObject &JSONObject::add(std::string_view key, const std::vector<std::string>
   for (const std::string &text : texts)
     array.append(array.size() > 1 ? "," : "").append(jsonString(text));
   return addRaw(key, array + "]");
+}
+
+JSONObject &JSONObject::addName(std::string_view key, std::string_view name) {
+  add(key, name);
+  return NS::isWellFormedUTF8(name) ? *this : add(std::string(key) + "Base64", base64(name));
+}
+
+JSONObject &JSONObject::addNames(std::string_view key, const std::vector<std::string> &names) {
+  add(key, names);
+  if (std::all_of(names.begin(), names.end(), NS::isWellFormedUTF8))
+    return *this;
+  std::vector<std::string> coded;
+  std::transform(names.begin(), names.end(), std::back_inserter(coded), base64);
+  return add(std::string(key) + "Base64", coded);
 }
 
 JSONObject &JSONObject::add(std::string_view key, const std::vector<JSONObject> &values) {

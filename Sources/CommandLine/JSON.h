@@ -9,7 +9,7 @@
 namespace kw {
 
 // The text as a JSON string with its quotes. Bytes that are no UTF-8 become
-// U+FFFD.
+// U+FFFD; what would act on a terminal is escaped.
 std::string jsonString(std::string_view text);
 
 // An object whose keys come in the order in which they were added.
@@ -24,6 +24,10 @@ public:
   JSONObject &add(std::string_view key, const JSONObject &value);
   JSONObject &add(std::string_view key, const std::vector<std::string> &texts);
   JSONObject &add(std::string_view key, const std::vector<JSONObject> &values);
+  // Names of files may be no UTF-8. Then a second member, whose key ends in
+  // "Base64", has their bytes.
+  JSONObject &addName(std::string_view key, std::string_view name);
+  JSONObject &addNames(std::string_view key, const std::vector<std::string> &names);
 
   std::string text() const { return "{" + members_ + "}"; }
 

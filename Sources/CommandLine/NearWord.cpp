@@ -2,6 +2,7 @@
 #include "CommandLine/NearWord.h"
 
 #include <algorithm>
+#include <map>
 
 namespace kw {
 namespace {
@@ -33,7 +34,10 @@ std::string nearWord(std::string_view given, const std::vector<std::string> &wor
   std::size_t fewest = std::min<std::size_t>(given.size() / 3 + 1, 3) + 1;
   for (const std::string &word : words) {
     std::size_t changes = given.size() > longest ? fewest : changesBetween(given, word);
-    if (changes < fewest && changes < word.size()) {
+    // A first letter is seldom wrong: "rmove" is "remove" rather than "move".
+    bool startsAlike = !nearest.empty() && changes == fewest && !given.empty() &&
+                       word.front() == given.front() && nearest.front() != given.front();
+    if ((changes < fewest || startsAlike) && changes < word.size()) {
       fewest = changes;
       nearest = word;
     }
@@ -41,11 +45,28 @@ std::string nearWord(std::string_view given, const std::vector<std::string> &wor
   return nearest;
 }
 
+namespace {
+
+// What other programs call it.
+std::string otherName(const std::string &given) {
+  static const std::map<std::string, std::string> names{
+      {"rm", "remove"},     {"del", "remove"},  {"delete", "remove"}, {"rmdir", "remove"},
+      {"unlink", "remove"}, {"du", "size"},     {"ls", "inspect"},    {"stat", "inspect"},
+      {"mv", "move"},       {"rename", "move"}, {"wipe", "shred"},    {"srm", "shred"},
+      {"search", "find"},   {"locate", "find"}, {"ping", "echo"},     {"quit", "terminate"}};
+  auto found = names.find(given);
+  return found == names.end() ? "" : found->second;
+}
+
+} // namespace
+
 std::string suggestionFor(const std::string &given, const CommandTable &commands) {
   std::vector<std::string> names;
   for (const Command &command : commands)
     names.emplace_back(command.name);
-  std::string near = nearWord(given, names);
+  std::string near = otherName(given);
+  if (std::find(names.begin(), names.end(), near) == names.end())
+    near = nearWord(given, names);
   std::string all;
   for (const std::string &name : names)
     all += (all.empty() ? "" : ", ") + name;

@@ -1,20 +1,85 @@
 // The telling of a flag and its error.
 #include "CommandLine/Outcome.h"
 
+#include "Tools/RVFileSizer.h"
+
+#include <fmt/format.h>
+
 namespace kw {
+namespace {
+
+bool isCancellation(const NS::Error &error) {
+  return error.domain() == NS::CocoaErrorDomain && error.code() == NS::UserCancelledError;
+}
+
+int tellStopped(Session &session, JSONObject request, const Wording &wording) {
+  const char *reason = "stopped; a part may have been done";
+  session.sayFailure(request.add("success", false).add("error", jsonOfReason(reason, "cancelled")));
+  session.complain(fmt::format("{}: {}", wording.failed, reason));
+  session.noteStoppedInPart();
+  return ExitStopped;
+}
+
+std::string pathOf(const NS::Error &error) {
+  auto found = error.userInfo().find(NS::FilePathErrorKey);
+  const auto *path =
+      found == error.userInfo().end() ? nullptr : std::get_if<std::string>(&found->second);
+  return path ? *path : "";
+}
+
+// The platform's sentence for an error without words says a number only.
+std::string wordsOf(const NS::Error &error) {
+  bool hasWords = error.userInfo().contains(NS::LocalizedDescriptionKey);
+  if (!hasWords && error.domain() == NS::POSIXErrorDomain)
+    return NS::errorFromErrno(static_cast<int>(error.code())).localizedDescription();
+  return error.localizedDescription();
+}
+
+} // namespace
+
+std::string causeOf(const NS::Error &error, const std::string &path) {
+  std::string place;
+  const NS::Error *cause = &error;
+  for (;; cause = cause->underlyingError()) {
+    if (std::string deeper = pathOf(*cause); !deeper.empty())
+      place = deeper;
+    if (!cause->underlyingError())
+      break;
+  }
+  std::string words = wordsOf(*cause);
+  return place.empty() || place == path ? words : fmt::format("{}: {}", place, words);
+}
 
 int tellOutcome(Session &session, JSONObject request, const Told &reply, const Wording &wording) {
-  request.add("success", reply.isDone);
   if (reply.isDone) {
-    session.sayJSON(request);
+    session.sayJSON(request.add("success", true));
     session.say(wording.done);
     return ExitDone;
   }
-  request.add("error", reply.error ? jsonOfError(*reply.error) : jsonOfReason());
+  if (reply.error && isCancellation(*reply.error))
+    return tellStopped(session, request, wording);
+  request.add("success", false);
+  std::string reason;
+  if (reply.error)
+    reason = causeOf(*reply.error, wording.path);
+  else if (wording.obstacle)
+    reason = wording.obstacle().value_or("");
+  if (reply.error)
+    request.add("error", jsonOfError(*reply.error));
+  else
+    request.add("error", reason.empty() ? jsonOfReason() : jsonOfReason(reason));
   session.sayFailure(request);
-  std::string reason = reply.error ? ": " + displayable(reply.error->localizedDescription()) : "";
-  session.complain(wording.failed + reason);
+  session.complain(reason.empty() ? wording.failed : fmt::format("{}: {}", wording.failed, reason));
   return ExitRefused;
+}
+
+std::string sizeInWords(std::uint64_t bytes, bool base2) {
+  constexpr std::string_view noBreakSpace = "\u00a0";
+  std::string text = RVFileSizer::shared().displayItemSizeFromSize(bytes, base2, true);
+  std::size_t at = text.find(noBreakSpace);
+  if (at == text.npos)
+    return text;
+  return fmt::format("{} {}", text.substr(0, at), text.substr(at + noBreakSpace.size()));
 }
 
 } // namespace kw

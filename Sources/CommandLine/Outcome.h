@@ -10,7 +10,10 @@ namespace kw {
 // The words in which the outcome of a request is told.
 struct Wording {
   std::string done;   // the whole sentence
-  std::string failed; // to follow "could not be", or a whole predicate
+  std::string failed; // a whole predicate
+  std::string path{}; // that was asked for, if any
+  // Why it failed, for agents that do not say; asked only then.
+  std::function<std::optional<std::string>()> obstacle = nullptr;
 };
 
 // What any reply says about whether it was done.
@@ -30,5 +33,12 @@ struct Told {
 // Adds the outcome to the request's JSON members, tells it and gives the exit
 // status.
 int tellOutcome(Session &session, JSONObject request, const Told &reply, const Wording &wording);
+
+// The words of the deepest cause, with the path it happened at where that is
+// another than the one that was asked for.
+std::string causeOf(const NS::Error &error, const std::string &path = "");
+
+// With a plain space before the unit.
+std::string sizeInWords(std::uint64_t bytes, bool base2 = false);
 
 } // namespace kw

@@ -1,7 +1,7 @@
 // Paths as arguments and from standard input.
 #include "CommandLine/PathRequests.h"
 
-#include <istream>
+#include <fmt/format.h>
 
 namespace kw {
 
@@ -21,13 +21,39 @@ void requirePaths(const PathArguments &arguments) {
     throw UsageError("paths come as arguments or, with -0, from standard input, not both");
 }
 
-namespace {
-
-[[noreturn]] void refuse(const char *reason) {
-  throw ClientError(ClientError::Kind::BadArgument, "", reason);
+PathSource::PathSource(Session &session, const PathArguments &arguments, Expand expand)
+    : expand_(std::move(expand)) {
+  if (arguments.fromStandardInput) {
+    if (session.input())
+      reader_ = std::make_unique<PathReader>(*session.input(), session.alarm());
+    return;
+  }
+  if (!expand_)
+    count_ = arguments.given.size();
+  for (const std::string &path : arguments.given)
+    items_.push_back({absolutePath(path), nullptr});
 }
 
-} // namespace
+bool PathSource::isReady() const {
+  return !expanded_.empty() || !items_.empty() || !reader_ || reader_->isReady();
+}
+
+std::optional<PathReader::Item> PathSource::nextItem() {
+  if (items_.empty())
+    return reader_ ? reader_->next() : std::nullopt;
+  PathReader::Item item = std::move(items_.front());
+  items_.pop_front();
+  return item;
+}
+
+std::optional<std::string> PathSource::nextGiven() {
+  std::optional<PathReader::Item> item = nextItem();
+  if (!item)
+    return std::nullopt;
+  if (item->complaint)
+    throw ClientError(ClientError::Kind::BadArgument, "", item->complaint);
+  return absolutePath(item->path);
+}
 
 std::optional<std::string> PathSource::next() {
   while (expand_ && expanded_.empty()) {
@@ -45,32 +71,44 @@ std::optional<std::string> PathSource::next() {
 }
 
 std::optional<std::size_t> PathSource::count() const {
-  if (expand_ || arguments_.fromStandardInput)
-    return std::nullopt;
-  return arguments_.given.size();
+  return count_;
 }
 
-std::optional<std::string> PathSource::nextGiven() {
-  if (!arguments_.fromStandardInput)
-    return index_ < arguments_.given.size()
-               ? std::optional(absolutePath(arguments_.given[index_++]))
-               : std::nullopt;
-  std::string path;
-  if (!input_ || !std::getline(*input_, path, '\0'))
-    return std::nullopt;
-  // Whoever wrote it may have been stopped in mid-path, and what is left of it
-  // may name another item.
-  if (input_->eof())
-    refuse("the last path on standard input is not ended by a NUL and is left alone");
-  if (path.empty())
-    refuse("a path must not be empty");
-  return absolutePath(path);
+std::vector<std::string> PathSource::readAhead() {
+  while (reader_) {
+    std::optional<PathReader::Item> item = reader_->next();
+    if (!item)
+      reader_.reset();
+    else
+      items_.push_back(std::move(*item));
+  }
+  std::vector<std::string> paths;
+  for (const PathReader::Item &item : items_)
+    if (!item.complaint)
+      paths.push_back(absolutePath(item.path));
+  return paths;
 }
 
-int tellForEachPath(Session &session, const char *command, PathSource paths,
+void PathSource::stopReading() {
+  while (reader_ && reader_->isReady()) {
+    std::optional<PathReader::Item> item = reader_->next();
+    if (!item)
+      reader_.reset();
+    else
+      items_.push_back(std::move(*item));
+  }
+  if (reader_)
+    reader_->leave();
+  reader_.reset();
+  expand_ = nullptr; // nothing is looked at any more
+}
+
+int tellForEachPath(Session &session, const char *command, PathSource &paths,
                     const std::function<int(const std::string &path)> &tell) {
   int status = ExitDone;
   for (bool isAtEnd = false; !isAtEnd;) {
+    if (!paths.isReady())
+      session.flush();
     JSONObject request = pathRequest(command, "");
     status = worse(status, reportingFailures(session, request, [&] {
                      std::optional<std::string> path = paths.next();
@@ -89,9 +127,26 @@ void showProgress(Session &session, std::size_t done, std::optional<std::size_t>
   session.showProgress(all ? line + " of " + std::to_string(*all) : line + " done");
 }
 
+int tellSkipped(Session &session, const JSONObject &request, const std::string &path, Skipped why) {
+  bool isStopped = why == Skipped::AfterStop;
+  const char *reason =
+      isStopped ? "stopped before it began" : "not tried, since there was no answer before";
+  session.sayFailure(JSONObject(request)
+                         .add("success", false)
+                         .add("error", jsonOfReason(reason, isStopped ? "cancelled" : "skipped")));
+  session.complain(fmt::format("{}: {}", path, reason));
+  return isStopped ? ExitStopped : ExitNoAnswer;
+}
+
+void tellStop(Session &session, const char *participle, std::size_t done, std::size_t all) {
+  std::string part =
+      session.stoppedInPart() > 0 ? fmt::format(", {} in part", session.stoppedInPart()) : "";
+  session.note(fmt::format("Stopped: {} of {} {}{}", done, all, participle, part));
+}
+
 JSONObject pathRequest(const char *command, const std::string &path) {
   JSONObject request;
-  request.add("command", command).add("path", path);
+  request.add("command", command).addName("path", path);
   return request;
 }
 

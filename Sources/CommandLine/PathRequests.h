@@ -3,11 +3,10 @@
 #pragma once
 
 #include "CommandLine/Command.h"
+#include "CommandLine/Look.h"
+#include "CommandLine/PathReader.h"
 
-#include <algorithm>
-#include <chrono>
 #include <deque>
-#include <istream>
 #include <memory>
 #include <optional>
 #include <string>
@@ -33,43 +32,54 @@ public:
   // What shall stand in the place of one path.
   using Expand = std::function<std::vector<std::string>(const std::string &path)>;
 
-  PathSource(const PathArguments &arguments, std::istream *input, Expand expand = nullptr)
-      : arguments_(arguments), input_(arguments.fromStandardInput ? input : nullptr),
-        expand_(std::move(expand)) {}
+  PathSource(Session &session, const PathArguments &arguments, Expand expand = nullptr);
 
+  // Whether next() would not wait for standard input.
+  bool isReady() const;
   // Nothing when there is no further path. Throws ClientError of kind
   // BadArgument for one that is none; the next call goes on behind it.
   std::optional<std::string> next();
   // Where it is known beforehand.
   std::optional<std::size_t> count() const;
+  // Reads standard input to its end, and gives the paths that are to come.
+  std::vector<std::string> readAhead();
+  // Nobody will wait for standard input any more: what it gave so far is all.
+  void stopReading();
 
 private:
+  std::optional<PathReader::Item> nextItem();
   std::optional<std::string> nextGiven();
 
-  const PathArguments &arguments_;
-  std::istream *input_;
+  std::deque<PathReader::Item> items_; // from the arguments, or read ahead
+  std::optional<std::size_t> count_;
+  std::unique_ptr<PathReader> reader_;
   Expand expand_;
   std::deque<std::string> expanded_;
-  std::size_t index_ = 0;
 };
 
 JSONObject pathRequest(const char *command, const std::string &path);
 
 // For commands that need no agent: has each path told, and gives the worst
 // status.
-int tellForEachPath(Session &session, const char *command, PathSource paths,
+int tellForEachPath(Session &session, const char *command, PathSource &paths,
                     const std::function<int(const std::string &path)> &tell);
 
 // Requests that are asked and not yet told. More than the client lets be on
 // their way, so that it never waits for this program's output.
 inline constexpr std::size_t mostPathsAsked = 256;
 
+// Why nobody was asked about a path.
+enum class Skipped { No, AfterNoAnswer, AfterStop };
+
 // A path and the request that was made for it, or the reason why none was.
 template <typename Reply> struct AskedPath {
   std::string path;
+  Presence before = Presence::Unknown; // as seen before the request was made
   Request<Reply> request;
   std::optional<ClientError> failure;
+  Skipped skipped = Skipped::No;
 
+  bool isEnded() const { return !request.isValid() || request.isEnded(); }
   const Reply &reply() const {
     if (failure)
       throw ClientError(*failure);
@@ -79,78 +89,126 @@ template <typename Reply> struct AskedPath {
 
 template <typename Reply> struct PathQuestion {
   const char *command;
+  const char *participle; // as in "3 of 4 removed"
   std::function<Request<Reply>(Client &, const std::string &path, const RequestOptions &)> ask;
   // Gives the exit status.
-  std::function<int(Session &, const std::string &path, JSONObject request, const Reply &)> tell;
+  std::function<int(Session &, const AskedPath<Reply> &asked, JSONObject request)> tell;
 };
-
-template <typename Reply>
-std::optional<AskedPath<Reply>> askForNextPath(Session &session, PathSource &paths,
-                                               const PathQuestion<Reply> &question) {
-  AskedPath<Reply> asked;
-  try {
-    std::optional<std::string> path = paths.next();
-    if (!path)
-      return std::nullopt;
-    asked.path = std::move(*path);
-    asked.request = question.ask(session.agent(), asked.path, session.requestOptions());
-  } catch (const ClientError &error) {
-    asked.failure = error;
-  }
-  return asked;
-}
-
-// Waking for each of many answers would cost more than the answers: a moment
-// is given to a number of them, which then are told at one go. What was told
-// before is only held back for as long.
-template <typename Reply>
-void awaitFirst(Session &session, const std::deque<AskedPath<Reply>> &asked) {
-  constexpr std::size_t atOneGo = 32;
-  constexpr std::chrono::milliseconds moment{20};
-  const Request<Reply> &first = asked.front().request;
-  if (!first.isValid() || first.isEnded())
-    return;
-  const Request<Reply> &later = asked[std::min(atOneGo, asked.size()) - 1].request;
-  if (later.isValid() && later.waitFor(moment))
-    return;
-  session.flush();
-  static_cast<void>(first.wait());
-}
 
 void showProgress(Session &session, std::size_t done, std::optional<std::size_t> all);
 
+// Tells that nobody was asked, and gives the exit status.
+int tellSkipped(Session &session, const JSONObject &request, const std::string &path, Skipped why);
+
+// "Stopped: 12 of 60 removed, 1 in part"
+void tellStop(Session &session, const char *participle, std::size_t done, std::size_t all);
+
 // Asks for each path and tells the answers in the order of the paths. The
 // first answer is awaited alone: where nobody answers, nobody is asked for
-// the rest. Gives the worst status.
-template <typename Reply>
-int askForEachPath(Session &session, PathSource paths, const PathQuestion<Reply> &question) {
-  std::deque<AskedPath<Reply>> asked;
-  int status = ExitDone;
-  bool isAtEnd = false;
-  std::size_t window = 1;
-  std::size_t told = 0;
-  while (true) {
-    while (!isAtEnd && asked.size() < window) {
-      auto next = askForNextPath(session, paths, question);
-      isAtEnd = !next.has_value();
-      if (next)
-        asked.push_back(std::move(*next));
+// the rest. Each path is told, whatever becomes of it.
+template <typename Reply> class PathAsker {
+public:
+  PathAsker(Session &session, PathSource &paths, const PathQuestion<Reply> &question)
+      : session_(session), paths_(paths), question_(question) {}
+
+  // Gives the worst status. To be called once.
+  int run() {
+    Alarm::Heeding heeding(*session_.alarm());
+    while (true) {
+      if (session_.isStopped() && !isStopping_)
+        stop();
+      while (canTakeMore() && paths_.isReady())
+        takeNext();
+      if (asked_.empty() && isAtEnd_)
+        break;
+      if (!asked_.empty() && asked_.front().isEnded())
+        tellFirst();
+      else
+        wait();
     }
-    if (asked.empty())
-      break;
-    awaitFirst(session, asked);
-    const AskedPath<Reply> first = std::move(asked.front());
-    asked.pop_front();
-    JSONObject request = pathRequest(question.command, first.path);
-    status = worse(status, reportingFailures(session, request, [&] {
-                     return question.tell(session, first.path, request, first.reply());
-                   }));
-    window = mostPathsAsked;
-    isAtEnd = isAtEnd || status == ExitNoAnswer;
-    showProgress(session, ++told, paths.count());
+    session_.endProgress();
+    if (isStopping_)
+      tellStop(session_, question_.participle, done_, told_);
+    return status_;
   }
-  session.endProgress();
-  return status;
-}
+
+private:
+  bool canTakeMore() const { return !isAtEnd_ && asked_.size() < window_; }
+
+  void takeNext() {
+    AskedPath<Reply> asked;
+    try {
+      std::optional<std::string> path = paths_.next();
+      isAtEnd_ = !path.has_value();
+      if (isAtEnd_)
+        return;
+      asked.path = std::move(*path);
+      asked.skipped = skipping_;
+      if (skipping_ == Skipped::No) {
+        asked.before = presenceOf(asked.path);
+        asked.request = question_.ask(session_.agent(), asked.path, session_.requestOptions());
+      }
+    } catch (const ClientError &error) {
+      asked.failure = error;
+    }
+    asked_.push_back(std::move(asked));
+  }
+
+  // Requests that have begun end by themselves or by being cancelled.
+  void stop() {
+    isStopping_ = true;
+    skipping_ = Skipped::AfterStop;
+    window_ = SIZE_MAX;
+    for (AskedPath<Reply> &asked : asked_)
+      if (asked.request.isValid())
+        asked.request.cancel();
+    paths_.stopReading();
+  }
+
+  // What was told before has been answered, and reaches its reader now.
+  void wait() {
+    session_.flush();
+    const auto &alarm = session_.alarm();
+    if (!asked_.empty())
+      asked_.front().request.then([alarm](const auto &) { alarm->ring(); });
+    alarm->waitUntil([this] {
+      return (!asked_.empty() && asked_.front().isEnded()) || (canTakeMore() && paths_.isReady()) ||
+             (session_.isStopped() && !isStopping_);
+    });
+  }
+
+  void tellFirst() {
+    const AskedPath<Reply> first = std::move(asked_.front());
+    asked_.pop_front();
+    JSONObject request = pathRequest(question_.command, first.path);
+    int status = reportingFailures(
+        session_, request,
+        [&] {
+          return first.skipped == Skipped::No
+                     ? question_.tell(session_, first, request)
+                     : tellSkipped(session_, request, first.path, first.skipped);
+        },
+        first.path);
+    status_ = worse(status_, status);
+    ++told_;
+    done_ += status == ExitDone ? 1 : 0;
+    window_ = std::max(window_, mostPathsAsked);
+    if (status == ExitNoAnswer && skipping_ == Skipped::No)
+      skipping_ = Skipped::AfterNoAnswer;
+    showProgress(session_, told_, paths_.count());
+  }
+
+  Session &session_;
+  PathSource &paths_;
+  const PathQuestion<Reply> &question_;
+  std::deque<AskedPath<Reply>> asked_;
+  std::size_t window_ = 1;
+  std::size_t told_ = 0;
+  std::size_t done_ = 0;
+  int status_ = ExitDone;
+  Skipped skipping_ = Skipped::No;
+  bool isAtEnd_ = false;
+  bool isStopping_ = false;
+};
 
 } // namespace kw

@@ -4,6 +4,7 @@
 
 #include "CommandLine/NearWord.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <fmt/format.h>
@@ -146,6 +147,13 @@ std::vector<const DeclaredCommand *> runnableBelow(const DeclaredCommand &comman
       for (const DeclaredCommand *verb : runnableBelow(each))
         found.push_back(verb);
   return found;
+}
+
+std::string missingFor(const Command &command, const Surroundings &surroundings) {
+  const auto &tools = command.tools;
+  if (!tools.empty() && std::none_of(tools.begin(), tools.end(), surroundings.hasTool))
+    return tools.front();
+  return command.file && !surroundings.hasFile(command.file) ? command.file : "";
 }
 
 } // namespace kw

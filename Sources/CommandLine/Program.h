@@ -51,6 +51,10 @@ private:
   bool describe_ = false;
 };
 
+// What the command cannot do without and this system does not have; empty when
+// there is everything.
+std::string missingFor(const Command &command, const Surroundings &surroundings);
+
 // The commands that can be run, nouns taken apart into their verbs.
 std::vector<const DeclaredCommand *> runnableBelow(const DeclaredCommand &command);
 

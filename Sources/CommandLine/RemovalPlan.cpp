@@ -2,6 +2,9 @@
 // known that the folder itself can.
 #include "CommandLine/RemovalPlan.h"
 
+#include "CommandLine/Look.h"
+#include "Foundation/Unicode.h"
+
 #include <filesystem>
 
 namespace kw {
@@ -23,10 +26,19 @@ std::string canonical(const std::string &path) {
   return ignored ? path : (folder / whole.filename()).string();
 }
 
-bool isMissing(const std::string &path) {
-  std::error_code ignored;
-  return std::filesystem::symlink_status(path, ignored).type() ==
-         std::filesystem::file_type::not_found;
+std::uint64_t deviceOf(const std::string &path) {
+  auto stream = NS::FTS::shared().open(path, NS::FTSOption::PHYSICAL);
+  const NS::FTSEntry *entry = stream ? stream->read() : nullptr;
+  return entry ? entry->statp.device : 0;
+}
+
+// What the agent refuses whatever stands there.
+std::optional<std::string> refusalOf(const std::string &path) {
+  if (!NS::isWellFormedUTF8(path))
+    return path + " is no UTF-8 and cannot be sent to the agent";
+  if (path == "/" || path.ends_with("/.") || path.ends_with("/.."))
+    return path + " is never removed";
+  return std::nullopt;
 }
 
 } // namespace
@@ -52,7 +64,14 @@ RemovalPlan RemovalPlanner::plan(const std::string &path) {
     walk.plan.exists = true;
     return walk.plan;
   }
-  auto stream = NS::FTS::shared().open(walk.root, NS::FTSOption::PHYSICAL);
+  if (auto refusal = refusalOf(walk.root); refusal && volumes_ == Volumes::One) {
+    walk.plan.exists = presenceOf(walk.root) != Presence::Missing;
+    walk.plan.refusals.push_back(*refusal);
+    return walk.plan;
+  }
+  walk.device = deviceOf(std::filesystem::path(walk.root).parent_path().string());
+  int options = NS::FTSOption::PHYSICAL | (volumes_ == Volumes::One ? NS::FTSOption::XDEV : 0);
+  auto stream = NS::FTS::shared().open(walk.root, options);
   if (!stream) {
     walk.plan.unknown.push_back(walk.root);
     return walk.plan;
@@ -84,10 +103,10 @@ void RemovalPlanner::keepBack(Walk &walk) {
 void RemovalPlanner::visit(NS::FTSStream &stream, NS::FTSEntry &entry, Walk &walk) {
   std::string path(entry.path);
   if (entry.info == NS::FTSInfo::NS) {
-    if (entry.level == 0 && isMissing(path))
+    if (entry.level == 0 && presenceOf(path) == Presence::Missing)
       return;
     walk.plan.exists = true;
-    walk.plan.unknown.push_back(path);
+    noteUnknown(entry, walk);
     if (!keep_.isEmpty())
       return keepBack(walk);
     walk.folders.back().removable.push_back(std::move(path));
@@ -96,18 +115,10 @@ void RemovalPlanner::visit(NS::FTSStream &stream, NS::FTSEntry &entry, Walk &wal
   walk.plan.exists = true;
   switch (entry.info) {
   case NS::FTSInfo::D:
-    walk.folders.emplace_back();
-    if (isKept(path, walk)) {
-      walk.plan.kept.push_back(path);
-      keepBack(walk);
-      stream.set(entry, NS::FTSInstruction::SKIP);
-    } else if (taken_.contains(path)) {
-      stream.set(entry, NS::FTSInstruction::SKIP);
-    }
-    return;
+    return enter(stream, entry, walk);
   case NS::FTSInfo::DNR:
   case NS::FTSInfo::ERR:
-    walk.plan.unknown.push_back(path);
+    noteUnknown(entry, walk);
     if (!keep_.isEmpty())
       keepBack(walk);
     return leave(entry, walk);
@@ -119,6 +130,41 @@ void RemovalPlanner::visit(NS::FTSStream &stream, NS::FTSEntry &entry, Walk &wal
     walk.plan.kept.push_back(path);
     keepBack(walk);
   }
+}
+
+bool RemovalPlanner::isOtherVolume(const NS::FTSEntry &entry, const Walk &walk) const {
+  return volumes_ == Volumes::One && walk.device != 0 && entry.statp.device != walk.device;
+}
+
+void RemovalPlanner::enter(NS::FTSStream &stream, NS::FTSEntry &entry, Walk &walk) {
+  std::string path(entry.path);
+  walk.folders.emplace_back();
+  if (isKept(path, walk)) {
+    walk.plan.kept.push_back(path);
+  } else if (isOtherVolume(entry, walk)) {
+    walk.plan.refusals.push_back(path + " is a mount point and is never removed");
+  } else {
+    if (taken_.contains(path))
+      stream.set(entry, NS::FTSInstruction::SKIP);
+    return;
+  }
+  keepBack(walk);
+  stream.set(entry, NS::FTSInstruction::SKIP);
+}
+
+// A size that was measured has each folder twice.
+void RemovalPlanner::noteUnknown(const NS::FTSEntry &entry, Walk &walk) {
+  std::string path(entry.path);
+  auto bytes = measure_ ? measure_(path) : std::nullopt;
+  if (!bytes) {
+    walk.plan.unknown.push_back(path);
+    return;
+  }
+  std::uint64_t own = 2 * static_cast<std::uint64_t>(entry.statp.blocks) * blockBytes;
+  std::uint64_t held = *bytes > own ? *bytes - own : 0;
+  walk.plan.measured.push_back(path);
+  walk.plan.allocatedBytes += held;
+  walk.plan.freedBytes += held;
 }
 
 void RemovalPlanner::take(const NS::FTSEntry &entry, Walk &walk) {

@@ -10,7 +10,9 @@
 #include "Foundation/FTS.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -27,17 +29,30 @@ struct RemovalPlan {
   // What could not be looked at. With a list it is left alone, since it may
   // hold something kept.
   std::vector<std::string> unknown;
+  // What could not be looked at but was measured; its items are not counted.
+  std::vector<std::string> measured;
+  // What the agent will not remove, in words.
+  std::vector<std::string> refusals;
   std::uint64_t items = 0;
   std::uint64_t allocatedBytes = 0; // of the items, hard links once
   // Of those, what really becomes free: not what has a hard link elsewhere.
   std::uint64_t freedBytes = 0;
 };
 
+// The bytes that a folder or an item occupies that this user cannot look into;
+// nothing when that cannot be learnt.
+using Measure = std::function<std::optional<std::uint64_t>(const std::string &path)>;
+
 // Plans one item after the other. What an earlier plan takes already is not
 // counted again, and hard links among all of them are known to go together.
 class RemovalPlanner {
 public:
-  explicit RemovalPlanner(const KeepList &keep) : keep_(keep) {}
+  // A removal ends at what is mounted inside, a measurement goes in.
+  enum class Volumes { One, All };
+
+  explicit RemovalPlanner(const KeepList &keep, Volumes volumes = Volumes::One,
+                          Measure measure = nullptr)
+      : keep_(keep), volumes_(volumes), measure_(std::move(measure)) {}
 
   RemovalPlan plan(const std::string &path);
 
@@ -51,11 +66,15 @@ private:
     RemovalPlan plan;
     std::string root;
     std::string canonicalRoot; // links of the folders above followed
+    std::uint64_t device = 0;  // of the volume that may be changed
     std::vector<Folder> folders;
   };
 
   void visit(NS::FTSStream &stream, NS::FTSEntry &entry, Walk &walk);
+  void enter(NS::FTSStream &stream, NS::FTSEntry &entry, Walk &walk);
   void leave(const NS::FTSEntry &entry, Walk &walk);
+  void noteUnknown(const NS::FTSEntry &entry, Walk &walk);
+  bool isOtherVolume(const NS::FTSEntry &entry, const Walk &walk) const;
   void take(const NS::FTSEntry &entry, Walk &walk);
   static void keepBack(Walk &walk);
   bool isKept(std::string_view path, const Walk &walk) const;
@@ -63,6 +82,8 @@ private:
   void count(const NS::FTSStat &status, RemovalPlan &plan);
 
   const KeepList &keep_;
+  const Volumes volumes_;
+  const Measure measure_;
   std::set<std::string, std::less<>> taken_;
   // Of items with several links: those not met yet.
   std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint64_t> linksLeft_;

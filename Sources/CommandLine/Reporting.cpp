@@ -1,36 +1,56 @@
 // What a request without a reply is to people, programs and the exit status.
 #include "CommandLine/Command.h"
 
+#include "Foundation/ProcessInfo.h"
+
 #include <algorithm>
+#include <fmt/format.h>
 
 namespace kw {
 namespace {
 
-int complainOf(Session &session, const ClientError &error) {
-  std::string text = displayable(error.what());
-  switch (error.kind()) {
+constexpr const char *accessDenied = "org.freedesktop.DBus.Error.AccessDenied";
+
+int exitStatusOf(ClientError::Kind kind) {
+  switch (kind) {
   case ClientError::Kind::Unreachable:
-    session.complain("the agent cannot be reached: " + text);
-    return ExitNoAnswer;
   case ClientError::Kind::Interrupted:
-    session.complain("the agent ended before it answered; what it had done by then is not known: " +
-                     text);
-    return ExitNoAnswer;
   case ClientError::Kind::DeadlinePassed:
-    session.complain("no answer in the time allowed; the agent may yet do it");
     return ExitNoAnswer;
-  case ClientError::Kind::Refused:
-    session.complain("the agent refused: " + text);
-    return ExitRefused;
-  case ClientError::Kind::BadReply:
   case ClientError::Kind::Cancelled:
-    session.complain(text);
-    return ExitRefused;
+    return ExitStopped;
   case ClientError::Kind::BadArgument:
-    session.complain(text);
     return ExitUsage;
+  case ClientError::Kind::Refused:
+  case ClientError::Kind::BadReply:
+    break;
   }
   return ExitRefused;
+}
+
+std::string wordsOf(const ClientError &error) {
+  if (error.name() == accessDenied)
+    return fmt::format("You are not in the group keepwell. Ask an administrator for `adduser {} "
+                       "keepwell`, then log in again.",
+                       NS::realUserName());
+  std::string text = error.what();
+  switch (error.kind()) {
+  case ClientError::Kind::Unreachable:
+    return "the agent cannot be reached: " + text;
+  case ClientError::Kind::Interrupted:
+    return "the agent ended before it answered; what it had done by then is not known: " + text;
+  case ClientError::Kind::DeadlinePassed:
+    return "no answer in the time allowed; the agent may yet do it";
+  case ClientError::Kind::Refused:
+    return "the agent refused: " + text;
+  case ClientError::Kind::Cancelled:
+    return error.effect() == ClientError::Effect::None ? "stopped before it began"
+                                                       : "stopped; a part may have been done";
+  case ClientError::Kind::BadReply:
+  case ClientError::Kind::BadArgument:
+    break;
+  }
+  return text;
 }
 
 } // namespace
@@ -40,13 +60,17 @@ int worse(int left, int right) {
 }
 
 int reportingFailures(Session &session, const JSONObject &request,
-                      const std::function<int()> &attempt) {
+                      const std::function<int()> &attempt, const std::string &subject) {
   try {
     return attempt();
   } catch (const ClientError &error) {
+    if (error.kind() == ClientError::Kind::Cancelled && error.effect() != ClientError::Effect::None)
+      session.noteStoppedInPart();
     JSONObject object = request;
     session.sayFailure(object.add("success", false).add("error", jsonOfError(error)));
-    return complainOf(session, error);
+    session.complain(subject.empty() ? wordsOf(error)
+                                     : fmt::format("{}: {}", subject, wordsOf(error)));
+    return exitStatusOf(error.kind());
   }
 }
 

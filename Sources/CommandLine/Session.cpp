@@ -4,7 +4,6 @@
 #include "Foundation/SaturatedTime.h"
 
 #include <filesystem>
-#include <fmt/format.h>
 #include <ostream>
 #include <utility>
 #include <variant>
@@ -32,7 +31,20 @@ const char *nameOfKind(ClientError::Kind kind) {
   return "";
 }
 
+std::vector<std::string> linesOf(std::string_view text) {
+  std::vector<std::string> lines;
+  for (std::size_t end; (end = text.find('\n')) != text.npos; text.remove_prefix(end + 1))
+    lines.emplace_back(text.substr(0, end));
+  if (!text.empty())
+    lines.emplace_back(text);
+  return lines;
+}
+
 } // namespace
+
+Session::Session(const Surroundings &surroundings, const GlobalOptions &options)
+    : surroundings_(surroundings), options_(options),
+      alarm_(surroundings.alarm ? surroundings.alarm : std::make_shared<Alarm>()) {}
 
 Client &Session::agent() {
   if (!agent_)
@@ -47,11 +59,36 @@ RequestOptions Session::requestOptions() const {
   return {NS::saturatedCast<std::chrono::milliseconds>(Seconds(*options_.timeout))};
 }
 
+std::string Session::forOut(std::string_view text) const {
+  return surroundings_.outIsTerminal ? displayable(text) : std::string(text);
+}
+
+std::string Session::forErr(std::string_view text) const {
+  return surroundings_.errIsTerminal ? displayable(text) : std::string(text);
+}
+
 void Session::say(const std::string &line) {
   if (options_.json || options_.quiet)
     return;
   endProgress();
-  *surroundings_.out << line << '\n';
+  *surroundings_.out << forOut(line) << lineEnd_;
+}
+
+void Session::say(const std::string &left, const std::string &right) {
+  if (options_.json || options_.quiet)
+    return;
+  endProgress();
+  *surroundings_.out << forOut(left) << '\t' << forOut(right) << lineEnd_;
+}
+
+void Session::sayLines(std::string_view text) {
+  for (const std::string &line : linesOf(text))
+    say(line);
+}
+
+void Session::complainLines(std::string_view text) {
+  for (const std::string &line : linesOf(text))
+    complain(line);
 }
 
 void Session::sayJSON(const JSONObject &object) {
@@ -80,20 +117,28 @@ void Session::complain(const std::string &line) {
   flush();
   endProgress();
   bool coloured = surroundings_.wantsColours && surroundings_.errIsTerminal;
-  *surroundings_.err << (coloured ? "\x1b[1;31mkeepwell:\x1b[0m " : "keepwell: ") << line
+  *surroundings_.err << (coloured ? "\x1b[1;31mkeepwell:\x1b[0m " : "keepwell: ") << forErr(line)
                      << std::endl;
+}
+
+void Session::note(const std::string &line) {
+  if (options_.json)
+    return;
+  flush();
+  endProgress();
+  *surroundings_.err << forErr(line) << std::endl;
 }
 
 void Session::showProgress(const std::string &line) {
   constexpr std::chrono::milliseconds pause{100};
-  if (!surroundings_.errIsTerminal || options_.quiet || options_.json)
+  if (!surroundings_.errIsTerminal || !surroundings_.canErase || options_.quiet || options_.json)
     return;
   auto now = surroundings_.now();
   if (now - lastProgress_ < pause)
     return;
   lastProgress_ = now;
   flush();
-  *surroundings_.err << "\r\x1b[K" << line << std::flush;
+  *surroundings_.err << "\r\x1b[K" << displayable(line) << std::flush;
   progressIsShown_ = true;
 }
 
@@ -103,14 +148,15 @@ void Session::endProgress() {
 }
 
 void Session::confirm(const std::string &question, bool assumeYes) {
-  if (assumeYes || !surroundings_.in || !surroundings_.inIsTerminal || !surroundings_.errIsTerminal)
+  if (!canAsk(assumeYes))
     return;
   flush();
-  *surroundings_.err << question << " [y/N] " << std::flush;
-  std::string answer;
-  std::getline(*surroundings_.in, answer);
+  endProgress();
+  std::optional<std::string> answer = surroundings_.ask(displayable(question) + " [y/N] ");
+  if (!answer)
+    return;
   for (const char *yes : {"y", "Y", "yes", "Yes", "YES"})
-    if (answer == yes)
+    if (*answer == yes)
       return;
   throw NotConfirmed();
 }
@@ -120,18 +166,11 @@ void Session::flush() {
 }
 
 std::string absolutePath(const std::string &path) {
-  return std::filesystem::absolute(path).string();
-}
-
-std::string displayable(std::string_view text) {
-  std::string result;
-  for (char c : text) {
-    if ((c >= 0 && c < 0x20) || c == '\x7f')
-      result += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
-    else
-      result += c;
-  }
-  return result;
+  std::error_code failure;
+  auto whole = std::filesystem::absolute(path, failure);
+  if (failure)
+    throw UsageError("the current folder cannot be found any more; give whole paths");
+  return whole.string();
 }
 
 JSONObject jsonOfError(const NS::Error &error) {
@@ -149,8 +188,8 @@ JSONObject jsonOfError(const NS::Error &error) {
   return object;
 }
 
-JSONObject jsonOfReason(const std::string &reason) {
-  return JSONObject().add("kind", "failed").add("description", reason);
+JSONObject jsonOfReason(const std::string &reason, const char *kind) {
+  return JSONObject().add("kind", kind).add("description", reason);
 }
 
 JSONObject jsonOfError(const ClientError &error) {

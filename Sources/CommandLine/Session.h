@@ -3,6 +3,8 @@
 #pragma once
 
 #include "Client/Client.h"
+#include "CommandLine/Alarm.h"
+#include "CommandLine/Displayable.h"
 #include "CommandLine/JSON.h"
 #include "Foundation/Error.h"
 
@@ -28,11 +30,13 @@ public:
   NotConfirmed() : std::runtime_error("not confirmed; nothing was done") {}
 };
 
+// The worst has the largest number.
 enum ExitStatus : int {
   ExitDone = 0,
-  ExitRefused = 1,  // the agent answered no
-  ExitUsage = 2,    // the command was not understood or cannot be sent
-  ExitNoAnswer = 3, // there is no agent to answer, or it did not
+  ExitRefused = 1,   // the agent answered no
+  ExitUsage = 2,     // the command was not understood or cannot be sent
+  ExitNoAnswer = 3,  // there is no agent to answer, or it did not
+  ExitStopped = 128, // and the number of the signal
 };
 
 // What the program takes from its surroundings; a test has others.
@@ -41,11 +45,18 @@ struct Surroundings {
   std::ostream *err = nullptr;
   std::istream *in = nullptr;
   std::function<std::unique_ptr<Client>(const std::string &bus)> connect;
-  bool inIsTerminal = false;  // a person can be asked
   bool outIsTerminal = false; // a person watches
   bool errIsTerminal = false;
   bool wantsColours = false; // where there is a terminal
+  bool canErase = false;     // so that a line of progress can be taken back
   std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now;
+  // Asks a person and gives the answer; nothing where there is nobody.
+  std::function<std::optional<std::string>(const std::string &question)> ask = nullptr;
+  // Whether this system has a tool that can be run, and whether it has a file.
+  std::function<bool(const std::string &path)> hasTool = nullptr;
+  std::function<bool(const std::string &path)> hasFile = nullptr;
+  // Tells the wish to stop. Null where nobody can have it.
+  std::shared_ptr<Alarm> alarm = nullptr;
 };
 
 struct GlobalOptions {
@@ -57,8 +68,7 @@ struct GlobalOptions {
 
 class Session {
 public:
-  Session(const Surroundings &surroundings, const GlobalOptions &options)
-      : surroundings_(surroundings), options_(options) {}
+  Session(const Surroundings &surroundings, const GlobalOptions &options);
 
   // Connects at the first use. Throws ClientError.
   Client &agent();
@@ -67,9 +77,35 @@ public:
 
   // For each request.
   RequestOptions requestOptions() const;
+  // Waits for the reply. Should somebody want it to stop, the request is
+  // cancelled, and its end awaited. Throws ClientError.
+  template <typename Reply> Reply await(const Request<Reply> &request) {
+    Alarm::Heeding heeding(*alarm_);
+    flush();
+    request.then([alarm = alarm_](const auto &) { alarm->ring(); });
+    alarm_->waitUntil([&] { return request.isEnded() || isStopped(); });
+    if (!request.isEnded()) {
+      request.cancel();
+      alarm_->waitUntil([&] { return request.isEnded(); });
+    }
+    return request.get();
+  }
 
-  // One line of the answer, unless JSON or silence is asked for.
+  const std::shared_ptr<Alarm> &alarm() const { return alarm_; }
+  bool isStopped() const { return alarm_->stopSignal() != 0; }
+  // How many requests were stopped when a part of them may have been done.
+  void noteStoppedInPart() { ++stoppedInPart_; }
+  std::size_t stoppedInPart() const { return stoppedInPart_; }
+
+  // One line of the answer, unless JSON or silence is asked for. For a terminal
+  // it is made displayable; elsewhere names go as they are.
   void say(const std::string &line);
+  // Two columns.
+  void say(const std::string &left, const std::string &right);
+  // The lines of a longer text.
+  void sayLines(std::string_view text);
+  // Lines of the answer end with a NUL from now on.
+  void endLinesWithNul() { lineEnd_ = '\0'; }
   // One object of the answer, if JSON is asked for; not with silence.
   void sayJSON(const JSONObject &object);
   // One object that tells of a failure, if JSON is asked for.
@@ -79,34 +115,44 @@ public:
   void show(std::string_view text);
   // A complaint to standard error, unless JSON is asked for.
   void complain(const std::string &line);
+  void complainLines(std::string_view text);
+  // The same without the program's name in front.
+  void note(const std::string &line);
   // What was said reaches its readers now; to be called before a wait.
   void flush();
   // How far a long work has come, on a line that gives way to any other; only
   // where a person watches the errors, and not more often than an eye can see.
   void showProgress(const std::string &line);
   void endProgress();
+  // Whether there is a person to ask, as far as is known before.
+  bool canAsk(bool assumeYes) const { return !assumeYes && surroundings_.ask != nullptr; }
   // Asks before what cannot be undone. Returns if the answer is yes, if
   // assumeYes is set, and where nobody can be asked; else throws NotConfirmed.
   void confirm(const std::string &question, bool assumeYes);
 
 private:
+  std::string forOut(std::string_view text) const;
+  std::string forErr(std::string_view text) const;
+
   const Surroundings &surroundings_;
   const GlobalOptions &options_;
+  const std::shared_ptr<Alarm> alarm_;
   std::unique_ptr<Client> agent_;
+  char lineEnd_ = '\n';
+  std::size_t stoppedInPart_ = 0;
   bool progressIsShown_ = false;
   std::chrono::steady_clock::time_point lastProgress_;
 };
 
 // The path as the agent must get it: a relative one is taken from this
-// program's working folder, nothing else is changed.
+// program's working folder, nothing else is changed. Throws UsageError when
+// that folder is gone.
 std::string absolutePath(const std::string &path);
-
-// Text from elsewhere for a terminal: control characters are shown, not sent.
-std::string displayable(std::string_view text);
 
 JSONObject jsonOfError(const NS::Error &error);
 JSONObject jsonOfError(const ClientError &error);
 // For a failure that came without an error.
-JSONObject jsonOfReason(const std::string &reason = "the agent gave no reason");
+JSONObject jsonOfReason(const std::string &reason = "the agent gave no reason",
+                        const char *kind = "failed");
 
 } // namespace kw

@@ -5,6 +5,8 @@
 //   Session       the agent on demand, text or JSON
 //   JSON          one object on one line
 #include "CommandLine/CommandLine.h"
+#include "Foundation/FileManager.h"
+#include "Foundation/Signals.h"
 #include "Foundation/Terminal.h"
 
 #include <cstdlib>
@@ -23,20 +25,40 @@ bool isSet(const char *variable) {
   return !valueOf(variable).empty();
 }
 
+// The streams and the files of this process.
+kw::Surroundings surroundingsOfProcess() {
+  kw::Surroundings surroundings;
+  surroundings.out = &std::cout;
+  surroundings.err = &std::cerr;
+  surroundings.in = &std::cin;
+  surroundings.outIsTerminal = NS::standardOutputIsTerminal();
+  surroundings.errIsTerminal = NS::standardErrorIsTerminal();
+  surroundings.canErase = !valueOf("TERM").empty() && valueOf("TERM") != "dumb";
+  surroundings.wantsColours = surroundings.canErase && !isSet("NO_COLOR");
+  surroundings.connect = [](const std::string &bus) { return kw::Client::connect(bus); };
+  if (NS::hasControllingTerminal())
+    surroundings.ask = NS::answerOnTerminal;
+  surroundings.hasTool = [](const std::string &path) {
+    return NS::FileManager::defaultManager().isExecutableFileAtPath(path);
+  };
+  surroundings.hasFile = [](const std::string &path) {
+    return NS::FileManager::defaultManager().fileExistsAtPath(path);
+  };
+  surroundings.alarm = std::make_shared<kw::Alarm>();
+  return surroundings;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
   std::ios::sync_with_stdio(false);
   std::cin.tie(nullptr); // or each path read would send the line of the one before
-  kw::Surroundings surroundings;
-  surroundings.out = &std::cout;
-  surroundings.err = &std::cerr;
-  surroundings.in = &std::cin;
-  surroundings.inIsTerminal = NS::standardInputIsTerminal();
-  surroundings.outIsTerminal = NS::standardOutputIsTerminal();
-  surroundings.errIsTerminal = NS::standardErrorIsTerminal();
-  surroundings.wantsColours = !isSet("NO_COLOR") && valueOf("TERM") != "dumb";
-  surroundings.connect = [](const std::string &bus) { return kw::Client::connect(bus); };
+  kw::Surroundings surroundings = surroundingsOfProcess();
+  NS::SignalWatch watch({NS::InterruptSignal, NS::TerminateSignal},
+                        [alarm = surroundings.alarm](int signal) {
+                          if (!alarm->stop(signal))
+                            NS::leaveAtOnce(kw::ExitStopped + signal);
+                        });
   try {
     return kw::runCommandLine(argc, argv, surroundings);
   } catch (const std::exception &error) {

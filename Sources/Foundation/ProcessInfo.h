@@ -21,5 +21,7 @@ public:
 
 // The real user that runs this process.
 std::uint32_t realUserIdentifier();
+// Its name, or its number where the user database has no name for it.
+std::string realUserName();
 
 } // namespace NS

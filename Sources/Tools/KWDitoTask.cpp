@@ -5,6 +5,7 @@
 #include "Foundation/Log.h"
 #include "Foundation/SharedInstance.h"
 #include "Tools/KWTaskRunner.h"
+#include "Tools/SystemTools.h"
 
 #include <cerrno>
 
@@ -36,7 +37,7 @@ bool KWDitoTask::slimBinaryAtPath(const std::string &path,
   std::vector<std::string> arguments = archsToLeave;
   arguments.push_back(path);
   arguments.push_back(temporaryPath);
-  if (KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd("/usr/bin/ditto", arguments) != 0)
+  if (KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(tools::ditto, arguments) != 0)
     return false;
   std::optional<NS::Error> error;
   // A tool that is missing or cannot be started counts as done. Making room for

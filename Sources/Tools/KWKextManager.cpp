@@ -6,13 +6,12 @@
 #include "Foundation/Log.h"
 #include "Foundation/WordList.h"
 #include "Tools/KWTaskRunner.h"
+#include "Tools/SystemTools.h"
 
 #include <optional>
 
 namespace kw {
 namespace {
-
-constexpr const char *kextunload = "/sbin/kextunload";
 
 std::optional<std::string> bundleIdentifierAtPath(const std::string &path) {
   std::shared_ptr<NS::Bundle> bundle = NS::Bundle::bundleWithPath(path);
@@ -29,7 +28,7 @@ bool KWKextManager::removeKextAtPath(const std::string &path) const {
     return false;
   }
   long long status = KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(
-      kextunload, NS::wordList("-p", "-b", *identifier), false);
+      tools::kextunload, NS::wordList("-p", "-b", *identifier), false);
   if (status != 0)
     NS::Log("Failed unload kext with bundle id %@. Will still just remove kext file. Will be "
             "unloaded on relaunch.",

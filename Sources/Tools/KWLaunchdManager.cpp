@@ -9,22 +9,23 @@
 #include "Foundation/SharedInstance.h"
 #include "Foundation/WordList.h"
 #include "Tools/KWTaskRunner.h"
+#include "Tools/SystemTools.h"
 
 #include <vector>
 
 namespace kw {
 namespace {
 
-constexpr const char *launchctl = "/bin/launchctl";
 constexpr const char *privilegedToolsFolder = "/Library/PrivilegedHelperTools";
 
 bool launchctlSucceeds(const std::vector<std::string> &arguments) {
-  return KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(launchctl, arguments, true) == 0;
+  return KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(tools::launchctl, arguments,
+                                                                  true) == 0;
 }
 
 // launchctl tells of a failed unload in words alone, not by its status.
 bool unloadingSucceeds(const std::vector<std::string> &arguments) {
-  auto output = KWTaskRunner::shared().launchTaskAndGetOutput(launchctl, arguments, true);
+  auto output = KWTaskRunner::shared().launchTaskAndGetOutput(tools::launchctl, arguments, true);
   if (output)
     NS::Log("Unloading error: %@", *output);
   return !output;

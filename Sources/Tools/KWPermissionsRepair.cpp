@@ -1,6 +1,8 @@
 // Running the repair tool and passing on what it writes.
 #include "Tools/KWPermissionsRepair.h"
 
+#include "Tools/SystemTools.h"
+
 #include "Foundation/Log.h"
 #include "Foundation/Task.h"
 #include "Foundation/Unicode.h"
@@ -32,7 +34,7 @@ void report(const KWReportProgress &reportProgress, const std::optional<std::str
 int KWPermissionsRepair::repairPermissionsWithReportProgress(
     const KWReportProgress &reportProgress) const {
   std::shared_ptr<NS::Task> task = NS::Task::create();
-  task->setLaunchPath("/usr/libexec/repair_packages");
+  task->setLaunchPath(tools::repairPackages);
   task->setArguments(
       NS::wordList("--output-format", "1", "--repair", "--standard-pkgs", "--volume", "/"));
   std::shared_ptr<NS::Pipe> output = NS::Pipe::pipe();

@@ -3,6 +3,7 @@
 
 #include "Foundation/WordList.h"
 #include "Tools/KWTaskRunner.h"
+#include "Tools/SystemTools.h"
 
 namespace kw {
 
@@ -10,7 +11,7 @@ bool KWPkgutilTask::removePackageWithID(const std::optional<std::string> &packag
   if (!packageID)
     return false;
   return KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(
-             "/usr/sbin/pkgutil", NS::wordList("--forget", *packageID)) == 0;
+             tools::pkgutil, NS::wordList("--forget", *packageID)) == 0;
 }
 
 } // namespace kw

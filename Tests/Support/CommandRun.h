@@ -16,7 +16,7 @@ public:
   std::string input; // on standard input
 
   // The words behind the program's name; its exit status. Of the surroundings
-  // the three streams are this object's.
+  // the three streams are this object's; all tools are there unless it says so.
   int operator()(const std::vector<std::string> &words, kw::Surroundings surroundings) {
     std::vector<const char *> arguments{"keepwell"};
     for (const std::string &word : words)
@@ -27,6 +27,10 @@ public:
     surroundings.out = &out;
     surroundings.err = &err;
     surroundings.in = &in;
+    if (!surroundings.hasTool)
+      surroundings.hasTool = [](const std::string &) { return true; };
+    if (!surroundings.hasFile)
+      surroundings.hasFile = [](const std::string &) { return true; };
     return kw::runCommandLine(static_cast<int>(arguments.size()), arguments.data(), surroundings);
   }
 };

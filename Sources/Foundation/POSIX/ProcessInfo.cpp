@@ -4,9 +4,11 @@
 #include "Foundation/POSIX/EnvironmentLock.h"
 #include "Foundation/SharedInstance.h"
 
+#include <pwd.h>
 #include <shared_mutex>
 #include <string_view>
 #include <unistd.h>
+#include <vector>
 
 extern char **environ;
 
@@ -46,6 +48,15 @@ ProcessInfo *ProcessInfo::exchangeShared(ProcessInfo *replacement) {
 
 std::uint32_t realUserIdentifier() {
   return ::getuid();
+}
+
+std::string realUserName() {
+  struct passwd record {};
+  struct passwd *found = nullptr;
+  std::vector<char> texts(16384);
+  if (::getpwuid_r(::getuid(), &record, texts.data(), texts.size(), &found) == 0 && found)
+    return found->pw_name;
+  return std::to_string(::getuid());
 }
 
 } // namespace NS

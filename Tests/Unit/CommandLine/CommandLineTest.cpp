@@ -54,12 +54,16 @@ protected:
       record.buses.push_back(bus);
       return agent.client();
     };
+    surroundings.outIsTerminal = surroundings.errIsTerminal = onTerminal;
     int status = keepwell(words, std::move(surroundings));
     record.requests = agent.requests();
     return status;
   }
 
   Record record;
+  bool onTerminal = false;
+  kwtest::ScratchFolder scratch;
+  std::string item = scratch.file("an item", "");
   kwtest::CommandRun keepwell;
   std::ostringstream &out = keepwell.out;
   std::ostringstream &err = keepwell.err;
@@ -88,23 +92,22 @@ struct Row {
 
 TEST_F(CommandLineTest, tellsWhatHappenedToAnItem) {
   for (auto [command, member, done, failed] :
-       {Row{"remove", "RemoveItemAtPath", "Removed /a b\n",
-            "keepwell: /a b could not be removed\n"},
-        Row{"shred", "SecurelyRemoveItemAtPath", "Shredded /a b\n",
-            "keepwell: /a b could not be shredded\n"},
-        Row{"truncate", "TruncateFileAtPath", "Truncated /a b\n",
-            "keepwell: /a b could not be truncated\n"},
-        Row{"trash", "MoveToTrashItemAtPath", "Moved /a b to the Trash\n",
-            "keepwell: /a b could not be moved to the Trash\n"}}) {
+       {Row{"remove", "RemoveItemAtPath", "Removed {}\n", "keepwell: {} could not be removed\n"},
+        Row{"shred", "SecurelyRemoveItemAtPath", "Shredded {}\n",
+            "keepwell: {} could not be shredded\n"},
+        Row{"truncate", "TruncateFileAtPath", "Truncated {}\n",
+            "keepwell: {} could not be truncated\n"},
+        Row{"trash", "MoveToTrashItemAtPath", "Moved {} to the Trash\n",
+            "keepwell: {} could not be moved to the Trash\n"}}) {
     record.success = true;
-    EXPECT_EQ(run({command, "/a b"}), 0) << command;
-    EXPECT_EQ(out.str(), done);
+    EXPECT_EQ(run({command, item}), 0) << command;
+    EXPECT_EQ(out.str(), fmt::format(fmt::runtime(done), item));
     EXPECT_EQ(err.str(), "");
-    EXPECT_EQ(record.requests, Strings{std::string(member) + " /a b"});
+    EXPECT_EQ(record.requests, Strings{std::string(member) + " " + item});
     record.success = false;
-    EXPECT_EQ(run({command, "/a b"}), 1) << command;
+    EXPECT_EQ(run({command, item}), 1) << command;
     EXPECT_EQ(out.str(), "");
-    EXPECT_EQ(err.str(), failed);
+    EXPECT_EQ(err.str(), fmt::format(fmt::runtime(failed), item));
   }
 }
 
@@ -129,8 +132,8 @@ TEST_F(CommandLineTest, givesTheReasonOfTheAgent) {
 
 TEST_F(CommandLineTest, takesTheRemovalsWordForSuccessWhateverTheFirstError) {
   record.error = NS::fileError(1, "/a", NS::FileAccess::Writing);
-  EXPECT_EQ(run({"remove", "/a"}), 0);
-  EXPECT_EQ(out.str(), "Removed /a\n");
+  EXPECT_EQ(run({"remove", item}), 0);
+  EXPECT_EQ(out.str(), "Removed " + item + "\n");
 }
 
 TEST_F(CommandLineTest, tellsWhetherAnItemExists) {
@@ -156,14 +159,14 @@ TEST_F(CommandLineTest, movesFromOnePathToAnother) {
 TEST_F(CommandLineTest, putsSizesIntoWords) {
   record.size = 1'234'567'890;
   EXPECT_EQ(run({"size", "/a", "/b"}), 0);
-  EXPECT_EQ(out.str(), "1.23\u00a0GB\t/a\n1.23\u00a0GB\t/b\n");
+  EXPECT_EQ(out.str(), "1.23 GB\t/a\n1.23 GB\t/b\n");
   EXPECT_EQ(record.requests, (Strings{"SizeOfItemAtPath /a", "SizeOfItemAtPath /b"}));
   EXPECT_EQ(record.buses.size(), 1u) << "one connection serves all paths";
   EXPECT_EQ(run({"size", "--bytes", "/a"}), 0);
   EXPECT_EQ(out.str(), "1234567890\t/a\n");
   EXPECT_EQ(run({"size", "/a", "--json"}), 0);
   EXPECT_EQ(out.str(), "{\"command\":\"size\",\"path\":\"/a\",\"success\":true,"
-                       "\"bytes\":1234567890,\"text\":\"1.23\u00a0GB\"}\n");
+                       "\"bytes\":1234567890,\"text\":\"1.23 GB\"}\n");
 }
 
 TEST_F(CommandLineTest, endsTheAgent) {
@@ -173,7 +176,7 @@ TEST_F(CommandLineTest, endsTheAgent) {
 }
 
 TEST_F(CommandLineTest, takesRelativePathsFromItsOwnFolder) {
-  kwtest::ScratchFolder scratch;
+  record.size = 1;
   std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(scratch.path());
   EXPECT_EQ(run({"size", "inner/file", "/absolute"}), 0);
@@ -191,7 +194,7 @@ TEST_F(CommandLineTest, givesTheWorstStatusOfSeveralPaths) {
 TEST_F(CommandLineTest, takesPathsFromStandardInput) {
   input = std::string("/a b\0/c\nd\0", 10);
   EXPECT_EQ(run({"remove", "-0"}), 0);
-  EXPECT_EQ(out.str(), "Removed /a b\nRemoved /c\\x0ad\n");
+  EXPECT_EQ(out.str(), "/a b: there was nothing there\n/c\nd: there was nothing there\n");
   EXPECT_EQ(record.requests, (Strings{"RemoveItemAtPath /a b", "RemoveItemAtPath /c\nd"}));
   input.clear();
   EXPECT_EQ(run({"remove", "-0"}), 0);
@@ -224,7 +227,7 @@ TEST_F(CommandLineTest, tellsThousandsOfAnswersInTheOrderOfThePaths) {
   for (int number = 0; number < 3000; ++number) {
     std::string path = fmt::format("/{}", number);
     input.append(path).push_back('\0');
-    expected.append("Removed ").append(path).push_back('\n');
+    expected.append(path).append(": there was nothing there\n");
   }
   EXPECT_EQ(run({"remove", "-0"}), 0);
   EXPECT_EQ(out.str(), expected);
@@ -235,7 +238,8 @@ TEST_F(CommandLineTest, gives3WhenTheAgentCannotBeReachedAndAsksNoMore) {
   record.failure = ClientError(ClientError::Kind::Unreachable, "some.Name", "nobody there");
   EXPECT_EQ(run({"size", "/a", "/b"}), 3);
   EXPECT_EQ(record.requests, Strings{"SizeOfItemAtPath /a"});
-  EXPECT_EQ(err.str(), "keepwell: the agent cannot be reached: nobody there\n");
+  EXPECT_EQ(err.str(), "keepwell: /a: the agent cannot be reached: nobody there\n"
+                       "keepwell: /b: not tried, since there was no answer before\n");
   EXPECT_EQ(run({"size", "/a", "--json"}), 3);
   EXPECT_EQ(out.str(), "{\"command\":\"size\",\"path\":\"/a\",\"success\":false,"
                        "\"error\":{\"kind\":\"unreachable\",\"name\":\"some.Name\","
@@ -247,8 +251,9 @@ TEST_F(CommandLineTest, tellsAnInterruptionFromAnAgentThatWasNeverThere) {
   record.failure = ClientError(ClientError::Kind::Interrupted, "some.Name", "it went away");
   EXPECT_EQ(run({"remove", "/a", "/b"}), 3);
   EXPECT_EQ(record.requests, Strings{"RemoveItemAtPath /a"});
-  EXPECT_EQ(err.str(), "keepwell: the agent ended before it answered; what it had done by then is "
-                       "not known: it went away\n");
+  EXPECT_EQ(err.str(), "keepwell: /a: the agent ended before it answered; what it had done by then "
+                       "is not known: it went away\n"
+                       "keepwell: /b: not tried, since there was no answer before\n");
   EXPECT_EQ(run({"remove", "/a", "--json"}), 3);
   EXPECT_NE(out.str().find("\"kind\":\"interrupted\""), std::string::npos) << out.str();
 }
@@ -263,7 +268,7 @@ TEST_F(CommandLineTest, gives1WhenTheAgentRefuses) {
 TEST_F(CommandLineTest, gives2ForWhatCannotBeSent) {
   record.failure = ClientError(ClientError::Kind::BadArgument, "EINVAL", "no UTF-8");
   EXPECT_EQ(run({"remove", "/\xff"}), 2);
-  EXPECT_EQ(err.str(), "keepwell: no UTF-8\n");
+  EXPECT_EQ(err.str(), "keepwell: /\xff: no UTF-8\n");
 }
 
 TEST_F(CommandLineTest, gives2ForWhatItDoesNotUnderstand) {
@@ -283,6 +288,27 @@ TEST_F(CommandLineTest, tellsUsageErrorsAsJSONToo) {
   EXPECT_EQ(err.str(), "");
   EXPECT_TRUE(out.str().starts_with("{\"success\":false,\"error\":{\"kind\":\"usage\","))
       << out.str();
+}
+
+TEST_F(CommandLineTest, wantsWholePathsInAFolderThatIsGone) {
+  std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::create_directory(scratch.path("gone"));
+  std::filesystem::current_path(scratch.path("gone"));
+  std::filesystem::remove(scratch.path("gone"));
+  for (const Strings &words : {Strings{"size", "a"},
+                               {"move", "a", "/b"},
+                               {"inspect", "a"},
+                               {"find", "x", "--under", "a"},
+                               {"remove", "--keep", "a/b", "/x"}}) {
+    EXPECT_EQ(run(words), 2);
+    EXPECT_NE(err.str().find("the current folder cannot be found any more"), std::string::npos);
+    EXPECT_TRUE(record.requests.empty());
+  }
+  EXPECT_EQ(run({"--json", "size", "a"}), 2);
+  EXPECT_TRUE(out.str().starts_with("{\"success\":false,\"error\":{\"kind\":\"usage\","))
+      << out.str();
+  EXPECT_EQ(err.str(), "");
+  std::filesystem::current_path(before);
 }
 
 TEST_F(CommandLineTest, choosesTheBus) {
@@ -314,6 +340,11 @@ TEST_F(CommandLineTest, guessesWhatAMistypedCommandWasMeantToBe) {
         Guess{{"--bus", "sizes", "siez", "/a"}, "\"siez\"; did you mean \"size\"?"},
         Guess{{"launchd", "disabel", "/a"}, "\"disabel\"; did you mean \"disable\"?"},
         Guess{{"maintenance", "flush"}, "\"flush\"; there are: erase-asl, "},
+        Guess{{"rmove", "/a"}, "\"rmove\"; did you mean \"remove\"?"},
+        Guess{{"rm", "/a"}, "\"rm\"; did you mean \"remove\"?"},
+        Guess{{"delete", "/a"}, "\"delete\"; did you mean \"remove\"?"},
+        Guess{{"du", "/a"}, "\"du\"; did you mean \"size\"?"},
+        Guess{{"ls", "/a"}, "\"ls\"; did you mean \"inspect\"?"},
         Guess{{"x"}, "\"x\"; there are: size, exists, truncate, "}}) {
     EXPECT_EQ(run(guess.words), 2);
     EXPECT_TRUE(err.str().starts_with(std::string("keepwell: there is no command ") + guess.meant))
@@ -325,7 +356,16 @@ TEST_F(CommandLineTest, guessesWhatAMistypedCommandWasMeantToBe) {
                        "\"there is no command \\\"remvoe\\\"; did you mean \\\"remove\\\"?\"}}\n");
 }
 
+// An ordinary terminal has 80 columns. Examples stand as they are typed.
+void expectNarrow(const std::string &help) {
+  std::istringstream lines(help);
+  for (std::string line; std::getline(lines, line);)
+    EXPECT_TRUE(line.size() <= 80 || line.starts_with("  keepwell ")) << line;
+}
+
 TEST_F(CommandLineTest, hasAnExampleInTheHelpOfEachCommand) {
+  EXPECT_EQ(run({"--help"}), 0);
+  expectNarrow(out.str());
   EXPECT_EQ(run({"--describe"}), 0);
   std::string description = out.str();
   EXPECT_EQ(description.find("\"examples\":[]"), std::string::npos);
@@ -344,6 +384,9 @@ TEST_F(CommandLineTest, hasAnExampleInTheHelpOfEachCommand) {
     EXPECT_EQ(run(words), 0);
     EXPECT_NE(out.str().find("Examples:\n  keepwell "), std::string::npos) << list;
     EXPECT_NE(out.str().find("Exit status: 0 done"), std::string::npos) << list;
+    EXPECT_NE(out.str().find("  --json  "), std::string::npos) << list;
+    EXPECT_NE(out.str().find("  --timeout SECONDS  "), std::string::npos) << list;
+    expectNarrow(out.str());
     ++commands;
   }
   EXPECT_EQ(commands, 36);
@@ -351,28 +394,119 @@ TEST_F(CommandLineTest, hasAnExampleInTheHelpOfEachCommand) {
 
 TEST_F(CommandLineTest, isQuietWhenAsked) {
   EXPECT_EQ(run({"remove", "/a", "--quiet"}), 0);
-  EXPECT_EQ(run({"size", "-q", "/a"}), 0);
+  EXPECT_EQ(run({"size", "-q", item}), 0);
   EXPECT_EQ(run({"-q", "--json", "remove", "/a"}), 0);
   EXPECT_EQ(out.str(), "");
   record.success = false;
-  EXPECT_EQ(run({"remove", "-q", "/a"}), 1);
-  EXPECT_EQ(err.str(), "keepwell: /a could not be removed\n");
-  EXPECT_EQ(run({"remove", "-q", "/a", "--json"}), 1);
-  EXPECT_EQ(out.str(), "{\"command\":\"remove\",\"path\":\"/a\",\"success\":false,\"error\":"
-                       "{\"kind\":\"failed\",\"description\":\"the agent gave no reason\"}}\n");
+  EXPECT_EQ(run({"remove", "-q", item}), 1);
+  EXPECT_EQ(err.str(), "keepwell: " + item + " could not be removed\n");
+  EXPECT_EQ(run({"remove", "-q", item, "--json"}), 1);
+  EXPECT_EQ(out.str(), "{\"command\":\"remove\",\"path\":\"" + item +
+                           "\",\"success\":false,\"error\":"
+                           "{\"kind\":\"failed\",\"description\":\"the agent gave no reason\"}}\n");
 }
 
 TEST_F(CommandLineTest, gives3WhenTheAnswerTakesTooLong) {
   record.failure = ClientError(ClientError::Kind::DeadlinePassed, "", "the time has passed");
   EXPECT_EQ(run({"--timeout", "0.5", "remove", "/a"}), 3);
-  EXPECT_EQ(err.str(), "keepwell: no answer in the time allowed; the agent may yet do it\n");
-  for (const char *time : {"0", "-1", "soon"})
+  EXPECT_EQ(err.str(), "keepwell: /a: no answer in the time allowed; the agent may yet do it\n");
+  for (const char *time : {"0", "-1", "soon", "nan", "inf", "1e99", "", "1s"})
     EXPECT_EQ(run({"--timeout", time, "remove", "/a"}), 2) << time;
 }
 
-TEST_F(CommandLineTest, showsControlCharactersInsteadOfSendingThem) {
-  EXPECT_EQ(run({"remove", "/a\x1b[2J\nb"}), 0);
-  EXPECT_EQ(out.str(), "Removed /a\\x1b[2J\\x0ab\n");
+// A removal is not the whole of what a person sees of a name.
+TEST_F(CommandLineTest, showsOnATerminalWhatWouldActOnIt) {
+  struct Name {
+    const char *name, *shown;
+  };
+  for (const Name &row :
+       {Name{"a\x1b[2J\nb", "a\\x1b[2J\\x0ab"},
+        Name{"\xc2\x9b"
+            "2J",
+            "\\u009b2J"},
+        Name{"\x9b"
+            "2J",
+            "\\x9b2J"},
+        Name{"\u202egpj.exe", "\\u202egpj.exe"}, Name{"\u2066a\u2069", "\\u2066a\\u2069"},
+        Name{"a\u200f\u061c", "a\\u200f\\u061c"}, Name{"a\u2028b", "a\\u2028b"},
+        Name{"a\\x1b", "a\\\\x1b"}, Name{"Gr\u00fc\u00dfe \u2603", "Gr\u00fc\u00dfe \u2603"}}) {
+    std::string path = scratch.file(row.name, "");
+    onTerminal = true;
+    EXPECT_EQ(run({"remove", path}), 0);
+    EXPECT_EQ(out.str(), "Removed " + scratch.path(row.shown) + "\n");
+    record.success = false;
+    EXPECT_EQ(run({"remove", path}), 1);
+    EXPECT_EQ(err.str(), "keepwell: " + scratch.path(row.shown) + " could not be removed\n");
+    onTerminal = false;
+    EXPECT_EQ(run({"remove", path}), 1);
+    EXPECT_EQ(err.str(), "keepwell: " + path + " could not be removed\n");
+    record.success = true;
+    EXPECT_EQ(run({"remove", path}), 0);
+    EXPECT_EQ(out.str(), "Removed " + path + "\n") << "into a pipe it goes as it is";
+  }
+}
+
+TEST_F(CommandLineTest, saysThatThereWasNothing) {
+  record.size = 0;
+  EXPECT_EQ(run({"remove", "/no/such"}), 0);
+  EXPECT_EQ(out.str(), "/no/such: there was nothing there\n");
+  EXPECT_EQ(run({"remove", "/no/such", "--json"}), 0);
+  EXPECT_EQ(out.str(),
+            "{\"command\":\"remove\",\"path\":\"/no/such\",\"success\":true,\"missing\":true}\n");
+  EXPECT_EQ(run({"size", "/no/such", item}), 1);
+  EXPECT_EQ(err.str(), "keepwell: /no/such: there is nothing there\n");
+  EXPECT_EQ(out.str(), "Zero bytes\t" + item + "\n");
+  EXPECT_EQ(run({"size", "/no/such", "--json"}), 1);
+  EXPECT_EQ(out.str(), "{\"command\":\"size\",\"path\":\"/no/such\",\"success\":false,\"error\":"
+                       "{\"kind\":\"failed\",\"description\":\"there is nothing there\"}}\n");
+}
+
+TEST_F(CommandLineTest, tellsEachPathWhenNoAnswerComes) {
+  record.failure = ClientError(ClientError::Kind::DeadlinePassed, "", "the time has passed");
+  EXPECT_EQ(run({"exists", "/a", "/b", "/c"}), 3);
+  EXPECT_EQ(err.str(), "keepwell: /a: no answer in the time allowed; the agent may yet do it\n"
+                       "keepwell: /b: not tried, since there was no answer before\n"
+                       "keepwell: /c: not tried, since there was no answer before\n");
+  EXPECT_EQ(run({"exists", "/a", "/b", "--json"}), 3);
+  EXPECT_TRUE(out.str().ends_with(
+      "\"}}\n{\"command\":\"exists\",\"path\":\"/b\",\"success\":false,\"error\":{\"kind\":"
+      "\"skipped\",\"description\":\"not tried, since there was no answer before\"}}\n"))
+      << out.str();
+}
+
+TEST_F(CommandLineTest, printsTheDeepestCause) {
+  record.success = false;
+  NS::Error beneath(NS::POSIXErrorDomain, 1); // as a library sends it that has no words for it
+  record.error = NS::Error(NS::CocoaErrorDomain, 513, {{"NSFilePath", "/a"}},
+                           std::make_shared<const NS::Error>(beneath));
+  EXPECT_EQ(run({"remove", "/a"}), 1);
+  EXPECT_EQ(err.str(), "keepwell: /a could not be removed: Operation not permitted\n");
+  EXPECT_EQ(run({"trash", "/"}), 1);
+  EXPECT_EQ(err.str(),
+            "keepwell: / could not be moved to the Trash: /a: Operation not permitted\n");
+}
+
+TEST_F(CommandLineTest, looksForTheCauseWhereTheAgentGivesNone) {
+  record.success = false;
+  EXPECT_EQ(run({"truncate", scratch.path()}), 1);
+  EXPECT_EQ(err.str(), "keepwell: " + scratch.path() + " could not be truncated: Is a directory\n");
+  EXPECT_EQ(run({"truncate", "/dev/null"}), 1);
+  EXPECT_EQ(err.str(),
+            "keepwell: /dev/null could not be truncated: it is no file that holds data\n");
+  EXPECT_EQ(run({"shred", "/no/such"}), 1);
+  EXPECT_EQ(err.str(), "keepwell: /no/such could not be shredded: No such file or directory\n");
+  EXPECT_EQ(run({"shred", "/no/such", "--json"}), 1);
+  EXPECT_NE(out.str().find("\"description\":\"No such file or directory\""), std::string::npos);
+}
+
+TEST_F(CommandLineTest, saysWhomToAskWhenTheBusLetsNobodyThrough) {
+  record.failure =
+      ClientError(ClientError::Kind::Unreachable, "org.freedesktop.DBus.Error.AccessDenied", "no");
+  EXPECT_EQ(run({"echo", "x"}), 3);
+  EXPECT_TRUE(err.str().starts_with("keepwell: You are not in the group keepwell. Ask an "
+                                    "administrator for `adduser "))
+      << err.str();
+  EXPECT_TRUE(err.str().ends_with(" keepwell`, then log in again.\n")) << err.str();
 }
 
 TEST_F(CommandLineTest, failsWhenItsAnswerCannotBeWritten) {
@@ -385,6 +519,19 @@ TEST(JSON, escapesWhatMustBeEscaped) {
   EXPECT_EQ(kw::jsonString("a\"b\\c\n\t\r\x01\x7f"), "\"a\\\"b\\\\c\\n\\t\\r\\u0001\\u007f\"");
   EXPECT_EQ(kw::jsonString("Grüße \xE2\x98\x83 \xF0\x9F\x98\x80"),
             "\"Grüße \xE2\x98\x83 \xF0\x9F\x98\x80\"");
+}
+
+TEST(JSON, escapesWhatWouldActOnATerminal) {
+  EXPECT_EQ(kw::jsonString("\u009b\u202e\u2028"), "\"\\u009b\\u202e\\u2028\"");
+}
+
+TEST(JSON, hasTheBytesOfNamesThatAreNoUTF8) {
+  EXPECT_EQ(kw::JSONObject().addName("path", "/a").addNames("remove", {"/a"}).text(),
+            "{\"path\":\"/a\",\"remove\":[\"/a\"]}");
+  EXPECT_EQ(
+      kw::JSONObject().addName("path", "/\xff").addNames("kept", {"/a", "/\xff"}).text(),
+      "{\"path\":\"/\xEF\xBF\xBD\",\"pathBase64\":\"L/8=\",\"kept\":[\"/a\",\"/\xEF\xBF\xBD\"],"
+      "\"keptBase64\":[\"L2E=\",\"L/8=\"]}");
 }
 
 TEST(JSON, replacesWhatIsNoUTF8) {

@@ -23,10 +23,12 @@ protected:
       ADD_FAILURE() << "a local command asked for the agent";
       return nullptr;
     };
+    surroundings.outIsTerminal = onTerminal;
     return keepwell(words, std::move(surroundings));
   }
   bool printed(const std::string &text) const { return out.str().find(text) != std::string::npos; }
 
+  bool onTerminal = false;
   kwtest::ScratchFolder folder;
   kwtest::CommandRun keepwell;
   std::ostringstream &out = keepwell.out;
@@ -61,6 +63,40 @@ TEST_F(Find, canStayShallowMatchWordsAndExclude) {
   EXPECT_EQ(run({"find", "--exclude", "bar", "foo", "--under", folder.path(), "--exclude", "food"}),
             0);
   EXPECT_EQ(out.str(), folder.path("foo bar") + "\n");
+}
+
+TEST_F(Find, passesOverNumberedCopiesUnlessAskedForAll) {
+  for (const char *name : {"foo", "foo 2", "foo10.conf"})
+    folder.file(name, "");
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path()}), 0);
+  EXPECT_EQ(out.str(), folder.path("foo") + "\n");
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path(), "--all"}), 0);
+  for (const char *name : {"foo", "foo 2", "foo10.conf"})
+    EXPECT_TRUE(printed(folder.path(name) + "\n")) << out.str();
+  EXPECT_EQ(run({"find", "--help"}), 0);
+  EXPECT_TRUE(printed("numbered copies")) << out.str();
+}
+
+TEST_F(Find, hasAnItemOfTheFoldersOwnNameWithAll) {
+  fs::create_directory(folder.path("foo"));
+  folder.file("foo/foo", "");
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path("foo")}), 0);
+  EXPECT_EQ(out.str(), "");
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path("foo"), "--all"}), 0);
+  EXPECT_EQ(out.str(), folder.path("foo/foo") + "\n");
+}
+
+TEST_F(Find, endsPathsWithANul) {
+  folder.file("foo\nbar", "");
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path(), "-0"}), 0);
+  EXPECT_EQ(out.str(), folder.path("foo\nbar") + std::string(1, '\0'));
+}
+
+TEST_F(Inspect, endsLinesWithNuls) {
+  std::string file = folder.file("a\nb", "");
+  onTerminal = false;
+  EXPECT_EQ(run({"inspect", "-0", file}), 0);
+  EXPECT_TRUE(out.str().starts_with(file + std::string("\0  kind:       file\0", 20))) << out.str();
 }
 
 TEST_F(Find, printsJSON) {
@@ -101,6 +137,7 @@ TEST_F(Find, refusesWhatTheSearchWouldNotDo) {
 
 TEST_F(Find, showsControlCharactersOfNames) {
   folder.file("foo\n\x1b[2J", "");
+  onTerminal = true;
   EXPECT_EQ(run({"find", "foo", "--under", folder.path()}), 0);
   EXPECT_EQ(out.str().find('\x1b'), std::string::npos);
   EXPECT_EQ(out.str().find('\n'), out.str().size() - 1);
@@ -132,6 +169,9 @@ TEST_F(Inspect, tellsWhatALinkStandsFor) {
   EXPECT_EQ(run({"inspect", folder.path("l")}), 0);
   EXPECT_TRUE(printed("  kind:       link\n"));
   EXPECT_TRUE(printed("  stands for: " + file + "\n"));
+  fs::create_symlink("f", folder.path("relative"));
+  EXPECT_EQ(run({"inspect", folder.path("relative")}), 0);
+  EXPECT_TRUE(printed("  stands for: " + file + "\n")) << out.str();
   fs::create_symlink("nowhere", folder.path("dangling"));
   EXPECT_EQ(run({"inspect", folder.path("dangling")}), 0);
   EXPECT_FALSE(printed("stands for"));
@@ -189,18 +229,18 @@ TEST_F(LocalSize, countsNoFolderInBulk) {
 TEST_F(LocalSize, isPrintedInEitherBase) {
   fs::resize_file(folder.file("sparse", ""), 1024 * 1024);
   EXPECT_EQ(run({"size", "--local", "--bulk", folder.path()}), 0);
-  EXPECT_EQ(out.str(), "1\u00a0MB\t" + folder.path() + "\n");
+  EXPECT_EQ(out.str(), "1 MB\t" + folder.path() + "\n");
   fs::resize_file(folder.path("sparse"), 1024 * 1024 * 3 / 2);
   EXPECT_EQ(run({"size", "--local", "--bulk", folder.path()}), 0);
-  EXPECT_EQ(out.str(), "1.6\u00a0MB\t" + folder.path() + "\n");
+  EXPECT_EQ(out.str(), "1.6 MB\t" + folder.path() + "\n");
   EXPECT_EQ(run({"size", "--local", "--bulk", "--base2", folder.path()}), 0);
-  EXPECT_EQ(out.str(), "1.5\u00a0MB\t" + folder.path() + "\n");
+  EXPECT_EQ(out.str(), "1.5 MB\t" + folder.path() + "\n");
 }
 
 TEST_F(LocalSize, ofAMissingItemIsRefused) {
   EXPECT_EQ(run({"size", "--local", folder.path("missing")}), 1);
   EXPECT_EQ(out.str(), "");
-  EXPECT_NE(err.str().find("could not be measured"), std::string::npos) << err.str();
+  EXPECT_EQ(err.str(), "keepwell: " + folder.path("missing") + ": there is nothing there\n");
 }
 
 TEST_F(LocalSize, hasModesThatTheAgentHasNot) {

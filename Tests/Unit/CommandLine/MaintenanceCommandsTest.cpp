@@ -128,6 +128,7 @@ TEST_F(MaintenanceCommands, tellThatNobodyAnswers) {
 
 TEST_F(MaintenanceCommands, passOnWhatTheLogToolSaid) {
   record.output = "gone \x1b[1m\n";
+  outIsTerminal = true;
   EXPECT_EQ(run({"erase-unified-log"}), 0);
   EXPECT_EQ(out.str(), "gone \\x1b[1m\nErased the unified log\n");
   record.output.clear();
