@@ -124,7 +124,9 @@ void showProgress(Session &session, std::size_t done, std::optional<std::size_t>
   if (done < few)
     return;
   std::string line = std::to_string(done);
-  session.showProgress(all ? line + " of " + std::to_string(*all) : line + " done");
+  line.append(all ? " of " + std::to_string(*all) : " done");
+  session.setProgressOfPaths(line);
+  session.showProgress(line);
 }
 
 int tellSkipped(Session &session, const JSONObject &request, const std::string &path, Skipped why) {

@@ -156,30 +156,40 @@ private:
 
   // Requests that have begun end by themselves or by being cancelled.
   void stop() {
+    session_.tellStopping();
     isStopping_ = true;
     skipping_ = Skipped::AfterStop;
     window_ = SIZE_MAX;
-    for (AskedPath<Reply> &asked : asked_)
-      if (asked.request.isValid())
-        asked.request.cancel();
+    // From the last, or the agent would begin the next with each that ends.
+    for (auto asked = asked_.rbegin(); asked != asked_.rend(); ++asked)
+      if (asked->request.isValid())
+        asked->request.cancel();
     paths_.stopReading();
   }
 
-  // What was told before has been answered, and reaches its reader now.
+  // Of those that the agent had, the first alone can have begun.
+  void tellApartFromBegun(AskedPath<Reply> &asked) {
+    const ClientError *error = asked.request.isValid() ? asked.request.wait().error() : nullptr;
+    if (!isStopping_ || !error || error->kind() != ClientError::Kind::Cancelled)
+      return;
+    if (hasStoppedMidway_ || error->effect() == ClientError::Effect::None)
+      asked.skipped = Skipped::AfterStop;
+    hasStoppedMidway_ = true;
+  }
+
   void wait() {
-    session_.flush();
-    const auto &alarm = session_.alarm();
-    if (!asked_.empty())
-      asked_.front().request.then([alarm](const auto &) { alarm->ring(); });
-    alarm->waitUntil([this] {
+    if (!asked_.empty() && asked_.front().request.isValid())
+      session_.ringAtEndOf(asked_.front().request);
+    session_.waitUntil([this] {
       return (!asked_.empty() && asked_.front().isEnded()) || (canTakeMore() && paths_.isReady()) ||
              (session_.isStopped() && !isStopping_);
     });
   }
 
   void tellFirst() {
-    const AskedPath<Reply> first = std::move(asked_.front());
+    AskedPath<Reply> first = std::move(asked_.front());
     asked_.pop_front();
+    tellApartFromBegun(first);
     JSONObject request = pathRequest(question_.command, first.path);
     int status = reportingFailures(
         session_, request,
@@ -209,6 +219,7 @@ private:
   Skipped skipping_ = Skipped::No;
   bool isAtEnd_ = false;
   bool isStopping_ = false;
+  bool hasStoppedMidway_ = false;
 };
 
 } // namespace kw

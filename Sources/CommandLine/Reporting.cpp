@@ -44,8 +44,9 @@ std::string wordsOf(const ClientError &error) {
   case ClientError::Kind::Refused:
     return "the agent refused: " + text;
   case ClientError::Kind::Cancelled:
-    return error.effect() == ClientError::Effect::None ? "stopped before it began"
-                                                       : "stopped; a part may have been done";
+    return error.effect() == ClientError::Effect::None
+               ? "stopped before it began"
+               : "stopped midway; what was done by then stays done";
   case ClientError::Kind::BadReply:
   case ClientError::Kind::BadArgument:
     break;

@@ -44,7 +44,8 @@ std::vector<std::string> linesOf(std::string_view text) {
 
 Session::Session(const Surroundings &surroundings, const GlobalOptions &options)
     : surroundings_(surroundings), options_(options),
-      alarm_(surroundings.alarm ? surroundings.alarm : std::make_shared<Alarm>()) {}
+      alarm_(surroundings.alarm ? surroundings.alarm : std::make_shared<Alarm>()),
+      advance_(std::make_shared<AgentAdvance>(alarm_)) {}
 
 Client &Session::agent() {
   if (!agent_)
@@ -53,10 +54,36 @@ Client &Session::agent() {
 }
 
 RequestOptions Session::requestOptions() const {
-  if (!options_.timeout)
-    return {};
+  RequestOptions options;
   using Seconds = std::chrono::duration<double>;
-  return {NS::saturatedCast<std::chrono::milliseconds>(Seconds(*options_.timeout))};
+  if (options_.timeout)
+    options.timeLimit = NS::saturatedCast<std::chrono::milliseconds>(Seconds(*options_.timeout));
+  if (showsProgress())
+    options.progress = [advance = advance_](const RequestProgress &progress) {
+      advance->set(progress);
+    };
+  return options;
+}
+
+void Session::waitUntil(const std::function<bool()> &condition) {
+  flush();
+  for (;;) {
+    alarm_->waitUntil([&] { return condition() || advance_->isNew(); });
+    auto progress = advance_->take();
+    if (condition())
+      return;
+    if (progress)
+      showProgress(advanceInWords(progressOfPaths_, *progress));
+  }
+}
+
+void Session::tellStopping() {
+  if (surroundings_.errIsTerminal && !options_.quiet)
+    note("Stopping; ^C again leaves at once, and the agent to itself.");
+}
+
+bool Session::showsProgress() const {
+  return surroundings_.errIsTerminal && surroundings_.canErase && !options_.quiet && !options_.json;
 }
 
 std::string Session::forOut(std::string_view text) const {
@@ -131,14 +158,14 @@ void Session::note(const std::string &line) {
 
 void Session::showProgress(const std::string &line) {
   constexpr std::chrono::milliseconds pause{100};
-  if (!surroundings_.errIsTerminal || !surroundings_.canErase || options_.quiet || options_.json)
+  if (!showsProgress())
     return;
   auto now = surroundings_.now();
   if (now - lastProgress_ < pause)
     return;
   lastProgress_ = now;
   flush();
-  *surroundings_.err << "\r\x1b[K" << displayable(line) << std::flush;
+  *surroundings_.err << "\r\x1b[K" << line << std::flush;
   progressIsShown_ = true;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Client/Client.h"
+#include "CommandLine/AgentAdvance.h"
 #include "CommandLine/Alarm.h"
 #include "CommandLine/Displayable.h"
 #include "CommandLine/JSON.h"
@@ -81,18 +82,28 @@ public:
   // cancelled, and its end awaited. Throws ClientError.
   template <typename Reply> Reply await(const Request<Reply> &request) {
     Alarm::Heeding heeding(*alarm_);
-    flush();
-    request.then([alarm = alarm_](const auto &) { alarm->ring(); });
-    alarm_->waitUntil([&] { return request.isEnded() || isStopped(); });
+    ringAtEndOf(request);
+    waitUntil([&] { return request.isEnded() || isStopped(); });
     if (!request.isEnded()) {
+      tellStopping();
       request.cancel();
-      alarm_->waitUntil([&] { return request.isEnded(); });
+      waitUntil([&] { return request.isEnded(); });
     }
+    endProgress();
     return request.get();
   }
+  template <typename Reply> void ringAtEndOf(const Request<Reply> &request) {
+    request.then([alarm = alarm_](const auto &) { alarm->ring(); });
+  }
+  // Blocks until the condition holds, which is tested with each ring of the
+  // alarm. What was said before reaches its readers, and how far the agent has
+  // come is shown meanwhile.
+  void waitUntil(const std::function<bool()> &condition);
 
   const std::shared_ptr<Alarm> &alarm() const { return alarm_; }
   bool isStopped() const { return alarm_->stopSignal() != 0; }
+  // Tells a person that the end is awaited, and how not to wait for it.
+  void tellStopping();
   // How many requests were stopped when a part of them may have been done.
   void noteStoppedInPart() { ++stoppedInPart_; }
   std::size_t stoppedInPart() const { return stoppedInPart_; }
@@ -123,6 +134,8 @@ public:
   // How far a long work has come, on a line that gives way to any other; only
   // where a person watches the errors, and not more often than an eye can see.
   void showProgress(const std::string &line);
+  // What stands before how far the agent has come with one of many requests.
+  void setProgressOfPaths(const std::string &line) { progressOfPaths_ = line; }
   void endProgress();
   // Whether there is a person to ask, as far as is known before.
   bool canAsk(bool assumeYes) const { return !assumeYes && surroundings_.ask != nullptr; }
@@ -131,6 +144,8 @@ public:
   void confirm(const std::string &question, bool assumeYes);
 
 private:
+  bool showsProgress() const;
+
   std::string forOut(std::string_view text) const;
   std::string forErr(std::string_view text) const;
 
@@ -141,6 +156,8 @@ private:
   char lineEnd_ = '\n';
   std::size_t stoppedInPart_ = 0;
   bool progressIsShown_ = false;
+  std::string progressOfPaths_; // such as "3 of 60"
+  const std::shared_ptr<AgentAdvance> advance_;
   std::chrono::steady_clock::time_point lastProgress_;
 };
 

@@ -43,6 +43,8 @@ public:
     std::lock_guard lock(mutex_);
     holding_ = true;
   }
+  // The same, from a handler.
+  void holdFromNowOn() { holding_ = true; }
   void release() {
     change([this] {
       holding_ = false;

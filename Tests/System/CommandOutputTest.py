@@ -1,13 +1,16 @@
 """What `keepwell --json` prints, held against the schema that is installed with
 it, and what the command does with a real agent when that dies or is slow."""
+import fcntl
 import json
 import os
 import pty
 import select
+import shlex
 import signal
 import subprocess
 import sys
 import tempfile
+import termios
 import unittest
 
 try:
@@ -41,8 +44,9 @@ class CommandTestCase(unittest.TestCase):
         return [f"{harness.build_folder}/keepwell", "--bus", self.bus.address, *words]
 
     def run_command(self, *words, **more):
+        """Without a terminal, also where the test has one."""
         return subprocess.run(self.argv(*words), capture_output=True, text=True, check=False,
-                              timeout=120, **more)
+                              timeout=120, start_new_session=True, **more)
 
     def file(self, name, content="content"):
         path = f"{self.folder}/{name}"
@@ -84,7 +88,9 @@ class SchemaTest(CommandTestCase):
             said.update(each.get("command") for each in self.objects(*words, status=status))
 
         note("echo", "hello")
-        note("size", item, f"{self.folder}/missing")
+        note("size", item)
+        note("size", item, f"{self.folder}/missing", status=1)
+        note("size", "--once", item)
         note("size", "--local", item)
         note("exists", item)
         note("exists", f"{self.folder}/missing", status=1)
@@ -98,11 +104,19 @@ class SchemaTest(CommandTestCase):
         note("move", item, f"{self.folder}/moved")
         note("remove", "--keep", "moved", self.folder + "/moved", item)
         note("shred", f"{self.folder}/moved")
-        note("startup", "start", "x")
-        note("startup", "stop", "x")
+        note("remove", item)  # that is gone already
+        note("remove", "-n", "/", status=1)
+        note("startup", "start", "x", status=1)  # for which there are no tools here
+        note("startup", "stop", "x", status=1)
         note("login-item", "remove-global", "/nowhere")
-        note("maintenance", "reindex-spotlight")
-        note("maintenance", "periodic", "daily")
+        note("maintenance", "reindex-spotlight", status=1)
+        note("maintenance", "periodic", "daily", status=1)
+        odd = os.fsencode(self.folder) + b"/odd \xff"
+        with open(odd, "wb"):
+            pass
+        note("inspect", odd)
+        note("remove", "-n", odd, status=1)
+        note("find", "odd", "--under", self.folder)
         note("terminate")
         self.assertEqual(len(said), 17)
 
@@ -200,11 +214,13 @@ class TerminalTest(CommandTestCase):
     """The command on a terminal, as a person meets it."""
 
     def converse(self, *words, answer=b"", environment=None):
+        return self.converse_with(self.argv(*words), answer, environment)
+
+    def converse_with(self, argv, answer=b"", environment=None):
         pid, terminal = pty.fork()
         if pid == 0:
             os.environ.pop("NO_COLOR", None)
             os.environ.update({"TERM": "xterm", **(environment or {})})
-            argv = self.argv(*words)
             os.execv(argv[0], argv)
         seen = b""
         while True:
@@ -229,7 +245,7 @@ class TerminalTest(CommandTestCase):
         for answer in (b"n\n", b"\n", b"no way\n"):
             status, seen = self.converse("remove", item, answer=answer)
             self.assertEqual(status, 1, seen)
-            self.assertIn(f"Remove {item} for good? [y/N]", seen)
+            self.assertIn(f"Remove {item}: 1 item, 4 KB? [y/N]", seen)
             self.assertIn("nothing was done", seen)
             self.assertTrue(os.path.exists(item))
         status, seen = self.converse("remove", item, answer=b"y\n")
@@ -242,6 +258,95 @@ class TerminalTest(CommandTestCase):
         self.assertNotIn("[y/N]", seen)
         done = self.run_command("remove", self.file("item"), stdin=subprocess.DEVNULL)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+    def test_the_question_has_substance_and_reaches_the_terminal_whatever_is_redirected(self):
+        item = self.file("tree/file")
+        self.file("tree/kept")
+        command = " ".join(map(shlex.quote, self.argv("remove", "-0", "--keep", "kept")))
+        for redirection in ("", " 2>/dev/null", " >/dev/null 2>&1"):
+            script = f"printf '%s\\0' {self.folder}/tree | {command}{redirection}"
+            status, seen = self.converse_with(["/bin/sh", "-c", script], answer=b"n\n")
+            self.assertIn(f"Remove {self.folder}/tree, keeping 1: 1 item, 4 KB? [y/N]", seen)
+            self.assertEqual(status, 1, seen)
+            self.assertTrue(os.path.exists(item))
+        status, seen = self.converse_with(["/bin/sh", "-c", script], answer=b"y\n")
+        self.assertEqual((status, os.listdir(f"{self.folder}/tree")), (0, ["kept"]), seen)
+
+    def test_a_dumb_terminal_gets_no_escape_sequences(self):
+        paths = [f"{self.folder}/missing{number}" for number in range(300)]
+        _, seen = self.converse("remove", "--yes", *paths, environment={"TERM": "dumb"})
+        self.assertNotIn("\x1b", seen)
+        self.assertNotIn(" of 300", seen)
+
+    def test_a_name_cannot_act_on_the_terminal(self):
+        item = self.file("a\u009b2J\x1b]0;x\x07\u202eb")
+        _, seen = self.converse("inspect", item)
+        self.assertIn("a\\u009b2J\\x1b]0;x\\x07\\u202eb", seen)
+        for letter in ("\u009b", "\x1b]", "\x07", "\u202e"):
+            self.assertNotIn(letter, seen)
+
+    def on_terminal(self, *words):
+        """The command on a terminal of its own, with that terminal."""
+        master, end = os.openpty()
+        self.addCleanup(os.close, master)
+        command = subprocess.Popen(self.argv(*words), stdin=end, stdout=end, stderr=end,
+                                   start_new_session=True, env={**os.environ, "TERM": "xterm"},
+                                   preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+        os.close(end)
+        self.addCleanup(command.wait)
+        return command, master
+
+    def read(self, terminal, until=None):
+        """What appears until the text, or the end."""
+        seen = b""
+        while until is None or until not in seen:
+            try:
+                seen += os.read(terminal, 4096)
+            except OSError:  # the other end is closed
+                break
+        return seen.decode()
+
+    def stopped_agent(self):
+        """An agent that takes its time until it is let go on."""
+        self.run_command("echo", "x")
+        pid = self.bus.agent_pid()
+        os.kill(pid, signal.SIGSTOP)
+        self.addCleanup(os.kill, pid, signal.SIGCONT)
+        return pid
+
+    def wait_until_asked(self, command):
+        """Until the thread of the client runs, which then sends the request."""
+        wait_until(lambda: len(os.listdir(f"/proc/{command.pid}/task")) >= 3)
+
+    def test_an_interrupt_stops_what_has_not_begun_and_tells_each_path(self):
+        pid = self.stopped_agent()
+        paths = [self.file(f"item{number}") for number in range(60)]
+        command, terminal = self.on_terminal("remove", "--yes", *paths)
+        self.wait_until_asked(command)
+        os.write(terminal, b"\x03")
+        seen = self.read(terminal, b"^C again leaves at once")
+        os.kill(pid, signal.SIGCONT)
+        seen += self.read(terminal)
+        self.assertEqual(command.wait(timeout=60), 130, seen)
+        self.assertRegex(seen, r"Stopped: [01] of 60 removed")
+        self.assertIn("item59: stopped before it began", seen)
+        self.assertTrue(all(os.path.exists(path) for path in paths[1:]))
+
+    def test_a_second_interrupt_leaves_at_once(self):
+        self.stopped_agent()
+        command, terminal = self.on_terminal("size", "/usr")
+        self.wait_until_asked(command)
+        os.write(terminal, b"\x03")
+        self.read(terminal, b"^C again leaves at once")
+        os.write(terminal, b"\x03")
+        self.assertEqual(command.wait(timeout=60), 130)
+
+    def test_help_that_cannot_be_written_is_a_failure(self):
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run(self.argv("--help"), stdout=full, stderr=subprocess.PIPE,
+                                  check=False, start_new_session=True)
+        self.assertEqual((done.returncode, done.stderr),
+                         (1, b"keepwell: the answer could not be written\n"))
 
     def test_colours_are_for_terminals_that_want_them(self):
         for environment, coloured in (({}, True), ({"NO_COLOR": "1"}, False),

@@ -366,16 +366,22 @@ class CommandTest(RepairTestCase):
                 self.assertEqual(self.root.calls(), calls)
 
     def test_a_tool_that_fails_is_the_exit_status(self):
+        self.root.stand_in(ToolsTest.CACHE)
         self.root.stand_in(ToolsTest.KILLALL, status=1)
-        self.assertEqual(self.root.run(self.argv("flush-dns")).returncode, 1)
-        self.remove_tool(LOG_TOOL)
-        done = self.root.run(self.argv("erase-unified-log", "--json"))
-        self.assertEqual(done.returncode, 1)
-        answer, = self.objects(done.stdout)
-        self.assertNotIn("status", answer)  # there was no tool to end with one
-        self.assertEqual(answer["error"]["domain"], "org.keepwell.taskRunner")
-        self.remove_tool(REPAIR)
-        self.assertEqual(self.root.run(self.argv("repair-permissions")).returncode, 1)
+        done = self.root.run(self.argv("flush-dns"))
+        self.assertEqual((done.returncode, done.stderr),
+                         (1, b"keepwell: the caches of names could not be flushed\n"))
+
+    def test_a_tool_that_this_system_lacks_is_named_and_nothing_is_asked(self):
+        for words, tool in ((("erase-unified-log",), LOG_TOOL), (("repair-permissions",), REPAIR),
+                            (("periodic", "daily"), ToolsTest.PERIODIC)):
+            self.remove_tool(tool)
+            done = self.root.run(self.argv(*words))
+            self.assertEqual((done.returncode, done.stdout, done.stderr.decode()),
+                             (1, b"", f"keepwell: maintenance {words[0]} needs {tool}, which this "
+                                      "system does not have\n"))
+            answer, = self.objects(self.root.run(self.argv(*words, "--json")).stdout)
+            self.assertEqual((answer["success"], answer["error"]["kind"]), (False, "unavailable"))
 
     def test_a_program_gets_each_chunk_as_an_object_while_the_tool_runs(self):
         self.gated_tool()
@@ -400,8 +406,12 @@ class CommandTest(RepairTestCase):
         os.close(end)
         self.assertTrue(os.read(terminal, 100).startswith(b"chunk "))
         tool = self.tool_pid()
+        os.write(terminal, b"\x03")  # the tool runs on, and the command waits for its end
+        seen = b""
+        while b"^C again leaves at once" not in seen:
+            seen += os.read(terminal, 1000)
         os.write(terminal, b"\x03")
-        self.assertEqual(command.wait(), -signal.SIGINT)
+        self.assertEqual(command.wait(), 128 + signal.SIGINT)
         os.close(terminal)
         self.assertTrue(is_running(tool), "what root began goes on to its end")
         self.assertEqual(self.root.busctl("Echo", "s", "alive").values[0], "alive")

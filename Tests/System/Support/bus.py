@@ -105,6 +105,8 @@ class PrivateBus:
         options.setdefault("env", self.environment())
         if "input" not in options:
             options.setdefault("stdin", subprocess.DEVNULL)
+        # Nobody is asked anything on the terminal of the person who runs the tests.
+        options.setdefault("start_new_session", True)
         return subprocess.run(self.command(argv), capture_output=True, **options)
 
     # Starting and stopping.

@@ -1,74 +1,16 @@
 // The program from its arguments to its output and exit status, with a client
 // that answers as the test says.
-#include "CommandLine/CommandLine.h"
-
-#include "Support/CommandRun.h"
-#include "Support/FakeAgent.h"
-#include "Support/ScratchFolder.h"
-
-#include <gtest/gtest.h>
+#include "Support/AnsweredCommand.h"
 
 #include <filesystem>
 #include <fmt/format.h>
+#include <gtest/gtest.h>
 
 namespace {
 
 using kw::ClientError;
-using kwtest::FakeAgent;
-using Strings = std::vector<std::string>;
-
-// What the agent of these tests answers.
-struct Record {
-  bool success = true; // turned for the Trash, as the agent does
-  std::optional<NS::Error> error;
-  std::int64_t size = 0;
-  std::optional<std::string> echo; // instead of what was sent
-  std::optional<ClientError> failure;
-  Strings buses;
-  Strings requests;
-};
-
-FakeAgent::Answer answer(const Record &record, const kw::AgentMessage &message) {
-  if (record.failure)
-    return *record.failure;
-  NS::XPCValues reply = FakeAgent::usualReply(message);
-  if (message.member == "Echo" && record.echo)
-    reply[0] = *record.echo;
-  for (NS::XPCValue &value : reply) {
-    if (auto *flag = std::get_if<bool>(&value))
-      *flag = *flag == record.success;
-    else if (std::holds_alternative<std::int64_t>(value))
-      value = record.size;
-    else if (std::holds_alternative<std::monostate>(value) && record.error)
-      value = *record.error;
-  }
-  return reply;
-}
-
-class CommandLineTest : public testing::Test {
-protected:
-  int run(const Strings &words) {
-    FakeAgent agent([this](const kw::AgentMessage &message) { return answer(record, message); });
-    kw::Surroundings surroundings;
-    surroundings.connect = [&](const std::string &bus) {
-      record.buses.push_back(bus);
-      return agent.client();
-    };
-    surroundings.outIsTerminal = surroundings.errIsTerminal = onTerminal;
-    int status = keepwell(words, std::move(surroundings));
-    record.requests = agent.requests();
-    return status;
-  }
-
-  Record record;
-  bool onTerminal = false;
-  kwtest::ScratchFolder scratch;
-  std::string item = scratch.file("an item", "");
-  kwtest::CommandRun keepwell;
-  std::ostringstream &out = keepwell.out;
-  std::ostringstream &err = keepwell.err;
-  std::string &input = keepwell.input;
-};
+using kwtest::Strings;
+using CommandLineTest = kwtest::AnsweredCommand;
 
 TEST_F(CommandLineTest, repeatsWhatTheAgentSays) {
   EXPECT_EQ(run({"echo", "hello"}), 0);
@@ -414,144 +356,10 @@ TEST_F(CommandLineTest, gives3WhenTheAnswerTakesTooLong) {
     EXPECT_EQ(run({"--timeout", time, "remove", "/a"}), 2) << time;
 }
 
-// A removal is not the whole of what a person sees of a name.
-TEST_F(CommandLineTest, showsOnATerminalWhatWouldActOnIt) {
-  struct Name {
-    const char *name, *shown;
-  };
-  for (const Name &row :
-       {Name{"a\x1b[2J\nb", "a\\x1b[2J\\x0ab"},
-        Name{"\xc2\x9b"
-            "2J",
-            "\\u009b2J"},
-        Name{"\x9b"
-            "2J",
-            "\\x9b2J"},
-        Name{"\u202egpj.exe", "\\u202egpj.exe"}, Name{"\u2066a\u2069", "\\u2066a\\u2069"},
-        Name{"a\u200f\u061c", "a\\u200f\\u061c"}, Name{"a\u2028b", "a\\u2028b"},
-        Name{"a\\x1b", "a\\\\x1b"}, Name{"Gr\u00fc\u00dfe \u2603", "Gr\u00fc\u00dfe \u2603"}}) {
-    std::string path = scratch.file(row.name, "");
-    onTerminal = true;
-    EXPECT_EQ(run({"remove", path}), 0);
-    EXPECT_EQ(out.str(), "Removed " + scratch.path(row.shown) + "\n");
-    record.success = false;
-    EXPECT_EQ(run({"remove", path}), 1);
-    EXPECT_EQ(err.str(), "keepwell: " + scratch.path(row.shown) + " could not be removed\n");
-    onTerminal = false;
-    EXPECT_EQ(run({"remove", path}), 1);
-    EXPECT_EQ(err.str(), "keepwell: " + path + " could not be removed\n");
-    record.success = true;
-    EXPECT_EQ(run({"remove", path}), 0);
-    EXPECT_EQ(out.str(), "Removed " + path + "\n") << "into a pipe it goes as it is";
-  }
-}
-
-TEST_F(CommandLineTest, saysThatThereWasNothing) {
-  record.size = 0;
-  EXPECT_EQ(run({"remove", "/no/such"}), 0);
-  EXPECT_EQ(out.str(), "/no/such: there was nothing there\n");
-  EXPECT_EQ(run({"remove", "/no/such", "--json"}), 0);
-  EXPECT_EQ(out.str(),
-            "{\"command\":\"remove\",\"path\":\"/no/such\",\"success\":true,\"missing\":true}\n");
-  EXPECT_EQ(run({"size", "/no/such", item}), 1);
-  EXPECT_EQ(err.str(), "keepwell: /no/such: there is nothing there\n");
-  EXPECT_EQ(out.str(), "Zero bytes\t" + item + "\n");
-  EXPECT_EQ(run({"size", "/no/such", "--json"}), 1);
-  EXPECT_EQ(out.str(), "{\"command\":\"size\",\"path\":\"/no/such\",\"success\":false,\"error\":"
-                       "{\"kind\":\"failed\",\"description\":\"there is nothing there\"}}\n");
-}
-
-TEST_F(CommandLineTest, tellsEachPathWhenNoAnswerComes) {
-  record.failure = ClientError(ClientError::Kind::DeadlinePassed, "", "the time has passed");
-  EXPECT_EQ(run({"exists", "/a", "/b", "/c"}), 3);
-  EXPECT_EQ(err.str(), "keepwell: /a: no answer in the time allowed; the agent may yet do it\n"
-                       "keepwell: /b: not tried, since there was no answer before\n"
-                       "keepwell: /c: not tried, since there was no answer before\n");
-  EXPECT_EQ(run({"exists", "/a", "/b", "--json"}), 3);
-  EXPECT_TRUE(out.str().ends_with(
-      "\"}}\n{\"command\":\"exists\",\"path\":\"/b\",\"success\":false,\"error\":{\"kind\":"
-      "\"skipped\",\"description\":\"not tried, since there was no answer before\"}}\n"))
-      << out.str();
-}
-
-TEST_F(CommandLineTest, printsTheDeepestCause) {
-  record.success = false;
-  NS::Error beneath(NS::POSIXErrorDomain, 1); // as a library sends it that has no words for it
-  record.error = NS::Error(NS::CocoaErrorDomain, 513, {{"NSFilePath", "/a"}},
-                           std::make_shared<const NS::Error>(beneath));
-  EXPECT_EQ(run({"remove", "/a"}), 1);
-  EXPECT_EQ(err.str(), "keepwell: /a could not be removed: Operation not permitted\n");
-  EXPECT_EQ(run({"trash", "/"}), 1);
-  EXPECT_EQ(err.str(),
-            "keepwell: / could not be moved to the Trash: /a: Operation not permitted\n");
-}
-
-TEST_F(CommandLineTest, looksForTheCauseWhereTheAgentGivesNone) {
-  record.success = false;
-  EXPECT_EQ(run({"truncate", scratch.path()}), 1);
-  EXPECT_EQ(err.str(), "keepwell: " + scratch.path() + " could not be truncated: Is a directory\n");
-  EXPECT_EQ(run({"truncate", "/dev/null"}), 1);
-  EXPECT_EQ(err.str(),
-            "keepwell: /dev/null could not be truncated: it is no file that holds data\n");
-  EXPECT_EQ(run({"shred", "/no/such"}), 1);
-  EXPECT_EQ(err.str(), "keepwell: /no/such could not be shredded: No such file or directory\n");
-  EXPECT_EQ(run({"shred", "/no/such", "--json"}), 1);
-  EXPECT_NE(out.str().find("\"description\":\"No such file or directory\""), std::string::npos);
-}
-
-TEST_F(CommandLineTest, saysWhomToAskWhenTheBusLetsNobodyThrough) {
-  record.failure =
-      ClientError(ClientError::Kind::Unreachable, "org.freedesktop.DBus.Error.AccessDenied", "no");
-  EXPECT_EQ(run({"echo", "x"}), 3);
-  EXPECT_TRUE(err.str().starts_with("keepwell: You are not in the group keepwell. Ask an "
-                                    "administrator for `adduser "))
-      << err.str();
-  EXPECT_TRUE(err.str().ends_with(" keepwell`, then log in again.\n")) << err.str();
-}
-
 TEST_F(CommandLineTest, failsWhenItsAnswerCannotBeWritten) {
   out.setstate(std::ios::badbit);
   EXPECT_EQ(run({"echo", "x"}), 1);
   EXPECT_EQ(err.str(), "keepwell: the answer could not be written\n");
-}
-
-TEST(JSON, escapesWhatMustBeEscaped) {
-  EXPECT_EQ(kw::jsonString("a\"b\\c\n\t\r\x01\x7f"), "\"a\\\"b\\\\c\\n\\t\\r\\u0001\\u007f\"");
-  EXPECT_EQ(kw::jsonString("Grüße \xE2\x98\x83 \xF0\x9F\x98\x80"),
-            "\"Grüße \xE2\x98\x83 \xF0\x9F\x98\x80\"");
-}
-
-TEST(JSON, escapesWhatWouldActOnATerminal) {
-  EXPECT_EQ(kw::jsonString("\u009b\u202e\u2028"), "\"\\u009b\\u202e\\u2028\"");
-}
-
-TEST(JSON, hasTheBytesOfNamesThatAreNoUTF8) {
-  EXPECT_EQ(kw::JSONObject().addName("path", "/a").addNames("remove", {"/a"}).text(),
-            "{\"path\":\"/a\",\"remove\":[\"/a\"]}");
-  EXPECT_EQ(
-      kw::JSONObject().addName("path", "/\xff").addNames("kept", {"/a", "/\xff"}).text(),
-      "{\"path\":\"/\xEF\xBF\xBD\",\"pathBase64\":\"L/8=\",\"kept\":[\"/a\",\"/\xEF\xBF\xBD\"],"
-      "\"keptBase64\":[\"L2E=\",\"L/8=\"]}");
-}
-
-TEST(JSON, replacesWhatIsNoUTF8) {
-  for (const char *bytes : {"\xff", "\xc0", "\xc1", "\x80", "\xf5"})
-    EXPECT_EQ(kw::jsonString(bytes), "\"\xEF\xBF\xBD\"");
-  EXPECT_EQ(kw::jsonString("\xE2\x98"), "\"\xEF\xBF\xBD\xEF\xBF\xBD\"");
-  EXPECT_EQ(kw::jsonString("\xED\xA0\x80"), "\"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\"");
-}
-
-TEST(JSON, writesEveryKindOfValue) {
-  kw::JSONObject object;
-  object.add("s", "text")
-      .add("b", true)
-      .add("i", std::int64_t{-1})
-      .add("u", ~std::uint64_t{0})
-      .add("d", 0.5)
-      .add("a", Strings{"x", "y"})
-      .add("o", kw::JSONObject().add("n", false));
-  EXPECT_EQ(object.text(), "{\"s\":\"text\",\"b\":true,\"i\":-1,\"u\":18446744073709551615,"
-                           "\"d\":0.5,\"a\":[\"x\",\"y\"],\"o\":{\"n\":false}}");
 }
 
 } // namespace

@@ -1,0 +1,54 @@
+// The last report counts; those that nobody took in time are replaced.
+#include "CommandLine/AgentAdvance.h"
+
+#include "CommandLine/Displayable.h"
+#include "CommandLine/Outcome.h"
+#include "Foundation/Unicode.h"
+
+#include <fmt/format.h>
+#include <utility>
+
+namespace kw {
+namespace {
+
+// The end of the text, beginning with a whole character.
+std::string endOf(const std::string &text, std::size_t room) {
+  if (text.size() <= room)
+    return text;
+  std::size_t start = text.size() - room + 3;
+  while (start < text.size() && !NS::decodeCharacter(text, start).wellFormed)
+    ++start;
+  return fmt::format("...{}", text.substr(start));
+}
+
+} // namespace
+
+void AgentAdvance::set(const RequestProgress &progress) {
+  {
+    std::lock_guard lock(mutex_);
+    progress_ = progress;
+  }
+  alarm_->ring();
+}
+
+bool AgentAdvance::isNew() const {
+  std::lock_guard lock(mutex_);
+  return progress_.has_value();
+}
+
+std::optional<RequestProgress> AgentAdvance::take() {
+  std::lock_guard lock(mutex_);
+  return std::exchange(progress_, std::nullopt);
+}
+
+std::string advanceInWords(const std::string &before, const RequestProgress &progress) {
+  constexpr std::size_t width = 79; // or the line would wrap
+  std::string line =
+      fmt::format("{}{}{} {}, {}", before, before.empty() ? "" : ": ", progress.items,
+                  progress.items == 1 ? "item" : "items", sizeInWords(progress.bytes));
+  if (progress.path.empty() || line.size() + 10 > width)
+    return line;
+  return fmt::format("{}  {}", line, endOf(displayable(progress.path), width - line.size() - 2));
+}
+
+} // namespace kw

@@ -1,0 +1,36 @@
+// How far the agent has come with the request that it works on, handed from the
+// client's thread to the one that shows it.
+#pragma once
+
+#include "Client/Request.h"
+#include "CommandLine/Alarm.h"
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace kw {
+
+// Thread-safe.
+class AgentAdvance {
+public:
+  explicit AgentAdvance(std::shared_ptr<Alarm> alarm) : alarm_(std::move(alarm)) {}
+
+  // The alarm rings.
+  void set(const RequestProgress &progress);
+  bool isNew() const;
+  // What was set last, once; nothing when that was taken already.
+  std::optional<RequestProgress> take();
+
+private:
+  const std::shared_ptr<Alarm> alarm_;
+  mutable std::mutex mutex_;
+  std::optional<RequestProgress> progress_;
+};
+
+// Such as "1204 items, 3.5 MB  /srv/old/deep", no wider than an ordinary
+// terminal; of a long path the end.
+std::string advanceInWords(const std::string &before, const RequestProgress &progress);
+
+} // namespace kw

@@ -1,0 +1,192 @@
+// Stopping a command, what it tells of each path then, and programs that send
+// paths one at a time.
+#include "CommandLine/CommandLine.h"
+
+#include "Support/CommandRun.h"
+#include "Support/FakeAgent.h"
+
+#include <condition_variable>
+#include <functional>
+#include <future>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <streambuf>
+#include <thread>
+
+namespace {
+
+using kwtest::FakeAgent;
+using Strings = std::vector<std::string>;
+
+constexpr int interrupt = 2;
+
+class Stopping : public testing::Test {
+protected:
+  // Runs the command and stops it once the agent has got so many requests.
+  int runAndStop(const Strings &words, std::size_t sent) {
+    surroundings.alarm = alarm;
+    surroundings.connect = [this](const std::string &) { return agent.client(); };
+    auto status = std::async(std::launch::async, [&] { return keepwell(words, surroundings); });
+    agent.waitUntilSent(sent);
+    EXPECT_TRUE(alarm->stop(interrupt));
+    agent.waitUntilAskedToCancel(1);
+    return status.get();
+  }
+  // The agent answers so many at once, then takes its time.
+  void answerFirst(std::size_t count) {
+    agent.setHandler([this, count](const kw::AgentMessage &message) {
+      if (++answered_ == count)
+        agent.holdFromNowOn();
+      return FakeAgent::Answer(FakeAgent::usualReply(message));
+    });
+  }
+
+  FakeAgent agent;
+  std::shared_ptr<kw::Alarm> alarm = std::make_shared<kw::Alarm>();
+  kw::Surroundings surroundings;
+  kwtest::CommandRun keepwell;
+
+private:
+  std::size_t answered_ = 0;
+};
+
+TEST_F(Stopping, tellsEachPathAndHowFarItCame) {
+  agent.learnToCancel();
+  answerFirst(2);
+  EXPECT_EQ(runAndStop({"trash", "/", "/usr", "/etc", "/var", "/bin"}, 5), 130);
+  EXPECT_EQ(keepwell.out.str(), "Moved / to the Trash\nMoved /usr to the Trash\n");
+  EXPECT_EQ(keepwell.err.str(), "keepwell: /etc: stopped midway; what was done by then stays done\n"
+                                "keepwell: /var: stopped before it began\n"
+                                "keepwell: /bin: stopped before it began\n"
+                                "Stopped: 2 of 5 moved to the Trash, 1 in part\n");
+}
+
+TEST_F(Stopping, isToldToProgramsToo) {
+  agent.learnToCancel();
+  answerFirst(1);
+  EXPECT_EQ(runAndStop({"--json", "remove", "/", "/usr", "/etc"}, 3), 130);
+  EXPECT_EQ(keepwell.err.str(), "");
+  EXPECT_EQ(keepwell.out.str(),
+            "{\"command\":\"remove\",\"path\":\"/\",\"success\":true}\n"
+            "{\"command\":\"remove\",\"path\":\"/usr\",\"success\":false,\"error\":{\"kind\":"
+            "\"cancelled\",\"name\":\"\",\"description\":\"the request was cancelled\"}}\n"
+            "{\"command\":\"remove\",\"path\":\"/etc\",\"success\":false,\"error\":{\"kind\":"
+            "\"cancelled\",\"description\":\"stopped before it began\"}}\n");
+}
+
+TEST_F(Stopping, endsASingleRequest) {
+  agent.learnToCancel();
+  agent.hold();
+  EXPECT_EQ(runAndStop({"move", "/a", "/b"}, 1), 130);
+  EXPECT_EQ(keepwell.err.str(), "keepwell: stopped midway; what was done by then stays done\n");
+}
+
+TEST_F(Stopping, sendsNothingThatHasNotBegun) {
+  agent.learnToCancel();
+  agent.hold();
+  Strings words = {"size"};
+  for (int number = 0; number < 2000; ++number)
+    words.push_back("/" + std::to_string(number));
+  EXPECT_EQ(runAndStop(words, 1), 130); // the first is asked alone
+  EXPECT_EQ(agent.sent().size(), 1u);
+  EXPECT_TRUE(keepwell.err.str().ends_with("keepwell: /1999: stopped before it began\n"
+                                           "Stopped: 0 of 2000 measured, 1 in part\n"))
+      << keepwell.err.str().substr(keepwell.err.str().size() - 200);
+}
+
+TEST(Alarm, isNotHeededWhereNothingIsUnderWayNorTwice) {
+  kw::Alarm alarm;
+  EXPECT_FALSE(alarm.stop(interrupt));
+  EXPECT_EQ(alarm.stopSignal(), 0);
+  kw::Alarm::Heeding heeding(alarm);
+  EXPECT_TRUE(alarm.stop(interrupt));
+  EXPECT_EQ(alarm.stopSignal(), interrupt);
+  EXPECT_FALSE(alarm.stop(interrupt));
+}
+
+// A pipe within the program, whose reader waits for what comes.
+class Pipe : public std::streambuf {
+public:
+  void write(const std::string &text) {
+    std::lock_guard lock(mutex_);
+    text_ += text;
+    changed_.notify_all();
+  }
+  void close() {
+    std::lock_guard lock(mutex_);
+    isClosed_ = true;
+    changed_.notify_all();
+  }
+
+protected:
+  int_type underflow() override {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return isClosed_ || !text_.empty(); });
+    if (text_.empty())
+      return traits_type::eof();
+    letter_ = text_.front();
+    text_.erase(0, 1);
+    setg(&letter_, &letter_, &letter_ + 1);
+    return traits_type::to_int_type(letter_);
+  }
+
+private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::string text_;
+  bool isClosed_ = false;
+  char letter_ = 0;
+};
+
+// Knows when what was written has been flushed.
+class Answers : public std::stringbuf {
+public:
+  void waitFor(const std::string &text) {
+    std::unique_lock lock(mutex_);
+    flushed_.wait(lock, [&] { return seen_.find(text) != std::string::npos; });
+  }
+
+protected:
+  int sync() override {
+    std::lock_guard lock(mutex_);
+    seen_ = str();
+    flushed_.notify_all();
+    return 0;
+  }
+
+private:
+  std::mutex mutex_;
+  std::condition_variable flushed_;
+  std::string seen_;
+};
+
+TEST(Coprocess, getsEachAnswerBeforeItSendsTheNextPath) {
+  for (const Strings &words :
+       {Strings{"keepwell", "exists", "-0"}, {"keepwell", "size", "--local", "-0"}}) {
+    FakeAgent agent;
+    Pipe paths;
+    Answers answers;
+    std::istream in(&paths);
+    std::ostream out(&answers);
+    std::ostringstream err;
+    kw::Surroundings surroundings;
+    surroundings.in = &in;
+    surroundings.out = &out;
+    surroundings.err = &err;
+    surroundings.connect = [&](const std::string &) { return agent.client(); };
+    std::vector<const char *> arguments;
+    for (const std::string &word : words)
+      arguments.push_back(word.c_str());
+    auto status = std::async(std::launch::async, [&] {
+      return kw::runCommandLine(static_cast<int>(arguments.size()), arguments.data(), surroundings);
+    });
+    for (const char *path : {"/usr/bin", "/etc", "/bin"}) {
+      paths.write(path + std::string(1, '\0'));
+      answers.waitFor(path);
+    }
+    paths.close();
+    EXPECT_EQ(status.get(), 0) << err.str();
+  }
+}
+
+} // namespace
