@@ -20,7 +20,8 @@ public:
   using Handler = std::function<void(int signal)>;
 
   SignalWatch(const std::vector<int> &signals, Handler handler);
-  // Waits for a handler that runs.
+  // Waits for a handler that runs. The signals stay blocked, so that one that
+  // comes while the process ends does not change its exit status.
   ~SignalWatch();
   SignalWatch(const SignalWatch &) = delete;
   SignalWatch &operator=(const SignalWatch &) = delete;

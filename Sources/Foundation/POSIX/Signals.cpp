@@ -20,7 +20,7 @@ public:
         add(signal);
     if (wake_ == 0)
       return;
-    ::pthread_sigmask(SIG_BLOCK, &watched_, &former_);
+    ::pthread_sigmask(SIG_BLOCK, &watched_, nullptr);
     thread_ = std::thread([this] { watch(); });
   }
 
@@ -30,7 +30,6 @@ public:
     ending_ = true;
     ::pthread_kill(thread_.native_handle(), wake_);
     thread_.join();
-    ::pthread_sigmask(SIG_SETMASK, &former_, nullptr);
   }
 
 private:
@@ -51,7 +50,6 @@ private:
 
   const Handler handler_;
   sigset_t watched_{};
-  sigset_t former_{};
   int wake_ = 0; // one of them, 0 when there is none
   std::atomic<bool> ending_{false};
   std::thread thread_;
