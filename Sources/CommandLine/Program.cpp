@@ -87,7 +87,7 @@ void Program::declareOptions(GlobalOptions &options) {
   own.flag("-q,--quiet", options.quiet, "Print nothing but what went wrong");
   own.option("--bus", options.bus, "BUS", "The bus: system, session or an address");
   own.option("--timeout", timeout_, "SECONDS",
-             "Wait for each answer no longer than this; the agent goes on all the same",
+             "Wait for each answer no longer than this; what the agent did by then stays done",
              [&options](const std::string &text) { return takeSeconds(text, options.timeout); });
   own.flag("--version", version_, "Tell the version");
   // For the makers of completions and manuals.

@@ -79,7 +79,7 @@ void Session::waitUntil(const std::function<bool()> &condition) {
 
 void Session::tellStopping() {
   if (surroundings_.errIsTerminal && !options_.quiet)
-    note("Stopping; ^C again leaves at once, and the agent to itself.");
+    note("Stopping; ^C again leaves at once.");
 }
 
 bool Session::showsProgress() const {

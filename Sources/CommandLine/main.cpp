@@ -35,7 +35,11 @@ kw::Surroundings surroundingsOfProcess() {
   surroundings.errIsTerminal = NS::standardErrorIsTerminal();
   surroundings.canErase = !valueOf("TERM").empty() && valueOf("TERM") != "dumb";
   surroundings.wantsColours = surroundings.canErase && !isSet("NO_COLOR");
-  surroundings.connect = [](const std::string &bus) { return kw::Client::connect(bus); };
+  surroundings.connect = [](const std::string &bus) {
+    kw::ClientOptions options;
+    options.endRequestsOnLeaving = true; // whoever kills the command wants it to end
+    return kw::Client::connect(bus, options);
+  };
   if (NS::hasControllingTerminal())
     surroundings.ask = NS::answerOnTerminal;
   surroundings.hasTool = [](const std::string &path) {
