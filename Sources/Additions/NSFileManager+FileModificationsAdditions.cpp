@@ -8,11 +8,10 @@
 #include "Foundation/Identity.h"
 #include "Foundation/Log.h"
 #include "Foundation/PathUtilities.h"
+#include "Foundation/Progress.h"
 #include "Foundation/SecureRemoval.h"
 
 #include <cerrno>
-#include <utility>
-#include <vector>
 
 namespace kw {
 namespace {
@@ -26,42 +25,6 @@ void logLockedItem(const std::string &path, int errnum) {
 void unlockItem(const std::string &path) {
   if (NS::FileFlags::shared().clear(path, unlockMask) == -1)
     logLockedItem(path, errno);
-}
-
-// A folder of the walk and those of its children that were not visited yet.
-struct PendingFolder {
-  std::string path;
-  std::vector<std::string> names;
-  std::size_t next = 0;
-};
-
-// The children to visit beneath an item: none below a file or a link.
-PendingFolder childrenOf(const std::string &path) {
-  auto names = NS::FileManager::defaultManager().contentsOfDirectoryAtPath(path, nullptr);
-  auto isLink = NS::getResourceValue(NS::URL::fileURLWithPath(path),
-                                     NS::URLResourceKey::IsSymbolicLink, nullptr);
-  PendingFolder folder{path, {}, 0};
-  if (names && isLink != NS::URLResourceValue(true))
-    folder.names = std::move(*names);
-  return folder;
-}
-
-// Path by path, for hosts without a walk of their own. A stack of our own
-// serves in place of recursion: folders nest deeper than any thread's stack.
-void unlockBeneathByPaths(const std::string &path) {
-  std::vector<PendingFolder> pending;
-  pending.push_back(childrenOf(path));
-  while (!pending.empty()) {
-    PendingFolder &folder = pending.back();
-    if (folder.next == folder.names.size()) {
-      pending.pop_back();
-      continue;
-    }
-    std::string child =
-        NS::stringByAppendingPathComponent(folder.path, folder.names[folder.next++]);
-    unlockItem(child);
-    pending.push_back(childrenOf(child));
-  }
 }
 
 bool isError(const std::optional<NS::Error> &error, NS::CocoaErrorCode code) {
@@ -96,14 +59,17 @@ void tryToUnlockFileIfNeeded(NS::FileManager &, const std::string &path, bool re
   unlockItem(path);
   if (!recursively)
     return;
-  if (!NS::FileFlags::shared().clearBeneath(path, unlockMask, logLockedItem))
-    unlockBeneathByPaths(path);
+  NS::FileFlags::shared().clearBeneath(path, unlockMask, logLockedItem);
 }
 
 bool removeFileAtPath(NS::FileManager &manager, const std::string &path, NS::ErrorSlot error) {
   std::optional<NS::Error> failure;
   if (manager.removeItemAtPath(path, &failure) || isError(failure, NS::FileNoSuchFileError))
     return true;
+  if (isError(failure, NS::UserCancelledError)) {
+    NS::storeError(error, *failure);
+    return false;
+  }
   // A refusal for want of permission is what locked items give.
   if (!isError(failure, NS::FileWriteNoPermissionError))
     NS::Log("An error occured while removing file at path (%@): %@", path, failure);
@@ -128,8 +94,9 @@ bool securelyRemoveFileAtPath(NS::FileManager &manager, const std::optional<std:
                                                                  NS::REMOVEFILE_SECURE_1_PASS_FLAG);
   if (result == 0)
     return true;
-  if (error)
-    *error = secureRemovalError(result);
+  bool isCancelled = errno == ECANCELED;
+  NS::storeError(error, isCancelled ? NS::fileError(ECANCELED, *path, NS::FileAccess::Writing)
+                                    : secureRemovalError(result));
   return false;
 }
 
@@ -159,8 +126,11 @@ bool removeContentsOfDirectoryAtPath(NS::FileManager &manager, const std::string
     return false;
   }
   bool removedAll = true;
-  for (const NS::URL &child : *children)
+  for (const NS::URL &child : *children) {
+    if (NS::Progress::current().isCancelled())
+      return false;
     removedAll = removeFileAtPath(manager, child.path(), nullptr) && removedAll;
+  }
   return removedAll;
 }
 

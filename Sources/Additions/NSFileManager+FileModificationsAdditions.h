@@ -3,7 +3,9 @@
 //
 // All block until done, keep no state and may run on several threads at once.
 // Nothing is thrown; failures are logged as each comment says. The receiver
-// is the first argument.
+// is the first argument. When the current progress is cancelled, each stops at
+// its next item and fails with UserCancelledError, leaving what a failure there
+// would leave.
 #pragma once
 
 #include "Foundation/FileManager.h"

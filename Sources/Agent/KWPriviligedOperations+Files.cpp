@@ -44,9 +44,13 @@ void KWPriviligedOperations::removeItemAtPath(const std::string &path, KWFlagRep
 }
 
 void KWPriviligedOperations::securelyRemoveItemAtPath(const std::string &path, KWFlagReply reply) {
-  const bool removed = securelyRemoveFileAtPath(NS::FileManager::defaultManager(), path, nullptr);
+  std::optional<NS::Error> error;
+  const bool removed = securelyRemoveFileAtPath(NS::FileManager::defaultManager(), path, &error);
+  // Clients get no error of a shredding, unless they cancelled it themselves.
+  if (error && error->code() != NS::UserCancelledError)
+    error.reset();
   if (reply)
-    reply(removed, std::nullopt);
+    reply(removed, error);
 }
 
 void KWPriviligedOperations::moveToTrashItemAtPath(const std::string &path, KWFlagReply reply) {

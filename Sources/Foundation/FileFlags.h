@@ -44,16 +44,15 @@ public:
 
   // Clears the mask's flags of all beneath a folder, the folder itself
   // excluded, each item before what it holds and in the order of the folders:
-  // what clear of each path would do, but without looking up a path, so that no depth is too deep
-  // and a folder swapped for a link meanwhile is not descended into. The flags of a link that
-  // stands in the tree are its target's, as status has it. Stays off other volumes mounted inside
-  // and out of what cannot be removed ("/", a path ending in "." or
-  // ".."). Nothing happens when the path is no folder. False, having done
-  // nothing, where there is no such walk: the caller then goes path by path.
-  virtual bool clearBeneath(const std::string & /*path*/, std::uint32_t /*mask*/,
-                            const FailureHandler & /*failed*/) {
-    return false;
-  }
+  // what clear of each path would do, but without looking up a
+  // path, so that no depth is too deep and a folder swapped for a link
+  // meanwhile is not descended into. The flags of a link that stands in the
+  // tree are its target's, as status has it. Stays off other volumes mounted
+  // inside and out of what cannot be removed ("/", a path ending in "." or
+  // ".."). Nothing happens when the path is no folder. Stops at its next item
+  // when the current progress is cancelled.
+  virtual void clearBeneath(const std::string &path, std::uint32_t mask,
+                            const FailureHandler &failed) = 0;
 };
 
 } // namespace NS

@@ -98,6 +98,11 @@ public:
   virtual std::optional<std::string> destinationOfSymbolicLinkAtPath(const std::string &path,
                                                                      ErrorSlot error) = 0;
 
+  // The four operations below count items in the current progress. When that is
+  // cancelled they stop at their next item with UserCancelledError, leaving what
+  // a failure there leaves. FileNoSuchFileError is said of the item asked about
+  // alone, never of what vanished beneath it.
+
   // Removes the item and all beneath it. A folder swapped for a link meanwhile
   // cannot lead outside; a constant number of descriptors is held at any depth,
   // and memory does not grow with what a folder holds. Folders are removed
@@ -112,12 +117,18 @@ public:
   // Renames without replacing: an existing destination fails with
   // FileWriteFileExistsError. Across volumes copies (mode, owner, times,
   // extended attributes, links, holes; not the file flags) and then deletes.
-  // The copy is built beside the destination, brought to the disk and renamed
+  // The copy is built near the destination, brought to the disk and renamed
   // into place, so that the destination is never there in part; until then the
-  // source stays whole, and a failed copy is removed again. Refuses before any
-  // copying what could not be deleted afterwards: a read-only volume; and on
-  // meeting them locked items and mount points. When deleting fails all the
-  // same, the complete copy stays beside what is left of the source.
+  // source stays whole, and a failed copy is removed again. Whatever describes
+  // an item and its new volume cannot hold is left out, with one line of the log
+  // for all, and the copy lets nobody in whom the original kept out.
+  //
+  // Refuses before any copying what could not be deleted afterwards: a
+  // read-only volume, an append-only or immutable folder; and on meeting them
+  // locked items and mount points. Deletes nothing but what it has copied as it
+  // is: a source that others changed meanwhile fails (EBUSY) and stays. When
+  // deleting fails all the same, the complete copy stays beside what is left of
+  // the source. What vanishes meanwhile counts as moved.
   virtual bool moveItemAtPath(const std::string &srcPath, const std::string &dstPath,
                               ErrorSlot error) = 0;
   virtual bool moveItemAtURL(const URL &srcURL, const URL &dstURL, ErrorSlot error) = 0;

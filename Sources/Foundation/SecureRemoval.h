@@ -21,8 +21,9 @@ public:
   // then lost under all of the file's names; holes are left as they are. Links,
   // FIFOs, sockets and devices are only unlinked. Follows no link and stays
   // inside the tree and its volume; refuses what FileManager's removal refuses.
-  // 0, or -1 with errno set; on failure what came before the failing item is
-  // gone, and the item itself may be overwritten.
+  // 0, or -1 with errno set: to ENOENT only where the item itself is gone, to
+  // ECANCELED when the current progress was cancelled. On failure what came
+  // before the failing item is gone, and that item itself may be overwritten.
   virtual int removefile(const std::string &path, std::uint32_t flags) = 0;
 };
 

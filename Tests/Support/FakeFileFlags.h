@@ -1,5 +1,5 @@
 // File flags kept in a table: items are as the test says, and each call is
-// noted. Knows no walk of its own, so that every path is asked for.
+// noted.
 #pragma once
 
 #include "Foundation/FileFlags.h"
@@ -18,7 +18,9 @@ public:
   std::map<std::string, std::int64_t> flags;
   // errno of each change of flags, 0 for success.
   int changeError = 0;
-  // "stat PATH" and "chflags PATH FLAGS", in order.
+  // What cannot be cleared beneath a folder, by its path.
+  std::map<std::string, std::string> lockedBeneath;
+  // "stat PATH", "chflags PATH FLAGS" and "clear beneath PATH MASK", in order.
   std::vector<std::string> calls;
 
   int status(const std::string &path, NS::FileStatus &status) override {
@@ -37,6 +39,13 @@ public:
     if (status(path, found) != 0 || (found.flags & mask) == 0)
       return 0;
     return change(path, found.flags & ~mask);
+  }
+
+  void clearBeneath(const std::string &path, std::uint32_t mask,
+                    const FailureHandler &failed) override {
+    calls.push_back("clear beneath " + path + " " + std::to_string(mask));
+    if (auto found = lockedBeneath.find(path); found != lockedBeneath.end())
+      failed(found->second, EPERM);
   }
 
 private:

@@ -67,13 +67,6 @@ bool holdsName(const std::string &names, std::string_view wanted) {
   return forEachName(names, [&](const char *name) { return name == wanted ? 1 : 0; }) != 0;
 }
 
-// Gone meanwhile, too much for the volume or unknown to it, or not ours to read
-// or set.
-bool isLeftOut(int error) {
-  constexpr std::array causes = {ENODATA, ENOTSUP, EPERM, EACCES, ENOSPC, EDQUOT, E2BIG, ERANGE};
-  return std::find(causes.begin(), causes.end(), error) != causes.end();
-}
-
 int copyAttribute(const std::string &source, const std::string &target, const char *name) {
   std::string value;
   int error = readAttribute(source, name, value);
@@ -111,41 +104,58 @@ Grants grantsOf(std::string_view list) {
   return grants;
 }
 
-// Of a file that has to do without its access list. Without it the users and
-// groups of the list are judged as members of the owning group or as others:
-// these get no more than each of the list has.
+// Of a file that has to do without its access list, if it has one. Without it
+// the users and groups of the list are judged as members of the owning group or
+// as others: these get no more than each of the list has.
 mode_t modeWithoutList(const std::string &source, mode_t mode) {
   std::string list;
+  int error = readAttribute(source, accessList, list);
+  if (error == ENODATA || error == ENOTSUP)
+    return mode;
   Grants grants{.group = 0, .users = 0, .groups = 0, .mask = 0};
-  if (readAttribute(source, accessList, list) == 0)
+  if (error == 0)
     grants = grantsOf(list);
   const unsigned group = grants.group & grants.users & grants.mask;
   const unsigned others = mode & grants.users & grants.groups & grants.mask & S_IRWXO;
   return (mode & ~static_cast<mode_t>(S_IRWXG | S_IRWXO)) | group << 3 | others;
 }
 
+bool isList(const char *name) {
+  return std::string_view(name).starts_with(anyAccessList);
+}
+
+bool vouchesForData(std::string_view name) {
+  return std::find(vouchers.begin(), vouchers.end(), name) != vouchers.end();
+}
+
+// Collects the names of the lists that the target has taken over.
 int copyAll(const std::string &source, const std::string &target, const std::string &names,
-            CopiedData data, mode_t &mode) {
+            CopiedData data, mode_t &mode, LeftOut &leftOut, std::string &lists) {
   return forEachName(names, [&](const char *name) {
-    if (data == CopiedData::Another &&
-        std::find(vouchers.begin(), vouchers.end(), std::string_view(name)) != vouchers.end())
+    if (data == CopiedData::Another && vouchesForData(name))
       return 0;
     int error = copyAttribute(source, target, name);
-    if (!isLeftOut(error))
+    if (error == 0 && isList(name))
+      lists.append(name, std::string_view(name).size() + 1);
+    bool isGone = error == ENODATA;
+    if (error == 0 || (!isGone && !mayBeLeftOut(error)))
       return error;
+    if (!isGone)
+      leftOut.note(std::string("the attribute ") + name, error);
     if (std::string_view(name) == accessList)
       mode = modeWithoutList(source, mode);
     return 0;
   });
 }
 
-// Such a list would let in people whom the source keeps out.
-int removeInheritedLists(const std::string &target, const std::string &names) {
+// A list that the target inherited would let in people whom the source keeps
+// out.
+int removeInheritedLists(const std::string &target, const std::string &lists) {
   std::string inherited;
   if (int error = listAttributes(target, inherited))
     return error;
   return forEachName(inherited, [&](const char *name) {
-    bool isForeign = std::string_view(name).starts_with(anyAccessList) && !holdsName(names, name);
+    bool isForeign = isList(name) && !holdsName(lists, name);
     if (!isForeign || ::removexattr(target.c_str(), name) == 0)
       return 0;
     return errno == ENODATA ? 0 : errno;
@@ -154,13 +164,18 @@ int removeInheritedLists(const std::string &target, const std::string &names) {
 
 } // namespace
 
-int copyAttributes(int source, int target, CopiedData data, mode_t &mode) {
-  std::string from = handlePath(source), to = handlePath(target), names;
-  if (int error = listAttributes(from, names))
-    return error;
-  if (int error = copyAll(from, to, names, data, mode))
-    return error;
-  return removeInheritedLists(to, names);
+int copyAttributes(int source, int target, CopiedData data, mode_t &mode, LeftOut &leftOut) {
+  std::string from = handlePath(source), to = handlePath(target), names, lists;
+  int error = listAttributes(from, names);
+  if (mayBeLeftOut(error)) {
+    // There may be an access list among them.
+    mode = modeWithoutList(from, mode);
+    leftOut.note("the attributes", error);
+    error = 0;
+  }
+  if (error == 0)
+    error = copyAll(from, to, names, data, mode, leftOut, lists);
+  return error != 0 ? error : removeInheritedLists(to, lists);
 }
 
 } // namespace NS

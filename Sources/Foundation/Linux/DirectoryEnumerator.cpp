@@ -32,8 +32,8 @@ public:
   bool next() {
     descend();
     while (!stack_.empty()) {
-      int error = 0;
-      const FolderEntry *entry = stack_.next(error);
+      StepOutcome outcome;
+      const FolderEntry *entry = stack_.next(outcome);
       if (!entry) {
         if (!leave())
           break;
@@ -74,7 +74,7 @@ private:
     if (!mayDescend_)
       return;
     mayDescend_ = false;
-    if (stack_.enter(name_.c_str()) == 0)
+    if (stack_.enter(name_.c_str()).isDone())
       prefix_ += name_ + "/";
   }
 
@@ -83,7 +83,7 @@ private:
     std::size_t length = std::string_view(stack_.folderName()).size();
     if (stack_.depth() > 1)
       prefix_.resize(prefix_.size() - length - 1);
-    if (stack_.leave() == 0)
+    if (stack_.leave().isDone())
       return true;
     bool found = stack_.findAgain(root_, [this](const std::string &below) {
       Log("%@ was moved; the rest of it is left out of a list.",

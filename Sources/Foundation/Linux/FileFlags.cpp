@@ -8,6 +8,7 @@
 #include "Foundation/Linux/ItemLocation.h"
 #include "Foundation/POSIX/Descriptor.h"
 #include "Foundation/PathUtilities.h"
+#include "Foundation/Progress.h"
 #include "Foundation/SharedInstance.h"
 
 #include <cerrno>
@@ -66,19 +67,19 @@ public:
   Unlocker(const std::string &path, std::uint32_t mask, const FileFlags::FailureHandler &failed)
       : path_(path), mask_(mask), failed_(failed) {}
 
-  // What cannot be entered or read any more is passed over; only when the way
-  // back up is lost does the walk end early.
+  // What cannot be entered or read any more is passed over. The walk ends early
+  // when the way back up is lost or the request is cancelled.
   void run() {
     ItemLocation location;
     if (locateItem(path_, location) != 0 ||
-        stack_.openRoot(location.parent.get(), location.name.c_str()) != 0)
+        stack_.openRoot(location.parent.get(), location.name.c_str()).isFailed())
       return;
-    while (!stack_.empty()) {
-      int error = 0;
-      if (const FolderEntry *entry = stack_.next(error)) {
+    while (!stack_.empty() && !progress_.isCancelled()) {
+      StepOutcome outcome;
+      if (const FolderEntry *entry = stack_.next(outcome)) {
         if (unlock(entry->name))
           static_cast<void>(stack_.enter(entry->name));
-      } else if (stack_.leave() != 0) {
+      } else if (stack_.leave().isFailed()) {
         return;
       }
     }
@@ -97,20 +98,16 @@ private:
     if (flagsOf(status) & mask_) {
       Descriptor item(::openat(folder, name, O_PATH | O_CLOEXEC | (isLink ? 0 : O_NOFOLLOW)));
       if (int error = item ? clearFlags(item.get(), mask_) : errno; error != 0)
-        failed_(pathOf(name), error);
+        failed_(stack_.pathOf(path_, name), error);
     }
     return !isLink && S_ISDIR(status.stx_mode);
-  }
-
-  std::string pathOf(const std::string &name) const {
-    std::string below = stack_.pathBelowRoot();
-    return path_ + "/" + (below.empty() ? name : below + "/" + name);
   }
 
   const std::string &path_;
   std::uint32_t mask_;
   const FileFlags::FailureHandler &failed_;
   WalkShare share_;
+  Progress &progress_ = Progress::current();
   FolderStack stack_{MountPoints::Refuse};
 };
 
@@ -137,10 +134,9 @@ public:
     return error == 0 ? 0 : fail(error);
   }
 
-  bool clearBeneath(const std::string &path, std::uint32_t mask,
+  void clearBeneath(const std::string &path, std::uint32_t mask,
                     const FailureHandler &failed) override {
     Unlocker(path, mask, failed).run();
-    return true;
   }
 
 private:

@@ -76,8 +76,24 @@ bool fail(int errnum, const std::string &path, FileAccess access, ErrorSlot erro
   return false;
 }
 
-bool succeed(const TreeResult &result, ErrorSlot error) {
-  return !result || fail(result->errnum, result->path, result->access, error);
+// The platform's error for a walk that failed; the access is that to the
+// original. "No such file" is said of nothing but the item asked about.
+Error errorOf(const TreeFailure &failure, FileAccess access) {
+  int errnum = failure.outcome.errnum();
+  if (failure.outcome.side() == TreeSide::Copy)
+    access = FileAccess::Writing;
+  if (errnum != ENOENT || failure.isGone())
+    return fileError(errnum, failure.path, access);
+  return Error(CocoaErrorDomain,
+               access == FileAccess::Reading ? FileReadUnknownError : FileWriteUnknownError,
+               userInfoWith(FilePathErrorKey, failure.path),
+               std::make_shared<const Error>(errorFromErrno(errnum)));
+}
+
+bool succeed(const TreeResult &result, ErrorSlot error, FileAccess access = FileAccess::Writing) {
+  if (result)
+    storeError(error, errorOf(*result, access));
+  return !result;
 }
 
 // An open folder being read. Raw errno semantics: nothing and 0 at the end.
@@ -244,7 +260,7 @@ public:
   bool copyItemAtPath(const std::string &srcPath, const std::string &dstPath,
                       ErrorSlot error) override {
     WalkShare share;
-    return succeed(copyTree(srcPath, dstPath), error);
+    return succeed(copyTree(srcPath, dstPath), error, FileAccess::Reading);
   }
 
   bool createDirectoryAtPath(const std::string &path, bool withIntermediateDirectories,

@@ -9,6 +9,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <utility>
 
 namespace NS {
 namespace {
@@ -21,50 +22,52 @@ constexpr int openFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NO
 
 } // namespace
 
-int FolderStack::identify(int folder, Identity &identity) {
+StepOutcome FolderStack::identify(int folder, Identity &identity) {
   struct statx status;
   if (::statx(folder, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_INO | STATX_MNT_ID, &status) !=
       0)
-    return errno;
+    return {TreeStep::Identify, errno};
   identity.device = (static_cast<std::uint64_t>(status.stx_dev_major) << 32) | status.stx_dev_minor;
   identity.inode = status.stx_ino;
   bool numbered = (status.stx_mask & STATX_MNT_ID) != 0;
   identity.mount = numbered ? status.stx_mnt_id : identity.device;
-  return 0;
+  return {};
 }
 
-int FolderStack::openRoot(int parent, const char *name) {
+StepOutcome FolderStack::openRoot(int parent, const char *name) {
   Descriptor folder(::openat(parent, name, openFlags));
   if (!folder)
-    return errno;
+    return {TreeStep::Open, errno};
   Identity above, identity;
-  if (int error = identify(parent, above))
-    return error;
-  if (int error = identify(folder.get(), identity))
-    return error;
+  for (const auto &[item, result] : {std::pair(parent, &above), {folder.get(), &identity}})
+    if (StepOutcome outcome = identify(item, *result); outcome.isFailed())
+      return outcome;
   if (mountPoints_ == MountPoints::Refuse && above.mount != identity.mount)
-    return EBUSY;
-  return push(std::move(folder), identity, name);
+    return {TreeStep::Check, EBUSY};
+  push(std::move(folder), identity, name);
+  return {};
 }
 
-int FolderStack::openRoot(Descriptor folder) {
+StepOutcome FolderStack::openRoot(Descriptor folder) {
   Identity identity;
-  if (int error = identify(folder.get(), identity))
-    return error;
-  return push(std::move(folder), identity, "");
+  StepOutcome outcome = identify(folder.get(), identity);
+  if (outcome.isDone())
+    push(std::move(folder), identity, "");
+  return outcome;
 }
 
-int FolderStack::enter(const char *name) {
+StepOutcome FolderStack::enter(const char *name) {
   const Frame &above = frames_.back();
   Descriptor folder(::openat(above.descriptor.get(), name, openFlags));
   if (!folder)
-    return errno;
+    return {TreeStep::Open, errno};
   Identity identity;
-  if (int error = identify(folder.get(), identity))
-    return error;
+  if (StepOutcome outcome = identify(folder.get(), identity); outcome.isFailed())
+    return outcome;
   if (int error = checkMount(above.identity, identity))
-    return error;
-  return push(std::move(folder), identity, name);
+    return {TreeStep::Check, error};
+  push(std::move(folder), identity, name);
+  return {};
 }
 
 // A folder has one parent, so only a mount can lead back to a folder that the
@@ -80,7 +83,7 @@ int FolderStack::checkMount(const Identity &above, const Identity &folder) const
   return within ? EDEADLK : 0;
 }
 
-int FolderStack::push(Descriptor folder, const Identity &identity, const char *name) {
+void FolderStack::push(Descriptor folder, const Identity &identity, const char *name) {
   Frame frame;
   frame.identity = identity;
   frame.name = names_.size();
@@ -90,7 +93,6 @@ int FolderStack::push(Descriptor folder, const Identity &identity, const char *n
   frames_.push_back(std::move(frame));
   if (frames_.size() - lowestOpen_ > window)
     closeUpper(frames_[lowestOpen_++]);
-  return 0;
 }
 
 void FolderStack::closeUpper(Frame &frame) {
@@ -183,8 +185,8 @@ const FolderEntry *FolderStack::give(const std::byte *record) {
   return &entry_;
 }
 
-const FolderEntry *FolderStack::next(int &error) {
-  error = 0;
+const FolderEntry *FolderStack::next(StepOutcome &outcome) {
+  outcome = {};
   Frame &frame = frames_.back();
   for (;;) {
     if (isLong(frame)) {
@@ -192,10 +194,10 @@ const FolderEntry *FolderStack::next(int &error) {
         return entry;
     }
     if (frame.position >= frame.filled) {
-      error = fill(frame);
+      outcome = {TreeStep::List, fill(frame)};
       if (isLong(frame))
         continue;
-      if (error != 0 || frame.filled == 0)
+      if (outcome.isFailed() || frame.filled == 0)
         return nullptr;
     }
     const auto *record =
@@ -209,23 +211,23 @@ const FolderEntry *FolderStack::next(int &error) {
   }
 }
 
-int FolderStack::rewind() {
+StepOutcome FolderStack::rewind() {
   Frame &frame = frames_.back();
   frame.position = frame.filled = 0;
   if (isLong(frame))
     endLong();
   frame.offset = 0;
-  return ::lseek(frame.descriptor.get(), 0, SEEK_SET) < 0 ? errno : 0;
+  return {TreeStep::List, ::lseek(frame.descriptor.get(), 0, SEEK_SET) < 0 ? errno : 0};
 }
 
-int FolderStack::leave() {
+StepOutcome FolderStack::leave() {
   Descriptor below = std::move(frames_.back().descriptor);
   recycle(frames_.back());
   names_.resize(frames_.back().name);
   frames_.pop_back();
   if (frames_.empty() || frames_.back().descriptor)
-    return 0;
-  return reopenThrough(below);
+    return {};
+  return {TreeStep::GoUp, reopenThrough(below)};
 }
 
 int FolderStack::reopenThrough(const Descriptor &below) {
@@ -234,8 +236,8 @@ int FolderStack::reopenThrough(const Descriptor &below) {
   if (!folder)
     return errno;
   Identity identity;
-  if (int error = identify(folder.get(), identity))
-    return error;
+  if (StepOutcome outcome = identify(folder.get(), identity); outcome.isFailed())
+    return outcome.errnum();
   if (identity != frame.identity)
     return ESTALE;
   if (frame.offset != 0 && ::lseek(folder.get(), frame.offset, SEEK_SET) < 0)
@@ -247,7 +249,7 @@ int FolderStack::reopenThrough(const Descriptor &below) {
 
 bool FolderStack::isFolderOf(const Frame &frame, const Descriptor &folder) const {
   Identity identity;
-  return folder && identify(folder.get(), identity) == 0 && identity == frame.identity;
+  return folder && identify(folder.get(), identity).isDone() && identity == frame.identity;
 }
 
 // The lowest folder that the names lead to, and its index. Nothing without the
@@ -289,6 +291,14 @@ std::string FolderStack::pathBelowRoot() const {
       path += '/';
     path += names_.c_str() + frames_[index].name;
   }
+  return path;
+}
+
+std::string FolderStack::pathOf(const std::string &root, const std::string &name) const {
+  std::string path = root;
+  for (const std::string &part : {pathBelowRoot(), name})
+    if (!part.empty())
+      path += "/" + part;
   return path;
 }
 

@@ -8,9 +8,10 @@
 // no longer the folder it came down through. Memory is one small record and
 // the name of each folder of the chain, whatever the folders hold.
 //
-// Not thread-safe. Errors are errno values, 0 for none.
+// Not thread-safe.
 #pragma once
 
+#include "Foundation/Linux/TreeOutcome.h"
 #include "Foundation/POSIX/Descriptor.h"
 
 #include <array>
@@ -50,19 +51,19 @@ public:
   // Goes into a folder of the given one (at the start) or of the lowest. Never
   // through a link: ELOOP or ENOTDIR when the name is no folder, EBUSY for a
   // refused mount point, EDEADLK for a folder that the walk is already in.
-  int openRoot(int parent, const char *name);
-  int enter(const char *name);
+  StepOutcome openRoot(int parent, const char *name);
+  StepOutcome enter(const char *name);
   // Goes in by an open descriptor of the folder; its links were followed.
-  int openRoot(Descriptor folder);
+  StepOutcome openRoot(Descriptor folder);
 
   // Reads on in the lowest folder: null at its end or on failure.
-  const FolderEntry *next(int &error);
+  const FolderEntry *next(StepOutcome &outcome);
   // Starts reading the lowest folder anew.
-  int rewind();
+  StepOutcome rewind();
 
   // Goes back up. The lowest folder is closed even on failure; ESTALE when the
   // folder above is no longer the one that the walk came through.
-  int leave();
+  StepOutcome leave();
 
   // After a failed leave, for a walk that goes on with what it can reach: goes
   // up to the lowest folder that the names still lead to from the root, of which
@@ -80,6 +81,9 @@ public:
   // The names from below the root to the lowest folder, joined by slashes;
   // empty for the root itself.
   std::string pathBelowRoot() const;
+  // The path of an item in the lowest folder, by that of the root. Without a
+  // name, of the folder itself.
+  std::string pathOf(const std::string &root, const std::string &name) const;
   // How often the lowest folder was entered again after it had been left; for
   // the walk to count.
   unsigned &revisits() { return frames_.back().revisits; }
@@ -116,8 +120,8 @@ private:
     unsigned revisits = 0;
   };
 
-  static int identify(int folder, Identity &identity);
-  int push(Descriptor folder, const Identity &identity, const char *name);
+  static StepOutcome identify(int folder, Identity &identity);
+  void push(Descriptor folder, const Identity &identity, const char *name);
   int checkMount(const Identity &above, const Identity &folder) const;
   int reopenThrough(const Descriptor &below);
   bool isFolderOf(const Frame &frame, const Descriptor &folder) const;

@@ -3,14 +3,15 @@
 #include "Foundation/Linux/ItemCopy.h"
 
 #include "Foundation/Linux/ItemLocation.h"
-#include "Foundation/POSIX/AttributeCopy.h"
 #include "Foundation/POSIX/Descriptor.h"
 #include "Foundation/POSIX/Retrying.h"
+#include "Foundation/Progress.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
+#include <string>
 #include <sys/sysmacros.h>
 #include <vector>
 
@@ -18,7 +19,12 @@ namespace NS {
 namespace {
 
 constexpr std::size_t blockSize = 256 * 1024;
-constexpr std::size_t largestExtent = 1024 * 1024 * 1024;
+// Between two of them the copy looks whether it was cancelled.
+constexpr std::size_t largestExtent = 64 * 1024 * 1024;
+
+StepOutcome failureToWrite(int error) {
+  return {TreeStep::Write, error, TreeSide::Copy};
+}
 
 timespec timeFrom(const statx_timestamp &time) {
   timespec result;
@@ -27,25 +33,38 @@ timespec timeFrom(const statx_timestamp &time) {
   return result;
 }
 
-int copyByHand(int source, int target, off_t start, off_t end) {
+StepOutcome checkCancelled() {
+  return {TreeStep::Cancel, Progress::current().isCancelled() ? ECANCELED : 0};
+}
+
+StepOutcome writeAll(int target, const std::byte *bytes, std::size_t size, off_t start) {
+  while (size > 0) {
+    ssize_t written = retrying([&] { return ::pwrite(target, bytes, size, start); });
+    if (written <= 0)
+      return failureToWrite(written < 0 ? errno : EIO);
+    bytes += written;
+    size -= static_cast<std::size_t>(written);
+    start += written;
+  }
+  return {};
+}
+
+StepOutcome copyByHand(int source, int target, off_t start, off_t end) {
   std::vector<std::byte> block(std::min(blockSize, static_cast<std::size_t>(end - start)));
   while (start < end) {
+    if (StepOutcome outcome = checkCancelled(); outcome.isFailed())
+      return outcome;
     std::size_t wanted = std::min(block.size(), static_cast<std::size_t>(end - start));
     ssize_t count = retrying([&] { return ::pread(source, block.data(), wanted, start); });
     if (count <= 0)
-      return count < 0 ? errno : 0;
-    for (ssize_t done = 0; done < count;) {
-      ssize_t written = retrying([&] {
-        return ::pwrite(target, block.data() + done, static_cast<std::size_t>(count - done),
-                        start + done);
-      });
-      if (written < 0)
-        return errno;
-      done += written;
-    }
+      return {TreeStep::Read, count < 0 ? errno : 0};
+    if (StepOutcome outcome =
+            writeAll(target, block.data(), static_cast<std::size_t>(count), start);
+        outcome.isFailed())
+      return outcome;
     start += count;
   }
-  return 0;
+  return {};
 }
 
 bool isUnsupported(int error) {
@@ -53,44 +72,85 @@ bool isUnsupported(int error) {
          error == EPERM || error == EBADF;
 }
 
-int copyExtent(int source, int target, off_t start, off_t end) {
+StepOutcome copyExtent(int source, int target, off_t start, off_t end) {
   while (start < end) {
+    if (StepOutcome outcome = checkCancelled(); outcome.isFailed())
+      return outcome;
     off_t from = start, to = start;
     std::size_t length = std::min(largestExtent, static_cast<std::size_t>(end - start));
     ssize_t count =
         retrying([&] { return ::copy_file_range(source, &from, target, &to, length, 0); });
     if (count < 0 && !isUnsupported(errno))
-      return errno;
+      return failureToWrite(errno);
     // Some volumes answer 0 where a plain read still gives data.
     if (count <= 0)
       return copyByHand(source, target, start, end);
     start += count;
   }
-  return 0;
+  return {};
 }
 
-int makeNode(int sourceFolder, const char *name, int targetFolder, const char *targetName,
-             const ItemStatus &status) {
+// The status before the data is read. A file that was changed within this very
+// tick of the kernel's clock could change once more without its time telling:
+// the tick is waited for.
+StepOutcome readStatusBeforeData(int file, ItemStatus &status) {
+  constexpr timespec aMillisecond{0, 1'000'000};
+  constexpr int longestTick = 10; // milliseconds
+  for (int waited = 0;; ++waited) {
+    if (StepOutcome outcome = readStatus(file, "", status); outcome.isFailed())
+      return outcome;
+    timespec now;
+    bool isOfThisTick = ::clock_gettime(CLOCK_REALTIME_COARSE, &now) == 0 &&
+                        now.tv_sec == status.changed.tv_sec &&
+                        now.tv_nsec <= status.changed.tv_nsec;
+    if (!isOfThisTick || waited == longestTick)
+      return {};
+    static_cast<void>(::nanosleep(&aMillisecond, nullptr));
+  }
+}
+
+// The source is a handle of the item itself.
+StepOutcome makeNode(int source, int targetFolder, const char *targetName,
+                     const ItemStatus &status) {
   if (!S_ISLNK(status.mode))
-    return ::mknodat(targetFolder, targetName, (status.mode & S_IFMT) | S_IRUSR | S_IWUSR,
-                     status.representedDevice) == 0
-               ? 0
-               : errno;
+    return failureToWrite(::mknodat(targetFolder, targetName,
+                                    (status.mode & S_IFMT) | S_IRUSR | S_IWUSR,
+                                    status.representedDevice) == 0
+                              ? 0
+                              : errno);
   std::string destination(4096, '\0'); // no link holds more
-  ssize_t length = ::readlinkat(sourceFolder, name, destination.data(), destination.size());
+  ssize_t length = ::readlinkat(source, "", destination.data(), destination.size());
   if (length < 0)
-    return errno;
+    return {TreeStep::Read, errno};
   destination.resize(static_cast<std::size_t>(length));
-  return ::symlinkat(destination.c_str(), targetFolder, targetName) == 0 ? 0 : errno;
+  return failureToWrite(::symlinkat(destination.c_str(), targetFolder, targetName) == 0 ? 0
+                                                                                        : errno);
+}
+
+// What sets one thing that describes the copy came to: failures that mean that
+// it cannot be had there are noted and forgiven.
+StepOutcome described(int result, const char *thing, LeftOut &leftOut) {
+  int error = result == 0 ? 0 : errno;
+  if (!mayBeLeftOut(error))
+    return {TreeStep::Describe, error, TreeSide::Copy};
+  leftOut.note(thing, error);
+  return {};
+}
+
+// With another owner or group than the original's, set-ID bits would lend out
+// another identity, and the group's rights would go to people who were others.
+mode_t modeForAnotherOwner(mode_t mode) {
+  mode_t others = mode & S_IRWXO;
+  return (mode & ~static_cast<mode_t>(S_ISUID | S_ISGID | S_IRWXG)) | ((others << 3) & mode);
 }
 
 } // namespace
 
-int readStatus(int folder, const char *name, ItemStatus &status) {
+StepOutcome readStatus(int folder, const char *name, ItemStatus &status) {
   struct statx read;
   if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_EMPTY_PATH | AT_NO_AUTOMOUNT,
               STATX_BASIC_STATS, &read) != 0)
-    return errno;
+    return {*name ? TreeStep::Look : TreeStep::Identify, errno};
   status.mode = read.stx_mode;
   status.owner = read.stx_uid;
   status.group = read.stx_gid;
@@ -101,14 +161,16 @@ int readStatus(int folder, const char *name, ItemStatus &status) {
   status.size = static_cast<off_t>(read.stx_size);
   status.times[0] = timeFrom(read.stx_atime);
   status.times[1] = timeFrom(read.stx_mtime);
-  status.isLocked = (read.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0;
+  status.changed = timeFrom(read.stx_ctime);
+  status.isImmutable = (read.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
+  status.isAppendOnly = (read.stx_attributes & STATX_ATTR_APPEND) != 0;
   status.isMountPoint = (read.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
-  return 0;
+  return {};
 }
 
-int copyData(int source, int target, off_t size) {
+StepOutcome copyData(int source, int target, off_t size) {
   if (retrying([&] { return ::ftruncate(target, size); }) != 0)
-    return errno;
+    return failureToWrite(errno);
   for (off_t start = 0; start < size;) {
     off_t end = size;
     off_t data = ::lseek(source, start, SEEK_DATA);
@@ -119,64 +181,75 @@ int copyData(int source, int target, off_t size) {
       off_t hole = ::lseek(source, data, SEEK_HOLE);
       end = hole < 0 ? size : std::min(hole, size);
     }
-    if (int error = start < end ? copyExtent(source, target, start, end) : 0)
-      return error;
+    if (start < end)
+      if (StepOutcome outcome = copyExtent(source, target, start, end); outcome.isFailed())
+        return outcome;
     start = end;
   }
-  return 0;
+  return {};
 }
 
-int copyMetadata(int source, int target, const ItemStatus &status) {
+// The owner comes first and the mode after the attributes: a change of the owner
+// clears bits of the mode, and an access list sets some.
+StepOutcome copyMetadata(int source, int target, const ItemStatus &status, LeftOut &leftOut) {
   mode_t mode = status.mode & 07777;
-  if (::fchownat(target, "", status.owner, status.group, AT_EMPTY_PATH) != 0) {
-    if (errno != EPERM && errno != EINVAL)
-      return errno;
-    mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
-  }
-  if (int error = copyAttributes(source, target, CopiedData::Same, mode))
-    return error;
-  if (!S_ISLNK(status.mode) && ::chmod(handlePath(target).c_str(), mode) != 0)
-    return errno;
-  return ::utimensat(target, "", status.times, AT_EMPTY_PATH) == 0 ? 0 : errno;
+  std::uint64_t before = leftOut.times;
+  StepOutcome outcome = described(::fchownat(target, "", status.owner, status.group, AT_EMPTY_PATH),
+                                  "the owner", leftOut);
+  if (outcome.isFailed())
+    return outcome;
+  bool hasOwner = leftOut.times == before;
+  if (int error = copyAttributes(source, target, CopiedData::Same, mode, leftOut))
+    return {TreeStep::Describe, error, TreeSide::Copy};
+  if (!hasOwner)
+    mode = modeForAnotherOwner(mode);
+  if (!S_ISLNK(status.mode))
+    outcome = described(::chmod(handlePath(target).c_str(), mode), "the mode", leftOut);
+  if (outcome.isFailed())
+    return outcome;
+  return described(::utimensat(target, "", status.times, AT_EMPTY_PATH), "the times", leftOut);
 }
 
-int copyFile(int sourceFolder, const char *name, int targetFolder, const char *targetName,
-             ItemStatus &status) {
+StepOutcome copyFile(int sourceFolder, const char *name, int targetFolder, const char *targetName,
+                     ItemStatus &status, LeftOut &leftOut) {
   Descriptor source(
       ::openat(sourceFolder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!source && (errno == ELOOP || errno == ENXIO))
+    return {TreeStep::Check, ESTALE};
   if (!source)
-    return errno;
+    return {TreeStep::Open, errno};
   // The status of what was opened, should the name mean another item by now.
-  if (int error = readStatus(source.get(), "", status))
-    return error;
+  if (StepOutcome outcome = readStatusBeforeData(source.get(), status); outcome.isFailed())
+    return outcome;
   if (!S_ISREG(status.mode))
-    return ESTALE;
+    return {TreeStep::Check, ESTALE};
   Descriptor target(::openat(targetFolder, targetName,
                              O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                              S_IRUSR | S_IWUSR));
   if (!target)
-    return errno;
-  if (int error = copyData(source.get(), target.get(), status.size))
-    return error;
-  return copyMetadata(source.get(), target.get(), status);
+    return failureToWrite(errno);
+  if (StepOutcome outcome = copyData(source.get(), target.get(), status.size); outcome.isFailed())
+    return outcome;
+  return copyMetadata(source.get(), target.get(), status, leftOut);
 }
 
-int copyNode(int sourceFolder, const char *name, int targetFolder, const char *targetName,
-             const ItemStatus &status) {
+StepOutcome copyNode(int sourceFolder, const char *name, int targetFolder, const char *targetName,
+                     ItemStatus &status, LeftOut &leftOut) {
   Descriptor source(::openat(sourceFolder, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (!source)
-    return errno;
-  if (int error = makeNode(sourceFolder, name, targetFolder, targetName, status))
-    return error;
+    return {TreeStep::Open, errno};
+  mode_t kind = status.mode & S_IFMT;
+  if (StepOutcome outcome = readStatus(source.get(), "", status); outcome.isFailed())
+    return outcome;
+  if ((status.mode & S_IFMT) != kind)
+    return {TreeStep::Check, ESTALE};
+  if (StepOutcome outcome = makeNode(source.get(), targetFolder, targetName, status);
+      outcome.isFailed())
+    return outcome;
   Descriptor target(::openat(targetFolder, targetName, O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (!target)
-    return errno;
-  ItemStatus made;
-  if (int error = readStatus(target.get(), "", made))
-    return error;
-  if ((made.mode & S_IFMT) != (status.mode & S_IFMT))
-    return ESTALE;
-  return copyMetadata(source.get(), target.get(), status);
+    return failureToWrite(errno);
+  return copyMetadata(source.get(), target.get(), status, leftOut);
 }
 
 } // namespace NS

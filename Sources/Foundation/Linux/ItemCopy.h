@@ -1,15 +1,18 @@
 // Copying one item that is not a folder, and what every item carries besides
-// its content. For bodies of the seam only. Errors are errno values.
+// its content. For bodies of the seam only.
 #pragma once
 
+#include "Foundation/Linux/TreeOutcome.h"
+#include "Foundation/POSIX/AttributeCopy.h"
+
 #include <ctime>
-#include <string>
 #include <sys/stat.h>
 #include <sys/types.h>
 
 namespace NS {
 
-// What a copy takes over from its original.
+// What a copy takes over from its original, and what tells whether the original
+// has changed since.
 struct ItemStatus {
   mode_t mode = 0;
   uid_t owner = 0;
@@ -20,27 +23,37 @@ struct ItemStatus {
   dev_t representedDevice = 0; // of a device node
   off_t size = 0;
   timespec times[2] = {}; // access, modification
-  bool isLocked = false;  // immutable or append-only: it cannot be removed
+  timespec changed = {};  // the last change of data, attributes or names
+  bool isImmutable = false;
+  bool isAppendOnly = false;
   bool isMountPoint = false;
+
+  // It cannot be removed, nor can what it holds.
+  bool isLocked() const { return isImmutable || isAppendOnly; }
 };
 
-// The item itself, links not followed; an empty name means the folder.
-int readStatus(int folder, const char *name, ItemStatus &status);
+// The item itself, links not followed; an empty name means the open item, which
+// a descriptor that only refers to it will do for.
+StepOutcome readStatus(int folder, const char *name, ItemStatus &status);
 
 // Copies the data of an open file; holes stay holes. What is appended to the
-// source meanwhile is left out.
-int copyData(int source, int target, off_t size);
+// source meanwhile is left out. Stops with ECANCELED when the current progress
+// is cancelled.
+StepOutcome copyData(int source, int target, off_t size);
 
 // Owner, extended attributes (access lists among them), mode and times, from
-// one open item to another; handles that only stand for an item will do. What
-// the target's volume cannot hold, or this process may not set, is left out;
-// the set-ID bits then go with the owner.
-int copyMetadata(int source, int target, const ItemStatus &status);
+// one open item to another; descriptors that only refer to an item will do.
+// What the target's volume cannot hold, or this process may not set, is left
+// out and noted; the copy then grants nobody more than the original did.
+StepOutcome copyMetadata(int source, int target, const ItemStatus &status, LeftOut &leftOut);
 
-// Makes the item, which must not exist yet, with all of the above.
-int copyFile(int sourceFolder, const char *name, int targetFolder, const char *targetName,
-             ItemStatus &status);
-int copyNode(int sourceFolder, const char *name, int targetFolder, const char *targetName,
-             const ItemStatus &status);
+// Makes the item, which must not exist yet, with all of the above. The status
+// is that which the name had, and becomes that of the very item that was
+// copied, as it was before it was read. isExchanged() when the name means an
+// item of another kind by now.
+StepOutcome copyFile(int sourceFolder, const char *name, int targetFolder, const char *targetName,
+                     ItemStatus &status, LeftOut &leftOut);
+StepOutcome copyNode(int sourceFolder, const char *name, int targetFolder, const char *targetName,
+                     ItemStatus &status, LeftOut &leftOut);
 
 } // namespace NS

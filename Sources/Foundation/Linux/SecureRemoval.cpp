@@ -10,6 +10,7 @@
 #include "Foundation/Linux/TreeRemoval.h"
 #include "Foundation/POSIX/Descriptor.h"
 #include "Foundation/POSIX/Retrying.h"
+#include "Foundation/Progress.h"
 #include "Foundation/SharedInstance.h"
 
 #include <algorithm>
@@ -36,45 +37,55 @@ bool isSameItem(const struct stat &one, const struct stat &other) {
 
 class OverwritingEraser final : public ItemEraser {
 public:
-  int erase(int folder, const char *name, unsigned char type) override {
+  StepOutcome erase(int folder, const char *name, unsigned char type) override {
     if (type != DT_REG && type != DT_UNKNOWN)
       return plain_.erase(folder, name, type);
     // Another file can take the name's place at any time; it is then this one
     // that has to be overwritten.
+    StepOutcome outcome;
     for (unsigned attempt = 0; attempt < patience; ++attempt) {
       struct stat status;
       if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return errno;
+        return {TreeStep::Look, errno};
       if (S_ISDIR(status.st_mode))
-        return EISDIR;
+        return {TreeStep::Remove, EISDIR};
       if (!S_ISREG(status.st_mode))
         return plain_.erase(folder, name, type);
-      int error = overwriteNamed(folder, name, status);
-      if (error == 0)
-        return plain_.erase(folder, name, type);
-      if (error != ESTALE)
-        return error;
+      outcome = eraseFile(folder, name, status);
+      if (!outcome.isExchanged())
+        return outcome;
     }
-    return ESTALE;
+    return outcome;
   }
 
 private:
-  // ESTALE when the name meanwhile means another item.
-  int overwriteNamed(int folder, const char *name, const struct stat &expected) {
+  // isExchanged() when the name meanwhile means another item.
+  StepOutcome eraseFile(int folder, const char *name, const struct stat &expected) {
+    StepOutcome outcome = overwriteNamed(folder, name, expected);
+    if (outcome.isDone())
+      outcome = unlinkItem(folder, name);
+    if (outcome.isDone())
+      Progress::current().countItem(static_cast<std::uint64_t>(expected.st_size));
+    return outcome;
+  }
+
+  StepOutcome overwriteNamed(int folder, const char *name, const struct stat &expected) {
     Descriptor file(
         ::openat(folder, name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file && (errno == ELOOP || errno == ENXIO || errno == EISDIR))
+      return {TreeStep::Check, ESTALE};
     if (!file)
-      return errno == ELOOP || errno == ENXIO || errno == EISDIR ? ESTALE : errno;
+      return {TreeStep::Open, errno};
     struct stat status;
     if (::fstat(file.get(), &status) != 0)
-      return errno;
+      return {TreeStep::Identify, errno};
     if (!S_ISREG(status.st_mode) || !isSameItem(status, expected))
-      return ESTALE;
+      return {TreeStep::Check, ESTALE};
     if (int error = overwrite(file.get(), status.st_size))
-      return error;
+      return {error == ECANCELED ? TreeStep::Cancel : TreeStep::Write, error};
     if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0)
-      return errno;
-    return isSameItem(status, expected) ? 0 : ESTALE;
+      return {TreeStep::Look, errno};
+    return {TreeStep::Check, isSameItem(status, expected) ? 0 : ESTALE};
   }
 
   // What is appended after the size was read is not waited for.
@@ -99,6 +110,8 @@ private:
   int overwriteRange(int file, off_t start, off_t end) {
     const std::vector<std::byte> &block = noise();
     while (start < end) {
+      if (Progress::current().isCancelled())
+        return ECANCELED;
       std::size_t length = std::min(block.size(), static_cast<std::size_t>(end - start));
       ssize_t written = retrying([&] { return ::pwrite(file, block.data(), length, start); });
       if (written <= 0)
@@ -145,7 +158,9 @@ public:
         removeTree(path, eraser, whole ? Recursion::WholeTree : Recursion::OnlyTheItem);
     if (!failure)
       return 0;
-    errno = failure->errnum;
+    // ENOENT is said of the item asked about alone.
+    int error = failure->outcome.errnum();
+    errno = error == ENOENT && !failure->isGone() ? ESTALE : error;
     return -1;
   }
 };

@@ -2,9 +2,12 @@
 // what is met there without an owner is removed.
 #include "Foundation/Linux/Staging.h"
 
+#include "Foundation/Linux/ItemCopy.h"
 #include "Foundation/Linux/ItemLocation.h"
 #include "Foundation/Linux/TreeRemoval.h"
+#include "Foundation/Log.h"
 #include "Foundation/POSIX/TemporaryNames.h"
+#include "Foundation/Progress.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -16,6 +19,7 @@ namespace NS {
 namespace {
 
 constexpr const char *prefix = ".keepwell-copy-";
+constexpr const char *linksName = "links";
 // Beyond the numbered names, for more copies at once than anybody makes.
 constexpr unsigned randomNames = 16;
 
@@ -24,20 +28,50 @@ Descriptor openFolder(int parent, const char *name) {
       ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
 }
 
-// By descriptors alone: whoever may rename within the destination cannot have
-// another folder removed instead.
-void removeStaged(int destination, const std::string &name, const Descriptor &folder) {
-  ItemLocation item{Descriptor(::fcntl(folder.get(), F_DUPFD_CLOEXEC, 0)), Staging::itemName};
+// By descriptors alone: whoever may rename within the folder's parent cannot
+// have another folder removed instead.
+void removeWithin(const Descriptor &folder, const char *name) {
+  // What is thrown away is no part of the request, and must go though that was
+  // cancelled.
+  Progress unwatched;
+  Progress::Scope scope(unwatched);
+  ItemLocation item{Descriptor(::fcntl(folder.get(), F_DUPFD_CLOEXEC, 0)), name};
   PlainEraser eraser;
   if (item.parent)
     static_cast<void>(removeTree(item, name, eraser, Recursion::WholeTree));
-  static_cast<void>(::unlinkat(destination, name.c_str(), AT_REMOVEDIR));
 }
 
-void removeLeftover(int destination, const std::string &name) {
-  Descriptor folder = openFolder(destination, name.c_str());
-  if (folder && takeOver(destination, name, folder.get(), ::geteuid()) == 0)
-    removeStaged(destination, name, folder);
+void removeStaged(int parent, const std::string &name, const Descriptor &folder) {
+  removeWithin(folder, Staging::itemName);
+  removeWithin(folder, linksName);
+  if (::unlinkat(parent, name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT)
+    Log("The unfinished copy %@ could not be removed (error %d)", name, errno);
+}
+
+void removeLeftover(int parent, const std::string &name) {
+  Descriptor folder = openFolder(parent, name.c_str());
+  if (folder && takeOver(parent, name, folder.get(), ::geteuid()) == 0)
+    removeStaged(parent, name, folder);
+}
+
+// Opens the folder in which something for the destination can be built and
+// removed again.
+StepOutcome openParent(int destination, Descriptor &parent) {
+  parent = Descriptor(::fcntl(destination, F_DUPFD_CLOEXEC, 0));
+  for (;;) {
+    ItemStatus status;
+    if (!parent)
+      return {TreeStep::Check, errno, TreeSide::Copy};
+    if (StepOutcome outcome = readStatus(parent.get(), "", status); outcome.isFailed())
+      return {TreeStep::Check, outcome.errnum(), TreeSide::Copy};
+    if (!status.isAppendOnly && !status.isImmutable)
+      return {};
+    // A folder above a mount point is on another volume; that above the root
+    // is the root.
+    if (status.isImmutable || status.isMountPoint)
+      return {TreeStep::Check, EPERM, TreeSide::Copy};
+    parent = Descriptor(::openat(parent.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  }
 }
 
 } // namespace
@@ -46,42 +80,53 @@ Staging::~Staging() {
   if (!folder_)
     return;
   try {
-    removeStaged(destination_.get(), name_, folder_);
+    removeStaged(parent_.get(), name_, folder_);
   } catch (const std::bad_alloc &) { // it stays for whoever works here next
   }
 }
 
-int Staging::open(int destination) {
-  destination_ = Descriptor(::fcntl(destination, F_DUPFD_CLOEXEC, 0));
-  if (!destination_)
-    return errno;
+StepOutcome Staging::open(int destination) {
+  if (StepOutcome outcome = openParent(destination, parent_); outcome.isFailed())
+    return outcome;
   int error = EEXIST;
   for (unsigned slot = 0; slot < temporarySlots; ++slot) {
     std::string name = temporaryName(prefix, slot);
-    removeLeftover(destination, name);
+    removeLeftover(parent_.get(), name);
     if (error == EEXIST)
       error = make(name);
   }
   for (unsigned attempt = 0; attempt < randomNames && error == EEXIST; ++attempt)
     error = make(temporaryName(prefix, temporarySlots));
-  return error;
+  return {TreeStep::Write, error, TreeSide::Copy};
+}
+
+int Staging::links() {
+  if (!links_ && ::mkdirat(folder_.get(), linksName, S_IRWXU) == 0)
+    links_ = openFolder(folder_.get(), linksName);
+  return links_.get();
+}
+
+void Staging::dropLinks() {
+  if (links_)
+    removeWithin(folder_, linksName);
+  links_.reset();
 }
 
 // EEXIST when the name is not to be had.
 int Staging::make(const std::string &name) {
-  if (::mkdirat(destination_.get(), name.c_str(), S_IRWXU) != 0)
+  if (::mkdirat(parent_.get(), name.c_str(), S_IRWXU) != 0)
     return errno;
-  Descriptor folder = openFolder(destination_.get(), name.c_str());
+  Descriptor folder = openFolder(parent_.get(), name.c_str());
   if (!folder) {
     int error = errno;
     if (error == ENOENT) // taken for a leftover already
       return EEXIST;
-    static_cast<void>(::unlinkat(destination_.get(), name.c_str(), AT_REMOVEDIR));
+    static_cast<void>(::unlinkat(parent_.get(), name.c_str(), AT_REMOVEDIR));
     return error;
   }
   // Somebody who looked for leftovers may have been faster. On a volume that
   // keeps no locks nobody takes any.
-  int error = takeOver(destination_.get(), name, folder.get(), ::geteuid());
+  int error = takeOver(parent_.get(), name, folder.get(), ::geteuid());
   if (error == EWOULDBLOCK || error == ESTALE)
     return EEXIST;
   folder_ = std::move(folder);

@@ -1,7 +1,8 @@
-// A folder of its own beside a destination, in which something is built before
-// it is renamed into place. For bodies of the seam only.
+// A folder of its own near a destination, in which something is built before it
+// is renamed into place. For bodies of the seam only.
 #pragma once
 
+#include "Foundation/Linux/TreeOutcome.h"
 #include "Foundation/POSIX/Descriptor.h"
 
 #include <string>
@@ -20,16 +21,25 @@ public:
   Staging &operator=(const Staging &) = delete;
 
   // Makes the folder, closed to other users, within the given one, after
-  // removing those that processes left there that ended early. 0, or an errno
-  // value.
-  int open(int destination);
+  // removing those that processes left there that ended early. Nothing can be
+  // removed from an append-only destination, so the folder is then made in the
+  // nearest folder above it on its volume that is not. Fails with
+  // EPERM when there is none or the destination is immutable.
+  StepOutcome open(int destination);
   int folder() const { return folder_.get(); }
+
+  // A folder beside the item for further names of the files in it, made at the
+  // first call. -1 where it cannot be made.
+  int links();
+  // Removes that folder.
+  void dropLinks();
 
 private:
   int make(const std::string &name);
 
-  Descriptor destination_;
+  Descriptor parent_;
   Descriptor folder_; // locked as long as it is open
+  Descriptor links_;
   std::string name_;
 };
 

@@ -1,6 +1,7 @@
 // The Trash, as the desktop's own library keeps it.
 #include "Foundation/Linux/ItemLocation.h"
 #include "Foundation/Linux/TreeOperations.h"
+#include "Foundation/Progress.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -38,6 +39,8 @@ int errnoFromGIO(int code) {
 // very item that the kernel finds: GIO takes "folder/.." out of a path by text,
 // though the folder may be a link that leads elsewhere.
 int pathForGIO(const std::string &path, std::string &resolved) {
+  if (Progress::current().isCancelled())
+    return ECANCELED;
   ItemLocation location;
   if (int error = locateItem(path, location))
     return error;

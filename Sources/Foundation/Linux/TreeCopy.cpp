@@ -2,150 +2,226 @@
 // folder of the copy that corresponds to it.
 #include "Foundation/Linux/TreeCopy.h"
 
+#include "Foundation/Linux/CopiedItems.h"
 #include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/ItemCopy.h"
-#include "Foundation/Linux/ItemLocation.h"
-#include "Foundation/Linux/Staging.h"
-#include "Foundation/Linux/TreeRemoval.h"
+#include "Foundation/Progress.h"
 
 #include <cerrno>
+#include <cinttypes>
+#include <cstdio>
 #include <fcntl.h>
-#include <map>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 namespace NS {
 namespace {
 
-// Files with several names are linked together again in the copy as long as
-// the record of them stays small; more of them become files of their own.
-constexpr std::size_t mostLinkedFiles = 100'000;
+// How often a name may mean another item between two looks at it before the
+// copy gives up: somebody is working against it.
+constexpr unsigned patience = 16;
+
+// By which a copy of a file with several names is found again. Another file may
+// bear the number of one that is gone, but hardly its size and time as well.
+std::string linkName(const ItemStatus &status) {
+  char name[128];
+  std::snprintf(name, sizeof name, "%jx-%jx-%jx-%jx.%lx",
+                static_cast<std::uintmax_t>(status.device),
+                static_cast<std::uintmax_t>(status.inode), static_cast<std::uintmax_t>(status.size),
+                static_cast<std::uintmax_t>(status.times[1].tv_sec), status.times[1].tv_nsec);
+  return name;
+}
 
 class TreeCopier {
 public:
+  // The record may be null.
   TreeCopier(const ItemLocation &source, const std::string &srcPath, const ItemLocation &target,
-             CopyPurpose purpose)
-      : sourceRoot_(source), srcPath_(srcPath), targetRoot_(target), purpose_(purpose),
+             Staging &staging, CopyPurpose purpose, CopiedItems *record)
+      : sourceRoot_(source), srcPath_(srcPath), targetRoot_(target), staging_(staging),
+        purpose_(purpose), record_(record),
         source_(purpose == CopyPurpose::Move ? MountPoints::Refuse : MountPoints::Enter) {}
 
   TreeResult run() {
-    if (int error = copyItem(sourceRoot_.name.c_str(), targetRoot_.name.c_str()))
-      return TreeFailure{error, srcPath_, access_};
-    while (!source_.empty()) {
-      int error = 0;
-      if (const FolderEntry *entry = source_.next(error)) {
-        error = copyItem(entry->name, entry->name);
-        // What vanishes meanwhile was removed by its owner.
-        if (error != 0 && (error != ENOENT || access_ != FileAccess::Reading))
-          return failure(error, entry->name);
-      } else if (error != 0 || (error = finishFolder()) != 0) {
-        return failure(error, "");
-      }
-    }
+    StepOutcome outcome = copyItem(sourceRoot_.name.c_str(), targetRoot_.name.c_str());
+    if (outcome.isFailed())
+      return TreeFailure{outcome, TreeItem::Asked, srcPath_};
+    while (!source_.empty())
+      if (TreeResult failure = copyNext())
+        return failure;
     return {};
   }
+
+  const LeftOut &leftOut() const { return leftOut_; }
 
 private:
   int sourceFolder() const { return source_.empty() ? sourceRoot_.parent.get() : source_.folder(); }
   int targetFolder() const { return target_.empty() ? targetRoot_.parent.get() : target_.folder(); }
 
-  int copyItem(const char *name, const char *targetName) {
+  TreeResult copyNext() {
+    StepOutcome outcome;
+    const FolderEntry *entry = source_.next(outcome);
+    if (!entry) {
+      outcome = outcome.isFailed() ? outcome : finishFolder();
+      return outcome.isFailed() ? failure(outcome, "") : TreeResult{};
+    }
+    if (progress_.wantsPath())
+      progress_.setPath(pathOf(entry->name));
+    std::size_t depth = source_.depth();
+    outcome = copyItem(entry->name, entry->name);
+    // What vanishes meanwhile was removed or moved away by somebody else.
+    if (outcome.isDone() || outcome.isMissing())
+      return {};
+    // On its way down the walk may give up the buffer that holds the name.
+    return failure(outcome, source_.depth() > depth ? "" : entry->name);
+  }
+
+  // When the name means another item after each look at it, the copy is of the
+  // one that was met last.
+  StepOutcome copyItem(const char *name, const char *targetName) {
+    StepOutcome outcome;
+    for (unsigned attempt = 0; attempt < patience; ++attempt) {
+      if (progress_.isCancelled())
+        return {TreeStep::Cancel, ECANCELED};
+      outcome = copyWhatIsThere(name, targetName);
+      if (!outcome.isExchanged())
+        return outcome;
+    }
+    return outcome;
+  }
+
+  StepOutcome copyWhatIsThere(const char *name, const char *targetName) {
     ItemStatus status;
-    access_ = FileAccess::Reading;
-    if (int error = readStatus(sourceFolder(), name, status))
-      return error;
-    access_ = FileAccess::Writing;
-    if (int error = refusal(status))
-      return error;
+    if (StepOutcome outcome = readStatus(sourceFolder(), name, status); outcome.isFailed())
+      return outcome;
+    if (StepOutcome outcome = refusal(status); outcome.isFailed())
+      return outcome;
     if (S_ISDIR(status.mode))
-      return enterBoth(name, targetName, status);
-    if (status.links > 1 && linkToCopy(status, targetName))
-      return 0;
-    int error = S_ISREG(status.mode)
-                    ? copyFile(sourceFolder(), name, targetFolder(), targetName, status)
-                    : copyNode(sourceFolder(), name, targetFolder(), targetName, status);
-    if (error == 0 && status.links > 1)
+      return enterBoth(name, targetName);
+    if (status.links > 1 && linkToCopy(status, targetName)) {
+      progress_.countItem(0);
+      return {};
+    }
+    std::uint64_t omissions = leftOut_.times;
+    auto copy = S_ISREG(status.mode) ? copyFile : copyNode;
+    StepOutcome outcome = copy(sourceFolder(), name, targetFolder(), targetName, status, leftOut_);
+    if (outcome.isFailed())
+      return outcome;
+    nameOmission(omissions, name);
+    if (status.links > 1)
       rememberCopy(status, targetName);
-    return error;
+    progress_.countItem(S_ISREG(status.mode) ? static_cast<std::uint64_t>(status.size) : 0);
+    return record(status);
   }
 
-  int refusal(const ItemStatus &status) const {
+  StepOutcome refusal(const ItemStatus &status) const {
     if (purpose_ == CopyPurpose::Copy)
-      return 0;
-    return status.isLocked ? EPERM : status.isMountPoint ? EBUSY : 0;
+      return {};
+    return {TreeStep::Check, status.isLocked() ? EPERM : status.isMountPoint ? EBUSY : 0};
   }
 
-  int enterBoth(const char *name, const char *targetName, const ItemStatus &status) {
+  StepOutcome record(const ItemStatus &status) {
+    return {TreeStep::Write, record_ ? record_->add(status) : 0, TreeSide::Copy};
+  }
+
+  StepOutcome enterBoth(const char *name, const char *targetName) {
     // The name may stand in a buffer that entering the source gives up.
     std::string copyName = targetName;
-    if (::mkdirat(targetFolder(), targetName, S_IRWXU) != 0)
-      return errno;
     bool isRoot = source_.empty();
-    if (int error = isRoot ? target_.openRoot(targetRoot_.parent.get(), targetName)
-                           : target_.enter(targetName))
-      return error;
-    access_ = FileAccess::Reading;
-    int error = isRoot ? source_.openRoot(sourceRoot_.parent.get(), name) : source_.enter(name);
+    StepOutcome outcome =
+        isRoot ? source_.openRoot(sourceRoot_.parent.get(), name) : source_.enter(name);
     // A folder that is its own ancestor through a mount is copied once, empty here.
-    if (error == EDEADLK)
-      return target_.leave();
-    if (error != 0)
-      return error == ENOENT ? ESTALE : error;
-    access_ = FileAccess::Writing;
+    if (outcome.errnum() == EDEADLK)
+      return makeFolder(copyName);
+    if (outcome.errnum() == ENOTDIR || outcome.errnum() == ELOOP)
+      return {TreeStep::Check, ESTALE};
+    if (outcome.isFailed())
+      return outcome;
+    ItemStatus status; // of the very folder
+    outcome = readStatus(source_.folder(), "", status);
+    if (outcome.isDone())
+      outcome = refusal(status);
+    if (outcome.isDone())
+      outcome = makeFolder(copyName);
+    if (outcome.isFailed())
+      return outcome;
+    outcome = isRoot ? target_.openRoot(targetRoot_.parent.get(), copyName.c_str())
+                     : target_.enter(copyName.c_str());
+    if (outcome.isFailed())
+      return onCopy(outcome);
     statuses_.push_back(status);
-    if (isRoot)
-      top_ = Descriptor(::openat(target_.folder(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    return 0;
+    return record(status);
   }
 
-  int finishFolder() {
-    access_ = FileAccess::Writing;
-    if (int error = copyMetadata(source_.folder(), target_.folder(), statuses_.back()))
-      return error;
+  StepOutcome makeFolder(const std::string &name) {
+    int error = ::mkdirat(targetFolder(), name.c_str(), S_IRWXU) == 0 ? 0 : errno;
+    return {TreeStep::Write, error, TreeSide::Copy};
+  }
+
+  static StepOutcome onCopy(const StepOutcome &outcome) {
+    return {outcome.step(), outcome.errnum(), TreeSide::Copy};
+  }
+
+  StepOutcome finishFolder() {
+    std::uint64_t omissions = leftOut_.times;
+    StepOutcome outcome =
+        copyMetadata(source_.folder(), target_.folder(), statuses_.back(), leftOut_);
+    if (outcome.isFailed())
+      return outcome;
+    nameOmission(omissions, "");
     statuses_.pop_back();
-    if (int error = target_.leave())
-      return error;
+    progress_.countItem(0);
+    if (outcome = target_.leave(); outcome.isFailed())
+      return onCopy(outcome);
     return source_.leave();
   }
 
-  std::string pathInCopy(const std::string &name) const {
-    std::string below = target_.pathBelowRoot();
-    return below.empty() ? name : below + "/" + name;
-  }
-
-  // Whether another name of the same file was copied before and now has this
-  // name too. Where it cannot be linked the file is copied once more.
+  // Whether another name of the same file was copied before and its copy now
+  // has this name too. Where it cannot be linked the file is copied once more.
   bool linkToCopy(const ItemStatus &status, const char *targetName) {
-    auto found = copies_.find({status.device, status.inode});
-    if (found == copies_.end())
-      return false;
-    return ::linkat(top_.get(), found->second.c_str(), targetFolder(), targetName, 0) == 0;
+    return hasLinks_ &&
+           ::linkat(staging_.links(), linkName(status).c_str(), targetFolder(), targetName, 0) == 0;
   }
 
+  // The copy gets one more name, by which it is found again, until all is
+  // copied: a record of paths would grow with the tree, and no path leads to
+  // what lies deep.
   void rememberCopy(const ItemStatus &status, const char *targetName) {
-    if (!target_.empty() && copies_.size() < mostLinkedFiles)
-      copies_.emplace(std::pair(status.device, status.inode), pathInCopy(targetName));
+    int links = staging_.links();
+    if (links < 0)
+      return;
+    std::string name = linkName(status);
+    int result = ::linkat(targetFolder(), targetName, links, name.c_str(), 0);
+    // A copy that can have no more names gives way to the next one.
+    if (result != 0 && errno == EEXIST && ::unlinkat(links, name.c_str(), 0) == 0)
+      result = ::linkat(targetFolder(), targetName, links, name.c_str(), 0);
+    hasLinks_ = hasLinks_ || result == 0;
   }
 
-  TreeResult failure(int error, const std::string &name) const {
-    std::string path = srcPath_;
-    for (const std::string &part : {source_.pathBelowRoot(), name})
-      if (!part.empty())
-        path += "/" + part;
-    return TreeFailure{error, std::move(path), access_};
+  void nameOmission(std::uint64_t before, const char *name) {
+    if (before == 0 && leftOut_.times > 0)
+      leftOut_.what += " of " + pathOf(name);
+  }
+
+  std::string pathOf(const std::string &name) const {
+    return source_.pathOf(srcPath_, source_.empty() ? "" : name);
+  }
+
+  TreeResult failure(const StepOutcome &outcome, const std::string &name) const {
+    return TreeFailure{outcome, TreeItem::Inner, pathOf(name)};
   }
 
   const ItemLocation &sourceRoot_;
   const std::string &srcPath_;
   const ItemLocation &targetRoot_;
+  Staging &staging_;
   CopyPurpose purpose_;
+  CopiedItems *record_;
+  Progress &progress_ = Progress::current();
   FolderStack source_;
   FolderStack target_{MountPoints::Refuse};
-  std::vector<ItemStatus> statuses_;                      // of the folders that the walk is in
-  Descriptor top_;                                        // the copy's root folder
-  std::map<std::pair<dev_t, ino_t>, std::string> copies_; // of files with several names
-  FileAccess access_ = FileAccess::Reading;               // which side failed
+  std::vector<ItemStatus> statuses_; // of the folders that the walk is in
+  bool hasLinks_ = false;            // whether a copy can be found again
+  LeftOut leftOut_;
 };
 
 bool exists(const ItemLocation &location) {
@@ -156,11 +232,11 @@ bool exists(const ItemLocation &location) {
 bool liesWithin(int folder, const ItemStatus &item) {
   Descriptor current(::openat(folder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   ItemStatus here, above;
-  if (!current || readStatus(current.get(), "", here) != 0)
+  if (!current || readStatus(current.get(), "", here).isFailed())
     return false;
   while (here.device != item.device || here.inode != item.inode) {
     Descriptor next(::openat(current.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!next || readStatus(next.get(), "", above) != 0)
+    if (!next || readStatus(next.get(), "", above).isFailed())
       return false;
     if (above.device == here.device && above.inode == here.inode)
       return false;
@@ -174,8 +250,9 @@ bool liesWithin(int folder, const ItemStatus &item) {
 // far cheaper than file by file.
 int syncItem(const ItemLocation &location) {
   ItemStatus status;
-  if (int error = readStatus(location.parent.get(), location.name.c_str(), status))
-    return error;
+  if (StepOutcome outcome = readStatus(location.parent.get(), location.name.c_str(), status);
+      outcome.isFailed())
+    return outcome.errnum();
   if (!S_ISREG(status.mode) && !S_ISDIR(status.mode))
     return 0;
   Descriptor item(::openat(location.parent.get(), location.name.c_str(),
@@ -188,29 +265,44 @@ int syncItem(const ItemLocation &location) {
 
 } // namespace
 
-TreeResult copyInto(const ItemLocation &source, const std::string &srcPath,
-                    const ItemLocation &target, const std::string &dstPath, CopyPurpose purpose) {
-  ItemStatus status;
-  if (int error = readStatus(source.parent.get(), source.name.c_str(), status))
-    return TreeFailure{error, srcPath, FileAccess::Reading};
-  if (exists(target))
-    return TreeFailure{EEXIST, dstPath};
-  if (S_ISDIR(status.mode) && liesWithin(target.parent.get(), status))
-    return TreeFailure{EINVAL, dstPath};
+TreeResult StagedCopy::failureAtTarget(TreeStep step, int error) const {
+  return TreeFailure{{step, error, TreeSide::Copy}, TreeItem::Asked, dstPath_};
+}
 
-  Staging staging;
-  if (int error = staging.open(target.parent.get()))
-    return TreeFailure{error, dstPath};
-  ItemLocation unfinished{Descriptor(::fcntl(staging.folder(), F_DUPFD_CLOEXEC, 0)),
-                          Staging::itemName};
-  if (!unfinished.parent)
-    return TreeFailure{errno, dstPath};
-  if (TreeResult failure = TreeCopier(source, srcPath, unfinished, purpose).run())
+// Refuses what cannot become a copy, and makes the folder to build it in.
+TreeResult StagedCopy::prepare() {
+  ItemStatus status;
+  StepOutcome outcome = readStatus(source_.parent.get(), source_.name.c_str(), status);
+  if (outcome.isFailed())
+    return TreeFailure{outcome, TreeItem::Asked, srcPath_};
+  if (exists(target_))
+    return failureAtTarget(TreeStep::Check, EEXIST);
+  if (S_ISDIR(status.mode) && liesWithin(target_.parent.get(), status))
+    return failureAtTarget(TreeStep::Check, EINVAL);
+  outcome = staging_.open(target_.parent.get());
+  if (outcome.isFailed())
+    return TreeFailure{outcome, TreeItem::Asked, dstPath_};
+  unfinished_ = {Descriptor(::fcntl(staging_.folder(), F_DUPFD_CLOEXEC, 0)), Staging::itemName};
+  return unfinished_.parent ? TreeResult{} : failureAtTarget(TreeStep::Write, errno);
+}
+
+TreeResult StagedCopy::build(CopiedItems *record) {
+  if (TreeResult failure = prepare())
     return failure;
-  int error = purpose == CopyPurpose::Move ? syncItem(unfinished) : 0;
-  if (error == 0)
-    error = renameWithoutReplacing(unfinished, target);
-  return error == 0 ? TreeResult{} : TreeFailure{error, dstPath};
+  if (record)
+    record->spillInto(staging_.folder());
+  TreeCopier copier(source_, srcPath_, unfinished_, staging_, purpose_, record);
+  if (TreeResult failure = copier.run())
+    return failure;
+  staging_.dropLinks();
+  copier.leftOut().report(dstPath_);
+  int error = purpose_ == CopyPurpose::Move ? syncItem(unfinished_) : 0;
+  return error == 0 ? TreeResult{} : failureAtTarget(TreeStep::Sync, error);
+}
+
+TreeResult StagedCopy::place() {
+  int error = renameWithoutReplacing(unfinished_, target_);
+  return error == 0 ? TreeResult{} : failureAtTarget(TreeStep::Place, error);
 }
 
 int renameWithoutReplacing(const ItemLocation &source, const ItemLocation &target) {
@@ -223,8 +315,8 @@ int renameWithoutReplacing(const ItemLocation &source, const ItemLocation &targe
   if (errno != EINVAL && errno != ENOSYS)
     return errno;
   ItemStatus status;
-  if (int error = readStatus(from, name, status))
-    return error;
+  if (StepOutcome outcome = readStatus(from, name, status); outcome.isFailed())
+    return outcome.errnum();
   if (!S_ISDIR(status.mode) && ::linkat(from, name, to, newName, 0) == 0)
     return ::unlinkat(from, name, 0) == 0 ? 0 : errno;
   if (exists(target))
@@ -235,10 +327,13 @@ int renameWithoutReplacing(const ItemLocation &source, const ItemLocation &targe
 TreeResult copyTree(const std::string &srcPath, const std::string &dstPath) {
   ItemLocation source, target;
   if (int error = locateItem(srcPath, source))
-    return TreeFailure{error, srcPath, FileAccess::Reading};
+    return TreeFailure{{TreeStep::Locate, error}, TreeItem::Asked, srcPath};
   if (int error = locateItem(dstPath, target))
-    return TreeFailure{error, dstPath};
-  return copyInto(source, srcPath, target, dstPath, CopyPurpose::Copy);
+    return TreeFailure{{TreeStep::Locate, error, TreeSide::Copy}, TreeItem::Asked, dstPath};
+  StagedCopy copy(source, srcPath, target, dstPath, CopyPurpose::Copy);
+  if (TreeResult failure = copy.build(nullptr))
+    return failure;
+  return copy.place();
 }
 
 } // namespace NS

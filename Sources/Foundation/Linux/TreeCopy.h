@@ -2,24 +2,51 @@
 // seam only.
 #pragma once
 
+#include "Foundation/Linux/ItemLocation.h"
+#include "Foundation/Linux/Staging.h"
 #include "Foundation/Linux/TreeOperations.h"
 
 namespace NS {
 
-struct ItemLocation;
+class CopiedItems;
 
 // A copy that is to take its original's place refuses what could not be
 // removed afterwards (locked items, mount points) and is on the disk when it
-// is in place.
+// is built.
 enum class CopyPurpose { Copy, Move };
 
-// Builds the copy in a folder beside its destination and renames it into place
-// when it is complete, so that the destination never holds a part of it. On
-// failure nothing is left; only the end of the process can leave that folder,
-// under a name that begins with ".keepwell-copy-", until the next copy into
-// the same folder removes it.
-TreeResult copyInto(const ItemLocation &source, const std::string &srcPath,
-                    const ItemLocation &target, const std::string &dstPath, CopyPurpose purpose);
+// A copy that is built in a folder of its own near its destination and renamed
+// into place when it is complete, so that the destination never holds a part
+// of it. Until it is placed nothing is left of it when this object goes; only
+// the end of the process can leave that folder, under a name that begins with
+// ".keepwell-copy-", until the next copy to the same place removes it.
+//
+// The locations and paths must live as long as this object.
+class StagedCopy {
+public:
+  StagedCopy(const ItemLocation &source, const std::string &srcPath, const ItemLocation &target,
+             const std::string &dstPath, CopyPurpose purpose)
+      : source_(source), srcPath_(srcPath), target_(target), dstPath_(dstPath), purpose_(purpose) {}
+
+  // Copies the item and all beneath it. What vanishes meanwhile is left out.
+  // The record, if there is one, tells afterwards what was copied. Counts items
+  // and bytes in the current progress, and stops when that is cancelled.
+  TreeResult build(CopiedItems *record);
+  // Renames the copy into place.
+  TreeResult place();
+
+private:
+  TreeResult prepare();
+  TreeResult failureAtTarget(TreeStep step, int error) const;
+
+  const ItemLocation &source_;
+  const std::string &srcPath_;
+  const ItemLocation &target_;
+  const std::string &dstPath_;
+  const CopyPurpose purpose_;
+  Staging staging_;
+  ItemLocation unfinished_;
+};
 
 // Renames without replacing, on volumes that cannot do so in one step by the
 // nearest means they have. 0, or an errno value.

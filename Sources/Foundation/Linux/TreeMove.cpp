@@ -1,11 +1,17 @@
-// Moving: a rename on one volume, a complete copy and then a removal across
-// two.
-#include "Foundation/Linux/ItemLocation.h"
-#include "Foundation/Linux/TreeCopy.h"
-#include "Foundation/Linux/TreeRemoval.h"
+// Moving: a rename on one volume; across two a complete copy, a look whether the
+// original is still the same, and then its removal.
+#include "Foundation/Linux/TreeMove.h"
 
+#include "Foundation/Linux/FolderStack.h"
+#include "Foundation/Linux/ItemCopy.h"
+#include "Foundation/Linux/TreeRemoval.h"
+#include "Foundation/Log.h"
+#include "Foundation/Progress.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <initializer_list>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
@@ -13,11 +19,12 @@ namespace NS {
 namespace {
 
 // Which of the two paths a refused rename is about.
-const std::string &failingPath(int error, const ItemLocation &source, const std::string &srcPath,
-                               const std::string &dstPath) {
-  struct stat status;
-  if (::fstatat(source.parent.get(), source.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-    return srcPath;
+TreeResult failureOfRename(int error, const ItemLocation &source, const std::string &srcPath,
+                           const std::string &dstPath) {
+  ItemStatus status;
+  StepOutcome look = readStatus(source.parent.get(), source.name.c_str(), status);
+  if (look.isFailed())
+    return TreeFailure{look, TreeItem::Asked, srcPath};
   switch (error) {
   case EEXIST:
   case EINVAL:
@@ -26,9 +33,9 @@ const std::string &failingPath(int error, const ItemLocation &source, const std:
   case EDQUOT:
   case EMLINK:
   case ENAMETOOLONG:
-    return dstPath;
+    return TreeFailure{{TreeStep::Place, error, TreeSide::Copy}, TreeItem::Asked, dstPath};
   default:
-    return srcPath;
+    return TreeFailure{{TreeStep::Place, error}, TreeItem::Asked, srcPath};
   }
 }
 
@@ -43,34 +50,173 @@ void syncFolder(const ItemLocation &location) {
     static_cast<void>(::fsync(folder.get()));
 }
 
+constexpr StepOutcome notCopied{TreeStep::Compare, EBUSY};
+
+// Looks whether the name means an item that was copied, in one of these
+// likenesses.
+StepOutcome findCopied(const CopiedItems &copied, int folder, const char *name, ItemStatus &status,
+                       std::initializer_list<CopiedItems::Likeness> likenesses) {
+  auto isCopied = [&](CopiedItems::Likeness likeness) { return copied.contains(status, likeness); };
+  // An item without a name vanished within the look at it; the next look tells.
+  for (bool isLast : {false, true}) {
+    if (StepOutcome outcome = readStatus(folder, name, status); outcome.isFailed())
+      return outcome;
+    if (std::any_of(likenesses.begin(), likenesses.end(), isCopied))
+      return {};
+    if (isLast || status.links > 0)
+      break;
+  }
+  return notCopied;
+}
+
+StepOutcome checkFolder(const CopiedItems &copied, int folder) {
+  ItemStatus status;
+  return findCopied(copied, folder, "", status, {CopiedItems::Likeness::Unchanged});
+}
+
+// Removes what was copied and nothing else: each item is compared with the
+// record just before it goes.
+class CopiedItemsEraser final : public ItemEraser {
+public:
+  explicit CopiedItemsEraser(const CopiedItems &copied) : copied_(copied) {}
+
+  StepOutcome erase(int folder, const char *name, unsigned char) override {
+    // The change time of a file moves on when another name of it goes.
+    ItemStatus status;
+    StepOutcome outcome =
+        findCopied(copied_, folder, name, status,
+                   {CopiedItems::Likeness::Unchanged, CopiedItems::Likeness::SameContent});
+    if (outcome.isFailed())
+      return outcome;
+    return S_ISDIR(status.mode) ? StepOutcome{TreeStep::Remove, EISDIR} : unlinkItem(folder, name);
+  }
+
+  StepOutcome admit(int folder) override { return checkFolder(copied_, folder); }
+
+  // What is removed was counted when it was copied.
+  void countFolder() override {}
+
+private:
+  const CopiedItems &copied_;
+};
+
+// Looks, before anything is removed, whether the original still is what was
+// copied.
+class ChangeFinder {
+public:
+  ChangeFinder(const ItemLocation &source, const std::string &srcPath, const CopiedItems &copied)
+      : source_(source), srcPath_(srcPath), copied_(copied) {}
+
+  TreeResult run() {
+    if (StepOutcome outcome = check(source_.parent.get(), source_.name.c_str()); outcome.isFailed())
+      return TreeFailure{outcome, TreeItem::Asked, srcPath_};
+    while (!stack_.empty()) {
+      StepOutcome outcome;
+      const FolderEntry *entry = stack_.next(outcome);
+      std::string name = entry ? entry->name : "";
+      if (entry)
+        outcome = check(stack_.folder(), name.c_str());
+      else if (outcome.isDone())
+        outcome = stack_.leave();
+      if (outcome.isFailed() && !outcome.isMissing())
+        return TreeFailure{outcome, TreeItem::Inner, stack_.pathOf(srcPath_, name)};
+    }
+    return {};
+  }
+
+private:
+  // Goes into folders.
+  StepOutcome check(int folder, const char *name) {
+    if (progress_.isCancelled())
+      return {TreeStep::Cancel, ECANCELED};
+    ItemStatus status;
+    if (StepOutcome outcome =
+            findCopied(copied_, folder, name, status, {CopiedItems::Likeness::Unchanged});
+        outcome.isFailed())
+      return outcome;
+    if (!S_ISDIR(status.mode))
+      return {};
+    StepOutcome outcome = stack_.empty() ? stack_.openRoot(folder, name) : stack_.enter(name);
+    return outcome.isDone() ? checkFolder(copied_, stack_.folder()) : outcome;
+  }
+
+  const ItemLocation &source_;
+  const std::string &srcPath_;
+  const CopiedItems &copied_;
+  Progress &progress_ = Progress::current();
+  FolderStack stack_{MountPoints::Refuse};
+};
+
+// What would only turn out after the whole copy: nothing can be removed from
+// the folder that holds the source.
+StepOutcome checkRemovable(const ItemLocation &source) {
+  if (isOnReadOnlyVolume(source))
+    return {TreeStep::Check, EROFS};
+  ItemStatus folder;
+  StepOutcome outcome = readStatus(source.parent.get(), "", folder);
+  if (outcome.isDone() && folder.isLocked())
+    outcome = {TreeStep::Check, EPERM};
+  return outcome;
+}
+
+TreeResult failureAt(const std::string &path, const StepOutcome &outcome) {
+  return TreeFailure{outcome, TreeItem::Asked, path};
+}
+
 TreeResult moveAcross(const ItemLocation &source, const std::string &srcPath,
                       const ItemLocation &target, const std::string &dstPath) {
-  // It would only turn out after the whole copy.
-  if (isOnReadOnlyVolume(source))
-    return TreeFailure{EROFS, srcPath};
-  if (TreeResult failure = copyInto(source, srcPath, target, dstPath, CopyPurpose::Move)) {
-    failure->access = FileAccess::Writing;
-    return failure;
-  }
-  syncFolder(target);
-  PlainEraser eraser;
-  return removeTree(source, srcPath, eraser, Recursion::WholeTree);
+  MoveAcross move(source, srcPath, target, dstPath);
+  TreeResult failure = move.copy();
+  if (!failure)
+    failure = move.place();
+  if (!failure)
+    failure = move.removeOriginal();
+  if (failure && failure->outcome.step() == TreeStep::Compare)
+    Log("%@ has changed since it was copied to %@, and stays", failure->path, dstPath);
+  return failure;
 }
 
 } // namespace
 
+TreeResult MoveAcross::copy() {
+  if (StepOutcome outcome = checkRemovable(source_); outcome.isFailed())
+    return failureAt(srcPath_, outcome);
+  TreeResult failure = copy_.build(&copied_);
+  copied_.finish();
+  return failure;
+}
+
+TreeResult MoveAcross::place() {
+  TreeResult failure = ChangeFinder(source_, srcPath_, copied_).run();
+  if (!failure)
+    failure = copy_.place();
+  if (!failure)
+    syncFolder(target_);
+  return failure;
+}
+
+TreeResult MoveAcross::removeOriginal() {
+  CopiedItemsEraser eraser(copied_);
+  TreeResult failure = removeTree(source_, srcPath_, eraser, Recursion::WholeTree);
+  // Somebody else removed it meanwhile, or moved it away.
+  return failure && failure->isGone() ? TreeResult{} : failure;
+}
+
 TreeResult moveTree(const std::string &srcPath, const std::string &dstPath) {
   ItemLocation source, target;
+  if (Progress::current().isCancelled())
+    return failureAt(srcPath, {TreeStep::Cancel, ECANCELED});
   if (int error = locateItem(srcPath, source))
-    return TreeFailure{error, srcPath};
+    return failureAt(srcPath, {TreeStep::Locate, error});
   if (int error = locateItem(dstPath, target))
-    return TreeFailure{error, dstPath};
+    return failureAt(dstPath, {TreeStep::Locate, error, TreeSide::Copy});
   int error = renameWithoutReplacing(source, target);
   if (error == EXDEV)
     return moveAcross(source, srcPath, target, dstPath);
-  if (error == 0)
-    return {};
-  return TreeFailure{error, failingPath(error, source, srcPath, dstPath)};
+  if (error != 0)
+    return failureOfRename(error, source, srcPath, dstPath);
+  Progress::current().countItem(0);
+  return {};
 }
 
 } // namespace NS

@@ -5,21 +5,13 @@
 #pragma once
 
 #include "Foundation/FileManager.h"
+#include "Foundation/Linux/TreeOutcome.h"
 
 #include <memory>
 #include <optional>
 #include <string>
 
 namespace NS {
-
-// The item that could not be dealt with, and why.
-struct TreeFailure {
-  int errnum = 0;
-  std::string path;
-  FileAccess access = FileAccess::Writing;
-};
-// Nothing means success.
-using TreeResult = std::optional<TreeFailure>;
 
 // As FileManager's operations of the same kind promise.
 TreeResult removeTree(const std::string &path);

@@ -6,6 +6,7 @@
 #include "Foundation/Linux/Crew.h"
 #include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/ItemLocation.h"
+#include "Foundation/Progress.h"
 
 #include <atomic>
 #include <cerrno>
@@ -28,18 +29,15 @@ constexpr std::size_t crewMembers = 2;
 // Folders directly within the root that are met before threads are started.
 constexpr unsigned foldersWithoutCrew = 4;
 
-bool isGone(int error) {
-  return error == 0 || error == ENOENT;
+bool isNoFolder(const StepOutcome &outcome) {
+  return outcome.errnum() == ENOTDIR || outcome.errnum() == ELOOP;
 }
-bool isNoFolder(int error) {
-  return error == ENOTDIR || error == ELOOP;
-}
-bool isFilled(int error) {
-  return error == ENOTEMPTY || error == EEXIST;
+bool isFilled(const StepOutcome &outcome) {
+  return outcome.errnum() == ENOTEMPTY || outcome.errnum() == EEXIST;
 }
 
-int removeFolder(int parent, const char *name) {
-  return ::unlinkat(parent, name, AT_REMOVEDIR) == 0 ? 0 : errno;
+StepOutcome removeFolder(int parent, const char *name) {
+  return {TreeStep::Remove, ::unlinkat(parent, name, AT_REMOVEDIR) == 0 ? 0 : errno};
 }
 
 // What the walks of one removal tell each other.
@@ -83,21 +81,18 @@ public:
 
   // Ends early, without a failure of its own, when another walk has failed.
   TreeResult run() {
-    int error = eraseOrEnter(root_.name.c_str(), DT_UNKNOWN);
-    if (error != 0)
-      return TreeFailure{error, path_};
+    if (StepOutcome outcome = eraseOrEnter(root_.name.c_str(), DT_UNKNOWN); outcome.isFailed())
+      return failureAtRoot(outcome);
     while (!stack_.empty() && !outcome_.isFailed()) {
-      const FolderEntry *entry = stack_.next(error);
-      if (!entry && error != 0)
-        return failure(error, "");
-      if (!entry) {
-        if (TreeResult result = finishFolder())
-          return result;
-      } else if (!isTaken(*entry)) {
-        error = eraseOrEnter(entry->name, entry->type);
-        if (!isGone(error))
-          return failure(error, entry->name);
-      }
+      StepOutcome outcome;
+      const FolderEntry *entry = stack_.next(outcome);
+      TreeResult result;
+      if (entry)
+        result = removeEntry(*entry);
+      else
+        result = outcome.isFailed() ? failure(outcome, "") : finishFolder();
+      if (result)
+        return result;
     }
     return {};
   }
@@ -105,8 +100,17 @@ public:
 private:
   int parent() const { return stack_.empty() ? root_.parent.get() : stack_.folder(); }
 
-  int enter(const char *name) {
-    return stack_.empty() ? stack_.openRoot(root_.parent.get(), name) : stack_.enter(name);
+  TreeResult removeEntry(const FolderEntry &entry) {
+    if (isTaken(entry))
+      return {};
+    if (progress_.wantsPath())
+      progress_.setPath(stack_.pathOf(path_, entry.name));
+    std::size_t depth = stack_.depth();
+    StepOutcome outcome = eraseOrEnter(entry.name, entry.type);
+    if (outcome.isDone() || outcome.isMissing())
+      return {};
+    // On its way down the walk may give up the buffer that holds the name.
+    return failure(outcome, stack_.depth() > depth ? "" : entry.name);
   }
 
   bool isTaken(const FolderEntry &entry) {
@@ -114,20 +118,28 @@ private:
            taker_->take(stack_.folder(), entry.name);
   }
 
+  StepOutcome enter(const char *name) {
+    StepOutcome outcome =
+        stack_.empty() ? stack_.openRoot(root_.parent.get(), name) : stack_.enter(name);
+    return outcome.isDone() ? eraser_.admit(stack_.folder()) : outcome;
+  }
+
   // A name that was a folder's can be another item's by now, and the reverse.
-  int eraseOrEnter(const char *name, unsigned char type) {
-    int error = EISDIR;
+  StepOutcome eraseOrEnter(const char *name, unsigned char type) {
+    if (progress_.isCancelled())
+      return {TreeStep::Cancel, ECANCELED};
+    StepOutcome outcome(TreeStep::Remove, EISDIR);
     for (unsigned attempt = 0; attempt < patience; ++attempt) {
       if (type != DT_DIR)
-        error = eraser_.erase(parent(), name, type);
-      if (error != EISDIR)
-        return error;
-      error = enter(name);
-      if (!isNoFolder(error))
-        return error;
+        outcome = eraser_.erase(parent(), name, type);
+      if (!outcome.isFolder())
+        return outcome;
+      outcome = enter(name);
+      if (!isNoFolder(outcome))
+        return outcome;
       type = DT_UNKNOWN;
     }
-    return error;
+    return outcome;
   }
 
   // Leaves the folder that was read to its end and removes it.
@@ -137,31 +149,45 @@ private:
       if (outcome_.isFailed())
         return {};
     }
+    if (progress_.isCancelled())
+      return failure({TreeStep::Cancel, ECANCELED}, "");
     std::string name = stack_.folderName();
     unsigned revisits = stack_.revisits();
-    if (int error = stack_.leave())
-      return failure(error, "");
-    int error = removeFolder(parent(), name.c_str());
-    if (isFilled(error) && revisits < patience) {
-      error = enter(name.c_str());
-      if (error == 0) {
-        stack_.revisits() = revisits + 1;
-        return {};
-      }
-    }
-    if (isNoFolder(error))
-      error = eraser_.erase(parent(), name.c_str(), DT_UNKNOWN);
-    if (isGone(error))
-      return {};
-    return stack_.empty() ? TreeFailure{error, path_} : failure(error, name);
+    if (StepOutcome outcome = stack_.leave(); outcome.isFailed())
+      return failure(outcome, "");
+    StepOutcome outcome = removeFolder(parent(), name.c_str());
+    if (outcome.isDone())
+      eraser_.countFolder();
+    if (isFilled(outcome) && revisits < patience)
+      return enterAgain(name, revisits + 1);
+    if (isNoFolder(outcome))
+      outcome = eraser_.erase(parent(), name.c_str(), DT_UNKNOWN);
+    return resultAt(name, outcome);
   }
 
-  TreeResult failure(int error, const std::string &name) const {
-    std::string path = path_;
-    for (const std::string &part : {stack_.pathBelowRoot(), name})
-      if (!part.empty())
-        path += "/" + part;
-    return TreeFailure{error, std::move(path)};
+  // Somebody has put something into the folder since it was read.
+  TreeResult enterAgain(const std::string &name, unsigned revisits) {
+    StepOutcome outcome = enter(name.c_str());
+    if (outcome.isDone()) {
+      stack_.revisits() = revisits;
+      return {};
+    }
+    if (isNoFolder(outcome))
+      outcome = eraser_.erase(parent(), name.c_str(), DT_UNKNOWN);
+    return resultAt(name, outcome);
+  }
+
+  TreeResult resultAt(const std::string &name, const StepOutcome &outcome) const {
+    if (outcome.isDone() || outcome.isMissing())
+      return {};
+    return stack_.empty() ? failureAtRoot(outcome) : failure(outcome, name);
+  }
+
+  TreeResult failureAtRoot(const StepOutcome &outcome) const {
+    return TreeFailure{outcome, TreeItem::Asked, path_};
+  }
+  TreeResult failure(const StepOutcome &outcome, const std::string &name) const {
+    return TreeFailure{outcome, TreeItem::Inner, stack_.pathOf(path_, name)};
   }
 
   const ItemLocation &root_;
@@ -169,6 +195,7 @@ private:
   ItemEraser &eraser_;
   Outcome &outcome_;
   FolderTaker *taker_;
+  Progress &progress_ = Progress::current();
   FolderStack stack_{MountPoints::Refuse, EntryOrder::ByInode};
 };
 
@@ -202,19 +229,28 @@ public:
   }
 
 private:
+  // Runs on any thread of the crew.
   void removeChild(const std::string &name) {
     if (outcome_.isFailed())
       return;
     try {
-      std::string path = path_ + "/" + name;
-      ItemLocation child{Descriptor(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0)), name};
-      TreeResult failure = child.parent ? TreeRemover(child, path, eraser_, outcome_, nullptr).run()
-                                        : TreeFailure{errno, path};
-      if (failure && failure->errnum != ENOENT)
+      TreeResult failure = removeFolderOfRoot(name);
+      // A child that is gone is not the item that was asked about.
+      if (failure && !failure->isGone()) {
+        failure->item = TreeItem::Inner;
         outcome_.fail(std::move(*failure));
+      }
     } catch (const std::bad_alloc &) {
-      outcome_.fail(TreeFailure{ENOMEM, std::string()});
+      outcome_.fail({{TreeStep::Open, ENOMEM}, TreeItem::Inner, std::string()});
     }
+  }
+
+  TreeResult removeFolderOfRoot(const std::string &name) {
+    std::string path = path_ + "/" + name;
+    ItemLocation child{Descriptor(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0)), name};
+    if (!child.parent)
+      return TreeFailure{{TreeStep::Identify, errno}, TreeItem::Asked, std::move(path)};
+    return TreeRemover(child, path, eraser_, outcome_, nullptr).run();
   }
 
   const ItemLocation &root_;
@@ -228,14 +264,25 @@ private:
 
 } // namespace
 
-int PlainEraser::erase(int folder, const char *name, unsigned char) {
-  return ::unlinkat(folder, name, 0) == 0 ? 0 : errno;
+StepOutcome unlinkItem(int folder, const char *name) {
+  return {TreeStep::Remove, ::unlinkat(folder, name, 0) == 0 ? 0 : errno};
+}
+
+void ItemEraser::countFolder() {
+  Progress::current().countItem(0);
+}
+
+StepOutcome PlainEraser::erase(int folder, const char *name, unsigned char) {
+  StepOutcome outcome = unlinkItem(folder, name);
+  if (outcome.isDone())
+    Progress::current().countItem(0);
+  return outcome;
 }
 
 TreeResult removeTree(const std::string &path, ItemEraser &eraser, Recursion recursion) {
   ItemLocation location;
   if (int error = locateItem(path, location))
-    return TreeFailure{error, path};
+    return TreeFailure{{TreeStep::Locate, error}, TreeItem::Asked, path};
   return removeTree(location, path, eraser, recursion);
 }
 
@@ -243,10 +290,12 @@ TreeResult removeTree(const ItemLocation &location, const std::string &path, Ite
                       Recursion recursion) {
   if (recursion == Recursion::WholeTree)
     return SharedRemoval(location, path, eraser).run();
-  int error = eraser.erase(location.parent.get(), location.name.c_str(), DT_UNKNOWN);
-  if (error == EISDIR)
-    error = removeFolder(location.parent.get(), location.name.c_str());
-  return error == 0 ? TreeResult{} : TreeFailure{error, path};
+  StepOutcome outcome = eraser.erase(location.parent.get(), location.name.c_str(), DT_UNKNOWN);
+  if (outcome.isFolder())
+    outcome = removeFolder(location.parent.get(), location.name.c_str());
+  if (outcome.isDone())
+    return {};
+  return TreeFailure{outcome, TreeItem::Asked, path};
 }
 
 TreeResult removeTree(const std::string &path) {

@@ -13,27 +13,34 @@ namespace NS {
 
 struct ItemLocation;
 
-// Removes one item that is no folder. May be called by several threads at once.
+// What a removal does to each item. May be called by several threads at once.
 class ItemEraser {
 public:
   virtual ~ItemEraser() = default;
-  // 0 when the name is gone, EISDIR when it is a folder's, else an errno
-  // value. The type is the folder's entry type and may be out of date.
-  virtual int erase(int folder, const char *name, unsigned char type) = 0;
+  // Removes one item that is no folder, and counts it in the current progress.
+  // isFolder() when the name is a folder's. The type is the folder's entry type
+  // and may be out of date.
+  virtual StepOutcome erase(int folder, const char *name, unsigned char type) = 0;
+  // Whether an open folder may be emptied and removed.
+  virtual StepOutcome admit(int /*folder*/) { return {}; }
+  // Counts a folder that was removed.
+  virtual void countFolder();
 };
 
 // Unlinks, whatever the item is.
 class PlainEraser final : public ItemEraser {
 public:
-  int erase(int folder, const char *name, unsigned char type) override;
+  StepOutcome erase(int folder, const char *name, unsigned char type) override;
 };
+
+StepOutcome unlinkItem(int folder, const char *name);
 
 enum class Recursion { OnlyTheItem, WholeTree };
 
 // Removes the item at the path and, for a whole tree, all beneath it; without,
 // only an empty folder goes. The folders directly within it are shared out to
-// a few threads when there are many. Stops at the first failure, each thread at
-// its next item.
+// a few threads when there are many. Stops at the first failure, and when the
+// progress of the calling thread is cancelled, each thread at its next item.
 TreeResult removeTree(const std::string &path, ItemEraser &eraser, Recursion recursion);
 // The same for an item that was located before; its path serves for messages.
 TreeResult removeTree(const ItemLocation &location, const std::string &path, ItemEraser &eraser,

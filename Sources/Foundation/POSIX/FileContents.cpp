@@ -167,8 +167,10 @@ int Replacement::takeAfterFormer(int descriptor) const {
   mode_t mode = formerStatus_.st_mode & 07777;
   if (::fchown(descriptor, formerStatus_.st_uid, formerStatus_.st_gid) != 0)
     return errno;
-  if (int failure = copyAttributes(former_.get(), descriptor, CopiedData::Another, mode))
+  LeftOut leftOut;
+  if (int failure = copyAttributes(former_.get(), descriptor, CopiedData::Another, mode, leftOut))
     return failure;
+  leftOut.report(name_);
   return ::fchmod(descriptor, mode) == 0 ? 0 : errno;
 }
 

@@ -390,7 +390,7 @@ def read_only_volume(item):
 
 
 # Between these lies the size of the folders below, whatever comes and goes.
-_BUSY_FOLDERS, _BUSY_FILES = 8, 50
+_BUSY_FOLDERS, _BUSY_FILES, _WANDERER_FOLDERS = 8, 50, 20
 BUSY_LEAST = _BUSY_FOLDERS * _BUSY_FILES * 4096
 BUSY_MOST = 2 * BUSY_LEAST
 
@@ -404,7 +404,7 @@ def busy_folders(item):
         for number in range(_BUSY_FILES):
             _file(f"{item}/{folder}/{number}")
     wanderer = f"{item}/0/wanderer-home/wanderer"
-    for number in range(20):
+    for number in range(_WANDERER_FOLDERS):
         os.makedirs(f"{wanderer}/{number}/x/y")
         _file(f"{wanderer}/{number}/x/file")
 
@@ -414,6 +414,21 @@ def busy_missing(item):
     paths = [f"{folder}/{number}" for folder in range(_BUSY_FOLDERS)
              for number in range(_BUSY_FILES)]
     return [path for path in ["needle.txt", *paths] if not os.path.exists(f"{item}/{path}")]
+
+
+def busy_lost(*places):
+    """Which of the files that nobody but the agent removes stand in none of the
+    places; those of the wanderer may stand anywhere in these."""
+    wanted = {f"{folder}/{number}" for folder in range(_BUSY_FOLDERS)
+              for number in range(_BUSY_FILES)}
+    wanted |= {"needle.txt"} | {f"wanderer/{number}/x/file" for number in range(_WANDERER_FOLDERS)}
+    for place in places:
+        for folder, _, files in os.walk(place):
+            inside = folder[len(place) + 1:]
+            wanderer = inside.find("wanderer/")
+            inside = inside[wanderer:] if wanderer >= 0 else inside
+            wanted -= {os.path.join(inside, name) for name in files}
+    return sorted(wanted)
 
 
 def homes(item):

@@ -30,6 +30,7 @@ public:
     return 0;
   }
   int clear(const std::string &, std::uint32_t) override { return -1; }
+  void clearBeneath(const std::string &, std::uint32_t, const FailureHandler &) override {}
 
 private:
   NS::ScopedOverride<NS::FileFlags> override_{*this};

@@ -4,6 +4,7 @@
 
 #include "Foundation/Bundle.h"
 #include "Foundation/Identity.h"
+#include "Foundation/Progress.h"
 #include "Foundation/SecureRemoval.h"
 #include "Support/FakeFileFlags.h"
 #include "Support/ForwardingFileManager.h"
@@ -17,7 +18,6 @@
 #include <cerrno>
 #include <deque>
 #include <filesystem>
-#include <map>
 #include <sys/stat.h>
 
 namespace {
@@ -62,30 +62,13 @@ private:
   std::deque<Attempt> attempts_;
 };
 
-// Lists folders from a table.
-class FakeListings : public ForwardingFileManager {
-public:
-  std::map<std::string, std::vector<std::string>> folders;
-
-  std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(const std::string &path,
-                                                                    NS::ErrorSlot) override {
-    listed.push_back(path);
-    auto found = folders.find(path);
-    if (found == folders.end())
-      return {};
-    return found->second;
-  }
-
-  std::vector<std::string> listed;
-};
+// Both immutable flags, and no other.
+const std::string maskText = std::to_string(0x00020002);
 
 TEST(UnlockFile, looksAtTheItemAloneUnlessRecursive) {
   FakeFileFlags flags;
-  FakeListings manager;
-  NS::ScopedOverride<NS::FileManager> shared(manager);
-  kw::tryToUnlockFileIfNeeded(manager, "/x", false);
+  kw::tryToUnlockFileIfNeeded(NS::FileManager::defaultManager(), "/x", false);
   EXPECT_THAT(flags.calls, ElementsAre("stat /x"));
-  EXPECT_THAT(manager.listed, IsEmpty());
 }
 
 TEST(UnlockFile, clearsBothImmutableFlagsAndKeepsAllOthers) {
@@ -113,59 +96,35 @@ TEST(UnlockFile, leavesAnItemWithOtherFlagsAlone) {
 
 TEST(UnlockFile, logsAFlagThatCannotBeClearedAndGoesOn) {
   FakeFileFlags flags;
-  FakeListings manager;
-  NS::ScopedOverride<NS::FileManager> shared(manager);
   LogRecorder log;
-  manager.folders["/nowhere"] = {"child"};
   flags.flags["/nowhere"] = 2;
+  flags.lockedBeneath["/nowhere"] = "/nowhere/child";
   flags.changeError = EPERM;
-  kw::tryToUnlockFileIfNeeded(manager, "/nowhere", true);
+  kw::tryToUnlockFileIfNeeded(NS::FileManager::defaultManager(), "/nowhere", true);
   EXPECT_THAT(log.lines(),
-              ElementsAre("Failed to unset immutable flag for /nowhere with error: 1"));
-  EXPECT_THAT(flags.calls,
-              ElementsAre("stat /nowhere", "chflags /nowhere 0", "stat /nowhere/child"));
+              ElementsAre("Failed to unset immutable flag for /nowhere with error: 1",
+                          "Failed to unset immutable flag for /nowhere/child with error: 1"));
+  EXPECT_THAT(flags.calls, ElementsAre("stat /nowhere", "chflags /nowhere 0",
+                                       "clear beneath /nowhere " + maskText));
 }
 
 TEST(UnlockFile, goesOnBeneathAnItemWithoutStatusAndSaysNothing) {
   FakeFileFlags flags;
-  FakeListings manager;
-  NS::ScopedOverride<NS::FileManager> shared(manager);
   LogRecorder log;
-  manager.folders["/nowhere"] = {"child"};
   flags.flags["/nowhere"] = -1;
-  kw::tryToUnlockFileIfNeeded(manager, "/nowhere", true);
-  EXPECT_THAT(flags.calls, ElementsAre("stat /nowhere", "stat /nowhere/child"));
+  kw::tryToUnlockFileIfNeeded(NS::FileManager::defaultManager(), "/nowhere", true);
+  EXPECT_THAT(flags.calls, ElementsAre("stat /nowhere", "clear beneath /nowhere " + maskText));
   EXPECT_THAT(log.lines(), IsEmpty());
-}
-
-TEST(UnlockFile, visitsEachItemBeforeWhatItHoldsInTheOrderOfTheListings) {
-  FakeFileFlags flags;
-  FakeListings manager;
-  NS::ScopedOverride<NS::FileManager> shared(manager);
-  manager.folders["/n"] = {"b", "a"};
-  manager.folders["/n/b"] = {"2", "1"};
-  kw::tryToUnlockFileIfNeeded(manager, "/n", true);
-  EXPECT_THAT(flags.calls,
-              ElementsAre("stat /n", "stat /n/b", "stat /n/b/2", "stat /n/b/1", "stat /n/a"));
-}
-
-TEST(UnlockFile, listsWithTheSharedManagerWhateverTheReceiver) {
-  FakeFileFlags flags;
-  FakeListings sharedManager, receiver;
-  NS::ScopedOverride<NS::FileManager> shared(sharedManager);
-  kw::tryToUnlockFileIfNeeded(receiver, "/n", true);
-  EXPECT_THAT(sharedManager.listed, ElementsAre("/n"));
-  EXPECT_THAT(receiver.listed, IsEmpty());
 }
 
 TEST(UnlockFile, neverDescendsThroughALink) {
   ScratchFolder scratch;
   fs::create_directory(scratch.path("outside"));
-  scratch.file("outside/file", "");
+  LockedItem inner(scratch.file("outside/file", ""));
+  KW_REQUIRE_LOCKED(inner);
   fs::create_directory_symlink("outside", scratch.path("link"));
-  FakeFileFlags flags;
   kw::tryToUnlockFileIfNeeded(NS::FileManager::defaultManager(), scratch.path("link"), true);
-  EXPECT_THAT(flags.calls, ElementsAre("stat " + scratch.path("link")));
+  EXPECT_NE(kwtest::inodeFlags(scratch.path("outside/file")) & FS_IMMUTABLE_FL, 0);
 }
 
 TEST(UnlockFile, ofALinkClearsTheFlagsOfItsTarget) {
@@ -207,15 +166,23 @@ TEST(RemoveFile, takesCodeFourOfAnyDomainForDone) {
 
 TEST(RemoveFile, unlocksTheParentAloneAndTheItemWhollyBeforeTheSecondAttempt) {
   FakeFileFlags flags;
-  FakeListings listings;
-  NS::ScopedOverride<NS::FileManager> shared(listings);
-  listings.folders["/parent"] = {"item", "sibling"};
-  listings.folders["/parent/item"] = {"child"};
   ScriptedRemovals manager({{false, cocoaError(513)}, {true, {}}});
   EXPECT_TRUE(kw::removeFileAtPath(manager, "/parent/item", nullptr));
-  EXPECT_THAT(flags.calls,
-              ElementsAre("stat /parent", "stat /parent/item", "stat /parent/item/child"));
+  EXPECT_THAT(flags.calls, ElementsAre("stat /parent", "stat /parent/item",
+                                       "clear beneath /parent/item " + maskText));
   EXPECT_THAT(manager.removed, ElementsAre("/parent/item", "/parent/item"));
+}
+
+TEST(RemoveFile, thatIsCancelledNeitherUnlocksNorTriesAgainNorLogs) {
+  FakeFileFlags flags;
+  LogRecorder log;
+  ScriptedRemovals manager({{false, cocoaError(NS::UserCancelledError)}});
+  std::optional<NS::Error> error;
+  EXPECT_FALSE(kw::removeFileAtPath(manager, "/x", &error));
+  EXPECT_EQ(error->code(), NS::UserCancelledError);
+  EXPECT_THAT(manager.removed, ElementsAre("/x"));
+  EXPECT_THAT(flags.calls, IsEmpty());
+  EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST(RemoveFile, doesNotLogARefusalForWantOfPermission) {
@@ -321,11 +288,11 @@ TEST(RemoveFile, cannotRemoveAnAppendOnlyFile) {
 // Answers removefile and notes what it was asked.
 class FakeSecureRemoval final : public NS::SecureRemoval {
 public:
-  explicit FakeSecureRemoval(int result) : result_(result) {}
+  explicit FakeSecureRemoval(int result, int errnum = EBUSY) : result_(result), errnum_(errnum) {}
 
   int removefile(const std::string &path, std::uint32_t flags) override {
     calls.push_back("removefile " + path + " " + std::to_string(flags));
-    errno = EBUSY;
+    errno = errnum_;
     return result_;
   }
 
@@ -333,6 +300,7 @@ public:
 
 private:
   int result_;
+  int errnum_;
   NS::ScopedOverride<NS::SecureRemoval> override_{*this};
 };
 
@@ -385,6 +353,16 @@ TEST(SecurelyRemoveFile, reportsWhatTheCallReturnedWithTheGenericDescription) {
   EXPECT_EQ(error->localizedDescription(), "ErrorDescRemoving_GenericError||Errors");
   EXPECT_EQ(error->userInfo().size(), 1u);
   EXPECT_EQ(error->underlyingError(), nullptr);
+}
+
+TEST(SecurelyRemoveFile, saysThatItWasCancelled) {
+  FakeFileFlags flags;
+  FakeSecureRemoval removal(-1, ECANCELED);
+  std::optional<NS::Error> error;
+  EXPECT_FALSE(kw::securelyRemoveFileAtPath(NS::FileManager::defaultManager(), "/x", &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->domain(), NS::CocoaErrorDomain);
+  EXPECT_EQ(error->code(), NS::UserCancelledError);
 }
 
 TEST(SecurelyRemoveFile, failsWithoutAnErrorPointer) {
@@ -488,6 +466,17 @@ TEST(RemoveContents, ofAFileIsLoggedAndFails) {
   EXPECT_FALSE(kw::removeContentsOfDirectoryAtPath(NS::FileManager::defaultManager(), path));
   EXPECT_THAT(log.lines(), ElementsAre(StartsWith("Error: failed to get contents of directory " +
                                                   path + " with error Error Domain=")));
+}
+
+TEST(RemoveContents, stopsWhenItIsCancelled) {
+  ScratchFolder scratch;
+  scratch.file("file", "");
+  NS::Progress progress;
+  progress.cancel();
+  NS::Progress::Scope scope(progress);
+  EXPECT_FALSE(
+      kw::removeContentsOfDirectoryAtPath(NS::FileManager::defaultManager(), scratch.path()));
+  EXPECT_TRUE(fs::exists(scratch.path("file")));
 }
 
 TEST(RemoveContents, attemptsEveryChildAndFailsWhenOneStays) {

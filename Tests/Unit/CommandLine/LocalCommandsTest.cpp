@@ -186,6 +186,7 @@ TEST_F(Inspect, tellsOfProtectionAndHiding) {
       return 0;
     }
     int clear(const std::string &, std::uint32_t) override { return -1; }
+    void clearBeneath(const std::string &, std::uint32_t, const FailureHandler &) override {}
   } flags;
   NS::ScopedOverride<NS::FileFlags> override(flags);
   kwtest::FakeExtendedAttributes attributes;

@@ -28,8 +28,9 @@ std::string copiedMode(const std::string &source, const std::string &target) {
   if (::stat(source.c_str(), &status) != 0)
     return "no source";
   mode_t mode = status.st_mode & 07777;
-  int error =
-      NS::copyAttributes(opened(source).get(), opened(target).get(), CopiedData::Same, mode);
+  NS::LeftOut leftOut;
+  int error = NS::copyAttributes(opened(source).get(), opened(target).get(), CopiedData::Same, mode,
+                                 leftOut);
   char text[32];
   std::snprintf(text, sizeof text, error == 0 ? "%03o" : "error %d",
                 error == 0 ? mode : static_cast<unsigned>(error));
@@ -116,10 +117,13 @@ TEST(AttributeCopy, keepsWhatVouchesForDataWithTheSameDataAlone) {
   const std::string capability("\0\0\0\2\1\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 20);
   KW_REQUIRE_ATTRIBUTE(source, "security.capability", capability);
   mode_t mode = 0644;
-  EXPECT_EQ(
-      NS::copyAttributes(opened(source).get(), opened(target).get(), CopiedData::Another, mode), 0);
+  NS::LeftOut leftOut;
+  EXPECT_EQ(NS::copyAttributes(opened(source).get(), opened(target).get(), CopiedData::Another,
+                               mode, leftOut),
+            0);
   EXPECT_EQ(kwtest::attribute(target, "security.capability"), "");
-  EXPECT_EQ(NS::copyAttributes(opened(source).get(), opened(target).get(), CopiedData::Same, mode),
+  EXPECT_EQ(NS::copyAttributes(opened(source).get(), opened(target).get(), CopiedData::Same, mode,
+                               leftOut),
             0);
   EXPECT_EQ(kwtest::attribute(target, "security.capability"), capability);
 }

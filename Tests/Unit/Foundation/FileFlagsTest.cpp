@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
+#include <deque>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
@@ -166,10 +167,9 @@ TEST(FileFlags, areOnlyForThePrivilegedToClear) {
 // The paths that could not be unlocked beneath a folder.
 std::vector<std::string> failuresOfClearing(const std::string &path) {
   std::vector<std::string> failures;
-  EXPECT_TRUE(fileFlags().clearBeneath(path, NS::SF_IMMUTABLE_FLAG,
-                                       [&](const std::string &item, int errnum) {
-                                         failures.push_back(item + " " + std::to_string(errnum));
-                                       }));
+  fileFlags().clearBeneath(path, NS::SF_IMMUTABLE_FLAG, [&](const std::string &item, int errnum) {
+    failures.push_back(item + " " + std::to_string(errnum));
+  });
   return failures;
 }
 
@@ -225,6 +225,49 @@ TEST(ClearBeneath, namesWhatItCannotClear) {
                                              std::to_string(EROFS)}
                          ? ""
                          : "other failures";
+            }),
+            "");
+}
+
+// All items beneath a folder, each before what it holds, in the order of the
+// listings.
+void appendDescendants(const std::string &folder, std::vector<std::string> &paths) {
+  for (const auto &entry : fs::directory_iterator(folder)) {
+    paths.push_back(entry.path());
+    if (entry.is_directory())
+      appendDescendants(entry.path(), paths);
+  }
+}
+
+TEST(ClearBeneath, visitsEachItemBeforeWhatItHoldsInTheOrderOfTheListings) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  std::deque<LockedItem> locks;
+  for (const char *folder : {"root", "root/b", "root/a", "root/b/2", "root/b/1"}) {
+    fs::create_directory(scratch.path(folder));
+    scratch.file(std::string(folder) + "/file", "");
+    scratch.file(std::string(folder) + "/another", "");
+  }
+  std::vector<std::string> items, expected;
+  appendDescendants(scratch.path("root"), items);
+  for (const std::string &item : items) {
+    locks.emplace_back(item);
+    KW_REQUIRE_LOCKED(locks.back());
+    expected.push_back(item + " " + std::to_string(EROFS));
+  }
+  // On a read-only volume each item is told when its turn comes.
+  EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
+              if (!kwtest::bindMount(scratch.path("root"), scratch.path("root")) ||
+                  !kwtest::makeReadOnly(scratch.path("root")))
+                return "no mount";
+              std::string order;
+              for (const std::string &failure : failuresOfClearing(scratch.path("root/b")))
+                order += failure + "\n";
+              std::string wanted;
+              for (const std::string &item : expected)
+                if (item.starts_with(scratch.path("root/b/")))
+                  wanted += item + "\n";
+              return order == wanted ? "" : order + "instead of\n" + wanted;
             }),
             "");
 }

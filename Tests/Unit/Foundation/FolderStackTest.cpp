@@ -25,7 +25,8 @@ constexpr std::size_t depth = FolderStack::window + 4;
 // By a descriptor: a root that is looked up in another volume's folder is a
 // mount point to the stack.
 int enterRoot(FolderStack &stack, const std::string &path) {
-  return stack.openRoot(NS::Descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+  return stack.openRoot(NS::Descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)))
+      .errnum();
 }
 
 // Makes "root/d/d/d..." and goes down to its end.
@@ -36,7 +37,7 @@ void descend(const ScratchFolder &scratch, FolderStack &stack) {
   fs::create_directories(path);
   ASSERT_EQ(enterRoot(stack, scratch.path("root")), 0);
   while (stack.depth() < depth)
-    ASSERT_EQ(stack.enter("d"), 0);
+    ASSERT_EQ(stack.enter("d").errnum(), 0);
 }
 
 TEST(FolderStack, keepsOnlyAFewFoldersOpenAndFindsItsWayBack) {
@@ -47,7 +48,7 @@ TEST(FolderStack, keepsOnlyAFewFoldersOpenAndFindsItsWayBack) {
   EXPECT_EQ(kwtest::openDescriptorCount(), before + FolderStack::window);
   EXPECT_EQ(stack.pathBelowRoot().size(), 2 * (depth - 1) - 1);
   while (!stack.empty())
-    ASSERT_EQ(stack.leave(), 0);
+    ASSERT_EQ(stack.leave().errnum(), 0);
   EXPECT_EQ(kwtest::openDescriptorCount(), before);
 }
 
@@ -60,8 +61,10 @@ TEST(FolderStack, doesNotLeaveThroughAFolderThatWasMovedElsewhere) {
   fs::create_directory(scratch.path("outside"));
   fs::rename(scratch.path("root/d/d/d/d"), scratch.path("outside/d"));
   while (stack.depth() > 5)
-    ASSERT_EQ(stack.leave(), 0);
-  EXPECT_EQ(stack.leave(), ESTALE);
+    ASSERT_EQ(stack.leave().errnum(), 0);
+  NS::StepOutcome outcome = stack.leave();
+  EXPECT_EQ(outcome.step(), NS::TreeStep::GoUp);
+  EXPECT_EQ(outcome.errnum(), ESTALE);
 }
 
 TEST(FolderStack, entersNoLinkAndNoFile) {
@@ -70,10 +73,10 @@ TEST(FolderStack, entersNoLinkAndNoFile) {
   scratch.file("file", "");
   FolderStack stack(NS::MountPoints::Refuse);
   ASSERT_EQ(enterRoot(stack, scratch.path()), 0);
-  int error = stack.enter("link");
+  int error = stack.enter("link").errnum();
   EXPECT_TRUE(error == ELOOP || error == ENOTDIR) << error;
-  EXPECT_EQ(stack.enter("file"), ENOTDIR);
-  EXPECT_EQ(stack.enter("missing"), ENOENT);
+  EXPECT_EQ(stack.enter("file").errnum(), ENOTDIR);
+  EXPECT_TRUE(stack.enter("missing").isMissing());
   EXPECT_EQ(stack.depth(), 1u);
 }
 
@@ -100,8 +103,8 @@ TEST(FolderStack, givesLongListingsByInodeFilesFirst) {
   std::set<std::string> seen;
   std::uint64_t last = 0;
   bool foldersBegan = false;
-  int error = 0;
-  while (const NS::FolderEntry *entry = stack.next(error)) {
+  NS::StepOutcome outcome;
+  while (const NS::FolderEntry *entry = stack.next(outcome)) {
     EXPECT_TRUE(seen.insert(entry->name).second) << entry->name;
     bool isFolder = entry->type == DT_DIR;
     EXPECT_TRUE(isFolder || !foldersBegan) << entry->name;
@@ -109,7 +112,7 @@ TEST(FolderStack, givesLongListingsByInodeFilesFirst) {
     last = entry->inode;
     foldersBegan = foldersBegan || isFolder;
   }
-  EXPECT_EQ(error, 0);
+  EXPECT_TRUE(outcome.isDone());
   EXPECT_EQ(seen.size(), 10000u);
 }
 
@@ -120,9 +123,9 @@ TEST(FolderStack, goesOnInALongListingAfterItWasClosed) {
   FolderStack stack(NS::MountPoints::Enter, NS::EntryOrder::ByInode);
   ASSERT_EQ(enterRoot(stack, scratch.path()), 0);
   std::set<std::string> folders;
-  int error = 0;
+  NS::StepOutcome outcome;
   std::size_t files = 0;
-  while (const NS::FolderEntry *entry = stack.next(error)) {
+  while (const NS::FolderEntry *entry = stack.next(outcome)) {
     if (entry->type != DT_DIR) {
       ASSERT_EQ(::unlinkat(stack.folder(), entry->name, 0), 0) << entry->name;
       ++files;
@@ -130,13 +133,13 @@ TEST(FolderStack, goesOnInALongListingAfterItWasClosed) {
     }
     std::string name = entry->name;
     EXPECT_TRUE(folders.insert(name).second) << name;
-    ASSERT_EQ(stack.enter(name.c_str()), 0);
+    ASSERT_EQ(stack.enter(name.c_str()).errnum(), 0);
     while (stack.depth() < depth)
-      ASSERT_EQ(stack.enter("d"), 0);
+      ASSERT_EQ(stack.enter("d").errnum(), 0);
     while (stack.depth() > 1)
-      ASSERT_EQ(stack.leave(), 0);
+      ASSERT_EQ(stack.leave().errnum(), 0);
   }
-  EXPECT_EQ(error, 0);
+  EXPECT_TRUE(outcome.isDone());
   EXPECT_EQ(files, 9990u);
   EXPECT_EQ(folders.size(), 10u);
 }

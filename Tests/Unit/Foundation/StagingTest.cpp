@@ -44,7 +44,7 @@ TEST(Staging, makesAFolderForTheOwnerAloneAndRemovesItWithWhatItHolds) {
   Descriptor parent = openFolder(scratch.path());
   {
     NS::Staging staging;
-    ASSERT_EQ(staging.open(parent.get()), 0);
+    ASSERT_TRUE(staging.open(parent.get()).isDone());
     ASSERT_EQ(names(scratch), std::vector<std::string>{".keepwell-copy-00"});
     EXPECT_EQ(fs::status(scratch.path(".keepwell-copy-00")).permissions(), fs::perms::owner_all);
     fs::create_directories(scratch.path(".keepwell-copy-00/item/inner"));
@@ -58,7 +58,7 @@ TEST(Staging, removesWhatEarlierProcessesLeftUnderAnyNumber) {
     leaveCopyBehind(scratch, name);
   Descriptor parent = openFolder(scratch.path());
   NS::Staging staging;
-  ASSERT_EQ(staging.open(parent.get()), 0);
+  ASSERT_TRUE(staging.open(parent.get()).isDone());
   EXPECT_EQ(names(scratch), std::vector<std::string>{".keepwell-copy-00"});
   EXPECT_TRUE(fs::is_empty(scratch.path(".keepwell-copy-00")));
 }
@@ -67,12 +67,12 @@ TEST(Staging, leavesAloneWhatALivingProcessIsBuilding) {
   ScratchFolder scratch;
   Descriptor parent = openFolder(scratch.path());
   NS::Staging first;
-  ASSERT_EQ(first.open(parent.get()), 0);
+  ASSERT_TRUE(first.open(parent.get()).isDone());
   fs::create_directory(scratch.path(".keepwell-copy-00/item"));
   std::string found = kwtest::inForkedChild([&]() -> std::string {
     Descriptor again = openFolder(scratch.path());
     NS::Staging second;
-    if (second.open(again.get()) != 0)
+    if (second.open(again.get()).isFailed())
       return "not opened";
     return fs::exists(scratch.path(".keepwell-copy-00/item")) &&
                    fs::exists(scratch.path(".keepwell-copy-01"))
@@ -93,7 +93,7 @@ TEST(Staging, leavesAloneWhatOthersNamedSo) {
   scratch.file(".keepwell-copy-02", "a file");
   Descriptor parent = openFolder(scratch.path());
   NS::Staging staging;
-  ASSERT_EQ(staging.open(parent.get()), 0);
+  ASSERT_TRUE(staging.open(parent.get()).isDone());
   EXPECT_TRUE(fs::exists(scratch.path(".keepwell-copy-00/item/inner/file")));
   EXPECT_TRUE(fs::is_symlink(scratch.path(".keepwell-copy-01")));
   EXPECT_EQ(scratch.content(".keepwell-copy-02"), "a file");
@@ -107,7 +107,7 @@ TEST(Staging, findsANameThoughAllNumbersAreTaken) {
   Descriptor parent = openFolder(scratch.path());
   {
     NS::Staging staging;
-    ASSERT_EQ(staging.open(parent.get()), 0);
+    ASSERT_TRUE(staging.open(parent.get()).isDone());
     EXPECT_EQ(names(scratch).size(), NS::temporarySlots + 1);
   }
   EXPECT_EQ(names(scratch).size(), NS::temporarySlots);
@@ -122,7 +122,8 @@ TEST(Staging, ofSeveralAtOnceInOneDestinationNeverGetInEachOthersWay) {
     copies.emplace_back([&] {
       for (int round = 0; round < 200; ++round) {
         NS::Staging staging;
-        if (staging.open(parent.get()) != 0 || ::faccessat(staging.folder(), ".", W_OK, 0) != 0)
+        if (staging.open(parent.get()).isFailed() ||
+            ::faccessat(staging.folder(), ".", W_OK, 0) != 0)
           ++failures;
       }
     });

@@ -1,0 +1,72 @@
+// A record of which items a copy was made of, each as it was then, so that a
+// move removes nothing else. For bodies of the seam only.
+//
+// It keeps eight bytes for each item: a fingerprint of its identity, size and
+// times that nobody outside can foresee. Fingerprints beyond a bounded number
+// go to a file without a name beside the copy, of which memory keeps eight bytes
+// for 512 items.
+//
+// One thread records; when that is over, any number may ask.
+#pragma once
+
+#include "Foundation/POSIX/Descriptor.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace NS {
+
+struct ItemStatus;
+
+class CopiedItems {
+public:
+  // Fingerprints in memory, of eight bytes each.
+  static constexpr std::size_t mostInMemory = 512 * 1024;
+
+  explicit CopiedItems(std::size_t bound = mostInMemory);
+
+  // Names a folder for the file that takes what memory does not; it must stay
+  // open as long as items are recorded.
+  void spillInto(int folder) { folder_ = folder; }
+  // Records an item as it was before it was read. 0, or an errno value when
+  // the file cannot take it.
+  int add(const ItemStatus &status);
+  // Ends the recording.
+  void finish();
+
+  // What the move compares an item with.
+  enum class Likeness {
+    Unchanged, // device, inode, size and time of change
+    // For files with several names, whose time of change moves on when one of
+    // the names goes: device, inode, size and time of modification.
+    SameContent,
+  };
+  // Whether such an item was copied; folders are told by device and inode
+  // alone. What cannot be read again counts as not copied.
+  bool contains(const ItemStatus &status, Likeness likeness) const;
+
+private:
+  using Fingerprint = std::uint64_t;
+  // A sorted part of the file; the first fingerprint of each of its blocks.
+  struct Run {
+    std::uint64_t start = 0; // in the file, in fingerprints
+    std::size_t count = 0;
+    std::vector<Fingerprint> firsts;
+  };
+
+  Fingerprint fingerprintOf(const ItemStatus &status, Likeness likeness) const;
+  int addFingerprint(Fingerprint fingerprint);
+  int spill();
+  bool runContains(const Run &run, Fingerprint fingerprint) const;
+
+  const std::size_t bound_;
+  const std::uint64_t key_;
+  int folder_ = -1;
+  std::vector<Fingerprint> recent_; // sorted when the recording is over
+  Descriptor file_;
+  std::uint64_t inFile_ = 0; // fingerprints
+  std::vector<Run> runs_;
+};
+
+} // namespace NS
