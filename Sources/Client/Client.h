@@ -20,7 +20,8 @@
 // way at a time, the rest waits in the client.
 //
 // Time: no request has a time limit unless RequestOptions gives one, since an
-// operation may take as long as a disk is large.
+// operation may take as long as a disk is large. The agent goes on with a
+// request whose time has passed.
 //
 // Failure: the blocking form throws ClientError, the other form's Result holds
 // it; its kind tells "never reached the agent" from "interrupted, nobody knows
@@ -69,9 +70,10 @@ public:
 
   // All requests that have not ended end with ClientError::Kind::Cancelled,
   // their callbacks called, before this returns; so do requests that these
-  // callbacks start. In a callback of this client they end soon after. A
-  // forked child may destroy its parent's client, and that alone: its copies
-  // of requests never end.
+  // callbacks start, so one that starts its request anew each time keeps this
+  // from returning. In a callback of this client they end soon after.
+  // A forked child may destroy its parent's client; to start a request there
+  // throws ClientError.
   ~Client();
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;

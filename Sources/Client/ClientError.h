@@ -28,7 +28,7 @@ public:
     BadArgument,
     // The time that the caller allowed has passed.
     DeadlinePassed,
-    // The caller gave it up, or the client went away.
+    // The caller cancelled it, or the client went away.
     Cancelled,
   };
   // What is known of the agent's side.

@@ -30,7 +30,7 @@ struct RequestProgress {
 // How one request shall be treated; the default waits as long as it takes.
 struct RequestOptions {
   // Counted from the call. When it has passed, the request ends with
-  // DeadlinePassed; an agent that has begun goes on none the less.
+  // DeadlinePassed; an agent that has it goes on with it none the less.
   std::optional<std::chrono::milliseconds> timeLimit = std::nullopt;
   // Called while the agent works on the request, a few times a second at most,
   // under the same rules as a callback; reports may be left out. An agent too
@@ -93,8 +93,8 @@ public:
   // learn how. Does not block.
   // - One that was not sent yet never will be: Cancelled, without effect.
   // - One that the agent has ends with the agent's answer. Cancelled then means
-  //   that the agent stopped and does no more; what it had done by then stays
-  //   done. A reply means that the work had been done, wholly or as far as the
+  //   that the agent stopped, or never began, and does no more; what it had
+  //   done by then stays done, so the effect is unknown. A reply means that the work had been done, wholly or as far as the
   //   reply says, before the agent could stop: what was removed is reported as
   //   removed. A request for which the agent runs a tool runs to its end.
   // - An agent too old to cancel goes on: Cancelled at once, with an unknown
