@@ -1,17 +1,22 @@
 """What many requests at once may and may not take: right answers where
-descriptors are few, the tools' own limits, and lines of the log that end."""
+descriptors are few, threads for everybody, the tools' own limits, one entry in
+the journal for each change, and lines of the log that end."""
 import os
+import resource
+import socket
 import threading
 import unittest
 
 from Support import harness, processes
-from Support.abuse import Blocking
+from Support.abuse import Blocking, GATE
 from Support.bus import wait_until
 from Support.root import DATA, ThrowAwayRoot
 
 CLIENTS = 250
 REQUESTS_EACH = 8
 DESCRIPTORS = 1024
+LONG_REQUESTS = 300
+CROWD, OTHER = 64301, 64302  # users
 NO_ERROR = ("", 0, {})
 
 
@@ -43,6 +48,21 @@ def descriptor_limits(pid):
             if line.startswith("Max open files"):
                 return tuple(int(word) for word in line.split()[3:5])
     raise AssertionError("no limit of descriptors")
+
+
+def root_with_users():
+    """Its agent, bus and people; the bus lets nobody in whom it cannot find."""
+    harness.require_tools("useradd")
+    root = ThrowAwayRoot()
+    original = root.start_bus
+
+    def start_bus(agent=None):
+        for user in (CROWD, OTHER):
+            done = root.run(["useradd", "--no-create-home", "--uid", str(user), f"user{user}"])
+            assert done.returncode == 0, done.stderr
+        original(agent)
+    root.start_bus = start_bus
+    return root
 
 
 class FewDescriptorsTest(unittest.TestCase):
@@ -83,18 +103,110 @@ class LimitsOfToolsTest(Blocking, unittest.TestCase):
     def setUp(self):
         self.root = ThrowAwayRoot(start=False)
         self.enterContext(self.root)
-        self.root.agent_prefix = "prlimit --nofile=300:2000 "
+        # A host may allow less than the unit does.
+        most = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
+        self.soft, self.hard = (1024, min(65536, most)) if harness.unit else (300, 2000)
+        if not harness.unit:  # which sets its own
+            self.root.agent_prefix = f"prlimit --nofile={self.soft}:{self.hard} "
         self.root.start_bus()
         self.addCleanup(self.root.stop_bus)
 
     def test_the_agent_takes_what_it_may_and_its_tools_get_what_it_was_given(self):
         self.block(self.root.client())
         agent = self.root.agent_pid()
-        self.assertEqual(descriptor_limits(agent), (2000, 2000))
+        self.assertEqual(descriptor_limits(agent), (self.hard, self.hard))
         tools = list(processes.children(agent))
         self.assertEqual(len(tools), 1)
-        wait_until(lambda: descriptor_limits(tools[0]) == (300, 2000))
+        wait_until(lambda: descriptor_limits(tools[0]) == (self.soft, self.hard))
         self.open_gate()
+
+
+class FairnessTest(Blocking, unittest.TestCase):
+    """One user with more long requests than the agent has threads for."""
+
+    def test_another_users_request_does_not_wait_for_them(self):
+        root = self.root = self.enterContext(root_with_users())
+        crowd = [root.client_of(CROWD) for _ in range(LONG_REQUESTS)]
+        # More than there are threads for one user: these wait at the gate.
+        serials = [self.block(crowd[0])]
+        serials += [client.send("StartStartupItem", "s", "item") for client in crowd[1:]]
+        other = root.client_of(OTHER, timeout=20)
+        for _ in range(10):
+            self.assertTrue(other.call("FileExistsAtPath", "s", DATA)[0])
+        done = sum(client.count_received() for client in crowd)
+        self.assertEqual(done, 0, "all of the others' are still under way")
+        # Open for both, so that a line waits there for tools that start later.
+        gate = os.open(root.host_path(GATE), os.O_RDWR)
+        self.addCleanup(os.close, gate)
+        os.write(gate, b"go\n" * LONG_REQUESTS)
+        for client, serial in zip(crowd, serials):
+            self.assertTrue(client.wait(serial)[0])
+
+
+class Journal:
+    """Receives what is written to the journal of a root."""
+
+    def __init__(self, root):
+        root.mkdir("/run/systemd/journal")
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._socket.bind(root.host_path("/run/systemd/journal/socket"))
+        self._socket.settimeout(20)
+
+    def next(self):
+        """The fields of the next entry, each with all its values."""
+        data, fields = self._socket.recv(1 << 20), {}
+        while data:
+            line, _, data = data.partition(b"\n")
+            name, equals, value = line.partition(b"=")
+            if not equals:  # a text of several lines comes with its length
+                size = int.from_bytes(data[:8], "little")
+                value, data = data[8:8 + size], data[9 + size:]
+            fields.setdefault(name.decode(), []).append(value)
+        return fields
+
+    def close(self):
+        self._socket.close()
+
+
+class JournalTest(unittest.TestCase):
+    def setUp(self):
+        self.root = self.enterContext(root_with_users())
+
+    def test_each_request_that_changes_something_leaves_one_entry(self):
+        journal = Journal(self.root)
+        self.addCleanup(journal.close)
+        client = self.root.client_of(OTHER)
+        odd = self.root.write(f"{DATA}/two\nlines", "x")
+        for member in ("FileExistsAtPath", "SizeOfItemAtPath", "Echo"):
+            client.call(member, "s", odd)
+        self.assertTrue(client.call("RemoveItemAtPath", "s", odd)[0])
+        entry = journal.next()
+        self.assertGreater(int(entry.pop("KEEPWELL_MICROSECONDS")[0]), 0)
+        self.assertIn(odd.encode(), entry.pop("MESSAGE")[0])
+        self.assertEqual({key: entry[key] for key in entry if key.startswith("KEEPWELL_")},
+                         {"KEEPWELL_MEMBER": [b"RemoveItemAtPath"],
+                          "KEEPWELL_ITEM": [odd.encode()], "KEEPWELL_OUTCOME": [b"done"],
+                          "KEEPWELL_USER": [str(OTHER).encode()],
+                          "KEEPWELL_PROCESS": [str(os.getpid()).encode()]})
+        self.assertEqual(entry["SYSLOG_IDENTIFIER"], [b"keepwell-agent"])
+        self.assertFalse(client.call("MoveItemAtPath", "ss", f"{DATA}/none", f"{DATA}/new")[0])
+        entry = journal.next()
+        self.assertEqual(entry["KEEPWELL_OUTCOME"], [b"refused"])
+        self.assertEqual(entry["KEEPWELL_REASON"], [b"NSCocoaErrorDomain 4"])
+        self.assertEqual(entry["KEEPWELL_ITEM"], [f"{DATA}/none".encode(), f"{DATA}/new".encode()])
+
+    def test_an_entry_is_bounded_whatever_the_request_holds(self):
+        journal = Journal(self.root)
+        self.addCleanup(journal.close)
+        self.root.client().call("RemoveItemAtPath", "s", "/" + "x" * 10_000_000)
+        entry = journal.next()
+        self.assertLess(sum(len(value) for values in entry.values() for value in values), 20_000)
+
+    def test_without_a_journal_it_is_a_line_on_standard_error(self):
+        path = self.root.write(f"{DATA}/file", "x")
+        self.assertTrue(self.root.client_of(OTHER).call("TruncateFileAtPath", "s", path)[0])
+        wait_until(lambda: f"TruncateFileAtPath {path}: done, for user {OTHER}, process "
+                   f"{os.getpid()}, in " in self.root.log())
 
 
 class LogTest(unittest.TestCase):

@@ -263,4 +263,26 @@ TEST(KWPrivilegedOperationProgress, isOneMessageWithoutAReply) {
   EXPECT_TRUE(interface->methods[0].oneWay);
 }
 
+TEST(KWPrivilegedOperation, recordsAllThatChangesSomething) {
+  std::vector<std::string> unrecorded;
+  for (const XPCMethod &method : KWPrivilegedOperation::interface()->methods)
+    if (!method.succeeded)
+      unrecorded.push_back(method.member);
+  EXPECT_THAT(unrecorded,
+              ElementsAre("PleaseTerminate", "Echo", "FileExistsAtPath", "SizeOfItemAtPath"));
+}
+
+TEST(KWPrivilegedOperation, knowsByTheReplyWhetherItWasDone) {
+  const auto succeeded = [](const char *member, const NS::XPCValues &replies) {
+    return KWPrivilegedOperation::interface()->methodWithMember(member)->succeeded(replies);
+  };
+  EXPECT_TRUE(succeeded("RemoveItemAtPath", {true, {}}));
+  EXPECT_FALSE(succeeded("RemoveItemAtPath", {false, {}}));
+  EXPECT_FALSE(succeeded("MoveToTrashItemAtPath", {true, {}}));
+  EXPECT_TRUE(succeeded("MoveToTrashItemAtPath", {false, {}}));
+  const NS::XPCValue text = std::string("x");
+  EXPECT_TRUE(succeeded("RemoveDiagnosticLogs", {text, std::int64_t{0}, text, {}}));
+  EXPECT_FALSE(succeeded("RemoveDiagnosticLogs", {text, std::int64_t{64}, text, {}}));
+}
+
 } // namespace

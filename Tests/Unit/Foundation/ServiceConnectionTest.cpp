@@ -2,10 +2,12 @@
 #include "Foundation/Linux/ServiceConnection.h"
 #include "Foundation/Exception.h"
 #include "Support/LogRecorder.h"
+#include "Support/RecordedRequests.h"
 
 #include <future>
 #include <gmock/gmock.h>
 #include <stdexcept>
+#include <thread>
 
 namespace {
 
@@ -84,6 +86,22 @@ protected:
           Progress::current().countItem(5);
           reply.send({Progress::current().isCancelled()});
         }},
+       {"change",
+        "Change",
+        {},
+        {},
+        false,
+        [](XPCObject &, const XPCValues &, const XPCReply &reply) { reply.send({true}); },
+        [](const XPCValues &replies) { return std::get<bool>(replies.at(0)); }},
+       {"changeAndRaise",
+        "ChangeAndRaise",
+        {},
+        {},
+        false,
+        [](XPCObject &, const XPCValues &, const XPCReply &) {
+          throw std::runtime_error("no more");
+        },
+        [](const XPCValues &) { return true; }},
        {"forget", "Forget", {}, {}, false, [](XPCObject &, const XPCValues &, const XPCReply &) {}},
        {"oneWay", "OneWay", {}, {}, true, [](XPCObject &, const XPCValues &, const XPCReply &) {
         }}}});
@@ -93,6 +111,35 @@ protected:
         sent.push_back({name, method.member, std::move(values)});
       });
 };
+
+TEST_F(ServiceConnectionTest, recordsWhatChangesSomethingForWhomItWasDone) {
+  kwtest::RecordedRequests journal;
+  connection->resume();
+  EXPECT_EQ(call("Count").replied, true);
+  EXPECT_TRUE(journal.records().empty()) << "this one changes nothing";
+  connection->pause();
+  auto answered = std::async(std::launch::async, [&] { return call("Change"); });
+  connection->setRequester({1000, 7}); // as when the bus answers behind the first request
+  connection->proceed();
+  EXPECT_TRUE(answered.get().replied);
+  while (journal.records().empty()) // comes behind the answer
+    std::this_thread::yield();
+  const RequestRecord record = journal.records().front();
+  EXPECT_EQ(record.member, "Change");
+  EXPECT_EQ(record.outcome, "done");
+  EXPECT_EQ(record.requester.process, 7);
+  EXPECT_EQ(record.requester.user, 1000u);
+}
+
+TEST_F(ServiceConnectionTest, recordsAHandlerThatRaises) {
+  kwtest::RecordedRequests journal;
+  connection->resume();
+  EXPECT_FALSE(call("ChangeAndRaise").replied);
+  while (journal.records().empty())
+    std::this_thread::yield();
+  EXPECT_EQ(journal.records().front().outcome, "failed");
+  EXPECT_EQ(journal.records().front().reason, "no more");
+}
 
 TEST_F(ServiceConnectionTest, handlesARequestWithItsProgress) {
   auto request = std::make_shared<ServiceRequest>();
