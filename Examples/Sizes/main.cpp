@@ -23,6 +23,9 @@ int printSizes(const std::string &bus, const std::vector<std::string> &paths) {
     if (const kw::ClientError *error = result.error()) {
       std::cerr << path << ": " << error->what() << '\n';
       status = 1;
+    } else if (const auto &failure = result.reply().error) {
+      std::cerr << path << ": " << failure->localizedDescription() << '\n';
+      status = 1;
     } else {
       std::cout << result.reply().allocatedBytes << '\t' << path << '\n';
     }

@@ -105,6 +105,7 @@ private:
   void handle(BusMessage &message);
   void turnAway(const BusMessage &call);
   void handleAnswer(BusMessage &answer);
+  void handleCancel(Number number, BusMessage &answer);
   void handleReply(const Awaited &awaited, BusMessage &answer);
   void handleSignal(BusMessage &signal);
   void agentIs(std::string owner);
@@ -160,10 +161,14 @@ void AgentBus::send(Number number, const AgentMessage &message) {
 // The bus and the agent take messages in the order in which they are sent, so
 // what is told here is in force for the requests behind it.
 void AgentBus::tellSettings() {
-  if (options_.endRequestsOnLeaving && !std::exchange(endsOnLeaving_, true))
+  if (options_.endRequestsOnLeaving && !endsOnLeaving_) {
     tell("EndRequestsOnLeaving");
-  if (wantsProgress_ && !std::exchange(isSubscribed_, true))
+    endsOnLeaving_ = true;
+  }
+  if (wantsProgress_ && !isSubscribed_) {
     tell("SubscribeToProgress");
+    isSubscribed_ = true;
+  }
 }
 
 // An agent too old for it answers with an error, which changes nothing.
@@ -176,7 +181,7 @@ void AgentBus::tell(const char *setting) {
 
 // The bus's answers come before anything that the agent sends from then on.
 void AgentBus::watchAgent() {
-  if (std::exchange(watchesAgent_, true))
+  if (watchesAgent_)
     return;
   const std::string name(kAgentServiceName);
   BusMessage match = callToBus(
@@ -186,6 +191,7 @@ void AgentBus::watchAgent() {
   sendCall(match, {Purpose::Match});
   BusMessage question = callToBus("GetNameOwner", name);
   sendCall(question, {Purpose::OwnerQuestion});
+  watchesAgent_ = true;
 }
 
 BusMessage AgentBus::callToBus(const char *member, const std::string &argument) {
@@ -283,8 +289,7 @@ void AgentBus::handleAnswer(BusMessage &answer) {
     return handleReply(awaited, answer);
   case Purpose::Cancel:
     --cancelsSent_;
-    if (hasFailed)
-      receiver_->couldNotCancel(awaited.number);
+    handleCancel(awaited.number, answer);
     return sendCancels();
   case Purpose::Match: // without it the agent's end would go unseen
     if (hasFailed)
@@ -297,6 +302,14 @@ void AgentBus::handleAnswer(BusMessage &answer) {
   case Purpose::Setting:
     return;
   }
+}
+
+// False says that the request has been answered.
+void AgentBus::handleCancel(Number number, BusMessage &answer) {
+  if (answer.kind() == BusMessage::Kind::Failure || answer.signature() != "b")
+    receiver_->couldNotCancel(number);
+  else if (answer.readBool())
+    receiver_->isBeingCancelled(number);
 }
 
 void AgentBus::handleReply(const Awaited &awaited, BusMessage &answer) {

@@ -31,6 +31,8 @@ struct AgentMessage {
   bool hasProgress = false;
   // The flag at the head of a reply to a request that was done.
   bool flagWhenDone = true;
+  // Its work can be cancelled, and its reply then tells nothing but the flag.
+  bool stopsWithoutReason = false;
   // How far it has come is to be told while it runs.
   bool isFollowed = false;
 };
@@ -53,6 +55,9 @@ public:
     // Of the first message with progress that is not answered yet.
     virtual void progressed(const std::string &chunk) = 0;
     virtual void advanced(Number number, const RequestProgress &progress) = 0;
+    // The agent was asked to cancel the message before it had an outcome, and
+    // does so if it still can.
+    virtual void isBeingCancelled(Number number) = 0;
     // The agent was asked to cancel the message and cannot, since it knows no
     // such thing: its reply comes when the work is done.
     virtual void couldNotCancel(Number number) = 0;

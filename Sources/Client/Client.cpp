@@ -83,8 +83,8 @@ template <> struct Coding<EchoReply> {
 // The bus has the size with a sign, the agent measures without one.
 template <> struct Coding<SizeReply> {
   static std::vector<XPCKind> kinds() { return {XPCKind::Int64, XPCKind::Error}; }
-  static SizeReply decode(const XPCValues &values) {
-    return {static_cast<std::uint64_t>(std::get<std::int64_t>(values[0]))};
+  static SizeReply decode(XPCValues values) {
+    return {static_cast<std::uint64_t>(std::get<std::int64_t>(values[0])), errorIn(values, 1)};
   }
 };
 
@@ -189,13 +189,16 @@ Request<RemovalReply> Client::removeItemAtPathAsync(const std::string &path,
 
 Request<FlagReply> Client::securelyRemoveItemAtPathAsync(const std::string &path,
                                                          const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"SecurelyRemoveItemAtPath", {path}}, options);
+  AgentMessage message{"SecurelyRemoveItemAtPath", {path}};
+  message.stopsWithoutReason = true;
+  return start<FlagReply>(engine_, std::move(message), options);
 }
 
 Request<FlagReply> Client::moveToTrashItemAtPathAsync(const std::string &path,
                                                       const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"MoveToTrashItemAtPath", {path}, {}, false, false, false},
-                          options, decodeTrash);
+  AgentMessage message{"MoveToTrashItemAtPath", {path}};
+  message.flagWhenDone = false;
+  return start<FlagReply>(engine_, std::move(message), options, decodeTrash);
 }
 
 Request<FlagReply> Client::truncateFileAtPathAsync(const std::string &path,

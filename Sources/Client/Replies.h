@@ -64,6 +64,8 @@ struct KEEPWELL_EXPORT EchoReply {
 
 struct KEEPWELL_EXPORT SizeReply {
   std::uint64_t allocatedBytes = 0; // 0 also for what is not there
+  // Why it could not be measured; there is no size then.
+  std::optional<Error> error = std::nullopt;
 };
 
 struct KEEPWELL_EXPORT RepairReply {

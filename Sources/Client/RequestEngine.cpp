@@ -33,7 +33,7 @@ std::size_t textBytes(const NS::XPCValues &values) {
 }
 
 // A flag that says that all was done says more than the error beside it.
-bool saysCancelled(const AgentMessage &message, const NS::XPCValues &values) {
+bool saysCancelled(const AgentMessage &message, bool isStopping, const NS::XPCValues &values) {
   if (!values.empty())
     if (const bool *flag = std::get_if<bool>(&values.front());
         flag && *flag == message.flagWhenDone)
@@ -41,7 +41,7 @@ bool saysCancelled(const AgentMessage &message, const NS::XPCValues &values) {
   for (const NS::XPCValue &value : values)
     if (const auto *error = std::get_if<NS::Error>(&value))
       return error->domain() == NS::CocoaErrorDomain && error->code() == NS::UserCancelledError;
-  return false;
+  return isStopping && message.stopsWithoutReason;
 }
 
 // For as long as it lives the thread takes no signals, nor do those that it
@@ -134,6 +134,8 @@ void RequestEngine::cancel(const std::shared_ptr<PendingRequest> &request) noexc
 }
 
 void RequestEngine::cancelAll() noexcept {
+  if (!isOfThisProcess())
+    return; // see stop()
   std::lock_guard lock(mutex_);
   givenUpTo_ = lastNumber_;
   wakeLocked();
@@ -418,10 +420,11 @@ void RequestEngine::endAll() {
 void RequestEngine::received(Number number, NS::XPCValues values) {
   auto found = entries_.find(number);
   const bool isCancelled = found != entries_.end() && found->second.isCancelled;
+  const bool isStopping = isCancelled && found->second.isStopping;
   auto request = remove(number);
   if (!request)
     return;
-  if (isCancelled && saysCancelled(request->message_, values))
+  if (isCancelled && saysCancelled(request->message_, isStopping, values))
     request->fail(endings_.cancelledLate);
   else
     request->succeed(std::move(values));
@@ -450,6 +453,11 @@ void RequestEngine::advanced(Number number, const RequestProgress &progress) {
     return;
   if (std::shared_ptr<PendingRequest> request = found->second.request)
     request->advance(progress);
+}
+
+void RequestEngine::isBeingCancelled(Number number) {
+  if (auto found = entries_.find(number); found != entries_.end())
+    found->second.isStopping = true;
 }
 
 void RequestEngine::couldNotCancel(Number number) {

@@ -90,6 +90,7 @@ private:
     bool hasProgress = false;
     bool wasTried = false;    // and lost its connection before it was sent
     bool isCancelled = false; // by the caller, and the agent was asked
+    bool isStopping = false;  // as the agent answered to that
   };
   using Entries = std::map<Number, Entry>;
   using Deadlines = std::set<std::pair<Clock::time_point, Number>>;
@@ -105,6 +106,7 @@ private:
   void failed(Number number, const ClientError &error) override;
   void progressed(const std::string &chunk) override;
   void advanced(Number number, const RequestProgress &progress) override;
+  void isBeingCancelled(Number number) override;
   void couldNotCancel(Number number) override;
 
   // With the mutex held.

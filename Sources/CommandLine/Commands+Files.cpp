@@ -196,9 +196,13 @@ CommandRun declareSize(Arguments &arguments) {
   };
   question.tell = [options](Session &session, const AskedPath<SizeReply> &asked,
                             const JSONObject &request) {
+    const SizeReply &reply = asked.reply();
+    if (reply.error)
+      return tellOutcome(session, request, {false, reply.error},
+                         {"", asked.path + " could not be measured", asked.path});
     if (isMissing(session, asked))
       return tellMissing(session, request, asked.path);
-    return tellSize(session, *options, asked.path, request, asked.reply().allocatedBytes);
+    return tellSize(session, *options, asked.path, request, reply.allocatedBytes);
   };
   return [options, paths, askAll = forEachPath(paths, question)](Session &session) {
     requirePaths(*paths);

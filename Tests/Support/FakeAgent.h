@@ -17,7 +17,7 @@
 
 namespace kwtest {
 
-// Thread-safe. Must outlive its clients.
+// Thread-safe. Serves one client at a time, and must outlive it.
 class FakeAgent {
 public:
   using Answer = std::variant<NS::XPCValues, kw::ClientError>;

@@ -195,11 +195,9 @@ private:
 
   void cancel(BusMessage &call) {
     auto node = shredding_.extract(call.readUInt32());
-    if (node && finishes_)
-      reply(node.mapped(), true, std::monostate());
-    else if (node)
-      reply(node.mapped(), false, NS::Error(NS::CocoaErrorDomain, NS::UserCancelledError));
-    reply(call, !node.empty() && !finishes_);
+    reply(call, !node.empty());
+    if (node) // the work gives no reason for what it did not do
+      reply(node.mapped(), finishes_.load(), std::monostate());
   }
 
   const Age age_;

@@ -48,6 +48,7 @@ protected:
   }
   // Starts anew with a client that notes what callbacks throw.
   void noteExceptions() {
+    client.reset();
     client = agent.client({false, [this](const std::exception_ptr &exception) {
                              thrown.push_back(textOf(exception));
                            }});
@@ -117,6 +118,7 @@ TEST_F(CallbackTest, isToldOfOnStandardErrorWhereNobodyHandlesItsException) {
 }
 
 TEST_F(CallbackTest, mayHaveAHandlerThatThrows) {
+  client.reset();
   client =
       agent.client({false, [](const std::exception_ptr &) { throw std::runtime_error("worse"); }});
   auto request = client->echoAsync("x");
@@ -176,6 +178,7 @@ TEST_F(CallbackTest, cancelsAnotherBeforeItIsSent) {
 TEST_F(CallbackTest, isCalledWithAllSignalsBlocked) {
   sigset_t before, inside, after;
   ::pthread_sigmask(SIG_BLOCK, nullptr, &before);
+  client.reset();
   client = agent.client();
   ::pthread_sigmask(SIG_BLOCK, nullptr, &after);
   agent.hold();

@@ -113,6 +113,16 @@ TEST_F(CancellationTest, keepsAFailureOfAnotherKind) {
   EXPECT_EQ(reply.error->code(), 513);
 }
 
+// A failure from before the cancelling reads the same, but for its time.
+TEST_F(CancellationTest, isNotReadIntoAShreddingThatHadFailedBefore) {
+  agent.learnToCancel();
+  agent.hold();
+  auto shredding = client->securelyRemoveItemAtPathAsync("/a", paused());
+  agent.waitUntilSent(1);
+  cancelTooLate(shredding, {false, std::monostate()});
+  EXPECT_FALSE(shredding.get().isDone());
+}
+
 TEST_F(CancellationTest, isNotReadIntoTheReplyOfARequestThatNobodyCancelled) {
   agent.setHandler([this](const kw::AgentMessage &) { return NS::XPCValues{false, cancelled}; });
   EXPECT_EQ(client->removeItemAtPath("/a").error->code(), 3072);

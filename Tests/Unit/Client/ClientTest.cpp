@@ -166,8 +166,16 @@ TEST_F(ClientTest, givesTheTextOfAnEcho) {
 TEST_F(ClientTest, givesSizesWithoutASign) {
   answerWith({std::int64_t{-1}, std::monostate()});
   EXPECT_EQ(client->sizeOfItemAtPath("/a").allocatedBytes, ~std::uint64_t{0});
-  EXPECT_EQ(agent.requests(), Strings{"SizeOfItemAtPath /a"});
+  EXPECT_FALSE(client->sizeOfItemAtPath("/a").error);
+  EXPECT_EQ(agent.requests().front(), "SizeOfItemAtPath /a");
   EXPECT_EQ(agent.sent()[0].replyKinds, (std::vector{XPCKind::Int64, XPCKind::Error}));
+}
+
+TEST_F(ClientTest, tellsASizeFromOneThatCouldNotBeMeasured) {
+  answerWith({std::int64_t{0}, error});
+  kw::SizeReply reply = client->sizeOfItemAtPath("/a");
+  ASSERT_TRUE(reply.error);
+  EXPECT_EQ(reply.error->code(), 513);
 }
 
 TEST_F(ClientTest, passesOnTheProgressOfTheRepairBeforeItsReply) {
