@@ -1,6 +1,8 @@
 // The exported object: its weak connection and the handlers of files.
 #include "Agent/KWPriviligedOperations.h"
 
+#include "Foundation/Progress.h"
+#include "Support/FakeFTS.h"
 #include "Support/FakeProcess.h"
 #include "Support/FakeXPCConnection.h"
 #include "Support/ForwardingFileManager.h"
@@ -229,6 +231,35 @@ TEST_F(FileHandlers, replyTheSizeThatTheSizerMeasures) {
     EXPECT_FALSE(error);
   });
   EXPECT_EQ(replies, 2);
+}
+
+TEST_F(FileHandlers, replyNoSizeButAnErrorWhenTheRequestIsCancelled) {
+  NS::Progress progress;
+  NS::Progress::Scope scope(progress);
+  progress.cancel();
+  int replies = 0;
+  operations.sizeOfItemAtPath(scratch.path(), [&](std::int64_t size, const auto &error) {
+    ++replies;
+    EXPECT_EQ(size, 0);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain(), "NSCocoaErrorDomain");
+    EXPECT_EQ(error->code(), 3072);
+  });
+  EXPECT_EQ(replies, 1);
+}
+
+TEST_F(FileHandlers, replyNoSizeButAnErrorWhenDescriptorsRanOut) {
+  kwtest::FakeFTS walk;
+  walk.add("/x", NS::FTSInfo::F, walk.top, {.blocks = 8});
+  walk.failure = EMFILE;
+  int replies = 0;
+  operations.sizeOfItemAtPath("/x", [&](std::int64_t size, const auto &error) {
+    ++replies;
+    EXPECT_EQ(size, 0) << "a part must not be taken for the whole";
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->underlyingError()->code(), EMFILE);
+  });
+  EXPECT_EQ(replies, 1);
 }
 
 } // namespace
