@@ -35,7 +35,9 @@ constexpr std::size_t shortLimit = 16384;
 constexpr std::size_t shortBytes = std::size_t{8} << 20;
 
 // A client that reads does not wait longer for what others leave no room for.
+// While the bus is slow to answer, nobody knows whether there is room.
 constexpr std::chrono::seconds longestWait{20};
+constexpr int fewestLooks = 100;
 
 // The figure in the answer of the bus, nothing when there is none.
 std::optional<std::uint32_t> outgoingBytes(BusMessage &answer) try {
@@ -72,6 +74,11 @@ void BusOutbox::sendShort(BusMessage message) {
     BusMessage none;
     post(message, none, Kind::Short);
   }
+}
+
+bool BusOutbox::takesShort(std::string_view client) const {
+  auto found = waiting_.find(client);
+  return found == waiting_.end() || hasRoomForShort(found->second, 0);
 }
 
 // Few are large, and those are all alike.
@@ -156,6 +163,8 @@ void BusOutbox::askWhereWorth() {
 void BusOutbox::answered(const std::string &client, BusMessage &answer) {
   if (const auto bytes = outgoingBytes(answer)) {
     unread_.measured(client, *bytes);
+    if (auto found = waiting_.find(client); found != waiting_.end())
+      ++found->second.front().looks;
   } else if (answer.errorName() == gone) {
     unread_.forget(client);
     if (auto found = waiting_.find(client); found != waiting_.end())
@@ -205,8 +214,8 @@ void BusOutbox::sendWhatFits(const std::string &client, Queue &queue) {
 
 // A client that leaves its own messages unread waits until it reads them.
 bool BusOutbox::isOverdue(const std::string &client, const Waiting &waiting) const {
-  return waiting.small && unread_.ofClient(client) == 0 && !unread_.isAsked(client) &&
-         BusConnection::Clock::now() - waiting.since > longestWait;
+  return waiting.small && waiting.looks >= fewestLooks && unread_.ofClient(client) == 0 &&
+         !unread_.isAsked(client) && BusConnection::Clock::now() - waiting.since > longestWait;
 }
 
 void BusOutbox::askAgainLater() {

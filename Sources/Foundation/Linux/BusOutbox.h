@@ -34,8 +34,9 @@ public:
   // others leave no room for that for long; empty when there is none.
   void send(BusMessage message, BusMessage small = {});
   // A short answer; it may overtake others. Dropped only behind very many that
-  // the client has not read.
+  // the client has not read: then none need be made.
   void sendShort(BusMessage message);
+  bool takesShort(std::string_view client) const;
   // What is better lost than kept when the client does not read.
   void sendOrDrop(BusMessage message);
   bool isWaiting(std::string_view client) const { return waiting_.contains(client); }
@@ -51,6 +52,7 @@ private:
     BusMessage small;
     Kind kind = Kind::Whole;
     BusConnection::Clock::time_point since{};
+    int looks = 0; // answers of the bus about the client since then
   };
   using Queue = std::deque<Waiting>;
   static bool hasRoomForShort(const Queue &queue, std::size_t bytes);

@@ -85,7 +85,7 @@ void ServiceCalls::received(BusMessage &call) {
   try {
     answer = answerTo(call);
   } catch (const BusError &error) {
-    if (call.expectsReply())
+    if (call.expectsReply() && outbox_.takesShort(call.sender()))
       answer = call.makeFailure(error.name(), error.what());
   } catch (const std::exception &exception) {
     if (call.expectsReply())
