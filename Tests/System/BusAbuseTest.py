@@ -105,14 +105,15 @@ class ReaderTest(AbuseCase):
         flood.close()
 
     def test_refusals_that_nobody_reads_silence_nobody(self):
-        # More than the bus keeps of one sender, of each kind that is refused.
+        # More than the bus keeps of one sender: all of one kind, and of each kind.
         floods = [self.root.client() for _ in range(2)]
-        batch = b"".join(message(CALL, serial, fields, signature, arguments)
-                         for serial, (fields, signature, arguments) in enumerate(
-                             itertools.islice(itertools.cycle(self.refused(floods[0])), 5000), 10))
+        kinds = self.refused(floods[0])
+        batches = [b"".join(message(CALL, serial, *call) for serial, call in enumerate(
+                       itertools.islice(itertools.cycle(calls), 5000), 10))
+                   for calls in (kinds[:1], kinds)]
         with self.others_answered():
             for _ in range(80):
-                for flood in floods:
+                for flood, batch in zip(floods, batches):
                     flood.send_bytes(batch)
             self.echo_large()
         for flood in floods:
