@@ -1,5 +1,4 @@
-// Asks the bus what its clients have left unread, by the statistics that it
-// keeps for root.
+// Sending what there is room for, and asking the bus where that is not known.
 #include "Foundation/Linux/BusOutbox.h"
 
 #include "Foundation/Log.h"
@@ -11,19 +10,6 @@
 
 namespace NS {
 namespace {
-
-constexpr const char *statisticsInterface = "org.freedesktop.DBus.Debug.Stats";
-constexpr const char *gone = "org.freedesktop.DBus.Error.NameHasNoOwner";
-
-// Whether the bus may answer another time. A bus that counted as one without
-// statistics would be sent everything, and silence the agent.
-bool isPassing(std::string_view error) {
-  return error == "org.freedesktop.DBus.Error.NoReply" ||
-         error == "org.freedesktop.DBus.Error.Timeout" ||
-         error == "org.freedesktop.DBus.Error.TimedOut" ||
-         error == "org.freedesktop.DBus.Error.LimitsExceeded" ||
-         error == "org.freedesktop.DBus.Error.NoMemory";
-}
 
 // A client that reads is asked about again after so long.
 constexpr std::chrono::milliseconds pause{20};
@@ -39,30 +25,14 @@ constexpr std::size_t shortBytes = std::size_t{8} << 20;
 constexpr std::chrono::seconds longestWait{20};
 constexpr int fewestLooks = 100;
 
-// The figure in the answer of the bus, nothing when there is none.
-std::optional<std::uint32_t> outgoingBytes(BusMessage &answer) try {
-  if (answer.kind() != BusMessage::Kind::Reply || answer.signature() != "a{sv}")
-    return std::nullopt;
-  answer.enter('a', "{sv}");
-  while (answer.enter('e', "sv")) {
-    if (answer.readText() == "OutgoingBytes" && answer.peek().contents == "u") {
-      answer.enter('v', "u");
-      return answer.readUInt32();
-    }
-    answer.skip("v");
-    answer.leave();
-  }
-  return std::nullopt;
-} catch (const std::bad_alloc &) {
-  return std::nullopt;
-}
-
 } // namespace
 
 BusOutbox::BusOutbox(BusThread &thread, UnreadLimits limits, Listener listener,
                      TrialMaker makeTrial)
     : thread_(thread), limits_(limits), listener_(std::move(listener)),
-      makeTrial_(std::move(makeTrial)), unread_(limits) {}
+      makeTrial_(std::move(makeTrial)), unread_(limits),
+      statistics_(thread, [this](const std::string &client, BusStatistics::Answer answer,
+                                 std::size_t bytes) { answered(client, answer, bytes); }) {}
 
 void BusOutbox::send(BusMessage message, BusMessage small) {
   post(message, small, Kind::Whole);
@@ -108,7 +78,6 @@ void BusOutbox::post(BusMessage &message, BusMessage &small, Kind kind) {
     if (!isFirst)
       return;
     listener_(client, true);
-    ask(client);
     askWhereWorth();
     askAgainLater();
   } catch (const std::bad_alloc &) {
@@ -119,7 +88,7 @@ void BusOutbox::post(BusMessage &message, BusMessage &small, Kind kind) {
 
 BusOutbox::Room BusOutbox::roomFor(const std::string &client, const Waiting &waiting) const {
   // A bus without statistics has to look after its senders by itself.
-  if (!isMeasurable_)
+  if (!statistics_.areKept())
     return Room::Enough;
   return unread_.roomFor(client, waiting.message.size(), waiting.kind);
 }
@@ -143,40 +112,34 @@ void BusOutbox::forget(std::string_view client) {
   sendWhatFits();
 }
 
-// Only about clients that exist; the answer about others is an error.
-void BusOutbox::ask(const std::string &client) {
-  if (!isMeasurable_ || unread_.isAsked(client))
-    return;
-  BusMessage call = thread_.bus().makeCall(BusConnection::busName, BusConnection::busPath,
-                                           statisticsInterface, "GetConnectionStats");
-  call.write(client);
-  thread_.ask(std::move(call), [this, client](BusMessage &answer) { answered(client, answer); });
-  unread_.asked(client);
-}
-
+// Also about all whose messages wait.
 void BusOutbox::askWhereWorth() {
-  if (isMeasurable_)
-    for (const std::string &client : unread_.worthAsking())
-      ask(client);
+  if (!statistics_.canAsk())
+    return;
+  std::vector<std::string> clients = unread_.worthAsking();
+  for (const auto &[client, messages] : waiting_)
+    if (!unread_.isAsked(client) && !unread_.isWorthAsking(client))
+      clients.push_back(client);
+  if (clients.empty())
+    return;
+  statistics_.ask(clients);
+  for (const std::string &client : clients)
+    unread_.asked(client);
 }
 
-void BusOutbox::answered(const std::string &client, BusMessage &answer) {
-  if (const auto bytes = outgoingBytes(answer)) {
-    unread_.measured(client, *bytes);
-    if (auto found = waiting_.find(client); found != waiting_.end())
+void BusOutbox::answered(const std::string &client, BusStatistics::Answer answer,
+                         std::size_t bytes) {
+  auto found = waiting_.find(client);
+  if (answer == BusStatistics::Answer::Bytes) {
+    unread_.measured(client, bytes);
+    if (found != waiting_.end())
       ++found->second.front().looks;
-  } else if (answer.errorName() == gone) {
+  } else if (answer == BusStatistics::Answer::Gone) {
     unread_.forget(client);
-    if (auto found = waiting_.find(client); found != waiting_.end())
+    if (found != waiting_.end())
       waiting_.erase(found);
   } else {
     unread_.notMeasured(client);
-    // What has no figure though it is an answer may have one another time.
-    if (isMeasurable_ && answer.kind() == BusMessage::Kind::Failure &&
-        !isPassing(answer.errorName())) {
-      Log("The bus tells nothing of what its clients leave unread.");
-      isMeasurable_ = false;
-    }
   }
   sendWhatFits();
 }
@@ -223,8 +186,6 @@ void BusOutbox::askAgainLater() {
     return;
   thread_.callAfter(pause, [this] {
     isAskingAgain_ = false;
-    for (const auto &[client, messages] : waiting_)
-      ask(client);
     askWhereWorth();
     sendWhatFits();
   });

@@ -5,6 +5,7 @@
 // stands in the message.
 #pragma once
 
+#include "Foundation/Linux/BusStatistics.h"
 #include "Foundation/Linux/BusThread.h"
 #include "Foundation/Linux/UnreadMessages.h"
 
@@ -60,9 +61,8 @@ private:
   void post(BusMessage &message, BusMessage &small, Kind kind);
   Room roomFor(const std::string &client, const Waiting &waiting) const;
   void dispatch(const std::string &client, BusMessage &message);
-  void ask(const std::string &client);
   void askWhereWorth();
-  void answered(const std::string &client, BusMessage &answer);
+  void answered(const std::string &client, BusStatistics::Answer answer, std::size_t bytes);
   void sendWhatFits();
   void sendWhatFits(const std::string &client, Queue &queue);
   bool isOverdue(const std::string &client, const Waiting &waiting) const;
@@ -73,8 +73,8 @@ private:
   const Listener listener_;
   const TrialMaker makeTrial_;
   UnreadMessages unread_;
+  BusStatistics statistics_;
   std::map<std::string, Queue, std::less<>> waiting_; // none of them empty
-  bool isMeasurable_ = true; // until the bus turns out to keep no statistics
   bool isAskingAgain_ = false;
 };
 
