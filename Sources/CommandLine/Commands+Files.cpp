@@ -107,8 +107,8 @@ std::shared_ptr<SizeOptions> declareSizeOptions(Arguments &arguments) {
             "counting nothing")
       .needs = &local;
   arguments.flag("--once", options->once,
-                 "Count as du does: each folder once, and each file once whatever its names. What "
-                 "remove --dry-run would free is counted so");
+                 "Count as du and remove --dry-run do: each folder once, and each file once "
+                 "whatever its names");
   return options;
 }
 

@@ -46,7 +46,7 @@ std::string wordsOf(const ClientError &error) {
   case ClientError::Kind::Cancelled:
     return error.effect() == ClientError::Effect::None
                ? "stopped before it began"
-               : "stopped midway; what was done by then stays done";
+               : "stopped; what was done by then stays done";
   case ClientError::Kind::BadReply:
   case ClientError::Kind::BadArgument:
     break;

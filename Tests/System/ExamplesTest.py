@@ -9,7 +9,6 @@ How a fenced block is tried depends on the language it names:
   python   run; an "output" block after it is what it must print
   cpp      compiled against the installed library, run, likewise
   xml, ini read by a parser of such files
-A space in a document also stands for one that does not break lines.
 Comments before a block steer it: <!-- before: COMMAND --> sets the scene,
 <!-- not run: REASON --> leaves it out. What is left out is listed at the end.
 """
@@ -116,7 +115,6 @@ class ExamplesTest(unittest.TestCase):
         self.root = self.enterContext(InstalledRoot())
 
     def expect_output(self, block, expected, actual):
-        actual = actual.replace("\u00a0", " ")
         if not re.fullmatch(pattern_of(expected), actual):
             self.fail(f"{block.place}: printed something else:\n" + "".join(difflib.unified_diff(
                 expected.splitlines(True), actual.splitlines(True), "expected", "printed")))

@@ -55,7 +55,7 @@ TEST_F(Stopping, tellsEachPathAndHowFarItCame) {
   answerFirst(2);
   EXPECT_EQ(runAndStop({"trash", "/", "/usr", "/etc", "/var", "/bin"}, 5), 130);
   EXPECT_EQ(keepwell.out.str(), "Moved / to the Trash\nMoved /usr to the Trash\n");
-  EXPECT_EQ(keepwell.err.str(), "keepwell: /etc: stopped midway; what was done by then stays done\n"
+  EXPECT_EQ(keepwell.err.str(), "keepwell: /etc: stopped; what was done by then stays done\n"
                                 "keepwell: /var: stopped before it began\n"
                                 "keepwell: /bin: stopped before it began\n"
                                 "Stopped: 2 of 5 moved to the Trash, 1 in part\n");
@@ -78,7 +78,7 @@ TEST_F(Stopping, endsASingleRequest) {
   agent.learnToCancel();
   agent.hold();
   EXPECT_EQ(runAndStop({"move", "/a", "/b"}, 1), 130);
-  EXPECT_EQ(keepwell.err.str(), "keepwell: stopped midway; what was done by then stays done\n");
+  EXPECT_EQ(keepwell.err.str(), "keepwell: stopped; what was done by then stays done\n");
 }
 
 TEST_F(Stopping, sendsNothingThatHasNotBegun) {
