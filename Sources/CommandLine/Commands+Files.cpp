@@ -200,6 +200,9 @@ CommandRun declareSize(Arguments &arguments) {
     if (reply.error)
       return tellOutcome(session, request, {false, reply.error},
                          {"", asked.path + " could not be measured", asked.path});
+    if (asked.reply().error)
+      return tellOutcome(session, request, {false, asked.reply().error},
+                         {"", asked.path + " could not be measured", asked.path});
     if (isMissing(session, asked))
       return tellMissing(session, request, asked.path);
     return tellSize(session, *options, asked.path, request, reply.allocatedBytes);

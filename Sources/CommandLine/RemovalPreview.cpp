@@ -80,7 +80,8 @@ Measure measuringByAgent(Session &session) {
   return [&session](const std::string &path) -> std::optional<std::uint64_t> {
     try {
       auto request = session.agent().sizeOfItemAtPathAsync(path, session.requestOptions());
-      return session.await(request).allocatedBytes;
+      SizeReply reply = session.await(request);
+      return reply.error ? std::nullopt : std::optional(reply.allocatedBytes);
     } catch (const ClientError &) {
       return std::nullopt; // what could not be counted is told as such
     }

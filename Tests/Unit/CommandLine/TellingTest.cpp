@@ -105,6 +105,14 @@ TEST_F(Telling, saysWhomToAskWhenTheBusLetsNobodyThrough) {
   EXPECT_TRUE(err.str().ends_with(" keepwell`, then log in again.\n")) << err.str();
 }
 
+TEST_F(Telling, takesNoSizeFromAnAgentThatCouldNotMeasure) {
+  record.size = 5;
+  record.error = NS::fileError(24, item, NS::FileAccess::Reading);
+  EXPECT_EQ(run({"size", item}), 1);
+  EXPECT_EQ(out.str(), "");
+  EXPECT_EQ(err.str(), "keepwell: " + item + " could not be measured: Too many open files\n");
+}
+
 TEST_F(Telling, namesTheToolThatThisSystemLacks) {
   missing = "/bin/launchctl";
   EXPECT_EQ(run({"launchd", "enable", "/j.plist"}), 1);
