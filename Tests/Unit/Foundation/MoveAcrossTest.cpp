@@ -57,6 +57,7 @@ public:
     static_cast<void>(NS::locateItem(dstPath_, target_));
   }
   MoveAcross *operator->() { return &move_; }
+  MoveAcross &operator*() { return move_; }
 
 private:
   std::string srcPath_, dstPath_;
@@ -128,35 +129,40 @@ void waitForClockTick(const std::string &path) {
   ::unlink(probe.c_str());
 }
 
+using Step = TreeResult (MoveAcross::*)();
+
+// Makes the change just before a step, which has to refuse it and leave it alone.
+std::string changeBefore(Step step, const Change &change, const ScratchFolder &scratch) {
+  makeTree(scratch);
+  waitForClockTick(scratch.path("tree/inner/second"));
+  SteppedMove move(scratch);
+  for (Step earlier : {&MoveAcross::copy, &MoveAcross::place}) {
+    if (earlier == step)
+      break;
+    if (((*move).*earlier)())
+      return "an earlier step failed";
+  }
+  change.make(scratch);
+  TreeResult failure = ((*move).*step)();
+  if (!failure)
+    return "not refused";
+  if (failure->outcome.step() != TreeStep::Compare)
+    return "refused for something else";
+  return scratch.content(change.path) == change.content ? "" : "the change is lost";
+}
+
 TEST(MoveAcross, keepsASourceThatChangedDuringTheCopyAndLeavesNothing) {
   KW_REQUIRE_ROOT();
   for (const Change &change : changes()) {
     ScratchFolder scratch;
-    EXPECT_EQ(besideAnotherVolume(scratch,
-                                  [&]() -> std::string {
-                                    makeTree(scratch);
-                                    waitForClockTick(scratch.path("tree/inner/second"));
-                                    {
-                                      SteppedMove move(scratch);
-                                      if (move->copy())
-                                        return "not copied";
-                                      change.make(scratch);
-                                      TreeResult failure = move->place();
-                                      if (!failure)
-                                        return "placed";
-                                      if (failure->outcome.step() != TreeStep::Compare)
-                                        return "failed at another step";
-                                    }
-                                    if (!fs::is_empty(scratch.path("other")))
-                                      return "something was left";
-                                    if (scratch.content("tree/first") != "first")
-                                      return "the source was touched";
-                                    return scratch.content(change.path) == change.content
-                                               ? ""
-                                               : "the change is lost";
-                                  }),
-              "")
-        << change.name;
+    auto body = [&]() -> std::string {
+      if (std::string wrong = changeBefore(&MoveAcross::place, change, scratch); !wrong.empty())
+        return wrong;
+      if (scratch.content("tree/first") != "first")
+        return "the source was touched";
+      return fs::is_empty(scratch.path("other")) ? "" : "something was left";
+    };
+    EXPECT_EQ(besideAnotherVolume(scratch, body), "") << change.name;
   }
 }
 
@@ -164,25 +170,13 @@ TEST(MoveAcross, removesNothingThatChangedAfterTheCopyWasPlaced) {
   KW_REQUIRE_ROOT();
   for (const Change &change : changes()) {
     ScratchFolder scratch;
-    EXPECT_EQ(besideAnotherVolume(scratch,
-                                  [&]() -> std::string {
-                                    makeTree(scratch);
-                                    waitForClockTick(scratch.path("tree/inner/second"));
-                                    SteppedMove move(scratch);
-                                    if (move->copy() || move->place())
-                                      return "not placed";
-                                    change.make(scratch);
-                                    TreeResult failure = move->removeOriginal();
-                                    if (!failure || failure->outcome.step() != TreeStep::Compare)
-                                      return "removed";
-                                    if (scratch.content("other/tree/inner/second") != "second")
-                                      return "the copy is not whole";
-                                    return scratch.content(change.path) == change.content
-                                               ? ""
-                                               : "the change is lost";
-                                  }),
-              "")
-        << change.name;
+    auto body = [&]() -> std::string {
+      if (std::string wrong = changeBefore(&MoveAcross::removeOriginal, change, scratch);
+          !wrong.empty())
+        return wrong;
+      return scratch.content("other/tree/inner/second") == "second" ? "" : "the copy is not whole";
+    };
+    EXPECT_EQ(besideAnotherVolume(scratch, body), "") << change.name;
   }
 }
 
