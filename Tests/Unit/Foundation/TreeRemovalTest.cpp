@@ -259,9 +259,9 @@ TEST(CancelledRequest, stopsAShreddingWithinAFile) {
   EXPECT_TRUE(isStopped);
 }
 
-// Moves "root" to another volume and cancels when the condition holds. What is
-// wrong, as a text; "late" when it was cancelled too late.
-std::string moveAndCancel(const ScratchFolder &scratch,
+// Moves "root", of so many items, to another volume and cancels when the
+// condition holds. What is wrong, as a text; "late" when all was copied by then.
+std::string moveAndCancel(const ScratchFolder &scratch, std::uint64_t items,
                           const std::function<bool(Progress &)> &condition) {
   Progress progress;
   Progress::Scope scope(progress);
@@ -278,11 +278,14 @@ std::string moveAndCancel(const ScratchFolder &scratch,
     return "late";
   if (!fs::is_empty(scratch.path("other")))
     return "something was left";
+  if (progress.snapshot().items == items)
+    return "late";
   return "";
 }
 
 // Until a turn is cancelled half-way.
-std::string cancelMovesOf(const ScratchFolder &scratch, const std::function<void()> &make,
+std::string cancelMovesOf(const ScratchFolder &scratch, std::uint64_t items,
+                          const std::function<void()> &make,
                           const std::function<bool(Progress &)> &condition) {
   return kwtest::withPrivateMounts([&]() -> std::string {
     fs::create_directory(scratch.path("other"));
@@ -292,7 +295,7 @@ std::string cancelMovesOf(const ScratchFolder &scratch, const std::function<void
     for (int turn = 0; turn < turns && result == "late"; ++turn) {
       fs::remove_all(scratch.path("other/root"));
       make();
-      result = moveAndCancel(scratch, condition);
+      result = moveAndCancel(scratch, items, condition);
     }
     return result;
   });
@@ -306,7 +309,7 @@ TEST(CancelledRequest, ofAMoveToAnotherVolumeLeavesTheSourceWholeAndNothingElse)
       fs::create_directories(scratch.path("root/" + std::to_string(number)));
   };
   auto condition = [](Progress &progress) { return progress.snapshot().items > 20; };
-  EXPECT_EQ(cancelMovesOf(scratch, make, condition), "");
+  EXPECT_EQ(cancelMovesOf(scratch, 401, make, condition), "");
   EXPECT_EQ(std::distance(fs::directory_iterator(scratch.path("root")), {}), 400);
 }
 
@@ -318,7 +321,7 @@ TEST(CancelledRequest, stopsAMoveWithinAFile) {
   auto condition = [&](Progress &) {
     return fs::exists(scratch.path("other/.keepwell-copy-00/item"));
   };
-  EXPECT_EQ(cancelMovesOf(scratch, make, condition), "");
+  EXPECT_EQ(cancelMovesOf(scratch, 1, make, condition), "");
   EXPECT_EQ(fs::file_size(scratch.path("root")), content.size());
 }
 
