@@ -96,7 +96,8 @@ void UnreadMessages::measured(const std::string &client, std::size_t bytes) {
     return;
   Account &account = found->second;
   account.isAsked = false;
-  setUnread(account, bytes + account.sinceQuestion);
+  // What others sent to the client is no business of ours.
+  setUnread(account, std::min(bytes + account.sinceQuestion, account.unread));
   if (account.sentAltogether > account.unread)
     account.read = std::max(account.read, account.sentAltogether - account.unread);
 }

@@ -61,8 +61,8 @@ public:
   std::vector<std::string> worthAsking() const;
   // The bus was asked about the client, behind all that was sent so far.
   void asked(const std::string &client);
-  // It keeps so many bytes for the client; what was sent since the question
-  // comes on top.
+  // It keeps so many bytes for the client, whoever sent them; what was sent
+  // since the question comes on top.
   void measured(const std::string &client, std::size_t bytes);
   // It gave no figure; the next question is free.
   void notMeasured(std::string_view client);

@@ -62,6 +62,15 @@ TEST_F(UnreadMessagesTest, countsWhatWasSentBetweenQuestionAndAnswerOnTop) {
   EXPECT_EQ(unread.ofClient("a"), 35U);
 }
 
+TEST_F(UnreadMessagesTest, countsNothingThatOthersSent) {
+  unread.sent("a", 20);
+  measure("a", 5000);
+  EXPECT_EQ(unread.ofClient("a"), 20U);
+  measure("a", 0);
+  measure("a", 5000);
+  EXPECT_EQ(room("a", 200), Room::Enough);
+}
+
 TEST_F(UnreadMessagesTest, manyWhoLeaveLittleWeighNothing) {
   for (int number = 0; number < 1000; ++number)
     unread.sent(std::to_string(number), limits.guaranteed);
