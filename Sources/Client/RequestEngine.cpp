@@ -142,12 +142,11 @@ void RequestEngine::cancelAll() noexcept {
 }
 
 // In a forked child the thread is not there, and the mutex may be locked for
-// ever; the engine is left as it is.
+// ever. The engine is left as it is, and is never destroyed: the thread's own
+// reference to it stays.
 void RequestEngine::stop() noexcept {
-  if (!isOfThisProcess()) {
-    thread_.detach();
+  if (!isOfThisProcess())
     return;
-  }
   {
     std::lock_guard lock(mutex_);
     stopping_ = true;
