@@ -3,6 +3,7 @@ when it leaves, follow how far they have come. Others keep the contract: their
 requests go on."""
 import os
 import signal
+import subprocess
 import unittest
 
 from Support import harness
@@ -208,6 +209,31 @@ class RemovalTest(ControlCase):
         client = self.root.client()
         self.begin_removal(client)
         self.held_while(lambda: self.leave(client))
+        wait_until(lambda: not self.root.exists(TREE), 600)
+
+    def remove_by_library(self, how):
+        """Removes the tree through the library; what it says of the end."""
+        if FILES <= SLOW_FILES:
+            self.slow_down()
+        program = os.path.join(harness.build_folder, "Tests", "kw_test_canceller")
+        process = self.root.popen([program, self.root.address, TREE, how],
+                                  stdout=subprocess.PIPE, text=True)
+        said = process.communicate(timeout=600)[0]
+        self.assertEqual(process.returncode, 0, said)
+        return said
+
+    def test_the_library_tells_of_one_that_it_cancelled(self):
+        self.assertEqual(self.remove_by_library("cancel"), "cancelled\n")
+        left = self.left()
+        self.assertGreater(left, 0)
+        self.assertEqual(self.settled(), left)
+
+    def test_the_library_has_it_end_with_its_program(self):
+        self.assertEqual(self.remove_by_library("leave"), "")
+        self.assertGreater(self.settled(), 0)
+
+    def test_the_library_lets_it_go_on_otherwise(self):
+        self.assertEqual(self.remove_by_library("stay"), "")
         wait_until(lambda: not self.root.exists(TREE), 600)
 
     def test_its_progress_is_told_to_its_own_client_that_asked_for_that(self):
