@@ -97,7 +97,7 @@ class InstalledLibraryTest(unittest.TestCase):
                 file.write(f"{own}#include <keepwell/{os.path.basename(header)}>\n")
             used = output("c++", "-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Werror",
                           "-fsyntax-only", "-H", "-I", f"{self.prefix}/include", unit)
-            self.assertNotIn("sdbus", used)
+            self.assertNotIn("systemd", used)
             self.assertNotIn(SOURCE, used)
             with open(f"{self.prefix}/{header}", encoding="utf-8") as file:
                 self.assertNotRegex(file.read(), r"namespace NS|\benum (?!class)")
