@@ -1,9 +1,11 @@
 // The process entry of the program `keepwell`.
 //
-//   CommandLine   the arguments and the table of commands
-//   Commands+...  the commands, a file for each group
-//   Session       the agent on demand, text or JSON
-//   JSON          one object on one line
+//   Program        the table of commands, and which of them the words name
+//   Arguments      options and operands, byte for byte
+//   Commands+...   the commands, a file for each group
+//   PathRequests   the same request for each of many paths
+//   Session        the agent on demand, text or JSON
+//   Alarm          what a wait is ended by: answers, paths, ^C
 #include "CommandLine/CommandLine.h"
 #include "Foundation/FileManager.h"
 #include "Foundation/Signals.h"
