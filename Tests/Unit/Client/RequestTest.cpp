@@ -62,7 +62,8 @@ TEST_F(RequestTest, canBeWaitedForAsLongAsCanBeSaid) {
 TEST_F(RequestTest, hasNoTimeWhenItsLimitIsNegative) {
   agent.hold();
   for (milliseconds limit : {milliseconds(-1), milliseconds::min()}) {
-    const ClientError *error = client->echoAsync("x", {limit}).wait().error();
+    auto request = client->echoAsync("x", {limit});
+    const ClientError *error = request.wait().error();
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->kind(), ClientError::Kind::DeadlinePassed);
   }
