@@ -32,6 +32,12 @@ XPCMethod replying(const char *member, XPCValues values) {
                                                      const XPCReply &way) { way.send(values); });
 }
 
+XPCMethod failing(const char *member, const UserInfo &info) {
+  XPCMethod made = replying(member, {false, Error("domain", 7, info)});
+  made.replies = {{"flag", XPCKind::Flag}, {"error", XPCKind::Error}};
+  return made;
+}
+
 std::shared_ptr<const XPCInterface> service() {
   auto result = std::make_shared<XPCInterface>();
   result->name = name;
@@ -42,6 +48,7 @@ std::shared_ptr<const XPCInterface> service() {
       replying("TooLargeOnceEncoded", {std::string(largestText / 2, '\xFF')}),
       replying("OfAnotherKind", {true}),
       replying("TooMany", {std::string("a"), std::string("b")}),
+      failing("ErrorTooLarge", UserInfo{{"path", std::string(largestText / 2, '\xFF')}}),
       method("NotHere", nullptr),
       method("Throwing", [](XPCObject &, const XPCValues &,
                             const XPCReply &) { throw std::runtime_error("a reason"); }),
@@ -125,6 +132,11 @@ TEST_F(XPCListenerTest, sendsTheLargestReplyAndFailsForALargerOne) {
   EXPECT_THAT(answers("Largest"), ElementsAre(reply));
   EXPECT_THAT(answers("TooLarge"), ElementsAre(busError("Failed")));
   EXPECT_THAT(answers("TooLargeOnceEncoded"), ElementsAre(busError("Failed")));
+}
+
+TEST_F(XPCListenerTest, leavesOutDetailsOfAnErrorThatIsTooLargeOnceEncoded) {
+  listen(std::make_shared<Delegate>(true));
+  EXPECT_THAT(answers("ErrorTooLarge"), ElementsAre(reply));
 }
 
 TEST_F(XPCListenerTest, deniesAccessWhenTheDelegateRefusesOrIsGone) {
