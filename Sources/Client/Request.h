@@ -94,9 +94,10 @@ public:
   // - One that was not sent yet never will be: Cancelled, without effect.
   // - One that the agent has ends with the agent's answer. Cancelled then means
   //   that the agent stopped, or never began, and does no more; what it had
-  //   done by then stays done, so the effect is unknown. A reply means that the work had been done, wholly or as far as the
-  //   reply says, before the agent could stop: what was removed is reported as
-  //   removed. A request for which the agent runs a tool runs to its end.
+  //   done by then stays done, so the effect is unknown. A reply means that the
+  //   agent had done the work, wholly or as far as the reply says, before it
+  //   could stop: what was removed is reported as removed. A request for which
+  //   the agent runs a tool runs to its end.
   // - An agent too old to cancel goes on: Cancelled at once, with an unknown
   //   effect.
   void cancel() const;
