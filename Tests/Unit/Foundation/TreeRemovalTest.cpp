@@ -47,12 +47,13 @@ private:
 constexpr std::size_t depth = NS::FolderStack::window + 4;
 
 // "root/d/d/d...", with a file in the lowest folder.
-std::string makeChain(const ScratchFolder &scratch, const std::string &root) {
+std::string makeChain(const ScratchFolder &scratch, const std::string &root,
+                      const std::string &file = "bottom") {
   std::string path = root;
   for (std::size_t level = 1; level < depth; ++level)
     path += "/d";
   fs::create_directories(scratch.path(path));
-  scratch.file(path + "/bottom", "");
+  scratch.file(path + "/" + file, "");
   return path;
 }
 
@@ -89,16 +90,14 @@ TEST(TreeRemoval, byAnyThreadDoesNotTakeALostWayBackForAnItemThatIsGone) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
   for (int number = 0; number < 12; ++number)
-    makeChain(scratch, "volume/view/root/" + std::to_string(number));
+    makeChain(scratch, "volume/view/root/" + std::to_string(number), std::to_string(number));
   fs::create_directory(scratch.path("seen"));
   EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
               if (!kwtest::bindMount(scratch.path("volume/view"), scratch.path("seen")))
                 return "no mount";
-              std::atomic<int> number{0};
-              HookedEraser eraser([&](const std::string &name) {
-                if (name != "bottom")
-                  return;
-                std::string chain = std::to_string(number++);
+              // The file in each chain has the chain's name: each thread loses
+              // the way back of the chain that it is in.
+              HookedEraser eraser([&](const std::string &chain) {
                 std::error_code ignored;
                 fs::rename(scratch.path("volume/view/root/" + chain + "/d/d"),
                            scratch.path("volume/" + chain), ignored);
