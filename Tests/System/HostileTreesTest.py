@@ -112,8 +112,8 @@ class Operations:
     def find(self, row, item, before):
         done = self.root.run(["sh", "-c", f"ulimit -n {FEW_DESCRIPTORS}; exec \"$@\"", "sh",
                               os.path.join(harness.build_folder, "keepwell"), "find", "needle",
-                              "--under", item])
-        found = len(done.stdout.splitlines())
+                              "-0", "--under", item])
+        found = done.stdout.count(b"\0")
         if not before:  # nobody moves the one that is there
             return f"{done.returncode} {found}"
         return "exact" if found == before.found else f"{found} for {before.found}"
