@@ -70,7 +70,7 @@ class RootTest(unittest.TestCase):
 
     def test_the_agents_tools_are_among_what_is_hidden(self):
         found = set()
-        for path in glob.glob(f"{SOURCE}/Sources/**/*.cpp", recursive=True):
+        for path in glob.glob(f"{SOURCE}/Sources/**/*.[ch]*", recursive=True):
             with open(path, encoding="utf-8") as file:
                 found |= set(TOOL.findall(file.read()))
         self.assertGreaterEqual(len(found), 12)

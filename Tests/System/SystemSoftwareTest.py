@@ -73,7 +73,7 @@ class SystemSoftwareTest(ServicesTestCase):
     def test_tools_are_waited_for_though_the_agent_was_started_with_their_ends_ignored(self):
         """As by a supervisor that ignores or blocks SIGCHLD."""
         with ThrowAwayRoot(start=False) as root, contextlib.ExitStack() as stack:
-            root.agent_prefix = "env --ignore-signal=CHLD --block-signal=CHLD "
+            root.agent_prefix = "/usr/bin/env --ignore-signal=CHLD --block-signal=CHLD "
             root.start_bus()
             stack.callback(root.stop_bus)
             for script, expected in (("exit 0", True), ("exit 1", False)):
