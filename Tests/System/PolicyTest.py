@@ -136,6 +136,25 @@ class PolicyTest(unittest.TestCase):
         self.assertNotEqual(done.returncode, 0)
         self.assertEqual((answer["success"], answer["error"]["name"]), (False, DENIED))
 
+    def test_a_trial_run_measures_through_the_agent_what_the_member_cannot_read(self):
+        tree = self.root.mkdir("/srv/tree")
+        locked = self.root.host_path(self.root.mkdir(f"{tree}/locked"))
+        with open(f"{locked}/file", "wb") as file:
+            file.write(b"x" * (1 << 20))
+        os.chmod(locked, 0o700)
+        os.sync()
+        argv = ["keepwell", "--json", "remove", "--dry-run", tree]
+        held = sum(os.stat(path).st_blocks * 512 for path in
+                   (self.root.host_path(tree), locked, f"{locked}/file"))
+        for user, measured, unknown, allocated in (
+                (MEMBER, [f"{tree}/locked"], [], held),
+                (OUTSIDER, [], [f"{tree}/locked"], held - (1 << 20))):
+            done = self.root.run(self.root.as_user(user, argv))
+            plan = json.loads(done.stdout.splitlines()[0])
+            self.assertEqual((plan["measured"], plan["unknown"]), (measured, unknown), plan)
+            self.assertEqual(plan["allocated"], allocated, plan)
+        self.assertTrue(os.path.exists(f"{locked}/file"))
+
     def listener(self, user):
         """Somebody who wants to hear all that is said, once that is under way:
         this program watches the whole bus or, refused that, eavesdrops."""
