@@ -18,7 +18,7 @@ void tell(const std::exception_ptr &exception) noexcept {
 
 } // namespace
 
-void CallbackGuard::report(std::exception_ptr exception) const noexcept {
+void CallbackGuard::report(const std::exception_ptr &exception) const noexcept {
   if (!handler_)
     return tell(exception);
   try {

@@ -26,7 +26,7 @@ public:
   }
 
 private:
-  void report(std::exception_ptr exception) const noexcept;
+  void report(const std::exception_ptr &exception) const noexcept;
 
   const Handler handler_;
 };

@@ -104,13 +104,13 @@ bool RequestEngine::isOfThisProcess() const {
 }
 
 // What needs memory comes first.
-void RequestEngine::start(std::shared_ptr<PendingRequest> request) {
+void RequestEngine::start(const std::shared_ptr<PendingRequest> &request) {
   if (!isOfThisProcess())
     throw ClientError(Kind::Unreachable, "", "a forked child needs a client of its own");
   PendingRequest &started = *request;
   Entries entry;
   Deadlines deadline;
-  entry.try_emplace(0, std::move(request));
+  entry.try_emplace(0, request);
   if (started.deadline_)
     deadline.emplace(*started.deadline_, 0);
   auto entryNode = entry.extract(entry.begin());

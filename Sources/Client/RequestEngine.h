@@ -65,7 +65,7 @@ public:
   // Starts the thread, which takes no signals. Throws ClientError.
   void run();
   // Throws ClientError in a forked child, which has no such thread.
-  void start(std::shared_ptr<PendingRequest> request);
+  void start(const std::shared_ptr<PendingRequest> &request);
   // A request that was not sent so far never will be.
   void cancel(const std::shared_ptr<PendingRequest> &request) noexcept;
   // The same for all that were started before.
