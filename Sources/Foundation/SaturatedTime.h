@@ -11,7 +11,8 @@ namespace NS {
 template <typename To, typename Rep, typename Period>
 constexpr To saturatedCast(std::chrono::duration<Rep, Period> time) {
   using Wide = std::chrono::duration<long double, Period>;
-  if (time != time)
+  const bool isNumber = time < time.zero() || time >= time.zero();
+  if (!isNumber)
     return To::zero();
   if (Wide(time) >= Wide(To::max()))
     return To::max();
