@@ -14,7 +14,7 @@ static_assert(InterruptSignal == SIGINT && TerminateSignal == SIGTERM);
 class SignalWatch::Body {
 public:
   Body(const std::vector<int> &signals, Handler handler) : handler_(std::move(handler)) {
-    ::sigemptyset(&watched_);
+    sigemptyset(&watched_); // a macro on some hosts, as is sigaddset
     for (int signal : signals)
       if (!isIgnored(signal))
         add(signal);
@@ -39,7 +39,7 @@ private:
   }
 
   void add(int signal) {
-    ::sigaddset(&watched_, signal);
+    sigaddset(&watched_, signal);
     wake_ = signal;
   }
 
