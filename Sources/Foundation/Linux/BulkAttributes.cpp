@@ -6,12 +6,12 @@
 #include "Foundation/Linux/DirectoryRecords.h"
 #include "Foundation/Linux/ItemLocation.h"
 #include "Foundation/Log.h"
+#include "Foundation/POSIX/AttributeRecords.h"
 #include "Foundation/POSIX/Retrying.h"
 #include "Foundation/SharedInstance.h"
 
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <string_view>
@@ -26,12 +26,6 @@ namespace {
 // Holds about what a caller's buffer of sixteen long names does, so that
 // little is read twice.
 constexpr std::size_t directoryBufferSize = 2048;
-
-struct Attributes {
-  std::uint32_t type;
-  std::uint64_t totalSize;
-  std::uint32_t blockSize;
-};
 
 std::uint32_t objectType(std::uint32_t mode) {
   switch (mode & S_IFMT) {
@@ -54,7 +48,7 @@ std::uint32_t objectType(std::uint32_t mode) {
   }
 }
 
-bool readAttributes(int folder, const char *name, Attributes &attributes) {
+bool readAttributes(int folder, const char *name, ItemAttributes &attributes) {
   struct statx found;
   if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE | STATX_SIZE,
               &found) != 0)
@@ -65,74 +59,6 @@ bool readAttributes(int folder, const char *name, Attributes &attributes) {
   attributes.totalSize = isFolder ? 0 : found.stx_size;
   attributes.blockSize = isFolder ? 0 : found.stx_blksize;
   return true;
-}
-
-// Writes a record's fields one behind the other, as far as they fit.
-class RecordWriter {
-public:
-  RecordWriter(void *buffer, std::size_t size) : start_(static_cast<char *>(buffer)), size_(size) {}
-
-  template <typename Value> void put(Value value) { copy(used_, &value, sizeof value); }
-  template <typename Value> void putAt(std::size_t offset, Value value) {
-    std::size_t used = used_;
-    copy(offset, &value, sizeof value);
-    used_ = used;
-  }
-  void putName(const char *name, std::size_t length) {
-    static constexpr char padding[4] = {};
-    copy(used_, name, length);
-    copy(used_, padding, 4 - length % 4); // the NUL and up to three more
-  }
-  std::size_t used() const { return used_; }
-  bool overflowed() const { return overflowed_; }
-
-private:
-  void copy(std::size_t offset, const void *bytes, std::size_t count) {
-    if (offset + count > size_)
-      overflowed_ = true;
-    else
-      std::memcpy(start_ + offset, bytes, count);
-    used_ = offset + count;
-  }
-
-  char *start_;
-  std::size_t size_;
-  std::size_t used_ = 0;
-  bool overflowed_ = false;
-};
-
-// The record's length, 0 when it does not fit. No name where none is asked for.
-std::size_t writeRecord(void *buffer, std::size_t size, const AttributeList &list, const char *name,
-                        const Attributes &attributes) {
-  RecordWriter writer(buffer, size);
-  writer.put(std::uint32_t{0});
-  if (list.common & CommonAttributeReturnedAttributes) {
-    bool isFolder = attributes.type == VnodeDirectory;
-    writer.put(list.common);
-    writer.put(list.volume);
-    writer.put(list.directory);
-    writer.put(isFolder ? std::uint32_t{0} : list.file);
-    writer.put(list.fork);
-  }
-  std::size_t reference = writer.used();
-  bool named = name && (list.common & CommonAttributeName);
-  std::size_t nameLength = named ? std::strlen(name) : 0;
-  if (named) {
-    writer.put(std::int32_t{0});
-    writer.put(static_cast<std::uint32_t>(nameLength + 1));
-  }
-  if (list.common & CommonAttributeObjectType)
-    writer.put(attributes.type);
-  if (list.file & FileAttributeTotalSize)
-    writer.put(attributes.totalSize);
-  if (list.file & FileAttributeIOBlockSize)
-    writer.put(attributes.blockSize);
-  if (named) {
-    writer.putAt(reference, static_cast<std::int32_t>(writer.used() - reference));
-    writer.putName(name, nameLength);
-  }
-  writer.putAt(0, static_cast<std::uint32_t>(writer.used()));
-  return writer.overflowed() ? 0 : writer.used();
 }
 
 bool mayPass(int error) {
@@ -203,10 +129,10 @@ private:
   }
 
   bool add(const char *name) {
-    Attributes attributes{};
+    ItemAttributes attributes;
     if (isDotOrDotDot(name) || !readAttributes(descriptor_, name, attributes))
       return true;
-    std::size_t length = writeRecord(next_, left_, list_, name, attributes);
+    std::size_t length = writeAttributeRecord(next_, left_, list_, name, attributes);
     if (length == 0) {
       // A buffer too small for even one record would never get anywhere.
       refused_ = count_ == 0;
@@ -234,10 +160,10 @@ class PackedRecords final : public BulkAttributes {
 public:
   int getattrlist(const char *path, const AttributeList &list, void *buffer, std::size_t size,
                   std::uint32_t /*options*/) override {
-    Attributes attributes{};
+    ItemAttributes attributes;
     if (!readAttributes(AT_FDCWD, path, attributes))
       return -1;
-    if (writeRecord(buffer, size, list, nullptr, attributes) > 0)
+    if (writeAttributeRecord(buffer, size, list, nullptr, attributes) > 0)
       return 0;
     errno = ERANGE;
     return -1;

@@ -1,6 +1,6 @@
 // Asks GIO, and its local file system only: the default one would look for
 // extensions and for a session bus, which a daemon has no business with.
-#include "Foundation/Linux/ItemPresentation.h"
+#include "Foundation/POSIX/ItemPresentation.h"
 
 #include <cerrno>
 #include <gio/gio.h>

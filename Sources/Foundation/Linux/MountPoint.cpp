@@ -1,6 +1,6 @@
 // Walks up from the item until the mount changes. No table of mounts is read:
 // its paths may be hidden under later mounts, and those here never are.
-#include "Foundation/Linux/MountPoint.h"
+#include "Foundation/POSIX/MountPoint.h"
 
 #include "Foundation/PathUtilities.h"
 

@@ -1,4 +1,4 @@
-// How the desktop shows an item to people.
+// How the host shows an item to people.
 #pragma once
 
 #include "Foundation/URL.h"

@@ -1,8 +1,8 @@
 // Resource values of files, each from the part of the host that knows it.
 #include "Foundation/URL.h"
 
-#include "Foundation/Linux/ItemPresentation.h"
-#include "Foundation/Linux/MountPoint.h"
+#include "Foundation/POSIX/ItemPresentation.h"
+#include "Foundation/POSIX/MountPoint.h"
 
 #include <cerrno>
 #include <sys/stat.h>
