@@ -1,0 +1,41 @@
+// The names as the platform gives them.
+#include "Foundation/ExtendedAttributes.h"
+
+#include "Foundation/SharedInstance.h"
+#include "Foundation/macOS/ExtendedAttributeCalls.h"
+
+#include <cerrno>
+
+namespace NS {
+namespace {
+
+static_assert(XATTR_NOFOLLOW_OPTION == XATTR_NOFOLLOW);
+
+class FileSystem final : public ExtendedAttributes {
+public:
+  std::int64_t listxattr(const std::string &path, char *names, std::size_t size,
+                         int options) override {
+    if (path.find('\0') == std::string::npos)
+      return ::listxattr(path.c_str(), names, size, options);
+    errno = EINVAL;
+    return -1;
+  }
+};
+
+SharedInstance<ExtendedAttributes> &instance() {
+  static FileSystem real;
+  static SharedInstance<ExtendedAttributes> shared(real);
+  return shared;
+}
+
+} // namespace
+
+ExtendedAttributes &ExtendedAttributes::shared() {
+  return instance().get();
+}
+
+ExtendedAttributes *ExtendedAttributes::exchangeShared(ExtendedAttributes *replacement) {
+  return instance().exchange(replacement);
+}
+
+} // namespace NS
