@@ -1,18 +1,12 @@
-// Run loops over GLib's main contexts. The blocks wait in a queue of our own
-// behind a source of the context: their modes and their order are none of
-// GLib's business.
-#include "Foundation/RunLoop.h"
-
-#include "Foundation/Log.h"
+// Run loops over GLib's main contexts. A source of each context runs the blocks
+// that wait for its loop.
+#include "Foundation/POSIX/RunLoopBlocks.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <glib.h>
 #include <limits>
-#include <map>
 #include <mutex>
-#include <optional>
 #include <unistd.h>
 #include <utility>
 
@@ -20,77 +14,10 @@ namespace NS {
 namespace {
 
 using std::chrono::nanoseconds;
-constexpr MonotonicTime never{nanoseconds::max()};
-
-bool runsIn(const RunLoopModes &modes, const std::string &mode) {
-  return std::any_of(modes.begin(), modes.end(), [&](const std::string &wanted) {
-    return wanted == mode || (wanted == RunLoopCommonModes && mode == DefaultRunLoopMode);
-  });
-}
-
-// Blocks by when they are due, then by when they came. Thread-safe.
-class BlockQueue {
-public:
-  void add(MonotonicTime due, std::function<void()> block, const RunLoopModes &modes) {
-    std::lock_guard lock(mutex_);
-    entries_.emplace(Key{due, next_++}, Entry{std::move(block), modes});
-  }
-
-  // The number that the next block to come will have.
-  std::uint64_t nextNumber() {
-    std::lock_guard lock(mutex_);
-    return next_;
-  }
-
-  // When the first block of the mode is due.
-  MonotonicTime firstDue(const std::string &mode) {
-    std::lock_guard lock(mutex_);
-    auto found = first(mode, next_);
-    return found == entries_.end() ? never : found->first.first;
-  }
-
-  // Takes out the first block of the mode that is due and has a number below
-  // the limit.
-  std::function<void()> take(const std::string &mode, MonotonicTime now, std::uint64_t limit) {
-    std::lock_guard lock(mutex_);
-    auto found = first(mode, limit);
-    if (found == entries_.end() || found->first.first > now)
-      return nullptr;
-    return std::move(entries_.extract(found).mapped().block);
-  }
-
-private:
-  using Key = std::pair<MonotonicTime, std::uint64_t>;
-  struct Entry {
-    std::function<void()> block;
-    RunLoopModes modes;
-  };
-  using Entries = std::map<Key, Entry>;
-
-  Entries::iterator first(const std::string &mode, std::uint64_t limit) {
-    return std::find_if(entries_.begin(), entries_.end(), [&](const auto &item) {
-      return item.first.second < limit && runsIn(item.second.modes, mode);
-    });
-  }
-
-  std::mutex mutex_;
-  Entries entries_;
-  std::uint64_t next_ = 0;
-};
-
-void runGuarded(const std::function<void()> &block) {
-  try {
-    block();
-  } catch (const std::exception &exception) {
-    Log("A run loop block raised: %@", exception.what());
-  } catch (...) {
-    Log("A run loop block raised something unknown");
-  }
-}
 
 // The whole milliseconds that poll takes, rounded up lest it wake too early.
 int millisecondsUntil(MonotonicTime due, MonotonicTime now) {
-  if (due == never)
+  if (due == neverDue)
     return -1;
   if (due <= now)
     return 0;
@@ -114,7 +41,7 @@ public:
   ContextLoop &operator=(const ContextLoop &) = delete;
 
   void run() override {
-    Frame frame(*this, DefaultRunLoopMode, never);
+    Frame frame(*this, DefaultRunLoopMode, neverDue);
     while (!isStopped())
       g_main_context_iteration(context_, TRUE);
   }
@@ -141,17 +68,13 @@ public:
   }
 
   void performBlock(std::function<void()> block, const RunLoopModes &modes) override {
-    // Due since ever, so that delayed blocks never come between.
-    add(MonotonicTime{}, std::move(block), modes);
+    blocks_.add(std::move(block), modes);
+    g_main_context_wakeup(context_);
   }
   void performBlock(std::function<void()> block, double delaySeconds,
                     const RunLoopModes &modes) override {
-    constexpr double longest = 9e18; // nanoseconds; what follows saturates nowhere else
-    double delay = std::isnan(delaySeconds) ? 0 : std::clamp(delaySeconds * 1e9, 0.0, longest);
-    MonotonicTime due = Clock::shared().monotonicTime();
-    auto wait = nanoseconds(static_cast<std::int64_t>(delay));
-    due.sinceStart += std::min(wait, never.sinceStart - due.sinceStart);
-    add(due, std::move(block), modes);
+    blocks_.addDelayed(delaySeconds, std::move(block), modes);
+    g_main_context_wakeup(context_);
   }
 
 private:
@@ -209,26 +132,14 @@ private:
     const Frame *frame = innermost();
     MonotonicTime now = Clock::shared().monotonicTime();
     MonotonicTime due = blocks_.firstDue(frame ? frame->mode : DefaultRunLoopMode);
-    milliseconds = millisecondsUntil(std::min(due, frame ? frame->limit : never), now);
+    milliseconds = millisecondsUntil(std::min(due, frame ? frame->limit : neverDue), now);
     return due <= now;
   }
 
   void performDueBlocks() {
     const Frame *frame = innermost();
     const std::string mode = frame ? frame->mode : DefaultRunLoopMode;
-    // What blocks of this turn add is for the next one. They are taken one by
-    // one, so that a run within a block finds those after it in order.
-    std::uint64_t limit = blocks_.nextNumber();
-    MonotonicTime now = Clock::shared().monotonicTime();
-    while (std::function<void()> block = blocks_.take(mode, now, limit))
-      runGuarded(block);
-  }
-
-  void add(MonotonicTime due, std::function<void()> block, const RunLoopModes &modes) {
-    if (modes.empty() || !block)
-      return;
-    blocks_.add(due, std::move(block), modes);
-    g_main_context_wakeup(context_);
+    static_cast<void>(blocks_.performDue(mode));
   }
 
   const Frame *innermost() {
@@ -242,7 +153,7 @@ private:
 
   GMainContext *const context_;
   GSource *const source_;
-  BlockQueue blocks_;
+  RunLoopBlocks blocks_;
   std::mutex mutex_;
   std::vector<Frame *> frames_; // innermost last
 };

@@ -1,0 +1,54 @@
+// The blocks that wait for a run loop. The queue is our own, because no host's
+// loop has these modes and this order.
+#pragma once
+
+#include "Foundation/Clock.h"
+#include "Foundation/RunLoop.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace NS {
+
+// Later than every time.
+inline constexpr MonotonicTime neverDue{std::chrono::nanoseconds::max()};
+
+// Blocks by when they are due, then by when they came. Thread-safe.
+class RunLoopBlocks {
+public:
+  // Due since ever, so that delayed blocks never come between.
+  void add(std::function<void()> block, const RunLoopModes &modes);
+  // A delay below nothing and one that is no number count as none; one beyond
+  // the end of time never ends.
+  void addDelayed(double seconds, std::function<void()> block, const RunLoopModes &modes);
+
+  // When the first block of the mode is due.
+  MonotonicTime firstDue(const std::string &mode);
+  // Runs the mode's blocks that are due, but none that came after this call:
+  // what a block adds is for the next turn. An exception that leaves a block is
+  // logged. Whether any was run.
+  bool performDue(const std::string &mode);
+
+private:
+  using Key = std::pair<MonotonicTime, std::uint64_t>;
+  struct Entry {
+    std::function<void()> block;
+    RunLoopModes modes;
+  };
+  using Entries = std::map<Key, Entry>;
+
+  void addAt(MonotonicTime due, std::function<void()> block, const RunLoopModes &modes);
+  std::uint64_t nextNumber();
+  std::function<void()> take(const std::string &mode, MonotonicTime now, std::uint64_t limit);
+  Entries::iterator first(const std::string &mode, std::uint64_t limit);
+
+  std::mutex mutex_;
+  Entries entries_;
+  std::uint64_t next_ = 0; // the number of the next block
+};
+
+} // namespace NS
