@@ -32,13 +32,22 @@ CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configurat
   </policy>
   <limit name="service_start_timeout">20000</limit>
   <limit name="max_replies_per_connection">200000</limit>
-  <limit name="max_connections_per_user">1000</limit>
+  <limit name="max_connections_per_user">{connections}</limit>
   <!-- As on the usual system bus, which is the stricter one. -->
-  <limit name="max_incoming_bytes">133169152</limit>
-  <limit name="max_outgoing_bytes">133169152</limit>
+  <limit name="max_incoming_bytes">{bytes}</limit>
+  <limit name="max_outgoing_bytes">{bytes}</limit>
   <limit name="max_message_size">33554432</limit>
 </busconfig>
 """
+
+CONNECTIONS = 1000
+
+
+def bytes_of_connection():
+    """What the bus is told to keep of one. dbus-broker multiplies it with the
+    connections to what it keeps of a user, and takes 32 bits of the product: it
+    gets what comes to its usual 512 MiB."""
+    return (512 << 20) // CONNECTIONS if harness.broker else 133169152
 
 
 class Error(tuple):
@@ -123,7 +132,8 @@ class PrivateBus:
         with open(f"{services}/{NAME}.service", "w", encoding="utf-8") as file:
             file.write(f"[D-BUS Service]\nName={NAME}\nExec={self.folder}/start\n")
         with open(self.host_path(f"{self.folder}/bus.conf"), "w", encoding="utf-8") as file:
-            file.write(CONFIG.format(folder=self.folder))
+            file.write(CONFIG.format(folder=self.folder, connections=CONNECTIONS,
+                                     bytes=bytes_of_connection()))
         self.run_daemon(f"{self.folder}/bus", f"--config-file={self.folder}/bus.conf")
 
     def run_daemon(self, path, *words):
