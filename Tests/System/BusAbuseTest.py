@@ -106,13 +106,17 @@ class ReaderTest(AbuseCase):
 
     def test_refusals_that_nobody_reads_silence_nobody(self):
         # More than the bus keeps of one sender: all of one kind, and of each kind.
+        # dbus-broker counts 1.4 KiB more for each message than it has, against the
+        # one user of the clients and of the agent, up to 512 MiB: with more of
+        # them unread it cuts them all off.
+        rounds = 20 if harness.broker else 80
         floods = [self.root.client() for _ in range(2)]
         kinds = self.refused(floods[0])
         batches = [b"".join(message(CALL, serial, *call) for serial, call in enumerate(
                        itertools.islice(itertools.cycle(calls), 5000), 10))
                    for calls in (kinds[:1], kinds)]
         with self.others_answered():
-            for _ in range(80):
+            for _ in range(rounds):
                 for flood, batch in zip(floods, batches):
                     flood.send_bytes(batch)
             self.echo_large()
@@ -185,13 +189,14 @@ class LeavingTest(AbuseCase):
         client = self.root.client(descriptors=True)
         attached = [os.open("/dev/null", os.O_RDONLY) for _ in range(16)]
         before = self.root.agent_descriptors()
+        refusal = f"{ERRORS}.Failed" if harness.broker else f"{ERRORS}.NotSupported"
         with self.others_answered():
             for signature, value in (("s", "x"), ("h", 0)) * 25:
                 fields = {**client.call_fields("Echo"), 9: ("u", len(attached))}
                 client.send_bytes(message(CALL, client.next_serial(), fields, signature, [value]),
                                   attached)
                 # The bus says so: the agent takes no descriptors.
-                self.assertEqual(client.receive().error_name, f"{ERRORS}.NotSupported")
+                self.assertEqual(client.receive().error_name, refusal)
         self.assertEqual(self.root.agent_descriptors(), before)
         for descriptor in attached:
             os.close(descriptor)
