@@ -135,7 +135,7 @@ std::uint32_t BusConnection::send(BusMessage &message) {
 }
 
 BusMessage BusConnection::callAndWait(BusMessage &call) {
-  sd_bus_error error = SD_BUS_ERROR_NULL;
+  sd_bus_error error{};
   sd_bus_message *reply = nullptr;
   const int result = sd_bus_call(bus_, call.get(), 0, &error, &reply);
   BusMessage held(reply);

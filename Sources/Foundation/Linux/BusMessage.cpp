@@ -69,7 +69,7 @@ void BusError::raise(int number, const std::string &what) {
   number = std::abs(number);
   if (number == ENOMEM)
     throw std::bad_alloc();
-  sd_bus_error error = SD_BUS_ERROR_NULL;
+  sd_bus_error error{};
   static_cast<void>(sd_bus_error_set_errno(&error, number));
   const BusError result(std::string(view(error.name)),
                         what + " (" + std::string(view(error.message)) + ")");
