@@ -214,7 +214,7 @@ void BusMessage::write(std::string_view text) {
   char *space = nullptr;
   check(sd_bus_message_append_string_space(message_, length, &space), cannotBeWritten);
   if (length == text.size())
-    std::memcpy(space, text.data(), length);
+    text.copy(space, length);
   else
     writeBusText(text, space);
 }

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 
 namespace NS {
 namespace {
@@ -73,7 +72,7 @@ std::size_t busTextLength(std::string_view text) {
 void writeBusText(std::string_view text, char *target) {
   forEachStretch(text, [&](std::string_view stretch) {
     const std::string_view part = stretch.empty() ? replacementCharacter : stretch;
-    std::memcpy(target, part.data(), part.size());
+    part.copy(target, part.size());
     target += part.size();
   });
 }
