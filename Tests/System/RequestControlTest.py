@@ -1,15 +1,18 @@
 """What a client may say about its own requests: cancel one, end all of them
 when it leaves, follow how far they have come. Others keep the contract: their
 requests go on."""
+import contextlib
 import os
 import signal
 import subprocess
+import time
 import unittest
 
 from Support import harness
 from Support.abuse import Blocking
 from Support.bus import INTERFACE, wait_until
 from Support.machine import mount
+from Support.processes import is_still
 from Support.rawbus import BusError
 from Support.root import DATA, ThrowAwayRoot
 
@@ -21,6 +24,7 @@ FOLDERS = 10
 SLOW_FILES = 100_000  # more take long enough by themselves
 # What a walk may still do after its client has cancelled it or is gone.
 MOST_AFTERWARDS = 100
+TELLING = 0.3  # progress is told each quarter of a second
 
 
 def control(client, member, signature, value):
@@ -156,26 +160,45 @@ class RemovalTest(ControlCase):
     def begin_removal(self, client, member="RemoveItemAtPath"):
         if FILES <= SLOW_FILES:
             self.slow_down()
-        serial = client.send(member, "s", TREE)
-        wait_until(lambda: self.left() < FILES - 50, 60)
-        return serial
+        return client.send(member, "s", TREE)
 
-    def held_while(self, act):
-        """Acts while the agent stands still, so that what it does afterwards
-        can be counted; returns how many files were left."""
+    def stop_agent(self):
         os.kill(self.agent, signal.SIGSTOP)
+        wait_until(lambda: is_still(self.agent))
+
+    def go_on(self):
+        os.kill(self.agent, signal.SIGCONT)
+
+    @contextlib.contextmanager
+    def standing_still(self):
+        """Once the removal is under way, with the number of files that are left.
+        The agent runs for moments until then: the fastest machine does not
+        finish the removal between two looks."""
+        end = time.monotonic() + 60
         try:
-            left = self.left()
-            act()
+            self.stop_agent()
+            while (left := self.left()) >= FILES - 50:
+                self.assertLess(time.monotonic(), end, "no removal is under way")
+                self.go_on()
+                time.sleep(0.002)
+                self.stop_agent()
+            self.assertGreater(left, MOST_AFTERWARDS * 2)
+            yield left
         finally:
-            os.kill(self.agent, signal.SIGCONT)
-        self.assertGreater(left, MOST_AFTERWARDS * 2)
-        return left
+            self.go_on()
+
+    def wait_until_gone(self, name):
+        wait_until(lambda: self.root.bus_call("NameHasOwner", "s", name) == [False])
+
+    def names_of(self, pid):
+        """Of the process's connections to the bus."""
+        names = [name for name in self.root.bus_call("ListNames")[0] if name.startswith(":")]
+        return [name for name in names
+                if self.root.bus_call("GetConnectionUnixProcessID", "s", name) == [pid]]
 
     def leave(self, client):
-        name = client.unique_name
         client.close()
-        wait_until(lambda: self.root.bus_call("NameHasOwner", "s", name) == [False])
+        self.wait_until_gone(client.unique_name)
 
     def settled(self):
         """The files that are left when nothing is removed any more."""
@@ -188,13 +211,15 @@ class RemovalTest(ControlCase):
     def test_cancel_stops_it_at_its_next_items(self):
         client = self.root.client(timeout=600)
         serial = self.begin_removal(client)
-        calls = []
-        left = self.held_while(lambda: calls.append(
-            client.send("Cancel", "u", serial, interface=CONTROL)))
+        with self.standing_still() as left:
+            call = client.send("Cancel", "u", serial, interface=CONTROL)
+            # The bus, which takes them in order, has passed the call on by then.
+            client.call("GetId", destination="org.freedesktop.DBus", path="/org/freedesktop/DBus",
+                        interface="org.freedesktop.DBus")
         flag, error = client.wait(serial)
         self.assertFalse(flag)
         self.assert_cancelled(error)
-        self.assertEqual(client.wait(calls[0]), [True])
+        self.assertEqual(client.wait(call), [True])
         self.assertLessEqual(left - self.left(), MOST_AFTERWARDS)
         self.assertEqual(self.settled(), self.left())
 
@@ -202,38 +227,59 @@ class RemovalTest(ControlCase):
         client = self.root.client()
         control(client, "EndRequestsOnLeaving", "b", True)
         self.begin_removal(client)
-        left = self.held_while(lambda: self.leave(client))
+        with self.standing_still() as left:
+            self.leave(client)
         self.assertLessEqual(left - self.settled(), MOST_AFTERWARDS)
 
     def test_it_goes_on_to_its_end_when_a_plain_client_is_gone(self):
         client = self.root.client()
         self.begin_removal(client)
-        self.held_while(lambda: self.leave(client))
+        with self.standing_still():
+            self.leave(client)
         wait_until(lambda: not self.root.exists(TREE), 600)
 
-    def remove_by_library(self, how):
-        """Removes the tree through the library; what it says of the end."""
+    @contextlib.contextmanager
+    def removal_by_library(self, on_leaving):
+        """A program that removes the tree through the library."""
         if FILES <= SLOW_FILES:
             self.slow_down()
         program = os.path.join(harness.build_folder, "Tests", "kw_test_canceller")
-        process = self.root.popen([program, self.root.address, TREE, how],
-                                  stdout=subprocess.PIPE, text=True)
-        said = process.communicate(timeout=600)[0]
-        self.assertEqual(process.returncode, 0, said)
-        return said
+        with self.root.popen([program, self.root.address, TREE, on_leaving], text=True,
+                             stdin=subprocess.PIPE, stdout=subprocess.PIPE) as process:
+            try:
+                yield process
+            finally:
+                process.kill()
+
+    def kill_in_mid_removal(self, on_leaving):
+        """Returns how many files were left then."""
+        with self.removal_by_library(on_leaving) as program:
+            with self.standing_still() as left:
+                name, = self.names_of(program.pid)
+                program.kill()
+                self.wait_until_gone(name)
+        return left
 
     def test_the_library_tells_of_one_that_it_cancelled(self):
-        self.assertEqual(self.remove_by_library("cancel"), "cancelled\n")
-        left = self.left()
-        self.assertGreater(left, 0)
-        self.assertEqual(self.settled(), left)
+        monitor = self.root.client()
+        monitor.call("BecomeMonitor", "asu", [f"interface='{CONTROL}',member='Cancel'"], 0,
+                     destination="org.freedesktop.DBus", path="/org/freedesktop/DBus",
+                     interface="org.freedesktop.DBus.Monitoring")
+        with self.removal_by_library("stay") as program:
+            with self.standing_still() as left:
+                program.stdin.write("cancel\n")
+                program.stdin.flush()
+                while monitor.receive_any().member != "Cancel":
+                    pass  # until the bus has passed it on
+            self.assertEqual(program.communicate(timeout=60)[0], "cancelled\n")
+        self.assertLessEqual(left - self.settled(), MOST_AFTERWARDS)
 
     def test_the_library_has_it_end_with_its_program(self):
-        self.assertEqual(self.remove_by_library("leave"), "")
-        self.assertGreater(self.settled(), 0)
+        left = self.kill_in_mid_removal("end")
+        self.assertLessEqual(left - self.settled(), MOST_AFTERWARDS)
 
     def test_the_library_lets_it_go_on_otherwise(self):
-        self.assertEqual(self.remove_by_library("stay"), "")
+        self.kill_in_mid_removal("stay")
         wait_until(lambda: not self.root.exists(TREE), 600)
 
     def test_its_progress_is_told_to_its_own_client_that_asked_for_that(self):
@@ -245,7 +291,10 @@ class RemovalTest(ControlCase):
                 os.truncate(self.root.host_path(f"{TREE}/{folder}/file{number}"), 4096)
         serial = self.begin_removal(client, "SecurelyRemoveItemAtPath")
         seen = []
-        while len(seen) < 2:  # the first one asks the walk for its path
+        # The first one asks the walk for its path, which it tells at an item.
+        while len(seen) < 2 or not seen[-1][3]:
+            with self.standing_still():
+                time.sleep(TELLING)
             message = client.receive_any()
             self.assertEqual(message.member, "Progress", (seen, message.values()))
             self.assertEqual(message.fields[2], CONTROL)

@@ -1,11 +1,12 @@
-// Removes a tree through libkeepwell and, at the first news of how far it has
-// come, cancels the removal or leaves.
-// Usage: canceller BUS PATH cancel|leave|stay
+// Removes a tree through libkeepwell, and cancels the removal when a line comes
+// on standard input. Says how it ended.
+// Usage: canceller BUS PATH end|stay (what shall become of the removal when this
+// program goes away)
 #include "Client/Client.h"
 
-#include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <string>
 #include <string_view>
 
 namespace {
@@ -25,20 +26,15 @@ const char *outcomeOf(const kw::Request<kw::RemovalReply> &removal) {
 int main(int argc, char **argv) {
   if (argc != 4)
     return 2;
-  const std::string_view how = argv[3];
   try {
-    kw::ClientOptions leaving;
-    leaving.endRequestsOnLeaving = how == "leave";
-    auto client = kw::Client::connect(argv[1], leaving);
-    kw::RequestOptions options;
-    options.progress = [&](const kw::RequestProgress &progress) {
-      if (progress.items == 0)
-        return;
-      if (how != "cancel")
-        std::_Exit(0);
+    kw::ClientOptions options;
+    options.endRequestsOnLeaving = std::string_view(argv[3]) == "end";
+    auto client = kw::Client::connect(argv[1], options);
+    auto removal = client->removeItemAtPathAsync(argv[2]);
+    std::string line;
+    if (std::getline(std::cin, line))
       client->cancelAll();
-    };
-    std::cout << outcomeOf(client->removeItemAtPathAsync(argv[2], options)) << '\n';
+    std::cout << outcomeOf(removal) << '\n';
   } catch (const std::exception &error) {
     std::cout << error.what() << '\n';
     return 1;

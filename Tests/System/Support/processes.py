@@ -54,6 +54,14 @@ def is_running(pid):
     return bool(state) and state[0] != "Z"
 
 
+def is_still(pid):
+    """Whether no thread of it runs, as some time after SIGSTOP was sent: a
+    system call may end first. True as well when it has ended."""
+    states = [text(pid, f"task/{thread}/stat").rpartition(")")[2].split()
+              for thread in threads(pid)]
+    return all(not state or state[0] in "TZX" for state in states)
+
+
 def is_sanitized(pid):
     """Whether a sanitizer keeps memory of its own in the process."""
     return "san.so" in text(pid, "maps")
