@@ -8,7 +8,7 @@ import xml.etree.ElementTree as ElementTree
 
 from Support import harness
 from Support.abuse import AbuseCase, LOG_TOOL, REPAIRER, sanitized
-from Support.bus import INTERFACE, NAME, PATH, Usage, wait_until
+from Support.bus import INTERFACE, NAME, PATH, wait_until
 from Support.rawbus import (BusError, CALL, ERROR, NO_REPLY_EXPECTED, REPLY, SIGNAL, message,
                             split)
 from Support.root import DATA
@@ -142,18 +142,15 @@ class ReaderTest(AbuseCase):
     def test_progress_that_nobody_reads_silences_nobody_and_the_reply_comes(self):
         self.root.stand_in(REPAIRER, script="head -c 200000000 /dev/zero | tr '\\0' x")
         caller = self.root.client(timeout=120)
+        before = len(self.root.calls())
         serial = caller.send("RepairPermissions")
         with self.others_answered():
             # Nothing is read before the tool has written all.
-            self.wait_for_tool()
+            wait_until(lambda: len(self.root.calls()) > before)
+            wait_until(lambda: self.root.agent_usage().children == 0, 60)
         self.assertTrue(caller.wait(serial)[0])
         self.assertTrue(any(signal.member == "ReceiveNewOutput" for signal in caller.signals))
         caller.close()
-
-    def wait_for_tool(self):
-        agent = self.root.agent_pid()
-        wait_until(lambda: Usage(agent).children == 1)
-        wait_until(lambda: Usage(agent).children == 0, 60)
 
     def test_progress_of_clients_that_vanish_or_flood_back_harms_nobody(self):
         self.root.stand_in(REPAIRER, script="for i in 1 2 3 4 5 6 7 8 9; do echo chunk; "
