@@ -4,6 +4,7 @@ removed in it is gone afterwards.
 
 /root of it lies on a small ext4 of its own, so that flags, folder sizes and
 the Trash are those of a usual disk."""
+import itertools
 import os
 import shlex
 import shutil
@@ -189,13 +190,8 @@ class ThrowAwayRoot(PrivateBus):
         """Every run of a stand-in so far: its path and its arguments."""
         if not self.exists(_LOG):
             return []
-        fields = self.read(_LOG).decode(errors="surrogateescape").split("\0")[:-1]
-        result = []
-        while fields:
-            count = int(fields[0])
-            result.append(fields[1:count + 2])
-            fields = fields[count + 2:]
-        return result
+        fields = iter(self.read(_LOG).decode(errors="surrogateescape").split("\0")[:-1])
+        return [list(itertools.islice(fields, int(count) + 1)) for count in fields]
 
     def forget_calls(self):
         if self.exists(_LOG):
