@@ -38,7 +38,7 @@ def micro_benchmarks(build):
 
 
 class Progress:
-    """Says on standard error what is going on, and keeps the rows."""
+    """Reports each comparison on standard error, and keeps the rows."""
 
     def __init__(self, names):
         self.names, self.rows = names, []
@@ -79,9 +79,7 @@ def run_all(bench, progress):
 
 def write_results(bench, rows, lines, micro, duration):
     text = ["# Results", "",
-            "Written by `Scripts/bench`, which says how each figure comes about. Ratios are ours "
-            "over theirs, of medians over alternating rounds in one run; ours goes through the "
-            "bus, from the `keepwell` command to the agent and back, unless it is a search.", "",
+            *report.TERMS, "",
             "## Machine", "", *report.machine(bench.folder), "",
             "## Whole programs", "", *report.table(rows), "",
             *comparisons.reports(bench), "", "## Inner loops", "", *micro, "",
@@ -101,12 +99,12 @@ def write_results(bench, rows, lines, micro, duration):
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--build", required=True, help="the build folder")
-    parser.add_argument("--folder", default="/var/tmp", help="where the trees shall stand")
+    parser.add_argument("--folder", default="/var/tmp", help="the folder for the trees")
     parser.add_argument("--memory", default="/dev/shm", help="a folder on another volume")
     parser.add_argument("--quick", action="store_true", help="few rounds; writes no results")
     parser.add_argument("names", nargs="*", help="parts of the comparisons' names; writes no results")
     arguments = parser.parse_args()
-    # Whoever ends the run early still gets the trees cleared away.
+    # An early end of the run still clears the trees away.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     start = time.monotonic()
     scratch = tempfile.mkdtemp(prefix="keepwell-bench.", dir=arguments.folder)

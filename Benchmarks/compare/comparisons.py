@@ -1,4 +1,4 @@
-"""The work that is compared, one function for each line of the table."""
+"""The comparisons, one function for each line of the table."""
 import glob
 import hashlib
 import os
@@ -14,7 +14,7 @@ WIDE = Tree(1_000, 100_000, data_every=20, data_bytes=4096)
 FLAT = Tree(1, 400_000)
 GROWING = 1_000, 10_000, 100_000, 1_000_000  # files, fifty in a folder
 
-# What stands in the way where these targets are missed.
+# Reasons why these targets may be missed.
 SIZE_LIMIT = ("Nine tenths of the time are the kernel's, nearly all of it one stat for each file: "
               "about as much processor time as du takes, so that two processors can halve it at "
               "best.")
@@ -28,8 +28,8 @@ def expect(condition, text):
 
 
 class Bench:
-    """Where everything stands: the programs, the folder on disk, a folder in
-    memory, a volume that can be made anew."""
+    """The places of a run: the programs, the folder on disk, a folder in memory,
+    a volume that can be made anew."""
 
     def __init__(self, build, folder, memory_folder, volume, agent, single_agent, quick):
         self.build, self.folder, self.memory_folder = build, folder, memory_folder
@@ -335,7 +335,7 @@ def tool_run(bench):
 
 
 def reports(bench):
-    """What is only told."""
+    """Figures without a comparison."""
     first = [bench.agent.first_reply_seconds() for _ in range(bench.rounds(9))]
     bench.agent.pid()
     idle = bench.agent.proportional_memory()

@@ -1,5 +1,5 @@
-"""How two ways of doing the same work are timed: in turn, so that what else the
-machine does falls on both alike, after a warm-up, and by their medians."""
+"""Times two ways of doing the same work: in turn, so that other work on the
+machine slows both, after a warm-up, and by their medians."""
 import os
 import signal
 import statistics
@@ -13,7 +13,7 @@ TICK = os.sysconf("SC_CLK_TCK")
 
 @dataclass
 class Series:
-    """What one side needed, round by round, in seconds."""
+    """The time that one side needed, round by round, in seconds."""
     wall: list = field(default_factory=list)
     processor: list = field(default_factory=list)
 
@@ -25,8 +25,8 @@ class Series:
 
 
 class Side:
-    """One way of doing the work: a program, what it reads from a file if
-    anything, and the agent that it asks if any."""
+    """One way of doing the work: a program, the file that is its standard input,
+    and the agent that it asks if any."""
 
     def __init__(self, argv, agent=None, standard_input=os.devnull):
         self.argv, self.agent, self.standard_input = list(argv), agent, standard_input
@@ -53,8 +53,8 @@ class Side:
         return wall, spent
 
     def calls(self):
-        """One more run, with what was asked of the system counted: the most
-        expensive kinds of calls, as strace puts them."""
+        """One more run under strace: its table of the most expensive kinds of
+        system calls."""
         with tempfile.NamedTemporaryFile("r", encoding="utf-8") as summary:
             count = ["strace", "-f", "-c", "-U", "calls,errors,time,name", "-o", summary.name]
             if self.agent:

@@ -1,4 +1,4 @@
-"""Puts the measurements into words: the table, the machine, the curve."""
+"""Writes the measurements as text: the terms, the machine, the table, the details."""
 import os
 import platform
 import re
@@ -6,17 +6,36 @@ import subprocess
 from dataclasses import dataclass, field
 
 
+TERMS = """\
+`Scripts/bench` writes this page. The comparisons are in `Benchmarks/compare/comparisons.py`.
+
+- **Work**: the task that both programs do, on the same files.
+- **Against**: the other program.
+- **Ours**: the time of the `keepwell` command, the agent and the bus between them. Only searches
+  need no agent.
+- **Theirs**: the time of the other program.
+- **Ratio**: ours divided by theirs, each the median of all rounds. Below 1 Keepwell is faster. The two
+  take turns within one run, so that other work on the machine slows both.
+- **Reach**: the highest ratio that counts as a success, set before the measurement.
+- **Reached, missed**: whether the ratio is within the reach. For a miss, the details count the system
+  calls of both programs.
+- **Warm**: the files' metadata are in the machine's memory before the first round.
+- **Processor time**: user and system time of the program, its children and the agent.
+- **Checked**: the test that both programs did the same work.
+- **Entry** (in the curve): one file or folder.""".split("\n")
+
+
 @dataclass
 class Row:
-    """One line of the table. Without a rival it is a mere report of ours."""
+    """One line of the table. It has figures of ours alone when there is no rival."""
     work: str
     rival: str
     reach: float = None
     ours: object = None  # a measure.Series
     theirs: object = None
-    proof: str = ""  # how it was checked that both did the same
+    proof: str = ""  # the check that both did the same
     note: str = ""
-    calls: str = ""  # where the target is missed: what each side asked the system for
+    calls: str = ""  # of a missed target: each side's system calls
     facts: list = field(default_factory=list)
 
     def ratio(self):
@@ -54,7 +73,7 @@ def machine(folder):
                             stdout=subprocess.PIPE).stdout.decode().strip()
     return [f"- {model}, {os.cpu_count()} processors, {memory:.0f} GiB",
             f"- Linux {platform.release()}; many files: on an ext4 in memory, made anew for each tree; "
-            f"what is shredded or moved: on {re.sub(' +', ', ', volume, count=1)}",
+            f"shredded or moved files: on {re.sub(' +', ', ', volume, count=1)}",
             *(f"- {version(*argv)}" for argv in (
                 ("du", "--version"), ("find", "--version"), ("bfs", "--version"),
                 ("dbus-daemon", "--version"), ("c++", "--version")))]
