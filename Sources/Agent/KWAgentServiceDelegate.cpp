@@ -1,4 +1,4 @@
-// Setting up a new connection.
+// Sets up a new connection.
 #include "Agent/KWAgentServiceDelegate.h"
 
 #include "Agent/KWPrivilegedOperationProgress.h"

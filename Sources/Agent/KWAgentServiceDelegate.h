@@ -1,5 +1,5 @@
-// Accepts every connection and gives it an exported object of its own. Who can
-// reach the agent at all is for the system's policy to say.
+// Accepts every connection and gives it an exported object of its own. The system's bus policy
+// decides which clients can reach the agent.
 //
 // Stateless; lives as long as the process.
 #pragma once

@@ -1,5 +1,5 @@
-// The protocol as a value: one line for each message, in the protocol's order,
-// with the kinds taken from the method's own type.
+// Describes the protocol to the transport: one line for each message, in the protocol's order, with
+// the kinds taken from the method's own type.
 #include "Agent/KWPrivilegedOperation.h"
 
 #include <cstddef>
@@ -45,7 +45,7 @@ template <typename Value> XPCValue wrapped(const std::optional<Value> &value) {
   return value ? XPCValue(*value) : XPCValue();
 }
 
-// The value as a parameter of the plain type, whether that may be nil or not.
+// Unwraps a value as a parameter of the plain type, optional or not.
 template <typename Parameter> struct Unwrapped {
   static Parameter from(const XPCValue &value) { return std::get<Parameter>(value); }
 };
@@ -57,7 +57,7 @@ template <typename Value> struct Unwrapped<std::optional<Value>> {
   }
 };
 
-// What a reply block takes, and how one is made that answers a request.
+// The kinds that a reply block takes, and a block that answers a request.
 template <typename Reply> struct ReplyBlock;
 template <typename... Values> struct ReplyBlock<std::function<void(Values...)>> {
   static std::vector<XPCKind> kinds() { return {kindOf<Values>()...}; }
@@ -128,7 +128,7 @@ bool saysYes(const XPCValues &replies) {
 bool saysNo(const XPCValues &replies) {
   return !saysYes(replies);
 }
-// Of the tool, which is the second value of its reply.
+// The second value of the reply is the tool's status.
 bool hasStatusZero(const XPCValues &replies) {
   return std::get<std::int64_t>(replies.at(1)) == 0;
 }

@@ -1,4 +1,4 @@
-// What a client exports back to the agent: the receiver of progress text.
+// The receiver of progress text, which a client exports back to the agent.
 #pragma once
 
 #include "Foundation/XPCConnection.h"
@@ -12,13 +12,13 @@ class KWPrivilegedOperationProgress : public NS::XPCObject {
 public:
   static std::shared_ptr<const NS::XPCInterface> interface();
 
-  // The receiver at the other end of a connection. It holds the connection
-  // weakly: once that is gone, what is sent is lost without a word.
+  // Returns a proxy of the receiver at the other end of a connection. It holds the connection
+  // weakly, and silently drops text once the connection is gone.
   static std::unique_ptr<KWPrivilegedOperationProgress>
   remoteObjectProxy(std::weak_ptr<NS::XPCConnection> connection);
 
-  // A chunk of a running tool's standard output. Does not wait for the
-  // client; may be called from any thread.
+  // Sends a chunk of a running tool's standard output. Does not wait for the client. Any thread may
+  // call it.
   virtual void receiveNewOutput(const std::string &output) = 0;
 };
 

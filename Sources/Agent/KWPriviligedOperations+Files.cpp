@@ -1,5 +1,5 @@
-// The handlers that act on single files and folders, and the two that keep
-// house. Paths go down as they came: nothing here checks or restricts them.
+// The handlers for single files and folders, echo and pleaseTerminate. They pass paths on
+// unchanged: no code here checks or restricts them.
 #include "Agent/KWPriviligedOperations.h"
 
 #include "Additions/NSFileManager+FileModificationsAdditions.h"
@@ -10,7 +10,7 @@
 namespace kw {
 
 void KWPriviligedOperations::pleaseTerminate() {
-  // First, so that nothing further of this client is begun.
+  // Comes first, so that no further request of this client begins.
   if (auto connection = xpcConnection())
     connection->suspend();
   NS::Process::shared().exit(0);
@@ -57,7 +57,7 @@ void KWPriviligedOperations::moveToTrashItemAtPath(const std::string &path, KWFl
   std::optional<NS::Error> error;
   const bool moved =
       advancedMoveItemAtPath(NS::FileManager::defaultManager(), path, std::nullopt, &error);
-  // Inverted, as clients have always read it: true means that it failed.
+  // Inverted, as clients have always read it: true means failure.
   if (reply)
     reply(!moved, error);
 }
@@ -71,7 +71,7 @@ void KWPriviligedOperations::truncateFileAtPath(const std::string &path, KWFlagR
 void KWPriviligedOperations::sizeOfItemAtPath(const std::string &path, KWSizeReply reply) {
   std::optional<NS::Error> error;
   const std::uint64_t size = RVFileSizer::shared().wholeItemSizeAtPath(path, &error);
-  // A part of the size must not be taken for the whole.
+  // A client must not take a part of the size for the whole.
   reply(error ? 0 : static_cast<std::int64_t>(size), error);
 }
 

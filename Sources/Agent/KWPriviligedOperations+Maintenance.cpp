@@ -20,8 +20,8 @@ namespace {
 constexpr const char *syslogdLabel = "com.apple.syslogd";
 constexpr const char *aslmanagerLabel = "com.apple.aslmanager";
 
-// The systems whose name service was discoveryd: from the first version up to,
-// but without, the second.
+// Systems from the first version up to, but without, the second have discoveryd as their name
+// service.
 constexpr double firstDiscoveryVersion = 1343.0;
 constexpr double endOfDiscoveryVersions = 1348.0;
 
@@ -39,7 +39,7 @@ bool stopLogJobs() {
   return true;
 }
 
-// Both starts are tried. The last message names aslmanager whichever failed.
+// Tries both starts. The last message names aslmanager for either failure.
 bool startLogJobs() {
   bool syslogdStarted = KWLaunchdManager::shared().startAgentWithLabel(syslogdLabel);
   if (!syslogdStarted)
@@ -63,7 +63,7 @@ long long statusOf(const char *tool, const std::vector<std::string> &arguments) 
   return KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(tool, arguments);
 }
 
-// Both tools run whatever becomes of the first.
+// Runs the second tool even when the first fails.
 bool flushNameCaches() {
   double version = std::floor(NS::AppKitVersion::shared().number());
   long long first = 0;
@@ -108,7 +108,7 @@ void KWPriviligedOperations::repairPermissionsWithReply(KWRepairReply reply) {
   KWPermissionsRepair repair;
   int processIdentifier = repair.repairPermissionsWithReportProgress(
       [this](bool, const std::optional<std::string> &chunk) {
-        // The transport has no nil text; what cannot be shown is an empty one.
+        // The transport has no nil text, so a nil chunk becomes an empty one.
         KWPrivilegedOperationProgress::remoteObjectProxy(xpcConnection())
             ->receiveNewOutput(chunk.value_or(""));
       });

@@ -1,6 +1,5 @@
-// The handlers of what starts by itself: launchd jobs, startup items, login
-// items, launchd's environment; and of system software: extensions, receipts,
-// architectures.
+// The handlers for programs that start by themselves (launchd jobs, startup items, login items,
+// launchd's environment) and for system software (extensions, receipts, architectures).
 #include "Agent/KWPriviligedOperations.h"
 
 #include "Additions/NSStringAdditions.h"
@@ -31,13 +30,13 @@ void answer(const KWFlagReply &reply, bool success) {
     reply(success, std::nullopt);
 }
 
-// There is no shell to take the quotes off again; the tool sees them.
+// No shell takes the quotes off again: the tool gets them.
 void runSystemStarter(const char *verb, const std::string &name) {
   static_cast<void>(KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(
       tools::systemStarter, NS::wordList(verb, NS::stringWithFormat("\"%@\"", name))));
 }
 
-// How the platform compares: canonically equivalent spellings are equal.
+// Compares as the platform does: canonically equivalent spellings are equal.
 bool comparesEqual(const std::string &left, const std::string &right) {
   if (left == right)
     return true;
@@ -45,8 +44,8 @@ bool comparesEqual(const std::string &left, const std::string &right) {
   return found && *found == NS::ByteRange{0, left.size()};
 }
 
-// The job stays loaded: launchd forgets it with the next start, and the
-// process that would unload it is its own.
+// Leaves the job loaded: launchd forgets it at the next start, and to unload it here would end this
+// process.
 void removeOwnFiles() {
   NS::FileManager &manager = NS::FileManager::defaultManager();
   for (std::string_view path : {kAgentToolPath, kAgentJobPlistPath, kAgentRemovedSocketPath})
@@ -62,8 +61,7 @@ bool isItemOfApp(NS::SharedFileListItem &item, const NS::URL &appURL, const std:
   return name && comparesEqual(*name, appPath);
 }
 
-// Without the library in any line, without quotes but in rebuilt lines, and
-// without empty lines.
+// Drops the library from every line and empty lines altogether. Only rebuilt lines have quotes.
 std::string configurationWithoutLibrary(const std::string &unquoted, const std::string &library) {
   std::string result;
   for (std::size_t start = 0; start <= unquoted.size();) {
@@ -78,8 +76,8 @@ std::string configurationWithoutLibrary(const std::string &unquoted, const std::
   return result;
 }
 
-// Keeps the content as it was before this edit. An empty file, such as an edit
-// may have left, has nothing to keep and must not cost an earlier backup.
+// Backs up the content before this edit. An empty file, which an edit may have left, must not
+// replace an earlier backup.
 void backUpConfiguration(const std::optional<std::string> &text) {
   NS::FileManager &manager = NS::FileManager::defaultManager();
   std::string backup = NS::stringByAppendingPathExtension(tools::launchdConfiguration, "prev");
@@ -129,7 +127,7 @@ void KWPriviligedOperations::slimBinaryWithPath(const std::string &path,
   answer(reply, KWDitoTask::shared().slimBinaryAtPath(path, archs));
 }
 
-// Whatever became of the tool.
+// The tool's status does not matter.
 void KWPriviligedOperations::startStartupItem(const std::string &name, KWFlagReply reply) {
   runSystemStarter("start", name);
   answer(reply, true);
@@ -140,7 +138,7 @@ void KWPriviligedOperations::stopStartupItem(const std::string &name, KWFlagRepl
   answer(reply, true);
 }
 
-// Every matching item goes; the last one's removal decides.
+// Removes every matching item; the last removal decides.
 void KWPriviligedOperations::removeGlobalLoginItemForAppWithPath(const std::string &appPath,
                                                                  KWFlagReply reply) {
   auto list = NS::SharedFileLists::shared().globalLoginItems();
@@ -154,9 +152,8 @@ void KWPriviligedOperations::removeGlobalLoginItemForAppWithPath(const std::stri
   answer(reply, success);
 }
 
-// A file that is missing or empty is answered at once and then written all the
-// same, with an answer of its own; so is one that is no text. What only a limit
-// of this process keeps from being read is left alone.
+// Answers at once when the file is missing, empty or invalid UTF-8, then writes it and answers
+// again. Leaves the file alone when only a limit of this process keeps it from being read.
 void KWPriviligedOperations::removeLibraryFromLauchdConf(const std::string &libraryPath,
                                                          KWFlagReply reply) {
   if (!NS::FileManager::defaultManager().fileExistsAtPath(tools::launchdConfiguration))

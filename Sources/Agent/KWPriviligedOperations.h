@@ -1,10 +1,8 @@
-// The object that each connection exports: turns every request into calls of
-// the rooms below and their results into its reply. Its handlers stand in one
-// file for each kind of work.
+// The object that each connection exports: turns every request into calls of Tools and Additions,
+// and their results into its reply. Each kind of work has a file of handlers.
 //
-// Holds nothing but its connection; every request is independent of earlier
-// ones. A reply block that is null is skipped, except by the two methods whose
-// reply must not be null.
+// Its only state is its connection; every request is independent of earlier ones. It skips a null
+// reply block, except in the two methods whose reply must not be null.
 #pragma once
 
 #include "Agent/KWPrivilegedOperation.h"

@@ -2,8 +2,8 @@
 //
 // A map of the source, from a message to the disk:
 //
-//   Foundation/XPCListener        the well-known name; one connection a client
-//   Agent/KWAgentServiceDelegate  what a new connection may call
+//   Foundation/XPCListener        the well-known name; one connection per client
+//   Agent/KWAgentServiceDelegate  the exported object of a new connection
 //   Agent/KWPrivilegedOperation   the protocol: 26 messages and their replies
 //   Agent/KWPriviligedOperations  their handlers, one file for each kind of work
 //   Tools/                        the system's own tools, launchd jobs, sizes
@@ -34,7 +34,7 @@ constexpr const char *usage =
     "client calls it; without --bus it serves the bus that started it, else the\n"
     "system bus.\n";
 
-// The bus that started this process says so in the environment.
+// The bus sets this variable for a process that it starts.
 std::string defaultBus() {
   const char *address = std::getenv("DBUS_STARTER_ADDRESS");
   return address && *address ? address : "system";
@@ -46,7 +46,7 @@ struct Options {
   bool version = false;
 };
 
-// Nothing when the arguments cannot be understood.
+// Empty when the arguments have an error.
 std::optional<Options> parse(int count, char **arguments) {
   Options options;
   for (int index = 1; index < count; ++index) {

@@ -1,5 +1,5 @@
-// The agent over the bus: each message as a call, and what comes back by the
-// number of the call.
+// The agent over the bus: sends each message as a call, and finds the message of a reply by the
+// number of its call.
 #include "Client/AgentConnection.h"
 
 #include "Client/BusFailure.h"
@@ -27,13 +27,13 @@ constexpr const char *operationInterface = "org.keepwell.KWPrivilegedOperation";
 constexpr const char *outputInterface = "org.keepwell.KWPrivilegedOperationProgress";
 constexpr const char *controlInterface = "org.keepwell.KWRequestControl";
 
-// Somebody who floods this connection must not keep requests from being sent.
+// A flood of messages on this connection must not keep requests from being sent.
 constexpr int mostHandledAtOnce = 256;
 
 // The bus counts calls without an answer, the requests among them.
 constexpr std::size_t mostCancelsSent = 16;
 
-// What the agent takes in one request.
+// The agent's limit for the text of one request.
 constexpr std::size_t mostTextBytes = std::size_t{16} << 20;
 
 ClientError errorOfBus(const BusError &error) {
@@ -90,7 +90,7 @@ private:
   using AwaitedBySerial = std::map<std::uint32_t, Awaited>;
   // A request of which the agent may end.
   struct LastRequest {
-    bool isAnswered = false; // by nobody: the bus says that no reply will come
+    bool isAnswered = false; // the bus reported that no reply will come
     bool nameIsLost = false;
   };
 
@@ -124,12 +124,12 @@ private:
   std::string owner_;
   bool watchesAgent_ = false;
   bool wantsProgress_ = false;
-  // What this agent was told; another one must be told again.
+  // The agent that has these settings; another agent must get them again.
   bool endsOnLeaving_ = false;
   bool isSubscribed_ = false;
 };
 
-// What needs memory comes before the sending.
+// The steps that need memory come before the sending.
 void AgentBus::sendCall(BusMessage &call, Awaited awaited) {
   AwaitedBySerial made;
   made.emplace(0, std::move(awaited));
@@ -158,8 +158,8 @@ void AgentBus::send(Number number, const AgentMessage &message) {
   }
 }
 
-// The bus and the agent take messages in the order in which they are sent, so
-// what is told here is in force for the requests behind it.
+// The bus and the agent take messages in the order of their sending, so these settings hold for all
+// later requests.
 void AgentBus::tellSettings() {
   if (options_.endRequestsOnLeaving && !endsOnLeaving_) {
     tell("EndRequestsOnLeaving");
@@ -268,7 +268,7 @@ void AgentBus::handle(BusMessage &message) {
     turnAway(message);
 }
 
-// A stranger's call; what becomes of the answer is no concern of the requests.
+// Answers a stranger's call. The outcome does not concern the requests.
 void AgentBus::turnAway(const BusMessage &call) {
   try {
     BusMessage answer =
@@ -295,7 +295,7 @@ void AgentBus::handleAnswer(BusMessage &answer) {
     if (hasFailed)
       throw BusError(std::string(answer.errorName()), "the bus does not tell who owns a name");
     return;
-  case Purpose::OwnerQuestion: // a failure says that nobody is
+  case Purpose::OwnerQuestion: // a failure means that the name has no owner
     if (!hasFailed)
       agentIs(std::string(answer.readText()));
     return;
@@ -338,8 +338,8 @@ void AgentBus::handleReply(const Awaited &awaited, BusMessage &answer) {
   receiver_->received(awaited.number, std::move(values));
 }
 
-// Anybody on the bus may send a signal here; the bus and the owner of the
-// agent's name alone are believed.
+// Any connection of the bus may send a signal here. Only those of the bus and of the owner of the
+// agent's name count.
 void AgentBus::handleSignal(BusMessage &signal) {
   const bool isOfAgent = !owner_.empty() && signal.sender() == owner_;
   const std::string_view interface = signal.interface(), member = signal.member();
@@ -348,7 +348,7 @@ void AgentBus::handleSignal(BusMessage &signal) {
         signal.sender() == BusConnection::busName) {
       if (signal.readText() != kAgentServiceName)
         return;
-      static_cast<void>(signal.readText()); // who it was before
+      static_cast<void>(signal.readText()); // the former owner
       agentIs(std::string(signal.readText()));
     } else if (isOfAgent && interface == outputInterface && member == "ReceiveNewOutput") {
       receiver_->progressed(std::string(signal.readText()));
@@ -366,8 +366,8 @@ void AgentBus::handleSignal(BusMessage &signal) {
   }
 }
 
-// Another agent knows nothing of what the one before it was told, and may have
-// been started by a request that was meant for that one.
+// Another agent knows none of the settings of the one before it, and a request for that one may
+// have started it.
 void AgentBus::agentIs(std::string owner) {
   if (!owner_.empty() && owner != owner_) {
     endsOnLeaving_ = isSubscribed_ = false;

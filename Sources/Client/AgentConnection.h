@@ -1,7 +1,7 @@
-// A connection to the bus that carries messages to the agent and replies back:
-// what of the client depends on the transport.
+// A connection to the bus that carries messages to the agent and replies back. Only this part of
+// the client depends on the transport.
 //
-// Belongs to one thread but for wake().
+// One thread owns it; any thread may call wake().
 #pragma once
 
 #include "Client/ClientError.h"
@@ -22,44 +22,44 @@ struct AgentMessage {
   std::string member;
   // Strings and arrays of strings.
   NS::XPCValues arguments{};
-  // As many values and of the kinds that a good reply holds.
+  // The number and kinds of the values of a good reply.
   std::vector<NS::XPCKind> replyKinds{};
-  // The agent may end instead of replying, which then is a reply without
-  // values: it comes when nobody owns the agent's name any more.
+  // The agent may end instead of replying. A reply without values then comes when the agent's name
+  // has no owner any more.
   bool mayEndAgent = false;
   // Chunks of progress may come before the reply.
   bool hasProgress = false;
   // The flag at the head of a reply to a request that was done.
   bool flagWhenDone = true;
-  // Its work can be cancelled, and its reply then tells nothing but the flag.
+  // The agent can cancel its work, and its reply then carries only the flag.
   bool stopsWithoutReason = false;
-  // How far it has come is to be told while it runs.
+  // The agent reports its progress while it runs.
   bool isFollowed = false;
 };
 
 struct ConnectionOptions {
-  bool endRequestsOnLeaving = false; // is asked of the agent before anything else
+  bool endRequestsOnLeaving = false; // the connection asks the agent for this first
 };
 
 class AgentConnection {
 public:
   using Clock = std::chrono::steady_clock;
-  using Number = std::uint64_t; // of a message, chosen by who sends it
+  using Number = std::uint64_t; // of a message, chosen by its sender
 
-  // Takes what has arrived. Must not throw, nor use the connection.
+  // Takes the messages that have arrived. Its members must not throw, nor use the connection.
   class Receiver {
   public:
     virtual ~Receiver() = default;
     virtual void received(Number number, NS::XPCValues values) = 0;
     virtual void failed(Number number, const ClientError &error) = 0;
-    // Of the first message with progress that is not answered yet.
+    // The progress belongs to the first message with progress that is not answered yet.
     virtual void progressed(const std::string &chunk) = 0;
     virtual void advanced(Number number, const RequestProgress &progress) = 0;
-    // The agent was asked to cancel the message before it had an outcome, and
+    // The connection has asked the agent to cancel the message before it had an outcome. The agent
     // does so if it still can.
     virtual void isBeingCancelled(Number number) = 0;
-    // The agent was asked to cancel the message and cannot, since it knows no
-    // such thing: its reply comes when the work is done.
+    // The agent cannot cancel the message, since it is too old to know such a request: its reply
+    // comes when the work is done.
     virtual void couldNotCancel(Number number) = 0;
   };
 
@@ -68,16 +68,16 @@ public:
   static std::unique_ptr<AgentConnection> open(const std::string &bus,
                                                const ConnectionOptions &options = {});
 
-  // Sends the message; one outcome comes out of wait() later, or none when the
-  // connection ends first. Throws ClientError when it cannot be sent: of kind
-  // BadArgument when that is the message's fault, else the connection's.
+  // Sends the message. wait() hands over its one outcome later, or none when the connection ends
+  // first. Throws ClientError when the message cannot be sent: of kind BadArgument by a fault of
+  // the message, of another kind by a fault of the connection.
   virtual void send(Number number, const AgentMessage &message) = 0;
-  // Asks the agent to cancel a message that was sent and has no outcome yet.
-  // Its outcome still comes. Throws ClientError when the connection has ended.
+  // Asks the agent to cancel a sent message without an outcome. Its outcome still comes. Throws
+  // ClientError when the connection has ended.
   virtual void cancel(Number number) = 0;
-  // Hands over what has arrived. When nothing had, waits until something does,
-  // until it is woken or until the time has come. Throws ClientError when the
-  // connection has ended; nothing but its destruction is of use then.
+  // Hands over the messages that have arrived. Without any it waits until one arrives, until wake()
+  // or until the given time. Throws ClientError when the connection has ended; only its destruction
+  // is allowed then.
   virtual void wait(Receiver &receiver, std::optional<Clock::time_point> until) = 0;
   // From any thread: the wait under way returns, or the next one at once.
   virtual void wake() = 0;

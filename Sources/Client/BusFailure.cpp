@@ -1,4 +1,4 @@
-// The bus's names of errors, by what they say of the request.
+// Sorts the bus's names of errors by their meaning for the request.
 #include "Client/BusFailure.h"
 
 #include <algorithm>
@@ -18,7 +18,7 @@ bool isAmong(std::string_view name, const std::array<std::string_view, size> &na
   return std::find(names.begin(), names.end(), shortName(name)) != names.end();
 }
 
-// There is nobody to deliver the request to, or it may not be delivered.
+// There is no agent to deliver the request to, or no right to deliver it.
 bool meansUnreachable(std::string_view name) {
   constexpr std::array<std::string_view, 6> names{"AccessDenied", "NameHasNoOwner", "NoNetwork",
                                                   "NoServer",     "ServiceUnknown", "TimedOut"};

@@ -1,4 +1,4 @@
-// What an error of the bus means for a request.
+// The meaning of an error of the bus for a request.
 #pragma once
 
 #include "Client/ClientError.h"
@@ -11,7 +11,7 @@ namespace kw {
 // The agent went away with the request; the bus itself may have.
 bool meansInterrupted(std::string_view errorName);
 
-// Of an error that the agent or the bus answered with.
+// Makes the ClientError for an error reply of the agent or the bus.
 ClientError errorOfReply(std::string_view errorName, const std::string &text);
 
 } // namespace kw

@@ -1,5 +1,4 @@
-// Calls the functions that a program gave, and keeps an exception of one from
-// all that comes behind it.
+// Calls functions of the program, and stops their exceptions there.
 #pragma once
 
 #include <exception>
@@ -13,7 +12,7 @@ class CallbackGuard {
 public:
   using Handler = std::function<void(std::exception_ptr exception)>;
 
-  // Without a handler an exception is told on standard error.
+  // Without a handler it reports an exception on standard error.
   explicit CallbackGuard(Handler handler) : handler_(std::move(handler)) {}
 
   template <typename Callback, typename... Arguments>

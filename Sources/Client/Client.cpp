@@ -1,4 +1,4 @@
-// Each operation as one message of the bus, and its reply as what it means.
+// Encodes each operation as one message of the bus, and decodes its reply.
 #include "Client/Client.h"
 
 #include "Client/ClientMaker.h"
@@ -31,7 +31,7 @@ Outcome outcomeOf(bool flag) {
   return flag ? Outcome::Done : Outcome::NotDone;
 }
 
-// For each reply the kinds of its values and what they mean.
+// The kinds of the values of each reply, and their decoding.
 template <typename Reply> struct Coding;
 
 template <> struct Coding<FlagReply> {

@@ -1,5 +1,5 @@
-// The typed client of the agent: each operation that the agent offers in a form
-// that blocks until the reply and in one that does not.
+// The typed client of the agent. Each operation of the agent has a form that blocks until the reply
+// and a form that does not.
 //
 //   auto client = kw::Client::connect();
 //   std::uint64_t bytes = client->sizeOfItemAtPath("/usr").allocatedBytes;
@@ -10,24 +10,20 @@
 //   for (const auto &removal : removals)
 //     if (const kw::ClientError *error = removal.wait().error()) ...
 //
-// Threads: everything here may be used from any thread at once. A client has
-// one thread of its own, on which callbacks and progress arrive (see
-// Request::then for what they may do).
+// Threads: any thread may use everything here at any time. A client has one thread of its own, on
+// which callbacks and progress arrive (Request::then has their rules).
 //
-// Order: the agent does the requests of one client one after the other in the
-// order in which they were started; use several clients for work side by side.
-// As many requests as memory holds may be started: a part of them is on its
-// way at a time, the rest waits in the client.
+// Order: the agent works on the requests of one client one after the other, in the order in which
+// they were started; use several clients for work side by side. Only memory bounds the number of
+// started requests: the client sends a part of them at a time and keeps the rest.
 //
-// Time: no request has a time limit unless RequestOptions gives one, since an
-// operation may take as long as a disk is large. The agent goes on with a
-// request whose time has passed.
+// Time: a request has no time limit unless RequestOptions gives one, since an operation may take as
+// long as a disk is large. The agent goes on with a request after its time limit.
 //
-// Failure: the blocking form throws ClientError, the other form's Result holds
-// it; its kind tells "never reached the agent" from "interrupted, nobody knows
-// how far it came" and from "refused". That the agent could not do what it was
-// asked is no such failure but the reply. After an end of the agent or of the
-// bus the next request starts and connects anew.
+// Failure: the blocking form throws ClientError, and the other form's Result holds it. Its kind
+// tells "never reached the agent" from "interrupted, unknown how far it came" and from "refused".
+// When the agent could not do the work, that is its reply and no ClientError. After an end of the
+// agent or of the bus the next request starts the agent and connects anew.
 //
 // Arguments: paths must be absolute, since the agent has a working folder of
 // its own. Text must be UTF-8, as everything on the bus.
@@ -49,12 +45,11 @@ namespace kw {
 class RequestEngine;
 
 struct ClientOptions {
-  // Requests that have not ended when the client goes, or its program ends,
-  // are cancelled by the agent as Request::cancel() does. Else the agent
-  // carries them out, as one does that is too old to end them.
+  // When the client goes, or its program ends, the agent cancels the requests that have not ended,
+  // as Request::cancel() does. Otherwise, or if it is too old for that, the agent carries them out.
   bool endRequestsOnLeaving = false;
-  // Called with what a callback of this client threw, on the thread that
-  // called the callback. Null: a line on standard error tells of it.
+  // Called with an exception that a callback of this client threw, on the thread that called the
+  // callback. When null, the client reports the exception in a line on standard error.
   std::function<void(std::exception_ptr)> callbackFailed = nullptr;
 };
 
@@ -68,53 +63,52 @@ public:
   static std::unique_ptr<Client> connect(const std::string &bus = "system",
                                          const ClientOptions &options = {});
 
-  // All requests that have not ended end with ClientError::Kind::Cancelled,
-  // their callbacks called, before this returns; so do requests that these
-  // callbacks start, so one that starts its request anew each time keeps this
-  // from returning. In a callback of this client they end soon after.
-  // A forked child may destroy its parent's client; to start a request there
-  // throws ClientError.
+  // Ends all requests that have not ended with ClientError::Kind::Cancelled and calls their
+  // callbacks before it returns. It also ends requests that these callbacks start, so a callback
+  // that starts its request anew each time keeps it from returning. When it runs in a callback of
+  // this client, the requests end soon after. A forked child may destroy its parent's client; a
+  // request started there throws ClientError.
   ~Client();
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;
 
-  // Cancels all requests that were started before, as Request::cancel() does;
-  // a thread that is blocked in one wakes when it has ended. Does not block.
+  // Cancels all requests that were started before, as Request::cancel() does. A thread that waits
+  // for one wakes when it has ended. Does not block.
   void cancelAll();
 
   // --- the agent itself
 
-  // Ends the agent, whatever it is doing for others, and waits until its name
-  // has no owner. An agent that is not running is started for it.
+  // Ends the agent, with its work for other clients unfinished, and waits until its name has no
+  // owner. The bus starts an agent for this when none is running.
   TerminationReply pleaseTerminate(const RequestOptions &options = {});
   Request<TerminationReply> pleaseTerminateAsync(const RequestOptions &options = {});
-  // The text comes back as it was sent.
+  // The agent replies with the same text.
   EchoReply echo(const std::string &text, const RequestOptions &options = {});
   Request<EchoReply> echoAsync(const std::string &text, const RequestOptions &options = {});
 
   // --- files
 
-  // Whether something stands at the path, a final link followed.
+  // Tells whether an item exists at the path. The agent follows a final link.
   ExistenceReply fileExistsAtPath(const std::string &path, const RequestOptions &options = {});
   Request<ExistenceReply> fileExistsAtPathAsync(const std::string &path,
                                                 const RequestOptions &options = {});
-  // Gives the item a new path, also across volumes; missing folders are made.
-  // Done also where the destination is the folder that holds the item already.
+  // Gives the item a new path, also across volumes, and makes missing folders. It is also Done when
+  // the destination is the folder that already holds the item.
   FlagReply moveItemAtPath(const std::string &srcPath, const std::string &dstPath,
                            const RequestOptions &options = {});
   Request<FlagReply> moveItemAtPathAsync(const std::string &srcPath, const std::string &dstPath,
                                          const RequestOptions &options = {});
-  // Removes the item with all that it holds, what is locked included. What is
-  // not there counts as removed. What a failure leaves behind is still there.
+  // Removes the item with all that it holds, locked items included. A missing item counts as
+  // removed. Items that a failure leaves are still in place.
   RemovalReply removeItemAtPath(const std::string &path, const RequestOptions &options = {});
   Request<RemovalReply> removeItemAtPathAsync(const std::string &path,
                                               const RequestOptions &options = {});
-  // Overwrites what the item's files hold once, then removes it.
+  // Overwrites the data of the item's files once, then removes the item.
   FlagReply securelyRemoveItemAtPath(const std::string &path, const RequestOptions &options = {});
   Request<FlagReply> securelyRemoveItemAtPathAsync(const std::string &path,
                                                    const RequestOptions &options = {});
-  // Done means that the item lies in the Trash of the agent's user. (On the bus
-  // the flag has the opposite sense.)
+  // Done means that the item is in the Trash of the agent's user. (On the bus the flag has the
+  // opposite sense.)
   FlagReply moveToTrashItemAtPath(const std::string &path, const RequestOptions &options = {});
   Request<FlagReply> moveToTrashItemAtPathAsync(const std::string &path,
                                                 const RequestOptions &options = {});
@@ -122,14 +116,14 @@ public:
   FlagReply truncateFileAtPath(const std::string &path, const RequestOptions &options = {});
   Request<FlagReply> truncateFileAtPathAsync(const std::string &path,
                                              const RequestOptions &options = {});
-  // What the item and all that it holds occupy.
+  // The bytes on disk that the item and all that it holds occupy.
   SizeReply sizeOfItemAtPath(const std::string &path, const RequestOptions &options = {});
   Request<SizeReply> sizeOfItemAtPathAsync(const std::string &path,
                                            const RequestOptions &options = {});
 
   // --- system software
 
-  // Forgets the package's receipt; its files stay.
+  // Forgets the package's receipt and leaves its files.
   FlagReply removePackageWithID(const std::string &packageID, const RequestOptions &options = {});
   Request<FlagReply> removePackageWithIDAsync(const std::string &packageID,
                                               const RequestOptions &options = {});
@@ -137,7 +131,7 @@ public:
   FlagReply removeKextAtPath(const std::string &path, const RequestOptions &options = {});
   Request<FlagReply> removeKextAtPathAsync(const std::string &path,
                                            const RequestOptions &options = {});
-  // Strips a universal binary; the architectures are the tool's own options.
+  // Strips a universal binary. The architectures are options of the tool, passed on unchanged.
   FlagReply slimBinaryWithPath(const std::string &path, const std::vector<std::string> &archs,
                                const RequestOptions &options = {});
   Request<FlagReply> slimBinaryWithPathAsync(const std::string &path,
@@ -146,18 +140,18 @@ public:
 
   // --- what starts by itself
 
-  // Unloads the job and deletes its list and its privileged tool. With its own
-  // job's list the agent removes itself and ends.
+  // Unloads the job and deletes its list and its privileged tool. For the list of its own job the
+  // agent removes itself and ends.
   JobRemovalReply removeLaunchdAgentAtPath(const std::string &plistPath,
                                            const RequestOptions &options = {});
   Request<JobRemovalReply> removeLaunchdAgentAtPathAsync(const std::string &plistPath,
                                                          const RequestOptions &options = {});
-  // Loads the job, now and from now on.
+  // Loads the job and enables it for later starts.
   FlagReply enableLaunchdAgentAtPath(const std::string &plistPath,
                                      const RequestOptions &options = {});
   Request<FlagReply> enableLaunchdAgentAtPathAsync(const std::string &plistPath,
                                                    const RequestOptions &options = {});
-  // Unloads the job for good and stops it.
+  // Unloads the job, disables it for later starts and stops it.
   FlagReply disableLaunchdAgentAtPath(const std::string &plistPath,
                                       const RequestOptions &options = {});
   Request<FlagReply> disableLaunchdAgentAtPathAsync(const std::string &plistPath,
@@ -166,7 +160,8 @@ public:
   FlagReply removeSMLoginItem(const std::string &bundleID, const RequestOptions &options = {});
   Request<FlagReply> removeSMLoginItemAsync(const std::string &bundleID,
                                             const RequestOptions &options = {});
-  // Done also when no login item of all users names the application.
+  // Removes the application from the login items of all users. Also Done when none of them names
+  // it.
   FlagReply removeGlobalLoginItemForAppWithPath(const std::string &appPath,
                                                 const RequestOptions &options = {});
   Request<FlagReply> removeGlobalLoginItemForAppWithPathAsync(const std::string &appPath,
@@ -177,8 +172,7 @@ public:
   AttemptReply stopStartupItem(const std::string &name, const RequestOptions &options = {});
   Request<AttemptReply> stopStartupItemAsync(const std::string &name,
                                              const RequestOptions &options = {});
-  // Takes the library out of those that launchd's configuration inserts into
-  // every program.
+  // Removes the library from those that launchd's configuration inserts into every program.
   FlagReply removeLibraryFromLauchdConf(const std::string &libraryPath,
                                         const RequestOptions &options = {});
   Request<FlagReply> removeLibraryFromLauchdConfAsync(const std::string &libraryPath,
@@ -189,8 +183,8 @@ public:
   // Empties the system log store.
   FlagReply removeASL(const RequestOptions &options = {});
   Request<FlagReply> removeASLAsync(const RequestOptions &options = {});
-  // The progress may be null. It is called on the client's thread, under the
-  // same rules as a Request's callback, before the request ends.
+  // The progress may be null. The client calls it on its own thread before the request ends, under
+  // the rules of a Request's callback.
   RepairReply repairPermissions(const Progress &progress, const RequestOptions &options = {});
   Request<RepairReply> repairPermissionsAsync(const Progress &progress,
                                               const RequestOptions &options = {});

@@ -1,4 +1,4 @@
-// Why a request to the agent got no reply.
+// The reason why a request to the agent got no reply.
 #pragma once
 
 #include "Client/Export.h"
@@ -11,30 +11,30 @@
 
 namespace kw {
 
-// A value; copies share what they hold and may be used by different threads.
+// A value. Copies share their contents, and different threads may use them.
 class KEEPWELL_EXPORT ClientError : public std::exception {
 public:
   enum class Kind {
-    // The request never reached an agent: no bus, no agent, no right to call.
+    // The request never reached an agent: no bus, no agent, or no right to call.
     Unreachable,
-    // It was sent, and the agent or the bus ended before the reply: whether it
-    // was done, wholly or in part, is not known.
+    // The request was sent, and the agent or the bus ended before the reply. The agent may have
+    // done the work, wholly or in part.
     Interrupted,
     // The agent or the bus answered with an error of the bus.
     Refused,
-    // The agent answered, but not with what the operation's reply holds.
+    // The agent's answer does not hold the values of the operation's reply.
     BadReply,
-    // It cannot be sent: the text is no UTF-8, holds a NUL or is too long.
+    // The request cannot be sent: the text is invalid UTF-8, holds a NUL or is too long.
     BadArgument,
     // The time that the caller allowed has passed.
     DeadlinePassed,
-    // The caller cancelled it, or the client went away.
+    // The caller cancelled the request, or the client went away.
     Cancelled,
   };
-  // What is known of the agent's side.
+  // The effect on the agent's side, as far as the client knows.
   enum class Effect {
     None,    // the agent did nothing for this request and will not
-    Unknown, // it may have done all of it or a part, or may yet do so
+    Unknown, // the agent may have done all of it or a part, or may yet do so
   };
 
   ClientError(Kind kind, std::string name, const std::string &message,
@@ -44,8 +44,8 @@ public:
 
   Kind kind() const { return kind_; }
   Effect effect() const { return effect_; }
-  // The bus's name of the error, such as
-  // "org.freedesktop.DBus.Error.NotSupported"; empty when it is the client's.
+  // The bus's name of the error, such as "org.freedesktop.DBus.Error.NotSupported"; empty for an
+  // error of the client.
   const std::string &name() const { return texts_->name; }
   const char *what() const noexcept override { return texts_->message.c_str(); }
 

@@ -1,4 +1,4 @@
-// A client over connections of somebody else's making.
+// Makes a client over connections of the caller's making, such as fakes.
 #pragma once
 
 #include "Client/Client.h"
@@ -7,7 +7,7 @@
 namespace kw {
 
 struct ClientMaker {
-  // The first connection is made at once, others whenever one has ended.
+  // Makes the first connection at once, and another whenever one has ended.
   static std::unique_ptr<Client> make(RequestEngine::Connector connector,
                                       const ClientOptions &options = {});
 };

@@ -1,5 +1,4 @@
-// What the shared library shows of itself: the classes marked here and nothing
-// else.
+// Marks the classes that the shared library exports; it hides all others.
 #pragma once
 
 #define KEEPWELL_EXPORT __attribute__((visibility("default")))

@@ -1,6 +1,6 @@
-# libkeepwell as others get it: shared and static, its headers, and what CMake
-# and pkg-config need to find it. Two components: "library" is what programs
-# run with, "development" what they are built with.
+# libkeepwell for other programs: shared and static, its headers, and files by
+# which CMake and pkg-config find it. It has two components: "library" to run
+# programs, "development" to build them.
 
 # Besides its own room the library holds the error values of Foundation, and
 # its way to the bus.
@@ -31,8 +31,8 @@ foreach(library libkeepwell libkeepwell_static)
     $<BUILD_INTERFACE:kw_options> PkgConfig::SYSTEMD Threads::Threads)
 endforeach()
 
-# The public headers, as <keepwell/Name.h>. One that includes any other header
-# of the tree would not stand alone.
+# The public headers, as <keepwell/Name.h>. They include no other header of the
+# tree, so that they compile on their own.
 set(public_headers Client/Client.h Client/ClientError.h Client/Export.h Client/Replies.h
     Client/Request.h Foundation/ErrorValue.h)
 set(made_headers ${CMAKE_BINARY_DIR}/include/keepwell)

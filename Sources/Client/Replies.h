@@ -1,6 +1,5 @@
-// What the agent answers, in types that can be read in one way only. A flag
-// whose sense is not plain, or that says less than it seems to, is an
-// enumeration that says what it says.
+// The agent's answers, as types that can be read in one way only. A flag whose sense is unclear, or
+// that says less than it seems to, is an enumeration.
 #pragma once
 
 #include "Client/Export.h"
@@ -12,10 +11,10 @@
 
 namespace kw {
 
-// Whether the agent did what it was asked.
+// Tells whether the agent did the requested work.
 enum class Outcome { NotDone, Done };
 
-// Whether the agent ran a tool for it. What came of that is not told.
+// Tells whether the agent ran a tool for the request. The tool's result is not known.
 enum class Attempt { NotMade, Made };
 
 enum class Existence { Missing, Exists };
@@ -29,7 +28,7 @@ enum class JobRemoval {
 
 struct KEEPWELL_EXPORT FlagReply {
   Outcome outcome = Outcome::NotDone;
-  // Why it was not done. Moves and the Trash alone say so.
+  // The reason of a failure. Only moves and the Trash give one.
   std::optional<Error> error = std::nullopt;
 
   bool isDone() const { return outcome == Outcome::Done; }
@@ -37,10 +36,10 @@ struct KEEPWELL_EXPORT FlagReply {
 
 struct KEEPWELL_EXPORT RemovalReply {
   Outcome outcome = Outcome::NotDone;
-  // Why it was not done; never beside Done.
+  // The reason of a failure; never with Done.
   std::optional<Error> error = std::nullopt;
-  // Beside Done alone: what the first attempt met before the item was unlocked
-  // and then removed.
+  // Only with Done: the failure of the first attempt, after which the agent unlocked and removed
+  // the item.
   std::optional<Error> firstAttempt = std::nullopt;
 
   bool isDone() const { return outcome == Outcome::Done; }
@@ -63,21 +62,21 @@ struct KEEPWELL_EXPORT EchoReply {
 };
 
 struct KEEPWELL_EXPORT SizeReply {
-  std::uint64_t allocatedBytes = 0; // 0 also for what is not there
-  // Why it could not be measured; there is no size then.
+  std::uint64_t allocatedBytes = 0; // also 0 for a missing item
+  // The reason why the agent could not measure the item; the size is 0 then.
   std::optional<Error> error = std::nullopt;
 };
 
 struct KEEPWELL_EXPORT RepairReply {
   Attempt attempt = Attempt::NotMade;
-  std::int32_t toolProcess = 0; // the process that the tool was; no status
+  std::int32_t toolProcess = 0; // the tool's process identifier, not a status
 };
 
 struct KEEPWELL_EXPORT LogErasureReply {
-  std::optional<std::string> output;      // the tool's; none when blank
-  std::optional<std::string> errorOutput; // likewise
-  std::optional<std::int64_t> toolStatus; // none when it could not be run
-  std::optional<Error> error;             // why it could not be run
+  std::optional<std::string> output;      // the tool's; empty optional when blank
+  std::optional<std::string> errorOutput; // the same
+  std::optional<std::int64_t> toolStatus; // empty when the tool could not be run
+  std::optional<Error> error;             // the reason why the tool could not be run
 
   bool isErased() const { return !error && toolStatus == 0; }
 };

@@ -1,5 +1,5 @@
-// The thread of a client: takes what was started, sends as much as may be on
-// its way, waits for replies.
+// The thread of a client: takes started requests, sends as many as the limits allow, waits for
+// replies.
 #include "Client/RequestEngine.h"
 
 #include <csignal>
@@ -14,9 +14,8 @@ namespace {
 using Kind = ClientError::Kind;
 using Effect = ClientError::Effect;
 
-// How much may be without a reply at once. The bus lets a connection have 128
-// such calls, the agent 1024 requests and 64 MiB; what goes past a limit is
-// refused, so the rest waits here.
+// The most requests without a reply at once. The bus allows a connection 128 such calls, the agent
+// 1024 requests and 64 MiB. Both refuse requests beyond their limits, so the rest waits here.
 constexpr std::size_t mostSent = 64;
 constexpr std::size_t mostSentBytes = std::size_t{8} << 20;
 
@@ -103,7 +102,7 @@ bool RequestEngine::isOfThisProcess() const {
   return process_ == ::getpid();
 }
 
-// What needs memory comes first.
+// The steps that need memory come first.
 void RequestEngine::start(const std::shared_ptr<PendingRequest> &request) {
   if (!isOfThisProcess())
     throw ClientError(Kind::Unreachable, "", "a forked child needs a client of its own");
@@ -153,7 +152,7 @@ void RequestEngine::stop() noexcept {
     wakeLocked();
   }
   if (isCalledOnOwnThread())
-    thread_.detach(); // it holds what it needs
+    thread_.detach(); // it shares the ownership of the engine
   else if (thread_.joinable())
     thread_.join();
 }
@@ -330,7 +329,7 @@ void RequestEngine::endSent(const ClientError &error) {
       request->fail(error);
 }
 
-// What was not sent can go over the next one.
+// The next connection can carry the requests that were not sent.
 void RequestEngine::loseConnection(const ClientError &error) {
   dropConnection();
   try {
@@ -346,7 +345,8 @@ void RequestEngine::dropConnection() {
   lost.swap(connection_);
 }
 
-// The request of the entry, null when nobody waits for it or there is none.
+// Returns the request of the entry; null when there is no entry, or the client no longer waits for
+// it.
 std::shared_ptr<PendingRequest> RequestEngine::remove(Number number) {
   auto found = entries_.find(number);
   if (found == entries_.end())
@@ -380,7 +380,7 @@ void RequestEngine::waitForWork() {
   std::optional<Clock::time_point> until = nextDeadline();
   std::unique_lock lock(mutex_);
   if (!started_.empty() || givenUp_ || cancelledUpTo_ < givenUpTo_ || stopping_)
-    until = Clock::time_point::min(); // a look at what has arrived is due all the same
+    until = Clock::time_point::min(); // handle arrived messages without waiting
   else
     mayWait_ = true;
   if (connection_) {
@@ -434,8 +434,8 @@ void RequestEngine::failed(Number number, const ClientError &error) {
     request->fail(error);
 }
 
-// The agent does one request at a time in the order in which they came, those
-// that nobody waits for any more included.
+// The agent works on one request at a time, in order. Requests that the client no longer waits for
+// count too.
 void RequestEngine::progressed(const std::string &chunk) {
   for (const auto &[number, entry] : entries_) {
     if (!isSent(number) || !entry.hasProgress)

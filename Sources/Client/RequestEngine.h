@@ -1,8 +1,8 @@
-// Carries the requests of one client to the agent over connections that come
-// and go: one thread that sends, waits, counts the time and calls back.
+// Carries the requests of one client to the agent over a sequence of connections. One thread sends,
+// waits, watches the time limits and calls back.
 //
-// Where memory runs out, the request at hand fails and the others go on: what
-// the thread needs to end a request is there before it takes the request.
+// When memory runs out, the request at hand fails and the others go on: the thread allocates
+// everything that it needs to end a request before it takes the request.
 #pragma once
 
 #include "Client/AgentConnection.h"
@@ -23,8 +23,7 @@ namespace kw {
 
 class RequestEngine;
 
-// What the engine knows of a request. The engine ends each exactly once, on
-// its own thread.
+// The engine's view of a request. The engine ends each exactly once, on its own thread.
 class PendingRequest {
 public:
   using Clock = AgentConnection::Clock;
@@ -43,12 +42,12 @@ private:
 
   const AgentMessage message_;
   const std::optional<Clock::time_point> deadline_;
-  AgentConnection::Number number_ = 0; // never changes once it was started
+  AgentConnection::Number number_ = 0; // never changes after the start
   std::atomic<bool> isGivenUp_ = false;
   std::shared_ptr<PendingRequest> nextGivenUp_; // guarded by the engine's mutex
 };
 
-// Thread-safe. Held by the client and by the engine's own thread.
+// Thread-safe. The client and the engine's own thread share it.
 class RequestEngine final : private AgentConnection::Receiver,
                             public std::enable_shared_from_this<RequestEngine> {
 public:
@@ -66,15 +65,14 @@ public:
   void run();
   // Throws ClientError in a forked child, which has no such thread.
   void start(const std::shared_ptr<PendingRequest> &request);
-  // A request that was not sent so far never will be.
+  // A request that was not sent yet never will be.
   void cancel(const std::shared_ptr<PendingRequest> &request) noexcept;
-  // The same for all that were started before.
+  // Cancels all requests that were started before.
   void cancelAll() noexcept;
-  // Ends all requests and the thread, and waits for it unless it is the
-  // caller's.
+  // Ends all requests and the thread, and waits for the thread unless it is the caller.
   void stop() noexcept;
   bool isCalledOnOwnThread() const;
-  // Whether this process made the engine and is no forked child of that one.
+  // Tells whether this process, and no parent of it, made the engine.
   bool isOfThisProcess() const;
   const std::shared_ptr<const CallbackGuard> &guard() const { return guard_; }
 
@@ -85,17 +83,17 @@ private:
   struct Entry {
     explicit Entry(std::shared_ptr<PendingRequest> which);
 
-    std::shared_ptr<PendingRequest> request; // null: no longer waited for
+    std::shared_ptr<PendingRequest> request; // null: the client no longer waits for it
     std::size_t bytes = 0;                   // of its arguments
     bool hasProgress = false;
-    bool wasTried = false;    // and lost its connection before it was sent
-    bool isCancelled = false; // by the caller, and the agent was asked
-    bool isStopping = false;  // as the agent answered to that
+    bool wasTried = false;    // it lost its connection before it was sent
+    bool isCancelled = false; // by the caller, and the agent knows
+    bool isStopping = false;  // as the agent has confirmed
   };
   using Entries = std::map<Number, Entry>;
   using Deadlines = std::set<std::pair<Clock::time_point, Number>>;
 
-  // How requests end without an answer, made before memory can run out.
+  // The results of requests without an answer, made before memory can run out.
   struct Endings {
     const ClientError cancelled, cancelledLate, expired, expiredLate, abandoned, abandonedLate,
         noMemory, interrupted;
@@ -109,10 +107,10 @@ private:
   void isBeingCancelled(Number number) override;
   void couldNotCancel(Number number) override;
 
-  // With the mutex held.
+  // The caller holds the mutex.
   void wakeLocked();
 
-  // All of these on the engine's thread.
+  // The engine's thread alone calls these.
   void loop() noexcept;
   bool takeWork();
   void cancelThose(std::shared_ptr<PendingRequest> first);
@@ -149,14 +147,13 @@ private:
   Entries started_;
   Deadlines startedDeadlines_;
   std::shared_ptr<PendingRequest> givenUp_; // the newest; each knows the one before it
-  std::atomic<Number> givenUpTo_ = 0;       // these and all before them are given up
+  std::atomic<Number> givenUpTo_ = 0;       // the client gave up these and all before them
   bool stopping_ = false;
   bool mayWait_ = false; // the thread waits or is about to
-  // Used on the engine's thread alone, which changes it under the mutex, since
-  // others wake it.
+  // Only the engine's thread uses it. It changes it under the mutex, since other threads wake it.
   std::unique_ptr<AgentConnection> connection_;
 
-  // The engine's thread's own.
+  // Only the engine's thread uses these.
   Entries entries_; // sent ones first
   Deadlines deadlines_;
   Number lastSent_ = 0;

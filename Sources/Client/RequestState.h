@@ -1,5 +1,4 @@
-// What stands behind a Request: what the engine brings back, typed, and those
-// who wait for it.
+// The shared state of a Request: its typed result, and those who wait for it.
 #pragma once
 
 #include "Client/Request.h"
@@ -13,8 +12,7 @@ namespace kw {
 
 template <typename Reply> class Request<Reply>::State final : public PendingRequest {
 public:
-  // Called on the engine's thread with values of the kinds that the message
-  // asks for.
+  // Called on the engine's thread with values of the kinds that the message names.
   using Decode = std::function<Reply(NS::XPCValues values)>;
   using Output = std::function<void(const std::string &chunk)>;
 
@@ -81,8 +79,7 @@ public:
       engine->cancel(state);
   }
 
-  // In a forked child nobody brings the reply, and the mutex may be locked for
-  // ever.
+  // In a forked child no thread brings the reply, and the mutex may be locked for ever.
   bool isOfThisProcess() const {
     auto engine = engine_.lock();
     return !engine || engine->isOfThisProcess();
@@ -95,8 +92,7 @@ private:
     return NS::saturatedSum(Clock::now(), *options.timeLimit);
   }
 
-  // The mutex held. The thread that would have to bring the reply cannot wait
-  // for it.
+  // The caller holds the mutex. The engine's thread brings the reply, so it must not wait for it.
   void refuseToBlock() const {
     if (result_)
       return;
@@ -110,7 +106,7 @@ private:
       result_.emplace(std::move(result));
     }
     ended_.notify_all();
-    // Until the last is done, those that come go behind it.
+    // Callbacks added during this loop run after the present ones.
     for (std::vector<Callback> due = takeCallbacks(); !due.empty(); due = takeCallbacks())
       for (const Callback &callback : due)
         guard_->call(callback, *result_);
@@ -135,7 +131,7 @@ private:
   bool callbacksAreDone_ = false;
 };
 
-// Handles are made here alone.
+// Only this class makes handles.
 struct RequestMaker {
   template <typename Reply>
   static Request<Reply> make(std::shared_ptr<typename Request<Reply>::State> state) {

@@ -1,7 +1,6 @@
-// Takes unwanted architectures out of universal binaries.
+// Removes unwanted architectures from universal binaries.
 //
-// Keeps no state; may be called from any thread. Blocks until the tool has
-// ended.
+// Keeps no state; any thread may call it. Blocks until the tool has ended.
 #pragma once
 
 #include <string>
@@ -15,11 +14,10 @@ public:
   static KWDitoTask &shared();
   static KWDitoTask *exchangeShared(KWDitoTask *replacement);
 
-  // Replaces the binary by ditto's copy of it. The elements are ditto's own
-  // options for the architectures, passed as they are. True when that was done
-  // or when nothing stands at the path. When ditto fails, the binary stays as
-  // it is; a copy that ditto left (the path with ".ditto" behind it) stays too.
-  // When the copy cannot take the binary's place, the binary is already gone.
+  // Replaces the binary by ditto's copy of it. The elements are ditto's own options for the
+  // architectures, passed on unchanged. True on success or when no item exists at the path. When
+  // ditto fails, the binary stays as it is; a copy that ditto left (at the path followed by
+  // ".ditto") stays too. When the copy cannot take the binary's place, the binary is already gone.
   virtual bool slimBinaryAtPath(const std::string &path,
                                 const std::vector<std::string> &archsToLeave) const;
 };

@@ -1,6 +1,6 @@
-// Takes kernel extensions away.
+// Removes kernel extensions.
 //
-// Keeps nothing between calls. Blocks until the tool has ended.
+// Keeps no state between calls. Blocks until the tool has ended.
 #pragma once
 
 #include <string>
@@ -9,10 +9,10 @@ namespace kw {
 
 class KWKextManager {
 public:
-  // Unloads the extension by its bundle identifier and deletes it. The unload
-  // is best effort: an extension that stays loaded is deleted all the same and
-  // gone after the next start. True when the bundle was deleted or was gone;
-  // false, with nothing touched, for what has no bundle identifier.
+  // Unloads the extension by its bundle identifier and deletes it. The unload is best effort: an
+  // extension that stays loaded is still deleted, and leaves the kernel at the next start. True
+  // when the bundle was deleted or was gone; false, without any change, for an item without a
+  // bundle identifier.
   bool removeKextAtPath(const std::string &path) const;
 };
 

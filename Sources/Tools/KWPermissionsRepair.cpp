@@ -1,4 +1,4 @@
-// Running the repair tool and passing on what it writes.
+// Runs the repair tool and passes on its output.
 #include "Tools/KWPermissionsRepair.h"
 
 #include "Tools/SystemTools.h"
@@ -19,8 +19,7 @@ std::optional<std::string> textFromData(std::string data) {
   return data;
 }
 
-// What a listener throws must not leave the tool writing into a pipe that
-// nobody reads.
+// An exception of the listener must not leave the tool writing into a full pipe.
 void report(const KWReportProgress &reportProgress, const std::optional<std::string> &chunk) {
   try {
     reportProgress(false, chunk);

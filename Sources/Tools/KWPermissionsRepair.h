@@ -1,7 +1,6 @@
-// Repairs the permissions of the system's packages, with the tool's output as
-// it comes.
+// Repairs the permissions of the system's packages and reports the tool's output as it arrives.
 //
-// Keeps nothing between calls.
+// Keeps no state between calls.
 #pragma once
 
 #include <functional>
@@ -10,19 +9,18 @@
 
 namespace kw {
 
-// The flag is always false. The text is nil for a chunk that is no UTF-8 by
-// itself, and empty once the tool has closed its output.
+// The flag is always false. The text is nil for a chunk that is invalid UTF-8 by itself, and empty
+// once the tool has closed its output.
 using KWReportProgress = std::function<void(bool flag, const std::optional<std::string> &chunk)>;
 
 class KWPermissionsRepair {
 public:
-  // Blocks until the tool has ended and returns the identifier of its process,
-  // whatever its exit status. Raises InvalidArgumentException when it cannot be
-  // started.
+  // Blocks until the tool has ended and returns the identifier of its process, for any exit status.
+  // Raises InvalidArgumentException when the tool cannot be started.
   //
-  // The block is called on another thread, one call at a time and none after
-  // the return. Each notice of new output is answered by two reads, of which
-  // only the second is reported: every other chunk is dropped, as ever.
+  // Calls the block on another thread, one call at a time and none after the return. Reads twice
+  // for each notice of new output and reports only the second read, so it drops every other chunk.
+  // Clients rely on this.
   int repairPermissionsWithReportProgress(const KWReportProgress &reportProgress) const;
 };
 

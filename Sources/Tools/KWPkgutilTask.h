@@ -1,6 +1,6 @@
 // Makes the system forget installed packages.
 //
-// Keeps nothing between calls. Blocks until the tool has ended.
+// Keeps no state between calls. Blocks until the tool has ended.
 #pragma once
 
 #include <optional>
@@ -10,8 +10,8 @@ namespace kw {
 
 class KWPkgutilTask {
 public:
-  // Forgets the receipt; the files that the package installed stay. True when
-  // pkgutil says so (or is not there); false for nil without running anything.
+  // Forgets the receipt and leaves the files that the package installed. True when pkgutil ends
+  // with status 0 (or does not exist); false for nil, without a run.
   bool removePackageWithID(const std::optional<std::string> &packageID) const;
 };
 

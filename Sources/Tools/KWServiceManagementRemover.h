@@ -1,9 +1,8 @@
-// Removes login items that applications registered with the service manager:
-// takes them out of launchd's overrides database.
+// Removes login items that applications registered with the service manager: deletes them from
+// launchd's overrides database.
 //
-// Keeps no state; may be called from any thread, blocks until done. Nothing
-// keeps launchd from writing the database at the same time; whoever writes
-// last wins, and the file is whole either way.
+// Keeps no state; any thread may call it, and it blocks until done. launchd may write the database
+// at the same time; the later write wins, and the file is whole either way.
 #pragma once
 
 #include <cstdint>
@@ -18,11 +17,10 @@ public:
   static KWServiceManagementRemover &shared();
   static KWServiceManagementRemover *exchangeShared(KWServiceManagementRemover *replacement);
 
-  // Takes the login item's bundle identifier out of the database of the user
-  // that this process runs as, and writes it back as an XML list with all else
-  // unchanged. True as well when there is no database or none that can be
-  // read, which then stays as it is. On failure the file is as it was, and the
-  // description, when one is wanted, says why for people.
+  // Deletes the login item's bundle identifier from the database of this process's user, and writes
+  // it back as an XML list with all else unchanged. True also when there is no database, or an
+  // unreadable one, which then stays as it is. On failure the file is unchanged, and the
+  // description, when the caller wants one, gives the reason as text for people.
   virtual bool removeSMLoginItem(const std::optional<std::string> &bundleID,
                                  std::optional<std::string> *errorDesc) const;
 

@@ -97,7 +97,7 @@ void runTask(const std::string &path, const KWTaskRunner::Arguments &arguments,
     logNotExecutable(path);
     if (completion)
       completion(std::nullopt, -1, std::nullopt, launchError());
-    // The launch is tried all the same, and tells the exact reason.
+    // The launch still takes place, since it gives the exact reason.
   }
   std::shared_ptr<NS::Task> task = taskWithPath(path, arguments);
   task->setStandardOutput(pipes.output);

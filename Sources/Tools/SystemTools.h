@@ -1,4 +1,4 @@
-// Where the system's own tools and files stand, on every host.
+// The paths of the system's own tools and files, the same on every host.
 #pragma once
 
 namespace kw::tools {
