@@ -1,7 +1,7 @@
 // The name of an application, prepared once for comparison with the names of
 // many files.
 //
-// Immutable; may be used from any thread.
+// Immutable; any thread may use it.
 #pragma once
 
 #include "Foundation/RegularExpression.h"
@@ -17,12 +17,12 @@ class ApplicationName {
 public:
   ApplicationName(std::string_view name, std::string_view separator);
 
-  // Whether the other name holds this one followed by a number, as the name of
-  // a copy does. This name acts as a regular expression; one that is none has
-  // no copies. Case does not count.
+  // Tells whether the other name holds this one followed by a number, as the
+  // name of a copy does. This name acts as a regular expression; a name that is
+  // an invalid expression has no copies. Case does not count.
   bool hasNumberedCopy(std::string_view other) const;
-  // Whether each word of this name is one of the other's, in any order and
-  // without regard to case.
+  // Tells whether each word of this name is one of the other's, in any order.
+  // Case does not count.
   bool hasItsWordsIn(std::string_view other) const;
 
 private:

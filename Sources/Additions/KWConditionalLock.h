@@ -1,9 +1,9 @@
-// A gate that a value opens and closes: whoever sets the value decides, through
-// a predicate that derived classes replace, and any number of threads wait for
-// the gate to open.
+// A gate that opens and closes by a value. Any thread may set the value, a
+// predicate that derived classes replace decides, and any number of threads
+// wait for the gate to open.
 //
-// Any thread may wait, ask and set. State is guarded by the monitor of the lock
-// object itself, which is free again while a thread waits, so that a setter can
+// Any thread may wait, ask and set. The monitor of the lock object itself
+// guards the state. A waiting thread releases the monitor, so that a setter can
 // always get in.
 #pragma once
 
@@ -20,8 +20,8 @@ class KWConditionalLock : public NS::Object {
 public:
   using Groups = std::set<std::shared_ptr<NS::DispatchGroup>>;
 
-  // The one way to make a lock of this class or a derived one: a constructor
-  // could not call what the derived class replaces.
+  // The only way to make a lock of this class or a derived one: a constructor
+  // could not call the members that a derived class replaces.
   template <typename Lock = KWConditionalLock> static std::shared_ptr<Lock> create() {
     auto lock = std::make_shared<Lock>();
     lock->init();
@@ -33,27 +33,29 @@ public:
   std::shared_ptr<NS::Object> value() const;
 
   bool isLocked() const { return locked_; }
-  // Opening releases every thread that waits; setting what is already so
-  // changes nothing. Called by setValue, which decides anew at the next value.
+  // Opens or closes the gate. Opening releases every thread that waits; a call
+  // without a change does nothing. setValue calls it, and decides anew at the
+  // next value.
   void setLocked(bool locked);
 
-  // Blocks until the gate is open, at once when it is, or until so many
-  // seconds have passed by the clock on the wall; 0 and less are no limit. The
-  // outcome is isLocked's to tell.
+  // Blocks until the gate is open, or until so many seconds have passed by the
+  // wall clock; 0 and less mean no limit. Returns at once when it is open.
+  // isLocked tells the outcome.
   void waitForUnlockWithTimeout(double timeout);
   void waitForUnlock() { waitForUnlockWithTimeout(-1.0); }
 
-  // One group per waiter since the gate closed, entered once and left at the
-  // next opening. A waiter that gave up leaves its group here until then.
+  // One group per waiter since the gate closed. A waiter enters it once, and
+  // the next opening leaves it. A waiter that gave up leaves its group here
+  // until then.
   Groups groupsToLeaveOnUnlock() const;
   void setGroupsToLeaveOnUnlock(Groups groups);
 
 protected:
-  // Called by create, before any other thread knows the lock. Derived classes
+  // create calls it before any other thread knows the lock. Derived classes
   // call this one first.
   virtual void setupInitialValues();
-  // Whether the gate is closed for the value; for none here. Called with the
-  // monitor held.
+  // Tells whether the gate is closed for the value; this class closes for none.
+  // Called with the monitor held.
   virtual bool shouldLockForValue(const std::shared_ptr<NS::Object> &value);
 
 private:
@@ -64,10 +66,10 @@ private:
   Groups groupsToLeaveOnUnlock_; // empty while open
 };
 
-// The gate that is closed while its value is true. Open at first.
+// A gate that is closed while its value is true. It starts open.
 class KWBoolConditionalLock : public KWConditionalLock {
 public:
-  // A value of another class than NS::Number is a programming error and fails
+  // A value of a class other than NS::Number is a programming error and fails
   // the assertion of castObject.
   void setBoolValue(bool boolValue);
   bool boolValue() const;

@@ -121,7 +121,7 @@ bool containsAnyFileAtPath(NS::FileManager &manager, const std::string &path, bo
   while (auto item = enumerator->nextObject()) {
     if (!ignoreSymLinks)
       return true;
-    // A folder counts by itself, so what it holds makes no difference.
+    // A folder counts by itself, so its contents make no difference.
     auto attributes =
         manager.attributesOfItemAtPath(NS::stringByAppendingPathComponent(path, *item), nullptr);
     if (!attributes || attributes->type != NS::FileType::SymbolicLink)

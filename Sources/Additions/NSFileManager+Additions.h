@@ -1,9 +1,9 @@
-// Questions about paths that the cleaning logic asks before it acts. None of
-// them changes the file system.
+// Questions about paths for the cleaning logic. None of them changes the file
+// system.
 //
-// All block until answered; all may run on several threads at once. Nothing is
-// thrown, logged or reported as an error: what cannot be read answers false,
-// an empty collection or the path as it came. The receiver is the first
+// All block until answered; several threads may call them at once. They throw
+// nothing, log nothing and report no error: for an unreadable item they return
+// false, an empty collection or the path unchanged. The receiver is the first
 // argument.
 #pragma once
 
@@ -18,47 +18,48 @@
 
 namespace kw {
 
-// A link to a folder is none, nor is what is missing.
+// Tells whether the item is a folder. False for a link to a folder and for a
+// missing item.
 bool isFileDirectoryAtPath(NS::FileManager &manager, const std::string &path);
 
-// Whether the system's restriction flag is set, through a final link.
+// Tells whether the system's restriction flag is set. Follows a final link.
 bool isFileRestricted(NS::FileManager &manager, const std::string &path);
 
-// Whether an extended attribute's name is "com.apple.rootless" or a leading
-// part of it ("com.apple"), on a system that knows such protection; a final
-// link is not followed. A short name at the end of the list may be missed.
+// Tells whether an extended attribute's name is "com.apple.rootless" or a
+// leading part of it ("com.apple"), on a system that knows such protection.
+// Does not follow a final link. May miss a short name at the end of the list.
 bool isFileProtectedByRootless(NS::FileManager &manager, const std::string &path);
 
-// Whether the item or a folder above it, the root left out, exists but cannot
-// be read.
+// Tells whether the item or a folder above it, without the root, exists but
+// cannot be read.
 bool isFileRestrictedForReadingRecursivelyUp(NS::FileManager &manager, const std::string &path);
 
 // The full paths of a folder's children, in listing order.
 std::vector<std::string> directoryContentsWithFullPathesAtPath(NS::FileManager &manager,
                                                                const std::string &path);
 
-// The children, hidden ones included, of every item that is not hidden and
-// stands that many levels below the URL (1 for its own children).
+// The children, hidden ones included, of every visible item that many levels
+// below the URL (1 for its own children).
 std::vector<NS::URL> contentsOfDirectoryAtURL(NS::FileManager &manager, const NS::URL &url,
                                               std::uint64_t atLevel);
 
-// The names in a folder and, on demand, "name/child" for what stands one level
+// The names in a folder and, on demand, "name/child" for the items one level
 // below.
 std::set<std::string> getContentOfPath(NS::FileManager &manager, const std::string &path,
                                        bool secondLevel);
 
-// Whether the expression matches anywhere in the full path of an item below
-// the folder. Its own children are level 0; what stands one level below the
-// level given is still looked at.
+// Tells whether the expression matches anywhere in the full path of an item
+// below the folder. The folder's own children are level 0. The search includes
+// one level below the given level.
 bool fileExistsAtPath(NS::FileManager &manager, const std::optional<std::string> &path,
                       const NS::RegularExpression *withRegularExpression, std::uint64_t level);
 
-// The path itself when nothing stands there, else the first of "name 1.ext",
-// "name 2.ext" and so on that is free.
+// Returns the path itself when no item exists there, else the first free one of
+// "name 1.ext", "name 2.ext" and so on.
 std::string uniquePathForPath(NS::FileManager &manager, const std::string &path);
 
-// Whether a folder holds anything; a subfolder counts even when it is empty,
-// and links can be left out of account.
+// Tells whether a folder holds any item. An empty subfolder counts; links count
+// on demand.
 bool containsAnyFileAtPath(NS::FileManager &manager, const std::string &path, bool ignoreSymLinks);
 
 } // namespace kw

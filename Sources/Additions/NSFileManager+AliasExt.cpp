@@ -56,7 +56,7 @@ KWFolderType typeOfPlainFolder(const std::string &path) {
 }
 
 KWFolderType typeOfPackage(const std::string &path) {
-  // The second alternative has no end, so whatever lies below such a project
+  // The second alternative has no end, so every item below such a project
   // counts as a library.
   static const auto library = NS::RegularExpression::regularExpressionWithPattern(
       "(\\.aplibrary$)|(\\.approject)", NS::RegularExpressionNone);

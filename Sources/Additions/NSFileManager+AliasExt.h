@@ -1,8 +1,8 @@
-// Follows aliases and links to the item that they stand for, and tells the
-// kinds of folders apart.
+// Follows aliases and links to their originals, and tells the kinds of folders
+// apart.
 //
-// Both block; both may run on several threads at once. The receiver is the
-// first argument.
+// Both block; several threads may call them at once. The receiver is the first
+// argument.
 #pragma once
 
 #include "Foundation/FileManager.h"
@@ -12,8 +12,8 @@
 namespace kw {
 
 enum KWFolderType : unsigned {
-  KWFolderTypeOther = 0,   // an ordinary folder, or what could not be examined
-  KWFolderTypePackage = 1, // of no kind below
+  KWFolderTypeOther = 0,   // an ordinary folder, or an item that could not be examined
+  KWFolderTypePackage = 1, // of none of the kinds below
   KWFolderTypeApplication = 2,
   KWFolderTypePhotoLibrary = 3,
   KWFolderTypeMigratedPhotoLibrary = 4,
@@ -23,14 +23,14 @@ enum KWFolderType : unsigned {
   KWFolderTypePhotosLibrary = 8,
 };
 
-// The path of the item that the path stands for, or the path itself. Of a link
-// one level is followed, and its destination comes as the link stores it: a
-// relative one counts from the process's working folder. A link to nothing and
-// an item that cannot be examined are logged.
+// Returns the path of the original, or the path itself. Follows one level of a
+// link, and returns its destination as the link stores it: a relative one
+// counts from the process's working folder. Logs a link to a missing item and
+// an item that it cannot examine.
 std::string resolvedOriginalPath(NS::FileManager &manager, const std::string &path);
 
-// By extension first, then by the platform's registry of applications; without
-// a registry everything else is KWFolderTypeOther.
+// Decides by extension first, then by the platform's registry of applications.
+// Without a registry every other folder is KWFolderTypeOther.
 KWFolderType folderTypeAtPath(NS::FileManager &manager, const std::string &path);
 
 } // namespace kw

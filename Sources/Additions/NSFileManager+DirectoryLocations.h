@@ -1,6 +1,6 @@
 // Finds or makes standard folders and scratch folders.
 //
-// All block; all may run on several threads at once. The receiver is the first
+// All block; several threads may call them at once. The receiver is the first
 // argument.
 #pragma once
 
@@ -20,27 +20,28 @@ enum DirectoryLocationErrorCode : std::int64_t {
   DirectoryLocationErrorFileExistsAtLocation = 1,
 };
 
-// The first folder of that kind in the domains, with the component appended,
-// made with its parents when it is missing. Success clears the slot. On
-// failure the slot gets an error of kDirectoryLocationDomain, or the file
-// manager's when the folder cannot be made.
+// Returns the first folder of that kind in the domains, with the component
+// appended. Makes it with its parents when it is missing. Success clears the
+// slot. On failure the slot gets an error of kDirectoryLocationDomain, or the
+// file manager's when the folder cannot be made.
 std::optional<std::string>
 findOrCreateDirectory(NS::FileManager &manager, NS::SearchPathDirectory directory,
                       NS::SearchPathDomainMask inDomain,
                       const std::optional<std::string> &appendPathComponent, NS::ErrorSlot error);
 
-// The application's folder in the support folder of the process's own user,
-// made when missing. Nothing, and a line in the log, when it cannot be had.
+// Returns the application's folder in the support folder of the process's own
+// user, and makes it when missing. On failure returns an empty optional and
+// logs a line.
 std::optional<std::string>
 userApplicationSupportDirectoryWithAppName(NS::FileManager &manager,
                                            const std::optional<std::string> &appName);
 // The same for the main bundle's executable.
 std::optional<std::string> userApplicationSupportDirectory(NS::FileManager &manager);
 
-// A fresh, empty folder of that name in the temporary folder: what stood there
-// is removed first. Nothing, and a line in the log, when it cannot be removed
-// or made. Names that would lead to the temporary folder itself or out of it
-// are refused.
+// Makes a fresh, empty folder of that name in the temporary folder, and first
+// removes any item there. When it cannot remove or make it, returns an empty
+// optional and logs a line. Refuses names that would lead to the temporary
+// folder itself or out of it.
 std::optional<std::string> temporaryDirectoryWithName(NS::FileManager &manager,
                                                       const std::string &name);
 

@@ -35,7 +35,7 @@ public:
 private:
   static std::string candidate(const NS::FTSEntry &entry) {
     std::string path(entry.path);
-    // A name without an extension has none to lose, whatever it stands for.
+    // A name without an extension stays, for any kind of item.
     if (!NS::pathExtension(entry.name).empty())
       path = stringByDeletingRealPathExtension(path);
     return NS::lastPathComponent(NS::lowercaseString(NS::lastPathComponent(path)));
@@ -74,7 +74,7 @@ bool walk(NS::FTSStream &stream, bool recursive, const WalkHandler &handler) {
       stream.set(*entry, NS::FTSInstruction::SKIP);
     if (entry->info == NS::FTSInfo::ERR)
       return false;
-    // The root comes again after what it holds, or because it is unreadable.
+    // The root comes again after its contents, or because it is unreadable.
     if (entry->info == NS::FTSInfo::DP || entry->level == 0)
       continue;
     handler(std::string(entry->path), entry->info == NS::FTSInfo::D, stop);
@@ -91,10 +91,12 @@ void searchByName(NS::FileManager &, const NameQuery &query, const std::string &
     return;
   NameSearch search(query);
   std::string rootName = NS::lastPathComponent(path);
-  // "link/" is the folder behind the link, "link" the link, which holds nothing.
+  // "link/" is the folder behind the link, "link" the link, which holds
+  // nothing.
   if (atPath.ends_with('/'))
     path += '/';
-  // What may be excluded is not to be touched before it is known.
+  // The walk must not visit an item before it knows that the item is not
+  // excluded.
   bool visitsAll = query.recursive && !query.isExcluded;
   NS::FTS &walks = NS::FTS::shared();
   std::unique_ptr<NS::FTSStream> stream =

@@ -10,8 +10,8 @@
 namespace kw {
 namespace {
 
-// Time intervals are doubles here, whose fraction is cut off and which may lie
-// beyond what an integer holds.
+// The whole seconds of a time interval, limited to the range of the type; 0 for
+// NaN.
 std::int64_t wholeSeconds(double interval) {
   constexpr double limit = 9223372036854775808.0; // 2^63
   if (interval >= limit)

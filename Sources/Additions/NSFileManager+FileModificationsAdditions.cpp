@@ -1,4 +1,4 @@
-// Removal and moving in steps: try, unlock what is in the way, try again.
+// Removal and moving in steps: try, unlock the item, try again.
 #include "Additions/NSFileManager+FileModificationsAdditions.h"
 
 #include "Foundation/Bundle.h"
@@ -70,7 +70,7 @@ bool removeFileAtPath(NS::FileManager &manager, const std::string &path, NS::Err
     NS::storeError(error, *failure);
     return false;
   }
-  // A refusal for want of permission is what locked items give.
+  // Locked items fail with a lack of permission.
   if (!isError(failure, NS::FileWriteNoPermissionError))
     NS::Log("An error occured while removing file at path (%@): %@", path, failure);
   tryToUnlockFileIfNeeded(manager, NS::stringByDeletingLastPathComponent(path), false);
@@ -164,7 +164,7 @@ bool moveItemAtPath(NS::FileManager &, const std::string &srcPath, const std::st
     std::string dstParent = NS::stringByDeletingLastPathComponent(dstPath);
     if (!isDirectoryAtPath(manager, dstParent))
       static_cast<void>(manager.createDirectoryAtPath(dstParent, true, &failure));
-    // The slot decides, not what the call returned.
+    // The slot decides, not the return value of the call.
     if (failure)
       return failStep("Creating directory: %@", failure, error);
   }

@@ -12,7 +12,7 @@ inline std::shared_ptr<NS::Number> numberWithFileSize(std::uint64_t size) {
   return NS::Number::numberWithUnsignedLongLong(size);
 }
 
-// What a negative number or a fraction becomes is the number's own affair.
+// The number itself defines the result for a negative value or a fraction.
 inline std::uint64_t fileSizeValue(const NS::Number &number) {
   return number.unsignedLongLongValue();
 }

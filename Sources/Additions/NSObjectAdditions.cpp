@@ -67,7 +67,8 @@ private:
   std::shared_ptr<NS::Object> token_;
 };
 
-// The whole seconds of a time, as far as the type goes; no number is none.
+// The whole seconds of a time, limited to the range of the type; 0 for negative
+// values and NaN.
 std::int64_t wholeSeconds(double seconds) {
   constexpr double pastMost = 9223372036854775808.0;
   if (!(seconds > 0))

@@ -1,9 +1,9 @@
-// What sets of objects can do besides holding them: mapping, filtering,
-// searching, and adding with care.
+// Additions to sets of objects: mapping, filtering, searching, and adding with
+// care.
 //
-// Blocks are called for one member after another in the set's own order; a
-// block that sets its stop flag is called for no further one, and what it
-// returns then still counts. A failed assertion names the source file
+// The functions call a block for one member after another in the set's own
+// order. After a block sets its stop flag it is not called again, and its last
+// result still counts. A failed assertion names the source file
 // "Sources/Additions/NSSetAdditions".
 #pragma once
 
@@ -25,8 +25,8 @@ void enumerateObjectsUsingBlock(const NS::Set<T> &receiver, Block &&block) {
     block(*member, stop);
 }
 
-// What the block, (object, bool &stop) -> pointer to object, makes of the
-// members; null leaves one out, and equal results become one.
+// Returns the set of the results of the block, (object, bool &stop) -> pointer
+// to object. Leaves out null results, and keeps one of equal results.
 template <typename T, typename Block> auto map(const NS::Set<T> &receiver, Block &&block) {
   using Result = std::invoke_result_t<Block &, const std::shared_ptr<T> &, bool &>;
   NS::Set<typename std::remove_cvref_t<Result>::element_type> results(receiver.size());
@@ -37,8 +37,8 @@ template <typename T, typename Block> auto map(const NS::Set<T> &receiver, Block
   return results;
 }
 
-// The union of the sets that the block, (object, bool &stop) -> set, gives.
-// Of equal members the one that came first stays.
+// Returns the union of the sets that the block, (object, bool &stop) -> set,
+// returns. Of equal members the first one stays.
 template <typename T, typename Block> auto flatMap(const NS::Set<T> &receiver, Block &&block) {
   std::remove_cvref_t<std::invoke_result_t<Block &, const std::shared_ptr<T> &, bool &>> results;
   enumerateObjectsUsingBlock(receiver, [&](const std::shared_ptr<T> &object, bool &stop) {
@@ -48,14 +48,16 @@ template <typename T, typename Block> auto flatMap(const NS::Set<T> &receiver, B
   return results;
 }
 
-// The members of which the block, (object, bool &stop) -> bool, says yes.
+// Returns the members for which the block, (object, bool &stop) -> bool,
+// returns true.
 template <typename T, typename Block> NS::Set<T> filter(const NS::Set<T> &receiver, Block &&block) {
   return map(receiver, [&](const std::shared_ptr<T> &object, bool &stop) {
     return block(object, stop) ? object : nullptr;
   });
 }
 
-// The first member of which the block says yes, null when there is none.
+// Returns the first member for which the block returns true, null when there is
+// none.
 template <typename T, typename Block>
 std::shared_ptr<T> first(const NS::Set<T> &receiver, Block &&block) {
   NS::Set<T> found = filter(receiver, [&](const std::shared_ptr<T> &object, bool &stop) {
@@ -66,8 +68,8 @@ std::shared_ptr<T> first(const NS::Set<T> &receiver, Block &&block) {
   return found.empty() ? nullptr : *found.begin();
 }
 
-// The only member, null of an empty set. More than one fails an assertion;
-// should the handler return, any of them.
+// Returns the only member, null for an empty set. More than one fails an
+// assertion; if the handler returns, any of them.
 template <typename T> std::shared_ptr<T> singleObject(const NS::Set<T> &receiver) {
   if (receiver.size() > 1)
     NS::assertionFailed("Sources/Additions/NSSetAdditions",
@@ -75,20 +77,21 @@ template <typename T> std::shared_ptr<T> singleObject(const NS::Set<T> &receiver
   return receiver.empty() ? nullptr : *receiver.begin();
 }
 
-// Whether the set grew: not by null, nor by the equal of a member, which stays.
+// Adds the object and tells whether the set grew. Null, and the equal of a
+// member, which stays, do not count.
 template <typename T>
 bool safeAddObject(NS::Set<T> &receiver, const std::type_identity_t<std::shared_ptr<T>> &object) {
   return object && receiver.insert(object).second;
 }
 
 // Adds the object in place of its equal. Raises InvalidArgumentException for
-// null, the set unchanged.
+// null, and leaves the set unchanged.
 template <typename T>
 void addOrReplaceObject(NS::Set<T> &receiver,
                         const std::type_identity_t<std::shared_ptr<T>> &object) {
   if (!object)
     throw NS::Exception(NS::InvalidArgumentException, "object cannot be nil");
-  // The object may be known to the caller by the member that goes.
+  // The caller's reference may be to the member that is replaced.
   std::shared_ptr<T> added = object;
   receiver.erase(added);
   receiver.insert(std::move(added));

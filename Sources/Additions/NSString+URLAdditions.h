@@ -1,7 +1,7 @@
-// Category URLAdditions: escaping of texts that become part of a URL.
+// Category URLAdditions: escaping of text that becomes part of a URL.
 //
-// No state; may be called from any thread. Bytes that are no UTF-8 are escaped
-// as they are.
+// No state; any thread may call it. Bytes of invalid UTF-8 are escaped one by
+// one.
 #pragma once
 
 #include "Foundation/Format.h"
@@ -13,20 +13,20 @@
 
 namespace kw {
 
-// Everything escaped but letters, digits and "-_.~".
+// Escapes all characters but letters, digits and "-_.~".
 std::string stringByEncodingURLEscapes(std::string_view string);
-// "+" read as a space, then the escapes replaced. Nothing when an escape is
-// malformed or the escapes give no UTF-8.
+// Reads "+" as a space, then replaces the escapes. Empty when an escape is
+// malformed or the escapes give invalid UTF-8.
 std::optional<std::string> stringByDecodingURLEscapes(std::string_view string);
-// The platform's legacy escapes, and "&" as "%26".
+// Makes the platform's legacy escapes, and "&" into "%26".
 std::string kws_stringEncodedAsURL(std::string_view string);
-// Every occurrence, equivalent spellings among them.
+// Replaces every occurrence, equivalent spellings included.
 std::string stringByReplacingOccurrencesOfString(std::string_view string, std::string_view target,
                                                  std::string_view withString);
 
-// "key=value" pairs joined by "&", in the order in which the dictionary, any
-// range of pairs with describable values, gives them. Only the legacy escapes
-// are made: an "&" or "=" of a key or a value stays.
+// Joins "key=value" pairs by "&", in the order of the dictionary, which is any
+// range of pairs with describable values. Makes only the legacy escapes: an "&"
+// or "=" of a key or a value stays.
 template <typename Dictionary>
 std::string URLParamsStringWithDictionary(const Dictionary &dictionary) {
   std::string parameters;

@@ -66,7 +66,7 @@ std::string stringWithSubstitute(std::string_view string, std::string_view subst
 std::string stripHTML(std::string_view string) {
   std::string text;
   text.reserve(string.size());
-  std::uint32_t depth = 0; // wraps at a ">" too many, and so hides what follows
+  std::uint32_t depth = 0; // wraps at one ">" too many, and so hides the text after it
   for (char c : string) {
     if (c == '<') {
       ++depth;

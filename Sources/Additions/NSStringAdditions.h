@@ -1,8 +1,8 @@
-// What is added to strings: cleaning of texts that people see, comparison of
-// application names, path tests and lists. The receiver is the first argument.
+// Additions to strings: cleaning of text for display, comparison of application
+// names, path tests and lists. The receiver is the first argument.
 //
-// Small transformations that never fail and keep no state, but for the caches
-// of the tilde expansion; all may be called from any thread. Ill-formed bytes
+// Small transformations that never fail. They keep no state, apart from the
+// caches of the tilde expansion, and any thread may call them. Ill-formed bytes
 // of a string pass through unchanged.
 #pragma once
 
@@ -17,63 +17,64 @@ namespace kw {
 
 // --- Text
 
-// Without white space and line breaks at both ends.
+// Trims white space and line breaks at both ends.
 std::string trimWhiteSpace(std::string_view string);
-// True for nil, for "" and for what trims to "".
+// True for nil, for "" and for a string of only white space.
 bool stringIsEmpty(const std::optional<std::string> &string);
-// Whether there is nothing but decimal digits, of any script; "" qualifies.
+// Tells whether the string holds only decimal digits, of any script; true for
+// "".
 bool isNumeric(std::string_view string);
-// Without the characters " -_,.:;" and the line feed, wherever they stand.
+// Removes the characters " -_,.:;" and the line feed at any place.
 std::string stringByRemovingSpaces(std::string_view string);
-// The first UTF-16 unit capitalised. A letter that takes two units has no
-// capital by that measure and stays.
+// Capitalises the first UTF-16 unit. A letter of two units has no capital by
+// that measure and stays.
 std::string stringWithCapitalizedFirstLetter(std::string_view string);
-// Every character of the set replaced. The substitute should hold no character
-// of the set; one that does is not looked at again.
+// Replaces every character of the set. The substitute should hold no character
+// of the set; such a character stays in the result.
 std::string stringWithSubstitute(std::string_view string, std::string_view substitute,
                                  const NS::CharacterSet &forCharactersFromSet);
-// What stands outside "<" and ">", with one space for each outermost tag that
-// closes. A ">" that closes nothing hides all that follows up to the next "<".
+// Returns the text outside "<" and ">", with one space for each outermost tag
+// that closes. A ">" that closes nothing hides all text up to the next "<".
 std::string stripHTML(std::string_view string);
-// The first n pieces between single spaces, empty ones included; all of them
-// when there are fewer or n is negative. Adds no ellipsis.
+// Returns the first n pieces between single spaces, empty ones included; all of
+// them when there are fewer or n is negative. Adds no ellipsis.
 std::string ellipsizeAfterNWords(std::string_view string, int n);
-// Whether the other string occurs; an empty one occurs nowhere.
+// Tells whether the other string occurs; an empty one never occurs.
 bool kws_containsString(std::string_view string, std::string_view other);
-// Category Arguments. The list is separated by colons: without the pieces that
-// equal the argument, the others trimmed.
+// Category Arguments. Takes a list separated by colons. Drops the pieces that
+// equal the argument, and trims the others.
 std::string stringByRemovingSemicolonSeparatedString(std::string_view string,
                                                      std::string_view argument);
-// Category ProtectedSubstring. "" when the range, in UTF-16 units, ends beyond
-// the string.
+// Category ProtectedSubstring. Returns "" when the range, in UTF-16 units, ends
+// beyond the string.
 std::string substringWithRangeProtected(std::string_view string, NS::Range range);
-// Category Regex. Whether the expression matches anywhere; a null expression
-// does not.
+// Category Regex. Tells whether the expression matches anywhere; false for a
+// null expression.
 bool isMatchedByRegex(std::string_view string, const NS::RegularExpression *regex);
 
 // Ascending when the other name is a numbered copy of the receiver, or lacks
-// one of its words; same otherwise, whatever other words it has. Case does not
-// count. The receiver acts as a regular expression in the first test.
+// one of its words; otherwise same, for any further words. Case does not count.
+// The receiver acts as a regular expression in the first test.
 NS::ComparisonResult compareApplicationResourceNameByWords(std::string_view string,
                                                            std::string_view otherName,
                                                            std::string_view withSeparator);
 
 // --- Paths
 
-// Whether the whole components of the path occur one after another in the
+// Tells whether the whole components of the path occur one after another in the
 // receiver, at its beginning or not: "/a/b/c" is a subpath of "/a/b" and of
 // "/b". Compares byte for byte and normalises nothing.
 bool isSubpathOf(std::string_view string, std::string_view path);
-// The mount point of the volume that holds the path; nothing when it cannot be
-// told. Blocks on the file system.
+// Returns the mount point of the volume that holds the path; empty when
+// unknown. Blocks on the file system.
 std::optional<std::string> volumePath(std::string_view string);
-// Without its extension, unless a folder stands at the path. Blocks on the
-// file system.
+// Returns the path without its extension, unless it is the path of a folder.
+// Blocks on the file system.
 std::string stringByDeletingRealPathExtension(std::string_view string);
-// As the platform expands tildes, but in a sandboxed process "~" is the home of
-// the user's record and not the sandbox's; "~name" there gets the name appended
-// to that home. Reads the environment and the record once per process. A
-// sandboxed process without a record fails an assertion on "pw".
+// Expands tildes as the platform does, except in a sandboxed process: "~" is
+// then the home of the user's record and not the sandbox's, and "~name" gets
+// the name appended to that home. Reads the environment and the record once per
+// process. A sandboxed process without a record fails an assertion on "pw".
 std::string kws_stringByExpandingTildeInPath(std::string_view string);
 
 } // namespace kw

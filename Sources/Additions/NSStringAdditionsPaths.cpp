@@ -1,4 +1,4 @@
-// The additions that look at what stands at a path.
+// The string additions that ask the file system about a path.
 #include "Additions/NSStringAdditions.h"
 
 #include "Additions/SandboxTildeExpansion.h"

@@ -1,6 +1,6 @@
-// Conveniences of file URLs: what is on disk, without the error plumbing.
+// Conveniences of file URLs, without error slots.
 //
-// May be called from any thread; all but isInTranslocationFolder ask the file
+// Any thread may call them; all but isInTranslocationFolder ask the file
 // system.
 #pragma once
 
@@ -11,19 +11,19 @@
 
 namespace kw {
 
-// The same path as a new URL that ends in a slash when a folder stands there
-// now, and in none otherwise.
+// Returns the same path as a new URL, which ends in a slash exactly when the
+// path is now that of a folder.
 NS::URL fileURLWithFixedTrailingSlash(const NS::URL &receiver);
 
-// A resource value; nothing on an error, which is logged.
+// Returns a resource value; on an error logs it and returns an empty optional.
 std::optional<NS::URLResourceValue> resourceForKey(const NS::URL &receiver, NS::URLResourceKey key);
-// The item's icon as people see it, and its display name in their language.
+// The item's icon and its display name as shown to the user.
 std::optional<NS::Icon> icon(const NS::URL &receiver);
 std::optional<std::string> name(const NS::URL &receiver);
 
-// Whether the path looks like one from which the system runs its own copy of a
-// quarantined application: it holds "/private/var/folders" and
-// "AppTranslocation", wherever they stand.
+// Tells whether the path looks like one from which the system runs its own copy
+// of a quarantined application: it holds "/private/var/folders" and
+// "AppTranslocation" at any place.
 bool isInTranslocationFolder(const NS::URL &receiver);
 
 } // namespace kw

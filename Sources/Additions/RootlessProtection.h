@@ -1,7 +1,7 @@
-// Whether the running system protects its own files even from root, decided
-// once, and which items are so protected.
+// Tells whether the running system protects its own files even from root,
+// decided once, and the items that it protects.
 //
-// May be used from any thread.
+// Any thread may use it.
 #pragma once
 
 #include <mutex>

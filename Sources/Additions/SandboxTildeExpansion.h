@@ -1,7 +1,7 @@
 // Tilde expansion that leads a sandboxed process to its user's real home.
 //
-// An instance keeps what it read first: the environment and, in a sandbox, the
-// home of the user's record. May be used from any thread.
+// An instance keeps its first reading: the environment and, in a sandbox, the
+// home of the user's record. Any thread may use it.
 #pragma once
 
 #include "Foundation/ProcessInfo.h"
@@ -17,7 +17,7 @@ namespace kw {
 class SandboxTildeExpansion {
 public:
   // Fails an assertion on "pw" when the process is sandboxed and its user has
-  // no record; where the handler lets that pass, the path comes back as it is.
+  // no record; if the handler returns, returns the path unchanged.
   std::string stringByExpandingTildeInPath(std::string_view path);
 
 private:

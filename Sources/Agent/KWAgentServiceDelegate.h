@@ -1,5 +1,5 @@
-// Accepts every connection and gives it an exported object of its own. The system's bus policy
-// decides which clients can reach the agent.
+// Accepts every connection and gives it an exported object of its own. The
+// system's bus policy decides which clients can reach the agent.
 //
 // Stateless; lives as long as the process.
 #pragma once

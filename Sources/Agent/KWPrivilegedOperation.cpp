@@ -1,5 +1,5 @@
-// Describes the protocol to the transport: one line for each message, in the protocol's order, with
-// the kinds taken from the method's own type.
+// Describes the protocol to the transport: one line for each message, in the
+// protocol's order, with the kinds taken from the method's own type.
 #include "Agent/KWPrivilegedOperation.h"
 
 #include <cstddef>

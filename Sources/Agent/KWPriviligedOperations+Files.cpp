@@ -1,5 +1,5 @@
-// The handlers for single files and folders, echo and pleaseTerminate. They pass paths on
-// unchanged: no code here checks or restricts them.
+// The handlers for single files and folders, echo and pleaseTerminate. They
+// pass paths on unchanged: no code here checks or restricts them.
 #include "Agent/KWPriviligedOperations.h"
 
 #include "Additions/NSFileManager+FileModificationsAdditions.h"

@@ -20,8 +20,8 @@ namespace {
 constexpr const char *syslogdLabel = "com.apple.syslogd";
 constexpr const char *aslmanagerLabel = "com.apple.aslmanager";
 
-// Systems from the first version up to, but without, the second have discoveryd as their name
-// service.
+// Systems from the first version up to, but without, the second have discoveryd
+// as their name service.
 constexpr double firstDiscoveryVersion = 1343.0;
 constexpr double endOfDiscoveryVersions = 1348.0;
 

@@ -1,5 +1,6 @@
-// The handlers for programs that start by themselves (launchd jobs, startup items, login items,
-// launchd's environment) and for system software (extensions, receipts, architectures).
+// The handlers for programs that start by themselves (launchd jobs, startup
+// items, login items, launchd's environment) and for system software
+// (extensions, receipts, architectures).
 #include "Agent/KWPriviligedOperations.h"
 
 #include "Additions/NSStringAdditions.h"
@@ -44,8 +45,8 @@ bool comparesEqual(const std::string &left, const std::string &right) {
   return found && *found == NS::ByteRange{0, left.size()};
 }
 
-// Leaves the job loaded: launchd forgets it at the next start, and to unload it here would end this
-// process.
+// Leaves the job loaded: launchd forgets it at the next start, and to unload it
+// here would end this process.
 void removeOwnFiles() {
   NS::FileManager &manager = NS::FileManager::defaultManager();
   for (std::string_view path : {kAgentToolPath, kAgentJobPlistPath, kAgentRemovedSocketPath})
@@ -61,7 +62,8 @@ bool isItemOfApp(NS::SharedFileListItem &item, const NS::URL &appURL, const std:
   return name && comparesEqual(*name, appPath);
 }
 
-// Drops the library from every line and empty lines altogether. Only rebuilt lines have quotes.
+// Drops the library from every line and empty lines altogether. Only rebuilt
+// lines have quotes.
 std::string configurationWithoutLibrary(const std::string &unquoted, const std::string &library) {
   std::string result;
   for (std::size_t start = 0; start <= unquoted.size();) {
@@ -76,8 +78,8 @@ std::string configurationWithoutLibrary(const std::string &unquoted, const std::
   return result;
 }
 
-// Backs up the content before this edit. An empty file, which an edit may have left, must not
-// replace an earlier backup.
+// Backs up the content before this edit. An empty file, which an edit may have
+// left, must not replace an earlier backup.
 void backUpConfiguration(const std::optional<std::string> &text) {
   NS::FileManager &manager = NS::FileManager::defaultManager();
   std::string backup = NS::stringByAppendingPathExtension(tools::launchdConfiguration, "prev");
@@ -152,8 +154,9 @@ void KWPriviligedOperations::removeGlobalLoginItemForAppWithPath(const std::stri
   answer(reply, success);
 }
 
-// Answers at once when the file is missing, empty or invalid UTF-8, then writes it and answers
-// again. Leaves the file alone when only a limit of this process keeps it from being read.
+// Answers at once when the file is missing, empty or invalid UTF-8, then writes
+// it and answers again. Leaves the file alone when only a limit of this process
+// keeps it from being read.
 void KWPriviligedOperations::removeLibraryFromLauchdConf(const std::string &libraryPath,
                                                          KWFlagReply reply) {
   if (!NS::FileManager::defaultManager().fileExistsAtPath(tools::launchdConfiguration))

@@ -1,8 +1,10 @@
-// The object that each connection exports: turns every request into calls of Tools and Additions,
-// and their results into its reply. Each kind of work has a file of handlers.
+// The object that each connection exports: turns every request into calls of
+// Tools and Additions, and their results into its reply. Each kind of work has
+// a file of handlers.
 //
-// Its only state is its connection; every request is independent of earlier ones. It skips a null
-// reply block, except in the two methods whose reply must not be null.
+// Its only state is its connection; every request is independent of earlier
+// ones. It skips a null reply block, except in the two methods whose reply must
+// not be null.
 #pragma once
 
 #include "Agent/KWPrivilegedOperation.h"

@@ -1,5 +1,5 @@
-// The agent over the bus: sends each message as a call, and finds the message of a reply by the
-// number of its call.
+// The agent over the bus: sends each message as a call, and finds the message
+// of a reply by the number of its call.
 #include "Client/AgentConnection.h"
 
 #include "Client/BusFailure.h"
@@ -27,7 +27,8 @@ constexpr const char *operationInterface = "org.keepwell.KWPrivilegedOperation";
 constexpr const char *outputInterface = "org.keepwell.KWPrivilegedOperationProgress";
 constexpr const char *controlInterface = "org.keepwell.KWRequestControl";
 
-// A flood of messages on this connection must not keep requests from being sent.
+// A flood of messages on this connection must not keep requests from being
+// sent.
 constexpr int mostHandledAtOnce = 256;
 
 // The bus counts calls without an answer, the requests among them.
@@ -158,8 +159,8 @@ void AgentBus::send(Number number, const AgentMessage &message) {
   }
 }
 
-// The bus and the agent take messages in the order of their sending, so these settings hold for all
-// later requests.
+// The bus and the agent take messages in the order of their sending, so these
+// settings hold for all later requests.
 void AgentBus::tellSettings() {
   if (options_.endRequestsOnLeaving && !endsOnLeaving_) {
     tell("EndRequestsOnLeaving");
@@ -338,8 +339,8 @@ void AgentBus::handleReply(const Awaited &awaited, BusMessage &answer) {
   receiver_->received(awaited.number, std::move(values));
 }
 
-// Any connection of the bus may send a signal here. Only those of the bus and of the owner of the
-// agent's name count.
+// Any connection of the bus may send a signal here. Only those of the bus and
+// of the owner of the agent's name count.
 void AgentBus::handleSignal(BusMessage &signal) {
   const bool isOfAgent = !owner_.empty() && signal.sender() == owner_;
   const std::string_view interface = signal.interface(), member = signal.member();
@@ -366,8 +367,8 @@ void AgentBus::handleSignal(BusMessage &signal) {
   }
 }
 
-// Another agent knows none of the settings of the one before it, and a request for that one may
-// have started it.
+// Another agent knows none of the settings of the one before it, and a request
+// for that one may have started it.
 void AgentBus::agentIs(std::string owner) {
   if (!owner_.empty() && owner != owner_) {
     endsOnLeaving_ = isSubscribed_ = false;

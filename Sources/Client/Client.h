@@ -1,5 +1,5 @@
-// The typed client of the agent. Each operation of the agent has a form that blocks until the reply
-// and a form that does not.
+// The typed client of the agent. Each operation of the agent has a form that
+// blocks until the reply and a form that does not.
 //
 //   auto client = kw::Client::connect();
 //   std::uint64_t bytes = client->sizeOfItemAtPath("/usr").allocatedBytes;
@@ -10,20 +10,24 @@
 //   for (const auto &removal : removals)
 //     if (const kw::ClientError *error = removal.wait().error()) ...
 //
-// Threads: any thread may use everything here at any time. A client has one thread of its own, on
-// which callbacks and progress arrive (Request::then has their rules).
+// Threads: any thread may use everything here at any time. A client has one
+// thread of its own, on which callbacks and progress arrive (Request::then has
+// their rules).
 //
-// Order: the agent works on the requests of one client one after the other, in the order in which
-// they were started; use several clients for work side by side. Only memory bounds the number of
-// started requests: the client sends a part of them at a time and keeps the rest.
+// Order: the agent works on the requests of one client one after the other, in
+// the order in which they were started; use several clients for work side by
+// side. Only memory bounds the number of started requests: the client sends a
+// part of them at a time and keeps the rest.
 //
-// Time: a request has no time limit unless RequestOptions gives one, since an operation may take as
-// long as a disk is large. The agent goes on with a request after its time limit.
+// Time: a request has no time limit unless RequestOptions gives one, since an
+// operation may take as long as a disk is large. The agent goes on with a
+// request after its time limit.
 //
-// Failure: the blocking form throws ClientError, and the other form's Result holds it. Its kind
-// tells "never reached the agent" from "interrupted, unknown how far it came" and from "refused".
-// When the agent could not do the work, that is its reply and no ClientError. After an end of the
-// agent or of the bus the next request starts the agent and connects anew.
+// Failure: the blocking form throws ClientError, and the other form's Result
+// holds it. Its kind tells "never reached the agent" from "interrupted, unknown
+// how far it came" and from "refused". When the agent could not do the work,
+// that is its reply and no ClientError. After an end of the agent or of the bus
+// the next request starts the agent and connects anew.
 //
 // Arguments: paths must be absolute, since the agent has a working folder of
 // its own. Text must be UTF-8, as everything on the bus.
@@ -45,11 +49,13 @@ namespace kw {
 class RequestEngine;
 
 struct ClientOptions {
-  // When the client goes, or its program ends, the agent cancels the requests that have not ended,
-  // as Request::cancel() does. Otherwise, or if it is too old for that, the agent carries them out.
+  // When the client goes, or its program ends, the agent cancels the requests
+  // that have not ended, as Request::cancel() does. Otherwise, or if it is too
+  // old for that, the agent carries them out.
   bool endRequestsOnLeaving = false;
-  // Called with an exception that a callback of this client threw, on the thread that called the
-  // callback. When null, the client reports the exception in a line on standard error.
+  // Called with an exception that a callback of this client threw, on the
+  // thread that called the callback. When null, the client reports the
+  // exception in a line on standard error.
   std::function<void(std::exception_ptr)> callbackFailed = nullptr;
 };
 
@@ -63,23 +69,25 @@ public:
   static std::unique_ptr<Client> connect(const std::string &bus = "system",
                                          const ClientOptions &options = {});
 
-  // Ends all requests that have not ended with ClientError::Kind::Cancelled and calls their
-  // callbacks before it returns. It also ends requests that these callbacks start, so a callback
-  // that starts its request anew each time keeps it from returning. When it runs in a callback of
-  // this client, the requests end soon after. A forked child may destroy its parent's client; a
-  // request started there throws ClientError.
+  // Ends all requests that have not ended with ClientError::Kind::Cancelled and
+  // calls their callbacks before it returns. It also ends requests that these
+  // callbacks start, so a callback that starts its request anew each time keeps
+  // it from returning. When it runs in a callback of this client, the requests
+  // end soon after. A forked child may destroy its parent's client; a request
+  // started there throws ClientError.
   ~Client();
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;
 
-  // Cancels all requests that were started before, as Request::cancel() does. A thread that waits
-  // for one wakes when it has ended. Does not block.
+  // Cancels all requests that were started before, as Request::cancel() does. A
+  // thread that waits for one wakes when it has ended. Does not block.
   void cancelAll();
 
   // --- the agent itself
 
-  // Ends the agent, with its work for other clients unfinished, and waits until its name has no
-  // owner. The bus starts an agent for this when none is running.
+  // Ends the agent, with its work for other clients unfinished, and waits until
+  // its name has no owner. The bus starts an agent for this when none is
+  // running.
   TerminationReply pleaseTerminate(const RequestOptions &options = {});
   Request<TerminationReply> pleaseTerminateAsync(const RequestOptions &options = {});
   // The agent replies with the same text.
@@ -92,14 +100,15 @@ public:
   ExistenceReply fileExistsAtPath(const std::string &path, const RequestOptions &options = {});
   Request<ExistenceReply> fileExistsAtPathAsync(const std::string &path,
                                                 const RequestOptions &options = {});
-  // Gives the item a new path, also across volumes, and makes missing folders. It is also Done when
-  // the destination is the folder that already holds the item.
+  // Gives the item a new path, also across volumes, and makes missing folders.
+  // It is also Done when the destination is the folder that already holds the
+  // item.
   FlagReply moveItemAtPath(const std::string &srcPath, const std::string &dstPath,
                            const RequestOptions &options = {});
   Request<FlagReply> moveItemAtPathAsync(const std::string &srcPath, const std::string &dstPath,
                                          const RequestOptions &options = {});
-  // Removes the item with all that it holds, locked items included. A missing item counts as
-  // removed. Items that a failure leaves are still in place.
+  // Removes the item with all that it holds, locked items included. A missing
+  // item counts as removed. Items that a failure leaves are still in place.
   RemovalReply removeItemAtPath(const std::string &path, const RequestOptions &options = {});
   Request<RemovalReply> removeItemAtPathAsync(const std::string &path,
                                               const RequestOptions &options = {});
@@ -107,8 +116,8 @@ public:
   FlagReply securelyRemoveItemAtPath(const std::string &path, const RequestOptions &options = {});
   Request<FlagReply> securelyRemoveItemAtPathAsync(const std::string &path,
                                                    const RequestOptions &options = {});
-  // Done means that the item is in the Trash of the agent's user. (On the bus the flag has the
-  // opposite sense.)
+  // Done means that the item is in the Trash of the agent's user. (On the bus
+  // the flag has the opposite sense.)
   FlagReply moveToTrashItemAtPath(const std::string &path, const RequestOptions &options = {});
   Request<FlagReply> moveToTrashItemAtPathAsync(const std::string &path,
                                                 const RequestOptions &options = {});
@@ -131,7 +140,8 @@ public:
   FlagReply removeKextAtPath(const std::string &path, const RequestOptions &options = {});
   Request<FlagReply> removeKextAtPathAsync(const std::string &path,
                                            const RequestOptions &options = {});
-  // Strips a universal binary. The architectures are options of the tool, passed on unchanged.
+  // Strips a universal binary. The architectures are options of the tool,
+  // passed on unchanged.
   FlagReply slimBinaryWithPath(const std::string &path, const std::vector<std::string> &archs,
                                const RequestOptions &options = {});
   Request<FlagReply> slimBinaryWithPathAsync(const std::string &path,
@@ -140,8 +150,8 @@ public:
 
   // --- what starts by itself
 
-  // Unloads the job and deletes its list and its privileged tool. For the list of its own job the
-  // agent removes itself and ends.
+  // Unloads the job and deletes its list and its privileged tool. For the list
+  // of its own job the agent removes itself and ends.
   JobRemovalReply removeLaunchdAgentAtPath(const std::string &plistPath,
                                            const RequestOptions &options = {});
   Request<JobRemovalReply> removeLaunchdAgentAtPathAsync(const std::string &plistPath,
@@ -160,8 +170,8 @@ public:
   FlagReply removeSMLoginItem(const std::string &bundleID, const RequestOptions &options = {});
   Request<FlagReply> removeSMLoginItemAsync(const std::string &bundleID,
                                             const RequestOptions &options = {});
-  // Removes the application from the login items of all users. Also Done when none of them names
-  // it.
+  // Removes the application from the login items of all users. Also Done when
+  // none of them names it.
   FlagReply removeGlobalLoginItemForAppWithPath(const std::string &appPath,
                                                 const RequestOptions &options = {});
   Request<FlagReply> removeGlobalLoginItemForAppWithPathAsync(const std::string &appPath,
@@ -172,7 +182,8 @@ public:
   AttemptReply stopStartupItem(const std::string &name, const RequestOptions &options = {});
   Request<AttemptReply> stopStartupItemAsync(const std::string &name,
                                              const RequestOptions &options = {});
-  // Removes the library from those that launchd's configuration inserts into every program.
+  // Removes the library from those that launchd's configuration inserts into
+  // every program.
   FlagReply removeLibraryFromLauchdConf(const std::string &libraryPath,
                                         const RequestOptions &options = {});
   Request<FlagReply> removeLibraryFromLauchdConfAsync(const std::string &libraryPath,
@@ -183,8 +194,8 @@ public:
   // Empties the system log store.
   FlagReply removeASL(const RequestOptions &options = {});
   Request<FlagReply> removeASLAsync(const RequestOptions &options = {});
-  // The progress may be null. The client calls it on its own thread before the request ends, under
-  // the rules of a Request's callback.
+  // The progress may be null. The client calls it on its own thread before the
+  // request ends, under the rules of a Request's callback.
   RepairReply repairPermissions(const Progress &progress, const RequestOptions &options = {});
   Request<RepairReply> repairPermissionsAsync(const Progress &progress,
                                               const RequestOptions &options = {});

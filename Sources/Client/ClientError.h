@@ -15,16 +15,18 @@ namespace kw {
 class KEEPWELL_EXPORT ClientError : public std::exception {
 public:
   enum class Kind {
-    // The request never reached an agent: no bus, no agent, or no right to call.
+    // The request never reached an agent: no bus, no agent, or no right to
+    // call.
     Unreachable,
-    // The request was sent, and the agent or the bus ended before the reply. The agent may have
-    // done the work, wholly or in part.
+    // The request was sent, and the agent or the bus ended before the reply.
+    // The agent may have done the work, wholly or in part.
     Interrupted,
     // The agent or the bus answered with an error of the bus.
     Refused,
     // The agent's answer does not hold the values of the operation's reply.
     BadReply,
-    // The request cannot be sent: the text is invalid UTF-8, holds a NUL or is too long.
+    // The request cannot be sent: the text is invalid UTF-8, holds a NUL or is
+    // too long.
     BadArgument,
     // The time that the caller allowed has passed.
     DeadlinePassed,
@@ -44,8 +46,9 @@ public:
 
   Kind kind() const { return kind_; }
   Effect effect() const { return effect_; }
-  // The bus's name of the error, such as "org.freedesktop.DBus.Error.NotSupported"; empty for an
-  // error of the client.
+  // The bus's name of the error, such as
+  // "org.freedesktop.DBus.Error.NotSupported"; empty for an error of the
+  // client.
   const std::string &name() const { return texts_->name; }
   const char *what() const noexcept override { return texts_->message.c_str(); }
 

@@ -1,5 +1,5 @@
-// The agent's answers, as types that can be read in one way only. A flag whose sense is unclear, or
-// that says less than it seems to, is an enumeration.
+// The agent's answers, as types that can be read in one way only. A flag whose
+// sense is unclear, or that says less than it seems to, is an enumeration.
 #pragma once
 
 #include "Client/Export.h"
@@ -14,7 +14,8 @@ namespace kw {
 // Tells whether the agent did the requested work.
 enum class Outcome { NotDone, Done };
 
-// Tells whether the agent ran a tool for the request. The tool's result is not known.
+// Tells whether the agent ran a tool for the request. The tool's result is not
+// known.
 enum class Attempt { NotMade, Made };
 
 enum class Existence { Missing, Exists };
@@ -38,8 +39,8 @@ struct KEEPWELL_EXPORT RemovalReply {
   Outcome outcome = Outcome::NotDone;
   // The reason of a failure; never with Done.
   std::optional<Error> error = std::nullopt;
-  // Only with Done: the failure of the first attempt, after which the agent unlocked and removed
-  // the item.
+  // Only with Done: the failure of the first attempt, after which the agent
+  // unlocked and removed the item.
   std::optional<Error> firstAttempt = std::nullopt;
 
   bool isDone() const { return outcome == Outcome::Done; }

@@ -1,7 +1,7 @@
 // One request to the agent that is under way, and its result.
 //
-// Thread-safe. A Request is a handle: copies refer to the same request. The destruction of the last
-// one neither cancels the request nor waits for it.
+// Thread-safe. A Request is a handle: copies refer to the same request. The
+// destruction of the last one neither cancels the request nor waits for it.
 #pragma once
 
 #include "Client/ClientError.h"
@@ -29,11 +29,12 @@ struct RequestProgress {
 
 // The options of one request; by default it waits without a limit.
 struct RequestOptions {
-  // Counted from the call. After it the request ends with DeadlinePassed; an agent that has the
-  // request goes on with it.
+  // Counted from the call. After it the request ends with DeadlinePassed; an
+  // agent that has the request goes on with it.
   std::optional<std::chrono::milliseconds> timeLimit = std::nullopt;
-  // The client calls it while the agent works on the request, a few times a second at most, under
-  // the rules of a callback; it may leave reports out. An agent too old for it reports nothing.
+  // The client calls it while the agent works on the request, a few times a
+  // second at most, under the rules of a callback; it may leave reports out. An
+  // agent too old for it reports nothing.
   std::function<void(const RequestProgress &)> progress = nullptr;
 };
 
@@ -60,40 +61,47 @@ private:
 template <typename Reply> class KEEPWELL_EXPORT Request {
 public:
   class KEEPWELL_LOCAL State;
-  // The client calls it on its own thread, where all signals are blocked. It may start and cancel
-  // requests and destroy the client. It must not wait, since no reply could arrive then: waiting
-  // throws std::logic_error there. An exception that it throws goes only to
-  // ClientOptions::callbackFailed, or in a line to standard error; the client still calls all other
-  // callbacks.
+  // The client calls it on its own thread, where all signals are blocked. It
+  // may start and cancel requests and destroy the client. It must not wait,
+  // since no reply could arrive then: waiting throws std::logic_error there. An
+  // exception that it throws goes only to ClientOptions::callbackFailed, or in
+  // a line to standard error; the client still calls all other callbacks.
   using Callback = std::function<void(const Result<Reply> &result)>;
 
-  // Refers to no request; all members but isValid() then throw std::logic_error. They also do so in
-  // a forked child, where no reply can arrive.
+  // Refers to no request; all members but isValid() then throw
+  // std::logic_error. They also do so in a forked child, where no reply can
+  // arrive.
   Request() = default;
 
   bool isValid() const { return state_ != nullptr; }
   // Tells whether wait() would return at once.
   bool isEnded() const;
-  // Blocks until the request has ended. The result lives as long as a copy of this handle.
+  // Blocks until the request has ended. The result lives as long as a copy of
+  // this handle.
   const Result<Reply> &wait() const;
-  // Blocks for a limited time and tells whether the request has ended. The limit does not affect
-  // the request itself.
+  // Blocks for a limited time and tells whether the request has ended. The
+  // limit does not affect the request itself.
   bool waitFor(std::chrono::milliseconds time) const;
-  // Blocks until the reply arrives; throws ClientError when the request ends without one.
+  // Blocks until the reply arrives; throws ClientError when the request ends
+  // without one.
   Reply get() const;
 
-  // Has the callback called once the request has ended: on the client's thread, or at once on the
-  // calling thread if it has ended already. Waiting threads may wake before the call. Several
-  // callbacks are called in order. Throws std::invalid_argument for an empty callback.
+  // Has the callback called once the request has ended: on the client's thread,
+  // or at once on the calling thread if it has ended already. Waiting threads
+  // may wake before the call. Several callbacks are called in order. Throws
+  // std::invalid_argument for an empty callback.
   const Request &then(Callback callback) const;
-  // Cancels the request, which still ends as any other: wait() gives its result. Does not block.
+  // Cancels the request, which still ends as any other: wait() gives its
+  // result. Does not block.
   // - A request that was not sent yet never will be: Cancelled, without effect.
-  // - A request that the agent has ends with the agent's answer. Cancelled then means that the
-  //   agent stopped, or never began, and does no more. The part done by then stays done, so the
-  //   effect is unknown. A reply means that the agent had done the work, wholly or as far as the
-  //   reply says, before it could stop: it reports removed items as removed. A request for which
-  //   the agent runs a tool runs to its end.
-  // - An agent too old to cancel goes on: Cancelled at once, with an unknown effect.
+  // - A request that the agent has ends with the agent's answer. Cancelled then
+  //   means that the agent stopped, or never began, and does no more. The part
+  //   done by then stays done, so the effect is unknown. A reply means that the
+  //   agent had done the work, wholly or as far as the reply says, before it
+  //   could stop: it reports removed items as removed. A request for which the
+  //   agent runs a tool runs to its end.
+  // - An agent too old to cancel goes on: Cancelled at once, with an unknown
+  //   effect.
   void cancel() const;
 
 private:

@@ -1,5 +1,5 @@
-// The thread of a client: takes started requests, sends as many as the limits allow, waits for
-// replies.
+// The thread of a client: takes started requests, sends as many as the limits
+// allow, waits for replies.
 #include "Client/RequestEngine.h"
 
 #include <csignal>
@@ -14,8 +14,9 @@ namespace {
 using Kind = ClientError::Kind;
 using Effect = ClientError::Effect;
 
-// The most requests without a reply at once. The bus allows a connection 128 such calls, the agent
-// 1024 requests and 64 MiB. Both refuse requests beyond their limits, so the rest waits here.
+// The most requests without a reply at once. The bus allows a connection 128
+// such calls, the agent 1024 requests and 64 MiB. Both refuse requests beyond
+// their limits, so the rest waits here.
 constexpr std::size_t mostSent = 64;
 constexpr std::size_t mostSentBytes = std::size_t{8} << 20;
 
@@ -345,8 +346,8 @@ void RequestEngine::dropConnection() {
   lost.swap(connection_);
 }
 
-// Returns the request of the entry; null when there is no entry, or the client no longer waits for
-// it.
+// Returns the request of the entry; null when there is no entry, or the client
+// no longer waits for it.
 std::shared_ptr<PendingRequest> RequestEngine::remove(Number number) {
   auto found = entries_.find(number);
   if (found == entries_.end())
@@ -434,8 +435,8 @@ void RequestEngine::failed(Number number, const ClientError &error) {
     request->fail(error);
 }
 
-// The agent works on one request at a time, in order. Requests that the client no longer waits for
-// count too.
+// The agent works on one request at a time, in order. Requests that the client
+// no longer waits for count too.
 void RequestEngine::progressed(const std::string &chunk) {
   for (const auto &[number, entry] : entries_) {
     if (!isSent(number) || !entry.hasProgress)

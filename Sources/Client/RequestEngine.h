@@ -1,8 +1,9 @@
-// Carries the requests of one client to the agent over a sequence of connections. One thread sends,
-// waits, watches the time limits and calls back.
+// Carries the requests of one client to the agent over a sequence of
+// connections. One thread sends, waits, watches the time limits and calls back.
 //
-// When memory runs out, the request at hand fails and the others go on: the thread allocates
-// everything that it needs to end a request before it takes the request.
+// When memory runs out, the request at hand fails and the others go on: the
+// thread allocates everything that it needs to end a request before it takes
+// the request.
 #pragma once
 
 #include "Client/AgentConnection.h"
@@ -23,7 +24,8 @@ namespace kw {
 
 class RequestEngine;
 
-// The engine's view of a request. The engine ends each exactly once, on its own thread.
+// The engine's view of a request. The engine ends each exactly once, on its own
+// thread.
 class PendingRequest {
 public:
   using Clock = AgentConnection::Clock;
@@ -69,7 +71,8 @@ public:
   void cancel(const std::shared_ptr<PendingRequest> &request) noexcept;
   // Cancels all requests that were started before.
   void cancelAll() noexcept;
-  // Ends all requests and the thread, and waits for the thread unless it is the caller.
+  // Ends all requests and the thread, and waits for the thread unless it is the
+  // caller.
   void stop() noexcept;
   bool isCalledOnOwnThread() const;
   // Tells whether this process, and no parent of it, made the engine.
@@ -150,7 +153,8 @@ private:
   std::atomic<Number> givenUpTo_ = 0;       // the client gave up these and all before them
   bool stopping_ = false;
   bool mayWait_ = false; // the thread waits or is about to
-  // Only the engine's thread uses it. It changes it under the mutex, since other threads wake it.
+  // Only the engine's thread uses it. It changes it under the mutex, since
+  // other threads wake it.
   std::unique_ptr<AgentConnection> connection_;
 
   // Only the engine's thread uses these.

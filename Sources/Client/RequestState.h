@@ -12,7 +12,8 @@ namespace kw {
 
 template <typename Reply> class Request<Reply>::State final : public PendingRequest {
 public:
-  // Called on the engine's thread with values of the kinds that the message names.
+  // Called on the engine's thread with values of the kinds that the message
+  // names.
   using Decode = std::function<Reply(NS::XPCValues values)>;
   using Output = std::function<void(const std::string &chunk)>;
 
@@ -79,7 +80,8 @@ public:
       engine->cancel(state);
   }
 
-  // In a forked child no thread brings the reply, and the mutex may be locked for ever.
+  // In a forked child no thread brings the reply, and the mutex may be locked
+  // for ever.
   bool isOfThisProcess() const {
     auto engine = engine_.lock();
     return !engine || engine->isOfThisProcess();
@@ -92,7 +94,8 @@ private:
     return NS::saturatedSum(Clock::now(), *options.timeLimit);
   }
 
-  // The caller holds the mutex. The engine's thread brings the reply, so it must not wait for it.
+  // The caller holds the mutex. The engine's thread brings the reply, so it
+  // must not wait for it.
   void refuseToBlock() const {
     if (result_)
       return;

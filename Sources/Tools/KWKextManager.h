@@ -9,10 +9,10 @@ namespace kw {
 
 class KWKextManager {
 public:
-  // Unloads the extension by its bundle identifier and deletes it. The unload is best effort: an
-  // extension that stays loaded is still deleted, and leaves the kernel at the next start. True
-  // when the bundle was deleted or was gone; false, without any change, for an item without a
-  // bundle identifier.
+  // Unloads the extension by its bundle identifier and deletes it. The unload
+  // is best effort: an extension that stays loaded is still deleted, and leaves
+  // the kernel at the next start. True when the bundle was deleted or was gone;
+  // false, without any change, for an item without a bundle identifier.
   bool removeKextAtPath(const std::string &path) const;
 };
 

@@ -1,10 +1,11 @@
-// Reads job property lists, asks launchd for jobs, and loads, unloads, starts, stops and removes
-// them through launchctl.
+// Reads job property lists, asks launchd for jobs, and loads, unloads, starts,
+// stops and removes them through launchctl.
 //
-// Keeps no state; any thread may call all members, which block until the tool or the query is done.
-// A member throws only where its comment says so: a failure is false or an empty optional, with a
-// line in the log. Steps call each other virtually, so that a derived class can replace one. A path
-// is that of a job's property list; an unreadable list counts as one without any key.
+// Keeps no state; any thread may call all members, which block until the tool
+// or the query is done. A member throws only where its comment says so: a
+// failure is false or an empty optional, with a line in the log. Steps call
+// each other virtually, so that a derived class can replace one. A path is that
+// of a job's property list; an unreadable list counts as one without any key.
 #pragma once
 
 #include "Foundation/PropertyList.h"
@@ -31,18 +32,21 @@ public:
 
   // Enables and loads the job. True without a run when it is loaded.
   virtual bool loadLaunchAgentWithConfigPath(const std::optional<std::string> &path) const;
-  // Unloads the job, loaded or not, then removes the privileged tool that has the list's own file
-  // name. Any output of launchctl is a failure, and then the tool stays.
+  // Unloads the job, loaded or not, then removes the privileged tool that has
+  // the list's own file name. Any output of launchctl is a failure, and then
+  // the tool stays.
   virtual bool unloadLaunchAgentWithConfigPath(const std::optional<std::string> &path) const;
   virtual bool enableAgentAtPath(const std::optional<std::string> &path) const;
   virtual bool unloadAgentAtPath(const std::optional<std::string> &path) const;
   virtual bool disableAgentAtPath(const std::optional<std::string> &path) const;
-  // Unloads the job, for later starts too if asked, and stops the rest of it. True without a run
-  // when it is not loaded.
+  // Unloads the job, for later starts too if asked, and stops the rest of it.
+  // True without a run when it is not loaded.
   virtual bool _unloadAgentAtPath(const std::optional<std::string> &path, bool shouldDisable) const;
-  // Unloads the job with its tool, then deletes the list. The list stays when the unloading failed.
+  // Unloads the job with its tool, then deletes the list. The list stays when
+  // the unloading failed.
   virtual bool removeAgentAtPath(const std::optional<std::string> &path) const;
-  // True also when there is no such tool. A label that is not a file name names no tool.
+  // True also when there is no such tool. A label that is not a file name names
+  // no tool.
   virtual bool removePrivilegedToolWithLabel(const std::optional<std::string> &label) const;
 
   // Tells whether launchd has a job of the list's label.
@@ -56,24 +60,25 @@ public:
   virtual bool
   isAgentLaunchingPeriodicallyWithConfigPath(const std::optional<std::string> &path) const;
 
-  // Returns the string up to and including its first ".app", or an empty optional without one. When
-  // the string goes on after it, stores the whole string as the executable's path.
+  // Returns the string up to and including its first ".app", or an empty
+  // optional without one. When the string goes on after it, stores the whole
+  // string as the executable's path.
   virtual std::optional<std::string>
   appPathFormObject(const std::optional<NS::PropertyList> &object,
                     std::optional<std::string> *executablePath) const;
-  // The application that the job starts: the first in "ProgramArguments", else in "Program".
-  // Accurate when the job names the bundle itself or exactly the executable of that bundle, and
-  // when there is no application.
+  // The application that the job starts: the first in "ProgramArguments", else
+  // in "Program". Accurate when the job names the bundle itself or exactly the
+  // executable of that bundle, and when there is no application.
   virtual std::optional<std::string> startupApplicationPath(const std::optional<std::string> &path,
                                                             bool *accurate) const;
   // The same, but empty unless it is accurate.
   virtual std::optional<std::string>
   startupApplicationPath(const std::optional<std::string> &path) const;
 
-  // Takes one library out of a line of launchd's configuration that sets DYLD_INSERT_LIBRARIES.
-  // Returns the line unchanged when it does not hold the library, and an empty optional when no
-  // library is left. A line that holds the library but not the name of the variable raises
-  // RangeException.
+  // Takes one library out of a line of launchd's configuration that sets
+  // DYLD_INSERT_LIBRARIES. Returns the line unchanged when it does not hold the
+  // library, and an empty optional when no library is left. A line that holds
+  // the library but not the name of the variable raises RangeException.
   virtual std::optional<std::string> removeLibrary(std::string_view library,
                                                    std::string_view setenv) const;
 };

@@ -19,7 +19,8 @@ std::optional<std::string> textFromData(std::string data) {
   return data;
 }
 
-// An exception of the listener must not leave the tool writing into a full pipe.
+// An exception of the listener must not leave the tool writing into a full
+// pipe.
 void report(const KWReportProgress &reportProgress, const std::optional<std::string> &chunk) {
   try {
     reportProgress(false, chunk);

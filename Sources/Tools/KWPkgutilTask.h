@@ -10,8 +10,9 @@ namespace kw {
 
 class KWPkgutilTask {
 public:
-  // Forgets the receipt and leaves the files that the package installed. True when pkgutil ends
-  // with status 0 (or does not exist); false for nil, without a run.
+  // Forgets the receipt and leaves the files that the package installed. True
+  // when pkgutil ends with status 0 (or does not exist); false for nil, without
+  // a run.
   bool removePackageWithID(const std::optional<std::string> &packageID) const;
 };
 

@@ -1,11 +1,12 @@
-// Runs the system's tools for the agent: one program with its arguments unchanged, no shell.
-// Returns its output and its status.
+// Runs the system's tools for the agent: one program with its arguments
+// unchanged, no shell. Returns its output and its status.
 //
-// Every call but launchTaskWithNoReply blocks until the tool has ended, without a time limit. It
-// has no state, and several threads may use it at once. Text goes both ways as UTF-8. A capture of
-// only white space, or with invalid UTF-8, is nil; any other is the tool's output, untrimmed. The
-// only platform exception that leaves it is one that a completion raised when it was told of a
-// failure.
+// Every call but launchTaskWithNoReply blocks until the tool has ended, without
+// a time limit. It has no state, and several threads may use it at once. Text
+// goes both ways as UTF-8. A capture of only white space, or with invalid
+// UTF-8, is nil; any other is the tool's output, untrimmed. The only platform
+// exception that leaves it is one that a completion raised when it was told of
+// a failure.
 #pragma once
 
 #include "Foundation/Error.h"
@@ -21,8 +22,8 @@ class KWTaskRunner {
 public:
   using Arguments = std::vector<std::string>;
   using Output = std::optional<std::string>;
-  // Called on the calling thread before the call returns. A status of -1 with an error means that
-  // the tool could not be run.
+  // Called on the calling thread before the call returns. A status of -1 with
+  // an error means that the tool could not be run.
   using CompletionHandler =
       std::function<void(const Output &output, long long status, const Output &errorOutput,
                          const std::optional<NS::Error> &error)>;
@@ -31,24 +32,25 @@ public:
   static KWTaskRunner &shared();
   static KWTaskRunner *exchangeShared(KWTaskRunner *replacement);
 
-  // Runs the tool and passes the result to the completion. Without a standard input the tool has
-  // the agent's; with one it sees no end of it until the call returns. Reads output to its end
-  // before error output.
+  // Runs the tool and passes the result to the completion. Without a standard
+  // input the tool has the agent's; with one it sees no end of it until the
+  // call returns. Reads output to its end before error output.
   //
-  // A path that is not executable leads to two calls of the completion: with the localized text
-  // that the task cannot be launched, then with the reason of the launch's failure. A completion
-  // that raises is likewise called again with the reason that it gave. Errors are of
-  // kTaskRunnerErrorDomain, code 0.
+  // A path that is not executable leads to two calls of the completion: with
+  // the localized text that the task cannot be launched, then with the reason
+  // of the launch's failure. A completion that raises is likewise called again
+  // with the reason that it gave. Errors are of kTaskRunnerErrorDomain, code 0.
   virtual void launchTask(const std::string &path, const Arguments &arguments,
                           const std::optional<std::string> &standardInput,
                           const CompletionHandler &completion) const;
   virtual void launchTask(const std::string &path, const Arguments &arguments,
                           const CompletionHandler &completion) const;
 
-  // Returns the tool's standard output, or its error output on request. Suppressed error output is
-  // discarded unread; error output that is neither suppressed nor requested goes to the agent's.
-  // Writes the result code (null when not wanted) only when the tool has run to its end. Logs a
-  // path that is not executable and returns nil for it.
+  // Returns the tool's standard output, or its error output on request.
+  // Suppressed error output is discarded unread; error output that is neither
+  // suppressed nor requested goes to the agent's. Writes the result code (null
+  // when not wanted) only when the tool has run to its end. Logs a path that is
+  // not executable and returns nil for it.
   virtual Output getOutput(const std::string &path, const Arguments &arguments,
                            bool suppressErrorOutput, bool useErrorOutputAsStd,
                            long long *resultCode) const;
@@ -58,17 +60,18 @@ public:
   // Returns the tool's error output.
   virtual Output launchTaskAndGetOutput(const std::string &path, const Arguments &arguments) const;
 
-  // Returns the exit status or the number of the signal that ended the tool. Returns 0 for a path
-  // that is not executable, without a line in the log, and for a launch that fails. Does not read
-  // the output of a redirected stream: a tool that fills a pipe never ends.
+  // Returns the exit status or the number of the signal that ended the tool.
+  // Returns 0 for a path that is not executable, without a line in the log, and
+  // for a launch that fails. Does not read the output of a redirected stream: a
+  // tool that fills a pipe never ends.
   virtual long long launchTaskAndGetTermStatusWithCmd(const std::string &path,
                                                       const Arguments &arguments,
                                                       bool suppressErrorOutput) const;
   virtual long long launchTaskAndGetTermStatusWithCmd(const std::string &path,
                                                       const Arguments &arguments) const;
 
-  // Starts the tool on the agent's own streams and does not wait. Returns 0, unless the tool has
-  // ended in that instant.
+  // Starts the tool on the agent's own streams and does not wait. Returns 0,
+  // unless the tool has ended in that instant.
   virtual long long launchTaskWithNoReply(const std::string &path,
                                           const Arguments &arguments) const;
 };
