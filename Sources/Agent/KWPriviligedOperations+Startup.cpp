@@ -78,13 +78,11 @@ std::string configurationWithoutLibrary(const std::string &unquoted, const std::
   return result;
 }
 
-// Backs up the content before this edit. An empty file, which an edit may have
-// left, must not replace an earlier backup.
-void backUpConfiguration(const std::optional<std::string> &text) {
+// Backs up the content before this edit, in place of the backup of an earlier
+// edit. An empty file is backed up too.
+void backUpConfiguration() {
   NS::FileManager &manager = NS::FileManager::defaultManager();
   std::string backup = NS::stringByAppendingPathExtension(tools::launchdConfiguration, "prev");
-  if (text && text->empty() && manager.fileExistsAtPath(backup))
-    return;
   static_cast<void>(manager.removeItemAtPath(backup, nullptr));
   static_cast<void>(manager.copyItemAtPath(tools::launchdConfiguration, backup, nullptr));
 }
@@ -155,8 +153,8 @@ void KWPriviligedOperations::removeGlobalLoginItemForAppWithPath(const std::stri
 }
 
 // Answers at once when the file is missing, empty or invalid UTF-8, then writes
-// it and answers again. Leaves the file alone when only a limit of this process
-// keeps it from being read.
+// it and answers again. Leaves the file and its backup alone when only a limit of
+// this process keeps it from being read.
 void KWPriviligedOperations::removeLibraryFromLauchdConf(const std::string &libraryPath,
                                                          KWFlagReply reply) {
   if (!NS::FileManager::defaultManager().fileExistsAtPath(tools::launchdConfiguration))
@@ -168,7 +166,7 @@ void KWPriviligedOperations::removeLibraryFromLauchdConf(const std::string &libr
     NS::Log("%@ is left as it is: %@", tools::launchdConfiguration, failure);
     return answer(reply, false);
   }
-  backUpConfiguration(former);
+  backUpConfiguration();
   std::string text = std::move(former).value_or("");
   if (text.empty())
     answer(reply, true);

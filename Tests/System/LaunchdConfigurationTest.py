@@ -112,6 +112,7 @@ class LaunchdConfigurationTest(unittest.TestCase):
                 self.assertEqual(replies[1].values()[0], "after")
 
     def test_a_missing_configuration_is_made_empty_without_a_backup(self):
+        self.root.write(BACKUP, "of an earlier edit")
         self.assertTrue(self.edit_to_the_end("/x"))
         self.assertEqual(self.root.read(CONF), b"")
         self.assertFalse(self.root.exists(BACKUP))
@@ -122,11 +123,14 @@ class LaunchdConfigurationTest(unittest.TestCase):
         self.assertEqual(self.root.read(CONF), b"")
         self.assertEqual(self.root.read(BACKUP), b"\xff\xfe not UTF-8")
 
-    def test_a_second_edit_keeps_the_backup_of_what_the_first_emptied(self):
-        self.root.write(CONF, b"\xff\xfe not UTF-8")
-        self.edit_to_the_end("/x")
-        self.edit_to_the_end("/x")
-        self.assertEqual(self.root.read(BACKUP), b"\xff\xfe not UTF-8")
+    def test_an_edit_of_an_empty_configuration_replaces_the_backup(self):
+        for before in (b"\xff\xfe not UTF-8", b""):
+            with self.subTest(before=before):
+                self.root.write(CONF, before)
+                self.root.write(BACKUP, "of an earlier edit")
+                self.edit_to_the_end("/x")
+                self.assertEqual(self.root.read(BACKUP), before)
+                self.assertEqual(self.root.read(CONF), b"")
 
     def test_a_configuration_too_large_to_be_read_is_left_alone_with_its_backup(self):
         large = f"{SET} /x\n".encode() + b"#" * (16 << 20)

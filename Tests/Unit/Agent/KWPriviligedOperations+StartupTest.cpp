@@ -284,14 +284,21 @@ TEST_F(StartupHandlersTest, aConfigurationThatOnlyALimitRefusesIsLeftAlone) {
   EXPECT_THAT(replies, ElementsAre(false, false, false, false));
 }
 
-TEST_F(StartupHandlersTest, aSecondEditKeepsTheBackupOfAConfigurationThatIsEmptyByNow) {
-  configuration("\xff");
+TEST_F(StartupHandlersTest, theBackupOfAnEmptyConfigurationReplacesAnEarlierOne) {
+  configuration("");
+  files.existing.insert("/etc/launchd.conf.prev");
   edit("/x");
-  files.calls.clear();
+  EXPECT_THAT(files.calls, ElementsAre("remove /etc/launchd.conf.prev",
+                                       "copy /etc/launchd.conf /etc/launchd.conf.prev"));
+  EXPECT_THAT(replies, ElementsAre(true, true));
+}
+
+TEST_F(StartupHandlersTest, aMissingConfigurationLeavesNoEarlierBackup) {
+  files.existing.insert("/etc/launchd.conf.prev");
+  files.failing[conf] = ENOENT;
   edit("/x");
-  EXPECT_TRUE(files.calls.empty());
-  EXPECT_TRUE(files.existing.contains("/etc/launchd.conf.prev"));
-  EXPECT_THAT(replies, ElementsAre(true, true, true, true));
+  EXPECT_FALSE(files.existing.contains("/etc/launchd.conf.prev"));
+  EXPECT_THAT(replies, ElementsAre(true, true, true));
 }
 
 TEST_F(StartupHandlersTest, aReceiptIsForgottenThroughPkgutil) {
