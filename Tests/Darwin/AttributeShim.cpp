@@ -88,9 +88,12 @@ std::vector<Item> itemsOf(int folder) {
     return items;
   while (const dirent *entry = ::readdir(listing)) {
     Item item{entry->d_name, !shim().unreadable.contains(entry->d_name)};
-    if (item.name != "." && item.name != ".." &&
-        ::fstatat(folder, entry->d_name, &item.status, AT_SYMLINK_NOFOLLOW) == 0)
-      items.push_back(std::move(item));
+    if (item.name == "." || item.name == ".." ||
+        ::fstatat(folder, entry->d_name, &item.status, AT_SYMLINK_NOFOLLOW) != 0)
+      continue;
+    if (auto other = shim().names.find(item.name); other != shim().names.end())
+      item.name = other->second;
+    items.push_back(std::move(item));
   }
   ::closedir(listing);
   std::sort(items.begin(), items.end(),

@@ -35,16 +35,21 @@ Shim &shim() {
 
 using namespace kwtest::darwin;
 
+static bool hasMemory() {
+  std::optional<int> &left = shim().memoryFor;
+  return !left || (*left)-- > 0;
+}
+
 launch_data_t launch_data_alloc(launch_data_type_t type) {
-  return shim().hasMemory ? new kw_launch_data(type) : nullptr;
+  return hasMemory() ? new kw_launch_data(type) : nullptr;
 }
 
 launch_data_t launch_data_new_string(const char *text) {
-  return shim().hasMemory ? new kw_launch_data(LAUNCH_DATA_STRING, text) : nullptr;
+  return hasMemory() ? new kw_launch_data(LAUNCH_DATA_STRING, text) : nullptr;
 }
 
 bool launch_data_dict_insert(launch_data_t dictionary, launch_data_t value, const char *key) {
-  if (dictionary->type != LAUNCH_DATA_DICTIONARY)
+  if (dictionary->type != LAUNCH_DATA_DICTIONARY || !shim().takesEntries)
     return false;
   dictionary->entries[key].reset(value);
   return true;
@@ -59,7 +64,8 @@ void launch_data_free(launch_data_t data) {
 }
 
 launch_data_t launch_msg(launch_data_t request) {
-  if (!shim().launchdAnswers)
+  ++shim().messages;
+  if (!shim().launchdAnswers || !request)
     return nullptr;
   auto label = request->entries.find(LAUNCH_KEY_GETJOB);
   bool isKnown = request->entries.size() == 1 && label != request->entries.end() &&

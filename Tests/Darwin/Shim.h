@@ -18,9 +18,13 @@ struct Shim {
   // launchd: its jobs by label, and whether it answers at all.
   std::set<std::string> jobs;
   bool launchdAnswers = true;
-  bool hasMemory = true; // for launch_data objects
-  int launchData = 0;    // objects that were not freed
+  std::optional<int> memoryFor; // so many launch_data objects, else any number
+  bool takesEntries = true;     // a dictionary
+  int launchData = 0;           // objects that were not freed
+  int messages = 0;             // that launchd was sent
 
+  // Names by what they are on this host, where names are shorter.
+  std::map<std::string, std::string> names;
   // Names whose attributes getattrlistbulk cannot get.
   std::set<std::string> unreadable;
   std::vector<std::size_t> bulkSizes; // of the buffers that it was given

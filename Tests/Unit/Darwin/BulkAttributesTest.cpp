@@ -136,6 +136,19 @@ TEST_F(BulkAttributes, giveNoMoreThanAreWantedBehindALargeName) {
   EXPECT_EQ(list(400).size(), 27u);
 }
 
+// The platform's names have up to 255 characters of three bytes each: more than
+// the buffer holds that takes no more of the smallest entries than are wanted.
+TEST_F(BulkAttributes, readTheLongestNameIntoALargerBuffer) {
+  const std::string longest(765, 'n');
+  fs::create_directory(folder.path("a"));
+  folder.file("long", "x");
+  fs::create_directory(folder.path("z"));
+  shim->names["long"] = longest;
+  EXPECT_EQ(list(), (Entries{{"a", {NS::VnodeDirectory, 0, 0}},
+                             {longest, {NS::VnodeRegular, 1, 4096}},
+                             {"z", {NS::VnodeDirectory, 0, 0}}}));
+}
+
 TEST_F(BulkAttributes, leaveOutWhatCannotBeRead) {
   for (const char *name : {"a", "b", "c"})
     folder.file(name, "x");

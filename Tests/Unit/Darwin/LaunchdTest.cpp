@@ -33,6 +33,7 @@ TEST_F(Launchd, answersWithAnErrorForAnyOther) {
 
 TEST_F(Launchd, isNotAskedForALabelThatANulCutsShort) {
   EXPECT_EQ(query(std::string("org.example.job\0x", 17)), LaunchDataType::Errno);
+  EXPECT_EQ(shim->messages, 0);
 }
 
 TEST_F(Launchd, mayBeOutOfReach) {
@@ -40,9 +41,15 @@ TEST_F(Launchd, mayBeOutOfReach) {
   EXPECT_EQ(query("org.example.job"), LaunchDataType::None);
 }
 
-TEST_F(Launchd, isNotAskedWithoutMemory) {
-  shim->hasMemory = false;
+TEST_F(Launchd, isNotAskedWithoutARequest) {
+  for (int objects : {0, 1}) {
+    shim->memoryFor = objects;
+    EXPECT_EQ(query("org.example.job"), LaunchDataType::None) << objects;
+  }
+  shim->memoryFor.reset();
+  shim->takesEntries = false;
   EXPECT_EQ(query("org.example.job"), LaunchDataType::None);
+  EXPECT_EQ(shim->messages, 0);
 }
 
 } // namespace
