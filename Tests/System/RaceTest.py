@@ -9,7 +9,8 @@ import time
 import unittest
 
 from Support import harness, trees
-from Support.bait import Bait, ITEM, OUTSIDE, Outside, remove, strangers
+from Support.bait import Bait, Outside, remove, strangers
+from Support.baits import ITEM, OUTSIDE
 from Support.root import ThrowAwayRoot
 
 SECONDS = float(os.environ.get("KEEPWELL_RACE_SECONDS", "2"))

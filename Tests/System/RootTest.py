@@ -8,15 +8,17 @@ import tempfile
 import unittest
 from unittest import mock
 
-from Support import harness, machine, processes
+from Support import baits, harness, machine, processes
 from Support.bus import is_running
 from Support.root import DATA, ThrowAwayRoot
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 # In these the contract's tools stand.
+ITEM_IN_TMP = re.compile(r'"(/tmp/[\w./-]+)')
 TOOL = re.compile(r'"(/(?:bin|sbin|usr/bin|usr/sbin|usr/libexec)/\w+)"')
 PLANTED = "/etc/xdg/autostart/planted.desktop", "/home/planted/file", "/opt/planted", \
-    "/var/tmp/outside", "/usr/local/bin/sh", "/usr/bin/keepwell", "/mnt/planted"
+    "/var/tmp/outside", "/usr/local/bin/sh", "/usr/bin/keepwell", "/mnt/planted", \
+    "/media/planted", "/srv/planted", "/tmp/planted", "/run/planted"
 
 
 class CrowdedMachine:
@@ -93,6 +95,38 @@ class RootTest(unittest.TestCase):
         with self.assertRaises(OSError):
             root.read(f"{DATA}/file")
         self.assertFalse(root.exists(f"{DATA}/folder/one"))
+
+
+class TmpTest(unittest.TestCase):
+    """The machine's /tmp in tests."""
+
+    def test_it_holds_something_by_each_name_that_tests_use(self):
+        found = set()
+        scripts = set(glob.glob(f"{SOURCE}/Tests/System/**/*.py", recursive=True))
+        for path in scripts - {os.path.abspath(__file__)}:
+            with open(path, encoding="utf-8") as file:
+                found |= set(ITEM_IN_TMP.findall(file.read()))
+        self.assertGreaterEqual(len(found), 12)
+        # What is only looked for within a moved tree.
+        found = {path for path in found if not path.startswith("/tmp/moved/")}
+        self.assertEqual([path for path in sorted(found) if not os.path.lexists(path)], [])
+
+    def test_it_holds_something_where_links_of_baits_lead(self):
+        self.assertGreater(len(baits.led_astray()), 100)
+        self.assertEqual([path for path in baits.led_astray() if not os.path.lexists(path)], [])
+
+    def test_a_test_that_works_there_fails(self):
+        self.assertEqual(machine.tmp_damage(), [])
+        os.rename("/tmp/outside/one", "/tmp/outside/away")
+        self.assertEqual(machine.tmp_damage(), ["/tmp/outside/away", "/tmp/outside/one"])
+        os.rename("/tmp/outside/away", "/tmp/outside/one")
+        self.assertEqual(machine.tmp_damage(), [])
+        with open("/tmp/outside/one", "r+", encoding="utf-8") as file:
+            file.write("OF")
+            file.flush()
+            self.assertEqual(machine.tmp_damage(), ["/tmp/outside/one"])
+            file.seek(0)
+            file.write("of")
 
 
 class MaskTest(unittest.TestCase):

@@ -5,17 +5,9 @@ import shutil
 import stat
 import struct
 
-from . import trees
+from . import baits, trees
+from .baits import BERTH, BESIDE, FRESH, HARBOUR, ITEM, LEFT, LEVELS, OUTSIDE
 
-OUTSIDE, HARBOUR = "/tmp/outside", "/tmp/harbour"
-ITEM, BESIDE = "/tmp/item", "/tmp/out-item"
-_FRESH, _LEFT = "/tmp/fresh", "/tmp/left"
-_BERTH = f"{HARBOUR}/berth"
-_BRANCHES = 6
-# The folders of a branch, and where the link beside each leads. The names are
-# those of what lies outside, so that a walk that is led there finds its way.
-_LEVELS = (("", OUTSIDE), ("/inner", f"{OUTSIDE}/inner"),
-           ("/inner/deeper", f"{OUTSIDE}/inner/deeper"))
 _FILES = ("one", "two", "three", "locked")
 # One more branch goes down further than walks keep folders open, so that they
 # have to find their way back; the folder below its top and the one in the
@@ -45,10 +37,6 @@ def remove(path):
 def _write(path):
     with open(path, "wb") as file:
         file.write(b"victim")
-
-
-def _beside(path):
-    return f"{os.path.dirname(path)}/out-{os.path.basename(path)}"
 
 
 def _make_long_way(folder):
@@ -115,26 +103,13 @@ class Bait:
         # A single folder beside the stop keeps its place, whatever the volume
         # does to the order of what is exchanged. It takes several for the item
         # to be removed by several threads.
-        self._top = "/tree" if stop else ""
+        self._top = baits.TOPS[bool(stop)]
         self._locks = []
         self._turns = 0
 
     def pairs(self):
         """All that changes places, the upper ones first."""
-        found = [ITEM, BESIDE, self._back(ITEM), _BERTH]
-        for path, _ in self._exchanged(ITEM):
-            found += [path, _beside(path)]
-        return found
-
-    def _back(self, item):
-        return f"{item}{self._top}/back/inner"
-
-    def _exchanged(self, item):
-        """All that changes places with a link, and where the link leads."""
-        for branch in range(_BRANCHES):
-            for level, target in _LEVELS:
-                yield f"{item}{self._top}/{branch}{level}", target
-                yield f"{item}{self._top}/{branch}{level}/one", f"{OUTSIDE}/one"
+        return baits.pairs(self._top)
 
     def ready(self):
         """To be worked on once more: a new one, or the one that lasted."""
@@ -148,7 +123,7 @@ class Bait:
         self._turns += 1
 
     def _put(self, with_stop):
-        item = self._host(_FRESH)
+        item = self._host(FRESH)
         os.mkdir(item)
         _write(f"{item}/end-1")
         self._fill(item)
@@ -157,10 +132,10 @@ class Bait:
             stop = os.listdir(item)[0 if self._stop == "first" else -1]
             self._lock(f"{item}/{stop}", trees.APPEND)
         # For some there is a folder in the harbour, or a link beside the item.
-        baits = self._turns // self._LASTING if self._stop else self._turns
-        if with_stop or baits % 2 == 0:
-            _make_long_way(self._host(_BERTH))
-        if not with_stop and baits % 4 == 1:
+        earlier = self._turns // self._LASTING if self._stop else self._turns
+        if with_stop or earlier % 2 == 0:
+            _make_long_way(self._host(BERTH))
+        if not with_stop and earlier % 4 == 1:
             os.symlink(OUTSIDE, self._host(BESIDE))
         os.rename(item, self._host(ITEM))
 
@@ -168,13 +143,13 @@ class Bait:
         # Made first, so that walks that lose their way back have mostly been
         # everywhere else. A position in a listing means in this folder what it
         # means in the harbour.
-        back = self._back(item)
+        back = baits.back(item, self._top)
         os.makedirs(os.path.dirname(back))
         for name in ("before", "after"):
             _write(f"{os.path.dirname(back)}/{name}")
         _make_long_way(back)
-        for branch in range(_BRANCHES):
-            for level, _ in _LEVELS:
+        for branch in range(baits.BRANCHES):
+            for level, _ in LEVELS:
                 folder = f"{item}{self._top}/{branch}{level}"
                 os.makedirs(folder)
                 for name in _FILES:
@@ -183,8 +158,8 @@ class Bait:
                 self._lock(f"{item}{self._top}/{branch}/locked", trees.IMMUTABLE)
                 self._lock(f"{item}{self._top}/{branch}/inner/locked", trees.IMMUTABLE)
                 self._lock(f"{folder}/three", trees.APPEND)
-        for path, target in self._exchanged(item):
-            os.symlink(target, _beside(path))
+        for path, target in baits.exchanged(item, self._top):
+            os.symlink(target, baits.beside(path))
 
     def _lock(self, path, flags):
         item = os.open(path, os.O_RDONLY | os.O_NOFOLLOW)
@@ -197,9 +172,9 @@ class Bait:
 
     def clear(self):
         """Away with all that was put, first out of the attacker's reach."""
-        left = self._host(_LEFT)
+        left = self._host(LEFT)
         os.mkdir(left)
-        for number, path in enumerate((ITEM, BESIDE, _BERTH)):
+        for number, path in enumerate((ITEM, BESIDE, BERTH)):
             try:
                 os.rename(self._host(path), f"{left}/{number}")
             except FileNotFoundError:

@@ -100,13 +100,17 @@ def main(needs_root=True):
     except unittest.SkipTest as reason:
         end_skipped(reason)
     result = unittest.main(argv=[sys.argv[0], *arguments.tests], verbosity=2, exit=False).result
+    failed = not result.wasSuccessful()
+    for path in machine.tmp_damage():
+        print(f"not as it was, though no request led there: {path}", flush=True)
+        failed = True
     # What a whole class is skipped for does not count as a test that was run.
     skipped = [test for test, _ in result.skipped if isinstance(test, unittest.TestCase)]
-    if result.wasSuccessful() and result.skipped and len(skipped) == result.testsRun:
+    if not failed and result.skipped and len(skipped) == result.testsRun:
         end_skipped(result.skipped[0][1])
     if result.skipped:
         tell_skipped(result.skipped)
-    sys.exit(0 if result.wasSuccessful() else 1)
+    sys.exit(1 if failed else 0)
 
 
 build_folder = None

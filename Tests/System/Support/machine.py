@@ -6,6 +6,8 @@ import shutil
 import stat
 import subprocess
 
+from . import baits
+
 # What the agent knows by a fixed path, and a machine may have or not.
 ABSENT = """
 /Applications /Library /System /Users /Volumes /private /var/log/asl
@@ -25,11 +27,8 @@ _INSTALLED = """
 EMPTY = {"/etc/xdg/autostart": 0o755, "/home": 0o755, "/media": 0o755, "/mnt": 0o755,
           "/opt": 0o755, "/srv": 0o755, "/usr/local": 0o755, "/var/tmp": 0o1777}
 
-# What the tests call their items; links in them lead to some of these.
-BAITS = ("device", "fresh", "harbour/berth/d", "item/0/inner/deeper", "item/back/inner/d",
-          "left", "link", "out-copy", "out-item", "outside/back/inner", "outside/inner/deeper",
-          "outside/inner/out-one", "outside/out-inner", "outside/0/inner", "outside/out-0",
-          "outside/tree/0/inner")
+_OF_THE_MACHINE = "of the machine"
+_tmp_before = {}  # what stands in the /tmp that was mounted
 
 
 def mount(*arguments):
@@ -51,11 +50,40 @@ def replace_tmp(kept):
                             path], check=True, capture_output=True, pass_fds=[folder])
         os.close(folder)
     os.chdir(os.getcwd())
-    for bait in BAITS:
-        os.makedirs(f"/tmp/{bait}", exist_ok=True)
-    for name in ("outside/one", "outside/inner/one", "outside/inner/two", "job.plist"):
-        with open(f"/tmp/{name}", "w", encoding="utf-8") as file:
-            file.write("of the machine")
+    files, folders = baits.files_and_folders()
+    for path in folders:
+        os.makedirs(path, exist_ok=True)
+    for path in files:
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(_OF_THE_MACHINE)
+    _tmp_before.update(_look_at_tmp())
+
+
+def tmp_damage():
+    """What is no longer as it was in the /tmp that was mounted, if one was; an
+    empty list when nothing is."""
+    now = _look_at_tmp() if _tmp_before else {}
+    return sorted(path for path in now.keys() | _tmp_before
+                  if now.get(path) != _tmp_before.get(path))
+
+
+def _look_at_tmp():
+    """What there is by a bait's name, and what is in it."""
+    found = {}
+    files, folders = baits.files_and_folders()
+    tops = {path.split("/")[2] for path in files + folders}
+    for folder, names, others in os.walk("/tmp"):
+        if folder == "/tmp":
+            names[:] = others = tops.intersection(names + others)
+        for path in (f"{folder}/{name}" for name in [*names, *others]):
+            status = os.lstat(path)
+            content = ""
+            if stat.S_ISREG(status.st_mode):
+                with open(path, encoding="utf-8", errors="replace") as file:
+                    content = file.read()
+            found[path] = status.st_ino, oct(status.st_mode), status.st_uid, content
+    return found
 
 
 def mask():

@@ -1,0 +1,63 @@
+"""What the tests call the items whose places somebody else takes, and where a
+link among them would lead whoever follows it out of his root: the machine's own
+/tmp has something by every such name in tests (machine.py)."""
+OUTSIDE, HARBOUR = "/tmp/outside", "/tmp/harbour"
+ITEM, BESIDE = "/tmp/item", "/tmp/out-item"
+FRESH, LEFT = "/tmp/fresh", "/tmp/left"
+BERTH = f"{HARBOUR}/berth"
+BRANCHES = 6
+# The folders of a branch, and where the link beside each leads. The names are
+# those of what lies outside, so that a walk that is led there finds its way.
+LEVELS = (("", OUTSIDE), ("/inner", f"{OUTSIDE}/inner"),
+          ("/inner/deeper", f"{OUTSIDE}/inner/deeper"))
+# A single folder in which all lies that changes places, or none.
+TOPS = ("", "/tree")
+# Of other tests and of what they put outside.
+_OTHERS = ("/tmp/device", "/tmp/link", "/tmp/job-link", "/tmp/moved", f"{BERTH}/d",
+           f"{OUTSIDE}/inner/link", f"{OUTSIDE}/inner/fifo")
+_OTHER_FILES = ("/tmp/job.plist", f"{OUTSIDE}/inner/two", f"{OUTSIDE}/inner/deeper/three",
+                f"{OUTSIDE}/locked", f"{OUTSIDE}/inner/locked")
+
+
+def beside(path):
+    """What changes places with a folder or file of a branch."""
+    parent, _, name = path.rpartition("/")
+    return f"{parent}/out-{name}"
+
+
+def back(item, top):
+    """What changes places with the berth."""
+    return f"{item}{top}/back/inner"
+
+
+def exchanged(item, top):
+    """All that changes places with a link, and where the link leads."""
+    for branch in range(BRANCHES):
+        for level, target in LEVELS:
+            yield f"{item}{top}/{branch}{level}", target
+            yield f"{item}{top}/{branch}{level}/one", f"{OUTSIDE}/one"
+
+
+def pairs(top):
+    """All that changes places, the upper ones first."""
+    found = [ITEM, BESIDE, back(ITEM, top), BERTH]
+    for path, _ in exchanged(ITEM, top):
+        found += [path, beside(path)]
+    return found
+
+
+def led_astray():
+    """Where each of them lies for one who follows the links above it."""
+    places = set()
+    for top in TOPS:
+        for link, target in [(ITEM, OUTSIDE), *exchanged(ITEM, top)]:
+            places |= {target + path.removeprefix(link) for path in pairs(top)
+                       if path.startswith(f"{link}/")}
+    return places
+
+
+def files_and_folders():
+    """What must be where somebody was led astray, so that he does harm there."""
+    paths = {path for top in TOPS for path in pairs(top)} | led_astray()
+    files = {path for path in paths if path.endswith(("/one", "/out-one"))}
+    return sorted(files.union(_OTHER_FILES)), sorted((paths - files).union(_OTHERS, (FRESH, LEFT)))
