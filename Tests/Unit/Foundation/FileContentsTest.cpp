@@ -172,6 +172,9 @@ TEST_F(FileContentsTest, ofAnotherUserClearWhatAKilledReplacementLeft) {
             }),
             "ended by signal " + std::to_string(SIGXFSZ));
   ASSERT_EQ(entryCount(), 2u);
+  struct stat left;
+  ASSERT_EQ(::stat(scratch.path(".keepwell-new-00").c_str(), &left), 0);
+  EXPECT_EQ(left.st_uid, ::geteuid()) << "the other user gets nothing unfinished";
   // One that had its owner already when it was killed.
   ASSERT_EQ(::chown(scratch.file(".keepwell-new-01", "x").c_str(), 1234, 5678), 0);
   EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
