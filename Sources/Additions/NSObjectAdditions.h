@@ -19,7 +19,7 @@
 namespace kw {
 
 using Block = std::function<void()>;
-// A block that reports its own end by calling what it is given, on any thread,
+// A block that reports its own end by calling its argument, on any thread,
 // before or after it returns.
 using CompletionBlock = std::function<void(const Block &completion)>;
 

@@ -1,5 +1,4 @@
-// The version number by which code tells the operating system's releases
-// apart.
+// The version number by which code tells the operating system's releases apart.
 #pragma once
 
 namespace NS {

@@ -1,6 +1,5 @@
-// Where a failed argument check goes. The handler in force raises; a test may
-// put one in place that returns, and callers then go on as their own contract
-// says.
+// Handles failed argument checks. The handler in force raises. A test may
+// install one that returns; callers then go on as their own contract says.
 //
 // Thread-safe.
 #pragma once

@@ -1,4 +1,4 @@
-// Text of strangers, made short enough for a log.
+// Shortens untrusted text for a log.
 #pragma once
 
 #include <cstddef>
@@ -7,9 +7,9 @@
 
 namespace NS {
 
-// The text, or its beginning and its end with "[… N bytes …]" between them when
-// it is longer than the limit. No character of UTF-8 is cut in two. The result
-// is at most 40 bytes longer than the limit.
+// Returns the text, or its beginning and its end with "[… N bytes …]" between
+// them when it is longer than the limit. Cuts no character of UTF-8 in two. The
+// result is at most 40 bytes longer than the limit.
 std::string boundedText(std::string_view text, std::size_t limit);
 
 } // namespace NS

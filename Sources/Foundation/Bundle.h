@@ -1,7 +1,7 @@
 // A bundle in the platform's layout: its identifier, its executable and its
 // string tables.
 //
-// Immutable once opened; may be used from any thread.
+// Immutable once opened; any thread may use it.
 #pragma once
 
 #include <memory>
@@ -14,22 +14,22 @@ class Bundle {
 public:
   virtual ~Bundle() = default;
 
-  // The bundle of this program: on hosts without bundles the resource folder,
-  // beside the build tree's programs or as installed.
+  // The bundle of this program. On hosts without bundles it is the resource
+  // folder, beside the build tree's programs or as installed.
   static Bundle &mainBundle();
   static Bundle *exchangeShared(Bundle *replacement);
-  // Null when no folder stands at the path. Links are followed.
+  // Null when there is no folder at the path. Follows links.
   static std::shared_ptr<Bundle> bundleWithPath(const std::string &path);
 
-  // The text of a key in a table ("Localizable" when the table is nil). A key
-  // that is not there gives the value, or the key itself when the value is
-  // empty or nil.
+  // The text of a key in a table ("Localizable" when the table is nil). A
+  // missing key gives the value, or the key itself when the value is empty or
+  // nil.
   virtual std::string localizedStringForKey(const std::string &key,
                                             const std::optional<std::string> &value,
                                             const std::optional<std::string> &table) = 0;
-  // A string of the information list, nothing when absent or of another type.
+  // A string of the information list; empty when absent or of another type.
   virtual std::optional<std::string> infoString(const std::string &key) = 0;
-  // The path of the bundle's executable, nothing when it has none.
+  // The path of the bundle's executable; empty when it has none.
   virtual std::optional<std::string> executablePath() = 0;
 };
 

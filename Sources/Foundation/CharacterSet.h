@@ -1,7 +1,7 @@
-// Sets of characters: the platform's named ones and those that a caller lists.
+// Sets of characters: the platform's named sets and lists of a caller.
 //
-// Immutable values; may be used from any thread. An ill-formed byte of a
-// string is a member of no set.
+// Immutable values; any thread may use them. An ill-formed byte of a string
+// belongs to no set.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // Both clocks of the host and waiting on them, so that a test can move time
-// instead of letting it pass.
+// instead of waiting.
 //
 // Thread-safe.
 #pragma once
@@ -11,15 +11,15 @@
 
 namespace NS {
 
-// Nanoseconds since a moment that only this run of the host knows; nobody can
-// set it. The greatest value never comes.
+// Nanoseconds since a moment that differs between runs of the host; no user can
+// set this clock. The greatest value never comes.
 struct MonotonicTime {
   std::chrono::nanoseconds sinceStart{};
   friend std::strong_ordering operator<=>(const MonotonicTime &, const MonotonicTime &) = default;
 };
 
-// Nanoseconds since 1970 by the clock on the wall, which people may set. The
-// greatest value never comes.
+// Nanoseconds since 1970 by the wall clock, which users may set. The greatest
+// value never comes.
 struct WallTime {
   std::chrono::nanoseconds since1970{};
   friend std::strong_ordering operator<=>(const WallTime &, const WallTime &) = default;
@@ -34,8 +34,8 @@ public:
   virtual MonotonicTime monotonicTime() = 0;
   virtual WallTime wallTime() = 0;
 
-  // Blocks, the lock released meanwhile, until the condition is notified or
-  // the deadline has come by its own clock; may return for neither reason, so
+  // Blocks, with the lock released, until the condition is notified or the
+  // deadline has come by its own clock. It may return for neither reason, so
   // callers ask again.
   virtual void wait(std::condition_variable &condition, std::unique_lock<std::mutex> &lock,
                     MonotonicTime deadline) = 0;

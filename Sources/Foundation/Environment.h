@@ -1,7 +1,7 @@
-// Changing the environment of this process, which every program that it starts
+// Changes the environment of this process, which every program that it starts
 // later inherits.
 //
-// Thread-safe against a program being started at the same time.
+// Thread-safe, also against the start of a program at the same time.
 #pragma once
 
 #include <cstdint>
@@ -9,13 +9,13 @@
 
 namespace NS {
 
-// Overwrites a former value. Raises InvalidArgumentException for a name that
-// is empty or holds "=" or a NUL byte, and for a value that holds a NUL byte.
+// Overwrites a former value. Raises InvalidArgumentException for a name that is
+// empty or holds "=" or a NUL byte, and for a value that holds a NUL byte.
 void setEnvironmentVariable(const std::string &name, const std::string &value);
 
-// The block size that the variable BLOCKSIZE asks for, as getbsize gives it:
-// a number with an optional K, M or G behind it. 512 when it is not set or not
-// understood, and at least 512 and at most 1 GiB (2^30) otherwise.
+// The block size of the variable BLOCKSIZE, as getbsize gives it: a number with
+// an optional K, M or G after it. 512 when it is unset or malformed, and
+// otherwise at least 512 and at most 1 GiB (2^30).
 std::int64_t getbsize();
 
 } // namespace NS

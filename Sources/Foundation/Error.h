@@ -39,28 +39,30 @@ enum CocoaErrorCode : std::int64_t {
   PropertyListWriteInvalidError = 3852,
 };
 
-// One entry. Rather than a list in braces: should memory run out within one,
-// GCC 12 takes down entries that it has not made yet.
+// Makes a user info of one entry. Use it instead of a list in braces: when
+// memory runs out within one, code by GCC 12 destroys entries that it has not
+// made yet.
 UserInfo userInfoWith(std::string_view key, UserInfoValue value);
 
-// Where a caller receives an error: null when it wants none. A function
-// writes only on failure unless its own comment says otherwise; what it does
-// not write keeps its value.
+// A caller's slot for an error; null when it wants none. A function writes only
+// on failure unless its own comment says otherwise; otherwise the slot keeps
+// its value.
 using ErrorSlot = std::optional<Error> *;
 
 void storeError(ErrorSlot slot, const Error &error);
 
-// An error of POSIXErrorDomain with the system's text for the errno value.
+// Makes an error of POSIXErrorDomain with the system's text for the errno
+// value.
 Error errorFromErrno(int errnum);
 
-// Which way a failed call meant to go; several errno values map to one code
-// for reading and another for writing.
+// The direction of a failed call; several errno values map to one code for
+// reading and another for writing.
 enum class FileAccess { Reading, Writing };
 
-// The platform's error for a failed file operation: CocoaErrorDomain, the
-// path in the user info and the POSIX error underneath. A missing item reads
-// as FileReadNoSuchFileError (260) when reading and FileNoSuchFileError (4)
-// when writing, as the platform has it.
+// Makes the platform's error for a failed file operation: CocoaErrorDomain, the
+// path in the user info and the POSIX error underneath. A missing item reads as
+// FileReadNoSuchFileError (260) when reading and FileNoSuchFileError (4) when
+// writing, as on the platform.
 Error fileError(int errnum, std::string_view path, FileAccess access);
 
 } // namespace NS

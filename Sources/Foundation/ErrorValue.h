@@ -2,7 +2,7 @@
 // class of Foundation that programs outside see too, which is why it stands in
 // no namespace of the platform's.
 //
-// Values are immutable once made and may be copied between threads.
+// Values are immutable; copies may cross threads.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +14,8 @@
 
 namespace kw {
 
-// The codes of this domain are the platform's own numbers, such as 513 for
-// what is not permitted.
+// The codes of this domain are the platform's own numbers, such as 513 for a
+// lack of permission.
 inline constexpr std::string_view CocoaErrorDomain = "NSCocoaErrorDomain";
 // The codes of this domain are those of errno.
 inline constexpr std::string_view POSIXErrorDomain = "NSPOSIXErrorDomain";
@@ -24,7 +24,7 @@ inline constexpr std::string_view LocalizedDescriptionKey = "NSLocalizedDescript
 inline constexpr std::string_view FilePathErrorKey = "NSFilePath";
 inline constexpr std::string_view UnderlyingErrorKey = "NSUnderlyingError";
 
-// What a user-info entry can hold besides the underlying error.
+// The types of a user-info entry, besides the underlying error.
 using UserInfoValue = std::variant<std::string, std::int64_t, std::uint64_t, double, bool>;
 using UserInfo = std::map<std::string, UserInfoValue, std::less<>>;
 
@@ -39,8 +39,8 @@ public:
   // The error of the layer below, null when there is none.
   const Error *underlyingError() const { return underlying_.get(); }
 
-  // The text under LocalizedDescriptionKey, else a sentence made from the
-  // domain and the code. Never empty.
+  // Returns the text under LocalizedDescriptionKey, else a sentence made from
+  // the domain and the code. Never empty.
   std::string localizedDescription() const;
   // One line for the log: domain, code, description, path and cause.
   std::string description() const;

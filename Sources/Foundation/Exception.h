@@ -1,6 +1,6 @@
 // The platform's exception: a name that handlers can tell apart and a reason
-// for people. Thrown where a platform call raises, caught where the contract
-// of the caller says so.
+// for people. A platform call throws it; the contract of a caller says where it
+// is caught.
 #pragma once
 
 #include <exception>

@@ -1,5 +1,5 @@
-// What a call says when this process or its host has run out of something. It
-// tells nothing of the item that was asked about, and may pass.
+// Errors of a call when this process or its host has run out of a resource.
+// They say nothing about the item in question, and may pass.
 #pragma once
 
 #include <cerrno>
@@ -10,12 +10,12 @@ inline bool isExhaustion(int errnum) {
   return errnum == EMFILE || errnum == ENFILE || errnum == ENOMEM;
 }
 
-// How often one operation tries again.
+// Limits the retries of one operation.
 class Patience {
 public:
-  // Waits a while, longer each time, ten seconds in all. False, at once, when
-  // that was enough, when the current request was cancelled, and for an errno
-  // value that is no exhaustion.
+  // Waits a while, longer each time, ten seconds in all. Returns false at once
+  // after these, when the current request was cancelled, and for an errno value
+  // of another cause.
   bool outlasts(int errnum);
 
 private:

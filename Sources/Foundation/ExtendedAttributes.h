@@ -7,7 +7,7 @@
 
 namespace NS {
 
-inline constexpr int XATTR_NOFOLLOW_OPTION = 1; // a final link is not followed
+inline constexpr int XATTR_NOFOLLOW_OPTION = 1; // does not follow a final link
 
 class ExtendedAttributes {
 public:
@@ -15,10 +15,10 @@ public:
   static ExtendedAttributes &shared();
   static ExtendedAttributes *exchangeShared(ExtendedAttributes *replacement);
 
-  // listxattr: writes the names, each with its NUL, one after another, and
-  // returns how many bytes that took; with a null buffer only returns it. On
-  // hosts with name spaces these are the names of the user's, without the
-  // prefix. -1 with errno set; ERANGE when the buffer is too small.
+  // As listxattr: writes the names one after another, each with its NUL, and
+  // returns the number of bytes; with a null buffer only returns it. On hosts
+  // with name spaces it lists the names of the user's, without the prefix. -1
+  // with errno set; ERANGE when the buffer is too small.
   virtual std::int64_t listxattr(const std::string &path, char *names, std::size_t size,
                                  int options) = 0;
 };

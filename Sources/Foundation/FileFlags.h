@@ -1,5 +1,5 @@
 // The BSD status and flags of an item, which decide whether it can be removed
-// at all. A class, so that a test can lie about flags and times.
+// at all. A class, so that a test can replace flags and times.
 #pragma once
 
 #include <cstdint>
@@ -32,25 +32,25 @@ public:
 
   // stat: follows a final link. 0, or -1 with errno set.
   virtual int status(const std::string &path, FileStatus &status) = 0;
-  // Clears those of an item's flags that stand in the mask and leaves all
-  // others; follows a final link, never waits on a FIFO, never opens a device.
-  // The flags are read and written through one descriptor, so that an item that
-  // takes another's place meanwhile keeps its own. 0, also when nothing is set
-  // or nothing is there; -1 with errno set when a flag cannot be cleared.
+  // Clears the item's flags that are in the mask and leaves all others. Follows
+  // a final link, never waits on a FIFO, never opens a device. Reads and writes
+  // the flags through one descriptor, so that an item that takes another's
+  // place meanwhile keeps its own. Returns 0, also when no flag is set or the
+  // item is missing; -1 with errno set when it cannot clear a flag.
   virtual int clear(const std::string &path, std::uint32_t mask) = 0;
 
-  // Told of each item whose flags could not be changed.
+  // Called for each item whose flags could not be changed.
   using FailureHandler = std::function<void(const std::string &path, int errnum)>;
 
-  // Clears the mask's flags of all beneath a folder, the folder itself
-  // excluded, each item before what it holds and in the order of the folders:
-  // what clear of each path would do, but without looking up a
-  // path, so that no depth is too deep and a folder swapped for a link
-  // meanwhile is not descended into. The flags of a link that stands in the
-  // tree are its target's, as status has it. Stays off other volumes mounted
-  // inside and out of what cannot be removed ("/", a path ending in "." or
-  // ".."). Nothing happens when the path is no folder. Stops at its next item
-  // when the current progress is cancelled.
+  // Clears the mask's flags of all items beneath a folder, without the folder
+  // itself, each item before its contents and in the order of the folders. It
+  // does the same as clear for each path, but looks up no path, so it works at
+  // any depth and never descends into a link that replaced a folder. For a link
+  // in the tree it clears the flags of the target, as status reads them. It
+  // stays off other volumes mounted inside and out of trees that must not be
+  // removed ("/", a path ending in "." or ".."). Does nothing when the path is
+  // not a folder. Stops at its next item when the current progress is
+  // cancelled.
   virtual void clearBeneath(const std::string &path, std::uint32_t mask,
                             const FailureHandler &failed) = 0;
 };

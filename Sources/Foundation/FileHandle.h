@@ -1,8 +1,8 @@
 // An open descriptor as an object. Every descriptor is close-on-exec from its
-// creation on.
+// creation.
 //
-// Not thread-safe but for the readability handler, which is called on a thread
-// of the handle's choosing. Reading and writing block.
+// Not thread-safe. Reading and writing block. The readability handler is called
+// on a thread of the handle's choosing.
 #pragma once
 
 #include <cstdint>
@@ -16,14 +16,14 @@ namespace NS {
 class FileHandle {
 public:
   // Called whenever data can be read, and once more when the other end has
-  // closed; not again once a call has read the end. An exception that leaves
-  // it is logged and ends the calls.
+  // closed; not again once a call has read the end. An exception that leaves it
+  // is logged and ends the calls.
   using ReadabilityHandler = std::function<void(FileHandle &)>;
 
   virtual ~FileHandle() = default;
 
-  // Opens an existing file for reading and writing, null when it cannot be
-  // opened. Never waits on a FIFO and never opens a device.
+  // Opens an existing file for reading and writing; null on failure. Never
+  // waits on a FIFO and never opens a device.
   static std::shared_ptr<FileHandle> fileHandleForUpdatingAtPath(const std::string &path);
   // Takes over a descriptor.
   static std::shared_ptr<FileHandle> fileHandleWithDescriptor(int descriptor);
@@ -33,20 +33,21 @@ public:
   virtual void truncateFileAtOffset(std::uint64_t offset) = 0;
   // All bytes until the end of the file; raises on a read error.
   virtual std::string readDataToEndOfFile() = 0;
-  // What can be read now, waiting for the first byte; empty at the end. Within
-  // a readability handler also empty when the handler is being removed and
-  // nothing stands ready: a removal never waits for data that may not come.
+  // Returns the data that can be read now, and waits for the first byte; empty
+  // at the end. Within a readability handler also empty when the handler is
+  // being removed and no data is ready: a removal never waits for data that may
+  // not come.
   virtual std::string availableData() = 0;
-  // Writes everything; raises when the reader is gone or the disk is full. No
-  // SIGPIPE reaches the process.
+  // Writes all data; raises when the reader is gone or the disk is full. The
+  // process gets no SIGPIPE.
   virtual void writeData(std::string_view data) = 0;
-  // Closing twice does nothing.
+  // A second call does nothing.
   virtual void closeFile() = 0;
   // The descriptor, -1 once closed.
   virtual int fileDescriptor() const = 0;
   // A null handler removes the former one and returns only when no call of it
   // is under way (unless called from the handler itself). Raises when there is
-  // no descriptor or no thread left for it, or the handle is closed.
+  // no descriptor or thread left for it, or the handle is closed.
   virtual void setReadabilityHandler(ReadabilityHandler handler) = 0;
 };
 

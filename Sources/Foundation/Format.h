@@ -1,6 +1,6 @@
 // Formatting in the platform's notation, so that the fixed texts of the log
-// stand in the source as they appear: "%@" takes any describable value, and
-// "%d", "%i", "%s", "%lld" and their like take the next argument's text.
+// appear unchanged in the source: "%@" takes any describable value, and "%d",
+// "%i", "%s", "%lld" and their like take the next argument's text.
 #pragma once
 
 #include "Foundation/Error.h"
@@ -41,7 +41,7 @@ template <typename Value> std::string describe(const std::optional<Value> &value
 }
 
 // Replaces each conversion of the format by the next argument; "%%" is a
-// percent sign. A conversion without an argument stays as it is written.
+// percent sign. A conversion without an argument stays unchanged.
 std::string formatWithArguments(std::string_view format,
                                 std::initializer_list<std::string> arguments);
 

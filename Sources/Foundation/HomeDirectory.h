@@ -1,4 +1,4 @@
-// Where users live: the user database and the platform's tilde expansion.
+// Home folders of users: the user database and the platform's tilde expansion.
 //
 // Thread-safe; asking the database may block on the host's name service.
 #pragma once
@@ -9,7 +9,7 @@
 
 namespace NS {
 
-// The folder of each user's record; nothing when there is no record.
+// The folder of each user's record; empty when there is no record.
 class UserDatabase {
 public:
   virtual ~UserDatabase() = default;
@@ -21,14 +21,15 @@ public:
   virtual std::optional<std::string> homeDirectoryForUser(const std::string &name) = 0;
 };
 
-// The home that this process is to use: an absolute HOME of the environment,
-// which is how a sandbox gives a process another one, else the user's record,
-// else "/".
+// The home of this process: an absolute HOME of the environment, by which a
+// sandbox gives a process another home, else that of the user's record, else
+// "/".
 std::string homeDirectory();
 
-// "~" and "~/..." begin at that home, "~user" at the user's record. A path
-// without a leading tilde comes back unchanged; one whose user is unknown only
-// loses its trailing slash, as an expanded path does.
+// Replaces "~" at the start of "~" and "~/..." by that home, "~user" by that of
+// the user's record. A path without a leading tilde comes back unchanged; one
+// with an unknown user only loses its trailing slash, as any expanded path
+// does.
 std::string stringByExpandingTildeInPath(std::string_view path);
 
 } // namespace NS

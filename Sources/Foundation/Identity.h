@@ -1,5 +1,5 @@
-// The names by which the agent, its clients and its files are known: every
-// reverse-DNS string and every installed path in one place.
+// The names of the agent, its clients and its files: every reverse-DNS string
+// and every installed path in one place.
 #pragma once
 
 #include <string_view>
@@ -10,7 +10,7 @@ namespace kw {
 // string for all three.
 inline constexpr std::string_view kAgentServiceName = "org.keepwell.pro.agent";
 
-// Where the agent lives once a client has installed it.
+// The path of the agent once a client has installed it.
 inline constexpr std::string_view kAgentToolPath =
     "/Library/PrivilegedHelperTools/org.keepwell.pro.agent";
 inline constexpr std::string_view kAgentJobPlistPath =
@@ -23,8 +23,8 @@ inline constexpr std::string_view kAgentSocketPath = "/var/run/org.keepwell.pro.
 // and it stays a constant of its own: it must not be derived from the label.
 inline constexpr std::string_view kAgentRemovedSocketPath = "/var/run/org.keepwell.agent.socket";
 
-// Error domains. Code 0 is the only code of the first; the second's code is
-// what the secure removal call returned.
+// Error domains. Code 0 is the only code of the first. The second's code is the
+// return value of the secure removal call.
 inline constexpr std::string_view kTaskRunnerErrorDomain = "org.keepwell.taskRunner";
 inline constexpr std::string_view kSecureRemoveErrorDomain = "org.keepwell.SecureRemoveErrorDomain";
 

@@ -17,8 +17,8 @@ inline constexpr const char *ValueTransformerNameBindingOption = "NSValueTransfo
 
 using BindingOptions = std::map<std::string, std::shared_ptr<Object>, std::less<>>;
 
-// What a binding follows. Each object may be null or the null object where
-// there is nothing.
+// The target of a binding. Each object may be null or the null object when it
+// is missing.
 struct BindingInfo {
   std::shared_ptr<Object> observedObject;  // under NSObservedObjectKey
   std::shared_ptr<Object> observedKeyPath; // under NSObservedKeyPathKey, text
@@ -28,7 +28,7 @@ struct BindingInfo {
 class KeyValueBinding {
 public:
   virtual ~KeyValueBinding() = default;
-  // Nothing when the binding is not bound.
+  // Empty when the binding is not bound.
   virtual std::optional<BindingInfo> infoForBinding(const std::string &binding) = 0;
   // Ends a binding that is bound.
   virtual void unbind(const std::string &binding) = 0;

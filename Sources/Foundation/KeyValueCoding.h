@@ -1,5 +1,5 @@
-// Setting an object's values by name. An object that does not answer to this
-// has no values that could be set.
+// Setting an object's values by name. An object that does not implement this
+// has no such values.
 #pragma once
 
 #include "Foundation/Object.h"
@@ -14,8 +14,8 @@ inline constexpr const char *UndefinedKeyException = "NSUnknownKeyException";
 class KeyValueCoding {
 public:
   virtual ~KeyValueCoding() = default;
-  // The path names one value after another, dots between them; the last is
-  // set. Raises UndefinedKeyException where a name means nothing.
+  // The path names one value after another, with dots between them; sets the
+  // last. Raises UndefinedKeyException for an unknown name.
   virtual void setValueForKeyPath(const std::shared_ptr<Object> &value,
                                   const std::string &keyPath) = 0;
 };

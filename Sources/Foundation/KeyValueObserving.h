@@ -1,4 +1,4 @@
-// What an object answers to that announces changes of its values.
+// Implemented by objects that announce changes of their values.
 #pragma once
 
 #include <string>
@@ -8,7 +8,8 @@ namespace NS {
 class KeyValueObserving {
 public:
   virtual ~KeyValueObserving() = default;
-  // The value of the key is about to change; the other follows once it has.
+  // The value of the key is about to change; a call of the other follows after
+  // the change.
   virtual void willChangeValueForKey(const std::string &key) = 0;
   virtual void didChangeValueForKey(const std::string &key) = 0;
 };

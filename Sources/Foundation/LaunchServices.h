@@ -1,5 +1,5 @@
-// What the platform's application registry and its aliases know about an item.
-// Hosts without them answer as the comments say.
+// Answers of the platform's application registry and its aliases about an item.
+// The comments give the answers of hosts without them.
 //
 // Thread-safe.
 #pragma once
@@ -13,7 +13,7 @@ namespace NS {
 inline constexpr std::uint32_t LSRequestTypeCreator = 2;
 inline constexpr std::uint32_t LSRequestBasicFlagsOnly = 4;
 inline constexpr std::uint32_t LSItemInfoIsPackage = 2;
-// What a host without a registry answers.
+// The answer of a host without a registry.
 inline constexpr std::int32_t LSUnknownError = -10810;
 
 struct LSItemInfo {
@@ -27,7 +27,8 @@ public:
   static LaunchServices &shared();
   static LaunchServices *exchangeShared(LaunchServices *replacement);
 
-  // LSCopyItemInfoForURL of the file URL: 0 and the information, or a status.
+  // As LSCopyItemInfoForURL of the file URL: 0 and the information, or a
+  // status.
   virtual std::int32_t copyItemInfo(const std::string &path, std::uint32_t requestedInfo,
                                     LSItemInfo &info) = 0;
 };
@@ -38,11 +39,11 @@ public:
   static Aliases &shared();
   static Aliases *exchangeShared(Aliases *replacement);
 
-  // The path of the cloud item that the path stands for, nothing where it
-  // stands for itself or no such lookup exists.
+  // The path of the cloud item behind the path; empty when the path is its own
+  // or no such lookup exists.
   virtual std::optional<std::string> iCloudAliasPathForPath(const std::string &path) = 0;
-  // Where a Finder alias leads, through whole chains; nothing when the item is
-  // none or leads nowhere.
+  // The target of a Finder alias, through whole chains; empty when the item is
+  // not an alias or its target is missing.
   virtual std::optional<std::string> resolveAliasFile(const std::string &path) = 0;
 };
 

@@ -6,7 +6,7 @@
 
 namespace NS {
 
-// Of launchd's replies this much is told apart.
+// The kinds of launchd's replies that callers tell apart.
 enum class LaunchDataType { None, Dictionary, Errno };
 
 class Launchd {
@@ -18,9 +18,9 @@ public:
   static Launchd &shared();
   static Launchd *exchangeShared(Launchd *replacement);
 
-  // Sends a dictionary of one entry and tells what the reply was: None when
-  // none came within that many seconds. Blocks until then; may be called from
-  // any thread. Only the job query is known on every host.
+  // Sends a dictionary of one entry and returns the kind of the reply: None
+  // when no reply came within that many seconds. Blocks until then; any thread
+  // may call it. Only the job query is known on every host.
   virtual LaunchDataType replyToRequest(const std::string &key, const std::string &value,
                                         std::int64_t timeout) = 0;
 };

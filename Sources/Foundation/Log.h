@@ -1,6 +1,5 @@
-// The diagnostic log: one sink for the whole process, standard error unless
-// a test puts its own in place. Thread-safe; a call writes one line and does
-// not fail.
+// The diagnostic log: one sink for the whole process, standard error unless a
+// test installs its own. Thread-safe; a call writes one line and does not fail.
 #pragma once
 
 #include "Foundation/Format.h"
@@ -16,8 +15,8 @@ namespace NS {
 // threads at once.
 using LogSink = std::function<void(const std::string &message)>;
 
-// Longer messages are cut in the middle, with a mark that says so: strangers
-// choose what stands in them.
+// Longer messages are cut in the middle, with a mark there: other parties
+// choose their contents.
 inline constexpr std::size_t longestLogMessage = 8192;
 
 // Writes the message to the sink in force.
@@ -27,7 +26,7 @@ template <typename... Arguments> void Log(std::string_view format, const Argumen
   logMessage(stringWithFormat(format, arguments...));
 }
 
-// Puts a sink in place for the life of this object, then the former one back.
+// Installs a sink for the life of this object, then the former one again.
 class ScopedLogSink {
 public:
   explicit ScopedLogSink(LogSink sink);

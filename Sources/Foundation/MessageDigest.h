@@ -9,7 +9,7 @@ namespace NS {
 
 using MD5Digest = std::array<std::uint8_t, 16>;
 
-// For recognising equal texts, never for security.
+// Only for recognising equal texts, never for security.
 MD5Digest messageDigestMD5(std::string_view bytes);
 
 } // namespace NS

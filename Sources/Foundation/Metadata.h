@@ -1,7 +1,7 @@
-// What the system's index knows about an item without looking at the item.
-// Hosts without an index have no items.
+// Entries of the system's index about an item, without a look at the item.
+// Hosts without an index have no entries.
 //
-// The store may be used from any thread, an item from one at a time.
+// Any thread may use the store, one thread at a time an item.
 #pragma once
 
 #include "Foundation/Object.h"

@@ -1,6 +1,6 @@
-// The recursive lock that every object has without carrying one: found by the
-// object's identity, made when first contended for, gone when nobody holds it
-// or waits.
+// The recursive lock of every object, which the object does not carry itself:
+// found by the object's identity, made at the first contention, and gone when
+// no thread holds it or waits for it.
 #pragma once
 
 #include "Foundation/Object.h"
@@ -9,7 +9,7 @@
 
 namespace NS {
 
-// Holds the object's monitor from construction to destruction, blocking until
+// Holds the object's monitor from construction to destruction, and blocks until
 // it is free. The thread that holds it may take it again. The object must
 // outlive the holding.
 class Monitor {
@@ -27,7 +27,7 @@ private:
   friend class MonitorTable;
 };
 
-// Calls the block with the object's monitor held and gives what it returns.
+// Calls the block with the object's monitor held and returns its result.
 template <typename Block> decltype(auto) synchronized(const Object &object, Block &&block) {
   Monitor monitor(object);
   return std::forward<Block>(block)();

@@ -1,5 +1,5 @@
-// A growing list of objects, held strongly or, where the owner sees to their
-// lives, not held at all.
+// A growing list of objects. It retains them, or leaves their lives to their
+// owner.
 //
 // Not thread-safe.
 #pragma once
@@ -18,22 +18,23 @@ namespace NS {
 class MutableArray final : public Object {
 public:
   static std::shared_ptr<MutableArray> array();
-  // Keeps nothing alive and notices no end: the owner takes an object out
-  // before it is destroyed. The capacity is a hint.
+  // Retains no element and notices no destruction: the owner takes an object
+  // out before it is destroyed. The capacity is a hint.
   static std::shared_ptr<MutableArray> arrayWithoutRetaining(std::size_t capacity);
 
   std::size_t count() const { return elements_.size(); }
-  // Raises RangeException past the end. The caller holds what it gets.
+  // Raises RangeException past the end. The caller owns a reference to the
+  // result.
   std::shared_ptr<Object> objectAtIndex(std::size_t index) const;
   // Raises InvalidArgumentException for null.
   void addObject(const std::shared_ptr<Object> &object);
-  // Of the first that is equal.
+  // The index of the first equal object.
   std::optional<std::size_t> indexOfObject(const Object &object) const;
-  // All at once: the indexes are those of before. Raises RangeException,
-  // nothing removed, when one is past the end.
+  // Removes all at once: the indexes are those before the call. Raises
+  // RangeException, and removes none, when one is past the end.
   void removeObjectsAtIndexes(const std::set<std::size_t> &indexes);
 
-  // By the elements, in order.
+  // Compares the elements in order.
   bool isEqual(const Object &other) const override;
   std::size_t hash() const override { return count(); }
   std::string description() const override;
@@ -42,7 +43,7 @@ private:
   explicit MutableArray(bool retains) : retains_(retains) {}
 
   const bool retains_;
-  // Without an owner in an array that does not retain.
+  // Without ownership in an array that does not retain.
   std::vector<std::shared_ptr<Object>> elements_;
 };
 

@@ -1,8 +1,8 @@
 // Notifications by name within the process, delivered on the thread that
 // posts them.
 //
-// Thread-safe. No lock is held while an observer's block runs: it may post,
-// add and remove, itself included.
+// Thread-safe. No lock is held while an observer's block runs: it may post, add
+// and remove, also its own observer.
 #pragma once
 
 #include "Foundation/Object.h"
@@ -16,7 +16,7 @@ namespace NS {
 
 struct Notification {
   std::string name;
-  std::shared_ptr<Object> object; // whom it is about, null for nobody
+  std::shared_ptr<Object> object; // the subject; null without one
 };
 
 class NotificationCenter {
@@ -24,24 +24,24 @@ public:
   virtual ~NotificationCenter() = default;
   static NotificationCenter &defaultCenter();
   static NotificationCenter *exchangeShared(NotificationCenter *replacement);
-  // A centre of one's own.
+  // Makes a private centre.
   static std::unique_ptr<NotificationCenter> create();
 
-  // The block is called for notifications of the name, nil for every name, and
-  // about the object, null for any; the object is compared by identity and
-  // not kept alive. The centre keeps the block until the token is removed;
-  // letting go of the token removes nothing.
+  // The centre calls the block for notifications of the name, nil for every
+  // name, and about the object, null for any. It compares the object by
+  // identity and does not keep it alive. It keeps the block until the token is
+  // removed; the destruction of the token removes nothing.
   virtual std::shared_ptr<Object>
   addObserverForName(const std::optional<std::string> &name, const std::shared_ptr<Object> &object,
                      std::function<void(const Notification &)> block) = 0;
-  // Once this returns the block is not called again, but a call that another
-  // thread began may still be running. A token that was removed before, or is
-  // null, is passed over.
+  // After the return the block is not called again, but a call that another
+  // thread began may still be running. Passes over a token that was removed
+  // before, or is null.
   virtual void removeObserver(const std::shared_ptr<Object> &token) = 0;
 
-  // Calls the observers there are at the moment, in the order in which they
-  // were added, and returns when all have returned. What a block throws goes
-  // to the poster, and the observers after it are not called.
+  // Calls the present observers in the order in which they were added, and
+  // returns when all have returned. An exception of a block goes to the poster,
+  // and the observers after it are not called.
   virtual void postNotificationName(const std::string &name,
                                     const std::shared_ptr<Object> &object) = 0;
 };

@@ -1,4 +1,5 @@
-// The object that stands for nothing where an object is required. Immutable.
+// The object that represents a missing value when an object is required.
+// Immutable.
 #pragma once
 
 #include "Foundation/Object.h"
@@ -14,7 +15,7 @@ private:
   Null() = default;
 };
 
-// Whether there is no usable value: no object, or the one that says so.
+// Tells whether there is no usable value: a null pointer, or the null object.
 inline bool isNilOrNull(const std::shared_ptr<const Object> &object) {
   return !object || object->isKindOfClass(Class::of<Null>());
 }

@@ -18,18 +18,18 @@ public:
   static std::shared_ptr<Number> numberWithUnsignedLongLong(std::uint64_t value);
   static std::shared_ptr<Number> numberWithDouble(double value);
 
-  // As it was made.
+  // The value of its construction.
   const Value &value() const { return value_; }
 
-  // Conversions never fail. Between the integers they keep the low 64 bits; a
-  // double loses its fraction and stops at the nearest value of the type, not
-  // a number becoming 0. Whatever is not zero is true.
+  // Conversions never fail. Between the integers they keep the low 64 bits. A
+  // double loses its fraction and stops at the nearest value of the type; NaN
+  // becomes 0. Every value but zero is true.
   bool boolValue() const;
   std::int64_t longLongValue() const;
   std::uint64_t unsignedLongLongValue() const;
   double doubleValue() const;
 
-  // By numeric value whatever the kinds, exactly: 1, 1.0 and true are equal.
+  // Compares the exact numeric value across kinds: 1, 1.0 and true are equal.
   bool isEqual(const Object &other) const override;
   std::size_t hash() const override;
   // Decimal digits, "1" and "0" for truth values, the shortest text that

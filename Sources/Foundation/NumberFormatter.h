@@ -1,7 +1,7 @@
-// Puts numbers into words of the default locale: its digits and its decimal
-// separator, no grouping. The locale is that of numbers as the environment has
-// it when a formatter is made (on hosts with such variables LC_ALL, else
-// LC_NUMERIC, else LANG), whether or not the host has installed it.
+// Formats numbers in the default locale: its digits and its decimal separator,
+// no grouping. The locale is the environment's locale for numbers when a
+// formatter is made (on hosts with such variables LC_ALL, else LC_NUMERIC, else
+// LANG), even if the host has not installed it.
 //
 // One thread sets a formatter up; afterwards any number of threads may format
 // with it at once.
@@ -28,11 +28,11 @@ public:
 
   virtual void setRoundingMode(NumberFormatterRoundingMode mode) = 0;
   virtual void setMinimumIntegerDigits(int digits) = 0;
-  // Zeros at the end of a fraction are dropped.
+  // Drops zeros at the end of a fraction.
   virtual void setMaximumFractionDigits(int digits) = 0;
 
-  // Decides by the shortest decimal text of a double, not by its binary value.
-  // Nothing when there is no text for the number.
+  // Rounds by the shortest decimal text of a double, not by its binary value.
+  // Empty when there is no text for the number.
   virtual std::optional<std::string> stringFromNumber(const Number &number) const = 0;
 };
 

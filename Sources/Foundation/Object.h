@@ -1,8 +1,8 @@
-// The root of what is handled without knowing its class: identity, equality,
-// hash, description and the question of what kind it is.
+// The root of objects of unknown class: identity, equality, hash, description
+// and class.
 //
-// Objects live behind std::shared_ptr. A class says for itself whether it may
-// be used from several threads; what stands here may.
+// Objects are held by std::shared_ptr. The comment of a class says whether
+// several threads may use it; everything in this file allows it.
 #pragma once
 
 #include "Foundation/Format.h"
@@ -25,11 +25,11 @@ public:
                  [](const Object *object) { return dynamic_cast<const T *>(object) != nullptr; });
   }
 
-  // The platform's way of writing it: "NSNumber" for NS::Number,
+  // The name in the platform's notation: "NSNumber" for NS::Number,
   // "KWTaskRunner" for kw::KWTaskRunner.
   std::string name() const;
-  // Whether the object is of this class, of one derived from it, or conforms
-  // to it.
+  // Tells whether the object is of this class, of one derived from it, or
+  // conforms to it.
   bool isKind(const Object &object) const { return isKind_(&object); }
 
 private:
@@ -48,10 +48,11 @@ public:
   Object(const Object &) = delete;
   Object &operator=(const Object &) = delete;
 
-  // Identity unless a class knows better. Equal objects have equal hashes.
+  // Compares identity unless a class overrides it. Equal objects have equal
+  // hashes.
   virtual bool isEqual(const Object &other) const;
   virtual std::size_t hash() const;
-  // "<NSObject: 0x...>" unless a class knows better.
+  // "<NSObject: 0x...>" unless a class overrides it.
   virtual std::string description() const;
 
   // The name of the object's own class.
@@ -73,7 +74,7 @@ template <std::derived_from<Object> T> std::string describe(const std::shared_pt
 }
 
 // Hash and equality of held objects, for the standard containers. Null equals
-// null alone.
+// only null.
 struct ObjectHash {
   std::size_t operator()(const std::shared_ptr<const Object> &object) const {
     return object ? object->hash() : 0;

@@ -1,5 +1,5 @@
-// A one-way channel between two processes; both ends are close-on-exec from
-// creation and close when the last holder lets go.
+// A one-way channel between two processes. Both ends are close-on-exec from
+// creation, and close with their last owner.
 #pragma once
 
 #include "Foundation/FileHandle.h"
@@ -12,8 +12,8 @@ class Pipe {
 public:
   // Raises InternalInconsistencyException when no descriptor is left.
   static std::shared_ptr<Pipe> pipe();
-  // Drops what is written and has nothing to read: for a stream of a program
-  // that nobody listens to. Raises as pipe does.
+  // A pipe that discards written data and has nothing to read: for a stream of
+  // a program without a listener. Raises as pipe does.
   static std::shared_ptr<Pipe> nullDevice();
 
   FileHandle &fileHandleForReading() { return *reading_; }

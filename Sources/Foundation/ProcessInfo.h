@@ -1,4 +1,4 @@
-// What the process knows about itself.
+// Facts about the process itself.
 #pragma once
 
 #include <cstdint>
@@ -15,13 +15,13 @@ public:
   static ProcessInfo &processInfo();
   static ProcessInfo *exchangeShared(ProcessInfo *replacement);
 
-  // A copy of the environment as it is now.
+  // A copy of the present environment.
   virtual Environment environment() = 0;
 };
 
 // The real user that runs this process.
 std::uint32_t realUserIdentifier();
-// Its name, or its number where the user database has no name for it.
+// The user's name, or its number when the user database has no name for it.
 std::string realUserName();
 
 } // namespace NS

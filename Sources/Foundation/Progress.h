@@ -1,9 +1,9 @@
-// How far the current request has come, and whether its requester wants no
-// more of it.
+// The progress of the current request, and whether its requester has cancelled
+// it.
 //
 // The request owns its progress. Walks count into that of their own thread and
-// look whether it was cancelled; threads that help a walk make the walk's
-// progress theirs. Thread-safe. Nothing here blocks for long or throws.
+// look whether it was cancelled; threads that help a walk adopt the walk's
+// progress. Thread-safe. No call blocks for long or throws.
 #pragma once
 
 #include <atomic>
@@ -17,7 +17,7 @@ namespace NS {
 
 class Progress {
 public:
-  // Longer paths are cut at the front, so that the item's own name stays.
+  // Longer paths are cut at the front, which keeps the item's own name.
   static constexpr std::size_t longestPath = 1024;
 
   struct Snapshot {
@@ -28,19 +28,20 @@ public:
 
   class Scope;
 
-  // That of the calling thread. A thread without one gets one that counts
-  // nothing and cannot be cancelled, so that no caller has to test for it.
+  // The progress of the calling thread. A thread without one gets one that
+  // counts nothing and cannot be cancelled, so that no caller has to test for
+  // it.
   static Progress &current();
 
   Progress() = default;
   Progress(const Progress &) = delete;
   Progress &operator=(const Progress &) = delete;
 
-  // For good. Nothing is interrupted: walks stop before their next item.
+  // Cancels for good. It interrupts no call: walks stop before their next item.
   void cancel();
   bool isCancelled() const { return cancelled_.load(std::memory_order_relaxed); }
 
-  // One item more was changed or measured, with so many bytes.
+  // Counts one more item as changed or measured, with so many bytes.
   void countItem(std::uint64_t bytes) {
     if (inert_)
       return;
@@ -48,14 +49,16 @@ public:
     bytes_.fetch_add(bytes, std::memory_order_relaxed);
   }
 
-  // Whether a path was asked for since the last one was set. Walks ask before
-  // they put one together, so that a progress that nobody watches costs nothing.
+  // Tells whether a path was requested since the last one was set. Walks ask
+  // before they build one, so that a progress without an observer costs
+  // nothing.
   bool wantsPath() const { return wantsPath_.load(std::memory_order_relaxed); }
-  // Where the walk is. Without memory for it the former path stays.
+  // Sets the present place of the walk. Without memory for it the former path
+  // stays.
   void setPath(std::string_view path);
 
-  // The counts now and the path set last. Asks the walk for a new path. Without
-  // memory for the path the snapshot has none.
+  // The present counts and the path set last. Asks the walk for a new path.
+  // Without memory for the path the snapshot has none.
   Snapshot snapshot();
 
 private:
@@ -72,7 +75,7 @@ private:
 };
 
 // Makes a progress that of the calling thread for the life of this object, then
-// the former one again. The progress must live as long.
+// restores the former one. The progress must outlive this object.
 class Progress::Scope {
 public:
   explicit Scope(Progress &progress);

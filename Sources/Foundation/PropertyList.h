@@ -1,8 +1,8 @@
 // Property lists: the value, and its reading and writing as data.
 //
-// A value type: copies are cheap, share their contents until one of them is
-// changed, and may cross threads. Nothing here recurses, whatever the depth of
-// the value.
+// A value type: copies are cheap, share their contents until one of them
+// changes, and may cross threads. No function recurses, at any depth of the
+// value.
 #pragma once
 
 #include "Foundation/Error.h"
@@ -32,8 +32,8 @@ public:
     std::string bytes;
     friend bool operator==(const Data &, const Data &) = default;
   };
-  // Whole seconds: the fraction that only a binary list can hold is dropped
-  // (rounding down) when the list is read.
+  // Whole seconds: reading drops the fraction that only a binary list can hold
+  // (rounding down).
   struct Date {
     std::int64_t secondsSince2001 = 0; // UTC; negative before
     friend bool operator==(const Date &, const Date &) = default;
@@ -56,15 +56,15 @@ public:
 
   PropertyList(const PropertyList &) = default;
   PropertyList(PropertyList &&) noexcept = default;
-  // The other may be a part of this value, which goes with the former contents.
+  // The other may be a part of this value and so of its former contents.
   PropertyList &operator=(const PropertyList &other) { return *this = PropertyList(other); }
   PropertyList &operator=(PropertyList &&) noexcept = default;
   ~PropertyList() = default;
 
   Kind kind() const;
 
-  // Each is null or nothing when the value is of another kind. The pointers
-  // hold until the value is changed or destroyed.
+  // Each is null or empty when the value is of another kind. The pointers hold
+  // until the value is changed or destroyed.
   const std::string *string() const { return std::get_if<std::string>(&value_); }
   const std::string *data() const;
   const Array *array() const;
@@ -72,15 +72,15 @@ public:
   std::optional<bool> boolean() const;
   std::optional<double> real() const;
   std::optional<Date> date() const;
-  // Nothing as well when the integer does not fit.
+  // Empty also when the integer does not fit.
   std::optional<std::int64_t> integer() const;
   std::optional<std::uint64_t> unsignedInteger() const;
 
-  // What the platform's boolValue answers: numbers other than zero, and
-  // strings that begin with Y, y, T, t or a number other than zero, are true.
+  // The same as the platform's boolValue: numbers other than zero, and strings
+  // that begin with Y, y, T, t or a number other than zero, are true.
   bool boolValue() const;
 
-  // Null when this is no dictionary or has no such key.
+  // Null when this value is not a dictionary or has no such key.
   const PropertyList *objectForKey(std::string_view key) const;
 
   // The changes below do nothing to a value of another kind.
@@ -94,8 +94,8 @@ public:
 private:
   struct Node;
 
-  // Counts the holders of a node. The last one takes the whole tree beneath
-  // apart without recursion.
+  // Counts the owners of a node. The last one destroys the whole tree beneath
+  // without recursion.
   class Reference {
   public:
     explicit Reference(Node *node) : node_(node) {}
@@ -116,7 +116,7 @@ private:
     Node *node_;
   };
 
-  // Unsigned only for what a signed integer cannot hold.
+  // Unsigned only for values beyond the range of a signed integer.
   using Value =
       std::variant<bool, std::int64_t, std::uint64_t, double, Date, std::string, Data, Reference>;
 
@@ -138,32 +138,33 @@ struct PropertyList::Entry {
   PropertyList value;
 };
 
-// As the platform prints it: a string as it is, an array in parentheses, a
-// dictionary in braces.
+// Formats as the platform prints it: a string unchanged, an array in
+// parentheses, a dictionary in braces.
 std::string describe(const PropertyList &list);
 
-// Reads a list in XML or binary form. What is not well formed is unparseable:
-// nothing is returned and the slot gets PropertyListReadCorruptError. So is
-// what passes the bounds (8 MiB of data, a depth of 512, 24 MiB of contents
-// with shared parts counted each time), what declares entities or an internal
-// subset, what holds itself, and what this type cannot hold without loss: an
-// archiver's UIDs, sets and nulls, halves of surrogate pairs, integers beyond
-// 64 bits (which the platform refuses as well in the XML form), dates outside
-// the years 1 to 9999. A list is written back whole after an edit, so no part of
-// it may be left out in silence. Like the platform, takes a real beyond the
-// range of a double for infinity or zero, and of data in Base64 the whole groups
-// of digits, whatever stands between the digits. A key given twice counts the
-// last time. Takes at most 64 MiB beyond the data.
+// Reads a list in XML or binary form. On a list that is not well formed it
+// returns an empty optional and sets PropertyListReadCorruptError. It treats
+// four more kinds of lists so: those beyond the bounds (8 MiB of data, a depth
+// of 512, 24 MiB of contents with shared parts counted each time); those that
+// declare entities or an internal subset; those that contain themselves; and
+// those that this type cannot hold without loss: an archiver's UIDs, sets and
+// nulls, halves of surrogate pairs, integers beyond 64 bits (which the platform
+// also refuses in the XML form), dates outside the years 1 to 9999. An edit
+// writes a list back whole, so no part of it may get lost in silence. Like the
+// platform, it takes a real beyond the range of a double for infinity or zero,
+// and of data in Base64 the whole groups of digits, with any other characters
+// between the digits. Of a repeated key the last value counts. Takes at most 64
+// MiB beyond the data.
 std::optional<PropertyList> propertyListWithData(std::string_view data, ErrorSlot error);
 
 // Writes a list in the XML form: tab-indented, keys sorted by their UTF-16
 // units, data in Base64. Reading it gives an equal value. A string that XML
-// cannot hold (control characters, no UTF-8) fails with
+// cannot hold (control characters, invalid UTF-8) fails with
 // PropertyListWriteInvalidError.
 std::optional<std::string> dataWithPropertyList(const PropertyList &list, ErrorSlot error);
 
-// The dictionary in a file, nothing when the file cannot be read, is
-// unparseable or holds something else.
+// The dictionary in a file; empty when the file cannot be read, is unparseable
+// or holds another kind of value.
 std::optional<PropertyList> dictionaryWithContentsOfFile(const std::string &path);
 
 } // namespace NS

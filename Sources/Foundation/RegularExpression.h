@@ -1,5 +1,5 @@
-// Regular expressions in the platform's dialect, over patterns that may come
-// from anywhere: a file's name, a client's argument.
+// Regular expressions in the platform's dialect, over patterns of any origin: a
+// file's name, a client's argument.
 //
 // Immutable once built; one expression may be used from many threads at once.
 #pragma once
@@ -21,7 +21,7 @@ enum RegularExpressionOptions : unsigned {
 class RegularExpression {
 public:
   // Null when the pattern cannot be built: it is empty, longer than 64 KiB or
-  // no expression.
+  // malformed.
   static std::shared_ptr<const RegularExpression>
   regularExpressionWithPattern(std::string_view pattern, RegularExpressionOptions options);
 

@@ -1,13 +1,12 @@
 // Arithmetic with times that stops at the earliest and the latest one instead
-// of running past them.
+// of overflowing.
 #pragma once
 
 #include <chrono>
 
 namespace NS {
 
-// The nearest value that the other unit can hold. What is no number at all is
-// no time at all.
+// The nearest value that the other unit can hold; 0 for NaN.
 template <typename To, typename Rep, typename Period>
 constexpr To saturatedCast(std::chrono::duration<Rep, Period> time) {
   using Wide = std::chrono::duration<long double, Period>;
@@ -35,7 +34,7 @@ saturatedSum(std::chrono::time_point<Clock, Duration> moment,
   return moment + step;
 }
 
-// How long it is from one moment to the other.
+// The time from one moment to the other.
 template <typename Clock, typename Duration>
 constexpr Duration saturatedDifference(std::chrono::time_point<Clock, Duration> end,
                                        std::chrono::time_point<Clock, Duration> begin) {

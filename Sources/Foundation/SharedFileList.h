@@ -1,8 +1,8 @@
-// The system's lists of items that several programs share; here that of the
-// login items for all users.
+// The system's lists of items that several programs share. Here only the login
+// items of all users.
 //
-// Status values are 0 for success, as the platform's; any other is a failure.
-// A list and its items may be used from one thread at a time.
+// Status values are 0 for success, as on the platform; any other is a failure.
+// One thread at a time may use a list and its items.
 #pragma once
 
 #include "Foundation/URL.h"
@@ -23,8 +23,8 @@ enum SharedFileListResolutionFlags : std::uint32_t {
 class SharedFileListItem {
 public:
   virtual ~SharedFileListItem() = default;
-  // What the item opens; fails when nothing stands there. On failure the URL
-  // is as it was.
+  // Resolves the item to the URL that it opens; fails when no item exists
+  // there. On failure the URL is unchanged.
   virtual std::int32_t resolve(std::uint32_t flags, std::optional<URL> &url) = 0;
   virtual std::optional<std::string> displayName() = 0;
 };
@@ -32,9 +32,9 @@ public:
 class SharedFileList {
 public:
   virtual ~SharedFileList() = default;
-  // The items as they are now. They do not follow later changes.
+  // The present items. They do not follow later changes.
   virtual std::vector<std::shared_ptr<SharedFileListItem>> copySnapshot() = 0;
-  // Takes an item of one of this list's snapshots off the list.
+  // Removes an item of one of this list's snapshots from the list.
   virtual std::int32_t removeItem(SharedFileListItem &item) = 0;
 };
 

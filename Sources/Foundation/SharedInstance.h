@@ -1,5 +1,5 @@
-// The one mechanism by which a seam class has a process-wide instance that a
-// test can replace for a while.
+// Gives a seam class a process-wide instance that a test can replace for a
+// while. All seam classes use it.
 //
 // A seam class T declares `static T &shared()` (or the platform's own name for
 // it) and `static T *exchangeShared(T *replacement)`, and implements both with
@@ -30,8 +30,8 @@ private:
   std::atomic<Seam *> replacement_{nullptr};
 };
 
-// Replaces a seam's shared instance for the life of this object. Not to be
-// used from two threads at once for one seam.
+// Replaces a seam's shared instance for the life of this object. Two threads
+// must not use it at once for one seam.
 template <typename Seam> class ScopedOverride {
 public:
   explicit ScopedOverride(Seam &replacement) : previous_(Seam::exchangeShared(&replacement)) {}

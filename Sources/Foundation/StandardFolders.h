@@ -1,7 +1,7 @@
-// Where the host keeps what belongs to its users: the standard folders and the
+// The folders of the host for its users' data: the standard folders and the
 // temporary one.
 //
-// Thread-safe. Nothing here makes a folder or looks whether it is there.
+// Thread-safe. No call makes a folder or checks whether it exists.
 #pragma once
 
 #include <cstdint>
@@ -41,8 +41,8 @@ public:
   static StandardFolders &shared();
   static StandardFolders *exchangeShared(StandardFolders *replacement);
 
-  // The folders of that kind in the domains asked for, the user's first; none
-  // when the host has none. Without expansion the user's home is written "~".
+  // The folders of that kind in the given domains, the user's first; empty when
+  // the host has none. Without expansion the user's home is written "~".
   virtual std::vector<std::string>
   searchPathForDirectoriesInDomains(SearchPathDirectory directory, SearchPathDomainMask domainMask,
                                     bool expandTilde) = 0;

@@ -1,5 +1,5 @@
-// Text as an object, for values of unknown class. Code that knows it holds
-// text uses std::string. Immutable.
+// Text as an object, for values of unknown class. Code that knows the class
+// uses std::string. Immutable.
 #pragma once
 
 #include "Foundation/Object.h"

@@ -1,9 +1,9 @@
-// What the platform's string class can do beyond the standard one: searching
-// that knows equivalent spellings, case mapping, trimming, splitting, and
-// ranges that count UTF-16 units.
+// The functions that the platform's string class has beyond the standard one:
+// searching that knows equivalent spellings, case mapping, trimming, splitting,
+// and ranges that count UTF-16 units.
 //
-// Strings are UTF-8 by intent; ill-formed bytes pass through every function
-// unchanged. All functions are pure and may run on any thread.
+// Strings should be UTF-8; ill-formed bytes pass through every function
+// unchanged. All functions are pure, and any thread may call them.
 #pragma once
 
 #include "Foundation/CharacterSet.h"
@@ -33,15 +33,15 @@ struct ByteRange {
 enum class ComparisonResult { OrderedAscending = -1, OrderedSame = 0, OrderedDescending = 1 };
 
 enum class StringSearch {
-  // Canonically equivalent sequences are equal, and a match never takes a
-  // letter away from the marks that belong to it: a plain e is not found in
-  // an e with an accent, however that is spelled.
+  // Canonically equivalent sequences are equal, and a match never separates a
+  // letter from its marks: a plain e does not match an e with an accent, in any
+  // spelling.
   Equivalent,
   // Byte for byte.
   Literal,
 };
 
-// The first occurrence. An empty target occurs nowhere.
+// The first occurrence. An empty target never occurs.
 std::optional<ByteRange> rangeOfString(std::string_view text, std::string_view target,
                                        StringSearch search = StringSearch::Equivalent);
 // Every occurrence, first to last, none overlapping another.
@@ -62,14 +62,14 @@ std::string stringByReplacingOccurrencesOfString(std::string_view text, std::str
 std::optional<ByteRange> rangeOfCharacterFromSet(std::string_view text, const CharacterSet &set);
 std::string stringByTrimmingCharactersInSet(std::string_view text, const CharacterSet &set);
 
-// Full case mapping by the rules of no particular language.
+// Full case mapping without the rules of a particular language.
 std::string lowercaseString(std::string_view text);
 // The first letter in title case and the others in lower case; the text is
 // taken as one word.
 std::string capitalizedWord(std::string_view word);
 
-// Raises RangeException when the range does not lie inside the text. A
-// character that the range cuts in half gives the replacement character.
+// Raises RangeException when the range is not inside the text. A character that
+// the range cuts in half gives the replacement character.
 std::string substringWithRange(std::string_view text, Range range);
 
 } // namespace NS

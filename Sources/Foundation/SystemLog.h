@@ -1,8 +1,8 @@
-// The host's own log, for the few lines that must stand there whatever becomes
-// of the diagnostic log.
+// The host's own log, for the few lines that must reach it independently of the
+// diagnostic log.
 //
-// Thread-safe; a message is one line, without a newline. Nothing is reported
-// when the host keeps no log.
+// Thread-safe; a message is one line, without a newline. Without a log on the
+// host, messages are lost.
 #pragma once
 
 #include <string>

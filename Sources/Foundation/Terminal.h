@@ -1,4 +1,4 @@
-// Whether a person is watching, and whether one can be asked.
+// Tells whether a terminal is attached, and asks questions on it.
 #pragma once
 
 #include <optional>
@@ -10,12 +10,13 @@ bool standardInputIsTerminal();
 bool standardOutputIsTerminal();
 bool standardErrorIsTerminal();
 
-// Whether a terminal controls this process, wherever its streams lead.
+// Tells whether a terminal controls this process, wherever its streams lead.
 bool hasControllingTerminal();
 
 // Asks on the terminal that controls this process, wherever the standard
-// streams lead, and gives the line that is typed, without its end; empty when
-// the terminal is gone by then. Nothing when there is no such terminal. Blocks.
+// streams lead, and returns the typed line without its end; an empty string
+// when the terminal is gone by then, and an empty optional without such a
+// terminal. Blocks.
 std::optional<std::string> answerOnTerminal(const std::string &question);
 
 } // namespace NS

@@ -1,4 +1,4 @@
-// What is asked of the current thread.
+// Operations of the current thread.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ public:
 
   // Seconds; a signal does not cut the sleep short.
   virtual void sleepForTimeInterval(double seconds) = 0;
-  // Whether this is the thread that entered main.
+  // Tells whether this is the thread that entered main.
   virtual bool isMainThread() = 0;
   // The current thread's stack, innermost frame first, a line each.
   virtual std::vector<std::string> callStackSymbols() = 0;

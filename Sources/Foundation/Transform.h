@@ -1,5 +1,5 @@
 // The platform's data transforms: an object that takes its input as an
-// attribute and gives its result when it is executed.
+// attribute and returns its result from execute().
 //
 // Not thread-safe; one thread configures and executes a transform.
 #pragma once
@@ -24,9 +24,9 @@ public:
 
   // False when the transform has no such attribute.
   virtual bool setAttribute(std::string_view name, std::string_view data) = 0;
-  // Nothing without an input, and when the input is no text of the encoding:
-  // a character outside its alphabet (line breaks too), wrong padding or a
-  // wrong length. The encoded text is one line.
+  // Empty without an input, and when the input is not text of the encoding: a
+  // character outside its alphabet (line breaks too), wrong padding or a wrong
+  // length. The encoded text is one line.
   virtual std::optional<std::string> execute() = 0;
 };
 

@@ -1,5 +1,5 @@
-// A file URL: an absolute or relative file-system path and whether it stands
-// for a folder, with the resource values that the rooms above ask for.
+// A file URL: an absolute or relative path in the file system and whether it is
+// that of a folder, with the resource values that callers need.
 //
 // A value type; copies are independent and may cross threads.
 #pragma once
@@ -16,10 +16,10 @@ namespace NS {
 
 class URL {
 public:
-  // Looks at the file system once: a path that ends in a slash, or at which a
-  // folder stands, makes a folder's URL.
+  // Looks at the file system once: a path that ends in a slash, or that is the
+  // path of a folder, makes a folder's URL.
   static URL fileURLWithPath(std::string_view path);
-  // Looks at nothing.
+  // Does not look at the file system.
   static URL fileURLWithPath(std::string_view path, bool isDirectory);
 
   // The path without a trailing slash (but "/" for the root).
@@ -28,7 +28,7 @@ public:
   // "file://" and the path, percent-escaped, with a trailing slash for a folder.
   std::string absoluteString() const;
 
-  // Whether something stands at the path; a dangling link is reachable. On
+  // Tells whether an item exists at the path; a dangling link is reachable. On
   // failure the slot gets a reading error.
   bool checkResourceIsReachable(ErrorSlot error) const;
 
@@ -58,10 +58,10 @@ using URLResourceValue = std::variant<bool, std::string, URL, Icon>;
 // ("NSURLIsSymbolicLinkKey" and so on).
 std::string_view describe(URLResourceKey key);
 
-// Reads one resource value: a bool for IsSymbolicLink (the item itself, links
-// not followed), the URL of the mount point that holds the item for Volume, an
-// Icon for EffectiveIcon and a string for LocalizedName. Nothing on failure,
-// with a reading error in the slot.
+// Reads one resource value: a bool for IsSymbolicLink (of the item itself), the
+// URL of the mount point that holds the item for Volume, an Icon for
+// EffectiveIcon and a string for LocalizedName. On failure returns an empty
+// optional, with a reading error in the slot.
 std::optional<URLResourceValue> getResourceValue(const URL &url, URLResourceKey key,
                                                  ErrorSlot error);
 

@@ -1,8 +1,8 @@
-// UTF-8 as it comes from strangers: strings are meant to be UTF-8 but may hold
-// any bytes, and none of them may be lost or read past.
+// UTF-8 from untrusted sources: strings should be UTF-8 but may hold any bytes,
+// and the functions lose none of them and read past none.
 //
 // An ill-formed byte counts as one character and as one UTF-16 unit. All
-// functions are pure and may run on any thread.
+// functions are pure, and any thread may call them.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace NS {
 
-// One character of a string, or one byte that is part of none.
+// One character of a string, or one byte that belongs to none.
 struct DecodedCharacter {
   char32_t value;     // the code point; the byte itself when ill-formed
   std::size_t length; // in bytes, at least 1
@@ -29,14 +29,13 @@ bool isWellFormedUTF8(std::string_view text);
 
 void appendCharacter(std::string &text, char32_t character);
 
-// To UTF-16 and back without loss: an ill-formed byte becomes a lone low
-// surrogate of 0xDC80 to 0xDCFF, which nothing well-formed yields. Other lone
-// surrogates come back as the replacement character.
+// Convert to UTF-16 and back without loss: an ill-formed byte becomes a lone
+// low surrogate of 0xDC80 to 0xDCFF, which no well-formed text yields. Other
+// lone surrogates come back as the replacement character.
 std::u16string utf16FromBytes(std::string_view text);
 std::string bytesFromUTF16(std::u16string_view units);
 
-// The length in UTF-16 units, which is what the platform calls a string's
-// length.
+// The length in UTF-16 units, by which the platform measures strings.
 std::size_t utf16Length(std::string_view text);
 
 } // namespace NS

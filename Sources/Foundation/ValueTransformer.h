@@ -1,7 +1,8 @@
-// Makes one value of another, and where the class allows it the other way
-// round; known to the whole process by name.
+// Converts one value into another, and back if the class allows it. The whole
+// process knows it by name.
 //
-// The register may be used from any thread; a transformer says for itself.
+// Any thread may use the register; a transformer's own comment says the same of
+// it.
 #pragma once
 
 #include "Foundation/Object.h"
@@ -15,14 +16,14 @@ class ValueTransformer : public Object {
 public:
   // Null when no transformer has the name.
   static std::shared_ptr<ValueTransformer> valueTransformerForName(const std::string &name);
-  // Takes the place of the one that had the name; null takes the name back.
+  // Replaces the transformer of the name; null removes the name.
   static void setValueTransformer(const std::shared_ptr<ValueTransformer> &transformer,
                                   const std::string &name);
 
   // A property of the class: the same for all its objects.
   virtual bool allowsReverseTransformation() const = 0;
   virtual std::shared_ptr<Object> transformedValue(const std::shared_ptr<Object> &value) = 0;
-  // Only where the class allows it.
+  // Only if the class allows it.
   virtual std::shared_ptr<Object> reverseTransformedValue(const std::shared_ptr<Object> &value) = 0;
 };
 

@@ -6,8 +6,8 @@
 
 namespace NS {
 
-// Rather than a list in braces: should memory run out within one, GCC 12 takes
-// down strings that it has not made yet.
+// Use it instead of a list in braces: when memory runs out within one, code by
+// GCC 12 destroys strings that it has not made yet.
 template <typename... Words> std::vector<std::string> wordList(const Words &...words) {
   std::vector<std::string> list;
   list.reserve(sizeof...(words));

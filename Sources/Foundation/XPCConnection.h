@@ -1,8 +1,8 @@
-// One client's connection, as the listener hands it to its delegate.
+// One client's connection, as the listener passes it to its delegate.
 //
-// Requests of one connection are delivered one at a time, in the order in
-// which they came; those of different connections at the same time. All
-// members may be called from any thread.
+// The listener delivers requests of one connection one at a time, in the order
+// of their arrival, and those of different connections at the same time. Any
+// thread may call all members.
 #pragma once
 
 #include "Foundation/XPCInterface.h"
@@ -17,27 +17,27 @@ class XPCConnection {
 public:
   virtual ~XPCConnection() = default;
 
-  // What the client may call, and what it serves in return. To be set before
-  // the first resume.
+  // The interface for the client, and the interface that it serves in return.
+  // Set both before the first resume.
   virtual void setExportedInterface(std::shared_ptr<const XPCInterface> interface) = 0;
   virtual void setRemoteObjectInterface(std::shared_ptr<const XPCInterface> interface) = 0;
-  // The connection owns the object until the client is gone and the last
-  // request that reached it has ended.
+  // The connection owns the object until the client is gone and the last of its
+  // requests has ended.
   virtual void setExportedObject(std::shared_ptr<XPCObject> object) = 0;
 
-  // A new connection is suspended. While it is, requests wait; the one being
-  // handled is not disturbed.
+  // A new connection is suspended. During that, requests wait; the one being
+  // handled goes on.
   virtual void resume() = 0;
   virtual void suspend() = 0;
 
   // Sends a one-way message of the remote interface, named by its selector, to
-  // the client's object. Lost without a word when the client is gone; does not
-  // wait for it to be received.
+  // the client's object. Does not wait for its receipt; the message is silently
+  // lost when the client is gone.
   virtual void sendToRemoteObject(const std::string &selector, XPCValues arguments) = 0;
 
   // The client's process, and the user that it acts for, as the transport
-  // vouches for them. Known when the first request is handled; -1 and the
-  // largest number where the transport does not tell.
+  // vouches for them. Known during the first request and later; -1 and the
+  // largest number when the transport does not know them.
   virtual std::int32_t processIdentifier() const = 0;
   virtual std::uint32_t effectiveUserIdentifier() const = 0;
 };

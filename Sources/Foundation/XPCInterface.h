@@ -1,6 +1,6 @@
-// What one side of a connection serves, as values: the names of its messages,
-// what they carry, and how each is handed to the object behind it. The
-// transport knows nothing else of the protocol above it.
+// The interface of one side of a connection, as values: the names of its
+// messages, their arguments and replies, and the calls of the object behind it.
+// The transport knows the protocol only through these.
 //
 // Values; immutable once a connection uses them, and then shared by threads.
 #pragma once
@@ -18,13 +18,13 @@
 
 namespace NS {
 
-// What can be exported on a connection; the protocols above derive from it.
+// The base class of exported objects; the protocols derive from it.
 class XPCObject {
 public:
   virtual ~XPCObject() = default;
 };
 
-// What an argument or a part of a reply can be. Strings, arrays and errors may
+// The kinds of an argument or a part of a reply. Strings, arrays and errors may
 // be nil.
 enum class XPCKind { Flag, Int32, Int64, String, StringArray, Error };
 
@@ -34,27 +34,27 @@ using XPCValue = std::variant<std::monostate, bool, std::int32_t, std::int64_t, 
 using XPCValues = std::vector<XPCValue>;
 
 struct XPCParameter {
-  std::string name; // as shown to those who ask what is served
+  std::string name; // for descriptions of the interface
   XPCKind kind;
 };
 
-// How one request ended.
+// The outcome of one request.
 struct XPCOutcome {
   bool replied = false; // false: it failed, and there are no values
   XPCValues values;
-  std::string reason; // why it failed, for the log
+  std::string reason; // the reason of the failure, for the log
 };
 
-// The way back to the caller. Copies stand for the same request and may be
-// used from any thread; the first outcome counts, later ones are dropped. When
-// the last copy goes and nothing was sent, the request has failed: no caller
-// is left waiting.
+// The way back to the caller. Copies refer to the same request, and any thread
+// may use them; the first outcome counts, later ones are dropped. When the last
+// copy is destroyed without an outcome, the request fails: no caller is left
+// waiting.
 class XPCReply {
 public:
   using Receiver = std::function<void(XPCOutcome)>;
 
-  // The receiver is called exactly once, on whatever thread brings the
-  // outcome; it must not throw.
+  // Calls the receiver exactly once, on the thread that brings the outcome; the
+  // receiver must not throw.
   explicit XPCReply(Receiver receiver);
 
   void send(XPCValues values) const;
@@ -65,28 +65,28 @@ private:
   std::shared_ptr<State> state_;
 };
 
-// Hands one request to the exported object. The arguments are as many and of
+// Passes one request to the exported object. The arguments have the number and
 // the kinds that the method declares. May throw; the request then fails.
 using XPCInvoker = std::function<void(XPCObject &exportedObject, const XPCValues &arguments,
                                       const XPCReply &reply)>;
 
-// Whether a reply with such values says that the request was done.
+// Tells whether a reply with such values means success.
 using XPCSuccess = bool (*)(const XPCValues &replies);
 
 struct XPCMethod {
   std::string selector; // the message's name in the protocol
-  std::string member;   // and on a transport without selectors
+  std::string member;   // its name on a transport without selectors
   std::vector<XPCParameter> arguments;
   std::vector<XPCParameter> replies;
   bool oneWay = false;  // the caller expects no reply and gets none
   XPCInvoker invoker{}; // null: the message is known but not supported
-  // Of a method that changes something, and whose requests are therefore
+  // For a method that changes something, and whose requests are therefore
   // recorded; null for all others.
   XPCSuccess succeeded = nullptr;
-  // Its handler neither waits for anything nor takes longer than passing the
-  // request to another thread would. It may then run on the transport's own.
+  // Its handler waits for nothing and takes no longer than passing the request
+  // to another thread would. It may then run on the transport's own.
   bool prompt = false;
-  // What a flag of its reply holds when nothing was done.
+  // The flag of its reply when no work was done.
   bool failureFlag = false;
 };
 
