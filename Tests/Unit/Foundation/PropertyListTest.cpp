@@ -271,6 +271,20 @@ TEST(XMLPropertyList, readsEveryKind) {
             PropertyList(PropertyList::Dictionary{{"k", PropertyList::Dictionary{}}}));
 }
 
+TEST(XMLPropertyList, readsEveryFormOfReal) {
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(readXML("<real> +0.1\n</real>"), PropertyList(0.1));
+  EXPECT_EQ(readXML("<real>-.5E-1</real>"), PropertyList(-0.05));
+  EXPECT_EQ(readXML("<real>017.</real>"), PropertyList(17.0));
+  EXPECT_EQ(readXML("<real>4.9406564584124654e-324</real>"),
+            PropertyList(std::numeric_limits<double>::denorm_min()));
+  EXPECT_EQ(readXML("<real>+infinity</real>"), PropertyList(infinity));
+  EXPECT_EQ(readXML("<real>-inf</real>"), PropertyList(-infinity));
+  auto noNumber = readXML("<real>nan</real>");
+  ASSERT_TRUE(noNumber);
+  EXPECT_TRUE(std::isnan(*noNumber->real()));
+}
+
 TEST(XMLPropertyList, takesRealsBeyondTheRangeForInfinityOrZero) {
   constexpr double infinity = std::numeric_limits<double>::infinity();
   EXPECT_EQ(readXML("<real>1e999</real>"), PropertyList(infinity));
@@ -328,6 +342,12 @@ TEST(XMLPropertyList, isUnparseableWhenNotWellFormed) {
                            "<date>0000-01-01T00:00:00Z</date>",
                            "<date>2011-01-01T24:00:00Z</date>",
                            "<real>1e</real>",
+                           "<real>0x10</real>",
+                           "<real>-0X1p3</real>",
+                           "<real>++1</real>",
+                           "<real>+ 1</real>",
+                           "<real>1 2</real>",
+                           "<real> </real>",
                            "<real>1e999x</real>",
                            "<string>&none;</string>",
                            "<string>\x01</string>",

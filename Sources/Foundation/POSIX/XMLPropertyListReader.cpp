@@ -13,6 +13,9 @@
 #include <memory>
 
 #include <expat.h>
+#if __has_include(<xlocale.h>)
+#include <xlocale.h> // where macOS declares strtod_l
+#endif
 
 namespace NS {
 namespace {
@@ -48,18 +51,22 @@ std::string_view trimmed(std::string_view text) {
              : text.substr(first, text.find_last_not_of(whitespace) - first + 1);
 }
 
+bool isHexadecimal(std::string_view magnitude) {
+  return magnitude.starts_with("0x") || magnitude.starts_with("0X");
+}
+
 // Decimal or, after "0x", hexadecimal; one sign at most.
 std::optional<PropertyList> integerFrom(std::string_view text) {
   text = trimmed(text);
   bool isNegative = text.starts_with('-');
   if (isNegative || text.starts_with('+'))
     text.remove_prefix(1);
-  bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
-  if (isHexadecimal)
+  const int base = isHexadecimal(text) ? 16 : 10;
+  if (base == 16)
     text.remove_prefix(2);
   std::uint64_t magnitude = 0;
   const char *end = text.data() + text.size();
-  auto [stop, failure] = std::from_chars(text.data(), end, magnitude, isHexadecimal ? 16 : 10);
+  auto [stop, failure] = std::from_chars(text.data(), end, magnitude, base);
   if (failure != std::errc() || stop != end)
     return std::nullopt;
   if (!isNegative)
@@ -70,23 +77,19 @@ std::optional<PropertyList> integerFrom(std::string_view text) {
   return PropertyList(static_cast<std::int64_t>(0 - magnitude));
 }
 
-// The number of a well-formed text that no double can hold: infinity, or zero
-// for what is too small.
-double beyondRange(std::string_view text) {
-  static const locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
-  return ::strtod_l(std::string(text).c_str(), nullptr, plain);
-}
-
+// Decimal; infinity or zero when no double can hold it. By strtod_l, since not
+// every C++ library has from_chars for reals.
 std::optional<PropertyList> realFrom(std::string_view text) {
-  text = trimmed(text);
-  if (text.starts_with('+') && !text.starts_with("+-"))
-    text.remove_prefix(1);
-  double number = 0;
-  const char *end = text.data() + text.size();
-  auto [stop, failure] = std::from_chars(text.data(), end, number);
-  if (stop != end || failure == std::errc::invalid_argument)
+  static const locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
+  const std::string number(trimmed(text));
+  const bool isSigned = number.starts_with('-') || number.starts_with('+');
+  if (number.empty() || isHexadecimal(std::string_view(number).substr(isSigned ? 1 : 0)))
     return std::nullopt;
-  return PropertyList(failure == std::errc() ? number : beyondRange(text));
+  char *stop = nullptr;
+  const double value = ::strtod_l(number.c_str(), &stop, plain);
+  if (stop != number.c_str() + number.size())
+    return std::nullopt;
+  return PropertyList(value);
 }
 
 // "2001-01-01T00:00:00Z" and nothing else.
