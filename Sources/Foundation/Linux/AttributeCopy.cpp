@@ -21,7 +21,7 @@ namespace {
 
 constexpr const char *accessList = "system.posix_acl_access";
 constexpr std::string_view anyAccessList = "system.posix_acl_";
-// Whoever changes the data of a file loses these.
+// These attributes become invalid when the data of a file changes.
 constexpr std::array vouchers = {"security.capability", "security.ima", "security.evm"};
 
 // The names of an item's extended attributes, each ended by a NUL byte.
@@ -75,11 +75,11 @@ int copyAttribute(const std::string &source, const std::string &target, const ch
   return error;
 }
 
-// What an access list grants, each as three bits.
+// The grants of an access list, each as three bits.
 struct Grants {
   static constexpr unsigned all = ACL_READ | ACL_WRITE | ACL_EXECUTE;
   unsigned group = all;  // the owning group
-  unsigned users = all;  // what every user of the list has
+  unsigned users = all;  // the grants that every user of the list has
   unsigned groups = all; // and every other group
   unsigned mask = all;   // bounds all of these
 };

@@ -2,9 +2,9 @@
 // move removes nothing else. For bodies of the seam only.
 //
 // It keeps eight bytes for each item: a fingerprint of its identity, size and
-// times that nobody outside can foresee. Fingerprints beyond a bounded number
-// go to a file without a name beside the copy, of which memory keeps eight bytes
-// for 512 items.
+// times, which no other process can predict. Fingerprints beyond a bounded
+// number go to a file without a name beside the copy, of which memory keeps
+// eight bytes for 512 items.
 //
 // One thread records; when that is over, any number may ask.
 #pragma once
@@ -35,15 +35,15 @@ public:
   // Ends the recording.
   void finish();
 
-  // What the move compares an item with.
+  // The item that the move compares.
   enum class Likeness {
     Unchanged, // device, inode, size and time of change
     // For files with several names, whose time of change moves on when one of
     // the names goes: device, inode, size and time of modification.
     SameContent,
   };
-  // Whether such an item was copied; folders are told by device and inode
-  // alone. What cannot be read again counts as not copied.
+  // Tells whether such an item was copied. Only device and inode tell folders
+  // apart. An item whose fingerprint cannot be read again counts as not copied.
   bool contains(const ItemStatus &status, Likeness likeness) const;
 
 private:

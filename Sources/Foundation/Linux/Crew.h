@@ -1,8 +1,8 @@
 // A few threads that take over named pieces of one operation, as long as it
 // lasts. For bodies of the seam only.
 //
-// One thread leads: it offers pieces, and at the end works off with the others
-// what is left. A piece's work must not throw.
+// One thread leads: it offers pieces, and at the end works on the rest together
+// with the others. A piece's work must not throw.
 #pragma once
 
 #include <condition_variable>
@@ -22,7 +22,7 @@ public:
 
   // Threads start only when there are pieces for them.
   Crew(std::size_t members, Work work) : members_(members), work_(std::move(work)) {}
-  // Pieces that nobody began are dropped; those under way are waited for.
+  // Drops pieces that no thread has begun and waits for those under way.
   ~Crew();
   Crew(const Crew &) = delete;
   Crew &operator=(const Crew &) = delete;

@@ -73,8 +73,8 @@ private:
       arguments_.push_back(argument_);
     argument_.clear();
   }
-  // Whatever the code stands for is given only by who opens a file. An
-  // argument that was nothing but a code goes with it.
+  // Only a program that opens a file supplies the code's value, so the code is
+  // dropped, and an argument of nothing but a code with it.
   void readFieldCode() {
     char code = index_ < exec_.size() ? exec_[index_++] : '\0';
     if (code == '%')

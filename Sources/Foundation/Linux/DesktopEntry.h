@@ -1,4 +1,5 @@
-// A desktop entry, as far as it matters who starts by it.
+// A desktop entry: the keys that decide whether a program starts by it, and
+// which.
 #pragma once
 
 #include <optional>
@@ -13,8 +14,8 @@ struct DesktopEntry {
   std::optional<std::string> exec; // the command line, still quoted
 };
 
-// Reads the "Desktop Entry" group, of keys given twice the last. Every text
-// reads as some entry; what it does not say is absent.
+// Reads the "Desktop Entry" group; of a repeated key the last value counts.
+// Every text reads as some entry; missing keys are absent.
 DesktopEntry desktopEntryFromText(std::string_view text);
 
 // The arguments of a command line: quotes resolved, field codes dropped.

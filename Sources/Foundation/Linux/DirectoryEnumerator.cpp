@@ -1,6 +1,6 @@
-// Deep walks that hand out what they meet. The folder given last is entered
-// only when the next item is asked for, so that skipping costs nothing. When a
-// folder is moved while the walk is in it, the walk goes on with the others.
+// Deep walks that return their items one by one. They enter the last folder
+// only when the next item is requested, so that skipping costs nothing. When a
+// folder is moved during the walk in it, the walk goes on with the others.
 #include "Foundation/DescriptorBudget.h"
 #include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/TreeOperations.h"

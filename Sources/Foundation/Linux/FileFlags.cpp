@@ -40,9 +40,9 @@ int inodeFlagsOf(std::uint32_t flags) {
   return inodeFlags;
 }
 
-// By a handle that stands for an item without having opened it: only what is
-// known to be a file or a folder with such a flag is opened, so that no FIFO is
-// waited for and no device wakes up. An errno value, 0 for success.
+// Clears flags by a handle that refers to an item without having opened it.
+// Opens only an item that is a file or a folder with such a flag, so that it
+// waits for no FIFO and wakes no device. Returns an errno value, 0 for success.
 int clearFlags(int handle, std::uint32_t mask) {
   struct statx status;
   if (::statx(handle, "", AT_EMPTY_PATH, STATX_TYPE, &status) != 0)
@@ -67,7 +67,7 @@ public:
   Unlocker(const std::string &path, std::uint32_t mask, const FileFlags::FailureHandler &failed)
       : path_(path), mask_(mask), failed_(failed) {}
 
-  // What cannot be entered or read any more is passed over. The walk ends early
+  // Passes over items that it can no longer enter or read. The walk ends early
   // when the way back up is lost or the request is cancelled.
   void run() {
     ItemLocation location;

@@ -132,7 +132,8 @@ private:
   DIR *folder_;
 };
 
-// Calls the handler with each entry. On failure what was listed is void.
+// Calls the handler with each entry. After a failure the entries listed so far
+// are void.
 template <typename Handler>
 bool listFolder(const std::string &path, ErrorSlot error, const Handler &handler) {
   FolderListing listing(path);

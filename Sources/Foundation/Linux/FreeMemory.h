@@ -1,5 +1,5 @@
-// Memory that requests took and nobody needs any more, given back to the
-// system: the allocator would keep it for the next ones, which may never come.
+// Returns memory of finished requests to the system: the allocator would keep
+// it for later ones, which may never come.
 #pragma once
 
 #include "Foundation/Linux/BusThread.h"

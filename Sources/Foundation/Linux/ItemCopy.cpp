@@ -1,5 +1,5 @@
-// One item's content by extents and its metadata by open handles, never by a
-// path that somebody could exchange.
+// Copies one item's content by extents and its metadata by open handles. It
+// uses no path, which another process could exchange.
 #include "Foundation/Linux/ItemCopy.h"
 
 #include "Foundation/Linux/ItemLocation.h"
@@ -218,7 +218,7 @@ StepOutcome copyFile(int sourceFolder, const char *name, int targetFolder, const
     return {TreeStep::Check, ESTALE};
   if (!source)
     return {TreeStep::Open, errno};
-  // The status of what was opened, should the name mean another item by now.
+  // The status of the opened item, in case the name means another item by now.
   if (StepOutcome outcome = readStatusBeforeData(source.get(), status); outcome.isFailed())
     return outcome;
   if (!S_ISREG(status.mode))

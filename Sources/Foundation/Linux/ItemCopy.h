@@ -1,5 +1,5 @@
-// Copying one item that is not a folder, and what every item carries besides
-// its content. For bodies of the seam only.
+// Copies one item that is not a folder, and the attributes of any item.
+// Internal to Foundation.
 #pragma once
 
 #include "Foundation/Linux/TreeOutcome.h"
@@ -11,8 +11,8 @@
 
 namespace NS {
 
-// What a copy takes over from its original, and what tells whether the original
-// has changed since.
+// The attributes that a copy takes over from its original, and those that show
+// whether the original has changed since.
 struct ItemStatus {
   mode_t mode = 0;
   uid_t owner = 0;
@@ -28,7 +28,7 @@ struct ItemStatus {
   bool isAppendOnly = false;
   bool isMountPoint = false;
 
-  // It cannot be removed, nor can what it holds.
+  // Neither it nor its contents can be removed.
   bool isLocked() const { return isImmutable || isAppendOnly; }
 };
 
@@ -36,15 +36,16 @@ struct ItemStatus {
 // a descriptor that only refers to it will do for.
 StepOutcome readStatus(int folder, const char *name, ItemStatus &status);
 
-// Copies the data of an open file; holes stay holes. What is appended to the
-// source meanwhile is left out. Stops with ECANCELED when the current progress
-// is cancelled.
+// Copies the data of an open file; holes stay holes. Leaves out data appended
+// to the source meanwhile. Stops with ECANCELED when the current progress is
+// cancelled.
 StepOutcome copyData(int source, int target, off_t size);
 
-// Owner, extended attributes (access lists among them), mode and times, from
-// one open item to another; descriptors that only refer to an item will do.
-// What the target's volume cannot hold, or this process may not set, is left
-// out and noted; the copy then grants nobody more than the original did.
+// Copies owner, extended attributes (access lists included), mode and times
+// from one open item to another; descriptors that only refer to an item
+// suffice. Leaves out and notes attributes that the target's volume cannot
+// hold, or that this process may not set; the copy then grants no access that
+// the original denied.
 StepOutcome copyMetadata(int source, int target, const ItemStatus &status, LeftOut &leftOut);
 
 // Makes the item, which must not exist yet, with all of the above. The status

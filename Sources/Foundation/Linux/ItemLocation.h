@@ -19,7 +19,7 @@ struct ItemLocation {
 // opening the folder gave.
 int locateItem(const std::string &path, ItemLocation &location);
 
-// A path to what an open descriptor refers to, for calls that take only paths.
+// A path to the item of an open descriptor, for calls that take only paths.
 std::string handlePath(int descriptor);
 
 // The item's absolute path without links, "." and ".." in its folder part, for

@@ -43,7 +43,8 @@ inline FTSStat statusFrom(const struct stat &found) {
   return status;
 }
 
-// Of the item itself, never of what a link stands for. 0 or an errno value.
+// Reads the status of the item itself, never of a link's target. Returns 0 or
+// an errno value.
 inline int readStatus(int folder, const char *name, FTSStat &status) {
   struct stat found;
   if (::fstatat(folder, name, &found, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)

@@ -27,7 +27,7 @@ std::optional<std::string> launchctlList(const std::string &label, std::chrono::
   task->setArguments(wordList("list", label));
   task->setStandardInput(Pipe::nullDevice());
   task->setStandardOutput(Pipe::pipe());
-  // What it says of a label that it does not know is no news.
+  // Its error for an unknown label carries no information.
   task->setStandardError(Pipe::nullDevice());
   task->setTimeLimit(limit);
   task->launch();

@@ -1,4 +1,4 @@
-// The resource folder of a program that stands in no bundle.
+// The resource folder of a program outside of any bundle.
 #include "Foundation/POSIX/MainBundleFolder.h"
 
 #include "Foundation/PathUtilities.h"

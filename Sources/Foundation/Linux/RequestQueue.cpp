@@ -53,7 +53,7 @@ bool RequestQueue::runAtOnce(const std::function<void()> &request) {
     std::lock_guard lock(mutex_);
     if (scheduled_ || suspended_ || paused_ || !waiting_.empty())
       return false;
-    scheduled_ = true; // what comes meanwhile waits, as behind any other
+    scheduled_ = true; // requests that come meanwhile wait behind this one
   }
   request();
   std::lock_guard lock(mutex_);

@@ -12,7 +12,7 @@
 
 namespace NS {
 
-// What may wait at once in one queue, the request under way not counted.
+// The most that may wait at once in one queue, without the request under way.
 struct RequestQueueLimits {
   std::size_t requests = 1024;
   std::size_t bytes = std::size_t{64} << 20; // of arguments

@@ -128,7 +128,8 @@ private:
 
   // Whether a block is due, and how long there is none.
   bool prepareBlocks(int &milliseconds) {
-    // Whoever iterates the context without this loop waits as the default does.
+    // Code that iterates the context without this loop waits in the default
+    // mode.
     const Frame *frame = innermost();
     MonotonicTime now = Clock::shared().monotonicTime();
     MonotonicTime due = blocks_.firstDue(frame ? frame->mode : DefaultRunLoopMode);

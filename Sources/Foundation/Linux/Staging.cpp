@@ -1,5 +1,5 @@
-// Folders under numbered names: each new one is looked for at all of them, and
-// what is met there without an owner is removed.
+// Folders under numbered names. To make a new one it looks at all of these
+// names, and removes items there that have no owner.
 #include "Foundation/Linux/Staging.h"
 
 #include "Foundation/Linux/ItemCopy.h"
@@ -20,7 +20,7 @@ namespace {
 
 constexpr const char *prefix = ".keepwell-copy-";
 constexpr const char *linksName = "links";
-// Beyond the numbered names, for more copies at once than anybody makes.
+// More names for when all numbered ones are in use.
 constexpr unsigned randomNames = 16;
 
 Descriptor openFolder(int parent, const char *name) {
@@ -28,11 +28,11 @@ Descriptor openFolder(int parent, const char *name) {
       ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
 }
 
-// By descriptors alone: whoever may rename within the folder's parent cannot
-// have another folder removed instead.
+// Works only by descriptors: a user who may rename within the folder's parent
+// cannot have another folder removed instead.
 void removeWithin(const Descriptor &folder, const char *name) {
-  // What is thrown away is no part of the request, and must go though that was
-  // cancelled.
+  // The removal of a leftover is not part of the request, and must finish even
+  // if that was cancelled.
   Progress unwatched;
   Progress::Scope scope(unwatched);
   ItemLocation item{Descriptor(::fcntl(folder.get(), F_DUPFD_CLOEXEC, 0)), name};
@@ -81,7 +81,7 @@ Staging::~Staging() {
     return;
   try {
     removeStaged(parent_.get(), name_, folder_);
-  } catch (const std::bad_alloc &) { // it stays for whoever works here next
+  } catch (const std::bad_alloc &) { // it stays for the next work in this folder
   }
 }
 
@@ -124,8 +124,8 @@ int Staging::make(const std::string &name) {
     static_cast<void>(::unlinkat(parent_.get(), name.c_str(), AT_REMOVEDIR));
     return error;
   }
-  // Somebody who looked for leftovers may have been faster. On a volume that
-  // keeps no locks nobody takes any.
+  // Another process that looked for leftovers may have been faster. On a volume
+  // without locks there is no such process.
   int error = takeOver(parent_.get(), name, folder.get(), ::geteuid());
   if (error == EWOULDBLOCK || error == ESTALE)
     return EEXIST;

@@ -15,7 +15,7 @@ public:
   static constexpr const char *itemName = "item";
 
   Staging() = default;
-  // Removes the folder and what is still in it.
+  // Removes the folder and its remaining contents.
   ~Staging();
   Staging(const Staging &) = delete;
   Staging &operator=(const Staging &) = delete;

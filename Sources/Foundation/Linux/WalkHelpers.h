@@ -20,7 +20,7 @@ public:
 // helpers takes a processor from those of the others.
 class WalkHelpers {
 public:
-  // A few threads reach what the volume's own locks allow.
+  // A few threads exhaust the parallelism that the volume's own locks allow.
   static constexpr unsigned most = 3;
 
   explicit WalkHelpers(unsigned processors) : processors_(processors) {}

@@ -1,4 +1,4 @@
-// What a copy does without, on any host.
+// Notes the attributes that a copy leaves out, on any host.
 #include "Foundation/POSIX/AttributeCopy.h"
 
 #include "Foundation/Log.h"

@@ -1,5 +1,5 @@
-// The access list and the other extended attributes of an item, taken over by
-// one that is to stand in its place. For bodies of the seam only.
+// Copies the access list and the other extended attributes of an item to the
+// one that takes its place. Internal to Foundation.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 namespace NS {
 
-// What a copy had to do without; for the log.
+// The attributes that a copy left out; for the log.
 struct LeftOut {
   std::uint64_t times = 0;
   // The first of them, and why.
@@ -27,18 +27,19 @@ struct LeftOut {
 // What describes an item is then left out of its copy.
 bool mayBeLeftOut(int error);
 
-// What becomes of the source's data in the target: attributes that vouch for
-// data (capabilities, signatures) go only with the same.
+// Whether the target gets the source's data: attributes that vouch for data
+// (capabilities, signatures) go only with the same data.
 enum class CopiedData { Same, Another };
 
-// Gives an open item the attributes of another; descriptors that only stand for
-// an item will do where the host has such. The target keeps no access list that
-// it inherited from its folder and the source does not have. What the volume
-// cannot hold, or this process may not read or set, is left out and noted.
+// Gives an open item the attributes of another; descriptors that only refer to
+// an item suffice if the host has such. The target keeps no access list that it
+// inherited from its folder and the source does not have. It leaves out and
+// notes attributes that the volume cannot hold, or that this process may not
+// read or set.
 //
-// The mode is that of the source and becomes the one to set on the target
-// afterwards: the same, or without the source's access list one that lets
-// nobody in whom the list keeps out. 0 or an errno value.
+// The mode is that of the source on entry, and on return the one to set on the
+// target: the same, or, without the source's access list, one that grants no
+// access that the list denied. Returns 0 or an errno value.
 int copyAttributes(int source, int target, CopiedData data, mode_t &mode, LeftOut &leftOut);
 
 } // namespace NS

@@ -3,8 +3,8 @@
 
 namespace NS {
 
-// From now on the calling thread gets the processor and the disk when nobody
-// else wants them. Where the host refuses, the thread stays as it is.
+// Lowers the calling thread's priority for the processor and the disk to the
+// lowest. When the host refuses, the thread keeps its priority.
 void takeBackgroundPriority();
 
 } // namespace NS

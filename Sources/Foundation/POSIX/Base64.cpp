@@ -24,7 +24,7 @@ std::uint32_t byteAt(std::string_view bytes, std::size_t index) {
   return index < bytes.size() ? static_cast<unsigned char>(bytes[index]) : 0;
 }
 
-// The bytes of a group whose digits stand in its lowest 6 * digits bits.
+// The bytes of a group whose digits are its lowest 6 * digits bits.
 void appendGroup(std::string &bytes, std::uint32_t group, unsigned digits) {
   group <<= 6 * (groupDigits - digits);
   for (unsigned byte = 0; byte + 1 < digits; ++byte)

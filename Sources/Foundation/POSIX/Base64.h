@@ -12,8 +12,8 @@ namespace NS {
 // One line, padded to groups of four.
 std::string base64FromBytes(std::string_view bytes);
 
-// The reverse. The digits come in groups of four, the last one padded; nothing
-// for any other text. The characters to skip may stand anywhere.
+// Decodes. The digits come in groups of four, the last one padded; empty for
+// any other text. The characters to skip may be at any place.
 std::optional<std::string> bytesFromBase64(std::string_view text, std::string_view skipped = "");
 
 } // namespace NS

@@ -178,8 +178,8 @@ std::optional<Reader::Object> Reader::objectAt(std::size_t offset) const {
   return sound ? std::optional(object) : std::nullopt;
 }
 
-// Up to four bytes are unsigned, eight are signed; sixteen are written for
-// what needs the unsigned range.
+// Up to four bytes are unsigned, eight are signed; sixteen occur for values
+// that need the unsigned range.
 std::optional<PropertyList> Reader::integer(const Object &object) const {
   const char *bytes = data_.data() + object.content;
   if (object.count < 8)

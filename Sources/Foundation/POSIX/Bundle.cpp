@@ -52,7 +52,7 @@ public:
   std::optional<std::string> executablePath() override {
     std::string name = infoString("CFBundleExecutable")
                            .value_or(stringByDeletingPathExtension(lastPathComponent(path_)));
-    // A list that somebody else wrote must not lead out of its folder.
+    // A foreign information list must not lead out of its folder.
     if (!isFileName(name))
       return std::nullopt;
     for (const std::string &folder :

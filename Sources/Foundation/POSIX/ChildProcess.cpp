@@ -47,7 +47,7 @@ private:
 
   std::mutex mutex_; // guards the start and the newcomers
   bool started_ = false;
-  bool isAwake_ = false; // a byte stands in the pipe
+  bool isAwake_ = false; // the pipe holds a byte
   ChildSlot newcomers_;
   descriptors::PipeEnds wake_ = {-1, -1};
   ChildSlot watched_; // used by the thread alone
@@ -79,8 +79,8 @@ void Reaper::prepare() {
 void Reaper::adopt(ChildSlot slot) noexcept {
   std::lock_guard lock(mutex_);
   newcomers_.splice(newcomers_.end(), slot);
-  // One byte stands in the pipe while there are newcomers, so that this write
-  // never has to wait. One that fails is made good by the next.
+  // The pipe holds one byte while there are newcomers, so that this write never
+  // blocks. After a failed write the next one wakes the thread.
   if (!isAwake_)
     isAwake_ = retrying([&] { return ::write(wake_.writing, "", 1); }) == 1;
 }
@@ -142,7 +142,8 @@ void Reaper::waitForAnEnd() {
     else
       timeout = earlierTimeout(timeout, unwatchedInterval);
   }
-  // Whatever ends the wait, asking each child tells.
+  // The wait may end for any reason; the questions to each child give the
+  // answer.
   static_cast<void>(::poll(waits_.data(), static_cast<nfds_t>(waits_.size()), timeout));
 }
 

@@ -18,8 +18,8 @@ namespace NS {
 
 struct ChildOutcome {
   bool signalled = false;
-  // The exit status or the signal's number; -1 when it cannot be known,
-  // because somebody else has reaped the child.
+  // The exit status or the signal's number; -1 when it is unknown, because
+  // other code has reaped the child.
   int status = -1;
 };
 
@@ -34,12 +34,12 @@ public:
   void setDeadline(Clock::time_point deadline) { deadline_ = deadline; }
   std::optional<Clock::time_point> deadline() const { return deadline_; }
 
-  // How it ended, nothing while it runs. Reaps it when it has ended and nobody
-  // has yet; never blocks.
+  // Its outcome; empty while it runs. Reaps it when it has ended and is not
+  // reaped yet; never blocks.
   std::optional<ChildOutcome> outcome();
   void waitUntilEnd();
   // Does nothing to a child that has ended: until it is reaped here its
-  // identifier is its own, and afterwards nobody is sent a signal.
+  // identifier is its own, and afterwards no process gets a signal.
   void kill();
   // Readable once the child has ended. Empty for a child that has ended already
   // or can only be asked.

@@ -25,8 +25,8 @@ public:
   int release() { return std::exchange(fd_, -1); }
   explicit operator bool() const { return fd_ >= 0; }
   void reset() {
-    // Nothing that is written through these descriptors waits for close to
-    // learn of a failure: what must reach the disk is synced before.
+    // No writer through these descriptors relies on close to report a failure:
+    // data that must reach the disk is synced before.
     if (fd_ >= 0)
       static_cast<void>(::close(std::exchange(fd_, -1)));
   }

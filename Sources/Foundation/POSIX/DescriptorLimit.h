@@ -7,7 +7,7 @@
 
 namespace NS {
 
-// What the limit was before raiseDescriptorLimit; nothing if it was not raised.
+// The limit before raiseDescriptorLimit; empty if it was not raised.
 std::optional<rlimit> limitBeforeRaising();
 
 } // namespace NS

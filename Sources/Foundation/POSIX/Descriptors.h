@@ -1,5 +1,5 @@
-// What the bodies of the seam share about descriptors and child processes, and
-// where the hosts differ in how they make them. Not for use above the seam.
+// Descriptors and child processes for the bodies of Foundation, including the
+// calls in which the hosts differ. Internal to Foundation.
 //
 // Thread-safe.
 #pragma once
@@ -21,10 +21,10 @@ PipeEnds openPipe();
 // The same with both ends at the null device.
 PipeEnds openNullDevice();
 
-// Opens what the path names, links followed, unless it is a device: those may
-// do something by merely being opened. Close-on-exec, never waiting and never
-// taking a terminal over; the flags are the access mode. -1 with errno set,
-// EOPNOTSUPP for a device.
+// Opens the item at the path and follows links. Refuses a device, which may act
+// merely because it is opened. Close-on-exec, never waiting and never taking a
+// terminal over; the flags are the access mode. -1 with errno set, EOPNOTSUPP
+// for a device.
 int openUnlessDevice(const char *path, int flags);
 
 // Waits until one of the two can be read or has lost its other end; either may

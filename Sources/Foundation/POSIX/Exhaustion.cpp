@@ -1,4 +1,4 @@
-// Waiting until others give back what has run out.
+// Waits until other requests release an exhausted resource.
 #include "Foundation/Exhaustion.h"
 
 #include "Foundation/Progress.h"

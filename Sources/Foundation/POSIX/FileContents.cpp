@@ -47,7 +47,7 @@ int writeAll(int descriptor, std::string_view data) {
 }
 
 constexpr const char *temporaryPrefix = ".keepwell-new-";
-// Beyond the numbered names, for more replacements at once than anybody makes.
+// More names for when all numbered ones are in use.
 constexpr unsigned randomNames = 16;
 
 // Opens an item of a folder if it is a regular file. The status, as far as it
@@ -98,7 +98,7 @@ private:
 
   int folder_;
   std::string name_;
-  Descriptor former_; // empty when no file stands there
+  Descriptor former_; // empty when there is no former file
   struct stat formerStatus_ = {};
   std::string temporary_;
   bool exists_ = false;

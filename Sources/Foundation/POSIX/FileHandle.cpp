@@ -35,12 +35,13 @@ constexpr std::size_t chunkSize = 65536;
 
 void waitUntilReady(int descriptor, short events) {
   struct pollfd wait = {descriptor, events, 0};
-  // Whatever ends the wait, the caller's next attempt tells.
+  // The wait may end for any reason; the caller's next attempt gives the
+  // answer.
   static_cast<void>(::poll(&wait, 1, -1));
 }
 
-// Keeps the signal for a gone reader from this thread, so that the write's
-// result alone tells of it, in whatever way the process treats that signal.
+// Keeps the signal for a gone reader from this thread, so that only the write's
+// result reports it, for any disposition of that signal in the process.
 class BrokenPipeGuard {
 public:
   BrokenPipeGuard() {

@@ -18,7 +18,7 @@ int makePipe(int (&ends)[2]);
 // that is given as -1 is this process's own. 0 or an errno value.
 int keepStandardStreamsAlone(posix_spawn_file_actions_t &actions, const int (&streams)[3]);
 
-// What the host's way of doing so takes besides, for posix_spawnattr_setflags.
+// Further flags of the host for posix_spawnattr_setflags.
 short spawnFlags();
 
 // Gives a child that was just started another limit of descriptors. Where the

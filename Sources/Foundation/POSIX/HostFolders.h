@@ -1,5 +1,5 @@
-// What each host contributes to the standard folders: its column of the table
-// and the folders that the table's places are relative to.
+// Each host's part of the standard folders: its column of the table and the
+// folders that the table's places are relative to.
 //
 // Thread-safe.
 #pragma once

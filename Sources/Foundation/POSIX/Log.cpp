@@ -31,7 +31,7 @@ std::string singleLine(const std::string &message) {
 
 void writeToStandardError(const std::string &message) {
   std::string line = singleLine(message) + "\n";
-  // A log that nobody can read is no reason to fail the operation.
+  // An unwritable log does not fail the operation.
   ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
   static_cast<void>(written);
 }

@@ -6,10 +6,9 @@
 
 namespace NS {
 
-// The mount point of the volume on which the item itself stands, a final link
-// not followed. Where a host can mount a folder elsewhere, that counts as a
-// volume of its own. Nothing when the
-// item cannot be reached, with errno set.
+// The mount point of the volume of the item itself; does not follow a final
+// link. On a host that can mount a folder at a second place, that counts as a
+// volume of its own. Empty with errno set when the item cannot be reached.
 std::optional<std::string> mountPointOfItem(const std::string &path);
 
 } // namespace NS

@@ -22,7 +22,8 @@ public:
   bool wants(const Notification &notification) const {
     if (name_ && *name_ != notification.name)
       return false;
-    // By ownership: a new object at the address of one that went is no match.
+    // Compares ownership: a new object at the address of a destroyed one does
+    // not match.
     return aboutAny_ || (!object_.owner_before(notification.object) &&
                          !notification.object.owner_before(object_));
   }

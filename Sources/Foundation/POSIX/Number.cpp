@@ -102,7 +102,7 @@ bool Number::isEqual(const Object &other) const {
   std::optional<Whole> theirs = whole(number->value_);
   if (mine || theirs)
     return mine == theirs;
-  // Only doubles are no whole numbers.
+  // Only doubles hold fractions.
   return this == number || doubleValue() == number->doubleValue();
 }
 

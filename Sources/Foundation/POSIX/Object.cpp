@@ -1,5 +1,5 @@
-// What every object answers, and class names read back from the compiler's
-// type information.
+// Defaults of every object, and class names read back from the compiler's type
+// information.
 #include "Foundation/Object.h"
 
 #include <cxxabi.h>
@@ -26,7 +26,7 @@ std::string nameOfType(const std::type_info &type) {
   std::string name = demangled(type.name());
   if (name.starts_with("NS::"))
     return "NS" + name.substr(4);
-  // What lies in other namespaces carries its prefix in its own name.
+  // Classes of other namespaces have the prefix in their own name.
   std::size_t templateStart = name.find('<');
   std::size_t scope = name.rfind("::", templateStart);
   return scope == std::string::npos ? name : name.substr(scope + 2);

@@ -22,7 +22,7 @@ std::size_t lastComponentStart(std::string_view fixed) {
   return slash == std::string_view::npos ? 0 : slash + 1;
 }
 
-// Where the extension's dot stands in a fixed path, npos when there is none.
+// The place of the extension's dot in a fixed path, npos when there is none.
 std::size_t extensionDot(std::string_view fixed) {
   std::size_t start = lastComponentStart(fixed);
   std::size_t dot = fixed.rfind('.');

@@ -16,8 +16,8 @@ extern "C" void endWithSuccess(int) {
   ::_exit(0);
 }
 
-// What a program keeps of the process that started it. Handlers are left: they
-// are not inherited, so that somebody in this process has installed them.
+// Resets the signal settings that this process inherited. Leaves handlers: they
+// are not inherited, so code of this process has installed them.
 void forgetInheritedSignals() {
   for (int signal = 1; signal < NSIG; ++signal) {
     struct sigaction action;
@@ -34,8 +34,8 @@ public:
   void exit(int status) override {
     for (const auto &hook : takeHooks())
       hook();
-    // Handlers of other requests may still be running: destructors of what
-    // they use must not run beneath them, and nothing here waits for them.
+    // Handlers of other requests may still be running. Destructors must not
+    // destroy objects that they use, and this call waits for none.
     ::_exit(status);
   }
 

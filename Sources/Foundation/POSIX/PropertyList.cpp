@@ -22,7 +22,7 @@ struct PropertyList::Node {
 
   std::variant<Array, Dictionary> content;
   std::atomic<std::size_t> holders{1};
-  Node *nextDying = nullptr; // only once nobody holds the node
+  Node *nextDying = nullptr; // only once the node has no owner
 };
 
 PropertyList::Reference::Reference(const Reference &other) : node_(other.node_) {
@@ -288,7 +288,8 @@ bool operator==(const PropertyList &left, const PropertyList &right) {
 
 namespace {
 
-constexpr std::size_t descriptionLimit = 64 * 1024; // bytes; more helps nobody in a log
+// bytes; longer descriptions are of no use in a log
+constexpr std::size_t descriptionLimit = 64 * 1024;
 
 // The platform's older notation. Text beyond the limit is left out.
 class Describer {

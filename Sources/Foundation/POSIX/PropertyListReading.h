@@ -1,5 +1,5 @@
-// What the two readers of property lists share: their bounds and the account
-// of what a list costs.
+// The bounds of both readers of property lists, and their account of the cost
+// of a list.
 #pragma once
 
 #include "Foundation/PropertyList.h"
@@ -15,8 +15,8 @@ struct PropertyListBounds {
   static constexpr std::size_t dataSize = 8u << 20;  // bytes
   static constexpr std::size_t depth = 512;          // containers around a value
   static constexpr std::size_t contents = 24u << 20; // bytes, as charged below
-  // What one value is charged besides its text, an upper estimate of what it
-  // takes in a container, and what a container is charged besides its elements.
+  // The charge for one value besides its text, an upper estimate of its space
+  // in a container, and the charge for a container besides its elements.
   static constexpr std::size_t valueCost = 96;
   static constexpr std::size_t containerCost = 128;
 };

@@ -1,5 +1,4 @@
-// A walk over a property list that needs no recursion, for whatever prints
-// one.
+// A walk over a property list without recursion, for printers of any form.
 #pragma once
 
 #include "Foundation/PropertyList.h"

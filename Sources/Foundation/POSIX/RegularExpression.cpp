@@ -1,5 +1,5 @@
-// ICU's expressions, the dialect of the platform, with a bound on what one
-// search may cost.
+// ICU's expressions, the dialect of the platform, with a bound on the cost of
+// one search.
 #include "Foundation/RegularExpression.h"
 
 #include "Foundation/Unicode.h"
@@ -20,7 +20,7 @@ struct CloseExpression {
 };
 using Expression = std::unique_ptr<URegularExpression, CloseExpression>;
 
-// Where in the text the unit of its UTF-16 form stands.
+// The byte in the text at which this unit of its UTF-16 form begins.
 std::size_t byteOfUnit(std::string_view text, std::size_t unit) {
   std::size_t index = 0;
   for (std::size_t units = 0; index < text.size() && units < unit;) {

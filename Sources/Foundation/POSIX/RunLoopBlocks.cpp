@@ -36,7 +36,7 @@ void RunLoopBlocks::add(std::function<void()> block, const RunLoopModes &modes) 
 
 void RunLoopBlocks::addDelayed(double seconds, std::function<void()> block,
                                const RunLoopModes &modes) {
-  constexpr double longest = 9e18; // nanoseconds; what follows saturates nowhere else
+  constexpr double longest = 9e18; // nanoseconds; keeps the conversion below from overflowing
   double delay = std::isnan(seconds) ? 0 : std::clamp(seconds * 1e9, 0.0, longest);
   MonotonicTime due = Clock::shared().monotonicTime();
   auto wait = nanoseconds(static_cast<std::int64_t>(delay));

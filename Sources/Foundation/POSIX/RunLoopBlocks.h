@@ -22,15 +22,15 @@ class RunLoopBlocks {
 public:
   // Due since ever, so that delayed blocks never come between.
   void add(std::function<void()> block, const RunLoopModes &modes);
-  // A delay below nothing and one that is no number count as none; one beyond
-  // the end of time never ends.
+  // A negative delay and NaN count as 0; a delay beyond the end of time never
+  // ends.
   void addDelayed(double seconds, std::function<void()> block, const RunLoopModes &modes);
 
   // When the first block of the mode is due.
   MonotonicTime firstDue(const std::string &mode);
-  // Runs the mode's blocks that are due, but none that came after this call:
-  // what a block adds is for the next turn. An exception that leaves a block is
-  // logged. Whether any was run.
+  // Runs the mode's blocks that are due, but none added after this call: a
+  // block added by another waits for the next turn. Logs an exception that
+  // leaves a block. Returns whether any block ran.
   bool performDue(const std::string &mode);
 
 private:

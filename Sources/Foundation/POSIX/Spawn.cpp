@@ -1,4 +1,4 @@
-// Pipes and child processes, but for what each host does in its own way.
+// Pipes and child processes, apart from the calls in which the hosts differ.
 #include "Foundation/Exception.h"
 #include "Foundation/POSIX/Descriptor.h"
 #include "Foundation/POSIX/DescriptorLimit.h"
@@ -56,8 +56,8 @@ public:
   SpawnAttributes(const SpawnAttributes &) = delete;
   SpawnAttributes &operator=(const SpawnAttributes &) = delete;
 
-  // A tool must meet a gone reader as it would when started from a shell,
-  // whatever this process ignores or blocks.
+  // A tool must meet a gone reader as when started from a shell, for any
+  // signals that this process ignores or blocks.
   int resetSignals() {
     sigset_t none;
     sigset_t all;

@@ -10,7 +10,7 @@
 
 namespace NS {
 
-// What a place of the table is relative to.
+// The folder that a place of the table is relative to.
 enum class FolderBase {
   None,          // the host has no such folder
   Root,          // the root of the file system

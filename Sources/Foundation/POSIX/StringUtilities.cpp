@@ -1,5 +1,5 @@
-// The part of the string utilities that needs no tables of Unicode: all of it
-// stands on the search and on single characters.
+// The string utilities that need no tables of Unicode: they use only the search
+// and single characters.
 #include "Foundation/StringUtilities.h"
 
 #include "Foundation/Exception.h"

@@ -1,4 +1,4 @@
-// A task: its settings, its launch, and what became of it.
+// A task: its settings, its launch, and its outcome.
 #include "Foundation/Task.h"
 
 #include "Foundation/Exception.h"
@@ -56,7 +56,7 @@ private:
     const std::optional<ChildOutcome> outcome = child_.outcome();
     if (isOverdue() && (!outcome || outcome->signalled))
       return Step::Failed;
-    // What a child wrote before its end stands in the pipe by now.
+    // The pipe holds all output of a child that has ended.
     const bool hasEnded = outcome.has_value();
     const int timeout = hasEnded ? 0 : patience();
     if (descriptors::waitForReading(pipe_, hasEnded ? -1 : exit_.get(), timeout).first)
@@ -150,7 +150,7 @@ void ProcessTask::checkSettings() const {
     refuse("launch path not set");
   if (holdsNul(launchPath_))
     refuse("launch path contains a NUL byte");
-  // What the working directory happens to hold must not decide what runs.
+  // The contents of the working directory must not decide which program runs.
   if (launchPath_.front() != '/')
     refuse("launch path not absolute");
   for (std::size_t index = 0; index < arguments_.size(); ++index)

@@ -29,8 +29,8 @@ public:
     using Clock = std::chrono::steady_clock;
     std::chrono::duration<double> wanted(std::fmin(seconds, longestSleep));
     auto end = Clock::now() + std::chrono::ceil<Clock::duration>(wanted);
-    // Measured anew after each signal: the system rounds what it says is left
-    // up, and a stream of signals would make the sleep endless.
+    // Measured anew after each signal: the system rounds the remaining time up,
+    // and a stream of signals would make the sleep endless.
     for (auto left = end - Clock::now(); left.count() > 0; left = end - Clock::now()) {
       auto whole = std::chrono::floor<std::chrono::seconds>(left);
       auto rest = std::chrono::ceil<std::chrono::nanoseconds>(left - whole);

@@ -1,4 +1,5 @@
-// File URLs as values; what must ask the host stands in URLResourceValues.cpp.
+// File URLs as values; URLResourceValues.cpp has the functions that ask the
+// host.
 #include "Foundation/URL.h"
 
 #include "Foundation/PathUtilities.h"

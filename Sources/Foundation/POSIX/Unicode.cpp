@@ -10,7 +10,7 @@ namespace {
 constexpr char32_t replacementCharacter = 0xfffd;
 constexpr char16_t escapedByte = 0xdc00;
 
-// What a lead byte promises: the length of the sequence, its first bits, and
+// The meaning of a lead byte: the length of the sequence, its first bits, and
 // the least code point that needs that length.
 struct Lead {
   std::size_t length;

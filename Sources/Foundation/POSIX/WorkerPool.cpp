@@ -77,7 +77,7 @@ struct WorkerPool::State {
   const Preparation prepare;
   std::mutex mutex;
   std::condition_variable workArrived;
-  Lines lines; // the one whose turn is next stands first
+  Lines lines; // the next one is at the front
   std::size_t underWay = 0;
   std::size_t threads = 1;     // the constructor's
   std::size_t idleThreads = 1; // from a thread's start until it takes work
@@ -146,7 +146,7 @@ void WorkerPool::workOn(const std::shared_ptr<State> &state) {
     --state->idleThreads;
     lock.unlock();
     work();
-    work = nullptr; // what it holds goes outside the lock
+    work = nullptr; // its contents are destroyed outside the lock
     lock.lock();
     ++state->idleThreads;
     --state->underWay;

@@ -14,7 +14,7 @@ namespace NS {
 // How many pieces of work may be under way at once.
 struct WorkerLimits {
   std::size_t inAll = 64;
-  // The rest is kept for others, even while nobody else has any work.
+  // The rest is kept for other users, even while none of them has work.
   std::size_t ofOneUser = inAll;
 };
 
@@ -27,7 +27,7 @@ public:
   // The first thread is started here, so that work finds one even when the
   // system gives no more: throws std::system_error when it cannot be.
   WorkerPool(WorkerLimits limits, std::chrono::milliseconds idleTime, Preparation prepare = {});
-  // Does not wait: threads finish what was submitted and then end.
+  // Does not wait: threads finish the submitted work and then end.
   ~WorkerPool();
   WorkerPool(const WorkerPool &) = delete;
   WorkerPool &operator=(const WorkerPool &) = delete;

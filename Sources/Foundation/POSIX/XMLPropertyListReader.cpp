@@ -1,6 +1,6 @@
-// The reader of XML property lists, on expat's events. Values under
-// construction stand on a stack of our own, so that depth costs no stack of
-// the machine.
+// The reader of XML property lists, on expat's events. It keeps values under
+// construction on a stack of its own, so that depth takes no stack of the
+// machine.
 #include "Foundation/POSIX/PropertyListReading.h"
 
 #include <algorithm>
@@ -77,8 +77,8 @@ std::optional<PropertyList> integerFrom(std::string_view text) {
   return PropertyList(static_cast<std::int64_t>(0 - magnitude));
 }
 
-// Decimal; infinity or zero when no double can hold it. By strtod_l, since not
-// every C++ library has from_chars for reals.
+// Reads a decimal; infinity or zero beyond the range of a double. By strtod_l,
+// since not every C++ library has from_chars for reals.
 std::optional<PropertyList> realFrom(std::string_view text) {
   static const locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
   const std::string number(trimmed(text));
@@ -129,8 +129,8 @@ int base64Digit(char c) {
   return c == '+' ? 62 : c == '/' ? 63 : -1;
 }
 
-// As the platform reads it, which never refuses data: what is no digit is
-// passed over, and an unfinished group of four at the end is dropped.
+// Decodes as the platform does, which never refuses data: it skips characters
+// that are not digits, and drops an unfinished group of four at the end.
 PropertyList dataFrom(std::string_view text) {
   std::string bytes;
   bytes.reserve(text.size() / 4 * 3);
@@ -199,7 +199,7 @@ private:
   bool failed_ = false;
 };
 
-// Whether an element may stand here: a key and a value in turn in a
+// Tells whether an element may begin here: a key and a value in turn in a
 // dictionary, any value in an array, one value in all outside.
 bool Reader::mayBegin(Tag tag) const {
   if (inLeaf_ || tag == Tag::Unknown)

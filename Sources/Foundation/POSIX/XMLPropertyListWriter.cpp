@@ -40,7 +40,7 @@ private:
 };
 
 bool Writer::appendEscaped(std::string_view content) {
-  // U+FFFE and U+FFFF are no characters of XML.
+  // XML excludes U+FFFE and U+FFFF.
   if (!isWellFormedUTF8(content) || content.find("\xef\xbf\xbe") != std::string_view::npos ||
       content.find("\xef\xbf\xbf") != std::string_view::npos)
     return false;

@@ -15,8 +15,8 @@
 
 namespace NS::descriptors {
 
-// Nothing can stand for an item here without opening it; what is exchanged for
-// a device between the two calls is opened.
+// This host has no handle for an item that is not open. An item that is
+// exchanged for a device between the two calls is opened.
 int openUnlessDevice(const char *path, int flags) {
   struct stat status;
   if (::stat(path, &status) != 0)

@@ -40,7 +40,7 @@ std::optional<std::string> mountPointOfItem(const std::string &path) {
   if (!place || ::statfs(place->c_str(), &volume) != 0)
     return std::nullopt;
   // The start volume shows folders of its data volume as its own. Such an item
-  // does not stand below the data volume's mount point.
+  // is not below the data volume's mount point.
   std::string mountPoint = volume.f_mntonname;
   return isWithin(*place, mountPoint) ? mountPoint : "/";
 }
