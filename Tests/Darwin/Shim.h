@@ -1,8 +1,8 @@
-// The calls of the macOS system library that the macOS bodies make, over this
-// host's own: what their manual pages say, on Linux. Headers has their
-// declarations; the bodies are compiled with it in front of the host's.
+// The macOS system calls of the macOS bodies, implemented on Linux after their
+// manual pages. Headers has their declarations; the bodies are compiled with
+// that folder in front of the host's headers.
 //
-// A test says what the calls are to find and sees what they were asked.
+// A test sets the results of the calls and checks their arguments.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,7 @@ struct Shim {
   int launchData = 0;           // objects that were not freed
   int messages = 0;             // that launchd was sent
 
-  // Names by what they are on this host, where names are shorter.
+  // Names by their names on this host, where names are shorter.
   std::map<std::string, std::string> names;
   // Names whose attributes getattrlistbulk cannot get.
   std::set<std::string> unreadable;

@@ -1,4 +1,5 @@
-// Whatever the binary reader accepts must come back equal from its XML form.
+// Each list that the binary reader accepts must come back equal from its XML
+// form.
 #include "PropertyListRoundTrip.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {

@@ -1,5 +1,5 @@
-// A call to the listener with any signature and any body: it is answered once
-// at most, and the next call is answered whatever came before.
+// Sends the listener a call with any signature and any body. It must answer the
+// call at most once, and must answer the next call after any other.
 //
 // The first byte chooses the member, the second tells whether a reply is
 // expected, whether the signature is the member's own, and whether the call goes
@@ -36,7 +36,7 @@ const std::array<Served, 5> &served() {
   return members;
 }
 
-// What stands beside it at every object.
+// The members of every object besides the listener's.
 struct Other {
   const char *interface;
   const char *member;
@@ -58,7 +58,8 @@ Other chosen(std::uint8_t number, bool isOther) {
   return {interfaceName, member.member, member.signature};
 }
 
-// What came is sent back, and so has to be what a message can hold.
+// The listener sends the arguments back, so they must be values that a message
+// can hold.
 std::shared_ptr<const NS::XPCInterface> interface() {
   auto result = std::make_shared<NS::XPCInterface>();
   result->name = interfaceName;

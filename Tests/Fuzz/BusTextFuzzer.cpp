@@ -1,5 +1,5 @@
-// Whatever bytes a path or a tool's output holds, the text sent is one that
-// every receiver accepts, and text that already was stays as it is.
+// For any bytes of a path or a tool's output, the text sent must be one that
+// every receiver accepts. Text that is valid already must stay unchanged.
 #include "Foundation/Linux/BusText.h"
 
 #include <cstdint>

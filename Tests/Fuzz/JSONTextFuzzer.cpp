@@ -7,7 +7,7 @@
 
 namespace {
 
-// Whether what stands at the place is an escape of JSON; moves behind it.
+// Tells whether an escape of JSON begins at the place, and moves past it.
 bool passEscape(std::string_view text, std::size_t &at) {
   if (at + 1 >= text.size())
     return false;

@@ -1,5 +1,5 @@
-// Any file as a launchd job list: what is asked of it is answered, and
-// consistently.
+// Any file as a launchd job list: the manager must answer all questions about
+// it, and consistently.
 #include "Foundation/PropertyList.h"
 #include "Foundation/SharedInstance.h"
 #include "Support/FakeFileContents.h"

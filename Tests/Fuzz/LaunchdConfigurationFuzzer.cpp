@@ -1,6 +1,6 @@
-// A library and a line, parted by the first line feed. What comes back is the
-// line itself, nothing, or the rebuilt line; and a library that was taken out
-// is not found as a piece of the list again.
+// A library and a line, separated by the first line feed. The result is the
+// line itself, nothing, or the rebuilt line, and the list never holds a removed
+// library again.
 #include "Additions/NSStringAdditions.h"
 #include "Foundation/Exception.h"
 #include "Tools/KWLaunchdManager.h"

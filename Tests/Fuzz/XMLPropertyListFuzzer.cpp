@@ -1,4 +1,5 @@
-// Whatever the XML reader accepts must come back equal from what is written.
+// Each list that the XML reader accepts must come back equal from its written
+// form.
 #include "PropertyListRoundTrip.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {

@@ -10,7 +10,7 @@
 
 namespace kwtest {
 
-// A class of people and what they may do, three bits.
+// A class of users and their rights, three bits.
 struct Grant {
   std::uint16_t tag;
   std::uint16_t rights;

@@ -14,12 +14,12 @@ namespace kwtest {
 using kw::ClientError;
 using Strings = std::vector<std::string>;
 
-// What the agent of these tests answers.
+// The answers of these tests' agent.
 struct Record {
   bool success = true; // turned for the Trash, as the agent does
   std::optional<NS::Error> error;
   std::int64_t size = 0;
-  std::optional<std::string> echo; // instead of what was sent
+  std::optional<std::string> echo; // in place of the text sent
   std::optional<ClientError> failure;
   Strings buses;
   Strings requests;

@@ -17,7 +17,7 @@ inline std::string bigEndian(std::uint64_t number, std::size_t size) {
   return bytes;
 }
 
-// What may be wrong about the end of a list.
+// The possible faults at the end of a list.
 struct BinaryTrailer {
   std::size_t offsetSize = 4;
   std::size_t referenceSize = 2;

@@ -1,4 +1,4 @@
-// Runs the command within the test and keeps what it prints.
+// Runs the command within the test and keeps its output.
 #pragma once
 
 #include "CommandLine/CommandLine.h"

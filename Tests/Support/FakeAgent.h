@@ -1,5 +1,5 @@
-// An agent without a bus: notes what it is asked and answers as the test says,
-// over connections that can be broken.
+// An agent without a bus: records its requests and gives the answers that the
+// test sets, over connections that the test can break.
 #pragma once
 
 #include "Client/AgentConnection.h"
@@ -55,7 +55,7 @@ public:
   void sendProgress(const std::string &chunk) {
     change([&] { arrived_.emplace_back(chunk); });
   }
-  // It cancels what it holds when asked to, which an agent of old cannot.
+  // From now on it cancels held requests when asked to, unlike an old agent.
   void learnToCancel() {
     std::lock_guard lock(mutex_);
     canCancel_ = true;
@@ -77,7 +77,7 @@ public:
     std::lock_guard lock(mutex_);
     chunks_ = std::move(chunks);
   }
-  // The connection ends, what is held goes with it.
+  // Ends the connection and drops the requests that it holds.
   void breakConnection() {
     change([this] {
       broken_ = true;
@@ -205,7 +205,7 @@ private:
   template <typename Work> void change(Work work) {
     std::lock_guard lock(mutex_);
     work();
-    changed_.notify_all(); // still locked: who waits may be the destructor
+    changed_.notify_all(); // still locked: the destructor may be waiting
   }
 
   std::unique_ptr<kw::AgentConnection> connect() {

@@ -1,5 +1,5 @@
-// The daemon's side of a message bus with one peer, made by hand: what it
-// sends to the peer is up to the test, byte by byte.
+// The daemon's side of a message bus with one peer. The test chooses every byte
+// that it sends to the peer.
 #pragma once
 
 #include "Support/ScratchFolder.h"
@@ -77,8 +77,7 @@ public:
 
   std::string address() const { return "unix:path=" + scratch_.path("bus"); }
 
-  // Sends a call with this body, whatever it is, from a client's name, and
-  // returns its serial.
+  // Sends a call with any body from a client's name, and returns its serial.
   std::uint32_t call(std::string_view path, std::string_view interface, std::string_view member,
                      std::string_view signature, std::string_view body, std::uint8_t flags) {
     WireWriter fields;
@@ -92,8 +91,9 @@ public:
     std::lock_guard lock(mutex_);
     return send(Call, flags, fields.bytes(), body);
   }
-  // What each answer to the call was that had come when the other was answered:
-  // the name of its error, empty for a reply. Forgets all answers.
+  // Waits for the answer to the other call, and returns each answer that the
+  // first call had by then: the name of its error, empty for a reply. Forgets
+  // all answers.
   std::vector<std::string> answersWhenAnswered(std::uint32_t serial, std::uint32_t other) {
     std::unique_lock lock(mutex_);
     arrived_.wait(lock, [&] { return answers_.contains(other); });
@@ -150,7 +150,7 @@ private:
   void serve() {
     try {
       talk();
-    } catch (const PeerIsGone &) { // nobody is left to talk to
+    } catch (const PeerIsGone &) { // the peer is gone
     }
   }
   void talk() {
@@ -161,7 +161,7 @@ private:
         break;
       if (line.find("NEGOTIATE") != std::string::npos)
         writeAll("AGREE_UNIX_FD\r\n");
-      else if (line.ends_with("AUTH EXTERNAL\r\n")) // without saying who it is
+      else if (line.ends_with("AUTH EXTERNAL\r\n")) // without a user name
         writeAll("DATA\r\n");
       else
         writeAll("OK 0123456789abcdef0123456789abcdef\r\n");
@@ -231,7 +231,7 @@ private:
   ScratchFolder scratch_;
   int listening_;
   int peer_ = -1;
-  std::mutex mutex_; // guards what is below, and what is written after the start
+  std::mutex mutex_; // guards the members below, and writing after the start
   std::condition_variable arrived_;
   std::uint32_t lastSerial_ = 0;
   std::map<std::uint32_t, std::vector<std::string>> answers_; // by the serial of the call

@@ -1,5 +1,5 @@
-// A clock that stands still until it is moved, and on which a wait with a
-// deadline takes no time: it moves the clock to the deadline.
+// A clock that moves only by hand. A wait with a deadline takes no time: it
+// moves the clock to the deadline.
 #pragma once
 
 #include "Foundation/Clock.h"
@@ -36,7 +36,7 @@ public:
     wall_.since1970 += by;
   }
 
-  // The deadline waited for last on each clock, nothing when nobody waited.
+  // The last deadline of a wait on each clock; empty without one.
   std::optional<NS::MonotonicTime> monotonicDeadline() {
     std::lock_guard lock(mutex_);
     return monotonicDeadline_;

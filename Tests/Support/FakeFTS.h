@@ -15,14 +15,14 @@
 
 namespace kwtest {
 
-// Plays one root folder and leaves within it, or whatever else is added.
+// Plays one root folder with leaves, and the entries that a test adds.
 class FakeFTS final : public NS::FTS {
 public:
   FakeFTS() { top.level = -1; }
 
-  // The entry that stands above the root.
+  // The entry above the root.
   NS::FTSEntry top;
-  // Given out in order; an entry may stand in it twice, as a folder does.
+  // Returned in order; an entry may occur twice, as a folder does.
   struct Step {
     NS::FTSEntry *entry;
     NS::FTSInfo info;

@@ -18,7 +18,7 @@ public:
   std::map<std::string, std::int64_t> flags;
   // errno of each change of flags, 0 for success.
   int changeError = 0;
-  // What cannot be cleared beneath a folder, by its path.
+  // The items beneath a folder that cannot be cleared, by its path.
   std::map<std::string, std::string> lockedBeneath;
   // "stat PATH", "chflags PATH FLAGS" and "clear beneath PATH MASK", in order.
   std::vector<std::string> calls;

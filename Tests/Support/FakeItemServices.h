@@ -1,6 +1,5 @@
-// What a host may know about items besides the file system, made up by a test:
-// attributes, registry, aliases, index, standard folders. Each is in force for
-// as long as it lives.
+// Fakes of a host's knowledge about items besides the file system: attributes,
+// registry, aliases, index, standard folders. Each is in force during its life.
 #pragma once
 
 #include "Foundation/AppKitVersion.h"
@@ -39,7 +38,7 @@ private:
 class FakeExtendedAttributes final : public NS::ExtendedAttributes {
 public:
   std::string names;                  // as the call writes them
-  std::optional<std::int64_t> size;   // what the first call answers, if not the truth
+  std::optional<std::int64_t> size;   // the first call's answer, if not the truth
   std::optional<std::int64_t> length; // and the second
   std::vector<int> options;           // of each call
 

@@ -1,4 +1,4 @@
-// A launchd that knows the jobs it is told of and remembers what it was asked.
+// A launchd that knows the jobs of the test and records its requests.
 #pragma once
 
 #include "Foundation/Launchd.h"

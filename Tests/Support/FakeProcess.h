@@ -19,7 +19,7 @@ public:
   void beforeExit(std::function<void()>) override {}
   void installSignalDispositions() override {}
 
-  std::function<void()> atExit;  // what a test looks at in that moment
+  std::function<void()> atExit;  // the test's checks at that moment
   std::optional<int> exitStatus; // nothing until the end
 
 private:

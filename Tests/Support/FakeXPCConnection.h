@@ -1,4 +1,4 @@
-// A connection that only notes what is done to it.
+// A connection that only records the calls of its members.
 #pragma once
 
 #include "Foundation/XPCConnection.h"

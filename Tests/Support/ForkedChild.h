@@ -13,8 +13,8 @@
 
 namespace kwtest {
 
-// The body answers with an empty text when all was well, else with what was
-// not. Gives that text, or a sentence on how the process ended otherwise.
+// Runs the body in a child. The body returns an empty text on success, else the
+// failure. Returns that text, or a sentence on any other end of the process.
 template <typename Body> std::string inForkedChild(Body body) {
   int ends[2];
   if (::pipe(ends) != 0)
@@ -47,7 +47,7 @@ inline bool isRoot() {
   return ::geteuid() == 0;
 }
 
-// From now on this process is nobody. Only for a forked child of root.
+// Makes this process one of the user "nobody". Only for a forked child of root.
 inline bool dropRoot() {
   constexpr unsigned nobody = 65534;
   return ::setgroups(0, nullptr) == 0 && ::setgid(nobody) == 0 && ::setuid(nobody) == 0;

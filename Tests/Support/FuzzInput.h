@@ -1,4 +1,4 @@
-// What every fuzz target does with its bytes.
+// Functions that all fuzz targets share.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,7 @@ inline std::string_view fuzzText(const std::uint8_t *data, std::size_t size) {
                    : std::string_view(reinterpret_cast<const char *>(data), size);
 }
 
-// The first line and what follows it, which is empty when there is one line.
+// The first line and the rest after it, which is empty for one line.
 inline std::pair<std::string_view, std::string_view> firstLineAndRest(std::string_view text) {
   std::size_t end = text.find('\n');
   if (end == std::string_view::npos)
@@ -23,7 +23,7 @@ inline std::pair<std::string_view, std::string_view> firstLineAndRest(std::strin
   return {text.substr(0, end), text.substr(end + 1)};
 }
 
-// Ends the process when a promise is broken, whatever the build type.
+// Ends the process when a promise is broken, in every build type.
 inline void require(bool holds, const char *promise) {
   if (holds)
     return;

@@ -1,4 +1,4 @@
-// Collects what is logged while it lives. Thread-safe.
+// Collects log messages during its life. Thread-safe.
 #pragma once
 
 #include "Foundation/Log.h"

@@ -1,4 +1,4 @@
-// Drives the main run loop from a test, which stands on the main thread.
+// Drives the main run loop from a test, which runs on the main thread.
 #pragma once
 
 #include "Foundation/RunLoop.h"
@@ -11,9 +11,9 @@ inline bool turnMainRunLoop() {
   return NS::RunLoop::mainRunLoop().runMode(NS::DefaultRunLoopMode, {});
 }
 
-// Handles events until the condition holds; it is asked on this thread after
-// every event. Whoever makes it true from another thread gives the loop a
-// block to wake it.
+// Handles events until the condition holds, and checks it on this thread after
+// every event. Another thread that makes it true must wake the loop with a
+// block.
 inline void runMainRunLoopUntil(const std::function<bool()> &condition) {
   while (!condition())
     NS::RunLoop::mainRunLoop().runMode(NS::DefaultRunLoopMode,

@@ -1,5 +1,5 @@
-// Runs a part of a test where it may mount what it likes: a forked child with
-// mounts of its own. Needs root.
+// Runs a part of a test in a forked child with private mounts, where it may
+// mount freely. Needs root.
 #pragma once
 
 #include "Support/ForkedChild.h"

@@ -23,7 +23,7 @@ public:
   }
 
 private:
-  // What the volume refuses is simply not in the tree.
+  // The tree simply lacks items that the volume refuses.
   static void attempt(int /*result*/) {}
 
   std::size_t pick(std::size_t count) { return random_() % count; }

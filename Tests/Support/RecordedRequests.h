@@ -1,4 +1,4 @@
-// A journal that only keeps what it is given.
+// A journal that only keeps its records.
 #pragma once
 
 #include "Foundation/RequestJournal.h"

@@ -1,5 +1,5 @@
-// A file manager without a file system: a set of paths that exist, and a record
-// of what was removed and copied.
+// A file manager without a file system: a set of existing paths, and a record
+// of removals and copies.
 #pragma once
 
 #include "Foundation/FileManager.h"
@@ -40,7 +40,7 @@ public:
     return true;
   }
 
-  // Not asked by what these tests test.
+  // The code under test never calls it.
   bool isReadableFileAtPath(const std::string &) override { return false; }
   bool isExecutableFileAtPath(const std::string &) override { return false; }
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(const std::string &,

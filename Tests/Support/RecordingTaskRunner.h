@@ -1,5 +1,5 @@
-// A task runner that runs nothing: it records what was asked and answers as
-// the test arranged.
+// A task runner that runs no tool: it records each call and gives the answers
+// that the test sets.
 #pragma once
 
 #include "Tools/KWTaskRunner.h"
@@ -21,12 +21,13 @@ public:
     friend bool operator==(const Run &, const Run &) = default;
   };
 
-  // What a tool does in place of running; by the tool's path.
+  // The statuses that it returns, by the tool's path.
   std::map<std::string, long long> statuses; // 0 when not set
   std::map<std::string, Output> outputs;     // nil when not set
   // Called for each run, before it is answered.
   std::function<void(const Run &)> onRun;
-  // What becomes of a run with completion; none: output and status from above.
+  // The outcome of a run with completion; without it, output and status from
+  // above.
   std::function<void(const CompletionHandler &)> onCompletion;
 
   std::vector<Run> runs() const {

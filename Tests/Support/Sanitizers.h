@@ -1,4 +1,5 @@
-// Whether the test was built with a sanitizer, for what cannot be tried then.
+// Tells whether the test was built with a sanitizer, which rules out some
+// tests.
 #pragma once
 
 namespace kwtest {

@@ -1,5 +1,5 @@
-// Serves the agent's name on a bus of a test's own, as much of it as the tests
-// of the client need, and notes what it was told.
+// Serves the agent's name on a test's own bus, with the members that the tests
+// of the client need, and records its settings.
 #pragma once
 
 #include "Foundation/Error.h"
@@ -196,7 +196,7 @@ private:
   void cancel(BusMessage &call) {
     auto node = shredding_.extract(call.readUInt32());
     reply(call, !node.empty());
-    if (node) // the work gives no reason for what it did not do
+    if (node) // the reply gives no reason for the unfinished work
       reply(node.mapped(), finishes_.load(), std::monostate());
   }
 

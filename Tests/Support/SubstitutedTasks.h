@@ -1,5 +1,5 @@
-// Tasks that run a program of the test's in place of the one that was asked
-// for, and tell what that was.
+// Tasks that run a program of the test's in place of the requested one, and
+// record the request.
 #pragma once
 
 #include "Foundation/Task.h"
