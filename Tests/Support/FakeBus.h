@@ -10,6 +10,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/socket.h>
@@ -65,7 +66,7 @@ public:
   FakeBus() : listening_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_un name{};
     name.sun_family = AF_UNIX;
-    const std::string path = scratch_.path("bus");
+    const std::string path = scratch_->path("bus");
     std::memcpy(name.sun_path, path.c_str(), path.size() + 1);
     if (::bind(listening_, reinterpret_cast<const sockaddr *>(&name), sizeof name) != 0 ||
         ::listen(listening_, 1) != 0)
@@ -75,7 +76,8 @@ public:
   // It lives as long as the process: so does its thread.
   ~FakeBus() = delete;
 
-  std::string address() const { return "unix:path=" + scratch_.path("bus"); }
+  // To be asked for before the peer comes.
+  std::string address() const { return "unix:path=" + scratch_->path("bus"); }
 
   // Sends a call with any body from a client's name, and returns its serial.
   std::uint32_t call(std::string_view path, std::string_view interface, std::string_view member,
@@ -155,6 +157,7 @@ private:
   }
   void talk() {
     peer_ = ::accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC);
+    scratch_.reset(); // no other peer will look for the socket
     while (true) {
       const std::string line = readLine();
       if (line.find("BEGIN") != std::string::npos)
@@ -228,7 +231,7 @@ private:
          body.bytes());
   }
 
-  ScratchFolder scratch_;
+  std::optional<ScratchFolder> scratch_{std::in_place};
   int listening_;
   int peer_ = -1;
   std::mutex mutex_; // guards the members below, and writing after the start
