@@ -3,7 +3,7 @@ the request is answered with an error or done all the same, the agent goes on,
 nothing is left in it, and the next request works.
 
 KEEPWELL_FAULTS=full tries every allocation; otherwise those at equal distances."""
-from Support import harness, scenes, toolscenes
+from Support import figures, harness, scenes, toolscenes
 from Support.bus import is_running
 from Support.faults import FULL, FaultTestCase
 from Support.rawbus import BusError
@@ -57,18 +57,20 @@ class AllocationTest(FaultTestCase):
         flag, _ = self.ask(scene)
         self.assertEqual((flag, scene.complaint(flag), scene.leftovers()), (scene.usual, "", []))
         self.assertEqual(self.canaries.damage(), [])
-        print(f"{kind.__name__}: {len(numbers)} allocations failed, {failures} requests with them",
-              flush=True)
-        return failures
+        return len(numbers), failures, int(self.root.agent_pid() != self.pid)
 
     def test_a_request_that_runs_out_of_memory_fails_alone(self):
+        done = []
         for kind in scenes.ALL + toolscenes.ALL:
             self.root.empty(DATA)
-            failures = self.check_scene(kind)
+            done.append(self.check_scene(kind))
             if kind is not toolscenes.Echo:  # the thread of the bus answers it
-                self.assertGreater(failures, 0)
+                self.assertGreater(done[-1][1], 0)
+        figures.row(f"the threads that work on the {len(done)} scenes above, each",
+                    *map(sum, zip(*done)))
 
     def test_the_thread_of_the_bus_answers_or_the_agent_ends_and_another_starts(self):
+        done = []
         for kind in (scenes.Exists, scenes.Trash, toolscenes.ForgetPackage, toolscenes.Echo):
             with self.subTest(scene=kind.__name__):
                 scene, ends, failures = kind(self.root), 0, 0
@@ -80,10 +82,10 @@ class AllocationTest(FaultTestCase):
                     if not is_running(self.pid):
                         ends += 1
                         self.numbers(scene, True)
-                print(f"{kind.__name__}: {len(numbers)} allocations for the bus failed, "
-                      f"{failures} requests with them, {ends} ended the agent", flush=True)
+                done.append((len(numbers), failures, ends))
                 self.assertLessEqual(ends, MOST_ENDS)
                 self.assertGreater(failures, ends)
+        figures.row(f"the thread of the bus, for {len(done)} of them", *map(sum, zip(*done)))
 
 
 if __name__ == "__main__":

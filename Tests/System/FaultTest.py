@@ -8,7 +8,7 @@ import errno
 import os
 import xml.etree.ElementTree as ElementTree
 
-from Support import harness, scenes, toolscenes
+from Support import figures, harness, scenes, toolscenes
 from Support.bus import INTERFACE
 from Support.faults import FULL, FaultTestCase
 from Support.processes import is_running, is_sanitized
@@ -19,6 +19,32 @@ DESCRIPTION = os.path.join(os.path.dirname(__file__), "../../Resources",
 MOST_MEMORY = 4 << 20  # that may have come to be held after all faults of a scene
 # What is done again, or goes on with the rest; the answer is as ever.
 PASSING = {errno.EINTR, scenes.HALF}
+# What is told of together.
+REQUESTS = {
+    "existence, size": (scenes.Exists, scenes.Size),
+    "removal of a tree; of a locked one; by several threads":
+        (scenes.Removal, scenes.LockedRemoval, scenes.SharedRemoval),
+    "shredding": (scenes.Shredding,),
+    "truncation": (scenes.Truncation,),
+    "move on one volume; across: a tree, a file, one with attributes and an inherited access list":
+        (scenes.Move, scenes.MoveAcross, scenes.MoveFileAcross, scenes.MoveLabelledAcross),
+    "move to the Trash": (scenes.Trash,),
+    "overrides database, launchd.conf": (scenes.Overrides, scenes.Configuration),
+    "package: known, unknown": (toolscenes.ForgetPackage, toolscenes.UnknownPackage),
+    "startup items, periodic script, reindexing":
+        (toolscenes.StartItem, toolscenes.StopItem, toolscenes.Periodic, toolscenes.Reindex),
+    "flushing names: done, refused by one tool": (toolscenes.FlushNames, toolscenes.FlushHalf),
+    "unified log, log store": (toolscenes.EraseLogs, toolscenes.EraseStore),
+    "permissions": (toolscenes.RepairPermissions,),
+    "disabling a job: loaded, absent, one that will not go":
+        (toolscenes.DisableJob, toolscenes.DisableAbsentJob, toolscenes.DisableStubbornJob),
+    "enabling a job: absent, one that cannot be loaded, loaded":
+        (toolscenes.EnableJob, toolscenes.EnableBadJob, toolscenes.EnableLoadedJob),
+    "removal of a job, of an extension": (toolscenes.RemoveJob, toolscenes.RemoveKext),
+    "slimming a binary": (toolscenes.SlimBinary,),
+    "global login items": (toolscenes.GlobalItems,),
+    "echo": (toolscenes.Echo,),
+}
 
 
 class FaultTest(FaultTestCase):
@@ -58,8 +84,7 @@ class FaultTest(FaultTestCase):
         self.assertEqual(self.run_once(scene)[0], "")
         self.assertEqual(self.canaries.damage(), [])
         grown = self.memory() - memory
-        print(f"{kind.__name__}: {len(calls)} calls, {runs} faults, {changed} other answers, "
-              f"{grown >> 10} KiB kept", flush=True)
+        self.told[kind] = len(calls), runs, grown
         if not is_sanitized(self.pid):
             self.assertLess(grown, MOST_MEMORY)
         self.assertGreater(runs, 0)
@@ -68,15 +93,20 @@ class FaultTest(FaultTestCase):
     def test_each_member_has_a_scene(self):
         interface = ElementTree.parse(DESCRIPTION).find(f"interface[@name='{INTERFACE}']")
         members = {method.get("name") for method in interface.iterfind("method")}
+        self.assertEqual(sorted(kind.__name__ for kinds in REQUESTS.values() for kind in kinds),
+                         sorted(kind.__name__ for kind in scenes.ALL + toolscenes.ALL))
         # Nobody is there to be answered by the one that ends the agent.
         self.assertEqual({kind.member for kind in scenes.ALL + toolscenes.ALL},
                          members - {"PleaseTerminate"})
 
     def test_each_call_of_each_request_fails_once(self):
-        changed = []
-        for kind in scenes.ALL + toolscenes.ALL:
-            self.root.empty(DATA)
-            changed += [kind] if self.check_scene(kind) else []
+        self.told, changed = {}, []
+        for request, kinds in REQUESTS.items():
+            for kind in kinds:
+                self.root.empty(DATA)
+                changed += [kind] if self.check_scene(kind) else []
+            calls, faults, kept = zip(*(self.told[kind] for kind in kinds))
+            figures.row(request, figures.each(calls), sum(faults), figures.memory(max(kept)))
         # Many requests cannot be done without each of their calls.
         self.assertGreater(len(changed), len(scenes.ALL + toolscenes.ALL) // 3)
 

@@ -7,7 +7,7 @@ import os
 import subprocess
 import unittest
 
-from Support import harness, processes, trees
+from Support import figures, harness, processes, trees
 from Support.bus import wait_until
 from Support.processes import is_running, is_sanitized
 from Support.root import DATA, ThrowAwayRoot
@@ -74,6 +74,24 @@ ROWS = {
                             remove="no 642 kept", shred="no kept", move="no 642 kept",
                             across="no 642 kept", to_full="no 642 kept", trash="yes 3328 kept",
                             empty="kept"),
+}
+# What is told of together: how large it is, in the long form and in this one,
+# and the rows.
+TOLD = {
+    "folders within each other": (f"40,000 | {DEPTH:,}", f"{DEPTH:,} deep"),
+    "folders named with 255 bytes, past any path's length":
+        ("100 | 100", "names that make a path too long"),
+    "folders in one folder": (f"65,536 | {FOLDERS:,}", f"{FOLDERS:,} folders"),
+    "files": (f"1,000,000 | {ENTRIES:,}", f"{ENTRIES:,} entries"),
+    "names of every byte, invalid UTF-8, control characters, shell words":
+        ("2,800 | 2,800", "odd names"),
+    "mode 0000 throughout; immutable folders and files, 32 at once; an append-only file":
+        (" | ", "no access", "locked items", "append-only"),
+    "FIFO, socket, character and block devices": (" | ", "special files"),
+    "sparse file of 8 GiB; chain of 401 links; a link to itself": (" | ", "sparse", "link chain"),
+    "a volume mounted inside; the tree mounted in itself twice":
+        (" | ", "mount inside", "mount cycle"),
+    "full volume; read-only volume": (" | ", "full volume", "read-only volume"),
 }
 
 
@@ -280,12 +298,13 @@ class HostileTreesTest(unittest.TestCase):
                 trees.clear(host)
         for operation in USUAL:
             trees.clear(self.root.host_path(self.place(operation)))
-        if FULL:
-            print(f"{name}: at most {most >> 10} KiB more memory", flush=True)
+        return most
 
     def test_each_operation_on_each_tree(self):
-        for name, row in ROWS.items():
-            self.run_row(name, row)
+        most = {name: self.run_row(name, row) for name, row in ROWS.items()}
+        for tree, (sizes, *names) in TOLD.items():
+            figures.row(tree, sizes, figures.memory(max(most.pop(name) for name in names)))
+        self.assertEqual(most, {})
 
     def test_each_operation_while_folders_are_filled_and_moved(self):
         row = Row(trees.busy_folders)

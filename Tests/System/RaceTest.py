@@ -8,7 +8,7 @@ import stat
 import time
 import unittest
 
-from Support import harness, trees
+from Support import figures, harness, trees
 from Support.bait import Bait, Outside, remove, strangers
 from Support.baits import ITEM, OUTSIDE
 from Support.root import ThrowAwayRoot
@@ -45,7 +45,7 @@ class RaceTest(unittest.TestCase):
                 completed += work(ITEM)
                 turns += 1
         bait.clear()
-        print(f"{name}: {turns} turns, {completed} complete, {attack.steps} exchanges", flush=True)
+        figures.row(name, f"{SECONDS:g}", turns, completed, attack.steps)
         self.assertGreater(attack.steps, 0)
         self.assertEqual(outside.damage(), [])
         self.assertEqual(self.root.agent_pid(), self.pid)
@@ -64,7 +64,8 @@ class RaceTest(unittest.TestCase):
     def test_unlocking(self):
         """Each removal is refused, unlocks all that it can and is refused again."""
         turns, completed = self.race(
-            "unlocking", Bait(self.root, "first", True), lambda item: self.client.call(
+            "unlocking (a removal that is refused twice, but for links in the item's place)",
+            Bait(self.root, "first", True), lambda item: self.client.call(
                 "RemoveItemAtPath", "s", item)[0])
         self.assertGreater(turns, completed)
 
@@ -82,7 +83,8 @@ class RaceTest(unittest.TestCase):
             return moved
 
         os.symlink(OUTSIDE, self.root.host_path(BESIDE_STAGED))
-        turns, completed = self.race("moving", bait, work, STAGED, BESIDE_STAGED)
+        turns, completed = self.race("move to another volume (possible every fourth time)", bait,
+                                     work, STAGED, BESIDE_STAGED)
         self.assertGreater(min(turns, completed), 0)
         # The attacker took away the name of one, but not before it was empty.
         for path in (STAGED, BESIDE_STAGED):
@@ -110,7 +112,8 @@ class RaceTest(unittest.TestCase):
             while time.monotonic() < end:
                 done += self.client.call("TruncateFileAtPath", "s", ITEM)[0]
                 self.client.call("DisableLaunchdAgentAtPath", "s", job)
-        print(f"truncation: {done} done, {attack.steps} exchanges", flush=True)
+        figures.row("truncation, against a link to a device", f"{SECONDS:g}", "one file", done,
+                    attack.steps)
         self.assertGreater(attack.steps, 0)
         self.assertGreater(done, 0)
         self.assertEqual(openings.count, 0)
