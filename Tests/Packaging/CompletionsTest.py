@@ -29,7 +29,7 @@ while read -l line
     echo ---
 end
 """
-# What the completion system of zsh would be asked is printed instead.
+# Prints the questions to zsh's completion system instead.
 ZSH = """
 compdef() { : }
 _arguments() { print -rl -- "$@"; state=command }
@@ -103,7 +103,7 @@ class CompletionsTest(unittest.TestCase):
         for command, text in zip(self.commands, out.split("---\n"), strict=False):
             told = text.splitlines()
             for name in options_of(command):
-                # (those that exclude it)--option[what it does]:value:what it may be
+                # (those that exclude it)--option[its help]:value:its completion
                 self.assertRegex(text, rf"(?m)^(\([^)]*\)|\*)?{name}\[", command.path)
             for each in command.commands:
                 self.assertTrue([line for line in told if line.startswith(each.name + ":")], each)

@@ -139,13 +139,13 @@ class LifeOfThePackageTest(InstallTestCase):
         self.assertNotEqual(self.root.call_as(ROOT, "Echo", "s", "x")[0], 0)
 
         self.root.install_packages()
-        self.assert_reach()  # who was a member still is
+        self.assert_reach()  # a former member still is one
         self.root.dpkg("--purge", *self.root.names())
         self.assertEqual(self.root.changes(), before)
         self.assertNotEqual(self.root.run(["getent", "group", "keepwell"]).returncode, 0)
 
     def first_results(self):
-        """What the packages are for, done by a member of the group."""
+        """A member of the group uses the packages."""
         locked = self.root.write(f"{DATA}/folder/locked", "x" * 10000)
         self.root.chattr("+i", locked)
         done = self.keepwell(MEMBER, "size", "--bytes", f"{DATA}/folder")

@@ -47,7 +47,8 @@ inline bool isRoot() {
   return ::geteuid() == 0;
 }
 
-// Makes this process one of the user "nobody". Only for a forked child of root.
+// Drops root's rights for those of a user without any. Only for a forked child
+// of root.
 inline bool dropRoot() {
   constexpr unsigned nobody = 65534;
   return ::setgroups(0, nullptr) == 0 && ::setgid(nobody) == 0 && ::setuid(nobody) == 0;

@@ -1,6 +1,6 @@
-"""Each allocation that a request makes by the language's own operator fails once:
-the request is answered with an error or done all the same, the agent goes on,
-nothing is left in it, and the next request works.
+"""Each allocation that a request makes by the language's own operator fails
+once. The agent must answer the request with an error or do it, go on, keep
+nothing of it, and do the next request.
 
 KEEPWELL_FAULTS=full tries every allocation; otherwise those at equal distances."""
 from Support import figures, harness, scenes, toolscenes
@@ -27,7 +27,7 @@ class AllocationTest(FaultTestCase):
             self.assertIn(error.name, (FAILED, NO_REPLY) if of_the_bus else (FAILED,))
             flag = None
         self.root.faults.disarm()
-        # Whoever is answered early, or by a new agent, is followed by this.
+        # This call follows an early answer, and one of a new agent.
         self.assertEqual(self.client.call("Echo", "s", "done")[0], "done")
         return flag, self.root.faults.allocations
 

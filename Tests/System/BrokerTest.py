@@ -1,5 +1,5 @@
-"""dbus-broker, which keeps account of its users where dbus-daemon keeps it of
-connections: whoever leaves answers unread is cut off, and nobody else."""
+"""dbus-broker keeps account of its users, dbus-daemon of connections. It cuts
+off a user that leaves answers unread, and no other."""
 import contextlib
 import unittest
 
@@ -7,7 +7,7 @@ from Support import harness, processes
 from Support.systembus import MEMBER, ROOT, SystemBusRoot
 
 TEXT = "x" * 100_000
-MOST = 20_000  # requests; all of their answers are four times what a user may leave unread
+MOST = 20_000  # requests; all of their answers are four times a user's limit
 
 
 class BrokerTest(unittest.TestCase):
@@ -28,7 +28,8 @@ class BrokerTest(unittest.TestCase):
         self.assertEqual(processes.text(bus, "comm").strip(), "dbus-broker-lau")
 
     def flood(self, user):
-        """Requests whose answers nobody reads, until nobody takes any more."""
+        """Sends requests without reading an answer, until the agent takes no
+        more."""
         flood, sent = self.root.client_of(user, timeout=3), 0
         with contextlib.suppress(OSError):
             for sent in range(MOST):
@@ -46,7 +47,7 @@ class BrokerTest(unittest.TestCase):
         self.assertEqual(self.root.agent_pid(), self.agent)
 
     def test_root_who_reads_nothing_does_not_end_the_agent(self):
-        """They are one user to the bus: what one uses up, the other lacks."""
+        """They are one user to the bus: each uses up the quota of the other."""
         self.flood(ROOT)
         self.assertEqual(self.other.call("Echo", "s", "there")[0], "there")
         self.assertEqual(self.root.client_of(MEMBER).call("Echo", "s", "too")[0], "too")

@@ -1,5 +1,5 @@
-"""Clients that ask too much, take nothing back, leave in the middle or speak
-nonsense: they get errors, and nobody else notices."""
+"""Clients that ask too much, read nothing, leave in the middle or send
+nonsense. They get errors, and no other client notices."""
 import contextlib
 import itertools
 import os
@@ -61,8 +61,8 @@ class ReaderTest(AbuseCase):
 
     def test_several_who_read_nothing_leave_room_for_the_rest(self):
         floods = [self.root.client() for _ in range(12)]
-        # The bus itself refuses what an agent that is slow has not taken yet: an
-        # answer here means that the agent has taken all that came before.
+        # The bus itself refuses messages that a slow agent has not taken yet.
+        # An answer here means that the agent has taken all messages before it.
         behind = self.root.client(timeout=300 if sanitized() else 30)
         with self.others_answered():
             for flood in floods:
@@ -374,7 +374,7 @@ class MessageTest(AbuseCase):
     def test_a_reply_too_large_for_a_message_fails_and_the_next_does_not(self):
         client = self.root.client()
         with self.others_answered():
-            # Each byte that is no text takes three.
+            # Each byte of invalid UTF-8 takes three.
             for content in ("head -c 17000000 /dev/zero | tr '\\0' x",
                             "head -c 12582912 /dev/zero", "head -c 45000000 /dev/zero"):
                 self.root.stand_in(LOG_TOOL, script=content)

@@ -1,5 +1,5 @@
-"""What `keepwell --json` prints, held against the schema that is installed with
-it, and what the command does with a real agent when that dies or is slow."""
+"""Compares the output of `keepwell --json` with the schema that is installed
+with it, and tests the command with a real agent that dies or is slow."""
 import fcntl
 import json
 import os
@@ -297,7 +297,7 @@ class TerminalTest(CommandTestCase):
         return command, master
 
     def read(self, terminal, until=None):
-        """What appears until the text, or the end."""
+        """The output until the text, or the end."""
         seen = b""
         while until is None or until not in seen:
             try:
@@ -360,7 +360,7 @@ class TerminalTest(CommandTestCase):
         _, seen = self.converse("remove", "--yes", *paths)
         self.assertIn(" of 3000", seen)
         shown = seen.replace("\r\n", "\n").split("\n")
-        for line in shown:  # what stood before the last erasure is gone
+        for line in shown:  # the text before the last erasure is gone
             self.assertNotRegex(line.split("\x1b[K")[-1], r"^\d+ of ")
 
 

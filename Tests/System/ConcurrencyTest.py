@@ -1,5 +1,5 @@
-"""Several clients at once: nobody waits for another's work, and nobody is hurt
-when another goes away."""
+"""Several clients at once: no client waits for another's work, and no client
+suffers when another goes away."""
 import ctypes
 import os
 import threading
@@ -169,7 +169,7 @@ class ConcurrencyTest(Blocking, unittest.TestCase):
         self.assertEqual(first.call("Echo", "s", "still")[0], "still")
         self.assertEqual(self.root.agent_pid(), pid)
         self.assertEqual(self.root.agent_descriptors(), descriptors)
-        # On a busy machine more were at work at once; what is idle goes.
+        # On a busy machine more threads worked at once; idle ones end.
         wait_until(lambda: 0 < len(processes.threads(pid)) < 40, 60)
 
     def test_a_client_that_floods_and_never_reads_stops_nobody(self):
@@ -177,7 +177,7 @@ class ConcurrencyTest(Blocking, unittest.TestCase):
         other.call("Echo", "s", "")
         pid = self.root.agent_pid()
         text = "x" * 100000
-        for number in range(300):  # 30 MB of replies that nobody fetches
+        for number in range(300):  # 30 MB of replies that the client never reads
             flood.send("Echo", "s", text)
             if number % 50 == 0:
                 self.assertEqual(other.call("Echo", "s", "still")[0], "still")
@@ -226,8 +226,8 @@ class RaceTest(unittest.TestCase):
 
 
 def build_bait(host):
-    """A folder with content and, beside it, a link that leads outside. Whatever
-    the swapper does meanwhile, no link is followed here either."""
+    """A folder with content and, beside it, a link that leads outside. Whenever
+    the swapper exchanges them, no link may be followed here either."""
     try:
         os.makedirs(host, exist_ok=True)
         if not os.path.lexists(f"{host}/folder"):

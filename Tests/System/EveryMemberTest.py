@@ -12,7 +12,7 @@ YES, NO = rf"\(true, {NO_ERROR}\)", rf"\(false, {NO_ERROR}\)"
 MISSING = "'/missing/item'"
 NO_SUCH_FILE = r"\(false, \('NSCocoaErrorDomain', (?:int64 )?4, \{.*'NSUnderlyingError'.*\}\)\)"
 
-# What each member is called with and what must come back.
+# The arguments of each member and its expected answer.
 MEMBERS = {
     "Echo": (["'text'"], rf"\('text', {NO_ERROR}\)"),
     "FileExistsAtPath": (["'/bin/sh'"], YES),

@@ -1,5 +1,5 @@
-"""Every example of the documents, run as it stands there, by clients and tools
-that we did not write, against an installed agent in a throw-away root.
+"""Every example of the documents, run unchanged, by clients and tools that we
+did not write, against an installed agent in a throw-away root.
 
 How a fenced block is tried depends on the language it names:
   console  each line after "$ " is run, what follows is what it must print;
@@ -51,7 +51,7 @@ def blocks_of(document):
             found[-1].output = block.text
         else:
             found.append(block)
-    # What stands elsewhere than right before a block would be lost silently.
+    # A comment at any place but right before a block would be lost silently.
     attached = sum(len(block.before) + bool(block.left_out) for block in found)
     assert attached == len(COMMENT.findall(text)), f"{document.name}: a comment without a block"
     assert 2 * text.count("\n```output") + 2 * len(found) == len(re.findall("^```", text, re.M)), \
@@ -75,7 +75,7 @@ def pattern_of(expected):
 
 
 def commands_of(text):
-    """The commands of a console block and what each must print."""
+    """The commands of a console block and the expected output of each."""
     result = []
     for line in text.splitlines(keepends=True):
         if line.startswith("$ "):

@@ -1,6 +1,6 @@
-"""Each call that a request makes fails once, with each error that it may give:
-the answer tells of what was done, what stands there goes with it, the next
-request works, and nothing is left in the process.
+"""Each call of a request fails once, with each error that it may give. The
+answer must tell of the work done and agree with the state of the disk, the next
+request must work, and the process must keep nothing.
 
 KEEPWELL_FAULTS=full tries every error of every call; otherwise each call fails
 with one of its errors, another at each call."""
@@ -17,7 +17,7 @@ from Support.root import DATA
 DESCRIPTION = os.path.join(os.path.dirname(__file__), "../../Resources",
                            "org.keepwell.KWPrivilegedOperation.xml")
 MOST_MEMORY = 4 << 20  # that may have come to be held after all faults of a scene
-# What is done again, or goes on with the rest; the answer is as ever.
+# Calls that are repeated, or go on with the rest; the answer stays the same.
 PASSING = {errno.EINTR, scenes.HALF}
 # What is told of together.
 REQUESTS = {
@@ -60,7 +60,7 @@ class FaultTest(FaultTestCase):
 
     def check_scene(self, kind):
         scene = kind(self.root)
-        for _ in range(3):  # what is opened, started or kept at the first use is there then
+        for _ in range(3):  # opens, starts and keeps everything of the first use
             complaint, flag, calls = self.run_once(scene)
             self.assertEqual((complaint, flag, scene.leftovers()), ("", scene.usual, []))
         self.assertGreater(len(calls), 0)
@@ -95,7 +95,7 @@ class FaultTest(FaultTestCase):
         members = {method.get("name") for method in interface.iterfind("method")}
         self.assertEqual(sorted(kind.__name__ for kinds in REQUESTS.values() for kind in kinds),
                          sorted(kind.__name__ for kind in scenes.ALL + toolscenes.ALL))
-        # Nobody is there to be answered by the one that ends the agent.
+        # The member that ends the agent has no answer.
         self.assertEqual({kind.member for kind in scenes.ALL + toolscenes.ALL},
                          members - {"PleaseTerminate"})
 

@@ -210,7 +210,7 @@ class BadInputTest(unittest.TestCase):
                 client.call("MoveItemAtPath", "ss", path, f"{DATA}/missing/target")
                 client.call("MoveItemAtPath", "ss", f"{DATA}/missing/source", path)
 
-        everything()  # once, so that what is opened on first use is open
+        everything()  # once, to open everything of the first use
         pid, descriptors = root.agent_pid(), root.agent_descriptors()
         everything()
         self.assertEqual((root.agent_pid(), root.agent_descriptors()), (pid, descriptors))

@@ -1,5 +1,5 @@
-"""Every operation on every tree that somebody might build against it: the
-right reply, in little memory and with few descriptors, nothing outside touched.
+"""Every operation on every hostile tree: the right reply, in little memory and
+with few descriptors, and no change outside.
 
 KEEPWELL_HOSTILE=full makes the largest trees as large as they are meant to be
 and runs everything once more with the usual number of descriptors."""
@@ -15,15 +15,16 @@ from Support.root import DATA, ThrowAwayRoot
 FULL = os.environ.get("KEEPWELL_HOSTILE") == "full"
 DEPTH, FOLDERS, ENTRIES = (40_000, 65_536, 1_000_000) if FULL else (4_000, 2_000, 4_000)
 FEW_DESCRIPTORS = 32
-MOST_MEMORY = 32 << 20  # beyond what the agent held before
+MOST_MEMORY = 32 << 20  # beyond the agent's own before
 
 ARENA, FAR = "/tmp", "/run"
 FAR_ITEM = f"{FAR}/item"
 TRASH = "/root/.local/share/Trash"
 STORE = "/var/log/asl"
 
-# What an operation comes to: its flag, the code of its error, and the item
-# then. What the volume's order of names decides is given as alternatives.
+# The result of an operation: its flag, the code of its error, and the item
+# afterwards. Results that depend on the volume's order of names are
+# alternatives.
 USUAL = {"size": "exact", "find": "exact", "truncate": "no kept", "move": "yes moved",
          "across": "yes moved", "to-full": "no 640 kept", "to-read-only": "no 642 kept",
          "trash": "no moved", "remove": "yes gone", "shred": "yes gone", "empty": "gone"}
@@ -39,9 +40,9 @@ def halfway(code):
 class Row:
     def __init__(self, make, within="", files=(), survivors=(), **different):
         self.make = make
-        self.within = within        # where the item lies in what the maker made
+        self.within = within        # the item's place in the maker's tree
         self.files = files          # to be truncated: path in the item, whether it can be
-        self.survivors = survivors  # paths in the item that hold "kept" whatever happens
+        self.survivors = survivors  # paths in the item that still hold "kept" after any operation
         self.expected = {**USUAL, **{name.replace("_", "-"): value
                                      for name, value in different.items()}}
 
@@ -95,9 +96,9 @@ TOLD = {
 }
 
 
-# The same while others work in the tree: what was done must be what is told. A
-# move to another volume may meet what was changed since it was copied (512): the
-# copy then has not come into place, or stands whole beside what is left.
+# The same while others work in the tree: the answer must agree with the work
+# done. A move to another volume may meet changes since the copy (512): the copy
+# then has not come into place, or is whole beside the rest.
 CONTESTED = {"size": "likely", "find": "0 1", "move": "yes moved", "trash": "no moved",
              "across": "yes moved|no 512 (there|both)", "remove": "yes( 512)? gone|no 512 there",
              "shred": "yes gone|no there", "empty": "gone|there"}
@@ -105,7 +106,7 @@ ROUNDS = 200 if FULL else 10
 
 
 class Operations:
-    """Each asks the agent and tells what it came to."""
+    """Each asks the agent and returns the result."""
 
     def __init__(self, root):
         self.root = root
@@ -132,7 +133,7 @@ class Operations:
                               os.path.join(harness.build_folder, "keepwell"), "find", "needle",
                               "-0", "--under", item])
         found = done.stdout.count(b"\0")
-        if not before:  # nobody moves the one that is there
+        if not before:  # no process moves the one that exists
             return f"{done.returncode} {found}"
         return "exact" if found == before.found else f"{found} for {before.found}"
 
@@ -158,7 +159,8 @@ class Operations:
         flag = self.call("MoveItemAtPath", item, target)
         result = f"{flag} {self.state(item, before, target)}"
         left = [name for name in self.root.listdir(folder) if name.startswith(".keepwell")]
-        # Without a portrait the caller looks for what is lost, once nobody works there.
+        # Without a portrait the caller looks for the lost files, once the
+        # others have stopped working there.
         if before:
             trees.clear(self.root.host_path(target))
         return f"{result} and {left}" if left else result
@@ -210,7 +212,7 @@ class Operations:
 
 
 class Watch:
-    """What the agent holds before and after, and at most between."""
+    """The agent's use before and after, and the peak between."""
 
     def __init__(self, pid):
         self._pid = pid
@@ -252,7 +254,7 @@ class HostileTreesTest(unittest.TestCase):
 
     @classmethod
     def warm_up(cls):
-        """Everything once, so that what is opened at the first use is open."""
+        """Everything once, to open everything of the first use."""
         for name in USUAL:
             item = cls.place(name)
             trees.busy_folders(cls.root.host_path(item))

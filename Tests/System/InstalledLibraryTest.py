@@ -1,5 +1,6 @@
-"""The library as it is installed: a program is built against it as anybody
-would, by CMake and by pkg-config, shared and static, and asks a real agent."""
+"""The library as it is installed: the test builds a program against it as any
+user would, by CMake and by pkg-config, shared and static, and the program asks
+a real agent."""
 import os
 import re
 import subprocess
@@ -89,7 +90,8 @@ class InstalledLibraryTest(unittest.TestCase):
         self.assertEqual(sorted(os.path.basename(name) for name in headers),
                          ["Client.h", "ClientError.h", "ErrorValue.h", "Export.h", "Replies.h",
                           "Request.h"])
-        # What a program may have of its own, and what the platform has for all.
+        # Names that a program may define itself, and names that the platform
+        # defines for all.
         own = "class NS;\nenum { FileNoSuchFileError, Done, Cancelled };\n"
         unit = f"{self.folder}/header.cpp"
         for header in headers:

@@ -1,6 +1,6 @@
-"""The agent is killed in the middle of what must be done wholly or not at all:
+"""Kills the agent in the middle of work that must be done wholly or not at all:
 just before each of its calls, and at random moments. Afterwards the old or the
-new stands there, and the next request clears away what was left.
+new item must be there, and the next request must clear away any leftover.
 
 KEEPWELL_KILLS says how many times it is killed in all; about 60 without it."""
 import os
@@ -44,7 +44,7 @@ class KillTest(unittest.TestCase):
         left = bool(scene.leftovers())
         self.after[flag, left] = self.after.get((flag, left), 0) + 1
         if left:
-            # Whoever works there next clears it away.
+            # The next work there clears it away.
             scene.prepare_again()
             self.assertTrue(self.ask(scene))
             self.assertEqual(scene.leftovers(), [])

@@ -11,7 +11,7 @@ CONF = "/etc/launchd.conf"
 BACKUP = CONF + ".prev"
 SET = "setenv DYLD_INSERT_LIBRARIES"
 
-# What stood in the file, the library to go, and what stands there then.
+# The former text of the file, the library to remove, and the text afterwards.
 TABLE = (
     (f"{SET} /x\n", "/x", ""),
     (f"{SET} /x", "/x", ""),
@@ -39,7 +39,7 @@ TABLE = (
     ("last", "/x", "last\n"),
     (f"limit 1\n{SET} /x\numask 022", "/x", "limit 1\numask 022\n"),
     (f"{SET} /x\n{SET} /a:/x\nend\n", "/x", f'{SET} "/a"\nend\n'),
-    # A line that only mentions the variable is rebuilt all the same.
+    # A line that only mentions the variable is rebuilt too.
     (f"# {SET} /x /a\n", "/x", f'{SET} "/x /a"\n'),
     (f"# {SET} /a:/x\n", "/x", f'{SET} "/a"\n'),
     ("unsetenv /x\n", "/x", "unsetenv /x\n"),

@@ -31,7 +31,7 @@ NO_ERROR = ("", 0, {})
 
 # What /bin/launchctl says of a job: those with an even number are loaded.
 LIST = 'case "$1 $2" in *"list "*[02468]) echo "{";; esac'
-# The options come first, then what is copied, then where to.
+# The options come first, then the source, then the destination.
 COPY = 'for to; do from=$last; last=$to; done; printf slim > "$to"'
 
 
@@ -57,7 +57,7 @@ tearDownModule = AbuseCase.end
 
 
 class Actor:
-    """A client, its folder, and what it believes to be true."""
+    """A client, its folder, and its model of that folder."""
 
     def __init__(self, root, number, seed):
         self.root, self.number = root, number
@@ -83,7 +83,7 @@ class Actor:
         finally:
             self.client.close()
 
-    # What every operation uses.
+    # The call that every operation uses.
     def call(self, member, signature="", *arguments):
         return self.client.call(member, signature, *arguments)
 
@@ -274,7 +274,7 @@ class Actor:
         self.expect((flag, process > 0, text), (True, True, ""))
         self.ran(REPAIRER, "--output-format", "1", "--repair", "--standard-pkgs", "--volume", "/")
 
-    # Those that work on what all share.
+    # The operations on items that all clients share.
     def do_login_item(self):
         app = f"/usr/bin/{self.unique_text('app')}"
         entry = f"{AUTOSTART}/{self.unique_text('entry')}.desktop"
@@ -299,7 +299,7 @@ class Actor:
     do_create.weight = 30
 
     def compare(self):
-        """What is in the folder with what was believed."""
+        """Compares the folder with the model."""
         found = {name: os.path.getsize(f"{self.host}/{name}") for name in os.listdir(self.host)}
         self.expect(found, self.files)
 

@@ -42,7 +42,7 @@ class MaintenanceRoot(ThrowAwayRoot):
         super().__exit__(*arguments)
 
     def logged(self):
-        """What has been written to the host's log: priorities and messages."""
+        """The entries in the host's log: priorities and messages."""
         lines = []
         while True:
             try:
@@ -175,7 +175,7 @@ class ToolsTest(MaintenanceTestCase):
             client.call("Echo", "s", "")
         self.assertTrue(self.flag("StartSpotlightReindex"))
         # The shell keeps its script open, on a descriptor of its own choosing,
-        # and the list itself stands in the place of standard output.
+        # and the list itself takes the place of standard output.
         descriptors = self.root.read(f"{SCRATCH}/descriptors").decode().split()
         self.assertEqual(descriptors[:3], ["0", "1", "2"])
         self.assertLessEqual(len(descriptors), 5)
@@ -278,7 +278,8 @@ class PermissionsRepairTest(RepairTestCase):
         numbers = self.numbers(chunks)
         self.assertEqual(numbers, sorted(set(numbers)))
         self.assertTrue(any(number >= self.HALF for number in numbers))
-        # Every other chunk is dropped; what stood in the pipe together is one.
+        # The agent drops every other chunk; text that was in the pipe together
+        # is one chunk.
         self.assertGreater(len(chunks), 10)
         self.assertLessEqual(len(numbers), 2 * self.HALF)
         pid = self.tool_pid()

@@ -1,6 +1,6 @@
-"""Who may reach the agent: the installed policy on a bus of the system's type,
-with the bus's own helper starting the agent. Tried by root, by a member of the
-group and by somebody else."""
+"""Access to the agent: the installed policy on a bus of the system's type, with
+the bus's own helper starting the agent. Tried by root, by a member of the group
+and by another user."""
 import json
 import os
 import signal
@@ -49,7 +49,7 @@ class PolicyTest(unittest.TestCase):
         cls.root = cls.enterClassContext(SystemBusRoot())
 
     def setUp(self):
-        # Whoever calls first starts the agent.
+        # The first caller starts the agent.
         pid = self.root.agent_pid()
         if pid:
             os.kill(pid, signal.SIGTERM)
@@ -156,8 +156,8 @@ class PolicyTest(unittest.TestCase):
         self.assertTrue(os.path.exists(f"{locked}/file"))
 
     def listener(self, user):
-        """Somebody who wants to hear all that is said, once that is under way:
-        this program watches the whole bus or, refused that, eavesdrops."""
+        """Starts a program that wants to hear all messages, and returns when it
+        is running. It watches the whole bus or, refused that, eavesdrops."""
         out = self.root.host_path(f"{self.root.folder}/heard-by-{user}")
         with open(out, "wb") as file:
             program = self.root.popen(self.root.as_user(user, [
@@ -172,7 +172,8 @@ class PolicyTest(unittest.TestCase):
         def heard():
             with open(out, encoding="utf-8", errors="replace") as file:
                 return file.read()
-        # It hears who comes and goes, as everybody does, when it hears at all.
+        # Like any client it hears of names that come and go, when it hears at
+        # all.
         wait_until(lambda: self.call_on_bus(ROOT, "GetId", "") and "NameOwnerChanged" in heard())
         return heard
 

@@ -95,8 +95,8 @@ class RaceTest(unittest.TestCase):
         self.assertEqual([name for name in left if f"/run/{name}" != STAGED], [])
 
     def test_truncation(self):
-        """A file that becomes a link to a device is no reason to open the device:
-        some act on that alone."""
+        """The agent must not open a file that became a link to a device: some
+        devices act on the opening alone."""
         host = self.root.host_path
         device = host("/tmp/device")
         os.mknod(device, 0o666 | stat.S_IFCHR, os.makedev(1, 3))

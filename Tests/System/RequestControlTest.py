@@ -1,5 +1,5 @@
-"""What a client may say about its own requests: cancel one, end all of them
-when it leaves, follow how far they have come. Others keep the contract: their
+"""A client's control of its own requests: cancel one, end all of them when it
+leaves, follow their progress. Clients without it keep the contract: their
 requests go on."""
 import contextlib
 import os
@@ -22,7 +22,8 @@ TREE = f"{DATA}/tree"
 FILES = int(os.environ.get("KEEPWELL_CANCEL_FILES", "40000"))
 FOLDERS = 10
 SLOW_FILES = 100_000  # more take long enough by themselves
-# What a walk may still do after its client has cancelled it or is gone.
+# The most items that a walk may still process after its client has cancelled it
+# or is gone.
 MOST_AFTERWARDS = 100
 TELLING = 0.3  # progress is told each quarter of a second
 

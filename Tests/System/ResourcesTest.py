@@ -51,7 +51,8 @@ def descriptor_limits(pid):
 
 
 def root_with_users():
-    """Its agent, bus and people; the bus lets nobody in whom it cannot find."""
+    """A root with its agent, bus and users; the bus refuses users that it does
+    not know."""
     harness.require_tools("useradd")
     root = ThrowAwayRoot()
     original = root.start_bus
@@ -144,7 +145,7 @@ class FairnessTest(Blocking, unittest.TestCase):
 
 
 class Journal:
-    """Receives what is written to the journal of a root."""
+    """Receives the journal entries of a root."""
 
     def __init__(self, root):
         root.mkdir("/run/systemd/journal")

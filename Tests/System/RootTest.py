@@ -13,8 +13,8 @@ from Support.bus import is_running
 from Support.root import DATA, ThrowAwayRoot
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-# In these the contract's tools stand.
 ITEM_IN_TMP = re.compile(r'"(/tmp/[\w./-]+)')
+# The paths of the contract's tools.
 TOOL = re.compile(r'"(/(?:bin|sbin|usr/bin|usr/sbin|usr/libexec)/\w+)"')
 PLANTED = "/etc/xdg/autostart/planted.desktop", "/home/planted/file", "/opt/planted", \
     "/var/tmp/outside", "/usr/local/bin/sh", "/usr/bin/keepwell", "/mnt/planted", \
@@ -64,7 +64,7 @@ class RootTest(unittest.TestCase):
         for folder, mode in machine.EMPTY.items():
             status = os.stat(root.host_path(folder))
             self.assertEqual((status.st_mode & 0o7777, status.st_uid), (mode, 0), folder)
-        # Folders that only hold what is hidden are as the machine has them.
+        # Folders that only hold hidden items are as on the machine.
         for folder in ("/usr/bin", "/usr/sbin", "/etc", "/var"):
             here, there = os.stat(folder), os.stat(root.host_path(folder))
             self.assertEqual((here.st_mode, here.st_uid, here.st_gid),
@@ -107,7 +107,7 @@ class TmpTest(unittest.TestCase):
             with open(path, encoding="utf-8") as file:
                 found |= set(ITEM_IN_TMP.findall(file.read()))
         self.assertGreaterEqual(len(found), 12)
-        # What is only looked for within a moved tree.
+        # Paths that are only looked up within a moved tree.
         found = {path for path in found if not path.startswith("/tmp/moved/")}
         self.assertEqual([path for path in sorted(found) if not os.path.lexists(path)], [])
 

@@ -1,5 +1,5 @@
 """The agent as a service: started on demand, known by its interface, ended on
-request, and never by what a client sends."""
+request, and by no other message of a client."""
 import json
 import os
 import plistlib
@@ -205,8 +205,8 @@ class EmbeddedListsTest(unittest.TestCase):
 
 
 def interfaces(xml):
-    """The members of each interface with the types and names of what they
-    carry, and whether they reply."""
+    """The members of each interface with the types and names of their
+    arguments, and whether they reply."""
     result = {}
     for interface in ElementTree.fromstring(xml).iter("interface"):
         members = {}

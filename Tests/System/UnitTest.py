@@ -55,7 +55,7 @@ class UnitFileTest(unittest.TestCase):
         self.assertGreater(len(opened), 5)
         for row in opened:
             for directive in re.findall(r"(\w+)=", row["name"]):
-                # The parts of one directive are told apart by what they name.
+                # The parts of one directive have different names.
                 if directive == "RootImage":
                     continue  # an image's RootDirectory=
                 self.assertIn(directive + "=", text, row)
@@ -73,7 +73,7 @@ class UnitFileTest(unittest.TestCase):
 
 
 class WithinTheUnitTest(unittest.TestCase):
-    """What the other system tests do not reach for; they run within the unit's
+    """Work that the other system tests leave out; they run within the unit's
     limits too."""
 
     @classmethod

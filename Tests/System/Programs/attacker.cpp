@@ -38,8 +38,8 @@ std::string parentOf(const std::string &path) {
   return path.substr(0, path.rfind('/'));
 }
 
-// A folder that is reached without a link: what the attacker exchanges itself
-// must not lead it to what lies outside.
+// A folder that is reached without a link: the attacker's own links must not
+// lead it to the folder outside.
 class Folder {
 public:
   explicit Folder(const std::string &path) {
@@ -80,8 +80,8 @@ unsigned long exchange(const Paths &paths) {
   return done;
 }
 
-// Lies in wait for somebody to open a folder, whose items are then exchanged
-// again and again while he is about to look at them.
+// Waits until a process opens a folder, and then exchanges its items again and
+// again while the process is about to look at them.
 class Ambush {
 public:
   explicit Ambush(const Paths &paths) : watches_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
@@ -95,7 +95,7 @@ public:
   Ambush(const Ambush &) = delete;
   Ambush &operator=(const Ambush &) = delete;
 
-  // Everything once, and what is met on the way.
+  // Exchanges everything once, and the items met on the way.
   unsigned long turn() {
     unsigned long done = 0;
     watchNext();
@@ -119,7 +119,7 @@ private:
       next_ = pairs_.begin();
   }
 
-  // What lies in the folder that was opened last, null if none was.
+  // The contents of the folder that was opened last, null if none was.
   const Paths *opened() {
     alignas(inotify_event) char events[16 * 1024];
     ssize_t size = ::read(watches_, events, sizeof events);
@@ -147,7 +147,7 @@ unsigned long churn(const Paths &folders) {
   unsigned long done = 0;
   for (const std::string &folder : folders) {
     std::string item = folder + "/come-" + std::to_string(turn % 7);
-    // What cannot be made is there from an earlier turn, and goes.
+    // An item that cannot be made exists from an earlier turn, and goes.
     if (turn % 2 == 0) {
       done += count(::mkdir(item.c_str(), 0755) == 0 || ::rmdir(item.c_str()) == 0);
     } else {
@@ -176,7 +176,7 @@ unsigned long shuffle(const Paths &folders) {
 int main(int argc, char **argv) {
   if (argc < 3)
     return 2;
-  // Everybody may take part in what lies open here.
+  // Every user may change the items that are made here.
   ::umask(0);
   std::signal(SIGTERM, end);
   Paths paths(argv + 2, argv + argc);

@@ -4,8 +4,8 @@
 // its work or end the process just before it. It counts allocations by
 // operator new as well, and has one of them fail.
 //
-// What the test and the library share is a mapped file, named by
-// KEEPWELL_FAULTS: see Control.
+// The test and the library share a mapped file, named by KEEPWELL_FAULTS: see
+// Control.
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -63,7 +63,7 @@ template <typename Function> Function next(const char *name) {
 
 __attribute__((constructor)) void open() {
   const char *path = std::getenv("KEEPWELL_FAULTS");
-  // What the agent runs is not to be counted.
+  // Calls of the agent's tools must not count.
   ::unsetenv("LD_PRELOAD");
   if (!path)
     return;
@@ -76,7 +76,7 @@ __attribute__((constructor)) void open() {
     control = static_cast<Control *>(mapped);
 }
 
-// What is to become of this call: 0, an error, or one of the above.
+// The fate of this call: 0, an error, or one of the above.
 int faultOf(const char *name) {
   if (!control || !control->armed)
     return 0;
@@ -93,8 +93,8 @@ int faultOf(const char *name) {
   return error;
 }
 
-// What is moved through files and through pipes; the bus and the run loop read
-// and write too, but neither.
+// For bytes through files and through pipes; the bus and the run loop read and
+// write too, but through neither.
 int faultOfBytes(const char *name, const char *nameForPipes, int descriptor) {
   struct stat status;
   if (::syscall(SYS_fstat, descriptor, &status) != 0 || S_ISREG(status.st_mode))
@@ -137,7 +137,7 @@ template <typename Result> Result failed() {
 
 } // namespace
 
-// Parameter lists cannot stand in parentheses of their own.
+// The macros need parameter lists without parentheses of their own.
 // NOLINTBEGIN(bugprone-macro-parentheses)
 
 // A call of the C library under its own name. Some are there twice.

@@ -1,5 +1,5 @@
-"""What the tests of clients that misbehave share: an agent that has been used
-once, others who go on using it, and what must be as it was afterwards."""
+"""For the tests of clients that misbehave: an agent that has been used once,
+other clients that go on using it, and the checks that it is as before."""
 import contextlib
 import os
 import threading
@@ -121,7 +121,7 @@ class AbuseCase(Blocking, unittest.TestCase):
     def flood(cls):
         """One client that sends much before it reads anything."""
         client = cls.root.client()
-        # Both what is answered where it arrives and what is passed to a worker.
+        # Both calls that are answered on arrival and calls that go to a worker.
         serials = [client.send(member, "s", "x") for _ in range(15000)
                    for member in ("Echo", "FileExistsAtPath")]
         serials += [client.send("Echo", "u", 7) for _ in range(5000)]

@@ -1,5 +1,5 @@
 """Trees to be removed, shredded, unlocked or moved while an attacker exchanges
-their folders and files for others, and a watch over what lies outside."""
+their folders and files for others, and a watch over everything outside."""
 import os
 import shutil
 import stat
@@ -27,7 +27,8 @@ def strangers(item):
 
 
 def remove(path):
-    """Whatever it is, if there is anything, and nobody exchanges what it holds."""
+    """Removes any item at the path, if there is one and no process exchanges
+    its contents."""
     if os.path.isdir(path) and not os.path.islink(path):
         shutil.rmtree(path)
     elif os.path.lexists(path):
@@ -47,8 +48,8 @@ def _make_long_way(folder):
 
 
 class Outside:
-    """What lies where no request leads. It must stay as it is, and nobody may
-    as much as open it."""
+    """A folder to which no request leads. It must stay unchanged, and no
+    process may even open it."""
     _OPENED = 0x20
 
     def __init__(self, root):
@@ -61,7 +62,7 @@ class Outside:
         self._watches = [(folder, trees.inotify(folder, self._OPENED)) for folder in watched]
 
     def damage(self):
-        """What was opened or changed since, to be asked for once."""
+        """The openings and changes since; call it once."""
         found = []
         for folder, watch in self._watches:
             try:
@@ -90,19 +91,18 @@ def _names(events):
 
 class Bait:
     """An item at one path, made again and again. One with a stop holds a file
-    that ends its removal or its move there, as the first or the last thing that
-    is met in it: it is whole afterwards and worked on many times. Some turns
-    are done on one without a stop all the same. What is locked in it can be
-    unlocked, but for some."""
+    that ends its removal or its move there, as the first or the last item of
+    the walk: it is whole afterwards, and many requests work on it. Some turns
+    still use one without a stop. All locked items in it can be unlocked, but
+    for some."""
     _LASTING = 4  # turns, the first without a stop
 
     def __init__(self, root, stop=None, locked=False):
         self._host = root.host_path
         self._stop = stop
         self._locked = locked
-        # A single folder beside the stop keeps its place, whatever the volume
-        # does to the order of what is exchanged. It takes several for the item
-        # to be removed by several threads.
+        # A single folder beside the stop keeps its place in any order of the
+        # volume. Removal by several threads takes several folders.
         self._top = baits.TOPS[bool(stop)]
         self._locks = []
         self._turns = 0
@@ -141,8 +141,8 @@ class Bait:
 
     def _fill(self, item):
         # Made first, so that walks that lose their way back have mostly been
-        # everywhere else. A position in a listing means in this folder what it
-        # means in the harbour.
+        # everywhere else. A position in a listing means the same in this folder
+        # as in the harbour.
         back = baits.back(item, self._top)
         os.makedirs(os.path.dirname(back))
         for name in ("before", "after"):

@@ -1,18 +1,18 @@
-"""What the tests call the items whose places somebody else takes, and where a
-link among them would lead whoever follows it out of his root: the machine's own
-/tmp has something by every such name in tests (machine.py)."""
+"""The names of the items that an attacker exchanges, and the places outside of
+the root to which a link among them would lead a process that follows it: during
+tests the machine's own /tmp has an item of each such name (machine.py)."""
 OUTSIDE, HARBOUR = "/tmp/outside", "/tmp/harbour"
 ITEM, BESIDE = "/tmp/item", "/tmp/out-item"
 FRESH, LEFT = "/tmp/fresh", "/tmp/left"
 BERTH = f"{HARBOUR}/berth"
 BRANCHES = 6
-# The folders of a branch, and where the link beside each leads. The names are
-# those of what lies outside, so that a walk that is led there finds its way.
+# The folders of a branch, and the target of the link beside each. The names are
+# those of the folder outside, so that a walk that is led there finds its way.
 LEVELS = (("", OUTSIDE), ("/inner", f"{OUTSIDE}/inner"),
           ("/inner/deeper", f"{OUTSIDE}/inner/deeper"))
 # A single folder in which all lies that changes places, or none.
 TOPS = ("", "/tree")
-# Of other tests and of what they put outside.
+# Names of other tests and of their items outside.
 _OTHERS = ("/tmp/device", "/tmp/link", "/tmp/job-link", "/tmp/moved", f"{BERTH}/d",
            f"{OUTSIDE}/inner/link", f"{OUTSIDE}/inner/fifo")
 _OTHER_FILES = ("/tmp/job.plist", f"{OUTSIDE}/inner/two", f"{OUTSIDE}/inner/deeper/three",
@@ -47,7 +47,7 @@ def pairs(top):
 
 
 def led_astray():
-    """Where each of them lies for one who follows the links above it."""
+    """The place of each for a process that follows the links above it."""
     places = set()
     for top in TOPS:
         for link, target in [(ITEM, OUTSIDE), *exchanged(ITEM, top)]:
@@ -57,7 +57,8 @@ def led_astray():
 
 
 def files_and_folders():
-    """What must be where somebody was led astray, so that he does harm there."""
+    """The items that must be at these places, so that a process that is led
+    there does harm."""
     paths = {path for top in TOPS for path in pairs(top)} | led_astray()
     files = {path for path in paths if path.endswith(("/one", "/out-one"))}
     return sorted(files.union(_OTHER_FILES)), sorted((paths - files).union(_OTHERS, (FRESH, LEFT)))

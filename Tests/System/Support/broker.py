@@ -1,6 +1,6 @@
 """The other message bus: dbus-broker, started by its own launcher in a
-throw-away root. It has systemd start services; what it asks of systemd for
-that is answered here."""
+throw-away root. It has systemd start services; this module answers its requests
+to systemd."""
 import itertools
 import os
 import socket
@@ -21,8 +21,8 @@ class Broker:
         self._root = root
         self._socket_path = socket_path
         self._journal = Journal(root, log)
-        # It takes the socket from whoever started it, as from systemd, and is
-        # its own first client.
+        # It takes the socket from the process that started it, as from systemd,
+        # and is its own first client.
         self._process = root.popen(
             ["systemd-socket-activate", f"--listen={socket_path}",
              f"--setenv=DBUS_SYSTEM_BUS_ADDRESS=unix:path={socket_path}",
@@ -46,8 +46,8 @@ class Broker:
 
 
 class Journal:
-    """Takes what is written to the host's journal, which has to be there, to
-    the log of the bus."""
+    """Takes entries of the host's journal, which has to exist, to the log of
+    the bus."""
 
     def __init__(self, root, log):
         path = root.host_path(_JOURNAL)

@@ -101,7 +101,7 @@ class PrivateBus:
     def environment(self):
         sanitizers = {name: os.environ[name] for name in ("ASAN_OPTIONS", "LSAN_OPTIONS",
                                                           "UBSAN_OPTIONS") if name in os.environ}
-        # The agent ends at once when told to, whatever threads it has.
+        # The agent ends at once on request, with any threads it has.
         options = os.environ.get("TSAN_OPTIONS", "") + " report_thread_leaks=0"
         options += f" suppressions={harness.build_folder}/tsan-suppressions"
         return {"PATH": harness.PATH, "LANG": "C.UTF-8", "HOME": self.folder,
@@ -116,7 +116,8 @@ class PrivateBus:
         options.setdefault("env", self.environment())
         if "input" not in options:
             options.setdefault("stdin", subprocess.DEVNULL)
-        # Nobody is asked anything on the terminal of the person who runs the tests.
+        # No program may ask a question on the terminal of the person that runs
+        # the tests.
         options.setdefault("start_new_session", True)
         return subprocess.run(self.command(argv), capture_output=True, **options)
 
@@ -176,7 +177,7 @@ class PrivateBus:
             raise AssertionError("the agent's sanitizer found something:\n" + self.log())
 
     def log(self):
-        """What the agent and the bus wrote to standard error."""
+        """The standard error of the agent and the bus."""
         with open(self.host_path(f"{self.folder}/log"), encoding="utf-8",
                   errors="replace") as file:
             return file.read()
@@ -249,13 +250,13 @@ class PrivateBus:
 
 
 def accepts(path):
-    """Whether somebody listens on the socket; it exists before that."""
+    """Tells whether a program listens on the socket; it exists before that."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as probe:
         return probe.connect_ex(path) == 0
 
 
 def wait_until(condition, seconds=20):
-    """Looks again and again; for events that nobody announces."""
+    """Looks again and again; for events without a notice."""
     end = time.monotonic() + seconds
     while not condition():
         if time.monotonic() > end:

@@ -1,5 +1,5 @@
 """Runs a program within the limits of a systemd unit, for hosts on which no
-systemd runs: what the unit takes away is taken away in the same manner.
+systemd runs. It sets each limit in the same way as systemd does.
 
 Usage: confine.py UNIT PROGRAM [ARGUMENT...]
 
@@ -110,7 +110,7 @@ def own_namespaces(unit):
 
 
 def restricting_filter(unit):
-    """What is refused by the arguments of a call."""
+    """The calls that the unit refuses by their arguments."""
     rules, compare = Filter(ALLOW), Filter.Comparison
     if "RestrictAddressFamilies" in unit:
         assert unit["RestrictAddressFamilies"] == ["AF_UNIX"]
@@ -158,7 +158,7 @@ def confine(path):
         resource.setrlimit(resource.RLIMIT_CORE, (limit, limit))
     if "LimitNOFILE" in unit:
         soft, _, hard = unit["LimitNOFILE"][-1].partition(":")
-        # A host that allows less and lets nobody raise it gives less.
+        # A host with a lower limit, which no process may raise, gives less.
         most = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
         hard = int(hard or soft) if most < 0 else min(int(hard or soft), most)
         resource.setrlimit(resource.RLIMIT_NOFILE, (min(int(soft), hard), hard))

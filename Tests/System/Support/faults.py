@@ -71,8 +71,8 @@ class Faults:
 
 
 class FaultTestCase(unittest.TestCase):
-    """With one agent and one client for all scenes, what lies outside of them,
-    and a look at what the agent holds."""
+    """Has one agent and one client for all scenes, a folder outside of them,
+    and a look at the agent's resources."""
 
     @classmethod
     def setUpClass(cls):
@@ -83,7 +83,7 @@ class FaultTestCase(unittest.TestCase):
         cls.client = cls.root.client(timeout=30)
 
     def held(self):
-        """What the process holds: descriptors, threads, children."""
+        """The resources of the process: descriptors, threads, children."""
         return (processes.descriptors(self.pid), len(processes.threads(self.pid)),
                 processes.children(self.pid))
 

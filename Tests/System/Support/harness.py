@@ -1,5 +1,5 @@
-"""What every system test shares: its command line, and the ways to be skipped
-with a reason."""
+"""The command line of every system test, and the ways to be skipped with a
+reason."""
 import argparse
 import os
 import re
@@ -42,7 +42,8 @@ def require_tools(*names):
 
 
 def skip_if_sanitized(reason):
-    """What a sanitizer's build cannot do; call it within main()'s test cases."""
+    """Skips a test that a sanitizer's build cannot do; call it within main()'s
+    test cases."""
     with open(f"{build_folder}/CMakeCache.txt", encoding="utf-8") as file:
         if any(re.match(r"KEEPWELL_SANITIZE:\w+=.", line) for line in file):
             skip("built with a sanitizer: " + reason)
@@ -87,7 +88,7 @@ def main(needs_root=True):
             enter_namespace()
         else:
             require_tools("dbus-daemon", "busctl")
-            if os.geteuid() == 0:  # somebody else can do no harm
+            if os.geteuid() == 0:  # other users can do no harm
                 enter_namespace()
                 machine.mask()
         os.environ["LSAN_OPTIONS"] = (f"suppressions={shared.build_folder}/lsan-suppressions:"
@@ -104,7 +105,7 @@ def main(needs_root=True):
     for path in machine.tmp_damage():
         print(f"not as it was, though no request led there: {path}", flush=True)
         failed = True
-    # What a whole class is skipped for does not count as a test that was run.
+    # The tests of a class that is skipped as a whole do not count as run.
     skipped = [test for test, _ in result.skipped if isinstance(test, unittest.TestCase)]
     if not failed and result.skipped and len(skipped) == result.testsRun:
         end_skipped(result.skipped[0][1])

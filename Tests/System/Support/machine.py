@@ -1,5 +1,5 @@
-"""What of the machine a test would see, and what it sees instead: the same on
-every machine."""
+"""Hides everything of the machine that differs between machines, so that a test
+sees the same on each."""
 import glob
 import os
 import shutil
@@ -8,7 +8,7 @@ import subprocess
 
 from . import baits
 
-# What the agent knows by a fixed path, and a machine may have or not.
+# Items at fixed paths that the agent uses, and that only some machines have.
 ABSENT = """
 /Applications /Library /System /Users /Volumes /private /var/log/asl
 /etc/launchd.conf /etc/launchd.conf.prev
@@ -16,7 +16,7 @@ ABSENT = """
 /usr/bin/mdutil /usr/libexec/repair_packages /usr/sbin/discoveryutil /usr/sbin/dscacheutil
 /usr/sbin/periodic /usr/sbin/pkgutil
 """.split()
-# Keepwell itself, where somebody installed it.
+# Keepwell itself, in case it is installed.
 _INSTALLED = """
 /usr/bin/keepwell* /usr/libexec/keepwell* /usr/include/keepwell* /usr/share/keepwell*
 /usr/share/dbus-1/*/org.keepwell.* /etc/dbus-1/*/org.keepwell.* /usr/lib/systemd/system/keepwell*
@@ -28,7 +28,7 @@ EMPTY = {"/etc/xdg/autostart": 0o755, "/home": 0o755, "/media": 0o755, "/mnt": 0
           "/opt": 0o755, "/srv": 0o755, "/usr/local": 0o755, "/var/tmp": 0o1777}
 
 _OF_THE_MACHINE = "of the machine"
-_tmp_before = {}  # what stands in the /tmp that was mounted
+_tmp_before = {}  # the items of the mounted /tmp
 
 
 def mount(*arguments):
@@ -36,9 +36,9 @@ def mount(*arguments):
 
 
 def replace_tmp(kept):
-    """Mounts a /tmp that is full of what a bait is called, for whatever is led
-    there by a link that was meant within a root. The kept folders stay, should
-    they lie there."""
+    """Mounts a /tmp that holds an item of each bait's name, for a process that a
+    link of a throw-away root leads there. The kept folders stay if they are in
+    /tmp."""
     held = [(path, os.open(path, os.O_RDONLY | os.O_DIRECTORY))
             for path in map(os.path.realpath, kept) if path.startswith("/tmp/")]
     mount("-t", "tmpfs", "-o", "mode=1777", "tmpfs", "/tmp")
@@ -61,15 +61,15 @@ def replace_tmp(kept):
 
 
 def tmp_damage():
-    """What is no longer as it was in the /tmp that was mounted, if one was; an
-    empty list when nothing is."""
+    """The changes in the mounted /tmp, if there is one; an empty list without
+    any."""
     now = _look_at_tmp() if _tmp_before else {}
     return sorted(path for path in now.keys() | _tmp_before
                   if now.get(path) != _tmp_before.get(path))
 
 
 def _look_at_tmp():
-    """What there is by a bait's name, and what is in it."""
+    """The items that have a bait's name, and their contents."""
     found = {}
     files, folders = baits.files_and_folders()
     tops = {path.split("/")[2] for path in files + folders}

@@ -3,7 +3,7 @@ below /proc then cannot be opened or, once opened, not be read."""
 import contextlib
 import os
 
-# What the two give.
+# The errors of both calls.
 GONE = (FileNotFoundError, ProcessLookupError)
 
 
@@ -49,7 +49,7 @@ def children(pid):
 
 
 def is_running(pid):
-    """Whether the process exists and is no zombie that nobody has reaped."""
+    """Tells whether the process exists and is not an unreaped zombie."""
     state = text(pid, "stat").rpartition(")")[2].split()
     return bool(state) and state[0] != "Z"
 
@@ -68,7 +68,7 @@ def is_sanitized(pid):
 
 
 class Usage:
-    """What a process holds at one moment; nothing when it has ended."""
+    """The resources of a process at one moment; None when it has ended."""
 
     def __init__(self, pid):
         self.pid = pid

@@ -1,6 +1,6 @@
-"""A small client of the message bus's wire protocol, for what the usual
-programs cannot do: several requests at once on one connection, requests that
-are abandoned, messages that are not quite right."""
+"""A small client of the message bus's wire protocol, for tests that the usual
+programs cannot do: several requests at once on one connection, abandoned
+requests, malformed messages."""
 import contextlib
 import itertools
 import os
@@ -32,7 +32,7 @@ class Message:
         return Reader(self.body).values(self.signature)
 
 
-# Code and size of each number, and what each type is aligned to.
+# Code and size of each number, and the alignment of each type.
 NUMBERS = {"y": ("B", 1), "b": ("I", 4), "n": ("h", 2), "q": ("H", 2), "i": ("i", 4),
            "u": ("I", 4), "h": ("I", 4), "x": ("q", 8), "t": ("Q", 8), "d": ("d", 8)}
 ALIGNMENT = {**{kind: size for kind, (_, size) in NUMBERS.items()},
@@ -206,8 +206,8 @@ class RawClient:
         return next(self._serials)
 
     def send_bytes(self, data, descriptors=()):
-        """What is no message at all as well. Descriptors go only where the
-        client was made with them."""
+        """Sends any bytes, also such as are not a message. Descriptors work
+        only when the client was made with them."""
         if descriptors:
             sent = socket.send_fds(self._socket, [data], descriptors)
             data = data[sent:]
@@ -230,11 +230,11 @@ class RawClient:
         return Message(kind, serial, fields, body)
 
     def receive_any(self):
-        """The next message, signals among them, whoever waits for it."""
+        """The next message, signals included, even one for another waiter."""
         return self._receive()
 
     def receive(self):
-        """The next reply or error, whoever waits for it."""
+        """The next reply or error, even one for another waiter."""
         while True:
             message = self._receive()
             if message.kind != SIGNAL:
@@ -242,7 +242,7 @@ class RawClient:
             self.signals.append(message)
 
     def count_received(self):
-        """How many answers have come that nobody waited for yet."""
+        """The number of answers without a waiter so far."""
         while self._buffer or select.select([self._socket], [], [], 0)[0]:
             self._keep(self._receive())
         return len(self._messages)

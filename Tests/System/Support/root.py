@@ -1,6 +1,6 @@
-"""A throw-away root: the machine's own files below an overlay, but for what
-differs between machines, the agent and its bus above it. What is written or
-removed in it is gone afterwards.
+"""A throw-away root: the machine's own files below an overlay, except for those
+that differ between machines, with the agent and its bus above it. All changes
+in it are gone afterwards.
 
 /root of it lies on a small ext4 of its own, so that flags, folder sizes and
 the Trash are those of a usual disk."""
@@ -82,7 +82,7 @@ class ThrowAwayRoot(PrivateBus):
         build = harness.build_folder
         os.makedirs(self.root + build, exist_ok=True)
         mount("--bind", build, self.root + build)
-        # What a test does wrong must not reach the machine.
+        # A faulty test must not reach the machine.
         mount("-o", "remount,bind,ro", self.root + build)
         for folder in (DATA, _SCRATCH):
             os.makedirs(self.root + folder)
@@ -102,7 +102,7 @@ class ThrowAwayRoot(PrivateBus):
                            capture_output=True)
         subprocess.run(["umount", "--lazy", f"{self._base}/disk"], check=False,
                        capture_output=True)
-        # Only what was mounted can hold more than empty folders.
+        # Only mounted folders can hold more than empty folders.
         for name in ("root", "disk"):
             try:
                 os.rmdir(f"{self._base}/{name}")
@@ -150,11 +150,11 @@ class ThrowAwayRoot(PrivateBus):
             return file.read()
 
     def exists(self, path):
-        """Whether anything stands there, a dangling link included."""
+        """Tells whether any item exists there, a dangling link included."""
         return os.path.lexists(self.host_path(path))
 
     def listdir(self, path):
-        """The names in a folder that is none by a link alone."""
+        """The names in a folder, which must not be a link to one."""
         folder = _open_no_link(self.host_path(path), os.O_DIRECTORY)
         try:
             return sorted(os.listdir(folder))

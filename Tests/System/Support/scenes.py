@@ -1,5 +1,5 @@
-"""Requests in small scenes of their own: what stands there before, what is
-asked, and whether what stands there afterwards goes with the answer."""
+"""Requests in small scenes of their own: the state before, the request, and
+whether the state afterwards agrees with the answer."""
 import errno
 import os
 import plistlib
@@ -12,12 +12,12 @@ from .root import DATA
 NEAR, FAR = "/tmp", "/run/far"
 CONF = "/etc/launchd.conf"
 DATABASE = "/private/var/db/launchd.db/com.apple.launchd.peruser.0/overrides.plist"
-ANYBODY = 0xffffffff  # where an entry of an access list names nobody
+ANYBODY = 0xffffffff  # an entry of an access list without a user
 READING = {"stat", "open", "fstat", "read"}
 
 
 class Scene:
-    """One request. The flag of its answer is None when none came."""
+    """One request. The flag of its answer is None without an answer."""
     member = ""
     arguments = ()
     signature = None  # of the arguments, if they are not just texts
@@ -30,17 +30,17 @@ class Scene:
         return self.root.host_path(path)
 
     def prepare(self):
-        """Everything as it is before the request, whatever is there now."""
+        """Sets the state before the request, from any other state."""
 
     def prepare_again(self):
-        """The same, but what was left hidden stays."""
+        """The same, but leaves hidden leftovers in place."""
         self.prepare()
 
     def ask(self, client):
         try:
             flag = self.answer(client)
         except BusError as error:
-            # What a tool that cannot be started comes to.
+            # The answer for a tool that cannot be started.
             if error.name != "org.freedesktop.DBus.Error.Failed":
                 raise
             flag = False
@@ -53,11 +53,12 @@ class Scene:
         return client.call(self.member, signature, *self.arguments)[0]
 
     def complaint(self, flag, failed=None):
-        """What is wrong, as a text. Failed is the name of the call that did."""
+        """A text about the fault, if any. Failed is the name of the call that
+        did."""
         raise NotImplementedError
 
     def leftovers(self):
-        """What the next request of the same kind is to clear away."""
+        """The leftovers that the next request of the same kind must clear away."""
         return []
 
 
@@ -164,7 +165,7 @@ class Truncation(TreeScene):
 
     def complaint(self, flag, failed=None):
         size = os.stat(self.host(self.arguments[0])).st_size
-        # Whatever fails after the cut makes the answer a no.
+        # Every failure after the cut makes the answer a no.
         return "" if size == 0 or (not flag and size == 7000) else f"{flag}, but {size} bytes"
 
 
@@ -345,8 +346,8 @@ ALL = (Exists, Size, Removal, LockedRemoval, SharedRemoval, Shredding, Truncatio
        MoveAcross, MoveFileAcross, MoveLabelledAcross, Trash, Overrides, Configuration)
 ATOMIC = (MoveAcross, MoveFileAcross, Overrides, Configuration)
 
-# With what each call may fail on a host that is in trouble. What says that
-# another process was faster is left out: it would not be true here.
+# The errors of each call on a host that is in trouble. Errors that mean that
+# another process was faster are left out: they would not be true here.
 _FILE, _CHANGE = [errno.EIO, errno.ENOMEM], [errno.EIO, errno.ENOSPC, errno.EROFS]
 HALF, KILL = -1, -2
 PLAUSIBLE = {

@@ -1,4 +1,4 @@
-"""What the tests of the operations on system services share."""
+"""Shared by the tests of the operations on system services."""
 import unittest
 
 from .root import ThrowAwayRoot

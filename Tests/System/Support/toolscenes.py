@@ -1,6 +1,6 @@
 """Scenes of the requests that run the system's tools, and of those that answer
-without touching anything. Stand-ins at the tools' paths note how they were
-called; what they noted must go with the answer as well."""
+without any effect. Stand-ins at the tools' paths record their arguments; these
+records must agree with the answer as well."""
 import os
 import plistlib
 
@@ -10,12 +10,12 @@ from .scenes import OF_THE_BUS, READING, Removal, Scene
 
 LAUNCHCTL = "/bin/launchctl"
 JOB = "org.example.job"
-# What keeps a tool from being started. It then counts as done, as a missing
-# one does.
+# The calls whose failure keeps a tool from being started. It then counts as
+# done, as a missing one does.
 LAUNCHING = {"access", "faccessat", "pipe2", "dup", "posix_spawn", "spawn_actions",
              "pthread_create"}
 SEEING = {"access", "faccessat"}
-# What a tool that runs is waited for with.
+# The calls that wait for a running tool.
 WAITING = {"waitpid", "nanosleep", "pidfd_open", "read-pipe", "write-pipe"}
 
 
@@ -31,7 +31,7 @@ def without_one(lines):
 class ToolScene(Scene):
     """Tools are run one after the other, and their statuses are the answer."""
     tools = {}  # how each stands in for the real one
-    always = False  # whether the answer is a yes whatever the statuses
+    always = False  # whether the answer is a yes for any status
 
     def prepare(self):
         for path, options in self.tools.items():
@@ -118,7 +118,7 @@ class FlushHalf(FlushNames):
 
 
 class EraseLogs(ToolScene):
-    """What the tool makes of the word on its standard input comes back."""
+    """The answer holds the tool's output for the text on its standard input."""
     member = "RemoveDiagnosticLogs"
     tools = {"/usr/bin/log": {"script": "dd bs=16 count=1 2>/dev/null", "stderr": WORDS,
                               "status": 3}}
@@ -157,7 +157,7 @@ class EraseStore(ToolScene):
 
     def complaint_of_answer(self, flag, made, failed):
         left = self.root.listdir(self.store)
-        # What cannot be listed or removed is logged alone.
+        # A failure to list or remove an item is only logged.
         if left and (failed is None or failed in LAUNCHING - {"dup"} | WAITING | OF_THE_BUS):
             return f"{left} is left after {failed}"
         return super().complaint_of_answer(flag, made, failed)
@@ -194,8 +194,9 @@ def launchctl(listed="", unloaded="", loading=0):
 
 
 class JobScene(ToolScene):
-    """With a job's list. One that cannot be read has no label, and what has no
-    label is not loaded; nor is what launchctl cannot be asked about."""
+    """With a job's list. An unreadable list has no label, and a job without a
+    label is not loaded. A job is not loaded either when launchctl cannot be
+    asked about it."""
     plist = f"{DATA}/{JOB}.plist"
     arguments = (plist,)
     words = ()
@@ -224,7 +225,7 @@ class JobScene(ToolScene):
         return "" if flag is expected else f"{flag} after {made}"
 
     def answer_after(self, words):
-        """What goes with the words that launchctl was run with."""
+        """The expected answer after launchctl ran with these arguments."""
         return True
 
 
@@ -299,15 +300,15 @@ class RemoveJob(JobScene):
 
     def complaint_of_answer(self, flag, made, failed):
         is_there, has_tool = self.root.exists(self.plist), self.root.exists(self.tool)
-        # The list goes after its tool, unless nobody could see the tool.
+        # The list goes after its tool, unless the agent could not see the tool.
         if flag is is_there or (has_tool and not is_there and failed != "stat"):
             return f"{flag}, but the list is there: {is_there}, the tool: {has_tool}"
         return ""
 
 
 class RemoveKext(Removal):
-    """One whose identifier cannot be read stays as it is; one that cannot be
-    unloaded goes all the same."""
+    """An extension whose identifier cannot be read stays as it is; one that
+    cannot be unloaded still goes."""
     member = "RemoveKextAtPath"
     line = ["/sbin/kextunload", "-p", "-b", "org.example.kext"]
 
@@ -355,7 +356,7 @@ class SlimBinary(ToolScene):
                  for path in (self.path, self.copy)]
         if made:
             good = [["slim", ""]] if flag else [["whole", "slim"], ["", "slim"]]
-        else:  # what nobody can see is nothing to do
+        else:  # the agent cannot see it, and so has nothing to do
             good = [["whole", ""]] if flag == (failed == "stat") else []
         return "" if there in good else f"{flag}, but {there} after {made}"
 

@@ -1,5 +1,5 @@
-"""Trees that nobody keeps but somebody might make, a look at any tree that
-needs no path, and what lies outside to be compared afterwards."""
+"""Hostile trees, a look at any tree that needs no path, and a folder outside to
+be compared afterwards."""
 import ctypes
 import errno
 import fcntl
@@ -67,7 +67,7 @@ def inotify(path, events):
 
 
 def unmount_below(path):
-    """Whatever is mounted in the tree, the latest first."""
+    """Unmounts all volumes in the tree, the latest first."""
     with open("/proc/self/mountinfo", encoding="utf-8", errors="surrogateescape") as file:
         points = [line.split()[4] for line in file]
     for point in reversed(points):
@@ -77,7 +77,7 @@ def unmount_below(path):
 
 # Looking at a tree of any depth, by descriptors alone.
 class Portrait:
-    """What a tree holds. Two portraits are equal when names, kinds, modes,
+    """The contents of a tree. Two portraits are equal when names, kinds, modes,
     sizes and times are the same throughout."""
 
     def __init__(self, path, needle="needle"):
@@ -128,8 +128,8 @@ class Portrait:
         return other
 
     def _read(self, folder, above, ancestors):
-        """Notes what the folder holds; the folders among it, to be visited. A
-        folder that is its own ancestor is no part of the tree."""
+        """Records the contents of the folder, and returns its subfolders to be
+        visited. A folder that is its own ancestor does not belong to the tree."""
         subfolders = []
         for name in map(os.fsencode, os.listdir(folder)):
             status = os.stat(name, dir_fd=folder, follow_symlinks=False)
@@ -164,7 +164,7 @@ class Canaries:
         self._before = self._look()
 
     def damage(self):
-        """What is no longer as it was; an empty list when nothing is."""
+        """The changes since; an empty list without any."""
         now = self._look()
         return [f"{path}: {self._before.get(path)} is {now.get(path)}"
                 for path in sorted(set(now) | set(self._before))
@@ -242,7 +242,7 @@ def _file(path, content=b"content"):
 
 
 def _common(item):
-    """What every tree holds: links that lead outside, and something to find."""
+    """The items of every tree: links that lead outside, and one to find."""
     os.mkdir(item)
     _file(f"{item}/needle.txt")
     os.symlink("/tmp/outside", f"{item}/link-folder")
@@ -389,7 +389,7 @@ def read_only_volume(item):
     mount("-o", "remount,ro", item)
 
 
-# Between these lies the size of the folders below, whatever comes and goes.
+# The size of the folders below lies between these, at any moment.
 _BUSY_FOLDERS, _BUSY_FILES, _WANDERER_FOLDERS = 8, 50, 20
 BUSY_LEAST = _BUSY_FOLDERS * _BUSY_FILES * 4096
 BUSY_MOST = 2 * BUSY_LEAST
@@ -410,15 +410,15 @@ def busy_folders(item):
 
 
 def busy_missing(item):
-    """Which of the files are missing there that nobody but the agent touches."""
+    """The missing files among those that only the agent touches."""
     paths = [f"{folder}/{number}" for folder in range(_BUSY_FOLDERS)
              for number in range(_BUSY_FILES)]
     return [path for path in ["needle.txt", *paths] if not os.path.exists(f"{item}/{path}")]
 
 
 def busy_lost(*places):
-    """Which of the files that nobody but the agent removes stand in none of the
-    places; those of the wanderer may stand anywhere in these."""
+    """The files that only the agent removes and that are in none of the places;
+    those of the wanderer may be anywhere in these."""
     wanted = {f"{folder}/{number}" for folder in range(_BUSY_FOLDERS)
               for number in range(_BUSY_FILES)}
     wanted |= {"needle.txt"} | {f"wanderer/{number}/x/file" for number in range(_WANDERER_FOLDERS)}

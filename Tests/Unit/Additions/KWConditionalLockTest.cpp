@@ -1,4 +1,5 @@
-// The gate: who waits, who is released, and that nobody is lost.
+// The gate: threads that wait, their release, and that the gate loses none of
+// them.
 #include "Additions/KWConditionalLock.h"
 
 #include "Foundation/Number.h"

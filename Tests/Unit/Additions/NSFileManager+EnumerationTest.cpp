@@ -30,7 +30,7 @@ protected:
   void link(const std::string &target, const std::string &name) {
     fs::create_symlink(target, root + "/" + name);
   }
-  // What was found, below the root and sorted.
+  // The found paths, relative to the root and sorted.
   Paths relative(Paths paths) const {
     for (std::string &path : paths)
       path = path.substr(std::min(path.size(), root.size() + 1));
@@ -138,7 +138,7 @@ TEST_F(FindFile, goesThroughALinkWithASlashAtTheEndAndNoOther) {
   EXPECT_EQ(kw::findFile(manager, "foo", scratch.path("link//"), false, true),
             (Paths{scratch.path("link/foo")}));
   EXPECT_EQ(kw::findFile(manager, "foo", scratch.path("link"), false, true), Paths{});
-  // The root is no result by that name either.
+  // The search does not return the root by that name either.
   EXPECT_EQ(kw::findFile(manager, "link", scratch.path("link/"), true, true), Paths{});
 }
 

@@ -36,7 +36,7 @@ NS::Error cocoaError(std::int64_t code, std::string_view domain = NS::CocoaError
   return NS::Error(domain, code);
 }
 
-// What one attempt at a removal answers.
+// The result of one attempt at a removal.
 struct Attempt {
   bool result = false;
   std::optional<NS::Error> error;
@@ -285,7 +285,7 @@ TEST(RemoveFile, cannotRemoveAnAppendOnlyFile) {
             FS_APPEND_FL);
 }
 
-// Answers removefile and notes what it was asked.
+// Plays removefile and records its arguments.
 class FakeSecureRemoval final : public NS::SecureRemoval {
 public:
   explicit FakeSecureRemoval(int result, int errnum = EBUSY) : result_(result), errnum_(errnum) {}
@@ -304,7 +304,7 @@ private:
   NS::ScopedOverride<NS::SecureRemoval> override_{*this};
 };
 
-// Answers every key with what it was asked for.
+// Answers every key with the key itself.
 class FakeStrings final : public NS::Bundle {
 public:
   std::string localizedStringForKey(const std::string &key, const std::optional<std::string> &value,

@@ -84,7 +84,7 @@ TEST_F(MainThread, runOnMainQueueSyncFromElsewhereWaitsForTheBlock) {
 }
 
 TEST_F(MainThread, runOnMainQueueAsyncFromElsewhereDoesNotWait) {
-  // The loop stands still until the call has returned.
+  // The loop does not run until the call has returned.
   std::thread([&] { kw::runOnMainQueueAsync(sender, [&] { ran.push_back("ran"); }); }).join();
   EXPECT_TRUE(ran.empty());
   turnMainRunLoop();
@@ -144,7 +144,8 @@ TEST_F(MainThread, runsBlocksOfEightThreadsInOrderPerSender) {
     threads.emplace_back([&, number] {
       for (int round = 0; round < rounds; ++round) {
         auto block = [&order, number, round] { order[number].push_back(round); };
-        // Every third waits; what it sent before must have run by then.
+        // Every third call waits; the thread's earlier blocks must have run by
+        // then.
         round % 3 ? kw::runOnMainQueueAsync(sender, block) : kw::runOnMainQueueSync(sender, block);
       }
       kw::runOnMainQueueAsync(sender, [&threadsOver] { ++threadsOver; });

@@ -1,4 +1,4 @@
-// Texts, names and lists: what the additions to strings promise.
+// The additions to strings: texts, names and lists.
 #include "Additions/NSStringAdditions.h"
 
 #include <gtest/gtest.h>

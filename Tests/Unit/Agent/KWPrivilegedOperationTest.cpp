@@ -147,7 +147,7 @@ public:
   }
 };
 
-// What is called when the arguments are "1", "2" and so on.
+// Calls the member with the arguments "1", "2" and so on.
 NS::XPCOutcome invoke(Recorder &recorder, const char *member) {
   const XPCMethod *method = KWPrivilegedOperation::interface()->methodWithMember(member);
   NS::XPCValues arguments;

@@ -73,7 +73,7 @@ public:
     return path != missing && ForwardingFileManager::isExecutableFileAtPath(path);
   }
   bool readable = true;
-  std::string missing; // no program stands there
+  std::string missing; // the path of a program that does not exist
 
 private:
   Events &events_;
@@ -92,7 +92,7 @@ protected:
       events.push_back(success ? "reply YES" : "reply NO");
     };
   }
-  // What the erasure of the log store does when the events fail that are named.
+  // The events of an erasure of the log store in which the named events fail.
   Events erase(const std::set<std::string> &failing) {
     events.clear();
     jobs.failing = failing;

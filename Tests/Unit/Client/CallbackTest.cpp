@@ -1,4 +1,5 @@
-// What callbacks may do, and what they cannot break; without a bus.
+// The rights of callbacks, and failures of callbacks that must stay without
+// effect; without a bus.
 #include "Client/Client.h"
 
 #include "Support/FakeAgent.h"
@@ -18,8 +19,8 @@ using kw::Request;
 using kw::Result;
 using Strings = std::vector<std::string>;
 
-// Keeps the client's thread in a callback, so that what is started and
-// cancelled meanwhile is found all at once.
+// Keeps the client's thread in a callback, so that it finds the requests
+// started and cancelled meanwhile all at once.
 class Pause {
 public:
   Pause(Client &client, kwtest::FakeAgent &agent) {
@@ -46,7 +47,7 @@ protected:
       return error.what();
     }
   }
-  // Starts anew with a client that notes what callbacks throw.
+  // Starts anew with a client that records exceptions of callbacks.
   void noteExceptions() {
     client.reset();
     client = agent.client({false, [this](const std::exception_ptr &exception) {

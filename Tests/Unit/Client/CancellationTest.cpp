@@ -1,5 +1,5 @@
-// What becomes of requests that are cancelled when the agent has them, and how
-// far they have come; without a bus.
+// The outcome and the progress of requests that are cancelled when the agent
+// has them; without a bus.
 #include "Client/Client.h"
 
 #include "Support/FakeAgent.h"

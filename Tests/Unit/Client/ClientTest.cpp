@@ -1,5 +1,4 @@
-// Each typed call as the message that it sends and the reply that it makes of
-// what comes back.
+// Checks the message and the decoded reply of each typed call.
 #include "Client/Client.h"
 
 #include "Support/FakeAgent.h"
@@ -9,8 +8,8 @@
 #include <functional>
 #include <optional>
 
-// The bus library loses what it had made for an address that cannot be
-// reached; nothing of ours is let off by this. Called by the leak sanitizer.
+// The bus library leaks memory of an address that it cannot reach. This
+// suppression covers none of our code. The leak sanitizer calls the function.
 extern "C" const char *__lsan_default_suppressions();  // NOLINT(bugprone-reserved-identifier)
 extern "C" const char *__lsan_default_suppressions() { // NOLINT(bugprone-reserved-identifier)
   return "leak:sd_bus_new\n";

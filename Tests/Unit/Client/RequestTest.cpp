@@ -1,4 +1,4 @@
-// What becomes of requests that overlap, are given up, take too long or lose
+// The outcome of requests that overlap, are given up, take too long or lose
 // their connection; without a bus.
 #include "Client/Client.h"
 
@@ -87,7 +87,7 @@ TEST_F(RequestTest, waitsInTheClientWhereTooManyAreOnTheirWay) {
   for (int number = 0; number < 5000; ++number)
     requests.push_back(client->echoAsync("x"));
   agent.waitUntilSent(64);
-  // What is given up is still the agent's, and makes no room.
+  // The agent still has requests that were given up, so they make no room.
   for (int number = 0; number < 10; ++number)
     requests[static_cast<std::size_t>(number)].cancel();
   static_cast<void>(requests[9].wait());

@@ -123,7 +123,7 @@ TEST_F(BulkAttributes, listEveryEntryOnce) {
 TEST_F(BulkAttributes, giveNoMoreThanAreWantedWhereAllAreSmall) {
   for (char name = 'a'; name <= 'z'; ++name)
     fs::create_directory(folder.path(std::string(1, name)));
-  EXPECT_EQ(list().size(), 26u); // each batch is held against what was wanted
+  EXPECT_EQ(list().size(), 26u); // each batch is compared with the request
 }
 
 // Behind the largest name the buffer must not take more of the smallest than

@@ -1,4 +1,4 @@
-// What a failed assertion does.
+// The effect of a failed assertion.
 #include "Support/AssertionRecorder.h"
 #include "Support/LogRecorder.h"
 

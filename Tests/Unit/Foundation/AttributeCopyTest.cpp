@@ -1,4 +1,5 @@
-// What an item's successor takes over of its access list and attributes.
+// The access list and attributes that a replacement takes over from the former
+// item.
 #include "Foundation/POSIX/AttributeCopy.h"
 
 #include "Support/AccessList.h"
@@ -59,7 +60,7 @@ TEST(AttributeCopy, withoutTheAccessListLetsNobodyInWhomTheListKeepsOut) {
   kwtest::ScratchFolder scratch;
   const std::string source = scratch.file("source", "");
   const std::vector<Case> cases = {
-      // The mask is no right of the group.
+      // The mask does not grant the group any right.
       {listWith(0, 6, 0, {{ACL_USER, 6, 1234}}, {}), "600"},
       {listWith(6, 4, 0, {{ACL_USER, 6, 1234}}, {}), "640"},
       {listWith(4, 6, 4, {{ACL_USER, 6, 1234}}, {}), "644"},

@@ -1,4 +1,4 @@
-// Base64 both ways, and what is no Base64.
+// Base64 both ways, and texts that are not Base64.
 #include "Foundation/POSIX/Base64.h"
 
 #include <gtest/gtest.h>

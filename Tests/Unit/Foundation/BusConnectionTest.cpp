@@ -35,7 +35,7 @@ protected:
         connection.wait(waker, std::nullopt);
     }
   }
-  // What the bus keeps for the connection that has not read it yet.
+  // The bytes that the bus keeps until the connection reads them.
   std::uint32_t unreadBytes(const BusConnection &connection) {
     BusMessage call = client_.makeCall(BusConnection::busName, BusConnection::busPath,
                                        "org.freedesktop.DBus.Debug.Stats", "GetConnectionStats");
@@ -274,7 +274,7 @@ TEST_F(BusConnectionTest, endsItsWaitWhenItIsWokenAndWaitsAgain) {
   };
   std::thread([&] { waker.wake(); }).join();
   EXPECT_TRUE(isAwake());
-  while (isAwake()) // what the bus tells a newcomer ends a wait as well
+  while (isAwake()) // the bus's own messages to a new connection end a wait as well
     client_.wait(waker, std::nullopt);
 }
 

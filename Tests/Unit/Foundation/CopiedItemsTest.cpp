@@ -1,4 +1,4 @@
-// The record of what was copied, in memory and beyond it.
+// The record of copied items, in memory and beyond it.
 #include "Foundation/Linux/CopiedItems.h"
 
 #include "Foundation/Linux/ItemCopy.h"

@@ -1,4 +1,5 @@
-// Shares of the descriptor table: who gets one, and who waits.
+// Shares of the descriptor table: the threads that get one, and those that
+// wait.
 #include "Foundation/DescriptorBudget.h"
 #include "Foundation/FTS.h"
 #include "Foundation/FileFlags.h"
@@ -28,7 +29,7 @@ namespace {
 using NS::DescriptorBudget;
 using Share = NS::DescriptorBudget::Share;
 
-// Returns once so many wait; nobody has to be told of it.
+// Returns once so many threads wait. The budget sends no notice of that.
 void awaitWaiting(const DescriptorBudget &budget, std::size_t count) {
   while (budget.waiting() != count)
     std::this_thread::yield();

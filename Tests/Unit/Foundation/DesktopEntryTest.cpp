@@ -1,5 +1,5 @@
-// Who starts by a desktop entry: its two layers of quoting, and texts that are
-// hardly entries at all.
+// The programs that start by a desktop entry: its two layers of quoting, and
+// malformed entries.
 #include "Foundation/Linux/DesktopEntry.h"
 
 #include <gtest/gtest.h>

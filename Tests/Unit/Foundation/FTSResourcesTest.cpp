@@ -59,7 +59,7 @@ void makeChain(const std::string &root, int depth) {
   std::filesystem::create_directories(path);
 }
 
-// The most that are open while the walk stands below the level.
+// The most that are open while the walk is below the level.
 std::size_t mostHeldBelow(int level, NS::FTSStream &stream, std::size_t before) {
   std::size_t most = 0;
   while (FTSEntry *entry = stream.read())

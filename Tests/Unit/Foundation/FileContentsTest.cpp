@@ -1,4 +1,5 @@
-// Whole files in and out, and above all what a failed replacement leaves.
+// Reading and writing of whole files, and above all the leftovers of a failed
+// replacement.
 #include "Foundation/FileContents.h"
 
 #include "Support/AccessList.h"

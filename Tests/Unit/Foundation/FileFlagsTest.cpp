@@ -99,8 +99,8 @@ TEST(FileFlags, clearThoseOfTheMaskAndKeepAllOthers) {
   EXPECT_EQ(inodeFlags(path), all & ~(FS_IMMUTABLE_FL | FS_APPEND_FL));
 }
 
-// Somebody turns a link to and fro between an immutable file and an append-only
-// one, which is never to be changed.
+// Another thread switches a link between an immutable file and an append-only
+// one, which must never change.
 TEST(FileFlags, ofOneItemAreNeverWrittenToAnother) {
   ScratchFolder scratch;
   std::string immutable = scratch.file("immutable", ""), append = scratch.file("append", "");
@@ -229,7 +229,7 @@ TEST(ClearBeneath, namesWhatItCannotClear) {
             "");
 }
 
-// All items beneath a folder, each before what it holds, in the order of the
+// All items beneath a folder, each before its contents, in the order of the
 // listings.
 void appendDescendants(const std::string &folder, std::vector<std::string> &paths) {
   for (const auto &entry : fs::directory_iterator(folder)) {

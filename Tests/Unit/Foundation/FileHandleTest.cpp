@@ -37,7 +37,7 @@ bool isCloseOnExec(const NS::FileHandle &handle) {
   return (::fcntl(handle.fileDescriptor(), F_GETFD) & FD_CLOEXEC) != 0;
 }
 
-// What a handler has seen, for a test to wait on.
+// Collects a handler's data, for a test to wait on.
 class Collector {
 public:
   void add(std::string chunk) {

@@ -1,5 +1,5 @@
 // Folders exchanged for links to a folder outside while trees are removed,
-// shredded, unlocked and copied: what is outside stays as it is.
+// shredded, unlocked and copied: everything outside must stay unchanged.
 #include "Foundation/FileFlags.h"
 #include "Foundation/FileManager.h"
 #include "Foundation/SecureRemoval.h"
@@ -23,8 +23,8 @@ using kwtest::HeldLock;
 using kwtest::LockedItem;
 using kwtest::ScratchFolder;
 
-// Several folders, so that whatever the order of the volume some are met before
-// the link that they are exchanged for and some after it.
+// Several folders, so that in any order of the volume the walk meets some
+// before their link and some after it.
 constexpr const char *folders[] = {"", "/sub", "/sub2", "/sub3", "/sub4", "/sub/subsub"};
 constexpr const char *swapped[] = {"sub", "sub2", "sub3", "sub4"};
 constexpr std::size_t filesOfATree = std::size(folders) * 8;
@@ -38,7 +38,7 @@ void makeFiles(const ScratchFolder &scratch, const std::string &root, const char
   }
 }
 
-// Whether the folder outside still holds just what it held.
+// Tells whether the folder outside still holds exactly its first contents.
 std::string damage(const ScratchFolder &scratch) {
   std::size_t items = 0;
   for (const auto &entry : fs::recursive_directory_iterator(scratch.path("outside")))

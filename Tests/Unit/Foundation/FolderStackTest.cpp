@@ -1,4 +1,4 @@
-// The chain of folders that every walk stands in.
+// The chain of folders from a walk's root to its place.
 #include "Foundation/Linux/FolderStack.h"
 
 #include "Support/ScratchFolder.h"
@@ -116,7 +116,7 @@ TEST(FolderStack, givesLongListingsByInodeFilesFirst) {
   EXPECT_EQ(seen.size(), 10000u);
 }
 
-// What was removed is not listed again, and each folder comes once.
+// A removed item is not listed again, and each folder comes once.
 TEST(FolderStack, goesOnInALongListingAfterItWasClosed) {
   ScratchFolder scratch(kwtest::quickFolder());
   makeWideFolder(scratch, 10000);

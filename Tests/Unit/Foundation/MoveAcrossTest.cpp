@@ -1,5 +1,5 @@
-// Moves to another volume whose source changes meanwhile, and what the other
-// volume cannot hold: nothing is lost, and nobody gains access.
+// Moves to another volume whose source changes meanwhile, and attributes that
+// the other volume cannot hold: no data is lost, and no user gains access.
 #include "Foundation/Linux/TreeMove.h"
 
 #include "Foundation/FileManager.h"
@@ -71,7 +71,7 @@ void makeTree(const ScratchFolder &scratch) {
   scratch.file("tree/inner/second", "second");
 }
 
-// What somebody does to the tree, and the item that is then another one.
+// A change of the tree by another process, and the item that it replaces.
 struct Change {
   const char *name;
   std::function<void(const ScratchFolder &)> make;
@@ -309,7 +309,7 @@ TEST(MoveAcross, refusesAnAppendOnlyVolume) {
   EXPECT_TRUE(fs::is_empty(scratch.path("archive")));
 }
 
-// Counts the lines that say what was left out.
+// Counts the log lines about attributes that were left out.
 class OmissionLines {
 public:
   std::size_t count() const {
@@ -327,8 +327,8 @@ TEST(MoveAcross, toAVolumeWithoutAccessListsGrantsNobodyMore) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
   fs::create_directory(scratch.path("tree"));
-  // The owner and one user may write; the group may nothing, and the mask that
-  // stands in its bits of the mode is no right of it.
+  // The owner and one user may write; the group has no right. The mask is in
+  // the group's bits of the mode, but does not grant the group any right.
   const std::string list = kwtest::accessListOf(
       {{ACL_USER_OBJ, 6}, {ACL_USER, 6, 1234}, {ACL_GROUP_OBJ, 0}, {ACL_MASK, 6}, {ACL_OTHER, 0}});
   for (const char *name : {"tree/one", "tree/two"})

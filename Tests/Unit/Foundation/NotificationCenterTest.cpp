@@ -1,4 +1,5 @@
-// Who is told, where, and what may happen meanwhile.
+// The receivers of a notification, their threads, and changes during its
+// delivery.
 #include "Foundation/NotificationCenter.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// The dialect, and the bounds on what a search may cost.
+// The dialect, and the bounds on the cost of a search.
 #include "Foundation/RegularExpression.h"
 
 #include <gtest/gtest.h>

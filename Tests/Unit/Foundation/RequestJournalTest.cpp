@@ -1,4 +1,4 @@
-// What is recorded of a request, and when.
+// The record of a request, and its time.
 #include "Foundation/RequestJournal.h"
 
 #include "Support/FakeClock.h"

@@ -21,7 +21,7 @@ constexpr NS::MonotonicTime past{};
 
 class RunLoopTest : public ::testing::Test {
 protected:
-  // What is there in the mode, without waiting; false when there was nothing.
+  // Handles the present events in the mode without waiting; false without any.
   bool turn(const char *mode = NS::DefaultRunLoopMode) { return loop.runMode(mode, past); }
   std::function<void()> note(int value) {
     return [this, value] { ran.push_back(value); };
@@ -127,7 +127,7 @@ TEST_F(RunLoopTest, survivesADelayBeyondTheEndOfTime) {
     clock.advance(std::chrono::hours(24 * 365 * 100));
     EXPECT_FALSE(RunLoop::currentRunLoop().runMode(NS::DefaultRunLoopMode, past));
   }).join();
-  // The loop and what it held went with the thread.
+  // The loop and its blocks are gone with the thread.
   EXPECT_EQ(held.use_count(), 1);
 }
 

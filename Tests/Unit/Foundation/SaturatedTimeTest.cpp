@@ -1,4 +1,4 @@
-// Times at and past the ends of what can be held.
+// Times at and beyond the ends of their range.
 #include "Foundation/SaturatedTime.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// One client: what it may call, who handles it, and what becomes of exceptions.
+// One client: its permitted calls, their handlers, and exceptions of these.
 #include "Foundation/Linux/ServiceConnection.h"
 #include "Foundation/Exception.h"
 #include "Support/LogRecorder.h"

@@ -1,5 +1,5 @@
-// What is left beside a destination when a process ends half-way goes with the
-// next work there; what is still being built does not.
+// When a process ends half-way, the next work in the folder removes its
+// leftover beside the destination. It never removes an item under construction.
 #include "Foundation/Linux/Staging.h"
 #include "Foundation/FileContents.h"
 #include "Foundation/FileManager.h"

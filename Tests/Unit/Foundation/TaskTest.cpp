@@ -1,5 +1,5 @@
-// Launching, what the child inherits, how it ended, and that nothing of it is
-// left behind.
+// Launches, the child's inheritance, its outcome, and that it leaves nothing
+// behind.
 #include "Foundation/Task.h"
 
 #include "Foundation/Environment.h"
@@ -36,7 +36,7 @@ std::shared_ptr<NS::Task> shell(const std::string &command) {
   return task;
 }
 
-// What the command writes to its standard output.
+// The command's standard output.
 std::string outputOf(NS::Task &task) {
   auto pipe = NS::Pipe::pipe();
   task.setStandardOutput(pipe);
@@ -236,7 +236,7 @@ TEST(TaskLaunch, refusesASecondTimeAndAClosedPipe) {
 }
 
 TEST(TaskLaunch, thatFailedLeavesPipesAndCanBeRepeated) {
-  // The first launch of a process opens what the reaper keeps for good.
+  // The first launch of a process opens the reaper's permanent descriptors.
   auto first = shell("exit 0");
   first->launch();
   waitUntilUnknown(first->processIdentifier());
@@ -375,7 +375,7 @@ TEST(Task, droppedWhileRunningIsReapedAtItsEnd) {
 
 TEST(Task, isReapedEvenWithoutADescriptorToWatchItBy) {
   KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
-  auto first = shell("exit 0"); // so that the reaping thread has what it needs
+  auto first = shell("exit 0"); // so that the reaping thread exists and has its memory
   first->launch();
   first->waitUntilExit();
   auto input = NS::Pipe::pipe();

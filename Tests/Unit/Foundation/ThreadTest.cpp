@@ -1,4 +1,4 @@
-// What is asked of the current thread.
+// Operations of the current thread.
 #include "Foundation/Thread.h"
 
 #include <chrono>

@@ -1,5 +1,5 @@
-// What a removal says of an item that vanishes, of a way back that is lost, and
-// of a requester who wants no more.
+// The result of a removal for an item that vanishes, a lost way back, and a
+// requester that cancels.
 #include "Foundation/Linux/TreeRemoval.h"
 
 #include "Foundation/FileFlags.h"
@@ -122,7 +122,7 @@ TEST(TreeRemoval, saysGoneOfTheItemAskedAboutAlone) {
   }
   fs::create_directory(scratch.path("root"));
   scratch.file("root/file", "");
-  // Somebody was faster.
+  // Another process was faster.
   HookedEraser slow([&](const std::string &name) {
     if (name == "file")
       fs::remove(scratch.path("root/file"));
@@ -259,7 +259,8 @@ TEST(CancelledRequest, stopsAShreddingWithinAFile) {
 }
 
 // Moves "root", of so many items, to another volume and cancels when the
-// condition holds. What is wrong, as a text; "late" when all was copied by then.
+// condition holds. Returns a text about the fault; "late" when everything was
+// copied by then.
 std::string moveAndCancel(const ScratchFolder &scratch, std::uint64_t items,
                           const std::function<bool(Progress &)> &condition) {
   Progress progress;

@@ -1,4 +1,4 @@
-// File URLs: what they make of a path, and the values of what stands there.
+// File URLs: their making from a path, and the values of the item there.
 #include "Foundation/URL.h"
 
 #include "Support/ScratchFolder.h"

@@ -38,8 +38,8 @@ protected:
   UnreadMessages unread{limits};
 };
 
-// Whatever leaves the agent because of a client is counted at its real size,
-// whoever writes it.
+// Every message that leaves the agent because of a client counts at its real
+// size, from every sender.
 TEST_F(UnreadMessagesTest, countsWhatIsSentWhateverItIs) {
   unread.sent("a", 60);
   unread.sent("a", 1);
@@ -78,7 +78,7 @@ TEST_F(UnreadMessagesTest, manyWhoLeaveLittleWeighNothing) {
   EXPECT_EQ(room("new", 200), Room::Enough);
 }
 
-// What a client has unread is asked of the bus before its limit is reached.
+// The agent asks the bus for a client's unread messages before the limit.
 TEST_F(UnreadMessagesTest, asksBeforeTheLimitOfAClientIsReached) {
   unread.sent("a", 50);
   EXPECT_FALSE(unread.isWorthAsking("a"));

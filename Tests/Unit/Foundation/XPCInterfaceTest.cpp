@@ -1,4 +1,4 @@
-// Replies: one outcome for each request, whatever handlers do.
+// Replies: one outcome for each request, for any handler.
 #include "Foundation/XPCInterface.h"
 
 #include <gmock/gmock.h>

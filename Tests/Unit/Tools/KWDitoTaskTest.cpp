@@ -15,7 +15,7 @@ using Lines = std::vector<std::vector<std::string>>;
 
 class DitoTask : public testing::Test {
 protected:
-  // What a ditto that works leaves.
+  // Leaves a copy as a ditto that works does.
   void dittoCopies() {
     runner.onRun = [this](const kwtest::RecordingTaskRunner::Run &) {
       folder.file("bin.ditto", "slim");

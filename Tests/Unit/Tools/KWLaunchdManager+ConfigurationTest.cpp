@@ -1,4 +1,4 @@
-// What is read from job lists, and the line of launchd's configuration.
+// Reading of job lists, and of a line of launchd's configuration.
 #include "Tools/KWLaunchdManager.h"
 
 #include "Support/LogRecorder.h"

@@ -1,4 +1,4 @@
-// launchctl's command lines, word by word, and what each answer leads to.
+// launchctl's command lines, word by word, and the effect of each answer.
 #include "Tools/KWLaunchdManager.h"
 
 #include "Support/FakeLaunchd.h"

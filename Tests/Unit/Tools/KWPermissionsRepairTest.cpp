@@ -41,8 +41,8 @@ struct Repair {
   // Lets a script that reads the FIFO go on.
   void letGoOn() { folder.file("go", "\n"); }
   // The same for a script that writes a chunk and reads a FIFO of its own for
-  // each; it goes on only once the chunk has been read from the pipe, so that
-  // no two chunks ever stand in it together.
+  // each. It goes on only once the chunk has been read from the pipe, so that
+  // the pipe never holds two chunks.
   void letGoOnAfterEachOf(std::initializer_list<std::string> chunkNames) {
     for (const std::string &name : chunkNames) {
       std::ofstream go(folder.path(name)); // opens when the script does

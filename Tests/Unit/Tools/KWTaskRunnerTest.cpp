@@ -1,4 +1,4 @@
-// Running tools: what is captured, what is told, and what each failure leaves.
+// Runs of tools: captured output, results, and the effect of each failure.
 #include "Tools/KWTaskRunner.h"
 
 #include "Foundation/Bundle.h"
@@ -65,7 +65,7 @@ Completions runShell(const std::string &command,
   return completions;
 }
 
-// Answers every key of every table with one text, and keeps what was asked.
+// Answers every key of every table with one text, and records the key.
 class FakeBundle final : public NS::Bundle {
 public:
   std::string localizedStringForKey(const std::string &key, const std::optional<std::string> &value,
@@ -239,9 +239,9 @@ TEST(TaskRunnerCompletion, ofTooLongACommandGetsTheReasonOnly) {
   expectTaskError(completions.calls[0], "launch failed (Argument list too long)");
 }
 
-// The tool reads once; a trailing newline would stand in that one read. Then
-// the pipe that it names still has a writer when the completion is called, and
-// none when the call has returned.
+// The tool reads once; that one read would contain a trailing newline. Then the
+// pipe that it names still has a writer when the completion is called, and none
+// when the call has returned.
 TEST(TaskRunnerInput, reachesTheToolWithoutNewlineAndWithoutEnd) {
   auto holders = [](const std::string &pipe) {
     int count = 0;
@@ -424,8 +424,8 @@ TEST(TaskRunnerStatus, suppressesErrorOutputOnlyWhenAsked) {
   EXPECT_EQ(folder.content("errors"), "err-shown\n");
 }
 
-// Nobody reads the pipe, so that the tool stays in its write until it is
-// killed from outside.
+// The pipe has no reader, so that the tool stays in its write until the test
+// kills it.
 TEST(TaskRunnerStatus, waitsForeverOnAToolThatFillsAPipe) {
   ScratchFolder folder;
   TellingThread thread;

@@ -1,5 +1,5 @@
-// The measuring walk: what each entry counts, what is left out, and the whole
-// against a computation of its own.
+// The measuring walk: the count of each entry, the entries left out, and the
+// whole compared with a computation of the test's own.
 #include "Tools/RVFileSizer.h"
 
 #include "Foundation/Progress.h"
@@ -302,7 +302,7 @@ TEST(RVFileSizer, leavesAFolderOutThatSomebodyElseMayNotRead) {
   std::filesystem::create_directory(scratch.path("closed"));
   oneBlockFile(scratch, "closed/file");
   std::filesystem::permissions(scratch.path("closed"), std::filesystem::perms(0700));
-  // Seen on the way in, before anybody tries to open it.
+  // The walk sees it on the way in, before it tries to open it.
   std::uint64_t expected = 2 * allocated(scratch.path()) + allocated(scratch.path("closed"));
   EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
               if (!kwtest::dropRoot())

@@ -165,7 +165,7 @@ TEST(RVFileSizerThreads, stayWithinWhatATreeHeldWhileItChanged) {
     ASSERT_GE(size, fixed);
     ASSERT_LE(size, fixed + builder.made() * 4096);
   }
-  // What vanished is no error.
+  // A vanished item is not logged as an error.
   EXPECT_EQ(log.lines(), Strings{});
 }
 
