@@ -1,5 +1,5 @@
 # The names of the agent and its files, read from the one header that fixes
-# them, so that what is installed can never differ from what is compiled.
+# them, so that installed files can never differ from compiled ones.
 
 # kw_identity(<variable> <constant>): the text of a constant of Identity.h.
 function(kw_identity variable constant)

@@ -1,5 +1,4 @@
-# What can be chosen at configure time, and what every target of the tree is
-# compiled with.
+# The options at configure time, and the settings for compiling every target.
 
 option(KEEPWELL_BUILD_TESTS "Build the unit, system and fuzz tests" ON)
 option(KEEPWELL_BUILD_BENCHMARKS "Build the benchmarks" OFF)

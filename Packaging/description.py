@@ -1,9 +1,9 @@
-"""What `keepwell --describe` says, as the makers of completions and of the
-manual page want it."""
+"""The output of `keepwell --describe`, for the makers of completions and of the
+manual page."""
 import json
 import subprocess
 
-# What stands for a value in the help, and how a shell can offer it.
+# The names of values in the help that are paths, for a shell's completion.
 FILES = {"PATH", "SOURCE", "DESTINATION", "PLIST", "APP", "FOLDER", "FILE"}
 WORDS = {"BUS": ["system", "session"]}
 # A value that means something of its own to one command.
@@ -44,7 +44,7 @@ class Command:
             yield from command.walk()
 
     def known_options(self):
-        """Its own and those of the program, which may stand anywhere."""
+        """Its own and those of the program, which may come at any place."""
         own = {name for option in self.options for name in option.names}
         top = self
         while top.parent:

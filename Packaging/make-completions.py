@@ -43,7 +43,7 @@ _keepwell_options() {{
   esac
 }}
 
-# What the value of an option may be: files, words or nothing known.
+# The kind of an option's value: files, words or unknown.
 _keepwell_value() {{
   case "$1|$2" in
 {bash_cases(values)}

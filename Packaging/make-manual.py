@@ -4,8 +4,8 @@
 Usage: make-manual.py command PROGRAM TEMPLATE     keepwell(1)
        make-manual.py interface XML TEMPLATE       the bus interface's page
 
-In the template @OPTIONS@ and @COMMANDS@, or @MEMBERS@, stand for what is told
-by the program itself or by the interface's description."""
+In the template @OPTIONS@ and @COMMANDS@, or @MEMBERS@, stand for the texts
+of the program itself or of the interface's description."""
 import sys
 import textwrap
 import xml.etree.ElementTree as ElementTree
@@ -92,7 +92,7 @@ def command_section(command):
     lines.append(sentence(command.summary))
     if command.note:
         lines.append(paragraphs(command.note))
-    # What one argument is says its name; what is said of it may be more.
+    # The name of an operand alone says enough; its help may add to that.
     told = [argument for argument in command.arguments if argument.help]
     options = own_options(command)
     if told or options:

@@ -1,6 +1,6 @@
 // The least that a service can do: answers Echo with the same text and an
-// empty error, by the bus library's own means. What the agent's echo is held
-// against.
+// empty error, by the bus library's own means. The rival of the
+// agent's echo.
 //
 // empty-service BUS-ADDRESS NAME
 #include <iostream>

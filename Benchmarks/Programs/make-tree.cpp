@@ -5,8 +5,8 @@
 //
 // FILES files altogether, spread evenly over FOLDERS folders; each
 // DATA-EVERYth file (0: none) holds BYTES bytes, all others are empty. With no
-// more than one folder the files stand in ROOT itself. Folders beyond the
-// hundredth stand in groups of a hundred, so that the tree has some depth.
+// more than one folder the files are in ROOT itself. Folders beyond the
+// hundredth are in groups of a hundred, so that the tree has some depth.
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-"""The agent on a bus of its own, and what its process needs."""
+"""The agent on a bus of its own, and its use of resources."""
 import os
 import subprocess
 import sys
@@ -47,7 +47,7 @@ class Agent:
         bus.wait_until(lambda: self._bus.bus_call("NameHasOwner", "s", name) == [True])
 
     def proportional_memory(self):
-        """Bytes of memory, what it shares with other programs divided fairly."""
+        """Bytes of memory; memory shared with other programs counts in part."""
         return self._memory("smaps_rollup", "Pss")
 
     def resident_memory(self):

@@ -37,7 +37,7 @@ class Tree:
 
 
 def expected_size(path):
-    """What the agent must answer, from another program's list of blocks: those
+    """The agent's expected answer, from another program's list of blocks: those
     of every item, of folders twice, of hard links each time."""
     listed = subprocess.run(["find", path, "-printf", "%y %b\n"], check=True,
                             stdout=subprocess.PIPE).stdout.decode()

@@ -1,4 +1,4 @@
-// Prints what each path occupies, asking for all of them at once.
+// Prints the size of each path, and asks for all of them at once.
 // Usage: sizes BUS PATH...     BUS: system, session or a bus address
 #include <keepwell/Client.h>
 

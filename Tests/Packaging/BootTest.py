@@ -83,7 +83,7 @@ class BootedDebian:
             capture_output=True, text=True, stdin=subprocess.DEVNULL, check=False)
 
     def check(self, *argv):
-        """Runs a command that must succeed; what it prints."""
+        """Runs a command that must succeed, and returns its output."""
         done = self.run(*argv)
         if done.returncode != 0:
             raise AssertionError(f"{argv}: {done.stdout}{done.stderr}")

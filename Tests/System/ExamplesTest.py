@@ -2,15 +2,15 @@
 did not write, against an installed agent in a throw-away root.
 
 How a fenced block is tried depends on the language it names:
-  console  each line after "$ " is run, what follows is what it must print;
+  console  each line after "$ " is run, the lines after it are its expected output;
            a line of three dots stands for any lines, three dots in a line for
            any text
   sh       run as a script, which must succeed
-  python   run; an "output" block after it is what it must print
+  python   run; an "output" block after it is its expected output
   cpp      compiled against the installed library, run, likewise
   xml, ini read by a parser of such files
 Comments before a block steer it: <!-- before: COMMAND --> sets the scene,
-<!-- not run: REASON --> leaves it out. What is left out is listed at the end.
+<!-- not run: REASON --> leaves it out. The end of the test lists the blocks left out.
 """
 import configparser
 import difflib

@@ -19,7 +19,7 @@ DESCRIPTION = os.path.join(os.path.dirname(__file__), "../../Resources",
 MOST_MEMORY = 4 << 20  # that may have come to be held after all faults of a scene
 # Calls that are repeated, or go on with the rest; the answer stays the same.
 PASSING = {errno.EINTR, scenes.HALF}
-# What is told of together.
+# The scenes that share a row.
 REQUESTS = {
     "existence, size": (scenes.Exists, scenes.Size),
     "removal of a tree; of a locked one; by several threads":

@@ -76,8 +76,8 @@ ROWS = {
                             across="no 642 kept", to_full="no 642 kept", trash="yes 3328 kept",
                             empty="kept"),
 }
-# What is told of together: how large it is, in the long form and in this one,
-# and the rows.
+# The trees that share a row: their size in the long form and in this one, and
+# the rows.
 TOLD = {
     "folders within each other": (f"40,000 | {DEPTH:,}", f"{DEPTH:,} deep"),
     "folders named with 255 bytes, past any path's length":

@@ -19,8 +19,8 @@ DATABASE = "/private/var/db/launchd.db/com.apple.launchd.peruser.0/overrides.pli
 STATE = "/run/keepwell-test/launchd"
 
 # A launchd of files: a job is loaded when a file has its label, and disabled
-# for good when another one does. The label of a list stands in a third, named
-# for the list.
+# for good when another one does. A third holds the label of a list and has the
+# list's name.
 JOB_TABLE = f"""
 state={STATE}
 verb=$1; shift
@@ -214,7 +214,7 @@ class LaunchdJobTest(ServicesTestCase):
 
     def test_nothing_of_all_this_leaks_a_descriptor_or_a_process(self):
         path = self.job()
-        self.flag("DisableLaunchdAgentAtPath", path)  # the first tool opens what all need
+        self.flag("DisableLaunchdAgentAtPath", path)  # the first tool opens everything of the first use
         before = self.descriptors()
         for _ in range(20):
             self.flag("EnableLaunchdAgentAtPath", path)

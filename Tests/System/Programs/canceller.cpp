@@ -1,6 +1,7 @@
 // Removes a tree through libkeepwell, and cancels the removal when a line comes
-// on standard input. Prints its outcome. Usage: canceller BUS PATH end|stay
-// (whether the removal ends or stays when this program goes away)
+// on standard input. Prints its outcome.
+// Usage: canceller BUS PATH end|stay (whether the removal ends or stays when
+// this program goes away)
 #include "Client/Client.h"
 
 #include <exception>

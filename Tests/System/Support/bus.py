@@ -44,9 +44,9 @@ CONNECTIONS = 1000
 
 
 def bytes_of_connection():
-    """What the bus is told to keep of one. dbus-broker multiplies it with the
-    connections to what it keeps of a user, and takes 32 bits of the product: it
-    gets what comes to its usual 512 MiB."""
+    """The most bytes that the bus keeps of one. dbus-broker multiplies it by the
+    connections for the limit of a user, and takes 32 bits of the product: the
+    value here makes its usual 512 MiB."""
     return (512 << 20) // CONNECTIONS if harness.broker else 133169152
 
 
