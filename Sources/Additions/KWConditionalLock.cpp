@@ -12,7 +12,7 @@
 namespace kw {
 namespace {
 
-// As far as the type goes; a deadline that far off never comes.
+// Limited to the range of the type; a deadline that far off never comes.
 std::int64_t nanosecondsOf(double seconds) {
   constexpr double pastMost = 9223372036854775808.0;
   double nanoseconds = seconds * static_cast<double>(NS::NanosecondsPerSecond);
@@ -36,7 +36,7 @@ bool KWConditionalLock::shouldLockForValue(const std::shared_ptr<NS::Object> &) 
 }
 
 void KWConditionalLock::setValue(const std::shared_ptr<NS::Object> &newValue) {
-  // Let go of outside the monitor, since its destructor may do anything.
+  // Released outside the monitor, since its destructor may run any code.
   std::shared_ptr<NS::Object> former = newValue;
   NS::Monitor monitor(*this);
   value_.swap(former);
@@ -49,8 +49,8 @@ std::shared_ptr<NS::Object> KWConditionalLock::value() const {
 }
 
 void KWConditionalLock::setLocked(bool locked) {
-  // Taken here too: a waiter that another thread is just recording must either
-  // see the gate open or be released by this.
+  // Holds the monitor here too: a waiter that another thread is just recording
+  // must either see the gate open or be released by this.
   NS::Monitor monitor(*this);
   if (locked_.exchange(locked) == locked || locked)
     return;

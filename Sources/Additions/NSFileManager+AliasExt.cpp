@@ -12,8 +12,8 @@
 namespace kw {
 namespace {
 
-// A cloud item that stands for another is rare, a chain of them more so; a
-// chain this long leads in a circle.
+// Aliases of cloud items are rare, and chains of them rarer; a chain this long
+// is a circle.
 constexpr int longestCloudChain = 32;
 
 std::string cloudOriginal(std::string path) {

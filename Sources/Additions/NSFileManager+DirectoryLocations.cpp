@@ -24,8 +24,8 @@ void clear(NS::ErrorSlot error) {
     error->reset();
 }
 
-// Whether the name stays below the folder that it is joined to. The folder
-// itself would be emptied otherwise.
+// Tells whether the name stays below the folder that it is joined to. Otherwise
+// the folder itself would be emptied.
 bool namesSomethingInside(std::string_view name) {
   bool isNothing = true;
   while (!name.empty()) {

@@ -24,7 +24,8 @@ public:
         byWords_(query.byWords), withCopies_(query.withCopies) {}
 
   bool isResult(const NS::FTSEntry &entry) const {
-    // The cheap test first: the candidate may cost a look at the file system.
+    // The cheap test comes first: the candidate may need a look at the file
+    // system.
     if (!byWords_ && !NS::rangeOfString(NS::lowercaseString(entry.name), lowerName_))
       return false;
     std::string name = candidate(entry);
@@ -65,7 +66,7 @@ void closeStream(NS::FTSStream &stream) {
   }
 }
 
-// Whether the walk ended by itself or by the handler's wish.
+// Tells whether the walk ended by itself or because the handler stopped it.
 bool walk(NS::FTSStream &stream, bool recursive, const WalkHandler &handler) {
   static_cast<void>(stream.read()); // the root
   bool stop = false;
@@ -91,8 +92,8 @@ void searchByName(NS::FileManager &, const NameQuery &query, const std::string &
     return;
   NameSearch search(query);
   std::string rootName = NS::lastPathComponent(path);
-  // "link/" is the folder behind the link, "link" the link, which holds
-  // nothing.
+  // "link/" is the folder at the end of the link; "link" is the link, which has
+  // no contents.
   if (atPath.ends_with('/'))
     path += '/';
   // The walk must not visit an item before it knows that the item is not

@@ -43,8 +43,7 @@ bool isDirectoryAtPath(NS::FileManager &manager, const std::string &path) {
   return manager.fileExistsAtPath(path, isDirectory) && isDirectory;
 }
 
-// A step of the switch move that failed: says which in the log and hands the
-// error out.
+// Logs the failed step of the switch move and passes its error out.
 bool failStep(std::string_view format, const std::optional<NS::Error> &failure,
               NS::ErrorSlot error) {
   NS::Log(format, failure);
@@ -75,8 +74,8 @@ bool removeFileAtPath(NS::FileManager &manager, const std::string &path, NS::Err
     NS::Log("An error occured while removing file at path (%@): %@", path, failure);
   tryToUnlockFileIfNeeded(manager, NS::stringByDeletingLastPathComponent(path), false);
   tryToUnlockFileIfNeeded(manager, path, true);
-  // The one slot serves both attempts: callers learn of the first failure even
-  // when the second attempt succeeds.
+  // One slot serves both attempts: callers learn of the first failure even when
+  // the second attempt succeeds.
   bool removed = manager.removeItemAtPath(path, &failure);
   if (failure)
     NS::storeError(error, *failure);

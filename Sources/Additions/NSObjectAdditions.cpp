@@ -1,4 +1,5 @@
-// Notices, bindings, blocks elsewhere and later, bounded waits and casts.
+// Change notices, bindings, blocks on other threads and with delays, bounded
+// waits and casts.
 #include "Additions/NSObjectAdditions.h"
 
 #include "Foundation/AssertionHandler.h"
@@ -52,7 +53,7 @@ std::int64_t nanosecondsOf(std::int64_t seconds) {
   return seconds <= 0 ? 0 : seconds * NS::NanosecondsPerSecond;
 }
 
-// Stops observing however the wait ends, an exception of the block included.
+// Stops observing at any end of the wait, an exception of the block included.
 class ScopedObserver {
 public:
   ScopedObserver(const char *name, std::function<void(const NS::Notification &)> block)
@@ -228,7 +229,8 @@ void performBlockOnMainThread(const std::shared_ptr<NS::Object> &receiver, const
   }
   auto group = NS::DispatchGroup::create();
   group->enter();
-  // Left when the queued block goes: run, thrown out of or never taken.
+  // The destruction of the queued block leaves the group: after its run, after
+  // an exception, or without a run.
   std::shared_ptr<void> done(nullptr, [group](void *) { group->leave(); });
   mainLoop.performBlock([block, done = std::move(done)] { fireBlockAfterDelay(nullptr, block); },
                         inModes);

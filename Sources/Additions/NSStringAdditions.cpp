@@ -1,4 +1,4 @@
-// Text, names, lists and the path test that looks at nothing.
+// Text, names, lists and the path test that does not use the file system.
 #include "Additions/NSStringAdditions.h"
 
 #include "Additions/ApplicationName.h"
@@ -94,7 +94,7 @@ bool kws_containsString(std::string_view string, std::string_view other) {
 std::string stringByRemovingSemicolonSeparatedString(std::string_view string,
                                                      std::string_view argument) {
   std::vector<std::string> kept;
-  // Literally, as the loader reads such a list: every colon separates.
+  // Splits literally, as the loader reads such a list: every colon separates.
   for (const std::string &piece :
        NS::componentsSeparatedByString(string, ":", NS::StringSearch::Literal))
     if (std::string trimmed = trimWhiteSpace(piece); trimmed != argument)

@@ -31,7 +31,7 @@ constexpr const char *controlInterface = "org.keepwell.KWRequestControl";
 // sent.
 constexpr int mostHandledAtOnce = 256;
 
-// The bus counts calls without an answer, the requests among them.
+// The bus counts calls without an answer, which include the requests.
 constexpr std::size_t mostCancelsSent = 16;
 
 // The agent's limit for the text of one request.
@@ -45,7 +45,7 @@ ClientError errorOfBus(const BusError &error) {
   throw ClientError(Kind::BadArgument, "org.freedesktop.DBus.Error.InvalidArgs", reason);
 }
 
-// Other text would name another item once it is there.
+// The bus changes invalid text, which would then name another item.
 void checkText(const std::string &text, std::size_t &bytes) {
   if ((bytes += text.size()) > mostTextBytes)
     refuse("text this long cannot be sent to the agent");
@@ -89,7 +89,7 @@ private:
     bool mayEndAgent = false;
   };
   using AwaitedBySerial = std::map<std::uint32_t, Awaited>;
-  // A request of which the agent may end.
+  // A request that may end the agent.
   struct LastRequest {
     bool isAnswered = false; // the bus reported that no reply will come
     bool nameIsLost = false;
@@ -115,13 +115,13 @@ private:
   NS::BusWaker waker_; // goes last: others may be waking
   BusConnection bus_;
   const ConnectionOptions options_;
-  Receiver *receiver_ = nullptr; // during a wait
+  Receiver *receiver_ = nullptr; // set during a wait
   AwaitedBySerial awaited_;
   std::map<Number, LastRequest> lastRequests_;
   std::deque<Number> toCancel_;
   std::size_t cancelsSent_ = 0;
-  // The agent's unique name, followed from the first request on that wants to
-  // know; empty while there is none.
+  // The agent's unique name. The connection follows it from the first request
+  // that needs it; empty while the name has no owner.
   std::string owner_;
   bool watchesAgent_ = false;
   bool wantsProgress_ = false;
@@ -275,7 +275,7 @@ void AgentBus::turnAway(const BusMessage &call) {
     BusMessage answer =
         call.makeFailure("org.freedesktop.DBus.Error.UnknownMethod", "a client serves no requests");
     bus_.send(answer);
-  } catch (const BusError &) { // next() tells of a connection that is lost
+  } catch (const BusError &) { // next() throws when the connection is lost
   }
 }
 
@@ -292,7 +292,7 @@ void AgentBus::handleAnswer(BusMessage &answer) {
     --cancelsSent_;
     handleCancel(awaited.number, answer);
     return sendCancels();
-  case Purpose::Match: // without it the agent's end would go unseen
+  case Purpose::Match: // without it the agent's end would stay unseen
     if (hasFailed)
       throw BusError(std::string(answer.errorName()), "the bus does not tell who owns a name");
     return;
@@ -305,7 +305,7 @@ void AgentBus::handleAnswer(BusMessage &answer) {
   }
 }
 
-// False says that the request has been answered.
+// False means that the request has been answered.
 void AgentBus::handleCancel(Number number, BusMessage &answer) {
   if (answer.kind() == BusMessage::Kind::Failure || answer.signature() != "b")
     receiver_->couldNotCancel(number);
@@ -363,7 +363,7 @@ void AgentBus::handleSignal(BusMessage &signal) {
       progress.path = std::string(signal.readText());
       receiver_->advanced(found->second.number, progress);
     }
-  } catch (const BusError &) { // not as agreed, and no reason to lose the connection
+  } catch (const BusError &) { // a malformed message; the connection stays
   }
 }
 

@@ -26,7 +26,8 @@ bool meansUnreachable(std::string_view name) {
          name.starts_with("System.Error.");
 }
 
-// Turned away at the door; any other error may have come in mid-work.
+// The agent refused the request before any work; other errors may have come in
+// the middle of it.
 bool meansUntouched(std::string_view name) {
   constexpr std::array<std::string_view, 7> names{
       "InvalidArgs",   "LimitsExceeded", "NotSupported",    "UnknownInterface",

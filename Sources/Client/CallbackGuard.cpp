@@ -1,4 +1,5 @@
-// An exception of a callback goes to the program's handler, else to its users.
+// Passes an exception of a callback to the program's handler, else to standard
+// error.
 #include "Client/CallbackGuard.h"
 
 #include <cstdio>

@@ -19,7 +19,7 @@ std::optional<NS::Error> errorIn(XPCValues &values, std::size_t index) {
   return std::nullopt;
 }
 
-// Text that is nil travels as an empty one.
+// The bus sends a nil text as an empty one.
 std::optional<std::string> textIn(XPCValues &values, std::size_t index) {
   auto &text = std::get<std::string>(values[index]);
   if (text.empty())
@@ -80,7 +80,7 @@ template <> struct Coding<EchoReply> {
   }
 };
 
-// The bus has the size with a sign, the agent measures without one.
+// The bus has a signed size, the agent measures an unsigned one.
 template <> struct Coding<SizeReply> {
   static std::vector<XPCKind> kinds() { return {XPCKind::Int64, XPCKind::Error}; }
   static SizeReply decode(XPCValues values) {
@@ -102,7 +102,7 @@ template <> struct Coding<LogErasureReply> {
   }
   static LogErasureReply decode(XPCValues values) {
     LogErasureReply reply{textIn(values, 0), textIn(values, 2), std::nullopt, errorIn(values, 3)};
-    // Beside an error there was no tool to have a status.
+    // With an error there was no tool and so no status.
     if (!reply.error)
       reply.toolStatus = std::get<std::int64_t>(values[1]);
     return reply;

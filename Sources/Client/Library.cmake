@@ -2,8 +2,8 @@
 # which CMake and pkg-config find it. It has two components: "library" to run
 # programs, "development" to build them.
 
-# Besides its own room the library holds the error values of Foundation, and
-# its way to the bus.
+# Besides the client's own objects the library holds the error values of
+# Foundation and its bus layer.
 set(library_sources $<TARGET_OBJECTS:kw_client>
     ${CMAKE_CURRENT_SOURCE_DIR}/Foundation/POSIX/ErrorValue.cpp)
 foreach(name BusConnection BusMessage BusText BusValues)
@@ -16,7 +16,7 @@ set_target_properties(libkeepwell PROPERTIES
   VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
   EXPORT_NAME shared LINK_DEPENDS ${exports})
 target_link_options(libkeepwell PRIVATE LINKER:--version-script=${exports})
-if(NOT KEEPWELL_SANITIZE) # whose calls the program brings
+if(NOT KEEPWELL_SANITIZE) # the program brings the sanitizer's calls
   target_link_options(libkeepwell PRIVATE LINKER:--no-undefined)
 endif()
 add_library(libkeepwell_static STATIC ${library_sources})
@@ -36,7 +36,7 @@ endforeach()
 set(public_headers Client/Client.h Client/ClientError.h Client/Export.h Client/Replies.h
     Client/Request.h Foundation/ErrorValue.h)
 set(made_headers ${CMAKE_BINARY_DIR}/include/keepwell)
-file(REMOVE_RECURSE ${made_headers}) # one that has another name now
+file(REMOVE_RECURSE ${made_headers}) # removes headers under former names
 foreach(header ${public_headers})
   set(source ${CMAKE_CURRENT_SOURCE_DIR}/${header})
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
@@ -58,7 +58,7 @@ configure_package_config_file(${CMAKE_CURRENT_SOURCE_DIR}/Client/KeepwellConfig.
   ${CMAKE_BINARY_DIR}/KeepwellConfig.cmake INSTALL_DESTINATION ${package_folder})
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/KeepwellConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
-# Relative to the file itself, so that the whole can be moved.
+# Relative to the file itself, so that the whole folder can be moved.
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}
   OUTPUT_VARIABLE KEEPWELL_LIBDIR)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig

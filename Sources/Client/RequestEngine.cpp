@@ -1,5 +1,21 @@
 // The thread of a client: takes started requests, sends as many as the limits
 // allow, waits for replies.
+//
+// Any thread of the program starts a request: it allocates the request's entry
+// first and then inserts it under the mutex. The engine's thread moves new
+// entries into a map ordered by the number of the request. lastSent_ divides
+// this map: entries up to it are with the agent, the others wait. The thread
+// sends the next entry while the limits of requests and bytes allow it.
+//
+// An entry leaves the map in five ways: by its reply, its deadline, its
+// cancellation, the loss of the connection, or the end of the client. A request
+// that the agent has keeps its entry after its deadline, without the client's
+// part, since it still counts against the limits. Lost connections end sent
+// requests as interrupted, since the agent may have done them; requests that
+// were not sent go over the next connection.
+//
+// A program cancels a request by a list that needs no memory. The engine then
+// asks the agent, and the agent's answer ends the request.
 #include "Client/RequestEngine.h"
 
 #include <csignal>

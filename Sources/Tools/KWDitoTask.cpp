@@ -40,8 +40,8 @@ bool KWDitoTask::slimBinaryAtPath(const std::string &path,
   if (KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd(tools::ditto, arguments) != 0)
     return false;
   std::optional<NS::Error> error;
-  // A tool that is missing or cannot be started counts as done. Making room for
-  // a copy that is not there would lose the binary.
+  // A tool that is missing or cannot be started counts as done. Without this
+  // check the move would remove the binary for a copy that does not exist.
   if (!manager.fileExistsAtPath(temporaryPath)) {
     NS::Log("Can't copy with error %@",
             NS::fileError(ENOENT, temporaryPath, NS::FileAccess::Reading));

@@ -1,4 +1,4 @@
-// What job lists and launchd's configuration say.
+// Reads job lists and launchd's configuration.
 #include "Tools/KWLaunchdManager.h"
 
 #include "Additions/NSStringAdditions.h"

@@ -1,4 +1,4 @@
-// Jobs by launchctl's command lines.
+// Manages jobs by launchctl's command lines.
 #include "Tools/KWLaunchdManager.h"
 
 #include "Additions/NSObjectAdditions.h"
@@ -23,7 +23,7 @@ bool launchctlSucceeds(const std::vector<std::string> &arguments) {
                                                                   true) == 0;
 }
 
-// launchctl tells of a failed unload in words alone, not by its status.
+// launchctl reports a failed unload only by its output, not by its status.
 bool unloadingSucceeds(const std::vector<std::string> &arguments) {
   auto output = KWTaskRunner::shared().launchTaskAndGetOutput(tools::launchctl, arguments, true);
   if (output)
@@ -96,7 +96,7 @@ bool KWLaunchdManager::_unloadAgentAtPath(const std::optional<std::string> &path
   arguments.push_back(*path);
   if (!unloadingSucceeds(arguments))
     return false;
-  // A job may run on after its unload.
+  // A job may go on running after its unload.
   static_cast<void>(stopAgentWithLabel(jobLabelForLaunchdAgent(path)));
   return true;
 }
@@ -110,7 +110,7 @@ bool KWLaunchdManager::removePrivilegedToolWithLabel(
     const std::optional<std::string> &label) const {
   if (!label)
     return false;
-  // Anything else would be the folder itself or lead out of it.
+  // Any other label would mean the folder itself or lead out of it.
   if (!NS::isFileName(*label))
     return true;
   NS::FileManager &manager = NS::FileManager::defaultManager();
@@ -129,8 +129,8 @@ bool KWLaunchdManager::isLoadedLaunchAgentWithConfigPath(
   auto label = path ? jobLabelForLaunchdAgent(path) : std::nullopt;
   if (!label)
     return false;
-  // The query ends by itself within the same time, so that a launchd that
-  // never answers leaves nothing waiting behind.
+  // The query ends by itself within the same time, so a launchd that never
+  // answers leaves no thread waiting.
   bool isLoaded = false;
   KWRunBlockAndWaitWithTimeout(
       [&](const Block &completion) {

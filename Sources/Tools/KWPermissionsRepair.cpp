@@ -40,7 +40,7 @@ int KWPermissionsRepair::repairPermissionsWithReportProgress(
   std::shared_ptr<NS::Pipe> output = NS::Pipe::pipe();
   task->setStandardOutput(output);
   output->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &handle) {
-    // The first read's chunk is dropped: clients are made for that.
+    // Drops the first read's chunk: clients rely on that.
     static_cast<void>(handle.availableData());
     report(reportProgress, textFromData(handle.availableData()));
   });

@@ -63,7 +63,7 @@ bool KWServiceManagementRemover::removeSMLoginItem(const std::optional<std::stri
   NS::FileContents &files = NS::FileContents::shared();
   std::optional<NS::Error> error;
   auto former = files.dataWithContentsOfFile(path, &error);
-  // The item may well be in there.
+  // The unread database may hold the item.
   if (error && NS::isLimitOfThisProcess(*error)) {
     storeDescription(errorDesc, error->localizedDescription());
     return false;

@@ -192,7 +192,7 @@ long long KWTaskRunner::launchTaskAndGetTermStatusWithCmd(const std::string &pat
                                                           bool suppressErrorOutput) const {
   RunPipes pipes;
   try {
-    // A tool that is not there counts as done: callers rely on it.
+    // A missing tool counts as done: callers rely on it.
     if (!isExecutable(path))
       return 0;
     pipes.open();

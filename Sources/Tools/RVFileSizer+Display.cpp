@@ -1,4 +1,4 @@
-// Sizes in words.
+// Formats sizes as text.
 #include "Tools/RVFileSizer.h"
 
 #include "Foundation/Bundle.h"

@@ -21,8 +21,7 @@ namespace kw {
 namespace {
 
 constexpr std::int64_t blockUnit = 512;
-// Above this the allocated blocks are not trusted and the logical size is
-// counted instead.
+// Above this it counts the logical size instead of the allocated blocks.
 constexpr std::int64_t largestSizeInBlocks = 2'199'023'255'551;
 
 std::atomic<bool> returnUncompressedFileSize{false};
@@ -31,7 +30,7 @@ bool countsBytes() {
   return returnUncompressedFileSize.load(std::memory_order_relaxed);
 }
 
-// Totals of strangers' trees may pass any limit; they wrap instead of trapping.
+// Totals of hostile trees may pass any limit; they wrap instead of trapping.
 std::int64_t sum(std::int64_t left, std::int64_t right) {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(left) +
                                    static_cast<std::uint64_t>(right));
@@ -79,7 +78,7 @@ void logUnreadable(const NS::FTSEntry &entry) {
 
 enum class Vanished { Logged, PassedOver };
 
-// Adds the entry to the sum of its parent, which the parent's number holds.
+// Adds the entry to the sum of its parent, which is the parent's number.
 void accumulate(NS::FTSEntry &entry, Vanished vanished) {
   if (entry.info == NS::FTSInfo::DC)
     return;
@@ -111,7 +110,7 @@ void noteGivenUp(const std::string &path, int errnum, NS::ErrorSlot error) {
   NS::storeError(error, NS::fileError(errnum, path, NS::FileAccess::Reading));
 }
 
-// 0 when the index knows nothing.
+// 0 when the index does not know the item.
 std::uint64_t indexedSize(const NS::String &path) {
   NS::Monitor monitor(path);
   std::unique_ptr<NS::MetadataItem> item = NS::MetadataStore::shared().createItem(path.string());
@@ -137,7 +136,7 @@ StopList &madeStopList() {
   return *made;
 }
 
-// A request counts for the first scan that meets it.
+// The first scan that meets a request consumes it.
 bool consumeStopRequest(const std::string &path) {
   StopList *list = stopList.load(std::memory_order_acquire);
   if (!list)

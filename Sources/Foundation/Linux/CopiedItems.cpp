@@ -1,5 +1,11 @@
-// Sorted runs of fingerprints: one in memory, the earlier ones in a file of
-// which memory keeps the first fingerprint of each block.
+// Sorted runs of fingerprints: one in memory, the earlier ones in a file.
+//
+// A fingerprint is a keyed hash of an item's identity, size and time. The key is
+// random, so that no other process can make an item with the fingerprint of a
+// copied one. When the run in memory is full, it is sorted and appended to the
+// file as a run; memory keeps the first fingerprint of each block of it. A lookup
+// searches the run in memory, and for each run in the file finds the one block
+// that can hold the fingerprint, reads it and searches it.
 #include "Foundation/Linux/CopiedItems.h"
 
 #include "Foundation/Linux/ItemCopy.h"
@@ -19,7 +25,7 @@ namespace {
 
 constexpr std::size_t blockCount = 512; // fingerprints that are read at once
 
-// Should the host have no random bytes to give, the time does.
+// Takes the time when the host has no random bytes.
 std::uint64_t randomKey() {
   std::uint64_t key = 0;
   if (::getrandom(&key, sizeof key, 0) == static_cast<ssize_t>(sizeof key))

@@ -1,5 +1,5 @@
-// A record of which items a copy was made of, each as it was then, so that a
-// move removes nothing else. For bodies of the seam only.
+// A record of the items that a copy was made of, each in its state at that time,
+// so that a move removes no other. Internal to Foundation.
 //
 // It keeps eight bytes for each item: a fingerprint of its identity, size and
 // times, which no other process can predict. Fingerprints beyond a bounded
@@ -26,11 +26,11 @@ public:
 
   explicit CopiedItems(std::size_t bound = mostInMemory);
 
-  // Names a folder for the file that takes what memory does not; it must stay
-  // open as long as items are recorded.
+  // Names a folder for the file of the fingerprints beyond the bound. The
+  // descriptor must stay open during the recording.
   void spillInto(int folder) { folder_ = folder; }
-  // Records an item as it was before it was read. 0, or an errno value when
-  // the file cannot take it.
+  // Records an item in its state before it was read. Returns 0, or an errno value
+  // when the file cannot take it.
   int add(const ItemStatus &status);
   // Ends the recording.
   void finish();

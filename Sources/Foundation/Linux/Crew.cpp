@@ -9,7 +9,7 @@
 namespace NS {
 namespace {
 
-// Enough for a member not to run dry while the leader is busy elsewhere.
+// Keeps each member at work while the leader is busy with its own pieces.
 constexpr std::size_t mostWaitingEach = 8;
 
 } // namespace
@@ -48,7 +48,7 @@ bool Crew::startMember() {
       workUntilEnd();
     });
     return true;
-  } catch (const std::exception &) { // no thread, or no memory for one
+  } catch (const std::exception &) { // the system has no thread, or no memory for one
     return false;
   }
 }

@@ -1,5 +1,5 @@
-// A few threads that take over named pieces of one operation, as long as it
-// lasts. For bodies of the seam only.
+// A few threads that take over named pieces of one operation during its time.
+// Internal to Foundation.
 //
 // One thread leads: it offers pieces, and at the end works on the rest together
 // with the others. A piece's work must not throw.
@@ -27,8 +27,8 @@ public:
   Crew(const Crew &) = delete;
   Crew &operator=(const Crew &) = delete;
 
-  // Leaves a piece to the crew. False when it has enough to do, or when no
-  // thread can be had: the piece is then the leader's own.
+  // Passes a piece to the crew. False when the crew's queue is full, or when the
+  // system has no thread for it: the leader then keeps the piece.
   bool offer(const std::string &piece);
   // Returns when every piece is done.
   void finish();

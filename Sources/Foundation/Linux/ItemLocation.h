@@ -1,5 +1,5 @@
 // An item addressed by the open folder that holds it and its name there, the
-// way in which every operation on trees begins. For bodies of the seam only.
+// way in which every operation on trees begins. Internal to Foundation.
 #pragma once
 
 #include "Foundation/POSIX/Descriptor.h"

@@ -1,5 +1,19 @@
-// Folders under numbered names. To make a new one it looks at all of these
-// names, and removes items there that have no owner.
+// Builds copies in folders under numbered names.
+//
+// A move to another volume builds its copy in a folder of its own beside the
+// destination. A killed process leaves that folder behind. The names have numbers
+// from a small range, so that the next move can look at each of them instead of
+// searching the destination's folder. The owner of a staging folder holds a lock
+// on it, and the kernel releases the lock with the process. A folder whose lock
+// is free is a leftover, and the next move removes it.
+//
+// Two processes can meet between the making of a folder and its lock: the second
+// may take the new folder for a leftover. So the maker checks after locking that
+// the name still means its folder, and else tries the next name. When all
+// numbered names are in use it takes a random one, whose leftover would stay.
+//
+// Nothing can be renamed out of an append-only folder. There the folder is built
+// in the next folder above on the same volume.
 #include "Foundation/Linux/Staging.h"
 
 #include "Foundation/Linux/ItemCopy.h"
@@ -54,8 +68,8 @@ void removeLeftover(int parent, const std::string &name) {
     removeStaged(parent, name, folder);
 }
 
-// Opens the folder in which something for the destination can be built and
-// removed again.
+// Opens the nearest folder of the destination, or above it, in which items can
+// be made and removed.
 StepOutcome openParent(int destination, Descriptor &parent) {
   parent = Descriptor(::fcntl(destination, F_DUPFD_CLOEXEC, 0));
   for (;;) {
@@ -112,14 +126,14 @@ void Staging::dropLinks() {
   links_.reset();
 }
 
-// EEXIST when the name is not to be had.
+// EEXIST when the name is taken.
 int Staging::make(const std::string &name) {
   if (::mkdirat(parent_.get(), name.c_str(), S_IRWXU) != 0)
     return errno;
   Descriptor folder = openFolder(parent_.get(), name.c_str());
   if (!folder) {
     int error = errno;
-    if (error == ENOENT) // taken for a leftover already
+    if (error == ENOENT) // another process took it for a leftover
       return EEXIST;
     static_cast<void>(::unlinkat(parent_.get(), name.c_str(), AT_REMOVEDIR));
     return error;

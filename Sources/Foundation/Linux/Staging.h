@@ -1,5 +1,5 @@
 // A folder of its own near a destination, in which something is built before it
-// is renamed into place. For bodies of the seam only.
+// is renamed into place. Internal to Foundation.
 #pragma once
 
 #include "Foundation/Linux/TreeOutcome.h"

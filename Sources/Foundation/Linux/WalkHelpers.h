@@ -1,5 +1,5 @@
 // How many threads of this process may help its walks: with every walk's own
-// thread, no more than there are processors. For bodies of the seam only.
+// thread, no more than there are processors. Internal to Foundation.
 //
 // Thread-safe.
 #pragma once

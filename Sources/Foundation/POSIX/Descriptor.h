@@ -1,4 +1,4 @@
-// Sole ownership of one descriptor. For bodies of the seam only.
+// Sole ownership of one descriptor. Internal to Foundation.
 #pragma once
 
 #include <unistd.h>

@@ -1,4 +1,4 @@
-// For bodies of the seam only.
+// Internal to Foundation.
 #pragma once
 
 #include "Foundation/RequestJournal.h"

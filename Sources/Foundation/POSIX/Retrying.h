@@ -1,4 +1,4 @@
-// Calls of the system that a signal may interrupt. For bodies of the seam only.
+// Calls of the system that a signal may interrupt. Internal to Foundation.
 #pragma once
 
 #include <cerrno>

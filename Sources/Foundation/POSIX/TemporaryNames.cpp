@@ -1,5 +1,5 @@
-// Numbered names, and locks on the items themselves: the kernel gives a lock
-// back however its process ends.
+// Numbered names, and locks on the items themselves: the kernel releases a lock
+// at any end of its process.
 #include "Foundation/POSIX/TemporaryNames.h"
 
 #include <cerrno>

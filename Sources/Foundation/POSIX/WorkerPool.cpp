@@ -1,4 +1,15 @@
 // An elastic pool of detached threads around one queue for each user.
+//
+// Each user with work has a line: a queue, and the number of its pieces under
+// way. A free thread takes the first line that may begin a piece and moves that
+// line to the end, so that users take turns. A line may begin a piece below both
+// limits, that of all users and that of one. It may also begin its first piece
+// above them, so that no user waits for another's work.
+//
+// submit() starts a thread when fewer threads are idle than pieces could begin.
+// When the system has no further thread, the piece waits for the present ones.
+// A thread ends after some idle time; the last one stays until the pool is
+// closed and its lines are empty.
 #include "Foundation/POSIX/WorkerPool.h"
 
 #include "Foundation/Log.h"
@@ -44,7 +55,7 @@ struct WorkerPool::State {
     return line.underWay == 0 || (underWay < limits.inAll && line.underWay < limits.ofOneUser);
   }
 
-  // How much of what waits could begin at once, threads provided.
+  // The number of waiting pieces that could begin at once with enough threads.
   std::size_t startable() const {
     std::size_t firsts = 0;
     std::size_t all = 0;
@@ -57,8 +68,8 @@ struct WorkerPool::State {
     return std::max(firsts, std::min(all, room));
   }
 
-  // The line whose turn it is, which goes behind all others; the end when
-  // nothing may begin.
+  // The next line by turn, which goes to the end of the list; end() when no line
+  // may begin a piece.
   Lines::iterator nextLine() {
     auto line =
         std::find_if(lines.begin(), lines.end(), [&](const Line &each) { return mayBegin(each); });
@@ -107,9 +118,9 @@ void WorkerPool::submit(std::function<void()> work, User user) {
     ++state_->threads;
     ++state_->idleThreads;
   } catch (const std::system_error &error) {
-    // The work stays queued for the threads there are.
+    // The work stays queued for the present threads.
     Log("No further worker thread: %@", error.what());
-  } catch (const std::bad_alloc &) { // the same; nor is there any for a message
+  } catch (const std::bad_alloc &) { // the same, without memory for a message
   }
 }
 

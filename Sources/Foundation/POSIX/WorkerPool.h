@@ -1,6 +1,6 @@
-// Threads for work that may block for long, shared fairly between users: one
-// more is started whenever all are busy, and one that has been idle for a while
-// goes away, all but one.
+// Threads for work that may block for long, shared fairly between users. The pool
+// starts one more when all are busy and ends one that has been idle for a while,
+// but keeps at least one.
 #pragma once
 
 #include <chrono>
@@ -24,18 +24,18 @@ public:
   // Called at the start of each thread.
   using Preparation = std::function<void()>;
 
-  // The first thread is started here, so that work finds one even when the
-  // system gives no more: throws std::system_error when it cannot be.
+  // Starts the first thread, so that work has one even when the system gives no
+  // more. Throws std::system_error when that fails.
   WorkerPool(WorkerLimits limits, std::chrono::milliseconds idleTime, Preparation prepare = {});
   // Does not wait: threads finish the submitted work and then end.
   ~WorkerPool();
   WorkerPool(const WorkerPool &) = delete;
   WorkerPool &operator=(const WorkerPool &) = delete;
 
-  // Thread-safe; does not block. The work must not throw. Work of one user
-  // begins in the order in which it came, that of several users by turns. A
-  // user of whom nothing is under way never waits for others: the limit in all
-  // is exceeded for the first piece of each.
+  // Thread-safe; does not block. The work must not throw. Work of one user begins
+  // in the order of its submission, that of several users by turns. A user
+  // without work under way never waits for others: the first piece of each may
+  // exceed the limit in all.
   void submit(std::function<void()> work, User user = 0);
   // Threads alive now, and those of them that wait for work.
   std::size_t threadCount() const;
