@@ -34,7 +34,7 @@ bool isFileProtectedByRootless(NS::FileManager &manager, const std::string &path
 // cannot be read.
 bool isFileRestrictedForReadingRecursivelyUp(NS::FileManager &manager, const std::string &path);
 
-// The full paths of a folder's children, in listing order.
+// The full paths of a folder's children, in listing order. "Pathes" is (sic).
 std::vector<std::string> directoryContentsWithFullPathesAtPath(NS::FileManager &manager,
                                                                const std::string &path);
 

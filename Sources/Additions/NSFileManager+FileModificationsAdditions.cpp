@@ -69,7 +69,7 @@ bool removeFileAtPath(NS::FileManager &manager, const std::string &path, NS::Err
     NS::storeError(error, *failure);
     return false;
   }
-  // Locked items fail with a lack of permission.
+  // Locked items fail with a lack of permission. The text is the contract's (sic).
   if (!isError(failure, NS::FileWriteNoPermissionError))
     NS::Log("An error occured while removing file at path (%@): %@", path, failure);
   tryToUnlockFileIfNeeded(manager, NS::stringByDeletingLastPathComponent(path), false);

@@ -113,7 +113,7 @@ public:
   // Takes the library out of the DYLD_INSERT_LIBRARIES lines of
   // "/etc/launchd.conf", and keeps the former content in a backup. Replies
   // whether the file was written. May reply up to three times; the first reply
-  // counts.
+  // counts. "Lauchd" (sic) is the contract's.
   virtual void removeLibraryFromLauchdConf(const std::string &libraryPath, KWFlagReply reply) = 0;
   // Flushes the caches of the name service with two tools, which both always
   // run. Replies whether both ended with status 0.

@@ -15,7 +15,7 @@
 
 namespace kw {
 
-class KWPriviligedOperations : public KWPrivilegedOperation {
+class KWPriviligedOperations : public KWPrivilegedOperation { // (sic)
 public:
   // The connection that owns this object, held weakly: null once it is gone.
   std::shared_ptr<NS::XPCConnection> xpcConnection() const;

@@ -183,7 +183,7 @@ public:
   Request<AttemptReply> stopStartupItemAsync(const std::string &name,
                                              const RequestOptions &options = {});
   // Removes the library from those that launchd's configuration inserts into
-  // every program.
+  // every program. "Lauchd" (sic) is the interface's.
   FlagReply removeLibraryFromLauchdConf(const std::string &libraryPath,
                                         const RequestOptions &options = {});
   Request<FlagReply> removeLibraryFromLauchdConfAsync(const std::string &libraryPath,

@@ -8,7 +8,7 @@
 
 namespace kw {
 
-class KWDitoTask {
+class KWDitoTask { // (sic)
 public:
   virtual ~KWDitoTask() = default;
   static KWDitoTask &shared();

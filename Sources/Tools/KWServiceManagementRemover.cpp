@@ -77,7 +77,7 @@ bool KWServiceManagementRemover::removeSMLoginItem(const std::optional<std::stri
   if (!data) {
     if (error) {
       storeDescription(errorDesc, error->localizedDescription());
-      NS::Log("Error occured: %@", error->localizedDescription());
+      NS::Log("Error occured: %@", error->localizedDescription()); // (sic)
     }
     return false;
   }
