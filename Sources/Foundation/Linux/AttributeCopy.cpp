@@ -1,5 +1,5 @@
-// Extended attributes by way of the handles' paths, which serve descriptors
-// that only stand for an item as well. An access list is an attribute here.
+// Copies extended attributes by way of the handles' paths, which also work for
+// descriptors that only refer to an item. An access list is an attribute here.
 #include "Foundation/POSIX/AttributeCopy.h"
 
 #include "Foundation/Linux/ItemLocation.h"
@@ -46,7 +46,7 @@ int readAttribute(const std::string &path, const char *name, std::string &value)
     ssize_t size = ::getxattr(path.c_str(), name, nullptr, 0);
     if (size < 0)
       return errno;
-    // One byte more: a size of zero would ask for the length again.
+    // One byte more, since a size of zero would ask for the length again.
     value.resize(static_cast<std::size_t>(size) + 1);
     size = ::getxattr(path.c_str(), name, value.data(), value.size());
     if (size >= 0)
@@ -104,9 +104,9 @@ Grants grantsOf(std::string_view list) {
   return grants;
 }
 
-// Of a file that has to do without its access list, if it has one. Without it
-// the users and groups of the list are judged as members of the owning group or
-// as others: these get no more than each of the list has.
+// The mode of a file that loses its access list, if it has one. Without the
+// list its users and groups count as members of the owning group or as others,
+// so these get only rights that each of the list has.
 mode_t modeWithoutList(const std::string &source, mode_t mode) {
   std::string list;
   int error = readAttribute(source, accessList, list);
@@ -148,8 +148,7 @@ int copyAll(const std::string &source, const std::string &target, const std::str
   });
 }
 
-// A list that the target inherited would let in people whom the source keeps
-// out.
+// A list that the target inherited would grant access that the source denies.
 int removeInheritedLists(const std::string &target, const std::string &lists) {
   std::string inherited;
   if (int error = listAttributes(target, inherited))
@@ -168,7 +167,7 @@ int copyAttributes(int source, int target, CopiedData data, mode_t &mode, LeftOu
   std::string from = handlePath(source), to = handlePath(target), names, lists;
   int error = listAttributes(from, names);
   if (mayBeLeftOut(error)) {
-    // There may be an access list among them.
+    // They may include an access list.
     mode = modeWithoutList(from, mode);
     leftOut.note("the attributes", error);
     error = 0;

@@ -51,7 +51,7 @@ std::uint64_t number(const timespec &time) {
          static_cast<std::uint64_t>(time.tv_nsec);
 }
 
-// A file that goes with its descriptor.
+// A file that disappears with its descriptor.
 Descriptor openUnnamedFile(int folder) {
   Descriptor file(::openat(folder, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (file)

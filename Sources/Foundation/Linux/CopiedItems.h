@@ -6,7 +6,7 @@
 // number go to a file without a name beside the copy, of which memory keeps
 // eight bytes for 512 items.
 //
-// One thread records; when that is over, any number may ask.
+// One thread records; afterwards any number of threads may ask.
 #pragma once
 
 #include "Foundation/POSIX/Descriptor.h"

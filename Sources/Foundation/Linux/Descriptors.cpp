@@ -13,8 +13,8 @@
 
 namespace NS::descriptors {
 
-// The item is held by a handle that has not opened it while it is looked at,
-// so that nothing can take its place in between.
+// A handle that has not opened the item holds it during the look, so that no
+// other item can take its place in between.
 int openUnlessDevice(const char *path, int flags) {
   Descriptor handle(::open(path, O_PATH | O_CLOEXEC));
   struct stat status;
@@ -29,7 +29,7 @@ int openUnlessDevice(const char *path, int flags) {
 }
 
 int openExitDescriptor(int processIdentifier) {
-  // Close-on-exec by the call's own promise.
+  // The call itself makes it close-on-exec.
   return static_cast<int>(::syscall(SYS_pidfd_open, processIdentifier, 0));
 }
 
@@ -40,8 +40,7 @@ int makePipe(int (&ends)[2]) {
 }
 
 int keepStandardStreamsAlone(posix_spawn_file_actions_t &actions, const int (&)[3]) {
-  // Every descriptor of ours is close-on-exec; this is for those of others in
-  // the process.
+  // Our own descriptors are all close-on-exec; this closes those of libraries.
   return ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
 }
 
@@ -50,7 +49,7 @@ short spawnFlags() {
 }
 
 void setDescriptorLimit(pid_t child, const rlimit &limit) {
-  // A child that has ended already needs none.
+  // The call may fail for a child that has ended already, which needs no limit.
   static_cast<void>(::prlimit(child, RLIMIT_NOFILE, &limit, nullptr));
 }
 

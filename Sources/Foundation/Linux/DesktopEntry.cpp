@@ -1,5 +1,5 @@
-// The two layers of a desktop entry's command line: escapes of every string
-// value first, then the quoting of arguments.
+// Both layers of a desktop entry's command line: first the escapes of every
+// string value, then the quoting of arguments.
 #include "Foundation/Linux/DesktopEntry.h"
 
 #include <utility>
@@ -16,7 +16,7 @@ std::string_view trimmed(std::string_view text) {
              : text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-// An escape that is not known keeps its backslash, for the quoting beneath.
+// An unknown escape keeps its backslash, for the quoting beneath.
 std::string unescapedValue(std::string_view value) {
   std::string text;
   for (std::size_t index = 0; index < value.size(); ++index) {
@@ -32,7 +32,7 @@ std::string unescapedValue(std::string_view value) {
   return text;
 }
 
-// Takes the next line off the text.
+// Removes the next line from the text and returns it.
 std::string_view nextLine(std::string_view &text) {
   std::size_t end = text.find('\n');
   std::string_view line = text.substr(0, end);
@@ -80,8 +80,8 @@ private:
     if (code == '%')
       add('%');
   }
-  // Between quotes a backslash escapes these four and stands for itself
-  // before anything else.
+  // Between quotes a backslash escapes these four, and is literal before any
+  // other character.
   bool readQuoted() {
     isOpen_ = true;
     for (; index_ < exec_.size(); ++index_) {
@@ -100,7 +100,7 @@ private:
   std::string_view exec_;
   std::size_t index_ = 0;
   std::string argument_;
-  bool isOpen_ = false; // an argument has begun, be it empty
+  bool isOpen_ = false; // an argument has begun, even an empty one
   std::vector<std::string> arguments_;
 };
 

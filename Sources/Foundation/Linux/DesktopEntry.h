@@ -10,7 +10,7 @@
 namespace NS {
 
 struct DesktopEntry {
-  std::optional<std::string> name; // as it stands for no particular language
+  std::optional<std::string> name; // in no particular language
   std::optional<std::string> exec; // the command line, still quoted
 };
 
@@ -18,8 +18,8 @@ struct DesktopEntry {
 // Every text reads as some entry; missing keys are absent.
 DesktopEntry desktopEntryFromText(std::string_view text);
 
-// The arguments of a command line: quotes resolved, field codes dropped.
-// Nothing when a quote does not end.
+// The arguments of a command line: quotes resolved, field codes dropped. Empty
+// when a quote does not end.
 std::optional<std::vector<std::string>> argumentsOfExec(std::string_view exec);
 
 } // namespace NS

@@ -22,7 +22,7 @@ public:
       : options_(options), rootPath_(root) {
     if (holdsNul(root))
       return;
-    // The root's own links are followed, nothing beneath it.
+    // Follows links of the root itself, and none beneath it.
     root_ = Descriptor(::open(root.c_str(), folderFlags));
     Descriptor folder(root_ ? ::openat(root_.get(), ".", folderFlags) : -1);
     if (folder)
@@ -78,7 +78,7 @@ private:
       prefix_ += name_ + "/";
   }
 
-  // False when nothing can be reached any more, which ends the walk.
+  // False when the walk can reach no further folder, which ends it.
   bool leave() {
     std::size_t length = std::string_view(stack_.folderName()).size();
     if (stack_.depth() > 1)
@@ -102,7 +102,7 @@ private:
   Descriptor root_; // to find the way again
   FolderStack stack_{MountPoints::Enter};
   std::string prefix_; // the lowest folder's path with a slash, empty at the root
-  std::string name_;   // the item given last, as the fields below
+  std::string name_;   // the last item, as the fields below
   std::string path_;
   std::uint64_t level_ = 0;
   bool isDirectory_ = false;

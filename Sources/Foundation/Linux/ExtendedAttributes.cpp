@@ -1,5 +1,5 @@
-// The user's name space alone: the others belong to the system, and no name of
-// theirs may pass for one that the platform knows.
+// Lists the user's name space only: the others belong to the system, and no
+// name of theirs may pass for one that the platform knows.
 #include "Foundation/ExtendedAttributes.h"
 
 #include "Foundation/SharedInstance.h"

@@ -1,6 +1,6 @@
-// The BSD flags that Linux volumes know, read through statx and written
-// through the inode flags. The owner's and the system's kind are one here:
-// either request sets it, and the system's is reported.
+// The BSD flags that Linux volumes know, read through statx and written through
+// the inode flags. The owner's flag and the system's are the same here: either
+// request sets it, and reading reports the system's.
 #include "Foundation/FileFlags.h"
 
 #include "Foundation/DescriptorBudget.h"
@@ -86,7 +86,7 @@ public:
   }
 
 private:
-  // Whether the item is a folder to descend into.
+  // Tells whether the item is a folder to descend into.
   bool unlock(const char *name) {
     struct statx status;
     int folder = stack_.folder();

@@ -1,5 +1,5 @@
-// The shared file manager: single items are dealt with here, whole
-// trees by the operations of TreeOperations.h.
+// The shared file manager. It handles single items itself, and whole trees by
+// the operations of TreeOperations.h.
 #include "Foundation/FileManager.h"
 
 #include "Foundation/DescriptorBudget.h"
@@ -16,7 +16,7 @@
 namespace NS {
 namespace {
 
-// No call of the system may see a path cut short at a NUL byte.
+// A system call would cut such a path short at the NUL byte.
 bool isCutShort(const std::string &path) {
   if (path.find('\0') == std::string::npos)
     return false;
@@ -27,7 +27,7 @@ bool isCutShort(const std::string &path) {
 bool statusOf(const std::string &path, struct stat &status) {
   if (isCutShort(path))
     return false;
-  // An item is not absent because the system has no memory to look for it.
+  // When the system lacks memory for the look-up, the item may still exist.
   Patience patience;
   int result = 0;
   do
@@ -77,7 +77,7 @@ bool fail(int errnum, const std::string &path, FileAccess access, ErrorSlot erro
 }
 
 // The platform's error for a walk that failed; the access is that to the
-// original. "No such file" is said of nothing but the item asked about.
+// original. "No such file" concerns only the requested item.
 Error errorOf(const TreeFailure &failure, FileAccess access) {
   int errnum = failure.outcome.errnum();
   if (failure.outcome.side() == TreeSide::Copy)
@@ -96,7 +96,8 @@ bool succeed(const TreeResult &result, ErrorSlot error, FileAccess access = File
   return !result;
 }
 
-// An open folder being read. Raw errno semantics: nothing and 0 at the end.
+// An open folder during its reading. Errors are errno values; an empty optional
+// and 0 at the end.
 class FolderListing {
 public:
   explicit FolderListing(const std::string &path)
@@ -155,7 +156,8 @@ bool makeFolder(const std::string &path) {
   return false;
 }
 
-// Every folder on the way, from the top. Other makers at the same time do no harm.
+// Makes every folder of the path, from the top. Other makers at the same time
+// do no harm.
 bool makeFolders(const std::string &path) {
   for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
        slash = path.find('/', slash + 1))

@@ -1,4 +1,4 @@
-// The C library's allocator, told to keep less.
+// Sets the C library's allocator to keep less memory.
 #include "Foundation/Linux/FreeMemory.h"
 
 #include <algorithm>
@@ -10,13 +10,14 @@ namespace {
 
 constexpr std::chrono::milliseconds delay{1000};
 
-// In bytes. Larger than the buffers that requests take and free again and
+// In bytes. Larger than the buffers that requests allocate and free again and
 // again. Fixed, because the allocator's own value follows the largest block
-// that was ever freed, and clients choose how large that is.
+// that was ever freed, and clients choose its size.
 constexpr int largeBlock = 1 << 20;
 constexpr int keptAtTheEnd = 256 << 10;
 
-// Threads share so many heaps. Most of them wait, and every heap keeps pieces.
+// The number of heaps that the threads share. Most threads wait, and every heap
+// keeps pieces.
 int heaps() {
   return 2 * static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 2U, 64U));
 }

@@ -6,14 +6,15 @@
 
 namespace NS {
 
-// On the thread of the bus, or before it starts. One for a process.
+// Use it on the thread of the bus, or before that starts. One for a process.
 class FreeMemory {
 public:
-  // From here on large blocks go back as soon as they are free.
+  // From its construction on the allocator releases large blocks as soon as
+  // they are free.
   explicit FreeMemory(BusThread &connection);
 
-  // Gives back the small ones too, a little later: many clients that leave at
-  // once cost it once.
+  // Releases the small ones too, a little later, so that many clients that
+  // leave at once cost it once.
   void giveBackSoon();
 
 private:

@@ -1,10 +1,10 @@
-// Entries of the journal by its native interface.
+// Writes entries of the journal by its native interface.
 #include "Foundation/POSIX/HostJournal.h"
 
 #include <sys/uio.h>
 #include <unistd.h>
 
-// Otherwise each entry would name this file, which tells a reader nothing.
+// Without it each entry would name this source file.
 #define SD_JOURNAL_SUPPRESS_LOCATION
 #include <systemd/sd-journal.h>
 
@@ -17,7 +17,7 @@ constexpr const char *priorityNotice = "PRIORITY=5";
 } // namespace
 
 bool writeToHostJournal(const RequestRecord &record) {
-  // The library says nothing of a journal that is not there.
+  // The library reports success without a journal.
   if (::access(journalSocket, F_OK) != 0)
     return false;
   std::vector<std::string> fields = {"MESSAGE=" + textOf(record),
@@ -29,7 +29,7 @@ bool writeToHostJournal(const RequestRecord &record) {
                                      "KEEPWELL_OUTCOME=" + record.outcome,
                                      "KEEPWELL_MICROSECONDS=" +
                                          std::to_string(record.took.count())};
-  // A field may come several times.
+  // A field may occur several times.
   for (const std::string &item : record.items)
     fields.push_back("KEEPWELL_ITEM=" + item);
   if (!record.reason.empty())

@@ -19,7 +19,7 @@ namespace NS {
 namespace {
 
 constexpr std::size_t blockSize = 256 * 1024;
-// Between two of them the copy looks whether it was cancelled.
+// Between two of them the copy checks whether it was cancelled.
 constexpr std::size_t largestExtent = 64 * 1024 * 1024;
 
 StepOutcome failureToWrite(int error) {
@@ -82,7 +82,7 @@ StepOutcome copyExtent(int source, int target, off_t start, off_t end) {
         retrying([&] { return ::copy_file_range(source, &from, target, &to, length, 0); });
     if (count < 0 && !isUnsupported(errno))
       return failureToWrite(errno);
-    // Some volumes answer 0 where a plain read still gives data.
+    // Some volumes return 0 even though a plain read still gives data.
     if (count <= 0)
       return copyByHand(source, target, start, end);
     start += count;
@@ -90,9 +90,9 @@ StepOutcome copyExtent(int source, int target, off_t start, off_t end) {
   return {};
 }
 
-// The status before the data is read. A file that was changed within this very
-// tick of the kernel's clock could change once more without its time telling:
-// the tick is waited for.
+// Reads the status before the data. A file that was changed within this very
+// tick of the kernel's clock could change once more without a change of its
+// time, so this waits for the end of the tick.
 StepOutcome readStatusBeforeData(int file, ItemStatus &status) {
   constexpr timespec aMillisecond{0, 1'000'000};
   constexpr int longestTick = 10; // milliseconds
@@ -118,7 +118,7 @@ StepOutcome makeNode(int source, int targetFolder, const char *targetName,
                                     status.representedDevice) == 0
                               ? 0
                               : errno);
-  std::string destination(4096, '\0'); // no link holds more
+  std::string destination(4096, '\0'); // the longest target of a link
   ssize_t length = ::readlinkat(source, "", destination.data(), destination.size());
   if (length < 0)
     return {TreeStep::Read, errno};
@@ -127,8 +127,8 @@ StepOutcome makeNode(int source, int targetFolder, const char *targetName,
                                                                                         : errno);
 }
 
-// What sets one thing that describes the copy came to: failures that mean that
-// it cannot be had there are noted and forgiven.
+// The outcome of setting one attribute of the copy. A failure that means that
+// the volume cannot hold it is noted and forgiven.
 StepOutcome described(int result, const char *thing, LeftOut &leftOut) {
   int error = result == 0 ? 0 : errno;
   if (!mayBeLeftOut(error))
@@ -137,8 +137,9 @@ StepOutcome described(int result, const char *thing, LeftOut &leftOut) {
   return {};
 }
 
-// With another owner or group than the original's, set-ID bits would lend out
-// another identity, and the group's rights would go to people who were others.
+// With another owner or group than the original's, set-ID bits would lend
+// another identity, and the group's rights would go to users that the original
+// counted as others.
 mode_t modeForAnotherOwner(mode_t mode) {
   mode_t others = mode & S_IRWXO;
   return (mode & ~static_cast<mode_t>(S_ISUID | S_ISGID | S_IRWXG)) | ((others << 3) & mode);

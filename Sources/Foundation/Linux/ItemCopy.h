@@ -32,8 +32,8 @@ struct ItemStatus {
   bool isLocked() const { return isImmutable || isAppendOnly; }
 };
 
-// The item itself, links not followed; an empty name means the open item, which
-// a descriptor that only refers to it will do for.
+// Reads the status of the item itself, never of a link's target. An empty name
+// means the open item, for which a descriptor that only refers to it suffices.
 StepOutcome readStatus(int folder, const char *name, ItemStatus &status);
 
 // Copies the data of an open file; holes stay holes. Leaves out data appended
@@ -49,9 +49,9 @@ StepOutcome copyData(int source, int target, off_t size);
 StepOutcome copyMetadata(int source, int target, const ItemStatus &status, LeftOut &leftOut);
 
 // Makes the item, which must not exist yet, with all of the above. The status
-// is that which the name had, and becomes that of the very item that was
-// copied, as it was before it was read. isExchanged() when the name means an
-// item of another kind by now.
+// is that of the name on entry. On return it is that of the copied item itself,
+// from before its data was read. isExchanged() when the name means an item of
+// another kind by now.
 StepOutcome copyFile(int sourceFolder, const char *name, int targetFolder, const char *targetName,
                      ItemStatus &status, LeftOut &leftOut);
 StepOutcome copyNode(int sourceFolder, const char *name, int targetFolder, const char *targetName,

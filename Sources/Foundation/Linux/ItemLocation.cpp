@@ -1,4 +1,4 @@
-// Splitting a path at its last component, and making one from an open folder.
+// Splits a path at its last component, and makes a path from an open folder.
 #include "Foundation/Linux/ItemLocation.h"
 
 #include <cerrno>
@@ -31,13 +31,13 @@ std::string handlePath(int descriptor) {
 }
 
 int resolvePath(const ItemLocation &location, std::string &path) {
-  std::string folder(PATH_MAX, '\0'); // the kernel gives no longer one
+  std::string folder(PATH_MAX, '\0'); // the longest path that the kernel returns
   ssize_t length =
       ::readlink(handlePath(location.parent.get()).c_str(), folder.data(), folder.size());
   if (length < 0)
     return errno;
   folder.resize(static_cast<std::size_t>(length));
-  // The text names another folder, or none, where this one was removed or lies
+  // The text names another folder, or none, if this one was removed or is
   // outside of this process's root.
   struct stat held, named;
   if (::fstat(location.parent.get(), &held) != 0)

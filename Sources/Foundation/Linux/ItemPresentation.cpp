@@ -1,5 +1,5 @@
-// Asks GIO, and its local file system only: the default one would look for
-// extensions and for a session bus, which a daemon has no business with.
+// Asks GIO, and only its local file system: the default one would look for
+// extensions and for a session bus, which a daemon does not use.
 #include "Foundation/POSIX/ItemPresentation.h"
 
 #include <cerrno>
@@ -15,7 +15,7 @@ struct Unref {
 };
 using FileInfo = std::unique_ptr<GFileInfo, Unref>;
 
-// Null with errno set when there is no such information.
+// Null with errno set when GIO has no such information.
 FileInfo information(const std::string &path, const char *attribute) {
   struct stat status;
   if (path.find('\0') != std::string::npos) {

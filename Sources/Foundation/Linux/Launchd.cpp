@@ -19,8 +19,7 @@ constexpr const char *launchctl = "/bin/launchctl";
 // end must not fill the memory.
 constexpr std::size_t outputLimit = 1u << 20;
 
-// Nothing when there is no answer in time, and for a launchctl that cannot be
-// run.
+// Empty without an answer in time, and for a launchctl that cannot be run.
 std::optional<std::string> launchctlList(const std::string &label, std::chrono::seconds limit) {
   std::shared_ptr<Task> task = Task::create();
   task->setLaunchPath(launchctl);
@@ -48,7 +47,7 @@ class LaunchctlQuery final : public Launchd {
 public:
   LaunchDataType replyToRequest(const std::string &key, const std::string &value,
                                 std::int64_t timeout) override {
-    // The tool would see less of such a label than was asked for.
+    // The tool would see such a label cut short.
     if (key != GetJobKey || value.find('\0') != std::string::npos)
       return LaunchDataType::Errno;
     try {

@@ -26,9 +26,9 @@ bool holdsOurTables(const std::string &folder) {
 
 } // namespace
 
-// Beside the programs of the build tree, one folder up for its tests, then as
-// installed: relative to the program, and the fixed place for an agent that was
-// copied elsewhere.
+// The places in order: beside the programs of the build tree; one folder up,
+// for its tests; as installed, relative to the program; and the fixed place,
+// for an agent that was copied to another path.
 std::string mainBundleFolder() {
   std::string folder = executableFolder();
   if (!folder.empty())

@@ -1,5 +1,5 @@
-// Walks up from the item until the mount changes. No table of mounts is read:
-// its paths may be hidden under later mounts, and those here never are.
+// Walks up from the item until the mount changes. It reads no table of mounts,
+// whose paths may be hidden under later mounts; the paths here never are.
 #include "Foundation/POSIX/MountPoint.h"
 
 #include "Foundation/PathUtilities.h"
@@ -15,7 +15,7 @@ namespace NS {
 namespace {
 
 struct Mount {
-  bool hasIdentifier = false; // kernels before 5.8 give none
+  bool hasIdentifier = false; // false with kernels before 5.8
   std::uint64_t identifier = 0;
   std::uint32_t deviceMajor = 0;
   std::uint32_t deviceMinor = 0;

@@ -1,4 +1,4 @@
-// One client's requests, strung on a shared pool.
+// One client's requests, which take turns on a shared pool.
 #include "Foundation/Linux/RequestQueue.h"
 
 #include "Foundation/DescriptorBudget.h"
@@ -10,8 +10,8 @@
 namespace NS {
 namespace {
 
-// After so many requests a thread is given back, so that a client that never
-// pauses does not keep one from others when the pool is at its limit.
+// After so many requests the queue releases its thread, so that a client that
+// never pauses does not keep it from others when the pool is at its limit.
 constexpr int requestsPerTurn = 32;
 
 constexpr std::size_t mostUnderWay = 1024;
@@ -87,7 +87,7 @@ void RequestQueue::proceed() {
 void RequestQueue::scheduleLocked() {
   if (scheduled_ || suspended_ || paused_ || waiting_.empty())
     return;
-  // Neither can run before the lock is given up.
+  // Neither can run before the lock is released.
   pool_->submit([self = shared_from_this()] { self->runSome(); }, user_);
   scheduled_ = true;
 }
@@ -97,7 +97,8 @@ void RequestQueue::runSome() {
   }
 }
 
-// Whether this thread must take another turn, since none else can be had.
+// Tells whether this thread must take another turn, since the pool has no
+// other.
 bool RequestQueue::runTurn() {
   for (int turn = 0; turn < requestsPerTurn; ++turn) {
     Entry entry;

@@ -18,31 +18,31 @@ struct RequestQueueLimits {
   std::size_t bytes = std::size_t{64} << 20; // of arguments
 };
 
-// How many requests run at once: no more than the descriptor table serves, and
-// of one user not so many that another would have to wait.
+// The number of requests that run at once: at most as many as the descriptor
+// table serves, and of one user few enough that no other user has to wait.
 WorkerLimits limitsOfRequestsUnderWay();
 
-// Thread-safe. Begins suspended. When the last holder lets go of a queue that
-// is not suspended, what waits in it is still done; a suspended one drops it.
+// Thread-safe. Starts suspended. When its last owner releases a queue that is
+// not suspended, the waiting requests still run; a suspended queue drops them.
 class RequestQueue : public std::enable_shared_from_this<RequestQueue> {
 public:
   RequestQueue(std::shared_ptr<WorkerPool> pool, RequestQueueLimits limits);
 
-  // Whose requests they are, for threads to be shared fairly between users; 0
-  // at first. Counts for requests that are given a thread from then on.
+  // The user of the requests, for threads to be shared fairly between users; 0
+  // at first. Counts for requests that get a thread afterwards.
   void setUser(WorkerPool::User user);
 
-  // False when a limit is reached; the request is then not queued. It must
-  // not throw. Raises std::bad_alloc, and has not queued it, when no memory is
-  // left.
+  // False when a limit is reached; the request is then not queued. The request
+  // must not throw. Raises std::bad_alloc, without queueing it, when memory
+  // runs out.
   bool enqueue(std::function<void()> request, std::size_t bytes);
   // Runs the request on the calling thread if it is its turn at once; it must
   // not throw. False when others wait or are under way, or the queue is held.
   bool runAtOnce(const std::function<void()> &request);
   void suspend();
   void resume();
-  // Holds the requests back as well, but only for a while: a queue that is
-  // paused when its last holder lets go must be continued before.
+  // Holds the requests back as well, but only for a while: continue a paused
+  // queue before its last owner releases it.
   void pause();
   void proceed();
 

@@ -15,7 +15,8 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-// The whole milliseconds that poll takes, rounded up lest it wake too early.
+// The whole milliseconds that poll takes, rounded up so that it does not wake
+// too early.
 int millisecondsUntil(MonotonicTime due, MonotonicTime now) {
   if (due == neverDue)
     return -1;
@@ -126,7 +127,7 @@ private:
     return G_SOURCE_CONTINUE;
   }
 
-  // Whether a block is due, and how long there is none.
+  // Tells whether a block is due, and the time until the next one.
   bool prepareBlocks(int &milliseconds) {
     // Code that iterates the context without this loop waits in the default
     // mode.

@@ -18,10 +18,11 @@ namespace NS {
 namespace {
 
 constexpr const char *autostartFolder = "/etc/xdg/autostart";
-// Where a program named without a path is looked for.
+// The folders of programs that are named without a path.
 constexpr const char *programFolders[] = {"/usr/local/sbin", "/usr/local/bin", "/usr/sbin",
                                           "/usr/bin",        "/sbin",          "/bin"};
-// Many entries carry their texts in a hundred languages; none is as large.
+// Many entries have their texts in a hundred languages, and still none is as
+// large.
 constexpr std::size_t entrySizeLimit = 1u << 20;
 
 bool isProgram(const std::string &path) {
@@ -58,7 +59,7 @@ public:
     return 0;
   }
   std::optional<std::string> displayName() override { return entry_.name; }
-  // An entry that is a link goes as the link that it is.
+  // Removes a link itself, not its target.
   std::int32_t remove() const { return ::unlink(path_.c_str()) == 0 ? 0 : errno; }
 
 private:

@@ -1,5 +1,5 @@
-// A folder of its own near a destination, in which something is built before it
-// is renamed into place. Internal to Foundation.
+// A folder near a destination in which a move builds a copy before it is
+// renamed into place. Internal to Foundation.
 #pragma once
 
 #include "Foundation/Linux/TreeOutcome.h"
@@ -11,7 +11,7 @@ namespace NS {
 
 class Staging {
 public:
-  // The one name under which something is built.
+  // The name of the copy within it.
   static constexpr const char *itemName = "item";
 
   Staging() = default;
@@ -21,15 +21,15 @@ public:
   Staging &operator=(const Staging &) = delete;
 
   // Makes the folder, closed to other users, within the given one, after
-  // removing those that processes left there that ended early. Nothing can be
-  // removed from an append-only destination, so the folder is then made in the
-  // nearest folder above it on its volume that is not. Fails with
+  // removing the leftovers of processes that ended early. Items cannot be
+  // removed from an append-only destination, so the folder is then in the
+  // nearest folder above it on its volume that is not append-only. Fails with
   // EPERM when there is none or the destination is immutable.
   StepOutcome open(int destination);
   int folder() const { return folder_.get(); }
 
   // A folder beside the item for further names of the files in it, made at the
-  // first call. -1 where it cannot be made.
+  // first call. -1 when it cannot be made.
   int links();
   // Removes that folder.
   void dropLinks();

@@ -35,8 +35,8 @@ int errnoFromGIO(int code) {
   }
 }
 
-// Refuses what removal refuses, and gives the path by which GIO reaches the
-// very item that the kernel finds: GIO takes "folder/.." out of a path by text,
+// Refuses paths that removal refuses, and returns the path by which GIO reaches
+// the same item as the kernel: GIO takes "folder/.." out of a path by text,
 // though the folder may be a link that leads elsewhere.
 int pathForGIO(const std::string &path, std::string &resolved) {
   if (Progress::current().isCancelled())
@@ -56,7 +56,7 @@ std::optional<Error> moveToTrash(const std::string &path) {
   std::string resolved;
   if (int error = pathForGIO(path, resolved))
     return fileError(error, path, FileAccess::Writing);
-  // The local file system by name: no desktop service is asked.
+  // Names the local file system, which asks no desktop service.
   GFile *file = g_vfs_get_file_for_path(g_vfs_get_local(), resolved.c_str());
   GError *cause = nullptr;
   std::optional<Error> error;

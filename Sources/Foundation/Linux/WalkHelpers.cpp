@@ -16,7 +16,8 @@ class UsableProcessors final : public Processors {
 public:
   unsigned usable() const override {
     cpu_set_t set;
-    // Fails where there are more processors than the set has bits: no lack.
+    // Fails when there are more processors than the set has bits; there are
+    // then enough.
     if (::sched_getaffinity(0, sizeof set, &set) != 0)
       return CPU_SETSIZE;
     return static_cast<unsigned>(CPU_COUNT(&set));

@@ -1,5 +1,6 @@
-// How many threads of this process may help its walks: with every walk's own
-// thread, no more than there are processors. Internal to Foundation.
+// The number of threads of this process that may help its walks: together with
+// every walk's own thread at most the number of processors. Internal to
+// Foundation.
 //
 // Thread-safe.
 #pragma once
@@ -16,8 +17,8 @@ public:
   virtual unsigned usable() const = 0;
 };
 
-// One walk's claim on helpers. Each further walk that has work enough for
-// helpers takes a processor from those of the others.
+// One walk's claim on helpers. Each further walk with enough work for helpers
+// takes a processor from those of the others.
 class WalkHelpers {
 public:
   // A few threads exhaust the parallelism that the volume's own locks allow.
@@ -28,12 +29,12 @@ public:
   WalkHelpers(const WalkHelpers &) = delete;
   WalkHelpers &operator=(const WalkHelpers &) = delete;
 
-  // Counts this walk among those at work. Counting it twice changes nothing.
+  // Counts this walk among those at work. A second call changes nothing.
   void wantHelp();
-  // Whether one more helper may start; it must leave() when it ends.
+  // Tells whether one more helper may start; it must leave() when it ends.
   bool mayJoin();
-  // Asked by a helper between two pieces of work: false when it is in the way
-  // of another walk.
+  // A helper asks between two pieces of work. False when another walk needs its
+  // processor.
   bool mayStay() const;
   void leave();
 

@@ -21,10 +21,10 @@ struct LeftOut {
   void report(const std::string &copy) const;
 };
 
-// Whether this errno value of a call that describes an item (its owner,
-// attributes, access list, mode or times) means that the volume cannot hold it
-// or that this process may not set it, rather than that something is broken.
-// What describes an item is then left out of its copy.
+// Tells whether this errno value of a call for an attribute of an item (its
+// owner, attributes, access list, mode or times) means that the volume cannot
+// hold it or that this process may not set it, rather than a real failure. The
+// copy then leaves the attribute out.
 bool mayBeLeftOut(int error);
 
 // Whether the target gets the source's data: attributes that vouch for data

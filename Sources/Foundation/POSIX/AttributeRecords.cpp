@@ -6,7 +6,7 @@
 namespace NS {
 namespace {
 
-// Writes a record's fields one behind the other, as far as they fit.
+// Writes a record's fields one after the other, as far as they fit.
 class RecordWriter {
 public:
   RecordWriter(void *buffer, std::size_t size) : start_(static_cast<char *>(buffer)), size_(size) {}

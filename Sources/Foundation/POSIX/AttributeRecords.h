@@ -15,7 +15,7 @@ struct ItemAttributes {
 };
 
 // Writes the record with the attributes that the list asks for, without a name
-// where there is none. The record's length, or 0 when it does not fit.
+// if there is none. Returns the record's length, or 0 when it does not fit.
 std::size_t writeAttributeRecord(void *buffer, std::size_t size, const AttributeList &list,
                                  const char *name, const ItemAttributes &attributes);
 

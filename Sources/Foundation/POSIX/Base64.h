@@ -1,4 +1,4 @@
-// Base64, as data transforms and XML property lists carry bytes.
+// Base64, for data transforms and XML property lists.
 //
 // Pure; any thread.
 #pragma once

@@ -1,6 +1,6 @@
-// The reader of binary property lists: a table of objects that name each other
-// by number. Containers are read once and shared, leaves are decoded where
-// they are used; everything is charged each time it is used.
+// The reader of binary property lists: a table of objects that refer to each
+// other by number. It reads containers once and shares them, and decodes leaves
+// at their use. Each use of an object is charged against the budget.
 #include "Foundation/POSIX/PropertyListReading.h"
 #include "Foundation/Unicode.h"
 
@@ -39,8 +39,8 @@ public:
   std::optional<PropertyList> read();
 
 private:
-  // The fixed part of an object: its type, its count or size, and where its
-  // content begins.
+  // The fixed part of an object: its type, its count or size, and the offset of
+  // its content.
   struct Object {
     unsigned type = 0;
     unsigned detail = 0;     // the lower half of the first byte
@@ -268,7 +268,7 @@ std::optional<PropertyList> Reader::leaf(const Object &object) {
   }
 }
 
-// Charges all elements at once, before room for them is made.
+// Charges all elements at once, before it reserves memory for them.
 bool Reader::open(std::uint64_t number, const Object &object) {
   bool isDictionary = object.type == typeDictionary;
   std::uint64_t budgetBefore = budget_.left();
@@ -342,7 +342,7 @@ bool Reader::readElement(Frame &frame) {
   return value.has_value();
 }
 
-// Finishes the innermost container and hands it to the one around it.
+// Finishes the innermost container and passes it to the one around it.
 void Reader::close() {
   Frame frame = std::move(frames_.back());
   frames_.pop_back();

@@ -1,4 +1,4 @@
-// Our own reading of BLOCKSIZE, since not every host has the call.
+// Reads BLOCKSIZE itself, since not every host has the call.
 #include "Foundation/Environment.h"
 
 #include "Foundation/POSIX/EnvironmentLock.h"
@@ -13,7 +13,7 @@ namespace {
 constexpr std::int64_t smallestBlock = 512;
 constexpr std::int64_t largestBlock = std::int64_t{1} << 30;
 
-// 0 for a suffix that means nothing.
+// 0 for an unknown suffix.
 std::int64_t multiplier(const char *suffix) {
   if (suffix[0] == '\0')
     return 1;

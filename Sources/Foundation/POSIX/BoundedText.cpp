@@ -1,10 +1,10 @@
-// Cutting between the characters of UTF-8.
+// Cuts between the characters of UTF-8.
 #include "Foundation/BoundedText.h"
 
 namespace NS {
 namespace {
 
-// The most bytes of a character behind its first one.
+// The most bytes of a character after its first one.
 constexpr std::size_t mostContinuations = 3;
 
 bool isContinuation(char c) {

@@ -1,5 +1,5 @@
 // Case mapping by ICU's root rules, so that a Turkish user's agent finds the
-// same files as everybody else's.
+// same files as any other.
 #include "Foundation/StringUtilities.h"
 
 #include "Foundation/Unicode.h"
@@ -13,12 +13,12 @@ namespace {
 
 constexpr const char *rootLocale = "";
 
-// ICU counts in 32 bits. Longer texts are mapped piece by piece, which only a
-// letter right at a seam could notice.
+// ICU counts in 32 bits. Longer texts are mapped piece by piece, which only
+// matters for a letter right at a seam.
 constexpr std::size_t longestPiece = std::size_t{1} << 28;
 
-// A mapping writes at most capacity units and returns the length that the
-// result has or would have.
+// A mapping writes at most capacity units and returns the length that the whole
+// result needs.
 template <typename Mapping>
 std::u16string mapped(const std::u16string &units, const Mapping &mapping) {
   std::u16string result(units.size() + 16, u'\0');

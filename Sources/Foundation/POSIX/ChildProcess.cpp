@@ -1,4 +1,4 @@
-// Reaping: one thread for all children, woken by a descriptor per child.
+// Reaps children: one thread for all, woken by a descriptor per child.
 #include "Foundation/POSIX/ChildProcess.h"
 
 #include "Foundation/Exception.h"
@@ -22,8 +22,7 @@
 namespace NS {
 namespace {
 
-// How often a child is asked that could not be given a descriptor, in
-// milliseconds.
+// The interval for asking a child without a descriptor, in milliseconds.
 constexpr int unwatchedInterval = 20;
 
 ChildOutcome outcomeFromWaitStatus(int status) {
@@ -100,7 +99,7 @@ void Reaper::takeNewcomers() {
     std::lock_guard lock(mutex_);
     if (newcomers_.empty() && !isAwake_)
       return;
-    // A byte that stayed would keep this thread from ever waiting again.
+    // A remaining byte would keep this thread from ever waiting again.
     char byte;
     if (isAwake_)
       isAwake_ = retrying([&] { return ::read(wake_.reading, &byte, 1); }) != 1;
@@ -112,11 +111,11 @@ void Reaper::takeNewcomers() {
   reapEnded();
 }
 
-// Room for as many as there is memory for; at least for the pipe.
+// Space for as many as memory allows; at least for the pipe.
 std::size_t Reaper::roomForWaits() {
   try {
     waits_.reserve(watched_.size() + 1);
-  } catch (const std::bad_alloc &) { // some children are asked, then
+  } catch (const std::bad_alloc &) { // then the thread asks some children at intervals
   }
   return waits_.capacity();
 }
@@ -126,7 +125,7 @@ int earlierTimeout(int one, int other) {
   return one < 0 ? other : other < 0 ? one : std::min(one, other);
 }
 
-// Until the deadline of a child that has not been killed yet.
+// The time until the deadline of a child that has not been killed yet.
 int timeoutOf(const ChildProcess &child) {
   return child.deadline() && !child.wasKilled ? millisecondsUntil(*child.deadline()) : -1;
 }

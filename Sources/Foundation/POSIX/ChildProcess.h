@@ -1,7 +1,7 @@
-// A child process of this one until it has been reaped, and the one thread
-// that reaps every child as it ends. Not for use above the seam.
+// A child process of this one until it has been reaped, and the one thread that
+// reaps every child as it ends. Internal to Foundation.
 //
-// Thread-safe. Only the children adopted here are ever waited for, each by its
+// Thread-safe. The thread waits only for the children adopted here, each by its
 // own identifier: other parts of the process may have children too.
 #pragma once
 
@@ -27,10 +27,11 @@ class ChildProcess {
 public:
   using Clock = std::chrono::steady_clock;
 
-  // Before the child is adopted.
+  // Call it before the child is adopted.
   void setIdentifier(int identifier) { identifier_ = identifier; }
   int identifier() const { return identifier_; }
-  // When the reaping thread is to kill it; before it is adopted.
+  // The time at which the reaping thread kills it; call it before the child is
+  // adopted.
   void setDeadline(Clock::time_point deadline) { deadline_ = deadline; }
   std::optional<Clock::time_point> deadline() const { return deadline_; }
 
@@ -45,7 +46,8 @@ public:
   // or can only be asked.
   Descriptor openExitDescriptor();
 
-  // The reaping thread's own: the above, and whether the deadline was kept.
+  // The reaping thread's own: the exit descriptor, and whether the deadline was
+  // enforced.
   Descriptor exitDescriptor;
   bool wasKilled = false;
 
@@ -63,13 +65,13 @@ private:
 // For poll: 0 once the time is up.
 int millisecondsUntil(ChildProcess::Clock::time_point end);
 
-// A one-element list, so that adopting a child that runs already cannot fail.
+// A one-element list, so that adopting a child that already runs cannot fail.
 using ChildSlot = std::list<std::shared_ptr<ChildProcess>>;
 
-// Readies the reaping thread. Raises InternalInconsistencyException when it
-// cannot be had; afterwards every child can be adopted.
+// Starts the reaping thread. Raises InternalInconsistencyException when that
+// fails; afterwards every child can be adopted.
 void prepareToAdopt();
-// Hands a running child to the reaping thread.
+// Passes a running child to the reaping thread.
 void adopt(ChildSlot slot) noexcept;
 
 } // namespace NS

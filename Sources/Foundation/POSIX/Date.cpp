@@ -8,7 +8,7 @@
 namespace NS {
 namespace {
 
-// Beyond it the C library's calendar has no years.
+// The C library's calendar has no years beyond it.
 constexpr double farthestDescribed = 6.0e16;
 
 } // namespace

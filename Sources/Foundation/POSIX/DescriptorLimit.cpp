@@ -1,4 +1,5 @@
-// The limit of descriptors: raised for this process, as it was for others.
+// The limit of descriptors: raised for this process, the former one for its
+// children.
 #include "Foundation/POSIX/DescriptorLimit.h"
 
 #include "Foundation/DescriptorBudget.h"

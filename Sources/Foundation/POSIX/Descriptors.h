@@ -14,9 +14,9 @@ struct PipeEnds {
   int writing;
 };
 
-// A new pipe. Both ends are close-on-exec (where the host can do so at
-// creation, from creation on) and never take the place of a closed standard
-// stream. Raises InternalInconsistencyException when no descriptor is left.
+// Makes a pipe. Both ends are close-on-exec (from creation, if the host can do
+// that) and never take the place of a closed standard stream. Raises
+// InternalInconsistencyException when no descriptor is left.
 PipeEnds openPipe();
 // The same with both ends at the null device.
 PipeEnds openNullDevice();
@@ -27,8 +27,8 @@ PipeEnds openNullDevice();
 // for a device.
 int openUnlessDevice(const char *path, int flags);
 
-// Waits until one of the two can be read or has lost its other end; either may
-// be -1 and is then left out. The time-out is in milliseconds, -1 for none.
+// Waits until one of the two can be read or has lost its other end. Either may
+// be -1, which leaves it out. The time-out is in milliseconds, -1 for no limit.
 struct Readiness {
   bool first = false;
   bool firstHasData = false; // as opposed to mere hang-up
@@ -46,11 +46,11 @@ struct Program {
 
 // Starts it with this process's environment (read under its lock), default
 // signal dispositions, no blocked signal and no descriptor besides the standard
-// streams. 0 and the process identifier, or an errno value.
+// streams. Returns 0 and the process identifier, or an errno value.
 int spawn(const Program &program, int &processIdentifier);
 
 // A close-on-exec descriptor that can be read once that child of this process
-// has ended, -1 when the host has none to give. It does not reap the child.
+// has ended; -1 when the host cannot make one. It does not reap the child.
 int openExitDescriptor(int processIdentifier);
 
 } // namespace NS::descriptors

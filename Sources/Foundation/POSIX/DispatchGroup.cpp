@@ -30,7 +30,7 @@ public:
       Log("A dispatch group was left more often than it was entered");
       return;
     }
-    // Under the mutex: a waiter that saw the count may let go of the group.
+    // Under the mutex, since a waiter that saw the count may destroy the group.
     if (--count_ == 0) {
       ++emptied_;
       done_.notify_all();

@@ -12,8 +12,8 @@
 namespace NS {
 namespace {
 
-// Blocks may wait for one another or for a slow disk; past this many at a
-// time the next one waits its turn.
+// Blocks may wait for one another or for a slow disk; beyond this number the
+// next one waits its turn.
 constexpr std::size_t mostThreads = 64;
 constexpr std::chrono::seconds idleLife{15};
 

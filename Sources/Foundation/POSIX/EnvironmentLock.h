@@ -1,5 +1,5 @@
-// The lock beneath which the C library's environment is read (shared) and
-// changed (exclusive). Not for use above the seam.
+// The lock for reading (shared) and changing (exclusive) the C library's
+// environment. Internal to Foundation.
 #pragma once
 
 #include <shared_mutex>

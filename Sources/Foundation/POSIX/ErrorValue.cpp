@@ -1,4 +1,4 @@
-// Error values and how they read.
+// Error values and their descriptions.
 #include "Foundation/ErrorValue.h"
 
 #include <type_traits>

@@ -50,8 +50,8 @@ constexpr const char *temporaryPrefix = ".keepwell-new-";
 // More names for when all numbered ones are in use.
 constexpr unsigned randomNames = 16;
 
-// Opens an item of a folder if it is a regular file. The status, as far as it
-// could be read, tells why there is no descriptor.
+// Opens an item of a folder if it is a regular file. The status, if it could be
+// read, gives the reason for an empty descriptor.
 Descriptor openFile(int folder, const std::string &name, int flags, struct stat &status) {
   Descriptor file;
   int followed = (flags & O_NOFOLLOW) ? AT_SYMLINK_NOFOLLOW : 0;
@@ -64,8 +64,8 @@ Descriptor openFile(int folder, const std::string &name, int flags, struct stat 
   return file;
 }
 
-// The file that is replaced may belong to another user, and a replacement that
-// was nearly done already does.
+// The former file may belong to another user, and an almost finished
+// replacement already has that owner.
 void removeLeftover(int folder, const std::string &name, uid_t owner) {
   struct stat status;
   Descriptor file = openFile(folder, name, O_RDONLY | O_NOFOLLOW, status);
@@ -74,8 +74,8 @@ void removeLeftover(int folder, const std::string &name, uid_t owner) {
 }
 
 // One replacement of a file: a temporary in the same folder that either takes
-// the file's place or goes away again. What earlier ones left there whose
-// process ended half-way goes too.
+// the file's place or is removed again. It also removes leftovers of earlier
+// ones whose process ended half-way.
 class Replacement {
 public:
   Replacement(int folder, std::string name) : folder_(folder), name_(std::move(name)) {}
@@ -104,8 +104,8 @@ private:
   bool exists_ = false;
 };
 
-// A link that leads nowhere and a special file are replaced by a file that takes
-// nothing after them. 0 or an errno value.
+// A new file that takes over no attributes replaces a dangling link and a
+// special file. Returns 0 or an errno value.
 int Replacement::openFormer() {
   former_ = openFile(folder_, name_, O_RDONLY, formerStatus_);
   if (S_ISDIR(formerStatus_.st_mode))
@@ -114,9 +114,9 @@ int Replacement::openFormer() {
   return isHidden ? errno : 0;
 }
 
-// Nothing, with errno set, when there is no name left.
+// Empty, with errno set, when no name is left.
 Descriptor Replacement::create() {
-  // Never readable by more people than the former file, not even for a moment.
+  // Never grants access that the former file denied, not even for a moment.
   const mode_t mode = former_ ? formerStatus_.st_mode & 0600 : 0666;
   const uid_t owner = former_ ? formerStatus_.st_uid : ::geteuid();
   Descriptor result;
@@ -158,9 +158,9 @@ int Replacement::fill(int descriptor, std::string_view data) const {
   return retrying([&] { return ::fsync(descriptor); }) == 0 ? 0 : errno;
 }
 
-// The owner comes first: a list counts the owning group among those whom it
-// lets in. The mode comes last: a change of the owner clears bits of it, and of
-// a file with a list its bits of the group are the list's mask.
+// The owner comes first: a list that grants rights to the owning group then
+// means the right group. The mode comes last: a change of the owner clears bits
+// of it, and in a file with a list its bits of the group are the list's mask.
 int Replacement::takeAfterFormer(int descriptor) const {
   if (!former_)
     return 0;
@@ -184,14 +184,13 @@ int Replacement::perform(std::string_view data) {
     return failure;
   if (int failure = takeAfterFormer(descriptor.get()))
     return failure;
-  // Renamed before it is closed: with the descriptor goes the lock, and without
-  // it the next replacement would take the file for a leftover. All is synced,
-  // so closing has nothing left to tell.
+  // Renamed before the descriptor is closed: closing releases the lock, and
+  // without the lock the next replacement would take the file for a leftover.
+  // All data is synced, so closing has no failure left to report.
   if (::renameat(folder_, temporary_.c_str(), folder_, name_.c_str()) != 0)
     return errno;
   exists_ = false;
-  // The file is in its place; a folder that cannot be synced takes nothing
-  // back.
+  // The file is in its place; a failed sync of the folder does not undo that.
   static_cast<void>(::fsync(folder_));
   return 0;
 }

@@ -25,7 +25,7 @@
 namespace NS {
 namespace {
 
-// As much as a pipe holds.
+// The capacity of a pipe.
 constexpr std::size_t chunkSize = 65536;
 
 [[noreturn]] void raise(const char *operation, int errnum) {
@@ -76,14 +76,14 @@ private:
   bool wasPending_ = false;
 };
 
-// One readability handler and its thread. The thread holds the object alive,
-// so that a handle may be dropped by the handler itself.
+// One readability handler and its thread. The thread keeps the object alive, so
+// that the handler itself may destroy the handle.
 class Watch : public std::enable_shared_from_this<Watch> {
 public:
   explicit Watch(FileHandle::ReadabilityHandler handler)
       : handler_(std::move(handler)), wake_(descriptors::openPipe()) {}
   ~Watch() {
-    // Only the thread itself can be the last holder while it runs.
+    // Only the thread itself can be the last owner while it runs.
     if (thread_.joinable())
       thread_.detach();
     ::close(wake_.reading);
@@ -104,9 +104,9 @@ public:
     }
   }
 
-  // Returns when no call is under way, but at once from within a call.
+  // Returns when no call is under way; from within a call at once.
   void stop() {
-    // An empty pipe takes one byte.
+    // An empty pipe always takes one byte.
     if (!stopping_.exchange(true))
       static_cast<void>(retrying([&] { return ::write(wake_.writing, "", 1); }));
     if (current() == this)
@@ -123,7 +123,7 @@ public:
   }
 
   bool serves(const FileHandle &handle) const { return handle_ == &handle; }
-  // Waits for data; false when there is none and the handler is to be removed.
+  // Waits for data. False when there is none and the handler is being removed.
   bool waitForData() { return descriptors::waitForReading(descriptor_, wake_.reading).first; }
   void noteEnd() { ended_ = true; }
 
@@ -134,14 +134,14 @@ private:
       descriptors::Readiness ready = descriptors::waitForReading(descriptor_, wake_.reading);
       if (stopping_ || ready.second)
         break;
-      // A hang-up stays for ever: telling of it once is enough.
+      // A hang-up stays for ever, so one report is enough.
       ended_ = !ready.firstHasData;
       call();
     }
     current() = nullptr;
   }
 
-  // An exception has no caller to go to.
+  // An exception of the handler has no caller to go to.
   void call() {
     try {
       handler_(*handle_);
@@ -238,7 +238,7 @@ std::string DescriptorHandle::availableData() {
   Watch *watch = Watch::current();
   bool watched = watch && watch->serves(*this);
   // Within the handler a wait must not outlast the handler's removal, even if
-  // some process keeps the other end open for ever.
+  // another process keeps the other end open for ever.
   if (watched && !watch->waitForData())
     return {};
   std::string data(chunkSize, '\0');
@@ -285,7 +285,7 @@ void DescriptorHandle::stopWatching() {
     return;
   watch->stop();
   if (Watch::current() == watch.get())
-    return; // a later removal from elsewhere must still be able to wait for it
+    return; // a later removal from another thread must still be able to wait for it
   std::lock_guard lock(watchMutex_);
   if (watch_ == watch)
     watch_.reset();

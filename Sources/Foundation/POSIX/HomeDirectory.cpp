@@ -16,7 +16,7 @@ namespace {
 using Lookup = std::function<int(struct passwd *record, char *buffer, std::size_t size,
                                  struct passwd **result)>;
 
-// No record is this long; a name service that says so is not believed.
+// No record is this long; a longer answer of a name service is an error.
 constexpr std::size_t longestRecord = std::size_t{1} << 20;
 
 std::optional<std::string> homeDirectoryFromRecord(const Lookup &lookup) {

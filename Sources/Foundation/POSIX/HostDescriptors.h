@@ -1,5 +1,5 @@
-// The steps of making pipes and child processes that each host has its own
-// calls for. Used by the common part alone.
+// The steps of making pipes and child processes that differ between hosts. Only
+// the common part calls them.
 //
 // Thread-safe.
 #pragma once
@@ -10,19 +10,19 @@
 
 namespace NS::descriptors::host {
 
-// The two ends of a new pipe, close-on-exec as early as the host can make them
-// so. 0, or -1 with errno set.
+// Makes a pipe with both ends close-on-exec as early as the host can do so.
+// Returns 0, or -1 with errno set.
 int makePipe(int (&ends)[2]);
 
-// Lets the child have its standard streams and no other descriptor. A stream
-// that is given as -1 is this process's own. 0 or an errno value.
+// Gives the child its standard streams and no other descriptor. A stream of -1
+// is this process's own. Returns 0 or an errno value.
 int keepStandardStreamsAlone(posix_spawn_file_actions_t &actions, const int (&streams)[3]);
 
 // Further flags of the host for posix_spawnattr_setflags.
 short spawnFlags();
 
-// Gives a child that was just started another limit of descriptors. Where the
-// host cannot, the child keeps this process's.
+// Gives a child that was just started another limit of descriptors. If the host
+// cannot do that, the child keeps this process's.
 void setDescriptorLimit(pid_t child, const rlimit &limit);
 
 // This process's environment; the caller holds its lock.

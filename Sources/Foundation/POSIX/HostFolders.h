@@ -11,12 +11,12 @@
 namespace NS::host {
 
 FolderHost folderHost();
-// The folder of a base other than Root and Home; nothing where there is none.
-// UserDirectory is that of the directory asked for.
+// The folder of a base other than Root and Home; empty if there is none.
+// UserDirectory is that of the requested directory.
 std::optional<std::string> folderOfBase(FolderBase base, SearchPathDirectory directory);
 std::string temporaryDirectory();
 
-// The variable of the environment when it is an absolute path.
+// The value of the environment variable if it is an absolute path.
 std::optional<std::string> absolutePathInEnvironment(const char *variable);
 
 } // namespace NS::host

@@ -5,7 +5,8 @@
 
 namespace NS {
 
-// One entry with the record's fields. False when this host keeps no journal.
+// Writes one entry with the record's fields. False when this host keeps no
+// journal.
 bool writeToHostJournal(const RequestRecord &record);
 
 // The record as a sentence.

@@ -1,4 +1,4 @@
-// How the host shows an item to people.
+// An item's icon and name as the host shows them to users.
 #pragma once
 
 #include "Foundation/URL.h"
@@ -8,12 +8,12 @@
 
 namespace NS {
 
-// The names of the item's icon, most specific first. Nothing when the item
-// cannot be read, with errno set.
+// The names of the item's icon, most specific first. Empty with errno set when
+// the item cannot be read.
 std::optional<Icon> effectiveIconOfItem(const std::string &path);
 
-// The item's display name, valid UTF-8. Nothing when the item cannot be read,
-// with errno set.
+// The item's display name, valid UTF-8. Empty with errno set when the item
+// cannot be read.
 std::optional<std::string> localizedNameOfItem(const std::string &path);
 
 } // namespace NS

@@ -1,6 +1,6 @@
 // The default sink: one line to standard error, which the host's supervisor
-// keeps. Control characters are escaped, since paths in messages come from
-// strangers and must not forge a second line.
+// keeps. It escapes control characters, since paths in messages are untrusted
+// and must not forge a second line.
 #include "Foundation/Log.h"
 
 #include "Foundation/BoundedText.h"

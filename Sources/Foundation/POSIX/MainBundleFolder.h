@@ -1,4 +1,4 @@
-// Where this program's resources are; each host has its own answer.
+// The folder of this program's resources, which each host finds in its own way.
 #pragma once
 
 #include <string>

@@ -12,7 +12,7 @@ namespace NS {
 
 struct Monitor::Entry {
   std::recursive_mutex mutex;
-  std::size_t users = 0; // holding, counted once a level, or waiting
+  std::size_t users = 0; // threads that hold it, counted once a level, or wait for it
 };
 
 class MonitorTable {
@@ -23,11 +23,11 @@ public:
     return *instance;
   }
 
-  // The object's entry, kept until it is given back.
+  // The object's entry, kept until it is returned.
   Monitor::Entry *take(const Object &object) {
     Shard &shard = shardOf(object);
     std::lock_guard lock(shard.mutex);
-    // Nodes of this container stay where they are.
+    // The nodes of this container never move.
     Monitor::Entry &entry = shard.entries[&object];
     ++entry.users;
     return &entry;
@@ -48,7 +48,7 @@ private:
   };
 
   Shard &shardOf(const Object &object) {
-    // The low bits of an address are its alignment.
+    // The low bits of an address are always zero.
     auto address = reinterpret_cast<std::uintptr_t>(&object);
     return shards_[(address >> 6) % shards_.size()];
   }

@@ -1,4 +1,4 @@
-// Which mount holds an item.
+// The mount that holds an item.
 #pragma once
 
 #include <optional>

@@ -55,7 +55,7 @@ void MutableArray::removeObjectsAtIndexes(const std::set<std::size_t> &indexes) 
   std::vector<std::shared_ptr<Object>> kept, removed;
   for (std::size_t index = 0; index < count(); ++index)
     (indexes.contains(index) ? removed : kept).push_back(std::move(elements_[index]));
-  // The removed ones go last: their destructors find the array as it is now.
+  // Destroys the removed ones last: their destructors may use the new array.
   elements_.swap(kept);
 }
 

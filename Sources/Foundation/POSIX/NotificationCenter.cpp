@@ -53,7 +53,8 @@ public:
   }
 
   void removeObserver(const std::shared_ptr<Object> &token) override {
-    // Let go of outside the mutex: the block's contents may use the centre.
+    // Released outside the mutex: the destruction of the block may use the
+    // centre.
     std::shared_ptr<Observer> removed;
     std::lock_guard lock(mutex_);
     auto found = std::find(observers_.begin(), observers_.end(), token);

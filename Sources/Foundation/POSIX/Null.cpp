@@ -1,4 +1,4 @@
-// The one object that stands for nothing.
+// The one object that represents a missing value.
 #include "Foundation/Null.h"
 
 namespace NS {

@@ -1,5 +1,5 @@
-// Numbers as objects. Every comparison goes through one exact form, since a
-// double cannot hold all 64-bit integers and a cast would make strangers equal.
+// Numbers as objects. Every comparison uses one exact form, since a double
+// cannot hold all 64-bit integers and a cast would make unequal numbers equal.
 #include "Foundation/Number.h"
 
 #include <cmath>

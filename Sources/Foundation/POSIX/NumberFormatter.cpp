@@ -15,7 +15,7 @@
 namespace NS {
 namespace {
 
-// The library's own default goes by the language of messages.
+// ICU's own default follows the language of messages.
 std::string localeOfNumbers() {
   std::string name;
   {
@@ -26,7 +26,7 @@ std::string localeOfNumbers() {
         break;
       }
   }
-  // "C.UTF-8" differs from "C" in its characters alone.
+  // "C.UTF-8" differs from "C" only in its character set.
   const std::string_view language = std::string_view(name).substr(0, name.find('.'));
   if (language.empty() || language == "C" || language == "POSIX")
     return "en_US_POSIX";
@@ -85,7 +85,7 @@ private:
   struct CloseFormat {
     void operator()(UNumberFormat *format) const { unum_close(format); }
   };
-  std::unique_ptr<UNumberFormat, CloseFormat> format_; // null where ICU has none
+  std::unique_ptr<UNumberFormat, CloseFormat> format_; // null if ICU has none
 };
 
 } // namespace

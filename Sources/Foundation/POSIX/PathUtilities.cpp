@@ -1,5 +1,4 @@
-// Path arithmetic, all of it in terms of one normal form: single slashes and
-// none at the end.
+// Path arithmetic on one normal form: single slashes and none at the end.
 #include "Foundation/PathUtilities.h"
 
 namespace NS {
@@ -16,7 +15,7 @@ std::string fixedSlashes(std::string_view path) {
   return fixed;
 }
 
-// Where the last component of a fixed path begins.
+// The index at which the last component of a fixed path begins.
 std::size_t lastComponentStart(std::string_view fixed) {
   std::size_t slash = fixed.rfind('/');
   return slash == std::string_view::npos ? 0 : slash + 1;

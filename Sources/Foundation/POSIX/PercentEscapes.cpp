@@ -1,4 +1,4 @@
-// Escaping byte by byte; unescaping by runs, since one character may take
+// Escapes byte by byte, and unescapes run by run, since one character may take
 // several escapes.
 #include "Foundation/PercentEscapes.h"
 
@@ -24,7 +24,7 @@ int hexadecimalValue(char c) {
   return -1;
 }
 
-// Reads the run of escapes that begins at the index and moves the index behind
+// Reads the run of escapes that begins at the index and moves the index past
 // it. False when an escape is incomplete.
 bool readEscapes(std::string_view text, std::size_t &index, std::string &bytes) {
   while (index < text.size() && text[index] == '%') {

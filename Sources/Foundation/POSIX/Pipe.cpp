@@ -10,7 +10,7 @@ namespace NS {
 
 namespace {
 
-// The handles of two descriptors, which they take over.
+// The handles of two descriptors, which take ownership of them.
 using Handles = std::pair<std::shared_ptr<FileHandle>, std::shared_ptr<FileHandle>>;
 
 Handles handlesOf(descriptors::PipeEnds ends) {

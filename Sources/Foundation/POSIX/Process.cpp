@@ -1,4 +1,4 @@
-// Ending this process.
+// The end of this process.
 #include "Foundation/Process.h"
 
 #include "Foundation/SharedInstance.h"
@@ -56,8 +56,8 @@ public:
   }
 
 private:
-  // Outside the lock when they run, so that two threads that end the process
-  // at once do not wait for each other's hooks.
+  // The hooks run outside the lock, so that two threads that end the process at
+  // once do not wait for each other's hooks.
   std::vector<std::function<void()>> takeHooks() {
     std::lock_guard lock(mutex_);
     return std::exchange(hooks_, {});

@@ -30,7 +30,7 @@ void Progress::setPath(std::string_view path) {
   try {
     std::lock_guard lock(mutex_);
     path_.assign(path);
-  } catch (const std::bad_alloc &) { // as the header says
+  } catch (const std::bad_alloc &) { // ignored, as in the header
   }
 }
 
@@ -43,7 +43,7 @@ Progress::Snapshot Progress::snapshot() {
   try {
     std::lock_guard lock(mutex_);
     taken.path = path_;
-  } catch (const std::bad_alloc &) { // as the header says
+  } catch (const std::bad_alloc &) { // ignored, as in the header
   }
   return taken;
 }

@@ -30,8 +30,8 @@ PropertyList::Reference::Reference(const Reference &other) : node_(other.node_) 
     node_->holders.fetch_add(1, std::memory_order_relaxed);
 }
 
-// Dying nodes wait in a list of their own links, so that neither the depth nor
-// a lack of memory matters here.
+// Dying nodes wait in a list of their own links, so that the release needs
+// neither recursion nor memory.
 void PropertyList::Reference::release(Node *node) {
   Node *dying = nullptr;
   auto letGo = [&](Node *held) {
@@ -60,8 +60,8 @@ void PropertyList::Reference::release(Node *node) {
 namespace {
 
 // The platform sorts keys by their UTF-16 units. Bytes of UTF-8 sort as code
-// points, which is the same but for the planes beyond the first: their
-// surrogates precede U+E000, whose first bytes are 0xee and 0xef.
+// points, which is the same within the first plane. Beyond it, surrogates
+// precede U+E000, whose first bytes are 0xee and 0xef.
 bool precedes(std::string_view left, std::string_view right) {
   auto [one, other] = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
   if (one == left.end() || other == right.end())
@@ -114,7 +114,7 @@ PropertyList::Node *PropertyList::node() const {
   return reference ? reference->get() : nullptr;
 }
 
-// The node of a container for changing: one of its own when others hold it.
+// The node of a container for changing: a new one when others share it.
 PropertyList::Node &PropertyList::exclusiveNode() {
   Node *shared = node();
   if (shared->holders.load(std::memory_order_acquire) != 1)
@@ -245,7 +245,7 @@ bool leavesAreEqual(const PropertyList &left, const PropertyList &right) {
          left.boolean() == right.boolean() && left.date() == right.date();
 }
 
-// Leaves the pairs of children to be compared; false when they cannot be equal.
+// Adds the pairs of children to be compared; false when they cannot be equal.
 bool pushChildren(const PropertyList &left, const PropertyList &right, Pairs &pairs) {
   if (const auto *array = left.array()) {
     const auto &other = *right.array();
@@ -300,7 +300,7 @@ public:
     return finishElement();
   }
   bool begin(const PropertyList &value, std::size_t depth) {
-    afterKey_ = false; // the platform indents a container even after its key
+    afterKey_ = false; // the platform indents a container also after its key
     indent(depth);
     text_ += value.array() ? "(\n" : "{\n";
     containers_.push_back(value.array() != nullptr);

@@ -40,8 +40,7 @@ private:
   std::uint64_t left_ = PropertyListBounds::contents;
 };
 
-// Seconds since 2001 of the first and the last moment that a date can stand
-// for: years 1 to 9999.
+// Seconds since 2001 of the first and the last possible date: years 1 to 9999.
 inline constexpr std::int64_t earliestDate = -63113904000;
 inline constexpr std::int64_t latestDate = 252423993599;
 

@@ -40,12 +40,13 @@ public:
       return std::nullopt;
     std::u16string units = utf16FromBytes(text);
     UErrorCode status = U_ZERO_ERROR;
-    // The clone shares the compiled pattern; the search belongs to it alone.
+    // The clone shares the compiled pattern and has a search state of its own.
     Expression search(uregex_clone(pattern_.get(), &status));
     uregex_setText(search.get(), units.data(), static_cast<std::int32_t>(units.size()), &status);
     uregex_setTimeLimit(search.get(), stepLimit, &status);
     uregex_setStackLimit(search.get(), stackLimit, &status);
-    // The whole text; each of these calls does nothing once one has failed.
+    // Searches the whole text. Each of these calls does nothing once one has
+    // failed.
     bool found = uregex_find(search.get(), -1, &status) != 0;
     std::int32_t start = uregex_start(search.get(), 0, &status);
     std::int32_t end = uregex_end(search.get(), 0, &status);
@@ -56,7 +57,7 @@ public:
   }
 
 private:
-  Expression pattern_; // never searched with
+  Expression pattern_; // serves only for clones
 };
 
 } // namespace

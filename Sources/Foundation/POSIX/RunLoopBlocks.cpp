@@ -51,7 +51,7 @@ MonotonicTime RunLoopBlocks::firstDue(const std::string &mode) {
 }
 
 bool RunLoopBlocks::performDue(const std::string &mode) {
-  // One by one, so that a run within a block finds those after it in order.
+  // One by one, so that a run within a block finds the later blocks in order.
   std::uint64_t limit = nextNumber();
   MonotonicTime now = Clock::shared().monotonicTime();
   bool ran = false;
@@ -75,7 +75,8 @@ std::uint64_t RunLoopBlocks::nextNumber() {
   return next_;
 }
 
-// The first block of the mode that is due and has a number below the limit.
+// Removes the first block of the mode that is due and has a number below the
+// limit.
 std::function<void()> RunLoopBlocks::take(const std::string &mode, MonotonicTime now,
                                           std::uint64_t limit) {
   std::lock_guard lock(mutex_);

@@ -17,16 +17,17 @@ namespace NS {
 // Later than every time.
 inline constexpr MonotonicTime neverDue{std::chrono::nanoseconds::max()};
 
-// Blocks by when they are due, then by when they came. Thread-safe.
+// Blocks in the order of their due times, then of their arrival. Thread-safe.
 class RunLoopBlocks {
 public:
-  // Due since ever, so that delayed blocks never come between.
+  // Its due time is the earliest of all, so that delayed blocks never come
+  // between.
   void add(std::function<void()> block, const RunLoopModes &modes);
   // A negative delay and NaN count as 0; a delay beyond the end of time never
   // ends.
   void addDelayed(double seconds, std::function<void()> block, const RunLoopModes &modes);
 
-  // When the first block of the mode is due.
+  // The due time of the mode's first block.
   MonotonicTime firstDue(const std::string &mode);
   // Runs the mode's blocks that are due, but none added after this call: a
   // block added by another waits for the next turn. Logs an exception that

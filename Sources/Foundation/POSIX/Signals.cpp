@@ -1,4 +1,4 @@
-// The signals are blocked everywhere, and one thread takes them with sigwait.
+// Blocks the signals in all threads, and takes them in one thread with sigwait.
 #include "Foundation/Signals.h"
 
 #include <atomic>

@@ -21,8 +21,8 @@ namespace {
   throw Exception(InternalInconsistencyException, std::string("pipe: ") + std::strerror(errno));
 }
 
-// A descriptor that took the place of a closed standard stream would be lost
-// to the child's own streams: moves it above them.
+// Moves a descriptor above the standard streams. In the place of a closed
+// standard stream it would be lost to the child's own streams.
 Descriptor aboveStandardStreams(Descriptor descriptor) {
   if (descriptor.get() > STDERR_FILENO)
     return descriptor;
@@ -63,7 +63,7 @@ public:
     sigset_t all;
     sigemptyset(&none);
     sigfillset(&all);
-    // Some hosts refuse a list that names those that cannot be caught.
+    // Some hosts refuse a list with signals that cannot be caught.
     sigdelset(&all, SIGKILL);
     sigdelset(&all, SIGSTOP);
     ::posix_spawnattr_setsigmask(&attributes_, &none);
@@ -78,7 +78,7 @@ private:
   posix_spawnattr_t attributes_;
 };
 
-// Takes both over.
+// Takes ownership of both.
 PipeEnds pipeOf(Descriptor first, Descriptor second) {
   if (!first || !second)
     raiseNoPipe();

@@ -18,7 +18,7 @@ struct Row {
 
 constexpr FolderPlace none{};
 
-// By domain, in the order in which they are searched.
+// By domain, in the order of the search.
 constexpr Row rows[] = {
     {UserDomainMask,
      Directory::Application,

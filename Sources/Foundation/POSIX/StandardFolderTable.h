@@ -1,5 +1,5 @@
-// Where each host keeps the standard folders: one table, a column for a host,
-// so that both can be tested on either.
+// The places of the standard folders on each host: one table, a column for a
+// host, so that either host can test both.
 //
 // Pure; any thread.
 #pragma once
@@ -29,7 +29,7 @@ struct FolderPlace {
 
 enum class FolderHost { Linux, macOS };
 
-// The places of that kind in the domains asked for, the user's first.
+// The places of that kind in the given domains, the user's first.
 std::vector<FolderPlace> standardFolderPlaces(FolderHost host, SearchPathDirectory directory,
                                               SearchPathDomainMask domainMask);
 

@@ -14,8 +14,8 @@
 namespace NS {
 namespace {
 
-// Ordering the marks of a cluster takes time in the square of their number; no
-// language stacks this many.
+// The time for ordering the marks of a cluster grows with the square of their
+// number; no language stacks this many.
 constexpr std::size_t longestCluster = 256;
 
 const UNormalizer2 *decomposer() {
@@ -54,8 +54,8 @@ void appendDecomposed(std::u16string &units, std::string_view cluster) {
     units.append(decomposed, 0, static_cast<std::size_t>(length));
 }
 
-// A text in decomposed form. Both lists hold where each cluster begins and, at
-// the end, where the text does.
+// A text in decomposed form. Both lists have the beginning of each cluster and,
+// as their last element, the end of the text.
 struct DecomposedText {
   std::u16string units;
   std::vector<std::size_t> unitStarts;
@@ -76,7 +76,7 @@ struct DecomposedText {
     byteStarts.push_back(text.size());
   }
 
-  // Which cluster begins at the unit, if any does.
+  // The cluster that begins at the unit, if any.
   std::optional<std::size_t> clusterAt(std::size_t unit) const {
     auto found = std::lower_bound(unitStarts.begin(), unitStarts.end(), unit);
     if (found == unitStarts.end() || *found != unit)
@@ -125,7 +125,7 @@ std::vector<ByteRange> literalRanges(std::string_view text, std::string_view tar
   std::vector<ByteRange> ranges;
   std::size_t from = 0;
   while (ranges.size() < limit && from < text.size()) {
-    // Linear in the worst case too, which the standard search is not.
+    // Linear even in the worst case, unlike the standard search.
     const void *found =
         ::memmem(text.data() + from, text.size() - from, target.data(), target.size());
     if (!found)

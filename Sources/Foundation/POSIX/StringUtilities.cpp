@@ -76,7 +76,7 @@ std::string stringByReplacingOccurrencesOfString(std::string_view text, std::str
 
 std::string substringWithRange(std::string_view text, Range range) {
   std::string part;
-  std::size_t unit = 0; // where the character at the index begins
+  std::size_t unit = 0; // the beginning of the character at the index
   std::size_t index = 0;
   auto isInside = [&](std::size_t position) {
     return position >= range.location && position - range.location < range.length;

@@ -36,7 +36,7 @@ std::string launchFailure(int errnum) {
   }
 }
 
-// Everything that comes through a pipe until a child's end, at most.
+// Collects all data of a pipe until a child's end.
 class OutputReader {
 public:
   OutputReader(int pipe, ChildProcess &child, std::size_t sizeLimit)
@@ -69,7 +69,7 @@ private:
     ssize_t count = retrying([&] { return ::read(pipe_, buffer.data(), buffer.size()); });
     if (count < 0)
       return Step::Failed;
-    // The end may be that of a child that was just killed.
+    // The child may have been killed just now.
     if (count == 0)
       return isOverdue() ? Step::Goes : Step::Done;
     output_.append(buffer.data(), static_cast<std::size_t>(count));
@@ -77,7 +77,8 @@ private:
   }
 
   bool isOverdue() const { return child_.deadline() && millisecondsUntil(*child_.deadline()) == 0; }
-  // In milliseconds, -1 for ever. A child without a descriptor is asked.
+  // In milliseconds, -1 without a limit. It asks a child without a descriptor
+  // at intervals.
   int patience() const {
     constexpr int askingInterval = 20;
     int left = child_.deadline() ? millisecondsUntil(*child_.deadline()) : -1;
@@ -88,7 +89,7 @@ private:
 
   const int pipe_;
   ChildProcess &child_;
-  const Descriptor exit_; // empty for a child that must be asked
+  const Descriptor exit_; // empty for a child that it asks at intervals
   const std::size_t sizeLimit_;
   std::string output_;
 };
@@ -175,8 +176,8 @@ descriptors::Program ProcessTask::program() const {
 
 void ProcessTask::launch() {
   checkSettings();
-  // All that can fail comes before the child exists: from then on it must be
-  // adopted.
+  // Every step that can fail comes before the child exists: from then on it
+  // must be adopted.
   descriptors::Program wanted = program();
   auto child = std::make_shared<ChildProcess>();
   ChildSlot slot = {child};

@@ -15,10 +15,10 @@ namespace NS {
 namespace {
 
 constexpr int deepestStack = 128;
-// A sleep beyond this is as good as for ever, and fits every clock.
+// A longer sleep is practically endless; this one fits every clock.
 constexpr double longestSleep = 1e9;
 
-// Static storage is set up by the thread that enters main.
+// The thread that enters main initialises static storage.
 const std::thread::id mainThread = std::this_thread::get_id();
 
 class CurrentThread final : public Thread {

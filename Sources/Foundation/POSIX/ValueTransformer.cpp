@@ -28,7 +28,8 @@ ValueTransformer::valueTransformerForName(const std::string &name) {
 
 void ValueTransformer::setValueTransformer(const std::shared_ptr<ValueTransformer> &transformer,
                                            const std::string &name) {
-  // The one replaced goes after the lock: its destructor may ask the register.
+  // Destroys the former one after releasing the lock: its destructor may ask
+  // the register.
   std::shared_ptr<ValueTransformer> entry = transformer;
   std::lock_guard lock(theRegister().mutex);
   if (transformer)

@@ -27,7 +27,7 @@
 namespace NS {
 namespace {
 
-// One user's work. Exists while there is any.
+// One user's work. Exists while the user has any.
 struct Line {
   WorkerPool::User user;
   std::size_t underWay = 0;

@@ -11,7 +11,7 @@
 
 namespace NS {
 
-// How many pieces of work may be under way at once.
+// The number of pieces of work that may be under way at once.
 struct WorkerLimits {
   std::size_t inAll = 64;
   // The rest is kept for other users, even while none of them has work.

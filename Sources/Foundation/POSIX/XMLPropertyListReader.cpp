@@ -281,7 +281,7 @@ std::optional<PropertyList> Reader::leafFrom(Tag tag) {
     return dateFrom(text_);
   case Tag::Data:
     return dataFrom(text_);
-  default: // true and false hold nothing
+  default: // true and false have no content
     return isBlank(text_) ? std::optional(PropertyList(tag == Tag::True)) : std::nullopt;
   }
 }
@@ -313,8 +313,8 @@ void Reader::characters(std::string_view text) {
   fail();
 }
 
-// Entities are the one way in which XML grows or reaches out while it is read:
-// none may be declared, and none but the five of XML itself be used.
+// XML can only grow or reach outside during its reading through entities: a
+// list may declare none, and may use only the five of XML itself.
 void Reader::install() {
   XML_Parser parser = parser_.get();
   XML_SetUserData(parser, this);

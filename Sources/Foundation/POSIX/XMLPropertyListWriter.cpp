@@ -1,6 +1,6 @@
-// The writer of XML property lists, byte for byte in the platform's layout but
-// for one thing: a carriage return is written as a character reference, since
-// a reader would take it for a line feed.
+// The writer of XML property lists, byte for byte in the platform's layout,
+// with one exception: it writes a carriage return as a character reference,
+// since a reader would take it for a line feed.
 #include "Foundation/POSIX/PropertyListReading.h"
 #include "Foundation/POSIX/PropertyListWalk.h"
 #include "Foundation/Unicode.h"

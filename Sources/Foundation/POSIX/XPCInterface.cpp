@@ -1,4 +1,4 @@
-// Looking messages up, and the way back to a caller.
+// Looks messages up, and carries outcomes back to a caller.
 #include "Foundation/XPCInterface.h"
 
 #include <new>
@@ -11,7 +11,7 @@ public:
   ~State() {
     try {
       deliver({false, {}, "the request ended without a reply"});
-    } catch (const std::bad_alloc &) { // no memory for these words
+    } catch (const std::bad_alloc &) { // no memory for this text
       deliver({});
     }
   }
