@@ -19,7 +19,7 @@ class ConcurrencyTest(Blocking, unittest.TestCase):
     def setUp(self):
         self.root = self.enterContext(ThrowAwayRoot())
 
-    def test_a_blocked_request_delays_nobody_else(self):
+    def test_a_blocked_request_delays_no_other_client(self):
         slow, quick = self.root.client(), self.root.client()
         blocked = self.block(slow)
         behind = slow.send("Echo", "s", "behind")
@@ -44,7 +44,7 @@ class ConcurrencyTest(Blocking, unittest.TestCase):
         expected = 2 * 512 * os.stat(self.root.host_path(f"{DATA}/wide")).st_blocks
         self.assertEqual({slow.wait(serial)[0] for serial in serials}, {expected})
 
-    def test_a_client_killed_in_the_middle_of_a_request_disturbs_nobody(self):
+    def test_a_client_killed_in_the_middle_of_a_request_disturbs_no_other(self):
         other = self.root.client()
         self.root.stand_in(STARTER)
         other.call("StartStartupItem", "s", "item")  # once, for what stays open
@@ -62,7 +62,7 @@ class ConcurrencyTest(Blocking, unittest.TestCase):
         wait_until(lambda: self.root.agent_descriptors() == descriptors)
         self.assertEqual(self.root.agent_pid(), pid)
 
-    def test_what_a_client_sent_before_it_left_is_still_done(self):
+    def test_requests_of_a_client_that_left_are_still_done(self):
         self.root.write(f"{DATA}/file", "x")
         client = self.root.client()
         self.block(client)
@@ -172,7 +172,7 @@ class ConcurrencyTest(Blocking, unittest.TestCase):
         # On a busy machine more threads worked at once; idle ones end.
         wait_until(lambda: 0 < len(processes.threads(pid)) < 40, 60)
 
-    def test_a_client_that_floods_and_never_reads_stops_nobody(self):
+    def test_a_client_that_floods_and_never_reads_stops_no_other(self):
         flood, other = self.root.client(), self.root.client()
         other.call("Echo", "s", "")
         pid = self.root.agent_pid()

@@ -12,7 +12,7 @@ DESCRIPTORS = 1024
 
 
 class CrowdTest(unittest.TestCase):
-    def test_250_clients_with_1024_descriptors_get_what_they_asked_for(self):
+    def test_250_clients_with_1024_descriptors_get_their_answers(self):
         root = self.enterContext(ThrowAwayRoot(descriptor_limit=DESCRIPTORS))
         prepare(root)
         done = load(self, root, CLIENTS, SEED, SECONDS)

@@ -47,10 +47,10 @@ class FilesTest(unittest.TestCase):
         self.assertEqual(reply.error.info["NSUnderlyingError"][:2], ["NSPOSIXErrorDomain", 1])
         self.assertEqual(self.root.read(f"{DATA}/log"), b"kept")
 
-    def test_removing_what_is_missing_is_success(self):
+    def test_removing_a_missing_item_is_success(self):
         self.assertTrue(self.root.busctl("RemoveItemAtPath", "s", f"{DATA}/missing").flag)
 
-    def test_removes_a_link_and_not_what_it_names(self):
+    def test_removes_a_link_and_not_its_target(self):
         self.root.write(f"{DATA}/outside/file", "x")
         self.root.symlink("outside", f"{DATA}/link")
         self.assertTrue(self.root.busctl("RemoveItemAtPath", "s", f"{DATA}/link").flag)
@@ -66,7 +66,7 @@ class FilesTest(unittest.TestCase):
         self.assertIn("old", self.root.listdir(trash))
         self.assertEqual(self.root.read(f"{trash}/old"), b"content")
 
-    def test_the_trash_takes_what_a_path_through_a_link_and_back_leads_to(self):
+    def test_the_trash_takes_the_item_of_a_path_through_a_link_and_back(self):
         self.root.mkdir(f"{DATA}/real/sub")
         self.root.symlink("real/sub", f"{DATA}/link")
         for path, content in (("item", "beside the link"), ("real/item", "meant")):
@@ -81,7 +81,7 @@ class FilesTest(unittest.TestCase):
         self.assertEqual(trees.flags_of(beside) & trees.IMMUTABLE, trees.IMMUTABLE)
         trees.set_flags(beside, 0)
 
-    def test_trash_of_what_is_missing_replies_yes_and_an_error(self):
+    def test_trash_of_a_missing_item_replies_yes_and_an_error(self):
         reply = self.root.busctl("MoveToTrashItemAtPath", "s", f"{DATA}/missing")
         self.assertTrue(reply.flag)
         self.assertEqual((reply.error.domain, reply.error.code), (COCOA, 4))

@@ -85,7 +85,7 @@ class InstalledLibraryTest(unittest.TestCase):
         output("c++", made, *libs, "-o", static)
         self.assert_asks_the_agent(static, needs_library=False)
 
-    def test_each_header_stands_alone_and_brings_nothing_of_the_bus_library(self):
+    def test_each_header_compiles_alone_and_brings_nothing_of_the_bus_library(self):
         headers = [name for name in self.files if name.endswith(".h")]
         self.assertEqual(sorted(os.path.basename(name) for name in headers),
                          ["Client.h", "ClientError.h", "ErrorValue.h", "Export.h", "Replies.h",
@@ -104,7 +104,7 @@ class InstalledLibraryTest(unittest.TestCase):
             with open(f"{self.prefix}/{header}", encoding="utf-8") as file:
                 self.assertNotRegex(file.read(), r"namespace NS|\benum (?!class)")
 
-    def test_what_is_installed_tells_nothing_of_where_it_was_built(self):
+    def test_installed_files_tell_nothing_of_the_build_folder(self):
         for name in self.files:
             if name.endswith((".cmake", ".pc", ".h")):
                 with open(os.path.join(self.prefix, name), encoding="utf-8") as file:

@@ -72,7 +72,7 @@ class LaunchdConfigurationTest(unittest.TestCase):
         client.call("Echo", "s", "")
         return flag
 
-    def test_each_configuration_becomes_what_it_should_with_a_backup(self):
+    def test_each_configuration_is_edited_with_a_backup(self):
         self.assertGreaterEqual(len(TABLE), 20)
         for before, library, after in TABLE:
             with self.subTest(before=before, library=library):

@@ -305,7 +305,7 @@ class Actor:
 
 
 class LoadTest(AbuseCase):
-    def test_64_clients_with_all_operations_get_what_they_asked_for(self):
+    def test_64_clients_with_all_operations_get_their_answers(self):
         self.load(CLIENTS, SEED + 1, WARM_UP)
         self.wait_for_rest(threads=True)
         AbuseCase.start_memory = self.settled_memory()

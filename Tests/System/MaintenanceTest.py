@@ -138,7 +138,7 @@ class ToolsTest(MaintenanceTestCase):
     PERIODIC, MDUTIL = "/usr/sbin/periodic", "/usr/bin/mdutil"
     TOOLS = CACHE, KILLALL, PERIODIC, MDUTIL
 
-    def test_names_are_flushed_by_both_tools_whatever_the_first_says(self):
+    def test_both_tools_flush_names_with_any_status_of_the_first(self):
         both = [[self.CACHE, "-flushcache"], [self.KILLALL, "-HUP", "mDNSResponder"]]
         for first, second in ((0, 0), (1, 0), (0, 1), (1, 2)):
             self.root.stand_in(self.CACHE, status=first)
@@ -294,7 +294,7 @@ class PermissionsRepairTest(RepairTestCase):
         self.assertEqual(self.root.busctl("RepairPermissions").values,
                          [True, self.tool_pid(), ""])
 
-    def test_odd_output_harms_nobody(self):
+    def test_odd_output_does_no_harm(self):
         self.tool("printf 'a\\000b'; sleep 0.01; printf '\\377\\376'; sleep 0.01; "
                   "head -c 5000000 /dev/zero; sleep 0.01; printf x")
         client = self.root.client()

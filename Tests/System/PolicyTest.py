@@ -70,7 +70,7 @@ class PolicyTest(unittest.TestCase):
         with open(f"/proc/{pid}/environ", "rb") as file:
             self.assertIn(b"DBUS_STARTER_BUS_TYPE=system", file.read().split(b"\0"))
 
-    def test_root_and_members_may_call_and_what_they_ask_is_done(self):
+    def test_root_and_members_may_call_and_get_their_work_done(self):
         for user in (ROOT, MEMBER):
             with self.subTest(user=user):
                 locked = self.root.write(f"{DATA}/locked", "x", 0o600)
@@ -109,7 +109,7 @@ class PolicyTest(unittest.TestCase):
         self.assertEqual(status, 1)
         self.assertEqual(self.root.bus_call("GetNameOwner", "s", NAME)[0], owner)
 
-    def test_nobody_but_root_may_own_the_name(self):
+    def test_only_root_may_own_the_name(self):
         for user in (MEMBER, OUTSIDER):
             status, text, error = self.call_on_bus(user, "RequestName", "su", NAME, "0")
             self.assertEqual((status, text), (1, ""))
@@ -117,7 +117,7 @@ class PolicyTest(unittest.TestCase):
         status, text, _ = self.call_on_bus(ROOT, "RequestName", "su", NAME, "0")
         self.assertEqual((status, json.loads(text)["data"]), (0, [1]))
 
-    def test_progress_reaches_the_member_who_asked(self):
+    def test_progress_reaches_the_member_that_asked(self):
         self.root.stand_in("/usr/libexec/repair_packages", script=CHUNKS.format("step"))
         done = self.root.run(self.root.as_user(MEMBER, [
             "/usr/local/bin/keepwell", "--bus", self.root.address, "--json", "maintenance",
@@ -136,7 +136,7 @@ class PolicyTest(unittest.TestCase):
         self.assertNotEqual(done.returncode, 0)
         self.assertEqual((answer["success"], answer["error"]["name"]), (False, DENIED))
 
-    def test_a_trial_run_measures_through_the_agent_what_the_member_cannot_read(self):
+    def test_a_trial_run_measures_files_that_the_member_cannot_read_through_the_agent(self):
         tree = self.root.mkdir("/srv/tree")
         locked = self.root.host_path(self.root.mkdir(f"{tree}/locked"))
         with open(f"{locked}/file", "wb") as file:
@@ -189,7 +189,7 @@ class PolicyTest(unittest.TestCase):
             self.assertEqual("secret request" in text(), user == ROOT, user)
             self.assertEqual("secret progress" in text(), user == ROOT, user)
 
-    def test_nobody_but_root_may_watch_the_whole_bus(self):
+    def test_only_root_may_watch_the_whole_bus(self):
         for user in (MEMBER, OUTSIDER):
             done = self.root.run(self.root.as_user(user, [
                 "busctl", f"--address={self.root.address}", "call", "org.freedesktop.DBus",
@@ -197,7 +197,7 @@ class PolicyTest(unittest.TestCase):
                 "asu", "0", "0"]))
             self.assertEqual(done.returncode, 1)
 
-    def test_somebody_who_joins_the_group_may_call_from_the_next_login_on(self):
+    def test_a_new_member_may_call_from_the_next_login_on(self):
         self.assertEqual(self.root.call_as(OUTSIDER, "Echo", "s", "x")[0], 1)
         self.root.check(["gpasswd", "--add", OUTSIDER, "keepwell"])
         try:

@@ -74,7 +74,7 @@ class WaitingTest(ControlCase):
         client.call("Echo", "s", "behind them all")
         self.assertEqual(self.root.read(item), b"x")
 
-    def test_nobody_cancels_the_requests_of_another(self):
+    def test_no_client_cancels_the_requests_of_another(self):
         client = self.root.client()
         blocked = self.block(client)
         waiting = client.send("Echo", "s", "waiting")

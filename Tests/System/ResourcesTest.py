@@ -112,7 +112,7 @@ class LimitsOfToolsTest(Blocking, unittest.TestCase):
         self.root.start_bus()
         self.addCleanup(self.root.stop_bus)
 
-    def test_the_agent_takes_what_it_may_and_its_tools_get_what_it_was_given(self):
+    def test_the_agent_raises_its_limit_and_its_tools_get_the_former_one(self):
         self.block(self.root.client())
         agent = self.root.agent_pid()
         self.assertEqual(descriptor_limits(agent), (self.hard, self.hard))
@@ -196,7 +196,7 @@ class JournalTest(unittest.TestCase):
         self.assertEqual(entry["KEEPWELL_REASON"], [b"NSCocoaErrorDomain 4"])
         self.assertEqual(entry["KEEPWELL_ITEM"], [f"{DATA}/none".encode(), f"{DATA}/new".encode()])
 
-    def test_an_entry_is_bounded_whatever_the_request_holds(self):
+    def test_an_entry_is_bounded_for_any_request(self):
         journal = Journal(self.root)
         self.addCleanup(journal.close)
         self.root.client().call("RemoveItemAtPath", "s", "/" + "x" * 10_000_000)

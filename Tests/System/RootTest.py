@@ -46,7 +46,7 @@ class CrowdedMachine:
 
 
 class RootTest(unittest.TestCase):
-    def test_it_shows_nothing_of_what_a_machine_may_have(self):
+    def test_it_hides_everything_that_differs_between_machines(self):
         crowded = self.enterContext(CrowdedMachine())
         root = self.enterContext(ThrowAwayRoot(lower=crowded.root, start=False))
         self.assertEqual([path for path in (*machine.ABSENT, *PLANTED) if root.exists(path)], [])
@@ -70,7 +70,7 @@ class RootTest(unittest.TestCase):
             self.assertEqual((here.st_mode, here.st_uid, here.st_gid),
                              (there.st_mode, there.st_uid, there.st_gid), folder)
 
-    def test_the_agents_tools_are_among_what_is_hidden(self):
+    def test_it_hides_the_agents_tools(self):
         found = set()
         for path in glob.glob(f"{SOURCE}/Sources/**/*.[ch]*", recursive=True):
             with open(path, encoding="utf-8") as file:
@@ -84,7 +84,7 @@ class RootTest(unittest.TestCase):
         self.assertEqual(root.run(["/bin/launchctl"]).stdout, b"here")
         self.assertEqual(root.calls(), [["/bin/launchctl"]])
 
-    def test_links_lead_nobody_out_of_it(self):
+    def test_no_link_leads_out_of_it(self):
         root = self.enterContext(ThrowAwayRoot(start=False))
         # The machine's /tmp holds what tests call their items.
         self.assertTrue(os.path.isfile("/tmp/outside/one"))
@@ -158,7 +158,7 @@ class EnvironmentTest(unittest.TestCase):
                 "PATH": harness.PATH, "HOME": "/nonexistent", "LANG": "C.UTF-8",
                 "KEEPWELL_LOAD_SEED": "3", "ASAN_OPTIONS": "a=b"})
 
-    def test_what_runs_in_a_root_sees_the_same_everywhere(self):
+    def test_programs_in_a_root_see_the_same_on_every_machine(self):
         root = self.enterContext(ThrowAwayRoot(start=False))
         lines = root.run(["env"]).stdout.decode().splitlines()
         seen = dict(line.split("=", 1) for line in lines)

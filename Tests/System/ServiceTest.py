@@ -69,7 +69,7 @@ class ServiceTest(unittest.TestCase):
         # An end meets one of two echoes at most.
         self.assertGreaterEqual(len(answered), 10)
 
-    def test_what_is_served_is_what_the_description_says(self):
+    def test_the_agent_serves_the_members_of_the_description(self):
         done = self.bus.run(["busctl", f"--address={self.bus.address}", "call", "--json=short",
                              NAME, PATH, "org.freedesktop.DBus.Introspectable", "Introspect"])
         live = interfaces(json.loads(done.stdout)["data"][0])
@@ -88,7 +88,7 @@ class ServiceTest(unittest.TestCase):
         self.assertEqual(client.call("GetAll", "s", INTERFACE,
                                      interface="org.freedesktop.DBus.Properties"), [{}])
 
-    def test_what_is_not_served_gets_the_errors_of_the_bus(self):
+    def test_unknown_members_get_the_errors_of_the_bus(self):
         client = self.bus.client()
         client.call("Echo", "s", "")
         pid, descriptors = self.bus.agent_pid(), self.bus.agent_descriptors()
@@ -144,7 +144,7 @@ class ServiceTest(unittest.TestCase):
         self.assertEqual(done.returncode, AGENT_FAILED)
         self.assertIn(b"/nonexistent/bus", done.stderr)
 
-    def test_arguments_that_are_not_understood_show_the_usage(self):
+    def test_invalid_arguments_show_the_usage(self):
         for arguments in (["--nonsense"], ["--bus"], ["--bus", ""], ["extra"]):
             done = self.bus.run([f"{harness.build_folder}/keepwell-agent", *arguments], timeout=20)
             self.assertEqual(done.returncode, 2)

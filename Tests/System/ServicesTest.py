@@ -251,7 +251,7 @@ class StartupItemTest(ServicesTestCase):
             self.flag("StopStartupItem", name)
             self.assert_calls((STARTER, "start", f'"{name}"'), (STARTER, "stop", f'"{name}"'))
 
-    def test_whatever_the_tool_does_the_answer_is_yes(self):
+    def test_the_answer_is_yes_for_any_result_of_the_tool(self):
         for script in ("exit 7", "kill -9 $$", "echo a; echo b >&2; exit 1"):
             self.root.stand_in(STARTER, script=script)
             self.flag("StartStartupItem", "x")
@@ -312,7 +312,7 @@ class OverridesTest(ServicesTestCase):
         self.flag("RemoveSMLoginItem", "org.example.item")
         self.assertEqual(self.root.listdir(self.folder), [])
 
-    def test_what_cannot_be_parsed_stays_byte_for_byte(self):
+    def test_an_unparseable_list_stays_byte_for_byte(self):
         binary = plistlib.dumps(self.BEFORE, fmt=plistlib.FMT_BINARY)
         for content in (b"", b"garbage", binary[:-1], binary + b"\0", plistlib.dumps(["x"]),
                         plistlib.dumps({"uid": plistlib.UID(1)}, fmt=plistlib.FMT_BINARY),
@@ -321,7 +321,7 @@ class OverridesTest(ServicesTestCase):
             self.flag("RemoveSMLoginItem", "org.example.item")
             self.assertEqual(self.root.read(DATABASE), content)
 
-    def test_what_xml_cannot_hold_is_a_failure_and_stays(self):
+    def test_a_string_that_xml_cannot_hold_is_a_failure_and_stays(self):
         content = plistlib.dumps({"org.example.item": 1, "x": "\x01"}, fmt=plistlib.FMT_BINARY)
         self.root.write(DATABASE, content)
         self.flag("RemoveSMLoginItem", "org.example.item", False)
@@ -398,7 +398,7 @@ class GlobalLoginItemTest(ServicesTestCase):
         self.flag("RemoveGlobalLoginItemForAppWithPath", "/opt/gone")
         self.assertEqual(self.root.listdir(AUTOSTART), ["b.desktop"])
 
-    def test_links_go_as_links_and_what_is_no_file_hangs_nobody(self):
+    def test_links_go_as_links_and_special_files_block_no_request(self):
         target = self.root.write(f"{DATA}/kept.desktop", f'[Desktop Entry]\nExec="{self.app}"\n')
         self.root.symlink(target, f"{AUTOSTART}/link.desktop")
         self.root.symlink("/nowhere", f"{AUTOSTART}/dangling.desktop")

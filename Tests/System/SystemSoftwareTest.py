@@ -36,7 +36,7 @@ class SystemSoftwareTest(ServicesTestCase):
             self.root.forget_calls()
         self.assertIn(f"Will unload kext at path {path}", self.root.log())
 
-    def test_an_extension_that_stays_loaded_is_deleted_all_the_same(self):
+    def test_an_extension_that_stays_loaded_is_still_deleted(self):
         info = plistlib.dumps({"CFBundleIdentifier": "org.example.busy"})
         for script in ("exit 3", "kill -9 $$", "echo a; echo b >&2; exit 1"):
             self.root.stand_in(KEXTUNLOAD, script=script)
@@ -47,7 +47,7 @@ class SystemSoftwareTest(ServicesTestCase):
         self.assertIn("Failed unload kext with bundle id org.example.busy. Will still just remove "
                       "kext file. Will be unloaded on relaunch.", self.root.log())
 
-    def test_what_has_no_identifier_is_neither_unloaded_nor_deleted(self):
+    def test_an_item_without_an_identifier_is_neither_unloaded_nor_deleted(self):
         self.root.stand_in(KEXTUNLOAD)
         for info in (None, b"", b"garbage", plistlib.dumps({}), plistlib.dumps(["x"]),
                      plistlib.dumps({"CFBundleIdentifier": 1}), b"<dict>" * 50000):
@@ -129,7 +129,7 @@ class SystemSoftwareTest(ServicesTestCase):
         self.flag("SlimBinaryWithPath", path, False, ["--arch", "ppc"])
         self.assertEqual(self.root.read(path), before)
 
-    def test_a_failed_ditto_leaves_the_binary_and_what_it_copied(self):
+    def test_a_failed_ditto_leaves_the_binary_and_its_copy(self):
         path = self.root.write(f"{DATA}/bin", "binary", 0o755)
         for script in ("exit 1", "kill -9 $$"):
             self.root.stand_in(DITTO, script=f"echo half > {path}.ditto\n{script}")

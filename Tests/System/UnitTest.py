@@ -45,7 +45,7 @@ class UnitFileTest(unittest.TestCase):
         print("exposure", found[1])
         self.assertLessEqual(float(found[1]), EXPOSURE)
 
-    def test_what_is_open_has_its_reason_in_the_file(self):
+    def test_each_open_setting_has_its_reason_in_the_file(self):
         done = subprocess.run(["systemd-analyze", "security", "--offline=yes", "--json=short",
                                unit_path()], capture_output=True, text=True, check=True)
         rows = json.loads(done.stdout)
@@ -121,7 +121,7 @@ class WithinTheUnitTest(unittest.TestCase):
         self.assertFalse(self.root.exists(tree))
         self.assertTrue(self.root.busctl("RemoveItemAtPath", "s", "/tmp/moved").flag)
 
-    def test_what_others_locked_away_is_sized_truncated_shredded_and_removed(self):
+    def test_files_that_others_locked_away_are_sized_truncated_shredded_and_removed(self):
         for name in ("a", "b", "c"):
             path = self.root.write(f"{DATA}/private/{name}", "x" * 5000, 0)
             os.chown(self.root.host_path(path), 1234, 1234)

@@ -263,7 +263,7 @@ TEST(KWConditionalLock, losesNoneOfSixtyFourWaitersWithAndWithoutLimits) {
   EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(KWConditionalLock, losesNobodyInTenThousandRoundsOfLockingAndUnlocking) {
+TEST(KWConditionalLock, losesNoThreadInTenThousandRoundsOfLockingAndUnlocking) {
   kwtest::LogRecorder log;
   auto lock = KWConditionalLock::create<KWBoolConditionalLock>();
   std::atomic<bool> over{false};

@@ -193,7 +193,7 @@ TEST_F(PathInspection, seesAFolderAboveThatCannotBeRead) {
   EXPECT_FALSE(kw::isFileRestrictedForReadingRecursivelyUp(manager, inner)) << "root reads all";
 }
 
-TEST_F(PathInspection, doesNotCountWhatIsMissingAsRestricted) {
+TEST_F(PathInspection, doesNotCountAMissingItemAsRestricted) {
   EXPECT_FALSE(kw::isFileRestrictedForReadingRecursivelyUp(manager, folder.path("a/b/c")));
 }
 
@@ -206,7 +206,7 @@ TEST_F(PathInspection, listsChildrenWithFullPaths) {
   EXPECT_TRUE(kw::directoryContentsWithFullPathesAtPath(manager, folder.path("missing")).empty());
 }
 
-TEST_F(PathInspection, listsTheChildrenOfWhatStandsAtALevel) {
+TEST_F(PathInspection, listsTheChildrenOfTheItemsAtALevel) {
   directory("one/two/three");
   directory(".hidden/two");
   folder.file("one/.inside", "");
@@ -293,7 +293,7 @@ TEST_F(PathInspection, canLeaveLinksOutOfAccount) {
   EXPECT_TRUE(kw::containsAnyFileAtPath(manager, folder.path("links"), true));
 }
 
-TEST_F(PathInspection, findsNoContentInWhatIsNoFolder) {
+TEST_F(PathInspection, findsNoContentInAnItemOtherThanAFolder) {
   EXPECT_FALSE(kw::containsAnyFileAtPath(manager, folder.file("f", "x"), false));
   EXPECT_FALSE(kw::containsAnyFileAtPath(manager, folder.path("missing"), false));
 }

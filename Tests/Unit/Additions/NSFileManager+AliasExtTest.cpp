@@ -38,7 +38,7 @@ TEST_F(ResolvedOriginalPath, ofAMissingItemIsItsOwnAndLogged) {
       << log.lines()[0];
 }
 
-TEST_F(ResolvedOriginalPath, ofALinkIsWhatItStores) {
+TEST_F(ResolvedOriginalPath, ofALinkIsItsStoredDestination) {
   std::string file = folder.file("f", "");
   fs::create_symlink(file, folder.path("l"));
   fs::create_symlink(folder.path("l"), folder.path("ll"));

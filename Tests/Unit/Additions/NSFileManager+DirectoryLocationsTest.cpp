@@ -84,7 +84,7 @@ TEST_F(DirectoryLocations, failWithoutAFolder) {
   expectLocationError(0, "No path found for directory in domain.");
 }
 
-TEST_F(DirectoryLocations, failWhereAFileStands) {
+TEST_F(DirectoryLocations, failAtThePathOfAFile) {
   scratch.file("support", "");
   EXPECT_EQ(findOrCreate(std::nullopt), std::nullopt);
   expectLocationError(1, "translated: File exists at requested directory location.");
@@ -138,7 +138,7 @@ TEST_F(DirectoryLocations, emptyATemporaryFolderThatIsThere) {
   EXPECT_EQ(kw::temporaryDirectoryWithName(manager, "a/b"), scratch.path("tmp/a/b"));
 }
 
-TEST_F(DirectoryLocations, replaceALinkAndNotWhatItLeadsTo) {
+TEST_F(DirectoryLocations, replaceALinkAndNotItsTarget) {
   scratch.file("precious", "x");
   fs::create_symlink("..", scratch.path("tmp/work"));
   EXPECT_EQ(kw::temporaryDirectoryWithName(manager, "work"), scratch.path("tmp/work"));

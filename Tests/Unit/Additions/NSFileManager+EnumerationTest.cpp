@@ -110,7 +110,7 @@ TEST_F(FindFile, givesAFolderTwiceThoughItIsNotEntered) {
   EXPECT_EQ(find("foo", false, false), (Paths{"Foo", "Foo"}));
 }
 
-TEST_F(FindFile, neverGivesTheRootNorWhatBearsItsName) {
+TEST_F(FindFile, neverGivesTheRootNorItemsOfItsName) {
   directory("sub/root");
   file("sub/root/root 0 x root");
   file("rooted");
@@ -142,7 +142,7 @@ TEST_F(FindFile, goesThroughALinkWithASlashAtTheEndAndNoOther) {
   EXPECT_EQ(kw::findFile(manager, "link", scratch.path("link/"), true, true), Paths{});
 }
 
-TEST_F(FindFile, neitherGivesNorEntersWhatIsExcluded) {
+TEST_F(FindFile, neitherGivesNorEntersExcludedItems) {
   directory("Foo");
   file("Foo/foo inside");
   file("foo outside");
@@ -357,7 +357,7 @@ TEST_F(FilteredList, givesEverythingThatExistsWithoutAFilter) {
             (Paths{"d", "d/.e", "d/f", "l"}));
 }
 
-TEST_F(FilteredList, walksOnBelowWhatTheFilterPassesOver) {
+TEST_F(FilteredList, walksOnBelowFoldersThatTheFilterPassesOver) {
   directory("d/e");
   Paths asked;
   Paths found = kw::filesByEnumeratingAtPath(manager, root, [&](const std::string &path) {

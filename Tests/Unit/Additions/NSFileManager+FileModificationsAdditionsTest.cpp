@@ -185,7 +185,7 @@ TEST(RemoveFile, thatIsCancelledNeitherUnlocksNorTriesAgainNorLogs) {
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST(RemoveFile, doesNotLogARefusalForWantOfPermission) {
+TEST(RemoveFile, doesNotLogARefusalByLackOfPermission) {
   FakeFileFlags flags;
   LogRecorder log;
   ScriptedRemovals manager({{false, cocoaError(513)}, {false, cocoaError(513)}});
@@ -340,7 +340,7 @@ TEST(SecurelyRemoveFile, unlocksTheItemAloneAndAsksForOneOverwritingPass) {
   EXPECT_THAT(removal.calls, ElementsAre("removefile /nowhere/x 17"));
 }
 
-TEST(SecurelyRemoveFile, reportsWhatTheCallReturnedWithTheGenericDescription) {
+TEST(SecurelyRemoveFile, reportsTheReturnValueOfTheCallWithTheGenericDescription) {
   FakeFileFlags flags;
   FakeSecureRemoval removal(-1);
   FakeStrings strings;

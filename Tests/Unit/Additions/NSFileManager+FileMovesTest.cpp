@@ -132,7 +132,7 @@ TEST(AdvancedMove, toABareNameMeansTheTrashToo) {
   EXPECT_THAT(manager.steps, ElementsAre("trash file:///no/item"));
 }
 
-TEST(AdvancedMove, passesOutWhatTheTrashAnswers) {
+TEST(AdvancedMove, passesOutTheErrorOfTheTrash) {
   FakeFileFlags flags;
   StepRecorder manager;
   manager.trashResult = false;
@@ -280,7 +280,7 @@ TEST(SwitchMove, replacesAnExistingFileAndDoesNotMindAMissingOne) {
   EXPECT_EQ(scratch.content("a/b/new"), "new");
 }
 
-TEST(SwitchMove, doesNotPutBackWhatItRemovedBeforeTheMoveFailed) {
+TEST(SwitchMove, doesNotRestoreTheRemovedDestinationWhenTheMoveFails) {
   ScratchFolder scratch;
   LogRecorder log;
   scratch.file("old", "old");
@@ -292,7 +292,7 @@ TEST(SwitchMove, doesNotPutBackWhatItRemovedBeforeTheMoveFailed) {
   EXPECT_THAT(log.lines(), ElementsAre(StartsWith("Moving file: Error Domain=")));
 }
 
-TEST(SwitchMove, doesNotUnlockWhatItRemoves) {
+TEST(SwitchMove, doesNotUnlockTheDestinationThatItRemoves) {
   ScratchFolder scratch;
   LockedItem locked(scratch.file("old", "old"));
   KW_REQUIRE_LOCKED(locked);

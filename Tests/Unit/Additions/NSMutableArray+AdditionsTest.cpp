@@ -27,7 +27,7 @@ protected:
 };
 using Texts = std::vector<std::string>;
 
-TEST_F(FilterInObjects, keepsInOrderWhatTheBlockSaysYesTo) {
+TEST_F(FilterInObjects, keepsTheElementsThatTheBlockAcceptsInOrder) {
   std::vector<std::size_t> indexes;
   kw::filterInObjectsWithBlock(
       *array, [&](const std::shared_ptr<NS::Object> &object, std::size_t index, bool &) {
@@ -47,7 +47,7 @@ TEST_F(FilterInObjects, stoppedAtIndexOneRemovesUpToThereAndKeepsTheRest) {
   EXPECT_EQ(left(), (Texts{"12", "13"}));
 }
 
-TEST_F(FilterInObjects, stoppedAtIndexOneKeepsWhatWasAccepted) {
+TEST_F(FilterInObjects, stoppedAtIndexOneKeepsTheAcceptedElements) {
   kw::filterInObjectsWithBlock(
       *array, [](const std::shared_ptr<NS::Object> &, std::size_t index, bool &stop) {
         stop = index == 1;

@@ -104,7 +104,7 @@ TEST_F(MainThread, performBlockThereWithoutWaitingRunsItOnALaterTurn) {
   EXPECT_EQ(ran, (Lines{"ran"}));
 }
 
-TEST_F(MainThread, performBlockThereWithWaitingRunsItAtOnceWhateverTheModes) {
+TEST_F(MainThread, performBlockThereWithWaitingRunsItAtOnceInAnyModes) {
   kw::performBlockOnMainThread(sender, [&] { ran.push_back("ran"); }, true, {"panel"});
   EXPECT_EQ(ran, (Lines{"ran"}));
 }
@@ -206,7 +206,7 @@ TEST_F(MainThread, changeNoticesDoNotReachAReceiverThatIsGone) {
   EXPECT_TRUE(ran.empty());
 }
 
-TEST_F(MainThread, changeNoticesNeedAReceiverAKeyAndSomebodyWhoListens) {
+TEST_F(MainThread, changeNoticesNeedAReceiverAKeyAndAListener) {
   auto observed = std::make_shared<Observed>(ran);
   kw::willChangeValueForKeyOnMainThread(observed, std::nullopt);
   kw::didChangeValueForKeyOnMainThread(observed, std::nullopt);
@@ -285,7 +285,7 @@ TEST_F(PerformBlockWithTimeout, truncatesTheTimeToWholeSeconds) {
   EXPECT_EQ(log.lines(), (Lines{timedOut}));
 }
 
-TEST_F(PerformBlockWithTimeout, ofLessThanASecondDoesNotWaitAndLogsWhatIsNotDone) {
+TEST_F(PerformBlockWithTimeout, ofLessThanASecondDoesNotWaitAndLogsAnUnfinishedBlock) {
   kwtest::FakeClock clock;
   NS::ScopedOverride<NS::Clock> override(clock);
   HeldQueue queue;

@@ -65,7 +65,7 @@ TEST(KWRunBlockAndWait, takesASecondCompletionForNone) {
   EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(KWRunBlockAndWait, passesOnWhatTheBlockThrows) {
+TEST(KWRunBlockAndWait, passesOnExceptionsOfTheBlock) {
   EXPECT_THROW(kw::KWRunBlockAndWait([](const Block &) { throw std::runtime_error("x"); }),
                std::runtime_error);
 }

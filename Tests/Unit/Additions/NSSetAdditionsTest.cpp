@@ -39,7 +39,7 @@ std::vector<NumberPtr> enumerated(const Numbers &set) {
   return {set.begin(), set.end()};
 }
 
-TEST(Map, leavesOutWhatMapsToNil) {
+TEST(Map, leavesOutMembersThatMapToNil) {
   Numbers mapped = kw::map(numbers({1, 2, 3}), [](const NumberPtr &object, bool &) {
     return object->longLongValue() == 2 ? nullptr : object;
   });
@@ -80,7 +80,7 @@ TEST(FlatMap, ofEmptySetsIsAnEmptySet) {
   EXPECT_TRUE(flat.empty());
 }
 
-TEST(FlatMap, isTheUnionOfWhatTheBlockGives) {
+TEST(FlatMap, isTheUnionOfTheSetsOfTheBlock) {
   Numbers flat = kw::flatMap(numbers({1, 2, 3}), [](const NumberPtr &object, bool &) {
     std::int64_t value = object->longLongValue();
     return value == 2 ? Numbers() : numbers({value, value + 1, 100});
@@ -207,7 +207,7 @@ TEST(AddOrReplaceObject, putsTheNewInstanceInPlaceOfItsEqual) {
   EXPECT_EQ(former.use_count(), 1);
 }
 
-TEST(AddOrReplaceObject, addsWhatHasNoEqual) {
+TEST(AddOrReplaceObject, addsAnObjectWithoutAnEqual) {
   Numbers set;
   kw::addOrReplaceObject(set, number(1));
   EXPECT_EQ(values(set), (std::set<std::int64_t>{1}));

@@ -34,7 +34,7 @@ TEST(Base64Helper, givesNothingWithoutATransform) {
   EXPECT_EQ(kw::base64helper("data", nullptr), std::nullopt);
 }
 
-TEST(Base64Helper, givesWhatTheTransformMakesOfTheData) {
+TEST(Base64Helper, givesTheResultOfTheTransform) {
   RecordingTransform transform;
   transform.result.emplace("made");
   EXPECT_EQ(kw::base64helper("data", &transform), "made");
@@ -63,7 +63,7 @@ TEST(Base64, encodesInOneLine) {
   EXPECT_EQ(kw::base64enc(std::string(300, 'x'))->find('\n'), std::string::npos);
 }
 
-TEST(Base64, decodesWhatItEncoded) {
+TEST(Base64, decodesItsOwnEncoding) {
   std::string data;
   for (int length = 0; length < 300; ++length) {
     EXPECT_EQ(kw::base64dec(*kw::base64enc(data)), data);
@@ -71,7 +71,7 @@ TEST(Base64, decodesWhatItEncoded) {
   }
 }
 
-TEST(Base64, refusesWhatIsNoBase64) {
+TEST(Base64, refusesTextThatIsNotBase64) {
   for (const char *text : {"Zg", "Zg=", "Z===", "====", "Zg==Zg==", "Zm9v!", "Zm9\n", "Zm 9",
                            "Zm9v\n", "Zm=v", "Zm9-", "é==="})
     EXPECT_EQ(kw::base64dec(text), std::nullopt) << text;

@@ -32,7 +32,7 @@ TEST(DecodingURLEscapes, givesNothingForMalformedEscapes) {
     EXPECT_EQ(kw::stringByDecodingURLEscapes(text), std::nullopt) << text;
 }
 
-TEST(DecodingURLEscapes, givesBackWhatWasEncoded) {
+TEST(DecodingURLEscapes, decodesTheEncodedText) {
   for (std::string text : {"", "a b+c", "100%", "é\n\x01", "a&b=c?d#e"})
     EXPECT_EQ(kw::stringByDecodingURLEscapes(kw::stringByEncodingURLEscapes(text)), text);
 }

@@ -19,7 +19,7 @@ TEST(DeletingRealPathExtension, keepsThatOfAnExistingFolder) {
             folder.path("Link.app"));
 }
 
-TEST(DeletingRealPathExtension, removesThatOfAFileAndOfWhatIsMissing) {
+TEST(DeletingRealPathExtension, removesThatOfAFileAndOfAMissingItem) {
   kwtest::ScratchFolder folder;
   EXPECT_EQ(kw::stringByDeletingRealPathExtension(folder.file("a.tar.gz", "")),
             folder.path("a.tar"));

@@ -75,7 +75,7 @@ TEST(StringWithCapitalizedFirstLetter, leavesALetterThatTakesTwoUnits) {
   EXPECT_EQ(kw::stringWithCapitalizedFirstLetter("𐐨𐐨"), "𐐨𐐨");
 }
 
-TEST(StringWithCapitalizedFirstLetter, leavesAByteThatIsNoText) {
+TEST(StringWithCapitalizedFirstLetter, leavesAByteOfInvalidUTF8) {
   EXPECT_EQ(kw::stringWithCapitalizedFirstLetter("\xc3"), "\xc3");
   EXPECT_EQ(kw::stringWithCapitalizedFirstLetter("\xffoo"), "\xffoo");
 }
@@ -105,7 +105,7 @@ TEST(StripHTML, writesASingleSpaceForNestedBrackets) {
   EXPECT_EQ(kw::stripHTML("<<a>>"), " ");
 }
 
-TEST(StripHTML, hidesWhatFollowsAStrayClosingBracketUpToTheNextOpeningOne) {
+TEST(StripHTML, hidesTheTextAfterAStrayClosingBracketUpToTheNextOpeningOne) {
   EXPECT_EQ(kw::stripHTML("x>y<z"), "xz");
   EXPECT_EQ(kw::stripHTML(">>y<z<w"), "w") << "each stray bracket needs one of its own";
 }
@@ -161,7 +161,7 @@ TEST(StringByRemovingSemicolonSeparatedString, keepsEmptyPieces) {
   EXPECT_EQ(kw::stringByRemovingSemicolonSeparatedString(":/a:", ""), "/a");
 }
 
-TEST(StringByRemovingSemicolonSeparatedString, separatesAtEveryColonWhateverFollows) {
+TEST(StringByRemovingSemicolonSeparatedString, separatesAtEveryColonBeforeAnyCharacter) {
   EXPECT_EQ(kw::stringByRemovingSemicolonSeparatedString("/x:\u0301y", "/x"), "\u0301y");
 }
 
@@ -170,7 +170,7 @@ TEST(StringByRemovingSemicolonSeparatedString, comparesWholePiecesExactly) {
             "/x.dylib:/X:x;/x");
 }
 
-TEST(SubstringWithRangeProtected, givesWhatLiesInsideTheString) {
+TEST(SubstringWithRangeProtected, givesTheTextOfARangeInsideTheString) {
   EXPECT_EQ(kw::substringWithRangeProtected("abcde", {1, 3}), "bcd");
   EXPECT_EQ(kw::substringWithRangeProtected("abcde", {2, 3}), "cde") << "ends at the length";
   EXPECT_EQ(kw::substringWithRangeProtected("abcde", {5, 0}), "");

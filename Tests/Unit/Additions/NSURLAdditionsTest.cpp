@@ -19,7 +19,7 @@ protected:
   kwtest::LogRecorder log;
 };
 
-TEST_F(NSURLAdditions, fixTheTrailingSlashByWhatIsOnDisk) {
+TEST_F(NSURLAdditions, fixTheTrailingSlashByTheItemOnDisk) {
   std::string file = scratch.file("file", "x");
   URL wrongFile = URL::fileURLWithPath(file, true);
   URL wrongFolder = URL::fileURLWithPath(scratch.path(), false);
@@ -30,7 +30,7 @@ TEST_F(NSURLAdditions, fixTheTrailingSlashByWhatIsOnDisk) {
   EXPECT_EQ(kw::fileURLWithFixedTrailingSlash(wrongFile).path(), file);
 }
 
-TEST_F(NSURLAdditions, fixTheTrailingSlashOfWhatIsNotThereToNone) {
+TEST_F(NSURLAdditions, removeTheTrailingSlashOfAMissingItem) {
   URL missing = URL::fileURLWithPath(scratch.path("missing"), true);
   EXPECT_FALSE(kw::fileURLWithFixedTrailingSlash(missing).hasDirectoryPath());
 }

@@ -48,7 +48,7 @@ TEST(KWPrivilegedOperation, namesItsMembersByTheRule) {
     EXPECT_EQ(method.member, memberOf(method.selector));
 }
 
-TEST(KWPrivilegedOperation, takesAndRepliesWhatTheContractSays) {
+TEST(KWPrivilegedOperation, hasTheArgumentsAndRepliesOfTheContract) {
   for (const XPCMethod &method : KWPrivilegedOperation::interface()->methods) {
     const std::string in = NS::busSignature(method.arguments);
     const std::string out = NS::busSignature(method.replies);

@@ -262,7 +262,7 @@ TEST_F(StartupHandlersTest, aBackupThatFailsStopsNothing) {
   EXPECT_THAT(replies, ElementsAre(true));
 }
 
-TEST_F(StartupHandlersTest, aConfigurationThatIsNoTextIsBackedUpAndEmptied) {
+TEST_F(StartupHandlersTest, aConfigurationOfInvalidUTF8IsBackedUpAndEmptied) {
   configuration("\xff");
   edit("/x");
   EXPECT_EQ(contents.files[conf], "");

@@ -180,7 +180,7 @@ TEST_F(AgentConnectionTest, carriesThousandsOfRequestsAtOnce) {
     ASSERT_EQ(requests[static_cast<std::size_t>(number)].get().text, std::to_string(number));
 }
 
-TEST_F(AgentConnectionTest, doesNotSendWhatTheBusWouldBreakOffFor) {
+TEST_F(AgentConnectionTest, doesNotSendMessagesForWhichTheBusWouldDisconnect) {
   StandInAgent agent(bus.address());
   ClientError error =
       failureOf([&] { static_cast<void>(client->echo(std::string(17 << 20, 'x'))); });

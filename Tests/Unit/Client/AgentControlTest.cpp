@@ -124,7 +124,7 @@ TEST_F(AgentControlTest, believesTheAgentAlone) {
   EXPECT_EQ(paths, (Strings{"/a/1 1 4096", "/a/2 2 8192"}));
 }
 
-TEST_F(AgentControlTest, asksEachAgentAnewToEndWhatItLeavesBehind) {
+TEST_F(AgentControlTest, asksEachAgentAnewToEndItsRequestsOnLeaving) {
   kw::ClientOptions options;
   options.endRequestsOnLeaving = true;
   client = Client::connect(bus.address(), options);

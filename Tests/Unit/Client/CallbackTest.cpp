@@ -88,7 +88,7 @@ TEST_F(CallbackTest, keepsNoOtherFromBeingCalledWhenItThrows) {
   EXPECT_EQ(client->echo("still here").text, "still here");
 }
 
-TEST_F(CallbackTest, throwsIntoNobodyWhoHasItCalledAtOnce) {
+TEST_F(CallbackTest, doesNotThrowIntoACallerThatHasItCalledAtOnce) {
   noteExceptions();
   auto request = client->echoAsync("x");
   static_cast<void>(request.wait());
@@ -106,7 +106,7 @@ TEST_F(CallbackTest, mayThrowFromProgress) {
   EXPECT_EQ(thrown, (Strings{"one", "two"}));
 }
 
-TEST_F(CallbackTest, isToldOfOnStandardErrorWhereNobodyHandlesItsException) {
+TEST_F(CallbackTest, isReportedOnStandardErrorWithoutAHandlerForItsException) {
   auto request = client->echoAsync("x");
   static_cast<void>(request.wait());
   static_cast<void>(client->echo("y"));

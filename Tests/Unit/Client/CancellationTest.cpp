@@ -123,7 +123,7 @@ TEST_F(CancellationTest, isNotReadIntoAShreddingThatHadFailedBefore) {
   EXPECT_FALSE(shredding.get().isDone());
 }
 
-TEST_F(CancellationTest, isNotReadIntoTheReplyOfARequestThatNobodyCancelled) {
+TEST_F(CancellationTest, isNotReadIntoTheReplyOfARequestThatWasNotCancelled) {
   agent.setHandler([this](const kw::AgentMessage &) { return NS::XPCValues{false, cancelled}; });
   EXPECT_EQ(client->removeItemAtPath("/a").error->code(), 3072);
 }
@@ -139,7 +139,7 @@ TEST_F(CancellationTest, isAskedForOnce) {
   EXPECT_FALSE(request.wait().hasReply());
 }
 
-TEST_F(CancellationTest, ofAllWakesThoseWhoWait) {
+TEST_F(CancellationTest, ofAllWakesWaitingThreads) {
   agent.learnToCancel();
   agent.hold();
   auto removal = std::async(std::launch::async, [&] { return client->removeItemAtPath("/a"); });

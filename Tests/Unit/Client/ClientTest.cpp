@@ -235,7 +235,7 @@ TEST_F(ClientTest, knowsThatTheAgentEndsWithItsOwnJob) {
   EXPECT_TRUE(agent.sent()[0].mayEndAgent);
 }
 
-TEST_F(ClientTest, throwsWhatTheConnectionReports) {
+TEST_F(ClientTest, throwsTheErrorOfTheConnection) {
   agent.setHandler([](const kw::AgentMessage &) {
     return ClientError(ClientError::Kind::Refused, "some.Name", "not here");
   });

@@ -243,7 +243,7 @@ TEST_F(RequestTest, isNotTriedForEver) {
   EXPECT_EQ(agent.connections(), 2);
 }
 
-TEST_F(RequestTest, isUnreachableWithAllThatWaitWhenThereIsNoBus) {
+TEST_F(RequestTest, isUnreachableWithAllWaitingRequestsWhenThereIsNoBus) {
   agent.hold();
   std::vector<Request<EchoReply>> requests;
   for (int number = 0; number < 100; ++number)

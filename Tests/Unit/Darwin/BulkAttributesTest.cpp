@@ -149,7 +149,7 @@ TEST_F(BulkAttributes, readTheLongestNameIntoALargerBuffer) {
                              {"z", {NS::VnodeDirectory, 0, 0}}}));
 }
 
-TEST_F(BulkAttributes, leaveOutWhatCannotBeRead) {
+TEST_F(BulkAttributes, leaveOutUnreadableItems) {
   for (const char *name : {"a", "b", "c"})
     folder.file(name, "x");
   shim->unreadable = {"b"};
@@ -179,7 +179,7 @@ TEST_F(BulkAttributes, failForABufferTooSmallForOneEntryAndForTooFewWanted) {
   bulk.closeFolder(descriptor);
 }
 
-TEST_F(BulkAttributes, failOnlyWithWhatMayPass) {
+TEST_F(BulkAttributes, failOnlyWithErrorsThatMayPass) {
   folder.file("file", "");
   kwtest::LogRecorder log;
   int descriptor = bulk.openFolder(folder.path().c_str());

@@ -55,7 +55,7 @@ struct Case {
 };
 
 // A volume without lists takes the copy; ramfs has none.
-TEST(AttributeCopy, withoutTheAccessListLetsNobodyInWhomTheListKeepsOut) {
+TEST(AttributeCopy, withoutTheAccessListGrantsNoAccessThatTheListDenies) {
   KW_REQUIRE_ROOT();
   kwtest::ScratchFolder scratch;
   const std::string source = scratch.file("source", "");
@@ -110,7 +110,7 @@ TEST(AttributeCopy, takesAnInheritedListAway) {
   EXPECT_EQ(kwtest::attribute(target, kwtest::accessListName), "");
 }
 
-TEST(AttributeCopy, keepsWhatVouchesForDataWithTheSameDataAlone) {
+TEST(AttributeCopy, keepsAttributesThatVouchForDataOnlyWithTheSameData) {
   KW_REQUIRE_ROOT();
   kwtest::ScratchFolder scratch;
   const std::string source = scratch.file("source", ""), target = scratch.file("target", "");

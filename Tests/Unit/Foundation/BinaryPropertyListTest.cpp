@@ -104,7 +104,7 @@ TEST(BinaryPropertyList, dropsTheFractionOfADate) {
     EXPECT_EQ(readOne(dateObject(seconds)), std::nullopt) << seconds;
 }
 
-TEST(BinaryPropertyList, isUnparseableWithWhatThisTypeCannotHold) {
+TEST(BinaryPropertyList, isUnparseableWithValuesThatThisTypeCannotHold) {
   for (const std::string &object :
        {std::string(1, '\0'), std::string("\x0f"), std::string("\x80\x01"), // null, fill, UID
         std::string("\xc0"), std::string("\xb0"), std::string("\x70"), std::string("\xe0"),

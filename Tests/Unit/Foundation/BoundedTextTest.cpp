@@ -12,7 +12,7 @@ namespace {
 
 using NS::boundedText;
 
-TEST(BoundedText, leavesWhatFits) {
+TEST(BoundedText, leavesTextThatFits) {
   EXPECT_EQ(boundedText("", 0), "");
   EXPECT_EQ(boundedText("abcd", 4), "abcd");
 }
@@ -28,7 +28,7 @@ TEST(BoundedText, cutsNoCharacterInTwo) {
   EXPECT_EQ(boundedText("😀😀😀", 8), "😀[… 4 bytes …]😀");
 }
 
-TEST(BoundedText, boundsWhatIsNoUTF8AsWell) {
+TEST(BoundedText, boundsInvalidUTF8AsWell) {
   EXPECT_LE(boundedText(std::string(1000, '\x80'), 100).size(), 140u);
   EXPECT_LE(boundedText(std::string(1000, '\xff'), 100).size(), 140u);
 }

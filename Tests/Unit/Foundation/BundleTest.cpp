@@ -37,7 +37,7 @@ TEST(MainBundle, holdsTheTextsOfRemoval) {
   }
 }
 
-TEST(MainBundle, givesTheKeyOrTheValueForWhatIsInNoTable) {
+TEST(MainBundle, givesTheKeyOrTheValueForAKeyWithoutAnEntry) {
   NS::Bundle &bundle = NS::Bundle::mainBundle();
   EXPECT_EQ(bundle.localizedStringForKey("unknown", "", "Errors"), "unknown");
   EXPECT_EQ(bundle.localizedStringForKey("unknown", std::nullopt, "NoTable"), "unknown");

@@ -78,7 +78,7 @@ TEST(CopiedItems, acceptAnotherTimeOfChangeForFilesWithSeveralNamesAlone) {
   }
 }
 
-TEST(CopiedItems, keepWhatMemoryDoesNotInAFileWithoutAName) {
+TEST(CopiedItems, keepFingerprintsBeyondMemoryInAFileWithoutAName) {
   ScratchFolder scratch;
   NS::Descriptor folder(::open(scratch.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   CopiedItems copied(1000);

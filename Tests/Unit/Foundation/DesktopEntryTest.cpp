@@ -57,7 +57,7 @@ TEST(DesktopEntryCommand, isSplitAtBlanks) {
   EXPECT_EQ(argumentsOf(""), Arguments{});
 }
 
-TEST(DesktopEntryCommand, keepsWhatStandsBetweenQuotesTogether) {
+TEST(DesktopEntryCommand, keepsTheTextBetweenQuotesTogether) {
   EXPECT_EQ(argumentsOf(R"("/opt/My App/run" "" x)"), (Arguments{"/opt/My App/run", "", "x"}));
   EXPECT_EQ(argumentsOf(R"(a"b c"d)"), Arguments{"ab cd"});
   // Each backslash of the quoting is itself escaped in the value.

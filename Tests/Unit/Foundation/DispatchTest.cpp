@@ -25,7 +25,7 @@ namespace {
 using NS::DispatchGroup;
 constexpr std::int64_t second = NS::NanosecondsPerSecond;
 
-TEST(DispatchGroup, thatNobodyEnteredIsNotWaitedFor) {
+TEST(DispatchGroup, withoutAnEntryIsNotWaitedFor) {
   auto group = DispatchGroup::create();
   group->wait();
   EXPECT_TRUE(group->wait(NS::dispatchTime(0)));
@@ -188,7 +188,7 @@ TEST(DispatchQueue, outlivesABlockThatThrows) {
   EXPECT_EQ(log.lines(), (std::vector<std::string>{"A background block raised: no luck"}));
 }
 
-TEST(DispatchQueue, worksWhereNobodyElseWantsProcessorOrDisk) {
+TEST(DispatchQueue, worksWithTheLowestPriorityForProcessorAndDisk) {
   std::promise<std::pair<int, long>> priorities;
   NS::DispatchQueue::backgroundQueue().async([&] {
     constexpr int onlyThisThread = 1;

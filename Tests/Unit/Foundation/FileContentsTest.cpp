@@ -160,7 +160,7 @@ TEST_F(FileContentsTest, areReplacedWithoutTheListThatTheFolderHandsDown) {
 }
 
 // The signal of that limit ends the process in the middle of its write.
-TEST_F(FileContentsTest, ofAnotherUserClearWhatAKilledReplacementLeft) {
+TEST_F(FileContentsTest, ofAnotherUserClearTheLeftoverOfAKilledReplacement) {
   KW_REQUIRE_ROOT();
   const std::string path = scratch.file("a", "old");
   ASSERT_EQ(::chown(path.c_str(), 1234, 5678), 0);

@@ -154,7 +154,7 @@ TEST(FileHandle, readingAFolderRaises) {
             "readDataToEndOfFile: Is a directory");
 }
 
-TEST(FileHandle, readsToTheEndWhateverTheSizes) {
+TEST(FileHandle, readsToTheEndInPiecesOfAnySize) {
   auto pipe = NS::Pipe::pipe();
   std::string sent;
   for (int line = 0; line < 60000; ++line)
@@ -167,7 +167,7 @@ TEST(FileHandle, readsToTheEndWhateverTheSizes) {
   writer.join();
 }
 
-TEST(FileHandle, availableDataIsWhatStandsReady) {
+TEST(FileHandle, availableDataIsTheDataThatIsReady) {
   auto pipe = NS::Pipe::pipe();
   pipe->fileHandleForWriting().writeData("one");
   EXPECT_EQ(pipe->fileHandleForReading().availableData(), "one");
@@ -347,7 +347,7 @@ TEST(ReadabilityHandler, thatThrowsIsLoggedAndRemoved) {
   EXPECT_EQ(log.count(), 1U);
 }
 
-TEST(ReadabilityHandler, isReleasedWithWhatItHoldsOnRemoval) {
+TEST(ReadabilityHandler, isReleasedWithItsContentsOnRemoval) {
   auto pipe = NS::Pipe::pipe();
   auto held = std::make_shared<int>(1);
   pipe->fileHandleForReading().setReadabilityHandler([held](NS::FileHandle &) {});

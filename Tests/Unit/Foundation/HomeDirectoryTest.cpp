@@ -61,7 +61,7 @@ TEST_F(TildeExpansion, leavesOtherPathsUnchanged) {
     EXPECT_EQ(NS::stringByExpandingTildeInPath(path), path);
 }
 
-TEST(UserDatabase, knowsRootAndNobodyInvented) {
+TEST(UserDatabase, knowsRootAndNoInventedUser) {
   auto &users = NS::UserDatabase::shared();
   EXPECT_EQ(users.homeDirectoryForUser("root"), "/root");
   EXPECT_EQ(users.homeDirectoryForUser("no-such-user-here"), std::nullopt);

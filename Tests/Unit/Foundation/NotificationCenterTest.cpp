@@ -51,7 +51,7 @@ TEST_F(NotificationCenterTest, passesOnTheNotification) {
   EXPECT_EQ(seen.object, object);
 }
 
-TEST_F(NotificationCenterTest, tellsNobodyWhoWasRemoved) {
+TEST_F(NotificationCenterTest, tellsNoRemovedObserver) {
   auto token = center->addObserverForName("a", nullptr, note("removed"));
   center->removeObserver(token);
   center->removeObserver(token);

@@ -70,7 +70,7 @@ TEST(String, isEqualByItsBytes) {
   EXPECT_FALSE(String::stringWithString("1")->isEqual(*Number::numberWithLongLong(1)));
 }
 
-TEST(Number, isEqualByValueWhateverItsKind) {
+TEST(Number, isEqualByValueAcrossKinds) {
   auto one = Number::numberWithLongLong(1);
   for (const auto &same : {Number::numberWithBool(true), Number::numberWithUnsignedLongLong(1),
                            Number::numberWithDouble(1.0)}) {
@@ -84,7 +84,7 @@ TEST(Number, isEqualByValueWhateverItsKind) {
   EXPECT_TRUE(Number::numberWithDouble(0.5)->isEqual(*Number::numberWithDouble(0.5)));
 }
 
-TEST(Number, tellsApartWhatOneCastWouldMakeEqual) {
+TEST(Number, tellsApartNumbersThatOneCastWouldMakeEqual) {
   auto minusOne = Number::numberWithLongLong(-1);
   auto greatest = Number::numberWithUnsignedLongLong(std::numeric_limits<std::uint64_t>::max());
   EXPECT_FALSE(minusOne->isEqual(*greatest));

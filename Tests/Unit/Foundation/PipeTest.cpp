@@ -13,7 +13,7 @@
 
 namespace {
 
-TEST(Pipe, carriesWhatIsWritten) {
+TEST(Pipe, carriesTheWrittenData) {
   auto pipe = NS::Pipe::pipe();
   pipe->fileHandleForWriting().writeData("text");
   pipe->fileHandleForWriting().closeFile();

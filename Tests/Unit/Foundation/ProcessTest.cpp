@@ -63,7 +63,7 @@ TEST(Process, endsWithSuccessOnTheSignalsOfASupervisor) {
              0);
 }
 
-TEST(Process, survivesWritingToAPipeThatNobodyReads) {
+TEST(Process, survivesWritingToAPipeWithoutAReader) {
   expectExit(statusOfChild([] {
                NS::Process::shared().installSignalDispositions();
                int ends[2];

@@ -46,7 +46,7 @@ TEST(Progress, belongsToItsThreadAlone) {
   EXPECT_NE(theirs, &mine);
 }
 
-TEST(Progress, countsWhatSeveralThreadsDo) {
+TEST(Progress, countsTheWorkOfSeveralThreads) {
   Progress progress;
   std::vector<std::thread> helpers;
   for (int helper = 0; helper < 4; ++helper)

@@ -205,7 +205,7 @@ TEST(XMLPropertyList, writesNumbersAsThePlatformDoes) {
             "<integer>-9223372036854775808</integer>\n");
 }
 
-TEST(XMLPropertyList, readsBackWhatItWrites) {
+TEST(XMLPropertyList, readsItsOwnOutputBack) {
   PropertyList::Array everything{"",
                                  "a\r\n\tb",
                                  " spaces ",
@@ -234,7 +234,7 @@ TEST(XMLPropertyList, readsBackWhatItWrites) {
   }
 }
 
-TEST(XMLPropertyList, refusesToWriteWhatXMLCannotHold) {
+TEST(XMLPropertyList, refusesToWriteStringsThatXMLCannotHold) {
   for (const std::string &text :
        {std::string("\x01"), std::string(1, '\0'), std::string("\x1b[0m"), std::string("\xff"),
         std::string("\xed\xa0\x80"), std::string("\xef\xbf\xbe"), std::string("\xef\xbf\xbf")}) {

@@ -375,7 +375,7 @@ TEST(WorkerPool, preparesEachThreadBeforeItsWork) {
   other.open();
 }
 
-TEST(WorkerPool, finishesWhatWasSubmittedBeforeItGoes) {
+TEST(WorkerPool, finishesSubmittedWorkBeforeItGoes) {
   const Signal done;
   Gate gate;
   {

@@ -45,7 +45,7 @@ TEST_F(RunLoopTest, runsBlocksInTheOrderInWhichTheyCame) {
   EXPECT_FALSE(turn());
 }
 
-TEST_F(RunLoopTest, runsWhatABlockAddsAtTheNextTurn) {
+TEST_F(RunLoopTest, runsBlocksAddedByABlockAtTheNextTurn) {
   loop.performBlock(
       [this] {
         ran.push_back(1);

@@ -13,7 +13,7 @@ using Moment = steady_clock::time_point;
 
 constexpr Moment noon(hours(12));
 
-TEST(SaturatedCast, keepsWhatFits) {
+TEST(SaturatedCast, keepsTimesWithinTheRange) {
   EXPECT_EQ(NS::saturatedCast<nanoseconds>(milliseconds(-3)), nanoseconds(-3'000'000));
   EXPECT_EQ(NS::saturatedCast<milliseconds>(Seconds(1.5)), milliseconds(1500));
   EXPECT_EQ(NS::saturatedCast<milliseconds>(nanoseconds::max()),
@@ -31,7 +31,7 @@ TEST(SaturatedCast, stopsAtTheEnds) {
   EXPECT_EQ(NS::saturatedCast<milliseconds>(Seconds(-infinity)), milliseconds::min());
 }
 
-TEST(SaturatedCast, takesWhatIsNoNumberForNoTime) {
+TEST(SaturatedCast, makesZeroOfNaN) {
   constexpr double nan = std::numeric_limits<double>::quiet_NaN();
   EXPECT_EQ(NS::saturatedCast<milliseconds>(Seconds(nan)), milliseconds::zero());
 }

@@ -111,7 +111,7 @@ TEST(Unicode, countsUnitsAsThePlatformDoes) {
   EXPECT_EQ(NS::utf16Length(""), 0u);
 }
 
-TEST(Unicode, refusesWhatIsNotTheShortestForm) {
+TEST(Unicode, refusesFormsThatAreNotTheShortest) {
   for (const char *text :
        {"\xc0\xaf", "\xe0\x80\xaf", "\xf0\x80\x80\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80",
         "\xf8\x88\x80\x80\x80", "\x80", "\xc3", "\xe2\x82", "\xf0\x9f\x98", "\xfe"})
@@ -119,7 +119,7 @@ TEST(Unicode, refusesWhatIsNotTheShortestForm) {
   EXPECT_TRUE(NS::isWellFormedUTF8("\u0080\u07ff\u0800\ud7ff\ue000\uffff\U00010000\U0010ffff"));
 }
 
-TEST(Unicode, decodesBackwardsWhatItDecodesForwards) {
+TEST(Unicode, decodesTheSameBackwardsAsForwards) {
   std::string text = "aé€𐐨\xc3\xff"
                      "b\xe2\x82";
   std::vector<std::size_t> starts;

@@ -189,7 +189,7 @@ TEST(TaskLaunch, ofAMissingProgramRaises) {
             "launch path not accessible (File name too long)");
 }
 
-TEST(TaskLaunch, ofWhatMayNotBeExecutedRaises) {
+TEST(TaskLaunch, ofAFileThatMayNotBeExecutedRaises) {
   ScratchFolder folder;
   EXPECT_EQ(launchFailure(folder.file("text", "#!/bin/sh\n")),
             "launch path not accessible (Permission denied)");
@@ -211,7 +211,7 @@ TEST(TaskLaunch, ofTooManyArgumentsRaises) {
             "launch failed (Argument list too long)");
 }
 
-TEST(TaskLaunch, refusesWhatACStringWouldCutShort) {
+TEST(TaskLaunch, refusesTextThatACStringWouldCutShort) {
   EXPECT_EQ(launchFailure(std::string("/bin/true\0x", 11)), "launch path contains a NUL byte");
   EXPECT_EQ(launchFailure("/bin/true", {"good", std::string("a\0b", 3)}),
             "argument 2 contains a NUL byte");
@@ -294,7 +294,7 @@ std::uint64_t signalsOf(const std::string &status, const std::string &field) {
 }
 
 // The state in which the agent's own threads may be.
-TEST(Task, startsWithDefaultSignalsWhateverThisProcessDoes) {
+TEST(Task, startsWithDefaultSignalsForAnySettingsOfThisProcess) {
   auto former = std::signal(SIGPIPE, SIG_IGN);
   auto formerHangup = std::signal(SIGHUP, SIG_IGN);
   auto formerEnds = std::signal(SIGCHLD, SIG_IGN);
@@ -351,7 +351,7 @@ TEST(Task, inheritsNoDescriptorWhileOtherThreadsLaunch) {
     launcher.join();
 }
 
-TEST(Task, thatEndedIsReapedThoughNobodyAsks) {
+TEST(Task, thatEndedIsReapedWithoutAQuestion) {
   auto task = shell("exit 3");
   task->launch();
   waitUntilUnknown(task->processIdentifier());
@@ -402,7 +402,7 @@ TEST(Task, waitsForItsOwnChildrenOnly) {
   EXPECT_EQ(WEXITSTATUS(status), 7);
 }
 
-TEST(Task, whoseStatusSomebodyElseTookEndsWithoutOne) {
+TEST(Task, whoseStatusOtherCodeTookEndsWithoutOne) {
   auto former = std::signal(SIGCHLD, SIG_IGN); // the system reaps by itself
   auto task = shell("exit 0");
   task->launch();
@@ -491,7 +491,7 @@ TEST(TaskOutput, needsALaunchAndAPipe) {
   task->waitUntilExit();
 }
 
-TEST(Task, isKilledWhenItsTimeIsUpThoughNobodyReads) {
+TEST(Task, isKilledAtItsTimeLimitWithoutAReader) {
   auto task = limitedShell("exec sleep 1000", std::chrono::milliseconds(50));
   task->waitUntilExit();
   EXPECT_EQ(task->terminationStatus(), SIGKILL);

@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 using kwtest::ScratchFolder;
 using NS::URL;
 
-TEST(URL, looksWhetherAFolderStandsAtThePath) {
+TEST(URL, looksWhetherAFolderIsAtThePath) {
   ScratchFolder scratch;
   scratch.file("file", "");
   fs::create_directory(scratch.path("folder"));
@@ -38,7 +38,7 @@ TEST(URL, dropsTrailingSlashesOfThePath) {
   EXPECT_EQ(URL::fileURLWithPath("").path(), "");
 }
 
-TEST(URL, escapesWhatMayNotStandInOne) {
+TEST(URL, escapesCharactersThatAURLMayNotHold) {
   EXPECT_EQ(URL::fileURLWithPath("/a b/%?#\xc3\xa9\n", false).absoluteString(),
             "file:///a%20b/%25%3F%23%C3%A9%0A");
   EXPECT_EQ(URL::fileURLWithPath("/a", true).absoluteString(), "file:///a/");
@@ -50,7 +50,7 @@ TEST(URL, comparesPathAndKind) {
   EXPECT_NE(URL::fileURLWithPath("/a", true), URL::fileURLWithPath("/a", false));
 }
 
-TEST(URL, reachesADanglingLinkAndReportsWhatIsMissing) {
+TEST(URL, reachesADanglingLinkAndReportsAMissingItem) {
   ScratchFolder scratch;
   fs::create_symlink("missing", scratch.path("dangling"));
   std::optional<NS::Error> error;

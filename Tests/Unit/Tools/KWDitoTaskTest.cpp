@@ -53,7 +53,7 @@ TEST_F(DitoTask, passesOptionsAsTheyAreAndMayHaveNone) {
                    {"/usr/bin/ditto", path, path + ".ditto"}}));
 }
 
-TEST_F(DitoTask, succeedsWithoutRunningAnythingWhereNothingStands) {
+TEST_F(DitoTask, succeedsWithoutRunningATaskForAMissingBinary) {
   EXPECT_TRUE(slim());
   EXPECT_TRUE(runner.runs().empty());
 }

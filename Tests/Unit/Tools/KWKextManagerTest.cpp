@@ -50,7 +50,7 @@ TEST_F(KextManager, unloadsByIdentifierAndDeletes) {
   EXPECT_EQ(log.lines(), std::vector<std::string>{"Will unload kext at path " + path});
 }
 
-TEST_F(KextManager, deletesWhatCannotBeUnloaded) {
+TEST_F(KextManager, deletesAnExtensionThatCannotBeUnloaded) {
   std::string path = kext(identifierLines);
   runner.statuses["/sbin/kextunload"] = 3;
   EXPECT_TRUE(kw::KWKextManager().removeKextAtPath(path));

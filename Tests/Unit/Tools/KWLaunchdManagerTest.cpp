@@ -127,14 +127,14 @@ TEST_F(KWLaunchdManagerTest, disablesWithAWordMoreAndIgnoresAFailedStop) {
             (Lines{{launchctl, "unload", "-w", job()}, {launchctl, "stop", "org.example.job"}}));
 }
 
-TEST_F(KWLaunchdManagerTest, disablingAndUnloadingWhatIsNotLoadedSucceedsAndRunsNothing) {
+TEST_F(KWLaunchdManagerTest, disablingAndUnloadingAnUnloadedJobSucceedsAndRunsNothing) {
   EXPECT_TRUE(manager.disableAgentAtPath(job()));
   EXPECT_TRUE(manager.unloadAgentAtPath(job()));
   EXPECT_TRUE(manager.disableAgentAtPath(scratch.path("missing")));
   EXPECT_TRUE(runner.commandLines().empty());
 }
 
-TEST_F(KWLaunchdManagerTest, anyOutputOfAnUnloadIsAFailureWhateverTheStatus) {
+TEST_F(KWLaunchdManagerTest, anyOutputOfAnUnloadIsAFailureWithAnyStatus) {
   load();
   printOnUnload("no such thing\n");
   EXPECT_FALSE(manager.disableAgentAtPath(job()));
@@ -187,7 +187,7 @@ TEST_F(KWLaunchdManagerTest, aListThatCannotBeRemovedIsAFailureWithoutAWord) {
   EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(KWLaunchdManagerTest, aLabelThatIsNoFileNameNamesNoTool) {
+TEST_F(KWLaunchdManagerTest, aLabelThatIsNotAFileNameNamesNoTool) {
   files.existing = {"/Library/PrivilegedHelperTools", "/Library/PrivilegedHelperTools/.."};
   for (const char *label : {"", "/", ".", "..", "a/b", "../x"})
     EXPECT_TRUE(manager.removePrivilegedToolWithLabel(label)) << label;

@@ -105,7 +105,7 @@ TEST(PermissionsRepair, reportsEmptyTextOnceTheOutputHasEnded) {
     EXPECT_EQ(chunk, "");
 }
 
-TEST(PermissionsRepair, reportsNilForWhatIsNoUTF8) {
+TEST(PermissionsRepair, reportsNilForInvalidUTF8) {
   Repair repair("printf dropped; read l < ${0%/*}/one; printf '\\303'; read l < ${0%/*}/two");
   std::thread pacer([&] { repair.letGoOnAfterEachOf({"one", "two"}); });
   repair.run();

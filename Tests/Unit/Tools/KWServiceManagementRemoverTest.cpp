@@ -85,7 +85,7 @@ TEST_F(KWServiceManagementRemoverTest, takesItOutOfTheBookmarksAloneAndKeepsThem
                             {"b", 1}, {"_com.apple.SMLoginItemBookmarks", Dictionary{}}}));
 }
 
-TEST_F(KWServiceManagementRemoverTest, anAbsentIdentifierIsNoError) {
+TEST_F(KWServiceManagementRemoverTest, anAbsentIdentifierIsNotAnError) {
   NS::PropertyList list(Dictionary{{"b", 1}, {"_com.apple.SMLoginItemBookmarks", "odd"}});
   database(list);
   EXPECT_TRUE(remover.removeSMLoginItem("a", nullptr));
@@ -102,7 +102,7 @@ TEST_F(KWServiceManagementRemoverTest, writesABinaryDatabaseBackAsXML) {
   EXPECT_EQ(database(), NS::PropertyList(Dictionary{{"b", true}}));
 }
 
-TEST_F(KWServiceManagementRemoverTest, whatXMLCannotHoldIsLoggedAndLeavesTheFile) {
+TEST_F(KWServiceManagementRemoverTest, aStringThatXMLCannotHoldIsLoggedAndLeavesTheFile) {
   std::string former = kwtest::binaryPropertyList(
       {kwtest::dictionaryObject({1}, {2}), kwtest::asciiObject("b"), kwtest::asciiObject("\x01")});
   files.files[path] = former;

@@ -150,7 +150,7 @@ TEST(TaskRunnerCompletion, getsTextExactlyAsWritten) {
   EXPECT_EQ(runShell("printf '\\303\\266\\000z'").calls.at(0).output, std::string("\u00f6\0z", 4));
 }
 
-TEST(TaskRunnerCompletion, getsNilForWhatIsNoUTF8) {
+TEST(TaskRunnerCompletion, getsNilForInvalidUTF8) {
   Completions completions = runShell("printf 'good \\377 bad'; printf '\\303' >&2");
   EXPECT_EQ(completions.calls.at(0).output, std::nullopt);
   EXPECT_EQ(completions.calls.at(0).errorOutput, std::nullopt);
@@ -180,7 +180,7 @@ TEST(TaskRunnerCompletion, ofAToolThatIsNotThereIsCalledTwice) {
                 ": launch path not accessible (No such file or directory)"}));
 }
 
-TEST(TaskRunnerCompletion, mayBeNilWhateverHappens) {
+TEST(TaskRunnerCompletion, mayBeNilInEveryCase) {
   LogRecorder log;
   KWTaskRunner::shared().launchTask("/bin/true", {}, nullptr);
   EXPECT_TRUE(log.lines().empty());
@@ -348,7 +348,7 @@ TEST(TaskRunnerOutput, isNilWhenBlankAndUntrimmedOtherwise) {
   EXPECT_EQ(runner.getOutput("/usr/bin/printf", {"\\377"}, true, false, nullptr), std::nullopt);
 }
 
-TEST(TaskRunnerOutput, ofWhatIsNotExecutableIsNilWithTheCodeUntouched) {
+TEST(TaskRunnerOutput, ofAFileThatIsNotExecutableIsNilWithTheCodeUntouched) {
   ScratchFolder folder;
   LogRecorder log;
   std::string file = folder.file("file", "#!/bin/sh\n");

@@ -87,7 +87,7 @@ TEST_F(RVFileSizerStop, measuresAsTheOtherWalkDoes) {
   }
 }
 
-TEST_F(RVFileSizerStop, logsEvenWhatIsMissing) {
+TEST_F(RVFileSizerStop, logsEvenAMissingItem) {
   ScratchFolder scratch;
   LogRecorder log;
   EXPECT_EQ(sizer().itemSizeAtPathAbleToStop(scratch.path("missing")), 0u);

@@ -87,7 +87,7 @@ TEST(RVFileSizer, tellsOfAWalkThatWasGivenUp) {
             (std::vector<std::string>{"/x was not measured to its end: Too many open files"}));
 }
 
-TEST(RVFileSizer, tellsOfAWalkThatCouldNotBeginForWantOfMemory) {
+TEST(RVFileSizer, tellsOfAWalkThatCouldNotBeginWithoutMemory) {
   FakeFTS walk;
   LogRecorder log;
   walk.refuses = true;
@@ -187,7 +187,7 @@ TEST(RVFileSizer, leavesAWholeNumberOfIOBlocksAsItIs) {
   EXPECT_EQ(sizer().itemSizeAtPath("/file"), 8192u);
 }
 
-TEST(RVFileSizer, trustsTheBlocksOfWhatIsJustBelowTwoTebibytes) {
+TEST(RVFileSizer, trustsTheBlocksOfAnItemJustBelowTwoTebibytes) {
   FakeFTS walk;
   walk.add("/file", FTSInfo::F, walk.top, {.size = twoTebibytes - 1, .blocks = 8});
   EXPECT_EQ(sizer().itemSizeAtPath("/file"), 4096u);
@@ -264,7 +264,7 @@ TEST(RVFileSizer, countsNothingForACycle) {
   EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(RVFileSizer, logsWhatItCannotReadAndLeavesItOut) {
+TEST(RVFileSizer, logsUnreadableItemsAndLeavesThemOut) {
   FakeFTS walk;
   NS::FTSEntry &folder = walk.add("/r", FTSInfo::D, walk.top, {.blocks = 1});
   walk.add("/r/denied", FTSInfo::DNR, folder, {.blocks = 8}, EACCES);
@@ -294,7 +294,7 @@ TEST(RVFileSizer, measuresAWalkWithoutEntriesAsNothing) {
   EXPECT_EQ(sizer().itemSizeAtPath("/nothing"), 0u);
 }
 
-TEST(RVFileSizer, leavesAFolderOutThatSomebodyElseMayNotRead) {
+TEST(RVFileSizer, leavesOutAFolderThatAnotherUserMayNotRead) {
   if (!kwtest::isRoot())
     GTEST_SKIP() << "needs root to become somebody else";
   ScratchFolder scratch;
@@ -317,7 +317,7 @@ TEST(RVFileSizer, leavesAFolderOutThatSomebodyElseMayNotRead) {
             "");
 }
 
-TEST(RVFileSizer, takesWhatVanishesDuringTheWalkForNothing) {
+TEST(RVFileSizer, countsItemsThatVanishDuringTheWalkAsNothing) {
   ScratchFolder scratch;
   for (int index = 0; index < 50; ++index)
     scratch.file(std::to_string(index), "x");

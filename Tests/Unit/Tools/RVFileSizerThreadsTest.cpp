@@ -147,7 +147,7 @@ private:
   std::thread thread_;
 };
 
-TEST(RVFileSizerThreads, stayWithinWhatATreeHeldWhileItChanged) {
+TEST(RVFileSizerThreads, stayWithinTheSizesOfATreeWhileItChanges) {
   // On a memory volume folders take no blocks, so that the bounds are exact.
   ScratchFolder scratch("/dev/shm");
   for (int index = 0; index < 8; ++index) {
