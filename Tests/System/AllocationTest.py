@@ -2,7 +2,8 @@
 once. The agent must answer the request with an error or do it, go on, keep
 nothing of it, and do the next request.
 
-KEEPWELL_FAULTS=full tries every allocation; otherwise those at equal distances."""
+KEEPWELL_FAULTS=full tries every allocation; otherwise the test tries some at
+equal distances."""
 from Support import figures, harness, scenes, toolscenes
 from Support.bus import is_running
 from Support.faults import FULL, FaultTestCase
@@ -12,7 +13,7 @@ from Support.root import DATA
 FAILED = "org.freedesktop.DBus.Error.Failed"
 NO_REPLY = "org.freedesktop.DBus.Error.NoReply"
 MOST = 20  # of a scene in the short form
-# Where the bus's library takes memory before the request has reached the agent.
+# The bus's library allocates memory before the request has reached the agent.
 MOST_ENDS = 3
 
 
@@ -32,7 +33,7 @@ class AllocationTest(FaultTestCase):
         return flag, self.root.faults.allocations
 
     def numbers(self, scene, of_the_bus=False):
-        """Those that are to fail."""
+        """The numbers of the allocations that fail."""
         for _ in range(2):
             flag, count = self.ask(scene, of_the_bus=of_the_bus)
             self.assertEqual((flag, scene.complaint(flag)), (scene.usual, ""))

@@ -53,7 +53,8 @@ class ReaderTest(AbuseCase):
         flood.close()
 
     def echo_large(self):
-        """A client that comes now gets replies that many others want room for."""
+        """A client that comes now gets replies for which many others also want
+        room."""
         for size in (100000, 1 << 20, 8 << 20, 15 << 20):
             large = self.root.client()
             self.assertEqual(len(large.call("Echo", "s", "y" * size)[0]), size)
@@ -129,7 +130,7 @@ class ReaderTest(AbuseCase):
 
     @staticmethod
     def refused(client):
-        """Calls that the agent has no use for."""
+        """Calls that the agent refuses."""
         fields = client.call_fields
         without = {code: value for code, value in fields("Echo").items() if code != 2}
         return [(fields("x" * 255), "", ()), (fields("Echo"), "u", (7,)), (without, "s", ("x",)),
@@ -161,7 +162,7 @@ class ReaderTest(AbuseCase):
             for caller in callers[:10]:
                 caller.close()
             for caller in callers[10:15]:
-                for _ in range(1000):  # as if the agent asked, and as if it were asked
+                for _ in range(1000):  # as if the agent asked, and as if it was asked
                     caller.send_message(SIGNAL, {1: ("o", PATH), 2: ("s", PROGRESS),
                                                  3: ("s", "ReceiveNewOutput"), 6: ("s", NAME)},
                                         "s", ["back to you"])
@@ -256,7 +257,7 @@ class NameTest(AbuseCase):
 
 
 class MessageTest(AbuseCase):
-    """Messages that are odd, wrong or no messages."""
+    """Odd, wrong and malformed messages."""
 
     SAMPLES = {"y": 1, "b": 1, "n": 1, "q": 1, "i": 1, "u": 1, "x": 1, "t": 1, "d": 1.5, "s": "x",
                "o": "/x", "g": "as", "v": ("s", "x"), "as": ["x"], "ao": ["/x"], "ay": [1],
@@ -303,7 +304,7 @@ class MessageTest(AbuseCase):
                 with self.assertRaises(BusError) as raised:
                     client.call("SlimBinaryWithPath", "sas", missing, archs)
                 self.assertEqual(raised.exception.name, f"{ERRORS}.LimitsExceeded")
-            # The bus's own limit, but for the bus that has none so low.
+            # The bus's own limit; the other bus has no such low limit.
             with self.assertRaises(BusError if harness.broker else OSError):
                 client.call("SlimBinaryWithPath", "sas", missing, ["x" * (1 << 20)] * 40)
         client.close()
@@ -390,7 +391,7 @@ class MessageTest(AbuseCase):
 
     def test_an_error_with_the_longest_path_of_a_request_comes_whole(self):
         client = self.root.client()
-        path = "/" + "x" * ((16 << 20) - 8)  # all that a request may hold, and in the error
+        path = "/" + "x" * ((16 << 20) - 8)  # the most that a request may hold, and then the error
         with self.others_answered():
             flag, (domain, code, details) = client.call("MoveItemAtPath", "ss", path, "/y")
         self.assertFalse(flag)
@@ -401,7 +402,8 @@ class MessageTest(AbuseCase):
 
 
 def deep_values():
-    """Values nested by each means, shallow to deeper than any bus lets through."""
+    """Values nested by each kind of container, from shallow to deeper than any
+    bus permits."""
     for depth in (1, 8, 31, 32, 33, 60, 64, 65, 100, 300):
         value = ("s", "x")
         for _ in range(depth):

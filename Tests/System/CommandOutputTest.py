@@ -44,7 +44,7 @@ class CommandTestCase(unittest.TestCase):
         return [f"{harness.build_folder}/keepwell", "--bus", self.bus.address, *words]
 
     def run_command(self, *words, **more):
-        """Without a terminal, also where the test has one."""
+        """Without a terminal, even if the test has one."""
         return subprocess.run(self.argv(*words), capture_output=True, text=True, check=False,
                               timeout=120, start_new_session=True, **more)
 
@@ -104,7 +104,7 @@ class SchemaTest(CommandTestCase):
         note("move", item, f"{self.folder}/moved")
         note("remove", "--keep", "moved", self.folder + "/moved", item)
         note("shred", f"{self.folder}/moved")
-        note("remove", item)  # that is gone already
+        note("remove", item)  # which is gone already
         note("remove", "-n", "/", status=1)
         note("startup", "start", "x", status=1)  # for which there are no tools here
         note("startup", "stop", "x", status=1)
@@ -211,7 +211,7 @@ class RealAgentTest(CommandTestCase):
 
 
 class TerminalTest(CommandTestCase):
-    """The command on a terminal, as a person meets it."""
+    """The command on a terminal, as a user sees it."""
 
     def converse(self, *words, answer=b"", environment=None):
         return self.converse_with(self.argv(*words), answer, environment)
@@ -307,7 +307,7 @@ class TerminalTest(CommandTestCase):
         return seen.decode()
 
     def stopped_agent(self):
-        """An agent that takes its time until it is let go on."""
+        """An agent that is stopped until the test continues it."""
         self.run_command("echo", "x")
         pid = self.bus.agent_pid()
         os.kill(pid, signal.SIGSTOP)

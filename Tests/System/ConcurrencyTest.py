@@ -47,7 +47,7 @@ class ConcurrencyTest(Blocking, unittest.TestCase):
     def test_a_client_killed_in_the_middle_of_a_request_disturbs_no_other(self):
         other = self.root.client()
         self.root.stand_in(STARTER)
-        other.call("StartStartupItem", "s", "item")  # once, for what stays open
+        other.call("StartStartupItem", "s", "item")  # once, to open everything of the first use
         pid, descriptors = self.root.agent_pid(), self.root.agent_descriptors()
         os.mkfifo(self.root.host_path(GATE))
         self.root.stand_in(STARTER, script=f"read line < {GATE}")
@@ -73,9 +73,9 @@ class ConcurrencyTest(Blocking, unittest.TestCase):
         wait_until(lambda: not self.root.exists(f"{DATA}/file"))
 
     def start_repair(self, caller):
-        """A repair that goes on until stop_repair; returns once the caller has
-        had some of its output. Not every chunk is passed on, and so the tool
-        keeps talking."""
+        """Starts a repair that goes on until stop_repair, and returns once the
+        caller has had some of its output. The agent drops some chunks, so the
+        tool goes on printing."""
         self.root.stand_in(REPAIRER, script=f"until [ -e {GATE} ]; do echo chunk; sleep 0.02; done")
         serial = caller.send("RepairPermissions")
         wait_until(lambda: caller.count_received() == 0 and progress(caller))
@@ -194,7 +194,7 @@ def progress(client):
 
 
 class RaceTest(unittest.TestCase):
-    """A folder and a link change places below a removal."""
+    """A folder and a link change places during a removal."""
     SECONDS = 3
 
     def test_a_removal_never_leaves_its_tree(self):

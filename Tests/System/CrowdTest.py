@@ -1,6 +1,6 @@
 """The random mix of operations by four times as many clients of an agent that
-has few descriptors: they wait for one another, and every answer is right. Takes
-KEEPWELL_LOAD_SECONDS (20); KEEPWELL_LOAD_SEED repeats a mix."""
+has few descriptors. They wait for one another, and every answer must be right.
+Takes KEEPWELL_LOAD_SECONDS (20); KEEPWELL_LOAD_SEED repeats a mix."""
 import unittest
 
 from LoadTest import SECONDS, SEED, load, prepare

@@ -1,5 +1,5 @@
-"""Every announced member called once by a client that we did not write, from the
-list that the running agent gives of itself."""
+"""Calls every announced member once with a client that we did not write, from
+the running agent's own introspection."""
 import unittest
 import xml.etree.ElementTree as ElementTree
 
@@ -60,7 +60,7 @@ class EveryMemberTest(unittest.TestCase):
         self.root.write("/etc/launchd.conf", "setenv DYLD_INSERT_LIBRARIES /usr/lib/odd.dylib\n")
 
     def announced(self):
-        """The members that the running agent tells of, with their types."""
+        """The members that the running agent announces, with their types."""
         done = self.root.run(["gdbus", "introspect", "--xml", "--address", self.root.address,
                               "--dest", NAME, "--object-path", PATH])
         interface = ElementTree.fromstring(done.stdout).find(f"interface[@name='{INTERFACE}']")

@@ -64,7 +64,7 @@ def documents():
 
 
 def pattern_of(expected):
-    """The lines as a regular expression, dots standing for anything."""
+    """The lines as a regular expression, in which dots match any text."""
     pattern = ""
     for line in expected.splitlines(keepends=True):
         if line.strip() == "...":
@@ -96,7 +96,7 @@ class InstalledRoot(SystemBusRoot):
         self.check(["/sbin/ldconfig"])
 
     def environment(self):
-        # Not the caller's PATH: nothing may be found that is not installed.
+        # Not the caller's PATH, so that only installed programs are found.
         return {**super().environment(), "PYTHONDONTWRITEBYTECODE": "1",
                 "PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"}
 

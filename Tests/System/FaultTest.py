@@ -49,8 +49,8 @@ REQUESTS = {
 
 class FaultTest(FaultTestCase):
     def run_once(self, scene, name="", number=0, error=0):
-        """The complaint, the flag and the names of the calls that were made. The
-        call fails that is the one of this number among those of its name."""
+        """The complaint, the flag and the names of the calls. The call of this
+        number among those of its name fails."""
         scene.prepare()
         self.root.faults.arm(number, error, name)
         flag = scene.ask(self.client)
@@ -107,7 +107,7 @@ class FaultTest(FaultTestCase):
                 changed += [kind] if self.check_scene(kind) else []
             calls, faults, kept = zip(*(self.told[kind] for kind in kinds))
             figures.row(request, figures.each(calls), sum(faults), figures.memory(max(kept)))
-        # Many requests cannot be done without each of their calls.
+        # Many requests need each of their calls.
         self.assertGreater(len(changed), len(scenes.ALL + toolscenes.ALL) // 3)
 
 

@@ -1,8 +1,8 @@
 """Every operation on every hostile tree: the right reply, in little memory and
 with few descriptors, and no change outside.
 
-KEEPWELL_HOSTILE=full makes the largest trees as large as they are meant to be
-and runs everything once more with the usual number of descriptors."""
+KEEPWELL_HOSTILE=full makes the largest trees at their full size and runs
+everything once more with the usual number of descriptors."""
 import os
 import subprocess
 import unittest
@@ -32,7 +32,7 @@ LOCKED, BUSY = "no 513 kept", "no 512 kept"
 
 
 def halfway(code):
-    """A removal that had to stop somewhere, or at once."""
+    """A removal that had to stop at some item, or at once."""
     return {"remove": f"no {code} part|no {code} kept", "shred": "no part|no kept",
             "empty": "part|kept"}
 
@@ -41,7 +41,7 @@ class Row:
     def __init__(self, make, within="", files=(), survivors=(), **different):
         self.make = make
         self.within = within        # the item's place in the maker's tree
-        self.files = files          # to be truncated: path in the item, whether it can be
+        self.files = files          # to be truncated: path in the item, whether that can succeed
         self.survivors = survivors  # paths in the item that still hold "kept" after any operation
         self.expected = {**USUAL, **{name.replace("_", "-"): value
                                      for name, value in different.items()}}
@@ -54,7 +54,7 @@ ROWS = {
     f"{ENTRIES:,} entries": Row(lambda item: trees.many(item, ENTRIES)),
     "odd names": Row(trees.odd_names),
     "no access": Row(trees.no_access, files=[("a/file", True)]),
-    # The error of the first attempt stays beside the second one's success.
+    # The error of the first attempt stays with the second one's success.
     "locked items": Row(trees.immutable, files=[("needle.txt", False), ("0/file", False)],
                         remove="yes 513 gone", shred="no kept", across=LOCKED, to_full=LOCKED),
     "append-only": Row(trees.append_only, files=[("a/inner/log", False)],
@@ -186,13 +186,13 @@ class Operations:
         return f"{self.call('SecurelyRemoveItemAtPath', item)} {self.state(item, before)}"
 
     def empty(self, row, item, before):
-        """The one request that empties a folder: that of the log store."""
+        """The one request that empties a folder: removal of the log store."""
         self.client.call("RemoveASL")
         return self.state(item, before)
 
     def state(self, item, before, target=None):
-        """Where the item is and whether it is as it was; without a former
-        portrait, only where."""
+        """The place of the item and whether it is unchanged; without a former
+        portrait, only the place."""
         host, other = self.root.host_path(item), target and self.root.host_path(target)
         if other and os.path.lexists(other):
             if os.path.lexists(host):
@@ -229,7 +229,7 @@ class Watch:
         return processes.memory(self._pid, "VmHWM") - self._memory
 
     def complaint(self):
-        """An empty text when nothing was left and not much was used."""
+        """An empty text when the agent keeps nothing and has not used much."""
         try:
             wait_until(lambda: self.descriptors() == self._descriptors, 5)
         except TimeoutError:
@@ -264,7 +264,7 @@ class HostileTreesTest(unittest.TestCase):
 
     @staticmethod
     def place(operation):
-        """Where the item of an operation is made: the Trash wants a disk."""
+        """The folder for the item of an operation: the Trash needs a disk."""
         return f"{ {'trash': DATA, 'empty': STORE}.get(operation, ARENA)}/item"
 
     @classmethod
@@ -278,7 +278,7 @@ class HostileTreesTest(unittest.TestCase):
         self.assertTrue(is_running(self.pid))
 
     def run_row(self, name, row):
-        standing = None  # the item that an operation has left as it was
+        standing = None  # the item that an operation has left unchanged
         most = 0
         for operation, expected in row.expected.items():
             made = self.place(operation)
@@ -328,7 +328,7 @@ class HostileTreesTest(unittest.TestCase):
                             self.assertEqual(trees.busy_missing(host), [])
                         self.assertEqual(trees.busy_lost(host, self.root.host_path(FAR_ITEM)), [])
                         trees.clear(self.root.host_path(FAR_ITEM))
-                    # However far it came, the rest can still be removed.
+                    # A later request can still remove the rest.
                     self.assertEqual(self.operations.remove(row, item, None), "yes gone")
                 trees.clear(host)
             self.assertGreater(steps, 0, operation)

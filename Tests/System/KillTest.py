@@ -2,7 +2,7 @@
 just before each of its calls, and at random moments. Afterwards the old or the
 new item must be there, and the next request must clear away any leftover.
 
-KEEPWELL_KILLS says how many times it is killed in all; about 60 without it."""
+KEEPWELL_KILLS sets the number of kills in all; about 60 without it."""
 import os
 import random
 import signal
@@ -50,7 +50,7 @@ class KillTest(unittest.TestCase):
             self.assertEqual(scene.leftovers(), [])
 
     def places_of(self, scene):
-        """Its calls, but for those that the thread of the bus makes by chance."""
+        """Its calls, without those that the thread of the bus makes by chance."""
         scene.prepare()
         self.ask(scene)
         scene.prepare()

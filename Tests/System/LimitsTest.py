@@ -1,4 +1,4 @@
-"""Trees deeper and folders wider than anyone keeps, with few descriptors."""
+"""Trees deeper and folders wider than any real ones, with few descriptors."""
 import os
 import unittest
 

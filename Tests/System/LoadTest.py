@@ -1,6 +1,7 @@
-"""Sixty-four clients at once, each with a random mix of all operations, but the
-one that ends the agent, on a folder of its own: every reply, every file and
-every run of a tool is as a model of them says. Takes KEEPWELL_LOAD_SECONDS (20); KEEPWELL_LOAD_SEED repeats a mix."""
+"""Sixty-four clients at once, each with a random mix of all operations but the
+one that ends the agent, on a folder of its own. Every reply, every file and
+every run of a tool must agree with a model of them. Takes KEEPWELL_LOAD_SECONDS
+(20); KEEPWELL_LOAD_SEED repeats a mix."""
 import itertools
 import os
 import random
@@ -29,7 +30,7 @@ KILLALL = "/usr/bin/killall"
 AUTOSTART = "/etc/xdg/autostart"
 NO_ERROR = ("", 0, {})
 
-# What /bin/launchctl says of a job: those with an even number are loaded.
+# The output of /bin/launchctl for a job: jobs with an even number are loaded.
 LIST = 'case "$1 $2" in *"list "*[02468]) echo "{";; esac'
 # The options come first, then the source, then the destination.
 COPY = 'for to; do from=$last; last=$to; done; printf slim > "$to"'
@@ -65,7 +66,7 @@ class Actor:
         self.client = root.client(timeout=120)
         self.folder = root.mkdir(f"{DATA}/client{number}")
         self.host = root.host_path(self.folder)
-        self.files = {}  # name: how many bytes
+        self.files = {}  # name: number of bytes
         self.runs = []  # the tools that must have run, with their arguments
         self.counter = itertools.count()
         self.done = 0
@@ -160,7 +161,7 @@ class Actor:
         if self.random.random() < 0.1:
             subprocess.run(["chattr", "+i", f"{self.host}/{name}"], check=True)
         flag, _ = self.call("RemoveItemAtPath", "s", self.path(name))
-        self.expect(flag, True)  # with the first attempt's error where it was locked
+        self.expect(flag, True)  # with the first attempt's error if it was locked
         del self.files[name]
 
     def do_remove_missing(self):
@@ -196,7 +197,7 @@ class Actor:
         self.expect_flag(False, "MoveToTrashItemAtPath", "s", self.path(name))
         del self.files[name]
 
-    # Those that run tools.
+    # The operations that run tools.
     def do_package(self):
         package = self.unique_text("pkg")
         self.expect_flag(True, "RemovePackageWithID", "s", package)
@@ -318,7 +319,8 @@ class LoadTest(AbuseCase):
 
 
 def load(case, root, clients, seed, seconds):
-    """Has so many act for so long, and compares everything. How much they did."""
+    """Runs so many clients for so long, and compares everything. Returns the
+    number of operations."""
     root.empty(DATA)
     root.forget_calls()
     actors = [Actor(root, number, seed) for number in range(clients)]

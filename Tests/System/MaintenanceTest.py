@@ -28,7 +28,7 @@ REPAIR_ARGUMENTS = ["--output-format", "1", "--repair", "--standard-pkgs", "--vo
 
 
 class MaintenanceRoot(ThrowAwayRoot):
-    """With a log of the host that is the test's."""
+    """With a log of the host that belongs to the test."""
 
     def __enter__(self):
         super().__enter__()
@@ -317,7 +317,7 @@ class PermissionsRepairTest(RepairTestCase):
     def test_a_client_that_dies_half_way_leaves_nothing_behind(self):
         self.tool("echo one; sleep 0.01; echo two")
         warm = self.root.client()
-        warm.call("RepairPermissions")  # all that the agent keeps for the next time
+        warm.call("RepairPermissions")  # everything that the agent keeps for the next time
         before = self.counts()
         self.gated_tool()
         for _ in range(3):

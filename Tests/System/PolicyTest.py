@@ -15,7 +15,7 @@ from Support.systembus import MEMBER, OUTSIDER, ROOT, SystemBusRoot
 
 DENIED = "org.freedesktop.DBus.Error.AccessDenied"
 
-# A tool that writes piece by piece; the agent passes on every other one.
+# A tool that writes piece by piece; the agent drops every other one.
 CHUNKS = "for n in $(seq 50); do echo {} $n; sleep 0.005; done"
 
 
@@ -89,7 +89,9 @@ class PolicyTest(unittest.TestCase):
             self.assertEqual((status, text), (1, ""))
             self.assertIn("denied", error)
         self.assertTrue(self.root.exists(kept))
-        if not harness.broker:  # that one starts whom a message is for before it refuses it
+        # that bus starts the recipient of a message before it refuses the
+        # message
+        if not harness.broker:
             self.assertIsNone(self.root.agent_pid())
 
     def test_the_refusal_is_the_buss_own_error(self):
@@ -184,7 +186,8 @@ class PolicyTest(unittest.TestCase):
         self.root.call_as(MEMBER, "RepairPermissions")
         self.root.call_as(MEMBER, "PleaseTerminate")
         for user, text in heard.items():
-            # The agent has come and gone: all that was said before is heard.
+            # The agent has come and gone: the listener has all messages before
+            # that.
             wait_until(lambda text=text: text().count(f'string "{NAME}"') >= 2)
             self.assertEqual("secret request" in text(), user == ROOT, user)
             self.assertEqual("secret progress" in text(), user == ROOT, user)

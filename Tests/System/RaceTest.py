@@ -2,7 +2,7 @@
 for folders from elsewhere, at every level of a tree, while the agent removes,
 shreds, unlocks or moves it.
 
-KEEPWELL_RACE_SECONDS says how long each race is run; 2 seconds without it."""
+KEEPWELL_RACE_SECONDS sets the length of each race; 2 seconds without it."""
 import os
 import stat
 import time
@@ -14,10 +14,10 @@ from Support.baits import ITEM, OUTSIDE
 from Support.root import ThrowAwayRoot
 
 SECONDS = float(os.environ.get("KEEPWELL_RACE_SECONDS", "2"))
-FEWEST_TURNS = 20  # however slow the machine
-MOST_TURNS = 1000  # until one is done completely, however fast the attacker
+FEWEST_TURNS = 20  # on a machine of any speed
+MOST_TURNS = 1000  # until one is done completely, against an attacker of any speed
 FAR = "/run/item"
-# Where a copy is built, and what changes places with it.
+# The folder in which a copy is built, and the one that changes places with it.
 STAGED, BESIDE_STAGED = "/run/.keepwell-copy-00", "/run/out-copy"
 
 
@@ -29,8 +29,8 @@ class RaceTest(unittest.TestCase):
         self.pid = self.root.agent_pid()
 
     def race(self, name, bait, work, *further):
-        """Has the work done on the bait again and again. It is given the item's
-        path and tells whether the agent could do all of it. Further paths are
+        """Runs the work on the bait again and again. The work gets the item's
+        path and returns whether the agent could do all of it. Further paths are
         exchanged too, in pairs."""
         outside = Outside(self.root)
         self.addCleanup(outside.unlock)
@@ -62,7 +62,8 @@ class RaceTest(unittest.TestCase):
         self.assertGreater(min(turns, completed), 0)
 
     def test_unlocking(self):
-        """Each removal is refused, unlocks all that it can and is refused again."""
+        """The system refuses each removal; the agent unlocks as much as it can
+        and is refused again."""
         turns, completed = self.race(
             "unlocking (a removal that is refused twice, but for links in the item's place)",
             Bait(self.root, "first", True), lambda item: self.client.call(
@@ -78,7 +79,7 @@ class RaceTest(unittest.TestCase):
             self.assertEqual(strangers(far), [])
             # The copy is whole before anything of the original goes.
             self.assertTrue(moved or bait.exists())
-            # Also there when of the original something was left.
+            # It also exists when a part of the original was left.
             remove(far)
             return moved
 
@@ -86,7 +87,7 @@ class RaceTest(unittest.TestCase):
         turns, completed = self.race("move to another volume (possible every fourth time)", bait,
                                      work, STAGED, BESIDE_STAGED)
         self.assertGreater(min(turns, completed), 0)
-        # The attacker took away the name of one, but not before it was empty.
+        # The attacker took away the name of one, but only after it was empty.
         for path in (STAGED, BESIDE_STAGED):
             host = self.root.host_path(path)
             if os.path.isdir(host) and not os.path.islink(host):
@@ -120,7 +121,7 @@ class RaceTest(unittest.TestCase):
 
 
 class Openings:
-    """How often an item is opened as long as the block lasts."""
+    """Counts the openings of an item during the block."""
     _OPENED = 0x20
 
     def __init__(self, path):
@@ -132,7 +133,7 @@ class Openings:
 
     def __exit__(self, *_):
         try:
-            # Events that are alike and come at once are told as one.
+            # Equal events at the same time count as one.
             self.count = len(os.read(self._watch, 1 << 16))
         except BlockingIOError:
             pass

@@ -21,7 +21,7 @@ CANCELLED = ("NSCocoaErrorDomain", 3072)
 TREE = f"{DATA}/tree"
 FILES = int(os.environ.get("KEEPWELL_CANCEL_FILES", "40000"))
 FOLDERS = 10
-SLOW_FILES = 100_000  # more take long enough by themselves
+SLOW_FILES = 100_000  # more files make the removal long enough
 # The most items that a walk may still process after its client has cancelled it
 # or is gone.
 MOST_AFTERWARDS = 100
@@ -146,7 +146,7 @@ class RemovalTest(ControlCase):
             os.close(here)
 
     def slow_down(self):
-        """Each removal of a name reaches the disk before the next."""
+        """Makes each removal of a name reach the disk before the next."""
         mount("-o", "remount,dirsync", os.path.join(os.path.dirname(self.root.root), "disk"))
 
     def left(self):
@@ -172,9 +172,9 @@ class RemovalTest(ControlCase):
 
     @contextlib.contextmanager
     def standing_still(self):
-        """Once the removal is under way, with the number of files that are left.
-        The agent runs for moments until then: the fastest machine does not
-        finish the removal between two looks."""
+        """Stops the agent once the removal is under way, and gives the number
+        of remaining files. Until then the agent runs for moments, so that the
+        fastest machine does not finish the removal between two looks."""
         end = time.monotonic() + 60
         try:
             self.stop_agent()
@@ -192,7 +192,7 @@ class RemovalTest(ControlCase):
         wait_until(lambda: self.root.bus_call("NameHasOwner", "s", name) == [False])
 
     def names_of(self, pid):
-        """Of the process's connections to the bus."""
+        """The names of the process's connections to the bus."""
         names = [name for name in self.root.bus_call("ListNames")[0] if name.startswith(":")]
         return [name for name in names
                 if self.root.bus_call("GetConnectionUnixProcessID", "s", name) == [pid]]
@@ -202,7 +202,7 @@ class RemovalTest(ControlCase):
         self.wait_until_gone(client.unique_name)
 
     def settled(self):
-        """The files that are left when nothing is removed any more."""
+        """The number of remaining files once the removal has ended."""
         count = [self.left(), None]
         while count[0] != count[1]:
             self.other.call("SizeOfItemAtPath", "s", TREE)
@@ -253,7 +253,7 @@ class RemovalTest(ControlCase):
                 process.kill()
 
     def kill_in_mid_removal(self, on_leaving):
-        """Returns how many files were left then."""
+        """Returns the number of files that were left then."""
         with self.removal_by_library(on_leaving) as program:
             with self.standing_still() as left:
                 name, = self.names_of(program.pid)

@@ -1,6 +1,6 @@
-"""What many requests at once may and may not take: right answers where
-descriptors are few, threads for everybody, the tools' own limits, one entry in
-the journal for each change, and lines of the log that end."""
+"""The resources of many requests at once: right answers with few descriptors,
+threads for every user, the tools' own limits, one entry in the journal for each
+change, and log lines of limited length."""
 import os
 import resource
 import socket
@@ -21,8 +21,8 @@ NO_ERROR = ("", 0, {})
 
 
 def make_comb(host, depth, teeth):
-    """A folder within each other, each with others beside it: a walk that is
-    deep in it has many that it must come back to."""
+    """A chain of folders, each with others beside it: a walk deep in it has
+    many folders to come back to."""
     for _ in range(depth):
         for tooth in range(teeth):
             os.makedirs(f"{host}/{tooth}/inner")
@@ -33,7 +33,7 @@ def make_comb(host, depth, teeth):
 
 
 def allocated(host):
-    """As the agent counts it: folders twice."""
+    """The size as the agent counts it: folders twice."""
     total = 2 * os.lstat(host).st_blocks
     for folder, folders, files in os.walk(host):
         total += 2 * sum(os.lstat(f"{folder}/{name}").st_blocks for name in folders)
@@ -136,7 +136,8 @@ class FairnessTest(Blocking, unittest.TestCase):
             self.assertTrue(other.call("FileExistsAtPath", "s", DATA)[0])
         done = sum(client.count_received() for client in crowd)
         self.assertEqual(done, 0, "all of the others' are still under way")
-        # Open for both, so that a line waits there for tools that start later.
+        # Open for both directions, so that a line waits there for tools that
+        # start later.
         gate = os.open(root.host_path(GATE), os.O_RDWR)
         self.addCleanup(os.close, gate)
         os.write(gate, b"go\n" * LONG_REQUESTS)

@@ -1,5 +1,5 @@
-"""The throw-away root itself: on every machine it shows the same, and so does
-the environment of all that runs in it."""
+"""The throw-away root itself: it shows the same on every machine, and so does
+the environment of its programs."""
 import glob
 import os
 import re
@@ -22,7 +22,7 @@ PLANTED = "/etc/xdg/autostart/planted.desktop", "/home/planted/file", "/opt/plan
 
 
 class CrowdedMachine:
-    """The root of a machine that has all that a machine may have."""
+    """The root of a machine that has everything that machines may have."""
 
     def __enter__(self):
         self._base = tempfile.TemporaryDirectory(prefix="keepwell-machine-", dir="/var/tmp")
@@ -51,7 +51,7 @@ class RootTest(unittest.TestCase):
         root = self.enterContext(ThrowAwayRoot(lower=crowded.root, start=False))
         self.assertEqual([path for path in (*machine.ABSENT, *PLANTED) if root.exists(path)], [])
         for folder in (*machine.EMPTY, "/tmp"):
-            # The programs are everywhere where they were built.
+            # The programs are visible in the folder in which they were built.
             way = harness.build_folder.removeprefix(f"{folder}/").split("/")[0]
             built = [way] if harness.build_folder.startswith(f"{folder}/") else []
             self.assertEqual(root.listdir(folder), built, folder)
@@ -168,7 +168,7 @@ class EnvironmentTest(unittest.TestCase):
 
 
 class ProcessesTest(unittest.TestCase):
-    """Each look bears that the process ends between opening and reading."""
+    """Each look works even when the process ends between opening and reading."""
 
     def test_a_process_that_goes_within_a_look_is_not_running(self):
         for look, gone in ((is_running, False), (processes.is_sanitized, False),

@@ -48,8 +48,8 @@ class ServiceTest(unittest.TestCase):
         self.assertNotEqual(self.bus.agent_pid(), first)
 
     def test_no_echo_is_lost_when_the_agent_ends_again_and_again(self):
-        # Around an end, each echo is answered by this agent or the next, or
-        # refused by the bus; none is left hanging.
+        # Around an end, this agent or the next answers each echo, or the bus
+        # refuses it; none stays unanswered.
         answered = []
 
         def echo(client):

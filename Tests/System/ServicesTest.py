@@ -1,5 +1,5 @@
-"""What starts by itself, through the real agent: launchd jobs, startup items,
-login items, with stand-ins at the paths of the system's tools."""
+"""Programs that start by themselves, through the real agent: launchd jobs,
+startup items, login items, with stand-ins at the paths of the system's tools."""
 import json
 import os
 import plistlib
@@ -214,7 +214,7 @@ class LaunchdJobTest(ServicesTestCase):
 
     def test_nothing_of_all_this_leaks_a_descriptor_or_a_process(self):
         path = self.job()
-        self.flag("DisableLaunchdAgentAtPath", path)  # the first tool opens everything of the first use
+        self.flag("DisableLaunchdAgentAtPath", path)  # opens everything of the first use
         before = self.descriptors()
         for _ in range(20):
             self.flag("EnableLaunchdAgentAtPath", path)

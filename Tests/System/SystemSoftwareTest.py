@@ -1,5 +1,5 @@
-"""System software that goes, through the real agent: kernel extensions,
-package receipts, and the architectures of a real universal binary."""
+"""Removal of system software through the real agent: kernel extensions, package
+receipts, and the architectures of a real universal binary."""
 import contextlib
 import os
 import plistlib
@@ -14,7 +14,7 @@ KEXTUNLOAD = "/sbin/kextunload"
 PKGUTIL = "/usr/sbin/pkgutil"
 DITTO = "/usr/bin/ditto"
 X86, ARM = "x86_64", "arm64"
-# What ditto does with an architecture, by the tool that this host has.
+# The work of ditto on an architecture, by the tool that this host has.
 DITTO_BY_LIPO = 'exec {lipo} -thin "$2" "$3" -output "$4"'
 
 
@@ -71,7 +71,7 @@ class SystemSoftwareTest(ServicesTestCase):
         self.flag("RemovePackageWithID", "org.example.p")
 
     def test_tools_are_waited_for_though_the_agent_was_started_with_their_ends_ignored(self):
-        """As by a supervisor that ignores or blocks SIGCHLD."""
+        """As started by a supervisor that ignores or blocks SIGCHLD."""
         with ThrowAwayRoot(start=False) as root, contextlib.ExitStack() as stack:
             root.agent_prefix = "/usr/bin/env --ignore-signal=CHLD --block-signal=CHLD "
             root.start_bus()

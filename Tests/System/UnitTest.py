@@ -1,5 +1,5 @@
-"""The systemd unit: understood by systemd, as tight as it was, and wide enough
-for the agent's work, which is done here within the unit's limits."""
+"""The systemd unit: systemd accepts it, it is as tight as before, and wide
+enough for the agent's work, which this test does within the unit's limits."""
 import json
 import os
 import re
@@ -14,7 +14,7 @@ from Support.bus import wait_until
 from Support.root import DATA, ThrowAwayRoot, mount
 
 UNIT = "keepwell-agent.service"
-# What systemd's analysis finds open at the most; the unit names each reason.
+# The highest exposure by systemd's analysis; the unit names each reason.
 EXPOSURE = 3.3
 KEPT = {"chown": 0, "dac_override": 1, "fowner": 3, "fsetid": 4, "kill": 5,
         "linux_immutable": 9, "mknod": 27, "setfcap": 31}
@@ -26,7 +26,7 @@ def unit_path():
 
 class UnitFileTest(unittest.TestCase):
     def test_systemd_understands_it(self):
-        # The program as it is here, since it need not be installed.
+        # The program in the build folder, since it need not be installed.
         with open(unit_path(), encoding="utf-8") as file:
             text = re.sub(r"(?m)^ExecStart=.*$",
                           f"ExecStart={harness.build_folder}/keepwell-agent", file.read())
@@ -168,7 +168,7 @@ class WithinTheUnitTest(unittest.TestCase):
         self.root.stand_in("/usr/bin/mdutil", script=f"cat /proc/net/dev > {DATA}/devices\n"
                            f"readlink /proc/self/ns/net > {DATA}/network")
         self.root.busctl("StartSpotlightReindex")
-        # Here may be no other devices either, but it is another network.
+        # This root also has few devices, but another network.
         self.assertNotEqual(self.root.read(f"{DATA}/network").decode().strip(),
                             os.readlink("/proc/self/ns/net"))
         devices = re.findall(r"(?m)^ *(\S+):", self.root.read(f"{DATA}/devices").decode())

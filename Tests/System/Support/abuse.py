@@ -15,21 +15,22 @@ REPAIRER = "/usr/libexec/repair_packages"
 LOG_TOOL = "/usr/bin/log"
 GATE = "/run/keepwell-test/gate"
 
-# In seconds: what memory is free goes back this long after a client has left,
-# and threads that wait for work end by themselves after ten.
+# In seconds: free memory goes back to the system this long after a client has
+# left, and idle threads end by themselves after ten.
 MEMORY_RETURN = 1.5
 REST = 60
 
 
 def sanitized():
-    """Whether the agent was built to find faults; its memory then tells nothing."""
+    """Whether the agent was built with a sanitizer; its memory then says
+    nothing."""
     with open(f"{harness.build_folder}/CMakeCache.txt", encoding="utf-8") as file:
         return any(line.startswith("KEEPWELL_SANITIZE:") and line.strip().partition("=")[2]
                    for line in file)
 
 
 class Watcher:
-    """Asks again and again, as an ordinary client that was there before."""
+    """An ordinary client that was there before and asks again and again."""
 
     def __init__(self, client):
         self._client = client
@@ -59,7 +60,7 @@ class Watcher:
 
 
 class Blocking:
-    """For test cases with a root: requests that wait until they are told."""
+    """For test cases with a root: requests that wait for a signal of the test."""
 
     def block(self, client):
         """Has the client's request wait for a tool until open_gate."""
@@ -77,7 +78,8 @@ class Blocking:
 
 
 class AbuseCase(Blocking, unittest.TestCase):
-    """One agent for all tests of a script: in the end nothing of them is left."""
+    """One agent for all tests of a script. In the end it must keep nothing of
+    them."""
 
     @classmethod
     def begin(cls):
@@ -92,7 +94,7 @@ class AbuseCase(Blocking, unittest.TestCase):
 
     @classmethod
     def begin_with_crowd(cls):
-        """The same, with the memory that misuse alone may not add to."""
+        """The same, and measures the memory that misuse may not add to."""
         cls.begin()
         cls.crowd()
         cls.flood()
@@ -110,7 +112,7 @@ class AbuseCase(Blocking, unittest.TestCase):
 
     @classmethod
     def crowd(cls):
-        """As many clients at once as the agent has threads for."""
+        """As many clients at once as the agent has threads."""
         clients = [cls.root.client() for _ in range(250)]
         serials = [client.send("StartStartupItem", "s", "item") for client in clients]
         for client, serial in zip(clients, serials):
@@ -140,7 +142,7 @@ class AbuseCase(Blocking, unittest.TestCase):
 
     @classmethod
     def warm_up(cls, client):
-        """Everything once, one after the other."""
+        """Does everything once, one after the other."""
         serials = [client.send("Echo", "s", "x" * (5 << 20)) for _ in range(4)]
         for serial in serials:
             client.wait(serial)
@@ -161,8 +163,8 @@ class AbuseCase(Blocking, unittest.TestCase):
         self.wait_for_rest(threads=False)
 
     def wait_for_rest(self, threads):
-        """Until the same process has as many descriptors, children and, when
-        asked for, threads as at the start."""
+        """Waits until the same process has as many descriptors, children and,
+        on demand, threads as at the start."""
         def now():
             counts = self.root.agent_usage().counts
             return {key: counts[key] for key in counts if threads or key != "threads"}
@@ -173,7 +175,7 @@ class AbuseCase(Blocking, unittest.TestCase):
 
     @contextlib.contextmanager
     def others_answered(self):
-        """Others ask during all of this, and get their answers."""
+        """During all of this other clients ask, and get their answers."""
         with Watcher(self.other) as watcher:
             yield watcher
             asked = watcher.answers

@@ -9,9 +9,9 @@ from . import baits, trees
 from .baits import BERTH, BESIDE, FRESH, HARBOUR, ITEM, LEFT, LEVELS, OUTSIDE
 
 _FILES = ("one", "two", "three", "locked")
-# One more branch goes down further than walks keep folders open, so that they
-# have to find their way back; the folder below its top and the one in the
-# harbour change places.
+# One more branch is deeper than the number of folders that a walk keeps open,
+# so that walks have to find their way back. The folder below its top and the
+# one in the harbour change places.
 _LONG_WAY = 9
 
 
@@ -55,7 +55,8 @@ class Outside:
     def __init__(self, root):
         folders = [root.host_path(path)
                    for path in (OUTSIDE, f"{HARBOUR}/before", f"{HARBOUR}/after")]
-        # The harbour's folder that comes and goes is listed between the two.
+        # The harbour's folder, which comes and goes, is between the two in the
+        # listing.
         os.mkdir(root.host_path(HARBOUR))
         self._canaries = [trees.Canaries(folder) for folder in folders]
         watched = [folder for top in folders for folder, _, _ in os.walk(top)]
@@ -80,7 +81,7 @@ class Outside:
 
 
 def _names(events):
-    """Of the items that the events are about."""
+    """The names of the items of the events."""
     names = set()
     while events:
         length, = struct.unpack_from("I", events, 12)
@@ -108,11 +109,12 @@ class Bait:
         self._turns = 0
 
     def pairs(self):
-        """All that changes places, the upper ones first."""
+        """All pairs that change places, the upper ones first."""
         return baits.pairs(self._top)
 
     def ready(self):
-        """To be worked on once more: a new one, or the one that lasted."""
+        """Prepares the bait for the next turn: a new one, or the one that
+        lasted."""
         turn = self._turns % self._LASTING if self._stop else 0
         if turn > 1:
             for item, flags in self._locks:
@@ -167,11 +169,11 @@ class Bait:
         trees.change_flags(item, flags)
 
     def exists(self):
-        """Whether the item is there, if only beside its place."""
+        """Whether the item exists, at its place or beside it."""
         return any(os.path.lexists(self._host(path)) for path in (ITEM, BESIDE))
 
     def clear(self):
-        """Away with all that was put, first out of the attacker's reach."""
+        """Removes everything, and first takes it out of the attacker's reach."""
         left = self._host(LEFT)
         os.mkdir(left)
         for number, path in enumerate((ITEM, BESIDE, BERTH)):

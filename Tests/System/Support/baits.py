@@ -10,7 +10,7 @@ BRANCHES = 6
 # those of the folder outside, so that a walk that is led there finds its way.
 LEVELS = (("", OUTSIDE), ("/inner", f"{OUTSIDE}/inner"),
           ("/inner/deeper", f"{OUTSIDE}/inner/deeper"))
-# A single folder in which all lies that changes places, or none.
+# A single folder around everything that changes places, or none.
 TOPS = ("", "/tree")
 # Names of other tests and of their items outside.
 _OTHERS = ("/tmp/device", "/tmp/link", "/tmp/job-link", "/tmp/moved", f"{BERTH}/d",
@@ -20,18 +20,18 @@ _OTHER_FILES = ("/tmp/job.plist", f"{OUTSIDE}/inner/two", f"{OUTSIDE}/inner/deep
 
 
 def beside(path):
-    """What changes places with a folder or file of a branch."""
+    """The item that changes places with a folder or file of a branch."""
     parent, _, name = path.rpartition("/")
     return f"{parent}/out-{name}"
 
 
 def back(item, top):
-    """What changes places with the berth."""
+    """The item that changes places with the berth."""
     return f"{item}{top}/back/inner"
 
 
 def exchanged(item, top):
-    """All that changes places with a link, and where the link leads."""
+    """All items that change places with a link, and the target of the link."""
     for branch in range(BRANCHES):
         for level, target in LEVELS:
             yield f"{item}{top}/{branch}{level}", target
@@ -39,7 +39,7 @@ def exchanged(item, top):
 
 
 def pairs(top):
-    """All that changes places, the upper ones first."""
+    """All pairs that change places, the upper ones first."""
     found = [ITEM, BESIDE, back(ITEM, top), BERTH]
     for path, _ in exchanged(ITEM, top):
         found += [path, beside(path)]

@@ -30,7 +30,7 @@ class Broker:
         self._systemd = None
 
     def serve(self):
-        """Once it accepts clients."""
+        """Returns once it accepts clients."""
         socket_path = self._root.host_path(self._socket_path)
         os.chmod(socket_path, 0o666)  # as systemd makes it
         self._systemd = Systemd(self._root, socket_path)
@@ -73,8 +73,8 @@ class Journal:
 
 
 class Systemd:
-    """The little of systemd that the launcher uses: it starts programs, tells
-    that the job is done, and tells when a program has failed."""
+    """The part of systemd that the launcher uses: it starts programs, reports
+    that the job is done, and reports when a program has failed."""
 
     def __init__(self, root, socket_path):
         self._root = root
@@ -120,7 +120,8 @@ class Systemd:
         job = f"{_PATH}/job/{number}"
         self._send(REPLY, reply, "o", job)
         argv = self._transient(properties[0]) if properties else self._installed(unit)
-        # Standard error of a service is the journal's, and so the bus's log.
+        # The standard error of a service goes to the journal, and so to the
+        # bus's log.
         with open(self._root.host_path(f"{self._root.folder}/log"), "ab") as log:
             program = self._root.popen(argv, stdout=log, stderr=log,
                                        env=self._environment())

@@ -81,17 +81,17 @@ class CallFailed(Exception):
 
 
 class PrivateBus:
-    """Runs commands as they are; ThrowAwayRoot runs them elsewhere."""
+    """Runs commands directly; ThrowAwayRoot runs them in its root."""
 
     def __init__(self, folder, descriptor_limit=None):
-        self.folder = folder  # as the commands see it
+        self.folder = folder  # the path for the commands
         self._daemon = None
         self._clients = []
         self.descriptor_limit = descriptor_limit
-        self.agent_prefix = ""  # words before the path of the agent, and a blank
+        self.agent_prefix = ""  # arguments before the path of the agent, and a blank
         self.address = f"unix:path={folder}/bus"
 
-    # What ThrowAwayRoot replaces.
+    # Members that ThrowAwayRoot replaces.
     def host_path(self, path):
         return path
 
@@ -138,7 +138,7 @@ class PrivateBus:
         self.run_daemon(f"{self.folder}/bus", f"--config-file={self.folder}/bus.conf")
 
     def run_daemon(self, path, *words):
-        """The bus itself, with its socket at the path."""
+        """Starts the bus itself, with its socket at the path."""
         with open(self.host_path(f"{self.folder}/log"), "ab") as log:
             if harness.broker:
                 self._daemon = Broker(self, path, log, words)
@@ -151,7 +151,7 @@ class PrivateBus:
 
     def _confined(self, agent):
         """The command that starts the agent, within the limits of its unit if
-        the test was asked to run so."""
+        the test runs with --unit."""
         if not harness.unit:
             return agent
         for source, name in ((os.path.join(os.path.dirname(__file__), "confine.py"), "confine.py"),
@@ -166,7 +166,8 @@ class PrivateBus:
         if self._daemon:
             self._daemon.terminate()
             self._daemon.wait()
-        # The agent ends when its bus does; a test that hung it must not hang here.
+        # The agent ends with its bus; a hanging agent must not make the test
+        # hang here.
         if pid:
             try:
                 wait_until(lambda: not is_running(pid), 5)
@@ -199,7 +200,7 @@ class PrivateBus:
         return Reply(json.loads(done.stdout)["data"] if done.stdout.strip() else [])
 
     def gdbus(self, member, *arguments):
-        """What gdbus prints for the reply, or its error as CallFailed. Each
+        """The output of gdbus for the reply, or its error as CallFailed. Each
         argument is in the notation of that program."""
         done = self.run(["gdbus", "call", "--address", self.address, "--dest", NAME,
                          "--object-path", PATH, "--method", f"{INTERFACE}.{member}", "--",
@@ -215,11 +216,11 @@ class PrivateBus:
         return client
 
     def client_of(self, user, **options):
-        """The same for a user, by number. Not while other threads look up
-        paths or need root."""
+        """The same for another user, by number. Do not call it while other
+        threads look up paths or need root."""
         folder = os.open(".", os.O_RDONLY)
         try:
-            # The way there is root's alone.
+            # Only root can pass the folders above.
             os.chdir(self.host_path(self.folder))
             os.seteuid(user)
             client = RawClient("bus", NAME, PATH, INTERFACE, **options)

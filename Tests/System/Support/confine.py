@@ -54,7 +54,7 @@ def directives(path):
 
 
 class Filter:
-    """A seccomp filter; loaded ones add up, the strictest answer counts."""
+    """A seccomp filter. Loaded filters add up, and the strictest answer counts."""
 
     class Comparison(ctypes.Structure):
         _fields_ = [("argument", ctypes.c_uint), ("operator", ctypes.c_int),
@@ -97,7 +97,7 @@ def allowed_calls(unit):
     for line in unit["SystemCallFilter"]:
         names = calls_of(line.lstrip("~").split())
         allowed = allowed - names if line.startswith("~") else allowed | names
-    # What systemd always lets pass.
+    # The calls that systemd always permits.
     return allowed | calls_of(["@default"])
 
 

@@ -1,4 +1,4 @@
-"""The agent with a library before it that has single calls fail."""
+"""The agent with a preloaded library that makes single calls fail."""
 import mmap
 import os
 import struct
@@ -22,10 +22,10 @@ class FaultyRoot(ThrowAwayRoot):
         self.agent_prefix = f"env LD_PRELOAD={library} KEEPWELL_FAULTS={_PATH} "
 
     def environment(self):
-        # A sanitizer's own library would be the first otherwise.
+        # Otherwise a sanitizer's own library would be the first.
         usual = super().environment()
         options = usual.get("ASAN_OPTIONS", "")
-        # Nor does it know the library's allocations.
+        # The sanitizer does not know the library's allocations either.
         options += ":verify_asan_link_order=0:alloc_dealloc_mismatch=0"
         return {**usual, "ASAN_OPTIONS": options.strip(":")}
 
@@ -41,13 +41,13 @@ class Faults:
         self._memory = memory
 
     def arm(self, fail_at=0, error=0, name=""):
-        """From now on calls are counted; the one of that number, from one, fails.
+        """Counts calls from now on; the one of that number, from one, fails.
         With a name only those calls count for the number."""
         self._arm(fail_at, error, name.encode(), 0, False)
 
     def arm_allocations(self, fail_at=0, of_the_bus=False):
-        """The allocation of that number fails: of the threads that work on
-        requests, or of the one that talks to the bus."""
+        """Makes the allocation of that number fail, of the threads that work on
+        requests or of the one that talks to the bus."""
         self._arm(0, 0, b"", fail_at, of_the_bus)
 
     def _arm(self, *values):
@@ -66,7 +66,7 @@ class Faults:
 
     @property
     def allocations(self):
-        """How many were counted since it was armed."""
+        """The number of allocations since it was armed."""
         return struct.unpack_from("=I", self._memory, 20)[0]
 
 
@@ -91,9 +91,9 @@ class FaultTestCase(unittest.TestCase):
         return processes.memory(self.pid)
 
     def wait_until_held(self, before):
-        """Nothing may be left over. Requests wander between the threads of a
-        pool, so that one or two more may be waiting for work; not with each
-        request another."""
+        """Waits until the process has no more than before. Requests change
+        between the threads of a pool, so one or two more threads may be waiting
+        for work, but not another with each request."""
         most = before[0], before[1] + 2, set()
         try:
             wait_until(lambda: all(now <= then for now, then in zip(self.held(), most)), 5)

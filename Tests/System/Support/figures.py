@@ -15,7 +15,7 @@ def each(counts):
 
 
 def memory(size):
-    """Of so many bytes."""
+    """The text for so many bytes."""
     if size < 1 << 10:
         return "none"
     return f"{size >> 10:,} KiB" if size < 1 << 20 else f"{size / (1 << 20):.1f} MiB"

@@ -13,7 +13,8 @@ SKIPPED = 77
 PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 _SOURCE = os.path.abspath(f"{__file__}/../../../..")
 _INSIDE = "KEEPWELL_TEST_NAMESPACE"
-# Of the caller's environment only what speaks to the tests and the sanitizers.
+# The variables of the caller's environment for the tests and the sanitizers;
+# all others are dropped.
 _KEPT = re.compile(r"(KEEPWELL_\w+|[A-Z]+SAN_OPTIONS)\Z")
 
 
@@ -28,8 +29,8 @@ def end_skipped(reason):
 
 
 def tell_skipped(tests):
-    """Of a script of which the rest was run, which ctest counts as passed; for
-    Scripts/run-tests."""
+    """Prints the skipped tests of a script whose other tests ran, which ctest
+    counts as passed; for Scripts/run-tests."""
     if path := os.environ.get("KEEPWELL_SKIPPED"):
         with open(path, "a", encoding="utf-8") as file:
             file.writelines(f"left out: {test}: {reason}\n" for test, reason in tests)
@@ -50,15 +51,16 @@ def skip_if_sanitized(reason):
 
 
 def make_environment():
-    """The same environment on every machine, for the test and all that it runs."""
+    """Makes the same environment on every machine, for the test and its
+    programs."""
     kept = {name: value for name, value in os.environ.items() if _KEPT.match(name)}
     os.environ.clear()
     os.environ.update(kept, PATH=PATH, HOME="/nonexistent", LANG="C.UTF-8")
 
 
 def enter_namespace():
-    """Goes on in mount and process namespaces of its own, so that nothing
-    mounted or started here outlives the test."""
+    """Continues in mount and process namespaces of its own, so that no mount
+    and no process of the test outlives it."""
     if os.environ.get(_INSIDE):
         machine.replace_tmp([_SOURCE, build_folder])
         return

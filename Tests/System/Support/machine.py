@@ -43,7 +43,7 @@ def replace_tmp(kept):
             for path in map(os.path.realpath, kept) if path.startswith("/tmp/")]
     mount("-t", "tmpfs", "-o", "mode=1777", "tmpfs", "/tmp")
     for path, folder in held:
-        if not os.path.isdir(path):  # one may lie in the other
+        if not os.path.isdir(path):  # one may be within the other
             os.makedirs(path)
             # By the descriptor, since the name is now another folder's.
             subprocess.run(["mount", "--no-canonicalize", "--bind", f"/proc/self/fd/{folder}",
@@ -87,9 +87,9 @@ def _look_at_tmp():
 
 
 def mask():
-    """For tests without a root of their own: nothing of the machine is at the
-    agent's fixed paths, so that no request can run or remove it. In mount
-    namespaces of their own."""
+    """Hides everything at the agent's fixed paths, for tests without a root of
+    their own, so that no request can run or remove it. Call it in private mount
+    namespaces."""
     for path in (*ABSENT, "/etc/xdg/autostart"):
         if os.path.isdir(path):
             mount("-t", "tmpfs", "tmpfs", path)
@@ -98,7 +98,7 @@ def mask():
 
 
 def within(root, path):
-    """Where a path of the root is seen from outside, links of its folders
+    """The path outside of the root for a path in it, with links of its folders
     resolved within the root."""
     assert path.startswith("/")
     where = ""
@@ -118,9 +118,9 @@ def within(root, path):
 
 
 def hide(upper, lower):
-    """Prepares the upper folder of an overlay, so that nothing shows of what
-    machines have or have not. The lower folder is a machine's root, "" for
-    that of this one."""
+    """Prepares the upper folder of an overlay that hides everything that
+    differs between machines. The lower folder is a machine's root, "" for that
+    of this one."""
     found = [path.removeprefix(lower) for pattern in _INSTALLED
              for path in glob.glob(lower + pattern)]
     for path in [*ABSENT, *found]:
@@ -134,8 +134,8 @@ def hide(upper, lower):
 
 
 def _place(upper, lower, path):
-    """Where the overlay's upper folder has the item. The folders above it are
-    made there as they are in the lower one."""
+    """The item's place in the overlay's upper folder. Makes the folders above
+    it with the attributes of the lower ones."""
     path = within(lower, path).removeprefix(lower)
     made = ""
     for part in path.split("/")[1:-1]:

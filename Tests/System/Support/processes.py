@@ -8,7 +8,7 @@ GONE = (FileNotFoundError, ProcessLookupError)
 
 
 def text(pid, name):
-    """Of a file below /proc/PID, "" when the process has ended."""
+    """The text of a file below /proc/PID, "" when the process has ended."""
     try:
         with open(f"/proc/{pid}/{name}", encoding="utf-8", errors="replace") as file:
             return file.read()
@@ -17,7 +17,7 @@ def text(pid, name):
 
 
 def fields(pid):
-    """Those of its status by their names, none when it has ended."""
+    """The fields of its status by their names, empty when it has ended."""
     return dict(line.split(":\t", 1) for line in text(pid, "status").splitlines() if ":\t" in line)
 
 
@@ -27,14 +27,14 @@ def memory(pid, name="VmRSS"):
 
 
 def listing(pid, name):
-    """Of a folder below /proc/PID, empty when the process has ended."""
+    """The names in a folder below /proc/PID, empty when the process has ended."""
     with contextlib.suppress(*GONE):
         return os.listdir(f"/proc/{pid}/{name}")
     return []
 
 
 def descriptors(pid):
-    """How many it has open."""
+    """The number of its open descriptors."""
     return len(listing(pid, "fd"))
 
 
@@ -43,7 +43,7 @@ def threads(pid):
 
 
 def children(pid):
-    """Of all its threads."""
+    """The children of all its threads."""
     return {int(child) for thread in threads(pid)
             for child in text(pid, f"task/{thread}/children").split()}
 
@@ -55,8 +55,8 @@ def is_running(pid):
 
 
 def is_still(pid):
-    """Whether no thread of it runs, as some time after SIGSTOP was sent: a
-    system call may end first. True as well when it has ended."""
+    """Whether no thread of it runs. After SIGSTOP that takes some time, since a
+    system call may end first. True also when it has ended."""
     states = [text(pid, f"task/{thread}/stat").rpartition(")")[2].split()
               for thread in threads(pid)]
     return all(not state or state[0] in "TZX" for state in states)

@@ -60,7 +60,8 @@ class Writer:
         self.data += bytes([len(value)]) + value.encode() + b"\0"
 
     def value(self, kind, value):
-        """Of any type. A variant is given as its type and its value."""
+        """Writes a value of any type. A variant is a pair of its type and its
+        value."""
         first = kind[0]
         if first in "so":
             self.text(value)
@@ -267,7 +268,7 @@ class RawClient:
         return self.wait(self.send(member, signature, *arguments, **options))
 
     def end(self):
-        """Sends nothing more, and reads until the bus closes the connection."""
+        """Ends the sending side, and reads until the bus closes the connection."""
         with contextlib.suppress(OSError):
             self._socket.shutdown(socket.SHUT_WR)
             while self._socket.recv(1 << 16):

@@ -2,8 +2,8 @@
 that differ between machines, with the agent and its bus above it. All changes
 in it are gone afterwards.
 
-/root of it lies on a small ext4 of its own, so that flags, folder sizes and
-the Trash are those of a usual disk."""
+Its /root is on a small ext4 of its own, so that flags, folder sizes and the
+Trash are those of a usual disk."""
 import itertools
 import os
 import shlex
@@ -38,7 +38,7 @@ class ThrowAwayRoot(PrivateBus):
         self.root = None
 
     def __enter__(self):
-        # In the test's own /tmp, which goes with it however it ends.
+        # In the test's own /tmp, which disappears at any end of the test.
         self._base = tempfile.mkdtemp(prefix="keepwell-root-", dir="/tmp")
         try:
             self._mount_all()
@@ -88,7 +88,7 @@ class ThrowAwayRoot(PrivateBus):
             os.makedirs(self.root + folder)
 
     def _make_devices(self):
-        # Nodes of its own, so that even removing them all is harmless.
+        # Nodes of its own, so that even removing all of them is harmless.
         folder = f"{self.root}/dev"
         mount("-t", "tmpfs", "-o", "mode=755", "tmpfs", folder)
         for name, minor in (("null", 3), ("zero", 5), ("full", 7), ("random", 8), ("urandom", 9)):
@@ -122,7 +122,7 @@ class ThrowAwayRoot(PrivateBus):
         return ["chroot", self.root, *argv]
 
     def host_path(self, path):
-        """Where a path of the root is seen from outside."""
+        """The path outside of the root for a path in it."""
         return machine.within(self.root, path)
 
     # Files of the root.
@@ -145,7 +145,8 @@ class ThrowAwayRoot(PrivateBus):
         return path
 
     def read(self, path):
-        """Of a file, never through a link, which would lead out of the root."""
+        """The content of a file. Follows no link, which would lead out of the
+        root."""
         with open(self.host_path(path), "rb", opener=_open_no_link) as file:
             return file.read()
 
@@ -165,7 +166,7 @@ class ThrowAwayRoot(PrivateBus):
         subprocess.run(["chattr", flags, *map(self.host_path, paths)], check=True)
 
     def empty(self, path=DATA):
-        """Puts a fresh folder in place of another, flags or not."""
+        """Puts a fresh folder in place of another, which may hold locked items."""
         host = self.host_path(path)
         subprocess.run(["chattr", "-R", "-f", "-ia", host], check=False, capture_output=True)
         shutil.rmtree(host, ignore_errors=True)
@@ -173,8 +174,8 @@ class ThrowAwayRoot(PrivateBus):
 
     # Tools at the paths where the agent looks for them.
     def stand_in(self, path, stdout="", stderr="", status=0, script=""):
-        """Puts a program at the path that notes its arguments, runs the lines
-        of the shell script, prints and exits as told."""
+        """Puts a program at the path that records its arguments, runs the lines
+        of the shell script, prints the texts and exits with the status."""
         text = ["#!/bin/sh",
                 f'printf "%s\\0" "$#" {shlex.quote(path)} "$@" >> {_LOG}']
         if script:

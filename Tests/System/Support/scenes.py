@@ -44,7 +44,8 @@ class Scene:
             if error.name != "org.freedesktop.DBus.Error.Failed":
                 raise
             flag = False
-        # Some answer before they are done; this comes after it.
+        # Some members answer before they are done; this call returns after
+        # them.
         client.call("Echo", "s", "done")
         return flag
 
@@ -67,7 +68,7 @@ def hidden(folder):
 
 
 class TreeScene(Scene):
-    """A small tree with something of everything."""
+    """A small tree with an item of each kind."""
     place = NEAR
 
     def __init__(self, root):
@@ -132,7 +133,7 @@ class LockedRemoval(Removal):
 
 
 class SharedRemoval(Removal):
-    """One that several threads have a part in."""
+    """A removal in which several threads take part."""
 
     def furnish(self, item):
         for number in range(30):
@@ -253,7 +254,7 @@ class MoveLabelledAcross(MoveFileAcross):
     def complaint(self, flag, failed=None):
         if self.state(self.target) == "whole":
             names = os.listxattr(self.host(self.target))
-            # A volume that has none keeps none.
+            # A volume without attributes keeps none.
             if self.note not in names and failed not in ("listxattr", "setxattr"):
                 return f"{names} after {failed}"
             if self.access in names and failed != "listxattr":
@@ -308,7 +309,7 @@ class Overrides(Edit):
 
     def complaint(self, flag, failed=None):
         content = self.content()
-        # A database that cannot be read holds nothing that could be removed.
+        # In a database that cannot be read there is nothing to remove.
         expected = {True: [self.new, *([self.old] if failed in READING else [])],
                     False: [self.old], None: [self.old, self.new]}
         return "" if content in expected[flag] else f"{flag}, but {content!r:.60}"
@@ -331,12 +332,12 @@ class Configuration(Edit):
         content, backup = self.content(), self.content(self.backup)
         if backup not in (None, self.older, self.old):
             return f"a backup of {backup!r:.60}"
-        # One that cannot be read counts as empty; the backup has it then.
+        # An unreadable file counts as empty; the backup then has its content.
         if content == b"" and failed in READING and backup == self.old:
             return ""
         good = content in ({True: [self.new], False: [self.old],
                             None: [self.old, self.new]}[flag])
-        # Seen as missing, it is answered before it is edited.
+        # When the file seems to be missing, the answer comes before the edit.
         if not good and flag and failed == "stat":
             good = content == self.old
         return "" if good else f"{flag}, but {content!r:.60}, backup {backup!r:.60}"
@@ -388,12 +389,12 @@ PLAUSIBLE = {
     "sendmsg": [errno.EAGAIN, errno.EINTR, HALF],
     "recvmsg": [errno.EAGAIN, errno.EINTR, HALF],
 }
-# Those that the thread of the bus makes, as often as it happens to be woken.
+# The calls of the thread of the bus, whose number varies.
 OF_THE_BUS = {"poll", "sendmsg", "recvmsg"}
 
 
 def places(calls):
-    """Each call as its name and its number among those of that name."""
+    """The name of each call and its number among those of that name."""
     seen = {}
     for name in calls:
         seen[name] = seen.get(name, 0) + 1

@@ -16,13 +16,14 @@ class ServicesTestCase(unittest.TestCase):
         self.root.forget_calls()
 
     def flag(self, member, path, expected=True, archs=None):
-        """Asks with the path alone, or with the architectures too, and checks the answer's flag."""
+        """Asks with the path, and with the architectures if given, and checks
+        the answer's flag."""
         arguments = ("s", path) if archs is None else ("sas", path, list(archs))
         reply = self.root.busctl(member, *arguments)
         self.assertIsNone(reply.error)
         self.assertEqual(reply.flag, expected, f"{member} {path}")
 
     def assert_calls(self, *expected):
-        """These tools ran, with these words, since the last time."""
+        """Checks the tools that ran, with these arguments, since the last time."""
         self.assertEqual(self.root.calls(), [list(line) for line in expected])
         self.root.forget_calls()

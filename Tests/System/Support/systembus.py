@@ -1,6 +1,6 @@
 """The host's own kind of bus in the throw-away root: dbus-daemon with the
 distribution's configuration, its unprivileged user and its setuid helper that
-starts services, and people who may or may not use it."""
+starts services, and users with and without access."""
 import os
 import subprocess
 
@@ -15,7 +15,7 @@ _NUMBERS = {MEMBER: 64201, OUTSIDER: 64202}
 
 
 class SystemBusRoot(ThrowAwayRoot):
-    """With install=True, what `cmake --install` puts there is in place when the
+    """With install=True, the files of `cmake --install` are in place when the
     bus starts, and the group has its member."""
 
     def __init__(self, install=True, **options):
@@ -51,12 +51,12 @@ class SystemBusRoot(ThrowAwayRoot):
         return done.stdout.decode(errors="replace")
 
     def client_of(self, user, **options):
-        """A connection with the rights of a fresh login of the user, which must
-        not have to start the agent."""
+        """A connection with the rights of a fresh login of the user. The agent
+        must be running already."""
         number = _NUMBERS.get(user, 0)
         groups = [int(each) for each in self.check(["id", "-G", user]).split()]
         here, former = os.open(".", os.O_RDONLY), os.getgroups()
-        os.chdir(self.host_path(os.path.dirname(SOCKET)))  # only root could walk there
+        os.chdir(self.host_path(os.path.dirname(SOCKET)))  # only root can pass the folders above
         os.setgroups(groups)
         os.seteuid(number)
         try:

@@ -19,7 +19,7 @@ SEEING = {"access", "faccessat"}
 WAITING = {"waitpid", "nanosleep", "pidfd_open", "read-pipe", "write-pipe"}
 
 
-# What tools print is long, so that reading it takes allocations of its own.
+# The tools print much, so that reading it takes allocations of its own.
 WORDS = "more words\n" * 500
 DICTIONARY = "{\\n" + '\\t"Key" = "value";\\n' * 300 + "};\\n"
 
@@ -29,8 +29,8 @@ def without_one(lines):
 
 
 class ToolScene(Scene):
-    """Tools are run one after the other, and their statuses are the answer."""
-    tools = {}  # how each stands in for the real one
+    """Runs tools one after the other; their statuses are the answer."""
+    tools = {}  # the stand-in of each tool
     always = False  # whether the answer is a yes for any status
 
     def prepare(self):
@@ -43,7 +43,7 @@ class ToolScene(Scene):
         raise NotImplementedError
 
     def runs(self, failed):
-        """All that may be the runs when a call of that name failed."""
+        """All possible runs of tools when a call of that name failed."""
         return [self.lines(), *(without_one(self.lines()) if failed in LAUNCHING else [])]
 
     def complaint(self, flag, failed=None):
@@ -136,7 +136,8 @@ class EraseLogs(ToolScene):
         *others, (domain, code, info) = flag
         if (others, domain, code) != (["", -1, ""], "org.keepwell.taskRunner", 0) or not info:
             return f"{flag} after {made}"
-        # One that seems to be no program is answered before it is tried.
+        # A tool that does not seem to be a program gets an answer before the
+        # attempt.
         return "" if failed in LAUNCHING and (made == [] or failed in SEEING) else f"{flag}"
 
 
@@ -164,7 +165,7 @@ class EraseStore(ToolScene):
 
 
 class RepairPermissions(ToolScene):
-    """A tool that is not started is an error of the bus."""
+    """When the tool does not start, the answer is an error of the bus."""
     member = "RepairPermissions"
     scratch = "/run/keepwell-test/pid"
     tool = "/usr/libexec/repair_packages"
@@ -185,8 +186,8 @@ class RepairPermissions(ToolScene):
 
 
 def launchctl(listed="", unloaded="", loading=0):
-    """One that knows the job when it lists something, and says and ends as told
-    when it unloads and loads."""
+    """A stand-in that knows the job if it lists something, and prints and exits
+    as given when it unloads and loads."""
     return {LAUNCHCTL: {"script": "case $1 in\n"
                                   f"list) printf '{listed}' ;;\n"
                                   f"unload) printf '{unloaded}' ;;\n"
@@ -200,7 +201,7 @@ class JobScene(ToolScene):
     plist = f"{DATA}/{JOB}.plist"
     arguments = (plist,)
     words = ()
-    unread = unstarted = ()  # the words of launchctl that may be left, then
+    unread = unstarted = ()  # the arguments of launchctl that may be left, then
 
     def prepare(self):
         super().prepare()
@@ -245,7 +246,7 @@ class DisableAbsentJob(JobScene):
 
 
 class DisableStubbornJob(JobScene):
-    """launchctl has something to say: that is a failure."""
+    """launchctl prints something, which is a failure."""
     member = "DisableLaunchdAgentAtPath"
     tools = launchctl(listed=DICTIONARY, unloaded=WORDS)
     usual = False
@@ -277,7 +278,7 @@ class EnableBadJob(EnableJob):
 
 
 class EnableLoadedJob(JobScene):
-    """Whom the first question fails is asked again."""
+    """The agent asks again after a failure of the first question."""
     member = "EnableLaunchdAgentAtPath"
     tools = launchctl(listed=DICTIONARY)
     words = ("list",)
@@ -332,7 +333,7 @@ class RemoveKext(Removal):
 
 
 class SlimBinary(ToolScene):
-    """The binary is there as it was, or as it should be; or beside its place."""
+    """The binary is unchanged, or slimmed; or beside its place."""
     member = "SlimBinaryWithPath"
     signature = "sas"
     path = f"{DATA}/binary"
@@ -363,7 +364,7 @@ class SlimBinary(ToolScene):
 
 class GlobalItems(Scene):
     """Two entries of the program go, by its path and by its name, and one
-    stays. The removal of the last one is the answer."""
+    stays. The removal of the last one decides."""
     member = "RemoveGlobalLoginItemForAppWithPath"
     folder = "/etc/xdg/autostart"
     app = f"{DATA}/app"

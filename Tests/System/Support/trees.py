@@ -33,7 +33,7 @@ def flags_of(path):
 
 
 def set_flags(path, flags):
-    """Locks an item, or unlocks it; the volume's own flags stay as they are."""
+    """Locks an item, or unlocks it; the volume's own flags stay unchanged."""
     item = os.open(path, os.O_RDONLY | os.O_NOFOLLOW | os.O_NONBLOCK)
     try:
         change_flags(item, flags)
@@ -49,7 +49,7 @@ def change_flags(item, flags):
 
 
 def require_flags(item):
-    """For tests that cannot go on where items cannot be locked."""
+    """Skips a test that needs locked items if the volume has none."""
     try:
         set_flags(item, 0)
     except OSError as error:
@@ -59,7 +59,7 @@ def require_flags(item):
 
 
 def inotify(path, events):
-    """A descriptor that can be read once one of the events came about."""
+    """A descriptor that can be read once one of the events has occurred."""
     watch = _LIBRARY.inotify_init1(os.O_NONBLOCK | os.O_CLOEXEC)
     if _LIBRARY.inotify_add_watch(watch, os.fsencode(path), events) < 0:
         raise OSError(ctypes.get_errno(), path)
@@ -143,7 +143,7 @@ class Portrait:
 
 
 class Canaries:
-    """A folder outside, of every kind of item, locked ones among them."""
+    """A folder outside with items of every kind, locked ones included."""
 
     def __init__(self, folder):
         self._folder = folder
@@ -190,8 +190,8 @@ class Canaries:
 
 
 class Attack:
-    """A process in the root that works against the agent as long as the block
-    lasts. It is led by links to where the agent would be led."""
+    """A process in the root that works against the agent during the block.
+    Links lead it to the same places as the agent."""
 
     def __init__(self, root, *arguments):
         self._root = root
@@ -206,8 +206,8 @@ class Attack:
         return self
 
     def keep_apart(self, pid):
-        """Gives the attacker a processor that the process with all its threads
-        stays off, so that neither ever waits for the other."""
+        """Keeps the process with all its threads off one processor and gives
+        that to the attacker, so that neither ever waits for the other."""
         processors = sorted(os.sched_getaffinity(0))
         if len(processors) > 1:
             os.sched_setaffinity(self._process.pid, processors[-1:])
@@ -225,7 +225,7 @@ class Attack:
 
 
 def fill_volume(folder):
-    """Until not a byte more goes in."""
+    """Fills the volume to the last byte."""
     with open(f"{folder}/ballast", "wb", buffering=0) as file:
         for size in (1 << 16, 1 << 12, 1):
             try:
@@ -235,7 +235,7 @@ def fill_volume(folder):
                 pass
 
 
-# The makers. Each is given the path of a folder that does not exist yet.
+# The makers. Each gets the path of a folder that does not exist yet.
 def _file(path, content=b"content"):
     with open(path, "wb") as file:
         file.write(content)
@@ -396,7 +396,7 @@ BUSY_MOST = 2 * BUSY_LEAST
 
 
 def busy_folders(item):
-    """For an attacker to work in."""
+    """Folders for an attacker to work in."""
     _common(item)
     for folder in range(_BUSY_FOLDERS):
         os.makedirs(f"{item}/{folder}/wanderer-home/wanderer" if folder == 0
@@ -432,12 +432,12 @@ def busy_lost(*places):
 
 
 def homes(item):
-    """For the attacks churn and shuffle."""
+    """The folders for the attacks churn and shuffle."""
     return [f"{item}/{folder}/wanderer-home" for folder in range(_BUSY_FOLDERS)]
 
 
 def clear(item):
-    """Away with it, mounts, flags and all."""
+    """Removes it, with its mounts and flags."""
     if not os.path.lexists(item):
         return
     unmount_below(item)
