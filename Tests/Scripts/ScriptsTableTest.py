@@ -1,0 +1,30 @@
+#!/usr/bin/env python3
+"""CONTRIBUTING.md lists each script, and each script says what it does."""
+import os
+import pathlib
+import re
+import unittest
+
+SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
+ROW = re.compile(r"^\| `Scripts/([\w-]+)", re.MULTILINE)
+
+
+class ScriptsTableTest(unittest.TestCase):
+    def setUp(self):
+        self.scripts = sorted(path.name for path in (SOURCE / "Scripts").iterdir()
+                              if path.is_file())
+
+    def test_the_table_lists_each_script_once(self):
+        text = (SOURCE / "CONTRIBUTING.md").read_text(encoding="utf-8")
+        self.assertEqual(sorted(ROW.findall(text)), self.scripts)
+
+    def test_each_script_can_be_run_and_begins_with_its_purpose(self):
+        for name in self.scripts:
+            path = SOURCE / "Scripts" / name
+            self.assertTrue(os.access(path, os.X_OK), name)
+            self.assertRegex(path.read_text(encoding="utf-8"),
+                             r'\A#!/usr/bin/env (bash\n# |python3\n""")[A-Z]', name)
+
+
+if __name__ == "__main__":
+    unittest.main()
