@@ -26,7 +26,7 @@ def text(words):
 
 
 def word(words):
-    """As words behind a macro, none of them a macro itself."""
+    """As arguments of a macro, none of them a macro itself."""
     return " ".join("\\&" + each for each in words.replace("\\", "\\e").split())
 
 

@@ -1,5 +1,5 @@
 // A library taken out of a colon-separated list: the library on the first
-// line, the list behind it.
+// line, the list after it.
 #include "Additions/NSStringAdditions.h"
 #include "Support/FuzzInput.h"
 

@@ -1,4 +1,4 @@
-// The command with an agent that answers as the test says.
+// The command with an agent whose answers the test sets.
 #pragma once
 
 #include "CommandLine/CommandLine.h"
@@ -16,7 +16,7 @@ using Strings = std::vector<std::string>;
 
 // The answers of these tests' agent.
 struct Record {
-  bool success = true; // turned for the Trash, as the agent does
+  bool success = true; // inverted for the Trash, as the agent does
   std::optional<NS::Error> error;
   std::int64_t size = 0;
   std::optional<std::string> echo; // in place of the text sent

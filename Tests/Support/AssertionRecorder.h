@@ -1,5 +1,5 @@
-// An assertion handler that notes what failed and returns, for as long as it
-// lives.
+// An assertion handler that records failures and returns. In force during its
+// life.
 #pragma once
 
 #include "Foundation/AssertionHandler.h"

@@ -15,7 +15,7 @@
 
 namespace kwtest {
 
-// How long each race is run, in seconds; longer where it is asked for.
+// The length of each race, in seconds; longer on demand.
 inline std::chrono::duration<double> raceDuration() {
   const char *seconds = std::getenv("KEEPWELL_RACE_SECONDS");
   return std::chrono::duration<double>(seconds ? std::atof(seconds) : 3.0);

@@ -15,8 +15,9 @@ public:
   std::ostringstream err;
   std::string input; // on standard input
 
-  // The words behind the program's name; its exit status. Of the surroundings
-  // the three streams are this object's; all tools are there unless it says so.
+  // Runs the command with these arguments and returns its exit status. The
+  // three streams are this object's; all tools exist unless the surroundings
+  // say otherwise.
   int operator()(const std::vector<std::string> &words, kw::Surroundings surroundings) {
     std::vector<const char *> arguments{"keepwell"};
     for (const std::string &word : words)

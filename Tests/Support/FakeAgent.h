@@ -23,10 +23,11 @@ public:
   using Answer = std::variant<NS::XPCValues, kw::ClientError>;
   using Handler = std::function<Answer(const kw::AgentMessage &message)>;
 
-  // Without a handler every request gets what suits its kinds, with YES and
-  // without errors.
+  // Without a handler every request gets a reply of the right kinds, with YES
+  // and without errors.
   explicit FakeAgent(Handler handler = nullptr) : handler_(std::move(handler)) {}
-  // Waits until no client uses it: one that went in a callback is gone later.
+  // Waits until no client uses it: one that was destroyed in a callback is gone
+  // later.
   ~FakeAgent() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return open_ == 0; });
@@ -72,7 +73,7 @@ public:
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return cancelsAsked_ >= count; });
   }
-  // Sent before the reply to each request that has progress.
+  // Sends these before the reply to each request that has progress.
   void setChunks(std::vector<std::string> chunks) {
     std::lock_guard lock(mutex_);
     chunks_ = std::move(chunks);
@@ -131,7 +132,7 @@ public:
     handler_ = std::move(handler);
   }
 
-  // What suits the kinds that a message asks for.
+  // A reply of the kinds that a message asks for.
   static NS::XPCValues usualReply(const kw::AgentMessage &message) {
     NS::XPCValues values;
     for (NS::XPCKind kind : message.replyKinds)

@@ -29,7 +29,7 @@ public:
   };
   std::vector<Step> steps;
   bool refuses = false;         // open fails
-  int failure = 0;              // why the walk was given up behind the last step
+  int failure = 0;              // the reason why the walk is given up after the last step
   bool raisesOnClose = false;   // close raises
   std::function<void()> onRead; // called before each entry
   int opened = 0;

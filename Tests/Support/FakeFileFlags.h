@@ -1,5 +1,4 @@
-// File flags kept in a table: items are as the test says, and each call is
-// noted.
+// File flags in a table of the test. Records each call.
 #pragma once
 
 #include "Foundation/FileFlags.h"

@@ -23,7 +23,7 @@ using kw::KWBoolConditionalLock;
 using kw::KWConditionalLock;
 using NS::Number;
 
-// Comes back when so many threads are recorded as waiting.
+// Returns when so many threads are recorded as waiting.
 void untilWaiting(const KWConditionalLock &lock, std::size_t count) {
   while (lock.groupsToLeaveOnUnlock().size() < count)
     std::this_thread::yield();
@@ -83,7 +83,7 @@ TEST(KWBoolConditionalLock, waitsHalfASecondByTheClockOnTheWall) {
   lock->setBoolValue(true);
   auto start = std::chrono::steady_clock::now();
   lock->waitForUnlockWithTimeout(0.5);
-  // The two clocks may run a little apart; how late it comes is the host's.
+  // The two clocks may run a little apart; the host decides how late it comes.
   EXPECT_GE(std::chrono::steady_clock::now() - start, 400ms);
   EXPECT_TRUE(lock->isLocked());
 }

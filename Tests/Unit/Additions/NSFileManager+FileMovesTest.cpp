@@ -30,7 +30,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-// Notes the steps of a move and answers them as it is told, touching nothing.
+// Records the steps of a move, returns the results that the test sets, and
+// changes nothing.
 class StepRecorder : public ForwardingFileManager {
 public:
   std::vector<std::string> steps;

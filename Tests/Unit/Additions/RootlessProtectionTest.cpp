@@ -1,5 +1,5 @@
-// Which items the system protects from root, over a list of attributes that
-// the tests make up.
+// The items that the system protects from root, over the tests' own list of
+// attributes.
 #include "Additions/RootlessProtection.h"
 
 #include "Additions/NSFileManager+Additions.h"

@@ -1,4 +1,4 @@
-// The protocol as the transport sees it.
+// The protocol's description for the transport.
 #include "Agent/KWPrivilegedOperation.h"
 #include "Agent/KWPrivilegedOperationProgress.h"
 #include "Foundation/Linux/BusValues.h"
@@ -75,7 +75,7 @@ TEST(KWPrivilegedOperation, hasTheArgumentsAndRepliesOfTheContract) {
   }
 }
 
-// Notes which method was called with what, and replies with fixed values.
+// Records the called method and its arguments, and replies with fixed values.
 class Recorder : public KWPrivilegedOperation {
 public:
   std::string called;

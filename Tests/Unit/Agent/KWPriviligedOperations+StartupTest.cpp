@@ -1,4 +1,5 @@
-// The handlers of what starts by itself, with every tool and file in memory.
+// The handlers for programs that start by themselves, with every tool and file
+// in memory.
 #include "Agent/KWPriviligedOperations.h"
 
 #include "Support/FakeFileContents.h"

@@ -138,7 +138,7 @@ TEST_F(RequestTest, callsBackAtOnceWhenItHasEnded) {
   std::promise<void> callbacksAreDone;
   request.then([&](const auto &) { callbacksAreDone.set_value(); });
   callbacksAreDone.get_future().wait();
-  // A request behind it makes sure that the thread is through with this one.
+  // The reply to a later request shows that the thread is done with this one.
   static_cast<void>(client->echo("y"));
   std::thread::id thread;
   request.then([&](const auto &) { thread = std::this_thread::get_id(); });

@@ -126,8 +126,8 @@ TEST_F(BulkAttributes, giveNoMoreThanAreWantedWhereAllAreSmall) {
   EXPECT_EQ(list().size(), 26u); // each batch is compared with the request
 }
 
-// Behind the largest name the buffer must not take more of the smallest than
-// are wanted.
+// After the largest name the buffer must not take more of the smallest than are
+// wanted.
 TEST_F(BulkAttributes, giveNoMoreThanAreWantedBehindALargeName) {
   fs::create_directory(folder.path(std::string(255, 'A')));
   for (char name = 'a'; name <= 'z'; ++name)

@@ -1,4 +1,4 @@
-// Sizes in words: the units, the rounding, the texts of the main bundle.
+// Sizes as text: the units, the rounding, the texts of the main bundle.
 #include "Tools/RVFileSizer.h"
 
 #include "Foundation/Bundle.h"
@@ -29,7 +29,7 @@ public:
 };
 [[maybe_unused]] const auto *const environment = testing::AddGlobalTestEnvironment(new PointLocale);
 
-// A string table of the test's own that notes how it was asked.
+// A string table of the test that records its keys.
 class FakeBundle final : public NS::Bundle {
 public:
   std::map<std::string, std::string> texts;
