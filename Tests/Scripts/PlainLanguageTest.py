@@ -65,7 +65,7 @@ class PlainLanguageTest(unittest.TestCase):
         self.assertEqual(self.found("a.cpp", "// The walk is over. It closes\n// what is open.\n"),
                          [(2, "riddle")])
 
-    def test_neighbouring_comments_are_no_sentence(self):
+    def test_neighbouring_comments_are_not_joined(self):
         self.assertEqual(self.found("a.cpp", "int a; // says what\n\nint b; // is open\n"), [])
 
     def test_comments_of_cxx_are_read_and_literals_are_not(self):
@@ -108,6 +108,14 @@ class PlainLanguageTest(unittest.TestCase):
         self.assertEqual(
             self.found("Sources/CommandLine/Commands+Some.cpp", '#include "nobody"\n\nx("Nobody");\n'),
             [(3, "nobody")])
+
+    def test_names_of_tests_are_read(self):
+        self.assertEqual(
+            self.found("AnyTest.cpp", "TEST(Any, goesOn) {}\nTEST_F(Any, tellsWhatIsOpen) {}\n"
+                       "void nobody();\n"), [(2, "riddle")])
+        self.assertEqual(
+            self.found("AnyTest.py", "class Any:\n    def test_it_stands_there(self):\n"
+                       "        nobody()\n"), [(2, "stands")])
 
     def test_it_fails_above_a_level_and_names_it(self):
         self.found("good.md", PLAIN)

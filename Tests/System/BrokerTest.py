@@ -40,13 +40,13 @@ class BrokerTest(unittest.TestCase):
         self.assertGreater(sent, 500)
         return flood
 
-    def test_a_member_who_reads_nothing_harms_nobody(self):
+    def test_a_member_that_reads_nothing_does_no_harm(self):
         self.flood(MEMBER)
         self.assertEqual(self.other.call("Echo", "s", "there")[0], "there")
         self.assertEqual(self.root.client_of(MEMBER).call("Echo", "s", "too")[0], "too")
         self.assertEqual(self.root.agent_pid(), self.agent)
 
-    def test_root_who_reads_nothing_does_not_end_the_agent(self):
+    def test_root_clients_that_read_nothing_do_not_end_the_agent(self):
         """They are one user to the bus: each uses up the quota of the other."""
         self.flood(ROOT)
         self.assertEqual(self.other.call("Echo", "s", "there")[0], "there")

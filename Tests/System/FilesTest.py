@@ -152,7 +152,7 @@ class FilesTest(unittest.TestCase):
         size = self.root.busctl("SizeOfItemAtPath", "s", f"{DATA}/folder")
         self.assertEqual(size.values[0], 2 * folder + 2 * 4096)
 
-    def test_names_that_are_no_text_arrive_as_text(self):
+    def test_names_of_invalid_utf8_arrive_as_text(self):
         folder = self.root.mkdir(f"{DATA}/folder")
         name = os.fsencode(self.root.host_path(folder)) + b"/bad\xff"
         with open(name, "wb"):

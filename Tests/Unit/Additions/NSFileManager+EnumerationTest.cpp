@@ -174,7 +174,7 @@ TEST_F(FindFile, findsNothingWhereNoWalkBegins) {
   EXPECT_TRUE(kw::findFile(manager, "foo", std::string("/\0x", 3), false, true).empty());
 }
 
-TEST_F(FindFile, keepsNamesThatAreNoText) {
+TEST_F(FindFile, keepsNamesOfInvalidUTF8) {
   file("foo\xff");
   directory("\xff\xfe");
   file("\xff\xfe/FOO");

@@ -21,7 +21,7 @@ TEST(TrimWhiteSpace, knowsTheSpacesOfUnicode) {
   EXPECT_EQ(kw::trimWhiteSpace("\ufeff"), "\ufeff") << "a byte order mark is no space";
 }
 
-TEST(TrimWhiteSpace, stopsAtBytesThatAreNoText) {
+TEST(TrimWhiteSpace, stopsAtBytesOfInvalidUTF8) {
   EXPECT_EQ(kw::trimWhiteSpace(" \xa0 "), "\xa0");
   EXPECT_EQ(kw::trimWhiteSpace(" \xe2\x80 "), "\xe2\x80");
 }
@@ -114,7 +114,7 @@ TEST(StripHTML, hidesATagThatIsNeverClosed) {
   EXPECT_EQ(kw::stripHTML("a<b"), "a");
 }
 
-TEST(StripHTML, keepsBytesThatAreNoText) {
+TEST(StripHTML, keepsBytesOfInvalidUTF8) {
   EXPECT_EQ(kw::stripHTML("\xff<\xfe>é"), "\xff é");
 }
 

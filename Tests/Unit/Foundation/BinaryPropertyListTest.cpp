@@ -150,7 +150,7 @@ TEST(BinaryPropertyList, isUnparseableWithOffsetsAndReferencesOutOfRange) {
         << offset;
 }
 
-TEST(BinaryPropertyList, isUnparseableWithKeysThatAreNoStrings) {
+TEST(BinaryPropertyList, isUnparseableWithKeysOtherThanStrings) {
   EXPECT_EQ(read(binaryPropertyList({dictionaryObject({1}, {1}), "\x09"})), std::nullopt);
   EXPECT_EQ(read(binaryPropertyList({dictionaryObject({1}, {2}), "\xa0", "\x09"})), std::nullopt);
 }

@@ -57,7 +57,7 @@ TEST(MainBundle, isAskedByThreadsAtOnce) {
     thread.join();
 }
 
-TEST_F(BundleTest, aMissingFolderAndAFileAreNoBundles) {
+TEST_F(BundleTest, aMissingFolderAndAFileAreNotBundles) {
   EXPECT_EQ(NS::Bundle::bundleWithPath(bundlePath()), nullptr);
   EXPECT_EQ(NS::Bundle::bundleWithPath(scratch.file("A.app", "")), nullptr);
 }

@@ -205,7 +205,7 @@ TEST_F(BusConnectionTest, countsAMessageAsTheBusDoes) {
   EXPECT_LE(counted, kept + 1000 * 64);
 }
 
-TEST_F(BusConnectionTest, refusesWhatIsTooLargeAsItStandsInTheMessage) {
+TEST_F(BusConnectionTest, refusesValuesThatAreTooLargeInTheirEncodedForm) {
   constexpr std::size_t room = maximumBodyBytes - 5; // beside the length and the NUL
   BusMessage message = client_.makeSignal(service_.uniqueName(), path, name, "Values");
   EXPECT_NO_THROW(message.write(std::string(room, 'x')));
@@ -228,7 +228,7 @@ TEST_F(BusConnectionTest, takesTheNameOnceOnly) {
   EXPECT_TRUE(client_.requestName(name));
 }
 
-TEST_F(BusConnectionTest, hearsWhatItAsksToHear) {
+TEST_F(BusConnectionTest, hearsTheSignalsThatItAsksFor) {
   client_.addMatch("type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',"
                    "arg0='org.example.Service'");
   service_.requestName(name);

@@ -24,7 +24,7 @@ TEST(BusText, leavesWellFormedTextAlone) {
     EXPECT_EQ(busText(text), text);
 }
 
-TEST(BusText, replacesEachByteThatIsNoText) {
+TEST(BusText, replacesEachByteOfInvalidUTF8) {
   EXPECT_EQ(busText("a\xFF"), std::string("a") + replacement);
   EXPECT_EQ(busText("\x80z"), std::string(replacement) + "z");
   EXPECT_EQ(busText("\xC3"), replacement); // cut short
@@ -33,7 +33,7 @@ TEST(BusText, replacesEachByteThatIsNoText) {
   EXPECT_EQ(busText(std::string_view("a\0b", 3)), std::string("a") + replacement + "b");
 }
 
-TEST(BusText, replacesOverlongFormsSurrogatesAndWhatIsTooLarge) {
+TEST(BusText, replacesOverlongFormsSurrogatesAndTooLargeCodePoints) {
   for (const char *text : {"\xC0\x80", "\xC1\xBF", "\xF5\x80", "\xF8\x88"})
     EXPECT_EQ(busText(text), std::string(replacement) + replacement);
   for (const char *text : {"\xE0\x80\x80", "\xED\xA0\x80"})
@@ -41,7 +41,7 @@ TEST(BusText, replacesOverlongFormsSurrogatesAndWhatIsTooLarge) {
   EXPECT_EQ(busText("\xF4\x90\x80\x80").size(), 12u);
 }
 
-TEST(BusText, replacesWhatReceiversRefuse) {
+TEST(BusText, replacesCharactersThatReceiversRefuse) {
   EXPECT_NE(busText("\xEF\xBF\xBF"), "\xEF\xBF\xBF"); // U+FFFF
   EXPECT_NE(busText("\xEF\xB7\x90"), "\xEF\xB7\x90"); // U+FDD0
 }

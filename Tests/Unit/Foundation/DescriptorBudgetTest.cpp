@@ -127,7 +127,7 @@ TEST(WalkShare, isOneForWalksWithinEachOther) {
   EXPECT_EQ(walks.inUse(), before);
 }
 
-TEST(WalkShare, isHeldByTheLastOfThemOnWhateverThread) {
+TEST(WalkShare, isHeldByTheLastOfThemOnAnyThread) {
   DescriptorBudget &walks = DescriptorBudget::ofWalks();
   const std::size_t before = walks.inUse();
   auto outer = std::make_unique<NS::WalkShare>();

@@ -64,7 +64,7 @@ TEST(FTSReadAhead, givesTheSequenceOfTheWalkAloneOnADisk) {
     EXPECT_EQ(ahead(scratch.path(), options), ours(scratch.path(), options));
 }
 
-TEST(FTSReadAhead, passesOverWhatIsSkippedThoughItWasRead) {
+TEST(FTSReadAhead, passesOverSkippedFoldersThatWereRead) {
   ScratchFolder scratch(quickFolder());
   makeBush(scratch.path(), 7, 4);
   EXPECT_EQ(ahead(scratch.path(), physical, 3), ours(scratch.path(), physical, 3));

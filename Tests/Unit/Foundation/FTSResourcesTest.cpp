@@ -77,7 +77,7 @@ TEST(FTSResources, holdsNoMoreDescriptorsThanItSaysAlone) {
 }
 
 // Levels that were read ahead hold nothing any more once the walk is beyond.
-TEST(FTSResources, holdsNoMoreDescriptorsThanItSaysBelowWhatWasReadAhead) {
+TEST(FTSResources, holdsNoMoreDescriptorsThanItSaysBelowFoldersReadAhead) {
   ScratchFolder scratch(quickFolder());
   makeChain(scratch.path(), 200);
   kwtest::FakeProcessors processors(4);
@@ -200,7 +200,7 @@ TEST(FTSResources, waitsForDescriptorsThatOthersGiveBack) {
             "");
 }
 
-TEST(FTSResources, failsRatherThanLeavingOutWhatItHasNoDescriptorsFor) {
+TEST(FTSResources, failsRatherThanLeavingOutFoldersWithoutDescriptors) {
   ScratchFolder scratch;
   makeChain(scratch.path(), 20);
   EXPECT_EQ(inForkedChild([&]() -> std::string {

@@ -119,7 +119,7 @@ TEST_F(FileContentsTest, replaceALinkAndLeaveItsTarget) {
   EXPECT_FALSE(std::filesystem::is_symlink(scratch.path("link")));
 }
 
-TEST_F(FileContentsTest, cannotReplaceAFolderNorStandInAMissingOne) {
+TEST_F(FileContentsTest, cannotReplaceAFolderNorBeInAMissingOne) {
   std::filesystem::create_directory(scratch.path("folder"));
   for (const std::string &path : {scratch.path("folder"), scratch.path("no/file"), std::string("/"),
                                   std::string(""), scratch.path("..")}) {

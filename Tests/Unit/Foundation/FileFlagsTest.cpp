@@ -61,7 +61,7 @@ TEST(FileFlags, readTheTimes) {
   EXPECT_EQ(status.flags, 0u);
 }
 
-TEST(FileFlags, failForWhatIsNotThere) {
+TEST(FileFlags, failForAMissingItem) {
   ScratchFolder scratch;
   fs::create_symlink("missing", scratch.path("dangling"));
   NS::FileStatus status;
@@ -199,7 +199,7 @@ TEST(ClearBeneath, clearsTheTargetOfALinkAndDoesNotDescendThere) {
   EXPECT_EQ(flagsOf(scratch.path("outside/inner")), NS::SF_IMMUTABLE_FLAG);
 }
 
-TEST(ClearBeneath, doesNothingForFilesLinksAndWhatCannotBeRemoved) {
+TEST(ClearBeneath, doesNothingForFilesLinksAndProtectedTrees) {
   ScratchFolder scratch;
   fs::create_directories(scratch.path("root/sub"));
   LockedItem file(scratch.file("root/file", ""));
@@ -210,7 +210,7 @@ TEST(ClearBeneath, doesNothingForFilesLinksAndWhatCannotBeRemoved) {
   EXPECT_EQ(flagsOf(scratch.path("root/file")), NS::SF_IMMUTABLE_FLAG);
 }
 
-TEST(ClearBeneath, namesWhatItCannotClear) {
+TEST(ClearBeneath, namesItemsThatItCannotClear) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
   fs::create_directories(scratch.path("root/sub"));
@@ -239,7 +239,7 @@ void appendDescendants(const std::string &folder, std::vector<std::string> &path
   }
 }
 
-TEST(ClearBeneath, visitsEachItemBeforeWhatItHoldsInTheOrderOfTheListings) {
+TEST(ClearBeneath, visitsEachItemBeforeItsContentsInTheOrderOfTheListings) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
   std::deque<LockedItem> locks;

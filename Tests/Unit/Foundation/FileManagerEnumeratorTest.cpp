@@ -40,7 +40,7 @@ std::vector<std::string> urlsBelow(const ScratchFolder &scratch,
   return paths;
 }
 
-TEST(Enumerator, givesEveryItemOnceEachFolderBeforeWhatItHolds) {
+TEST(Enumerator, givesEveryItemOnceEachFolderBeforeItsContents) {
   ScratchFolder scratch;
   kwtest::RandomTree tree(scratch.path(), 11, 400);
   std::vector<std::string> wanted;

@@ -135,7 +135,7 @@ TEST(SwapRace, cannotLeadUnlockingOutside) {
     EXPECT_NE(kwtest::inodeFlags(scratch.path(name)) & FS_IMMUTABLE_FL, 0) << name;
 }
 
-TEST(SwapRace, cannotBringWhatIsOutsideIntoACopy) {
+TEST(SwapRace, cannotBringItemsFromOutsideIntoACopy) {
   ScratchFolder scratch;
   unsigned long copies = 0;
   attack(scratch, [&](const std::string &root) {

@@ -38,7 +38,7 @@ TEST(RemoveItem, removesEveryKindOfItem) {
   EXPECT_TRUE(fs::is_empty(scratch.path()));
 }
 
-TEST(RemoveItem, removesALinkAndNotWhatItPointsTo) {
+TEST(RemoveItem, removesALinkAndNotItsTarget) {
   ScratchFolder scratch;
   fs::create_directory(scratch.path("outside"));
   scratch.file("outside/file", "kept");
@@ -216,7 +216,7 @@ TEST(RemoveItem, reportsAReadOnlyVolume) {
   EXPECT_EQ(scratch.content("root/file"), "kept");
 }
 
-TEST(RemoveItem, reportsWhatOthersDoNotAllow) {
+TEST(RemoveItem, reportsAccessThatOthersDeny) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
   fs::permissions(scratch.path(), fs::perms(0755));

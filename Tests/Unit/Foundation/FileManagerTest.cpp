@@ -28,7 +28,7 @@ std::int64_t codeOf(const std::optional<NS::Error> &error) {
   return error ? error->code() : 0;
 }
 
-TEST(FileManager, findsWhatStandsBehindALink) {
+TEST(FileManager, findsTheTargetOfALink) {
   ScratchFolder scratch;
   std::string file = scratch.file("file", "");
   fs::create_symlink("file", scratch.path("link"));

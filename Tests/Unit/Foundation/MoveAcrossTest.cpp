@@ -180,7 +180,7 @@ TEST(MoveAcross, removesNothingThatChangedAfterTheCopyWasPlaced) {
   }
 }
 
-TEST(MoveAcross, takesWhatVanishesForMoved) {
+TEST(MoveAcross, countsVanishedItemsAsMoved) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
   EXPECT_EQ(besideAnotherVolume(scratch,
@@ -323,7 +323,7 @@ private:
   kwtest::LogRecorder log_;
 };
 
-TEST(MoveAcross, toAVolumeWithoutAccessListsGrantsNobodyMore) {
+TEST(MoveAcross, toAVolumeWithoutAccessListsGrantsNoFurtherAccess) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
   fs::create_directory(scratch.path("tree"));

@@ -59,7 +59,7 @@ TEST(PathUtilities, appendAnExtension) {
   EXPECT_EQ(NS::stringByAppendingPathExtension("/", "tiff"), "/");
 }
 
-TEST(PathUtilities, keepBytesThatAreNoText) {
+TEST(PathUtilities, keepBytesOfInvalidUTF8) {
   EXPECT_EQ(NS::lastPathComponent("/a/\xff\xfe.b"), "\xff\xfe.b");
   EXPECT_EQ(NS::stringByDeletingLastPathComponent("/\xff/\n"), "/\xff");
 }

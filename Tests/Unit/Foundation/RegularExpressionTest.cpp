@@ -37,7 +37,7 @@ TEST(RegularExpression, isNullForAnImmensePattern) {
   EXPECT_EQ(build(std::string(100000, 'a')), nullptr);
 }
 
-TEST(RegularExpression, tellsBytesThatAreNoTextApart) {
+TEST(RegularExpression, tellsBytesOfInvalidUTF8Apart) {
   EXPECT_EQ(build("a\xff")->firstMatchInString("é a\xff"), (ByteRange{3, 2}));
   EXPECT_EQ(build("a\xff")->firstMatchInString("a\xfe"), std::nullopt);
   EXPECT_EQ(build("^a.b$")->firstMatchInString("a\xc3"

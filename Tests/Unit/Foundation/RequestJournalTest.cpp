@@ -37,7 +37,7 @@ protected:
   std::vector<XPCOutcome> outcomes;
 };
 
-TEST_F(RequestJournalTest, keepsWhoAskedForWhatAndHowLongItTook) {
+TEST_F(RequestJournalTest, keepsTheSenderTheSubjectAndTheDuration) {
   XPCReply reply = begin({std::string("/a"), std::vector<std::string>{"b", "c"}, true});
   clock.advance(std::chrono::milliseconds(1500));
   reply.send({true});
@@ -89,7 +89,7 @@ TEST_F(RequestJournalTest, answersThoughTheReplyCannotBeUnderstood) {
   EXPECT_TRUE(journal.records().empty());
 }
 
-TEST_F(RequestJournalTest, isBoundedWhateverTheRequestHolds) {
+TEST_F(RequestJournalTest, isBoundedForAnyRequest) {
   std::vector<std::string> many(100000, std::string(10000, 'x'));
   begin({std::string(1 << 20, 'x'), many}).fail(std::string(1 << 20, 'x'));
   const NS::RequestRecord record = journal.records().at(0);

@@ -81,7 +81,7 @@ TEST(RequestQueue, runsNothingAtOnceWhileItIsSuspendedOrPaused) {
   queue->proceed();
 }
 
-TEST(RequestQueue, goesOnWithWhatCameWhileARequestRanAtOnce) {
+TEST(RequestQueue, goesOnWithRequestsThatCameWhileOneRanAtOnce) {
   auto queue = resumedQueue(poolOf(1));
   const Signal done;
   bool isRunning = false;
@@ -122,7 +122,7 @@ TEST(RequestQueue, doesNotHoldUpAnotherQueue) {
   drain(*blocked);
 }
 
-TEST(RequestQueue, refusesWhatIsPastItsLimitAndKeepsTheRest) {
+TEST(RequestQueue, refusesRequestsBeyondItsLimitAndKeepsTheRest) {
   auto queue = resumedQueue(poolOf(2), {3, 1000});
   Gate gate;
   int done = 0;
@@ -184,7 +184,7 @@ TEST(RequestQueue, isSuspendedUntilItsFirstResume) {
   EXPECT_TRUE(done);
 }
 
-TEST(RequestQueue, finishesWhatWaitsWhenItsHolderIsGone) {
+TEST(RequestQueue, finishesWaitingRequestsWhenItsOwnerIsGone) {
   auto queue = resumedQueue(poolOf(2));
   Gate gate;
   const Signal last;
@@ -196,7 +196,7 @@ TEST(RequestQueue, finishesWhatWaitsWhenItsHolderIsGone) {
   last.wait();
 }
 
-TEST(RequestQueue, dropsWhatWaitsWhenItsHolderIsGoneWhileSuspended) {
+TEST(RequestQueue, dropsWaitingRequestsWhenItsOwnerIsGoneWhileSuspended) {
   auto token = std::make_shared<int>(0);
   std::weak_ptr<int> watched = token;
   auto queue = std::make_shared<RequestQueue>(poolOf(1), RequestQueueLimits{});
@@ -205,7 +205,7 @@ TEST(RequestQueue, dropsWhatWaitsWhenItsHolderIsGoneWhileSuspended) {
   EXPECT_TRUE(watched.expired());
 }
 
-TEST(RequestQueue, whilePausedKeepsWhatComesAndThenDoesIt) {
+TEST(RequestQueue, whilePausedKeepsNewRequestsAndThenDoesThem) {
   auto pool = poolOf(1);
   auto queue = resumedQueue(pool);
   const Gate gate;

@@ -90,7 +90,7 @@ TEST(SecureRemoval, leavesHolesAlone) {
   EXPECT_LT(witness.status().st_blocks, 64);
 }
 
-TEST(SecureRemoval, onlyUnlinksWhatIsNoFile) {
+TEST(SecureRemoval, onlyUnlinksItemsOtherThanFiles) {
   ScratchFolder scratch;
   scratch.file("outside", "kept");
   fs::create_directory(scratch.path("root"));

@@ -112,7 +112,7 @@ protected:
       });
 };
 
-TEST_F(ServiceConnectionTest, recordsWhatChangesSomethingForWhomItWasDone) {
+TEST_F(ServiceConnectionTest, recordsEachChangeWithItsRequester) {
   kwtest::RecordedRequests journal;
   connection->resume();
   EXPECT_EQ(call("Count").replied, true);
@@ -164,7 +164,7 @@ TEST_F(ServiceConnectionTest, doesNotHandleARequestThatWasDroppedBeforeItsTurn) 
   EXPECT_FALSE(request->begin());
 }
 
-TEST_F(ServiceConnectionTest, tellsWhoTheClientIs) {
+TEST_F(ServiceConnectionTest, knowsTheProcessAndUserOfTheClient) {
   EXPECT_EQ(connection->processIdentifier(), -1);
   connection->setRequester({1000, 7});
   EXPECT_EQ(connection->processIdentifier(), 7);
@@ -197,7 +197,7 @@ TEST_F(ServiceConnectionTest, keepsAReplyThatCameBeforeTheException) {
   EXPECT_TRUE(call("ReplyThenRaise").replied);
 }
 
-TEST_F(ServiceConnectionTest, failsARequestThatNobodyAnswered) {
+TEST_F(ServiceConnectionTest, failsARequestWithoutAnAnswer) {
   connection->resume();
   EXPECT_FALSE(call("Forget").replied);
 }
@@ -213,7 +213,7 @@ TEST_F(ServiceConnectionTest, failsWithoutAnExportedObject) {
   EXPECT_EQ(call("Count").reason, "nothing is exported");
 }
 
-TEST_F(ServiceConnectionTest, finishesWhatReachedItAfterItIsGone) {
+TEST_F(ServiceConnectionTest, finishesRequestsThatReachedItAfterItIsGone) {
   auto outcome = std::make_shared<std::promise<XPCOutcome>>();
   connection->resume();
   ASSERT_TRUE(connection->deliver(
@@ -223,7 +223,7 @@ TEST_F(ServiceConnectionTest, finishesWhatReachedItAfterItIsGone) {
   EXPECT_TRUE(outcome->get_future().get().replied);
 }
 
-TEST_F(ServiceConnectionTest, failsWhatNeverReachedItsObjectWhenItIsGone) {
+TEST_F(ServiceConnectionTest, failsRequestsThatNeverReachedItsObjectWhenItIsGone) {
   XPCOutcome outcome{true, {}, {}};
   ASSERT_TRUE(connection->deliver(*connection->methodWithMember("Count"), {true},
                                   XPCReply([&](XPCOutcome value) { outcome = std::move(value); })));

@@ -39,7 +39,7 @@ void leaveCopyBehind(const ScratchFolder &scratch, const std::string &name) {
   scratch.file(name + "/item/inner/file", "half a fi");
 }
 
-TEST(Staging, makesAFolderForTheOwnerAloneAndRemovesItWithWhatItHolds) {
+TEST(Staging, makesAFolderForTheOwnerAloneAndRemovesItWithItsContents) {
   ScratchFolder scratch;
   Descriptor parent = openFolder(scratch.path());
   {
@@ -52,7 +52,7 @@ TEST(Staging, makesAFolderForTheOwnerAloneAndRemovesItWithWhatItHolds) {
   EXPECT_TRUE(fs::is_empty(scratch.path()));
 }
 
-TEST(Staging, removesWhatEarlierProcessesLeftUnderAnyNumber) {
+TEST(Staging, removesLeftoversOfEarlierProcessesUnderAnyNumber) {
   ScratchFolder scratch;
   for (const char *name : {".keepwell-copy-00", ".keepwell-copy-07", ".keepwell-copy-15"})
     leaveCopyBehind(scratch, name);
@@ -63,7 +63,7 @@ TEST(Staging, removesWhatEarlierProcessesLeftUnderAnyNumber) {
   EXPECT_TRUE(fs::is_empty(scratch.path(".keepwell-copy-00")));
 }
 
-TEST(Staging, leavesAloneWhatALivingProcessIsBuilding) {
+TEST(Staging, leavesTheFolderOfALivingProcessAlone) {
   ScratchFolder scratch;
   Descriptor parent = openFolder(scratch.path());
   NS::Staging first;
@@ -83,7 +83,7 @@ TEST(Staging, leavesAloneWhatALivingProcessIsBuilding) {
   EXPECT_EQ(names(scratch), std::vector<std::string>{".keepwell-copy-00"});
 }
 
-TEST(Staging, leavesAloneWhatOthersNamedSo) {
+TEST(Staging, leavesItemsOfOthersWithSuchNamesAlone) {
   if (::geteuid() != 0)
     GTEST_SKIP() << "needs root, to give a folder away";
   ScratchFolder scratch;
@@ -133,7 +133,7 @@ TEST(Staging, ofSeveralAtOnceInOneDestinationNeverGetInEachOthersWay) {
   EXPECT_TRUE(fs::is_empty(scratch.path()));
 }
 
-TEST(CopyItem, removesWhatAnEarlierCopyLeft) {
+TEST(CopyItem, removesTheLeftoverOfAnEarlierCopy) {
   ScratchFolder scratch;
   scratch.file("source", "content");
   leaveCopyBehind(scratch, ".keepwell-copy-00");
@@ -143,7 +143,7 @@ TEST(CopyItem, removesWhatAnEarlierCopyLeft) {
   EXPECT_EQ(names(scratch).size(), 2u);
 }
 
-TEST(WriteToFileAtomically, removesWhatEarlierWritesLeftButNotOnesUnderWay) {
+TEST(WriteToFileAtomically, removesLeftoversOfEarlierWritesButNotOnesUnderWay) {
   ScratchFolder scratch;
   for (const char *name : {".keepwell-new-00", ".keepwell-new-01", ".keepwell-new-15"})
     scratch.file(name, "half a fi");

@@ -24,7 +24,7 @@ protected:
   }
 };
 
-TEST_F(StandardFolders, standInTheUsersHome) {
+TEST_F(StandardFolders, areInTheUsersHome) {
   EXPECT_EQ(search(SearchPathDirectory::ApplicationSupport, NS::UserDomainMask),
             Paths{"/home/me/.local/share"});
   EXPECT_EQ(search(SearchPathDirectory::Caches, NS::UserDomainMask), Paths{"/home/me/.cache"});

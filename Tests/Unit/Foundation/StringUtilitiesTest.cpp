@@ -48,7 +48,7 @@ TEST(RangeOfString, searchedLiterallyComparesBytes) {
   EXPECT_EQ(NS::rangeOfString("a\u00e9b", "e\u0301", StringSearch::Literal), std::nullopt);
 }
 
-TEST(RangeOfString, findsBytesThatAreNoText) {
+TEST(RangeOfString, findsBytesOfInvalidUTF8) {
   EXPECT_EQ(NS::rangeOfString("a\xff\xfe", "\xfe"), (ByteRange{2, 1}));
   EXPECT_EQ(NS::rangeOfString("a\xff", "\xfe"), std::nullopt);
   EXPECT_EQ(NS::rangeOfString("é", "\xa9"), std::nullopt) << "half of a character";
@@ -90,7 +90,7 @@ TEST(LowercaseString, followsTheRulesOfNoLanguage) {
   EXPECT_EQ(NS::lowercaseString("𐐀"), "𐐨");
 }
 
-TEST(LowercaseString, keepsBytesThatAreNoText) {
+TEST(LowercaseString, keepsBytesOfInvalidUTF8) {
   EXPECT_EQ(NS::lowercaseString("A\xff"
                                 "B\xc3"),
             "a\xff"

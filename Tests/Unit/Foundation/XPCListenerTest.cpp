@@ -115,7 +115,7 @@ TEST_F(XPCListenerTest, answersOnce) {
   EXPECT_THAT(answers("Answer", kwtest::FakeBus::noReplyExpected), IsEmpty());
 }
 
-TEST_F(XPCListenerTest, saysWhatIsNotSupported) {
+TEST_F(XPCListenerTest, reportsUnsupportedMembers) {
   listen(std::make_shared<Delegate>(true));
   EXPECT_THAT(answers("NotHere"), ElementsAre(busError("NotSupported")));
   EXPECT_THAT(answers("Nonsense"), ElementsAre(busError("UnknownMethod")));

@@ -115,7 +115,7 @@ TEST_F(KWLaunchdManagerConfigurationTest, isAccurateForTheBundleItself) {
             "/Applications/A.app");
 }
 
-TEST_F(KWLaunchdManagerConfigurationTest, logsArgumentsThatAreNoArrayAndGoesOn) {
+TEST_F(KWLaunchdManagerConfigurationTest, logsArgumentsOtherThanAnArrayAndGoesOn) {
   EXPECT_EQ(found(job("<key>ProgramArguments</key><string>/A.app</string>"
                       "<key>Program</key><string>/P.app</string>")),
             "/P.app");
@@ -123,7 +123,7 @@ TEST_F(KWLaunchdManagerConfigurationTest, logsArgumentsThatAreNoArrayAndGoesOn) 
             std::vector<std::string>{"Expected array for \"ProgramArguments\", but has /A.app"});
 }
 
-TEST_F(KWLaunchdManagerConfigurationTest, passesOverArgumentsThatAreNoStrings) {
+TEST_F(KWLaunchdManagerConfigurationTest, passesOverArgumentsOtherThanStrings) {
   EXPECT_EQ(found(job("<key>ProgramArguments</key><array><integer>1</integer><dict/>"
                       "<string>/A.app</string></array>")),
             "/A.app");
