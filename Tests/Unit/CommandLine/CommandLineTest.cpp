@@ -12,7 +12,7 @@ using kw::ClientError;
 using kwtest::Strings;
 using CommandLineTest = kwtest::AnsweredCommand;
 
-TEST_F(CommandLineTest, repeatsWhatTheAgentSays) {
+TEST_F(CommandLineTest, repeatsTheAgentsText) {
   EXPECT_EQ(run({"echo", "hello"}), 0);
   EXPECT_EQ(out.str(), "hello\n");
   EXPECT_EQ(record.requests, Strings{"Echo hello"});
@@ -32,7 +32,7 @@ struct Row {
   const char *failed;
 };
 
-TEST_F(CommandLineTest, tellsWhatHappenedToAnItem) {
+TEST_F(CommandLineTest, tellsTheOutcomeForAnItem) {
   for (auto [command, member, done, failed] :
        {Row{"remove", "RemoveItemAtPath", "Removed {}\n", "keepwell: {} could not be removed\n"},
         Row{"shred", "SecurelyRemoveItemAtPath", "Shredded {}\n",
@@ -72,7 +72,7 @@ TEST_F(CommandLineTest, givesTheReasonOfTheAgent) {
       << out.str();
 }
 
-TEST_F(CommandLineTest, takesTheRemovalsWordForSuccessWhateverTheFirstError) {
+TEST_F(CommandLineTest, believesTheRemovalsSuccessDespiteTheFirstError) {
   record.error = NS::fileError(1, "/a", NS::FileAccess::Writing);
   EXPECT_EQ(run({"remove", item}), 0);
   EXPECT_EQ(out.str(), "Removed " + item + "\n");
@@ -207,13 +207,13 @@ TEST_F(CommandLineTest, gives1WhenTheAgentRefuses) {
   EXPECT_EQ(run({"terminate"}), 1);
 }
 
-TEST_F(CommandLineTest, gives2ForWhatCannotBeSent) {
+TEST_F(CommandLineTest, gives2ForTextThatCannotBeSent) {
   record.failure = ClientError(ClientError::Kind::BadArgument, "EINVAL", "no UTF-8");
   EXPECT_EQ(run({"remove", "/\xff"}), 2);
   EXPECT_EQ(err.str(), "keepwell: /\xff: no UTF-8\n");
 }
 
-TEST_F(CommandLineTest, gives2ForWhatItDoesNotUnderstand) {
+TEST_F(CommandLineTest, gives2ForInvalidArguments) {
   for (const Strings &arguments :
        {Strings{}, Strings{"dance"}, Strings{"echo"}, Strings{"move", "/a"},
         Strings{"move", "/a", "/b", "/c"}, Strings{"remove"}, Strings{"remove", ""},
@@ -272,7 +272,7 @@ TEST_F(CommandLineTest, tellsItsVersionAndHelp) {
   EXPECT_TRUE(record.buses.empty());
 }
 
-TEST_F(CommandLineTest, guessesWhatAMistypedCommandWasMeantToBe) {
+TEST_F(CommandLineTest, suggestsTheCommandNearAMistypedOne) {
   struct Guess {
     Strings words;
     const char *meant;
@@ -298,7 +298,7 @@ TEST_F(CommandLineTest, guessesWhatAMistypedCommandWasMeantToBe) {
                        "\"there is no command \\\"remvoe\\\"; did you mean \\\"remove\\\"?\"}}\n");
 }
 
-// An ordinary terminal has 80 columns. Examples stand as they are typed.
+// An ordinary terminal has 80 columns. Examples are printed as typed.
 void expectNarrow(const std::string &help) {
   std::istringstream lines(help);
   for (std::string line; std::getline(lines, line);)

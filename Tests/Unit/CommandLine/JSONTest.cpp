@@ -1,4 +1,4 @@
-// JSON on one line: what is escaped, and names that are no UTF-8.
+// JSON on one line: escapes, and names of invalid UTF-8.
 #include "CommandLine/JSON.h"
 
 #include <gtest/gtest.h>
@@ -7,17 +7,17 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-TEST(JSON, escapesWhatMustBeEscaped) {
+TEST(JSON, escapesReservedCharacters) {
   EXPECT_EQ(kw::jsonString("a\"b\\c\n\t\r\x01\x7f"), "\"a\\\"b\\\\c\\n\\t\\r\\u0001\\u007f\"");
   EXPECT_EQ(kw::jsonString("Grüße \xE2\x98\x83 \xF0\x9F\x98\x80"),
             "\"Grüße \xE2\x98\x83 \xF0\x9F\x98\x80\"");
 }
 
-TEST(JSON, escapesWhatWouldActOnATerminal) {
+TEST(JSON, escapesCharactersThatActOnATerminal) {
   EXPECT_EQ(kw::jsonString("\u009b\u202e\u2028"), "\"\\u009b\\u202e\\u2028\"");
 }
 
-TEST(JSON, hasTheBytesOfNamesThatAreNoUTF8) {
+TEST(JSON, hasTheBytesOfNamesOfInvalidUTF8) {
   EXPECT_EQ(kw::JSONObject().addName("path", "/a").addNames("remove", {"/a"}).text(),
             "{\"path\":\"/a\",\"remove\":[\"/a\"]}");
   EXPECT_EQ(
@@ -26,7 +26,7 @@ TEST(JSON, hasTheBytesOfNamesThatAreNoUTF8) {
       "\"keptBase64\":[\"L2E=\",\"L/8=\"]}");
 }
 
-TEST(JSON, replacesWhatIsNoUTF8) {
+TEST(JSON, replacesInvalidUTF8) {
   for (const char *bytes : {"\xff", "\xc0", "\xc1", "\x80", "\xf5"})
     EXPECT_EQ(kw::jsonString(bytes), "\"\xEF\xBF\xBD\"");
   EXPECT_EQ(kw::jsonString("\xE2\x98"), "\"\xEF\xBF\xBD\xEF\xBF\xBD\"");

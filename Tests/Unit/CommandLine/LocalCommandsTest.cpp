@@ -126,7 +126,7 @@ TEST_F(Find, failsForAFolderThatIsNotThere) {
   EXPECT_TRUE(printed("\"success\":false,\"error\":{"));
 }
 
-TEST_F(Find, refusesWhatTheSearchWouldNotDo) {
+TEST_F(Find, refusesPathsThatTheSearchWouldRefuse) {
   EXPECT_EQ(run({"find", "", "--under", folder.path()}), 2);
   EXPECT_EQ(run({"find", "foo", "--under", "/"}), 2);
   EXPECT_EQ(run({"find", "foo", "--under", "//"}), 2);
@@ -163,7 +163,7 @@ TEST_F(Inspect, tellsTheKindOfAFolder) {
   EXPECT_TRUE(printed("\"kind\":\"folder\",\"folderType\":\"application\"")) << out.str();
 }
 
-TEST_F(Inspect, tellsWhatALinkStandsFor) {
+TEST_F(Inspect, tellsTheTargetOfALink) {
   std::string file = folder.file("f", "");
   fs::create_symlink(file, folder.path("l"));
   EXPECT_EQ(run({"inspect", folder.path("l")}), 0);
@@ -210,7 +210,7 @@ TEST_F(Inspect, goesOnPastAMissingItemAndFailsInTheEnd) {
 
 using LocalSize = LocalCommands;
 
-TEST_F(LocalSize, measuresWithoutTheAgentWhatIsOccupiedOrHeld) {
+TEST_F(LocalSize, measuresOccupiedOrLogicalSizesWithoutTheAgent) {
   std::string sparse = folder.file("sparse", "");
   fs::resize_file(sparse, 1024 * 1024);
   EXPECT_EQ(run({"size", "--local", "--bytes", sparse}), 0);

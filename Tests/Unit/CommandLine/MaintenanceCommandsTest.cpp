@@ -84,7 +84,7 @@ const std::vector<Row> flagRows = {
      "keepwell: a new search index could not be asked for\n"},
 };
 
-TEST_F(MaintenanceCommands, tellWhatTheAgentAnswered) {
+TEST_F(MaintenanceCommands, tellTheAgentsAnswer) {
   for (const Row &row : flagRows) {
     record.success = true;
     EXPECT_EQ(run(row.words), 0);
@@ -117,7 +117,7 @@ TEST_F(MaintenanceCommands, needTheirWords) {
   }
 }
 
-TEST_F(MaintenanceCommands, tellThatNobodyAnswers) {
+TEST_F(MaintenanceCommands, tellThatNoAgentAnswers) {
   record.failure = ClientError(ClientError::Kind::Unreachable, "NoReply", "it is gone");
   for (const char *verb :
        {"erase-asl", "erase-unified-log", "flush-dns", "reindex-spotlight", "repair-permissions"}) {
@@ -126,7 +126,7 @@ TEST_F(MaintenanceCommands, tellThatNobodyAnswers) {
   }
 }
 
-TEST_F(MaintenanceCommands, passOnWhatTheLogToolSaid) {
+TEST_F(MaintenanceCommands, passOnTheOutputOfTheLogTool) {
   record.output = "gone \x1b[1m\n";
   outIsTerminal = true;
   EXPECT_EQ(run({"erase-unified-log"}), 0);

@@ -1,5 +1,5 @@
-// Names reach the agent, or the question that is answered on the spot, byte for
-// byte, whatever they look like: a wrong file must never be the one destroyed.
+// Names reach the agent, or the command's own question, byte for byte in any
+// spelling: the command must never destroy a wrong file.
 #include "CommandLine/CommandLine.h"
 
 #include "Foundation/Unicode.h"
@@ -29,7 +29,8 @@ const Strings oddNames = {
     "?",       "a*",    "true",   "false",  "remove",   "\x7f",       "\x1b[2J",  "null",  "1",
     "++",      "/a",    "a//b",   "a/",     "e\u0301",  "\u202egpj.", "|",        "&"};
 
-// How a command takes a name, and what the agent must get for it.
+// The form in which a command takes a name, and the text that the agent must
+// get for it.
 struct NameOfAgent {
   Strings before; // the name
   Strings after;
@@ -86,7 +87,7 @@ protected:
     status = keepwell(words, std::move(surroundings));
     return agent.sent();
   }
-  // What the agent got at a place of its one request.
+  // The agent's text at a place of its one request.
   std::string got(const Strings &words, const NameOfAgent &kind) {
     auto sent = sentBy(words);
     if (sent.size() != 1 || sent[0].member != kind.member)
@@ -139,7 +140,7 @@ TEST_F(OddNames, comeFromStandardInputAsTheyAre) {
   }
 }
 
-TEST_F(OddNames, ofArchitecturesGoToTheToolAsTheyStand) {
+TEST_F(OddNames, ofArchitecturesGoToTheToolUnchanged) {
   Strings words = {"slim", "--yes", "/b"};
   words.insert(words.end(), oddNames.begin(), oddNames.end());
   auto sent = sentBy(words);
@@ -147,7 +148,7 @@ TEST_F(OddNames, ofArchitecturesGoToTheToolAsTheyStand) {
   EXPECT_EQ(std::get<Strings>(sent[0].arguments.at(1)), oddNames);
 }
 
-TEST_F(OddNames, areValuesOfOptionsAsTheyStand) {
+TEST_F(OddNames, areValuesOfOptionsUnchanged) {
   for (const std::string &name : oddNames) {
     sentBy({"--bus", name, "echo", "x"});
     EXPECT_EQ(bus, name);
@@ -184,8 +185,8 @@ protected:
   fs::path before;
 };
 
-// Beside an item of one name there is none of another, such as one without the
-// brackets; what is told of an item was learnt from the item itself.
+// No other name of these items exists, such as one without the brackets, so the
+// answer about an item comes from the item itself.
 TEST_F(OddItems, areLookedAtOnTheSpot) {
   for (const Strings &words : {Strings{"inspect", "--"},
                                {"size", "--local", "--"},
@@ -255,7 +256,7 @@ TEST_F(OddItems, areSearchedAndPassedOver) {
   }
 }
 
-TEST_F(OddItems, areWhatIsSearchedFor) {
+TEST_F(OddItems, areTheSearchedText) {
   for (const std::string &name : names) {
     sentBy({"--json", "find", "--under", ".", "--", name});
     EXPECT_EQ(status, kw::ExitDone) << keepwell.err.str();

@@ -1,4 +1,4 @@
-// What a removal would take and what it leaves for the sake of a keep list.
+// The items that a removal takes, and those that a keep list spares.
 #include "CommandLine/RemovalPlan.h"
 
 #include "Support/ScratchFolder.h"
@@ -91,7 +91,7 @@ TEST_F(RemovalPlanTest, takesTheWholeWhereNothingIsKept) {
   EXPECT_TRUE(plan.kept.empty());
 }
 
-TEST_F(RemovalPlanTest, goesAroundWhatIsKept) {
+TEST_F(RemovalPlanTest, goesAroundKeptItems) {
   for (const char *name : {"tree/a/keep", "tree/a/go", "tree/b/x/y", "tree/c"})
     file(name);
   RemovalPlan plan = this->plan({"keep"});
@@ -108,7 +108,7 @@ TEST_F(RemovalPlanTest, keepsAFolderWithAllThatItHolds) {
   EXPECT_EQ(relative(plan.kept), Strings{"tree/keep"});
 }
 
-TEST_F(RemovalPlanTest, takesNothingOfWhatStandsInAKeptFolder) {
+TEST_F(RemovalPlanTest, takesNothingInAKeptFolder) {
   file("kept/tree/file");
   EXPECT_TRUE(plan({scratch.path("kept")}, "kept/tree").roots.empty());
   EXPECT_TRUE(plan({scratch.path("kept") + "/"}, "kept/tree/file").roots.empty());
@@ -127,7 +127,7 @@ TEST_F(RemovalPlanTest, isNotLedAroundTheListByLinks) {
   EXPECT_EQ(relative(plan({scratch.path("real/kept")}, "link").roots), Strings{"link"});
 }
 
-TEST_F(RemovalPlanTest, knowsWhatIsNotThere) {
+TEST_F(RemovalPlanTest, knowsMissingItems) {
   RemovalPlan plan = this->plan({});
   EXPECT_FALSE(plan.exists);
   EXPECT_TRUE(plan.roots.empty() && plan.unknown.empty());

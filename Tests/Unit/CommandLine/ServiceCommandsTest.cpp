@@ -97,7 +97,7 @@ TEST_F(ServiceCommands, makeRelativePathsAbsoluteAndLeaveNamesAlone) {
   EXPECT_EQ(record.requests, Strings{"StartStartupItem j"});
 }
 
-TEST_F(ServiceCommands, asTheyStandAreIncompleteWithoutAVerbOrAnArgument) {
+TEST_F(ServiceCommands, areIncompleteWithoutAVerbOrAnArgument) {
   for (const Strings &words : {Strings{"launchd"},
                                {"launchd", "enable"},
                                {"launchd", "nonsense", "/j"},
@@ -127,7 +127,7 @@ TEST_F(ServiceCommands, takeTheEndOfTheAgentForTheRemovalOfItsOwnJob) {
   EXPECT_EQ(run({"launchd", "remove", own}), kw::ExitRefused);
 }
 
-TEST_F(ServiceCommands, tellWhatAJobsListSaysWithoutTheAgent) {
+TEST_F(ServiceCommands, tellTheContentsOfAJobsListWithoutTheAgent) {
   kwtest::ScratchFolder scratch;
   kwtest::FakeLaunchd launchd;
   NS::ScopedOverride<NS::Launchd> launchdOverride{launchd};

@@ -1,4 +1,4 @@
-// Stopping a command, what it tells of each path then, and programs that send
+// Stopping a command, its report on each path then, and programs that send
 // paths one at a time.
 #include "CommandLine/CommandLine.h"
 
@@ -104,7 +104,7 @@ TEST(Alarm, isNotHeededWhereNothingIsUnderWayNorTwice) {
   EXPECT_FALSE(alarm.stop(interrupt));
 }
 
-// A pipe within the program, whose reader waits for what comes.
+// A pipe within the program, whose reader waits for data.
 class Pipe : public std::streambuf {
 public:
   void write(const std::string &text) {
@@ -138,7 +138,7 @@ private:
   char letter_ = 0;
 };
 
-// Knows when what was written has been flushed.
+// Knows when the written text has been flushed.
 class Answers : public std::stringbuf {
 public:
   void waitFor(const std::string &text) {

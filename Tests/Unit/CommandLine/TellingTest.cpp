@@ -1,4 +1,4 @@
-// What people and programs are told of names, causes and what is missing.
+// The output for people and programs about names, causes and missing items.
 #include "Support/AnsweredCommand.h"
 
 #include <filesystem>
@@ -11,7 +11,7 @@ using kw::ClientError;
 using kwtest::Strings;
 using Telling = kwtest::AnsweredCommand;
 
-TEST_F(Telling, showsOnATerminalWhatWouldActOnIt) {
+TEST_F(Telling, escapesCharactersThatActOnATerminalThere) {
   struct Name {
     const char *name, *shown;
   };
@@ -95,7 +95,7 @@ TEST_F(Telling, looksForTheCauseWhereTheAgentGivesNone) {
   EXPECT_NE(out.str().find("\"description\":\"No such file or directory\""), std::string::npos);
 }
 
-TEST_F(Telling, saysWhomToAskWhenTheBusLetsNobodyThrough) {
+TEST_F(Telling, namesTheGroupWhenTheBusDeniesAccess) {
   record.failure =
       ClientError(ClientError::Kind::Unreachable, "org.freedesktop.DBus.Error.AccessDenied", "no");
   EXPECT_EQ(run({"echo", "x"}), 3);
@@ -175,7 +175,7 @@ TEST_F(Telling, asksWithSubstance) {
   EXPECT_EQ(questions.back(), "Remove " + scratch.path() + ", keeping 1: 0 items, Zero KB? [y/N] ");
 }
 
-TEST_F(Telling, refusesInADryRunWhatTheAgentWouldRefuse) {
+TEST_F(Telling, refusesInADryRunPathsThatTheAgentWouldRefuse) {
   for (const char *path : {"/", "/usr/.", "/usr/.."}) {
     EXPECT_EQ(run({"remove", "-n", path}), 1) << path;
     EXPECT_EQ(err.str(), std::string("keepwell: ") + path + " is never removed\n");
