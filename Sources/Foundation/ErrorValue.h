@@ -1,6 +1,6 @@
-// An error value: domain, code, user info and the error beneath it. The one
-// class of Foundation that programs outside see too, which is why it stands in
-// no namespace of the platform's.
+// An error value: domain, code, user info and the error beneath it. Programs
+// outside see this class of Foundation too, so it is in no namespace of the
+// platform's.
 //
 // Values are immutable; copies may cross threads.
 #pragma once

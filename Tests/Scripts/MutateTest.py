@@ -73,7 +73,7 @@ class ChangesTest(unittest.TestCase):
 
 @unittest.skipUnless(os.geteuid() == 0, "needs root, for namespaces")
 class ConfinementTest(unittest.TestCase):
-    # Runs in the namespaces: what could be removed there.
+    # Runs in the namespaces and lists the paths that could be removed there.
     PROBE = """
 import os, sys
 sys.path.insert(0, {tests!r})

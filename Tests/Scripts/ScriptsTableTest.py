@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""CONTRIBUTING.md lists each script, and each script says what it does."""
+"""CONTRIBUTING.md lists each script, and each script describes itself."""
 import os
 import pathlib
 import re
