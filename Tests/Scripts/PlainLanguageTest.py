@@ -108,6 +108,8 @@ class PlainLanguageTest(unittest.TestCase):
         self.assertEqual(
             self.found("Sources/CommandLine/Commands+Some.cpp", '#include "nobody"\n\nx("Nobody");\n'),
             [(3, "nobody")])
+        self.assertRegex(self.run_on("Sources/CommandLine/Commands+Some.cpp").stdout,
+                         r"comments +0 words .*\n(.*\n)*help texts +1 words ")
 
     def test_names_of_tests_are_read(self):
         self.assertEqual(
