@@ -3,6 +3,7 @@
 
 #include "Foundation/Linux/BusValues.h"
 #include "Foundation/Log.h"
+#include "Foundation/POSIX/RequestInvocation.h"
 
 #include <utility>
 
@@ -11,27 +12,6 @@ namespace {
 
 // Copying more than this takes longer than passing it to another thread.
 constexpr std::size_t promptBytes = std::size_t{16} << 10;
-
-// The one place where what a handler throws becomes an outcome.
-void invoke(const XPCMethod &method, XPCObject &object, const XPCValues &arguments,
-            const XPCReply &back, XPCRequester requester) noexcept {
-  try {
-    const XPCReply reply =
-        method.succeeded ? recordingReply(method, arguments, requester, back) : back;
-    try {
-      method.invoker(object, arguments, reply);
-      if (method.oneWay)
-        reply.send({}); // nobody waits; that it was handled is its outcome
-    } catch (const std::exception &exception) {
-      reply.fail(exception.what());
-    } catch (...) {
-      reply.fail("an exception of unknown type");
-    }
-  } catch (...) {
-    // Not even the failure could be told: no memory is left. The reply fails
-    // when its last copy goes.
-  }
-}
 
 } // namespace
 
@@ -90,7 +70,7 @@ bool ServiceConnection::deliver(const XPCMethod &method, XPCValues arguments, XP
       return;
     Progress::Scope scope(request->progress);
     if (current.object)
-      invoke(method, *current.object, arguments, reply, *requester);
+      invokeRequest(method, *current.object, arguments, reply, *requester);
     else
       reply.fail("nothing is exported");
   };

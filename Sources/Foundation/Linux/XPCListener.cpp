@@ -17,6 +17,7 @@
 #include "Foundation/Linux/FreeMemory.h"
 #include "Foundation/Linux/ServiceCalls.h"
 #include "Foundation/Log.h"
+#include "Foundation/POSIX/RequestInvocation.h"
 #include "Foundation/Process.h"
 
 #include <algorithm>
@@ -168,8 +169,7 @@ void BusListener::resume() {
 }
 
 bool BusListener::accepts(const std::shared_ptr<XPCConnection> &connection) {
-  auto delegate = delegate_.lock();
-  return delegate && delegate->listenerShouldAcceptNewConnection(*this, connection);
+  return acceptConnection(delegate_, *this, connection);
 }
 
 void BusListener::takeName() {
