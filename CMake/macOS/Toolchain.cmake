@@ -8,6 +8,7 @@ list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KEEPWELL_MACOS_ARCH KEEPWELL_MA
 
 set(CMAKE_C_COMPILER ${KEEPWELL_MACOS_TOOLS}/cc)
 set(CMAKE_CXX_COMPILER ${KEEPWELL_MACOS_TOOLS}/c++)
+set(CMAKE_OBJCXX_COMPILER ${KEEPWELL_MACOS_TOOLS}/c++)
 set(CMAKE_ASM_COMPILER ${KEEPWELL_MACOS_TOOLS}/cc)
 set(CMAKE_AR ${KEEPWELL_MACOS_TOOLS}/ar)
 set(CMAKE_RANLIB ${KEEPWELL_MACOS_TOOLS}/ranlib)
@@ -18,6 +19,7 @@ set(CMAKE_INSTALL_NAME_TOOL ${CMAKE_COMMAND} -E true)
 set(target "-target ${KEEPWELL_MACOS_ARCH}-macos.11.0 -O2")
 set(CMAKE_C_FLAGS_INIT "${target}")
 set(CMAKE_CXX_FLAGS_INIT "${target} -fblocks")
+set(CMAKE_OBJCXX_FLAGS_INIT "${target} -fblocks")
 set(CMAKE_ASM_FLAGS_INIT "${target}")
 
 # The compiler brings its own headers and library stubs; nothing of this host
