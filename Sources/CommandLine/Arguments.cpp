@@ -5,6 +5,7 @@
 #include "CommandLine/Session.h"
 
 #include <algorithm>
+#include <type_traits>
 
 namespace kw {
 namespace {
@@ -19,19 +20,12 @@ std::vector<std::string> splitNames(std::string_view names) {
   return result;
 }
 
-std::function<std::string(const std::string &)> storing(std::string &target, const Check &check) {
-  return [&target, check](const std::string &value) {
-    target = value;
-    return check ? check(value) : "";
-  };
+void store(const std::string &value, std::string &target) {
+  target = value;
 }
 
-std::function<std::string(const std::string &)> storing(std::vector<std::string> &target,
-                                                        const Check &check) {
-  return [&target, check](const std::string &value) {
-    target.push_back(value);
-    return check ? check(value) : "";
-  };
+void store(const std::string &value, std::vector<std::string> &target) {
+  target.push_back(value);
 }
 
 Argument *find(const std::vector<Arguments *> &tables, std::string_view name) {
@@ -61,6 +55,15 @@ void take(Argument &option, const std::string &name, const std::string &value) {
     throw UsageError(name + ": " + complaint);
 }
 
+// The word behind is the value.
+std::size_t takeNext(Argument &option, const std::string &name,
+                     const std::vector<std::string> &words, std::size_t index) {
+  if (index + 1 == words.size())
+    throw UsageError(name + " needs a value: " + option.value);
+  take(option, name, words[index + 1]);
+  return index + 2;
+}
+
 // "--name", "--name=value", "--name value"
 std::size_t takeLong(const std::vector<Arguments *> &tables, const std::vector<std::string> &words,
                      std::size_t index) {
@@ -77,21 +80,26 @@ std::size_t takeLong(const std::vector<Arguments *> &tables, const std::vector<s
     take(*option, name, hasValue ? word.substr(equals + 1) : "");
     return index + 1;
   }
-  if (index + 1 == words.size())
-    throw UsageError(name + " needs a value: " + option->value);
-  take(*option, name, words[index + 1]);
-  return index + 2;
+  return takeNext(*option, name, words, index);
 }
 
-// "-n", and several flags as in "-n0"
+// "-n", several flags as in "-n0", and a value as in "-d2" or "-d 2"
 std::size_t takeShort(const std::vector<Arguments *> &tables, const std::vector<std::string> &words,
                       std::size_t index) {
-  for (char letter : words[index].substr(1)) {
-    std::string name{'-', letter};
+  const std::string &word = words[index];
+  for (std::size_t at = 1; at < word.size(); ++at) {
+    std::string name{'-', word[at]};
     Argument *option = find(tables, name);
     if (!option)
-      refuseUnknown(tables, words[index].size() == 2 ? name : name + " in " + words[index]);
-    take(*option, name, "");
+      refuseUnknown(tables, word.size() == 2 ? name : name + " in " + word);
+    if (option->isFlag()) {
+      take(*option, name, "");
+      continue;
+    }
+    if (at + 1 == word.size())
+      return takeNext(*option, name, words, index);
+    take(*option, name, word.substr(at + 1));
+    break;
   }
   return index + 1;
 }
@@ -124,35 +132,38 @@ Argument &Arguments::flag(std::string_view names, bool &target, std::string_view
   return argument;
 }
 
+template <typename Target>
+Argument &Arguments::addTaking(std::deque<Argument> &list, std::string_view names, Target &target,
+                               std::string_view value, std::string_view help, const Check &check) {
+  Argument &argument = add(list, names, value, help);
+  argument.repeatable = std::is_same_v<Target, std::vector<std::string>>;
+  argument.take = [&target, check](const std::string &given) {
+    store(given, target);
+    return check ? check(given) : "";
+  };
+  return argument;
+}
+
 Argument &Arguments::option(std::string_view names, std::string &target, std::string_view value,
                             std::string_view help, const Check &check) {
-  Argument &argument = add(options_, names, value, help);
-  argument.take = storing(target, check);
-  return argument;
+  return addTaking(options_, names, target, value, help, check);
 }
 
 Argument &Arguments::option(std::string_view names, std::vector<std::string> &target,
                             std::string_view value, std::string_view help, const Check &check) {
-  Argument &argument = add(options_, names, value, help);
-  argument.take = storing(target, check);
-  argument.repeatable = true;
-  return argument;
+  return addTaking(options_, names, target, value, help, check);
 }
 
 Argument &Arguments::operand(std::string_view name, std::string &target, std::string_view value,
                              std::string_view help, const Check &check) {
-  Argument &argument = add(operands_, name, value, help);
-  argument.take = storing(target, check);
+  Argument &argument = addTaking(operands_, name, target, value, help, check);
   argument.required = true;
   return argument;
 }
 
-Argument &Arguments::operands(std::string_view name, std::vector<std::string> &target,
-                              std::string_view value, std::string_view help, const Check &check) {
-  Argument &argument = add(operands_, name, value, help);
-  argument.take = storing(target, check);
-  argument.repeatable = true;
-  return argument;
+Argument &Arguments::operand(std::string_view name, std::vector<std::string> &target,
+                             std::string_view value, std::string_view help, const Check &check) {
+  return addTaking(operands_, name, target, value, help, check);
 }
 
 Argument *Arguments::findOption(std::string_view name) {

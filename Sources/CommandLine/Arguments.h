@@ -5,11 +5,15 @@
 // beyond that: a value or an operand is taken byte for byte.
 #pragma once
 
+#include "CommandLine/Displayable.h"
+
+#include <charconv>
 #include <deque>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace kw {
@@ -37,6 +41,21 @@ using Check = std::function<std::string(const std::string &value)>;
 // Refuses what is empty.
 std::string refuseEmpty(const std::string &value);
 
+// Refuses what is no whole number from the smallest on, and stores it. The
+// target must live as long as the arguments are read.
+template <typename Number> Check storesNumber(Number &target, Number smallest) {
+  return [&target, smallest](const std::string &text) -> std::string {
+    auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), target);
+    if (failure == std::errc() && end == text.data() + text.size() && target >= smallest)
+      return "";
+    return std::string("\"")
+        .append(displayable(text))
+        .append("\" is no whole number from ")
+        .append(std::to_string(smallest))
+        .append(" on");
+  };
+}
+
 // The targets must live as long as the arguments are read. References to what
 // was declared stay valid.
 class Arguments {
@@ -48,17 +67,21 @@ public:
   // May be given again, adding to the target.
   Argument &option(std::string_view names, std::vector<std::string> &target, std::string_view value,
                    std::string_view help, const Check &check = nullptr);
+  // One that must be given.
   Argument &operand(std::string_view name, std::string &target, std::string_view value,
                     std::string_view help, const Check &check = refuseEmpty);
   // As many as there are; the last to be declared.
-  Argument &operands(std::string_view name, std::vector<std::string> &target,
-                     std::string_view value, std::string_view help,
-                     const Check &check = refuseEmpty);
+  Argument &operand(std::string_view name, std::vector<std::string> &target, std::string_view value,
+                    std::string_view help, const Check &check = refuseEmpty);
   // Whatever comes behind the operands declared so far, options or not.
   void everythingBehind(std::vector<std::string> &target) { behind_ = &target; }
 
   const std::deque<Argument> &allOptions() const { return options_; }
   const std::deque<Argument> &allOperands() const { return operands_; }
+  // Whether any was taken so far.
+  bool hasOperands() const {
+    return nextOperand_ > 0 || (!operands_.empty() && operands_.front().isGiven);
+  }
   // Null when there is none of the name.
   Argument *findOption(std::string_view name);
 
@@ -72,6 +95,10 @@ public:
 private:
   Argument &add(std::deque<Argument> &list, std::string_view names, std::string_view value,
                 std::string_view help);
+  // With a value that goes to the target, or is added to it.
+  template <typename Target>
+  Argument &addTaking(std::deque<Argument> &list, std::string_view names, Target &target,
+                      std::string_view value, std::string_view help, const Check &check);
 
   std::deque<Argument> options_;
   std::deque<Argument> operands_;

@@ -269,7 +269,7 @@ int inspect(Session &session, const std::string &path) {
 CommandRun declareInspect(Arguments &arguments) {
   auto paths = std::make_shared<std::vector<std::string>>();
   auto withNul = std::make_shared<bool>(false);
-  arguments.operands("paths", *paths, "PATH", "Files or folders").required = true;
+  arguments.operand("paths", *paths, "PATH", "Files or folders").required = true;
   arguments.flag("-0,--null", *withNul, "End each line with a NUL, whatever names hold");
   return [paths, withNul](Session &session) {
     if (*withNul)

@@ -7,7 +7,7 @@ namespace kw {
 
 std::shared_ptr<PathArguments> declarePaths(Arguments &arguments) {
   auto paths = std::make_shared<PathArguments>();
-  arguments.operands("paths", paths->given, "PATH", "Files or folders");
+  arguments.operand("paths", paths->given, "PATH", "Files or folders");
   arguments.flag(
       "-0,--null", paths->fromStandardInput,
       "Read the paths from standard input, each ended by a NUL, as find -print0 writes them");
