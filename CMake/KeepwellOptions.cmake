@@ -3,6 +3,14 @@
 option(KEEPWELL_BUILD_TESTS "Build the unit, system and fuzz tests" ON)
 option(KEEPWELL_BUILD_BENCHMARKS "Build the benchmarks" OFF)
 option(KEEPWELL_LIBFUZZER "Link the fuzz targets with libFuzzer (clang only)" OFF)
+# Who builds a release with another compiler should not fail at a new warning.
+if(EXISTS ${PROJECT_SOURCE_DIR}/.git)
+  set(is_developer ON)
+else()
+  set(is_developer OFF)
+endif()
+option(KEEPWELL_WARNINGS_ARE_ERRORS "Fail at warnings; on by default in a git checkout"
+       ${is_developer})
 set(KEEPWELL_SANITIZE "" CACHE STRING "Value for -fsanitize, empty for none")
 set(KEEPWELL_TEAM_ID "KEEPWELL00" CACHE STRING
     "The maker's ten-character team identifier, part of the client requirement")
@@ -30,7 +38,7 @@ endif()
 # Inherited by every target of ours; third-party headers come in as SYSTEM.
 add_library(kw_options INTERFACE)
 target_compile_options(kw_options INTERFACE
-  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion
+  -Wall -Wextra -Wpedantic $<$<BOOL:${KEEPWELL_WARNINGS_ARE_ERRORS}>:-Werror> -Wshadow -Wconversion -Wsign-conversion
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2
   -Wimplicit-fallthrough -fstack-protector-strong)
 if(KEEPWELL_LIBFUZZER)
