@@ -90,10 +90,14 @@ _keepwell() {{
     _keepwell_offer "$value" "$current"
   elif [[ $current == -* && -z $ended ]]; then
     _keepwell_offer "words $(_keepwell_options "$command")" "$current"
-  elif [ -n "$(_keepwell_commands "$command")" ]; then
-    _keepwell_offer "words $(_keepwell_commands "$command")" "$current"
   else
-    _keepwell_offer "$(_keepwell_argument "$command")" "$current"
+    [ -z "$(_keepwell_argument "$command")" ] ||
+      _keepwell_offer "$(_keepwell_argument "$command")" "$current"
+    if [ -n "$(_keepwell_commands "$command")" ]; then
+      local -a arguments=("${{COMPREPLY[@]}}")
+      _keepwell_offer "words $(_keepwell_commands "$command")" "$current"
+      COMPREPLY+=("${{arguments[@]}}")
+    fi
   fi
 }}
 
@@ -130,7 +134,9 @@ def zsh_function(command):
     lines = [text for option in command.known_options() for text in zsh_option(command, option)]
     if command.commands:
         lines += ["'1: :->command'", "'*:: :->rest'"]
-    for number, argument in enumerate(command.arguments, 1):
+    # Beside verbs, files are offered in the place of both.
+    arguments = [] if command.commands else command.arguments
+    for number, argument in enumerate(arguments, 1):
         place = "*" if argument.many else number
         lines.append(f"'{place}:{zsh_text(argument.value or argument.names[0])}:"
                      f"{zsh_offer(command.offers(argument))}'")
@@ -139,10 +145,12 @@ def zsh_function(command):
     if command.commands:
         text += ["  case $state in", "    command)", "      local -a commands=("]
         text += [f"        '{each.name}:{zsh_text(each.summary)}'" for each in command.commands]
-        text += ["      )", "      _describe -t commands command commands", "      ;;", "    rest)",
-                 "      case $words[1] in"]
+        files = ["      _files"] if command.arguments else []
+        text += ["      )", "      _describe -t commands command commands", *files, "      ;;",
+                 "    rest)", "      case $words[1] in"]
         text += [f"        {each.name}) {name}_{each.name.replace('-', '_')} ;;"
                  for each in command.commands]
+        text += ["        *) _files ;;"] if files else []
         text += ["      esac", "      ;;", "  esac"]
     return "\n".join([*text, "}"])
 

@@ -87,7 +87,7 @@ def examples_list(examples):
 
 def command_section(command):
     lines = [f".Ss {word('keepwell ' + command.path)}"]
-    if not command.commands:
+    if command.arguments or not command.commands:
         lines += [*synopsis(command), ".Pp"]
     lines.append(sentence(command.summary))
     if command.note:

@@ -5,6 +5,8 @@
 #include "Client/Request.h"
 #include "CommandLine/Alarm.h"
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -29,8 +31,24 @@ private:
   std::optional<RequestProgress> progress_;
 };
 
-// Such as "1204 items, 3.5 MB  /srv/old/deep", no wider than an ordinary
-// terminal; of a long path the end.
-std::string advanceInWords(const std::string &before, const RequestProgress &progress);
+// How fast a work goes on that reports tell of.
+class AdvanceRate {
+public:
+  using Moment = std::chrono::steady_clock::time_point;
+
+  // Bytes a second since the work was first heard of; nothing in the first
+  // second. A report of fewer items than before begins another work.
+  std::optional<std::uint64_t> of(const RequestProgress &progress, Moment now);
+
+private:
+  std::uint64_t items_ = 0;
+  std::uint64_t firstBytes_ = 0;
+  std::optional<Moment> first_;
+};
+
+// Such as "1204 items, 3.5 MB, 1.2 MB/s  /srv/old/deep", no wider than an
+// ordinary terminal; of a long path the end.
+std::string advanceInWords(const std::string &before, const RequestProgress &progress,
+                           std::optional<std::uint64_t> bytesPerSecond);
 
 } // namespace kw

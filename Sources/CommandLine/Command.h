@@ -26,7 +26,7 @@ struct Command {
   const char *name;
   const char *summary;
   // Declares options and arguments; what it returns is called when they have
-  // been read. Null for a noun, which has verbs instead.
+  // been read. Null for a noun, which has verbs instead; a command may have both.
   std::function<CommandRun(Arguments &arguments)> declare;
   std::vector<Example> examples{};
   std::vector<Command> verbs{};
@@ -46,6 +46,12 @@ CommandTable serviceCommands();
 CommandTable maintenanceCommands();
 // These need no agent.
 CommandTable localCommands();
+
+// Declares --dry-run, for commands that change something.
+std::shared_ptr<bool> declareDryRun(Arguments &arguments);
+
+inline constexpr const char *forceProtectedHelp =
+    "Take folders of the system and of users' homes too, such as /usr, once their paths are typed";
 
 // Declares --yes, for commands that ask before what cannot be undone.
 std::shared_ptr<bool> declareYes(Arguments &arguments);

@@ -60,6 +60,10 @@ int run(const DeclaredCommand &command, const GlobalOptions &options,
 
 int answer(Program &program, const std::vector<std::string> &words, const GlobalOptions &options,
            const Surroundings &surroundings) {
+  if (words.empty() && surroundings.outIsTerminal) {
+    *surroundings.out << firstMinute();
+    return ExitDone;
+  }
   auto [wish, command] = program.read(words);
   switch (wish) {
   case Program::Wish::Help:
@@ -78,6 +82,13 @@ int answer(Program &program, const std::vector<std::string> &words, const Global
 }
 
 } // namespace
+
+std::shared_ptr<bool> declareDryRun(Arguments &arguments) {
+  auto dryRun = std::make_shared<bool>(false);
+  arguments.flag("-n,--dry-run", *dryRun,
+                 "Tell what would be done and what it would free, and do nothing");
+  return dryRun;
+}
 
 std::shared_ptr<bool> declareYes(Arguments &arguments) {
   auto yes = std::make_shared<bool>(false);

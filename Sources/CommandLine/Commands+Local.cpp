@@ -1,17 +1,15 @@
 // Commands that look at this host's files themselves and need no agent.
 #include "Additions/NSFileManager+Additions.h"
 #include "Additions/NSFileManager+AliasExt.h"
-#include "Additions/NSFileManager+Enumeration.h"
 #include "Additions/NSFileManager+FileAttributes.h"
-#include "CommandLine/Command.h"
+#include "CommandLine/BrowseCommand.h"
+#include "CommandLine/FindCommand.h"
 #include "CommandLine/Outcome.h"
 #include "Foundation/FileFlags.h"
 #include "Foundation/Log.h"
 
-#include <algorithm>
 #include <array>
 #include <memory>
-#include <unordered_set>
 
 namespace kw {
 namespace {
@@ -19,100 +17,6 @@ namespace {
 NS::FileManager &files() {
   return NS::FileManager::defaultManager();
 }
-
-int fail(Session &session, JSONObject request, const std::string &path, const NS::Error &error) {
-  session.sayFailure(request.add("success", false).add("error", jsonOfError(error)));
-  session.complain(path + ": " + causeOf(error, path));
-  return ExitRefused;
-}
-
-// --- find
-
-struct FindArguments {
-  std::string name;
-  std::string under;
-  std::vector<std::string> excluded;
-  bool byWords = false;
-  bool shallow = false;
-  bool raw = false;
-  bool all = false;
-  bool withNul = false;
-};
-
-// Slashes and dots at the end would stand in the middle of every result.
-std::string withoutDots(std::string path) {
-  while (path.size() > 1 && (path.ends_with('/') || path.ends_with("/.")))
-    path.pop_back();
-  return path;
-}
-
-NameQuery queryOf(const FindArguments &arguments) {
-  NameQuery query{arguments.name, arguments.byWords, !arguments.shallow, nullptr, arguments.all};
-  // None at all lets the search read ahead.
-  if (!arguments.excluded.empty())
-    query.isExcluded = [&arguments](const std::string &name) {
-      return std::find(arguments.excluded.begin(), arguments.excluded.end(), name) !=
-             arguments.excluded.end();
-    };
-  return query;
-}
-
-// Matches reach the reader as they are found. The search names a folder twice,
-// before and after what it holds.
-std::vector<std::string> printMatches(Session &session, const FindArguments &arguments,
-                                      const std::string &root) {
-  std::unordered_set<std::string> seen;
-  std::vector<std::string> found;
-  searchByName(files(), queryOf(arguments), root, [&](const std::string &path) {
-    if (!arguments.raw && !seen.insert(path).second)
-      return;
-    if (session.json())
-      found.push_back(path);
-    session.say(path);
-    session.flush();
-  });
-  return found;
-}
-
-int find(Session &session, const FindArguments &arguments) {
-  if (arguments.withNul)
-    session.endLinesWithNul();
-  std::string root = withoutDots(absolutePath(arguments.under));
-  JSONObject request;
-  request.add("command", "find").addName("name", arguments.name).addName("path", root);
-  std::optional<NS::Error> error;
-  if (!files().attributesOfItemAtPath(root, &error))
-    return fail(session, request, root, *error);
-  std::vector<std::string> found = printMatches(session, arguments, root);
-  session.sayJSON(request.add("success", true).addNames("paths", found));
-  return ExitDone;
-}
-
-// The search itself would answer nothing there, which might be mistaken for
-// a result.
-std::string refuseRoot(const std::string &path) {
-  if (path.empty())
-    return refuseEmpty(path);
-  return withoutDots(absolutePath(path)) == "/"
-             ? "the search does not start at the root of the file system"
-             : "";
-}
-
-CommandRun declareFind(Arguments &arguments) {
-  auto given = std::make_shared<FindArguments>();
-  arguments.operand("name", given->name, "NAME", "The application's name, in whatever case");
-  arguments.option("--under", given->under, "PATH", "The folder to search", refuseRoot).required =
-      true;
-  arguments.flag("--words", given->byWords, "Match the words of the name, in any order");
-  arguments.flag("--shallow", given->shallow, "Look at the folder's own children only");
-  arguments.option("--exclude", given->excluded, "NAME", "Pass over items of this name, unentered");
-  arguments.flag("--all", given->all, "Pass over nothing: numbered copies too");
-  arguments.flag("--raw", given->raw, "Print each match of the walk: folders come twice");
-  arguments.flag("-0,--null", given->withNul, "End each path with a NUL, for xargs -0");
-  return [given](Session &session) { return find(session, *given); };
-}
-
-// --- inspect
 
 std::string nameOfType(NS::FileType type) {
   switch (type) {
@@ -259,7 +163,7 @@ int inspect(Session &session, const std::string &path) {
   std::optional<NS::Error> error;
   auto attributes = files().attributesOfItemAtPath(path, &error);
   if (!attributes)
-    return fail(session, request, path, *error);
+    return tellFailure(session, request, path, *error);
   Inspection item = inspection(path, *attributes);
   sayInspection(session, path, item);
   session.sayJSON(jsonOfInspection(request, item));
@@ -287,15 +191,8 @@ CommandRun declareInspect(Arguments &arguments) {
 
 CommandTable localCommands() {
   return {
-      {"find",
-       "Search a folder for what an application left behind",
-       declareFind,
-       {{"find Editor --under ~/.config", "what has the name in it, in whatever case"},
-        {"find \"Photo Editor\" --under /var --words", "the words in any order"},
-        {"find Editor --under ~ -0 | keepwell remove -0 -n", "what would go with them"}},
-       {},
-       "The search passes over numbered copies, such as \"Editor 2\" and \"editor10.conf\" for "
-       "Editor, and over what bears the name of the folder itself; --all prints them too."},
+      browseCommand(),
+      findCommand(),
       {"inspect",
        "Tell what items are: kind, flags, protection, times, original",
        declareInspect,

@@ -144,6 +144,14 @@ std::string needOf(const Command &command, const Surroundings &surroundings) {
 
 } // namespace
 
+std::string firstMinute() {
+  return "Keepwell shows what takes the space, and cleans up. All of it: keepwell --help\n"
+         "  keepwell browse ~            look around, in and out, and clean up\n"
+         "  keepwell size --children ~   what is in your home, the largest first\n"
+         "  keepwell find NAME           what an application left behind\n"
+         "  keepwell remove -n PATH      what would go; without -n it asks and removes it\n";
+}
+
 std::string generalNote() {
   return std::string(
              "Relative paths are taken from the current folder. "
@@ -165,8 +173,8 @@ std::string helpFor(const Program &program, const DeclaredCommand &command,
     text += usageOf(command) + titled("Arguments", operandRows(command.arguments)) +
             titled("Options", optionRows(command.arguments));
   else
-    text += fmt::format("Usage: keepwell {} COMMAND [ARGUMENTS]\n", command.words) +
-            titled("Commands", commandRows(runnableBelow(command)));
+    text += fmt::format("Usage: keepwell {} COMMAND [ARGUMENTS]\n", command.words);
+  text += titled("Commands", commandRows(runnableBelow(command)));
   text += titled("Options of every command", optionRows(program.top().arguments));
   text += paragraphs(fmt::format("{}{}", *what.note ? "\n" : "", what.note));
   text += needOf(what, surroundings);

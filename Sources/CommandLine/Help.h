@@ -11,6 +11,9 @@ namespace kw {
 std::string helpFor(const Program &program, const DeclaredCommand &command,
                     const Surroundings &surroundings);
 
+// What to do first, in five lines.
+std::string firstMinute();
+
 // What holds for all commands.
 std::string generalNote();
 

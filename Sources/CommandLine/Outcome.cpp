@@ -1,8 +1,6 @@
 // The telling of a flag and its error.
 #include "CommandLine/Outcome.h"
 
-#include "Tools/RVFileSizer.h"
-
 #include <fmt/format.h>
 
 namespace kw {
@@ -50,6 +48,13 @@ std::string causeOf(const NS::Error &error, const std::string &path) {
   return place.empty() || place == path ? words : fmt::format("{}: {}", place, words);
 }
 
+int tellFailure(Session &session, JSONObject request, const std::string &path,
+                const NS::Error &error) {
+  session.sayFailure(request.add("success", false).add("error", jsonOfError(error)));
+  session.complain(path + ": " + causeOf(error, path));
+  return ExitRefused;
+}
+
 int tellOutcome(Session &session, JSONObject request, const Told &reply, const Wording &wording) {
   if (reply.isDone) {
     session.sayJSON(request.add("success", true));
@@ -71,15 +76,6 @@ int tellOutcome(Session &session, JSONObject request, const Told &reply, const W
   session.sayFailure(request);
   session.complain(reason.empty() ? wording.failed : fmt::format("{}: {}", wording.failed, reason));
   return ExitRefused;
-}
-
-std::string sizeInWords(std::uint64_t bytes, bool base2) {
-  constexpr std::string_view noBreakSpace = "\u00a0";
-  std::string text = RVFileSizer::shared().displayItemSizeFromSize(bytes, base2, true);
-  std::size_t at = text.find(noBreakSpace);
-  if (at == text.npos)
-    return text;
-  return fmt::format("{} {}", text.substr(0, at), text.substr(at + noBreakSpace.size()));
 }
 
 } // namespace kw

@@ -34,11 +34,12 @@ struct Told {
 // status.
 int tellOutcome(Session &session, JSONObject request, const Told &reply, const Wording &wording);
 
+// Tells why something could not be looked at, and gives the exit status.
+int tellFailure(Session &session, JSONObject request, const std::string &path,
+                const NS::Error &error);
+
 // The words of the deepest cause, with the path it happened at where that is
 // another than the one that was asked for.
 std::string causeOf(const NS::Error &error, const std::string &path = "");
-
-// With a plain space before the unit.
-std::string sizeInWords(std::uint64_t bytes, bool base2 = false);
 
 } // namespace kw

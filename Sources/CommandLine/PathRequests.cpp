@@ -1,6 +1,8 @@
 // Paths as arguments and from standard input.
 #include "CommandLine/PathRequests.h"
 
+#include "CommandLine/ProtectedPaths.h"
+
 #include <fmt/format.h>
 
 namespace kw {
@@ -138,6 +140,18 @@ int tellSkipped(Session &session, const JSONObject &request, const std::string &
                          .add("error", jsonOfReason(reason, isStopped ? "cancelled" : "skipped")));
   session.complain(fmt::format("{}: {}", path, reason));
   return isStopped ? ExitStopped : ExitNoAnswer;
+}
+
+Telling refusalOfProtected(const std::string &path) {
+  auto protection = protectionOf(path);
+  if (!protection)
+    return nullptr;
+  return [reason = *protection](Session &session, JSONObject request) {
+    session.sayFailure(
+        request.add("success", false).add("error", jsonOfReason(reason, "protected")));
+    session.complain(reason);
+    return ExitRefused;
+  };
 }
 
 void tellStop(Session &session, const char *participle, std::size_t done, std::size_t all) {

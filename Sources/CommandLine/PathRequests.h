@@ -71,9 +71,25 @@ inline constexpr std::size_t mostPathsAsked = 256;
 // Why nobody was asked about a path.
 enum class Skipped { No, AfterNoAnswer, AfterStop };
 
+// Tells what became of a path without a request, and gives the exit status.
+using Telling = std::function<int(Session &session, JSONObject request)>;
+
+// Deals with a path without a request, if that can be, and gives how to tell
+// it; null where the agent is to be asked.
+using Here = std::function<Telling(const std::string &path)>;
+
+// The first that deals with a path.
+inline Here firstOf(const Here &first, const Here &second) {
+  return [first, second](const std::string &path) {
+    Telling told = first(path);
+    return told || !second ? told : second(path);
+  };
+}
+
 // A path and the request that was made for it, or the reason why none was.
 template <typename Reply> struct AskedPath {
   std::string path;
+  Telling tellHere = nullptr;          // what was done with it without a request
   Presence before = Presence::Unknown; // as seen before the request was made
   Request<Reply> request;
   std::optional<ClientError> failure;
@@ -93,7 +109,11 @@ template <typename Reply> struct PathQuestion {
   std::function<Request<Reply>(Client &, const std::string &path, const RequestOptions &)> ask;
   // Gives the exit status.
   std::function<int(Session &, const AskedPath<Reply> &asked, JSONObject request)> tell;
+  Here here = nullptr;
 };
+
+// Why the path is left alone; nothing where it is not protected.
+Telling refusalOfProtected(const std::string &path);
 
 void showProgress(Session &session, std::size_t done, std::optional<std::size_t> all);
 
@@ -132,6 +152,9 @@ public:
     return status_;
   }
 
+  std::size_t told() const { return told_; }
+  std::size_t done() const { return done_; }
+
 private:
   bool canTakeMore() const { return !isAtEnd_ && asked_.size() < window_; }
 
@@ -144,7 +167,9 @@ private:
         return;
       asked.path = std::move(*path);
       asked.skipped = skipping_;
-      if (skipping_ == Skipped::No) {
+      if (skipping_ == Skipped::No && question_.here)
+        asked.tellHere = question_.here(asked.path);
+      if (skipping_ == Skipped::No && !asked.tellHere) {
         asked.before = presenceOf(asked.path);
         asked.request = question_.ask(session_.agent(), asked.path, session_.requestOptions());
       }
@@ -186,19 +211,20 @@ private:
     });
   }
 
+  int tell(const AskedPath<Reply> &asked, const JSONObject &request) {
+    if (asked.skipped != Skipped::No)
+      return tellSkipped(session_, request, asked.path, asked.skipped);
+    return asked.tellHere ? asked.tellHere(session_, request)
+                          : question_.tell(session_, asked, request);
+  }
+
   void tellFirst() {
     AskedPath<Reply> first = std::move(asked_.front());
     asked_.pop_front();
     tellApartFromBegun(first);
     JSONObject request = pathRequest(question_.command, first.path);
     int status = reportingFailures(
-        session_, request,
-        [&] {
-          return first.skipped == Skipped::No
-                     ? question_.tell(session_, first, request)
-                     : tellSkipped(session_, request, first.path, first.skipped);
-        },
-        first.path);
+        session_, request, [&] { return tell(first, request); }, first.path);
     status_ = worse(status_, status);
     ++told_;
     done_ += status == ExitDone ? 1 : 0;

@@ -2,6 +2,7 @@
 // any other word is the next command, or an operand of the last.
 #include "CommandLine/Program.h"
 
+#include "CommandLine/Look.h"
 #include "CommandLine/NearWord.h"
 
 #include <algorithm>
@@ -43,6 +44,19 @@ DeclaredCommand &commandCalled(const std::string &name, DeclaredCommand &above) 
     if (command.command->name == name)
       return command;
   throw UsageError(suggestionFor(name, above.command->verbs));
+}
+
+// Whether the word is a verb of a command that takes operands, too. Where it is
+// the name of an item that is here as well, nobody knows what was meant.
+bool callsVerb(const std::string &word, const DeclaredCommand &command) {
+  bool isVerb = !command.arguments.hasOperands() &&
+                std::any_of(command.below.begin(), command.below.end(),
+                            [&](const auto &verb) { return verb.command->name == word; });
+  if (isVerb && presenceOf(word) == Presence::There)
+    throw UsageError(fmt::format("there is an item called {0} here: write ./{0} for it, or ask for "
+                                 "\"{1} {0}\" in another folder",
+                                 word, command.words));
+  return isVerb;
 }
 
 std::string listed(const std::vector<const DeclaredCommand *> &commands) {
@@ -113,7 +127,7 @@ void Program::readOn(const std::vector<std::string> &words, DeclaredCommand *&co
     } else if (canBeOption && looksLikeOption(word)) {
       index = takeOption({&command->arguments, &top_.arguments}, words, index);
     } else {
-      if (command->run)
+      if (command->run && (optionsEnded || !callsVerb(word, *command)))
         command->arguments.takeOperand(word);
       else
         command = &commandCalled(word, *command);
@@ -140,12 +154,12 @@ Program::Reading Program::read(const std::vector<std::string> &words) {
 
 std::vector<const DeclaredCommand *> runnableBelow(const DeclaredCommand &command) {
   std::vector<const DeclaredCommand *> found;
-  for (const DeclaredCommand &each : command.below)
+  for (const DeclaredCommand &each : command.below) {
     if (each.run)
       found.push_back(&each);
-    else
-      for (const DeclaredCommand *verb : runnableBelow(each))
-        found.push_back(verb);
+    for (const DeclaredCommand *verb : runnableBelow(each))
+      found.push_back(verb);
+  }
   return found;
 }
 

@@ -18,7 +18,7 @@ struct DeclaredCommand {
   std::string words; // that call it, such as "launchd enable"
   Arguments arguments{};
   CommandRun run{};
-  std::deque<DeclaredCommand> below{}; // verbs of a noun
+  std::deque<DeclaredCommand> below{}; // its verbs
 };
 
 class Program {

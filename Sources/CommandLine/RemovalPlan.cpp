@@ -10,8 +10,6 @@
 namespace kw {
 namespace {
 
-constexpr std::uint64_t blockBytes = 512;
-
 std::string withoutSlashes(std::string path) {
   while (path.size() > 1 && path.ends_with('/'))
     path.pop_back();
@@ -64,20 +62,22 @@ RemovalPlan RemovalPlanner::plan(const std::string &path) {
     walk.plan.exists = true;
     return walk.plan;
   }
-  if (auto refusal = refusalOf(walk.root); refusal && volumes_ == Volumes::One) {
+  if (auto refusal = refusalOf(walk.root)) {
     walk.plan.exists = presenceOf(walk.root) != Presence::Missing;
     walk.plan.refusals.push_back(*refusal);
     return walk.plan;
   }
   walk.device = deviceOf(std::filesystem::path(walk.root).parent_path().string());
-  int options = NS::FTSOption::PHYSICAL | (volumes_ == Volumes::One ? NS::FTSOption::XDEV : 0);
-  auto stream = NS::FTS::shared().open(walk.root, options);
+  auto stream = NS::FTS::shared().open(walk.root, NS::FTSOption::PHYSICAL | NS::FTSOption::XDEV);
   if (!stream) {
     walk.plan.unknown.push_back(walk.root);
     return walk.plan;
   }
-  while (NS::FTSEntry *entry = stream->read())
+  WatchedWalk watched(watch_);
+  while (NS::FTSEntry *entry = stream->read()) {
     visit(*stream, *entry, walk);
+    watched.count(*entry);
+  }
   stream->close();
   walk.plan.roots = std::move(walk.folders.front().removable);
   taken_.insert(walk.plan.roots.begin(), walk.plan.roots.end());
@@ -132,16 +132,12 @@ void RemovalPlanner::visit(NS::FTSStream &stream, NS::FTSEntry &entry, Walk &wal
   }
 }
 
-bool RemovalPlanner::isOtherVolume(const NS::FTSEntry &entry, const Walk &walk) const {
-  return volumes_ == Volumes::One && walk.device != 0 && entry.statp.device != walk.device;
-}
-
 void RemovalPlanner::enter(NS::FTSStream &stream, NS::FTSEntry &entry, Walk &walk) {
   std::string path(entry.path);
   walk.folders.emplace_back();
   if (isKept(path, walk)) {
     walk.plan.kept.push_back(path);
-  } else if (isOtherVolume(entry, walk)) {
+  } else if (walk.device != 0 && entry.statp.device != walk.device) {
     walk.plan.refusals.push_back(path + " is a mount point and is never removed");
   } else {
     if (taken_.contains(path))
@@ -152,25 +148,23 @@ void RemovalPlanner::enter(NS::FTSStream &stream, NS::FTSEntry &entry, Walk &wal
   stream.set(entry, NS::FTSInstruction::SKIP);
 }
 
-// A size that was measured has each folder twice.
 void RemovalPlanner::noteUnknown(const NS::FTSEntry &entry, Walk &walk) {
   std::string path(entry.path);
-  auto bytes = measure_ ? measure_(path) : std::nullopt;
-  if (!bytes) {
+  auto held = heldBytes(measure_, entry);
+  if (!held) {
     walk.plan.unknown.push_back(path);
     return;
   }
-  std::uint64_t own = 2 * static_cast<std::uint64_t>(entry.statp.blocks) * blockBytes;
-  std::uint64_t held = *bytes > own ? *bytes - own : 0;
+  walk.plan.allocatedBytes += *held;
+  walk.plan.freedBytes += *held;
+  walk.plan.largest.add(*held, path);
   walk.plan.measured.push_back(path);
-  walk.plan.allocatedBytes += held;
-  walk.plan.freedBytes += held;
 }
 
 void RemovalPlanner::take(const NS::FTSEntry &entry, Walk &walk) {
   std::string path(entry.path);
   if (!taken_.contains(path))
-    count(entry.statp, walk.plan);
+    count(entry, walk.plan);
   walk.folders.back().removable.push_back(std::move(path));
 }
 
@@ -184,20 +178,26 @@ void RemovalPlanner::leave(const NS::FTSEntry &entry, Walk &walk) {
                std::make_move_iterator(folder.removable.end()));
 }
 
-void RemovalPlanner::count(const NS::FTSStat &status, RemovalPlan &plan) {
+void RemovalPlanner::count(const NS::FTSEntry &entry, RemovalPlan &plan) {
+  const NS::FTSStat &status = entry.statp;
   ++plan.items;
-  auto bytes = static_cast<std::uint64_t>(status.blocks) * blockBytes;
+  std::uint64_t bytes = kw::allocatedBytes(status);
   constexpr std::uint32_t kindOfItem = 0170000;
   constexpr std::uint32_t folder = 0040000;
-  if (status.linkCount <= 1 || (status.mode & kindOfItem) == folder) {
+  bool isFolder = (status.mode & kindOfItem) == folder;
+  if (status.linkCount <= 1 || isFolder) {
     plan.allocatedBytes += bytes;
     plan.freedBytes += bytes;
+    if (!isFolder)
+      plan.largest.add(bytes, entry.path);
     return;
   }
   auto [found, isFirst] =
       linksLeft_.emplace(std::pair(status.device, status.inode), status.linkCount);
-  if (isFirst)
+  if (isFirst) {
     plan.allocatedBytes += bytes;
+    plan.largest.add(bytes, entry.path);
+  }
   if (--found->second == 0)
     plan.freedBytes += bytes;
 }

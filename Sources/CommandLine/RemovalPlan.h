@@ -7,10 +7,11 @@
 #pragma once
 
 #include "CommandLine/KeepList.h"
+#include "CommandLine/LargestItems.h"
+#include "CommandLine/Measure.h"
 #include "Foundation/FTS.h"
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -37,22 +38,15 @@ struct RemovalPlan {
   std::uint64_t allocatedBytes = 0; // of the items, hard links once
   // Of those, what really becomes free: not what has a hard link elsewhere.
   std::uint64_t freedBytes = 0;
+  LargestItems largest{10}; // of the items
 };
-
-// The bytes that a folder or an item occupies that this user cannot look into;
-// nothing when that cannot be learnt.
-using Measure = std::function<std::optional<std::uint64_t>(const std::string &path)>;
 
 // Plans one item after the other. What an earlier plan takes already is not
 // counted again, and hard links among all of them are known to go together.
 class RemovalPlanner {
 public:
-  // A removal ends at what is mounted inside, a measurement goes in.
-  enum class Volumes { One, All };
-
-  explicit RemovalPlanner(const KeepList &keep, Volumes volumes = Volumes::One,
-                          Measure measure = nullptr)
-      : keep_(keep), volumes_(volumes), measure_(std::move(measure)) {}
+  explicit RemovalPlanner(const KeepList &keep, Measure measure = nullptr, Watch watch = nullptr)
+      : keep_(keep), measure_(std::move(measure)), watch_(std::move(watch)) {}
 
   RemovalPlan plan(const std::string &path);
 
@@ -74,16 +68,15 @@ private:
   void enter(NS::FTSStream &stream, NS::FTSEntry &entry, Walk &walk);
   void leave(const NS::FTSEntry &entry, Walk &walk);
   void noteUnknown(const NS::FTSEntry &entry, Walk &walk);
-  bool isOtherVolume(const NS::FTSEntry &entry, const Walk &walk) const;
   void take(const NS::FTSEntry &entry, Walk &walk);
   static void keepBack(Walk &walk);
   bool isKept(std::string_view path, const Walk &walk) const;
   bool isTaken(const std::string &path) const;
-  void count(const NS::FTSStat &status, RemovalPlan &plan);
+  void count(const NS::FTSEntry &entry, RemovalPlan &plan);
 
   const KeepList &keep_;
-  const Volumes volumes_;
   const Measure measure_;
+  const Watch watch_;
   std::set<std::string, std::less<>> taken_;
   // Of items with several links: those not met yet.
   std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint64_t> linksLeft_;

@@ -1,34 +1,20 @@
 // Plans, added up.
 #include "CommandLine/RemovalPreview.h"
 
-#include "CommandLine/Outcome.h"
+#include "CommandLine/ProtectedPaths.h"
+#include "CommandLine/Quantities.h"
 
 #include <fmt/format.h>
 
 namespace kw {
 namespace {
 
-struct Total {
-  std::size_t paths = 0;
-  std::size_t kept = 0;
-  std::uint64_t items = 0;
-  std::uint64_t allocated = 0;
-  std::uint64_t freed = 0;
-  bool isAtLeast = false; // some could not be counted
-
-  void add(const RemovalPlan &plan) {
-    paths += plan.exists ? 1 : 0;
-    kept += plan.kept.size();
-    items += plan.items;
-    allocated += plan.allocatedBytes;
-    freed += plan.freedBytes;
-    isAtLeast = isAtLeast || !plan.unknown.empty() || !plan.measured.empty();
-  }
-  std::string itemsInWords() const {
-    return fmt::format("{}{} {}", isAtLeast ? "at least " : "", items,
-                       items == 1 ? "item" : "items");
-  }
-};
+std::vector<JSONObject> jsonOfLargest(const LargestItems &items) {
+  std::vector<JSONObject> objects;
+  for (const LargeItem &item : items.sorted())
+    objects.push_back(JSONObject().addName("path", item.path).add("bytes", item.bytes));
+  return objects;
+}
 
 JSONObject jsonOfPlan(const char *command, const std::string &path, const RemovalPlan &plan) {
   JSONObject object = pathRequest(command, path);
@@ -41,7 +27,8 @@ JSONObject jsonOfPlan(const char *command, const std::string &path, const Remova
       .addNames("measured", plan.measured)
       .add("items", plan.items)
       .add("allocated", plan.allocatedBytes)
-      .add("freed", plan.freedBytes);
+      .add("freed", plan.freedBytes)
+      .add("largest", jsonOfLargest(plan.largest));
 }
 
 int tellPlan(Session &session, const PreviewWording &wording, const std::string &path,
@@ -74,36 +61,61 @@ std::string namesOf(const std::vector<std::string> &paths) {
   return names;
 }
 
+RemovalPlan planned(RemovalPlanner &planner, const PreviewWording &wording,
+                    const std::string &path) {
+  if (auto refusal = protectionOf(path); refusal && !wording.mayTakeProtected) {
+    RemovalPlan plan;
+    plan.exists = true;
+    plan.refusals.push_back(*refusal);
+    return plan;
+  }
+  RemovalPlan plan = planner.plan(path);
+  if (!wording.freesSpace)
+    plan.freedBytes = 0;
+  return plan;
+}
+
 } // namespace
 
-Measure measuringByAgent(Session &session) {
-  return [&session](const std::string &path) -> std::optional<std::uint64_t> {
-    try {
-      auto request = session.agent().sizeOfItemAtPathAsync(path, session.requestOptions());
-      SizeReply reply = session.await(request);
-      return reply.error ? std::nullopt : std::optional(reply.allocatedBytes);
-    } catch (const ClientError &) {
-      return std::nullopt; // what could not be counted is told as such
-    }
-  };
+void RemovalSum::add(const RemovalPlan &plan) {
+  paths += plan.exists ? 1 : 0;
+  kept += plan.kept.size();
+  items += plan.items;
+  allocated += plan.allocatedBytes;
+  freed += plan.freedBytes;
+  isAtLeast = isAtLeast || !plan.unknown.empty() || !plan.measured.empty();
+  largest.add(plan.largest);
+}
+
+std::string RemovalSum::itemsInWords() const {
+  return (isAtLeast ? "at least " : "") + kw::itemsInWords(items);
+}
+
+std::vector<std::string> RemovalSum::largestInWords() const {
+  std::vector<std::string> lines;
+  if (items < 2)
+    return lines;
+  for (const LargeItem &item : largest.sorted())
+    lines.push_back(fmt::format("{:>10}  {}", sizeInWords(item.bytes), item.path));
+  return lines;
 }
 
 int previewRemoval(Session &session, const PathArguments &arguments, const KeepList &keep,
                    const PreviewWording &wording) {
-  RemovalPlanner planner(keep, RemovalPlanner::Volumes::One, measuringByAgent(session));
-  Total total;
+  RemovalPlanner planner(keep, measuringByAgent(session), showingAdvance(session));
+  RemovalSum sum;
   PathSource source(session, arguments);
   int status = tellForEachPath(session, wording.command, source, [&](const std::string &path) {
-    RemovalPlan plan = planner.plan(path);
-    if (!wording.freesSpace)
-      plan.freedBytes = 0;
-    total.add(plan);
+    RemovalPlan plan = planned(planner, wording, path);
+    sum.add(plan);
     return tellPlan(session, wording, path, plan);
   });
-  session.say(fmt::format("{}, {} on disk, {} would be freed", total.itemsInWords(),
-                          sizeInWords(total.allocated), sizeInWords(total.freed)));
+  for (const std::string &line : sum.largestInWords())
+    session.say(line);
+  session.say(fmt::format("{}, {} on disk, {} would be freed", sum.itemsInWords(),
+                          sizeInWords(sum.allocated), sizeInWords(sum.freed)));
   JSONObject object;
-  object.add("items", total.items).add("allocated", total.allocated).add("freed", total.freed);
+  object.add("items", sum.items).add("allocated", sum.allocated).add("freed", sum.freed);
   session.sayJSON(JSONObject()
                       .add("command", wording.command)
                       .add("dryRun", true)
@@ -112,23 +124,34 @@ int previewRemoval(Session &session, const PathArguments &arguments, const KeepL
   return status;
 }
 
-void confirmRemoval(Session &session, const char *verb, const std::vector<std::string> &paths,
-                    const KeepList &keep) {
-  RemovalPlanner planner(keep, RemovalPlanner::Volumes::One, measuringByAgent(session));
-  Total total;
+RemovalSum confirmRemoval(Session &session, const char *verb, const std::vector<std::string> &paths,
+                          const KeepList &keep, bool mayTakeProtected) {
+  RemovalPlanner planner(keep, measuringByAgent(session), showingAdvance(session));
+  RemovalSum sum;
   std::vector<std::string> there;
   for (const std::string &path : paths) {
+    if (!mayTakeProtected && protectionOf(path))
+      continue; // will be refused
     RemovalPlan plan = planner.plan(path);
-    total.add(plan);
+    sum.add(plan);
     if (plan.exists)
       there.push_back(path);
   }
-  if (total.paths == 0)
-    return;
-  std::string kept = total.kept > 0 ? fmt::format(", keeping {}", total.kept) : "";
-  session.confirm(fmt::format("{} {}{}: {}, {}?", verb, namesOf(there), kept, total.itemsInWords(),
-                              sizeInWords(total.allocated)),
-                  false);
+  if (sum.paths == 0)
+    return sum;
+  std::string kept = sum.kept > 0 ? fmt::format(", keeping {}", sum.kept) : "";
+  session.confirm(fmt::format("{} {}{}: {}, {}?", verb, namesOf(there), kept, sum.itemsInWords(),
+                              sizeInWords(sum.allocated)),
+                  false, sum.largestInWords());
+  return sum;
+}
+
+void confirmProtected(Session &session, const char *verb, const std::vector<std::string> &paths) {
+  for (const std::string &path : paths)
+    if (protectionOf(path))
+      session.confirmTyped(
+          fmt::format("{} is protected. {} it with all that it holds? Type its path: ", path, verb),
+          path);
 }
 
 } // namespace kw

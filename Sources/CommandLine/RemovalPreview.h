@@ -15,18 +15,36 @@ struct PreviewWording {
   const char *command;
   const char *would;      // before an item
   bool freesSpace = true; // what goes to the Trash does not
+  bool mayTakeProtected = false;
+};
+
+// What plans come to.
+struct RemovalSum {
+  std::size_t paths = 0; // at which something stands
+  std::size_t kept = 0;
+  std::uint64_t items = 0;
+  std::uint64_t allocated = 0;
+  std::uint64_t freed = 0;
+  bool isAtLeast = false; // some could not be counted
+  LargestItems largest{10};
+
+  void add(const RemovalPlan &plan);
+  std::string itemsInWords() const;
+  // Nothing where they are no more than one item.
+  std::vector<std::string> largestInWords() const;
 };
 
 // Tells for each path what would happen to it, then the sum.
 int previewRemoval(Session &session, const PathArguments &arguments, const KeepList &keep,
                    const PreviewWording &wording);
 
-// Asks, as in "Remove /srv/old: 4 items, 164 KB?". Nothing is asked when there
-// is nothing to remove. Throws NotConfirmed.
-void confirmRemoval(Session &session, const char *verb, const std::vector<std::string> &paths,
-                    const KeepList &keep);
+// Asks, as in "Remove /srv/old: 4 items, 164 KB?", with the largest of them
+// above, and gives what was told. Nothing is asked when there is nothing to
+// remove. Throws NotConfirmed.
+RemovalSum confirmRemoval(Session &session, const char *verb, const std::vector<std::string> &paths,
+                          const KeepList &keep, bool mayTakeProtected);
 
-// Has the agent measure, where it can be reached.
-Measure measuringByAgent(Session &session);
+// Has the path of each that is protected typed. Throws NotConfirmed.
+void confirmProtected(Session &session, const char *verb, const std::vector<std::string> &paths);
 
 } // namespace kw

@@ -73,8 +73,12 @@ void Session::waitUntil(const std::function<bool()> &condition) {
     if (condition())
       return;
     if (progress)
-      showProgress(advanceInWords(progressOfPaths_, *progress));
+      showAdvance(*progress);
   }
+}
+
+void Session::showAdvance(const RequestProgress &progress) {
+  showProgress(advanceInWords(progressOfPaths_, progress, rate_.of(progress, now())));
 }
 
 void Session::tellStopping() {
@@ -174,18 +178,35 @@ void Session::endProgress() {
     *surroundings_.err << "\r\x1b[K" << std::flush;
 }
 
-void Session::confirm(const std::string &question, bool assumeYes) {
-  if (!canAsk(assumeYes))
-    return;
+std::optional<std::string> Session::ask(const std::string &question) {
   flush();
   endProgress();
-  std::optional<std::string> answer = surroundings_.ask(displayable(question) + " [y/N] ");
+  return surroundings_.ask ? surroundings_.ask(question) : std::nullopt;
+}
+
+void Session::confirm(const std::string &question, bool assumeYes,
+                      const std::vector<std::string> &lines) {
+  if (!canAsk(assumeYes))
+    return;
+  std::string text;
+  for (const std::string &line : lines)
+    text += displayable(line) + "\n";
+  std::optional<std::string> answer = ask(text + displayable(question) + " [y/N] ");
   if (!answer)
     return;
   for (const char *yes : {"y", "Y", "yes", "Yes", "YES"})
     if (*answer == yes)
       return;
   throw NotConfirmed();
+}
+
+void Session::confirmTyped(const std::string &question, const std::string &text) {
+  std::optional<std::string> answer = ask(displayable(question));
+  if (!answer)
+    throw NotConfirmed("what is protected is asked about on a terminal, and there is none; "
+                       "nothing was done");
+  if (*answer != displayable(text))
+    throw NotConfirmed();
 }
 
 void Session::flush() {

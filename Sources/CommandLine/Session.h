@@ -7,7 +7,9 @@
 #include "CommandLine/Alarm.h"
 #include "CommandLine/Displayable.h"
 #include "CommandLine/JSON.h"
+#include "CommandLine/UserTrash.h"
 #include "Foundation/Error.h"
+#include "Foundation/Screen.h"
 
 #include <chrono>
 #include <functional>
@@ -17,6 +19,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kw {
 
@@ -28,7 +31,8 @@ class UsageError : public std::runtime_error {
 // Thrown when a person was asked and did not say yes.
 class NotConfirmed : public std::runtime_error {
 public:
-  NotConfirmed() : std::runtime_error("not confirmed; nothing was done") {}
+  explicit NotConfirmed(const std::string &why = "not confirmed; nothing was done")
+      : std::runtime_error(why) {}
 };
 
 // The worst has the largest number.
@@ -50,9 +54,16 @@ struct Surroundings {
   bool errIsTerminal = false;
   bool wantsColours = false; // where there is a terminal
   bool canErase = false;     // so that a line of progress can be taken back
+  bool canDraw = false;      // letters beyond ASCII, such as blocks
   std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now;
   // Asks a person and gives the answer; nothing where there is nobody.
   std::function<std::optional<std::string>(const std::string &question)> ask = nullptr;
+  // Takes the terminal over. Null where that is not possible.
+  std::function<std::unique_ptr<NS::Screen>()> openScreen = nullptr;
+  // Moves an item to the Trash of this user. Null where there is none.
+  std::function<bool(const std::string &path)> trash = nullptr;
+  // The folders of that Trash.
+  std::function<std::vector<TrashFolder>()> trashFolders = nullptr;
   // Whether this system has a tool that can be run, and whether it has a file.
   std::function<bool(const std::string &path)> hasTool = nullptr;
   std::function<bool(const std::string &path)> hasFile = nullptr;
@@ -134,17 +145,40 @@ public:
   // How far a long work has come, on a line that gives way to any other; only
   // where a person watches the errors, and not more often than an eye can see.
   void showProgress(const std::string &line);
+  // The same for the work on one item.
+  void showAdvance(const RequestProgress &progress);
   // What stands before how far the agent has come with one of many requests.
   void setProgressOfPaths(const std::string &line) { progressOfPaths_ = line; }
   void endProgress();
+  // Whether a person watches the answer.
+  bool isWatched() const {
+    return surroundings_.outIsTerminal && !options_.json && !options_.quiet;
+  }
+  bool canDraw() const { return surroundings_.canDraw; }
+  std::unique_ptr<NS::Screen> openScreen() const {
+    return surroundings_.openScreen ? surroundings_.openScreen() : nullptr;
+  }
+  bool hasTrash() const { return surroundings_.trash != nullptr; }
+  std::vector<TrashedItem> trashedItems() const {
+    return surroundings_.trashFolders ? kw::trashedItems(surroundings_.trashFolders())
+                                      : std::vector<TrashedItem>();
+  }
+  bool trash(const std::string &path) const { return hasTrash() && surroundings_.trash(path); }
+  std::chrono::steady_clock::time_point now() const { return surroundings_.now(); }
   // Whether there is a person to ask, as far as is known before.
   bool canAsk(bool assumeYes) const { return !assumeYes && surroundings_.ask != nullptr; }
   // Asks before what cannot be undone. Returns if the answer is yes, if
   // assumeYes is set, and where nobody can be asked; else throws NotConfirmed.
-  void confirm(const std::string &question, bool assumeYes);
+  // The lines stand above the question.
+  void confirm(const std::string &question, bool assumeYes,
+               const std::vector<std::string> &lines = {});
+  // Asks for the very text. Throws NotConfirmed unless it is typed, and where
+  // nobody can be asked.
+  void confirmTyped(const std::string &question, const std::string &text);
 
 private:
   bool showsProgress() const;
+  std::optional<std::string> ask(const std::string &question);
 
   std::string forOut(std::string_view text) const;
   std::string forErr(std::string_view text) const;
@@ -156,6 +190,7 @@ private:
   char lineEnd_ = '\n';
   std::size_t stoppedInPart_ = 0;
   bool progressIsShown_ = false;
+  AdvanceRate rate_;
   std::string progressOfPaths_; // such as "3 of 60"
   const std::shared_ptr<AgentAdvance> advance_;
   std::chrono::steady_clock::time_point lastProgress_;

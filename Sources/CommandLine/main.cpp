@@ -27,6 +27,14 @@ bool isSet(const char *variable) {
   return !valueOf(variable).empty();
 }
 
+// By the first of the variables that says anything.
+bool isUTF8() {
+  for (const char *variable : {"LC_ALL", "LC_CTYPE", "LANG"})
+    if (std::string_view locale = valueOf(variable); !locale.empty())
+      return locale.find("UTF-8") != locale.npos || locale.find("utf8") != locale.npos;
+  return false;
+}
+
 // The streams and the files of this process.
 kw::Surroundings surroundingsOfProcess() {
   kw::Surroundings surroundings;
@@ -35,6 +43,7 @@ kw::Surroundings surroundingsOfProcess() {
   surroundings.in = &std::cin;
   surroundings.outIsTerminal = NS::standardOutputIsTerminal();
   surroundings.errIsTerminal = NS::standardErrorIsTerminal();
+  surroundings.canDraw = isUTF8() && valueOf("TERM") != "dumb";
   surroundings.canErase = !valueOf("TERM").empty() && valueOf("TERM") != "dumb";
   surroundings.wantsColours = surroundings.canErase && !isSet("NO_COLOR");
   surroundings.connect = [](const std::string &bus) {
@@ -44,6 +53,12 @@ kw::Surroundings surroundingsOfProcess() {
   };
   if (NS::hasControllingTerminal())
     surroundings.ask = NS::answerOnTerminal;
+  surroundings.openScreen = NS::Screen::open;
+  surroundings.trash = [](const std::string &path) {
+    return NS::FileManager::defaultManager().trashItemAtURL(NS::URL::fileURLWithPath(path, false),
+                                                            nullptr);
+  };
+  surroundings.trashFolders = kw::trashFolders;
   surroundings.hasTool = [](const std::string &path) {
     return NS::FileManager::defaultManager().isExecutableFileAtPath(path);
   };
@@ -62,8 +77,10 @@ int main(int argc, char **argv) {
   kw::Surroundings surroundings = surroundingsOfProcess();
   NS::SignalWatch watch({NS::InterruptSignal, NS::TerminateSignal},
                         [alarm = surroundings.alarm](int signal) {
-                          if (!alarm->stop(signal))
-                            NS::leaveAtOnce(kw::ExitStopped + signal);
+                          if (alarm->stop(signal))
+                            return;
+                          NS::Screen::giveBack();
+                          NS::leaveAtOnce(kw::ExitStopped + signal);
                         });
   try {
     return kw::runCommandLine(argc, argv, surroundings);

@@ -33,6 +33,7 @@ end
 ZSH = """
 compdef() { : }
 _arguments() { print -rl -- "$@"; state=command }
+_files() { : }
 _describe() { print -rl -- "${(@P)4}" }
 source "$1" >/dev/null
 shift
@@ -83,7 +84,9 @@ class CompletionsTest(unittest.TestCase):
 
     def test_bash_and_fish_offer_each_command(self):
         above = [command for command in self.commands if command.commands]
-        expected = [sorted(each.name for each in command.commands) for command in above]
+        files = ["other", "some file"]  # for a command that takes paths as well
+        expected = [sorted([each.name for each in command.commands] +
+                           (files if command.arguments else [])) for command in above]
         self.assertEqual(self.bash(*(f"keepwell {command.path} ''" for command in above)),
                          expected)
         self.assertEqual(self.fish(*(f"keepwell {command.path} ".replace("  ", " ")

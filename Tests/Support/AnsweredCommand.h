@@ -53,6 +53,8 @@ protected:
     };
     surroundings.outIsTerminal = surroundings.errIsTerminal = onTerminal;
     surroundings.ask = ask;
+    surroundings.trash = trash;
+    surroundings.trashFolders = [this] { return kw::ownFolders(trashFolders); };
     surroundings.hasTool =
         surroundings.hasFile = [this](const std::string &path) { return path != missing; };
     int status = keepwell(words, std::move(surroundings));
@@ -64,6 +66,8 @@ protected:
   bool onTerminal = false;
   std::string missing; // a tool or a file
   std::function<std::optional<std::string>(const std::string &question)> ask;
+  std::function<bool(const std::string &path)> trash; // this user's
+  std::vector<kw::TrashFolder> trashFolders;
   kwtest::ScratchFolder scratch;
   std::string item = scratch.file("an item", "");
   kwtest::CommandRun keepwell;

@@ -94,12 +94,25 @@ class SchemaTest(CommandTestCase):
         note("size", "--local", item)
         note("exists", item)
         note("exists", f"{self.folder}/missing", status=1)
+        note("size", "-d", "2", "--total", "--min", "1", self.folder)
         note("find", "editor", "--under", self.folder)
+        note("find", "--largest", "2", "--under", self.folder)
+        note("find", "--empty", "--under", self.folder)
+        note("find", "no such application here")
         note("inspect", item, self.folder)
         note("launchd", "info", job)
         note("remove", "--dry-run", "--keep", "Editor", f"{self.folder}/tree")
         note("shred", "-n", item)
         note("trash", "-n", item)
+        note("truncate", "-n", item)
+        note("move", "-n", item, f"{self.folder}/moved")
+        note("remove", "/usr", status=1)
+        environment = {**os.environ, "HOME": self.folder}
+        for words in (("trash", item), ("trash", "list"), ("trash", "restore", "-n", item),
+                      ("trash", "empty", "-n"), ("trash", "restore", item)):
+            done = self.run_command("--json", *words, env=environment)
+            self.assertEqual((done.returncode, done.stderr), (0, ""), done.stdout)
+            said.update(each["command"] for each in self.assert_valid(done.stdout))
         note("truncate", item)
         note("move", item, f"{self.folder}/moved")
         note("remove", "--keep", "moved", self.folder + "/moved", item)
@@ -118,7 +131,7 @@ class SchemaTest(CommandTestCase):
         note("remove", "-n", odd, status=1)
         note("find", "odd", "--under", self.folder)
         note("terminate")
-        self.assertEqual(len(said), 17)
+        self.assertEqual(len(said), 20)
 
     def test_failures_are_as_valid(self):
         folder = self.file("tree/file")
@@ -294,6 +307,7 @@ class TerminalTest(CommandTestCase):
                                    preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
         os.close(end)
         self.addCleanup(command.wait)
+        self.addCleanup(command.kill)  # which comes first
         return command, master
 
     def read(self, terminal, until=None):

@@ -272,6 +272,19 @@ TEST_F(CommandLineTest, tellsItsVersionAndHelp) {
   EXPECT_TRUE(record.buses.empty());
 }
 
+TEST_F(CommandLineTest, saysWhatToDoFirstToAPersonWithoutAnIdea) {
+  EXPECT_EQ(run({}), 2);
+  EXPECT_EQ(out.str(), "") << "a program made a mistake";
+  onTerminal = true;
+  EXPECT_EQ(run({}), 0);
+  std::istringstream lines(out.str());
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count)
+    EXPECT_LE(line.size(), 80u) << line;
+  EXPECT_EQ(count, 5);
+  EXPECT_NE(out.str().find("keepwell --help"), std::string::npos);
+}
+
 TEST_F(CommandLineTest, suggestsTheCommandNearAMistypedOne) {
   struct Guess {
     Strings words;
@@ -331,7 +344,7 @@ TEST_F(CommandLineTest, hasAnExampleInTheHelpOfEachCommand) {
     expectNarrow(out.str());
     ++commands;
   }
-  EXPECT_EQ(commands, 36);
+  EXPECT_EQ(commands, 40);
 }
 
 TEST_F(CommandLineTest, isQuietWhenAsked) {

@@ -5,6 +5,7 @@
 
 #include "Support/CommandRun.h"
 #include "Support/FakeItemServices.h"
+#include "Support/ScopedVariable.h"
 #include "Support/ScratchFolder.h"
 
 #include <filesystem>
@@ -132,7 +133,104 @@ TEST_F(Find, refusesPathsThatTheSearchWouldRefuse) {
   EXPECT_EQ(run({"find", "foo", "--under", "//"}), 2);
   EXPECT_EQ(run({"find", "foo", "--under", "/./"}), 2);
   EXPECT_EQ(run({"find", "foo", "--under", ""}), 2);
-  EXPECT_EQ(run({"find", "foo"}), 2);
+  for (const Strings &words : std::initializer_list<Strings>{{},
+                                                             {"foo", "--empty"},
+                                                             {"foo", "--shallow"},
+                                                             {"--empty", "--largest", "1"},
+                                                             {"--largest", "0"},
+                                                             {"--older-than", "soon"}}) {
+    Strings line{"find"};
+    line.insert(line.end(), words.begin(), words.end());
+    EXPECT_EQ(run(line), 2) << err.str();
+  }
+}
+
+TEST_F(Find, tellsTheLargestFilesOnceEach) {
+  fs::create_directory(folder.path("in"));
+  std::string large = folder.file("in/large", std::string(300'000, 'x'));
+  folder.file("middle", std::string(100'000, 'x'));
+  folder.file("small", "x");
+  fs::create_hard_link(large, folder.path("again"));
+  EXPECT_EQ(run({"find", "--largest", "2", "--under", folder.path(), "-0"}), 0);
+  std::string first = out.str().substr(0, out.str().find('\0'));
+  EXPECT_TRUE(first == large || first == folder.path("again")) << first;
+  EXPECT_EQ(out.str(), first + '\0' + folder.path("middle") + '\0');
+  EXPECT_EQ(run({"find", "--largest", "1", "--under", folder.path(), "--exclude", "in", "--exclude",
+                 "again"}),
+            0);
+  EXPECT_EQ(out.str(), "102 KB\t" + folder.path("middle") + "\n");
+}
+
+TEST_F(Find, tellsWhatHasNotBeenChangedForLong) {
+  using namespace std::chrono_literals;
+  std::string old = folder.file("old", "x");
+  folder.file("new", "x");
+  fs::last_write_time(old, fs::file_time_type::clock::now() - 48h);
+  fs::create_directory(folder.path("folder"));
+  fs::last_write_time(folder.path("folder"), fs::file_time_type::clock::now() - 48h);
+  EXPECT_EQ(run({"find", "--older-than", "1d", "--under", folder.path(), "-0"}), 0);
+  EXPECT_EQ(out.str(), old + '\0');
+  EXPECT_EQ(run({"find", "--older-than", "3d", "--under", folder.path(), "-0"}), 0);
+  EXPECT_EQ(out.str(), "");
+}
+
+TEST_F(Find, tellsFoldersThatHoldNothing) {
+  fs::create_directories(folder.path("empty/within/deep"));
+  fs::create_directories(folder.path("full/empty"));
+  folder.file("full/file", "");
+  EXPECT_EQ(run({"find", "--empty", "--under", folder.path(), "-0"}), 0);
+  std::string one = folder.path("empty") + '\0', other = folder.path("full/empty") + '\0';
+  EXPECT_TRUE(out.str() == one + other || out.str() == other + one) << out.str();
+  EXPECT_EQ(run({"find", "--empty", "--under", folder.path("empty"), "-0"}), 0);
+  EXPECT_EQ(out.str(), folder.path("empty/within") + '\0');
+  EXPECT_EQ(run({"find", "--empty", "--under", folder.path(), "-0", "--exclude", "within"}), 0);
+  EXPECT_EQ(out.str(), other);
+}
+
+TEST_F(Find, tellsWhatAnApplicationLeftInTheHome) {
+  for (const char *name : {".config/editor", ".cache/Editor", ".local/share/applications",
+                           ".config/other/editor", ".editor-history"})
+    fs::create_directories(folder.path(name));
+  folder.file(".local/share/applications/editor.desktop", "");
+  std::string file = folder.file(".cache/Editor/data", std::string(300'000, 'x'));
+  kwtest::ScopedVariable home("HOME", folder.path());
+  kwtest::ScopedVariable data("XDG_DATA_HOME", "");
+  kwtest::ScopedVariable cache("XDG_CACHE_HOME", "");
+  EXPECT_EQ(run({"find", "editor", "-0"}), 0);
+  for (const char *name : {".editor-history", ".config/editor", ".cache/Editor",
+                           ".local/share/applications/editor.desktop"}) {
+    EXPECT_TRUE(printed(folder.path(name) + '\0')) << name << " is not in " << out.str();
+  }
+  EXPECT_FALSE(printed(folder.path(".config/other")));
+  EXPECT_EQ(run({"--json", "find", "editor"}), 0);
+  EXPECT_TRUE(printed("\"path\":\"" + folder.path(".cache/Editor") + "\",\"bytes\":3"))
+      << out.str();
+}
+
+// Counts how often what was written is handed over.
+class Flushes : public std::stringbuf {
+public:
+  int count = 0;
+
+protected:
+  int sync() override {
+    ++count;
+    return 0;
+  }
+};
+
+TEST_F(Find, handsEachMatchOverAsItIsFound) {
+  for (const char *name : {"foo-a", "foo-b", "foo-c"})
+    folder.file(name, "");
+  Flushes flushes;
+  std::ostream answers(&flushes);
+  kw::Surroundings surroundings;
+  surroundings.out = &answers;
+  surroundings.err = &err;
+  surroundings.hasTool = surroundings.hasFile = [](const std::string &) { return true; };
+  const char *words[] = {"keepwell", "find", "foo", "--under", folder.path().c_str()};
+  EXPECT_EQ(kw::runCommandLine(5, words, surroundings), 0);
+  EXPECT_EQ(flushes.count, 4) << "three matches and the end";
 }
 
 TEST_F(Find, showsControlCharactersOfNames) {

@@ -4,6 +4,7 @@
 
 #include "Support/CommandRun.h"
 #include "Support/FakeAgent.h"
+#include "Support/ScratchFolder.h"
 
 #include <condition_variable>
 #include <functional>
@@ -42,6 +43,7 @@ protected:
   }
 
   FakeAgent agent;
+  kwtest::ScratchFolder scratch;
   std::shared_ptr<kw::Alarm> alarm = std::make_shared<kw::Alarm>();
   kw::Surroundings surroundings;
   kwtest::CommandRun keepwell;
@@ -53,25 +55,33 @@ private:
 TEST_F(Stopping, tellsEachPathAndHowFarItCame) {
   agent.learnToCancel();
   answerFirst(2);
-  EXPECT_EQ(runAndStop({"trash", "/", "/usr", "/etc", "/var", "/bin"}, 5), 130);
-  EXPECT_EQ(keepwell.out.str(), "Moved / to the Trash\nMoved /usr to the Trash\n");
-  EXPECT_EQ(keepwell.err.str(), "keepwell: /etc: stopped; what was done by then stays done\n"
-                                "keepwell: /var: stopped before it began\n"
-                                "keepwell: /bin: stopped before it began\n"
-                                "Stopped: 2 of 5 moved to the Trash, 1 in part\n");
+  Strings words = {"trash"};
+  for (const char *name : {"a", "b", "c", "d", "e"})
+    words.push_back(scratch.file(name, ""));
+  EXPECT_EQ(runAndStop(words, 5), 130);
+  std::string folder = scratch.path() + "/";
+  EXPECT_EQ(keepwell.out.str(),
+            "Moved " + folder + "a to the Trash\nMoved " + folder + "b to the Trash\n");
+  EXPECT_EQ(keepwell.err.str(),
+            "keepwell: " + folder + "c: stopped; what was done by then stays done\n" +
+                "keepwell: " + folder + "d: stopped before it began\n" + "keepwell: " + folder +
+                "e: stopped before it began\n" + "Stopped: 2 of 5 moved to the Trash, 1 in part\n");
 }
 
 TEST_F(Stopping, isToldToProgramsToo) {
   agent.learnToCancel();
   answerFirst(1);
-  EXPECT_EQ(runAndStop({"--json", "remove", "/", "/usr", "/etc"}, 3), 130);
+  std::string a = scratch.file("a", ""), b = scratch.file("b", ""), c = scratch.file("c", "");
+  EXPECT_EQ(runAndStop({"--json", "remove", a, b, c}, 3), 130);
   EXPECT_EQ(keepwell.err.str(), "");
+  std::string begin = "{\"command\":\"remove\",\"path\":\"";
   EXPECT_EQ(keepwell.out.str(),
-            "{\"command\":\"remove\",\"path\":\"/\",\"success\":true}\n"
-            "{\"command\":\"remove\",\"path\":\"/usr\",\"success\":false,\"error\":{\"kind\":"
-            "\"cancelled\",\"name\":\"\",\"description\":\"the request was cancelled\"}}\n"
-            "{\"command\":\"remove\",\"path\":\"/etc\",\"success\":false,\"error\":{\"kind\":"
-            "\"cancelled\",\"description\":\"stopped before it began\"}}\n");
+            begin + a + "\",\"success\":true}\n" + begin + b +
+                "\",\"success\":false,\"error\":{\"kind\":\"cancelled\",\"name\":\"\","
+                "\"description\":\"the request was cancelled\"}}\n" +
+                begin + c +
+                "\",\"success\":false,\"error\":{\"kind\":\"cancelled\","
+                "\"description\":\"stopped before it began\"}}\n");
 }
 
 TEST_F(Stopping, endsASingleRequest) {

@@ -77,9 +77,9 @@ TEST_F(Telling, printsTheDeepestCause) {
                            std::make_shared<const NS::Error>(beneath));
   EXPECT_EQ(run({"remove", "/a"}), 1);
   EXPECT_EQ(err.str(), "keepwell: /a could not be removed: Operation not permitted\n");
-  EXPECT_EQ(run({"trash", "/"}), 1);
-  EXPECT_EQ(err.str(),
-            "keepwell: / could not be moved to the Trash: /a: Operation not permitted\n");
+  EXPECT_EQ(run({"trash", item}), 1);
+  EXPECT_EQ(err.str(), "keepwell: " + item +
+                           " could not be moved to the Trash: /a: Operation not permitted\n");
 }
 
 TEST_F(Telling, looksForTheCauseWhereTheAgentGivesNone) {
@@ -177,10 +177,10 @@ TEST_F(Telling, asksWithSubstance) {
 
 TEST_F(Telling, refusesInADryRunPathsThatTheAgentWouldRefuse) {
   for (const char *path : {"/", "/usr/.", "/usr/.."}) {
-    EXPECT_EQ(run({"remove", "-n", path}), 1) << path;
+    EXPECT_EQ(run({"remove", "-n", "--force-protected", path}), 1) << path;
     EXPECT_EQ(err.str(), std::string("keepwell: ") + path + " is never removed\n");
   }
-  EXPECT_EQ(run({"remove", "-n", "/proc"}), 1);
+  EXPECT_EQ(run({"remove", "-n", "--force-protected", "/proc"}), 1);
   EXPECT_EQ(err.str(), "keepwell: /proc is a mount point and is never removed\n");
   EXPECT_EQ(run({"remove", "-n", "/\xff"}), 1);
   EXPECT_EQ(err.str(), "keepwell: /\xff is no UTF-8 and cannot be sent to the agent\n");

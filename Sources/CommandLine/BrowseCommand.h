@@ -1,0 +1,10 @@
+// The entry of the table for `browse`.
+#pragma once
+
+#include "CommandLine/Command.h"
+
+namespace kw {
+
+Command browseCommand();
+
+} // namespace kw

@@ -1,0 +1,77 @@
+// What the browser shows of a measured tree: one folder at a time, in an order,
+// with a cursor and marks.
+#pragma once
+
+#include "CommandLine/MeasuredTree.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kw {
+
+class BrowserList {
+public:
+  enum class Order { Size, Name, Time, Items };
+
+  explicit BrowserList(MeasuredItem root);
+
+  const MeasuredItem &folder() const { return *folder_; }
+  std::string path() const; // of the folder
+  std::string pathOf(const MeasuredItem &item) const;
+  // The folder's items that are shown, in order.
+  const std::vector<const MeasuredItem *> &shown() const { return shown_; }
+  std::size_t cursor() const { return cursor_; }
+  // Null in an empty folder.
+  const MeasuredItem *current() const {
+    return cursor_ < shown_.size() ? shown_[cursor_] : nullptr;
+  }
+
+  void moveBy(std::ptrdiff_t lines);
+  void moveToStart() { cursor_ = 0; }
+  void moveToEnd() { cursor_ = shown_.empty() ? 0 : shown_.size() - 1; }
+  // Into the folder at the cursor; to the one above, with the cursor on this one.
+  void enter();
+  void leave();
+
+  void setOrder(Order order);
+  Order order() const { return order_; }
+  void showHidden(bool show);
+  bool showsHidden() const { return showsHidden_; }
+  // Moves the cursor to the next item whose name holds the text in whatever
+  // case, from the next line on and round the end. False when there is none.
+  bool search(std::string_view text);
+
+  void toggleMark();
+  bool isMarked(const MeasuredItem &item) const { return marked_.contains(pathOf(item)); }
+  void unmarkAll() { marked_.clear(); }
+  // Paths of those marked or, with none marked, of the one at the cursor. An
+  // item within another one that is marked goes with that.
+  std::vector<std::string> chosen() const;
+
+  // The item at the path is another now, or none: the sums of the folders above
+  // change with it.
+  void replace(const std::string &path, const MeasuredItem *now);
+
+private:
+  MeasuredItem *find(const std::vector<std::string> &names);
+  void arrange(const std::string &nameAtCursor);
+  std::int64_t modified(const MeasuredItem &item);
+  bool isBefore(const MeasuredItem &left, const MeasuredItem &right);
+
+  MeasuredItem root_;
+  std::vector<std::string> way_; // names from the root down to the folder
+  MeasuredItem *folder_ = nullptr;
+  std::vector<const MeasuredItem *> shown_;
+  std::size_t cursor_ = 0;
+  Order order_ = Order::Size;
+  bool showsHidden_ = true;
+  std::set<std::string> marked_;
+  std::map<std::string, std::int64_t> modified_; // by path, as far as they were asked for
+};
+
+} // namespace kw

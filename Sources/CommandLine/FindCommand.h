@@ -1,0 +1,10 @@
+// The entry of the table for `find`.
+#pragma once
+
+#include "CommandLine/Command.h"
+
+namespace kw {
+
+Command findCommand();
+
+} // namespace kw

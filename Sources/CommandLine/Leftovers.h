@@ -1,0 +1,17 @@
+// Where applications leave things.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kw {
+
+// The folders of this user and of the system that are here and in which each
+// application has items of its own name: its settings, data, caches, logs and
+// what starts it. The user's first.
+std::vector<std::string> placesOfLeftovers();
+
+// What bears the name of the application in these places, in whatever case.
+std::vector<std::string> leftoversOf(const std::string &name, bool byWords, bool withCopies);
+
+} // namespace kw

@@ -1,0 +1,39 @@
+// What the walks of this program ask of the session.
+#include "CommandLine/Measure.h"
+
+#include "CommandLine/Session.h"
+
+namespace kw {
+
+Measure measuringByAgent(Session &session) {
+  return [&session](const std::string &path) -> std::optional<std::uint64_t> {
+    try {
+      auto request = session.agent().sizeOfItemAtPathAsync(path, session.requestOptions());
+      SizeReply reply = session.await(request);
+      return reply.error ? std::nullopt : std::optional(reply.allocatedBytes);
+    } catch (const ClientError &) {
+      return std::nullopt; // what could not be counted is told as such
+    }
+  };
+}
+
+Watch showingAdvance(Session &session) {
+  return [&session](const RequestProgress &progress) {
+    session.showAdvance(progress);
+    return !session.isStopped();
+  };
+}
+
+// Folders count at their first visit.
+bool WatchedWalk::count(const NS::FTSEntry &entry) {
+  constexpr std::uint64_t pause = 512;
+  if (!watch_ || entry.info == NS::FTSInfo::DP)
+    return true;
+  progress_.bytes += allocatedBytes(entry.statp);
+  if (++progress_.items % pause != 0)
+    return true;
+  progress_.path = entry.path;
+  return watch_(progress_);
+}
+
+} // namespace kw

@@ -1,0 +1,16 @@
+// What can be done with the Trash of the user who runs the command.
+#pragma once
+
+#include "CommandLine/Command.h"
+#include "CommandLine/PathRequests.h"
+
+namespace kw {
+
+// `trash list`, `trash restore` and `trash empty`.
+CommandTable trashVerbs();
+
+// Moves items to that Trash, with the user's own rights; where they do not
+// suffice the agent is to be asked.
+Here trashingHere(Session &session);
+
+} // namespace kw

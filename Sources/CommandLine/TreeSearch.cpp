@@ -1,0 +1,101 @@
+// Two walks, one after files and one after folders.
+#include "CommandLine/TreeSearch.h"
+
+#include "CommandLine/KeepList.h"
+#include "Foundation/FileManager.h"
+
+#include <functional>
+#include <iterator>
+#include <set>
+#include <utility>
+
+namespace kw {
+namespace {
+
+// Has each entry visited. A folder that is excluded is not entered.
+void walk(const std::string &folder, const TreeQuery &query, const Watch &watch,
+          const std::function<void(const NS::FTSEntry &entry, bool isExcluded)> &visit) {
+  KeepList excluded(query.excluded);
+  auto stream = NS::FTS::shared().open(folder, NS::FTSOption::PHYSICAL | NS::FTSOption::XDEV);
+  WatchedWalk watched(watch);
+  while (NS::FTSEntry *entry = stream ? stream->read() : nullptr) {
+    bool isExcluded = entry->level > 0 && excluded.names(entry->path);
+    if (isExcluded && entry->info == NS::FTSInfo::D)
+      stream->set(*entry, NS::FTSInstruction::SKIP);
+    visit(*entry, isExcluded);
+    if (!watched.count(*entry))
+      return;
+  }
+}
+
+bool isOld(const std::string &path, const TreeQuery &query) {
+  if (!query.unchangedSince)
+    return true;
+  auto attributes = NS::FileManager::defaultManager().attributesOfItemAtPath(path, nullptr);
+  return attributes && attributes->modificationTime <= *query.unchangedSince;
+}
+
+// An open folder of the walk.
+struct OpenFolder {
+  bool isEmpty = true;
+  std::vector<LargeItem> emptyBelow;
+};
+
+void move(std::vector<LargeItem> &from, std::vector<LargeItem> &to) {
+  to.insert(to.end(), std::make_move_iterator(from.begin()), std::make_move_iterator(from.end()));
+}
+
+} // namespace
+
+std::vector<LargeItem> filesIn(const std::string &folder, const TreeQuery &query,
+                               const Watch &watch) {
+  LargestItems found(query.most);
+  std::set<std::pair<std::uint64_t, std::uint64_t>> linked;
+  walk(folder, query, watch, [&](const NS::FTSEntry &entry, bool isExcluded) {
+    if (entry.info != NS::FTSInfo::F || isExcluded || !isOld(std::string(entry.path), query))
+      return;
+    const NS::FTSStat &status = entry.statp;
+    if (status.linkCount <= 1 || linked.emplace(status.device, status.inode).second)
+      found.add(allocatedBytes(status), entry.path);
+  });
+  return found.sorted();
+}
+
+std::vector<LargeItem> emptyFoldersIn(const std::string &folder, const TreeQuery &query,
+                                      const Watch &watch) {
+  std::vector<LargeItem> found;
+  std::vector<OpenFolder> open(1); // above the root
+  std::uint64_t device = 0;
+  walk(folder, query, watch, [&](const NS::FTSEntry &entry, bool isExcluded) {
+    if (entry.info == NS::FTSInfo::D) {
+      if (entry.level == 0)
+        device = entry.statp.device;
+      // Where another volume is mounted the walk does not see what it holds.
+      open.emplace_back().isEmpty = !isExcluded && entry.statp.device == device;
+      return;
+    }
+    bool isEnd = entry.info == NS::FTSInfo::DP || entry.info == NS::FTSInfo::DNR ||
+                 entry.info == NS::FTSInfo::ERR;
+    if (!isEnd) {
+      open.back().isEmpty = false;
+      return;
+    }
+    OpenFolder closed = std::move(open.back());
+    open.pop_back();
+    OpenFolder &above = open.back();
+    if (!closed.isEmpty || entry.info != NS::FTSInfo::DP) {
+      above.isEmpty = false;
+      move(closed.emptyBelow, above.emptyBelow);
+    } else {
+      std::uint64_t bytes = allocatedBytes(entry.statp);
+      for (const LargeItem &below : closed.emptyBelow)
+        bytes += below.bytes;
+      above.emptyBelow.push_back({bytes, std::string(entry.path)});
+    }
+    if (entry.level == 0)
+      found = closed.isEmpty ? std::move(closed.emptyBelow) : std::move(above.emptyBelow);
+  });
+  return found;
+}
+
+} // namespace kw

@@ -1,0 +1,53 @@
+// A terminal as a grid of letters that a program fills, and its keys.
+//
+// To be used by one thread. One screen at a time.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace NS {
+
+// A key that is pressed: a character, or one of these.
+namespace Key {
+inline constexpr char32_t None = 0;      // none in time, or the terminal is gone
+inline constexpr char32_t Interrupt = 3; // ^C
+inline constexpr char32_t Enter = U'\n';
+inline constexpr char32_t Escape = 27;
+inline constexpr char32_t Backspace = 127;
+inline constexpr char32_t Up = 0x110000; // beyond all characters
+inline constexpr char32_t Down = 0x110001;
+inline constexpr char32_t Left = 0x110002;
+inline constexpr char32_t Right = 0x110003;
+inline constexpr char32_t PageUp = 0x110004;
+inline constexpr char32_t PageDown = 0x110005;
+inline constexpr char32_t Home = 0x110006;
+inline constexpr char32_t End = 0x110007;
+inline constexpr char32_t Resize = 0x110008; // the terminal has another size
+} // namespace Key
+
+class Screen {
+public:
+  enum class Look { Plain, Reverse, Bold };
+
+  virtual ~Screen() = default;
+
+  // Takes the terminal of the standard streams over. Null where they lead to
+  // none, or to one that cannot do it. Its end leaves the terminal as it was.
+  static std::unique_ptr<Screen> open();
+  // The same from any thread, before the process ends at once.
+  static void giveBack();
+
+  virtual int rows() const = 0;
+  virtual int columns() const = 0;
+  virtual void clear() = 0;
+  // From a place on, UTF-8 without controls; what does not fit is cut off.
+  virtual void put(int row, int column, std::string_view text, Look look) = 0;
+  // What was put appears.
+  virtual void show() = 0;
+  virtual char32_t key(std::chrono::milliseconds wait) = 0;
+};
+
+} // namespace NS

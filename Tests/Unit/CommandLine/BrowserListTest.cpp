@@ -1,0 +1,144 @@
+// The folder that the browser shows: its order, its cursor and its marks.
+#include "CommandLine/BrowserList.h"
+
+#include "Support/ScratchFolder.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+
+namespace {
+
+using kw::BrowserList;
+using kw::MeasuredItem;
+using Strings = std::vector<std::string>;
+
+MeasuredItem file(const std::string &name, std::uint64_t bytes) {
+  MeasuredItem item;
+  item.name = name;
+  item.bytes = bytes;
+  return item;
+}
+
+MeasuredItem folder(const std::string &name, std::vector<MeasuredItem> children) {
+  MeasuredItem item = file(name, 0);
+  item.kind = MeasuredItem::Kind::Folder;
+  for (const MeasuredItem &child : children) {
+    item.bytes += child.bytes;
+    item.items += child.items;
+  }
+  item.children = std::move(children);
+  return item;
+}
+
+class BrowserListTest : public testing::Test {
+protected:
+  Strings names() const {
+    Strings names;
+    for (const MeasuredItem *item : list.shown())
+      names.push_back(item->name);
+    return names;
+  }
+
+  BrowserList list{
+      folder("/top", {folder("b", {file("x", 50), file("y", 20)}), file("c", 60), file(".a", 30)})};
+};
+
+TEST_F(BrowserListTest, hasFourOrders) {
+  EXPECT_EQ(names(), (Strings{"b", "c", ".a"}));
+  list.moveToEnd();
+  list.setOrder(BrowserList::Order::Name);
+  EXPECT_EQ(names(), (Strings{".a", "b", "c"}));
+  EXPECT_EQ(list.cursor(), 0u) << "it stays with the item";
+  list.setOrder(BrowserList::Order::Items);
+  EXPECT_EQ(names(), (Strings{"b", ".a", "c"}));
+  list.showHidden(false);
+  EXPECT_EQ(names(), (Strings{"b", "c"}));
+}
+
+TEST(BrowserListTime, isThatOfTheLastChangeTheNewestFirst) {
+  using namespace std::chrono_literals;
+  kwtest::ScratchFolder scratch;
+  scratch.file("new", "");
+  std::filesystem::last_write_time(scratch.file("old", ""),
+                                   std::filesystem::file_time_type::clock::now() - 48h);
+  BrowserList list(folder(scratch.path(), {file("old", 9), file("new", 1)}));
+  list.setOrder(BrowserList::Order::Time);
+  EXPECT_EQ(list.shown().front()->name, "new");
+}
+
+TEST_F(BrowserListTest, leadsInAndOut) {
+  list.moveBy(1);
+  list.enter();
+  EXPECT_EQ(list.path(), "/top") << "no folder";
+  list.moveToStart();
+  list.enter();
+  EXPECT_EQ(list.path(), "/top/b");
+  EXPECT_EQ(names(), (Strings{"x", "y"}));
+  list.leave();
+  EXPECT_EQ(list.current()->name, "b");
+  list.leave();
+  EXPECT_EQ(list.path(), "/top");
+}
+
+TEST_F(BrowserListTest, keepsTheCursorWithinTheList) {
+  list.moveBy(-5);
+  EXPECT_EQ(list.cursor(), 0u);
+  list.moveBy(50);
+  EXPECT_EQ(list.cursor(), 2u);
+  BrowserList empty(folder("/", {}));
+  empty.moveBy(1);
+  empty.toggleMark();
+  EXPECT_EQ(empty.current(), nullptr);
+  EXPECT_TRUE(empty.chosen().empty());
+}
+
+TEST_F(BrowserListTest, findsNamesRoundTheEnd) {
+  EXPECT_TRUE(list.search("A"));
+  EXPECT_EQ(list.current()->name, ".a");
+  EXPECT_TRUE(list.search("B"));
+  EXPECT_EQ(list.current()->name, "b");
+  EXPECT_FALSE(list.search("z"));
+}
+
+TEST_F(BrowserListTest, choosesWhatIsMarkedOrAtTheCursor) {
+  EXPECT_EQ(list.chosen(), Strings{"/top/b"});
+  list.moveBy(1);
+  list.toggleMark();
+  EXPECT_EQ(list.chosen(), Strings{"/top/c"});
+  list.moveToStart();
+  list.toggleMark();
+  list.enter();
+  list.toggleMark();
+  EXPECT_EQ(list.chosen(), (Strings{"/top/b", "/top/c"})) << "x goes with b";
+  list.toggleMark();
+  EXPECT_FALSE(list.isMarked(*list.current()));
+}
+
+TEST_F(BrowserListTest, changesTheSumsWithWhatGoes) {
+  list.enter();
+  list.replace("/top/b/x", nullptr);
+  EXPECT_EQ(names(), Strings{"y"});
+  EXPECT_EQ(list.folder().bytes, 20u);
+  EXPECT_EQ(list.folder().items, 2u);
+  MeasuredItem now = file("/top/b/y", 5);
+  list.replace("/top/b/y", &now);
+  EXPECT_EQ(names(), Strings{"y"});
+  list.replace("/top/b", nullptr);
+  EXPECT_EQ(list.path(), "/top") << "the folder that was shown is gone";
+  EXPECT_EQ(list.folder().bytes, 90u);
+  EXPECT_EQ(list.folder().items, 3u);
+  list.replace("/top/nothing", nullptr);
+  list.replace("/top", nullptr);
+  EXPECT_EQ(names(), (Strings{"c", ".a"}));
+}
+
+TEST(BrowserListRoot, mayBeTheTopOfAll) {
+  BrowserList list(folder("/", {folder("a", {file("b", 1)})}));
+  list.enter();
+  EXPECT_EQ(list.path(), "/a");
+  EXPECT_EQ(list.chosen(), Strings{"/a/b"});
+  list.replace("/a/b", nullptr);
+  EXPECT_TRUE(list.shown().empty());
+}
+
+} // namespace

@@ -1,0 +1,174 @@
+// What is told of a tree level by level: its sums, what is left out of it, and
+// what the agent measures of it.
+#include "Support/AnsweredCommand.h"
+
+#include "CommandLine/MeasuredTree.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using kw::MeasuredItem;
+using kwtest::Strings;
+
+std::uint64_t blocksOf(const std::string &path) {
+  struct stat status {};
+  EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+  return static_cast<std::uint64_t>(status.st_blocks) * 512;
+}
+
+class SizeOfTree : public kwtest::AnsweredCommand {
+protected:
+  SizeOfTree() {
+    fs::create_directories(scratch.path("tree/large/deep"));
+    fs::create_directories(scratch.path("tree/small"));
+    scratch.file("tree/large/deep/file", std::string(300'000, 'x'));
+    scratch.file("tree/small/file", std::string(20'000, 'x'));
+    scratch.file("tree/middle", std::string(100'000, 'x'));
+    for (const auto &entry : fs::recursive_directory_iterator(tree))
+      all += blocksOf(entry.path());
+    all += blocksOf(tree);
+  }
+  std::string bytes(std::uint64_t number) const { return std::to_string(number); }
+  std::string line(std::uint64_t number, const std::string &name) const {
+    return std::to_string(number) + "\t" + tree + name + "\n";
+  }
+  std::uint64_t sizeOf(const std::string &name) const {
+    std::uint64_t sum = blocksOf(tree + name);
+    if (fs::is_directory(tree + name))
+      for (const auto &entry : fs::recursive_directory_iterator(tree + name))
+        sum += blocksOf(entry.path());
+    return sum;
+  }
+
+  std::string tree = scratch.path("tree");
+  std::uint64_t all = 0;
+};
+
+TEST_F(SizeOfTree, isToldLevelByLevelWithTheLargestFirst) {
+  EXPECT_EQ(run({"size", "--bytes", "--children", tree}), 0);
+  std::string children = line(sizeOf("/large"), "/large") + line(sizeOf("/middle"), "/middle") +
+                         line(sizeOf("/small"), "/small");
+  EXPECT_EQ(out.str(), line(all, "") + children);
+  EXPECT_EQ(err.str(), "");
+  EXPECT_TRUE(record.requests.empty()) << "it was measured here";
+  EXPECT_EQ(run({"size", "--bytes", "-d2", tree}), 0);
+  EXPECT_EQ(out.str(), line(all, "") + line(sizeOf("/large"), "/large") +
+                           line(sizeOf("/large/deep"), "/large/deep") +
+                           line(sizeOf("/middle"), "/middle") + line(sizeOf("/small"), "/small") +
+                           line(sizeOf("/small/file"), "/small/file"));
+  EXPECT_EQ(run({"size", "--bytes", "-d", "0", tree}), 0);
+  EXPECT_EQ(out.str(), line(all, ""));
+}
+
+TEST_F(SizeOfTree, canBeToldOfTheLargestAlone) {
+  std::string large = line(all, "") + line(sizeOf("/large"), "/large");
+  EXPECT_EQ(run({"size", "--bytes", "-n", "1", tree}), 0);
+  EXPECT_EQ(out.str(), large);
+  EXPECT_EQ(run({"size", "--bytes", "--min", "200k", tree}), 0);
+  EXPECT_EQ(out.str(), large);
+  EXPECT_EQ(run({"size", "--bytes", "--min", "50k", tree}), 0);
+  EXPECT_EQ(out.str(), large + line(sizeOf("/middle"), "/middle"));
+}
+
+TEST_F(SizeOfTree, leavesOutWhatIsExcludedWithAllThatItHolds) {
+  EXPECT_EQ(run({"size", "--bytes", "--exclude", "deep", tree}), 0);
+  EXPECT_EQ(out.str(), line(all - sizeOf("/large/deep"), ""));
+  EXPECT_EQ(run({"size", "--bytes", "--exclude", tree + "/l*", "--exclude", "mid*", tree}), 0);
+  EXPECT_EQ(out.str(), line(all - sizeOf("/large") - sizeOf("/middle"), ""));
+}
+
+TEST_F(SizeOfTree, isSummedUpOverPathsWithEachLinkCountedOnce) {
+  fs::create_hard_link(tree + "/middle", tree + "/small/middle");
+  std::uint64_t middle = blocksOf(tree + "/middle");
+  EXPECT_EQ(run({"size", "--bytes", "--total", tree + "/middle", tree + "/small"}), 0);
+  std::uint64_t small = sizeOf("/small") - middle;
+  EXPECT_EQ(out.str(),
+            line(middle, "/middle") + line(small, "/small") + bytes(middle + small) + "\ttotal\n");
+  EXPECT_EQ(run({"--json", "size", "--total", tree + "/middle"}), 0);
+  EXPECT_TRUE(out.str().ends_with("{\"command\":\"size\",\"success\":true,\"total\":{\"items\":1,"
+                                  "\"allocated\":" +
+                                  bytes(middle) + "}}\n"))
+      << out.str();
+}
+
+TEST_F(SizeOfTree, canBeWhatFilesHold) {
+  fs::remove_all(tree + "/large");
+  fs::resize_file(tree + "/middle", 1'000'000'000); // most of it a hole
+  EXPECT_EQ(run({"size", "--bytes", "--apparent", tree + "/middle"}), 0);
+  EXPECT_EQ(out.str(), "1000000000\t" + tree + "/middle\n");
+}
+
+TEST_F(SizeOfTree, isWrittenInTheUnitsAskedFor) {
+  std::string file = scratch.file("exact", std::string(1 << 20, 'x'));
+  EXPECT_EQ(run({"size", "--apparent", "--iec", file}), 0);
+  EXPECT_EQ(out.str(), "1.0 MiB\t" + file + "\n");
+  EXPECT_EQ(run({"size", "--apparent", "--si", file}), 0);
+  EXPECT_EQ(out.str(), "1.0 MB\t" + file + "\n");
+  EXPECT_EQ(run({"size", "--iec", "--si", file}), 2);
+}
+
+TEST_F(SizeOfTree, isOneObjectForPrograms) {
+  EXPECT_EQ(run({"--json", "size", "-n1", tree + "/small"}), 0);
+  EXPECT_EQ(out.str(), "{\"command\":\"size\",\"path\":\"" + tree +
+                           "/small\",\"success\":true,\"bytes\":" + bytes(sizeOf("/small")) +
+                           ",\"text\":\"25 KB\",\"items\":2,\"kind\":\"folder\",\"children\":["
+                           "{\"name\":\"file\",\"bytes\":" +
+                           bytes(sizeOf("/small/file")) +
+                           ",\"text\":\"20 KB\",\"items\":1,\"kind\":\"file\"}]}\n");
+}
+
+TEST_F(SizeOfTree, isShownWithBarsOnATerminal) {
+  onTerminal = true;
+  EXPECT_EQ(run({"size", "-n", "1", tree}), 0);
+  std::istringstream lines(out.str());
+  Strings found;
+  for (std::string each; std::getline(lines, each);)
+    found.push_back(each);
+  ASSERT_EQ(found.size(), 3u) << out.str();
+  EXPECT_NE(found[0].find("100% #################### " + tree + "/"), std::string::npos);
+  EXPECT_NE(found[1].find("% #############"), std::string::npos) << found[1];
+  EXPECT_TRUE(found[1].ends_with("      large/")) << found[1];
+  EXPECT_NE(found[2].find("2 more"), std::string::npos);
+}
+
+TEST_F(SizeOfTree, refusesWhatIsNoNumber) {
+  for (const Strings &words : std::initializer_list<Strings>{{"-d", "-1"},
+                                                             {"-d", "x"},
+                                                             {"-n", "0"},
+                                                             {"-n"},
+                                                             {"--min", "big"},
+                                                             {"--children", "--local", "--bulk"}}) {
+    Strings line{"size", tree};
+    line.insert(line.end(), words.begin(), words.end());
+    EXPECT_EQ(run(line), 2) << words.front();
+  }
+}
+
+TEST_F(SizeOfTree, isMeasuredByTheAgentWhereItCannotBeRead) {
+  if (::geteuid() == 0)
+    GTEST_SKIP() << "root reads everything; the system tests have a member of the group";
+  fs::permissions(tree + "/large", fs::perms::none);
+  record.size = 1'000'000;
+  EXPECT_EQ(run({"size", "--bytes", "--children", tree}), 0);
+  fs::permissions(tree + "/large", fs::perms::owner_all);
+  EXPECT_EQ(record.requests, Strings{"SizeOfItemAtPath " + tree + "/large"});
+  EXPECT_NE(out.str().find("\t" + tree + "/large\n"), std::string::npos);
+}
+
+TEST_F(SizeOfTree, canBeStopped) {
+  for (int number = 0; number < 2000; ++number)
+    scratch.file("tree/small/" + std::to_string(number), "");
+  kw::TreeMeasurer measurer({}, nullptr, [](const kw::RequestProgress &) { return false; });
+  auto measured = measurer.measure(tree);
+  ASSERT_TRUE(measured);
+  EXPECT_FALSE(measured->isWhole);
+  EXPECT_LT(measured->root.items, 1000u);
+  EXPECT_FALSE(measurer.measure(scratch.path("missing")));
+}
+
+} // namespace

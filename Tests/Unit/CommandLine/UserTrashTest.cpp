@@ -1,0 +1,153 @@
+// What the files in a Trash say, and which folders are believed.
+#include "CommandLine/UserTrash.h"
+
+#include "Support/AnsweredCommand.h"
+#include "Support/ScratchFolder.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using kw::itemFromDescription;
+using kwtest::Strings;
+
+TEST(TrashDescription, tellsWhereAnItemStoodAndWhen) {
+  auto item = itemFromDescription("[Trash Info]\nPath=/srv/a%20b%0A\nDeletionDate="
+                                  "1970-01-02T12:00:00\n",
+                                  "/top");
+  ASSERT_TRUE(item);
+  EXPECT_EQ(item->path, "/srv/a b\n");
+  ASSERT_TRUE(item->deleted);
+  EXPECT_NEAR(static_cast<double>(*item->deleted), 36 * 3600, 14 * 3600) << "local time";
+}
+
+TEST(TrashDescription, hasPathsOfItsVolumeAndAnyBytes) {
+  EXPECT_EQ(itemFromDescription("[Trash Info]\nPath=a/b\n", "/mnt")->path, "/mnt/a/b");
+  EXPECT_EQ(itemFromDescription("[Trash Info]\nPath=a\n", "/")->path, "/a");
+  EXPECT_EQ(itemFromDescription("[Trash Info]\nPath=/%ff%FE%\n", "/")->path, "/\xff\xfe%");
+  EXPECT_EQ(itemFromDescription("[Trash Info]\nPath=/%2\n", "/")->path, "/%2");
+  EXPECT_EQ(itemFromDescription("[Trash Info]\nPath=/a\nDeletionDate=soon\n", "/")->deleted,
+            std::nullopt);
+}
+
+TEST(TrashDescription, saysNothingWithoutAPath) {
+  for (const char *text : {"", "Path=/a\n", "[Trash Info]\n", "[Trash Info]\nPath=\n",
+                           "[Trash Info]\n[Other]\nPath=/a\n", "[Trash Info]\nPathology=/a\n"})
+    EXPECT_FALSE(itemFromDescription(text, "/")) << text;
+}
+
+class UserTrash : public kwtest::AnsweredCommand {
+protected:
+  UserTrash() {
+    fs::create_directories(scratch.path("data/Trash/info"));
+    trashFolders = {{scratch.path("data/Trash"), scratch.path("data")}};
+  }
+  // Puts an item there as other programs do.
+  void throwAway(const std::string &name, const std::string &description) {
+    fs::create_directories(scratch.path("data/Trash/files"));
+    scratch.file("data/Trash/files/" + name, "text");
+    scratch.file("data/Trash/info/" + name + ".trashinfo", description);
+  }
+  std::string held(const std::string &name) const {
+    return scratch.path("data/Trash/files/" + name);
+  }
+  std::string describing(const std::string &path, const std::string &date) const {
+    return "[Trash Info]\nPath=" + path + "\nDeletionDate=" + date + "\n";
+  }
+};
+
+TEST_F(UserTrash, isListedTheOldestFirst) {
+  throwAway("b", describing("/srv/b", "2020-02-02T02:02:02"));
+  throwAway("a", describing("/srv/a", "2021-01-01T01:01:01"));
+  scratch.file("data/Trash/info/gone.trashinfo", describing("/srv/gone", "2019-01-01T01:01:01"));
+  scratch.file("data/Trash/info/...trashinfo", describing("/srv/dots", "2019-01-01T01:01:01"));
+  EXPECT_EQ(run({"trash", "list"}), 0);
+  EXPECT_EQ(out.str(), "2020-02-02 02:02:02        4 KB\t/srv/b\n"
+                       "2021-01-01 01:01:01        4 KB\t/srv/a\n");
+}
+
+TEST_F(UserTrash, isNotBelievedWhenSomebodyElseMadeIt) {
+  throwAway("a", describing("/srv/a", "2021-01-01T01:01:01"));
+  fs::rename(scratch.path("data/Trash"), scratch.path("data/other"));
+  fs::create_directory_symlink("other", scratch.path("data/Trash"));
+  EXPECT_EQ(run({"trash", "list"}), 0);
+  EXPECT_EQ(out.str(), "");
+}
+
+TEST_F(UserTrash, isRestoredWithoutReplacingAnything) {
+  std::string place = scratch.path("deep/place");
+  throwAway("a", describing(place, "2020-02-02T02:02:02"));
+  EXPECT_EQ(run({"trash", "restore", "-n", place}), 0);
+  EXPECT_EQ(out.str(), "Would restore " + place + ", 4 KB\n");
+  EXPECT_TRUE(fs::exists(held("a")));
+  EXPECT_EQ(run({"trash", "restore", place}), 0);
+  EXPECT_EQ(out.str(), "Restored " + place + "\n");
+  EXPECT_EQ(scratch.content("deep/place"), "text");
+  EXPECT_FALSE(fs::exists(held("a")));
+  EXPECT_TRUE(fs::is_empty(scratch.path("data/Trash/info")));
+  throwAway("a", describing(place, "2020-02-02T02:02:02"));
+  EXPECT_EQ(run({"trash", "restore", place}), 1);
+  EXPECT_EQ(err.str(), "keepwell: " + place + " could not be restored: something stands there\n");
+  EXPECT_TRUE(fs::exists(held("a")));
+  EXPECT_EQ(run({"trash", "restore", "/never/thrown"}), 1);
+  EXPECT_TRUE(record.requests.empty());
+}
+
+TEST_F(UserTrash, isEmptiedOfWhatIsOldOnly) {
+  throwAway("old", describing("/srv/old", "2020-02-02T02:02:02"));
+  throwAway("undated", describing("/srv/undated", "soon"));
+  throwAway("new", describing("/srv/new", "2999-01-01T00:00:00"));
+  EXPECT_EQ(run({"trash", "empty", "--older-than", "30d", "-n"}), 0);
+  EXPECT_EQ(out.str(),
+            "Would remove /srv/old from the Trash\n1 in the Trash, 4 KB would be freed\n");
+  EXPECT_TRUE(fs::exists(held("old")));
+  ask = [](const std::string &question) -> std::optional<std::string> {
+    EXPECT_EQ(question, "Remove 1 from the Trash for good, 4 KB? [y/N] ");
+    return "n";
+  };
+  EXPECT_EQ(run({"trash", "empty", "--older-than", "30d"}), 1);
+  EXPECT_TRUE(fs::exists(held("old")));
+  EXPECT_EQ(run({"trash", "empty", "--older-than", "30d", "--yes"}), 0);
+  EXPECT_EQ(out.str(), "Removed /srv/old from the Trash\n");
+  EXPECT_FALSE(fs::exists(held("old")));
+  EXPECT_TRUE(fs::exists(held("undated")));
+  EXPECT_TRUE(fs::exists(held("new")));
+  EXPECT_FALSE(fs::exists(scratch.path("data/Trash/info/old.trashinfo")));
+  EXPECT_EQ(run({"trash", "empty", "--yes"}), 0);
+  EXPECT_TRUE(fs::is_empty(scratch.path("data/Trash/files")));
+}
+
+TEST_F(UserTrash, isNotMistakenForAnItemOfItsVerbsName) {
+  kwtest::ScratchFolder here;
+  here.file("list", "");
+  fs::path former = fs::current_path();
+  fs::current_path(here.path());
+  int status = run({"trash", "list"});
+  int stated = run({"trash", "--", "list"});
+  fs::current_path(former);
+  EXPECT_EQ(status, 2);
+  EXPECT_EQ(stated, 0);
+  EXPECT_EQ(record.requests, Strings{"MoveToTrashItemAtPath " + here.path("list")});
+}
+
+TEST_F(UserTrash, isUsedBeforeTheAgentIsAsked) {
+  Strings tried;
+  bool works = true;
+  trash = [&](const std::string &path) {
+    tried.push_back(path);
+    return works;
+  };
+  EXPECT_EQ(run({"trash", item}), 0);
+  EXPECT_EQ(out.str(), "Moved " + item + " to the Trash\n");
+  EXPECT_TRUE(record.requests.empty());
+  works = false;
+  EXPECT_EQ(run({"trash", item, "/no/such", "/usr"}), 1);
+  EXPECT_EQ(out.str(), "Moved " + item +
+                           " to the Trash of the agent's user\n"
+                           "/no/such: there was nothing there\n");
+  EXPECT_EQ(tried, (Strings{item, item}));
+}
+
+} // namespace
