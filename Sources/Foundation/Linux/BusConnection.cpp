@@ -44,18 +44,19 @@ std::string addressOf(const std::string &bus) {
 }
 
 // The library's filter sees every message first. It takes each, so that the
-// library answers none by itself, and nothing of ours runs within its frames.
+// library answers none by itself, and none of our code runs within its frames.
 int take(sd_bus_message *message, void *arrived, sd_bus_error *) {
   *static_cast<BusMessage *>(arrived) = BusMessage(sd_bus_message_ref(message));
   return 1;
 }
 
-// Milliseconds for poll, rounded up so that nobody spins before the time.
+// Milliseconds for poll, rounded up so that the wait does not end too early and
+// repeat.
 int pollTime(std::optional<BusConnection::Clock::time_point> until) {
   if (!until)
     return -1;
   const auto now = BusConnection::Clock::now();
-  if (*until <= now) // the earliest time of all cannot be subtracted from
+  if (*until <= now) // the earliest time of all must not be subtracted from
     return 0;
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(*until - now).count();
   return static_cast<int>(std::min<std::int64_t>(left, INT_MAX));
@@ -101,7 +102,8 @@ void BusConnection::start(const std::string &address) {
   check(sd_bus_add_filter(bus_, nullptr, take, &arrived_), cannotOpen);
   check(sd_bus_start(bus_), cannotOpen);
   const char *name = nullptr;
-  check(sd_bus_get_unique_name(bus_, &name), cannotOpen); // waits until the bus has let it in
+  // waits until the bus has accepted the connection
+  check(sd_bus_get_unique_name(bus_, &name), cannotOpen);
 }
 
 BusConnection::~BusConnection() {
@@ -167,7 +169,7 @@ void BusConnection::wait(BusWaker &waker, std::optional<Clock::time_point> until
   std::uint64_t due = UINT64_MAX; // in microseconds of the same clock
   const int events = sd_bus_get_events(bus_);
   if (events < 0 || sd_bus_get_timeout(bus_, &due) < 0)
-    return; // the connection is lost, which next() tells
+    return; // the connection is lost, and next() reports that
   if (due != UINT64_MAX) {
     const Clock::time_point libraryDue{std::chrono::microseconds(due)};
     until = until ? std::min(*until, libraryDue) : libraryDue;

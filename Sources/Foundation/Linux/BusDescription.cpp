@@ -1,4 +1,4 @@
-// Putting the description together.
+// Writes the description.
 #include "Foundation/Linux/BusDescription.h"
 
 #include "Foundation/Linux/BusValues.h"
@@ -40,7 +40,7 @@ constexpr std::string_view usual = R"( <interface name="org.freedesktop.DBus.Pee
  </interface>
 )";
 
-// Names of ours hold nothing that XML would take for its own.
+// Our names contain no characters that XML reserves.
 std::string arguments(const std::vector<XPCParameter> &parameters, std::string_view direction) {
   std::string result;
   for (const XPCParameter &parameter : parameters) {

@@ -1,4 +1,4 @@
-// Handing work from one thread to another.
+// Passes work from one thread to another.
 #include "Foundation/Linux/BusMailbox.h"
 
 #include <utility>

@@ -22,7 +22,7 @@ int check(int result, const char *what) {
 constexpr const char *cannotBeWritten = "A value cannot be written";
 constexpr const char *notHere = "A value of another kind was expected";
 
-// A value must be there as well.
+// A missing value is an error too.
 void checkRead(int result) {
   if (check(result, notHere) == 0)
     BusError::raise(ENXIO, notHere);
@@ -36,7 +36,7 @@ std::size_t alignedTo(std::size_t alignment, std::size_t offset) {
   return (offset + alignment - 1) / alignment * alignment;
 }
 
-// Of a type, by its first character.
+// The alignment of a type, by its first character.
 std::size_t alignmentOf(char type) {
   switch (type) {
   case 'x':
@@ -54,8 +54,8 @@ std::size_t alignmentOf(char type) {
   }
 }
 
-// In the header a text takes its code, its type and its length besides, and
-// begins where it is aligned.
+// In the header a text also takes its code, its type and its length, and begins
+// at its alignment.
 std::size_t fieldBytes(std::string_view text) {
   return text.empty() ? 0 : alignedTo(8, 4 + 4 + text.size() + 1);
 }

@@ -1,4 +1,4 @@
-// Telling text from bytes that are none.
+// Finds the bytes that are not valid text.
 #include "Foundation/Linux/BusText.h"
 
 #include <algorithm>
@@ -32,8 +32,8 @@ std::size_t sequenceLength(std::string_view text) {
   return length;
 }
 
-// Calls back for each stretch of text that can stay, and with an empty one for
-// each byte that cannot.
+// Calls back for each stretch of valid text, and with an empty one for each
+// invalid byte.
 template <typename Receiver> void forEachStretch(std::string_view text, Receiver receiver) {
   while (!text.empty()) {
     std::size_t good = 0;

@@ -1,4 +1,4 @@
-// The thread of the bus: takes what was posted, handles what arrived, waits.
+// The thread of the bus: takes posted work, handles arrived messages, waits.
 #include "Foundation/Linux/BusThread.h"
 
 #include "Foundation/Exception.h"
@@ -9,11 +9,11 @@
 namespace NS {
 namespace {
 
-// When receiving fails though the bus is still there, for want of memory for
-// instance, it is tried again so soon.
+// The pause before the next attempt when receiving fails although the bus is
+// still there, for example by a lack of memory.
 constexpr std::chrono::milliseconds pauseAfterFailure{10};
 
-// Without memory for these words there are none.
+// Without memory for this text it prints none.
 void tell(const char *words, const std::exception &exception) noexcept {
   try {
     Log(words, exception.what());
@@ -114,7 +114,7 @@ void BusThread::handle(BusMessage &message) {
   const BusMessage::Kind kind = message.kind();
   if (kind == BusMessage::Kind::Call || kind == BusMessage::Kind::Signal)
     return receiver_(message);
-  // Nobody but the bus was asked anything.
+  // The agent asks only the bus itself.
   if (message.sender() != BusConnection::busName)
     return;
   if (auto asked = asked_.extract(message.replySerial()))
@@ -126,7 +126,7 @@ void BusThread::ask(BusMessage call, Receiver answer) {
   made.emplace(0, std::move(answer));
   auto node = made.extract(made.begin());
   node.key() = connection_.send(call);
-  asked_.insert(std::move(node)); // takes no memory: the answer finds its handler
+  asked_.insert(std::move(node)); // needs no memory, so the answer always finds its handler
 }
 
 } // namespace NS

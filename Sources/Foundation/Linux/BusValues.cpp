@@ -1,4 +1,4 @@
-// Values in and out of messages of the bus.
+// Writes and reads values in messages of the bus.
 #include "Foundation/Linux/BusValues.h"
 
 #include <cstdint>
@@ -14,8 +14,8 @@ namespace {
 constexpr const char *errorContents = "sxa{sv}";
 constexpr const char *errorSignature = "(sxa{sv})";
 
-// The bus limits how deep values nest; errors beneath this one are left out,
-// when they are written and when they are read.
+// The bus limits the nesting of values. Writing and reading leave out errors
+// beneath this one.
 constexpr int deepestError = 8;
 
 const char *signature(XPCKind kind) {
@@ -90,7 +90,7 @@ void writeError(BusMessage &message, const Error *error, int depth) {
   message.close();
 }
 
-// Nothing for what user info does not hold, which is passed over.
+// Empty for a kind that user info does not hold; the reader passes over it.
 std::optional<UserInfoValue> readUserInfoValue(BusMessage &message, const std::string &contents) {
   std::optional<UserInfoValue> value;
   if (contents.size() != 1 || contents.find_first_of("sbxtd") == std::string::npos) {
@@ -120,7 +120,7 @@ std::optional<UserInfoValue> readUserInfoValue(BusMessage &message, const std::s
 
 std::optional<Error> readError(BusMessage &message, int depth);
 
-// What one reads of a dictionary of user info.
+// The result of reading a dictionary of user info.
 struct ReadUserInfo {
   UserInfo info;
   std::shared_ptr<const Error> underlying;

@@ -1,4 +1,4 @@
-// Checking calls, and answering what every object of a bus answers.
+// Checks calls, and answers the calls that every object of a bus answers.
 #include "Foundation/Linux/ServiceCalls.h"
 
 #include "Foundation/Linux/BusDescription.h"
@@ -22,7 +22,7 @@ constexpr const char *unknownInterface = "org.freedesktop.DBus.Error.UnknownInte
 constexpr const char *unknownProperty = "org.freedesktop.DBus.Error.UnknownProperty";
 constexpr const char *propertyReadOnly = "org.freedesktop.DBus.Error.PropertyReadOnly";
 
-// Of the texts of one request.
+// The limit for all texts of one request.
 constexpr std::size_t maximumArgumentBytes = std::size_t{16} << 20;
 
 [[noreturn]] void refuse(const char *error, const std::string &text) {
@@ -38,8 +38,8 @@ void requireSignature(const BusMessage &call, std::string_view signature) {
     refuse(invalidArguments, "The arguments of " + std::string(call.member()) + " cannot be read.");
 }
 
-// The next part of the way from the path to the object, empty when it does not
-// lead there.
+// The next part of the path to the object, empty when the path does not lead
+// there.
 std::string_view childOnTheWay(std::string_view path, std::string_view object) {
   const std::string_view parent = path == "/" ? "" : path;
   if (object.size() <= parent.size() + 1 || !object.starts_with(parent) ||
@@ -79,7 +79,7 @@ ServiceCalls::ServiceCalls(Served served, BusOutbox &outbox, ServiceClients &cli
                                   ServiceControl::description())),
       outbox_(outbox), clients_(clients), replies_(replies), control_(control) {}
 
-// Whatever goes wrong becomes the bus's own error.
+// Any failure becomes the bus's own error.
 void ServiceCalls::received(BusMessage &call) {
   BusMessage answer;
   try {
@@ -99,7 +99,7 @@ void ServiceCalls::received(BusMessage &call) {
 // Empty when the answer comes later.
 BusMessage ServiceCalls::answerTo(BusMessage &call) {
   const std::string_view interface = call.interface();
-  if (interface == peerInterface) // of the process rather than of an object
+  if (interface == peerInterface) // concerns the process rather than an object
     return answerOfPeer(call);
   if (interface == introspectableInterface)
     return describe(call);
@@ -140,7 +140,7 @@ bool ServiceCalls::servesInterface(std::string_view name) const {
          name == introspectableInterface || name == propertiesInterface;
 }
 
-// There are none.
+// The object has no properties.
 BusMessage ServiceCalls::answerAboutProperties(BusMessage &call) const {
   const bool isAll = call.member() == "GetAll", isSet = call.member() == "Set";
   if (!isAll && !isSet && call.member() != "Get")

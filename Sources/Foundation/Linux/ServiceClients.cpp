@@ -1,4 +1,4 @@
-// Making and releasing clients, and asking the bus who they are.
+// Makes and releases clients, and asks the bus for their process and user.
 #include "Foundation/Linux/ServiceClients.h"
 
 #include "Foundation/Log.h"
@@ -64,7 +64,7 @@ void ServiceClients::erase(std::string_view name) {
   auto found = clients_.find(name);
   if (found == clients_.end())
     return;
-  // What waits in a queue that is held would be lost.
+  // A held queue would lose its waiting requests.
   found->second.connection->proceed();
   clients_.erase(found);
 }
@@ -94,14 +94,14 @@ void ServiceClients::learnWho(const std::string &name, BusMessage &answer) {
   ServiceClient *client = find(name);
   if (!client)
     return;
-  client->isKnown = true; // even if it cannot be understood
+  client->isKnown = true; // even when the answer is malformed
   try {
     client->connection->setRequester(requesterIn(answer));
   } catch (const std::exception &exception) {
     Log("A client stays unknown: %@", exception.what());
   }
   apply(*client);
-  // It left before this process came, which the bus therefore never told.
+  // It left before this process came, so the bus never reported that.
   if (answer.errorName() == "org.freedesktop.DBus.Error.NameHasNoOwner")
     erase(name);
 }

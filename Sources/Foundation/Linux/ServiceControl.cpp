@@ -1,4 +1,4 @@
-// Cancelling requests, and telling how far they have come.
+// Cancels requests, and reports their progress.
 #include "Foundation/Linux/ServiceControl.h"
 
 #include <utility>
@@ -76,7 +76,7 @@ void ServiceControl::leave(std::string_view client) {
 void ServiceControl::setFollowing(std::string_view client, bool follows) {
   if (!follows)
     return leave(client);
-  static_cast<void>(clients_.clientOf(client)); // whose leaving is noted
+  static_cast<void>(clients_.clientOf(client)); // makes the client, so that its leaving is noticed
   followers_.try_emplace(std::string(client));
   tellLater();
 }
@@ -97,7 +97,8 @@ void ServiceControl::tell() {
     tell(client, told);
 }
 
-// A client that does not read misses some: the next tell more.
+// A client that does not read misses some reports; the next ones have higher
+// counts.
 void ServiceControl::tell(const std::string &client, Told &told) {
   Told now;
   replies_.forEach(client, [&](std::uint32_t serial, ServiceRequest &request) {

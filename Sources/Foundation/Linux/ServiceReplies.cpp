@@ -1,4 +1,4 @@
-// From outcomes to messages.
+// Turns outcomes into messages.
 #include "Foundation/Linux/ServiceReplies.h"
 
 #include "Foundation/Linux/BusValues.h"
@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char *failed = "org.freedesktop.DBus.Error.Failed";
 
-// A message of this size finds room whatever others leave unread.
+// A message of this size finds room, however much others leave unread.
 constexpr std::size_t smallBytes = std::size_t{32} << 10;
 
 XPCValue cancelledValue(const XPCMethod &method, XPCKind kind) {
@@ -42,7 +42,7 @@ bool tryToWrite(BusMessage &message, const std::vector<XPCParameter> &kinds,
   }
 }
 
-// What is not answered at all has no way back.
+// The reply of a call without an answer.
 XPCReply unheardReply(const std::string &member) {
   return XPCReply([member](const XPCOutcome &outcome) {
     if (!outcome.reason.empty())
@@ -75,15 +75,16 @@ ServiceReplies::Expected ServiceReplies::expect(const XPCMethod &method, const B
 }
 
 XPCReply ServiceReplies::replyTo(const std::string &client, std::uint64_t number) {
-  // So that a request for whose answer no memory is left can be told of that.
+  // Allocated early, so that a request without memory for its answer can still
+  // fail with one.
   BusMailbox::Works lastResort;
   lastResort.emplace_back([this, client, number] {
     answer(client, number, {false, {}, "out of memory"});
   });
   return XPCReply([this, client, number, mailbox = thread_.mailbox(),
                    lastResort = std::move(lastResort)](XPCOutcome outcome) mutable {
-    // A request that its queue refuses fails while it is being delivered: that
-    // is answered there, and what is posted meanwhile comes too late.
+    // A request that its queue refuses fails during its delivery. deliver()
+    // answers it then, and a reply posted meanwhile comes too late.
     const bool isReply = outcome.replied;
     try {
       auto work = [this, client, number, outcome = std::move(outcome)] {
@@ -125,8 +126,9 @@ void ServiceReplies::answer(const std::string &client, std::uint64_t number,
   }
 }
 
-// What is too large for a message, or finds no room for long, goes without the
-// details of its errors; if it is still too large, the request has failed.
+// A reply that is too large for a message, or finds no room for long, goes
+// without the details of its errors. If it is still too large, the request
+// fails.
 void ServiceReplies::sendReply(Pending &pending, const XPCValues &values) {
   const std::vector<XPCParameter> &kinds = pending.method->replies;
   const bool isWhole = tryToWrite(pending.reply, kinds, values);
@@ -142,7 +144,7 @@ void ServiceReplies::sendReply(Pending &pending, const XPCValues &values) {
 void ServiceReplies::fail(Pending &pending, std::string_view reason) {
   try {
     Log("%@ failed: %@", pending.method->member, reason);
-  } catch (const std::bad_alloc &) { // the answer is worth more than these words
+  } catch (const std::bad_alloc &) { // the answer matters more than this text
   }
   outbox_.send(std::move(pending.failure));
 }
