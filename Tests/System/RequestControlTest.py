@@ -173,16 +173,18 @@ class RemovalTest(ControlCase):
     @contextlib.contextmanager
     def standing_still(self):
         """Stops the agent once the removal is under way, and gives the number
-        of remaining files. Until then the agent runs for moments, so that the
-        fastest machine does not finish the removal between two looks."""
-        end = time.monotonic() + 60
+        of remaining files. Until then the agent runs for moments, short ones at
+        first, so that the fastest machine does not finish the removal between
+        two looks."""
+        moment, end = 0.002, time.monotonic() + 120
         try:
             self.stop_agent()
             while (left := self.left()) >= FILES - 50:
                 self.assertLess(time.monotonic(), end, "no removal is under way")
                 self.go_on()
-                time.sleep(0.002)
+                time.sleep(moment)
                 self.stop_agent()
+                moment = min(1.5 * moment, 0.05)
             self.assertGreater(left, MOST_AFTERWARDS * 2)
             yield left
         finally:
