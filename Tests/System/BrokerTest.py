@@ -4,9 +4,11 @@ import contextlib
 import unittest
 
 from Support import harness, processes
+from Support.abuse import Batch
 from Support.systembus import MEMBER, ROOT, SystemBusRoot
 
 TEXT = "x" * 100_000
+PINGS = 480_000  # their answers have 33 MiB, for which the bus keeps 660 MiB
 MOST = 20_000  # requests; all of their answers are four times a user's limit
 
 
@@ -49,6 +51,29 @@ class BrokerTest(unittest.TestCase):
     def test_root_clients_that_read_nothing_do_not_end_the_agent(self):
         """They are one user to the bus: each uses up the quota of the other."""
         self.flood(ROOT)
+        self.assertEqual(self.other.call("Echo", "s", "there")[0], "there")
+        self.assertEqual(self.root.client_of(MEMBER).call("Echo", "s", "too")[0], "too")
+        self.assertEqual(self.root.agent_pid(), self.agent)
+
+    def test_short_answers_that_root_does_not_read_do_not_end_the_agent(self):
+        """The bus keeps more of each than its bytes."""
+        flood = self.root.client_of(ROOT)
+        batch = Batch([(flood.call_fields("Ping", interface="org.freedesktop.DBus.Peer"), "", ())],
+                      PINGS // 80)
+        for _ in range(80):
+            flood.send_bytes(batch.next())
+            # What the agent has not taken yet, the bus keeps as well.
+            self.assertEqual(self.other.call("Echo", "s", "taken")[0], "taken")
+        self.assertEqual(self.root.client_of(MEMBER).call("Echo", "s", "too")[0], "too")
+        self.assertEqual(self.root.agent_pid(), self.agent)
+
+    def test_a_member_who_sends_faster_than_the_agent_reads_harms_nobody(self):
+        """The bus keeps no more than a share of the agent's user for another one."""
+        flood = self.root.client_of(MEMBER, timeout=3)
+        batch = Batch([(flood.call_fields("x" * 255), "", ())], 5000)
+        with contextlib.suppress(OSError):
+            for _ in range(160):
+                flood.send_bytes(batch.next())
         self.assertEqual(self.other.call("Echo", "s", "there")[0], "there")
         self.assertEqual(self.root.client_of(MEMBER).call("Echo", "s", "too")[0], "too")
         self.assertEqual(self.root.agent_pid(), self.agent)

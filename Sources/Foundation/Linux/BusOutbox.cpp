@@ -27,10 +27,9 @@ constexpr int fewestLooks = 100;
 
 } // namespace
 
-BusOutbox::BusOutbox(BusThread &thread, UnreadLimits limits, Listener listener,
-                     TrialMaker makeTrial)
-    : thread_(thread), limits_(limits), listener_(std::move(listener)),
-      makeTrial_(std::move(makeTrial)), unread_(limits),
+BusOutbox::BusOutbox(BusThread &thread, Listener listener, TrialMaker makeTrial)
+    : thread_(thread), listener_(std::move(listener)), makeTrial_(std::move(makeTrial)),
+      unread_(UnreadLimits{}),
       statistics_(thread, [this](const std::string &client, BusStatistics::Answer answer,
                                  std::size_t bytes) { answered(client, answer, bytes); }) {}
 
@@ -129,6 +128,7 @@ void BusOutbox::askWhereWorth() {
 
 void BusOutbox::answered(const std::string &client, BusStatistics::Answer answer,
                          std::size_t bytes) {
+  learnLimits();
   auto found = waiting_.find(client);
   if (answer == BusStatistics::Answer::Bytes) {
     unread_.measured(client, bytes);
@@ -142,6 +142,14 @@ void BusOutbox::answered(const std::string &client, BusStatistics::Answer answer
     unread_.notMeasured(client);
   }
   sendWhatFits();
+}
+
+// The first question tells which bus it is.
+void BusOutbox::learnLimits() {
+  if (!hasLimitsOfUsers_ && statistics_.areOfUsers()) {
+    unread_.setLimits(UnreadLimits::forAccountsOfUsers());
+    hasLimitsOfUsers_ = true;
+  }
 }
 
 void BusOutbox::sendWhatFits() {
@@ -166,7 +174,7 @@ void BusOutbox::sendWhatFits(const std::string &client, Queue &queue) {
     else if (isOverdue(client, first))
       dispatch(client, first.small);
     else if (room == Room::Unknown && unread_.mayTry(client) && !unread_.isAsked(client)) {
-      BusMessage trial = makeTrial_(client, limits_.proof);
+      BusMessage trial = makeTrial_(client, unread_.limits().proof);
       dispatch(client, trial);
       return;
     } else

@@ -27,7 +27,7 @@ public:
   using TrialMaker = std::function<BusMessage(const std::string &client, std::size_t bytes)>;
 
   // The thread must outlive it.
-  BusOutbox(BusThread &thread, UnreadLimits limits, Listener listener, TrialMaker makeTrial);
+  BusOutbox(BusThread &thread, Listener listener, TrialMaker makeTrial);
   BusOutbox(const BusOutbox &) = delete;
   BusOutbox &operator=(const BusOutbox &) = delete;
 
@@ -62,6 +62,7 @@ private:
   Room roomFor(const std::string &client, const Waiting &waiting) const;
   void dispatch(const std::string &client, BusMessage &message);
   void askWhereWorth();
+  void learnLimits();
   void answered(const std::string &client, BusStatistics::Answer answer, std::size_t bytes);
   void sendWhatFits();
   void sendWhatFits(const std::string &client, Queue &queue);
@@ -69,13 +70,13 @@ private:
   void askAgainLater();
 
   BusThread &thread_;
-  const UnreadLimits limits_;
   const Listener listener_;
   const TrialMaker makeTrial_;
   UnreadMessages unread_;
   BusStatistics statistics_;
   std::map<std::string, Queue, std::less<>> waiting_; // none of them empty
   bool isAskingAgain_ = false;
+  bool hasLimitsOfUsers_ = false;
 };
 
 } // namespace NS

@@ -27,6 +27,8 @@ public:
 
   // False once the bus has turned out to keep none.
   bool areKept() const { return way_ != Way::None; }
+  // Whether it is known to keep account of users, as dbus-broker does.
+  bool areOfUsers() const { return way_ == Way::AllClients; }
   // False when it cannot be asked just now.
   bool canAsk() const { return areKept() && !isAskingAboutAll_; }
   void ask(const std::vector<std::string> &clients);

@@ -5,6 +5,20 @@
 
 namespace NS {
 
+UnreadLimits UnreadLimits::forAccountsOfUsers() {
+  UnreadLimits limits;
+  limits.perClientWithShort = limits.altogether = std::size_t{160} << 20;
+  limits.altogetherForReaders = std::size_t{240} << 20;
+  return limits;
+}
+
+void UnreadMessages::setLimits(const UnreadLimits &limits) {
+  limits_ = limits;
+  altogether_ = 0;
+  for (const auto &[client, account] : accounts_)
+    altogether_ += weight(account.unread);
+}
+
 const UnreadMessages::Account *UnreadMessages::find(std::string_view client) const {
   auto found = accounts_.find(client);
   return found == accounts_.end() ? nullptr : &found->second;
@@ -23,6 +37,7 @@ bool UnreadMessages::hasShownThatItReads(std::string_view client) const {
 UnreadMessages::Room UnreadMessages::roomFor(std::string_view client, std::size_t bytes,
                                              Kind kind) const {
   const std::size_t unread = ofClient(client);
+  bytes += limits_.perMessage;
   if (unread + bytes <= limits_.guaranteed)
     return Room::Enough;
   const std::size_t limit = kind == Kind::Short ? limits_.perClientWithShort : limits_.perClient;
@@ -54,10 +69,11 @@ void UnreadMessages::setUnread(Account &account, std::size_t unread) {
 
 void UnreadMessages::sent(const std::string &client, std::size_t bytes) {
   Account &account = accounts_[client];
-  setUnread(account, account.unread + bytes);
+  const std::size_t counted = bytes + limits_.perMessage;
+  setUnread(account, account.unread + counted);
   account.sentAltogether += bytes;
   if (account.isAsked)
-    account.sinceQuestion += bytes;
+    account.sinceQuestion += counted;
 }
 
 bool UnreadMessages::isWorthAsking(const Account &account) const {

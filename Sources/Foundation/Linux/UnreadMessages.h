@@ -15,9 +15,17 @@
 
 namespace NS {
 
-// In bytes of whole messages. All together stay below the 127 MiB that the
-// strictest usual bus keeps of one sender's messages.
+// In bytes, each message with what a bus may add to it. As they are, all together
+// stay below the 127 MiB that dbus-daemon keeps of one sender's messages.
 struct UnreadLimits {
+  // For dbus-broker, which keeps account of users: 512 MiB for all clients of
+  // one user, the agent among them when it is that user. It counts more for a
+  // message than the message has, and so refusals need more room there.
+  static UnreadLimits forAccountsOfUsers();
+
+  // What the bus counts for a message at most beyond its size: dbus-broker's
+  // version 33 counts 1,384 bytes, dbus-daemon none, as its answers show.
+  std::size_t perMessage = 1536;
   // Of one client, unless it has nothing unread: then one whole message more.
   std::size_t perClient = std::size_t{8} << 20;
   // The same with short answers, such as refusals: a client that reads late
@@ -33,7 +41,7 @@ struct UnreadLimits {
   std::size_t altogetherForReaders = std::size_t{112} << 20;
   // One whole message: what is left of the latter to clients that have nothing
   // unread.
-  std::size_t reserve = (std::size_t{16} << 20) + 4096;
+  std::size_t reserve = (std::size_t{16} << 20) + 8192;
   // A client that has read so much has not just left it all in its socket.
   std::size_t proof = std::size_t{256} << 10;
 };
@@ -42,6 +50,8 @@ struct UnreadLimits {
 class UnreadMessages {
 public:
   explicit UnreadMessages(UnreadLimits limits) : limits_(limits) {}
+  void setLimits(const UnreadLimits &limits);
+  const UnreadLimits &limits() const { return limits_; }
 
   enum class Kind { Whole, Short };
   enum class Room {
@@ -81,8 +91,8 @@ private:
     std::size_t unread = 0; // at most: what the bus said and what was sent since
     std::size_t sinceQuestion = 0;
     bool isAsked = false;
-    std::size_t sentAltogether = 0;
-    std::size_t read = 0; // at least, of what was sent altogether
+    std::size_t sentAltogether = 0; // without what the bus adds
+    std::size_t read = 0;           // at least, of what was sent altogether
   };
 
   const Account *find(std::string_view client) const;

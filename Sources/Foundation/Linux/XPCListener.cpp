@@ -43,7 +43,7 @@ struct Service {
   Service(const std::string &bus, ServiceCalls::Served served, ServiceClients::Acceptor acceptor)
       : path(served.path), thread(bus), memory(thread),
         outbox(
-            thread, UnreadLimits{},
+            thread,
             [this](const std::string &client, bool waits) { clients.setWaiting(client, waits); },
             [this](const std::string &client, std::size_t bytes) {
               return control.makeTrial(client, bytes);

@@ -1,13 +1,16 @@
 """For the tests of clients that misbehave: an agent that has been used once,
 other clients that go on using it, and the checks that it is as before."""
 import contextlib
+import itertools
 import os
+import struct
 import threading
 import time
 import unittest
 
 from . import harness
 from .bus import wait_until
+from .rawbus import CALL, message
 from .root import DATA, ThrowAwayRoot
 
 STARTER = "/sbin/SystemStarter"
@@ -57,6 +60,29 @@ class Watcher:
     def __exit__(self, *_):
         self._over.set()
         self._thread.join()
+
+
+class Batch:
+    """Many calls to be sent at once, again and again."""
+
+    def __init__(self, calls, count):
+        messages = [message(CALL, 1, *call)
+                    for call in itertools.islice(itertools.cycle(calls), count)]
+        ends = itertools.accumulate(len(each) for each in messages)
+        self._places = [end - len(each) + 8 for each, end in zip(messages, ends)]
+        self._data = bytearray(b"".join(messages))
+        self._serials = itertools.count(10)
+        self.next()
+
+    def next(self):
+        """The next of them, with fresh serials."""
+        for place in self._places:
+            struct.pack_into("<I", self._data, place, next(self._serials))
+        return self._data
+
+    def again(self):
+        """The last ones. A bus refuses a call with the serial of one that waits."""
+        return self._data
 
 
 class Blocking:

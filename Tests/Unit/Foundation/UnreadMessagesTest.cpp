@@ -12,7 +12,8 @@ using Room = UnreadMessages::Room;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr UnreadLimits limits{.perClient = 100,
+constexpr UnreadLimits limits{.perMessage = 0,
+                              .perClient = 100,
                               .perClientWithShort = 150,
                               .guaranteed = 10,
                               .altogether = 250,
@@ -76,6 +77,49 @@ TEST_F(UnreadMessagesTest, manyWhoLeaveLittleWeighNothing) {
     unread.sent(std::to_string(number), limits.guaranteed);
   EXPECT_EQ(unread.altogether(), 0U);
   EXPECT_EQ(room("new", 200), Room::Enough);
+}
+
+// A bus may count more for a message than the message has.
+TEST_F(UnreadMessagesTest, countsWhatTheBusAddsToEachMessage) {
+  UnreadLimits adding = limits;
+  adding.perMessage = 7;
+  UnreadMessages added{adding};
+  added.sent("a", 3);
+  EXPECT_EQ(added.ofClient("a"), 10U);
+  EXPECT_EQ(added.roomFor("a", 83, Kind::Whole), Room::Enough);
+  EXPECT_EQ(added.roomFor("a", 84, Kind::Whole), Room::None);
+  added.asked("a");
+  added.sent("a", 3);
+  added.measured("a", 1);
+  EXPECT_EQ(added.ofClient("a"), 11U);
+}
+
+TEST_F(UnreadMessagesTest, takesNothingThatTheBusAddsForProof) {
+  UnreadLimits adding = limits;
+  adding.perMessage = 7;
+  UnreadMessages added{adding};
+  for (std::size_t sent = 0; sent < limits.proof; ++sent) {
+    EXPECT_FALSE(added.hasShownThatItReads("a"));
+    added.sent("a", 1);
+    added.asked("a");
+    added.measured("a", 0);
+  }
+  EXPECT_TRUE(added.hasShownThatItReads("a"));
+}
+
+TEST_F(UnreadMessagesTest, keepsItsCountWhenItsLimitsChange) {
+  unread.sent("a", 80);
+  unread.sent("b", 15);
+  UnreadLimits wider = limits;
+  wider.guaranteed = 20;
+  wider.perClient = 300;
+  unread.setLimits(wider);
+  EXPECT_EQ(unread.ofClient("a"), 80U);
+  EXPECT_EQ(unread.altogether(), 80U);
+  EXPECT_EQ(room("a", 160), Room::Enough);
+  unread.forget("b");
+  unread.forget("a");
+  EXPECT_EQ(unread.altogether(), 0U);
 }
 
 // The agent asks the bus for a client's unread messages before the limit.
