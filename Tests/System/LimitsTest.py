@@ -1,9 +1,12 @@
-"""Trees deeper and folders wider than any real ones, with few descriptors."""
+"""Trees deeper and folders wider than any real ones, with few descriptors.
+KEEPWELL_HOSTILE=full makes the hostile one 45,000 deep."""
 import os
 import unittest
 
-from Support import harness
+from Support import harness, trees
 from Support.root import DATA, ThrowAwayRoot
+
+HOSTILE_DEPTH = 45_000 if os.environ.get("KEEPWELL_HOSTILE") == "full" else 1_000
 
 
 class LimitsTest(unittest.TestCase):
@@ -34,6 +37,22 @@ class LimitsTest(unittest.TestCase):
         os.close(here)
         self.assertTrue(self.root.busctl("RemoveItemAtPath", "s", folder).flag)
         self.assertEqual(self.root.listdir(DATA), [])
+
+    def test_a_removal_that_fails_below_a_path_too_large_for_a_message_is_answered(self):
+        """Folders of the longest names, which are no text: each byte of them takes
+        three in a message, where the path of 45,000 has 34 MB."""
+        tree, volumes = f"{DATA}/hostile", []
+        trees.deep(self.root.host_path(tree), HOSTILE_DEPTH, b"\xff" * 255,
+                   finish=lambda folder: volumes.append(trees.mount_within(folder)))
+        client = self.root.client(timeout=1500)
+        self.assertTrue(client.call("FileExistsAtPath", "s", tree)[0])
+        agent = self.root.agent_pid()
+        flag, error = client.call("RemoveItemAtPath", "s", tree)
+        self.assertEqual((flag, *error[:2]), (False, "NSCocoaErrorDomain", 512))
+        self.assertEqual(self.root.agent_pid(), agent)
+        self.assertLess(max(len(line) for line in self.root.log().splitlines()), 20_000)
+        trees.unmount(volumes[0])
+        self.assertTrue(client.call("RemoveItemAtPath", "s", tree)[0])
 
 
 if __name__ == "__main__":

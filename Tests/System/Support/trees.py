@@ -13,6 +13,7 @@ from . import harness, processes
 from .machine import mount
 
 IMMUTABLE, APPEND = 0x10, 0x20
+_DETACH = 2
 _GET_FLAGS, _SET_FLAGS = 0x80086601, 0x40086602
 _LIBRARY = ctypes.CDLL(None, use_errno=True)
 
@@ -64,6 +65,24 @@ def inotify(path, events):
     if _LIBRARY.inotify_add_watch(watch, os.fsencode(path), events) < 0:
         raise OSError(ctypes.get_errno(), path)
     return watch
+
+
+def mount_within(folder):
+    """Mounts a volume in an open folder to which no path may lead, and returns it
+    open, for unmount()."""
+    os.mkdir("mount", dir_fd=folder)
+    place = os.open("mount", os.O_RDONLY, dir_fd=folder)
+    made = _LIBRARY.mount(b"tmpfs", f"/proc/self/fd/{place}".encode(), b"tmpfs", 0, None)
+    os.close(place)
+    if made != 0:
+        raise OSError(ctypes.get_errno(), "mount")
+    return os.open("mount", os.O_RDONLY, dir_fd=folder)
+
+
+def unmount(volume):
+    if _LIBRARY.umount2(f"/proc/self/fd/{volume}".encode(), _DETACH) != 0:
+        raise OSError(ctypes.get_errno(), "umount")
+    os.close(volume)
 
 
 def unmount_below(path):
@@ -250,7 +269,7 @@ def _common(item):
     os.symlink("../outside/inner", f"{item}/link-relative")
 
 
-def deep(item, levels=40_000, name=b"d"):
+def deep(item, levels=40_000, name=b"d", finish=None):
     _common(item)
     here = os.open(item, os.O_RDONLY)
     for _ in range(levels):
@@ -260,6 +279,8 @@ def deep(item, levels=40_000, name=b"d"):
         here = below
     os.symlink("/tmp/outside", "link-folder", dir_fd=here)
     os.close(os.open("needle", os.O_WRONLY | os.O_CREAT, dir_fd=here))
+    if finish:
+        finish(here)
     os.close(here)
 
 
