@@ -133,6 +133,11 @@ bool hasStatusZero(const XPCValues &replies) {
   return std::get<std::int64_t>(replies.at(1)) == 0;
 }
 
+// When it has been handled at all.
+bool isAlwaysDone(const XPCValues & /*replies*/) {
+  return true;
+}
+
 XPCMethod changing(XPCMethod method, NS::XPCSuccess succeeded = saysYes) {
   method.succeeded = succeeded;
   return method;
@@ -153,7 +158,7 @@ XPCMethod pleaseTerminate() {
 XPCInterface description() {
   using P = KWPrivilegedOperation;
   return {"org.keepwell.KWPrivilegedOperation", {
-      pleaseTerminate(),
+      changing(pleaseTerminate(), isAlwaysDone),
       prompt(describe("echo:withReply:", "Echo", {"text"},
                       &P::echo, {"text", "error"})),
       describe("fileExistsAtPath:withReply:", "FileExistsAtPath", {"path"},

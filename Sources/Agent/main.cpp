@@ -16,6 +16,7 @@
 #include "Foundation/Exception.h"
 #include "Foundation/Identity.h"
 #include "Foundation/Process.h"
+#include "Foundation/RequestJournal.h"
 #include "Foundation/RunLoop.h"
 #include "Foundation/XPCListener.h"
 
@@ -75,6 +76,7 @@ int serve(const std::string &bus) {
   listener->announce(kw::KWPrivilegedOperation::interface(),
                      kw::KWPrivilegedOperationProgress::interface());
   listener->resume();
+  NS::Process::shared().beforeExit(NS::recordRequestsAtEnd);
   NS::RunLoop::currentRunLoop().run();
   return EXIT_SUCCESS;
 }

@@ -27,8 +27,10 @@ struct RequestRecord {
   XPCRequester requester;
   std::string member;
   std::vector<std::string> items; // the request's texts, as the client gave them
-  std::string outcome;            // "done", "refused" by the reply, or "failed" without one
-  std::string reason;             // of a refusal or failure, where it has one
+  // "done", "refused" by the reply, "failed" without one, or "cut off" by the end
+  // of this process.
+  std::string outcome;
+  std::string reason; // of a refusal or failure, where it has one
   std::chrono::microseconds took{0};
 };
 
@@ -45,8 +47,13 @@ public:
 
 // A reply that passes its outcome on to the given one and then writes the
 // record of the request, which begins now. Made for methods that change
-// something.
+// something, on the thread that handles the request.
 XPCReply recordingReply(const XPCMethod &method, const XPCValues &arguments, XPCRequester requester,
                         XPCReply reply);
+
+// Writes the records of all requests under way, for a process that is about to
+// end on the calling thread: a request that this thread handles has been done
+// thereby, all others are cut off. Waits a second at most for the journal.
+void recordRequestsAtEnd() noexcept;
 
 } // namespace NS

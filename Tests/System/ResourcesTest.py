@@ -1,6 +1,7 @@
 """The resources of many requests at once: right answers with few descriptors,
 threads for every user, the tools' own limits, one entry in the journal for each
 change, and log lines of limited length."""
+import contextlib
 import os
 import resource
 import socket
@@ -9,11 +10,12 @@ import unittest
 
 from Support import harness, processes
 from Support.abuse import Blocking, GATE
-from Support.bus import wait_until
+from Support.bus import is_running, wait_until
+from Support.rawbus import CALL, message
 from Support.root import DATA, ThrowAwayRoot
 
 CLIENTS = 250
-REQUESTS_EACH = 8
+REQUESTS_EACH = 2
 DESCRIPTORS = 1024
 LONG_REQUESTS = 300
 CROWD, OTHER = 64301, 64302  # users
@@ -70,11 +72,11 @@ class FewDescriptorsTest(unittest.TestCase):
     def setUp(self):
         self.root = self.enterContext(ThrowAwayRoot(descriptor_limit=DESCRIPTORS))
 
-    def ask(self, number, path, answers):
+    def ask(self, number, path, requests, answers):
         client = self.root.client(timeout=300)
         self.barrier.wait()
         try:
-            serials = [client.send("SizeOfItemAtPath", "s", path) for _ in range(REQUESTS_EACH)]
+            serials = [client.send("SizeOfItemAtPath", "s", path) for _ in range(requests)]
             answers[number] = [client.wait(serial) for serial in serials]
         except Exception as failure:  # pylint: disable=broad-except
             answers[number] = [failure]
@@ -83,21 +85,51 @@ class FewDescriptorsTest(unittest.TestCase):
 
     def test_250_clients_at_once_are_all_told_the_right_size(self):
         tree = self.root.mkdir(f"{DATA}/tree")
-        make_comb(self.root.host_path(tree), depth=60, teeth=6)
+        make_comb(self.root.host_path(tree), depth=120, teeth=20)
         os.sync()  # allocation is delayed until then
         expected = [allocated(self.root.host_path(tree)), NO_ERROR]
         self.assertEqual(self.root.client().call("SizeOfItemAtPath", "s", tree), expected)
-        self.barrier = threading.Barrier(CLIENTS)
+        given = self.ask_at_once(CLIENTS, tree, REQUESTS_EACH)
+        self.assertEqual([answer for answer in given if answer != expected][:5], [])
+        self.assertEqual(len(given), CLIENTS * REQUESTS_EACH)
+
+    def ask_at_once(self, clients, path, requests):
+        """All answers to so many clients."""
+        self.barrier = threading.Barrier(clients)
         answers = {}
-        threads = [threading.Thread(target=self.ask, args=[number, tree, answers])
-                   for number in range(CLIENTS)]
+        threads = [threading.Thread(target=self.ask, args=[number, path, requests, answers])
+                   for number in range(clients)]
         for thread in threads:
             thread.start()
         for thread in threads:
             thread.join()
-        given = [answer for each in answers.values() for answer in each]
+        return [answer for each in answers.values() for answer in each]
+
+    def attach(self, over):
+        """Calls with descriptors until it is over, whatever becomes of them."""
+        client = self.root.client(descriptors=True)
+        fields = {**client.call_fields("Echo"), 9: ("u", 16)}
+        while not over.is_set():
+            client.send_bytes(message(CALL, client.next_serial(), fields, "s", ["x"]), [0] * 16)
+            client.receive()
+        client.close()
+
+    def test_attached_descriptors_do_not_end_an_agent_whose_table_is_full(self):
+        tree = self.root.mkdir(f"{DATA}/tree")
+        make_comb(self.root.host_path(tree), depth=120, teeth=20)
+        os.sync()
+        self.root.client().call("Echo", "s", "")
+        agent, over = self.root.agent_pid(), threading.Event()
+        attaching = threading.Thread(target=self.attach, args=[over])
+        attaching.start()
+        try:
+            given = self.ask_at_once(200, tree, REQUESTS_EACH)
+        finally:
+            over.set()
+            attaching.join()
+        self.assertEqual(self.root.agent_pid(), agent)
+        expected = [allocated(self.root.host_path(tree)), NO_ERROR]
         self.assertEqual([answer for answer in given if answer != expected][:5], [])
-        self.assertEqual(len(given), CLIENTS * REQUESTS_EACH)
 
 
 class LimitsOfToolsTest(Blocking, unittest.TestCase):
@@ -166,11 +198,19 @@ class Journal:
             fields.setdefault(name.decode(), []).append(value)
         return fields
 
+    def fill(self):
+        """It takes no more from then on."""
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+            sender.setblocking(False)
+            with contextlib.suppress(BlockingIOError):
+                while True:
+                    sender.sendto(b"", self._socket.getsockname())
+
     def close(self):
         self._socket.close()
 
 
-class JournalTest(unittest.TestCase):
+class JournalTest(Blocking, unittest.TestCase):
     def setUp(self):
         self.root = self.enterContext(root_with_users())
 
@@ -203,6 +243,41 @@ class JournalTest(unittest.TestCase):
         self.root.client().call("RemoveItemAtPath", "s", "/" + "x" * 10_000_000)
         entry = journal.next()
         self.assertLess(sum(len(value) for values in entry.values() for value in values), 20_000)
+
+    def ending(self):
+        """Requests that end the agent, with all that their entries have of them."""
+        job = "/Library/LaunchDaemons/org.keepwell.pro.agent.plist"
+        return (("PleaseTerminate", []), ("RemoveLaunchdAgentAtPath", [job]))
+
+    def test_an_end_of_the_agent_leaves_an_entry_and_one_for_each_request_cut_off(self):
+        journal = Journal(self.root)
+        self.addCleanup(journal.close)
+        for member, items in self.ending():
+            with self.subTest(member=member):
+                self.block(self.root.client())
+                agent = self.root.agent_pid()
+                client = self.root.client_of(OTHER)
+                client.send(member, "s" * len(items), *items)
+                wait_until(lambda agent=agent: not is_running(agent))
+                entries = {entry["KEEPWELL_MEMBER"][0].decode(): entry
+                           for entry in (journal.next(), journal.next())}
+                self.assertEqual(set(entries), {member, "StartStartupItem"})
+                cut_off, done = entries["StartStartupItem"], entries[member]
+                self.assertEqual(cut_off["KEEPWELL_OUTCOME"], [b"cut off"])
+                self.assertEqual(cut_off["KEEPWELL_ITEM"], [b"item"])
+                self.assertEqual(done["KEEPWELL_OUTCOME"], [b"done"])
+                self.assertEqual(done["KEEPWELL_USER"], [str(OTHER).encode()])
+                self.assertEqual(done.get("KEEPWELL_ITEM", []), [each.encode() for each in items])
+
+    def test_a_journal_that_is_stuck_keeps_no_agent_from_its_end(self):
+        journal = Journal(self.root)
+        self.addCleanup(journal.close)
+        journal.fill()
+        client = self.root.client()
+        client.call("Echo", "s", "")
+        agent = self.root.agent_pid()
+        client.send("PleaseTerminate", flags=1)
+        wait_until(lambda: not is_running(agent))
 
     def test_without_a_journal_it_is_a_line_on_standard_error(self):
         path = self.root.write(f"{DATA}/file", "x")

@@ -7,7 +7,14 @@
 #include "Foundation/POSIX/HostJournal.h"
 #include "Foundation/SharedInstance.h"
 
+#include <condition_variable>
 #include <exception>
+#include <future>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <thread>
 #include <utility>
 
 namespace NS {
@@ -15,6 +22,8 @@ namespace {
 
 // More texts than any request has; what comes behind them is left out.
 constexpr std::size_t mostItems = 8;
+
+constexpr std::chrono::seconds longestWaitAtEnd{1};
 
 class RealJournal final : public RequestJournal {
 public:
@@ -59,18 +68,25 @@ std::string reasonOf(const XPCOutcome &outcome) {
 
 // A request under way: what is known of it before its outcome.
 struct Recording {
-  RequestRecord record;
-  XPCSuccess succeeded;
-  MonotonicTime begun;
-  XPCReply reply;
+  const RequestRecord record;
+  const XPCSuccess succeeded;
+  const MonotonicTime begun;
+  const XPCReply reply;
+  const std::thread::id thread = std::this_thread::get_id();
 
-  void complete(const XPCOutcome &outcome) {
-    const bool done = outcome.replied && succeeded(outcome.values);
-    record.outcome = done ? "done" : outcome.replied ? "refused" : "failed";
-    if (!done)
-      record.reason = reasonOf(outcome);
+  bool isOfThisThread() const { return thread == std::this_thread::get_id(); }
+  RequestRecord with(const char *outcome, std::string reason = {}) const {
+    RequestRecord made = record;
+    made.outcome = outcome;
+    made.reason = std::move(reason);
     const auto took = Clock::shared().monotonicTime().sinceStart - begun.sinceStart;
-    record.took = std::chrono::duration_cast<std::chrono::microseconds>(took);
+    made.took = std::chrono::duration_cast<std::chrono::microseconds>(took);
+    return made;
+  }
+  RequestRecord with(const XPCOutcome &outcome) const {
+    if (outcome.replied && succeeded(outcome.values))
+      return with("done");
+    return with(outcome.replied ? "refused" : "failed", reasonOf(outcome));
   }
 };
 
@@ -84,15 +100,108 @@ template <typename Work> bool attempt(Work work) noexcept {
   }
 }
 
+// The requests whose records are still to be written, so that each is written
+// once: by the thread that brings its outcome, or at the end of the process.
+class RequestsUnderWay {
+public:
+  void add(const Recording &request) {
+    std::lock_guard lock(mutex_);
+    if (isEnding_)
+      throw std::runtime_error("the process is about to end");
+    records_.emplace(&request, std::nullopt);
+  }
+
+  void setRecord(const Recording &request, RequestRecord record) noexcept {
+    std::lock_guard lock(mutex_);
+    if (auto found = records_.find(&request); found != records_.end())
+      found->second = std::move(record);
+  }
+
+  // Nothing when the end of the process has taken it. hasWritten() must follow.
+  std::optional<RequestRecord> takeToWrite(const Recording &request) noexcept {
+    std::lock_guard lock(mutex_);
+    ++writers_;
+    auto node = records_.extract(&request);
+    return node ? std::move(node.mapped()) : std::nullopt;
+  }
+
+  void hasWritten() noexcept {
+    std::lock_guard lock(mutex_);
+    --writers_;
+    written_.notify_all();
+  }
+
+  void waitForWriters() {
+    std::unique_lock lock(mutex_);
+    written_.wait(lock, [this] { return writers_ == 0; });
+  }
+
+  // Without an outcome: it was not handed to its handler.
+  void drop(const Recording &request) noexcept {
+    std::lock_guard lock(mutex_);
+    records_.erase(&request);
+  }
+
+  // From then on no request begins, until the end is over or was none.
+  std::vector<RequestRecord> takeAllAtEnd() {
+    std::lock_guard lock(mutex_);
+    isEnding_ = true;
+    std::vector<RequestRecord> taken;
+    for (auto &[request, record] : std::exchange(records_, {}))
+      taken.push_back(record ? std::move(*record)
+                             : request->with(request->isOfThisThread() ? "done" : "cut off"));
+    return taken;
+  }
+
+  void endIsOver() noexcept {
+    std::lock_guard lock(mutex_);
+    isEnding_ = false;
+  }
+
+private:
+  std::mutex mutex_;
+  std::condition_variable written_;
+  // Each until its record is taken; without one until it has an outcome.
+  std::map<const Recording *, std::optional<RequestRecord>> records_;
+  int writers_ = 0;
+  bool isEnding_ = false;
+};
+
+RequestsUnderWay &underWay() {
+  // Never destroyed, like the journal.
+  static auto *requests = new RequestsUnderWay;
+  return *requests;
+}
+
+void writeOrTell(const RequestRecord &record) noexcept {
+  if (!attempt([&] { RequestJournal::shared().write(record); }))
+    attempt([&] { Log("A request of %@ was not recorded", record.member); });
+}
+
 // The client's answer must not depend on the record.
-void finish(Recording &recording, XPCOutcome outcome) noexcept {
-  const bool isComplete = attempt([&] { recording.complete(outcome); });
+void finish(const Recording &request, XPCOutcome outcome) noexcept {
+  if (!attempt([&] { underWay().setRecord(request, request.with(outcome)); }))
+    attempt([&] { Log("A request of %@ was not recorded", request.record.member); });
   if (outcome.replied)
-    recording.reply.send(std::move(outcome.values));
+    request.reply.send(std::move(outcome.values));
   else
-    recording.reply.fail(std::move(outcome.reason));
-  if (!isComplete || !attempt([&] { RequestJournal::shared().write(recording.record); }))
-    attempt([&] { Log("A request of %@ was not recorded", recording.record.member); });
+    request.reply.fail(std::move(outcome.reason));
+  if (const auto record = underWay().takeToWrite(request))
+    writeOrTell(*record);
+  underWay().hasWritten();
+}
+
+void writeAllAtEnd() {
+  auto written = std::make_shared<std::promise<void>>();
+  std::future<void> future = written->get_future();
+  // On a thread of its own: the journal may be stuck.
+  std::thread([written, records = underWay().takeAllAtEnd()] {
+    for (const RequestRecord &record : records)
+      writeOrTell(record);
+    underWay().waitForWriters();
+    written->set_value();
+  }).detach();
+  static_cast<void>(future.wait_for(longestWaitAtEnd));
 }
 
 } // namespace
@@ -119,14 +228,24 @@ std::string textOf(const RequestRecord &record) {
 
 XPCReply recordingReply(const XPCMethod &method, const XPCValues &arguments, XPCRequester requester,
                         XPCReply reply) {
-  auto recording = std::make_shared<Recording>(
-      Recording{{requester, method.member, itemsOf(arguments), {}, {}, {}},
-                method.succeeded,
-                Clock::shared().monotonicTime(),
-                std::move(reply)});
+  std::shared_ptr<const Recording> recording(
+      new Recording{{requester, method.member, itemsOf(arguments), {}, {}, {}},
+                    method.succeeded,
+                    Clock::shared().monotonicTime(),
+                    std::move(reply)},
+      [](const Recording *request) {
+        underWay().drop(*request);
+        delete request;
+      });
+  underWay().add(*recording);
   return XPCReply([recording = std::move(recording)](XPCOutcome outcome) {
     finish(*recording, std::move(outcome));
   });
+}
+
+void recordRequestsAtEnd() noexcept {
+  attempt(writeAllAtEnd);
+  underWay().endIsOver();
 }
 
 } // namespace NS

@@ -7,7 +7,14 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <functional>
+#include <future>
+#include <map>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -25,7 +32,8 @@ class RequestJournalTest : public testing::Test {
 protected:
   XPCReply begin(XPCValues arguments = {}) {
     return NS::recordingReply(method, arguments, {1000, 77}, XPCReply([this](XPCOutcome outcome) {
-                                EXPECT_TRUE(journal.records().empty()) << "the client comes first";
+                                EXPECT_TRUE(!isFirst || journal.records().empty())
+                                    << "the client comes first";
                                 outcomes.push_back(std::move(outcome));
                               }));
   }
@@ -35,6 +43,7 @@ protected:
   NS::ScopedOverride<NS::Clock> clockOverride{clock};
   RecordedRequests journal;
   std::vector<XPCOutcome> outcomes;
+  bool isFirst = true; // no entry is in the journal before
 };
 
 TEST_F(RequestJournalTest, keepsTheSenderTheSubjectAndTheDuration) {
@@ -87,6 +96,100 @@ TEST_F(RequestJournalTest, answersThoughTheReplyCannotBeUnderstood) {
   EXPECT_EQ(outcomes.size(), 1u);
   EXPECT_THAT(log.lines(), testing::ElementsAre("A request of Remove was not recorded"));
   EXPECT_TRUE(journal.records().empty());
+}
+
+// By member, which the tests of an end need not know the order of.
+std::map<std::string, std::string> outcomesOf(const RecordedRequests &journal) {
+  std::map<std::string, std::string> outcomes;
+  for (const NS::RequestRecord &record : journal.records())
+    EXPECT_TRUE(outcomes.emplace(record.member, record.outcome).second) << record.member;
+  return outcomes;
+}
+
+TEST_F(RequestJournalTest, recordsAtTheEndWhatEndsTheProcessAndWhatItCutsOff) {
+  isFirst = false;
+  std::optional<XPCReply> other;
+  std::thread([&] { other = begin({std::string("/a")}); }).join();
+  method.member = "Ending";
+  XPCReply reply = begin();
+  NS::recordRequestsAtEnd();
+  EXPECT_THAT(outcomesOf(journal), testing::ElementsAre(testing::Pair("Ending", "done"),
+                                                        testing::Pair("Remove", "cut off")));
+  other->send({true});
+  reply.send({true});
+  EXPECT_EQ(journal.records().size(), 2u);
+  EXPECT_EQ(outcomes.size(), 2u);
+}
+
+TEST_F(RequestJournalTest, recordsNothingAtTheEndThatIsRecorded) {
+  isFirst = false;
+  begin().send({true});
+  { XPCReply reply = begin(); }
+  NS::recordRequestsAtEnd();
+  EXPECT_EQ(journal.records().size(), 2u);
+}
+
+// A journal in which something happens while an entry is written.
+class JournalThatActs : public NS::RequestJournal {
+public:
+  explicit JournalThatActs(std::function<void()> act) : act_(std::move(act)) {}
+  void write(const NS::RequestRecord &) override { act_(); }
+
+private:
+  const std::function<void()> act_;
+  NS::ScopedOverride<NS::RequestJournal> override_{*this};
+};
+
+TEST_F(RequestJournalTest, beginsNothingAtTheEnd) {
+  isFirst = false;
+  int refused = 0;
+  XPCReply reply = begin();
+  {
+    JournalThatActs acting([&] {
+      try {
+        begin();
+      } catch (const std::runtime_error &) {
+        ++refused;
+      }
+    });
+    NS::recordRequestsAtEnd();
+  }
+  EXPECT_EQ(refused, 1);
+  begin().send({true}); // there was no end
+  EXPECT_EQ(journal.records().size(), 1u);
+}
+
+TEST_F(RequestJournalTest, waitsAtTheEndForWhatIsBeingWritten) {
+  std::promise<void> isWriting, mayGoOn;
+  std::atomic<bool> isWritten = false;
+  JournalThatActs slow([&] {
+    isWriting.set_value();
+    mayGoOn.get_future().wait();
+    isWritten = true;
+  });
+  XPCReply reply = begin();
+  std::thread writer([&] { reply.send({true}); });
+  isWriting.get_future().wait();
+  std::thread later([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    mayGoOn.set_value();
+  });
+  NS::recordRequestsAtEnd();
+  EXPECT_TRUE(isWritten);
+  writer.join();
+  later.join();
+}
+
+TEST_F(RequestJournalTest, endsThoughTheJournalIsStuck) {
+  std::promise<void> mayGoOn, isOver;
+  JournalThatActs stuck([&] {
+    mayGoOn.get_future().wait();
+    isOver.set_value();
+  });
+  XPCReply reply = begin();
+  NS::recordRequestsAtEnd();
+  mayGoOn.set_value();
+  isOver.get_future().wait(); // before the journal goes
 }
 
 TEST_F(RequestJournalTest, isBoundedForAnyRequest) {
