@@ -12,7 +12,7 @@ from Support import harness
 from Support.abuse import Blocking
 from Support.bus import INTERFACE, wait_until
 from Support.machine import mount
-from Support.processes import is_still
+from Support.processes import is_still, threads
 from Support.rawbus import BusError
 from Support.root import DATA, ThrowAwayRoot
 
@@ -134,6 +134,7 @@ class RemovalTest(ControlCase):
     def setUp(self):
         super().setUp()
         self.agent = self.root.agent_pid()
+        self.resting_threads = threads(self.agent)  # that of the bus among them
         self.make_tree()
 
     def make_tree(self):
@@ -170,6 +171,15 @@ class RemovalTest(ControlCase):
     def go_on(self):
         os.kill(self.agent, signal.SIGCONT)
 
+    def prefer_the_thread_of_the_bus(self):
+        """It takes the cancellation, and the walk stops at its next item then. On a
+        busy machine the walk could run for long before that thread does."""
+        for thread in threads(self.agent):
+            # A host may let nobody have the higher priority.
+            with contextlib.suppress(PermissionError, ProcessLookupError):
+                walks = thread not in self.resting_threads
+                os.setpriority(os.PRIO_PROCESS, thread, 19 if walks else -20)
+
     @contextlib.contextmanager
     def standing_still(self):
         """Stops the agent once the removal is under way, and gives the number
@@ -186,6 +196,7 @@ class RemovalTest(ControlCase):
                 self.stop_agent()
                 moment = min(1.5 * moment, 0.05)
             self.assertGreater(left, MOST_AFTERWARDS * 2)
+            self.prefer_the_thread_of_the_bus()
             yield left
         finally:
             self.go_on()
@@ -211,6 +222,12 @@ class RemovalTest(ControlCase):
             count = [self.left(), count[0]]
         return count[0]
 
+    def assert_stopped(self, left):
+        """No more of those that were left then are gone than may be."""
+        gone = left - self.settled()
+        print(f"{gone} of {FILES} items removed afterwards", flush=True)
+        self.assertLessEqual(gone, MOST_AFTERWARDS)
+
     def test_cancel_stops_it_at_its_next_items(self):
         client = self.root.client(timeout=600)
         serial = self.begin_removal(client)
@@ -223,8 +240,7 @@ class RemovalTest(ControlCase):
         self.assertFalse(flag)
         self.assert_cancelled(error)
         self.assertEqual(client.wait(call), [True])
-        self.assertLessEqual(left - self.left(), MOST_AFTERWARDS)
-        self.assertEqual(self.settled(), self.left())
+        self.assert_stopped(left)
 
     def test_it_stops_when_its_client_is_gone_that_asked_for_that(self):
         client = self.root.client()
@@ -232,7 +248,7 @@ class RemovalTest(ControlCase):
         self.begin_removal(client)
         with self.standing_still() as left:
             self.leave(client)
-        self.assertLessEqual(left - self.settled(), MOST_AFTERWARDS)
+        self.assert_stopped(left)
 
     def test_it_goes_on_to_its_end_when_a_plain_client_is_gone(self):
         client = self.root.client()
@@ -275,11 +291,11 @@ class RemovalTest(ControlCase):
                 while monitor.receive_any().member != "Cancel":
                     pass  # until the bus has passed it on
             self.assertEqual(program.communicate(timeout=60)[0], "cancelled\n")
-        self.assertLessEqual(left - self.settled(), MOST_AFTERWARDS)
+        self.assert_stopped(left)
 
     def test_the_library_has_it_end_with_its_program(self):
         left = self.kill_in_mid_removal("end")
-        self.assertLessEqual(left - self.settled(), MOST_AFTERWARDS)
+        self.assert_stopped(left)
 
     def test_the_library_lets_it_go_on_otherwise(self):
         self.kill_in_mid_removal("stay")
