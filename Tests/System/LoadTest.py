@@ -330,9 +330,11 @@ def load(case, root, clients, seed, seconds):
         thread.start()
     for thread in threads:
         thread.join()
+    failed = [actor for actor in actors if actor.failure]
+    for actor in failed:
+        raise AssertionError(f"client {actor.number} and {len(failed) - 1} others, after "
+                             f"{actor.done} operations") from actor.failure
     for actor in actors:
-        if actor.failure:
-            raise AssertionError(f"client {actor.number}") from actor.failure
         case.assertGreater(actor.done, 0)
         actor.compare()
     case.assertEqual(sorted(root.calls()),

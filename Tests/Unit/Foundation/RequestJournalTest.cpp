@@ -98,7 +98,7 @@ TEST_F(RequestJournalTest, answersThoughTheReplyCannotBeUnderstood) {
   EXPECT_TRUE(journal.records().empty());
 }
 
-// By member, which the tests of an end need not know the order of.
+// The outcomes by member: the order of the records at an end is not defined.
 std::map<std::string, std::string> outcomesOf(const RecordedRequests &journal) {
   std::map<std::string, std::string> outcomes;
   for (const NS::RequestRecord &record : journal.records())
@@ -161,23 +161,22 @@ TEST_F(RequestJournalTest, beginsNothingAtTheEnd) {
 
 TEST_F(RequestJournalTest, waitsAtTheEndForWhatIsBeingWritten) {
   std::promise<void> isWriting, mayGoOn;
+  std::atomic<int> entries = 0;
   std::atomic<bool> isWritten = false;
   JournalThatActs slow([&] {
+    if (entries++ > 0)
+      return mayGoOn.set_value(); // the end writes its first
     isWriting.set_value();
     mayGoOn.get_future().wait();
     isWritten = true;
   });
+  XPCReply cutOff = begin();
   XPCReply reply = begin();
   std::thread writer([&] { reply.send({true}); });
   isWriting.get_future().wait();
-  std::thread later([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    mayGoOn.set_value();
-  });
   NS::recordRequestsAtEnd();
   EXPECT_TRUE(isWritten);
   writer.join();
-  later.join();
 }
 
 TEST_F(RequestJournalTest, endsThoughTheJournalIsStuck) {
