@@ -120,6 +120,8 @@ TEST_F(XPCRequestsTest, areNotSentWithArgumentsThatAreNotTheirs) {
 TEST_F(XPCRequestsTest, cannotBeSentWithBrokenText) {
   EXPECT_TRUE(canBeSent({"a"s, std::vector{"b"s}}));
   EXPECT_FALSE(canBeSent({"a"s, "\xFF"s}));
+  EXPECT_FALSE(canBeSent({"cut\0here"s}));
+  EXPECT_FALSE(canBeSent({true}));
   EXPECT_FALSE(canBeSent({std::vector{"b"s, "\xFF"s}}));
 }
 

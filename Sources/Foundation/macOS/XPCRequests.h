@@ -13,7 +13,7 @@ namespace NS {
 // as empty text, a nil error as the monostate.
 using XPCReplyReceiver = std::function<void(XPCValues values)>;
 
-// Whether all texts among the arguments can be sent.
+// Whether all arguments are texts, or arrays of them, of UTF-8 without NUL.
 bool canBeSent(const XPCValues &arguments);
 
 // Sends the message whose member this is. False, and nothing is sent, when there

@@ -1,6 +1,7 @@
 // One line for each message that a client can send.
 #include "Foundation/macOS/XPCRequests.h"
 
+#include "Foundation/Unicode.h"
 #include "Foundation/macOS/Retained.h"
 #include "Foundation/macOS/XPCValues.h"
 
@@ -132,6 +133,10 @@ bool isOfKind(const XPCValue &argument, char kind) {
                      : std::holds_alternative<std::vector<std::string>>(argument);
 }
 
+bool isSendable(const std::string &text) {
+  return text.find('\0') == std::string::npos && isWellFormedUTF8(text);
+}
+
 bool areOfKinds(const XPCValues &arguments, std::string_view kinds) {
   return std::equal(arguments.begin(), arguments.end(), kinds.begin(), kinds.end(), isOfKind);
 }
@@ -159,14 +164,12 @@ bool areOfKinds(const XPCValues &arguments, std::string_view kinds) {
 namespace NS {
 
 bool canBeSent(const XPCValues &arguments) {
-  @autoreleasepool {
-    return std::all_of(arguments.begin(), arguments.end(), [](const XPCValue &argument) {
-      if (const auto *text = std::get_if<std::string>(&argument))
-        return platformText(*text) != nil;
-      const auto *texts = std::get_if<std::vector<std::string>>(&argument);
-      return texts && platformTexts(*texts) != nil;
-    });
-  }
+  return std::all_of(arguments.begin(), arguments.end(), [](const XPCValue &argument) {
+    if (const auto *text = std::get_if<std::string>(&argument))
+      return isSendable(*text);
+    const auto *texts = std::get_if<std::vector<std::string>>(&argument);
+    return texts && std::all_of(texts->begin(), texts->end(), isSendable);
+  });
 }
 
 bool sendRequest(id<KWPrivilegedOperation> agent, const std::string &member,
