@@ -241,7 +241,7 @@ TEST_F(XPCExportedObjectTest, letsTheBlockOfAFailedRequestGoUncalled) {
   EXPECT_TRUE(block.expired());
 }
 
-TEST_F(XPCExportedObjectTest, takesNoBlockForAReplyThatNobodyWants) {
+TEST_F(XPCExportedObjectTest, takesNoBlockForAnUnwantedReply) {
   int handled = 0;
   auto object = objectWith([&](const XPCMethod &, const XPCValues &, const XPCReply &reply) {
     ++handled;

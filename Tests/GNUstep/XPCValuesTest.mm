@@ -89,7 +89,7 @@ TEST_F(XPCValuesTest, keepErrorsWithTheirCauses) {
   EXPECT_EQ(read.underlyingError()->code(), 13);
 }
 
-TEST_F(XPCValuesTest, leaveOutOfErrorsWhatWeDoNotKnow) {
+TEST_F(XPCValuesTest, leaveUnknownValuesOutOfErrors) {
   NSDictionary *info =
       [NSDictionary dictionaryWithObjectsAndKeys:[NSDate date], @"date", @"kept", @"text",
                                                  unpairedSurrogate(), @"broken", nil];

@@ -1,5 +1,5 @@
-"""`keepwell browse` on a terminal of tmux, seen as text: what it shows, what it
-does, and how it leaves the terminal."""
+"""`keepwell browse` on a terminal of tmux, read as text: its display, its
+actions, and the state in which it leaves the terminal."""
 import json
 import os
 import signal
@@ -93,7 +93,7 @@ class BrowseTest(unittest.TestCase):
         self.keys("/", "z", "z", "Enter")
         self.wait_for("no name here holds zz")
 
-    def test_what_is_marked_goes_after_one_question(self):
+    def test_marked_items_go_after_one_question(self):
         self.start()
         self.keys("Space", "Space", "r")
         self.wait_for("Remove 2 items: 5 items, 5 MB, 2 MB freed? [y/N]")
@@ -113,7 +113,7 @@ class BrowseTest(unittest.TestCase):
         self.wait_for("1 of 1 shredded")
         self.assertEqual(self.root.listdir(TREE), ["small"])
 
-    def test_what_is_trashed_can_be_restored(self):
+    def test_trashed_items_can_be_restored(self):
         self.root.write(f"{DATA}/item", b"x")
         self.start(path=DATA)
         self.keys("d")
@@ -161,7 +161,7 @@ class BrowseTest(unittest.TestCase):
         self.wait_for("status 143\nover")
         self.assert_terminal_as_before()
 
-    def test_the_agent_measures_what_a_member_cannot_read_and_removes_it(self):
+    def test_the_agent_measures_and_removes_items_that_a_member_cannot_read(self):
         os.chmod(self.root.host_path(f"{TREE}/big"), 0o700)
         self.start(user=MEMBER)
         self.wait_for_names("big/", "middle/", ".hidden", "small")
@@ -172,7 +172,7 @@ class BrowseTest(unittest.TestCase):
         self.wait_for("1 of 1 removed")
         self.assertFalse(self.root.exists(f"{TREE}/big"))
 
-    def test_size_has_the_agent_measure_what_a_member_cannot_read(self):
+    def test_size_has_the_agent_measure_folders_that_a_member_cannot_read(self):
         big = self.root.host_path(f"{TREE}/big")
         held = sum(os.stat(path).st_blocks * 512 for path in (big, f"{big}/file"))
         os.chmod(big, 0o700)

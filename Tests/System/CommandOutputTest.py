@@ -79,7 +79,7 @@ class SchemaTest(CommandTestCase):
         self.assertEqual((done.returncode, done.stderr), (status, ""), done.stdout)
         return self.assert_valid(done.stdout)
 
-    def test_every_command_prints_what_the_schema_says(self):
+    def test_every_command_prints_output_of_the_schema(self):
         item = self.file("tree/Editor")
         job = self.file("job.plist", "<plist><dict><key>Label</key><string>x</string></dict></plist>")
         said = set()
@@ -149,7 +149,7 @@ class SchemaTest(CommandTestCase):
         self.bus.stop_bus()
         self.assertEqual(self.objects("remove", "/a", status=3)[0]["error"]["kind"], "unreachable")
 
-    def test_the_schema_refuses_what_is_not_so(self):
+    def test_the_schema_refuses_other_output(self):
         for wrong in ({}, {"success": False}, {"success": True, "error": {}},
                       {"command": "dance", "success": True}, {"success": True, "surprise": 1},
                       {"command": "size", "success": True, "path": "/a"},
@@ -211,7 +211,7 @@ class RealAgentTest(CommandTestCase):
         self.assertEqual(self.run_command("remove", f"{self.folder}/tree").returncode, 0)
         self.assertEqual(os.stat(f"{self.folder}/outside").st_blocks * 512, each)
 
-    def test_what_is_kept_survives_with_what_holds_it(self):
+    def test_kept_items_survive_with_the_folders_that_hold_them(self):
         for name in ("a/keep.pdf", "a/go", "a/b/thesis/draft", "a/b/go", "a/c/go", "d/go"):
             self.file(f"tree/{name}")
         done = self.run_command("remove", f"{self.folder}/tree", "--keep", "*.pdf", "--keep",
@@ -272,7 +272,7 @@ class TerminalTest(CommandTestCase):
         done = self.run_command("remove", self.file("item"), stdin=subprocess.DEVNULL)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
 
-    def test_the_question_has_substance_and_reaches_the_terminal_whatever_is_redirected(self):
+    def test_the_question_gives_figures_and_reaches_the_terminal_despite_redirection(self):
         item = self.file("tree/file")
         self.file("tree/kept")
         command = " ".join(map(shlex.quote, self.argv("remove", "-0", "--keep", "kept")))
@@ -332,7 +332,7 @@ class TerminalTest(CommandTestCase):
         """Until the thread of the client runs, which then sends the request."""
         wait_until(lambda: len(os.listdir(f"/proc/{command.pid}/task")) >= 3)
 
-    def test_an_interrupt_stops_what_has_not_begun_and_tells_each_path(self):
+    def test_an_interrupt_stops_requests_that_have_not_begun_and_tells_each_path(self):
         pid = self.stopped_agent()
         paths = [self.file(f"item{number}") for number in range(60)]
         command, terminal = self.on_terminal("remove", "--yes", *paths)

@@ -1,5 +1,5 @@
-"""The user's own Trash, shared with a program that we did not write: what one
-puts there the other lists, puts back and removes."""
+"""The user's own Trash, shared with a program that we did not write: each
+lists, restores and removes the items of the other."""
 import json
 import os
 import unittest
@@ -31,7 +31,7 @@ class SharedTrashTest(unittest.TestCase):
     def assert_held(self, path, text):
         self.assertEqual(self.root.read(path), text)
 
-    def test_what_keepwell_throws_away_the_other_lists_and_restores(self):
+    def test_the_other_lists_and_restores_items_that_keepwell_throws_away(self):
         self.root.write(ODD, b"precious")
         self.assertEqual(self.keepwell("trash", ODD), f"Moved {ODD} to the Trash\n")
         self.assertFalse(self.root.exists(ODD))
@@ -40,7 +40,7 @@ class SharedTrashTest(unittest.TestCase):
         self.assert_held(ODD, b"precious")
         self.assertEqual(self.keepwell("trash", "list"), "")
 
-    def test_what_the_other_throws_away_keepwell_lists_and_restores(self):
+    def test_keepwell_lists_and_restores_items_that_the_other_throws_away(self):
         self.root.write(ODD, b"precious")
         self.other("trash-put", ODD)
         self.assertFalse(self.root.exists(ODD))
@@ -50,7 +50,7 @@ class SharedTrashTest(unittest.TestCase):
         self.assert_held(ODD, b"precious")
         self.assertEqual(self.other("trash-list"), "")
 
-    def test_each_empties_what_the_other_threw_away(self):
+    def test_each_empties_the_trash_of_the_other(self):
         self.root.write(f"{DATA}/first", b"1")
         self.root.write(f"{DATA}/tree/second", b"2")
         self.keepwell("trash", f"{DATA}/first")
@@ -64,7 +64,7 @@ class SharedTrashTest(unittest.TestCase):
         for folder in ("files", "info"):
             self.assertEqual(self.root.listdir(f"{TRASH}/{folder}"), [])
 
-    def test_what_stands_on_another_volume_stays_on_it(self):
+    def test_items_of_another_volume_stay_on_it(self):
         item = "/tmp/item"
         self.root.write(item, b"x" * 5000)
         self.other("trash-put", item)
@@ -73,7 +73,7 @@ class SharedTrashTest(unittest.TestCase):
         self.keepwell("trash", "restore", item)
         self.assert_held(item, b"x" * 5000)
 
-    def test_a_trash_that_somebody_else_made_is_left_alone(self):
+    def test_a_trash_of_another_user_is_left_alone(self):
         for part in ("files", "info"):
             self.root.mkdir(f"/tmp/.Trash-0/{part}")
         self.root.write("/tmp/.Trash-0/files/x", b"evil")

@@ -100,7 +100,7 @@ TEST_F(BrowserListTest, findsNamesRoundTheEnd) {
   EXPECT_FALSE(list.search("z"));
 }
 
-TEST_F(BrowserListTest, choosesWhatIsMarkedOrAtTheCursor) {
+TEST_F(BrowserListTest, choosesMarkedItemsOrTheOneAtTheCursor) {
   EXPECT_EQ(list.chosen(), Strings{"/top/b"});
   list.moveBy(1);
   list.toggleMark();
@@ -114,7 +114,7 @@ TEST_F(BrowserListTest, choosesWhatIsMarkedOrAtTheCursor) {
   EXPECT_FALSE(list.isMarked(*list.current()));
 }
 
-TEST_F(BrowserListTest, changesTheSumsWithWhatGoes) {
+TEST_F(BrowserListTest, changesTheSumsWithItemsThatGo) {
   list.enter();
   list.replace("/top/b/x", nullptr);
   EXPECT_EQ(names(), Strings{"y"});

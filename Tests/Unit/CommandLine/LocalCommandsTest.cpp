@@ -161,7 +161,7 @@ TEST_F(Find, tellsTheLargestFilesOnceEach) {
   EXPECT_EQ(out.str(), "102 KB\t" + folder.path("middle") + "\n");
 }
 
-TEST_F(Find, tellsWhatHasNotBeenChangedForLong) {
+TEST_F(Find, tellsFilesUnchangedForLong) {
   using namespace std::chrono_literals;
   std::string old = folder.file("old", "x");
   folder.file("new", "x");
@@ -187,7 +187,7 @@ TEST_F(Find, tellsFoldersThatHoldNothing) {
   EXPECT_EQ(out.str(), other);
 }
 
-TEST_F(Find, tellsWhatAnApplicationLeftInTheHome) {
+TEST_F(Find, tellsTheLeftoversOfAnApplicationInTheHome) {
   for (const char *name : {".config/editor", ".cache/Editor", ".local/share/applications",
                            ".config/other/editor", ".editor-history"})
     fs::create_directories(folder.path(name));
@@ -207,7 +207,7 @@ TEST_F(Find, tellsWhatAnApplicationLeftInTheHome) {
       << out.str();
 }
 
-// Counts how often what was written is handed over.
+// Counts how often written text is flushed.
 class Flushes : public std::stringbuf {
 public:
   int count = 0;

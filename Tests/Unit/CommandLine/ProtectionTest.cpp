@@ -1,5 +1,5 @@
-// What is left alone unless its path is typed, and what is shown before a
-// removal is agreed to.
+// Items that are left alone unless their path is typed, and the display before
+// the consent to a removal.
 #include "Support/AnsweredCommand.h"
 #include "Support/ScopedVariable.h"
 
@@ -22,7 +22,7 @@ TEST(Protection, isOfTheFoldersThatASystemLivesOn) {
     EXPECT_FALSE(kw::protectionOf(path)) << path;
 }
 
-TEST(Protection, isOfTheHomeAndWhatHoldsIt) {
+TEST(Protection, isOfTheHomeAndTheFoldersThatHoldIt) {
   kwtest::ScratchFolder scratch;
   fs::create_directories(scratch.path("homes/me/sub"));
   {
@@ -45,7 +45,7 @@ TEST(Protection, seesThroughLinksOfTheFoldersAbove) {
 
 class Protected : public kwtest::AnsweredCommand {
 protected:
-  // Somebody who types so.
+  // A person who types this text.
   void answerWith(const std::string &text) {
     ask = [this, text](const std::string &question) -> std::optional<std::string> {
       questions.push_back(question);
@@ -96,7 +96,7 @@ TEST_F(Protected, foldersGoOnceTheirPathIsTyped) {
   EXPECT_EQ(record.requests, Strings{"MoveItemAtPath /usr/share/ /x"});
 }
 
-TEST_F(Protected, foldersStayWhereNobodyCanBeAsked) {
+TEST_F(Protected, foldersStayWithoutAPersonToAsk) {
   EXPECT_EQ(run({"remove", "--yes", "--force-protected", "/usr/share"}), 1);
   EXPECT_NE(err.str().find("nothing was done"), std::string::npos);
   EXPECT_TRUE(record.requests.empty());
@@ -124,7 +124,7 @@ TEST_F(Protected, preparesAPersonWithTheLargestItems) {
   EXPECT_EQ(out.str().find("tree/2\n"), std::string::npos);
 }
 
-TEST_F(Protected, tellsWhatWasFreedInTheEnd) {
+TEST_F(Protected, tellsTheFreedBytesInTheEnd) {
   onTerminal = true;
   fs::create_directory(scratch.path("tree"));
   scratch.file("tree/a", "text");

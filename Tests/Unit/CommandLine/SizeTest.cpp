@@ -1,5 +1,5 @@
-// What is told of a tree level by level: its sums, what is left out of it, and
-// what the agent measures of it.
+// The report on a tree level by level: its sums, the items left out, and the
+// agent's measurements.
 #include "Support/AnsweredCommand.h"
 
 #include "CommandLine/MeasuredTree.h"
@@ -75,7 +75,7 @@ TEST_F(SizeOfTree, canBeToldOfTheLargestAlone) {
   EXPECT_EQ(out.str(), large + line(sizeOf("/middle"), "/middle"));
 }
 
-TEST_F(SizeOfTree, leavesOutWhatIsExcludedWithAllThatItHolds) {
+TEST_F(SizeOfTree, leavesOutExcludedItemsWithTheirContents) {
   EXPECT_EQ(run({"size", "--bytes", "--exclude", "deep", tree}), 0);
   EXPECT_EQ(out.str(), line(all - sizeOf("/large/deep"), ""));
   EXPECT_EQ(run({"size", "--bytes", "--exclude", tree + "/l*", "--exclude", "mid*", tree}), 0);
@@ -136,7 +136,7 @@ TEST_F(SizeOfTree, isShownWithBarsOnATerminal) {
   EXPECT_NE(found[2].find("2 more"), std::string::npos);
 }
 
-TEST_F(SizeOfTree, refusesWhatIsNoNumber) {
+TEST_F(SizeOfTree, refusesTextOtherThanNumbers) {
   for (const Strings &words : std::initializer_list<Strings>{{"-d", "-1"},
                                                              {"-d", "x"},
                                                              {"-n", "0"},

@@ -1,4 +1,4 @@
-// What the files in a Trash say, and which folders are believed.
+// The descriptions in a Trash, and the folders that are trusted.
 #include "CommandLine/UserTrash.h"
 
 #include "Support/AnsweredCommand.h"
@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 using kw::itemFromDescription;
 using kwtest::Strings;
 
-TEST(TrashDescription, tellsWhereAnItemStoodAndWhen) {
+TEST(TrashDescription, tellsAnItemsFormerPlaceAndItsTime) {
   auto item = itemFromDescription("[Trash Info]\nPath=/srv/a%20b%0A\nDeletionDate="
                                   "1970-01-02T12:00:00\n",
                                   "/top");
@@ -68,7 +68,7 @@ TEST_F(UserTrash, isListedTheOldestFirst) {
                        "2021-01-01 01:01:01        4 KB\t/srv/a\n");
 }
 
-TEST_F(UserTrash, isNotBelievedWhenSomebodyElseMadeIt) {
+TEST_F(UserTrash, isNotTrustedWhenAnotherUserMadeIt) {
   throwAway("a", describing("/srv/a", "2021-01-01T01:01:01"));
   fs::rename(scratch.path("data/Trash"), scratch.path("data/other"));
   fs::create_directory_symlink("other", scratch.path("data/Trash"));
@@ -95,7 +95,7 @@ TEST_F(UserTrash, isRestoredWithoutReplacingAnything) {
   EXPECT_TRUE(record.requests.empty());
 }
 
-TEST_F(UserTrash, isEmptiedOfWhatIsOldOnly) {
+TEST_F(UserTrash, isEmptiedOfOldItemsOnly) {
   throwAway("old", describing("/srv/old", "2020-02-02T02:02:02"));
   throwAway("undated", describing("/srv/undated", "soon"));
   throwAway("new", describing("/srv/new", "2999-01-01T00:00:00"));

@@ -131,7 +131,7 @@ TEST_F(Spotlight, tellsValuesOfEveryKind) {
   expectEqual(PlatformDate{1.5}, NS::Date::dateWithTimeIntervalSince1970(978307201.5));
 }
 
-TEST_F(Spotlight, tellsWhatWeDoNotKnowFromNothing) {
+TEST_F(Spotlight, tellsUnknownAttributesFromMissingOnes) {
   EXPECT_EQ(attribute(OtherValue{}), NS::Null::null());
   EXPECT_EQ(attribute(UnpairedSurrogate{}), NS::Null::null());
   EXPECT_EQ(NS::MetadataStore::shared().createItem("/item")->copyAttribute("other"), nullptr);
