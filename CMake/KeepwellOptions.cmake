@@ -3,7 +3,7 @@
 option(KEEPWELL_BUILD_TESTS "Build the unit, system and fuzz tests" ON)
 option(KEEPWELL_BUILD_BENCHMARKS "Build the benchmarks" OFF)
 option(KEEPWELL_LIBFUZZER "Link the fuzz targets with libFuzzer (clang only)" OFF)
-# Who builds a release with another compiler should not fail at a new warning.
+# A release build with another compiler should not fail at a new warning.
 if(EXISTS ${PROJECT_SOURCE_DIR}/.git)
   set(is_developer ON)
 else()

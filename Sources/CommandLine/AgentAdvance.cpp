@@ -1,4 +1,4 @@
-// The last report counts; those that nobody took in time are replaced.
+// Only the last report counts; it replaces reports that were not taken in time.
 #include "CommandLine/AgentAdvance.h"
 
 #include "CommandLine/Displayable.h"

@@ -25,7 +25,7 @@ int reportUsage(const std::string &what, bool json, const Surroundings &surround
   return ExitUsage;
 }
 
-// The flag may stand anywhere, also behind what could not be understood.
+// The flag may be at any place, even after an invalid argument.
 bool asksForJSON(const std::vector<std::string> &words) {
   return std::find(words.begin(), words.end(), "--json") != words.end();
 }

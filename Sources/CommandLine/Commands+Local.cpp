@@ -63,7 +63,7 @@ std::vector<std::string> namesOfFlags(std::uint32_t flags) {
 
 struct Inspection {
   std::string type;
-  std::string folderType; // empty for what is no folder
+  std::string folderType; // empty for an item other than a folder
   std::vector<std::string> flags;
   bool restricted = false;
   bool rootless = false;
@@ -178,7 +178,7 @@ CommandRun declareInspect(Arguments &arguments) {
   return [paths, withNul](Session &session) {
     if (*withNul)
       session.endLinesWithNul();
-    // What the steps log on their way stands in the answer.
+    // The answer holds the log messages of the steps.
     NS::ScopedLogSink quiet([](const std::string &) {});
     int status = ExitDone;
     for (const std::string &path : *paths)

@@ -101,7 +101,7 @@ CommandRun declareEraseUnifiedLog(Arguments &arguments) {
   };
 }
 
-// Shows what the repair tool writes, on a line of its own in the end.
+// Shows the repair tool's output, and ends it with a line end.
 class RepairProgress {
 public:
   explicit RepairProgress(Session &session) : session_(session) {}

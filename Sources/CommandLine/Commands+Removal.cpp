@@ -1,5 +1,5 @@
-// Commands that remove items: what they keep, what they would do, and what they
-// ask first.
+// Commands that remove items: the items that they keep, their dry runs, and
+// their questions.
 #include "CommandLine/Outcome.h"
 #include "CommandLine/PathRequests.h"
 #include "CommandLine/ProtectedPaths.h"
@@ -115,7 +115,7 @@ int removeAll(Session &session, const PathArguments &paths, const RemovalOptions
 template <typename Reply>
 using Operation = Request<Reply> (Client::*)(const std::string &path, const RequestOptions &);
 
-// The agent counts what is missing as removed; a person wants to know of it.
+// The agent counts missing items as removed; a person wants to know of them.
 int tellMissing(Session &session, JSONObject request, const std::string &path) {
   session.sayJSON(request.add("success", true).add("missing", true));
   session.say(path + ": there was nothing there");

@@ -34,7 +34,8 @@ struct FlagRequest {
   FlagOperation operation;
   const char *done;               // before the argument
   const char *failed;             // behind it
-  const char *question = nullptr; // before the argument: what cannot be undone is asked about
+  // before the argument: the command asks before work that cannot be undone
+  const char *question = nullptr;
 };
 
 // An operation without the options of its request.
@@ -65,7 +66,7 @@ std::function<CommandRun(Arguments &)> flagCommand(const FlagRequest &kind) {
   };
 }
 
-// Read here and now: the agent need not be asked who may read a job's list.
+// Reads the list itself: without the agent for a user that may read it.
 int tellJob(Session &session, const std::string &path) {
   const KWLaunchdManager &manager = KWLaunchdManager::shared();
   auto label = manager.jobLabelForLaunchdAgent(path);
@@ -103,7 +104,7 @@ CommandRun declareJobInfo(Arguments &arguments) {
   return [path](Session &session) { return tellJob(session, absolutePath(*path)); };
 }
 
-// All that follows the path goes to the tool as it stands, options included.
+// All arguments after the path go to the tool unchanged, options included.
 CommandRun declareSlim(Arguments &arguments) {
   Text path = declarePath(arguments, "PATH", "A universal binary");
   auto yes = declareYes(arguments);

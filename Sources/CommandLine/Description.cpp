@@ -1,4 +1,4 @@
-// Out of what was declared.
+// Describes the declared arguments.
 #include "CommandLine/Description.h"
 
 #include "CommandLine/Help.h"

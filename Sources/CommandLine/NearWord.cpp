@@ -28,7 +28,7 @@ std::size_t changesBetween(std::string_view left, std::string_view right) {
 } // namespace
 
 std::string nearWord(std::string_view given, const std::vector<std::string> &words) {
-  constexpr std::size_t longest = 64; // nobody mistypes more
+  constexpr std::size_t longest = 64; // longer words are no mistyped commands
   std::string nearest;
   // A third of the letters may be wrong.
   std::size_t fewest = std::min<std::size_t>(given.size() / 3 + 1, 3) + 1;
@@ -47,7 +47,7 @@ std::string nearWord(std::string_view given, const std::vector<std::string> &wor
 
 namespace {
 
-// What other programs call it.
+// Its name in other programs.
 std::string otherName(const std::string &given) {
   static const std::map<std::string, std::string> names{
       {"rm", "remove"},     {"del", "remove"},  {"delete", "remove"}, {"rmdir", "remove"},

@@ -20,7 +20,7 @@ struct PathReader::State {
   bool isLeft = false;
   std::thread thread{};
 
-  // False when nobody wants more.
+  // False when the reader has ended.
   bool put(Item item) {
     {
       std::unique_lock lock(mutex);
@@ -39,7 +39,7 @@ struct PathReader::State {
     }
     tell();
   }
-  // Nobody wants more.
+  // The reader has ended.
   void refuse() {
     {
       std::lock_guard lock(mutex);
@@ -56,8 +56,8 @@ struct PathReader::State {
 namespace {
 
 PathReader::Item itemFrom(std::string path, bool isEnded) {
-  // Whoever wrote it may have been stopped in mid-path, and what is left of it
-  // may name another item.
+  // Its writer may have been stopped in mid-path, and the rest of the path may
+  // name another item.
   if (!isEnded)
     return {"", "the last path on standard input is not ended by a NUL and is left alone"};
   if (path.empty())

@@ -122,7 +122,7 @@ int tellForEachPath(Session &session, const char *command, PathSource &paths,
 }
 
 void showProgress(Session &session, std::size_t done, std::optional<std::size_t> all) {
-  constexpr std::size_t few = 20; // are done before anybody asks how far it is
+  constexpr std::size_t few = 20; // are done before a report of progress is due
   if (done < few)
     return;
   std::string line = std::to_string(done);

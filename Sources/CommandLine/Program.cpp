@@ -46,8 +46,8 @@ DeclaredCommand &commandCalled(const std::string &name, DeclaredCommand &above) 
   throw UsageError(suggestionFor(name, above.command->verbs));
 }
 
-// Whether the word is a verb of a command that takes operands, too. Where it is
-// the name of an item that is here as well, nobody knows what was meant.
+// Tells whether the word is a verb of a command that takes operands, too. When
+// it is also the name of an item here, its meaning is unclear.
 bool callsVerb(const std::string &word, const DeclaredCommand &command) {
   bool isVerb = !command.arguments.hasOperands() &&
                 std::any_of(command.below.begin(), command.below.end(),
@@ -146,7 +146,7 @@ Program::Reading Program::read(const std::vector<std::string> &words) {
   try {
     readOn(words, command);
   } catch (const UsageError &) {
-    if (!help_) // is wanted most by who does not get it right
+    if (!help_) // users with a mistake in the command line need the help most
       throw;
   }
   return {wish(), command};

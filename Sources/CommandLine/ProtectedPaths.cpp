@@ -20,8 +20,8 @@ constexpr std::array<const char *, 6> protectedBelow{"/",     "/usr",   "/var",
 constexpr std::array<const char *, 4> protectedItself{"/usr/local/bin", "/usr/local/lib",
                                                       "/var/lib/dpkg", "/var/lib/rpm"};
 
-// Nothing for what is no folder. A link at the end is an item of its own,
-// unless a slash or a dot behind it leads into the folder.
+// Empty for an item other than a folder. A link at the end is an item of its
+// own, unless a slash or a dot after it leads into the folder.
 fs::path canonicalFolder(const std::string &path) {
   std::error_code failure;
   fs::path whole(path);

@@ -19,7 +19,7 @@ constexpr std::string_view prefixes = "kmgtpe";
 std::string scaled(std::uint64_t bytes, double step, const std::array<const char *, 7> &names) {
   auto value = static_cast<double>(bytes);
   std::size_t index = 0;
-  // What would be rounded to a whole step has the next unit.
+  // A number that would be rounded to a whole step has the next unit.
   while (index + 1 < names.size() && value >= step - 0.5) {
     value /= step;
     ++index;
@@ -47,7 +47,7 @@ std::optional<double> takeNumber(std::string_view &text) {
   return value;
 }
 
-// Nothing for what is no unit of bytes.
+// Empty for a text other than a unit of bytes.
 std::optional<double> bytesOfUnit(std::string_view unit) {
   if (unit.empty() || unit == "b")
     return 1;

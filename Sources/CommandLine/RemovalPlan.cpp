@@ -1,5 +1,5 @@
-// A walk that gives each folder the list of what can go from it, until it is
-// known that the folder itself can.
+// A walk that gives each folder the list of removable items in it, until it is
+// known that the folder itself is removable.
 #include "CommandLine/RemovalPlan.h"
 
 #include "CommandLine/Look.h"
@@ -30,7 +30,7 @@ std::uint64_t deviceOf(const std::string &path) {
   return entry ? entry->statp.device : 0;
 }
 
-// What the agent refuses whatever stands there.
+// The paths that the agent refuses, with any item there.
 std::optional<std::string> refusalOf(const std::string &path) {
   if (!NS::isWellFormedUTF8(path))
     return path + " is no UTF-8 and cannot be sent to the agent";

@@ -1,4 +1,4 @@
-// What a request without a reply is to people, programs and the exit status.
+// Reports a request without a reply, for people, programs and the exit status.
 #include "CommandLine/Command.h"
 
 #include "Foundation/ProcessInfo.h"

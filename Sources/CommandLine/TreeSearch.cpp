@@ -70,7 +70,8 @@ std::vector<LargeItem> emptyFoldersIn(const std::string &folder, const TreeQuery
     if (entry.info == NS::FTSInfo::D) {
       if (entry.level == 0)
         device = entry.statp.device;
-      // Where another volume is mounted the walk does not see what it holds.
+      // The walk does not see the contents of a folder under another volume's
+      // mount.
       open.emplace_back().isEmpty = !isExcluded && entry.statp.device == device;
       return;
     }

@@ -1,4 +1,4 @@
-// Folders, their descriptions and what these name.
+// The folders of the Trash, their descriptions and the items that these name.
 #include "CommandLine/UserTrash.h"
 
 #include "CommandLine/Look.h"
@@ -28,7 +28,7 @@ int valueOfDigit(char digit) {
   return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
-// The bytes that a text with "%XX" stands for, whatever they are.
+// Decodes "%XX" in a text to bytes of any value.
 std::string decoded(std::string_view text) {
   std::string bytes;
   for (std::size_t at = 0; at < text.size(); ++at) {

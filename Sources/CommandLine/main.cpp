@@ -48,7 +48,7 @@ kw::Surroundings surroundingsOfProcess() {
   surroundings.wantsColours = surroundings.canErase && !isSet("NO_COLOR");
   surroundings.connect = [](const std::string &bus) {
     kw::ClientOptions options;
-    options.endRequestsOnLeaving = true; // whoever kills the command wants it to end
+    options.endRequestsOnLeaving = true; // the work must end when the command is killed
     return kw::Client::connect(bus, options);
   };
   if (NS::hasControllingTerminal())
