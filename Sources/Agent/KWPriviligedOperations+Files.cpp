@@ -3,6 +3,7 @@
 #include "Agent/KWPriviligedOperations.h"
 
 #include "Additions/NSFileManager+FileModificationsAdditions.h"
+#include "Agent/Answer.h"
 #include "Foundation/FileManager.h"
 #include "Foundation/Process.h"
 #include "Tools/RVFileSizer.h"
@@ -17,14 +18,12 @@ void KWPriviligedOperations::pleaseTerminate() {
 }
 
 void KWPriviligedOperations::echo(const std::optional<std::string> &text, KWEchoReply reply) {
-  if (reply)
-    reply(text, std::nullopt);
+  answer(reply, text, std::nullopt);
 }
 
 void KWPriviligedOperations::fileExistsAtPath(const std::string &path, KWFlagReply reply) {
   const bool exists = NS::FileManager::defaultManager().fileExistsAtPath(path);
-  if (reply)
-    reply(exists, std::nullopt);
+  answer(reply, exists);
 }
 
 void KWPriviligedOperations::moveItemAtPath(const std::string &srcPath, const std::string &dstPath,
@@ -32,15 +31,13 @@ void KWPriviligedOperations::moveItemAtPath(const std::string &srcPath, const st
   std::optional<NS::Error> error;
   const bool moved =
       advancedMoveItemAtPath(NS::FileManager::defaultManager(), srcPath, dstPath, &error);
-  if (reply)
-    reply(moved, error);
+  answer(reply, moved, error);
 }
 
 void KWPriviligedOperations::removeItemAtPath(const std::string &path, KWFlagReply reply) {
   std::optional<NS::Error> error;
   const bool removed = removeFileAtPath(NS::FileManager::defaultManager(), path, &error);
-  if (reply)
-    reply(removed, error);
+  answer(reply, removed, error);
 }
 
 void KWPriviligedOperations::securelyRemoveItemAtPath(const std::string &path, KWFlagReply reply) {
@@ -49,8 +46,7 @@ void KWPriviligedOperations::securelyRemoveItemAtPath(const std::string &path, K
   // Clients get no error of a shredding, unless they cancelled it themselves.
   if (error && error->code() != NS::UserCancelledError)
     error.reset();
-  if (reply)
-    reply(removed, error);
+  answer(reply, removed, error);
 }
 
 void KWPriviligedOperations::moveToTrashItemAtPath(const std::string &path, KWFlagReply reply) {
@@ -58,14 +54,12 @@ void KWPriviligedOperations::moveToTrashItemAtPath(const std::string &path, KWFl
   const bool moved =
       advancedMoveItemAtPath(NS::FileManager::defaultManager(), path, std::nullopt, &error);
   // Inverted, as clients have always read it: true means failure.
-  if (reply)
-    reply(!moved, error);
+  answer(reply, !moved, error);
 }
 
 void KWPriviligedOperations::truncateFileAtPath(const std::string &path, KWFlagReply reply) {
   const bool truncated = kw::truncateFileAtPath(NS::FileManager::defaultManager(), path);
-  if (reply)
-    reply(truncated, std::nullopt);
+  answer(reply, truncated);
 }
 
 void KWPriviligedOperations::sizeOfItemAtPath(const std::string &path, KWSizeReply reply) {

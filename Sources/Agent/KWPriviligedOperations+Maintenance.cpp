@@ -3,6 +3,7 @@
 #include "Agent/KWPriviligedOperations.h"
 
 #include "Additions/NSFileManager+FileModificationsAdditions.h"
+#include "Agent/Answer.h"
 #include "Agent/KWPrivilegedOperationProgress.h"
 #include "Foundation/AppKitVersion.h"
 #include "Foundation/SystemLog.h"
@@ -82,26 +83,22 @@ bool flushNameCaches() {
 
 void KWPriviligedOperations::removeASLWithReply(KWFlagReply reply) {
   bool erased = eraseSystemLogStore();
-  if (reply)
-    reply(erased, std::nullopt);
+  answer(reply, erased);
 }
 
 void KWPriviligedOperations::flushDNSWithReply(KWFlagReply reply) {
   bool flushed = flushNameCaches();
-  if (reply)
-    reply(flushed, std::nullopt);
+  answer(reply, flushed);
 }
 
 void KWPriviligedOperations::runPeriodicScript(const std::string &scriptName, KWFlagReply reply) {
   static_cast<void>(statusOf(tools::periodic, NS::wordList(scriptName)));
-  if (reply)
-    reply(true, std::nullopt);
+  answer(reply, true);
 }
 
 void KWPriviligedOperations::startSpotlightReindexWithReply(KWFlagReply reply) {
   static_cast<void>(statusOf(tools::mdutil, NS::wordList("-E", "/")));
-  if (reply)
-    reply(true, std::nullopt);
+  answer(reply, true);
 }
 
 void KWPriviligedOperations::repairPermissionsWithReply(KWRepairReply reply) {

@@ -4,6 +4,7 @@
 #include "Agent/KWPriviligedOperations.h"
 
 #include "Additions/NSStringAdditions.h"
+#include "Agent/Answer.h"
 #include "Foundation/FileContents.h"
 #include "Foundation/FileManager.h"
 #include "Foundation/Identity.h"
@@ -25,11 +26,6 @@
 
 namespace kw {
 namespace {
-
-void answer(const KWFlagReply &reply, bool success) {
-  if (reply)
-    reply(success, std::nullopt);
-}
 
 // No shell takes the quotes off again: the tool gets them.
 void runSystemStarter(const char *verb, const std::string &name) {
