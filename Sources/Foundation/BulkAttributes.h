@@ -67,8 +67,8 @@ public:
 
   // A descriptor of the folder, for reading. A final link is refused, and what
   // is no folder neither waits nor acts.
-  virtual int openFolder(const char *path) = 0;
-  virtual void closeFolder(int descriptor) = 0;
+  virtual int openFolder(const char *path);
+  virtual void closeFolder(int descriptor);
 };
 
 } // namespace NS

@@ -2,25 +2,47 @@
 // while. All seam classes use it.
 //
 // A seam class T declares `static T &shared()` (or the platform's own name for
-// it) and `static T *exchangeShared(T *replacement)`, and implements both with
-// one SharedInstance<T>. Reading is lock-free and thread-safe; a replacement
-// must outlive every use of it.
+// it) and `static T *exchangeShared(T *replacement)`. Its body names the class of
+// the real instance in `using Shared = SharedInstance<T, Real>` and implements
+// both with that. Reading is lock-free and thread-safe; a replacement must outlive
+// every use of it.
 #pragma once
 
 #include <atomic>
 
 namespace NS {
 
-template <typename Seam> class SharedInstance {
+template <typename Seam, typename Real = void> class SharedInstance {
 public:
-  // The real instance lives as long as the process.
+  static Seam &get() {
+    Seam *replacement = replacement_.load(std::memory_order_acquire);
+    return replacement ? *replacement : real();
+  }
+  // Returns the replacement that was in force, null for the real instance.
+  static Seam *exchange(Seam *replacement) {
+    return replacement_.exchange(replacement, std::memory_order_acq_rel);
+  }
+
+private:
+  // Made at its first use and never destroyed: any thread may end the process
+  // while others still use the instance.
+  static Real &real() {
+    static auto *const instance = new Real;
+    return *instance;
+  }
+
+  static inline std::atomic<Seam *> replacement_{nullptr};
+};
+
+// For bodies that keep the real instance themselves.
+template <typename Seam> class SharedInstance<Seam, void> {
+public:
   explicit SharedInstance(Seam &real) : real_(real) {}
 
   Seam &get() const {
     Seam *replacement = replacement_.load(std::memory_order_acquire);
     return replacement ? *replacement : real_;
   }
-  // Returns the replacement that was in force, null for the real instance.
   Seam *exchange(Seam *replacement) {
     return replacement_.exchange(replacement, std::memory_order_acq_rel);
   }

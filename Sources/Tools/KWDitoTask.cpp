@@ -12,20 +12,16 @@
 namespace kw {
 namespace {
 
-NS::SharedInstance<KWDitoTask> &instance() {
-  // Never destroyed: requests may still be running when the process ends.
-  static auto *shared = new NS::SharedInstance<KWDitoTask>(*new KWDitoTask);
-  return *shared;
-}
+using Shared = NS::SharedInstance<KWDitoTask, KWDitoTask>;
 
 } // namespace
 
 KWDitoTask &KWDitoTask::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 KWDitoTask *KWDitoTask::exchangeShared(KWDitoTask *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 bool KWDitoTask::slimBinaryAtPath(const std::string &path,

@@ -31,20 +31,16 @@ bool unloadingSucceeds(const std::vector<std::string> &arguments) {
   return !output;
 }
 
-NS::SharedInstance<KWLaunchdManager> &instance() {
-  static KWLaunchdManager real;
-  static NS::SharedInstance<KWLaunchdManager> shared(real);
-  return shared;
-}
+using Shared = NS::SharedInstance<KWLaunchdManager, KWLaunchdManager>;
 
 } // namespace
 
 KWLaunchdManager &KWLaunchdManager::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 KWLaunchdManager *KWLaunchdManager::exchangeShared(KWLaunchdManager *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 bool KWLaunchdManager::stopAgentWithLabel(const std::optional<std::string> &label) const {

@@ -28,21 +28,17 @@ void removeItem(NS::PropertyList &database, const std::string &bundleID) {
   database.setObjectForKey(std::move(bookmarks), bookmarksKey);
 }
 
-NS::SharedInstance<KWServiceManagementRemover> &instance() {
-  static KWServiceManagementRemover real;
-  static NS::SharedInstance<KWServiceManagementRemover> shared(real);
-  return shared;
-}
+using Shared = NS::SharedInstance<KWServiceManagementRemover, KWServiceManagementRemover>;
 
 } // namespace
 
 KWServiceManagementRemover &KWServiceManagementRemover::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 KWServiceManagementRemover *
 KWServiceManagementRemover::exchangeShared(KWServiceManagementRemover *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 std::uint32_t KWServiceManagementRemover::userIdentifier() const {

@@ -115,20 +115,16 @@ void runTask(const std::string &path, const KWTaskRunner::Arguments &arguments,
     completion(output, status, errorOutput, std::nullopt);
 }
 
-NS::SharedInstance<KWTaskRunner> &instance() {
-  // Never destroyed: requests may still be running when the process ends.
-  static auto *shared = new NS::SharedInstance<KWTaskRunner>(*new KWTaskRunner);
-  return *shared;
-}
+using Shared = NS::SharedInstance<KWTaskRunner, KWTaskRunner>;
 
 } // namespace
 
 KWTaskRunner &KWTaskRunner::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 KWTaskRunner *KWTaskRunner::exchangeShared(KWTaskRunner *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 void KWTaskRunner::launchTask(const std::string &path, const Arguments &arguments,

@@ -14,20 +14,16 @@ public:
   double number() const override { return currentSystemVersion; }
 };
 
-SharedInstance<AppKitVersion> &instance() {
-  static CurrentSystem real;
-  static SharedInstance<AppKitVersion> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<AppKitVersion, CurrentSystem>;
 
 } // namespace
 
 AppKitVersion &AppKitVersion::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 AppKitVersion *AppKitVersion::exchangeShared(AppKitVersion *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

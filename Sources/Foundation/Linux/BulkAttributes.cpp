@@ -179,27 +179,18 @@ public:
       count = batch.count();
     return result;
   }
-
-  int openFolder(const char *path) override {
-    return ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  }
-  void closeFolder(int descriptor) override { ::close(descriptor); }
 };
 
-SharedInstance<BulkAttributes> &instance() {
-  static PackedRecords real;
-  static SharedInstance<BulkAttributes> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<BulkAttributes, PackedRecords>;
 
 } // namespace
 
 BulkAttributes &BulkAttributes::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 BulkAttributes *BulkAttributes::exchangeShared(BulkAttributes *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

@@ -19,34 +19,25 @@ public:
   std::optional<std::string> resolveAliasFile(const std::string &) override { return {}; }
 };
 
-SharedInstance<LaunchServices> &registry() {
-  static NoRegistry real;
-  static SharedInstance<LaunchServices> shared(real);
-  return shared;
-}
-
-SharedInstance<Aliases> &aliases() {
-  static NoAliases real;
-  static SharedInstance<Aliases> shared(real);
-  return shared;
-}
+using SharedRegistry = SharedInstance<LaunchServices, NoRegistry>;
+using SharedAliases = SharedInstance<Aliases, NoAliases>;
 
 } // namespace
 
 LaunchServices &LaunchServices::shared() {
-  return registry().get();
+  return SharedRegistry::get();
 }
 
 LaunchServices *LaunchServices::exchangeShared(LaunchServices *replacement) {
-  return registry().exchange(replacement);
+  return SharedRegistry::exchange(replacement);
 }
 
 Aliases &Aliases::shared() {
-  return aliases().get();
+  return SharedAliases::get();
 }
 
 Aliases *Aliases::exchangeShared(Aliases *replacement) {
-  return aliases().exchange(replacement);
+  return SharedAliases::exchange(replacement);
 }
 
 } // namespace NS

@@ -61,20 +61,16 @@ public:
   }
 };
 
-SharedInstance<Launchd> &instance() {
-  static LaunchctlQuery real;
-  static SharedInstance<Launchd> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<Launchd, LaunchctlQuery>;
 
 } // namespace
 
 Launchd &Launchd::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 Launchd *Launchd::exchangeShared(Launchd *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

@@ -15,20 +15,16 @@ public:
   }
 };
 
-SharedInstance<AssertionHandler> &instance() {
-  static RaisingHandler real;
-  static SharedInstance<AssertionHandler> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<AssertionHandler, RaisingHandler>;
 
 } // namespace
 
 AssertionHandler &AssertionHandler::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 AssertionHandler *AssertionHandler::exchangeShared(AssertionHandler *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

@@ -26,7 +26,7 @@ bool isRegularFile(const std::string &path) {
   return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-class FolderBundle final : public Bundle {
+class FolderBundle : public Bundle {
 public:
   explicit FolderBundle(std::string path)
       : path_(std::move(path)), contents_(contentsFolder()),
@@ -99,20 +99,20 @@ private:
   std::map<std::string, std::optional<PropertyList>> tables_;
 };
 
-SharedInstance<Bundle> &mainInstance() {
-  static FolderBundle real(mainBundleFolder());
-  static SharedInstance<Bundle> shared(real);
-  return shared;
-}
+struct MainBundle final : FolderBundle {
+  MainBundle() : FolderBundle(mainBundleFolder()) {}
+};
+
+using SharedMain = SharedInstance<Bundle, MainBundle>;
 
 } // namespace
 
 Bundle &Bundle::mainBundle() {
-  return mainInstance().get();
+  return SharedMain::get();
 }
 
 Bundle *Bundle::exchangeShared(Bundle *replacement) {
-  return mainInstance().exchange(replacement);
+  return SharedMain::exchange(replacement);
 }
 
 std::shared_ptr<Bundle> Bundle::bundleWithPath(const std::string &path) {

@@ -31,20 +31,16 @@ public:
   }
 };
 
-SharedInstance<Clock> &instance() {
-  static HostClock real;
-  static SharedInstance<Clock> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<Clock, HostClock>;
 
 } // namespace
 
 Clock &Clock::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 Clock *Clock::exchangeShared(Clock *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

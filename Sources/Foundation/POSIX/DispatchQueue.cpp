@@ -49,21 +49,16 @@ private:
   std::optional<WorkerPool> pool_;
 };
 
-SharedInstance<DispatchQueue> &instance() {
-  // Never destroyed: its threads outlive the end of main.
-  static auto *real = new BackgroundQueue;
-  static SharedInstance<DispatchQueue> shared(*real);
-  return shared;
-}
+using Shared = SharedInstance<DispatchQueue, BackgroundQueue>;
 
 } // namespace
 
 DispatchQueue &DispatchQueue::backgroundQueue() {
-  return instance().get();
+  return Shared::get();
 }
 
 DispatchQueue *DispatchQueue::exchangeShared(DispatchQueue *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

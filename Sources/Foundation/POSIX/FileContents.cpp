@@ -244,20 +244,16 @@ private:
   }
 };
 
-SharedInstance<FileContents> &instance() {
-  static RealFileContents real;
-  static SharedInstance<FileContents> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<FileContents, RealFileContents>;
 
 } // namespace
 
 FileContents &FileContents::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 FileContents *FileContents::exchangeShared(FileContents *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 bool isLimitOfThisProcess(const Error &error) {

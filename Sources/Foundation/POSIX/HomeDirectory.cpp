@@ -52,11 +52,7 @@ public:
   }
 };
 
-SharedInstance<UserDatabase> &instance() {
-  static HostDatabase real;
-  static SharedInstance<UserDatabase> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<UserDatabase, HostDatabase>;
 
 std::string withoutTrailingSlashes(std::string path) {
   while (path.size() > 1 && path.back() == '/')
@@ -67,11 +63,11 @@ std::string withoutTrailingSlashes(std::string path) {
 } // namespace
 
 UserDatabase &UserDatabase::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 UserDatabase *UserDatabase::exchangeShared(UserDatabase *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 std::string homeDirectory() {

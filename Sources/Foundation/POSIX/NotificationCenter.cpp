@@ -85,20 +85,16 @@ private:
   std::vector<std::shared_ptr<Observer>> observers_; // in the order of adding
 };
 
-SharedInstance<NotificationCenter> &instance() {
-  static auto *real = new Center;
-  static SharedInstance<NotificationCenter> shared(*real);
-  return shared;
-}
+using Shared = SharedInstance<NotificationCenter, Center>;
 
 } // namespace
 
 NotificationCenter &NotificationCenter::defaultCenter() {
-  return instance().get();
+  return Shared::get();
 }
 
 NotificationCenter *NotificationCenter::exchangeShared(NotificationCenter *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 std::unique_ptr<NotificationCenter> NotificationCenter::create() {

@@ -67,20 +67,16 @@ private:
   std::vector<std::function<void()>> hooks_;
 };
 
-SharedInstance<Process> &instance() {
-  // Never destroyed: any thread may end the process at any time.
-  static auto *shared = new SharedInstance<Process>(*new ThisProcess);
-  return *shared;
-}
+using Shared = SharedInstance<Process, ThisProcess>;
 
 } // namespace
 
 Process &Process::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 Process *Process::exchangeShared(Process *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

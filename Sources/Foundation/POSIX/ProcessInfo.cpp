@@ -30,20 +30,16 @@ public:
   }
 };
 
-SharedInstance<ProcessInfo> &instance() {
-  static RunningProcess real;
-  static SharedInstance<ProcessInfo> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<ProcessInfo, RunningProcess>;
 
 } // namespace
 
 ProcessInfo &ProcessInfo::processInfo() {
-  return instance().get();
+  return Shared::get();
 }
 
 ProcessInfo *ProcessInfo::exchangeShared(ProcessInfo *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 std::uint32_t realUserIdentifier() {

@@ -33,11 +33,7 @@ public:
   }
 };
 
-SharedInstance<RequestJournal> &instance() {
-  // Never destroyed: requests may still be running when the process ends.
-  static auto *shared = new SharedInstance<RequestJournal>(*new RealJournal);
-  return *shared;
-}
+using Shared = SharedInstance<RequestJournal, RealJournal>;
 
 void addItem(RequestRecord &record, const std::string &text) {
   if (record.items.size() < mostItems)
@@ -207,11 +203,11 @@ void writeAllAtEnd() {
 } // namespace
 
 RequestJournal &RequestJournal::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 RequestJournal *RequestJournal::exchangeShared(RequestJournal *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 std::string textOf(const RequestRecord &record) {

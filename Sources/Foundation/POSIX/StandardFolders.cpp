@@ -36,20 +36,16 @@ public:
   std::string temporaryDirectory() override { return host::temporaryDirectory(); }
 };
 
-SharedInstance<StandardFolders> &instance() {
-  static HostFolders real;
-  static SharedInstance<StandardFolders> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<StandardFolders, HostFolders>;
 
 } // namespace
 
 StandardFolders &StandardFolders::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 StandardFolders *StandardFolders::exchangeShared(StandardFolders *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 std::optional<std::string> host::absolutePathInEnvironment(const char *variable) {

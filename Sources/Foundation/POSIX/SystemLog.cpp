@@ -17,20 +17,16 @@ public:
   }
 };
 
-SharedInstance<SystemLog> &instance() {
-  // Never destroyed: requests may still be running when the process ends.
-  static auto *shared = new SharedInstance<SystemLog>(*new HostLog);
-  return *shared;
-}
+using Shared = SharedInstance<SystemLog, HostLog>;
 
 } // namespace
 
 SystemLog &SystemLog::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 SystemLog *SystemLog::exchangeShared(SystemLog *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

@@ -213,11 +213,7 @@ public:
   std::shared_ptr<Task> newTask() override { return std::make_shared<ProcessTask>(); }
 };
 
-SharedInstance<TaskFactory> &instance() {
-  // Never destroyed: requests may still be running when the process ends.
-  static auto *shared = new SharedInstance<TaskFactory>(*new ProcessTaskFactory);
-  return *shared;
-}
+using Shared = SharedInstance<TaskFactory, ProcessTaskFactory>;
 
 } // namespace
 
@@ -226,11 +222,11 @@ std::shared_ptr<Task> Task::create() {
 }
 
 TaskFactory &TaskFactory::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 TaskFactory *TaskFactory::exchangeShared(TaskFactory *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

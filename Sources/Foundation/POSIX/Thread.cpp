@@ -55,20 +55,16 @@ public:
   }
 };
 
-SharedInstance<Thread> &instance() {
-  // Never destroyed: requests may still be running when the process ends.
-  static auto *shared = new SharedInstance<Thread>(*new CurrentThread);
-  return *shared;
-}
+using Shared = SharedInstance<Thread, CurrentThread>;
 
 } // namespace
 
 Thread &Thread::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 Thread *Thread::exchangeShared(Thread *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

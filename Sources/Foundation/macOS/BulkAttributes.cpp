@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <memory>
 #include <sys/attr.h>
 #include <system_error>
@@ -173,27 +172,18 @@ public:
     count = batch.write(found, buffer, size);
     return found == 0 ? 1 : 0;
   }
-
-  int openFolder(const char *path) override {
-    return ::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  }
-  void closeFolder(int descriptor) override { ::close(descriptor); }
 };
 
-SharedInstance<BulkAttributes> &instance() {
-  static PlatformAttributes real;
-  static SharedInstance<BulkAttributes> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<BulkAttributes, PlatformAttributes>;
 
 } // namespace
 
 BulkAttributes &BulkAttributes::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 BulkAttributes *BulkAttributes::exchangeShared(BulkAttributes *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

@@ -22,20 +22,16 @@ public:
   }
 };
 
-SharedInstance<ExtendedAttributes> &instance() {
-  static FileSystem real;
-  static SharedInstance<ExtendedAttributes> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<ExtendedAttributes, FileSystem>;
 
 } // namespace
 
 ExtendedAttributes &ExtendedAttributes::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 ExtendedAttributes *ExtendedAttributes::exchangeShared(ExtendedAttributes *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

@@ -47,20 +47,16 @@ public:
   }
 };
 
-SharedInstance<Launchd> &instance() {
-  static LaunchdQuery real;
-  static SharedInstance<Launchd> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<Launchd, LaunchdQuery>;
 
 } // namespace
 
 Launchd &Launchd::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 Launchd *Launchd::exchangeShared(Launchd *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS
