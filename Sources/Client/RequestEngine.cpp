@@ -292,7 +292,7 @@ bool RequestEngine::sendNext(Entries::iterator next) {
   }
   if (sent_ >= mostSent || (sent_ > 0 && sentBytes_ + entry.bytes > mostSentBytes))
     return false;
-  if (!hasConnection())
+  if (!connect())
     return true; // all that waited has been refused
   try {
     connection_->send(number, entry.request->message_);
@@ -318,7 +318,7 @@ void RequestEngine::failedToSend(Number number, const ClientError &error) {
     loseConnection(error);
 }
 
-bool RequestEngine::hasConnection() {
+bool RequestEngine::connect() {
   if (connection_)
     return true;
   try {

@@ -125,7 +125,9 @@ private:
   void sendWhatMay();
   bool sendNext(Entries::iterator next);
   void failedToSend(Number number, const ClientError &error);
-  bool hasConnection();
+  // Opens a connection unless there is one. On failure all waiting requests have
+  // failed, and the result is false.
+  bool connect();
   void endWaiting(const ClientError &error);
   void endSent(const ClientError &error);
   void loseConnection(const ClientError &error);

@@ -27,8 +27,8 @@ constexpr int unwatchedInterval = 20;
 
 ChildOutcome outcomeFromWaitStatus(int status) {
   if (WIFSIGNALED(status))
-    return {true, WTERMSIG(status)};
-  return {false, WEXITSTATUS(status)};
+    return {.signalled = true, .status = WTERMSIG(status)};
+  return {.signalled = false, .status = WEXITSTATUS(status)};
 }
 
 class Reaper {

@@ -11,8 +11,10 @@ Readiness waitForReading(int first, int second, int timeout) {
   struct pollfd waits[2] = {{first, POLLIN, 0}, {second, POLLIN, 0}};
   while (::poll(waits, 2, timeout) < 0)
     if (errno != EINTR && errno != EAGAIN)
-      return {true, false, true};
-  return {waits[0].revents != 0, (waits[0].revents & POLLIN) != 0, waits[1].revents != 0};
+      return {.first = true, .second = true};
+  return {.first = waits[0].revents != 0,
+          .firstHasData = (waits[0].revents & POLLIN) != 0,
+          .second = waits[1].revents != 0};
 }
 
 } // namespace NS::descriptors
