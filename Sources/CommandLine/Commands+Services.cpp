@@ -32,8 +32,8 @@ struct FlagRequest {
   const char *help;
   bool isPath;
   FlagOperation operation;
-  const char *done;               // before the argument
-  const char *failed;             // behind it
+  const char *done;   // before the argument
+  const char *failed; // behind it
   // before the argument: the command asks before work that cannot be undone
   const char *question = nullptr;
 };

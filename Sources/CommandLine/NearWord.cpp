@@ -28,7 +28,7 @@ std::size_t changesBetween(std::string_view left, std::string_view right) {
 } // namespace
 
 std::string nearWord(std::string_view given, const std::vector<std::string> &words) {
-  constexpr std::size_t longest = 64; // longer words are no mistyped commands
+  constexpr std::size_t longest = 64; // longer words are not mistyped commands
   std::string nearest;
   // A third of the letters may be wrong.
   std::size_t fewest = std::min<std::size_t>(given.size() / 3 + 1, 3) + 1;

@@ -1,11 +1,11 @@
 // The process entry of the program `keepwell`.
 //
-//   Program        the table of commands, and which of them the words name
+//   Program        the table of commands, and the choice among them
 //   Arguments      options and operands, byte for byte
 //   Commands+...   the commands, a file for each group
 //   PathRequests   the same request for each of many paths
 //   Session        the agent on demand, text or JSON
-//   Alarm          what a wait is ended by: answers, paths, ^C
+//   Alarm          ends a wait: answers, paths, ^C
 #include "CommandLine/CommandLine.h"
 #include "Foundation/FileManager.h"
 #include "Foundation/Signals.h"
