@@ -62,7 +62,7 @@ class BrokerTest(unittest.TestCase):
                       PINGS // 80)
         for _ in range(80):
             flood.send_bytes(batch.next())
-            # What the agent has not taken yet, the bus keeps as well.
+            # The bus also keeps requests that the agent has not taken yet.
             self.assertEqual(self.other.call("Echo", "s", "taken")[0], "taken")
         self.assertEqual(self.root.client_of(MEMBER).call("Echo", "s", "too")[0], "too")
         self.assertEqual(self.root.agent_pid(), self.agent)
@@ -75,7 +75,7 @@ class BrokerTest(unittest.TestCase):
             for _ in range(160):
                 flood.send_bytes(batch.next())
         self.assertEqual(self.other.call("Echo", "s", "there")[0], "there")
-        flood.close()  # what it has used up, other clients of the same user lack
+        flood.close()  # it uses up the quota of the user's other clients
         self.assertEqual(self.root.client_of(MEMBER).call("Echo", "s", "too")[0], "too")
         self.assertEqual(self.root.agent_pid(), self.agent)
 

@@ -44,7 +44,7 @@ class ReaderTest(AbuseCase):
         self.assertEqual({*answered, *refused}, set(serials))
         flood.close()
 
-    def test_127_MiB_of_answers_that_nobody_reads_silence_nobody(self):
+    def test_127_MiB_of_unread_answers_silence_no_other_client(self):
         flood = self.root.client()
         with self.others_answered():
             for _ in range(1500):  # the bus keeps no more of one sender
@@ -60,7 +60,7 @@ class ReaderTest(AbuseCase):
             self.assertEqual(len(large.call("Echo", "s", "y" * size)[0]), size)
             large.close()
 
-    def test_several_who_read_nothing_leave_room_for_the_rest(self):
+    def test_several_clients_that_read_nothing_leave_room_for_the_rest(self):
         floods = [self.root.client() for _ in range(12)]
         # The bus itself refuses messages that a slow agent has not taken yet.
         # An answer here means that the agent has taken all messages before it.
@@ -102,14 +102,14 @@ class ReaderTest(AbuseCase):
             self.assertEqual([slow.wait(serial)[0] for serial in serials], texts)
         slow.close()
 
-    def test_descriptions_that_nobody_reads_silence_nobody(self):
+    def test_unread_descriptions_silence_no_other_client(self):
         flood = self.root.client()
         with self.others_answered():
             for _ in range(20000):
                 flood.send("Introspect", interface="org.freedesktop.DBus.Introspectable")
         flood.close()
 
-    def test_refusals_that_nobody_reads_silence_nobody(self):
+    def test_unread_refusals_silence_no_other_client(self):
         # More than the bus keeps of one sender: all of one kind, and of each kind.
         floods = [self.root.client() for _ in range(2)]
         kinds = self.refused(floods[0])
@@ -141,7 +141,7 @@ class ReaderTest(AbuseCase):
                 (fields("Get", interface="org.freedesktop.DBus.Properties"), "ss",
                  (INTERFACE, "Nothing"))]
 
-    def test_progress_that_nobody_reads_silences_nobody_and_the_reply_comes(self):
+    def test_unread_progress_silences_no_other_client_and_the_reply_comes(self):
         self.root.stand_in(REPAIRER, script="head -c 200000000 /dev/zero | tr '\\0' x")
         caller = self.root.client(timeout=120)
         before = len(self.root.calls())
@@ -154,7 +154,7 @@ class ReaderTest(AbuseCase):
         self.assertTrue(any(signal.member == "ReceiveNewOutput" for signal in caller.signals))
         caller.close()
 
-    def test_progress_of_clients_that_vanish_or_flood_back_harms_nobody(self):
+    def test_progress_of_clients_that_vanish_or_flood_back_does_no_harm(self):
         self.root.stand_in(REPAIRER, script="for i in 1 2 3 4 5 6 7 8 9; do echo chunk; "
                            "sleep 0.02; done")
         with self.others_answered():

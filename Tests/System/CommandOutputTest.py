@@ -193,7 +193,7 @@ class RealAgentTest(CommandTestCase):
         self.assertEqual((done.returncode, json.loads(done.stdout)["error"]["kind"]),
                          (3, "deadline"))
 
-    def test_a_dry_run_tells_what_hard_links_outside_hold(self):
+    def test_a_dry_run_counts_hard_links_outside(self):
         size = 1 << 20
         inside = self.file("tree/linked", "x" * size)
         self.file("tree/alone", "x" * size)

@@ -39,8 +39,8 @@ class LimitsTest(unittest.TestCase):
         self.assertEqual(self.root.listdir(DATA), [])
 
     def test_a_removal_that_fails_below_a_path_too_large_for_a_message_is_answered(self):
-        """Folders of the longest names, which are no text: each byte of them takes
-        three in a message, where the path of 45,000 has 34 MB."""
+        """Folders with the longest names, of invalid UTF-8: each byte of them
+        takes three in a message, so the path of 45,000 has 34 MB."""
         tree, volumes = f"{DATA}/hostile", []
         trees.deep(self.root.host_path(tree), HOSTILE_DEPTH, b"\xff" * 255,
                    finish=lambda folder: volumes.append(trees.mount_within(folder)))

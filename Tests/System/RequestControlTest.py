@@ -175,7 +175,7 @@ class RemovalTest(ControlCase):
         """It takes the cancellation, and the walk stops at its next item then. On a
         busy machine the walk could run for long before that thread does."""
         for thread in threads(self.agent):
-            # A host may let nobody have the higher priority.
+            # A host may deny the higher priority.
             with contextlib.suppress(PermissionError, ProcessLookupError):
                 walks = thread not in self.resting_threads
                 os.setpriority(os.PRIO_PROCESS, thread, 19 if walks else -20)

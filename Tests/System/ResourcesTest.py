@@ -106,7 +106,8 @@ class FewDescriptorsTest(unittest.TestCase):
         return [answer for each in answers.values() for answer in each]
 
     def attach(self, over):
-        """Calls with descriptors until it is over, whatever becomes of them."""
+        """Makes calls with descriptors until the event is set, and ignores
+        their outcome."""
         client = self.root.client(descriptors=True)
         fields = {**client.call_fields("Echo"), 9: ("u", 16)}
         while not over.is_set():

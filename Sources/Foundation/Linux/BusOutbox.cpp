@@ -1,4 +1,4 @@
-// Sending what there is room for, and asking the bus where that is not known.
+// Sends messages that have room, and asks the bus for clients of unknown room.
 #include "Foundation/Linux/BusOutbox.h"
 
 #include "Foundation/Log.h"
@@ -11,17 +11,17 @@
 namespace NS {
 namespace {
 
-// A client that reads is asked about again after so long.
+// The interval between questions about a client that reads.
 constexpr std::chrono::milliseconds pause{20};
 
-// What may wait for one client beyond which droppable messages are dropped,
-// and short answers.
+// The most messages that may wait for one client; beyond it droppable messages
+// and short answers are dropped.
 constexpr std::size_t droppingLimit = 256;
 constexpr std::size_t shortLimit = 16384;
 constexpr std::size_t shortBytes = std::size_t{8} << 20;
 
-// A client that reads does not wait longer for what others leave no room for.
-// While the bus is slow to answer, nobody knows whether there is room.
+// The longest wait of a client that reads for room that others take. While the
+// bus is slow to answer, the room is unknown.
 constexpr std::chrono::seconds longestWait{20};
 constexpr int fewestLooks = 100;
 
@@ -63,7 +63,8 @@ void BusOutbox::sendOrDrop(BusMessage message) {
   }
 }
 
-// Without memory to count and keep it, it goes uncounted rather than never.
+// Without memory to count and keep the message, it is sent uncounted rather
+// than lost.
 void BusOutbox::post(BusMessage &message, BusMessage &small, Kind kind) {
   Waiting made{std::move(message), std::move(small), kind, BusConnection::Clock::now()};
   try {
@@ -111,7 +112,7 @@ void BusOutbox::forget(std::string_view client) {
   sendWhatFits();
 }
 
-// Also about all whose messages wait.
+// Also asks about all clients whose messages wait.
 void BusOutbox::askWhereWorth() {
   if (!statistics_.canAsk())
     return;

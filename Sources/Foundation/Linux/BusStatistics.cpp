@@ -17,8 +17,9 @@ constexpr std::string_view bytesKey = "OutgoingBytes";
 constexpr std::string_view peersKey = "org.bus1.DBus.Debug.Stats.PeerAccounting";
 constexpr const char *peersSignature = "a(sa{sv}a{su})";
 
-// Whether the bus may answer another time. A bus that counted as one without
-// statistics would be sent everything, and silence the agent.
+// Tells whether the bus may answer another time. If the agent took it for a bus
+// without statistics, it would send everything, and a client could silence the
+// agent.
 bool isPassing(std::string_view error) {
   return error == "org.freedesktop.DBus.Error.NoReply" ||
          error == "org.freedesktop.DBus.Error.Timeout" ||
@@ -102,7 +103,7 @@ void BusStatistics::answered(const std::string &client, BusMessage &answer) {
       return receiver_(client, Answer::Gone, 0);
     if (way_ == Way::EachClient && !isPassing(answer.errorName()))
       tryNextWay();
-  } catch (const std::bad_alloc &) { // it may be asked again
+  } catch (const std::bad_alloc &) { // the next question may succeed
   }
   receiver_(client, Answer::None, 0);
 }
@@ -128,7 +129,8 @@ void BusStatistics::answeredAboutAll(const std::vector<std::string> &clients, Bu
     else
       receiver_(client, Answer::Bytes, found->second);
   }
-  // Not before: what the receiver sends meanwhile is in none of these figures.
+  // Not earlier: messages that the receiver sends meanwhile are in none of
+  // these figures.
   isAskingAboutAll_ = false;
 }
 

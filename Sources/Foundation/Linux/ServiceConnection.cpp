@@ -1,4 +1,5 @@
-// From a queued request to the exported object, and exceptions to outcomes.
+// Passes queued requests to the exported object, and turns exceptions into
+// outcomes.
 #include "Foundation/Linux/ServiceConnection.h"
 
 #include "Foundation/Linux/BusValues.h"
@@ -61,8 +62,8 @@ const XPCMethod *ServiceConnection::methodWithMember(const std::string &member) 
 bool ServiceConnection::deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply,
                                 std::shared_ptr<ServiceRequest> request) {
   const std::size_t bytes = memoryOf(arguments);
-  // The request holds the object, not the connection: a connection whose
-  // client is gone goes at once, and what reached it is still done.
+  // The request owns the object, not the connection: the connection goes at
+  // once with its client, and its requests still run.
   std::function<void()> work = [&method, current = setup(), arguments = std::move(arguments),
                                 reply = std::move(reply), request = std::move(request),
                                 requester = requester_] {

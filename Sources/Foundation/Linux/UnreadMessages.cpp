@@ -1,4 +1,4 @@
-// The arithmetic of what clients leave unread.
+// The arithmetic of the clients' unread messages.
 #include "Foundation/Linux/UnreadMessages.h"
 
 #include <algorithm>
@@ -56,7 +56,7 @@ bool UnreadMessages::mayTry(std::string_view client) const {
          altogether_ + limits_.proof + limits_.reserve <= limits_.altogetherForReaders;
 }
 
-// What the sockets take is no burden.
+// Bytes that fit into the sockets do not count.
 std::size_t UnreadMessages::weight(std::size_t unread) const {
   return unread > limits_.guaranteed ? unread : 0;
 }
@@ -112,7 +112,7 @@ void UnreadMessages::measured(const std::string &client, std::size_t bytes) {
     return;
   Account &account = found->second;
   account.isAsked = false;
-  // What others sent to the client is no business of ours.
+  // The agent does not count messages of other senders.
   setUnread(account, std::min(bytes + account.sinceQuestion, account.unread));
   if (account.sentAltogether > account.unread)
     account.read = std::max(account.read, account.sentAltogether - account.unread);

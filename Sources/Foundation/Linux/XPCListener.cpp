@@ -1,15 +1,15 @@
-// The listener on the message bus: it takes the name, and puts together what
-// serves it.
+// The listener on the message bus: takes the name, and connects the parts that
+// serve it.
 //
 //   BusThread       the one thread that touches the bus
 //   ServiceCalls    checks each call that arrives
 //   ServiceClients  one connection per unique bus name
 //   ServiceReplies  the requests that are not answered yet
-//   ServiceControl  what a client may say about its own requests
+//   ServiceControl  a client's control of its own requests
 //   BusOutbox       lets messages out as their clients read
 //
-// The thread of the bus only reads, queues and sends; requests are handled on
-// threads of a pool, and their replies come back through its mailbox.
+// The thread of the bus only reads, queues and sends. Threads of a pool handle
+// requests, and their replies come back through its mailbox.
 #include "Foundation/XPCListener.h"
 
 #include "Foundation/Exception.h"
@@ -29,7 +29,7 @@ namespace {
 
 constexpr std::chrono::seconds workerIdleTime{10};
 
-// How long an ending process tries to give its name back.
+// The longest time for an ending process to release its name.
 constexpr std::chrono::milliseconds nameReleaseTime{500};
 
 std::string objectPathForName(const std::string &name) {
@@ -38,7 +38,7 @@ std::string objectPathForName(const std::string &name) {
   return path;
 }
 
-// All that serves the name while it is taken.
+// The parts that serve the name while this process has it.
 struct Service {
   Service(const std::string &bus, ServiceCalls::Served served, ServiceClients::Acceptor acceptor)
       : path(served.path), thread(bus), memory(thread),
@@ -82,13 +82,13 @@ void Service::watchClients() {
 void Service::received(BusMessage &message) {
   if (message.kind() == BusMessage::Kind::Call)
     return calls.received(message);
-  // The bus alone sends this signal under its own name; no client can forge it.
+  // Only the bus sends this signal under its own name; no client can forge it.
   if (message.sender() == BusConnection::busName && message.member() == "NameOwnerChanged" &&
       message.signature() == "sss")
     clientLeft(message.readText());
 }
 
-// Takes no memory, so that nobody is kept for ever.
+// Needs no memory, so that every client that leaves is forgotten.
 void Service::clientLeft(std::string_view client) {
   const ServiceClient *known = clients.find(client);
   replies.leave(client, known && known->endsOnLeaving);
@@ -124,7 +124,7 @@ public:
 
   ~BusListener() override {
     if (service_)
-      service_->thread.stop(); // from here on nothing else uses the members
+      service_->thread.stop(); // from here on no other thread uses the members
   }
 
   void setDelegate(std::weak_ptr<XPCListenerDelegate> delegate) override {
@@ -185,9 +185,9 @@ void BusListener::takeName() {
 }
 
 void BusListener::giveNameBackAtExit() {
-  // A message sent from then on starts a new process instead of being lost in
-  // the queue of this one. The promise breaks, and so nobody waits, when the
-  // thread of the bus is gone.
+  // A message sent afterwards starts a new process instead of being lost in the
+  // queue of this one. When the thread of the bus is gone, the promise breaks,
+  // so this does not wait.
   Process::shared().beforeExit([this, mailbox = std::weak_ptr(service_->thread.mailbox())] {
     auto box = mailbox.lock();
     if (!box)

@@ -1,4 +1,4 @@
-// From the outcome of a request to its entry in the journal.
+// Writes a request's entry in the journal at its outcome.
 #include "Foundation/RequestJournal.h"
 
 #include "Foundation/BoundedText.h"
@@ -20,7 +20,7 @@
 namespace NS {
 namespace {
 
-// More texts than any request has; what comes behind them is left out.
+// More texts than any request has; further ones are left out.
 constexpr std::size_t mostItems = 8;
 
 constexpr std::chrono::seconds longestWaitAtEnd{1};
@@ -62,7 +62,7 @@ std::string reasonOf(const XPCOutcome &outcome) {
   return {};
 }
 
-// A request under way: what is known of it before its outcome.
+// A request under way and its data before its outcome.
 struct Recording {
   const RequestRecord record;
   const XPCSuccess succeeded;
@@ -86,7 +86,7 @@ struct Recording {
   }
 };
 
-// Whatever keeps a record from being made or written, memory above all.
+// Ignores every failure to make or write a record, above all a lack of memory.
 template <typename Work> bool attempt(Work work) noexcept {
   try {
     work();
@@ -138,7 +138,8 @@ public:
     records_.erase(&request);
   }
 
-  // From then on no request begins, until the end is over or was none.
+  // Afterwards no request begins, until the end is over or turns out to be
+  // none.
   std::vector<RequestRecord> takeAllAtEnd() {
     std::lock_guard lock(mutex_);
     isEnding_ = true;

@@ -41,7 +41,7 @@ protected:
 
 // Every message that leaves the agent because of a client counts at its real
 // size, from every sender.
-TEST_F(UnreadMessagesTest, countsWhatIsSentWhateverItIs) {
+TEST_F(UnreadMessagesTest, countsEverySentMessage) {
   unread.sent("a", 60);
   unread.sent("a", 1);
   EXPECT_EQ(unread.ofClient("a"), 61U);
@@ -55,7 +55,7 @@ TEST_F(UnreadMessagesTest, countsAnythingAsReadOnlyWhenTheBusSaysSo) {
   EXPECT_EQ(unread.altogether(), 30U);
 }
 
-TEST_F(UnreadMessagesTest, countsWhatWasSentBetweenQuestionAndAnswerOnTop) {
+TEST_F(UnreadMessagesTest, countsMessagesBetweenQuestionAndAnswerOnTop) {
   unread.sent("a", 90);
   unread.asked("a");
   unread.sent("a", 5);
@@ -72,7 +72,7 @@ TEST_F(UnreadMessagesTest, countsNothingThatOthersSent) {
   EXPECT_EQ(room("a", 200), Room::Enough);
 }
 
-TEST_F(UnreadMessagesTest, manyWhoLeaveLittleWeighNothing) {
+TEST_F(UnreadMessagesTest, manyClientsThatLeaveLittleWeighNothing) {
   for (int number = 0; number < 1000; ++number)
     unread.sent(std::to_string(number), limits.guaranteed);
   EXPECT_EQ(unread.altogether(), 0U);
@@ -154,7 +154,7 @@ TEST_F(UnreadMessagesTest, asksAboutAClientOnceAtATime) {
 }
 
 // A client that has nothing unread can always receive one whole message.
-TEST_F(UnreadMessagesTest, sendsOneWholeMessageToWhoHasNothingUnread) {
+TEST_F(UnreadMessagesTest, sendsOneWholeMessageToAClientWithNothingUnread) {
   EXPECT_EQ(room("a", 200), Room::Enough);
   unread.sent("a", 200);
   EXPECT_EQ(room("a", 11), Room::None);
@@ -162,7 +162,7 @@ TEST_F(UnreadMessagesTest, sendsOneWholeMessageToWhoHasNothingUnread) {
   EXPECT_EQ(room("a", 200), Room::Enough);
 }
 
-TEST_F(UnreadMessagesTest, keepsRoomForReadersWhateverOthersLeave) {
+TEST_F(UnreadMessagesTest, keepsRoomForReadersWhenOthersLeaveMuch) {
   makeReader("reader");
   for (const char *client : {"a", "b", "c"})
     unread.sent(client, 80);
@@ -194,7 +194,7 @@ TEST_F(UnreadMessagesTest, trialsLeaveRoomForOneWholeMessage) {
   EXPECT_EQ(room("reader", limits.reserve), Room::Enough);
 }
 
-TEST_F(UnreadMessagesTest, readersWhoStopReadingLeaveRoomForOneWholeMessage) {
+TEST_F(UnreadMessagesTest, readersThatStopReadingLeaveRoomForOneWholeMessage) {
   for (int number = 0; number < 100; ++number) {
     const std::string client = std::to_string(number);
     makeReader(client.c_str());
@@ -218,7 +218,7 @@ TEST_F(UnreadMessagesTest, allTogetherStayBelowTheirLimit) {
 
 // No answer to a client that reads is ever dropped: its next requests are held
 // back instead.
-TEST_F(UnreadMessagesTest, holdsBackOneWhoLeavesMuchUntilItReads) {
+TEST_F(UnreadMessagesTest, holdsBackAClientThatLeavesMuchUntilItReads) {
   unread.sent("a", 60);
   EXPECT_EQ(room("a", 40), Room::Enough);
   EXPECT_EQ(room("a", 41), Room::None);
@@ -232,7 +232,7 @@ TEST_F(UnreadMessagesTest, sendsShortAnswersBeyondThat) {
   EXPECT_EQ(unread.roomFor("a", 51, Kind::Short), Room::None);
 }
 
-TEST_F(UnreadMessagesTest, sendsLittleWhateverTheOthersLeave) {
+TEST_F(UnreadMessagesTest, sendsLittleWhenOthersLeaveMuch) {
   for (int number = 0; number < 100; ++number)
     unread.sent(std::to_string(number), 90);
   EXPECT_EQ(room("d", 10), Room::Enough);
