@@ -27,10 +27,10 @@ public:
   using Capacity = std::function<std::size_t()>;
   class Share;
 
-  // What one walk holds at most, with its helpers.
+  // What one walk holds at most by itself.
   static constexpr std::size_t perWalk = 40;
-  // What reading ahead holds beyond that, in shares of walks.
-  static constexpr std::size_t sharesForReadingAhead = 2;
+  // What the helpers of a walk or removal hold beyond that, in shares of walks.
+  static constexpr std::size_t sharesForHelpers = 2;
   // What one request takes at most besides: a tool with its pipes.
   static constexpr std::size_t perRequest = 10;
 

@@ -1,18 +1,21 @@
-// A number of processors that a test makes up.
+// Numbers of processors and of threads for a device that a test makes up.
 #pragma once
 
-#include "Foundation/Linux/WalkHelpers.h"
+#include "Foundation/POSIX/Processors.h"
 #include "Foundation/SharedInstance.h"
 
 namespace kwtest {
 
 class FakeProcessors final : public NS::Processors {
 public:
-  explicit FakeProcessors(unsigned count) : count_(count) {}
+  explicit FakeProcessors(unsigned count, unsigned forDevice = 8)
+      : count_(count), forDevice_(forDevice) {}
   unsigned usable() const override { return count_; }
+  unsigned threadsForDevice() const override { return forDevice_; }
 
 private:
   unsigned count_;
+  unsigned forDevice_;
   NS::ScopedOverride<NS::Processors> override_{*this};
 };
 

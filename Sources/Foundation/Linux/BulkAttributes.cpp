@@ -3,10 +3,10 @@
 // not go into the caller's buffer is read again by the next call.
 #include "Foundation/BulkAttributes.h"
 
-#include "Foundation/Linux/DirectoryRecords.h"
 #include "Foundation/Linux/ItemLocation.h"
 #include "Foundation/Log.h"
 #include "Foundation/POSIX/AttributeRecords.h"
+#include "Foundation/POSIX/DirectoryRecords.h"
 #include "Foundation/POSIX/Retrying.h"
 #include "Foundation/SharedInstance.h"
 

@@ -2,7 +2,7 @@
 #include "Foundation/FTS.h"
 
 #include "Foundation/Linux/HierarchyStream.h"
-#include "Foundation/Linux/WalkHelpers.h"
+#include "Foundation/POSIX/Processors.h"
 #include "Foundation/SharedInstance.h"
 
 #include <cerrno>

@@ -1,7 +1,7 @@
 // Opening, reading and leaving folders relative to one another.
 #include "Foundation/Linux/FolderStack.h"
 
-#include "Foundation/Linux/DirectoryRecords.h"
+#include "Foundation/POSIX/DirectoryRecords.h"
 
 #include <algorithm>
 #include <cerrno>

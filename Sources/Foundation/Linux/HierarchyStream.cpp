@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstring>
 #include <dirent.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace NS {
@@ -37,7 +36,7 @@ HierarchyStream::HierarchyStream(const std::string &path, int options, unsigned 
   rootParent_.level = -1;
   if (processors < 2)
     return;
-  shareAhead_ = DescriptorBudget::ofWalks().takeSpare(DescriptorBudget::sharesForReadingAhead);
+  shareAhead_ = DescriptorBudget::ofWalks().takeSpare(DescriptorBudget::sharesForHelpers);
   if (!shareAhead_)
     return;
   bool looksAtAll = !(options & FTSOption::NOSTAT);
@@ -116,7 +115,7 @@ HierarchyStream::Finding HierarchyStream::look(int folder, const char *name,
                                                std::uint8_t type) const {
   Finding found;
   if (mayBeFolder(type) || !(options_ & FTSOption::NOSTAT)) {
-    found.errnum = readStatus(folder, name, found.status);
+    found.errnum = foldercalls::readStatus(folder, name, found.status);
     found.info = found.errnum == 0 ? infoOfMode(found.status.mode) : FTSInfo::NS;
   }
   return found;
@@ -275,7 +274,7 @@ void HierarchyStream::refill(Frame &frame) {
   long count = -1;
   if (!frame.reseek || ::lseek(frame.descriptor, frame.nextOffset, SEEK_SET) >= 0)
     do
-      count = ::syscall(SYS_getdents64, frame.descriptor, records_.at(frame.base), size);
+      count = foldercalls::list(frame.descriptor, records_.at(frame.base), size);
     while (count < 0 && patience_.outlasts(errno));
   frame.reseek = false;
   if (count > 0) {

@@ -16,9 +16,9 @@
 #include "Foundation/DescriptorBudget.h"
 #include "Foundation/Exhaustion.h"
 #include "Foundation/FTS.h"
-#include "Foundation/Linux/DirectoryRecords.h"
-#include "Foundation/Linux/ItemStatus.h"
-#include "Foundation/Linux/ReadAhead.h"
+#include "Foundation/POSIX/DirectoryRecords.h"
+#include "Foundation/POSIX/FolderCalls.h"
+#include "Foundation/POSIX/ReadAhead.h"
 
 #include <cstddef>
 #include <cstdint>

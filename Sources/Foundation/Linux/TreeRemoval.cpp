@@ -1,20 +1,24 @@
 // Removal from the leaves up: files as they are met, a folder when the walk
-// leaves it. What vanishes meanwhile by another hand counts as removed. Volumes
-// answer slowly rather than being busy, so that walks side by side pay.
+// leaves it. What vanishes meanwhile by another hand counts as removed.
 #include "Foundation/Linux/TreeRemoval.h"
 
-#include "Foundation/Linux/Crew.h"
+#include "Foundation/DescriptorBudget.h"
 #include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/ItemLocation.h"
+#include "Foundation/POSIX/Processors.h"
+#include "Foundation/POSIX/SharedWork.h"
 #include "Foundation/Progress.h"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <unistd.h>
+#include <utility>
 
 namespace NS {
 namespace {
@@ -24,10 +28,11 @@ namespace {
 // gives up: somebody is working against it.
 constexpr unsigned patience = 16;
 
-// Threads besides the caller's. Each holds a window of descriptors of its own.
-constexpr std::size_t crewMembers = 2;
-// Folders directly within the root that are met before threads are started.
+// Folders that are met before threads are started.
 constexpr unsigned foldersWithoutCrew = 4;
+// Levels whose folders are shared out. For each the folder is held open until
+// what was shared out of it is gone.
+constexpr std::size_t sharedLevels = 8;
 
 bool isNoFolder(const StepOutcome &outcome) {
   return outcome.errnum() == ENOTDIR || outcome.errnum() == ELOOP;
@@ -63,34 +68,39 @@ private:
   TreeResult failure_;
 };
 
-// Told of a folder directly within the root: true when somebody else removes it.
-class FolderTaker {
+// Told of the folders that a walk meets, to have others remove them.
+class FolderSharer {
 public:
-  virtual ~FolderTaker() = default;
-  virtual bool take(int root, const char *name) = 0;
-  // Returns when all that was taken is dealt with.
-  virtual void finish() = 0;
+  virtual ~FolderSharer() = default;
+  // True when a folder in the walk's lowest one is somebody else's from now on.
+  virtual bool share(const FolderStack &stack, const char *name) = 0;
+  // Returns when all that was shared out of the folder at this depth is dealt
+  // with.
+  virtual void finish(std::size_t depth) = 0;
+};
+
+// Where one walk begins.
+struct RemovalRoot {
+  int parent; // the folder that holds it
+  const std::string &name;
+  const std::string &path; // for messages
 };
 
 class TreeRemover {
 public:
-  // The taker may be null.
-  TreeRemover(const ItemLocation &root, const std::string &path, ItemEraser &eraser,
-              Outcome &outcome, FolderTaker *taker)
-      : root_(root), path_(path), eraser_(eraser), outcome_(outcome), taker_(taker) {}
+  // The sharer may be null. The place is that of the thread that runs.
+  TreeRemover(const RemovalRoot &root, ItemEraser &eraser, Outcome &outcome, HelperPlace &place,
+              FolderSharer *sharer)
+      : root_(root), eraser_(eraser), outcome_(outcome), place_(place), sharer_(sharer) {}
 
   // Ends early, without a failure of its own, when another walk has failed.
   TreeResult run() {
     if (StepOutcome outcome = eraseOrEnter(root_.name.c_str(), DT_UNKNOWN); outcome.isFailed())
       return failureAtRoot(outcome);
     while (!stack_.empty() && !outcome_.isFailed()) {
-      StepOutcome outcome;
-      const FolderEntry *entry = stack_.next(outcome);
-      TreeResult result;
-      if (entry)
-        result = removeEntry(*entry);
-      else
-        result = outcome.isFailed() ? failure(outcome, "") : finishFolder();
+      place_.begin();
+      TreeResult result = removeNext();
+      place_.end();
       if (result)
         return result;
     }
@@ -98,13 +108,20 @@ public:
   }
 
 private:
-  int parent() const { return stack_.empty() ? root_.parent.get() : stack_.folder(); }
+  int parent() const { return stack_.empty() ? root_.parent : stack_.folder(); }
+
+  TreeResult removeNext() {
+    StepOutcome outcome;
+    if (const FolderEntry *entry = stack_.next(outcome))
+      return removeEntry(*entry);
+    return outcome.isFailed() ? failure(outcome, "") : finishFolder();
+  }
 
   TreeResult removeEntry(const FolderEntry &entry) {
-    if (isTaken(entry))
+    if (sharer_ && entry.type == DT_DIR && sharer_->share(stack_, entry.name))
       return {};
     if (progress_.wantsPath())
-      progress_.setPath(stack_.pathOf(path_, entry.name));
+      progress_.setPath(stack_.pathOf(root_.path, entry.name));
     std::size_t depth = stack_.depth();
     StepOutcome outcome = eraseOrEnter(entry.name, entry.type);
     if (outcome.isDone() || outcome.isMissing())
@@ -113,14 +130,8 @@ private:
     return failure(outcome, stack_.depth() > depth ? "" : entry.name);
   }
 
-  bool isTaken(const FolderEntry &entry) {
-    return taker_ && stack_.depth() == 1 && entry.type == DT_DIR &&
-           taker_->take(stack_.folder(), entry.name);
-  }
-
   StepOutcome enter(const char *name) {
-    StepOutcome outcome =
-        stack_.empty() ? stack_.openRoot(root_.parent.get(), name) : stack_.enter(name);
+    StepOutcome outcome = stack_.empty() ? stack_.openRoot(root_.parent, name) : stack_.enter(name);
     return outcome.isDone() ? eraser_.admit(stack_.folder()) : outcome;
   }
 
@@ -144,11 +155,10 @@ private:
 
   // Leaves the folder that was read to its end and removes it.
   TreeResult finishFolder() {
-    if (taker_ && stack_.depth() == 1) {
-      taker_->finish();
-      if (outcome_.isFailed())
-        return {};
-    }
+    if (sharer_)
+      sharer_->finish(stack_.depth());
+    if (outcome_.isFailed())
+      return {};
     if (progress_.isCancelled())
       return failure({TreeStep::Cancel, ECANCELED}, "");
     std::string name = stack_.folderName();
@@ -184,57 +194,84 @@ private:
   }
 
   TreeResult failureAtRoot(const StepOutcome &outcome) const {
-    return TreeFailure{outcome, TreeItem::Asked, path_};
+    return TreeFailure{outcome, TreeItem::Asked, root_.path};
   }
   TreeResult failure(const StepOutcome &outcome, const std::string &name) const {
-    return TreeFailure{outcome, TreeItem::Inner, stack_.pathOf(path_, name)};
+    return TreeFailure{outcome, TreeItem::Inner, stack_.pathOf(root_.path, name)};
   }
 
-  const ItemLocation &root_;
-  const std::string &path_;
+  const RemovalRoot root_;
   ItemEraser &eraser_;
   Outcome &outcome_;
-  FolderTaker *taker_;
+  HelperPlace &place_;
+  FolderSharer *sharer_;
   Progress &progress_ = Progress::current();
   FolderStack stack_{MountPoints::Refuse, EntryOrder::ByInode};
 };
 
-// Has the root's folders removed by a crew, each folder by a walk of its own.
-class SharedRemoval final : public FolderTaker {
+// Removes a tree by one walk from the root, which shares folders out to a crew,
+// each to be removed by a walk of its own.
+class SharedRemoval final : public FolderSharer {
 public:
   SharedRemoval(const ItemLocation &root, const std::string &path, ItemEraser &eraser)
-      : root_(root), path_(path), eraser_(eraser),
-        crew_(crewMembers, [this](const std::string &name) { removeChild(name); }) {}
+      : root_{root.parent.get(), root.name, path}, eraser_(eraser),
+        work_(Processors::shared().usable()) {}
 
   TreeResult run() {
-    TreeResult own = TreeRemover(root_, path_, eraser_, outcome_, this).run();
+    TreeResult own = TreeRemover(root_, eraser_, outcome_, work_.own(), this).run();
     if (own)
       outcome_.fail(std::move(*own));
     return outcome_.result();
   }
 
-  bool take(int root, const char *name) override {
-    if (++folders_ <= foldersWithoutCrew)
+  bool share(const FolderStack &stack, const char *name) override {
+    const std::size_t depth = stack.depth();
+    if (depth > sharedLevels || ++folders_ <= foldersWithoutCrew || !mayHold() || !work_.hasRoom())
       return false;
-    // The walk closes its own descriptor of the root when it goes down far.
-    if (!folder_)
-      folder_ = Descriptor(::fcntl(root, F_DUPFD_CLOEXEC, 0));
-    return folder_ && crew_.offer(name);
+    std::shared_ptr<Folder> &folder = shared_[depth - 1];
+    if (!folder) {
+      // The walk closes its own descriptor when it goes down far.
+      Descriptor copy(::fcntl(stack.folder(), F_DUPFD_CLOEXEC, 0));
+      if (!copy)
+        return false;
+      folder = std::make_shared<Folder>(std::move(copy), stack.pathOf(root_.path, ""));
+    }
+    return work_.offer(folder, [this, folder = folder.get(), name = std::string(name)](
+                                   HelperPlace &place) { removeChild(*folder, name, place); });
   }
 
-  void finish() override {
-    crew_.finish();
-    // Another folder can bear the root's name when it is gone through again.
-    folder_.reset();
+  void finish(std::size_t depth) override {
+    if (depth > sharedLevels || !shared_[depth - 1])
+      return;
+    work_.finish(*shared_[depth - 1]);
+    // Another folder can have this place when the walk comes down here again.
+    shared_[depth - 1].reset();
   }
 
 private:
+  // A folder out of which others were shared.
+  struct Folder final : SharedWork::Portion {
+    Folder(Descriptor open, std::string itsPath)
+        : descriptor(std::move(open)), path(std::move(itsPath)) {}
+    Descriptor descriptor;
+    std::string path;
+  };
+
+  // Whether there are descriptors for the walks of the crew.
+  bool mayHold() {
+    if (!std::exchange(hasAsked_, true))
+      descriptors_ = DescriptorBudget::ofWalks().takeSpare(DescriptorBudget::sharesForHelpers);
+    return static_cast<bool>(descriptors_);
+  }
+
   // Runs on any thread of the crew.
-  void removeChild(const std::string &name) {
+  void removeChild(const Folder &folder, const std::string &name, HelperPlace &place) {
     if (outcome_.isFailed())
       return;
     try {
-      TreeResult failure = removeFolderOfRoot(name);
+      std::string path = folder.path + "/" + name;
+      RemovalRoot root{folder.descriptor.get(), name, path};
+      TreeResult failure = TreeRemover(root, eraser_, outcome_, place, nullptr).run();
       // A child that is gone is not the item that was asked about.
       if (failure && !failure->isGone()) {
         failure->item = TreeItem::Inner;
@@ -245,21 +282,14 @@ private:
     }
   }
 
-  TreeResult removeFolderOfRoot(const std::string &name) {
-    std::string path = path_ + "/" + name;
-    ItemLocation child{Descriptor(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0)), name};
-    if (!child.parent)
-      return TreeFailure{{TreeStep::Identify, errno}, TreeItem::Asked, std::move(path)};
-    return TreeRemover(child, path, eraser_, outcome_, nullptr).run();
-  }
-
-  const ItemLocation &root_;
-  const std::string &path_;
+  const RemovalRoot root_;
   ItemEraser &eraser_;
   Outcome outcome_;
   unsigned folders_ = 0;
-  Descriptor folder_;
-  Crew crew_; // last, so that its threads end before all else
+  bool hasAsked_ = false;
+  DescriptorBudget::Share descriptors_;
+  std::array<std::shared_ptr<Folder>, sharedLevels> shared_; // by depth
+  SharedWork work_; // last, so that its threads end before all else
 };
 
 } // namespace

@@ -1,7 +1,6 @@
 // Walks that several threads read ahead of, against the walk alone: the same
 // sequence on any tree, and everything bounded.
 #include "Foundation/FTS.h"
-#include "Foundation/Linux/WalkHelpers.h"
 
 #include "Support/Attacker.h"
 #include "Support/FakeProcessors.h"
@@ -190,31 +189,6 @@ TEST(FTSReadAhead, isNotLedOutsideByFoldersSwappedForLinks) {
         kwtest::sequence(*NS::FTS::shared().openForAll(scratch.path(), physical), physical);
     ASSERT_EQ(text.find("secret"), std::string::npos) << text;
   }
-}
-
-TEST(WalkHelpers, leaveOneProcessorToEachWalk) {
-  NS::WalkHelpers one(2);
-  one.wantHelp();
-  one.wantHelp();
-  EXPECT_TRUE(one.mayJoin());
-  EXPECT_FALSE(one.mayJoin());
-  EXPECT_TRUE(one.mayStay());
-  {
-    NS::WalkHelpers two(2);
-    two.wantHelp();
-    EXPECT_FALSE(two.mayJoin());
-    EXPECT_FALSE(one.mayStay());
-    one.leave();
-    EXPECT_FALSE(one.mayJoin());
-  }
-  EXPECT_TRUE(one.mayJoin());
-  one.leave();
-}
-
-TEST(WalkHelpers, areNoneOnOneProcessor) {
-  NS::WalkHelpers alone(1);
-  alone.wantHelp();
-  EXPECT_FALSE(alone.mayJoin());
 }
 
 } // namespace

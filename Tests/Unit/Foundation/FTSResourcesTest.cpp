@@ -3,7 +3,6 @@
 #include "Foundation/DescriptorBudget.h"
 #include "Foundation/FTS.h"
 #include "Foundation/Linux/HierarchyStream.h"
-#include "Foundation/Linux/WalkHelpers.h"
 #include "Foundation/Progress.h"
 #include "Foundation/SharedInstance.h"
 #include "Foundation/Thread.h"
@@ -104,7 +103,7 @@ TEST(FTSResources, readsNothingAheadWhereNoSharesAreToSpare) {
   kwtest::FakeProcessors processors(4);
   const std::size_t before = walks.inUse();
   auto first = NS::FTS::shared().openForAll(scratch.path(), physical);
-  EXPECT_EQ(walks.inUse(), before + 1 + NS::DescriptorBudget::sharesForReadingAhead);
+  EXPECT_EQ(walks.inUse(), before + 1 + NS::DescriptorBudget::sharesForHelpers);
   std::vector<NS::DescriptorBudget::Share> spare;
   while (auto share = walks.takeSpare(1))
     spare.push_back(std::move(share));

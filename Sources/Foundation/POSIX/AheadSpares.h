@@ -1,0 +1,54 @@
+// Content that the walk has used, kept to be filled again. For bodies of the
+// seam only.
+//
+// Content is made by the thread that reads and given up by the walk's. An
+// allocator that serves several threads pays for each block that goes that way:
+// the giving thread has to take the lock of the other's heap. Content that is
+// used again spares this, and spares growing its two buffers each time.
+//
+// What was large is not kept, as few folders are: the spares together hold no
+// more than a mebibyte. Nothing here allocates after the construction, so that
+// giving content back works without memory.
+//
+// Guarded by the lock of ReadAhead.
+#pragma once
+
+#include "Foundation/POSIX/AheadBatch.h"
+
+#include <cstddef>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace NS {
+
+class AheadSpares {
+public:
+  AheadSpares() { spares_.reserve(most); }
+
+  // Null when there is none.
+  std::unique_ptr<AheadContent> take() {
+    if (spares_.empty())
+      return nullptr;
+    std::unique_ptr<AheadContent> content = std::move(spares_.back());
+    spares_.pop_back();
+    return content;
+  }
+
+  // May be null.
+  void give(std::unique_ptr<AheadContent> content) {
+    if (!content || spares_.size() == most || content->bytes() > largest)
+      return;
+    content->records.clear();
+    content->items.clear();
+    spares_.push_back(std::move(content));
+  }
+
+private:
+  static constexpr std::size_t most = 64;
+  static constexpr std::size_t largest = 16 * 1024;
+
+  std::vector<std::unique_ptr<AheadContent>> spares_;
+};
+
+} // namespace NS

@@ -1,0 +1,107 @@
+// How many threads of this process help its walks and removals. For bodies of
+// the seam only.
+//
+// There is one count for the process. In it are the operations that want help,
+// each with its own thread, and the threads that help them. A helper has a
+// place in the count, and gives it back when it ends and for as long as it has
+// nothing to do.
+//
+// What the work waits for decides how many there may be. While everything is
+// in memory a thread more than there are processors only takes time from the
+// others. While threads wait for a device, the processors are free, and a
+// device serves several requests at once in hardly more time than one. So the
+// count has two bounds: threads that run, no more than there are processors;
+// and threads in all, no more than a device can use (or than there are
+// processors, where these are more).
+//
+// Whether a thread runs or waits, the kernel tells: it counts how often the
+// thread gave up its processor. A thread looks at that count before and after a
+// piece of work, not at each piece, since the look itself costs as much as a
+// look at a file. A wait in one of the last two pieces looked at counts the
+// thread as waiting, and another one may start. When what follows turns out to
+// be in memory, more run than there are processors, and helpers that find it so
+// leave.
+//
+// Thread-safe, but for a place, which belongs to one thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <utility>
+
+namespace NS {
+
+class Helpers;
+
+// A thread's place in the count, given back with this object. It belongs to one
+// thread at a time.
+class HelperPlace {
+public:
+  HelperPlace() = default;
+  HelperPlace(HelperPlace &&other) noexcept { *this = std::move(other); }
+  HelperPlace &operator=(HelperPlace &&other) noexcept;
+  ~HelperPlace() { rest(); }
+  explicit operator bool() const { return helpers_ != nullptr; }
+
+  // To be asked between two pieces of work: false when this helper runs where
+  // another thread should.
+  bool mayStay() const;
+  // Gives the place to others.
+  void rest();
+
+  // Around a piece of work in which the thread waits for nothing but files.
+  void begin();
+  void end();
+
+private:
+  friend class Helpers;
+  explicit HelperPlace(Helpers &helpers) : helpers_(&helpers) {}
+
+  // From one look to the next, in pieces. The first two pieces are looked at as
+  // well, to tell soon whether others are to be called.
+  static constexpr unsigned interval = 16;
+
+  Helpers *helpers_ = nullptr; // null when it is not held
+  bool waits_ = false;         // as it is counted
+  bool waitedBefore_ = false;  // in the piece looked at before
+  bool isLooking_ = false;
+  unsigned pieces_ = 0;
+  std::uint64_t waitsBefore_ = 0;
+};
+
+// One operation's claim on helpers. It must outlive their places. Thread-safe,
+// but for want and own, which are the operation's thread's.
+class Helpers {
+public:
+  explicit Helpers(unsigned processors);
+  Helpers(const Helpers &) = delete;
+  Helpers &operator=(const Helpers &) = delete;
+
+  // Counts the operation's own thread, which then takes a processor from those
+  // of the others. Counting it twice changes nothing.
+  void want();
+  // The place of that thread; not held until it is counted.
+  HelperPlace &own() { return own_; }
+
+  // A place for one more helper; one that is not held when there is none.
+  HelperPlace take();
+  // Whether more threads are at work than there are processors, so that one
+  // that looks on while it waits takes time from those it waits for.
+  bool isCrowded() const;
+
+private:
+  friend class HelperPlace;
+  // A few threads that run reach what a volume's own locks allow.
+  static constexpr unsigned mostRunning = 4;
+
+  bool enter(bool isOwn);
+  void leave(bool waits);
+  void setWaiting(bool waits);
+  bool isInTheWay() const;
+
+  const unsigned processors_;
+  const unsigned mostThreads_;
+  unsigned running_ = 0; // of this operation; guarded by the count's lock
+  HelperPlace own_;
+};
+
+} // namespace NS

@@ -1,0 +1,29 @@
+// What the host says of processors, and of a thread that waits instead of using
+// one. For bodies of the seam only.
+//
+// Thread-safe.
+#pragma once
+
+#include <cstdint>
+
+namespace NS {
+
+class Processors {
+public:
+  virtual ~Processors() = default;
+  static Processors &shared();
+  static Processors *exchangeShared(Processors *replacement);
+
+  // Those that the calling thread may run on.
+  virtual unsigned usable() const = 0;
+  // How many threads help at most to keep a device busy, however few the
+  // processors are.
+  virtual unsigned threadsForDevice() const { return 8; }
+};
+
+// Grows whenever the calling thread gives its processor up to wait for
+// something: a device, a lock, another thread. Only the difference of two
+// values of one thread means anything.
+std::uint64_t waitsOfThisThread();
+
+} // namespace NS
