@@ -2,19 +2,15 @@
 // only when the next item is requested, so that skipping costs nothing. When a
 // folder is moved during the walk in it, the walk goes on with the others.
 #include "Foundation/DescriptorBudget.h"
-#include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/TreeOperations.h"
 #include "Foundation/Log.h"
+#include "Foundation/POSIX/FolderChain.h"
 #include "Foundation/PathUtilities.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 
 namespace NS {
 namespace {
-
-constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
 
 class TreeCursor {
 public:
@@ -23,17 +19,16 @@ public:
     if (holdsNul(root))
       return;
     // Follows links of the root itself, and none beneath it.
-    root_ = Descriptor(::open(root.c_str(), folderFlags));
-    Descriptor folder(root_ ? ::openat(root_.get(), ".", folderFlags) : -1);
+    Descriptor folder(::open(root.c_str(), folderFlags & ~O_NOFOLLOW));
     if (folder)
-      static_cast<void>(stack_.openRoot(std::move(folder)));
+      static_cast<void>(chain_.openRoot(std::move(folder)));
   }
 
   bool next() {
     descend();
-    while (!stack_.empty()) {
+    while (!chain_.empty()) {
       StepOutcome outcome;
-      const FolderEntry *entry = stack_.next(outcome);
+      const FolderEntry *entry = chain_.next(outcome);
       if (!entry) {
         if (!leave())
           break;
@@ -58,49 +53,40 @@ private:
   void take(const FolderEntry &entry) {
     name_ = entry.name;
     path_ = prefix_ + name_;
-    level_ = stack_.depth();
-    isDirectory_ = entry.type == DT_DIR || (entry.type == DT_UNKNOWN && isFolder(entry.name));
+    level_ = chain_.depth();
+    isDirectory_ = chain_.isFolder(entry);
     mayDescend_ =
         isDirectory_ && (options_ & DirectoryEnumerationSkipsSubdirectoryDescendants) == 0;
-  }
-
-  bool isFolder(const char *name) const {
-    struct stat status;
-    return ::fstatat(stack_.folder(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-           S_ISDIR(status.st_mode);
   }
 
   void descend() {
     if (!mayDescend_)
       return;
     mayDescend_ = false;
-    if (stack_.enter(name_.c_str()).isDone())
+    if (chain_.enter(name_.c_str()).isDone())
       prefix_ += name_ + "/";
   }
 
   // False when the walk can reach no further folder, which ends it.
   bool leave() {
-    std::size_t length = std::string_view(stack_.folderName()).size();
-    if (stack_.depth() > 1)
+    std::size_t length = std::string_view(chain_.folderName()).size();
+    if (chain_.depth() > 1)
       prefix_.resize(prefix_.size() - length - 1);
-    if (stack_.leave().isDone())
+    if (chain_.leave().isDone())
       return true;
-    bool found = stack_.findAgain(root_, [this](const std::string &below) {
+    bool found = chain_.findAgain([this](const std::string &below) {
       Log("%@ was moved; the rest of it is left out of a list.",
           stringByAppendingPathComponent(rootPath_, below));
     });
     if (found)
-      prefix_ = stack_.depth() > 1 ? stack_.pathBelowRoot() + "/" : "";
-    else
-      stack_ = FolderStack(MountPoints::Enter);
+      prefix_ = chain_.depth() > 1 ? chain_.pathBelowRoot() + "/" : "";
     return found;
   }
 
   DirectoryEnumerationOptions options_;
   WalkShare share_;
   const std::string rootPath_;
-  Descriptor root_; // to find the way again
-  FolderStack stack_{MountPoints::Enter};
+  FolderChain chain_{{.keepsRoot = true}};
   std::string prefix_; // the lowest folder's path with a slash, empty at the root
   std::string name_;   // the last item, as the fields below
   std::string path_;

@@ -4,9 +4,9 @@
 #include "Foundation/FileFlags.h"
 
 #include "Foundation/DescriptorBudget.h"
-#include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/ItemLocation.h"
 #include "Foundation/POSIX/Descriptor.h"
+#include "Foundation/POSIX/FolderChain.h"
 #include "Foundation/PathUtilities.h"
 #include "Foundation/Progress.h"
 #include "Foundation/SharedInstance.h"
@@ -72,14 +72,14 @@ public:
   void run() {
     ItemLocation location;
     if (locateItem(path_, location) != 0 ||
-        stack_.openRoot(location.parent.get(), location.name.c_str()).isFailed())
+        chain_.openRoot(location.parent.get(), location.name.c_str()).isFailed())
       return;
-    while (!stack_.empty() && !progress_.isCancelled()) {
+    while (!chain_.empty() && !progress_.isCancelled()) {
       StepOutcome outcome;
-      if (const FolderEntry *entry = stack_.next(outcome)) {
+      if (const FolderEntry *entry = chain_.next(outcome)) {
         if (unlock(entry->name))
-          static_cast<void>(stack_.enter(entry->name));
-      } else if (stack_.leave().isFailed()) {
+          static_cast<void>(chain_.enter(entry->name));
+      } else if (chain_.leave().isFailed()) {
         return;
       }
     }
@@ -89,7 +89,7 @@ private:
   // Tells whether the item is a folder to descend into.
   bool unlock(const char *name) {
     struct statx status;
-    int folder = stack_.folder();
+    int folder = chain_.folder();
     if (::statx(folder, name, AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) != 0)
       return false;
     bool isLink = S_ISLNK(status.stx_mode);
@@ -98,7 +98,7 @@ private:
     if (flagsOf(status) & mask_) {
       Descriptor item(::openat(folder, name, O_PATH | O_CLOEXEC | (isLink ? 0 : O_NOFOLLOW)));
       if (int error = item ? clearFlags(item.get(), mask_) : errno; error != 0)
-        failed_(stack_.pathOf(path_, name), error);
+        failed_(chain_.pathOf(path_, name), error);
     }
     return !isLink && S_ISDIR(status.stx_mode);
   }
@@ -108,7 +108,7 @@ private:
   const FileFlags::FailureHandler &failed_;
   WalkShare share_;
   Progress &progress_ = Progress::current();
-  FolderStack stack_{MountPoints::Refuse};
+  FolderChain chain_{{.mountPoints = MountPoints::Refuse}};
 };
 
 class RealFileFlags final : public FileFlags {

@@ -5,10 +5,10 @@
 #include "Foundation/DescriptorBudget.h"
 #include "Foundation/Exhaustion.h"
 #include "Foundation/Linux/TreeOperations.h"
+#include "Foundation/POSIX/FolderChain.h"
 #include "Foundation/SharedInstance.h"
 
 #include <cerrno>
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -96,53 +96,18 @@ bool succeed(const TreeResult &result, ErrorSlot error, FileAccess access = File
   return !result;
 }
 
-// An open folder during its reading. Errors are errno values; an empty optional
-// and 0 at the end.
-class FolderListing {
-public:
-  explicit FolderListing(const std::string &path)
-      : folder_(isCutShort(path) ? nullptr : ::opendir(path.c_str())) {}
-  ~FolderListing() {
-    if (folder_)
-      ::closedir(folder_);
-  }
-  FolderListing(const FolderListing &) = delete;
-  FolderListing &operator=(const FolderListing &) = delete;
-
-  bool isOpen() const { return folder_ != nullptr; }
-
-  const dirent *next() {
-    for (;;) {
-      errno = 0;
-      const dirent *entry = ::readdir(folder_);
-      std::string_view name = entry ? entry->d_name : "";
-      if (name != "." && name != "..")
-        return entry;
-    }
-  }
-
-  bool isFolder(const dirent &entry) const {
-    if (entry.d_type != DT_UNKNOWN)
-      return entry.d_type == DT_DIR;
-    struct stat status;
-    return ::fstatat(::dirfd(folder_), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-           S_ISDIR(status.st_mode);
-  }
-
-private:
-  DIR *folder_;
-};
-
 // Calls the handler with each entry. After a failure the entries listed so far
 // are void.
 template <typename Handler>
 bool listFolder(const std::string &path, ErrorSlot error, const Handler &handler) {
-  FolderListing listing(path);
-  if (!listing.isOpen())
+  Descriptor folder(isCutShort(path) ? -1 : ::open(path.c_str(), folderFlags & ~O_NOFOLLOW));
+  if (!folder)
     return fail(errno, path, FileAccess::Reading, error);
-  while (const dirent *entry = listing.next())
-    handler(*entry, listing);
-  return errno == 0 || fail(errno, path, FileAccess::Reading, error);
+  FolderChain chain({});
+  StepOutcome outcome = chain.openRoot(std::move(folder));
+  while (const FolderEntry *entry = outcome.isDone() ? chain.next(outcome) : nullptr)
+    handler(*entry, chain);
+  return outcome.isDone() || fail(outcome.errnum(), path, FileAccess::Reading, error);
 }
 
 bool makeFolder(const std::string &path) {
@@ -186,8 +151,8 @@ public:
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(const std::string &path,
                                                                     ErrorSlot error) override {
     std::vector<std::string> names;
-    auto keepName = [&](const dirent &entry, const FolderListing &) {
-      names.emplace_back(entry.d_name);
+    auto keepName = [&](const FolderEntry &entry, const FolderChain &) {
+      names.emplace_back(entry.name);
     };
     if (!listFolder(path, error, keepName))
       return {};
@@ -200,9 +165,9 @@ public:
     std::vector<URL> children;
     std::string prefix = url.path() == "/" ? "/" : url.path() + "/";
     bool skipsHidden = (options & DirectoryEnumerationSkipsHiddenFiles) != 0;
-    auto keepURL = [&](const dirent &entry, const FolderListing &listing) {
-      if (!skipsHidden || entry.d_name[0] != '.')
-        children.push_back(URL::fileURLWithPath(prefix + entry.d_name, listing.isFolder(entry)));
+    auto keepURL = [&](const FolderEntry &entry, const FolderChain &folder) {
+      if (!skipsHidden || entry.name[0] != '.')
+        children.push_back(URL::fileURLWithPath(prefix + entry.name, folder.isFolder(entry)));
     };
     if (!listFolder(url.path(), error, keepURL))
       return {};

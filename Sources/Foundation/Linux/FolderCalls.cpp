@@ -1,44 +1,26 @@
-// Folders by getdents64 and fstatat.
+// Folders by getdents64 and statx.
 #include "Foundation/POSIX/FolderCalls.h"
 
 #include <cerrno>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace NS::foldercalls {
-namespace {
 
-FTSStat statusFrom(const struct stat &found) {
-  FTSStat status;
-  status.device = found.st_dev;
-  status.inode = found.st_ino;
-  status.mode = found.st_mode;
-  status.linkCount = found.st_nlink;
-  status.size = found.st_size;
-  status.blocks = found.st_blocks;
-  status.blockSize = static_cast<std::int32_t>(found.st_blksize);
-  return status;
-}
-
-} // namespace
+const int lookFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
 
 long list(int folder, void *buffer, std::size_t size) {
   return ::syscall(SYS_getdents64, folder, buffer, size);
 }
 
-int readStatus(int folder, const char *name, FTSStat &status) {
-  struct stat found;
-  if (::fstatat(folder, name, &found, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
+int identify(int item, FolderIdentity &identity) {
+  struct statx found;
+  if (::statx(item, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_INO | STATX_MNT_ID, &found) != 0)
     return errno;
-  status = statusFrom(found);
-  return 0;
-}
-
-int readStatus(int folder, FTSStat &status) {
-  struct stat found;
-  if (::fstat(folder, &found) != 0)
-    return errno;
-  status = statusFrom(found);
+  identity.id = {::makedev(found.stx_dev_major, found.stx_dev_minor), found.stx_ino};
+  bool isNumbered = (found.stx_mask & STATX_MNT_ID) != 0;
+  identity.mount = isNumbered ? found.stx_mnt_id : identity.id.device;
   return 0;
 }
 

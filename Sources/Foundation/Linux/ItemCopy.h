@@ -2,8 +2,8 @@
 // Internal to Foundation.
 #pragma once
 
-#include "Foundation/Linux/TreeOutcome.h"
 #include "Foundation/POSIX/AttributeCopy.h"
+#include "Foundation/POSIX/TreeOutcome.h"
 
 #include <ctime>
 #include <sys/stat.h>

@@ -2,8 +2,8 @@
 // renamed into place. Internal to Foundation.
 #pragma once
 
-#include "Foundation/Linux/TreeOutcome.h"
 #include "Foundation/POSIX/Descriptor.h"
+#include "Foundation/POSIX/TreeOutcome.h"
 
 #include <string>
 

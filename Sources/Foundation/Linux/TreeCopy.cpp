@@ -3,8 +3,8 @@
 #include "Foundation/Linux/TreeCopy.h"
 
 #include "Foundation/Linux/CopiedItems.h"
-#include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/ItemCopy.h"
+#include "Foundation/POSIX/FolderChain.h"
 #include "Foundation/Progress.h"
 
 #include <cerrno>
@@ -39,7 +39,8 @@ public:
              Staging &staging, CopyPurpose purpose, CopiedItems *record)
       : sourceRoot_(source), srcPath_(srcPath), targetRoot_(target), staging_(staging),
         purpose_(purpose), record_(record),
-        source_(purpose == CopyPurpose::Move ? MountPoints::Refuse : MountPoints::Enter) {}
+        source_({.mountPoints =
+                     purpose == CopyPurpose::Move ? MountPoints::Refuse : MountPoints::Enter}) {}
 
   TreeResult run() {
     StepOutcome outcome = copyItem(sourceRoot_.name.c_str(), targetRoot_.name.c_str());
@@ -217,8 +218,8 @@ private:
   CopyPurpose purpose_;
   CopiedItems *record_;
   Progress &progress_ = Progress::current();
-  FolderStack source_;
-  FolderStack target_{MountPoints::Refuse};
+  FolderChain source_;
+  FolderChain target_{{.mountPoints = MountPoints::Refuse}};
   std::vector<ItemStatus> statuses_; // of the folders that the walk is in
   bool hasLinks_ = false;            // whether a copy can be found again
   LeftOut leftOut_;

@@ -2,10 +2,10 @@
 // original is still the same, and then its removal.
 #include "Foundation/Linux/TreeMove.h"
 
-#include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/ItemCopy.h"
 #include "Foundation/Linux/TreeRemoval.h"
 #include "Foundation/Log.h"
+#include "Foundation/POSIX/FolderChain.h"
 #include "Foundation/Progress.h"
 
 #include <algorithm>
@@ -110,16 +110,16 @@ public:
   TreeResult run() {
     if (StepOutcome outcome = check(source_.parent.get(), source_.name.c_str()); outcome.isFailed())
       return TreeFailure{outcome, TreeItem::Asked, srcPath_};
-    while (!stack_.empty()) {
+    while (!chain_.empty()) {
       StepOutcome outcome;
-      const FolderEntry *entry = stack_.next(outcome);
+      const FolderEntry *entry = chain_.next(outcome);
       std::string name = entry ? entry->name : "";
       if (entry)
-        outcome = check(stack_.folder(), name.c_str());
+        outcome = check(chain_.folder(), name.c_str());
       else if (outcome.isDone())
-        outcome = stack_.leave();
+        outcome = chain_.leave();
       if (outcome.isFailed() && !outcome.isMissing())
-        return TreeFailure{outcome, TreeItem::Inner, stack_.pathOf(srcPath_, name)};
+        return TreeFailure{outcome, TreeItem::Inner, chain_.pathOf(srcPath_, name)};
     }
     return {};
   }
@@ -136,15 +136,15 @@ private:
       return outcome;
     if (!S_ISDIR(status.mode))
       return {};
-    StepOutcome outcome = stack_.empty() ? stack_.openRoot(folder, name) : stack_.enter(name);
-    return outcome.isDone() ? checkFolder(copied_, stack_.folder()) : outcome;
+    StepOutcome outcome = chain_.empty() ? chain_.openRoot(folder, name) : chain_.enter(name);
+    return outcome.isDone() ? checkFolder(copied_, chain_.folder()) : outcome;
   }
 
   const ItemLocation &source_;
   const std::string &srcPath_;
   const CopiedItems &copied_;
   Progress &progress_ = Progress::current();
-  FolderStack stack_{MountPoints::Refuse};
+  FolderChain chain_{{.mountPoints = MountPoints::Refuse}};
 };
 
 // What would only turn out after the whole copy: nothing can be removed from

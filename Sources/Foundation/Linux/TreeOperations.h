@@ -5,7 +5,7 @@
 #pragma once
 
 #include "Foundation/FileManager.h"
-#include "Foundation/Linux/TreeOutcome.h"
+#include "Foundation/POSIX/TreeOutcome.h"
 
 #include <memory>
 #include <optional>

@@ -3,8 +3,8 @@
 #include "Foundation/Linux/TreeRemoval.h"
 
 #include "Foundation/DescriptorBudget.h"
-#include "Foundation/Linux/FolderStack.h"
 #include "Foundation/Linux/ItemLocation.h"
+#include "Foundation/POSIX/FolderChain.h"
 #include "Foundation/POSIX/Processors.h"
 #include "Foundation/POSIX/SharedWork.h"
 #include "Foundation/Progress.h"
@@ -73,7 +73,7 @@ class FolderSharer {
 public:
   virtual ~FolderSharer() = default;
   // True when a folder in the walk's lowest one is somebody else's from now on.
-  virtual bool share(const FolderStack &stack, const char *name) = 0;
+  virtual bool share(const FolderChain &stack, const char *name) = 0;
   // Returns when all that was shared out of the folder at this depth is dealt
   // with.
   virtual void finish(std::size_t depth) = 0;
@@ -94,10 +94,11 @@ public:
       : root_(root), eraser_(eraser), outcome_(outcome), place_(place), sharer_(sharer) {}
 
   // Ends early, without a failure of its own, when another walk has failed.
-  TreeResult run() {
-    if (StepOutcome outcome = eraseOrEnter(root_.name.c_str(), DT_UNKNOWN); outcome.isFailed())
+  // The type is what the root was listed as.
+  TreeResult run(unsigned char type) {
+    if (StepOutcome outcome = eraseOrEnter(root_.name.c_str(), type); outcome.isFailed())
       return failureAtRoot(outcome);
-    while (!stack_.empty() && !outcome_.isFailed()) {
+    while (!chain_.empty() && !outcome_.isFailed()) {
       place_.begin();
       TreeResult result = removeNext();
       place_.end();
@@ -108,31 +109,31 @@ public:
   }
 
 private:
-  int parent() const { return stack_.empty() ? root_.parent : stack_.folder(); }
+  int parent() const { return chain_.empty() ? root_.parent : chain_.folder(); }
 
   TreeResult removeNext() {
     StepOutcome outcome;
-    if (const FolderEntry *entry = stack_.next(outcome))
+    if (const FolderEntry *entry = chain_.next(outcome))
       return removeEntry(*entry);
     return outcome.isFailed() ? failure(outcome, "") : finishFolder();
   }
 
   TreeResult removeEntry(const FolderEntry &entry) {
-    if (sharer_ && entry.type == DT_DIR && sharer_->share(stack_, entry.name))
+    if (sharer_ && entry.type == DT_DIR && sharer_->share(chain_, entry.name))
       return {};
     if (progress_.wantsPath())
-      progress_.setPath(stack_.pathOf(root_.path, entry.name));
-    std::size_t depth = stack_.depth();
+      progress_.setPath(chain_.pathOf(root_.path, entry.name));
+    std::size_t depth = chain_.depth();
     StepOutcome outcome = eraseOrEnter(entry.name, entry.type);
     if (outcome.isDone() || outcome.isMissing())
       return {};
     // On its way down the walk may give up the buffer that holds the name.
-    return failure(outcome, stack_.depth() > depth ? "" : entry.name);
+    return failure(outcome, chain_.depth() > depth ? "" : entry.name);
   }
 
   StepOutcome enter(const char *name) {
-    StepOutcome outcome = stack_.empty() ? stack_.openRoot(root_.parent, name) : stack_.enter(name);
-    return outcome.isDone() ? eraser_.admit(stack_.folder()) : outcome;
+    StepOutcome outcome = chain_.empty() ? chain_.openRoot(root_.parent, name) : chain_.enter(name);
+    return outcome.isDone() ? eraser_.admit(chain_.folder()) : outcome;
   }
 
   // A name that was a folder's can be another item's by now, and the reverse.
@@ -156,14 +157,14 @@ private:
   // Leaves the folder that was read to its end and removes it.
   TreeResult finishFolder() {
     if (sharer_)
-      sharer_->finish(stack_.depth());
+      sharer_->finish(chain_.depth());
     if (outcome_.isFailed())
       return {};
     if (progress_.isCancelled())
       return failure({TreeStep::Cancel, ECANCELED}, "");
-    std::string name = stack_.folderName();
-    unsigned revisits = stack_.revisits();
-    if (StepOutcome outcome = stack_.leave(); outcome.isFailed())
+    std::string name = chain_.folderName();
+    unsigned revisits = chain_.revisits();
+    if (StepOutcome outcome = chain_.leave(); outcome.isFailed())
       return failure(outcome, "");
     StepOutcome outcome = removeFolder(parent(), name.c_str());
     if (outcome.isDone())
@@ -179,7 +180,7 @@ private:
   TreeResult enterAgain(const std::string &name, unsigned revisits) {
     StepOutcome outcome = enter(name.c_str());
     if (outcome.isDone()) {
-      stack_.revisits() = revisits;
+      chain_.revisits() = revisits;
       return {};
     }
     if (isNoFolder(outcome))
@@ -190,14 +191,14 @@ private:
   TreeResult resultAt(const std::string &name, const StepOutcome &outcome) const {
     if (outcome.isDone() || outcome.isMissing())
       return {};
-    return stack_.empty() ? failureAtRoot(outcome) : failure(outcome, name);
+    return chain_.empty() ? failureAtRoot(outcome) : failure(outcome, name);
   }
 
   TreeResult failureAtRoot(const StepOutcome &outcome) const {
     return TreeFailure{outcome, TreeItem::Asked, root_.path};
   }
   TreeResult failure(const StepOutcome &outcome, const std::string &name) const {
-    return TreeFailure{outcome, TreeItem::Inner, stack_.pathOf(root_.path, name)};
+    return TreeFailure{outcome, TreeItem::Inner, chain_.pathOf(root_.path, name)};
   }
 
   const RemovalRoot root_;
@@ -206,7 +207,7 @@ private:
   HelperPlace &place_;
   FolderSharer *sharer_;
   Progress &progress_ = Progress::current();
-  FolderStack stack_{MountPoints::Refuse, EntryOrder::ByInode};
+  FolderChain chain_{{.mountPoints = MountPoints::Refuse, .order = EntryOrder::ByInode}};
 };
 
 // Removes a tree by one walk from the root, which shares folders out to a crew,
@@ -218,13 +219,13 @@ public:
         work_(Processors::shared().usable()) {}
 
   TreeResult run() {
-    TreeResult own = TreeRemover(root_, eraser_, outcome_, work_.own(), this).run();
+    TreeResult own = TreeRemover(root_, eraser_, outcome_, work_.own(), this).run(DT_UNKNOWN);
     if (own)
       outcome_.fail(std::move(*own));
     return outcome_.result();
   }
 
-  bool share(const FolderStack &stack, const char *name) override {
+  bool share(const FolderChain &stack, const char *name) override {
     const std::size_t depth = stack.depth();
     if (depth > sharedLevels || ++folders_ <= foldersWithoutCrew || !mayHold() || !work_.hasRoom())
       return false;
@@ -271,7 +272,7 @@ private:
     try {
       std::string path = folder.path + "/" + name;
       RemovalRoot root{folder.descriptor.get(), name, path};
-      TreeResult failure = TreeRemover(root, eraser_, outcome_, place, nullptr).run();
+      TreeResult failure = TreeRemover(root, eraser_, outcome_, place, nullptr).run(DT_DIR);
       // A child that is gone is not the item that was asked about.
       if (failure && !failure->isGone()) {
         failure->item = TreeItem::Inner;

@@ -13,9 +13,6 @@
 namespace NS {
 namespace {
 
-// Room enough for any record, so that a full buffer is known from the end.
-constexpr std::size_t recordRoom = 4 * 1024;
-
 bool isOpenedHere(const AheadBatch &batch) {
   return batch.first == &batch && batch.above;
 }

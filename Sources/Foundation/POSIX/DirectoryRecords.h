@@ -1,4 +1,5 @@
-// The records of getdents64, as the walk and the bulk attributes read them.
+// The records of a listing, in the layout of getdents64, and memory for them. For
+// bodies of the seam only.
 #pragma once
 
 #include <algorithm>
@@ -11,7 +12,7 @@
 
 namespace NS {
 
-// A record in the kernel's layout; it extends over `length` bytes.
+// It extends over `length` bytes.
 struct DirectoryRecord {
   std::uint64_t inode;
   std::int64_t nextOffset; // where to go on behind this record
@@ -24,6 +25,9 @@ struct DirectoryRecord {
 inline const DirectoryRecord &directoryRecordAt(const char *bytes) {
   return *static_cast<const DirectoryRecord *>(static_cast<const void *>(bytes));
 }
+
+// Room enough for any record.
+inline constexpr std::size_t recordRoom = 4 * 1024;
 
 inline bool isDotOrDotDot(const char *name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));

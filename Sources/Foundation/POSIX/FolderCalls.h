@@ -29,6 +29,19 @@ struct FolderIDHash {
   }
 };
 
+// What tells an open folder from every other view of it as well. No mount means
+// that it is not known.
+struct FolderIdentity {
+  FolderID id{0, 0};
+  std::uint64_t mount = 0;
+
+  // Whether an open folder is this one. An identity that could not be had is
+  // that of no folder.
+  bool matches(const FolderIdentity &folder) const {
+    return id.inode != 0 && id == folder.id && (mount == 0 || mount == folder.mount);
+  }
+};
+
 inline FolderID idOf(const FTSStat &status) {
   return {status.device, status.inode};
 }
@@ -42,11 +55,16 @@ namespace foldercalls {
 // eight bytes. How many bytes they fill, 0 at the end, -1 with errno set.
 long list(int folder, void *buffer, std::size_t size);
 
-// Of the item itself, never of what a link stands for; nothing is mounted by
-// the look.
+// With which an item is looked at by its name: itself, never what a link stands
+// for, and nothing is mounted by the look.
+extern const int lookFlags;
 int readStatus(int folder, const char *name, FTSStat &status);
 // Of an open folder.
 int readStatus(int folder, FTSStat &status);
+
+// Of an open item. Where the host does not number its mounts, the volume's
+// number stands for the mount's.
+int identify(int item, FolderIdentity &identity);
 
 } // namespace foldercalls
 

@@ -26,4 +26,12 @@ public:
 // values of one thread means anything.
 std::uint64_t waitsOfThisThread();
 
+namespace host {
+
+// Those that the calling thread may run on, from each host's own file, which
+// has waitsOfThisThread too.
+unsigned usableProcessors();
+
+} // namespace host
+
 } // namespace NS

@@ -1,4 +1,4 @@
-// Folders by the call beneath readdir, and fstatat.
+// Folders by the call beneath readdir, and fstat.
 #include "Foundation/POSIX/FolderCalls.h"
 
 #include <cerrno>
@@ -31,19 +31,9 @@ void convert(char *bytes, std::size_t size) {
   }
 }
 
-FTSStat statusFrom(const struct stat &found) {
-  FTSStat status;
-  status.device = static_cast<std::uint64_t>(found.st_dev);
-  status.inode = found.st_ino;
-  status.mode = found.st_mode;
-  status.linkCount = found.st_nlink;
-  status.size = found.st_size;
-  status.blocks = found.st_blocks;
-  status.blockSize = found.st_blksize;
-  return status;
-}
-
 } // namespace
+
+const int lookFlags = AT_SYMLINK_NOFOLLOW;
 
 long list(int folder, void *buffer, std::size_t size) {
   off_t base = 0;
@@ -53,19 +43,13 @@ long list(int folder, void *buffer, std::size_t size) {
   return count;
 }
 
-int readStatus(int folder, const char *name, FTSStat &status) {
+// No volume is to be seen at two places here.
+int identify(int item, FolderIdentity &identity) {
   struct stat found;
-  if (::fstatat(folder, name, &found, AT_SYMLINK_NOFOLLOW) != 0)
+  if (::fstat(item, &found) != 0)
     return errno;
-  status = statusFrom(found);
-  return 0;
-}
-
-int readStatus(int folder, FTSStat &status) {
-  struct stat found;
-  if (::fstat(folder, &found) != 0)
-    return errno;
-  status = statusFrom(found);
+  identity.id = {static_cast<std::uint64_t>(found.st_dev), found.st_ino};
+  identity.mount = identity.id.device;
   return 0;
 }
 

@@ -1,27 +1,11 @@
 // Processors by their number, waits by the time that a thread was not running.
 #include "Foundation/POSIX/Processors.h"
 
-#include "Foundation/SharedInstance.h"
-
 #include <ctime>
 #include <unistd.h>
 
 namespace NS {
 namespace {
-
-class UsableProcessors final : public Processors {
-public:
-  unsigned usable() const override {
-    long count = ::sysconf(_SC_NPROCESSORS_ONLN);
-    return count < 1 ? 1 : static_cast<unsigned>(count);
-  }
-};
-
-SharedInstance<Processors> &instance() {
-  static UsableProcessors real;
-  static SharedInstance<Processors> shared(real);
-  return shared;
-}
 
 std::uint64_t microseconds(clockid_t clock) {
   timespec time{};
@@ -32,12 +16,9 @@ std::uint64_t microseconds(clockid_t clock) {
 
 } // namespace
 
-Processors &Processors::shared() {
-  return instance().get();
-}
-
-Processors *Processors::exchangeShared(Processors *replacement) {
-  return instance().exchange(replacement);
+unsigned host::usableProcessors() {
+  long count = ::sysconf(_SC_NPROCESSORS_ONLN);
+  return count < 1 ? 1 : static_cast<unsigned>(count);
 }
 
 // The host counts no waits for a single thread. Shorter ones than this are not

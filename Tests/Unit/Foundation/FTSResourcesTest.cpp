@@ -2,7 +2,7 @@
 // hold.
 #include "Foundation/DescriptorBudget.h"
 #include "Foundation/FTS.h"
-#include "Foundation/Linux/HierarchyStream.h"
+#include "Foundation/POSIX/HierarchyStream.h"
 #include "Foundation/Progress.h"
 #include "Foundation/SharedInstance.h"
 #include "Foundation/Thread.h"

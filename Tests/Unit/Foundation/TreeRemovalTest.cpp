@@ -4,9 +4,10 @@
 
 #include "Foundation/FileFlags.h"
 #include "Foundation/FileManager.h"
-#include "Foundation/Linux/FolderStack.h"
+#include "Foundation/POSIX/FolderChain.h"
 #include "Foundation/Progress.h"
 #include "Foundation/SecureRemoval.h"
+#include "Support/FakeProcessors.h"
 #include "Support/LockedItem.h"
 #include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
@@ -44,7 +45,7 @@ private:
   NS::PlainEraser plain_;
 };
 
-constexpr std::size_t depth = NS::FolderStack::window + 4;
+constexpr std::size_t depth = NS::ChainRules().window + 4;
 
 // "root/d/d/d...", with a file in the lowest folder.
 std::string makeChain(const ScratchFolder &scratch, const std::string &root,
@@ -59,6 +60,7 @@ std::string makeChain(const ScratchFolder &scratch, const std::string &root,
 
 TEST(TreeRemoval, doesNotTakeALostWayBackForAnItemThatIsGone) {
   KW_REQUIRE_ROOT();
+  kwtest::FakeProcessors alone(1, 1); // by one walk down to the bottom
   ScratchFolder scratch;
   makeChain(scratch, "volume/view/root");
   fs::create_directory(scratch.path("seen"));
@@ -90,14 +92,18 @@ TEST(TreeRemoval, byAnyThreadDoesNotTakeALostWayBackForAnItemThatIsGone) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
   for (int number = 0; number < 12; ++number)
-    makeChain(scratch, "volume/view/root/" + std::to_string(number), std::to_string(number));
+    makeChain(scratch, "volume/view/root/" + std::to_string(number),
+              "bottom" + std::to_string(number));
   fs::create_directory(scratch.path("seen"));
   EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
               if (!kwtest::bindMount(scratch.path("volume/view"), scratch.path("seen")))
                 return "no mount";
-              // The file in each chain has the chain's name: each thread loses
+              // The file in each chain tells the chain's name: each thread loses
               // the way back of the chain that it is in.
-              HookedEraser eraser([&](const std::string &chain) {
+              HookedEraser eraser([&](const std::string &name) {
+                if (!name.starts_with("bottom"))
+                  return;
+                const std::string chain = name.substr(6);
                 std::error_code ignored;
                 fs::rename(scratch.path("volume/view/root/" + chain + "/d/d"),
                            scratch.path("volume/" + chain), ignored);

@@ -1,23 +1,20 @@
-// The walk over a file hierarchy: getdents64 in large batches, one statx for
-// each item, every name resolved relative to its folder's descriptor. For
-// bodies of the seam only.
+// The walk over a file hierarchy, entry by entry: a chain of folders, and one
+// look at each item by its folder's descriptor. For bodies of the seam only.
 //
-// A frame stands for each folder on the way down. Only the deepest frames (and
-// the root) hold a descriptor; one that was given up is opened again from its
-// child's ".." and recognised by device and inode. The batches of all frames
-// lie on one stack of records; when that grows large, a frame's unread records
-// are forgotten and read again later from the position of the last one used.
+// A frame for each folder on the way down holds what the caller sees of it. The
+// chain knows where the walk is and lists the folders. When a folder cannot be
+// found again on the way up, it ends there with an error, and the walk goes on
+// above it.
 //
 // Where a walk visits everything and there are processors for it, its upper
 // levels are read ahead by several threads: a frame there takes its items from
-// batches instead of a descriptor. Sequence and fields are the same.
+// batches, and its folder is never opened by the chain. Sequence and fields are
+// the same.
 #pragma once
 
 #include "Foundation/DescriptorBudget.h"
-#include "Foundation/Exhaustion.h"
 #include "Foundation/FTS.h"
-#include "Foundation/POSIX/DirectoryRecords.h"
-#include "Foundation/POSIX/FolderCalls.h"
+#include "Foundation/POSIX/FolderChain.h"
 #include "Foundation/POSIX/ReadAhead.h"
 
 #include <cstddef>
@@ -32,8 +29,8 @@ namespace NS {
 
 class HierarchyStream final : public FTSStream {
 public:
-  // Descriptors that one walk holds at most, one of them while it moves, without
-  // what is read ahead; fewer when the process runs out.
+  // Descriptors that one walk holds at most, one for the root, one of them while
+  // it moves, without what is read ahead; fewer when the process runs out.
   static constexpr std::size_t mostDescriptors = 16;
 
   // Without processors to share, the walk keeps to its caller's thread.
@@ -60,22 +57,15 @@ private:
     FTSEntry entry;
     std::size_t pathLength = 0;
     std::size_t nameLength = 0;
-    int descriptor = -1; // -1 too while given up
     Stage stage = Stage::Announced;
     bool skip = false;
-    bool atEnd = false;  // the volume has no more records
-    bool reseek = false; // the descriptor does not stand at nextOffset
-    // Unread records: [cursor, end) of the record stack, the batch from base on.
-    std::size_t base = 0;
-    std::size_t cursor = 0;
-    std::size_t end = 0;
-    std::int64_t nextOffset = 0; // behind the record used last
-    FolderID id{};               // to recognise the folder by when it is opened again
     // Where it is read ahead: the batch in use, the place of its next record,
-    // and the next of the items that were looked at.
+    // the next of the items that were looked at, and the position in the folder
+    // behind the record used last.
     AheadBatch *batch = nullptr;
     std::size_t batchCursor = 0;
     std::size_t item = 0;
+    std::int64_t position = 0;
   };
 
   // What is known of an item besides its name.
@@ -90,7 +80,8 @@ private:
   FTSEntry *giveUp(int errnum);
   static void count(const FTSEntry &entry);
   Frame &top() { return frames_[depth_ - 1]; }
-  Finding look(int folder, const char *name, std::uint8_t type) const;
+  Finding look(const char *name, std::uint8_t type) const;
+  template <typename Look> FTSEntry *enterItem(const char *name, const Look &lookAtIt);
   FTSEntry *enter(const Finding &found, std::size_t nameLength);
   FTSEntry *push(const Finding &found, std::size_t nameLength);
   FTSEntry *nextItem();
@@ -98,28 +89,18 @@ private:
   FTSEntry *cannotRead(Frame &frame, int errnum);
   bool mayDescend(const Frame &frame) const;
   int descend();
-  int openTop();
   void pop();
-
-  const DirectoryRecord *nextRecord(Frame &frame);
-  void refill(Frame &frame);
-  void forgetUnread(Frame &frame);
+  bool isOpenAncestor(const FolderID &id) const;
+  void closeAll();
 
   const DirectoryRecord *nextRecordAhead(Frame &frame);
   Finding takeItem(Frame &frame, const DirectoryRecord &record);
-  Finding takeFolder(Frame &frame, const DirectoryRecord &record, AheadBatch &batch);
+  Finding takeFolder(const DirectoryRecord &record, AheadBatch &batch);
   void startAhead(Frame &root);
   void readOnAlone(Frame &frame);
+  StepOutcome beOpen();
   void dropBatch(Frame &frame);
   bool retreat();
-
-  bool giveUpOldest();
-  int openWithin(int folder, const char *name, int flags);
-  void restore(std::size_t index, int child);
-  bool reopen(std::size_t index);
-  int openFromRoot(std::size_t index);
-  bool isOpenAncestor(const FolderID &id) const;
-  void closeAll();
 
   void appendName(const char *name, std::size_t length);
   void point(FTSEntry &entry, std::size_t pathLength, std::size_t nameLength);
@@ -127,7 +108,6 @@ private:
 
   std::optional<WalkShare> share_{std::in_place}; // as long as anything is open
   DescriptorBudget::Share shareAhead_;
-  Patience patience_;
   int failure_ = 0;
   bool ended_ = false;
   const int options_;
@@ -140,10 +120,7 @@ private:
   // entries must not move while a caller holds them.
   std::deque<Frame> frames_;
   std::size_t depth_ = 0;
-  // The frames from here on hold their descriptors, and so does the root's;
-  // those that are read ahead may hold none anywhere.
-  std::size_t firstHeld_ = 1;
-  RecordStack records_;
+  FolderChain chain_; // the folders of the frames in use
   std::unordered_set<FolderID, FolderIDHash> deepAncestors_;
   std::unique_ptr<ReadAhead> ahead_; // null for a walk alone
   bool retreated_ = false;           // nothing more is read ahead

@@ -1,21 +1,15 @@
 // The sequence of the walk.
-#include "Foundation/Linux/HierarchyStream.h"
+#include "Foundation/POSIX/HierarchyStream.h"
 
 #include "Foundation/Progress.h"
 
 #include <algorithm>
 #include <cstring>
 #include <dirent.h>
-#include <unistd.h>
 
 namespace NS {
 namespace {
 
-constexpr std::size_t batchSize = 64 * 1024;
-// Records kept at most before frames forget what they have not used yet, and
-// the batch from then on: whatever is forgotten must be read again.
-constexpr std::size_t recordBudget = 4 * 1024 * 1024;
-constexpr std::size_t frugalBatchSize = 4 * 1024;
 constexpr std::uint64_t bytesPerBlock = 512;
 // Ancestors above this level are compared one by one, deeper ones by a table.
 constexpr std::size_t linearAncestors = 32;
@@ -32,8 +26,11 @@ std::size_t rootNameLength(const std::string &path) {
 } // namespace
 
 HierarchyStream::HierarchyStream(const std::string &path, int options, unsigned processors)
-    : options_(options), path_(path) {
+    : options_(options), path_(path),
+      chain_(
+          {.mountPoints = MountPoints::Ignore, .window = mostDescriptors - 2, .keepsRoot = true}) {
   rootParent_.level = -1;
+  chain_.setReliever([this] { return retreat(); });
   if (processors < 2)
     return;
   shareAhead_ = DescriptorBudget::ofWalks().takeSpare(DescriptorBudget::sharesForHelpers);
@@ -88,7 +85,7 @@ FTSEntry *HierarchyStream::step() {
   if (!started_) {
     started_ = true;
     pathStart_ = path_.data();
-    return enter(look(AT_FDCWD, path_.c_str(), DT_UNKNOWN), rootNameLength(path_));
+    return enter(look(path_.c_str(), DT_UNKNOWN), rootNameLength(path_));
   }
   if (depth_ > 0 && top().stage == Stage::Left)
     pop();
@@ -111,9 +108,10 @@ void HierarchyStream::set(FTSEntry &entry, FTSInstruction instruction) {
     top().skip = true;
 }
 
-HierarchyStream::Finding HierarchyStream::look(int folder, const char *name,
-                                               std::uint8_t type) const {
+// At an item of the folder that the walk is in, or at the root by its path.
+HierarchyStream::Finding HierarchyStream::look(const char *name, std::uint8_t type) const {
   Finding found;
+  const int folder = depth_ > 0 ? chain_.folder() : AT_FDCWD;
   if (mayBeFolder(type) || !(options_ & FTSOption::NOSTAT)) {
     found.errnum = foldercalls::readStatus(folder, name, found.status);
     found.info = found.errnum == 0 ? infoOfMode(found.status.mode) : FTSInfo::NS;
@@ -149,31 +147,39 @@ FTSEntry *HierarchyStream::push(const Finding &found, std::size_t nameLength) {
   frame = Frame{};
   frame.pathLength = path_.size();
   frame.nameLength = nameLength;
-  frame.id = idOf(found.status);
   frame.batch = found.batch;
   frame.entry.level = static_cast<int>(depth_);
   frame.entry.parent = parent;
   frame.entry.statp = found.status;
   point(frame.entry, frame.pathLength, nameLength);
+  const FolderID id = idOf(found.status);
   if (depth_ >= linearAncestors)
-    deepAncestors_.insert(frame.id);
+    deepAncestors_.insert(id);
+  chain_.add(path_.c_str() + (depth_ > 0 ? path_.size() - nameLength : 0), id);
   ++depth_;
   return &frame.entry;
 }
 
+// The item of that name in the folder that the walk is in.
+template <typename Look>
+FTSEntry *HierarchyStream::enterItem(const char *name, const Look &lookAtIt) {
+  const std::size_t length = std::strlen(name);
+  path_.resize(top().pathLength);
+  appendName(name, length);
+  return enter(lookAtIt(), length);
+}
+
 FTSEntry *HierarchyStream::nextItem() {
   Frame &frame = top();
-  while (const DirectoryRecord *record = nextRecord(frame)) {
-    if (isDotOrDotDot(record->name))
-      continue;
-    std::size_t length = std::strlen(record->name);
-    path_.resize(frame.pathLength);
-    appendName(record->name, length);
-    // What is read ahead was looked at already.
-    return enter(frame.batch ? takeItem(frame, *record)
-                             : look(frame.descriptor, record->name, record->type),
-                 length);
-  }
+  // What is read ahead was looked at already.
+  while (const DirectoryRecord *record = frame.batch ? nextRecordAhead(frame) : nullptr)
+    if (!isDotOrDotDot(record->name))
+      return enterItem(record->name, [&] { return takeItem(frame, *record); });
+  StepOutcome outcome;
+  if (const FolderEntry *entry = chain_.next(outcome))
+    return enterItem(entry->name, [&] { return look(entry->name, entry->type); });
+  if (outcome.isFailed())
+    frame.entry.errnum = outcome.errnum();
   return leave(frame);
 }
 
@@ -207,85 +213,31 @@ int HierarchyStream::descend() {
     return frame.batch->openError;
   }
   dropBatch(frame);
-  frame.descriptor = openTop();
-  if (frame.descriptor < 0)
-    return errno;
+  if (StepOutcome outcome = chain_.open(); outcome.isFailed())
+    return outcome.errnum();
   frame.stage = Stage::Open;
   if (ahead_ && depth_ == 1)
     startAhead(frame);
   return 0;
 }
 
-// Opens the folder announced last. Its path is path_, so its name ends there.
-int HierarchyStream::openTop() {
-  Frame &frame = top();
-  std::size_t index = depth_ - 1;
-  // A root given as "link/" names the folder behind the link.
-  if (index == 0)
-    return openWithin(AT_FDCWD, path_.c_str(), folderFlags);
-  Frame &parent = frames_[index - 1];
-  if (parent.descriptor < 0 && !reopen(index - 1))
-    return -1;
-  if (parent.end > recordBudget)
-    forgetUnread(parent);
-  frame.base = frame.cursor = frame.end = parent.end;
-  // The root, those from firstHeld_ to the parent, this one and one to move.
-  while (index - firstHeld_ + 3 > mostDescriptors && giveUpOldest()) {
-  }
-  const char *name = path_.c_str() + path_.size() - frame.nameLength;
-  return openWithin(parent.descriptor, name, folderFlags);
-}
-
+// Where items are read ahead the folder itself is hardly ever needed.
 void HierarchyStream::pop() {
-  Frame &frame = top();
-  std::size_t index = depth_ - 1;
-  if (index >= linearAncestors)
-    deepAncestors_.erase(idOf(frame.entry.statp));
-  // Where items are read ahead the folder itself is hardly ever needed.
-  if (index > 0 && frames_[index - 1].descriptor < 0 && !frames_[index - 1].batch)
-    restore(index - 1, frame.descriptor);
-  if (index == 0)
+  if (depth_ > linearAncestors)
+    deepAncestors_.erase(idOf(top().entry.statp));
+  if (--depth_ == 0)
     ahead_.reset();
-  if (frame.descriptor >= 0)
-    ::close(frame.descriptor);
-  frame.descriptor = -1;
-  --depth_;
-}
-
-const DirectoryRecord *HierarchyStream::nextRecord(Frame &frame) {
-  if (frame.batch) {
-    if (const DirectoryRecord *record = nextRecordAhead(frame))
-      return record;
-  }
-  if (frame.cursor == frame.end && !frame.atEnd)
-    refill(frame);
-  if (frame.cursor == frame.end)
-    return nullptr;
-  const DirectoryRecord *record = &directoryRecordAt(records_.at(frame.cursor));
-  frame.cursor += record->length;
-  frame.nextOffset = record->nextOffset;
-  return record;
-}
-
-void HierarchyStream::refill(Frame &frame) {
-  std::size_t size = frame.base + batchSize > recordBudget ? frugalBatchSize : batchSize;
-  records_.reserve(frame.base + size);
-  frame.cursor = frame.end = frame.base;
-  long count = -1;
-  if (!frame.reseek || ::lseek(frame.descriptor, frame.nextOffset, SEEK_SET) >= 0)
-    do
-      count = foldercalls::list(frame.descriptor, records_.at(frame.base), size);
-    while (count < 0 && patience_.outlasts(errno));
-  frame.reseek = false;
-  if (count > 0) {
-    frame.end += static_cast<std::size_t>(count);
-    frame.atEnd = isLastBatch(records_.at(frame.base), static_cast<std::size_t>(count));
+  if (depth_ == 0 || top().batch) {
+    chain_.drop();
     return;
   }
-  frame.atEnd = true;
-  // A folder that was removed meanwhile has nothing more to list.
-  if (count < 0 && errno != ENOENT)
-    frame.entry.errnum = errno;
+  StepOutcome outcome = chain_.leave();
+  if (outcome.isFailed())
+    outcome = chain_.reopen();
+  if (outcome.isDone())
+    return;
+  top().entry.errnum = outcome.errnum();
+  chain_.endListing();
 }
 
 bool HierarchyStream::isOpenAncestor(const FolderID &id) const {
@@ -297,12 +249,10 @@ bool HierarchyStream::isOpenAncestor(const FolderID &id) const {
 
 void HierarchyStream::closeAll() {
   retreat();
-  for (std::size_t index = depth_; index-- > 0;) {
+  for (std::size_t index = depth_; index-- > 0;)
     dropBatch(frames_[index]);
-    if (frames_[index].descriptor >= 0)
-      ::close(frames_[index].descriptor);
-  }
   ahead_.reset();
+  chain_.clear();
   depth_ = 0;
   ended_ = true;
   shareAhead_ = {};

@@ -1,14 +1,14 @@
 // The part of the walk that takes what was read ahead.
-#include "Foundation/Linux/HierarchyStream.h"
+#include "Foundation/POSIX/HierarchyStream.h"
 
 namespace NS {
 
 void HierarchyStream::startAhead(Frame &root) {
-  root.batch = ahead_->begin(root.descriptor, root.entry.statp);
+  root.batch = ahead_->begin(chain_.folder(), root.entry.statp);
   if (ahead_->await(*root.batch))
     return;
   dropBatch(root);
-  root.reseek = true;
+  chain_.goOnFrom(0);
 }
 
 // Null when this folder holds no more, or when the walk goes on in it alone.
@@ -19,7 +19,7 @@ const DirectoryRecord *HierarchyStream::nextRecordAhead(Frame &frame) {
     frame.batchCursor = frame.item = 0;
     if (!frame.batch) {
       frame.entry.errnum = errnum;
-      frame.atEnd = true;
+      chain_.endListing();
       return nullptr;
     }
     if (!ahead_->await(*frame.batch)) {
@@ -31,7 +31,7 @@ const DirectoryRecord *HierarchyStream::nextRecordAhead(Frame &frame) {
   const DirectoryRecord *record =
       &directoryRecordAt(frame.batch->content->records.data() + frame.batchCursor);
   frame.batchCursor += record->length;
-  frame.nextOffset = record->nextOffset;
+  frame.position = record->nextOffset;
   return record;
 }
 
@@ -41,14 +41,14 @@ HierarchyStream::Finding HierarchyStream::takeItem(Frame &frame, const Directory
     return found;
   const AheadItem &item = frame.batch->content->items[frame.item++];
   if (item.folder)
-    return takeFolder(frame, record, *item.folder);
+    return takeFolder(record, *item.folder);
   found.status = item.status;
   found.errnum = item.errnum;
   found.info = item.errnum == 0 ? infoOfMode(item.status.mode) : FTSInfo::NS;
   return found;
 }
 
-HierarchyStream::Finding HierarchyStream::takeFolder(Frame &frame, const DirectoryRecord &record,
+HierarchyStream::Finding HierarchyStream::takeFolder(const DirectoryRecord &record,
                                                      AheadBatch &batch) {
   Finding found;
   bool isReady = ahead_->await(batch);
@@ -64,20 +64,25 @@ HierarchyStream::Finding HierarchyStream::takeFolder(Frame &frame, const Directo
   ahead_->drop(batch);
   if (isReady)
     return found;
-  if (frame.descriptor >= 0 || reopen(depth_ - 1))
-    return look(frame.descriptor, record.name, record.type);
-  found.errnum = errno;
-  found.info = FTSInfo::NS;
+  if (StepOutcome outcome = beOpen(); outcome.isFailed())
+    found = {{}, FTSInfo::NS, outcome.errnum(), nullptr};
+  else
+    found = look(record.name, record.type);
   return found;
 }
 
 // From the record used last.
 void HierarchyStream::readOnAlone(Frame &frame) {
-  frame.reseek = true;
-  if (frame.descriptor >= 0 || reopen(depth_ - 1))
-    return;
-  frame.entry.errnum = errno;
-  frame.atEnd = true;
+  chain_.goOnFrom(frame.position);
+  if (StepOutcome outcome = beOpen(); outcome.isFailed()) {
+    frame.entry.errnum = outcome.errnum();
+    chain_.endListing();
+  }
+}
+
+// Opens the folder that the walk is in, if it was only read ahead.
+StepOutcome HierarchyStream::beOpen() {
+  return chain_.isOpen() ? StepOutcome() : chain_.reopen();
 }
 
 void HierarchyStream::dropBatch(Frame &frame) {

@@ -1,7 +1,7 @@
 // Which walk serves a caller.
 #include "Foundation/FTS.h"
 
-#include "Foundation/Linux/HierarchyStream.h"
+#include "Foundation/POSIX/HierarchyStream.h"
 #include "Foundation/POSIX/Processors.h"
 #include "Foundation/SharedInstance.h"
 
