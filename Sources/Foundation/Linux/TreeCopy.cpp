@@ -1,229 +1,17 @@
-// Two walks side by side: one reads the original, the other stands in the
-// folder of the copy that corresponds to it.
+// A copy from its beginning to its place.
 #include "Foundation/Linux/TreeCopy.h"
 
 #include "Foundation/Linux/CopiedItems.h"
+#include "Foundation/Linux/CopyWalk.h"
 #include "Foundation/Linux/ItemCopy.h"
-#include "Foundation/POSIX/FolderChain.h"
 #include "Foundation/Progress.h"
 
 #include <cerrno>
-#include <cinttypes>
-#include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
-#include <vector>
 
 namespace NS {
 namespace {
-
-// How often a name may mean another item between two looks at it before the
-// copy gives up: somebody is working against it.
-constexpr unsigned patience = 16;
-
-// By which a copy of a file with several names is found again. Another file may
-// bear the number of one that is gone, but hardly its size and time as well.
-std::string linkName(const ItemStatus &status) {
-  char name[128];
-  std::snprintf(name, sizeof name, "%jx-%jx-%jx-%jx.%lx",
-                static_cast<std::uintmax_t>(status.device),
-                static_cast<std::uintmax_t>(status.inode), static_cast<std::uintmax_t>(status.size),
-                static_cast<std::uintmax_t>(status.times[1].tv_sec), status.times[1].tv_nsec);
-  return name;
-}
-
-class TreeCopier {
-public:
-  // The record may be null.
-  TreeCopier(const ItemLocation &source, const std::string &srcPath, const ItemLocation &target,
-             Staging &staging, CopyPurpose purpose, CopiedItems *record)
-      : sourceRoot_(source), srcPath_(srcPath), targetRoot_(target), staging_(staging),
-        purpose_(purpose), record_(record),
-        source_({.mountPoints =
-                     purpose == CopyPurpose::Move ? MountPoints::Refuse : MountPoints::Enter}) {}
-
-  TreeResult run() {
-    StepOutcome outcome = copyItem(sourceRoot_.name.c_str(), targetRoot_.name.c_str());
-    if (outcome.isFailed())
-      return TreeFailure{outcome, TreeItem::Asked, srcPath_};
-    while (!source_.empty())
-      if (TreeResult failure = copyNext())
-        return failure;
-    return {};
-  }
-
-  const LeftOut &leftOut() const { return leftOut_; }
-
-private:
-  int sourceFolder() const { return source_.empty() ? sourceRoot_.parent.get() : source_.folder(); }
-  int targetFolder() const { return target_.empty() ? targetRoot_.parent.get() : target_.folder(); }
-
-  TreeResult copyNext() {
-    StepOutcome outcome;
-    const FolderEntry *entry = source_.next(outcome);
-    if (!entry) {
-      outcome = outcome.isFailed() ? outcome : finishFolder();
-      return outcome.isFailed() ? failure(outcome, "") : TreeResult{};
-    }
-    if (progress_.wantsPath())
-      progress_.setPath(pathOf(entry->name));
-    std::size_t depth = source_.depth();
-    outcome = copyItem(entry->name, entry->name);
-    // What vanishes meanwhile was removed or moved away by somebody else.
-    if (outcome.isDone() || outcome.isMissing())
-      return {};
-    // On its way down the walk may give up the buffer that holds the name.
-    return failure(outcome, source_.depth() > depth ? "" : entry->name);
-  }
-
-  // When the name means another item after each look at it, the copy is of the
-  // one that was met last.
-  StepOutcome copyItem(const char *name, const char *targetName) {
-    StepOutcome outcome;
-    for (unsigned attempt = 0; attempt < patience; ++attempt) {
-      if (progress_.isCancelled())
-        return {TreeStep::Cancel, ECANCELED};
-      outcome = copyWhatIsThere(name, targetName);
-      if (!outcome.isExchanged())
-        return outcome;
-    }
-    return outcome;
-  }
-
-  StepOutcome copyWhatIsThere(const char *name, const char *targetName) {
-    ItemStatus status;
-    if (StepOutcome outcome = readStatus(sourceFolder(), name, status); outcome.isFailed())
-      return outcome;
-    if (StepOutcome outcome = refusal(status); outcome.isFailed())
-      return outcome;
-    if (S_ISDIR(status.mode))
-      return enterBoth(name, targetName);
-    if (status.links > 1 && linkToCopy(status, targetName)) {
-      progress_.countItem(0);
-      return {};
-    }
-    std::uint64_t omissions = leftOut_.times;
-    auto copy = S_ISREG(status.mode) ? copyFile : copyNode;
-    StepOutcome outcome = copy(sourceFolder(), name, targetFolder(), targetName, status, leftOut_);
-    if (outcome.isFailed())
-      return outcome;
-    nameOmission(omissions, name);
-    if (status.links > 1)
-      rememberCopy(status, targetName);
-    progress_.countItem(S_ISREG(status.mode) ? static_cast<std::uint64_t>(status.size) : 0);
-    return record(status);
-  }
-
-  StepOutcome refusal(const ItemStatus &status) const {
-    if (purpose_ == CopyPurpose::Copy)
-      return {};
-    return {TreeStep::Check, status.isLocked() ? EPERM : status.isMountPoint ? EBUSY : 0};
-  }
-
-  StepOutcome record(const ItemStatus &status) {
-    return {TreeStep::Write, record_ ? record_->add(status) : 0, TreeSide::Copy};
-  }
-
-  StepOutcome enterBoth(const char *name, const char *targetName) {
-    // The name may stand in a buffer that entering the source gives up.
-    std::string copyName = targetName;
-    bool isRoot = source_.empty();
-    StepOutcome outcome =
-        isRoot ? source_.openRoot(sourceRoot_.parent.get(), name) : source_.enter(name);
-    // A folder that is its own ancestor through a mount is copied once, empty here.
-    if (outcome.errnum() == EDEADLK)
-      return makeFolder(copyName);
-    if (outcome.errnum() == ENOTDIR || outcome.errnum() == ELOOP)
-      return {TreeStep::Check, ESTALE};
-    if (outcome.isFailed())
-      return outcome;
-    ItemStatus status; // of the very folder
-    outcome = readStatus(source_.folder(), "", status);
-    if (outcome.isDone())
-      outcome = refusal(status);
-    if (outcome.isDone())
-      outcome = makeFolder(copyName);
-    if (outcome.isFailed())
-      return outcome;
-    outcome = isRoot ? target_.openRoot(targetRoot_.parent.get(), copyName.c_str())
-                     : target_.enter(copyName.c_str());
-    if (outcome.isFailed())
-      return onCopy(outcome);
-    statuses_.push_back(status);
-    return record(status);
-  }
-
-  StepOutcome makeFolder(const std::string &name) {
-    int error = ::mkdirat(targetFolder(), name.c_str(), S_IRWXU) == 0 ? 0 : errno;
-    return {TreeStep::Write, error, TreeSide::Copy};
-  }
-
-  static StepOutcome onCopy(const StepOutcome &outcome) {
-    return {outcome.step(), outcome.errnum(), TreeSide::Copy};
-  }
-
-  StepOutcome finishFolder() {
-    std::uint64_t omissions = leftOut_.times;
-    StepOutcome outcome =
-        copyMetadata(source_.folder(), target_.folder(), statuses_.back(), leftOut_);
-    if (outcome.isFailed())
-      return outcome;
-    nameOmission(omissions, "");
-    statuses_.pop_back();
-    progress_.countItem(0);
-    if (outcome = target_.leave(); outcome.isFailed())
-      return onCopy(outcome);
-    return source_.leave();
-  }
-
-  // Whether another name of the same file was copied before and its copy now
-  // has this name too. Where it cannot be linked the file is copied once more.
-  bool linkToCopy(const ItemStatus &status, const char *targetName) {
-    return hasLinks_ &&
-           ::linkat(staging_.links(), linkName(status).c_str(), targetFolder(), targetName, 0) == 0;
-  }
-
-  // The copy gets one more name, by which it is found again, until all is
-  // copied: a record of paths would grow with the tree, and no path leads to
-  // what lies deep.
-  void rememberCopy(const ItemStatus &status, const char *targetName) {
-    int links = staging_.links();
-    if (links < 0)
-      return;
-    std::string name = linkName(status);
-    int result = ::linkat(targetFolder(), targetName, links, name.c_str(), 0);
-    // A copy that can have no more names gives way to the next one.
-    if (result != 0 && errno == EEXIST && ::unlinkat(links, name.c_str(), 0) == 0)
-      result = ::linkat(targetFolder(), targetName, links, name.c_str(), 0);
-    hasLinks_ = hasLinks_ || result == 0;
-  }
-
-  void nameOmission(std::uint64_t before, const char *name) {
-    if (before == 0 && leftOut_.times > 0)
-      leftOut_.what += " of " + pathOf(name);
-  }
-
-  std::string pathOf(const std::string &name) const {
-    return source_.pathOf(srcPath_, source_.empty() ? "" : name);
-  }
-
-  TreeResult failure(const StepOutcome &outcome, const std::string &name) const {
-    return TreeFailure{outcome, TreeItem::Inner, pathOf(name)};
-  }
-
-  const ItemLocation &sourceRoot_;
-  const std::string &srcPath_;
-  const ItemLocation &targetRoot_;
-  Staging &staging_;
-  CopyPurpose purpose_;
-  CopiedItems *record_;
-  Progress &progress_ = Progress::current();
-  FolderChain source_;
-  FolderChain target_{{.mountPoints = MountPoints::Refuse}};
-  std::vector<ItemStatus> statuses_; // of the folders that the walk is in
-  bool hasLinks_ = false;            // whether a copy can be found again
-  LeftOut leftOut_;
-};
 
 bool exists(const ItemLocation &location) {
   return ::faccessat(location.parent.get(), location.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
@@ -292,11 +80,12 @@ TreeResult StagedCopy::build(CopiedItems *record) {
     return failure;
   if (record)
     record->spillInto(staging_.folder());
-  TreeCopier copier(source_, srcPath_, unfinished_, staging_, purpose_, record);
-  if (TreeResult failure = copier.run())
+  LeftOut leftOut;
+  if (TreeResult failure =
+          copyWholeTree({source_, srcPath_, unfinished_, staging_, purpose_, record}, leftOut))
     return failure;
   staging_.dropLinks();
-  copier.leftOut().report(dstPath_);
+  leftOut.report(dstPath_);
   int error = purpose_ == CopyPurpose::Move ? syncItem(unfinished_) : 0;
   return error == 0 ? TreeResult{} : failureAtTarget(TreeStep::Sync, error);
 }
