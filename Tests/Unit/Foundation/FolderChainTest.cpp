@@ -1,5 +1,5 @@
 // The chain of folders from a walk's root to its place.
-#include "Foundation/Linux/FolderStack.h"
+#include "Foundation/POSIX/FolderChain.h"
 
 #include "Support/ScratchFolder.h"
 
