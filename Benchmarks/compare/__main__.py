@@ -60,17 +60,18 @@ def run_all(bench, progress):
     def curve(label, entries, seconds):
         lines.setdefault(label, []).append((entries, seconds * 1e6 / entries))
 
-    for function in (comparisons.size_of_usr, comparisons.size_on_one_processor):
+    for function in (comparisons.size_of_usr, comparisons.size_of_usr_cold,
+                     comparisons.size_on_one_processor):
         if progress.wants(function):
             progress.add(function(bench))
     if progress.wants(comparisons.size_of_growing_trees):
         progress.add(comparisons.size_of_growing_trees(bench, curve))
         comparisons.removal_of_growing_trees(bench, curve)
-    for function in (comparisons.remove_many_folders, comparisons.remove_one_folder,
-                     comparisons.shred_many, comparisons.shred_large,
+    for function in (comparisons.remove_many_folders, comparisons.remove_many_folders_cold,
+                     comparisons.remove_one_folder, comparisons.shred_many, comparisons.shred_large,
                      comparisons.search_against_find, comparisons.search_against_bfs,
-                     comparisons.move_to_disk, comparisons.move_from_disk, comparisons.echo,
-                     comparisons.removals_against_loop, comparisons.removals_against_xargs,
+                     comparisons.search_against_bfs_cold, comparisons.move_to_disk,
+                     comparisons.move_from_disk, comparisons.echo, comparisons.removals_against_loop, comparisons.removals_against_xargs,
                      comparisons.tool_run):
         if progress.wants(function):
             progress.add(function(bench))
@@ -82,7 +83,8 @@ def write_results(bench, rows, lines, micro, duration):
             *report.TERMS, "",
             "## Machine", "", *report.machine(bench.folder), "",
             "## Whole programs", "", *report.table(rows), "",
-            *comparisons.reports(bench), "", "## Inner loops", "", *micro, "",
+            *comparisons.reports(bench), "",
+            "## Threads of a walk", "", *report.threads(comparisons.threads_of_a_walk(bench)), "", "## Inner loops", "", *micro, "",
             "## How cost grows", "", "![cost of one entry against entries](cost.svg)", "",
             "| Line | " + " | ".join(f"{x:,} entries" for x, _ in next(iter(lines.values()))) +
             " |", "|---|" + "---:|" * len(next(iter(lines.values()))),
@@ -121,6 +123,8 @@ def main():
         if not arguments.names and not arguments.quick:
             micro = micro_benchmarks(build)
             write_results(bench, progress.rows, lines, micro, time.monotonic() - start)
+        elif progress.wants(comparisons.threads_of_a_walk):
+            print("\n".join(report.threads(comparisons.threads_of_a_walk(bench))))
         missed = [row.work for row in progress.rows if row.missed()]
         print(f"{len(progress.rows)} comparisons, {len(missed)} missed their reach"
               + "".join(f"\n  {work}" for work in missed))

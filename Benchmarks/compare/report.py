@@ -20,6 +20,8 @@ TERMS = """\
 - **Reached, missed**: whether the ratio is within the reach. For a miss, the details count the system
   calls of both programs.
 - **Warm**: the files' metadata are in the machine's memory before the first round.
+- **Caches dropped**: the machine has forgotten all metadata and data before each round, but for the
+  program that runs.
 - **Processor time**: user and system time of the program, its children and the agent.
 - **Checked**: the test that both programs did the same work.
 - **Entry** (in the curve): one file or folder.""".split("\n")
@@ -51,6 +53,13 @@ def seconds(value):
     if value < 1e-3:
         return f"{value * 1e6:.0f} µs"
     return f"{value * 1e3:.1f} ms" if value < 1 else f"{value:.2f} s"
+
+
+def threads(measured):
+    """The table of a walk's threads against its time."""
+    return ["| Threads that measure /usr | Warm | Caches dropped |", "|---|---:|---:|",
+            *(f"| {number or 'as many as the walk finds'} | {seconds(warm)} | {seconds(cold)} |"
+              for number, warm, cold in measured)]
 
 
 def spread(series):

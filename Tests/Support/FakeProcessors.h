@@ -1,4 +1,4 @@
-// Numbers of processors and of threads for a device that a test makes up.
+// Numbers of processors, and of threads for a device, that a test makes up.
 #pragma once
 
 #include "Foundation/POSIX/Processors.h"

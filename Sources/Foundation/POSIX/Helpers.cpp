@@ -31,8 +31,8 @@ Count &count() {
 } // namespace
 
 Helpers::Helpers(unsigned processors)
-    : processors_(processors),
-      mostThreads_(std::max(processors, Processors::shared().threadsForDevice())) {}
+    : processors_(processors), mostRunning_(Processors::shared().threadsForVolume()),
+      mostThreads_(Processors::shared().threadsForDevice()) {}
 
 void Helpers::want() {
   if (own_)
@@ -57,11 +57,13 @@ bool Helpers::isInTheWay() const {
 bool Helpers::enter(bool isOwn) {
   Count &all = count();
   std::lock_guard lock(all.mutex);
-  bool isFull = running_ >= mostRunning || all.running() >= processors_ ||
-                all.threads.load(std::memory_order_relaxed) >= mostThreads_;
-  if (isFull && !isOwn)
+  bool isComplete = running_ >= mostRunning_ || threads_ >= mostThreads_;
+  bool areTooMany = all.running() >= processors_ || all.threads.load(std::memory_order_relaxed) >=
+                                                        std::max(processors_, mostThreads_);
+  if ((isComplete || areTooMany) && !isOwn)
     return false;
   ++all.threads;
+  ++threads_;
   ++running_;
   return true;
 }
@@ -72,6 +74,7 @@ void Helpers::leave(bool waits) {
   Count &all = count();
   std::lock_guard lock(all.mutex);
   --all.threads;
+  --threads_;
   --running_;
 }
 

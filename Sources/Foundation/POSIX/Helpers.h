@@ -90,17 +90,17 @@ public:
 
 private:
   friend class HelperPlace;
-  // A few threads that run reach what a volume's own locks allow.
-  static constexpr unsigned mostRunning = 4;
-
   bool enter(bool isOwn);
   void leave(bool waits);
   void setWaiting(bool waits);
   bool isInTheWay() const;
 
   const unsigned processors_;
+  const unsigned mostRunning_; // of this operation
   const unsigned mostThreads_;
-  unsigned running_ = 0; // of this operation; guarded by the count's lock
+  // Of this operation too, guarded by the count's lock.
+  unsigned running_ = 0;
+  unsigned threads_ = 0;
   HelperPlace own_;
 };
 

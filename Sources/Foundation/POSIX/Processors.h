@@ -16,8 +16,11 @@ public:
 
   // Those that the calling thread may run on.
   virtual unsigned usable() const = 0;
-  // How many threads help at most to keep a device busy, however few the
-  // processors are.
+  // How many threads of one operation run at most, however many processors
+  // there are: a few reach what a volume's own locks allow.
+  virtual unsigned threadsForVolume() const { return 4; }
+  // How many threads of one operation keep a device busy, however few
+  // processors there are.
   virtual unsigned threadsForDevice() const { return 8; }
 };
 
