@@ -5,6 +5,7 @@
 
 #include "Foundation/DescriptorBudget.h"
 #include "Foundation/Linux/ItemLocation.h"
+#include "Foundation/Log.h"
 #include "Foundation/POSIX/Descriptor.h"
 #include "Foundation/POSIX/FolderChain.h"
 #include "Foundation/PathUtilities.h"
@@ -67,8 +68,9 @@ public:
   Unlocker(const std::string &path, std::uint32_t mask, const FileFlags::FailureHandler &failed)
       : path_(path), mask_(mask), failed_(failed) {}
 
-  // Passes over items that it can no longer enter or read. The walk ends early
-  // when the way back up is lost or the request is cancelled.
+  // Passes over items that it can no longer enter or read. When the way back up
+  // is lost, the walk goes on with what it can reach. It ends early when the
+  // request is cancelled.
   void run() {
     ItemLocation location;
     if (locateItem(path_, location) != 0 ||
@@ -80,7 +82,10 @@ public:
         if (unlock(entry->name))
           static_cast<void>(chain_.enter(entry->name));
       } else if (chain_.leave().isFailed()) {
-        return;
+        static_cast<void>(chain_.findAgain([this](const std::string &below) {
+          Log("%@ was moved; the rest of it stays locked.",
+              stringByAppendingPathComponent(path_, below));
+        }));
       }
     }
   }
@@ -108,7 +113,7 @@ private:
   const FileFlags::FailureHandler &failed_;
   WalkShare share_;
   Progress &progress_ = Progress::current();
-  FolderChain chain_{{.mountPoints = MountPoints::Refuse}};
+  FolderChain chain_{{.mountPoints = MountPoints::Refuse, .keepsRoot = true}};
 };
 
 class RealFileFlags final : public FileFlags {

@@ -229,6 +229,39 @@ TEST(ClearBeneath, namesItemsThatItCannotClear) {
             "");
 }
 
+// The way back up from the deepest folder leads elsewhere; its siblings are
+// visited all the same.
+TEST(ClearBeneath, goesOnAfterAFolderThatIsMovedMeanwhile) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  std::string deep = "root/deep";
+  for (int level = 0; level < 12; ++level)
+    deep += "/d";
+  fs::create_directories(scratch.path(deep));
+  fs::create_directory(scratch.path("seen"));
+  std::deque<LockedItem> locked;
+  locked.emplace_back(scratch.file(deep + "/bottom", ""));
+  KW_REQUIRE_LOCKED(locked.back());
+  constexpr std::size_t siblings = 20;
+  for (std::size_t number = 0; number < siblings; ++number)
+    locked.emplace_back(scratch.file("root/" + std::to_string(number), ""));
+  EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
+              if (!kwtest::bindMount(scratch.path("root"), scratch.path("seen")) ||
+                  !kwtest::makeReadOnly(scratch.path("seen")))
+                return "no mount";
+              std::size_t failures = 0;
+              NS::FileFlags::shared().clearBeneath(
+                  scratch.path("seen"), NS::SF_IMMUTABLE_FLAG, [&](const std::string &path, int) {
+                    ++failures;
+                    if (path.ends_with("/bottom"))
+                      fs::rename(scratch.path("root/deep/d/d"), scratch.path("moved"));
+                  });
+              fs::rename(scratch.path("moved"), scratch.path("root/deep/d/d"));
+              return failures == siblings + 1 ? "" : std::to_string(failures) + " failures";
+            }),
+            "");
+}
+
 // All items beneath a folder, each before its contents, in the order of the
 // listings.
 void appendDescendants(const std::string &folder, std::vector<std::string> &paths) {
