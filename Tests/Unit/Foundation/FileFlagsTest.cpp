@@ -234,7 +234,7 @@ TEST(ClearBeneath, namesItemsThatItCannotClear) {
 TEST(ClearBeneath, goesOnAfterAFolderThatIsMovedMeanwhile) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
-  std::string deep = "root/deep";
+  std::string deep = "root/tree/deep";
   for (int level = 0; level < 12; ++level)
     deep += "/d";
   fs::create_directories(scratch.path(deep));
@@ -244,19 +244,20 @@ TEST(ClearBeneath, goesOnAfterAFolderThatIsMovedMeanwhile) {
   KW_REQUIRE_LOCKED(locked.back());
   constexpr std::size_t siblings = 20;
   for (std::size_t number = 0; number < siblings; ++number)
-    locked.emplace_back(scratch.file("root/" + std::to_string(number), ""));
+    locked.emplace_back(scratch.file("root/tree/" + std::to_string(number), ""));
   EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
               if (!kwtest::bindMount(scratch.path("root"), scratch.path("seen")) ||
                   !kwtest::makeReadOnly(scratch.path("seen")))
                 return "no mount";
               std::size_t failures = 0;
               NS::FileFlags::shared().clearBeneath(
-                  scratch.path("seen"), NS::SF_IMMUTABLE_FLAG, [&](const std::string &path, int) {
+                  scratch.path("seen/tree"), NS::SF_IMMUTABLE_FLAG,
+                  [&](const std::string &path, int) {
                     ++failures;
                     if (path.ends_with("/bottom"))
-                      fs::rename(scratch.path("root/deep/d/d"), scratch.path("moved"));
+                      fs::rename(scratch.path("root/tree/deep/d/d"), scratch.path("moved"));
                   });
-              fs::rename(scratch.path("moved"), scratch.path("root/deep/d/d"));
+              fs::rename(scratch.path("moved"), scratch.path("root/tree/deep/d/d"));
               return failures == siblings + 1 ? "" : std::to_string(failures) + " failures";
             }),
             "");
