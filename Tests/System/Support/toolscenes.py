@@ -384,9 +384,9 @@ class GlobalItems(Scene):
         good = [(stays, True)]
         if failed == "unlink":
             good = [(["a.desktop"] + stays, True), (stays + ["c.desktop"], False)]
-        elif failed in ("opendir", "readdir"):
-            good.append((list(self.entries), True))
-        elif failed in READING:
+        if failed in ("open", "statx", "getdents64"):  # with which folders are listed
+            good.append((list(self.entries), False))
+        if failed in READING:
             good += [(["a.desktop"] + stays, True), (stays + ["c.desktop"], True)]
         return "" if (left, flag) in good else f"{flag}, but {left}"
 
