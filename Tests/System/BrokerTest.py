@@ -67,7 +67,7 @@ class BrokerTest(unittest.TestCase):
         self.assertEqual(self.root.client_of(MEMBER).call("Echo", "s", "too")[0], "too")
         self.assertEqual(self.root.agent_pid(), self.agent)
 
-    def test_a_member_who_sends_faster_than_the_agent_reads_harms_nobody(self):
+    def test_a_member_that_sends_faster_than_the_agent_reads_does_no_harm(self):
         """The bus keeps no more than a share of the agent's user for another one."""
         flood = self.root.client_of(MEMBER, timeout=3)
         batch = Batch([(flood.call_fields("x" * 255), "", ())], 5000)

@@ -106,7 +106,7 @@ std::map<std::string, std::string> outcomesOf(const RecordedRequests &journal) {
   return outcomes;
 }
 
-TEST_F(RequestJournalTest, recordsAtTheEndWhatEndsTheProcessAndWhatItCutsOff) {
+TEST_F(RequestJournalTest, recordsAtTheEndTheRequestThatEndsTheProcessAndThoseThatItCutsOff) {
   isFirst = false;
   std::optional<XPCReply> other;
   std::thread([&] { other = begin({std::string("/a")}); }).join();
@@ -159,7 +159,7 @@ TEST_F(RequestJournalTest, beginsNothingAtTheEnd) {
   EXPECT_EQ(journal.records().size(), 1u);
 }
 
-TEST_F(RequestJournalTest, waitsAtTheEndForWhatIsBeingWritten) {
+TEST_F(RequestJournalTest, waitsAtTheEndForRecordsBeingWritten) {
   std::promise<void> isWriting, mayGoOn;
   std::atomic<int> entries = 0;
   std::atomic<bool> isWritten = false;

@@ -80,7 +80,7 @@ TEST_F(UnreadMessagesTest, manyClientsThatLeaveLittleWeighNothing) {
 }
 
 // A bus may count more for a message than the message has.
-TEST_F(UnreadMessagesTest, countsWhatTheBusAddsToEachMessage) {
+TEST_F(UnreadMessagesTest, countsTheOverheadOfTheBusForEachMessage) {
   UnreadLimits adding = limits;
   adding.perMessage = 7;
   UnreadMessages added{adding};
