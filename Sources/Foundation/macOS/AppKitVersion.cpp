@@ -13,20 +13,16 @@ public:
   double number() const override { return ::NSAppKitVersionNumber; }
 };
 
-SharedInstance<AppKitVersion> &instance() {
-  static PlatformVersion real;
-  static SharedInstance<AppKitVersion> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<AppKitVersion, PlatformVersion>;
 
 } // namespace
 
 AppKitVersion &AppKitVersion::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 AppKitVersion *AppKitVersion::exchangeShared(AppKitVersion *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

@@ -69,34 +69,26 @@ private:
   }
 };
 
-SharedInstance<LaunchServices> &registry() {
-  static PlatformRegistry real;
-  static SharedInstance<LaunchServices> shared(real);
-  return shared;
-}
+using SharedRegistry = SharedInstance<LaunchServices, PlatformRegistry>;
 
-SharedInstance<Aliases> &aliases() {
-  static PlatformAliases real;
-  static SharedInstance<Aliases> shared(real);
-  return shared;
-}
+using SharedAliases = SharedInstance<Aliases, PlatformAliases>;
 
 } // namespace
 
 LaunchServices &LaunchServices::shared() {
-  return registry().get();
+  return SharedRegistry::get();
 }
 
 LaunchServices *LaunchServices::exchangeShared(LaunchServices *replacement) {
-  return registry().exchange(replacement);
+  return SharedRegistry::exchange(replacement);
 }
 
 Aliases &Aliases::shared() {
-  return aliases().get();
+  return SharedAliases::get();
 }
 
 Aliases *Aliases::exchangeShared(Aliases *replacement) {
-  return aliases().exchange(replacement);
+  return SharedAliases::exchange(replacement);
 }
 
 } // namespace NS

@@ -33,20 +33,16 @@ public:
   }
 };
 
-SharedInstance<MetadataStore> &instance() {
-  static SystemIndex real;
-  static SharedInstance<MetadataStore> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<MetadataStore, SystemIndex>;
 
 } // namespace
 
 MetadataStore &MetadataStore::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 MetadataStore *MetadataStore::exchangeShared(MetadataStore *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

@@ -79,20 +79,16 @@ public:
   }
 };
 
-SharedInstance<SharedFileLists> &instance() {
-  static PlatformLists real;
-  static SharedInstance<SharedFileLists> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<SharedFileLists, PlatformLists>;
 
 } // namespace
 
 SharedFileLists &SharedFileLists::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 SharedFileLists *SharedFileLists::exchangeShared(SharedFileLists *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS
