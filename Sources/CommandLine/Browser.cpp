@@ -1,5 +1,5 @@
-// One loop: draw, wait for a key, do what it says. What takes long draws by
-// itself and looks for keys that stop it.
+// One loop: draw, wait for a key, obey it. Long work draws its own progress and
+// looks for keys that stop it.
 #include "CommandLine/Browser.h"
 
 #include "CommandLine/ProtectedPaths.h"

@@ -1,5 +1,5 @@
-// The tree stays in the order in which it was measured; what is shown is a list
-// of pointers into it, made anew whenever the tree or the order changes.
+// The tree stays in the order in which it was measured. The list on the screen
+// has pointers into it, and is made anew when the tree or the order changes.
 #include "CommandLine/BrowserList.h"
 
 #include "Foundation/FileManager.h"
@@ -163,7 +163,7 @@ std::vector<std::string> BrowserList::chosen() const {
   if (marked_.empty())
     return current() ? std::vector{pathOf(*current())} : std::vector<std::string>();
   std::vector<std::string> paths;
-  for (const std::string &path : marked_) { // sorted: a folder before what it holds
+  for (const std::string &path : marked_) { // sorted: a folder before its contents
     bool isWithin = std::any_of(paths.begin(), paths.end(), [&](const std::string &other) {
       return path.starts_with(other + "/");
     });

@@ -38,10 +38,10 @@ CommandRun declareBrowse(Arguments &arguments) {
 
 Command browseCommand() {
   return {"browse",
-          "Look around full-screen for what takes the space, and clean up",
+          "Look around full-screen for large items, and clean up",
           declareBrowse,
           {{"browse ~", "arrows lead in and out, space marks, d trashes, r removes, q leaves"},
-           {"browse /", "what you cannot read is measured by the agent"}},
+           {"browse /", "the agent measures folders that you cannot read"}},
           {},
           "Sorted by size, name, time or items with s, n, t and i; a dot shows hidden items or "
           "not, and / finds a name. Before anything goes, one question tells how many items, what "

@@ -1,5 +1,5 @@
-// The command that finds what can go: by name under one folder or in all the
-// places of applications, by size, by age, and folders that hold nothing.
+// The command that finds items to remove: by name under one folder or in all the
+// places of applications, by size, by age, and empty folders.
 #include "CommandLine/FindCommand.h"
 
 #include "Additions/NSFileManager+Enumeration.h"
@@ -37,7 +37,7 @@ NS::FileManager &files() {
   return NS::FileManager::defaultManager();
 }
 
-// Slashes and dots at the end would stand in the middle of every result.
+// Slashes and dots at the end would come in the middle of every result.
 std::string withoutDots(std::string path) {
   while (path.size() > 1 && (path.ends_with('/') || path.ends_with("/.")))
     path.pop_back();
@@ -56,7 +56,7 @@ NameQuery queryOf(const FindArguments &arguments) {
 }
 
 // Matches reach the reader as they are found. The search names a folder twice,
-// before and after what it holds.
+// before and after its contents.
 std::vector<std::string> printMatches(Session &session, const FindArguments &arguments,
                                       const std::string &root) {
   std::unordered_set<std::string> seen;
@@ -166,8 +166,8 @@ int find(Session &session, const FindArguments &arguments) {
 
 CommandRun declareFind(Arguments &arguments) {
   auto given = std::make_shared<FindArguments>();
-  arguments.operand("name", given->name, "NAME", "The application's name, in whatever case")
-      .required = false;
+  arguments.operand("name", given->name, "NAME", "The application's name, in any case").required =
+      false;
   arguments.option("--under", given->under, "PATH",
                    "The folder to search; without it a NAME is sought where applications leave "
                    "things, all else in the current folder",
@@ -194,14 +194,14 @@ CommandRun declareFind(Arguments &arguments) {
 
 Command findCommand() {
   return {"find",
-          "Find what can go: leftovers of an application, large or old files, empty folders",
+          "Find leftovers of an application, large or old files, and empty folders",
           declareFind,
-          {{"find Editor", "what it left in your home and in the system, with sizes"},
-           {"find Editor --under ~/.config", "what has the name in it, in whatever case"},
+          {{"find Editor", "its leftovers in your home and in the system, with sizes"},
+           {"find Editor --under ~/.config", "paths with the name in them, in any case"},
            {"find \"Photo Editor\" --under /var --words", "the words in any order"},
            {"find --largest 20 --under ~", "the twenty largest files"},
            {"find --older-than 1y --under ~/Downloads", "with sizes, the largest first"},
-           {"find --empty --under ~ -0 | keepwell remove -0 -n", "what would go with them"}},
+           {"find --empty --under ~ -0 | keepwell remove -0 -n", "a trial of their removal"}},
           {},
           "The search by name passes over numbered copies, such as \"Editor 2\" and "
           "\"editor10.conf\" for Editor, and over what bears the name of the folder itself; "

@@ -45,7 +45,7 @@ void declareUnits(Arguments &arguments, SizeOptions &options) {
 }
 
 void declareTree(Arguments &arguments, SizeOptions &options) {
-  arguments.flag("--children", options.children, "Tell what each item in a folder takes, sorted");
+  arguments.flag("--children", options.children, "Tell the size of each item in a folder, sorted");
   arguments.option("-d,--depth", options.depth, "LEVELS", "The same for so many levels of folders",
                    storesNumber(options.measuring.depth, 0));
   arguments.option("-n,--largest", options.most, "NUMBER",
@@ -55,7 +55,7 @@ void declareTree(Arguments &arguments, SizeOptions &options) {
                    storesBytes(options.report.least));
   arguments.flag("--total", options.total, "Tell the sum of all paths in the end");
   arguments.flag("-x,--one-volume", options.measuring.oneVolume,
-                 "Pass over what is mounted inside");
+                 "Pass over other volumes mounted inside");
   arguments.option("--exclude", options.measuring.excluded, "PATTERN",
                    "Pass over what matches, as in the patterns of remove --keep; may be given "
                    "again",
@@ -108,8 +108,7 @@ int tellSize(Session &session, const SizeReport &report, const std::string &path
   return ExitDone;
 }
 
-// The measuring itself answers 0 for what is not there; here nobody is served
-// by that.
+// The measuring itself answers 0 for a missing item; a person wants to know.
 int tellMissing(Session &session, JSONObject request, const std::string &path) {
   const char *reason = "there is nothing there";
   session.sayFailure(request.add("success", false).add("error", jsonOfReason(reason)));
@@ -231,7 +230,7 @@ Command sizeCommand() {
   return {"size",
           "Tell how much space items take on disk, and what in them takes it",
           declareSize,
-          {{"size --children ~", "what is in your home, the largest first"},
+          {{"size --children ~", "the items of your home, the largest first"},
            {"size -d 2 -n 5 /var", "the five largest of each folder, two levels deep"},
            {"size /usr /var", "a line for each, as the agent counts"},
            {"size --bytes ~/Downloads", "a plain number"},

@@ -133,7 +133,7 @@ int restorePath(Session &session, const std::string &path, bool dryRun) {
 CommandRun declareRestore(Arguments &arguments) {
   auto dryRun = declareDryRun(arguments);
   auto paths = std::make_shared<std::vector<std::string>>();
-  arguments.operand("paths", *paths, "PATH", "Where the item stood").required = true;
+  arguments.operand("paths", *paths, "PATH", "The former path of the item").required = true;
   return [dryRun, paths](Session &session) {
     int status = ExitDone;
     for (const std::string &path : *paths)
@@ -204,7 +204,7 @@ CommandRun declareEmpty(Arguments &arguments) {
   options->dryRun = declareDryRun(arguments);
   options->yes = declareYes(arguments);
   arguments.option("--older-than", options->age, "AGE",
-                   "Only what was thrown away so long ago: 30d, 6w, 3m, 1y",
+                   "Only items thrown away so long ago: 30d, 6w, 3m, 1y",
                    storesMomentBefore(options->deletedUntil));
   return [options](Session &session) { return emptyTrash(session, *options); };
 }
@@ -224,18 +224,18 @@ Here trashingHere(Session &session) {
 CommandTable trashVerbs() {
   return {
       {"list",
-       "Tell what is in your Trash: when it was thrown away, its size, where it stood",
+       "List the items of your Trash: time of their removal, size, former path",
        declareList,
        {{"trash list", "the oldest first"}, {"--json trash list", "an object for each item"}}},
       {"restore",
-       "Put items of your Trash back where they stood",
+       "Put items of your Trash back in their former places",
        declareRestore,
        {{"trash restore ~/letters", "the newest, if it was thrown away more than once"}}},
       {"empty",
-       "Remove for good what is in your Trash",
+       "Remove the items of your Trash for good",
        declareEmpty,
-       {{"trash empty --older-than 30d", "what was thrown away a month ago or before"},
-        {"trash empty --dry-run", "tell what would go"}}},
+       {{"trash empty --older-than 30d", "items thrown away a month ago or before"},
+        {"trash empty --dry-run", "tell which items would go"}}},
   };
 }
 

@@ -1,5 +1,5 @@
-// A list of places, each looked at one level deep: what lies deeper belongs to
-// the folder that it lies in.
+// A list of places, each searched one level deep: deeper items belong to their
+// folders.
 #include "CommandLine/Leftovers.h"
 
 #include "Additions/NSFileManager+Enumeration.h"

@@ -1,4 +1,4 @@
-// What the walks of this program ask of the session.
+// The walks' requests to the session.
 #include "CommandLine/Measure.h"
 
 #include "CommandLine/Session.h"
@@ -12,7 +12,7 @@ Measure measuringByAgent(Session &session) {
       SizeReply reply = session.await(request);
       return reply.error ? std::nullopt : std::optional(reply.allocatedBytes);
     } catch (const ClientError &) {
-      return std::nullopt; // what could not be counted is told as such
+      return std::nullopt; // the caller reports the item as not counted
     }
   };
 }
