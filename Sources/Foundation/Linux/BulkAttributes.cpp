@@ -1,6 +1,6 @@
-// The packed records, filled by getdents64 and statx. The place within a
-// folder is the descriptor's own offset: what was read from the volume but did
-// not go into the caller's buffer is read again by the next call.
+// Fills the packed records by getdents64 and statx. The place within a folder
+// is the descriptor's own offset: the next call reads records again that did
+// not fit into the caller's buffer.
 #include "Foundation/BulkAttributes.h"
 
 #include "Foundation/Linux/ItemLocation.h"
@@ -23,8 +23,8 @@
 namespace NS {
 namespace {
 
-// Holds about what a caller's buffer of sixteen long names does, so that
-// little is read twice.
+// Holds about as many records as a caller's buffer of sixteen long names, so
+// that few are read twice.
 constexpr std::size_t directoryBufferSize = 2048;
 
 std::uint32_t objectType(std::uint32_t mode) {
@@ -54,7 +54,7 @@ bool readAttributes(int folder, const char *name, ItemAttributes &attributes) {
               &found) != 0)
     return false;
   attributes.type = objectType(found.stx_mode);
-  // Sizes of files are no attributes of a folder.
+  // A folder has no size attributes of files.
   bool isFolder = attributes.type == VnodeDirectory;
   attributes.totalSize = isFolder ? 0 : found.stx_size;
   attributes.blockSize = isFolder ? 0 : found.stx_blksize;
@@ -73,7 +73,7 @@ void logEnd(int folder, int error) {
       std::generic_category().message(error));
 }
 
-// One call's worth of records for a caller's buffer.
+// The records of one call for a caller's buffer.
 class Batch {
 public:
   Batch(int descriptor, const AttributeList &list, void *buffer, std::size_t size,
@@ -100,10 +100,10 @@ public:
 
 private:
   int failed(int error) const {
-    // A folder that was removed meanwhile has nothing more to list.
+    // A folder that was removed meanwhile has no further entries.
     if (error == ENOENT)
       return 1;
-    // What was found before is given first; a failure comes again.
+    // Earlier records come first; the next call meets the failure again.
     if (count_ > 0)
       return 0;
     if (mayPass(error))
@@ -112,7 +112,7 @@ private:
     return 1;
   }
 
-  // Goes back to the first record that found no place and returns false then.
+  // Goes back to the first record that did not fit, and returns false then.
   bool take(const char *bytes, std::size_t size) {
     std::int64_t place = before_;
     for (std::size_t at = 0; at < size;) {
@@ -134,7 +134,8 @@ private:
       return true;
     std::size_t length = writeAttributeRecord(next_, left_, list_, name, attributes);
     if (length == 0) {
-      // A buffer too small for even one record would never get anywhere.
+      // Repeated calls with a buffer too small for even one record would never
+      // advance.
       refused_ = count_ == 0;
       if (refused_)
         errno = ERANGE;
@@ -152,7 +153,7 @@ private:
   std::size_t left_;
   std::uint32_t wanted_;
   std::uint32_t count_ = 0;
-  std::int64_t before_ = ::lseek(descriptor_, 0, SEEK_CUR); // of the batch at hand
+  std::int64_t before_ = ::lseek(descriptor_, 0, SEEK_CUR); // of the present batch
   bool refused_ = false;
 };
 

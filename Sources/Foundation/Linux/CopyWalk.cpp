@@ -21,8 +21,8 @@
 namespace NS {
 namespace {
 
-// How often a name may mean another item between two looks at it before the
-// copy gives up: somebody is working against it.
+// The number of times that a name may mean another item between two looks
+// before the copy gives up: another process is working against it.
 constexpr unsigned patience = 16;
 
 // By which a copy of a file with several names is found again. Another file may
@@ -36,7 +36,7 @@ std::string linkName(const ItemStatus &status) {
   return name;
 }
 
-// What the walks of one copy share.
+// The state that the walks of one copy share.
 struct SharedCopy {
   explicit SharedCopy(const CopyTask &whole) : task(whole) {}
 
@@ -45,7 +45,7 @@ struct SharedCopy {
   }
 
   const CopyTask &task;
-  std::mutex noteMutex; // guards the record and what is left out
+  std::mutex noteMutex; // guards the record and the attributes left out
   LeftOut leftOut;
   std::mutex linksMutex; // guards the links, and is held while one is copied
   bool hasLinks = false; // whether a copy can be found again
@@ -103,7 +103,7 @@ private:
       progress_.setPath(pathOf(entry->name));
     std::size_t depth = source_.depth();
     outcome = copyItem(entry->name, entry->name);
-    // What vanishes meanwhile was removed or moved away by somebody else.
+    // Another process removed a vanished item, or moved it away.
     if (outcome.isDone() || outcome.isMissing())
       return {};
     // On its way down the walk may give up the buffer that holds the name.
@@ -202,7 +202,7 @@ private:
   }
 
   StepOutcome enterBoth(const char *name, const char *targetName) {
-    // The name may stand in a buffer that entering the source gives up.
+    // The name may be in a buffer that entering the source releases.
     std::string copyName = targetName;
     bool isRoot = source_.empty();
     StepOutcome outcome = isRoot ? source_.openRoot(root_.sourceParent, name) : source_.enter(name);
@@ -263,9 +263,9 @@ private:
                                       targetFolder(), targetName, 0) == 0;
   }
 
-  // The copy gets one more name, by which it is found again, until all is
-  // copied: a record of paths would grow with the tree, and no path leads to
-  // what lies deep.
+  // The copy keeps a further name of the file to find it again until everything
+  // is copied: a record of paths would grow with the tree, and no path leads to
+  // deep items.
   void rememberCopy(const ItemStatus &status, const char *targetName) {
     int links = copy_.task.staging.links();
     if (links < 0)

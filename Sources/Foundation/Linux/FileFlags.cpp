@@ -69,8 +69,8 @@ public:
       : path_(path), mask_(mask), failed_(failed) {}
 
   // Passes over items that it can no longer enter or read. When the way back up
-  // is lost, the walk goes on with what it can reach. It ends early when the
-  // request is cancelled.
+  // is lost, the walk goes on with the folders that it can reach. It ends early
+  // when the request is cancelled.
   void run() {
     ItemLocation location;
     if (locateItem(path_, location) != 0 ||

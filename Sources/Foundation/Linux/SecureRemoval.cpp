@@ -1,9 +1,10 @@
 // removefile: the removing walk, with each regular file overwritten first.
 //
-// The data that a file occupies is replaced once by noise that no volume can
-// compress away; holes stay holes, since filling them would only use up the
+// The walk overwrites the data of a file once with noise that no volume can
+// compress away. Holes stay holes, since filling them would only use up the
 // disk. A file with several names loses its content under all of them. Volumes
-// that write elsewhere instead of in place keep old blocks out of our reach.
+// that write to new blocks instead of in place keep the old blocks out of our
+// reach.
 #include "Foundation/SecureRemoval.h"
 
 #include "Foundation/DescriptorBudget.h"
@@ -40,8 +41,8 @@ public:
   StepOutcome erase(int folder, const char *name, unsigned char type) override {
     if (type != DT_REG && type != DT_UNKNOWN)
       return plain_.erase(folder, name, type);
-    // Another file can take the name's place at any time; it is then this one
-    // that has to be overwritten.
+    // Another file can take the name's place at any time; the walk must then
+    // overwrite that one.
     StepOutcome outcome;
     for (unsigned attempt = 0; attempt < patience; ++attempt) {
       struct stat status;
@@ -88,7 +89,7 @@ private:
     return {TreeStep::Check, isSameItem(status, expected) ? 0 : ESTALE};
   }
 
-  // What is appended after the size was read is not waited for.
+  // Does not wait for data that is appended after the size was read.
   int overwrite(int file, off_t size) {
     for (off_t start = 0; start < size;) {
       off_t end = size;
@@ -128,7 +129,7 @@ private:
 
   void makeNoise() {
     noise_.resize(blockSize);
-    // Should the host have none to give, the zeros that stand there do.
+    // When the host has no random bytes, the zeros in the buffer serve.
     for (std::size_t filled = 0; filled < noiseSize;) {
       ssize_t count = ::getrandom(noise_.data() + filled, noiseSize - filled, 0);
       if (count <= 0)
@@ -158,7 +159,7 @@ public:
         removeTree(path, eraser, whole ? Recursion::WholeTree : Recursion::OnlyTheItem);
     if (!failure)
       return 0;
-    // ENOENT is said of the item asked about alone.
+    // ENOENT concerns only the requested item.
     int error = failure->outcome.errnum();
     errno = error == ENOENT && !failure->isGone() ? ESTALE : error;
     return -1;

@@ -17,7 +17,7 @@ bool exists(const ItemLocation &location) {
   return ::faccessat(location.parent.get(), location.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-// Whether the folder is, or lies in, the item.
+// Tells whether the folder is the item or within it.
 bool liesWithin(int folder, const ItemStatus &item) {
   Descriptor current(::openat(folder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   ItemStatus here, above;
@@ -35,8 +35,8 @@ bool liesWithin(int folder, const ItemStatus &item) {
   return true;
 }
 
-// A file's own data, or for a folder all that its volume has not written yet:
-// far cheaper than file by file.
+// Syncs a file's own data, or for a folder all data that its volume has not
+// written yet: far cheaper than file by file.
 int syncItem(const ItemLocation &location) {
   ItemStatus status;
   if (StepOutcome outcome = readStatus(location.parent.get(), location.name.c_str(), status);
@@ -58,7 +58,7 @@ TreeResult StagedCopy::failureAtTarget(TreeStep step, int error) const {
   return TreeFailure{{step, error, TreeSide::Copy}, TreeItem::Asked, dstPath_};
 }
 
-// Refuses what cannot become a copy, and makes the folder to build it in.
+// Refuses items that cannot be copied, and makes the folder for the copy.
 TreeResult StagedCopy::prepare() {
   ItemStatus status;
   StepOutcome outcome = readStatus(source_.parent.get(), source_.name.c_str(), status);
@@ -100,7 +100,7 @@ int renameWithoutReplacing(const ItemLocation &source, const ItemLocation &targe
   const char *name = source.name.c_str(), *newName = target.name.c_str();
   if (::renameat2(from, name, to, newName, RENAME_NOREPLACE) == 0)
     return 0;
-  // EINVAL is also the answer to a folder moved into itself, which the plain
+  // EINVAL is also the error of a folder moved into itself, which the plain
   // rename below gives again.
   if (errno != EINVAL && errno != ENOSYS)
     return errno;

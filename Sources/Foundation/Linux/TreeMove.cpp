@@ -1,5 +1,5 @@
-// Moving: a rename on one volume; across two a complete copy, a look whether the
-// original is still the same, and then its removal.
+// Moves an item: by a rename on one volume; across two by a complete copy, a
+// check whether the original is unchanged, and its removal.
 #include "Foundation/Linux/TreeMove.h"
 
 #include "Foundation/Linux/ItemCopy.h"
@@ -18,7 +18,7 @@
 namespace NS {
 namespace {
 
-// Which of the two paths a refused rename is about.
+// Finds which of the two paths a refused rename concerns.
 TreeResult failureOfRename(int error, const ItemLocation &source, const std::string &srcPath,
                            const std::string &dstPath) {
   ItemStatus status;
@@ -52,12 +52,13 @@ void syncFolder(const ItemLocation &location) {
 
 constexpr StepOutcome notCopied{TreeStep::Compare, EBUSY};
 
-// Looks whether the name means an item that was copied, in one of these
+// Tells whether the name means an item that was copied, in one of these
 // likenesses.
 StepOutcome findCopied(const CopiedItems &copied, int folder, const char *name, ItemStatus &status,
                        std::initializer_list<CopiedItems::Likeness> likenesses) {
   auto isCopied = [&](CopiedItems::Likeness likeness) { return copied.contains(status, likeness); };
-  // An item without a name vanished within the look at it; the next look tells.
+  // An item without a name vanished during the look at it, as the next look
+  // shows.
   for (bool isLast : {false, true}) {
     if (StepOutcome outcome = readStatus(folder, name, status); outcome.isFailed())
       return outcome;
@@ -74,14 +75,14 @@ StepOutcome checkFolder(const CopiedItems &copied, int folder) {
   return findCopied(copied, folder, "", status, {CopiedItems::Likeness::Unchanged});
 }
 
-// Removes what was copied and nothing else: each item is compared with the
-// record just before it goes.
+// Removes only copied items: compares each with the record just before its
+// removal.
 class CopiedItemsEraser final : public ItemEraser {
 public:
   explicit CopiedItemsEraser(const CopiedItems &copied) : copied_(copied) {}
 
   StepOutcome erase(int folder, const char *name, unsigned char) override {
-    // The change time of a file moves on when another name of it goes.
+    // The change time of a file moves on when another of its names is removed.
     ItemStatus status;
     StepOutcome outcome =
         findCopied(copied_, folder, name, status,
@@ -93,15 +94,15 @@ public:
 
   StepOutcome admit(int folder) override { return checkFolder(copied_, folder); }
 
-  // What is removed was counted when it was copied.
+  // The copy already counted these items.
   void countFolder() override {}
 
 private:
   const CopiedItems &copied_;
 };
 
-// Looks, before anything is removed, whether the original still is what was
-// copied.
+// Checks, before any removal, whether the original is still the same as when it
+// was copied.
 class ChangeFinder {
 public:
   ChangeFinder(const ItemLocation &source, const std::string &srcPath, const CopiedItems &copied)
@@ -147,8 +148,8 @@ private:
   FolderChain chain_{{.mountPoints = MountPoints::Refuse}};
 };
 
-// What would only turn out after the whole copy: nothing can be removed from
-// the folder that holds the source.
+// Checks before the copy for an obstacle that would only appear after it: a
+// folder that holds the source and permits no removal.
 StepOutcome checkRemovable(const ItemLocation &source) {
   if (isOnReadOnlyVolume(source))
     return {TreeStep::Check, EROFS};
@@ -198,7 +199,7 @@ TreeResult MoveAcross::place() {
 TreeResult MoveAcross::removeOriginal() {
   CopiedItemsEraser eraser(copied_);
   TreeResult failure = removeTree(source_, srcPath_, eraser, Recursion::WholeTree);
-  // Somebody else removed it meanwhile, or moved it away.
+  // Another process removed it meanwhile, or moved it away.
   return failure && failure->isGone() ? TreeResult{} : failure;
 }
 

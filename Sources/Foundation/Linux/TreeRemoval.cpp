@@ -1,5 +1,5 @@
-// Removal from the leaves up: files as they are met, a folder when the walk
-// leaves it. What vanishes meanwhile by another hand counts as removed.
+// Removes from the leaves up: files as the walk meets them, a folder when the
+// walk leaves it. Items that others remove meanwhile count as removed.
 #include "Foundation/Linux/TreeRemoval.h"
 
 #include "Foundation/Linux/ItemLocation.h"
@@ -17,9 +17,9 @@
 namespace NS {
 namespace {
 
-// How often a name may turn from folder to file and back, and how often a
-// folder may be found filled again after it was emptied, before the removal
-// gives up: somebody is working against it.
+// The number of times that a name may turn from folder to file and back, and
+// that an emptied folder may be found filled again, before the removal gives
+// up: another process is working against it.
 constexpr unsigned patience = 16;
 
 bool isNoFolder(const StepOutcome &outcome) {
@@ -33,7 +33,7 @@ StepOutcome removeFolder(int parent, const char *name) {
   return {TreeStep::Remove, ::unlinkat(parent, name, AT_REMOVEDIR) == 0 ? 0 : errno};
 }
 
-// Where one walk begins.
+// The start of one walk.
 struct RemovalRoot {
   int parent; // the folder that holds it
   const std::string &name;
@@ -42,12 +42,12 @@ struct RemovalRoot {
 
 class TreeRemover {
 public:
-  // The place is that of the thread that runs. The first walk shares folders out.
+  // The place is that of the running thread. The first walk shares folders out.
   TreeRemover(const RemovalRoot &root, ItemEraser &eraser, FolderSharing &sharing,
               HelperPlace &place, bool isFirst)
       : root_(root), eraser_(eraser), sharing_(sharing), place_(place), isFirst_(isFirst) {}
 
-  // The type is what the root was listed as.
+  // The type is that of the root's entry in its listing.
   TreeResult run(unsigned char type) {
     if (StepOutcome outcome = eraseOrEnter(root_.name.c_str(), type); outcome.isFailed())
       return failureAtRoot(outcome);
@@ -80,11 +80,11 @@ private:
     StepOutcome outcome = eraseOrEnter(entry.name, entry.type);
     if (outcome.isDone() || outcome.isMissing())
       return {};
-    // On its way down the walk may give up the buffer that holds the name.
+    // On its way down the walk may release the buffer that holds the name.
     return failure(outcome, chain_.depth() > depth ? "" : entry.name);
   }
 
-  // A folder out of which others are shared.
+  // A folder whose subfolders are shared out.
   struct SharedFolder final : FolderSharing::Portion {
     SharedFolder(Descriptor open, std::string itsPath)
         : descriptor(std::move(open)), path(std::move(itsPath)) {}
@@ -132,7 +132,7 @@ private:
     return outcome;
   }
 
-  // Leaves the folder that was read to its end and removes it.
+  // Leaves the folder after its last entry and removes it.
   TreeResult finishFolder() {
     if (isFirst_)
       sharing_.finish(chain_.depth());
@@ -154,7 +154,7 @@ private:
     return resultAt(name, outcome);
   }
 
-  // Somebody has put something into the folder since it was read.
+  // Another process has put an item into the folder since it was read.
   TreeResult enterAgain(const std::string &name, unsigned revisits) {
     StepOutcome outcome = enter(name.c_str());
     if (outcome.isDone()) {

@@ -62,7 +62,7 @@ bool AheadReader::readUnguarded(AheadBatch &batch, char *buffer) const {
   if (isExhaustion(batch.readError))
     return false;
   lookAtItems(batch);
-  // Most folders hold no others and are done with here.
+  // Most folders hold no others and are finished here.
   if (isOpenedHere(batch) && batch.folderCount == 0 && !batch.rest)
     closeFolder(batch);
   return true;
@@ -86,7 +86,7 @@ void AheadReader::list(AheadBatch &batch, char *buffer) const {
   bool atEnd = false;
   while (!atEnd && bufferSize - filled >= recordRoom) {
     long count = foldercalls::list(batch.first->descriptor, buffer + filled, bufferSize - filled);
-    // A folder that was removed meanwhile has nothing more to list.
+    // A folder that was removed meanwhile has no further entries.
     if (count < 0 && errno != ENOENT)
       batch.readError = errno;
     std::size_t size = count > 0 ? static_cast<std::size_t>(count) : 0;
@@ -105,7 +105,7 @@ void AheadReader::list(AheadBatch &batch, char *buffer) const {
   }
 }
 
-// Whatever looking at the items will need, so that it cannot fail.
+// Allocates everything for the look at the items, so that the look cannot fail.
 void AheadReader::makeRoom(AheadBatch &batch) const {
   std::size_t items = 0;
   std::size_t folders = 0;

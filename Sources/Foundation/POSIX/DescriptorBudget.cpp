@@ -1,4 +1,4 @@
-// Shares of the descriptor table, handed out in the order of asking.
+// Shares of the descriptor table, given in the order of the calls.
 #include "Foundation/DescriptorBudget.h"
 
 #include "Foundation/Progress.h"
@@ -10,12 +10,13 @@
 namespace NS {
 namespace {
 
-// How often one who waits looks whether its request was cancelled.
+// The interval at which a waiting thread checks whether its request was
+// cancelled.
 constexpr std::chrono::milliseconds cancellationInterval{100};
 
 std::size_t tableSize() {
   rlimit limit;
-  // Without a limit the requests that run at once are what bounds it.
+  // Without a limit, the number of requests that run at once bounds it.
   constexpr rlim_t most = 1 << 20;
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
     return 0;

@@ -1,4 +1,4 @@
-// The status of items, as both hosts give it.
+// The status of items, the same on both hosts.
 #include "Foundation/POSIX/FolderCalls.h"
 
 #include <cerrno>

@@ -1,4 +1,4 @@
-// What the folders of a chain list.
+// Lists the folders of a chain.
 #include "Foundation/POSIX/FolderChain.h"
 
 #include <cerrno>
@@ -10,8 +10,8 @@ namespace NS {
 namespace {
 
 constexpr std::size_t batchSize = 64 * 1024;
-// Records kept at most before folders forget what they have not given yet, and
-// the batch from then on: what is forgotten must be listed again.
+// The most records kept. Beyond it, folders forget the records that they have
+// not returned yet, and list them again later.
 constexpr std::size_t recordBudget = 4 * 1024 * 1024;
 constexpr std::size_t frugalBatchSize = 4 * 1024;
 
@@ -68,7 +68,7 @@ int FolderChain::fill(Link &link) {
     return 0;
   }
   link.isAtEnd = true;
-  // A folder that was removed meanwhile has nothing more to list.
+  // A folder that was removed meanwhile has no further entries.
   return count < 0 && errno != ENOENT ? errno : 0;
 }
 
@@ -83,7 +83,7 @@ long FolderChain::list(Link &link, std::size_t size) {
   return count;
 }
 
-// It is listed again from the position on.
+// The folder is listed again from the position.
 void FolderChain::forgetUnread(Link &link) {
   link.cursor = link.end = link.base;
   link.isAtEnd = false;

@@ -1,4 +1,4 @@
-// Going down, going up, and the descriptors.
+// Moves down and up the chain, and manages its descriptors.
 #include "Foundation/POSIX/FolderChain.h"
 
 #include <algorithm>
@@ -54,8 +54,8 @@ StepOutcome FolderChain::push(Descriptor folder, const char *name) {
   return {};
 }
 
-// A folder has one parent, so only a mount can lead back to a folder that the
-// walk is in; the search upwards is spared everywhere else.
+// A folder has one parent, so only a mount can lead back to a folder of the
+// chain; the search upwards takes place only there.
 int FolderChain::checkMount(const FolderIdentity &folder) const {
   if (links_.back().identity.mount == folder.mount || rules_.mountPoints == MountPoints::Ignore)
     return 0;
@@ -66,7 +66,7 @@ int FolderChain::checkMount(const FolderIdentity &folder) const {
   return isWithin ? EDEADLK : 0;
 }
 
-// The name may stand in the records of the folder above.
+// The name may be in the records of the folder above.
 void FolderChain::append(const char *name, const FolderIdentity &identity) {
   Link link;
   link.identity = identity;
@@ -138,7 +138,7 @@ void FolderChain::setOpen(std::size_t index, Descriptor folder) {
   }
 }
 
-// All but the two lowest, which whoever moves needs.
+// Closes all but the two lowest, which a move down or up needs.
 bool FolderChain::closeUppermost() {
   for (; lowestOpen_ + 2 < links_.size(); ++lowestOpen_) {
     if (isKept(lowestOpen_) || !links_[lowestOpen_].descriptor)
@@ -149,7 +149,8 @@ bool FolderChain::closeUppermost() {
   return false;
 }
 
-// Without an identity it could not be recognised, and is lost on return.
+// Without an identity the folder could not be recognised, and is lost on
+// return.
 void FolderChain::close(Link &link) {
   if (!link.isIdentified && identify(link.descriptor, link.identity).isFailed())
     link.identity = {};
@@ -195,8 +196,8 @@ int FolderChain::reopenThrough(const Descriptor &below) {
   return 0;
 }
 
-// The folder at the index, or the lowest above it that the names lead to, and
-// its index. Nothing, with errno set, without the root.
+// Returns the folder at the index, or the lowest above it that the names lead
+// to, and its index. Empty, with errno set, without the root.
 Descriptor FolderChain::openByNames(std::size_t &index) {
   const std::size_t wanted = index;
   Descriptor folder = openWithin(links_[0].descriptor.get(), ".");

@@ -11,7 +11,7 @@
 namespace NS {
 namespace {
 
-// Folders that are met before threads are started.
+// The number of folders that the walk meets before it starts threads.
 constexpr unsigned foldersWithoutCrew = 4;
 
 } // namespace
@@ -30,7 +30,7 @@ bool FolderSharing::share(std::size_t depth, const PortionMaker &makePortion,
   });
 }
 
-// Another folder can be at this depth when the walk comes down here again.
+// At its next visit the walk may find another folder at this depth.
 void FolderSharing::finish(std::size_t depth) {
   if (depth > sharedLevels || !portions_[depth - 1])
     return;
@@ -38,7 +38,7 @@ void FolderSharing::finish(std::size_t depth) {
   portions_[depth - 1].reset();
 }
 
-// Whether there are descriptors for the walks of the crew.
+// Tells whether there are descriptors for the walks of the crew.
 bool FolderSharing::mayHold() {
   if (!std::exchange(hasAsked_, true))
     descriptors_ = DescriptorBudget::ofWalks().takeSpare(DescriptorBudget::sharesForHelpers);
@@ -52,7 +52,7 @@ void FolderSharing::deal(Portion &portion, const FolderWork &work, HelperPlace &
   try {
     TreeResult failure = work(portion, place);
     if (failure && !failure->isGone()) {
-      // It is not the item that was asked about.
+      // It is not the requested item.
       failure->item = TreeItem::Inner;
       fail(std::move(*failure));
     }

@@ -1,4 +1,4 @@
-// The part of the walk that takes what was read ahead.
+// The part of the walk that takes items that were read ahead.
 #include "Foundation/POSIX/HierarchyStream.h"
 
 namespace NS {
@@ -11,7 +11,7 @@ void HierarchyStream::startAhead(Frame &root) {
   chain_.goOnFrom(0);
 }
 
-// Null when this folder holds no more, or when the walk goes on in it alone.
+// Null at the end of this folder, or when the walk goes on in it alone.
 const DirectoryRecord *HierarchyStream::nextRecordAhead(Frame &frame) {
   while (frame.batchCursor == frame.batch->content->records.size()) {
     int errnum = frame.batch->readError;
@@ -71,7 +71,7 @@ HierarchyStream::Finding HierarchyStream::takeFolder(const DirectoryRecord &reco
   return found;
 }
 
-// From the record used last.
+// Reads on from the last used record.
 void HierarchyStream::readOnAlone(Frame &frame) {
   chain_.goOnFrom(frame.position);
   if (StepOutcome outcome = beOpen(); outcome.isFailed()) {
@@ -80,7 +80,7 @@ void HierarchyStream::readOnAlone(Frame &frame) {
   }
 }
 
-// Opens the folder that the walk is in, if it was only read ahead.
+// Opens the present folder, if it was only read ahead.
 StepOutcome HierarchyStream::beOpen() {
   return chain_.isOpen() ? StepOutcome() : chain_.reopen();
 }
@@ -91,7 +91,7 @@ void HierarchyStream::dropBatch(Frame &frame) {
   frame.batch = nullptr;
 }
 
-// Whether that gave anything back.
+// Tells whether that released any descriptor.
 bool HierarchyStream::retreat() {
   if (!ahead_ || retreated_)
     return false;

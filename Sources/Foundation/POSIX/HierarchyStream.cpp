@@ -14,8 +14,8 @@ constexpr std::uint64_t bytesPerBlock = 512;
 // Ancestors above this level are compared one by one, deeper ones by a table.
 constexpr std::size_t linearAncestors = 32;
 
-// The length of the root's name within its path: all of it when no slash
-// separates a component, nothing when the path ends in one.
+// The length of the root's name within its path: the whole path without a
+// slash, 0 for a path that ends in one.
 std::size_t rootNameLength(const std::string &path) {
   std::size_t slash = path.rfind('/');
   if (slash == std::string::npos || path == "/")
@@ -55,7 +55,8 @@ FTSEntry *HierarchyStream::read() {
   if (Progress::current().isCancelled())
     return giveUp(ECANCELED);
   FTSEntry *entry = step();
-  // That tells nothing of the item: without it the walk would look complete.
+  // Such an error says nothing about the item: without the failure the walk
+  // would look complete.
   if (entry && isExhaustion(entry->errnum))
     return giveUp(entry->errnum);
   if (!entry)
@@ -108,7 +109,7 @@ void HierarchyStream::set(FTSEntry &entry, FTSInstruction instruction) {
     top().skip = true;
 }
 
-// At an item of the folder that the walk is in, or at the root by its path.
+// Looks at an item of the present folder, or at the root by its path.
 HierarchyStream::Finding HierarchyStream::look(const char *name, std::uint8_t type) const {
   Finding found;
   const int folder = depth_ > 0 ? chain_.folder() : AT_FDCWD;
@@ -160,7 +161,7 @@ FTSEntry *HierarchyStream::push(const Finding &found, std::size_t nameLength) {
   return &frame.entry;
 }
 
-// The item of that name in the folder that the walk is in.
+// The item of that name in the present folder.
 template <typename Look>
 FTSEntry *HierarchyStream::enterItem(const char *name, const Look &lookAtIt) {
   const std::size_t length = std::strlen(name);
@@ -171,7 +172,7 @@ FTSEntry *HierarchyStream::enterItem(const char *name, const Look &lookAtIt) {
 
 FTSEntry *HierarchyStream::nextItem() {
   Frame &frame = top();
-  // What is read ahead was looked at already.
+  // Items that are read ahead were looked at already.
   while (const DirectoryRecord *record = frame.batch ? nextRecordAhead(frame) : nullptr)
     if (!isDotOrDotDot(record->name))
       return enterItem(record->name, [&] { return takeItem(frame, *record); });
@@ -205,7 +206,7 @@ bool HierarchyStream::mayDescend(const Frame &frame) const {
   return !(options_ & FTSOption::XDEV) || frame.entry.statp.device == frames_[0].entry.statp.device;
 }
 
-// Begins with what the folder announced last holds.
+// Begins with the contents of the folder announced last.
 int HierarchyStream::descend() {
   Frame &frame = top();
   if (frame.batch && ahead_->await(*frame.batch)) {
@@ -221,7 +222,7 @@ int HierarchyStream::descend() {
   return 0;
 }
 
-// Where items are read ahead the folder itself is hardly ever needed.
+// A folder whose items are read ahead is rarely needed itself.
 void HierarchyStream::pop() {
   if (depth_ > linearAncestors)
     deepAncestors_.erase(idOf(top().entry.statp));

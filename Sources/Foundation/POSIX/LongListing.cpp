@@ -1,4 +1,4 @@
-// Listing, dividing and sorting.
+// Lists, divides and sorts.
 #include "Foundation/POSIX/LongListing.h"
 
 #include "Foundation/POSIX/FolderCalls.h"

@@ -1,4 +1,4 @@
-// Who reads what, and when.
+// Divides the reading between the threads.
 #include "Foundation/POSIX/ReadAhead.h"
 
 #include <new>
@@ -10,7 +10,7 @@ namespace {
 
 using State = AheadBatch::State;
 
-// So many folders waiting repay the start of a thread.
+// From so many waiting folders on, the start of a thread pays.
 constexpr std::size_t waitingForHelp = 4;
 
 void pauseProcessor() {
@@ -85,7 +85,7 @@ void ReadAhead::drop(AheadBatch &batch) {
   wakeHelpers();
 }
 
-// Recursion ends with the levels that are read ahead.
+// The levels that are read ahead bound the recursion.
 void ReadAhead::dropTree(AheadBatch &batch, Lock &lock) {
   for (AheadBatch *at = &batch; at;) {
     awaitSettled(lock, *at);
@@ -111,7 +111,7 @@ void ReadAhead::retreat() {
   }
   workLeft_.notify_all();
   crew_.join();
-  // Every folder that is open has a batch that waits for it.
+  // For every open folder there is a batch that waits for it.
   for (AheadBatch *at = list_.head(); at; at = at->after) {
     AheadBatch *folder = at->source();
     if (folder && folder->above)
@@ -130,7 +130,7 @@ void ReadAhead::help(HelperPlace &place) {
   }
 }
 
-// The place is not held any more where others have taken it meanwhile.
+// The place is given up when others have taken it meanwhile.
 void ReadAhead::awaitWork(Lock &lock, HelperPlace &place) {
   place.rest();
   ++idle_;
@@ -145,24 +145,24 @@ void ReadAhead::awaitSettled(Lock &lock, const AheadBatch &batch) {
   walkWaits_ = false;
 }
 
-// Those that are idle come first.
+// Wakes idle threads before it starts others.
 void ReadAhead::callHelpers() {
   if (list_.waiting() >= waitingForHelp && idle_ == 0 && !failed_)
     static_cast<void>(crew_.call());
 }
 
-// What the walk needs soonest, while there is room for more.
+// The batch that the walk needs soonest, while the budget permits more.
 AheadBatch *ReadAhead::firstToRead() const {
   return failed_ || !budget_.hasRoom() ? nullptr : list_.firstWaiting();
 }
 
-// The walk takes the first that waits by itself.
+// The walk takes the first waiting batch by itself.
 void ReadAhead::wakeHelpers() {
   if (idle_ > 0 && list_.waiting() > 1 && budget_.isHalfFree())
     workLeft_.notify_one();
 }
 
-// Reads without the lock.
+// Reads without holding the lock.
 void ReadAhead::readTaken(AheadBatch &batch, Lock &lock, std::unique_ptr<char[]> &buffer,
                           HelperPlace &place) {
   list_.take(batch);
@@ -190,7 +190,7 @@ void ReadAhead::readTaken(AheadBatch &batch, Lock &lock, std::unique_ptr<char[]>
   lockSoon(lock);
 }
 
-// Another thread may go on in the folder while this batch is looked at.
+// Another thread may go on in the folder during the look at this batch.
 void ReadAhead::publish(AheadBatch &batch, std::unique_ptr<AheadBatch> rest) {
   Lock lock = lockSoon();
   ++batch.first->uses;
@@ -220,7 +220,8 @@ void ReadAhead::giveUp(AheadBatch &batch) {
   workLeft_.notify_all();
 }
 
-// One batch less needs the folder. The descriptor to be closed then, or -1.
+// One batch less needs the folder. Returns the descriptor to be closed then, or
+// -1.
 int ReadAhead::descriptorUnused(AheadBatch *folder) {
   if (!folder || --folder->uses > 0 || !folder->above || folder->descriptor < 0)
     return -1;
@@ -238,7 +239,7 @@ void ReadAhead::discard(AheadBatch &batch) {
   batch.content.reset();
 }
 
-// The lock is held for less time than a thread takes to sleep and be woken.
+// A thread holds the lock for less time than sleeping and waking take.
 void ReadAhead::lockSoon(Lock &lock) {
   constexpr int tries = 200;
   for (int attempt = 0; attempt < tries && !crew_.isCrowded(); ++attempt) {
@@ -255,7 +256,8 @@ ReadAhead::Lock ReadAhead::lockSoon() {
   return lock;
 }
 
-// Whether something comes about while this thread looks on, without the lock.
+// Tells whether the condition becomes true while this thread spins, without the
+// lock.
 template <typename Condition> bool ReadAhead::comesSoon(Lock &lock, Condition holds) {
   constexpr int looks = 400;
   if (crew_.isCrowded())

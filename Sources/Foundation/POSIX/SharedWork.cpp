@@ -66,7 +66,7 @@ void SharedWork::doNext(Lock &lock, HelperPlace &place) {
   waiting_.pop_front();
   lock.unlock();
   task.piece(place);
-  task.piece = nullptr; // what it holds goes without the lock
+  task.piece = nullptr; // its contents are destroyed without the lock
   lock.lock();
   if (--task.portion->unfinished_ == 0)
     changed_.notify_all();

@@ -1,6 +1,6 @@
 // Attributes of many items by getattrlist and getattrlistbulk. The platform's
-// getdirentriesattr works on few kinds of volumes now; getattrlistbulk works on
-// all. Its records are packed anew as those of getdirentriesattr.
+// getdirentriesattr works only on few kinds of volumes now; getattrlistbulk
+// works on all. This file packs its records anew as those of getdirentriesattr.
 #include "Foundation/BulkAttributes.h"
 
 #include "Foundation/Log.h"
@@ -40,14 +40,14 @@ static_assert(VnodeCharacterDevice == VCHR && VnodeLink == VLNK && VnodeSocket =
 static_assert(VnodeFIFO == VFIFO);
 #endif
 
-// Of the platform's records: the smallest that is an item, and the largest.
-// Before the name stand the length, the returned attributes, the name's
-// reference and the type; behind it the sizes of what is no folder.
+// The smallest record of the platform that is an item, and the largest. The
+// length, the returned attributes, the name's reference and the type come
+// before the name, the sizes of items other than folders after it.
 constexpr std::size_t smallestRecord = 4 + sizeof(attribute_set_t) + 8 + 4 + 4;
 constexpr std::size_t largestName = 3 * 255 + 1;
 constexpr std::size_t largestRecord = smallestRecord + 12 + largestName;
-// So many always find room in a buffer that holds no more of the smallest,
-// wherever the largest stands among them.
+// So many always fit into a buffer that holds no more of the smallest, with the
+// largest at any place among them.
 constexpr std::uint32_t fewestWanted = 16;
 
 attrlist platformList(const AttributeList &list) {
@@ -56,7 +56,7 @@ attrlist platformList(const AttributeList &list) {
   return wanted;
 }
 
-// Reads the fields of a record one behind the other.
+// Reads the fields of a record one after the other.
 class RecordReader {
 public:
   explicit RecordReader(const char *record) : at_(record) {}
@@ -73,7 +73,7 @@ private:
 };
 
 struct BulkRecord {
-  const char *name = nullptr; // null when the item's attributes could not be had
+  const char *name = nullptr; // null when the item's attributes are unknown
   ItemAttributes attributes;
 };
 
@@ -97,20 +97,21 @@ BulkRecord bulkRecordAt(const char *start) {
   return record;
 }
 
-// One batch of the platform's records, and ours made from them.
+// One batch of the platform's records, and our records made from them.
 class Batch {
 public:
   Batch(int descriptor, const AttributeList &list) : descriptor_(descriptor), list_(list) {}
 
-  // How many records there are, 0 at the end, -1 with errno set. No more than
-  // are wanted, and no more than find room in so many bytes as ours.
+  // Returns the number of records, 0 at the end, -1 with errno set: at most the
+  // wanted number, and at most as many as fit into so many bytes in our form.
   int read(std::uint32_t wanted, std::size_t size) {
     int count = readInto(std::min(size, wanted * smallestRecord));
-    // The first record is then so large that few fit behind it.
+    // The first record is then so large that few fit after it.
     return count < 0 && errno == ERANGE ? readInto(std::min(size, largestRecord)) : count;
   }
 
-  // How many records were written; items that are gone already are left out.
+  // Returns the number of written records; leaves out items that are gone
+  // already.
   std::uint32_t write(int count, void *buffer, std::size_t size) const {
     std::uint32_t written = 0;
     const char *record = bytes_.get();
@@ -140,7 +141,7 @@ private:
   std::unique_ptr<char[]> bytes_;
 };
 
-// Whether the same call can succeed later.
+// Tells whether the same call can succeed later.
 bool mayPass(int error) {
   return error == ENOMEM || error == EAGAIN || error == ERANGE;
 }

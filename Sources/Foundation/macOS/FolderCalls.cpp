@@ -6,19 +6,19 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-// The system's library keeps it for readdir and declares it nowhere.
+// The system's library keeps it for readdir without a declaration.
 extern "C" ssize_t __getdirentries64(int folder, void *buffer, size_t size, off_t *base);
 
 namespace NS::foldercalls {
 namespace {
 
-// The host's record: number, position behind it, length, length of the name,
+// The host's record: number, position after it, length, length of the name,
 // type, name. It is two bytes longer than ours in front of the name.
 constexpr std::size_t hostLength = 16;
 constexpr std::size_t hostType = 20;
 constexpr std::size_t hostName = 21;
 
-// Makes each record one of ours, where it stands.
+// Converts each record into one of ours, in place.
 void convert(char *bytes, std::size_t size) {
   std::uint16_t length = 0;
   for (std::size_t at = 0; at + hostName < size; at += length) {
@@ -43,7 +43,7 @@ long list(int folder, void *buffer, std::size_t size) {
   return count;
 }
 
-// No volume is to be seen at two places here.
+// On this host no volume is visible at two places.
 int identify(int item, FolderIdentity &identity) {
   struct stat found;
   if (::fstat(item, &found) != 0)
