@@ -71,7 +71,7 @@ class Side:
 
 
 def drop_caches():
-    """Has the machine forget what it knows of files."""
+    """Drops the machine's caches of files."""
     os.sync()
     with open("/proc/sys/vm/drop_caches", "w", encoding="ascii") as file:
         file.write("3")

@@ -181,7 +181,7 @@ TEST_F(StartupHandlersTest, withoutAListOfLoginItemsThereIsNothingToRemove) {
   EXPECT_THAT(replies, ElementsAre(true));
 }
 
-TEST_F(StartupHandlersTest, aListOfLoginItemsThatCannotBeReadIsNoSuccess) {
+TEST_F(StartupHandlersTest, aListOfLoginItemsThatCannotBeReadIsNotASuccess) {
   list.canBeRead = false;
   operations.removeGlobalLoginItemForAppWithPath("/A.app", reply());
   EXPECT_THAT(replies, ElementsAre(false));

@@ -90,7 +90,7 @@ TEST(CopyWalk, bringsSharedFoldersWithTheirTimesAndLinks) {
             "");
 }
 
-TEST(CopyWalk, ofSeveralThreadsLeavesNothingWhenOneMeetsWhatCannotBeMoved) {
+TEST(CopyWalk, ofSeveralThreadsLeavesNothingWhenOneMeetsAnImmovableItem) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
   EXPECT_EQ(besideAnotherVolume(

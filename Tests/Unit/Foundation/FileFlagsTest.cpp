@@ -230,7 +230,7 @@ TEST(ClearBeneath, namesItemsThatItCannotClear) {
 }
 
 // The way back up from the deepest folder leads elsewhere; its siblings are
-// visited all the same.
+// visited even so.
 TEST(ClearBeneath, goesOnAfterAFolderThatIsMovedMeanwhile) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;

@@ -117,7 +117,7 @@ TEST(FolderChain, givesLongListingsByInodeFilesFirst) {
   EXPECT_EQ(seen.size(), 10000u);
 }
 
-// What was removed is not listed again, and each folder comes once.
+// A removed item is not listed again, and each folder comes once.
 TEST(FolderChain, goesOnInALongListingAfterItWasClosed) {
   ScratchFolder scratch(kwtest::quickFolder());
   makeWideFolder(scratch, 10000);

@@ -186,7 +186,7 @@ TEST(SharedWork, isFinishedByItsOwnThreadWhenTheHelpersAreBusy) {
   work.finish(*slow);
 }
 
-TEST(SharedWork, dropsWhatNobodyBeganWhenItEnds) {
+TEST(SharedWork, dropsPiecesThatNoThreadBeganWhenItEnds) {
   auto held = std::make_shared<int>();
   std::weak_ptr<int> watched = held;
   std::atomic<bool> hasBegun{false};
