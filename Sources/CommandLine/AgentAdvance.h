@@ -22,7 +22,7 @@ public:
   // The alarm rings.
   void set(const RequestProgress &progress);
   bool isNew() const;
-  // What was set last, once; nothing when that was taken already.
+  // The last report; empty when it was taken already.
   std::optional<RequestProgress> take();
 
 private:

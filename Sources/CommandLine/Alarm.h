@@ -1,5 +1,5 @@
-// What a command that waits is woken by: answers, paths that were read, and the
-// wish to stop it.
+// Wakes a command that waits: for answers, for paths that were read, and for
+// the request to stop.
 #pragma once
 
 #include <atomic>
@@ -11,7 +11,7 @@ namespace kw {
 // Thread-safe.
 class Alarm {
 public:
-  // Something may have changed that somebody waits for.
+  // A condition that another thread waits for may have changed.
   void ring() {
     std::lock_guard lock(mutex_);
     changed_.notify_all();

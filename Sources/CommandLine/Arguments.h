@@ -1,5 +1,5 @@
-// What a command can be given, declared once: from it the words are read, and
-// the help, the completions and the manual are made.
+// The arguments of a command, declared once. The reading of the command line,
+// the help, the completions and the manual use the declaration.
 //
 // A word is an option, the value of one, or an operand, and none is looked into
 // beyond that: a value or an operand is taken byte for byte.
@@ -21,7 +21,7 @@ namespace kw {
 // An option ("--keep PATTERN", or a flag without a value) or an operand.
 struct Argument {
   std::vector<std::string> names; // with their dashes; one without for an operand
-  std::string value;              // what the help calls the value; empty for a flag
+  std::string value;              // the name of the value in the help; empty for a flag
   std::string help;
   bool required = false;
   bool repeatable = false;
@@ -38,11 +38,11 @@ struct Argument {
 // Gives a complaint about a value, empty when there is none.
 using Check = std::function<std::string(const std::string &value)>;
 
-// Refuses what is empty.
+// Refuses an empty text.
 std::string refuseEmpty(const std::string &value);
 
-// Refuses what is no whole number from the smallest on, and stores it. The
-// target must live as long as the arguments are read.
+// Refuses a text other than a whole number from the smallest on, and stores the
+// number. The target must outlive the reading of the arguments.
 template <typename Number> Check storesNumber(Number &target, Number smallest) {
   return [&target, smallest](const std::string &text) -> std::string {
     auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), target);
@@ -56,8 +56,8 @@ template <typename Number> Check storesNumber(Number &target, Number smallest) {
   };
 }
 
-// The targets must live as long as the arguments are read. References to what
-// was declared stay valid.
+// The targets must outlive the reading of the arguments. References to declared
+// arguments stay valid.
 class Arguments {
 public:
   // Names as in "-n,--dry-run".
@@ -73,7 +73,7 @@ public:
   // As many as there are; the last to be declared.
   Argument &operand(std::string_view name, std::vector<std::string> &target, std::string_view value,
                     std::string_view help, const Check &check = refuseEmpty);
-  // Whatever comes behind the operands declared so far, options or not.
+  // All arguments after the operands declared so far, options or not.
   void everythingBehind(std::vector<std::string> &target) { behind_ = &target; }
 
   const std::deque<Argument> &allOptions() const { return options_; }
@@ -85,7 +85,7 @@ public:
   // Null when there is none of the name.
   Argument *findOption(std::string_view name);
 
-  // Whether the words from here on are no options, whatever they look like.
+  // Tells whether no argument from here on counts as an option, in any form.
   bool takesEverything() const { return behind_ && nextOperand_ == operands_.size(); }
   // Throws UsageError for one that is not wanted.
   void takeOperand(const std::string &word);
@@ -112,7 +112,8 @@ private:
 std::size_t takeOption(const std::vector<Arguments *> &tables,
                        const std::vector<std::string> &words, std::size_t index);
 
-// Whether a word is an option where options can stand. A lone dash is a name.
+// Tells whether an argument is an option at a place for options. A lone dash is
+// a name.
 bool looksLikeOption(std::string_view word);
 
 } // namespace kw

@@ -1,5 +1,5 @@
-// The full-screen view of a tree: in and out of its folders, and what is done
-// with those that are marked.
+// The full-screen view of a tree: moving in and out of its folders, and actions
+// on the marked ones.
 #pragma once
 
 #include "CommandLine/AgentAdvance.h"
@@ -25,7 +25,7 @@ public:
   int browse(const std::string &path);
 
 private:
-  // What is done with the items that were chosen.
+  // An action on the chosen items.
   struct Deed {
     const char *verb;       // "Remove"
     const char *participle; // "removed"

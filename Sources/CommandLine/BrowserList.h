@@ -1,4 +1,4 @@
-// What the browser shows of a measured tree: one folder at a time, in an order,
+// The browser's display of a measured tree: one folder at a time, in an order,
 // with a cursor and marks.
 #pragma once
 
@@ -42,8 +42,8 @@ public:
   Order order() const { return order_; }
   void showHidden(bool show);
   bool showsHidden() const { return showsHidden_; }
-  // Moves the cursor to the next item whose name holds the text in whatever
-  // case, from the next line on and round the end. False when there is none.
+  // Moves the cursor to the next item whose name holds the text in any case,
+  // from the next line on and round the end. False when there is none.
   bool search(std::string_view text);
 
   void toggleMark();

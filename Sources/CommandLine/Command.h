@@ -1,5 +1,5 @@
 // A command of the program as an entry of a table: its name, its line in the
-// help, examples, how its arguments are declared and what it then does.
+// help, examples, the declaration of its arguments, and its work.
 #pragma once
 
 #include "CommandLine/Arguments.h"
@@ -14,7 +14,7 @@ namespace kw {
 // Does the work and gives the exit status. May throw ClientError.
 using CommandRun = std::function<int(Session &session)>;
 
-// A command line as somebody might type it, and what it is for.
+// A command line as a user types it, and its purpose.
 struct Example {
   const char *line; // behind the program's name
   const char *meaning;
@@ -25,20 +25,22 @@ struct Example {
 struct Command {
   const char *name;
   const char *summary;
-  // Declares options and arguments; what it returns is called when they have
-  // been read. Null for a noun, which has verbs instead; a command may have both.
+  // Declares options and arguments, and returns the function to call when they
+  // have been read. Null for a noun, which has verbs instead; a command may
+  // have both.
   std::function<CommandRun(Arguments &arguments)> declare;
   std::vector<Example> examples{};
   std::vector<Command> verbs{};
-  const char *note = ""; // what its arguments and options leave unsaid
-  // What it cannot do without on this system: any one of the tools, the file.
+  const char *note = ""; // an addition to the help of its arguments and options
+  // The command needs one of these on this system: any one of the tools, the
+  // file.
   std::vector<const char *> tools{};
   const char *file = nullptr;
 };
 
 using CommandTable = std::vector<Command>;
 
-// Each group stands in a file of its own.
+// Each group has a file of its own.
 CommandTable fileCommands();
 CommandTable removalCommands();
 CommandTable agentCommands();
@@ -53,13 +55,13 @@ std::shared_ptr<bool> declareDryRun(Arguments &arguments);
 inline constexpr const char *forceProtectedHelp =
     "Take folders of the system and of users' homes too, such as /usr, once their paths are typed";
 
-// Declares --yes, for commands that ask before what cannot be undone.
+// Declares --yes, for commands that ask before work that cannot be undone.
 std::shared_ptr<bool> declareYes(Arguments &arguments);
 
-// One request of a command that may make several, such as one for each path.
-// A failure to get a reply is reported with the request's own JSON members and
-// becomes the exit status. The subject, such as a path, stands before what is
-// said to people.
+// Makes one request of a command that may make several, such as one for each
+// path. Reports a failure to get a reply with the request's own JSON members
+// and returns it as the exit status. The subject, such as a path, comes before
+// the text for people.
 int reportingFailures(Session &session, const JSONObject &request,
                       const std::function<int()> &attempt, const std::string &subject = "");
 

@@ -10,8 +10,8 @@ namespace kw {
 // of showing: controls, and those that turn the direction of writing.
 bool isHiddenCharacter(char32_t character);
 
-// The text with such characters, bytes that are no UTF-8, and backslashes
-// escaped: \x1b, \u202e, \\ . Two texts never look the same.
+// The text with such characters, bytes of invalid UTF-8, and backslashes
+// escaped: \x1b, \u202e, \\ . Two different texts never look the same.
 std::string displayable(std::string_view text);
 
 } // namespace kw

@@ -14,7 +14,7 @@ std::string helpFor(const Program &program, const DeclaredCommand &command,
 // What to do first, in five lines.
 std::string firstMinute();
 
-// What holds for all commands.
+// The note about all commands.
 std::string generalNote();
 
 } // namespace kw

@@ -8,8 +8,8 @@
 
 namespace kw {
 
-// The text as a JSON string with its quotes. Bytes that are no UTF-8 become
-// U+FFFD; what would act on a terminal is escaped.
+// The text as a JSON string with its quotes. Bytes of invalid UTF-8 become
+// U+FFFD; characters that act on a terminal are escaped.
 std::string jsonString(std::string_view text);
 
 // An object whose keys come in the order in which they were added.
@@ -24,8 +24,8 @@ public:
   JSONObject &add(std::string_view key, const JSONObject &value);
   JSONObject &add(std::string_view key, const std::vector<std::string> &texts);
   JSONObject &add(std::string_view key, const std::vector<JSONObject> &values);
-  // Names of files may be no UTF-8. Then a second member, whose key ends in
-  // "Base64", has their bytes.
+  // Names of files may be invalid UTF-8. Then a second member, whose key ends
+  // in "Base64", has their bytes.
   JSONObject &addName(std::string_view key, std::string_view name);
   JSONObject &addNames(std::string_view key, const std::vector<std::string> &names);
 

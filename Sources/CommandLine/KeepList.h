@@ -1,12 +1,12 @@
-// What must not be removed, as patterns somebody wrote.
+// The items that must not be removed, as patterns of the user.
 //
 //   *   any letters but a slash      ?   one of them
 //   **  any letters, slashes too     [a-z] [!a-z]  one of a set, or one outside
-//   \   takes the next letter as it stands
+//   \   takes the next letter literally
 //
-// A pattern without a slash is for names, at any depth beneath what is removed
-// and for that itself. One with a slash is for whole paths; a relative one is
-// taken from the current folder. What stands in a kept folder is kept.
+// A pattern without a slash is for names, at any depth beneath the removed item
+// and for that item itself. One with a slash is for whole paths; a relative one
+// is taken from the current folder. The items in a kept folder are kept.
 #pragma once
 
 #include <string>
@@ -26,7 +26,7 @@ public:
   // Whether a pattern is for this item itself. The path is absolute, without
   // slashes at its end.
   bool names(std::string_view path) const;
-  // Whether the item stands in a folder whose path a pattern is for.
+  // Tells whether the item is in a folder whose path a pattern is for.
   bool holdsFolderOf(std::string_view path) const;
 
 private:

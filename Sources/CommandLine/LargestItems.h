@@ -44,7 +44,7 @@ public:
   }
 
 private:
-  // The smallest stands at the front of the heap.
+  // The smallest is at the front of the heap.
   static bool isLarger(const LargeItem &left, const LargeItem &right) {
     return left.bytes > right.bytes;
   }

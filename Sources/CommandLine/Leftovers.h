@@ -11,7 +11,7 @@ namespace kw {
 // what starts it. The user's first.
 std::vector<std::string> placesOfLeftovers();
 
-// What bears the name of the application in these places, in whatever case.
+// The items in these places that have the name of the application, in any case.
 std::vector<std::string> leftoversOf(const std::string &name, bool byWords, bool withCopies);
 
 } // namespace kw

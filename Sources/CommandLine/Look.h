@@ -1,5 +1,4 @@
-// What the command can see for itself of an item, with the rights of the user
-// who runs it.
+// The command's own look at an item, with the rights of the user.
 #pragma once
 
 #include <optional>

@@ -1,5 +1,4 @@
-// What a folder holds that the user who runs the command cannot look into, as
-// the agent measures it.
+// The agent's measurement of a folder that the user cannot look into.
 #pragma once
 
 #include "Client/Request.h"
@@ -46,8 +45,8 @@ private:
   RequestProgress progress_;
 };
 
-// What the item occupies besides its own blocks, which a size that the agent
-// measured has twice.
+// The bytes of the item without its own blocks, which the agent's size has
+// twice.
 inline std::optional<std::uint64_t> heldBytes(const Measure &measure, const NS::FTSEntry &entry) {
   auto bytes = measure ? measure(std::string(entry.path)) : std::nullopt;
   std::uint64_t own = 2 * allocatedBytes(entry.statp);

@@ -1,6 +1,6 @@
-// What a tree occupies, item by item: measured in one walk with the rights of
-// the user who runs the command and, where they do not reach, by the agent.
-// A folder counts once, and a file once under all its names, as du counts.
+// The sizes of a tree, item by item: measured in one walk with the rights of
+// the user and, beyond these, by the agent. A folder counts once, and a file
+// once under all its names, as du counts.
 #pragma once
 
 #include "CommandLine/KeepList.h"
@@ -41,8 +41,8 @@ struct MeasuredTree {
 };
 
 struct MeasuringOptions {
-  bool oneVolume = false;              // what is mounted inside is left out
-  bool apparent = false;               // what files hold instead of what they occupy
+  bool oneVolume = false;              // leaves out volumes mounted inside
+  bool apparent = false;               // logical sizes of files instead of allocated ones
   std::vector<std::string> excluded{}; // patterns as those of KeepList
   // Deeper items are in the sums alone.
   int depth = std::numeric_limits<int>::max();
@@ -54,7 +54,7 @@ public:
       : options_(options), excluded_(options.excluded), beyond_(std::move(beyond)),
         watch_(std::move(watch)) {}
 
-  // Nothing when nothing stands there. A file with several names counts in the
+  // Empty when no item exists there. A file with several names counts in the
   // first tree that has one.
   std::optional<MeasuredTree> measure(const std::string &path);
 

@@ -1,4 +1,4 @@
-// What somebody may have meant who mistyped a command.
+// The command that a user probably meant by a mistyped one.
 #pragma once
 
 #include "CommandLine/Command.h"

@@ -16,7 +16,7 @@ struct Wording {
   std::function<std::optional<std::string>()> obstacle = nullptr;
 };
 
-// What any reply says about whether it was done.
+// The answer of any reply to whether the work was done.
 struct Told {
   bool isDone = false;
   std::optional<NS::Error> error = std::nullopt;

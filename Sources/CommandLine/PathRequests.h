@@ -14,7 +14,7 @@
 
 namespace kw {
 
-// What the arguments say about paths.
+// The paths of the arguments.
 struct PathArguments {
   std::vector<std::string> given;
   bool fromStandardInput = false;
@@ -29,21 +29,22 @@ void requirePaths(const PathArguments &arguments);
 // The paths one after the other, absolute.
 class PathSource {
 public:
-  // What shall stand in the place of one path.
+  // The paths that replace one path.
   using Expand = std::function<std::vector<std::string>(const std::string &path)>;
 
   PathSource(Session &session, const PathArguments &arguments, Expand expand = nullptr);
 
   // Whether next() would not wait for standard input.
   bool isReady() const;
-  // Nothing when there is no further path. Throws ClientError of kind
-  // BadArgument for one that is none; the next call goes on behind it.
+  // Empty when there is no further path. Throws ClientError of kind BadArgument
+  // for an invalid path; the next call goes on after it.
   std::optional<std::string> next();
   // Where it is known beforehand.
   std::optional<std::size_t> count() const;
   // Reads standard input to its end, and gives the paths that are to come.
   std::vector<std::string> readAhead();
-  // Nobody will wait for standard input any more: what it gave so far is all.
+  // The command will not wait for standard input any more: the paths so far are
+  // all.
   void stopReading();
 
 private:
@@ -68,10 +69,11 @@ int tellForEachPath(Session &session, const char *command, PathSource &paths,
 // their way, so that it never waits for this program's output.
 inline constexpr std::size_t mostPathsAsked = 256;
 
-// Why nobody was asked about a path.
+// The reason why no request was made for a path.
 enum class Skipped { No, AfterNoAnswer, AfterStop };
 
-// Tells what became of a path without a request, and gives the exit status.
+// Reports the outcome for a path without a request, and returns the exit
+// status.
 using Telling = std::function<int(Session &session, JSONObject request)>;
 
 // Deals with a path without a request, if that can be, and gives how to tell
@@ -89,7 +91,7 @@ inline Here firstOf(const Here &first, const Here &second) {
 // A path and the request that was made for it, or the reason why none was.
 template <typename Reply> struct AskedPath {
   std::string path;
-  Telling tellHere = nullptr;          // what was done with it without a request
+  Telling tellHere = nullptr;          // reports work that was done without a request
   Presence before = Presence::Unknown; // as seen before the request was made
   Request<Reply> request;
   std::optional<ClientError> failure;
@@ -117,15 +119,15 @@ Telling refusalOfProtected(const std::string &path);
 
 void showProgress(Session &session, std::size_t done, std::optional<std::size_t> all);
 
-// Tells that nobody was asked, and gives the exit status.
+// Reports that no request was made, and returns the exit status.
 int tellSkipped(Session &session, const JSONObject &request, const std::string &path, Skipped why);
 
 // "Stopped: 12 of 60 removed, 1 in part"
 void tellStop(Session &session, const char *participle, std::size_t done, std::size_t all);
 
-// Asks for each path and tells the answers in the order of the paths. The
-// first answer is awaited alone: where nobody answers, nobody is asked for
-// the rest. Each path is told, whatever becomes of it.
+// Makes a request for each path and reports the answers in the order of the
+// paths. It waits for the first answer alone: without an answer it makes no
+// request for the others. It reports on each path in every case.
 template <typename Reply> class PathAsker {
 public:
   PathAsker(Session &session, PathSource &paths, const PathQuestion<Reply> &question)

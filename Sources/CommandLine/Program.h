@@ -1,5 +1,5 @@
-// The whole program: its commands with what each can be given, and the reading
-// of the words that somebody typed.
+// The whole program: its commands with their arguments, and the reading of the
+// command line.
 #pragma once
 
 #include "CommandLine/Arguments.h"
@@ -51,8 +51,8 @@ private:
   bool describe_ = false;
 };
 
-// What the command cannot do without and this system does not have; empty when
-// there is everything.
+// The tool or file that the command needs and that this system lacks; empty
+// when it has all.
 std::string missingFor(const Command &command, const Surroundings &surroundings);
 
 // The commands that can be run, nouns taken apart into their verbs.

@@ -8,9 +8,9 @@
 
 namespace kw {
 
-// Why the item is left alone, if it is such a folder, under whatever path: links
-// of the folders above are followed, dots resolved. Nothing for what is no such
-// folder or is not there.
+// The reason why the item is left alone, if it is such a folder, under any
+// path: follows links of the folders above and resolves dots. Empty for any
+// other and for a missing item.
 std::optional<std::string> protectionOf(const std::string &path);
 
 } // namespace kw

@@ -1,9 +1,10 @@
-// What removing an item would take and what it would leave, found by a walk
-// with the rights of whoever runs the command. Nothing is changed.
+// The items that a removal would take and those that it would leave, found by a
+// walk with the rights of the user. The walk changes nothing.
 //
-// A plan is of the moment: what comes into a folder afterwards is not seen, and
-// its paths lead where they lead when they are used. Where somebody else can
-// change the tree meanwhile, removing it whole is safer than around something.
+// A plan is of its moment: it does not see items that come into a folder
+// afterwards, and its paths lead to the items at the time of their use. When
+// others can change the tree meanwhile, removing it whole is safer than around
+// something.
 #pragma once
 
 #include "CommandLine/KeepList.h"
@@ -27,22 +28,24 @@ struct RemovalPlan {
   std::vector<std::string> roots;
   // Items that the list keeps, without those inside of them.
   std::vector<std::string> kept;
-  // What could not be looked at. With a list it is left alone, since it may
-  // hold something kept.
+  // The items that the walk could not look into. With a list they are left
+  // alone, since they may hold something kept.
   std::vector<std::string> unknown;
-  // What could not be looked at but was measured; its items are not counted.
+  // The items that the walk could not look into but that were measured; their
+  // contents are not counted.
   std::vector<std::string> measured;
-  // What the agent will not remove, in words.
+  // The paths that the agent will not remove, as text.
   std::vector<std::string> refusals;
   std::uint64_t items = 0;
   std::uint64_t allocatedBytes = 0; // of the items, hard links once
-  // Of those, what really becomes free: not what has a hard link elsewhere.
+  // Of those, the bytes that really become free: without files that have a hard
+  // link outside.
   std::uint64_t freedBytes = 0;
   LargestItems largest{10}; // of the items
 };
 
-// Plans one item after the other. What an earlier plan takes already is not
-// counted again, and hard links among all of them are known to go together.
+// Plans one item after the other. Counts no item twice that an earlier plan
+// takes already, and knows the hard links among all of them.
 class RemovalPlanner {
 public:
   explicit RemovalPlanner(const KeepList &keep, Measure measure = nullptr, Watch watch = nullptr)

@@ -1,5 +1,4 @@
-// What a removal would take, told before it is made: as a dry run, and in the
-// question that is asked first.
+// The preview of a removal: as a dry run, and in the question before it.
 #pragma once
 
 #include "CommandLine/PathRequests.h"
@@ -14,13 +13,13 @@ namespace kw {
 struct PreviewWording {
   const char *command;
   const char *would;      // before an item
-  bool freesSpace = true; // what goes to the Trash does not
+  bool freesSpace = true; // false for the Trash
   bool mayTakeProtected = false;
 };
 
 // What plans come to.
 struct RemovalSum {
-  std::size_t paths = 0; // at which something stands
+  std::size_t paths = 0; // of existing items
   std::size_t kept = 0;
   std::uint64_t items = 0;
   std::uint64_t allocated = 0;
@@ -34,13 +33,13 @@ struct RemovalSum {
   std::vector<std::string> largestInWords() const;
 };
 
-// Tells for each path what would happen to it, then the sum.
+// Reports the effect for each path, then the sum.
 int previewRemoval(Session &session, const PathArguments &arguments, const KeepList &keep,
                    const PreviewWording &wording);
 
 // Asks, as in "Remove /srv/old: 4 items, 164 KB?", with the largest of them
-// above, and gives what was told. Nothing is asked when there is nothing to
-// remove. Throws NotConfirmed.
+// above, and returns the sum. Asks nothing when there is nothing to remove.
+// Throws NotConfirmed.
 RemovalSum confirmRemoval(Session &session, const char *verb, const std::vector<std::string> &paths,
                           const KeepList &keep, bool mayTakeProtected);
 

@@ -1,4 +1,4 @@
-// What a command works with while it runs: the agent, the two streams and the
+// The surroundings of a running command: the agent, the two streams and the
 // choice between text for people and JSON for programs.
 #pragma once
 
@@ -44,7 +44,7 @@ enum ExitStatus : int {
   ExitStopped = 128, // and the number of the signal
 };
 
-// What the program takes from its surroundings; a test has others.
+// The program's access to its surroundings, which a test replaces.
 struct Surroundings {
   std::ostream *out = nullptr;
   std::ostream *err = nullptr;
@@ -56,7 +56,7 @@ struct Surroundings {
   bool canErase = false;     // so that a line of progress can be taken back
   bool canDraw = false;      // letters beyond ASCII, such as blocks
   std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now;
-  // Asks a person and gives the answer; nothing where there is nobody.
+  // Asks a person and returns the answer; empty without a person to ask.
   std::function<std::optional<std::string>(const std::string &question)> ask = nullptr;
   // Takes the terminal over. Null where that is not possible.
   std::function<std::unique_ptr<NS::Screen>()> openScreen = nullptr;
@@ -67,7 +67,7 @@ struct Surroundings {
   // Whether this system has a tool that can be run, and whether it has a file.
   std::function<bool(const std::string &path)> hasTool = nullptr;
   std::function<bool(const std::string &path)> hasFile = nullptr;
-  // Tells the wish to stop. Null where nobody can have it.
+  // Rings at the request to stop. Null when there can be no such request.
   std::shared_ptr<Alarm> alarm = nullptr;
 };
 
@@ -89,8 +89,8 @@ public:
 
   // For each request.
   RequestOptions requestOptions() const;
-  // Waits for the reply. Should somebody want it to stop, the request is
-  // cancelled, and its end awaited. Throws ClientError.
+  // Waits for the reply. On a request to stop it cancels the agent's request
+  // and waits for its end. Throws ClientError.
   template <typename Reply> Reply await(const Request<Reply> &request) {
     Alarm::Heeding heeding(*alarm_);
     ringAtEndOf(request);
@@ -106,9 +106,8 @@ public:
   template <typename Reply> void ringAtEndOf(const Request<Reply> &request) {
     request.then([alarm = alarm_](const auto &) { alarm->ring(); });
   }
-  // Blocks until the condition holds, which is tested with each ring of the
-  // alarm. What was said before reaches its readers, and how far the agent has
-  // come is shown meanwhile.
+  // Blocks until the condition holds, and tests it with each ring of the alarm.
+  // Flushes earlier output first, and shows the agent's progress meanwhile.
   void waitUntil(const std::function<bool()> &condition);
 
   const std::shared_ptr<Alarm> &alarm() const { return alarm_; }
@@ -140,14 +139,14 @@ public:
   void complainLines(std::string_view text);
   // The same without the program's name in front.
   void note(const std::string &line);
-  // What was said reaches its readers now; to be called before a wait.
+  // Flushes the output; call it before a wait.
   void flush();
   // How far a long work has come, on a line that gives way to any other; only
   // where a person watches the errors, and not more often than an eye can see.
   void showProgress(const std::string &line);
   // The same for the work on one item.
   void showAdvance(const RequestProgress &progress);
-  // What stands before how far the agent has come with one of many requests.
+  // The text before the agent's progress with one of many requests.
   void setProgressOfPaths(const std::string &line) { progressOfPaths_ = line; }
   void endProgress();
   // Whether a person watches the answer.
@@ -167,13 +166,13 @@ public:
   std::chrono::steady_clock::time_point now() const { return surroundings_.now(); }
   // Whether there is a person to ask, as far as is known before.
   bool canAsk(bool assumeYes) const { return !assumeYes && surroundings_.ask != nullptr; }
-  // Asks before what cannot be undone. Returns if the answer is yes, if
-  // assumeYes is set, and where nobody can be asked; else throws NotConfirmed.
-  // The lines stand above the question.
+  // Asks before work that cannot be undone. Returns if the answer is yes, if
+  // assumeYes is set, and without a person to ask; else throws NotConfirmed.
+  // The lines come above the question.
   void confirm(const std::string &question, bool assumeYes,
                const std::vector<std::string> &lines = {});
-  // Asks for the very text. Throws NotConfirmed unless it is typed, and where
-  // nobody can be asked.
+  // Asks for the very text. Throws NotConfirmed unless it is typed, and without
+  // a person to ask.
   void confirmTyped(const std::string &question, const std::string &text);
 
 private:

@@ -1,4 +1,4 @@
-// What can be done with the Trash of the user who runs the command.
+// The commands for the user's Trash.
 #pragma once
 
 #include "CommandLine/Command.h"

@@ -1,6 +1,6 @@
-// Finds in a tree what can go: the largest files, those that nobody has changed
-// for long, and folders that hold nothing. Nothing is changed, no link followed
-// and no other volume entered.
+// Finds removable items in a tree: the largest files, those unchanged for long,
+// and empty folders. Changes nothing, follows no link and enters no other
+// volume.
 #pragma once
 
 #include "CommandLine/LargestItems.h"
@@ -24,13 +24,13 @@ struct TreeQuery {
 };
 
 // Files below the folder, the largest first; a file with several names has one
-// of them. What cannot be read is passed over.
+// of them. Passes over items that cannot be read.
 std::vector<LargeItem> filesIn(const std::string &folder, const TreeQuery &query,
                                const Watch &watch);
 
-// Folders below the folder that hold nothing but such folders, without those
-// inside of them, with what they occupy. One that cannot be read, or that the
-// query excludes, holds something.
+// Folders below the folder that hold only such folders, without those inside of
+// them, with their size. A folder that cannot be read, or that the query
+// excludes, counts as not empty.
 std::vector<LargeItem> emptyFoldersIn(const std::string &folder, const TreeQuery &query,
                                       const Watch &watch);
 

@@ -1,8 +1,7 @@
 // Attributes of many items in one call: the packed records of getattrlist and
 // getdirentriesattr. A class, so that a test can fill the records itself.
 //
-// Thread-safe as far as the descriptors are. Calls return -1 with errno set on
-// failure.
+// As thread-safe as the descriptors. Calls return -1 with errno set on failure.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +9,7 @@
 
 namespace NS {
 
-// Which attributes to give, by group. The numbers are the platform's own.
+// The requested attributes, by group. The numbers are the platform's own.
 struct AttributeList {
   std::uint16_t bitmapCount = 5; // groups below
   std::uint16_t reserved = 0;
@@ -39,34 +38,35 @@ inline constexpr std::uint32_t VnodeLink = 5;
 inline constexpr std::uint32_t VnodeSocket = 6;
 inline constexpr std::uint32_t VnodeFIFO = 7;
 
-// A record is its 32-bit length and then the attributes asked for, in the
+// A record is its 32-bit length and then the requested attributes, in the
 // order: returned attributes (five 32-bit groups), name reference (signed
 // 32-bit offset from the reference itself, 32-bit length with the NUL), object
-// type (32 bits), total size (64), I/O block size (32). Nothing is padded but
-// the name, which stands last, to a multiple of four bytes.
+// type (32 bits), total size (64), I/O block size (32). Only the name, which
+// comes last, is padded, to a multiple of four bytes.
 class BulkAttributes {
 public:
   virtual ~BulkAttributes() = default;
   static BulkAttributes &shared();
   static BulkAttributes *exchangeShared(BulkAttributes *replacement);
 
-  // One record of the item at the path; links are not followed.
+  // Writes one record of the item at the path; does not follow links.
   virtual int getattrlist(const char *path, const AttributeList &list, void *buffer,
                           std::size_t size, std::uint32_t options) = 0;
 
-  // The next records of an open folder, which keeps the place where it stands.
-  // The count is how many are wanted and becomes how many there are; fewer are
-  // given when the buffer is full. Items that vanish meanwhile are passed over.
-  // 0, or 1 with the last records (which may be none). Callers repeat a call
-  // that fails, so only what may pass is a failure: no memory, or a buffer too
-  // small for one record (ERANGE). A folder that cannot be read on for another
-  // cause ends there, with a line in the log.
+  // Writes the next records of an open folder, which keeps its position. The
+  // count is the number of wanted records on entry and of written ones on
+  // return; fewer when the buffer is full. Passes over items that vanish
+  // meanwhile. Returns 0, or 1 with the last records (which may be none).
+  // Callers repeat a call that fails, so it only fails for causes that may
+  // pass: no memory, or a buffer too small for one record (ERANGE). A folder
+  // that cannot be read on for another cause ends there, with a line in the
+  // log.
   virtual int getdirentriesattr(int descriptor, const AttributeList &list, void *buffer,
                                 std::size_t size, std::uint32_t &count, std::uint32_t &base,
                                 std::uint32_t &state, std::uint32_t options) = 0;
 
-  // A descriptor of the folder, for reading. A final link is refused, and what
-  // is no folder neither waits nor acts.
+  // Opens a folder for reading. Refuses a final link and every item other than
+  // a folder, and neither waits for nor wakes such an item.
   virtual int openFolder(const char *path);
   virtual void closeFolder(int descriptor);
 };

@@ -1,6 +1,6 @@
-// Descriptors counted before they are needed, so that as many walks and requests
-// run at once as the descriptor table can serve, and the others wait their turn
-// instead of failing half-way.
+// Counts descriptors before they are needed, so that as many walks and requests
+// run at once as the descriptor table can serve, and the others wait for their
+// turn instead of failing half-way.
 //
 // Thread-safe.
 #pragma once
@@ -17,37 +17,39 @@
 namespace NS {
 
 // Raises this process's soft limit of descriptors to the hard one. Programs
-// that are started from then on get the former soft limit. Without the right
-// to it the limit stays as it is.
+// started afterwards get the former soft limit. Without the right to it the
+// limit stays unchanged.
 void raiseDescriptorLimit();
 
 class DescriptorBudget {
 public:
-  // How many shares there are at the moment; at least one is always given.
+  // The present number of shares; at least one is always given.
   using Capacity = std::function<std::size_t()>;
   class Share;
 
-  // What one walk holds at most by itself.
+  // The most descriptors of one walk by itself.
   static constexpr std::size_t perWalk = 40;
-  // What the helpers of a walk or removal hold beyond that, in shares of walks.
+  // The most further descriptors of the helpers of a walk or removal, in shares
+  // of walks.
   static constexpr std::size_t sharesForHelpers = 2;
-  // What one request takes at most besides: a tool with its pipes.
+  // The most further descriptors of one request: a tool with its pipes.
   static constexpr std::size_t perRequest = 10;
 
   // Shares of half of the table. Never destroyed.
   static DescriptorBudget &ofWalks();
-  // How many requests three quarters of the rest serve at once; what is left is
-  // for the agent itself.
+  // The number of requests that three quarters of the rest serve at once; the
+  // last quarter is for the agent itself.
   static std::size_t requestsServed();
 
   explicit DescriptorBudget(Capacity capacity) : capacity_(std::move(capacity)) {}
   DescriptorBudget(const DescriptorBudget &) = delete;
   DescriptorBudget &operator=(const DescriptorBudget &) = delete;
 
-  // Waits for its turn, in the order of asking. Whoever waits for a request
-  // that is cancelled meanwhile waits no longer and holds nothing.
+  // Waits for its turn, in the order of the calls. When the current request is
+  // cancelled meanwhile, it waits no longer and returns an empty share.
   Share take();
-  // Takes so many more if half of all shares then stays free; else none.
+  // Takes so many further shares if half of all shares then stays free; else
+  // none.
   Share takeSpare(std::size_t count);
 
   std::size_t inUse() const;
@@ -63,7 +65,7 @@ private:
   std::list<std::monostate> queue_; // those who wait, the first one first
 };
 
-// Holds shares for its life. May be moved, also to another thread.
+// Holds shares during its life. May be moved, also to another thread.
 class DescriptorBudget::Share {
 public:
   Share() = default;
@@ -92,9 +94,9 @@ private:
   std::size_t count_ = 0;
 };
 
-// One walk's share, to be held while it has anything open. A walk within a walk
-// of the same thread uses the outer one's, so that no walk waits for another
-// share while it holds one. Threads that help a walk take none.
+// One walk's share. Hold it while the walk has any descriptor open. A walk
+// within a walk of the same thread uses the outer one's, so that no walk waits
+// for another share while it holds one. Threads that help a walk take none.
 class WalkShare {
 public:
   // Waits as DescriptorBudget::take does.

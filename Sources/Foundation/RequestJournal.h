@@ -1,5 +1,5 @@
-// The record of what was done for whom: one entry for each request that
-// changes something. A class, so that a test can read what would be written.
+// The record of each request that changes something, with its requester: one
+// entry each. A class, so that a test can read the entries.
 //
 // Thread-safe.
 #pragma once
@@ -14,7 +14,7 @@
 
 namespace NS {
 
-// Who is at the other end, as the transport vouches for it.
+// The process and user of a client, as the transport vouches for them.
 struct XPCRequester {
   std::uint32_t user = 0;   // the effective user of the process
   std::int32_t process = 0; // its identifier
@@ -30,7 +30,7 @@ struct RequestRecord {
   // "done", "refused" by the reply, "failed" without one, or "cut off" by the end
   // of this process.
   std::string outcome;
-  std::string reason; // of a refusal or failure, where it has one
+  std::string reason; // of a refusal or failure, if it has one
   std::chrono::microseconds took{0};
 };
 
@@ -40,7 +40,7 @@ public:
   static RequestJournal &shared();
   static RequestJournal *exchangeShared(RequestJournal *replacement);
 
-  // The host's journal gets an entry with fields; where there is none, the
+  // The host's journal gets an entry with fields; without a journal, the
   // diagnostic log gets a line. May wait for the journal; does not fail.
   virtual void write(const RequestRecord &record) = 0;
 };

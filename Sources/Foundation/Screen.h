@@ -43,9 +43,10 @@ public:
   virtual int rows() const = 0;
   virtual int columns() const = 0;
   virtual void clear() = 0;
-  // From a place on, UTF-8 without controls; what does not fit is cut off.
+  // Writes from a place on, in UTF-8 without controls; cuts off text that does
+  // not fit.
   virtual void put(int row, int column, std::string_view text, Look look) = 0;
-  // What was put appears.
+  // Shows the written text.
   virtual void show() = 0;
   virtual char32_t key(std::chrono::milliseconds wait) = 0;
 };

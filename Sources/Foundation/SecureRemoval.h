@@ -15,15 +15,16 @@ public:
   static SecureRemoval &shared();
   static SecureRemoval *exchangeShared(SecureRemoval *replacement);
 
-  // Removes the item, and with the recursive flag all beneath it; without it a
-  // folder must be empty. With the one-pass flag the data of each regular file
-  // is overwritten once in place and synced before the file is unlinked, and is
-  // then lost under all of the file's names; holes are left as they are. Links,
-  // FIFOs, sockets and devices are only unlinked. Follows no link and stays
-  // inside the tree and its volume; refuses what FileManager's removal refuses.
-  // 0, or -1 with errno set: to ENOENT only where the item itself is gone, to
-  // ECANCELED when the current progress was cancelled. On failure what came
-  // before the failing item is gone, and that item itself may be overwritten.
+  // Removes the item, and with the recursive flag all items beneath it; without
+  // it a folder must be empty. With the one-pass flag it overwrites the data of
+  // each regular file once in place and syncs it before it unlinks the file;
+  // the data is then lost under all of the file's names. Holes stay holes. It
+  // only unlinks links, FIFOs, sockets and devices. Follows no link and stays
+  // inside the tree and its volume; refuses the same paths as FileManager's
+  // removal. Returns 0, or -1 with errno set: ENOENT only when the item itself
+  // is gone, ECANCELED when the current progress was cancelled. On failure the
+  // items before the failing one are gone, and that item itself may be
+  // overwritten.
   virtual int removefile(const std::string &path, std::uint32_t flags) = 0;
 };
 

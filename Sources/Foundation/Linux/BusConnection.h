@@ -1,9 +1,9 @@
-// A connection to the message bus, without descriptors in its messages: the
-// bus hands over none that anybody attached.
+// A connection to the message bus, without descriptors in its messages: the bus
+// removes any that a sender attached.
 //
-// Messages go out and come in one by one; what they mean is up to the owner,
-// who answers every call himself. The library beneath answers none. For one
-// thread at a time, but for BusWaker.
+// Sends and receives messages one by one. The owner interprets them and answers
+// every call itself; the library beneath answers none. One thread at a time may
+// use it; BusWaker is thread-safe.
 #pragma once
 
 #include "Foundation/Linux/BusMessage.h"
@@ -26,7 +26,7 @@ public:
   BusWaker(const BusWaker &) = delete;
   BusWaker &operator=(const BusWaker &) = delete;
 
-  // The wait under way ends, or else the next one at once.
+  // Ends the wait under way, or else the next one at once.
   void wake() noexcept;
   void clear() noexcept;
   int descriptor() const { return descriptor_; }
@@ -46,14 +46,14 @@ public:
   // "system", "session", or an address. Raises BusError when the bus cannot be
   // reached.
   explicit BusConnection(const std::string &bus);
-  // Sends what is still to be sent, if the bus takes it at once.
+  // Sends the remaining messages, if the bus takes them at once.
   ~BusConnection();
   BusConnection(const BusConnection &) = delete;
   BusConnection &operator=(const BusConnection &) = delete;
 
   BusMessage makeCall(const std::string &destination, const std::string &path,
                       const std::string &interface, const std::string &member);
-  // To one receiver alone.
+  // For one receiver alone.
   BusMessage makeSignal(const std::string &destination, const std::string &path,
                         const std::string &interface, const std::string &member);
 
@@ -61,15 +61,15 @@ public:
   // Returns its serial; the answer to a call comes out of next().
   std::uint32_t send(BusMessage &message);
   // Sends the call and waits for its answer, at most 25 s. Raises BusError for
-  // an error. What else arrives meanwhile comes out of next() later.
+  // an error. Other messages that arrive meanwhile come out of next() later.
   BusMessage callAndWait(BusMessage &call);
 
-  // The next message that has arrived, an empty one when none has. Raises
-  // BusDisconnected when the connection is lost, BusError when something else
-  // went wrong: the connection then still stands.
+  // Returns the next message that has arrived, or an empty one. Raises
+  // BusDisconnected when the connection is lost, BusError for any other
+  // failure: the connection then remains.
   BusMessage next();
-  // Until something arrives, can be sent or is due, until the waker wakes, or
-  // until the time has come; clears the waker. Raises BusError.
+  // Waits until a message arrives, can be sent or is due, until the waker
+  // wakes, or until the given time; clears the waker. Raises BusError.
   void wait(BusWaker &waker, std::optional<Clock::time_point> until);
 
   // These ask the bus and wait for its answer.
@@ -77,7 +77,7 @@ public:
   // Without queueing. False when the name has another owner.
   bool requestName(const std::string &name);
   void releaseName(const std::string &name);
-  // The unique name of the owner, nothing when there is none.
+  // The unique name of the owner; empty when there is none.
   std::optional<std::string> ownerOfName(const std::string &name);
 
   // The unique name that the bus gave this connection.
@@ -89,7 +89,7 @@ private:
   void start(const std::string &address);
 
   sd_bus *bus_ = nullptr;
-  BusMessage arrived_; // by the library, during next()
+  BusMessage arrived_; // set by the library during next()
 };
 
 } // namespace NS

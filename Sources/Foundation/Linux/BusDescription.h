@@ -1,4 +1,4 @@
-// What introspection tells of an object, as the bus's own form of XML.
+// The introspection of an object, in the bus's own form of XML.
 #pragma once
 
 #include "Foundation/XPCInterface.h"
@@ -14,10 +14,10 @@ inline constexpr const char *peerInterface = "org.freedesktop.DBus.Peer";
 inline constexpr const char *introspectableInterface = "org.freedesktop.DBus.Introspectable";
 inline constexpr const char *propertiesInterface = "org.freedesktop.DBus.Properties";
 
-// Either may be null. More is put in as it is.
+// Either interface may be null. Further text is inserted unchanged.
 std::string busDescription(const XPCInterface *exported, const XPCInterface *remote,
                            std::string_view more);
-// Of an object that only leads to the child.
+// For an object that only leads to the child.
 std::string busDescriptionOfParent(std::string_view child);
 
 } // namespace NS

@@ -1,4 +1,4 @@
-// What went wrong on the message bus, by the bus's own names of errors.
+// Failures on the message bus, with the bus's own names of errors.
 #pragma once
 
 #include <stdexcept>
@@ -11,8 +11,8 @@ public:
   BusError(std::string name, const std::string &text)
       : std::runtime_error(text), name_(std::move(name)) {}
 
-  // For a number that a function of the bus library returned, negative or not.
-  // Raises std::bad_alloc instead when that is a want of memory.
+  // Raises the error of a number that a function of the bus library returned,
+  // negative or not; for a lack of memory raises std::bad_alloc.
   [[noreturn]] static void raise(int number, const std::string &what);
 
   // "org.freedesktop.DBus.Error.Failed" and the like.
@@ -22,14 +22,14 @@ private:
   std::string name_;
 };
 
-// The connection is lost: nothing but its destruction is of use.
+// The connection is lost: only its destruction is allowed then.
 class BusDisconnected final : public BusError {
 public:
   BusDisconnected()
       : BusError("org.freedesktop.DBus.Error.Disconnected", "the connection has ended") {}
 };
 
-// A message would become larger than any may be.
+// A message would exceed the largest size.
 class BusMessageTooLarge final : public BusError {
 public:
   BusMessageTooLarge()

@@ -1,5 +1,5 @@
-// Work for the thread of the bus. Holders may outlive that thread; what is
-// posted then is dropped unseen. Thread-safe.
+// Work for the thread of the bus. Its owners may outlive that thread; the
+// mailbox then drops new work. Thread-safe.
 #pragma once
 
 #include "Foundation/Linux/BusConnection.h"
@@ -17,23 +17,23 @@ public:
   using Works = std::list<Work>;
 
   void post(Work work);
-  // Takes no memory: for what was made while there was some.
+  // Needs no memory: the caller allocated the work before.
   void post(Works works) noexcept;
-  // Does it at once on the thread that takes when nothing waits there, else
-  // posts it.
+  // Does the work at once when called on the thread that takes and nothing
+  // waits there, else posts it.
   void doOrPost(Work work);
-  // What was posted since the last call, in order.
+  // The work posted since the last call, in order.
   Works take();
-  // Nothing posted from now on is kept.
+  // Drops all work posted from now on.
   void close();
-  // Woken when there is something to take.
+  // Wakes the taking thread when there is work.
   BusWaker &waker() { return waker_; }
 
 private:
   BusWaker waker_;
   std::mutex mutex_;
   Works work_;
-  std::thread::id taker_; // who called take() last
+  std::thread::id taker_; // the thread of the last take()
   bool closed_ = false;
 };
 

@@ -1,8 +1,8 @@
 // One message of the bus: its header, and the values in it one by one.
 //
-// A handle that is moved, never copied; for the thread of its connection. What
-// cannot be written or read raises BusError, a want of memory std::bad_alloc;
-// a message that was being written is of no use then.
+// A handle that can be moved but not copied, for the thread of its connection.
+// A value that cannot be written or read raises BusError, a lack of memory
+// std::bad_alloc. A message whose writing failed must not be sent.
 #pragma once
 
 #include "Foundation/Linux/BusError.h"
@@ -17,9 +17,9 @@ struct sd_bus_message;
 
 namespace NS {
 
-// What the values of a message may take in all, as they stand in it: text of
-// 16 MiB and something beside it. Far below what the strictest usual bus lets
-// through, since a sender of a larger message loses its connection.
+// The most bytes of a message's values in their encoded form: text of 16 MiB
+// and a little more. Far below the limit of the strictest usual bus, since the
+// sender of a larger message loses its connection.
 inline constexpr std::size_t maximumBodyBytes = (std::size_t{16} << 20) + 1024;
 
 class BusMessage {
@@ -27,18 +27,18 @@ public:
   enum class Kind { Call, Reply, Failure, Signal };
 
   BusMessage() = default;
-  // Takes the reference over.
+  // Takes ownership of the reference.
   explicit BusMessage(sd_bus_message *message) : message_(message) {}
   ~BusMessage();
   BusMessage(BusMessage &&other) noexcept;
   BusMessage &operator=(BusMessage &&other) noexcept;
 
-  // Of an empty handle nothing else may be asked.
+  // An empty handle permits only this question.
   explicit operator bool() const { return message_ != nullptr; }
   sd_bus_message *get() const { return message_; }
 
-  // The header; empty where there is no such field. The texts live as long as
-  // the message.
+  // The header; a missing field is empty. The texts live as long as the
+  // message.
   Kind kind() const;
   std::string_view sender() const;
   std::string_view destination() const;
@@ -47,27 +47,28 @@ public:
   std::string_view member() const;
   std::string_view signature() const;
   std::string_view errorName() const;
-  // Its number, known once it was sent or received; of an answer also that of
-  // the call.
+  // Its number, known once it was sent or received. An answer also has that of
+  // its call.
   std::uint32_t serial() const;
   std::uint32_t replySerial() const;
   bool expectsReply() const;
-  // What it takes on its way, header included, rounded up by some bytes; while
-  // it is written, what it takes so far. Only of messages written here.
+  // The bytes that it takes on its way, header included, rounded up by some
+  // bytes. During writing, the bytes so far. Only for messages written here.
   std::size_t size() const;
 
-  // To a call that was received. Both need no memory of the call's any more.
+  // Make answers to a received call. They need none of the call's memory later.
   BusMessage makeReply() const;
   BusMessage makeFailure(const std::string &name, const std::string &text) const;
 
-  // Writing, in order. BusMessageTooLarge when the body becomes too large.
+  // Writes values in order. Raises BusMessageTooLarge when the body becomes too
+  // large.
   void write(bool value);
   void write(std::int32_t value);
   void write(std::uint32_t value);
   void write(std::int64_t value);
   void write(std::uint64_t value);
   void write(double value);
-  // What is no text is replaced, as busText() does.
+  // Replaces invalid text as busText() does.
   void write(std::string_view text);
   void write(const std::string &text) { write(std::string_view(text)); }
   void write(const char *text) { write(std::string_view(text)); }
@@ -77,7 +78,8 @@ public:
   void open(char container, const char *contents);
   void close();
 
-  // Reading, in order; BusError when the next value is of another kind.
+  // Reads values in order. Raises BusError when the next value is of another
+  // kind.
   bool readBool();
   std::int32_t readInt32();
   std::uint32_t readUInt32();
@@ -90,7 +92,7 @@ public:
   bool enter(char container, const char *contents);
   void leave();
   bool isAtEnd();
-  // The type of the next value and, of a container, the signature of its
+  // The type of the next value and, for a container, the signature of its
   // contents; empty at the end.
   struct Type {
     char kind = '\0';

@@ -1,8 +1,7 @@
-// The way out to the clients: a message goes at once, or waits until its
-// client has read enough of what it was sent before.
+// The way out to the clients: sends a message at once, or keeps it until its
+// client has read enough of the earlier ones.
 //
-// Everything here happens on the thread of the bus. Whom a message is for
-// stands in the message.
+// All members are for the thread of the bus. The message names its receiver.
 #pragma once
 
 #include "Foundation/Linux/BusStatistics.h"
@@ -20,10 +19,10 @@ namespace NS {
 
 class BusOutbox {
 public:
-  // Told when a client's messages begin to wait, and when they no longer do.
+  // Called when a client's messages begin to wait, and when they no longer do.
   using Listener = std::function<void(const std::string &client, bool waits)>;
-  // Makes a message for the client that is no smaller than so many bytes and of
-  // no other use, to find out whether it reads.
+  // Makes a message for the client of at least so many bytes and without
+  // information, to find out whether it reads.
   using TrialMaker = std::function<BusMessage(const std::string &client, std::size_t bytes)>;
 
   // The thread must outlive it.
@@ -31,17 +30,17 @@ public:
   BusOutbox(const BusOutbox &) = delete;
   BusOutbox &operator=(const BusOutbox &) = delete;
 
-  // In order for one client. The small one goes in place of a large one when
-  // others leave no room for that for long; empty when there is none.
+  // In order for one client. The small message replaces a large one when others
+  // leave no room for that for long; empty when there is none.
   void send(BusMessage message, BusMessage small = {});
-  // A short answer; it may overtake others. Dropped only behind very many that
-  // the client has not read: then none need be made.
+  // For a short answer, which may overtake others. Dropped only after very many
+  // that the client has not read, so that no more need be made.
   void sendShort(BusMessage message);
   bool takesShort(std::string_view client) const;
-  // What is better lost than kept when the client does not read.
+  // For a message that is better lost than kept when the client does not read.
   void sendOrDrop(BusMessage message);
   bool isWaiting(std::string_view client) const { return waiting_.contains(client); }
-  // The client is gone, and with it what waits.
+  // Drops the waiting messages of a client that is gone.
   void forget(std::string_view client);
 
 private:

@@ -1,7 +1,7 @@
-// What a bus says that it keeps for a client that has not read it: each usual
-// bus in its own way, and only to root.
+// The bus's figures of the bytes that it keeps for a client. Each usual bus
+// reports them in its own way, and only to root.
 //
-// Everything here happens on the thread of the bus.
+// All members are for the thread of the bus.
 #pragma once
 
 #include "Foundation/Linux/BusThread.h"
@@ -16,7 +16,7 @@ namespace NS {
 
 class BusStatistics {
 public:
-  enum class Answer { Bytes, None, Gone }; // None: another time, perhaps
+  enum class Answer { Bytes, None, Gone }; // None: no figure now, perhaps later
   using Receiver = std::function<void(const std::string &client, Answer answer, std::size_t bytes)>;
 
   // The thread must outlive it. The receiver gets one answer about each client
@@ -25,11 +25,11 @@ public:
   BusStatistics(const BusStatistics &) = delete;
   BusStatistics &operator=(const BusStatistics &) = delete;
 
-  // False once the bus has turned out to keep none.
+  // False once the bus has turned out to have no statistics.
   bool areKept() const { return way_ != Way::None; }
   // Whether it is known to keep account of users, as dbus-broker does.
   bool areOfUsers() const { return way_ == Way::AllClients; }
-  // False when it cannot be asked just now.
+  // False when it must not be asked just now.
   bool canAsk() const { return areKept() && !isAskingAboutAll_; }
   void ask(const std::vector<std::string> &clients);
 

@@ -10,11 +10,11 @@ namespace NS {
 
 bool isBusText(std::string_view text);
 
-// Each byte that is no such text becomes U+FFFD, which takes three.
+// Replaces each invalid byte by U+FFFD, which takes three bytes.
 std::string busText(std::string_view text);
-// The length of busText(text), found without making it.
+// The length of busText(text), without making it.
 std::size_t busTextLength(std::string_view text);
-// Writes busText(text), of that length, and no NUL behind it.
+// Writes busText(text), of that length, without a NUL after it.
 void writeBusText(std::string_view text, char *target);
 
 } // namespace NS

@@ -1,5 +1,5 @@
-// The one thread that touches the agent's connection to the bus: everybody
-// else hands it something to do.
+// The one thread that uses the agent's connection to the bus. All other threads
+// pass it work.
 #pragma once
 
 #include "Foundation/Linux/BusConnection.h"
@@ -25,7 +25,7 @@ public:
   BusThread(const BusThread &) = delete;
   BusThread &operator=(const BusThread &) = delete;
 
-  // For the thread itself, and for anyone before start.
+  // For the thread itself, and for any thread before start.
   BusConnection &bus() { return connection_; }
   const std::shared_ptr<BusMailbox> &mailbox() { return mailbox_; }
 
@@ -34,14 +34,14 @@ public:
   // Starts the thread. The lost handler is called on it, at most once, when
   // the bus is gone for good.
   void start(Receiver receiver, std::function<void(const std::string &reason)> lost);
-  // Ends the thread and waits for it; what is posted afterwards is dropped.
-  // Not on the thread itself.
+  // Ends the thread and waits for it; drops work posted afterwards. Do not call
+  // it on the thread itself.
   void stop();
 
-  // These on the thread itself, or before start.
-  // Handles nothing further.
+  // Call these on the thread itself, or before start. Handles no further
+  // message.
   void stopHandling() { stopping_ = true; }
-  // Has it do something later, if it still runs then.
+  // Does the work later, if the thread still runs then.
   void callAfter(std::chrono::milliseconds delay, BusMailbox::Work work);
   // Sends a call to the bus itself. Its answer, a reply or a failure, goes to
   // the handler; none comes when the bus is lost first.
@@ -60,8 +60,8 @@ private:
   const std::shared_ptr<BusMailbox> mailbox_;
   std::thread thread_;
   Receiver receiver_;
-  bool stopping_ = false;                                    // the thread's own, like
-  std::multimap<Clock::time_point, BusMailbox::Work> later_; // what is due when, and
+  bool stopping_ = false;                                    // only the thread uses these
+  std::multimap<Clock::time_point, BusMailbox::Work> later_; // work by its due time
   std::map<std::uint32_t, Receiver> asked_;                  // by serial of the call
 };
 

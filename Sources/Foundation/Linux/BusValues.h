@@ -1,5 +1,5 @@
-// Values in messages of the bus: which signature each kind has, and the way in
-// and out of a message.
+// Values in messages of the bus: the signature of each kind, and its writing
+// and reading.
 //
 // A nil string travels as an empty one, a nil array as an empty one. An error
 // travels as domain, code and user info, its cause as another such structure
@@ -18,7 +18,7 @@ namespace NS {
 std::string busSignature(const std::vector<XPCParameter> &parameters);
 
 // Raise BusError when the message does not hold such values, in this order; a
-// message may hold more. Every string and array is one, a nil error the
+// message may hold more. Every string and array is set, a nil error is the
 // monostate.
 XPCValue readValue(BusMessage &message, XPCKind kind);
 XPCValues readValues(BusMessage &message, const std::vector<XPCKind> &kinds);
@@ -30,11 +30,11 @@ void writeValue(BusMessage &message, XPCKind kind, const XPCValue &value);
 void writeValues(BusMessage &message, const std::vector<XPCParameter> &parameters,
                  const XPCValues &values);
 
-// About the memory that arguments take.
+// The approximate memory of the arguments.
 std::size_t memoryOf(const XPCValues &arguments);
 
-// The values with user info left out of their errors: what is left of a reply
-// that is too large for a message.
+// The values without the user info of their errors, for a reply that is too
+// large for a message.
 XPCValues valuesWithoutUserInfo(XPCValues values);
 
 } // namespace NS

@@ -17,7 +17,8 @@ namespace NS {
 class CopiedItems;
 class Staging;
 
-// What is to be copied, and how. All must outlive the walk.
+// The source, the destination and the options of a copy. All must outlive the
+// walk.
 struct CopyTask {
   const ItemLocation &source;
   const std::string &srcPath;
@@ -27,7 +28,8 @@ struct CopyTask {
   CopiedItems *record; // may be null
 };
 
-// Copies the item and all beneath it, and tells what was left out.
+// Copies the item and all items beneath it, and notes the attributes that it
+// leaves out.
 TreeResult copyWholeTree(const CopyTask &task, LeftOut &leftOut);
 
 } // namespace NS

@@ -1,7 +1,7 @@
-// Every call that arrives: its path, interface, member and signature are
-// checked here, before anything answers, and each answer goes by the outbox.
+// Checks the path, interface, member and signature of every call that arrives
+// before any code answers it, and sends each answer by the outbox.
 //
-// Everything here happens on the thread of the bus.
+// All members are for the thread of the bus.
 #pragma once
 
 #include "Foundation/Linux/ServiceControl.h"
@@ -25,8 +25,8 @@ public:
   ServiceCalls(const ServiceCalls &) = delete;
   ServiceCalls &operator=(const ServiceCalls &) = delete;
 
-  // Answers the call, or has it answered later. Does not throw but for a want
-  // of memory for the answer.
+  // Answers the call, or has it answered later. Throws only for a lack of
+  // memory for the answer.
   void received(BusMessage &call);
 
 private:

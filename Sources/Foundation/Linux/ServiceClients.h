@@ -1,7 +1,7 @@
 // The clients of the listener, by unique bus name: made at a client's first
 // request, released when its name goes away.
 //
-// Everything here happens on the thread of the bus.
+// All members are for the thread of the bus.
 #pragma once
 
 #include "Foundation/Linux/BusThread.h"
@@ -18,10 +18,10 @@ namespace NS {
 struct ServiceClient {
   std::shared_ptr<ServiceConnection> connection;
   bool isAccepted = false;
-  bool isKnown = false;       // who it is
-  bool waits = false;         // for room: its next requests do, too
-  bool endsOnLeaving = false; // its requests do
-  bool wantsProgress = false; // of its requests
+  bool isKnown = false;       // its process and user
+  bool waits = false;         // for room in its outbox; its next requests then wait too
+  bool endsOnLeaving = false; // whether its requests end with it
+  bool wantsProgress = false; // for its requests
 };
 
 class ServiceClients {
@@ -40,10 +40,10 @@ public:
 
   // Null when there is no such client.
   ServiceClient *find(std::string_view name);
-  // Makes it at its first request.
+  // Makes the client at its first request.
   ServiceClient &clientOf(std::string_view name);
   void erase(std::string_view name);
-  // Whether a client's next requests are held back until it has read more.
+  // Sets whether a client's next requests are held back until it has read more.
   void setWaiting(const std::string &name, bool waits);
 
 private:

@@ -1,4 +1,5 @@
-// One client of the listener: its queue, what it may call, and the way back.
+// One client of the listener: its queue, its permitted members, and the way
+// back.
 #pragma once
 
 #include "Foundation/Linux/RequestQueue.h"
@@ -32,20 +33,21 @@ public:
   std::int32_t processIdentifier() const override;
   std::uint32_t effectiveUserIdentifier() const override;
 
-  // Who the client is. Before any request is handled: while it is paused.
+  // Sets the client's process and user. Call it before any request is handled,
+  // while the connection is paused.
   void setRequester(XPCRequester requester);
 
   // Null when the client may not call such a member.
   const XPCMethod *methodWithMember(const std::string &member) const;
   // Queues a request for the method, which must be of this connection and have
-  // an invoker; a prompt one is done before this returns when its turn has come.
+  // an invoker. A prompt request whose turn has come is done before the return.
   // The handler's progress is that of the request, which is not handled when it
   // was dropped before its turn; its reply is then left alone, as it is when
   // the queue is full, which gives false.
   bool deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply,
                std::shared_ptr<ServiceRequest> request = std::make_shared<ServiceRequest>());
-  // Begins no further request until told to proceed. To be told so before it
-  // goes, or what waits is lost.
+  // Begins no further request until proceed(). Call that before the connection
+  // goes, or the waiting requests are lost.
   void pause() { queue_->pause(); }
   void proceed() { queue_->proceed(); }
 
@@ -61,7 +63,7 @@ private:
   const std::shared_ptr<RequestQueue> queue_;
   mutable std::mutex mutex_;
   Setup setup_;
-  // Shared with the requests, which read it when they are handled.
+  // Shared with the requests, which read it when they run.
   const std::shared_ptr<XPCRequester> requester_ =
       std::make_shared<XPCRequester>(XPCRequester{UINT32_MAX, -1});
 };

@@ -1,7 +1,7 @@
-// What a client may say about its own requests, beside the contract: cancel
-// one, end all when it leaves, follow how far they have come.
+// The second interface, by which a client controls its own requests: cancel
+// one, end all when it leaves, follow their progress.
 //
-// Everything here happens on the thread of the bus.
+// All members are for the thread of the bus.
 #pragma once
 
 #include "Foundation/Linux/ServiceClients.h"
@@ -23,21 +23,21 @@ public:
   ServiceControl(const ServiceControl &) = delete;
   ServiceControl &operator=(const ServiceControl &) = delete;
 
-  // The interface as introspection shows it.
+  // The interface for introspection.
   static std::string_view description();
   // Null when there is no such method.
   static const char *signatureOf(std::string_view member);
-  // Does what a call asks, whose member and signature are among these, and
-  // gives its answer.
+  // Does the work of a call with one of these members and signatures, and
+  // returns its answer.
   BusMessage handle(BusMessage &call);
   void leave(std::string_view client);
 
-  // A signal of no use to the client but that it must be read, with so many
-  // bytes at least.
+  // Makes a signal that carries only padding, of so many bytes at least. It
+  // shows whether the client reads.
   BusMessage makeTrial(const std::string &client, std::size_t bytes);
 
 private:
-  // What was told last of each request, by serial.
+  // The last report of each request, by serial.
   using Told = std::map<std::uint32_t, Progress::Snapshot>;
 
   void setFollowing(std::string_view client, bool follows);

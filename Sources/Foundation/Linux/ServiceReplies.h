@@ -1,7 +1,6 @@
 // The requests that are not answered yet, and their answers.
 //
-// Everything here happens on the thread of the bus, but for what an XPCReply
-// does.
+// All members are for the thread of the bus. Any thread may use an XPCReply.
 #pragma once
 
 #include "Foundation/Linux/BusOutbox.h"
@@ -17,8 +16,8 @@
 
 namespace NS {
 
-// How an ended request looks that was never begun: flags that say so, empty
-// texts, and the error of what was cancelled.
+// The reply to a request that was cancelled before its start: flags that say
+// failure, empty texts, and the cancellation error.
 XPCValues cancelledValues(const XPCMethod &method);
 
 class ServiceReplies {
@@ -31,21 +30,21 @@ public:
   struct Expected {
     XPCReply reply;
     std::shared_ptr<ServiceRequest> request;
-    std::uint64_t number = 0; // of what is to be answered, 0 when nothing is
+    std::uint64_t number = 0; // of the expected answer, 0 without one
   };
   // The way back to the caller of this call, by which its answer is sent. The
   // method must live as long.
   Expected expect(const XPCMethod &method, const BusMessage &call);
-  // The client's request with the number was not accepted: it is not answered
+  // The client's request with the number was not accepted, so it gets no answer
   // here.
   void forget(std::string_view client, std::uint64_t number);
 
-  // Ends the client's request with the serial: false when there is none.
+  // Ends the client's request with the serial; false when there is none.
   bool cancel(std::string_view client, std::uint32_t serial);
-  // The client is gone: nothing is answered to it any more, and if it asked for
-  // that, its requests end.
+  // Drops the answers for a client that is gone, and cancels its requests if it
+  // asked for that.
   void leave(std::string_view client, bool endsRequests);
-  // Calls back for each request of the client that is not answered.
+  // Calls back for each unanswered request of the client.
   void forEach(std::string_view client,
                const std::function<void(std::uint32_t serial, ServiceRequest &request)> &receiver);
 
@@ -54,7 +53,7 @@ private:
     std::uint32_t serial = 0; // of the call
     const XPCMethod *method = nullptr;
     std::shared_ptr<ServiceRequest> request;
-    BusMessage reply; // all three made while the call is at hand
+    BusMessage reply; // all three made while the call exists
     BusMessage brief; // without the details of errors
     BusMessage failure;
   };

@@ -1,4 +1,4 @@
-// One request on its way from its arrival to its end.
+// The state of one request between its arrival and its end.
 #pragma once
 
 #include "Foundation/Progress.h"
@@ -12,8 +12,8 @@ class ServiceRequest {
 public:
   Progress progress;
 
-  // Of these two the first to be called counts: false when it was the other,
-  // or the same before.
+  // The first call of these two counts. False when the other, or the same, came
+  // before.
   bool begin() { return leave(State::Begun); }
   bool drop() { return leave(State::Dropped); }
 

@@ -1,5 +1,5 @@
-// Copying a whole item under a name that does not exist yet. For bodies of the
-// seam only.
+// Copies a whole item to a name that does not exist yet. Internal to
+// Foundation.
 #pragma once
 
 #include "Foundation/Linux/ItemLocation.h"
@@ -10,15 +10,15 @@ namespace NS {
 
 class CopiedItems;
 
-// A copy that is to take its original's place refuses what could not be
-// removed afterwards (locked items, mount points) and is on the disk when it
-// is built.
+// A copy that is to replace its original refuses items that could not be
+// removed afterwards (locked items, mount points), and is synced to the disk
+// when it is complete.
 enum class CopyPurpose { Copy, Move };
 
-// A copy that is built in a folder of its own near its destination and renamed
-// into place when it is complete, so that the destination never holds a part
-// of it. Until it is placed nothing is left of it when this object goes; only
-// the end of the process can leave that folder, under a name that begins with
+// A copy that is built in a folder near its destination and renamed into place
+// when it is complete, so that the destination never holds a part of it. Until
+// it is placed, the destruction of this object removes all of it. Only the end
+// of the process can leave that folder, under a name that begins with
 // ".keepwell-copy-", until the next copy to the same place removes it.
 //
 // The locations and paths must live as long as this object.
@@ -28,9 +28,9 @@ public:
              const std::string &dstPath, CopyPurpose purpose)
       : source_(source), srcPath_(srcPath), target_(target), dstPath_(dstPath), purpose_(purpose) {}
 
-  // Copies the item and all beneath it. What vanishes meanwhile is left out.
-  // The record, if there is one, tells afterwards what was copied. Counts items
-  // and bytes in the current progress, and stops when that is cancelled.
+  // Copies the item and all items beneath it. Leaves out items that vanish
+  // meanwhile. The record, if any, holds the copied items afterwards. Counts
+  // items and bytes in the current progress, and stops when that is cancelled.
   TreeResult build(CopiedItems *record);
   // Renames the copy into place.
   TreeResult place();
@@ -48,8 +48,8 @@ private:
   ItemLocation unfinished_;
 };
 
-// Renames without replacing, on volumes that cannot do so in one step by the
-// nearest means they have. 0, or an errno value.
+// Renames without replacing. On volumes that cannot do so in one step it takes
+// the nearest means that they have. Returns 0, or an errno value.
 int renameWithoutReplacing(const ItemLocation &source, const ItemLocation &target);
 
 } // namespace NS

@@ -1,4 +1,4 @@
-// A move to another volume, step by step. For bodies of the seam only.
+// A move to another volume, step by step. Internal to Foundation.
 #pragma once
 
 #include "Foundation/Linux/CopiedItems.h"
@@ -9,10 +9,11 @@
 
 namespace NS {
 
-// Nothing of the original goes that was not copied as it is: whatever others
-// change, add or exchange in it meanwhile makes a step fail. What vanishes
-// meanwhile makes none fail. To be called in this order, each after the success
-// of the one before; the locations and paths must live as long as this object.
+// The move removes only items of the original that it has copied in their
+// present state: when others change, add or exchange items meanwhile, a step
+// fails. Items that vanish meanwhile make no step fail. Call the steps in this
+// order, each after the success of the one before; the locations and paths must
+// outlive this object.
 class MoveAcross {
 public:
   MoveAcross(const ItemLocation &source, const std::string &srcPath, const ItemLocation &target,
@@ -20,14 +21,14 @@ public:
       : source_(source), srcPath_(srcPath), target_(target), dstPath_(dstPath),
         copy_(source, srcPath, target, dstPath, CopyPurpose::Move) {}
 
-  // Refuses what could not be removed afterwards, and makes a whole copy that
-  // is on the disk but not in its place.
+  // Refuses items that could not be removed afterwards, and makes a whole copy
+  // that is on the disk but not in its place.
   TreeResult copy();
-  // Compares the original with what was copied, and renames the copy into
-  // place. When it fails the original is whole and the copy goes.
+  // Compares the original with the record of the copy, and renames the copy
+  // into place. On failure the original is whole and the copy is removed.
   TreeResult place();
-  // Removes the original, each item only if it still is what was copied. When
-  // it fails the copy stays beside what is left of the original.
+  // Removes the original, each item only if it is unchanged since it was
+  // copied. On failure the copy stays beside the rest of the original.
   TreeResult removeOriginal();
 
 private:

@@ -1,7 +1,7 @@
-// What FileManager does with more than one item at a time: whole trees
-// removed, moved, copied and walked, and the Trash. For bodies of the seam only.
+// FileManager's operations on whole trees: removing, moving, copying and
+// walking them, and the Trash. Internal to Foundation.
 //
-// All functions block, may run on several threads at once and keep no state.
+// All functions block and keep no state; several threads may call them at once.
 #pragma once
 
 #include "Foundation/FileManager.h"
@@ -13,7 +13,7 @@
 
 namespace NS {
 
-// As FileManager's operations of the same kind promise.
+// As FileManager's operations of the same kind.
 TreeResult removeTree(const std::string &path);
 TreeResult moveTree(const std::string &srcPath, const std::string &dstPath);
 TreeResult copyTree(const std::string &srcPath, const std::string &dstPath);
@@ -22,7 +22,7 @@ std::unique_ptr<PathEnumerator> openPathEnumerator(const std::string &path);
 std::unique_ptr<URLEnumerator> openURLEnumerator(const URL &url,
                                                  DirectoryEnumerationOptions options);
 
-// The error when the item cannot be put in any Trash.
+// The error when no Trash can take the item.
 std::optional<Error> moveToTrash(const std::string &path);
 
 } // namespace NS

@@ -1,22 +1,22 @@
-// What is read of a folder ahead of a walk. For bodies of the seam only.
+// The items of a folder that are read ahead of a walk. Internal to Foundation.
 //
 // A batch is some of the items of one folder, or the intent to read them. The
-// first batch of a folder stands for the folder itself: it has its descriptor
-// and its status. Where a folder is too large for one batch, the batches that
-// follow hang at `rest`, one behind the other. The folders that are found among
-// a batch's items hang at `folders`, each as the first batch of its own; so the
+// first batch of a folder represents the folder itself: it has its descriptor
+// and its status. When a folder is too large for one batch, the following
+// batches hang at `rest`, one after the other. The folders found among a
+// batch's items hang at `folders`, each as the first batch of its own; so the
 // batches are a tree of the same shape as the folders.
 //
-// A batch goes through four states. It waits until a thread takes it; that
-// thread reads it, without a lock, and nobody else touches what it holds; then
-// it is ready, and from there on belongs to the walk; and when the walk has
-// used it, it is dropped. A thread that finds no memory or no descriptor puts it
-// back as it was.
+// A batch goes through four states. It waits until a thread takes it. That
+// thread reads it, without a lock, and no other thread touches its contents.
+// Then it is ready, and from there on belongs to the walk. When the walk has
+// used it, it is dropped. A thread without memory or descriptors puts it back
+// unchanged.
 //
-// Who may touch what: `state` may be read by anybody; a batch that is seen as
-// ready is seen with all that it holds. The fields for the list and the count
-// of uses are guarded by the lock of ReadAhead. All the rest belongs to the
-// thread that reads the batch, and then to the walk.
+// Threads and fields: any thread may read `state`; after a batch is seen as
+// ready, all its contents are visible. The lock of ReadAhead guards the fields
+// for the list and the count of uses. All others belong to the thread that
+// reads the batch, and then to the walk.
 #pragma once
 
 #include "Foundation/FTS.h"
@@ -31,12 +31,13 @@ namespace NS {
 
 struct AheadBatch;
 
-// An item that was looked at, not just listed. What is a folder by its record
-// is looked at as it is opened, which spares a look-up of its name.
+// An item that was looked at, not just listed. An item that is a folder by its
+// record is looked at through its open descriptor, which spares a look-up of
+// its name.
 struct AheadItem {
   FTSStat status;
-  int errnum = 0;               // of the look; the status is void then
-  AheadBatch *folder = nullptr; // where what it holds and its status are read ahead
+  int errnum = 0;               // of the look; the status is then void
+  AheadBatch *folder = nullptr; // the batch with its contents and its status
 };
 
 struct AheadContent {
@@ -54,10 +55,10 @@ struct AheadBatch {
   // For the walk, once ready.
   FTSStat status;                        // of the folder, in its first batch
   int statusError = 0;                   // the status could not be had
-  int openError = 0;                     // the folder could not be opened, or is none
-  int readError = 0;                     // it could not be read behind these items
+  int openError = 0;                     // the folder could not be opened, or is not a folder
+  int readError = 0;                     // it could not be read after these items
   std::unique_ptr<AheadContent> content; // never null
-  AheadBatch *rest = nullptr;            // what follows in the folder; null at its end
+  AheadBatch *rest = nullptr;            // the next batch of the folder; null at its end
 
   // Where it hangs; set before others see it.
   AheadBatch *above = nullptr;           // the folder that holds this one; null for the root
@@ -73,7 +74,7 @@ struct AheadBatch {
   AheadBatch *before = nullptr;
   AheadBatch *after = nullptr;
   std::size_t uses = 1;
-  int descriptor = -1; // set by who reads the first batch
+  int descriptor = -1; // set by the thread that reads the first batch
 
   // The folder that must be open for this batch to be read; null for the root.
   AheadBatch *source() const { return first == this ? above : first; }

@@ -1,16 +1,15 @@
-// How far the reading may be ahead of the walk. For bodies of the seam only.
+// Bounds how far the reading may be ahead of the walk. Internal to Foundation.
 //
-// Two things are bounded. Bytes: what was read and not used yet, a few
-// milliseconds of work, so that memory stays the same however large the tree
-// is. Folders: those that are open, because something in them is still to be
-// read. A batch that is being read is counted only when it is ready, and so both
-// may be exceeded by one batch and one folder for each thread.
+// It bounds two things. Bytes: of batches that were read and not used yet, a
+// few milliseconds of work, so that memory stays the same for a tree of any
+// size. Folders: open ones with a part still to be read. A batch counts only
+// when it is ready, so each thread may exceed both bounds by one batch and one
+// folder.
 //
-// When either bound is reached nobody takes another batch; only the walk still
-// reads the one that it needs, for it cannot go on without. As the walk uses
-// batches the bytes become fewer. Threads that went to sleep are woken when half
-// of the bytes are free again, so that they have some work to do when they are
-// awake.
+// At either bound no helper takes another batch; only the walk still reads the
+// one that it needs, since it cannot go on without. As the walk uses batches
+// the bytes become fewer. Sleeping threads are woken when half of the bytes are
+// free again, so that they then have some work to do.
 //
 // Guarded by the lock of ReadAhead.
 #pragma once

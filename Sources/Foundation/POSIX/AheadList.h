@@ -1,21 +1,20 @@
-// The batches that wait to be read or are being read, in the order in which the
-// walk will want them. For bodies of the seam only.
+// The batches that wait to be read or are being read, in the walk's order.
+// Internal to Foundation.
 //
 // The walk visits a folder's items in the order of its listing and goes down
-// into each folder as it meets it. When a batch has been read, the folders that
-// were found in it are the next that the walk wants, before whatever came behind
-// the batch; so they take the batch's own place in the list. The rest of a
-// large folder stands behind its batch, and so behind the folders found in it.
-// By these two rules the list always has the walk's order, and the first batch
-// that waits is the one to read next, whoever reads it.
+// into each folder as it meets it. When a batch has been read, the folders
+// found in it are the next ones for the walk, before all batches after it, so
+// they take the batch's own place in the list. The rest of a large folder comes
+// after its batch, and so after the folders found in it. By these two rules the
+// list always has the walk's order, and any thread reads the first batch that
+// waits.
 //
-// A batch stands in the list as long as it waits or is being read, as its place
-// is needed for what is found in it. Those being read stand near the head, no
-// more of them than there are threads, and so the search for the first that
-// waits is short.
+// A batch is in the list while it waits or is being read, since the folders
+// found in it need its place. Those being read are near the head, at most one
+// for each thread, so the search for the first that waits is short.
 //
 // The batches belong to ReadAhead, which guards the list with its lock. Only
-// the number of those that wait may be read without it.
+// the number of waiting batches may be read without it.
 #pragma once
 
 #include "Foundation/POSIX/AheadBatch.h"
@@ -27,20 +26,20 @@ namespace NS {
 
 class AheadList {
 public:
-  // Of batches that nobody reads yet.
+  // The number of batches that no thread reads yet.
   std::size_t waiting() const { return waiting_.load(std::memory_order_relaxed); }
   AheadBatch *head() const { return head_; }
   // Null when none waits.
   AheadBatch *firstWaiting() const;
 
-  // Puts a waiting batch behind the place, or at the head.
+  // Puts a waiting batch after the place, or at the head.
   void insertAfter(AheadBatch *place, AheadBatch &batch);
-  // A waiting batch is read from now on; one being read waits again.
+  // Marks a waiting batch as being read, or one being read as waiting again.
   void take(AheadBatch &batch);
   void putBack(AheadBatch &batch);
   // The folders found in a batch that was read take its place.
   void replaceByFolders(AheadBatch &batch);
-  // A waiting batch leaves.
+  // Removes a waiting batch.
   void remove(AheadBatch &batch);
 
 private:

@@ -1,10 +1,10 @@
-// Reads one batch: opens the folder, lists it and looks at its items. For bodies
-// of the seam only.
+// Reads one batch: opens the folder, lists it and looks at its items. Internal
+// to Foundation.
 //
-// Any number of threads read at once, each a batch of its own, and none of them
-// holds the lock while it does: the system calls are nearly all of the time. A
-// reader may touch the batch that it was given, and the descriptor of the folder
-// above, which stays open because the batch still counts as one of its uses.
+// Any number of threads read at once, each a batch of its own, and none holds
+// the lock meanwhile: the system calls take nearly all of the time. A reader
+// may touch its own batch, and the descriptor of the folder above, which stays
+// open because the batch still counts as one of its uses.
 //
 // A folder is opened, and its status asked of the open folder, which spares a
 // second look-up of its name. Then as many records as fill a buffer are listed,
@@ -12,9 +12,9 @@
 // the buffer, the rest is published before the items are looked at, so that
 // another thread goes on with the listing meanwhile.
 //
-// Everything that needs memory happens before the first item is looked at. What
-// fails for want of memory or of descriptors tells nothing of the folder: such a
-// batch is left as it was, and the walk reads the folder by itself.
+// All allocation comes before the look at the first item. A lack of memory or
+// of descriptors says nothing about the folder: the batch then stays unchanged,
+// and the walk reads the folder by itself.
 #pragma once
 
 #include "Foundation/POSIX/AheadBatch.h"
@@ -28,14 +28,14 @@ namespace NS {
 
 class AheadReader {
 public:
-  // Levels below the root that are read ahead. It bounds the way back to a
-  // folder that was closed.
+  // The number of levels below the root that are read ahead. It bounds the way
+  // back to a closed folder.
   static constexpr int levels = 32;
   static constexpr std::size_t bufferSize = 64 * 1024;
 
-  // Whether items are looked at that are known to be no folders.
+  // Whether to look at items that are certainly not folders.
   enum class Look { AtAll, AtFolders };
-  // Told of the rest of a batch's folder, which it owns from then on.
+  // Called with the rest of a batch's folder, which it owns from then on.
   using Publisher = std::function<void(AheadBatch &batch, std::unique_ptr<AheadBatch> rest)>;
 
   AheadReader(Look look, Publisher publish) : look_(look), publish_(std::move(publish)) {}
@@ -45,7 +45,7 @@ public:
   // The buffer is of bufferSize, aligned to eight bytes. False when memory or
   // descriptors have run out. Throws nothing.
   bool read(AheadBatch &batch, char *buffer) const;
-  // Makes the batch what it was before it was read.
+  // Restores the batch to its state before it was read.
   static void forget(AheadBatch &batch);
 
 private:

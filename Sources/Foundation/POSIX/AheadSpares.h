@@ -1,14 +1,13 @@
-// Content that the walk has used, kept to be filled again. For bodies of the
-// seam only.
+// Used content, kept to be filled again. Internal to Foundation.
 //
-// Content is made by the thread that reads and given up by the walk's. An
+// The reading thread makes content and the walk's thread releases it. An
 // allocator that serves several threads pays for each block that goes that way:
-// the giving thread has to take the lock of the other's heap. Content that is
-// used again spares this, and spares growing its two buffers each time.
+// the releasing thread has to take the lock of the other's heap. Using content
+// again spares this, and spares growing its two buffers each time.
 //
-// What was large is not kept, as few folders are: the spares together hold no
-// more than a mebibyte. Nothing here allocates after the construction, so that
-// giving content back works without memory.
+// Large content is not kept, as few folders are large: the spares together hold
+// at most a mebibyte. Nothing here allocates after the construction, so that
+// returning content works without memory.
 //
 // Guarded by the lock of ReadAhead.
 #pragma once

@@ -1,5 +1,5 @@
-// The records of a listing, in the layout of getdents64, and memory for them. For
-// bodies of the seam only.
+// The records of a listing, in the layout of getdents64, and memory for them.
+// Internal to Foundation.
 #pragma once
 
 #include <algorithm>
@@ -15,7 +15,7 @@ namespace NS {
 // It extends over `length` bytes.
 struct DirectoryRecord {
   std::uint64_t inode;
-  std::int64_t nextOffset; // where to go on behind this record
+  std::int64_t nextOffset; // the position after this record
   std::uint16_t length;
   std::uint8_t type;
   char name[1]; // to its NUL
@@ -26,7 +26,7 @@ inline const DirectoryRecord &directoryRecordAt(const char *bytes) {
   return *static_cast<const DirectoryRecord *>(static_cast<const void *>(bytes));
 }
 
-// Room enough for any record.
+// Enough space for any record.
 inline constexpr std::size_t recordRoom = 4 * 1024;
 
 inline bool isDotOrDotDot(const char *name) {
@@ -37,9 +37,9 @@ inline bool mayBeFolder(std::uint8_t type) {
   return type == DT_DIR || type == DT_UNKNOWN;
 }
 
-// Whether the batch ends where no further record can be: many volumes give
-// their last record the greatest offset of all, which spares a call that would
-// read nothing.
+// Tells whether the batch ends where no further record can be: many volumes
+// give their last record the greatest offset of all, which spares an empty
+// read.
 inline bool isLastBatch(const char *batch, std::size_t size) {
   std::int64_t nextOffset = 0;
   for (std::size_t at = 0; at < size;) {
@@ -50,7 +50,7 @@ inline bool isLastBatch(const char *batch, std::size_t size) {
   return nextOffset == std::numeric_limits<std::int64_t>::max();
 }
 
-// Memory for many batches of records, grown without being cleared first.
+// Memory for many batches of records, which grows without being cleared first.
 class RecordStack {
 public:
   char *at(std::size_t offset) { return bytes_.get() + offset; }

@@ -1,10 +1,10 @@
-// What the hosts do differently with folders: how one is listed, how an open
-// one is told from every other, and how an item's status is had. Each host has
-// one file of bodies; all that walks stands on these calls and on openat,
-// unlinkat and their like, which both hosts have. For bodies of the seam only.
+// The calls on folders that differ between hosts: listing a folder, telling an
+// open one from every other, and reading an item's status. Each host has one
+// file of bodies. All walks use these calls, and openat, unlinkat and their
+// like, which both hosts have. Internal to Foundation.
 //
-// Functions give 0 or an errno value unless they say otherwise. Thread-safe as
-// far as the descriptors are.
+// Functions return 0 or an errno value unless they say otherwise. They are as
+// thread-safe as the descriptors.
 #pragma once
 
 #include "Foundation/FTS.h"
@@ -29,14 +29,14 @@ struct FolderIDHash {
   }
 };
 
-// What tells an open folder from every other view of it as well. No mount means
-// that it is not known.
+// Tells an open folder from all others, and from other views of it. No mount
+// means an unknown one.
 struct FolderIdentity {
   FolderID id{0, 0};
   std::uint64_t mount = 0;
 
-  // Whether an open folder is this one. An identity that could not be had is
-  // that of no folder.
+  // Tells whether an open folder is this one. Without an identity it matches no
+  // folder.
   bool matches(const FolderIdentity &folder) const {
     return id.inode != 0 && id == folder.id && (mount == 0 || mount == folder.mount);
   }
@@ -46,24 +46,24 @@ inline FolderID idOf(const FTSStat &status) {
   return {status.device, status.inode};
 }
 
-// Opens a folder and nothing else, through no link.
+// Opens only a folder, and follows no link.
 inline constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 
 namespace foldercalls {
 
 // Reads the next records of an open folder into the buffer, which is aligned to
-// eight bytes. How many bytes they fill, 0 at the end, -1 with errno set.
+// eight bytes. Returns the number of bytes, 0 at the end, -1 with errno set.
 long list(int folder, void *buffer, std::size_t size);
 
-// With which an item is looked at by its name: itself, never what a link stands
-// for, and nothing is mounted by the look.
+// The flags for a look at an item by its name: at the item itself, never at a
+// link's target, and without mounting anything.
 extern const int lookFlags;
 int readStatus(int folder, const char *name, FTSStat &status);
-// Of an open folder.
+// Reads the status of an open folder.
 int readStatus(int folder, FTSStat &status);
 
-// Of an open item. Where the host does not number its mounts, the volume's
-// number stands for the mount's.
+// Reads the identity of an open item. When the host does not number its mounts,
+// the volume's number takes that place.
 int identify(int item, FolderIdentity &identity);
 
 } // namespace foldercalls

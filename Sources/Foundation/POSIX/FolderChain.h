@@ -1,23 +1,22 @@
-// The chain of folders from the root of a walk down to where it is, by
-// descriptors alone. All walks through trees go down and up by it: those that
-// measure, search, list, remove, unlock, shred and copy. For bodies of the seam
-// only.
+// The chain of folders from the root of a walk down to its place, by
+// descriptors alone. All walks through trees use it: those that measure,
+// search, list, remove, unlock, shred and copy. Internal to Foundation.
 //
-// No path is ever looked up. Each folder is opened in the one above, through no
-// link, so that a folder swapped for a link cannot lead the walk elsewhere, and
-// no depth is too deep. Only the lowest folders are open. An upper one that was
-// closed is opened again through ".." when the walk comes back to it, and taken
-// for it only if its identity is the same. Where that fails, the names lead from
+// It never looks up a path. It opens each folder in the one above, through no
+// link, so that a folder swapped for a link cannot lead the walk outside, and
+// no depth is too deep. Only the lowest folders are open. When the walk comes
+// back to an upper folder that was closed, the chain opens it through ".." and
+// accepts it only with the same identity. When that fails, the names lead from
 // the root to as many folders of the chain as are still in their places.
 //
-// What was listed and not given yet stays, for all folders of the chain, on one
-// stack of records: the lowest folder's are on top. When the stack has grown
-// large, the records of an upper folder are forgotten as the walk goes down from
-// it, and listed again later from behind the entry given last. So memory is
-// bounded, but for a small record and the name of each folder of the chain.
+// Listed records that were not returned yet stay on one stack for all folders
+// of the chain: the lowest folder's are on top. When the stack has grown large,
+// the chain forgets the records of an upper folder as the walk goes down from
+// it, and later lists them again after the last entry. So memory is bounded,
+// apart from a small record and the name of each folder of the chain.
 //
-// When the process has no descriptor left, the chain has others give some back,
-// closes its own upper folders, and then waits a while, before it fails.
+// When the process has no descriptor left, the chain asks others to release
+// some, closes its own upper folders, and then waits a while, before it fails.
 //
 // Not thread-safe.
 #pragma once
@@ -37,16 +36,16 @@
 
 namespace NS {
 
-// Whether a walk goes on where another volume (or another view of the same
-// one) is mounted.
+// Whether a walk enters a place where another volume (or another view of the
+// same one) is mounted.
 enum class MountPoints {
   Refuse,
-  Enter,  // but for a folder that the walk is already in
-  Ignore, // who walks finds out by itself
+  Enter,  // except a folder that the walk is already in
+  Ignore, // the walk finds out by itself
 };
 
-// In which order a folder's entries come. Where each is removed as it comes,
-// ByInode spares a volume with a great many of them the to and fro between its
+// The order of a folder's entries. When the walk removes each entry at once,
+// ByInode spares a volume with very many of them the movement between its
 // tables: files by their numbers, folders after the files, some tens of
 // thousands at a time. Entries that are not removed may then come again.
 enum class EntryOrder { AsListed, ByInode };
@@ -54,8 +53,7 @@ enum class EntryOrder { AsListed, ByInode };
 struct ChainRules {
   MountPoints mountPoints = MountPoints::Enter;
   EntryOrder order = EntryOrder::AsListed;
-  // How many of the lowest folders are open at most, but for one more while
-  // moving.
+  // The most of the lowest folders that are open, and one more during a move.
   std::size_t window = 6;
   bool keepsRoot = false; // open besides these
 };
@@ -63,7 +61,7 @@ struct ChainRules {
 struct FolderEntry {
   const char *name = nullptr; // valid until the chain next moves or reads
   std::uint64_t inode = 0;
-  unsigned char type = 0; // DT_*, DT_UNKNOWN where the volume does not tell
+  unsigned char type = 0; // DT_*, or DT_UNKNOWN when the volume does not tell
 };
 
 class FolderChain {
@@ -75,7 +73,8 @@ public:
   // refused mount point, EDEADLK for a folder that the walk is already in.
   StepOutcome openRoot(int parent, const char *name);
   StepOutcome enter(const char *name);
-  // Goes in by an open descriptor of the folder; its links were followed.
+  // Enters by an open descriptor of the folder, which may have been opened
+  // through links.
   StepOutcome openRoot(Descriptor folder);
 
   // Adds a folder that has this identity without opening it; the root by its
@@ -83,30 +82,31 @@ public:
   void add(const char *name, const FolderID &id);
   // Opens the lowest folder, if it was only added.
   StepOutcome open();
-  // Opens the lowest folder again, or opens it, by the names from the root,
-  // which is kept open. ENOENT when they do not lead to it any more.
+  // Opens the lowest folder, again if it was open, by the names from the root,
+  // which stays open. ENOENT when they no longer lead to it.
   StepOutcome reopen();
 
   // Reads on in the lowest folder: null at its end or on failure.
   const FolderEntry *next(StepOutcome &outcome);
-  // Lists the lowest folder from behind the entry that had this position.
+  // Lists the lowest folder from after the entry that had this position.
   void goOnFrom(std::int64_t position);
-  // Lists nothing more of the lowest folder.
+  // Ends the listing of the lowest folder.
   void endListing();
-  // Whether an entry of the lowest folder is a folder; asks where the volume
+  // Tells whether an entry of the lowest folder is a folder; asks if the volume
   // did not tell.
   bool isFolder(const FolderEntry &entry) const;
 
-  // Goes back up. The lowest folder is closed even on failure; ESTALE when the
+  // Goes back up. Closes the lowest folder even on failure; ESTALE when the
   // folder above is no longer the one that the walk came through.
   StepOutcome leave();
-  // The same for a walk that needs the folder above no more, or reopens it.
+  // The same for a walk that no longer needs the folder above, or reopens it.
   void drop();
 
-  // After a failed leave, for a walk that keeps the root and goes on with what
-  // it can reach: goes up to the lowest folder that the names still lead to, and
-  // tells of each folder that is given up on the way by its path below the root.
-  // False, with nothing left, when not even the root can be read.
+  // After a failed leave, for a walk that keeps the root and goes on with the
+  // folders that it can reach: goes up to the lowest folder that the names
+  // still lead to. Calls the handler for each folder that it gives up on the
+  // way, with its path below the root. False, with no folder left, when even
+  // the root cannot be read.
   using LossHandler = std::function<void(const std::string &pathBelowRoot)>;
   bool findAgain(const LossHandler &lost);
   void clear();
@@ -123,14 +123,14 @@ public:
   // The path of an item in the lowest folder, by that of the root. Without a
   // name, of the folder itself.
   std::string pathOf(const std::string &root, const std::string &name) const;
-  // How often the lowest folder was entered again after it had been left; for
-  // the walk to count.
+  // The number of times that the walk entered the lowest folder again after it
+  // had left it; the walk counts.
   unsigned &revisits() { return links_.back().revisits; }
 
-  // Asked for descriptors when there are none left. True when it gave any back.
+  // Called when no descriptor is left. True when it released any.
   using Reliever = std::function<bool()>;
   void setReliever(Reliever reliever) { relieve_ = std::move(reliever); }
-  // Whether a call that failed is worth another try, after a while.
+  // Tells whether to repeat a failed call, after a while.
   bool mayTryAgain(int errnum) { return patience_.outlasts(errnum); }
 
 private:
@@ -140,8 +140,8 @@ private:
     bool isAtEnd = false;      // the volume has no more records
     bool isElsewhere = false;  // the descriptor is not at the position
     unsigned revisits = 0;
-    std::size_t name = 0;      // where it begins in names_
-    std::int64_t position = 0; // behind the entry given last
+    std::size_t name = 0;      // its beginning in names_
+    std::int64_t position = 0; // after the last entry
     // Unread records: [cursor, end) of the stack, those of the folder from base.
     std::size_t base = 0;
     std::size_t cursor = 0;

@@ -1,17 +1,17 @@
-// Folders that a walk shares out to a crew, each to be dealt with by a walk of
-// its own. Removals and copies of trees work by it. For bodies of the seam only.
+// Folders that a walk shares out to a crew; a walk of its own works on each.
+// Removals and copies of trees use it. Internal to Foundation.
 //
-// One walk begins at the root. As it meets folders it shares them out, as long
-// as the crew has not enough to do already; into others it goes itself, and
-// shares out what it meets there. A folder is finished when all that it holds
-// is, so the walk waits at the end of a folder for what it shared out of it, and
-// meanwhile deals with shared folders itself.
+// One walk begins at the root. It shares out folders as it meets them, while
+// the crew has too little to do. It enters the others itself, and shares out
+// the folders in them. A folder is finished when all its contents are, so at
+// the end of a folder the walk waits for the folders that it shared out of it,
+// and meanwhile works on shared folders itself.
 //
-// What was shared out of one folder is a portion. It keeps descriptors of the
-// folder open, since the walk may close its own. Only the upper levels are
-// shared, which bounds these descriptors; those of the crew's walks are asked
-// for before the first folder is shared, and where there are none to spare
-// nothing is.
+// The folders shared out of one folder are a portion. It keeps descriptors of
+// the folder open, since the walk may close its own. Only the upper levels are
+// shared, which bounds these descriptors. Those of the crew's walks are
+// requested before the first folder is shared; when there are none to spare, no
+// folder is.
 //
 // All walks end when one of them fails; the first failure is that of the whole.
 #pragma once
@@ -32,10 +32,10 @@ namespace NS {
 class FolderSharing {
 public:
   using Portion = SharedWork::Portion;
-  // Null when it cannot be had.
+  // Null when it cannot be made.
   using PortionMaker = std::function<std::shared_ptr<Portion>()>;
-  // Deals with one folder. A failure of the folder itself that means that it is
-  // gone is none: another has removed it.
+  // Works on one folder. When the folder itself is gone, because another
+  // process has removed it, that is not a failure.
   using FolderWork = std::function<TreeResult(Portion &portion, HelperPlace &place)>;
 
   FolderSharing();
@@ -43,8 +43,8 @@ public:
   // The following four by the first walk alone. Shares a folder out that was met
   // in the one at this depth, 1 for the root. False when it is the walk's own.
   bool share(std::size_t depth, const PortionMaker &makePortion, const FolderWork &work);
-  // Returns when all that was shared out of the folder at this depth is dealt
-  // with.
+  // Returns when all folders shared out of the folder at this depth are
+  // finished.
   void finish(std::size_t depth);
   // The place of the walk's thread.
   HelperPlace &own() { return work_.own(); }

@@ -6,21 +6,21 @@
 // place in the count, and gives it back when it ends and for as long as it has
 // nothing to do.
 //
-// What the work waits for decides how many there may be. While everything is
-// in memory a thread more than there are processors only takes time from the
-// others. While threads wait for a device, the processors are free, and a
+// The cause of the work's waits decides how many helpers there may be. While
+// everything is in memory, more threads than processors only take time from
+// each other. While threads wait for a device, the processors are free, and a
 // device serves several requests at once in hardly more time than one. So the
-// count has two bounds: threads that run, no more than there are processors;
-// and threads in all, no more than a device can use (or than there are
-// processors, where these are more).
+// count has two bounds: running threads, at most as many as there are
+// processors; and threads in all, at most as many as a device can use (or as
+// there are processors, if these are more).
 //
-// Whether a thread runs or waits, the kernel tells: it counts how often the
-// thread gave up its processor. A thread looks at that count before and after a
-// piece of work, not at each piece, since the look itself costs as much as a
-// look at a file. A wait in one of the last two pieces looked at counts the
-// thread as waiting, and another one may start. When what follows turns out to
-// be in memory, more run than there are processors, and helpers that find it so
-// leave.
+// The kernel tells whether a thread runs or waits: it counts how often the
+// thread gave up its processor. A thread reads that count before and after a
+// piece of work, but not at each piece, since reading it costs as much as a
+// look at a file. A wait in one of the last two sampled pieces counts the
+// thread as waiting, and another one may start. When the following pieces turn
+// out to be in memory, more threads run than there are processors, and helpers
+// that notice this leave.
 //
 // Thread-safe, but for a place, which belongs to one thread at a time.
 #pragma once

@@ -1,15 +1,14 @@
 // The walk over a file hierarchy, entry by entry: a chain of folders, and one
-// look at each item by its folder's descriptor. For bodies of the seam only.
+// look at each item by its folder's descriptor. Internal to Foundation.
 //
-// A frame for each folder on the way down holds what the caller sees of it. The
-// chain knows where the walk is and lists the folders. When a folder cannot be
-// found again on the way up, it ends there with an error, and the walk goes on
-// above it.
+// For each folder on the way down a frame holds the caller's view of it. The
+// chain knows the place of the walk and lists the folders. When a folder cannot
+// be found again on the way up, it ends there with an error, and the walk goes
+// on above it.
 //
-// Where a walk visits everything and there are processors for it, its upper
-// levels are read ahead by several threads: a frame there takes its items from
-// batches, and its folder is never opened by the chain. Sequence and fields are
-// the same.
+// When a walk visits everything and has processors for it, several threads read
+// its upper levels ahead: a frame there takes its items from batches, and the
+// chain never opens its folder. Sequence and fields are the same.
 #pragma once
 
 #include "Foundation/DescriptorBudget.h"
@@ -29,8 +28,8 @@ namespace NS {
 
 class HierarchyStream final : public FTSStream {
 public:
-  // Descriptors that one walk holds at most, one for the root, one of them while
-  // it moves, without what is read ahead; fewer when the process runs out.
+  // The most descriptors of one walk: one for the root, one of them during a
+  // move, without reading ahead; fewer when the process runs out.
   static constexpr std::size_t mostDescriptors = 16;
 
   // Without processors to share, the walk keeps to its caller's thread.
@@ -59,16 +58,16 @@ private:
     std::size_t nameLength = 0;
     Stage stage = Stage::Announced;
     bool skip = false;
-    // Where it is read ahead: the batch in use, the place of its next record,
-    // the next of the items that were looked at, and the position in the folder
-    // behind the record used last.
+    // For a folder that is read ahead: the batch in use, the place of its next
+    // record, the next of the items that were looked at, and the position in
+    // the folder after the last used record.
     AheadBatch *batch = nullptr;
     std::size_t batchCursor = 0;
     std::size_t item = 0;
     std::int64_t position = 0;
   };
 
-  // What is known of an item besides its name.
+  // The knowledge of an item besides its name.
   struct Finding {
     FTSStat status;
     FTSInfo info = FTSInfo::NSOK;
@@ -106,7 +105,7 @@ private:
   void point(FTSEntry &entry, std::size_t pathLength, std::size_t nameLength);
   void followPath();
 
-  std::optional<WalkShare> share_{std::in_place}; // as long as anything is open
+  std::optional<WalkShare> share_{std::in_place}; // while any descriptor is open
   DescriptorBudget::Share shareAhead_;
   int failure_ = 0;
   bool ended_ = false;
@@ -115,8 +114,8 @@ private:
   std::string path_;                // of the entry returned last
   const char *pathStart_ = nullptr; // where the views of the frames point
   FTSEntry rootParent_;
-  FTSEntry leaf_; // whatever is no folder
-  // The first depth_ frames are in use; the others wait to be used again, as
+  FTSEntry leaf_; // an item other than a folder
+  // The first depth_ frames are in use. The others wait to be used again, since
   // entries must not move while a caller holds them.
   std::deque<Frame> frames_;
   std::size_t depth_ = 0;

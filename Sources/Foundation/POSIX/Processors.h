@@ -1,5 +1,5 @@
-// What the host says of processors, and of a thread that waits instead of using
-// one. For bodies of the seam only.
+// The host's processors, and whether a thread waits instead of using one.
+// Internal to Foundation.
 //
 // Thread-safe.
 #pragma once
@@ -16,8 +16,8 @@ public:
 
   // Those that the calling thread may run on.
   virtual unsigned usable() const = 0;
-  // How many threads of one operation run at most, however many processors
-  // there are: a few reach what a volume's own locks allow.
+  // The most threads of one operation, with any number of processors: a few
+  // exhaust the parallelism of a volume's own locks.
   virtual unsigned threadsForVolume() const { return 4; }
   // How many threads of one operation keep a device busy, however few
   // processors there are.

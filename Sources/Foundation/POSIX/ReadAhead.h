@@ -1,29 +1,31 @@
-// Folders read ahead of a walk, by threads that help it. For bodies of the
-// seam only.
+// Reads folders ahead of a walk, by threads that help it. Internal to
+// Foundation.
 //
 // The walk keeps its sequence to itself: it asks for one batch of a folder's
 // items after the other, in the order in which it visits them. Every folder
-// found in a batch waits in a list that has the same order (AheadList), and
-// each thread that is free, a helper or the walk's own, reads the first that
-// waits (AheadReader), as long as not too much is ahead (AheadBudget). So what
-// is read is always what the walk needs next, and nothing that the walk returns
-// depends on who read it. Totals and log lines come from the walk's one thread,
-// which is why they are those of a walk alone.
+// found in a batch waits in a list that has the same order (AheadList). Each
+// free thread, a helper or the walk's own, reads the first waiting batch
+// (AheadReader), while not too much is ahead (AheadBudget). So the threads
+// always read the batches that the walk needs next, and the results of the walk
+// do not depend on the threads. Totals and log lines come from the walk's one
+// thread, so they are those of a walk alone.
 //
-// How many helpers there are, Crew knows. They do not make the walk wait: where
-// the walk needs a batch that nobody has begun, it reads it; where one is being
-// read, it reads the next meanwhile. A thread that must wait for another looks
-// on for a few microseconds first, as small folders take no longer than to
-// sleep and be woken, unless there are more threads at work than processors:
-// then looking on would take the processor from the one that is waited for.
+// Crew decides the number of helpers. They do not make the walk wait: it reads
+// a batch itself that no thread has begun, and while another thread reads the
+// batch that it needs, it reads the next one. A thread that must wait for
+// another spins for a few microseconds first, since small folders take no
+// longer than sleeping and waking. It does not spin when more threads are at
+// work than there are processors: it would take the processor from the other
+// thread.
 //
 // One lock guards the list, the budget, the spares and the fields of a batch
-// that say so. It is held for no system call but in drop, which is rare.
+// that say so. No thread holds it during a system call, except in drop, which
+// is rare.
 //
-// When memory or descriptors run out, reading ahead ends for good: what is
-// ready is used, and the walk goes on by itself.
+// When memory or descriptors run out, reading ahead ends for good: the walk
+// uses the ready batches and goes on by itself.
 //
-// All but the helpers' part belongs to the one thread of the walk.
+// All parts but the helpers' belong to the one thread of the walk.
 #pragma once
 
 #include "Foundation/POSIX/AheadBatch.h"
@@ -47,7 +49,8 @@ public:
   using Look = AheadReader::Look;
 
   ReadAhead(Look look, unsigned processors);
-  // Waits for what is being read; the walk must have dropped its batches.
+  // Waits for batches that are being read; the walk must have dropped its
+  // batches.
   ~ReadAhead();
   ReadAhead(const ReadAhead &) = delete;
   ReadAhead &operator=(const ReadAhead &) = delete;
@@ -58,21 +61,20 @@ public:
   bool isLookedAt(std::uint8_t type) const { return reader_.isLookedAt(type); }
 
   // Returns true when the batch is ready: reads it, or others while another
-  // thread reads it. False when nothing is read ahead any more for want of
-  // memory or descriptors: the caller drops the batch and reads the folder
-  // itself.
+  // thread reads it. False when reading ahead has ended by a lack of memory or
+  // descriptors: the caller drops the batch and reads the folder itself.
   bool await(AheadBatch &batch);
-  // The batch after this one of the same folder, null at its end. This one is
-  // gone.
+  // Returns the batch after this one of the same folder, null at its end.
+  // Destroys this one.
   AheadBatch *next(AheadBatch &batch);
-  // Forgets a batch, whatever its state, and all that follows or lies beneath.
+  // Drops a batch in any state, with all batches after it and beneath it.
   void drop(AheadBatch &batch);
-  // Ends the reading ahead and closes every folder. What is ready stays.
+  // Ends the reading ahead and closes every folder. Ready batches stay.
   void retreat();
 
 private:
   using Lock = std::unique_lock<std::mutex>;
-  // Descriptors to be closed when nobody has to wait for it; -1 for none.
+  // Descriptors to be closed when no thread has to wait for that; -1 for none.
   using Closable = std::array<int, 2>;
 
   Lock lockSoon();
@@ -81,7 +83,7 @@ private:
   void publish(AheadBatch &batch, std::unique_ptr<AheadBatch> rest);
   void help(HelperPlace &place);
 
-  // With the lock.
+  // The caller holds the lock.
   void callHelpers();
   void wakeHelpers();
   void awaitWork(Lock &lock, HelperPlace &place);
@@ -99,7 +101,7 @@ private:
   std::unique_ptr<AheadBatch> root_;
   std::unique_ptr<char[]> ownBuffer_; // of the walk's thread
 
-  std::mutex mutex_;                 // guards what follows, but for the crew
+  std::mutex mutex_;                 // guards the members below, except the crew
   std::condition_variable workLeft_; // for helpers
   std::condition_variable settled_;  // for the walk
   AheadList list_;

@@ -3,10 +3,10 @@
 //
 // The operation's own thread offers pieces as it meets them, and goes on. A
 // piece belongs to a portion, and the thread that offered them can wait until
-// all pieces of a portion are done; while it waits it does pieces itself, of any
-// portion, so that the work ends though no helper is left. Few pieces wait at a
-// time: what is not taken is done by the operation's thread on its own way, and
-// it offers what it meets further down instead.
+// all pieces of a portion are done. While it waits it does pieces itself, of
+// any portion, so that the work ends even without helpers. Few pieces wait at a
+// time: the operation's thread does a piece that is not taken on its own way,
+// and offers the pieces that it meets further down instead.
 //
 // One lock guards the queue and the portions' counts. No piece is done under it.
 // A piece must not throw. It is given the place of the thread that does it.
@@ -27,7 +27,7 @@ class SharedWork {
 public:
   using Piece = std::function<void(HelperPlace &place)>;
 
-  // To be derived from by what the pieces of a portion share.
+  // Derive from it for the state that the pieces of a portion share.
   class Portion {
   public:
     virtual ~Portion() = default;
@@ -39,13 +39,13 @@ public:
 
   explicit SharedWork(unsigned processors)
       : crew_(processors, [this](HelperPlace &place) { help(place); }) {}
-  // Pieces that nobody began are dropped; those under way are waited for.
+  // Drops pieces that no thread has begun and waits for those under way.
   ~SharedWork();
   SharedWork(const SharedWork &) = delete;
   SharedWork &operator=(const SharedWork &) = delete;
 
-  // What follows, by the operation's own thread alone. Whether another piece
-  // would be taken for now, if there is any helper.
+  // Only the operation's own thread calls these. Tells whether another piece
+  // would be taken now, if there is any helper.
   bool hasRoom();
   // Leaves a piece to the crew; false when that has enough to do, or when there
   // is no helper: the piece is then the caller's own.
@@ -65,7 +65,7 @@ private:
   void help(HelperPlace &place);
   void doNext(Lock &lock, HelperPlace &place);
 
-  std::mutex mutex_; // guards what follows, but for the crew
+  std::mutex mutex_; // guards the members below, except the crew
   std::condition_variable changed_;
   std::deque<Task> waiting_;
   std::size_t idle_ = 0; // helpers that wait for pieces
