@@ -138,7 +138,7 @@ void KWPriviligedOperations::stopStartupItem(const std::string &name, KWFlagRepl
 void KWPriviligedOperations::removeGlobalLoginItemForAppWithPath(const std::string &appPath,
                                                                  KWFlagReply reply) {
   auto list = NS::SharedFileLists::shared().globalLoginItems();
-  bool success = !list || list->isReadable();
+  bool success = true;
   if (list) {
     NS::URL appURL = NS::URL::fileURLWithPath(appPath);
     for (const auto &item : list->copySnapshot())

@@ -34,8 +34,6 @@ public:
   virtual ~SharedFileList() = default;
   // The present items. They do not follow later changes.
   virtual std::vector<std::shared_ptr<SharedFileListItem>> copySnapshot() = 0;
-  // Whether the list could be read. One that could not be has no items.
-  virtual bool isReadable() { return true; }
   // Removes an item of one of this list's snapshots from the list.
   virtual std::int32_t removeItem(SharedFileListItem &item) = 0;
 };

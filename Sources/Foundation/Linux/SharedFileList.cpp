@@ -87,23 +87,12 @@ private:
   std::vector<std::string> names_;
 };
 
-// A list that is there and cannot be read.
-class UnreadableList final : public SharedFileList {
-public:
-  std::vector<std::shared_ptr<SharedFileListItem>> copySnapshot() override { return {}; }
-  bool isReadable() override { return false; }
-  std::int32_t removeItem(SharedFileListItem &) override { return EINVAL; }
-};
-
 class HostLists final : public SharedFileLists {
 public:
   std::shared_ptr<SharedFileList> globalLoginItems() override {
-    std::optional<Error> error;
-    auto names = FileManager::defaultManager().contentsOfDirectoryAtPath(autostartFolder, &error);
-    if (!names && error && error->code() == FileReadNoSuchFileError)
-      return nullptr;
+    auto names = FileManager::defaultManager().contentsOfDirectoryAtPath(autostartFolder, nullptr);
     if (!names)
-      return std::make_shared<UnreadableList>();
+      return nullptr;
     std::erase_if(*names, [](const std::string &name) { return !name.ends_with(".desktop"); });
     std::sort(names->begin(), names->end());
     return std::make_shared<AutostartItems>(std::move(*names));

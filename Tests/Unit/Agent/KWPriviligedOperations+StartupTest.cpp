@@ -53,7 +53,6 @@ public:
   std::vector<NS::SharedFileListItem *> removed;
   std::vector<std::int32_t> statuses; // of the removals in their order
   bool exists = true;
-  bool canBeRead = true;
 
   void add(std::optional<std::string> target, std::optional<std::string> name) {
     items.push_back(std::make_shared<FakeItem>());
@@ -63,7 +62,6 @@ public:
   std::shared_ptr<NS::SharedFileList> globalLoginItems() override {
     return exists ? std::shared_ptr<NS::SharedFileList>(this, [](void *) {}) : nullptr;
   }
-  bool isReadable() override { return canBeRead; }
   std::vector<std::shared_ptr<NS::SharedFileListItem>> copySnapshot() override {
     return {items.begin(), items.end()};
   }
@@ -179,12 +177,6 @@ TEST_F(StartupHandlersTest, withoutAListOfLoginItemsThereIsNothingToRemove) {
   operations.removeGlobalLoginItemForAppWithPath("/A.app", reply());
   EXPECT_TRUE(list.removed.empty());
   EXPECT_THAT(replies, ElementsAre(true));
-}
-
-TEST_F(StartupHandlersTest, aListOfLoginItemsThatCannotBeReadIsNotASuccess) {
-  list.canBeRead = false;
-  operations.removeGlobalLoginItemForAppWithPath("/A.app", reply());
-  EXPECT_THAT(replies, ElementsAre(false));
 }
 
 TEST_F(StartupHandlersTest, everyLoginItemOfTheApplicationGoesAndTheLastDecides) {
