@@ -16,7 +16,8 @@ TOPS = ("", "/tree")
 _OTHERS = ("/tmp/device", "/tmp/link", "/tmp/job-link", "/tmp/moved", f"{BERTH}/d",
            f"{OUTSIDE}/inner/link", f"{OUTSIDE}/inner/fifo")
 _OTHER_FILES = ("/tmp/job.plist", f"{OUTSIDE}/inner/two", f"{OUTSIDE}/inner/deeper/three",
-                f"{OUTSIDE}/locked", f"{OUTSIDE}/inner/locked")
+                f"{OUTSIDE}/locked", f"{OUTSIDE}/inner/locked", "/tmp/.Trash-0/files/item",
+                "/tmp/.Trash-0/files/x", "/tmp/.Trash-0/info/x.trashinfo")
 
 
 def beside(path):
