@@ -25,6 +25,7 @@ SLOW_FILES = 100_000  # more files make the removal long enough
 # The most items that a walk may still process after its client has cancelled it
 # or is gone.
 MOST_AFTERWARDS = 100
+TRIES = 5
 TELLING = 0.3  # progress is told each quarter of a second
 
 
@@ -222,13 +223,23 @@ class RemovalTest(ControlCase):
             count = [self.left(), count[0]]
         return count[0]
 
-    def assert_stopped(self, left):
-        """No more of those that were left then are gone than may be."""
-        gone = left - self.settled()
-        print(f"{gone} of {FILES} items removed afterwards", flush=True)
-        self.assertLessEqual(gone, MOST_AFTERWARDS)
+    def assert_soon(self, stop):
+        """The machine may run the agent's removing threads before the one that
+        hears of the wish: one of a few tries must end at once. A removal that
+        does not look for the wish fails them all."""
+        counts = []
+        while len(counts) < TRIES and min(counts, default=FILES) > MOST_AFTERWARDS:
+            if counts:
+                self.root.empty(DATA)
+                self.make_tree()
+            counts.append(stop())
+        print(f"{counts[-1]} of {FILES} items removed afterwards", flush=True)
+        self.assertLessEqual(counts[-1], MOST_AFTERWARDS, counts)
 
     def test_cancel_stops_it_at_its_next_items(self):
+        self.assert_soon(self.cancel)
+
+    def cancel(self):
         client = self.root.client(timeout=600)
         serial = self.begin_removal(client)
         with self.standing_still() as left:
@@ -240,15 +251,18 @@ class RemovalTest(ControlCase):
         self.assertFalse(flag)
         self.assert_cancelled(error)
         self.assertEqual(client.wait(call), [True])
-        self.assert_stopped(left)
+        return left - self.settled()
 
     def test_it_stops_when_its_client_is_gone_that_asked_for_that(self):
+        self.assert_soon(self.leave_in_mid_removal)
+
+    def leave_in_mid_removal(self):
         client = self.root.client()
         control(client, "EndRequestsOnLeaving", "b", True)
         self.begin_removal(client)
         with self.standing_still() as left:
             self.leave(client)
-        self.assert_stopped(left)
+        return left - self.settled()
 
     def test_it_goes_on_to_its_end_when_a_plain_client_is_gone(self):
         client = self.root.client()
@@ -280,6 +294,9 @@ class RemovalTest(ControlCase):
         return left
 
     def test_the_library_tells_of_one_that_it_cancelled(self):
+        self.assert_soon(self.cancel_by_library)
+
+    def cancel_by_library(self):
         monitor = self.root.client()
         monitor.call("BecomeMonitor", "asu", [f"interface='{CONTROL}',member='Cancel'"], 0,
                      destination="org.freedesktop.DBus", path="/org/freedesktop/DBus",
@@ -291,11 +308,14 @@ class RemovalTest(ControlCase):
                 while monitor.receive_any().member != "Cancel":
                     pass  # until the bus has passed it on
             self.assertEqual(program.communicate(timeout=60)[0], "cancelled\n")
-        self.assert_stopped(left)
+        return left - self.settled()
 
     def test_the_library_has_it_end_with_its_program(self):
+        self.assert_soon(self.end_with_program)
+
+    def end_with_program(self):
         left = self.kill_in_mid_removal("end")
-        self.assert_stopped(left)
+        return left - self.settled()
 
     def test_the_library_lets_it_go_on_otherwise(self):
         self.kill_in_mid_removal("stay")
