@@ -6,7 +6,7 @@ import shutil
 import statistics
 import subprocess
 
-from .measure import Series, Side, alternate
+from .measure import Series, Side, alternate, drop_caches
 from .report import Row
 from .trees import Tree, expected_size
 

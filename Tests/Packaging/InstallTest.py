@@ -4,7 +4,6 @@ import filecmp
 import glob
 import os
 import stat
-import subprocess
 import sys
 import unittest
 

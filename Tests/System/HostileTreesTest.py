@@ -4,7 +4,6 @@ with few descriptors, and no change outside.
 KEEPWELL_HOSTILE=full makes the largest trees at their full size and runs
 everything once more with the usual number of descriptors."""
 import os
-import subprocess
 import unittest
 
 from Support import figures, harness, processes, trees

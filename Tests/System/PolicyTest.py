@@ -4,7 +4,6 @@ and by another user."""
 import json
 import os
 import signal
-import subprocess
 import unittest
 import xml.etree.ElementTree as ElementTree
 
