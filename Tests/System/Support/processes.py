@@ -16,9 +16,9 @@ def text(pid, name):
         return ""
 
 
-def fields(pid):
+def fields(pid, name="status"):
     """The fields of its status by their names, empty when it has ended."""
-    return dict(line.split(":\t", 1) for line in text(pid, "status").splitlines() if ":\t" in line)
+    return dict(line.split(":\t", 1) for line in text(pid, name).splitlines() if ":\t" in line)
 
 
 def memory(pid, name="VmRSS"):
@@ -40,6 +40,13 @@ def descriptors(pid):
 
 def threads(pid):
     return [int(thread) for thread in listing(pid, "task")]
+
+
+def switches(pid):
+    """For each of its threads, how often it has waited for something."""
+    counts = {thread: fields(pid, f"task/{thread}/status").get("voluntary_ctxt_switches")
+              for thread in threads(pid)}
+    return {thread: int(count) for thread, count in counts.items() if count is not None}
 
 
 def children(pid):
