@@ -3,7 +3,7 @@
 
 # kw_identity(<variable> <constant>): the text of a constant of Identity.h.
 function(kw_identity variable constant)
-  set(header ${PROJECT_SOURCE_DIR}/Sources/Foundation/Identity.h)
+  set(header ${PROJECT_SOURCE_DIR}/Sources/Protocol/Identity.h)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
   file(READ ${header} text)
   if(NOT text MATCHES "string_view ${constant} =[ \n]*\"([^\"]*)\"")

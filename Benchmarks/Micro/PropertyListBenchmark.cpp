@@ -1,5 +1,5 @@
 // Reading property lists of both forms, beside the C library for them.
-#include "Foundation/PropertyList.h"
+#include "Foundation/PropertyLists/PropertyList.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdint>

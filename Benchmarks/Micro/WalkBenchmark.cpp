@@ -1,6 +1,6 @@
 // The walk over a tree, entry by entry, beside the C library's and the
 // standard library's.
-#include "Foundation/FTS.h"
+#include "Foundation/Walking/FTS.h"
 #include "Tools/RVFileSizer.h"
 
 #include <benchmark/benchmark.h>

@@ -5,8 +5,8 @@
 // Prints, for each number of threads and for the number that the walk finds by
 // itself (0), the median of the rounds in nanoseconds: threads, warm, cold.
 // Needs root, to drop the caches.
-#include "Foundation/POSIX/Processors.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Threads/Internal/Processors.h"
 #include "Tools/RVFileSizer.h"
 
 #include <algorithm>

@@ -2,8 +2,8 @@
 #include "Additions/ApplicationName.h"
 
 #include "Additions/NSStringAdditions.h"
-#include "Foundation/Format.h"
-#include "Foundation/StringUtilities.h"
+#include "Foundation/Base/Format.h"
+#include "Foundation/Text/StringUtilities.h"
 
 #include <algorithm>
 

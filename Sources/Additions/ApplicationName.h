@@ -4,7 +4,7 @@
 // Immutable; any thread may use it.
 #pragma once
 
-#include "Foundation/RegularExpression.h"
+#include "Foundation/Text/RegularExpression.h"
 
 #include <memory>
 #include <string>

@@ -2,8 +2,8 @@
 #include "Additions/KWConditionalLock.h"
 
 #include "Additions/NSObjectAdditions.h"
-#include "Foundation/Monitor.h"
-#include "Foundation/Number.h"
+#include "Foundation/Threads/Monitor.h"
+#include "Foundation/Values/Number.h"
 
 #include <cmath>
 #include <limits>

@@ -7,8 +7,8 @@
 // always get in.
 #pragma once
 
-#include "Foundation/Dispatch.h"
-#include "Foundation/Object.h"
+#include "Foundation/Base/Object.h"
+#include "Foundation/Threads/Dispatch.h"
 
 #include <atomic>
 #include <memory>

@@ -3,10 +3,10 @@
 
 #include "Additions/NSStringAdditions.h"
 #include "Additions/RootlessProtection.h"
-#include "Foundation/FileFlags.h"
-#include "Foundation/Format.h"
-#include "Foundation/PathUtilities.h"
-#include "Foundation/Unicode.h"
+#include "Foundation/Base/Format.h"
+#include "Foundation/Files/FileFlags.h"
+#include "Foundation/Text/PathUtilities.h"
+#include "Foundation/Text/Unicode.h"
 
 namespace kw {
 

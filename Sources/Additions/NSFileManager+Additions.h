@@ -7,8 +7,8 @@
 // argument.
 #pragma once
 
-#include "Foundation/FileManager.h"
-#include "Foundation/RegularExpression.h"
+#include "Foundation/Text/RegularExpression.h"
+#include "Foundation/Trees/FileManager.h"
 
 #include <cstdint>
 #include <optional>

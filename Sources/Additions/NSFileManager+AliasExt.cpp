@@ -2,9 +2,9 @@
 #include "Additions/NSFileManager+AliasExt.h"
 
 #include "Additions/NSStringAdditions.h"
-#include "Foundation/LaunchServices.h"
-#include "Foundation/Log.h"
-#include "Foundation/PathUtilities.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Desktop/LaunchServices.h"
+#include "Foundation/Text/PathUtilities.h"
 
 #include <algorithm>
 #include <array>

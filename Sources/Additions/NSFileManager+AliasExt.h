@@ -5,7 +5,7 @@
 // argument.
 #pragma once
 
-#include "Foundation/FileManager.h"
+#include "Foundation/Trees/FileManager.h"
 
 #include <string>
 

@@ -1,9 +1,9 @@
 // Standard folders and scratch folders.
 #include "Additions/NSFileManager+DirectoryLocations.h"
 
-#include "Foundation/Bundle.h"
-#include "Foundation/Log.h"
-#include "Foundation/PathUtilities.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Desktop/Bundle.h"
+#include "Foundation/Text/PathUtilities.h"
 
 #include <algorithm>
 

@@ -4,8 +4,8 @@
 // argument.
 #pragma once
 
-#include "Foundation/FileManager.h"
-#include "Foundation/StandardFolders.h"
+#include "Foundation/Desktop/StandardFolders.h"
+#include "Foundation/Trees/FileManager.h"
 
 #include <optional>
 #include <string>

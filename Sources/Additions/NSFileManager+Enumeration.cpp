@@ -3,10 +3,10 @@
 
 #include "Additions/ApplicationName.h"
 #include "Additions/NSStringAdditions.h"
-#include "Foundation/Exception.h"
-#include "Foundation/FTS.h"
-#include "Foundation/Log.h"
-#include "Foundation/PathUtilities.h"
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Text/PathUtilities.h"
+#include "Foundation/Walking/FTS.h"
 
 #include <system_error>
 

@@ -6,7 +6,7 @@
 // comment says otherwise. The receiver is the first argument.
 #pragma once
 
-#include "Foundation/FileManager.h"
+#include "Foundation/Trees/FileManager.h"
 
 #include <functional>
 #include <optional>

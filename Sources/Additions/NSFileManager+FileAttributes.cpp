@@ -1,9 +1,9 @@
 // Times and the hidden flag.
 #include "Additions/NSFileManager+FileAttributes.h"
 
-#include "Foundation/FileFlags.h"
-#include "Foundation/Log.h"
-#include "Foundation/Metadata.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Desktop/Metadata.h"
+#include "Foundation/Files/FileFlags.h"
 
 #include <cstdint>
 

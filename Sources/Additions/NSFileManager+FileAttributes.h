@@ -6,8 +6,8 @@
 // receiver is the first argument.
 #pragma once
 
-#include "Foundation/Date.h"
-#include "Foundation/FileManager.h"
+#include "Foundation/Trees/FileManager.h"
+#include "Foundation/Values/Date.h"
 
 #include <cstdint>
 #include <memory>

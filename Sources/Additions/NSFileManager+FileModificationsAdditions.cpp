@@ -1,15 +1,15 @@
 // Removal and moving in steps: try, unlock the item, try again.
 #include "Additions/NSFileManager+FileModificationsAdditions.h"
 
-#include "Foundation/Bundle.h"
-#include "Foundation/Exception.h"
-#include "Foundation/FileFlags.h"
-#include "Foundation/FileHandle.h"
-#include "Foundation/Identity.h"
-#include "Foundation/Log.h"
-#include "Foundation/PathUtilities.h"
-#include "Foundation/Progress.h"
-#include "Foundation/SecureRemoval.h"
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Base/Progress.h"
+#include "Foundation/Descriptors/FileHandle.h"
+#include "Foundation/Desktop/Bundle.h"
+#include "Foundation/Files/FileFlags.h"
+#include "Foundation/Text/PathUtilities.h"
+#include "Foundation/Trees/SecureRemoval.h"
+#include "Protocol/Identity.h"
 
 #include <cerrno>
 

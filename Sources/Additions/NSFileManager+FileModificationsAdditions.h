@@ -8,7 +8,7 @@
 // failure there.
 #pragma once
 
-#include "Foundation/FileManager.h"
+#include "Foundation/Trees/FileManager.h"
 
 #include <optional>
 #include <string>

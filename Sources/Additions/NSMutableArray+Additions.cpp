@@ -1,7 +1,7 @@
 // Non-owning arrays and filtering in place.
 #include "Additions/NSMutableArray+Additions.h"
 
-#include "Foundation/AssertionHandler.h"
+#include "Foundation/Base/AssertionHandler.h"
 
 #include <set>
 

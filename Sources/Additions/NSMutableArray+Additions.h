@@ -4,7 +4,7 @@
 // "Sources/Additions/NSMutableArray+Additions".
 #pragma once
 
-#include "Foundation/MutableArray.h"
+#include "Foundation/Values/MutableArray.h"
 
 #include <cstddef>
 #include <functional>

@@ -1,7 +1,7 @@
 // File sizes as number objects: unsigned, 64 bits, bytes.
 #pragma once
 
-#include "Foundation/Number.h"
+#include "Foundation/Values/Number.h"
 
 #include <cstdint>
 #include <memory>

@@ -2,17 +2,17 @@
 // waits and casts.
 #include "Additions/NSObjectAdditions.h"
 
-#include "Foundation/AssertionHandler.h"
-#include "Foundation/Dispatch.h"
-#include "Foundation/KeyValueBinding.h"
-#include "Foundation/KeyValueCoding.h"
-#include "Foundation/KeyValueObserving.h"
-#include "Foundation/Log.h"
-#include "Foundation/NotificationCenter.h"
-#include "Foundation/Null.h"
-#include "Foundation/String.h"
-#include "Foundation/Thread.h"
-#include "Foundation/ValueTransformer.h"
+#include "Foundation/Base/AssertionHandler.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Threads/Dispatch.h"
+#include "Foundation/Threads/NotificationCenter.h"
+#include "Foundation/Threads/Thread.h"
+#include "Foundation/Values/KeyValueBinding.h"
+#include "Foundation/Values/KeyValueCoding.h"
+#include "Foundation/Values/KeyValueObserving.h"
+#include "Foundation/Values/Null.h"
+#include "Foundation/Values/String.h"
+#include "Foundation/Values/ValueTransformer.h"
 
 #include <atomic>
 #include <limits>

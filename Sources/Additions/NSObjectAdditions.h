@@ -7,8 +7,8 @@
 // nothing. A queued call keeps no receiver alive.
 #pragma once
 
-#include "Foundation/Object.h"
-#include "Foundation/RunLoop.h"
+#include "Foundation/Base/Object.h"
+#include "Foundation/Threads/RunLoop.h"
 
 #include <cstdint>
 #include <functional>

@@ -7,9 +7,9 @@
 // "Sources/Additions/NSSetAdditions".
 #pragma once
 
-#include "Foundation/AssertionHandler.h"
-#include "Foundation/Exception.h"
-#include "Foundation/Set.h"
+#include "Foundation/Base/AssertionHandler.h"
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Values/Set.h"
 
 #include <memory>
 #include <type_traits>

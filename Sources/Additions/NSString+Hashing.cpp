@@ -1,7 +1,7 @@
 // Texts of digests, and the platform's Base64 transforms.
 #include "Additions/NSString+Hashing.h"
 
-#include "Foundation/MessageDigest.h"
+#include "Foundation/Text/MessageDigest.h"
 
 namespace kw {
 

@@ -4,7 +4,7 @@
 // optional and report nothing.
 #pragma once
 
-#include "Foundation/Transform.h"
+#include "Foundation/Text/Transform.h"
 
 #include <optional>
 #include <string>

@@ -1,7 +1,7 @@
 // Escapes for URLs, by the platform's older rules.
 #include "Additions/NSString+URLAdditions.h"
 
-#include "Foundation/StringUtilities.h"
+#include "Foundation/Text/StringUtilities.h"
 
 namespace kw {
 

@@ -4,8 +4,8 @@
 // one.
 #pragma once
 
-#include "Foundation/Format.h"
-#include "Foundation/PercentEscapes.h"
+#include "Foundation/Base/Format.h"
+#include "Foundation/Text/PercentEscapes.h"
 
 #include <optional>
 #include <string>

@@ -2,7 +2,7 @@
 #include "Additions/NSStringAdditions.h"
 
 #include "Additions/ApplicationName.h"
-#include "Foundation/Unicode.h"
+#include "Foundation/Text/Unicode.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -6,8 +6,8 @@
 // of a string pass through unchanged.
 #pragma once
 
-#include "Foundation/RegularExpression.h"
-#include "Foundation/StringUtilities.h"
+#include "Foundation/Text/RegularExpression.h"
+#include "Foundation/Text/StringUtilities.h"
 
 #include <optional>
 #include <string>

@@ -2,8 +2,8 @@
 #include "Additions/NSStringAdditions.h"
 
 #include "Additions/SandboxTildeExpansion.h"
-#include "Foundation/FileManager.h"
-#include "Foundation/PathUtilities.h"
+#include "Foundation/Text/PathUtilities.h"
+#include "Foundation/Trees/FileManager.h"
 
 namespace kw {
 

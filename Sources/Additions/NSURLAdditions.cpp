@@ -2,7 +2,7 @@
 #include "Additions/NSURLAdditions.h"
 
 #include "Additions/NSStringAdditions.h"
-#include "Foundation/Log.h"
+#include "Foundation/Base/Log.h"
 
 namespace kw {
 namespace {

@@ -4,7 +4,7 @@
 // system.
 #pragma once
 
-#include "Foundation/URL.h"
+#include "Foundation/Files/URL.h"
 
 #include <optional>
 #include <string>

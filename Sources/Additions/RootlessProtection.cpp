@@ -1,8 +1,8 @@
 // The walk over the names of an item's extended attributes.
 #include "Additions/RootlessProtection.h"
 
-#include "Foundation/AppKitVersion.h"
-#include "Foundation/ExtendedAttributes.h"
+#include "Foundation/Desktop/AppKitVersion.h"
+#include "Foundation/Files/ExtendedAttributes.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,8 +1,8 @@
 // A sandbox is recognised by the variable that names its container.
 #include "Additions/SandboxTildeExpansion.h"
 
-#include "Foundation/AssertionHandler.h"
-#include "Foundation/HomeDirectory.h"
+#include "Foundation/Base/AssertionHandler.h"
+#include "Foundation/Desktop/HomeDirectory.h"
 
 namespace kw {
 namespace {

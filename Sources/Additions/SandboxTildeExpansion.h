@@ -4,8 +4,8 @@
 // home of the user's record. Any thread may use it.
 #pragma once
 
-#include "Foundation/ProcessInfo.h"
-#include "Foundation/URL.h"
+#include "Foundation/Files/URL.h"
+#include "Foundation/Processes/ProcessInfo.h"
 
 #include <mutex>
 #include <optional>

@@ -4,7 +4,7 @@
 // Stateless; lives as long as the process.
 #pragma once
 
-#include "Foundation/XPCListener.h"
+#include "Service/XPCListener.h"
 
 #include <memory>
 

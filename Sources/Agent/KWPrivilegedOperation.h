@@ -11,8 +11,8 @@
 // unless the comment names one. Paths reach the file system unchanged.
 #pragma once
 
-#include "Foundation/Error.h"
-#include "Foundation/XPCInterface.h"
+#include "Foundation/Base/Error.h"
+#include "Protocol/XPCInterface.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,7 +1,7 @@
 // The receiver of progress text, which a client exports back to the agent.
 #pragma once
 
-#include "Foundation/XPCConnection.h"
+#include "Service/XPCConnection.h"
 
 #include <memory>
 #include <string>

@@ -4,8 +4,8 @@
 
 #include "Additions/NSFileManager+FileModificationsAdditions.h"
 #include "Agent/Answer.h"
-#include "Foundation/FileManager.h"
-#include "Foundation/Process.h"
+#include "Foundation/Processes/Process.h"
+#include "Foundation/Trees/FileManager.h"
 #include "Tools/RVFileSizer.h"
 
 namespace kw {

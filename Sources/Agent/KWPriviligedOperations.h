@@ -8,7 +8,7 @@
 #pragma once
 
 #include "Agent/KWPrivilegedOperation.h"
-#include "Foundation/XPCConnection.h"
+#include "Service/XPCConnection.h"
 
 #include <memory>
 #include <mutex>

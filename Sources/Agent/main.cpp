@@ -12,13 +12,13 @@
 #include "Agent/KWAgentServiceDelegate.h"
 #include "Agent/KWPrivilegedOperation.h"
 #include "Agent/KWPrivilegedOperationProgress.h"
-#include "Foundation/DescriptorBudget.h"
-#include "Foundation/Exception.h"
-#include "Foundation/Identity.h"
-#include "Foundation/Process.h"
-#include "Foundation/RequestJournal.h"
-#include "Foundation/RunLoop.h"
-#include "Foundation/XPCListener.h"
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Descriptors/DescriptorBudget.h"
+#include "Foundation/Processes/Process.h"
+#include "Foundation/Threads/RunLoop.h"
+#include "Protocol/Identity.h"
+#include "Service/RequestJournal.h"
+#include "Service/XPCListener.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -3,10 +3,10 @@
 #include "Client/AgentConnection.h"
 
 #include "Client/BusFailure.h"
-#include "Foundation/Identity.h"
-#include "Foundation/Linux/BusConnection.h"
-#include "Foundation/Linux/BusText.h"
-#include "Foundation/Linux/BusValues.h"
+#include "Protocol/Identity.h"
+#include "Protocol/Linux/BusConnection.h"
+#include "Protocol/Linux/BusText.h"
+#include "Protocol/Linux/BusValues.h"
 
 #include <algorithm>
 #include <deque>

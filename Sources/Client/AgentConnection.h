@@ -6,7 +6,7 @@
 
 #include "Client/ClientError.h"
 #include "Client/Request.h"
-#include "Foundation/XPCInterface.h"
+#include "Protocol/XPCInterface.h"
 
 #include <chrono>
 #include <cstdint>

@@ -4,10 +4,10 @@
 
 #include "Client/AgentArrivals.h"
 #include "Client/TransportFailure.h"
-#include "Foundation/Identity.h"
-#include "Foundation/macOS/Retained.h"
-#include "Foundation/macOS/XPCRequests.h"
-#include "Foundation/macOS/XPCValues.h"
+#include "Foundation/Base/macOS/Retained.h"
+#include "Protocol/Identity.h"
+#include "Protocol/macOS/XPCRequests.h"
+#include "Protocol/macOS/XPCValues.h"
 
 #include <map>
 #include <memory>

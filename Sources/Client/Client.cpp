@@ -3,7 +3,7 @@
 
 #include "Client/ClientMaker.h"
 #include "Client/RequestState.h"
-#include "Foundation/Identity.h"
+#include "Protocol/Identity.h"
 
 #include <utility>
 

@@ -2,13 +2,11 @@
 # which CMake and pkg-config find it. It has two components: "library" to run
 # programs, "development" to build them.
 
-# Besides the client's own objects the library holds the error values of
-# Foundation and its bus layer.
-set(library_sources $<TARGET_OBJECTS:kw_client>
-    ${CMAKE_CURRENT_SOURCE_DIR}/Foundation/POSIX/ErrorValue.cpp)
-foreach(name BusConnection BusMessage BusText BusValues)
-  list(APPEND library_sources ${CMAKE_CURRENT_SOURCE_DIR}/Foundation/Linux/${name}.cpp)
-endforeach()
+# Besides the client's own objects the library holds the error values and the
+# protocol's bus layer.
+file(GLOB bus_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/Protocol/Linux/*.cpp)
+set(library_sources $<TARGET_OBJECTS:kw_client> ${bus_sources}
+    ${CMAKE_CURRENT_SOURCE_DIR}/Foundation/Base/ErrorValue.cpp)
 set(exports ${CMAKE_CURRENT_SOURCE_DIR}/Client/libkeepwell.map)
 
 add_library(libkeepwell SHARED ${library_sources})
@@ -34,7 +32,7 @@ endforeach()
 # The public headers, as <keepwell/Name.h>. They include no other header of the
 # tree, so that they compile on their own.
 set(public_headers Client/Client.h Client/ClientError.h Client/Export.h Client/Replies.h
-    Client/Request.h Foundation/ErrorValue.h)
+    Client/Request.h Foundation/Base/ErrorValue.h)
 set(made_headers ${CMAKE_BINARY_DIR}/include/keepwell)
 file(REMOVE_RECURSE ${made_headers}) # removes headers under former names
 foreach(header ${public_headers})

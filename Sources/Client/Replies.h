@@ -3,7 +3,7 @@
 #pragma once
 
 #include "Client/Export.h"
-#include "Foundation/ErrorValue.h"
+#include "Foundation/Base/ErrorValue.h"
 
 #include <cstdint>
 #include <optional>

@@ -3,7 +3,7 @@
 
 #include "Client/Request.h"
 #include "Client/RequestEngine.h"
-#include "Foundation/SaturatedTime.h"
+#include "Foundation/Base/SaturatedTime.h"
 
 #include <stdexcept>
 #include <vector>

@@ -3,7 +3,7 @@
 
 #include "CommandLine/Displayable.h"
 #include "CommandLine/Quantities.h"
-#include "Foundation/Unicode.h"
+#include "Foundation/Text/Unicode.h"
 
 #include <fmt/format.h>
 #include <utility>

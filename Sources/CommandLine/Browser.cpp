@@ -5,7 +5,7 @@
 #include "CommandLine/ProtectedPaths.h"
 #include "CommandLine/Quantities.h"
 #include "CommandLine/RemovalPreview.h"
-#include "Foundation/Unicode.h"
+#include "Foundation/Text/Unicode.h"
 
 #include <algorithm>
 #include <fmt/format.h>

@@ -6,7 +6,7 @@
 #include "CommandLine/BrowserList.h"
 #include "CommandLine/Outcome.h"
 #include "CommandLine/Session.h"
-#include "Foundation/Screen.h"
+#include "Foundation/Terminal/Screen.h"
 
 #include <functional>
 #include <memory>

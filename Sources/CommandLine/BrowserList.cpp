@@ -2,8 +2,8 @@
 // has pointers into it, and is made anew when the tree or the order changes.
 #include "CommandLine/BrowserList.h"
 
-#include "Foundation/FileManager.h"
-#include "Foundation/StringUtilities.h"
+#include "Foundation/Text/StringUtilities.h"
+#include "Foundation/Trees/FileManager.h"
 
 #include <algorithm>
 

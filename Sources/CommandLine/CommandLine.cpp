@@ -4,7 +4,7 @@
 #include "CommandLine/Command.h"
 #include "CommandLine/Description.h"
 #include "CommandLine/Help.h"
-#include "Foundation/Identity.h"
+#include "Protocol/Identity.h"
 
 #include <algorithm>
 #include <fmt/format.h>

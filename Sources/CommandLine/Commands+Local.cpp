@@ -5,8 +5,8 @@
 #include "CommandLine/BrowseCommand.h"
 #include "CommandLine/FindCommand.h"
 #include "CommandLine/Outcome.h"
-#include "Foundation/FileFlags.h"
-#include "Foundation/Log.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Files/FileFlags.h"
 
 #include <array>
 #include <memory>

@@ -2,7 +2,7 @@
 #include "CommandLine/Command.h"
 #include "CommandLine/Look.h"
 #include "CommandLine/Outcome.h"
-#include "Foundation/Identity.h"
+#include "Protocol/Identity.h"
 #include "Tools/KWLaunchdManager.h"
 #include "Tools/SystemTools.h"
 

@@ -6,7 +6,7 @@
 #include "CommandLine/PathRequests.h"
 #include "CommandLine/RemovalPreview.h"
 #include "CommandLine/SizeReport.h"
-#include "Foundation/FileManager.h"
+#include "Foundation/Trees/FileManager.h"
 #include "Tools/RVFileSizer.h"
 
 #include <fmt/format.h>

@@ -5,7 +5,7 @@
 #include "CommandLine/MeasuredTree.h"
 #include "CommandLine/Outcome.h"
 #include "CommandLine/Quantities.h"
-#include "Foundation/FileManager.h"
+#include "Foundation/Trees/FileManager.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -2,7 +2,7 @@
 #include "CommandLine/Description.h"
 
 #include "CommandLine/Help.h"
-#include "Foundation/Identity.h"
+#include "Protocol/Identity.h"
 
 namespace kw {
 namespace {

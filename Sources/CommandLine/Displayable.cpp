@@ -1,7 +1,7 @@
 // Character by character.
 #include "CommandLine/Displayable.h"
 
-#include "Foundation/Unicode.h"
+#include "Foundation/Text/Unicode.h"
 
 #include <fmt/format.h>
 

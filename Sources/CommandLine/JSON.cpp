@@ -3,7 +3,7 @@
 
 #include "Additions/NSString+Hashing.h"
 #include "CommandLine/Displayable.h"
-#include "Foundation/Unicode.h"
+#include "Foundation/Text/Unicode.h"
 
 #include <algorithm>
 #include <cmath>

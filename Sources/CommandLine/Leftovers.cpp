@@ -3,8 +3,8 @@
 #include "CommandLine/Leftovers.h"
 
 #include "Additions/NSFileManager+Enumeration.h"
-#include "Foundation/HomeDirectory.h"
-#include "Foundation/StandardFolders.h"
+#include "Foundation/Desktop/HomeDirectory.h"
+#include "Foundation/Desktop/StandardFolders.h"
 
 #include <algorithm>
 

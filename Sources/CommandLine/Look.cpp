@@ -1,8 +1,8 @@
 // By the attributes and the flags of the item.
 #include "CommandLine/Look.h"
 
-#include "Foundation/FileFlags.h"
-#include "Foundation/FileManager.h"
+#include "Foundation/Files/FileFlags.h"
+#include "Foundation/Trees/FileManager.h"
 
 #include <filesystem>
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Client/Request.h"
-#include "Foundation/FTS.h"
+#include "Foundation/Walking/FTS.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,7 +1,7 @@
 // By the canonical path, and by being the same folder as the user's home.
 #include "CommandLine/ProtectedPaths.h"
 
-#include "Foundation/HomeDirectory.h"
+#include "Foundation/Desktop/HomeDirectory.h"
 
 #include <algorithm>
 #include <array>

@@ -3,7 +3,7 @@
 #include "CommandLine/RemovalPlan.h"
 
 #include "CommandLine/Look.h"
-#include "Foundation/Unicode.h"
+#include "Foundation/Text/Unicode.h"
 
 #include <filesystem>
 

@@ -10,7 +10,7 @@
 #include "CommandLine/KeepList.h"
 #include "CommandLine/LargestItems.h"
 #include "CommandLine/Measure.h"
-#include "Foundation/FTS.h"
+#include "Foundation/Walking/FTS.h"
 
 #include <cstdint>
 #include <map>

@@ -1,7 +1,7 @@
 // Reports a request without a reply, for people, programs and the exit status.
 #include "CommandLine/Command.h"
 
-#include "Foundation/ProcessInfo.h"
+#include "Foundation/Processes/ProcessInfo.h"
 
 #include <algorithm>
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 // The agent on demand, and both kinds of answers.
 #include "CommandLine/Session.h"
 
-#include "Foundation/SaturatedTime.h"
+#include "Foundation/Base/SaturatedTime.h"
 
 #include <filesystem>
 #include <ostream>

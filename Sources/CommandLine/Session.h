@@ -8,8 +8,8 @@
 #include "CommandLine/Displayable.h"
 #include "CommandLine/JSON.h"
 #include "CommandLine/UserTrash.h"
-#include "Foundation/Error.h"
-#include "Foundation/Screen.h"
+#include "Foundation/Base/Error.h"
+#include "Foundation/Terminal/Screen.h"
 
 #include <chrono>
 #include <functional>

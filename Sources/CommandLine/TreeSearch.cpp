@@ -2,7 +2,7 @@
 #include "CommandLine/TreeSearch.h"
 
 #include "CommandLine/KeepList.h"
-#include "Foundation/FileManager.h"
+#include "Foundation/Trees/FileManager.h"
 
 #include <functional>
 #include <iterator>

@@ -2,10 +2,10 @@
 #include "CommandLine/UserTrash.h"
 
 #include "CommandLine/Look.h"
-#include "Foundation/FileManager.h"
-#include "Foundation/HomeDirectory.h"
-#include "Foundation/ProcessInfo.h"
-#include "Foundation/StandardFolders.h"
+#include "Foundation/Desktop/HomeDirectory.h"
+#include "Foundation/Desktop/StandardFolders.h"
+#include "Foundation/Processes/ProcessInfo.h"
+#include "Foundation/Trees/FileManager.h"
 
 #include <algorithm>
 #include <cctype>

@@ -7,9 +7,9 @@
 //   Session        the agent on demand, text or JSON
 //   Alarm          ends a wait: answers, paths, ^C
 #include "CommandLine/CommandLine.h"
-#include "Foundation/FileManager.h"
-#include "Foundation/Signals.h"
-#include "Foundation/Terminal.h"
+#include "Foundation/Processes/Signals.h"
+#include "Foundation/Terminal/Terminal.h"
+#include "Foundation/Trees/FileManager.h"
 
 #include <cstdlib>
 #include <exception>

@@ -2,8 +2,8 @@
 #include "Tools/KWDitoTask.h"
 
 #include "Additions/NSFileManager+FileModificationsAdditions.h"
-#include "Foundation/Log.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Base/SharedInstance.h"
 #include "Tools/KWTaskRunner.h"
 #include "Tools/SystemTools.h"
 

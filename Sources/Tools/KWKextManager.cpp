@@ -2,9 +2,9 @@
 #include "Tools/KWKextManager.h"
 
 #include "Additions/NSFileManager+FileModificationsAdditions.h"
-#include "Foundation/Bundle.h"
-#include "Foundation/Log.h"
-#include "Foundation/WordList.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Desktop/Bundle.h"
+#include "Foundation/Text/WordList.h"
 #include "Tools/KWTaskRunner.h"
 #include "Tools/SystemTools.h"
 

@@ -2,10 +2,10 @@
 #include "Tools/KWLaunchdManager.h"
 
 #include "Additions/NSStringAdditions.h"
-#include "Foundation/Bundle.h"
-#include "Foundation/Exception.h"
-#include "Foundation/Log.h"
-#include "Foundation/StringUtilities.h"
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Desktop/Bundle.h"
+#include "Foundation/Text/StringUtilities.h"
 
 #include <utility>
 

@@ -2,12 +2,12 @@
 #include "Tools/KWLaunchdManager.h"
 
 #include "Additions/NSObjectAdditions.h"
-#include "Foundation/FileManager.h"
-#include "Foundation/Launchd.h"
-#include "Foundation/Log.h"
-#include "Foundation/PathUtilities.h"
-#include "Foundation/SharedInstance.h"
-#include "Foundation/WordList.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Processes/Launchd.h"
+#include "Foundation/Text/PathUtilities.h"
+#include "Foundation/Text/WordList.h"
+#include "Foundation/Trees/FileManager.h"
 #include "Tools/KWTaskRunner.h"
 #include "Tools/SystemTools.h"
 

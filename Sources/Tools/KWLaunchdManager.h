@@ -8,7 +8,7 @@
 // of a job's property list; an unreadable list counts as one without any key.
 #pragma once
 
-#include "Foundation/PropertyList.h"
+#include "Foundation/PropertyLists/PropertyList.h"
 
 #include <cstdint>
 #include <optional>

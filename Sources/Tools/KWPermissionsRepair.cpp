@@ -3,10 +3,10 @@
 
 #include "Tools/SystemTools.h"
 
-#include "Foundation/Log.h"
-#include "Foundation/Task.h"
-#include "Foundation/Unicode.h"
-#include "Foundation/WordList.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Processes/Task.h"
+#include "Foundation/Text/Unicode.h"
+#include "Foundation/Text/WordList.h"
 
 #include <exception>
 

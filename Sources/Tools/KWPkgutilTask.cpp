@@ -1,7 +1,7 @@
 // Forgetting a package's receipt.
 #include "Tools/KWPkgutilTask.h"
 
-#include "Foundation/WordList.h"
+#include "Foundation/Text/WordList.h"
 #include "Tools/KWTaskRunner.h"
 #include "Tools/SystemTools.h"
 

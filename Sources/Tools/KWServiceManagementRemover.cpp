@@ -1,12 +1,12 @@
 // The edit of the overrides database.
 #include "Tools/KWServiceManagementRemover.h"
 
-#include "Foundation/Bundle.h"
-#include "Foundation/FileContents.h"
-#include "Foundation/Log.h"
-#include "Foundation/ProcessInfo.h"
-#include "Foundation/PropertyList.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Desktop/Bundle.h"
+#include "Foundation/Files/FileContents.h"
+#include "Foundation/Processes/ProcessInfo.h"
+#include "Foundation/PropertyLists/PropertyList.h"
 
 namespace kw {
 namespace {

@@ -2,15 +2,15 @@
 #include "Tools/KWTaskRunner.h"
 
 #include "Additions/NSStringAdditions.h"
-#include "Foundation/Bundle.h"
-#include "Foundation/Exception.h"
-#include "Foundation/FileManager.h"
-#include "Foundation/Identity.h"
-#include "Foundation/Log.h"
-#include "Foundation/SharedInstance.h"
-#include "Foundation/Task.h"
-#include "Foundation/Thread.h"
-#include "Foundation/Unicode.h"
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Desktop/Bundle.h"
+#include "Foundation/Processes/Task.h"
+#include "Foundation/Text/Unicode.h"
+#include "Foundation/Threads/Thread.h"
+#include "Foundation/Trees/FileManager.h"
+#include "Protocol/Identity.h"
 
 namespace kw {
 namespace {

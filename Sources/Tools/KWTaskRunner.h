@@ -9,7 +9,7 @@
 // a failure.
 #pragma once
 
-#include "Foundation/Error.h"
+#include "Foundation/Base/Error.h"
 
 #include <functional>
 #include <optional>

@@ -1,8 +1,8 @@
 // Measuring by reading the attributes of up to sixteen items per call.
 #include "Tools/RVFileSizer.h"
 
-#include "Foundation/BulkAttributes.h"
-#include "Foundation/Log.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Files/BulkAttributes.h"
 
 #include <array>
 #include <cerrno>

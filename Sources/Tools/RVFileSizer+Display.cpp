@@ -1,9 +1,9 @@
 // Formats sizes as text.
 #include "Tools/RVFileSizer.h"
 
-#include "Foundation/Bundle.h"
-#include "Foundation/Dispatch.h"
-#include "Foundation/Format.h"
+#include "Foundation/Base/Format.h"
+#include "Foundation/Desktop/Bundle.h"
+#include "Foundation/Threads/Dispatch.h"
 
 #include <string_view>
 

@@ -2,14 +2,14 @@
 #include "Tools/RVFileSizer.h"
 
 #include "Additions/NSNumber+RVFileSizeAdditions.h"
-#include "Foundation/AssertionHandler.h"
-#include "Foundation/Dispatch.h"
-#include "Foundation/Environment.h"
-#include "Foundation/Exception.h"
-#include "Foundation/Exhaustion.h"
-#include "Foundation/Log.h"
-#include "Foundation/Metadata.h"
-#include "Foundation/Monitor.h"
+#include "Foundation/Base/AssertionHandler.h"
+#include "Foundation/Base/Environment.h"
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Desktop/Metadata.h"
+#include "Foundation/Threads/Dispatch.h"
+#include "Foundation/Threads/Monitor.h"
+#include "Foundation/Walking/Exhaustion.h"
 
 #include <algorithm>
 #include <atomic>

@@ -8,11 +8,11 @@
 // may make any call, and all but fetchItemSizeAtURL block until done.
 #pragma once
 
-#include "Foundation/Error.h"
-#include "Foundation/FTS.h"
-#include "Foundation/NumberFormatter.h"
-#include "Foundation/String.h"
-#include "Foundation/URL.h"
+#include "Foundation/Base/Error.h"
+#include "Foundation/Files/URL.h"
+#include "Foundation/Values/NumberFormatter.h"
+#include "Foundation/Values/String.h"
+#include "Foundation/Walking/FTS.h"
 
 #include <array>
 #include <cstddef>

@@ -1,7 +1,7 @@
 // A removal that asks and tells, and removes nothing.
 #include "Darwin/RemovalShim.h"
 
-#include "Foundation/macOS/Platform/RemoveFile.h"
+#include "Foundation/Trees/macOS/Platform/RemoveFile.h"
 
 #include <cerrno>
 #include <map>

@@ -2,7 +2,7 @@
 // them.
 #include "Darwin/ServicesShim.h"
 
-#include "Foundation/macOS/CoreFoundationValues.h"
+#include "Foundation/Values/macOS/CoreFoundationValues.h"
 
 #include <algorithm>
 #include <cstdio>

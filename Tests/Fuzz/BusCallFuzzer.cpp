@@ -5,7 +5,7 @@
 // expected, whether the signature is the member's own, and whether the call goes
 // to another interface than the listener's own; a signature that is not the
 // member's follows with its length. The rest is the body.
-#include "Foundation/XPCListener.h"
+#include "Service/XPCListener.h"
 #include "Support/FakeBus.h"
 #include "Support/FuzzInput.h"
 

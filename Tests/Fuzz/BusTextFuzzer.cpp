@@ -1,6 +1,6 @@
 // For any bytes of a path or a tool's output, the text sent must be one that
 // every receiver accepts. Text that is valid already must stay unchanged.
-#include "Foundation/Linux/BusText.h"
+#include "Protocol/Linux/BusText.h"
 
 #include <cstdint>
 #include <cstdlib>

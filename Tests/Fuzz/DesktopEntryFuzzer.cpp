@@ -1,6 +1,6 @@
 // Any text reads as an entry, and the parts of its command line are never
 // longer than the text.
-#include "Foundation/Linux/DesktopEntry.h"
+#include "Foundation/Desktop/Linux/DesktopEntry.h"
 
 #include <cstdint>
 #include <cstdlib>

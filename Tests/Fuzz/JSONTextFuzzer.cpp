@@ -1,6 +1,6 @@
 // Any bytes as a JSON string: one that every reader accepts.
 #include "CommandLine/JSON.h"
-#include "Foundation/Unicode.h"
+#include "Foundation/Text/Unicode.h"
 #include "Support/FuzzInput.h"
 
 #include <string>

@@ -1,7 +1,7 @@
 // Any file as a launchd job list: the manager must answer all questions about
 // it, and consistently.
-#include "Foundation/PropertyList.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/PropertyLists/PropertyList.h"
 #include "Support/FakeFileContents.h"
 #include "Support/FuzzInput.h"
 #include "Tools/KWLaunchdManager.h"

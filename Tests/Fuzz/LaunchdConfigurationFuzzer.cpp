@@ -2,7 +2,7 @@
 // line itself, nothing, or the rebuilt line, and the list never holds a removed
 // library again.
 #include "Additions/NSStringAdditions.h"
-#include "Foundation/Exception.h"
+#include "Foundation/Base/Exception.h"
 #include "Tools/KWLaunchdManager.h"
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 // Any file as the database of login items, an identifier on its first line:
 // the item is gone, and nothing else.
-#include "Foundation/PropertyList.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/PropertyLists/PropertyList.h"
 #include "Support/FakeFileContents.h"
 #include "Support/FuzzInput.h"
 #include "Tools/KWServiceManagementRemover.h"

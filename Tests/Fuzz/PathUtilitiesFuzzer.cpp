@@ -1,6 +1,6 @@
 // Two paths, a line each: taken apart and put together again.
-#include "Foundation/PathUtilities.h"
-#include "Foundation/URL.h"
+#include "Foundation/Files/URL.h"
+#include "Foundation/Text/PathUtilities.h"
 #include "Support/FuzzInput.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {

@@ -1,6 +1,6 @@
 // Escaping and back.
 #include "Additions/NSString+URLAdditions.h"
-#include "Foundation/Unicode.h"
+#include "Foundation/Text/Unicode.h"
 #include "Support/FuzzInput.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {

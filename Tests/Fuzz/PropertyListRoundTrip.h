@@ -1,7 +1,7 @@
 // The property that both fuzz targets of property lists check.
 #pragma once
 
-#include "Foundation/PropertyList.h"
+#include "Foundation/PropertyLists/PropertyList.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // An expression of any bytes over a text of any bytes, an expression on the
 // first line.
-#include "Foundation/RegularExpression.h"
+#include "Foundation/Text/RegularExpression.h"
 #include "Support/FuzzInput.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {

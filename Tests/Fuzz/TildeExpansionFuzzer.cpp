@@ -1,11 +1,11 @@
 // Tilde expansion of any bytes, in a sandbox and out of it, over an invented
 // user database.
 #include "Additions/SandboxTildeExpansion.h"
-#include "Foundation/HomeDirectory.h"
+#include "Foundation/Desktop/HomeDirectory.h"
 #include "Support/FakeUsers.h"
 #include "Support/FuzzInput.h"
 
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // GNUstep knows which thread is the main one only after that thread has asked
 // for its own. So the main thread asks before each test starts threads.
-#include "Foundation/RunLoop.h"
+#include "Foundation/Threads/RunLoop.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
 // The object that the platform's transport calls, against GNUstep: each message
 // becomes a request, and its block is called at most once.
-#include "Foundation/macOS/XPCExportedObject.h"
+#include "Service/macOS/XPCExportedObject.h"
 
 #include "Agent/KWPrivilegedOperation.h"
 #include "Agent/KWPrivilegedOperationProgress.h"
-#include "Foundation/Progress.h"
-#include "Foundation/macOS/Retained.h"
-#include "Foundation/macOS/XPCValues.h"
+#include "Foundation/Base/Progress.h"
+#include "Foundation/Base/macOS/Retained.h"
+#include "Protocol/macOS/XPCValues.h"
 
 #include <gtest/gtest.h>
 #include <objc/runtime.h>

@@ -1,9 +1,9 @@
 // A client's requests, against GNUstep: sent straight to the agent's exported
 // object, they arrive there as they were meant, and so do their replies.
-#include "Foundation/macOS/XPCRequests.h"
+#include "Protocol/macOS/XPCRequests.h"
 
 #include "Agent/KWPrivilegedOperation.h"
-#include "Foundation/macOS/XPCExportedObject.h"
+#include "Service/macOS/XPCExportedObject.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Arguments and replies as the platform's objects and back, against GNUstep.
-#include "Foundation/macOS/XPCValues.h"
+#include "Protocol/macOS/XPCValues.h"
 
 #include <gtest/gtest.h>
 

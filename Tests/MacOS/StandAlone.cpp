@@ -1,8 +1,8 @@
 // The bodies that both hosts share, in a program of their own: it links for
 // macOS only if they call nothing that its system library lacks.
-#include "Foundation/Log.h"
-#include "Foundation/PathUtilities.h"
-#include "Foundation/URL.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Files/URL.h"
+#include "Foundation/Text/PathUtilities.h"
 
 int main(int argc, char **argv) {
   for (int index = 1; index < argc; ++index) {

@@ -2,8 +2,8 @@
 // life.
 #pragma once
 
-#include "Foundation/AssertionHandler.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/AssertionHandler.h"
+#include "Foundation/Base/SharedInstance.h"
 
 #include <string>
 #include <vector>

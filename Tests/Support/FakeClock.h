@@ -2,7 +2,7 @@
 // moves the clock to the deadline.
 #pragma once
 
-#include "Foundation/Clock.h"
+#include "Foundation/Base/Clock.h"
 
 #include <optional>
 

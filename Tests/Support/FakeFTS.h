@@ -1,9 +1,9 @@
 // A walk over entries that a test makes up.
 #pragma once
 
-#include "Foundation/Exception.h"
-#include "Foundation/FTS.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Walking/FTS.h"
 
 #include <cerrno>
 #include <deque>

@@ -1,7 +1,7 @@
 // Whole files in memory, wherever the code under test expects them.
 #pragma once
 
-#include "Foundation/FileContents.h"
+#include "Foundation/Files/FileContents.h"
 
 #include <cerrno>
 #include <map>

@@ -1,8 +1,8 @@
 // File flags in a table of the test. Records each call.
 #pragma once
 
-#include "Foundation/FileFlags.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Files/FileFlags.h"
 
 #include <cerrno>
 #include <map>

@@ -2,13 +2,13 @@
 // registry, aliases, index, standard folders. Each is in force during its life.
 #pragma once
 
-#include "Foundation/AppKitVersion.h"
-#include "Foundation/Date.h"
-#include "Foundation/ExtendedAttributes.h"
-#include "Foundation/LaunchServices.h"
-#include "Foundation/Metadata.h"
-#include "Foundation/SharedInstance.h"
-#include "Foundation/StandardFolders.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Desktop/AppKitVersion.h"
+#include "Foundation/Desktop/LaunchServices.h"
+#include "Foundation/Desktop/Metadata.h"
+#include "Foundation/Desktop/StandardFolders.h"
+#include "Foundation/Files/ExtendedAttributes.h"
+#include "Foundation/Values/Date.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // A launchd that knows the jobs of the test and records its requests.
 #pragma once
 
-#include "Foundation/Launchd.h"
+#include "Foundation/Processes/Launchd.h"
 
 #include <set>
 #include <string>

@@ -1,8 +1,8 @@
 // A process that notes its end and goes on.
 #pragma once
 
-#include "Foundation/Process.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Processes/Process.h"
 
 #include <functional>
 #include <optional>

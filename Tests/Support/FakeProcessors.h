@@ -1,8 +1,8 @@
 // Numbers of processors, and of threads for a device, that a test makes up.
 #pragma once
 
-#include "Foundation/POSIX/Processors.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Threads/Internal/Processors.h"
 
 namespace kwtest {
 

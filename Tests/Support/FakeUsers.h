@@ -1,8 +1,8 @@
 // An environment and a user database that a test writes itself.
 #pragma once
 
-#include "Foundation/HomeDirectory.h"
-#include "Foundation/ProcessInfo.h"
+#include "Foundation/Desktop/HomeDirectory.h"
+#include "Foundation/Processes/ProcessInfo.h"
 
 #include <map>
 #include <optional>

@@ -1,7 +1,7 @@
 // A connection that only records the calls of its members.
 #pragma once
 
-#include "Foundation/XPCConnection.h"
+#include "Service/XPCConnection.h"
 
 #include <string>
 #include <utility>

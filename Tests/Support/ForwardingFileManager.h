@@ -2,7 +2,7 @@
 // only the call that it wants to watch or to fail.
 #pragma once
 
-#include "Foundation/FileManager.h"
+#include "Foundation/Trees/FileManager.h"
 
 namespace kwtest {
 

@@ -1,7 +1,7 @@
 // Collects log messages during its life. Thread-safe.
 #pragma once
 
-#include "Foundation/Log.h"
+#include "Foundation/Base/Log.h"
 
 #include <mutex>
 #include <string>

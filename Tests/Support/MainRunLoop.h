@@ -1,7 +1,7 @@
 // Drives the main run loop from a test, which runs on the main thread.
 #pragma once
 
-#include "Foundation/RunLoop.h"
+#include "Foundation/Threads/RunLoop.h"
 
 #include <functional>
 

@@ -1,8 +1,8 @@
 // A journal that only keeps its records.
 #pragma once
 
-#include "Foundation/RequestJournal.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Service/RequestJournal.h"
 
 #include <mutex>
 #include <vector>

@@ -2,7 +2,7 @@
 // of removals and copies.
 #pragma once
 
-#include "Foundation/FileManager.h"
+#include "Foundation/Trees/FileManager.h"
 
 #include <map>
 #include <set>

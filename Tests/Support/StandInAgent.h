@@ -2,9 +2,9 @@
 // of the client need, and records its settings.
 #pragma once
 
-#include "Foundation/Error.h"
-#include "Foundation/Linux/BusConnection.h"
-#include "Foundation/Linux/BusValues.h"
+#include "Foundation/Base/Error.h"
+#include "Protocol/Linux/BusConnection.h"
+#include "Protocol/Linux/BusValues.h"
 
 #include <algorithm>
 #include <atomic>

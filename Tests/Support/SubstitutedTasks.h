@@ -2,7 +2,7 @@
 // record the request.
 #pragma once
 
-#include "Foundation/Task.h"
+#include "Foundation/Processes/Task.h"
 
 #include <memory>
 #include <mutex>

@@ -1,7 +1,7 @@
 // Walks written down, entry by entry, so that two can be compared as texts.
 #pragma once
 
-#include "Foundation/FTS.h"
+#include "Foundation/Walking/FTS.h"
 
 #include <cstdint>
 #include <fts.h>

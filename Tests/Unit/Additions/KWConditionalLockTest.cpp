@@ -2,9 +2,9 @@
 // them.
 #include "Additions/KWConditionalLock.h"
 
-#include "Foundation/Number.h"
-#include "Foundation/SharedInstance.h"
-#include "Foundation/String.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Values/Number.h"
+#include "Foundation/Values/String.h"
 #include "Support/AssertionRecorder.h"
 #include "Support/FakeClock.h"
 #include "Support/LogRecorder.h"

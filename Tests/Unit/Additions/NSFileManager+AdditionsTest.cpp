@@ -7,7 +7,7 @@
 #include "Support/RandomTree.h"
 #include "Support/ScratchFolder.h"
 
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,7 +1,7 @@
 // Standard and scratch folders.
 #include "Additions/NSFileManager+DirectoryLocations.h"
 
-#include "Foundation/Bundle.h"
+#include "Foundation/Desktop/Bundle.h"
 #include "Support/FakeItemServices.h"
 #include "Support/ForwardingFileManager.h"
 #include "Support/LogRecorder.h"

@@ -1,8 +1,8 @@
 // Times and the hidden flag.
 #include "Additions/NSFileManager+FileAttributes.h"
 
-#include "Foundation/FileFlags.h"
-#include "Foundation/String.h"
+#include "Foundation/Files/FileFlags.h"
+#include "Foundation/Values/String.h"
 #include "Support/FakeItemServices.h"
 #include "Support/LogRecorder.h"
 #include "Support/ScratchFolder.h"

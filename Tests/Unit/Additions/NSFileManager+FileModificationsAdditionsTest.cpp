@@ -2,10 +2,10 @@
 // fakes for the order of the steps, with real locked items for their effect.
 #include "Additions/NSFileManager+FileModificationsAdditions.h"
 
-#include "Foundation/Bundle.h"
-#include "Foundation/Identity.h"
-#include "Foundation/Progress.h"
-#include "Foundation/SecureRemoval.h"
+#include "Foundation/Base/Progress.h"
+#include "Foundation/Desktop/Bundle.h"
+#include "Foundation/Trees/SecureRemoval.h"
+#include "Protocol/Identity.h"
 #include "Support/FakeFileFlags.h"
 #include "Support/ForwardingFileManager.h"
 #include "Support/LockedItem.h"

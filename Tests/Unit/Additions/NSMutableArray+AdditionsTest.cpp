@@ -1,7 +1,7 @@
 // Non-owning arrays and filtering in place.
 #include "Additions/NSMutableArray+Additions.h"
 
-#include "Foundation/Number.h"
+#include "Foundation/Values/Number.h"
 #include "Support/AssertionRecorder.h"
 
 #include <gtest/gtest.h>

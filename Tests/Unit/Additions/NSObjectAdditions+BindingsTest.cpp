@@ -1,12 +1,12 @@
 // Values written back through bindings, and unbinding.
 #include "Additions/NSObjectAdditions.h"
 
-#include "Foundation/KeyValueBinding.h"
-#include "Foundation/KeyValueCoding.h"
-#include "Foundation/Null.h"
-#include "Foundation/Number.h"
-#include "Foundation/String.h"
-#include "Foundation/ValueTransformer.h"
+#include "Foundation/Values/KeyValueBinding.h"
+#include "Foundation/Values/KeyValueCoding.h"
+#include "Foundation/Values/Null.h"
+#include "Foundation/Values/Number.h"
+#include "Foundation/Values/String.h"
+#include "Foundation/Values/ValueTransformer.h"
 #include "Support/AssertionRecorder.h"
 #include "Support/LogRecorder.h"
 

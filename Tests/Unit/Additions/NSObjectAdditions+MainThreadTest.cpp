@@ -2,11 +2,11 @@
 // wait for background work.
 #include "Additions/NSObjectAdditions.h"
 
-#include "Foundation/Clock.h"
-#include "Foundation/Dispatch.h"
-#include "Foundation/KeyValueObserving.h"
-#include "Foundation/SharedInstance.h"
-#include "Foundation/Thread.h"
+#include "Foundation/Base/Clock.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Threads/Dispatch.h"
+#include "Foundation/Threads/Thread.h"
+#include "Foundation/Values/KeyValueObserving.h"
 #include "Support/AssertionRecorder.h"
 #include "Support/FakeClock.h"
 #include "Support/LogRecorder.h"

@@ -1,12 +1,12 @@
 // Bounded waits, casts and equality.
 #include "Additions/NSObjectAdditions.h"
 
-#include "Foundation/Clock.h"
-#include "Foundation/Dispatch.h"
-#include "Foundation/NotificationCenter.h"
-#include "Foundation/Number.h"
-#include "Foundation/SharedInstance.h"
-#include "Foundation/String.h"
+#include "Foundation/Base/Clock.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Threads/Dispatch.h"
+#include "Foundation/Threads/NotificationCenter.h"
+#include "Foundation/Values/Number.h"
+#include "Foundation/Values/String.h"
 #include "Support/AssertionRecorder.h"
 #include "Support/FakeClock.h"
 #include "Support/LogRecorder.h"

@@ -1,8 +1,8 @@
 // Mapping, filtering and searching sets, and adding to them with care.
 #include "Additions/NSSetAdditions.h"
 
-#include "Foundation/Number.h"
-#include "Foundation/String.h"
+#include "Foundation/Values/Number.h"
+#include "Foundation/Values/String.h"
 #include "Support/AssertionRecorder.h"
 #include "Support/LogRecorder.h"
 

@@ -1,7 +1,7 @@
 // The additions that look at the file system.
 #include "Additions/NSStringAdditions.h"
 
-#include "Foundation/HomeDirectory.h"
+#include "Foundation/Desktop/HomeDirectory.h"
 #include "Support/ScratchFolder.h"
 
 #include <cstdlib>

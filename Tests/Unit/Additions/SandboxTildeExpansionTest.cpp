@@ -2,9 +2,9 @@
 #include "Additions/SandboxTildeExpansion.h"
 #include "Additions/NSStringAdditions.h"
 
-#include "Foundation/Exception.h"
-#include "Foundation/HomeDirectory.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Desktop/HomeDirectory.h"
 #include "Support/AssertionRecorder.h"
 #include "Support/FakeUsers.h"
 #include "Support/LogRecorder.h"

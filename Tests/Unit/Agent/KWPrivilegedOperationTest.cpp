@@ -1,7 +1,7 @@
 // The protocol's description for the transport.
 #include "Agent/KWPrivilegedOperation.h"
 #include "Agent/KWPrivilegedOperationProgress.h"
-#include "Foundation/Linux/BusValues.h"
+#include "Protocol/Linux/BusValues.h"
 #include "Support/FakeXPCConnection.h"
 
 #include <gmock/gmock.h>

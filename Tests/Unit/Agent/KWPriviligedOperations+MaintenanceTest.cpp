@@ -1,11 +1,11 @@
 // The handlers of system maintenance, with every tool, job and log recorded.
 #include "Agent/KWPriviligedOperations.h"
 
-#include "Foundation/AppKitVersion.h"
-#include "Foundation/Exception.h"
-#include "Foundation/Identity.h"
-#include "Foundation/SharedInstance.h"
-#include "Foundation/SystemLog.h"
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Base/SystemLog.h"
+#include "Foundation/Desktop/AppKitVersion.h"
+#include "Protocol/Identity.h"
 #include "Support/FakeXPCConnection.h"
 #include "Support/ForwardingFileManager.h"
 #include "Support/LogRecorder.h"

@@ -8,10 +8,10 @@
 #include "Support/RecordingFileManager.h"
 #include "Support/RecordingTaskRunner.h"
 
-#include "Foundation/Process.h"
-#include "Foundation/PropertyList.h"
-#include "Foundation/SharedFileList.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Desktop/SharedFileList.h"
+#include "Foundation/Processes/Process.h"
+#include "Foundation/PropertyLists/PropertyList.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // The exported object: its weak connection and the handlers of files.
 #include "Agent/KWPriviligedOperations.h"
 
-#include "Foundation/Progress.h"
+#include "Foundation/Base/Progress.h"
 #include "Support/FakeFTS.h"
 #include "Support/FakeProcess.h"
 #include "Support/FakeXPCConnection.h"

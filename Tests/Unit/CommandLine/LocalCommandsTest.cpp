@@ -1,7 +1,7 @@
 // The commands that need no agent, from their arguments to their output.
 #include "CommandLine/CommandLine.h"
 
-#include "Foundation/FileFlags.h"
+#include "Foundation/Files/FileFlags.h"
 
 #include "Support/CommandRun.h"
 #include "Support/FakeItemServices.h"

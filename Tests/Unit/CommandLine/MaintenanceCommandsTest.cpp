@@ -5,7 +5,7 @@
 #include "Support/CommandRun.h"
 #include "Support/FakeAgent.h"
 
-#include "Foundation/Identity.h"
+#include "Protocol/Identity.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 // spelling: the command must never destroy a wrong file.
 #include "CommandLine/CommandLine.h"
 
-#include "Foundation/Unicode.h"
+#include "Foundation/Text/Unicode.h"
 #include "Support/CommandRun.h"
 #include "Support/FakeAgent.h"
 #include "Support/ScratchFolder.h"

@@ -6,7 +6,7 @@
 #include "Support/FakeLaunchd.h"
 #include "Support/ScratchFolder.h"
 
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
 
 #include <gtest/gtest.h>
 

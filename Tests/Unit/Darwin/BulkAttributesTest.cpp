@@ -1,6 +1,6 @@
 // Records made from those of getattrlist and getattrlistbulk, over the shim,
 // and the sizes that the rooms above get from them.
-#include "Foundation/BulkAttributes.h"
+#include "Foundation/Files/BulkAttributes.h"
 
 #include "Darwin/Shim.h"
 #include "Support/LogRecorder.h"

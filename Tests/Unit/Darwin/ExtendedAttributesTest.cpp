@@ -1,5 +1,5 @@
 // Names of attributes by the platform's listxattr, over the shim.
-#include "Foundation/ExtendedAttributes.h"
+#include "Foundation/Files/ExtendedAttributes.h"
 
 #include "Support/ScratchFolder.h"
 

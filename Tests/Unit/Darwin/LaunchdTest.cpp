@@ -1,5 +1,5 @@
 // The job query by launch_msg, over the shim.
-#include "Foundation/Launchd.h"
+#include "Foundation/Processes/Launchd.h"
 
 #include "Darwin/Shim.h"
 

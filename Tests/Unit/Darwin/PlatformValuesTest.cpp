@@ -1,8 +1,8 @@
 // Volumes, the main bundle and digests by the platform's calls, over the shim.
 #include "Darwin/Shim.h"
-#include "Foundation/MessageDigest.h"
-#include "Foundation/POSIX/MainBundleFolder.h"
-#include "Foundation/URL.h"
+#include "Foundation/Desktop/Internal/MainBundleFolder.h"
+#include "Foundation/Files/URL.h"
+#include "Foundation/Text/MessageDigest.h"
 #include "Support/ScratchFolder.h"
 
 #include <filesystem>

@@ -1,9 +1,9 @@
 // The platform's removefile: its arguments, its callbacks and its errors, over
 // the shim, which removes nothing.
-#include "Foundation/SecureRemoval.h"
+#include "Foundation/Trees/SecureRemoval.h"
 
 #include "Darwin/RemovalShim.h"
-#include "Foundation/Progress.h"
+#include "Foundation/Base/Progress.h"
 #include "Support/ScratchFolder.h"
 
 #include <cerrno>

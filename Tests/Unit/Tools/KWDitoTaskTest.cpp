@@ -1,7 +1,7 @@
 // Slimming binaries.
 #include "Tools/KWDitoTask.h"
 
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
 #include "Support/ForwardingFileManager.h"
 #include "Support/LogRecorder.h"
 #include "Support/RecordingTaskRunner.h"

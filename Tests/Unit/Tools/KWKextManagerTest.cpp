@@ -1,7 +1,7 @@
 // Unloading and deleting kernel extensions.
 #include "Tools/KWKextManager.h"
 
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
 #include "Support/LogRecorder.h"
 #include "Support/RecordingTaskRunner.h"
 #include "Support/ScratchFolder.h"

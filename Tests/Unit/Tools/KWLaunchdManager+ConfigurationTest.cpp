@@ -4,7 +4,7 @@
 #include "Support/LogRecorder.h"
 #include "Support/ScratchFolder.h"
 
-#include "Foundation/Exception.h"
+#include "Foundation/Base/Exception.h"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 #include "Support/RecordingTaskRunner.h"
 #include "Support/ScratchFolder.h"
 
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 // The repair's command line, its progress and its result.
 #include "Tools/KWPermissionsRepair.h"
 
-#include "Foundation/Exception.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Base/SharedInstance.h"
 #include "Support/LogRecorder.h"
 #include "Support/ScratchFolder.h"
 #include "Support/SubstitutedTasks.h"

@@ -1,7 +1,7 @@
 // Forgetting receipts.
 #include "Tools/KWPkgutilTask.h"
 
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
 #include "Support/RecordingTaskRunner.h"
 
 #include <gtest/gtest.h>

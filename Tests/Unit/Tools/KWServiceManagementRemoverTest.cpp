@@ -5,8 +5,8 @@
 #include "Support/FakeFileContents.h"
 #include "Support/LogRecorder.h"
 
-#include "Foundation/PropertyList.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/PropertyLists/PropertyList.h"
 
 #include <gtest/gtest.h>
 

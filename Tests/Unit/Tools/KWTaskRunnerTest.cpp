@@ -1,11 +1,11 @@
 // Runs of tools: captured output, results, and the effect of each failure.
 #include "Tools/KWTaskRunner.h"
 
-#include "Foundation/Bundle.h"
-#include "Foundation/Exception.h"
-#include "Foundation/Identity.h"
-#include "Foundation/SharedInstance.h"
-#include "Foundation/Thread.h"
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Desktop/Bundle.h"
+#include "Foundation/Threads/Thread.h"
+#include "Protocol/Identity.h"
 #include "Support/LogRecorder.h"
 #include "Support/ScratchFolder.h"
 

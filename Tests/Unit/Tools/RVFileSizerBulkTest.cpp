@@ -1,8 +1,8 @@
 // Measuring by bulk attributes, on real folders and on made-up records.
 #include "Tools/RVFileSizer.h"
 
-#include "Foundation/BulkAttributes.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Files/BulkAttributes.h"
 #include "Support/LogRecorder.h"
 #include "Support/RandomTree.h"
 #include "Support/ScratchFolder.h"

@@ -1,8 +1,8 @@
 // Sizes as text: the units, the rounding, the texts of the main bundle.
 #include "Tools/RVFileSizer.h"
 
-#include "Foundation/Bundle.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Desktop/Bundle.h"
 #include "Support/LocaleVariables.h"
 #include "Support/ScratchFolder.h"
 

@@ -6,9 +6,9 @@
 #include "Support/RandomTree.h"
 #include "Support/ScratchFolder.h"
 
-#include "Foundation/Metadata.h"
-#include "Foundation/Number.h"
-#include "Foundation/SharedInstance.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Desktop/Metadata.h"
+#include "Foundation/Values/Number.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 // whole compared with a computation of the test's own.
 #include "Tools/RVFileSizer.h"
 
-#include "Foundation/Progress.h"
+#include "Foundation/Base/Progress.h"
 
 #include "Support/AssertionRecorder.h"
 #include "Support/FakeFTS.h"

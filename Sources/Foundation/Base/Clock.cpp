@@ -1,0 +1,46 @@
+// The host's clocks through the standard library.
+#include "Foundation/Base/Clock.h"
+
+#include "Foundation/Base/SharedInstance.h"
+
+namespace NS {
+namespace {
+
+using std::chrono::nanoseconds;
+using std::chrono::steady_clock;
+using std::chrono::system_clock;
+
+class HostClock final : public Clock {
+public:
+  MonotonicTime monotonicTime() override {
+    return {std::chrono::duration_cast<nanoseconds>(steady_clock::now().time_since_epoch())};
+  }
+  WallTime wallTime() override {
+    return {std::chrono::duration_cast<nanoseconds>(system_clock::now().time_since_epoch())};
+  }
+
+  void wait(std::condition_variable &condition, std::unique_lock<std::mutex> &lock,
+            MonotonicTime deadline) override {
+    auto since = std::chrono::duration_cast<steady_clock::duration>(deadline.sinceStart);
+    condition.wait_until(lock, steady_clock::time_point(since));
+  }
+  void wait(std::condition_variable &condition, std::unique_lock<std::mutex> &lock,
+            WallTime deadline) override {
+    auto since = std::chrono::duration_cast<system_clock::duration>(deadline.since1970);
+    condition.wait_until(lock, system_clock::time_point(since));
+  }
+};
+
+using Shared = SharedInstance<Clock, HostClock>;
+
+} // namespace
+
+Clock &Clock::shared() {
+  return Shared::get();
+}
+
+Clock *Clock::exchangeShared(Clock *replacement) {
+  return Shared::exchange(replacement);
+}
+
+} // namespace NS

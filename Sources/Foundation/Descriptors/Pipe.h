@@ -1,0 +1,30 @@
+// A one-way channel between two processes. Both ends are close-on-exec from
+// creation, and close with their last owner.
+#pragma once
+
+#include "Foundation/Descriptors/FileHandle.h"
+
+#include <memory>
+
+namespace NS {
+
+class Pipe {
+public:
+  // Raises InternalInconsistencyException when no descriptor is left.
+  static std::shared_ptr<Pipe> pipe();
+  // A pipe that discards written data and has nothing to read: for a stream of
+  // a program without a listener. Raises as pipe does.
+  static std::shared_ptr<Pipe> nullDevice();
+
+  FileHandle &fileHandleForReading() { return *reading_; }
+  FileHandle &fileHandleForWriting() { return *writing_; }
+
+private:
+  Pipe(std::shared_ptr<FileHandle> reading, std::shared_ptr<FileHandle> writing)
+      : reading_(std::move(reading)), writing_(std::move(writing)) {}
+
+  std::shared_ptr<FileHandle> reading_;
+  std::shared_ptr<FileHandle> writing_;
+};
+
+} // namespace NS

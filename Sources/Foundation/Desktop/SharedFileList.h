@@ -1,0 +1,51 @@
+// The system's lists of items that several programs share. Here only the login
+// items of all users.
+//
+// Status values are 0 for success, as on the platform; any other is a failure.
+// One thread at a time may use a list and its items.
+#pragma once
+
+#include "Foundation/Files/URL.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace NS {
+
+enum SharedFileListResolutionFlags : std::uint32_t {
+  SharedFileListNoUserInteraction = 1,
+  SharedFileListDoNotMountVolumes = 2,
+};
+
+class SharedFileListItem {
+public:
+  virtual ~SharedFileListItem() = default;
+  // Resolves the item to the URL that it opens; fails when no item exists
+  // there. On failure the URL is unchanged.
+  virtual std::int32_t resolve(std::uint32_t flags, std::optional<URL> &url) = 0;
+  virtual std::optional<std::string> displayName() = 0;
+};
+
+class SharedFileList {
+public:
+  virtual ~SharedFileList() = default;
+  // The present items. They do not follow later changes.
+  virtual std::vector<std::shared_ptr<SharedFileListItem>> copySnapshot() = 0;
+  // Removes an item of one of this list's snapshots from the list.
+  virtual std::int32_t removeItem(SharedFileListItem &item) = 0;
+};
+
+class SharedFileLists {
+public:
+  virtual ~SharedFileLists() = default;
+  static SharedFileLists &shared();
+  static SharedFileLists *exchangeShared(SharedFileLists *replacement);
+
+  // Null when there is no such list.
+  virtual std::shared_ptr<SharedFileList> globalLoginItems() = 0;
+};
+
+} // namespace NS

@@ -1,0 +1,94 @@
+// The registry of applications by LSCopyItemInfoForURL, Finder aliases by
+// FSResolveAliasFile.
+#include "Foundation/Desktop/LaunchServices.h"
+
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Files/URL.h"
+#include "Foundation/Values/macOS/CoreFoundationValues.h"
+
+namespace NS {
+namespace {
+
+static_assert(LSRequestTypeCreator == kLSRequestTypeCreator);
+static_assert(LSRequestBasicFlagsOnly == kLSRequestBasicFlagsOnly);
+static_assert(LSItemInfoIsPackage == kLSItemInfoIsPackage);
+static_assert(LSUnknownError == kLSUnknownErr);
+
+// The four characters of a type, first the highest byte; none for no type.
+std::string textOfType(OSType type) {
+  std::string text;
+  for (int shift = 24; type != 0 && shift >= 0; shift -= 8)
+    text += static_cast<char>(type >> shift & 0xff);
+  return text;
+}
+
+class PlatformRegistry final : public LaunchServices {
+public:
+  std::int32_t copyItemInfo(const std::string &path, std::uint32_t requestedInfo,
+                            LSItemInfo &info) override {
+    const AutoreleasePool pool;
+    const Owned<CFURLRef> url = platformURL(path, URL::fileURLWithPath(path).hasDirectoryPath());
+    if (!url)
+      return LSUnknownError;
+    LSItemInfoRecord record{};
+    const OSStatus status = ::LSCopyItemInfoForURL(url.get(), requestedInfo, &record);
+    if (status == noErr)
+      info = {record.flags, textOfType(record.filetype)};
+    return status;
+  }
+};
+
+class PlatformAliases final : public Aliases {
+public:
+  // The platform has no such lookup.
+  std::optional<std::string> iCloudAliasPathForPath(const std::string & /*path*/) override {
+    return std::nullopt;
+  }
+
+  std::optional<std::string> resolveAliasFile(const std::string &path) override {
+    const AutoreleasePool pool;
+    FSRef item;
+    Boolean leadsToFolder = false;
+    Boolean wasAlias = false;
+    if (!findItem(path, item) ||
+        ::FSResolveAliasFile(&item, true, &leadsToFolder, &wasAlias) != noErr || !wasAlias)
+      return std::nullopt;
+    return pathOf(Owned(::CFURLCreateFromFSRef(kCFAllocatorDefault, &item)).get());
+  }
+
+private:
+  static bool findItem(const std::string &path, FSRef &item) {
+    if (path.find('\0') != std::string::npos)
+      return false;
+    const Owned<CFStringRef> text = platformString(path);
+    if (!text)
+      return false;
+    const Owned url(::CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text.get(),
+                                                    kCFURLPOSIXPathStyle, false));
+    return url && ::CFURLGetFSRef(url.get(), &item);
+  }
+};
+
+using SharedRegistry = SharedInstance<LaunchServices, PlatformRegistry>;
+
+using SharedAliases = SharedInstance<Aliases, PlatformAliases>;
+
+} // namespace
+
+LaunchServices &LaunchServices::shared() {
+  return SharedRegistry::get();
+}
+
+LaunchServices *LaunchServices::exchangeShared(LaunchServices *replacement) {
+  return SharedRegistry::exchange(replacement);
+}
+
+Aliases &Aliases::shared() {
+  return SharedAliases::get();
+}
+
+Aliases *Aliases::exchangeShared(Aliases *replacement) {
+  return SharedAliases::exchange(replacement);
+}
+
+} // namespace NS

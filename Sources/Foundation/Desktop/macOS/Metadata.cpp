@@ -1,0 +1,48 @@
+// What Spotlight knows, by MDItemCreate and MDItemCopyAttribute.
+#include "Foundation/Desktop/Metadata.h"
+
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Values/macOS/CoreFoundationValues.h"
+
+namespace NS {
+namespace {
+
+class IndexedItem final : public MetadataItem {
+public:
+  explicit IndexedItem(Owned<MDItemRef> item) : item_(std::move(item)) {}
+
+  std::shared_ptr<Object> copyAttribute(const std::string &name) override {
+    const AutoreleasePool pool;
+    const Owned<CFStringRef> key = platformString(name);
+    return key ? objectOf(Owned(::MDItemCopyAttribute(item_.get(), key.get())).get()) : nullptr;
+  }
+
+private:
+  const Owned<MDItemRef> item_;
+};
+
+class SystemIndex final : public MetadataStore {
+public:
+  std::unique_ptr<MetadataItem> createItem(const std::string &path) override {
+    const AutoreleasePool pool;
+    if (path.find('\0') != std::string::npos)
+      return nullptr;
+    const Owned<CFStringRef> text = platformString(path);
+    Owned item(text ? ::MDItemCreate(kCFAllocatorDefault, text.get()) : nullptr);
+    return item ? std::make_unique<IndexedItem>(std::move(item)) : nullptr;
+  }
+};
+
+using Shared = SharedInstance<MetadataStore, SystemIndex>;
+
+} // namespace
+
+MetadataStore &MetadataStore::shared() {
+  return Shared::get();
+}
+
+MetadataStore *MetadataStore::exchangeShared(MetadataStore *replacement) {
+  return Shared::exchange(replacement);
+}
+
+} // namespace NS

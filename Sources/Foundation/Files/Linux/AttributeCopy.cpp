@@ -1,0 +1,180 @@
+// Copies extended attributes by way of the handles' paths, which also work for
+// descriptors that only refer to an item. An access list is an attribute here.
+#include "Foundation/Files/POSIX/AttributeCopy.h"
+
+#include "Foundation/Files/Linux/ItemLocation.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <endian.h>
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+namespace NS {
+namespace {
+
+constexpr const char *accessList = "system.posix_acl_access";
+constexpr std::string_view anyAccessList = "system.posix_acl_";
+// These attributes become invalid when the data of a file changes.
+constexpr std::array vouchers = {"security.capability", "security.ima", "security.evm"};
+
+// The names of an item's extended attributes, each ended by a NUL byte.
+int listAttributes(const std::string &path, std::string &names) {
+  for (;;) {
+    ssize_t size = ::listxattr(path.c_str(), nullptr, 0);
+    if (size < 0)
+      return errno == ENOTSUP ? 0 : errno;
+    names.resize(static_cast<std::size_t>(size));
+    if (size == 0)
+      return 0;
+    size = ::listxattr(path.c_str(), names.data(), names.size());
+    if (size >= 0)
+      names.resize(static_cast<std::size_t>(size));
+    if (size >= 0 || errno != ERANGE)
+      return size < 0 ? errno : 0;
+  }
+}
+
+int readAttribute(const std::string &path, const char *name, std::string &value) {
+  for (;;) {
+    ssize_t size = ::getxattr(path.c_str(), name, nullptr, 0);
+    if (size < 0)
+      return errno;
+    // One byte more, since a size of zero would ask for the length again.
+    value.resize(static_cast<std::size_t>(size) + 1);
+    size = ::getxattr(path.c_str(), name, value.data(), value.size());
+    if (size >= 0)
+      value.resize(static_cast<std::size_t>(size));
+    if (size >= 0 || errno != ERANGE)
+      return size < 0 ? errno : 0;
+  }
+}
+
+template <typename Handler> int forEachName(const std::string &names, const Handler &handler) {
+  for (std::size_t at = 0; at < names.size(); at += std::string_view(&names[at]).size() + 1)
+    if (int error = handler(names.c_str() + at))
+      return error;
+  return 0;
+}
+
+bool holdsName(const std::string &names, std::string_view wanted) {
+  return forEachName(names, [&](const char *name) { return name == wanted ? 1 : 0; }) != 0;
+}
+
+int copyAttribute(const std::string &source, const std::string &target, const char *name) {
+  std::string value;
+  int error = readAttribute(source, name, value);
+  if (error == 0 && ::setxattr(target.c_str(), name, value.data(), value.size(), 0) != 0)
+    error = errno;
+  return error;
+}
+
+// The grants of an access list, each as three bits.
+struct Grants {
+  static constexpr unsigned all = ACL_READ | ACL_WRITE | ACL_EXECUTE;
+  unsigned group = all;  // the owning group
+  unsigned users = all;  // the grants that every user of the list has
+  unsigned groups = all; // and every other group
+  unsigned mask = all;   // bounds all of these
+};
+
+Grants grantsOf(std::string_view list) {
+  Grants grants;
+  posix_acl_xattr_entry entry;
+  list.remove_prefix(std::min(list.size(), sizeof(posix_acl_xattr_header)));
+  for (; list.size() >= sizeof entry; list.remove_prefix(sizeof entry)) {
+    list.copy(reinterpret_cast<char *>(&entry), sizeof entry);
+    const unsigned rights = le16toh(entry.e_perm);
+    const unsigned tag = le16toh(entry.e_tag);
+    if (tag == ACL_GROUP_OBJ)
+      grants.group = rights;
+    else if (tag == ACL_USER)
+      grants.users &= rights;
+    else if (tag == ACL_GROUP)
+      grants.groups &= rights;
+    else if (tag == ACL_MASK)
+      grants.mask = rights;
+  }
+  return grants;
+}
+
+// The mode of a file that loses its access list, if it has one. Without the
+// list its users and groups count as members of the owning group or as others,
+// so these get only rights that each of the list has.
+mode_t modeWithoutList(const std::string &source, mode_t mode) {
+  std::string list;
+  int error = readAttribute(source, accessList, list);
+  if (error == ENODATA || error == ENOTSUP)
+    return mode;
+  Grants grants{.group = 0, .users = 0, .groups = 0, .mask = 0};
+  if (error == 0)
+    grants = grantsOf(list);
+  const unsigned group = grants.group & grants.users & grants.mask;
+  const unsigned others = mode & grants.users & grants.groups & grants.mask & S_IRWXO;
+  return (mode & ~static_cast<mode_t>(S_IRWXG | S_IRWXO)) | group << 3 | others;
+}
+
+bool isList(const char *name) {
+  return std::string_view(name).starts_with(anyAccessList);
+}
+
+bool vouchesForData(std::string_view name) {
+  return std::find(vouchers.begin(), vouchers.end(), name) != vouchers.end();
+}
+
+// Collects the names of the lists that the target has taken over.
+int copyAll(const std::string &source, const std::string &target, const std::string &names,
+            CopiedData data, mode_t &mode, LeftOut &leftOut, std::string &lists) {
+  return forEachName(names, [&](const char *name) {
+    if (data == CopiedData::Another && vouchesForData(name))
+      return 0;
+    int error = copyAttribute(source, target, name);
+    if (error == 0 && isList(name))
+      lists.append(name, std::string_view(name).size() + 1);
+    bool isGone = error == ENODATA;
+    if (error == 0 || (!isGone && !mayBeLeftOut(error)))
+      return error;
+    if (!isGone)
+      leftOut.note(std::string("the attribute ") + name, error);
+    if (std::string_view(name) == accessList)
+      mode = modeWithoutList(source, mode);
+    return 0;
+  });
+}
+
+// A list that the target inherited would grant access that the source denies.
+int removeInheritedLists(const std::string &target, const std::string &lists) {
+  std::string inherited;
+  if (int error = listAttributes(target, inherited))
+    return error;
+  return forEachName(inherited, [&](const char *name) {
+    bool isForeign = isList(name) && !holdsName(lists, name);
+    if (!isForeign || ::removexattr(target.c_str(), name) == 0)
+      return 0;
+    return errno == ENODATA ? 0 : errno;
+  });
+}
+
+} // namespace
+
+int copyAttributes(int source, int target, CopiedData data, mode_t &mode, LeftOut &leftOut) {
+  std::string from = handlePath(source), to = handlePath(target), names, lists;
+  int error = listAttributes(from, names);
+  if (mayBeLeftOut(error)) {
+    // They may include an access list.
+    mode = modeWithoutList(from, mode);
+    leftOut.note("the attributes", error);
+    error = 0;
+  }
+  if (error == 0)
+    error = copyAll(from, to, names, data, mode, leftOut, lists);
+  return error != 0 ? error : removeInheritedLists(to, lists);
+}
+
+} // namespace NS

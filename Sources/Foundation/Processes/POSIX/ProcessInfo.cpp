@@ -1,0 +1,58 @@
+// The environment of the running process.
+#include "Foundation/Processes/ProcessInfo.h"
+
+#include "Foundation/Base/Internal/EnvironmentLock.h"
+#include "Foundation/Base/SharedInstance.h"
+
+#include <pwd.h>
+#include <shared_mutex>
+#include <string_view>
+#include <unistd.h>
+#include <vector>
+
+extern char **environ;
+
+namespace NS {
+namespace {
+
+class RunningProcess final : public ProcessInfo {
+public:
+  Environment environment() override {
+    Environment values;
+    std::shared_lock lock(environmentLock());
+    for (char **entry = environ; entry && *entry; ++entry) {
+      std::string_view pair = *entry;
+      std::size_t equals = pair.find('=');
+      if (equals != std::string_view::npos)
+        values.emplace(pair.substr(0, equals), pair.substr(equals + 1));
+    }
+    return values;
+  }
+};
+
+using Shared = SharedInstance<ProcessInfo, RunningProcess>;
+
+} // namespace
+
+ProcessInfo &ProcessInfo::processInfo() {
+  return Shared::get();
+}
+
+ProcessInfo *ProcessInfo::exchangeShared(ProcessInfo *replacement) {
+  return Shared::exchange(replacement);
+}
+
+std::uint32_t realUserIdentifier() {
+  return ::getuid();
+}
+
+std::string realUserName() {
+  struct passwd record {};
+  struct passwd *found = nullptr;
+  std::vector<char> texts(16384);
+  if (::getpwuid_r(::getuid(), &record, texts.data(), texts.size(), &found) == 0 && found)
+    return found->pw_name;
+  return std::to_string(::getuid());
+}
+
+} // namespace NS

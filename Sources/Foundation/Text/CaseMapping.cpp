@@ -1,0 +1,80 @@
+// Case mapping by ICU's root rules, so that a Turkish user's agent finds the
+// same files as any other.
+#include "Foundation/Text/StringUtilities.h"
+
+#include "Foundation/Text/Unicode.h"
+
+#include <algorithm>
+#include <unicode/ucasemap.h>
+#include <unicode/ustring.h>
+
+namespace NS {
+namespace {
+
+constexpr const char *rootLocale = "";
+
+// ICU counts in 32 bits. Longer texts are mapped piece by piece, which only
+// matters for a letter right at a seam.
+constexpr std::size_t longestPiece = std::size_t{1} << 28;
+
+// A mapping writes at most capacity units and returns the length that the whole
+// result needs.
+template <typename Mapping>
+std::u16string mapped(const std::u16string &units, const Mapping &mapping) {
+  std::u16string result(units.size() + 16, u'\0');
+  for (;;) {
+    UErrorCode status = U_ZERO_ERROR;
+    std::int32_t length =
+        mapping(result.data(), static_cast<std::int32_t>(result.size()), units, status);
+    bool isShort = status == U_BUFFER_OVERFLOW_ERROR;
+    if (U_FAILURE(status) && !isShort)
+      return units;
+    result.resize(static_cast<std::size_t>(length));
+    if (!isShort)
+      return result;
+  }
+}
+
+char lowercaseASCII(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
+
+} // namespace
+
+std::string lowercaseString(std::string_view text) {
+  if (isASCII(text)) {
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(), lowercaseASCII);
+    return lower;
+  }
+  std::string lower;
+  while (!text.empty()) {
+    std::u16string units = utf16FromBytes(text.substr(0, longestPiece));
+    text.remove_prefix(std::min(text.size(), longestPiece));
+    lower += bytesFromUTF16(mapped(units, [](UChar *to, std::int32_t capacity,
+                                             const std::u16string &from, UErrorCode &status) {
+      return u_strToLower(to, capacity, from.data(), static_cast<std::int32_t>(from.size()),
+                          rootLocale, &status);
+    }));
+  }
+  return lower;
+}
+
+std::string capitalizedWord(std::string_view word) {
+  if (word.size() > longestPiece)
+    return std::string(word);
+  UErrorCode status = U_ZERO_ERROR;
+  UCaseMap *map = ucasemap_open(rootLocale, U_TITLECASE_WHOLE_STRING, &status);
+  if (U_FAILURE(status))
+    return std::string(word);
+  std::u16string title =
+      mapped(utf16FromBytes(word), [map](UChar *to, std::int32_t capacity,
+                                         const std::u16string &from, UErrorCode &failure) {
+        return ucasemap_toTitle(map, to, capacity, from.data(),
+                                static_cast<std::int32_t>(from.size()), &failure);
+      });
+  ucasemap_close(map);
+  return bytesFromUTF16(title);
+}
+
+} // namespace NS

@@ -1,0 +1,192 @@
+// Run loops over GLib's main contexts. A source of each context runs the blocks
+// that wait for its loop.
+#include "Foundation/Threads/Internal/RunLoopBlocks.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <glib.h>
+#include <limits>
+#include <mutex>
+#include <unistd.h>
+#include <utility>
+
+namespace NS {
+namespace {
+
+using std::chrono::nanoseconds;
+
+// The whole milliseconds that poll takes, rounded up so that it does not wake
+// too early.
+int millisecondsUntil(MonotonicTime due, MonotonicTime now) {
+  if (due == neverDue)
+    return -1;
+  if (due <= now)
+    return 0;
+  nanoseconds left = due.sinceStart - now.sinceStart;
+  auto whole = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+  return static_cast<int>(std::min<std::int64_t>(whole, std::numeric_limits<int>::max()));
+}
+
+class ContextLoop final : public RunLoop {
+public:
+  explicit ContextLoop(GMainContext *context)
+      : context_(g_main_context_ref(context)), source_(makeSource()) {
+    g_source_attach(source_, context_);
+  }
+  ~ContextLoop() override {
+    g_source_destroy(source_);
+    g_source_unref(source_);
+    g_main_context_unref(context_);
+  }
+  ContextLoop(const ContextLoop &) = delete;
+  ContextLoop &operator=(const ContextLoop &) = delete;
+
+  void run() override {
+    Frame frame(*this, DefaultRunLoopMode, neverDue);
+    while (!isStopped())
+      g_main_context_iteration(context_, TRUE);
+  }
+
+  bool runMode(const std::string &mode, MonotonicTime limit) override {
+    Frame frame(*this, mode, limit);
+    for (;;) {
+      bool mayWait = Clock::shared().monotonicTime() < limit;
+      if (g_main_context_iteration(context_, mayWait))
+        return true;
+      if (!mayWait || isStopped())
+        return false;
+    }
+  }
+
+  void stop() override {
+    {
+      std::lock_guard lock(mutex_);
+      if (frames_.empty())
+        return;
+      frames_.back()->stopped = true;
+    }
+    g_main_context_wakeup(context_);
+  }
+
+  void performBlock(std::function<void()> block, const RunLoopModes &modes) override {
+    blocks_.add(std::move(block), modes);
+    g_main_context_wakeup(context_);
+  }
+  void performBlock(std::function<void()> block, double delaySeconds,
+                    const RunLoopModes &modes) override {
+    blocks_.addDelayed(delaySeconds, std::move(block), modes);
+    g_main_context_wakeup(context_);
+  }
+
+private:
+  // One run under way. The loop's thread makes and removes frames.
+  struct Frame {
+    Frame(ContextLoop &owner, std::string runMode, MonotonicTime runLimit)
+        : loop(owner), mode(std::move(runMode)), limit(runLimit) {
+      std::lock_guard lock(loop.mutex_);
+      loop.frames_.push_back(this);
+    }
+    ~Frame() {
+      std::lock_guard lock(loop.mutex_);
+      loop.frames_.pop_back();
+    }
+    Frame(const Frame &) = delete;
+    Frame &operator=(const Frame &) = delete;
+
+    ContextLoop &loop;
+    const std::string mode;
+    const MonotonicTime limit;
+    bool stopped = false; // under the loop's mutex
+  };
+
+  struct BlockSource {
+    GSource base;
+    ContextLoop *loop;
+  };
+
+  GSource *makeSource() {
+    static GSourceFuncs functions = {prepare, check, dispatch, nullptr, nullptr, nullptr};
+    GSource *source = g_source_new(&functions, sizeof(BlockSource));
+    reinterpret_cast<BlockSource *>(source)->loop = this;
+    g_source_set_can_recurse(source, TRUE);
+    return source;
+  }
+  static ContextLoop &loopOf(GSource *source) {
+    return *reinterpret_cast<BlockSource *>(source)->loop;
+  }
+
+  static gboolean prepare(GSource *source, gint *timeout) {
+    return loopOf(source).prepareBlocks(*timeout);
+  }
+  static gboolean check(GSource *source) {
+    gint timeout = -1;
+    return loopOf(source).prepareBlocks(timeout);
+  }
+  static gboolean dispatch(GSource *source, GSourceFunc, gpointer) {
+    loopOf(source).performDueBlocks();
+    return G_SOURCE_CONTINUE;
+  }
+
+  // Tells whether a block is due, and the time until the next one.
+  bool prepareBlocks(int &milliseconds) {
+    // Code that iterates the context without this loop waits in the default
+    // mode.
+    const Frame *frame = innermost();
+    MonotonicTime now = Clock::shared().monotonicTime();
+    MonotonicTime due = blocks_.firstDue(frame ? frame->mode : DefaultRunLoopMode);
+    milliseconds = millisecondsUntil(std::min(due, frame ? frame->limit : neverDue), now);
+    return due <= now;
+  }
+
+  void performDueBlocks() {
+    const Frame *frame = innermost();
+    const std::string mode = frame ? frame->mode : DefaultRunLoopMode;
+    static_cast<void>(blocks_.performDue(mode));
+  }
+
+  const Frame *innermost() {
+    std::lock_guard lock(mutex_);
+    return frames_.empty() ? nullptr : frames_.back();
+  }
+  bool isStopped() {
+    std::lock_guard lock(mutex_);
+    return frames_.back()->stopped;
+  }
+
+  GMainContext *const context_;
+  GSource *const source_;
+  RunLoopBlocks blocks_;
+  std::mutex mutex_;
+  std::vector<Frame *> frames_; // innermost last
+};
+
+// A thread that is not the main one gets a context of its own.
+class ThreadLoop {
+public:
+  ThreadLoop() : context_(g_main_context_new()), loop_(context_) {}
+  ~ThreadLoop() { g_main_context_unref(context_); }
+  ThreadLoop(const ThreadLoop &) = delete;
+  ThreadLoop &operator=(const ThreadLoop &) = delete;
+  RunLoop &loop() { return loop_; }
+
+private:
+  GMainContext *context_;
+  ContextLoop loop_;
+};
+
+} // namespace
+
+RunLoop &RunLoop::mainRunLoop() {
+  // Never destroyed: other threads may stop it until the very end.
+  static auto *loop = new ContextLoop(g_main_context_default());
+  return *loop;
+}
+
+RunLoop &RunLoop::currentRunLoop() {
+  if (::gettid() == ::getpid())
+    return mainRunLoop();
+  thread_local ThreadLoop loop;
+  return loop.loop();
+}
+
+} // namespace NS

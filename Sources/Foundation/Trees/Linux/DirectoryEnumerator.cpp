@@ -1,0 +1,143 @@
+// Deep walks that return their items one by one. They enter the last folder
+// only when the next item is requested, so that skipping costs nothing. When a
+// folder is moved during the walk in it, the walk goes on with the others.
+#include "Foundation/Base/Log.h"
+#include "Foundation/Descriptors/DescriptorBudget.h"
+#include "Foundation/Text/PathUtilities.h"
+#include "Foundation/Trees/Linux/TreeOperations.h"
+#include "Foundation/Walking/POSIX/FolderChain.h"
+
+#include <fcntl.h>
+
+namespace NS {
+namespace {
+
+class TreeCursor {
+public:
+  TreeCursor(const std::string &root, DirectoryEnumerationOptions options)
+      : options_(options), rootPath_(root) {
+    if (holdsNul(root))
+      return;
+    // Follows links of the root itself, and none beneath it.
+    Descriptor folder(::open(root.c_str(), folderFlags & ~O_NOFOLLOW));
+    if (folder)
+      static_cast<void>(chain_.openRoot(std::move(folder)));
+  }
+
+  bool next() {
+    descend();
+    while (!chain_.empty()) {
+      StepOutcome outcome;
+      const FolderEntry *entry = chain_.next(outcome);
+      if (!entry) {
+        if (!leave())
+          break;
+      } else if (!isHidden(entry->name)) {
+        take(*entry);
+        return true;
+      }
+    }
+    return false;
+  }
+
+  const std::string &path() const { return path_; }
+  bool isDirectory() const { return isDirectory_; }
+  std::uint64_t level() const { return level_; }
+  void skipDescendants() { mayDescend_ = false; }
+
+private:
+  bool isHidden(const char *name) const {
+    return (options_ & DirectoryEnumerationSkipsHiddenFiles) != 0 && name[0] == '.';
+  }
+
+  void take(const FolderEntry &entry) {
+    name_ = entry.name;
+    path_ = prefix_ + name_;
+    level_ = chain_.depth();
+    isDirectory_ = chain_.isFolder(entry);
+    mayDescend_ =
+        isDirectory_ && (options_ & DirectoryEnumerationSkipsSubdirectoryDescendants) == 0;
+  }
+
+  void descend() {
+    if (!mayDescend_)
+      return;
+    mayDescend_ = false;
+    if (chain_.enter(name_.c_str()).isDone())
+      prefix_ += name_ + "/";
+  }
+
+  // False when the walk can reach no further folder, which ends it.
+  bool leave() {
+    std::size_t length = std::string_view(chain_.folderName()).size();
+    if (chain_.depth() > 1)
+      prefix_.resize(prefix_.size() - length - 1);
+    if (chain_.leave().isDone())
+      return true;
+    bool found = chain_.findAgain([this](const std::string &below) {
+      Log("%@ was moved; the rest of it is left out of a list.",
+          stringByAppendingPathComponent(rootPath_, below));
+    });
+    if (found)
+      prefix_ = chain_.depth() > 1 ? chain_.pathBelowRoot() + "/" : "";
+    return found;
+  }
+
+  DirectoryEnumerationOptions options_;
+  WalkShare share_;
+  const std::string rootPath_;
+  FolderChain chain_{{.keepsRoot = true}};
+  std::string prefix_; // the lowest folder's path with a slash, empty at the root
+  std::string name_;   // the last item, as the fields below
+  std::string path_;
+  std::uint64_t level_ = 0;
+  bool isDirectory_ = false;
+  bool mayDescend_ = false;
+};
+
+class RealPathEnumerator final : public PathEnumerator {
+public:
+  explicit RealPathEnumerator(const std::string &path) : cursor_(path, DirectoryEnumerationNone) {}
+
+  std::optional<std::string> nextObject() override {
+    if (!cursor_.next())
+      return {};
+    return cursor_.path();
+  }
+  std::uint64_t level() const override { return cursor_.level(); }
+  void skipDescendants() override { cursor_.skipDescendants(); }
+
+private:
+  TreeCursor cursor_;
+};
+
+class RealURLEnumerator final : public URLEnumerator {
+public:
+  RealURLEnumerator(const URL &url, DirectoryEnumerationOptions options)
+      : prefix_(url.path() == "/" ? "/" : url.path() + "/"), cursor_(url.path(), options) {}
+
+  std::optional<URL> nextObject() override {
+    if (!cursor_.next())
+      return {};
+    return URL::fileURLWithPath(prefix_ + cursor_.path(), cursor_.isDirectory());
+  }
+  std::uint64_t level() const override { return cursor_.level(); }
+  void skipDescendants() override { cursor_.skipDescendants(); }
+
+private:
+  std::string prefix_;
+  TreeCursor cursor_;
+};
+
+} // namespace
+
+std::unique_ptr<PathEnumerator> openPathEnumerator(const std::string &path) {
+  return std::make_unique<RealPathEnumerator>(path);
+}
+
+std::unique_ptr<URLEnumerator> openURLEnumerator(const URL &url,
+                                                 DirectoryEnumerationOptions options) {
+  return std::make_unique<RealURLEnumerator>(url, options);
+}
+
+} // namespace NS

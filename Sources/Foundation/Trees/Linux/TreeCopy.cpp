@@ -1,0 +1,129 @@
+// A copy from its beginning to its place.
+#include "Foundation/Trees/Linux/TreeCopy.h"
+
+#include "Foundation/Base/Progress.h"
+#include "Foundation/Trees/Linux/CopiedItems.h"
+#include "Foundation/Trees/Linux/CopyWalk.h"
+#include "Foundation/Trees/Linux/ItemCopy.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace NS {
+namespace {
+
+bool exists(const ItemLocation &location) {
+  return ::faccessat(location.parent.get(), location.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+// Tells whether the folder is the item or within it.
+bool liesWithin(int folder, const ItemStatus &item) {
+  Descriptor current(::openat(folder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  ItemStatus here, above;
+  if (!current || readStatus(current.get(), "", here).isFailed())
+    return false;
+  while (here.device != item.device || here.inode != item.inode) {
+    Descriptor next(::openat(current.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!next || readStatus(next.get(), "", above).isFailed())
+      return false;
+    if (above.device == here.device && above.inode == here.inode)
+      return false;
+    current = std::move(next);
+    here = above;
+  }
+  return true;
+}
+
+// Syncs a file's own data, or for a folder all data that its volume has not
+// written yet: far cheaper than file by file.
+int syncItem(const ItemLocation &location) {
+  ItemStatus status;
+  if (StepOutcome outcome = readStatus(location.parent.get(), location.name.c_str(), status);
+      outcome.isFailed())
+    return outcome.errnum();
+  if (!S_ISREG(status.mode) && !S_ISDIR(status.mode))
+    return 0;
+  Descriptor item(::openat(location.parent.get(), location.name.c_str(),
+                           O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!item)
+    return errno;
+  int result = S_ISDIR(status.mode) ? ::syncfs(item.get()) : ::fsync(item.get());
+  return result == 0 ? 0 : errno;
+}
+
+} // namespace
+
+TreeResult StagedCopy::failureAtTarget(TreeStep step, int error) const {
+  return TreeFailure{{step, error, TreeSide::Copy}, TreeItem::Asked, dstPath_};
+}
+
+// Refuses items that cannot be copied, and makes the folder for the copy.
+TreeResult StagedCopy::prepare() {
+  ItemStatus status;
+  StepOutcome outcome = readStatus(source_.parent.get(), source_.name.c_str(), status);
+  if (outcome.isFailed())
+    return TreeFailure{outcome, TreeItem::Asked, srcPath_};
+  if (exists(target_))
+    return failureAtTarget(TreeStep::Check, EEXIST);
+  if (S_ISDIR(status.mode) && liesWithin(target_.parent.get(), status))
+    return failureAtTarget(TreeStep::Check, EINVAL);
+  outcome = staging_.open(target_.parent.get());
+  if (outcome.isFailed())
+    return TreeFailure{outcome, TreeItem::Asked, dstPath_};
+  unfinished_ = {Descriptor(::fcntl(staging_.folder(), F_DUPFD_CLOEXEC, 0)), Staging::itemName};
+  return unfinished_.parent ? TreeResult{} : failureAtTarget(TreeStep::Write, errno);
+}
+
+TreeResult StagedCopy::build(CopiedItems *record) {
+  if (TreeResult failure = prepare())
+    return failure;
+  if (record)
+    record->spillInto(staging_.folder());
+  LeftOut leftOut;
+  if (TreeResult failure =
+          copyWholeTree({source_, srcPath_, unfinished_, staging_, purpose_, record}, leftOut))
+    return failure;
+  staging_.dropLinks();
+  leftOut.report(dstPath_);
+  int error = purpose_ == CopyPurpose::Move ? syncItem(unfinished_) : 0;
+  return error == 0 ? TreeResult{} : failureAtTarget(TreeStep::Sync, error);
+}
+
+TreeResult StagedCopy::place() {
+  int error = renameWithoutReplacing(unfinished_, target_);
+  return error == 0 ? TreeResult{} : failureAtTarget(TreeStep::Place, error);
+}
+
+int renameWithoutReplacing(const ItemLocation &source, const ItemLocation &target) {
+  int from = source.parent.get(), to = target.parent.get();
+  const char *name = source.name.c_str(), *newName = target.name.c_str();
+  if (::renameat2(from, name, to, newName, RENAME_NOREPLACE) == 0)
+    return 0;
+  // EINVAL is also the error of a folder moved into itself, which the plain
+  // rename below gives again.
+  if (errno != EINVAL && errno != ENOSYS)
+    return errno;
+  ItemStatus status;
+  if (StepOutcome outcome = readStatus(from, name, status); outcome.isFailed())
+    return outcome.errnum();
+  if (!S_ISDIR(status.mode) && ::linkat(from, name, to, newName, 0) == 0)
+    return ::unlinkat(from, name, 0) == 0 ? 0 : errno;
+  if (exists(target))
+    return EEXIST;
+  return ::renameat(from, name, to, newName) == 0 ? 0 : errno;
+}
+
+TreeResult copyTree(const std::string &srcPath, const std::string &dstPath) {
+  ItemLocation source, target;
+  if (int error = locateItem(srcPath, source))
+    return TreeFailure{{TreeStep::Locate, error}, TreeItem::Asked, srcPath};
+  if (int error = locateItem(dstPath, target))
+    return TreeFailure{{TreeStep::Locate, error, TreeSide::Copy}, TreeItem::Asked, dstPath};
+  StagedCopy copy(source, srcPath, target, dstPath, CopyPurpose::Copy);
+  if (TreeResult failure = copy.build(nullptr))
+    return failure;
+  return copy.place();
+}
+
+} // namespace NS

@@ -1,0 +1,28 @@
+// FileManager's operations on whole trees: removing, moving, copying and
+// walking them, and the Trash. Internal to Foundation.
+//
+// All functions block and keep no state; several threads may call them at once.
+#pragma once
+
+#include "Foundation/Trees/FileManager.h"
+#include "Foundation/Walking/Internal/TreeOutcome.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace NS {
+
+// As FileManager's operations of the same kind.
+TreeResult removeTree(const std::string &path);
+TreeResult moveTree(const std::string &srcPath, const std::string &dstPath);
+TreeResult copyTree(const std::string &srcPath, const std::string &dstPath);
+
+std::unique_ptr<PathEnumerator> openPathEnumerator(const std::string &path);
+std::unique_ptr<URLEnumerator> openURLEnumerator(const URL &url,
+                                                 DirectoryEnumerationOptions options);
+
+// The error when no Trash can take the item.
+std::optional<Error> moveToTrash(const std::string &path);
+
+} // namespace NS

@@ -1,0 +1,239 @@
+// Removes from the leaves up: files as the walk meets them, a folder when the
+// walk leaves it. Items that others remove meanwhile count as removed.
+#include "Foundation/Trees/Linux/TreeRemoval.h"
+
+#include "Foundation/Base/Progress.h"
+#include "Foundation/Files/Linux/ItemLocation.h"
+#include "Foundation/Walking/Internal/FolderSharing.h"
+#include "Foundation/Walking/POSIX/FolderChain.h"
+
+#include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <unistd.h>
+#include <utility>
+
+namespace NS {
+namespace {
+
+// The number of times that a name may turn from folder to file and back, and
+// that an emptied folder may be found filled again, before the removal gives
+// up: another process is working against it.
+constexpr unsigned patience = 16;
+
+bool isNoFolder(const StepOutcome &outcome) {
+  return outcome.errnum() == ENOTDIR || outcome.errnum() == ELOOP;
+}
+bool isFilled(const StepOutcome &outcome) {
+  return outcome.errnum() == ENOTEMPTY || outcome.errnum() == EEXIST;
+}
+
+StepOutcome removeFolder(int parent, const char *name) {
+  return {TreeStep::Remove, ::unlinkat(parent, name, AT_REMOVEDIR) == 0 ? 0 : errno};
+}
+
+// The start of one walk.
+struct RemovalRoot {
+  int parent; // the folder that holds it
+  const std::string &name;
+  const std::string &path; // for messages
+};
+
+class TreeRemover {
+public:
+  // The place is that of the running thread. The first walk shares folders out.
+  TreeRemover(const RemovalRoot &root, ItemEraser &eraser, FolderSharing &sharing,
+              HelperPlace &place, bool isFirst)
+      : root_(root), eraser_(eraser), sharing_(sharing), place_(place), isFirst_(isFirst) {}
+
+  // The type is that of the root's entry in its listing.
+  TreeResult run(unsigned char type) {
+    if (StepOutcome outcome = eraseOrEnter(root_.name.c_str(), type); outcome.isFailed())
+      return failureAtRoot(outcome);
+    while (!chain_.empty() && !sharing_.isFailed()) {
+      place_.begin();
+      TreeResult result = removeNext();
+      place_.end();
+      if (result)
+        return result;
+    }
+    return {};
+  }
+
+private:
+  int parent() const { return chain_.empty() ? root_.parent : chain_.folder(); }
+
+  TreeResult removeNext() {
+    StepOutcome outcome;
+    if (const FolderEntry *entry = chain_.next(outcome))
+      return removeEntry(*entry);
+    return outcome.isFailed() ? failure(outcome, "") : finishFolder();
+  }
+
+  TreeResult removeEntry(const FolderEntry &entry) {
+    if (isFirst_ && entry.type == DT_DIR && share(entry.name))
+      return {};
+    if (progress_.wantsPath())
+      progress_.setPath(chain_.pathOf(root_.path, entry.name));
+    std::size_t depth = chain_.depth();
+    StepOutcome outcome = eraseOrEnter(entry.name, entry.type);
+    if (outcome.isDone() || outcome.isMissing())
+      return {};
+    // On its way down the walk may release the buffer that holds the name.
+    return failure(outcome, chain_.depth() > depth ? "" : entry.name);
+  }
+
+  // A folder whose subfolders are shared out.
+  struct SharedFolder final : FolderSharing::Portion {
+    SharedFolder(Descriptor open, std::string itsPath)
+        : descriptor(std::move(open)), path(std::move(itsPath)) {}
+    Descriptor descriptor;
+    std::string path;
+  };
+
+  bool share(const char *name) {
+    auto makePortion = [this]() -> std::shared_ptr<SharedFolder> {
+      Descriptor copy(::fcntl(chain_.folder(), F_DUPFD_CLOEXEC, 0));
+      if (!copy)
+        return nullptr;
+      return std::make_shared<SharedFolder>(std::move(copy), chain_.pathOf(root_.path, ""));
+    };
+    return sharing_.share(chain_.depth(), makePortion,
+                          [&eraser = eraser_, &sharing = sharing_, name = std::string(name)](
+                              FolderSharing::Portion &portion, HelperPlace &place) {
+                            auto &folder = static_cast<SharedFolder &>(portion);
+                            std::string path = folder.path + "/" + name;
+                            RemovalRoot root{folder.descriptor.get(), name, path};
+                            return TreeRemover(root, eraser, sharing, place, false).run(DT_DIR);
+                          });
+  }
+
+  StepOutcome enter(const char *name) {
+    StepOutcome outcome = chain_.empty() ? chain_.openRoot(root_.parent, name) : chain_.enter(name);
+    return outcome.isDone() ? eraser_.admit(chain_.folder()) : outcome;
+  }
+
+  // A name that was a folder's can be another item's by now, and the reverse.
+  StepOutcome eraseOrEnter(const char *name, unsigned char type) {
+    if (progress_.isCancelled())
+      return {TreeStep::Cancel, ECANCELED};
+    StepOutcome outcome(TreeStep::Remove, EISDIR);
+    for (unsigned attempt = 0; attempt < patience; ++attempt) {
+      if (type != DT_DIR)
+        outcome = eraser_.erase(parent(), name, type);
+      if (!outcome.isFolder())
+        return outcome;
+      outcome = enter(name);
+      if (!isNoFolder(outcome))
+        return outcome;
+      type = DT_UNKNOWN;
+    }
+    return outcome;
+  }
+
+  // Leaves the folder after its last entry and removes it.
+  TreeResult finishFolder() {
+    if (isFirst_)
+      sharing_.finish(chain_.depth());
+    if (sharing_.isFailed())
+      return {};
+    if (progress_.isCancelled())
+      return failure({TreeStep::Cancel, ECANCELED}, "");
+    std::string name = chain_.folderName();
+    unsigned revisits = chain_.revisits();
+    if (StepOutcome outcome = chain_.leave(); outcome.isFailed())
+      return failure(outcome, "");
+    StepOutcome outcome = removeFolder(parent(), name.c_str());
+    if (outcome.isDone())
+      eraser_.countFolder();
+    if (isFilled(outcome) && revisits < patience)
+      return enterAgain(name, revisits + 1);
+    if (isNoFolder(outcome))
+      outcome = eraser_.erase(parent(), name.c_str(), DT_UNKNOWN);
+    return resultAt(name, outcome);
+  }
+
+  // Another process has put an item into the folder since it was read.
+  TreeResult enterAgain(const std::string &name, unsigned revisits) {
+    StepOutcome outcome = enter(name.c_str());
+    if (outcome.isDone()) {
+      chain_.revisits() = revisits;
+      return {};
+    }
+    if (isNoFolder(outcome))
+      outcome = eraser_.erase(parent(), name.c_str(), DT_UNKNOWN);
+    return resultAt(name, outcome);
+  }
+
+  TreeResult resultAt(const std::string &name, const StepOutcome &outcome) const {
+    if (outcome.isDone() || outcome.isMissing())
+      return {};
+    return chain_.empty() ? failureAtRoot(outcome) : failure(outcome, name);
+  }
+
+  TreeResult failureAtRoot(const StepOutcome &outcome) const {
+    return TreeFailure{outcome, TreeItem::Asked, root_.path};
+  }
+  TreeResult failure(const StepOutcome &outcome, const std::string &name) const {
+    return TreeFailure{outcome, TreeItem::Inner, chain_.pathOf(root_.path, name)};
+  }
+
+  const RemovalRoot root_;
+  ItemEraser &eraser_;
+  FolderSharing &sharing_;
+  HelperPlace &place_;
+  const bool isFirst_;
+  Progress &progress_ = Progress::current();
+  FolderChain chain_{{.mountPoints = MountPoints::Refuse, .order = EntryOrder::ByInode}};
+};
+
+TreeResult removeWhole(const RemovalRoot &root, ItemEraser &eraser) {
+  FolderSharing sharing;
+  if (TreeResult failure = TreeRemover(root, eraser, sharing, sharing.own(), true).run(DT_UNKNOWN))
+    sharing.fail(std::move(*failure));
+  return sharing.result();
+}
+
+} // namespace
+
+StepOutcome unlinkItem(int folder, const char *name) {
+  return {TreeStep::Remove, ::unlinkat(folder, name, 0) == 0 ? 0 : errno};
+}
+
+void ItemEraser::countFolder() {
+  Progress::current().countItem(0);
+}
+
+StepOutcome PlainEraser::erase(int folder, const char *name, unsigned char) {
+  StepOutcome outcome = unlinkItem(folder, name);
+  if (outcome.isDone())
+    Progress::current().countItem(0);
+  return outcome;
+}
+
+TreeResult removeTree(const std::string &path, ItemEraser &eraser, Recursion recursion) {
+  ItemLocation location;
+  if (int error = locateItem(path, location))
+    return TreeFailure{{TreeStep::Locate, error}, TreeItem::Asked, path};
+  return removeTree(location, path, eraser, recursion);
+}
+
+TreeResult removeTree(const ItemLocation &location, const std::string &path, ItemEraser &eraser,
+                      Recursion recursion) {
+  if (recursion == Recursion::WholeTree)
+    return removeWhole({location.parent.get(), location.name, path}, eraser);
+  StepOutcome outcome = eraser.erase(location.parent.get(), location.name.c_str(), DT_UNKNOWN);
+  if (outcome.isFolder())
+    outcome = removeFolder(location.parent.get(), location.name.c_str());
+  if (outcome.isDone())
+    return {};
+  return TreeFailure{outcome, TreeItem::Asked, path};
+}
+
+TreeResult removeTree(const std::string &path) {
+  PlainEraser eraser;
+  return removeTree(path, eraser, Recursion::WholeTree);
+}
+
+} // namespace NS

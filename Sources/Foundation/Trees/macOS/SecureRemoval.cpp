@@ -1,0 +1,112 @@
+// The platform's removefile, which asks before each item and tells after it.
+#include "Foundation/Trees/SecureRemoval.h"
+
+#include "Foundation/Base/Progress.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Trees/macOS/Platform/RemoveFile.h"
+
+#include <cerrno>
+#include <memory>
+#include <sys/stat.h>
+#include <type_traits>
+
+namespace NS {
+namespace {
+
+static_assert(REMOVEFILE_RECURSIVE_FLAG == std::uint32_t{REMOVEFILE_RECURSIVE});
+static_assert(REMOVEFILE_SECURE_1_PASS_FLAG == std::uint32_t{REMOVEFILE_SECURE_1_PASS});
+
+// 0, or the errno value for a path that no removal takes.
+int refusal(const std::string &path) {
+  if (path.find('\0') != std::string::npos)
+    return EINVAL;
+  const std::size_t end = path.find_last_not_of('/');
+  if (end == std::string::npos)
+    return path.empty() ? ENOENT : EBUSY;
+  const std::size_t slash = path.rfind('/', end);
+  const std::size_t begin = slash == std::string::npos ? 0 : slash + 1;
+  const std::string name = path.substr(begin, end + 1 - begin);
+  return name == "." || name == ".." ? EINVAL : 0;
+}
+
+// One removal and the progress of its request.
+struct Removal {
+  Progress &progress = Progress::current();
+  std::uint64_t size = 0; // of the item that comes next
+  bool wasStopped = false;
+};
+
+int beforeItem(removefile_state_t /*state*/, const char *path, void *context) {
+  auto &removal = *static_cast<Removal *>(context);
+  if (removal.progress.isCancelled()) {
+    removal.wasStopped = true;
+    return REMOVEFILE_STOP;
+  }
+  if (removal.progress.wantsPath())
+    removal.progress.setPath(path);
+  struct stat status;
+  const bool isFile = ::lstat(path, &status) == 0 && S_ISREG(status.st_mode);
+  removal.size = isFile ? static_cast<std::uint64_t>(status.st_size) : 0;
+  return REMOVEFILE_PROCEED;
+}
+
+int afterItem(removefile_state_t /*state*/, const char * /*path*/, void *context) {
+  auto &removal = *static_cast<Removal *>(context);
+  removal.progress.countItem(removal.size);
+  return REMOVEFILE_PROCEED;
+}
+
+struct FreeState {
+  void operator()(removefile_state_t state) const { ::removefile_state_free(state); }
+};
+using State = std::unique_ptr<std::remove_pointer_t<removefile_state_t>, FreeState>;
+
+bool callBack(removefile_state_t state, std::uint32_t callbackKey, removefile_callback_t callback,
+              std::uint32_t contextKey, Removal &removal) {
+  return ::removefile_state_set(state, callbackKey, reinterpret_cast<const void *>(callback)) ==
+             0 &&
+         ::removefile_state_set(state, contextKey, &removal) == 0;
+}
+
+// 0, or an errno value.
+int removeItem(const std::string &item, std::uint32_t flags) {
+  Removal removal;
+  const State state(::removefile_state_alloc());
+  if (!state)
+    return ENOMEM;
+  if (!callBack(state.get(), REMOVEFILE_STATE_CONFIRM_CALLBACK, beforeItem,
+                REMOVEFILE_STATE_CONFIRM_CONTEXT, removal) ||
+      !callBack(state.get(), REMOVEFILE_STATE_STATUS_CALLBACK, afterItem,
+                REMOVEFILE_STATE_STATUS_CONTEXT, removal))
+    return EINVAL;
+  const int error = ::removefile(item.c_str(), state.get(), flags) == 0 ? 0 : errno;
+  return removal.wasStopped ? ECANCELED : error;
+}
+
+class PlatformRemoval final : public SecureRemoval {
+public:
+  int removefile(const std::string &path, std::uint32_t flags) override {
+    int error = refusal(path);
+    // Without its slashes, so that "link/" is the link.
+    if (error == 0)
+      error = removeItem(path.substr(0, path.find_last_not_of('/') + 1), flags);
+    if (error == 0)
+      return 0;
+    errno = error;
+    return -1;
+  }
+};
+
+using Shared = SharedInstance<SecureRemoval, PlatformRemoval>;
+
+} // namespace
+
+SecureRemoval &SecureRemoval::shared() {
+  return Shared::get();
+}
+
+SecureRemoval *SecureRemoval::exchangeShared(SecureRemoval *replacement) {
+  return Shared::exchange(replacement);
+}
+
+} // namespace NS

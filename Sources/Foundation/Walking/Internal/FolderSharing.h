@@ -1,0 +1,73 @@
+// Folders that a walk shares out to a crew; a walk of its own works on each.
+// Removals and copies of trees use it. Internal to Foundation.
+//
+// One walk begins at the root. It shares out folders as it meets them, while
+// the crew has too little to do. It enters the others itself, and shares out
+// the folders in them. A folder is finished when all its contents are, so at
+// the end of a folder the walk waits for the folders that it shared out of it,
+// and meanwhile works on shared folders itself.
+//
+// The folders shared out of one folder are a portion. It keeps descriptors of
+// the folder open, since the walk may close its own. Only the upper levels are
+// shared, which bounds these descriptors. Those of the crew's walks are
+// requested before the first folder is shared; when there are none to spare, no
+// folder is.
+//
+// All walks end when one of them fails; the first failure is that of the whole.
+#pragma once
+
+#include "Foundation/Descriptors/DescriptorBudget.h"
+#include "Foundation/Threads/Internal/SharedWork.h"
+#include "Foundation/Walking/Internal/TreeOutcome.h"
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+namespace NS {
+
+class FolderSharing {
+public:
+  using Portion = SharedWork::Portion;
+  // Null when it cannot be made.
+  using PortionMaker = std::function<std::shared_ptr<Portion>()>;
+  // Works on one folder. When the folder itself is gone, because another
+  // process has removed it, that is not a failure.
+  using FolderWork = std::function<TreeResult(Portion &portion, HelperPlace &place)>;
+
+  FolderSharing();
+
+  // The following four by the first walk alone. Shares a folder out that was met
+  // in the one at this depth, 1 for the root. False when it is the walk's own.
+  bool share(std::size_t depth, const PortionMaker &makePortion, const FolderWork &work);
+  // Returns when all folders shared out of the folder at this depth are
+  // finished.
+  void finish(std::size_t depth);
+  // The place of the walk's thread.
+  HelperPlace &own() { return work_.own(); }
+  TreeResult result();
+
+  bool isFailed() const { return failed_.load(std::memory_order_relaxed); }
+  // The first failure counts.
+  void fail(TreeFailure failure);
+
+private:
+  static constexpr std::size_t sharedLevels = 8;
+
+  bool mayHold();
+  void deal(Portion &portion, const FolderWork &work, HelperPlace &place);
+
+  std::atomic<bool> failed_{false};
+  std::mutex mutex_;
+  TreeResult failure_; // guarded by the mutex
+  unsigned folders_ = 0;
+  bool hasAsked_ = false;
+  DescriptorBudget::Share descriptors_;
+  std::array<std::shared_ptr<Portion>, sharedLevels> portions_; // by depth
+  SharedWork work_; // last, so that its threads end before all else
+};
+
+} // namespace NS

@@ -1,0 +1,144 @@
+// The system calls of reading ahead.
+#include "Foundation/Walking/POSIX/AheadReader.h"
+
+#include "Foundation/Walking/Exhaustion.h"
+#include "Foundation/Walking/POSIX/FolderCalls.h"
+
+#include <cerrno>
+#include <new>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace NS {
+namespace {
+
+bool isOpenedHere(const AheadBatch &batch) {
+  return batch.first == &batch && batch.above;
+}
+
+void closeFolder(AheadBatch &batch) {
+  if (batch.descriptor >= 0)
+    static_cast<void>(::close(std::exchange(batch.descriptor, -1)));
+}
+
+} // namespace
+
+template <typename Visit>
+void AheadReader::eachLookedAt(const AheadBatch &batch, Visit visit) const {
+  const std::vector<char> &records = batch.content->records;
+  for (std::size_t at = 0; at < records.size();) {
+    const DirectoryRecord &record = directoryRecordAt(records.data() + at);
+    at += record.length;
+    if (!isDotOrDotDot(record.name) && isLookedAt(record.type))
+      visit(record);
+  }
+}
+
+bool AheadReader::read(AheadBatch &batch, char *buffer) const {
+  try {
+    return readUnguarded(batch, buffer);
+  } catch (const std::bad_alloc &) {
+    return false;
+  }
+}
+
+void AheadReader::forget(AheadBatch &batch) {
+  if (isOpenedHere(batch))
+    closeFolder(batch);
+  batch.openError = batch.readError = 0;
+  batch.content.reset();
+  batch.folders.reset();
+}
+
+bool AheadReader::readUnguarded(AheadBatch &batch, char *buffer) const {
+  if (!batch.content)
+    batch.content = std::make_unique<AheadContent>();
+  if (isOpenedHere(batch) && !openFolder(batch))
+    return false;
+  if (batch.openError != 0)
+    return true;
+  list(batch, buffer);
+  if (isExhaustion(batch.readError))
+    return false;
+  lookAtItems(batch);
+  // Most folders hold no others and are finished here.
+  if (isOpenedHere(batch) && batch.folderCount == 0 && !batch.rest)
+    closeFolder(batch);
+  return true;
+}
+
+bool AheadReader::openFolder(AheadBatch &batch) {
+  int above = batch.above->descriptor;
+  int descriptor = ::openat(above, batch.name, folderFlags);
+  if (descriptor < 0) {
+    batch.openError = errno;
+    batch.statusError = foldercalls::readStatus(above, batch.name, batch.status);
+    return !isExhaustion(batch.openError);
+  }
+  batch.statusError = foldercalls::readStatus(descriptor, batch.status);
+  batch.descriptor = descriptor;
+  return true;
+}
+
+void AheadReader::list(AheadBatch &batch, char *buffer) const {
+  std::size_t filled = 0;
+  bool atEnd = false;
+  while (!atEnd && bufferSize - filled >= recordRoom) {
+    long count = foldercalls::list(batch.first->descriptor, buffer + filled, bufferSize - filled);
+    // A folder that was removed meanwhile has no further entries.
+    if (count < 0 && errno != ENOENT)
+      batch.readError = errno;
+    std::size_t size = count > 0 ? static_cast<std::size_t>(count) : 0;
+    atEnd = size == 0 || isLastBatch(buffer + filled, size);
+    filled += size;
+  }
+  std::unique_ptr<AheadBatch> rest;
+  if (!atEnd)
+    rest = std::make_unique<AheadBatch>();
+  batch.content->records.assign(buffer, buffer + filled);
+  makeRoom(batch);
+  if (rest) {
+    rest->first = batch.first;
+    rest->level = batch.level;
+    publish_(batch, std::move(rest));
+  }
+}
+
+// Allocates everything for the look at the items, so that the look cannot fail.
+void AheadReader::makeRoom(AheadBatch &batch) const {
+  std::size_t items = 0;
+  std::size_t folders = 0;
+  eachLookedAt(batch, [&](const DirectoryRecord &record) {
+    ++items;
+    folders += mayBeFolder(record.type) ? 1u : 0u;
+  });
+  batch.content->items.reserve(items);
+  if (folders > 0 && batch.level < levels)
+    batch.folders = std::make_unique<AheadBatch[]>(folders);
+}
+
+void AheadReader::lookAtItems(AheadBatch &batch) const {
+  int descriptor = batch.first->descriptor;
+  bool goesDeeper = batch.level < levels;
+  eachLookedAt(batch, [&](const DirectoryRecord &record) {
+    AheadItem &item = batch.content->items.emplace_back();
+    bool isFolder = record.type == DT_DIR;
+    if (!isFolder || !goesDeeper) {
+      item.errnum = foldercalls::readStatus(descriptor, record.name, item.status);
+      isFolder = S_ISDIR(item.status.mode);
+    }
+    if (isFolder && goesDeeper && mayBeFolder(record.type))
+      item.folder = &addFolder(batch, record.name);
+  });
+}
+
+AheadBatch &AheadReader::addFolder(AheadBatch &batch, const char *name) {
+  AheadBatch &folder = batch.folders[batch.folderCount++];
+  folder.above = batch.first;
+  folder.name = name;
+  folder.level = batch.level + 1;
+  return folder;
+}
+
+} // namespace NS

@@ -1,0 +1,64 @@
+// Reads one batch: opens the folder, lists it and looks at its items. Internal
+// to Foundation.
+//
+// Any number of threads read at once, each a batch of its own, and none holds
+// the lock meanwhile: the system calls take nearly all of the time. A reader
+// may touch its own batch, and the descriptor of the folder above, which stays
+// open because the batch still counts as one of its uses.
+//
+// A folder is opened, and its status asked of the open folder, which spares a
+// second look-up of its name. Then as many records as fill a buffer are listed,
+// and copied to the batch in their exact size. When the folder goes on beyond
+// the buffer, the rest is published before the items are looked at, so that
+// another thread goes on with the listing meanwhile.
+//
+// All allocation comes before the look at the first item. A lack of memory or
+// of descriptors says nothing about the folder: the batch then stays unchanged,
+// and the walk reads the folder by itself.
+#pragma once
+
+#include "Foundation/Walking/Internal/AheadBatch.h"
+#include "Foundation/Walking/POSIX/DirectoryRecords.h"
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+
+namespace NS {
+
+class AheadReader {
+public:
+  // The number of levels below the root that are read ahead. It bounds the way
+  // back to a closed folder.
+  static constexpr int levels = 32;
+  static constexpr std::size_t bufferSize = 64 * 1024;
+
+  // Whether to look at items that are certainly not folders.
+  enum class Look { AtAll, AtFolders };
+  // Called with the rest of a batch's folder, which it owns from then on.
+  using Publisher = std::function<void(AheadBatch &batch, std::unique_ptr<AheadBatch> rest)>;
+
+  AheadReader(Look look, Publisher publish) : look_(look), publish_(std::move(publish)) {}
+
+  bool isLookedAt(std::uint8_t type) const { return look_ == Look::AtAll || mayBeFolder(type); }
+
+  // The buffer is of bufferSize, aligned to eight bytes. False when memory or
+  // descriptors have run out. Throws nothing.
+  bool read(AheadBatch &batch, char *buffer) const;
+  // Restores the batch to its state before it was read.
+  static void forget(AheadBatch &batch);
+
+private:
+  template <typename Visit> void eachLookedAt(const AheadBatch &batch, Visit visit) const;
+  bool readUnguarded(AheadBatch &batch, char *buffer) const;
+  static bool openFolder(AheadBatch &batch);
+  void list(AheadBatch &batch, char *buffer) const;
+  void makeRoom(AheadBatch &batch) const;
+  void lookAtItems(AheadBatch &batch) const;
+  static AheadBatch &addFolder(AheadBatch &batch, const char *name);
+
+  const Look look_;
+  const Publisher publish_;
+};
+
+} // namespace NS

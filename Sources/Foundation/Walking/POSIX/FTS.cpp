@@ -1,0 +1,53 @@
+// Which walk serves a caller.
+#include "Foundation/Walking/FTS.h"
+
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Threads/Internal/Processors.h"
+#include "Foundation/Walking/POSIX/HierarchyStream.h"
+
+#include <cerrno>
+
+namespace NS {
+namespace {
+
+std::unique_ptr<FTSStream> openStream(const std::string &path, int options, unsigned processors) {
+  constexpr int served =
+      FTSOption::NOCHDIR | FTSOption::NOSTAT | FTSOption::PHYSICAL | FTSOption::XDEV;
+  bool usable = path.find('\0') == std::string::npos && !(options & ~served) &&
+                (options & FTSOption::PHYSICAL);
+  if (path.empty() || !usable) {
+    errno = path.empty() ? ENOENT : EINVAL;
+    return nullptr;
+  }
+  return std::make_unique<HierarchyStream>(path, options, processors);
+}
+
+class FileHierarchies final : public FTS {
+public:
+  std::unique_ptr<FTSStream> open(const std::string &path, int options) override {
+    return openStream(path, options, 1);
+  }
+  std::unique_ptr<FTSStream> openForAll(const std::string &path, int options) override {
+    // Nothing is to be touched on volumes that the walk does not enter.
+    bool staysOnVolume = (options & FTSOption::XDEV) != 0;
+    return openStream(path, options, staysOnVolume ? 1 : Processors::shared().usable());
+  }
+};
+
+SharedInstance<FTS> &instance() {
+  static FileHierarchies real;
+  static SharedInstance<FTS> shared(real);
+  return shared;
+}
+
+} // namespace
+
+FTS &FTS::shared() {
+  return instance().get();
+}
+
+FTS *FTS::exchangeShared(FTS *replacement) {
+  return instance().exchange(replacement);
+}
+
+} // namespace NS

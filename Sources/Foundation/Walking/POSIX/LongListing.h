@@ -1,0 +1,52 @@
+// A long part of one folder's listing, in the best order for removal: files by
+// their numbers, then folders. Internal to Foundation.
+//
+// A volume keeps the data of its files in the order of their numbers, and lists
+// a large folder in the order of a hash. Removal in the order of the listing
+// jumps to and fro in the volume's tables; by number it goes through them once.
+//
+// One folder of a chain has the long listing at a time; other large folders go
+// by their own listing meanwhile. When the folder is closed, the rest is
+// dropped and listed again later. While there are files, the position to come
+// back to is that before all of them, since the returned ones may be anywhere
+// in the listing; a walk that removes them meets none again. With the folders,
+// which are in the order of the listing, it is the position after the last one.
+#pragma once
+
+#include "Foundation/Walking/POSIX/DirectoryRecords.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace NS {
+
+class LongListing {
+public:
+  bool isFree() const { return owner_ == none; }
+  bool isOf(std::size_t owner) const { return owner_ == owner; }
+
+  // Takes the first records of a folder's listing, and reads on after them. A
+  // failure to read on is left to the next read.
+  void begin(std::size_t owner, int folder, const char *records, std::size_t size);
+  // Null at the end, which frees the listing.
+  const DirectoryRecord *next();
+  // Tells whether the last record is one of the folders.
+  bool isAmongFolders() const { return next_ > files_.size(); }
+  void end();
+
+private:
+  static constexpr std::size_t none = ~std::size_t{0};
+  const DirectoryRecord &at(std::uint32_t place) const {
+    return directoryRecordAt(bytes_.get() + place);
+  }
+
+  std::size_t owner_ = none;
+  std::unique_ptr<char[]> bytes_;
+  std::vector<std::uint32_t> files_; // the beginnings of the records
+  std::vector<std::uint32_t> folders_;
+  std::size_t next_ = 0; // of the files, then of the folders
+};
+
+} // namespace NS

@@ -1,0 +1,75 @@
+// The instance of a seam, real and replaced.
+#include "Foundation/Base/SharedInstance.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+class Seam {
+public:
+  virtual ~Seam() = default;
+  static Seam &shared();
+  static Seam *exchangeShared(Seam *replacement);
+};
+
+int made = 0;
+
+class Real : public Seam {
+public:
+  Real() { ++made; }
+  ~Real() override { ::_exit(1); }
+};
+
+using Shared = NS::SharedInstance<Seam, Real>;
+
+Seam &Seam::shared() {
+  return Shared::get();
+}
+
+Seam *Seam::exchangeShared(Seam *replacement) {
+  return Shared::exchange(replacement);
+}
+
+TEST(SharedInstance, isMadeOnceAndOnlyWhenItIsNeeded) {
+  Seam replacement;
+  const int before = made;
+  {
+    NS::ScopedOverride<Seam> override(replacement);
+    EXPECT_EQ(&Seam::shared(), &replacement);
+    EXPECT_EQ(made, before);
+  }
+  EXPECT_EQ(&Seam::shared(), &Seam::shared());
+  EXPECT_EQ(made, 1);
+}
+
+TEST(SharedInstance, isTheFormerOneAfterEachOverride) {
+  Seam outer, inner;
+  Seam *real = &Seam::shared();
+  {
+    NS::ScopedOverride<Seam> first(outer);
+    {
+      NS::ScopedOverride<Seam> second(inner);
+      EXPECT_EQ(&Seam::shared(), &inner);
+    }
+    EXPECT_EQ(&Seam::shared(), &outer);
+  }
+  EXPECT_EQ(&Seam::shared(), real);
+}
+
+TEST(SharedInstance, isNotDestroyedWhenTheProcessEnds) {
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    static_cast<void>(Seam::shared());
+    std::exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+} // namespace

@@ -1,0 +1,370 @@
+// Reading, writing, truncating and the readability handler of file handles.
+#include "Foundation/Descriptors/FileHandle.h"
+
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Base/Log.h"
+#include "Foundation/Descriptors/Pipe.h"
+#include "Support/ScratchFolder.h"
+
+#include <condition_variable>
+#include <csignal>
+#include <fcntl.h>
+#include <future>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using kwtest::openDescriptorCount;
+using kwtest::ScratchFolder;
+
+std::string reasonOf(const std::function<void()> &call) {
+  try {
+    call();
+  } catch (const NS::Exception &exception) {
+    EXPECT_EQ(exception.name(), NS::FileHandleOperationException);
+    return exception.reason();
+  }
+  return "nothing raised";
+}
+
+bool isCloseOnExec(const NS::FileHandle &handle) {
+  return (::fcntl(handle.fileDescriptor(), F_GETFD) & FD_CLOEXEC) != 0;
+}
+
+// Collects a handler's data, for a test to wait on.
+class Collector {
+public:
+  void add(std::string chunk) {
+    std::lock_guard lock(mutex_);
+    chunks_.push_back(std::move(chunk));
+    changed_.notify_all();
+  }
+  // The chunks once there are at least so many of them.
+  std::vector<std::string> waitFor(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return chunks_.size() >= count; });
+    return chunks_;
+  }
+  std::size_t count() {
+    std::lock_guard lock(mutex_);
+    return chunks_.size();
+  }
+
+private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::string> chunks_;
+};
+
+TEST(FileHandle, updatingNeedsAnExistingFile) {
+  ScratchFolder folder;
+  EXPECT_EQ(NS::FileHandle::fileHandleForUpdatingAtPath(folder.path("missing")), nullptr);
+  EXPECT_EQ(NS::FileHandle::fileHandleForUpdatingAtPath(folder.path()), nullptr) << "a folder";
+  std::string file = folder.file("file", "text");
+  EXPECT_EQ(NS::FileHandle::fileHandleForUpdatingAtPath(file + std::string(1, '\0') + "x"), nullptr)
+      << "a path with a NUL byte must not name the part before it";
+  EXPECT_NE(NS::FileHandle::fileHandleForUpdatingAtPath(file), nullptr);
+}
+
+TEST(FileHandle, updatingRefusesDevicesAndDoesNotWaitOnAFIFO) {
+  ScratchFolder folder;
+  EXPECT_EQ(NS::FileHandle::fileHandleForUpdatingAtPath("/dev/null"), nullptr);
+  ASSERT_EQ(::mkfifo(folder.path("fifo").c_str(), 0600), 0);
+  auto fifo = NS::FileHandle::fileHandleForUpdatingAtPath(folder.path("fifo"));
+  ASSERT_NE(fifo, nullptr);
+  EXPECT_EQ(reasonOf([&] { fifo->truncateFileAtOffset(0); }),
+            "truncateFileAtOffset: Invalid argument");
+}
+
+TEST(FileHandle, updatingReadsAndWritesInPlace) {
+  ScratchFolder folder;
+  auto handle = NS::FileHandle::fileHandleForUpdatingAtPath(folder.file("file", "abcdef"));
+  ASSERT_NE(handle, nullptr);
+  handle->writeData("XY");
+  EXPECT_EQ(handle->readDataToEndOfFile(), "cdef");
+  EXPECT_EQ(handle->availableData(), "") << "at the end";
+  handle->closeFile();
+  EXPECT_EQ(folder.content("file"), "XYcdef");
+}
+
+TEST(FileHandle, truncationCutsAndGoesToTheOffset) {
+  ScratchFolder folder;
+  auto handle = NS::FileHandle::fileHandleForUpdatingAtPath(folder.file("file", "abcdef"));
+  handle->truncateFileAtOffset(3);
+  handle->writeData("X");
+  EXPECT_EQ(folder.content("file"), "abcX");
+  handle->truncateFileAtOffset(0);
+  EXPECT_EQ(folder.content("file"), "");
+  handle->truncateFileAtOffset(2);
+  EXPECT_EQ(folder.content("file"), std::string(2, '\0'));
+}
+
+TEST(FileHandle, truncationBeyondAnyFileRaises) {
+  ScratchFolder folder;
+  auto handle = NS::FileHandle::fileHandleForUpdatingAtPath(folder.file("file", "abc"));
+  EXPECT_EQ(reasonOf([&] { handle->truncateFileAtOffset(UINT64_MAX); }),
+            "truncateFileAtOffset: File too large");
+  EXPECT_EQ(folder.content("file"), "abc");
+}
+
+TEST(FileHandle, everyCallOnAClosedHandleRaises) {
+  ScratchFolder folder;
+  auto handle = NS::FileHandle::fileHandleForUpdatingAtPath(folder.file("file", "abc"));
+  handle->closeFile();
+  handle->closeFile();
+  EXPECT_EQ(handle->fileDescriptor(), -1);
+  EXPECT_EQ(reasonOf([&] { handle->truncateFileAtOffset(0); }),
+            "truncateFileAtOffset: Bad file descriptor");
+  EXPECT_EQ(reasonOf([&] { handle->readDataToEndOfFile(); }),
+            "readDataToEndOfFile: Bad file descriptor");
+  EXPECT_EQ(reasonOf([&] { handle->availableData(); }), "availableData: Bad file descriptor");
+  EXPECT_EQ(reasonOf([&] { handle->writeData("x"); }), "writeData: Bad file descriptor");
+  EXPECT_EQ(reasonOf([&] { handle->setReadabilityHandler([](NS::FileHandle &) {}); }),
+            "setReadabilityHandler: Bad file descriptor");
+  EXPECT_EQ(folder.content("file"), "abc");
+}
+
+TEST(FileHandle, closesOnExecHoweverItWasMade) {
+  ScratchFolder folder;
+  EXPECT_TRUE(isCloseOnExec(*NS::FileHandle::fileHandleForUpdatingAtPath(folder.file("file", ""))));
+  EXPECT_TRUE(isCloseOnExec(*NS::FileHandle::fileHandleWithDescriptor(::open("/", O_RDONLY))));
+  auto pipe = NS::Pipe::pipe();
+  EXPECT_TRUE(isCloseOnExec(pipe->fileHandleForReading()));
+  EXPECT_TRUE(isCloseOnExec(pipe->fileHandleForWriting()));
+}
+
+TEST(FileHandle, ownsItsDescriptor) {
+  std::size_t before = openDescriptorCount();
+  {
+    auto handle = NS::FileHandle::fileHandleWithDescriptor(::open("/", O_RDONLY));
+    EXPECT_EQ(openDescriptorCount(), before + 1);
+  }
+  EXPECT_EQ(openDescriptorCount(), before);
+}
+
+TEST(FileHandle, readingAFolderRaises) {
+  auto handle = NS::FileHandle::fileHandleWithDescriptor(::open("/", O_RDONLY));
+  EXPECT_EQ(reasonOf([&] { handle->readDataToEndOfFile(); }),
+            "readDataToEndOfFile: Is a directory");
+}
+
+TEST(FileHandle, readsToTheEndInPiecesOfAnySize) {
+  auto pipe = NS::Pipe::pipe();
+  std::string sent;
+  for (int line = 0; line < 60000; ++line)
+    sent += std::to_string(line) + '\n';
+  std::thread writer([&] {
+    pipe->fileHandleForWriting().writeData(sent);
+    pipe->fileHandleForWriting().closeFile();
+  });
+  EXPECT_EQ(pipe->fileHandleForReading().readDataToEndOfFile(), sent);
+  writer.join();
+}
+
+TEST(FileHandle, availableDataIsTheDataThatIsReady) {
+  auto pipe = NS::Pipe::pipe();
+  pipe->fileHandleForWriting().writeData("one");
+  EXPECT_EQ(pipe->fileHandleForReading().availableData(), "one");
+  pipe->fileHandleForWriting().writeData(std::string("\0two", 4));
+  EXPECT_EQ(pipe->fileHandleForReading().availableData(), std::string("\0two", 4));
+  pipe->fileHandleForWriting().closeFile();
+  EXPECT_EQ(pipe->fileHandleForReading().availableData(), "");
+}
+
+TEST(FileHandle, waitsOnADescriptorThatWouldNotBlock) {
+  auto pipe = NS::Pipe::pipe();
+  ::fcntl(pipe->fileHandleForReading().fileDescriptor(), F_SETFL, O_NONBLOCK);
+  ::fcntl(pipe->fileHandleForWriting().fileDescriptor(), F_SETFL, O_NONBLOCK);
+  std::string sent(300000, 'x');
+  std::thread writer([&] {
+    pipe->fileHandleForWriting().writeData(sent);
+    pipe->fileHandleForWriting().closeFile();
+  });
+  EXPECT_EQ(pipe->fileHandleForReading().readDataToEndOfFile(), sent);
+  writer.join();
+}
+
+TEST(FileHandle, writingToAGoneReaderRaisesThoughTheSignalWouldKill) {
+  for (auto disposition : {SIG_DFL, SIG_IGN}) {
+    auto former = std::signal(SIGPIPE, disposition);
+    auto pipe = NS::Pipe::pipe();
+    pipe->fileHandleForReading().closeFile();
+    EXPECT_EQ(reasonOf([&] { pipe->fileHandleForWriting().writeData("x"); }),
+              "writeData: Broken pipe");
+    sigset_t set;
+    ::sigpending(&set);
+    EXPECT_FALSE(sigismember(&set, SIGPIPE)) << "nothing left behind";
+    ::pthread_sigmask(SIG_BLOCK, nullptr, &set);
+    EXPECT_FALSE(sigismember(&set, SIGPIPE)) << "the mask as before";
+    std::signal(SIGPIPE, former);
+  }
+}
+
+TEST(FileHandle, writingToAFullDiskRaises) {
+  auto handle = NS::FileHandle::fileHandleWithDescriptor(::open("/dev/full", O_WRONLY));
+  EXPECT_EQ(reasonOf([&] { handle->writeData("x"); }), "writeData: No space left on device");
+}
+
+TEST(ReadabilityHandler, getsTheChunksInOrderOnAnotherThread) {
+  auto pipe = NS::Pipe::pipe();
+  Collector seen;
+  std::thread::id handlerThread;
+  pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &handle) {
+    handlerThread = std::this_thread::get_id();
+    seen.add(handle.availableData());
+  });
+  for (std::size_t number = 1; number <= 100; ++number) {
+    pipe->fileHandleForWriting().writeData(std::to_string(number));
+    EXPECT_EQ(seen.waitFor(number).back(), std::to_string(number));
+  }
+  pipe->fileHandleForReading().setReadabilityHandler(nullptr);
+  EXPECT_NE(handlerThread, std::this_thread::get_id());
+}
+
+TEST(ReadabilityHandler, isToldOfTheEndAndThenLeftAlone) {
+  auto pipe = NS::Pipe::pipe();
+  Collector seen;
+  pipe->fileHandleForReading().setReadabilityHandler(
+      [&](NS::FileHandle &handle) { seen.add(handle.availableData()); });
+  pipe->fileHandleForWriting().writeData("last");
+  EXPECT_EQ(seen.waitFor(1), std::vector<std::string>{"last"});
+  pipe->fileHandleForWriting().closeFile();
+  EXPECT_EQ(seen.waitFor(2), (std::vector<std::string>{"last", ""}));
+  pipe->fileHandleForReading().setReadabilityHandler(nullptr);
+  EXPECT_EQ(seen.count(), 2U);
+}
+
+TEST(ReadabilityHandler, isToldOnceOfASocketsEnd) {
+  int ends[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  auto handle = NS::FileHandle::fileHandleWithDescriptor(ends[0]);
+  ::close(ends[1]);
+  Collector seen;
+  handle->setReadabilityHandler([&](NS::FileHandle &source) { seen.add(source.availableData()); });
+  EXPECT_EQ(seen.waitFor(1), std::vector<std::string>{""});
+  handle->setReadabilityHandler(nullptr);
+  EXPECT_EQ(seen.count(), 1U);
+}
+
+TEST(ReadabilityHandler, removalWaitsForTheCallUnderWay) {
+  auto pipe = NS::Pipe::pipe();
+  Collector entered;
+  std::promise<void> gate;
+  bool finished = false;
+  pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &handle) {
+    entered.add(handle.availableData());
+    gate.get_future().wait();
+    finished = true; // unguarded: the removal orders it, or the sanitizer objects
+  });
+  pipe->fileHandleForWriting().writeData("x");
+  entered.waitFor(1);
+  std::thread opener([&] { gate.set_value(); });
+  pipe->fileHandleForReading().setReadabilityHandler(nullptr);
+  EXPECT_TRUE(finished);
+  opener.join();
+}
+
+TEST(ReadabilityHandler, removalDoesNotWaitForDataThatNeverComes) {
+  auto pipe = NS::Pipe::pipe();
+  Collector entered;
+  std::string second = "not read";
+  pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &handle) {
+    entered.add(handle.availableData());
+    second = handle.availableData(); // the writing end stays open and silent
+  });
+  pipe->fileHandleForWriting().writeData("x");
+  entered.waitFor(1);
+  pipe->fileHandleForReading().setReadabilityHandler(nullptr);
+  EXPECT_EQ(second, "");
+}
+
+TEST(ReadabilityHandler, mayRemoveItself) {
+  auto pipe = NS::Pipe::pipe();
+  Collector seen;
+  pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &handle) {
+    seen.add(handle.availableData());
+    handle.setReadabilityHandler(nullptr);
+  });
+  pipe->fileHandleForWriting().writeData("first");
+  seen.waitFor(1);
+  pipe->fileHandleForReading().setReadabilityHandler(nullptr);
+  pipe->fileHandleForWriting().writeData("second");
+  EXPECT_EQ(pipe->fileHandleForReading().availableData(), "second");
+  EXPECT_EQ(seen.count(), 1U);
+}
+
+TEST(ReadabilityHandler, mayDropItsHandle) {
+  std::size_t before = openDescriptorCount();
+  auto pipe = NS::Pipe::pipe();
+  NS::FileHandle &writing = pipe->fileHandleForWriting();
+  auto writer = NS::FileHandle::fileHandleWithDescriptor(::dup(writing.fileDescriptor()));
+  Collector seen;
+  pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &handle) {
+    std::string data = handle.availableData();
+    pipe.reset();
+    seen.add(std::move(data));
+  });
+  writer->writeData("x");
+  seen.waitFor(1);
+  EXPECT_EQ(reasonOf([&] { writer->writeData("y"); }), "writeData: Broken pipe");
+  writer->closeFile();
+  while (openDescriptorCount() != before) // until the thread has let go as well
+    std::this_thread::yield();
+}
+
+TEST(ReadabilityHandler, replacesTheFormerOne) {
+  auto pipe = NS::Pipe::pipe();
+  Collector first;
+  Collector second;
+  NS::FileHandle &reading = pipe->fileHandleForReading();
+  reading.setReadabilityHandler([&](NS::FileHandle &handle) { first.add(handle.availableData()); });
+  pipe->fileHandleForWriting().writeData("one");
+  first.waitFor(1);
+  reading.setReadabilityHandler(
+      [&](NS::FileHandle &handle) { second.add(handle.availableData()); });
+  pipe->fileHandleForWriting().writeData("two");
+  EXPECT_EQ(second.waitFor(1), std::vector<std::string>{"two"});
+  reading.setReadabilityHandler(nullptr);
+  EXPECT_EQ(first.count(), 1U);
+}
+
+TEST(ReadabilityHandler, thatThrowsIsLoggedAndRemoved) {
+  Collector log;
+  NS::ScopedLogSink sink([&](const std::string &message) { log.add(message); });
+  auto pipe = NS::Pipe::pipe();
+  pipe->fileHandleForReading().setReadabilityHandler(
+      [](NS::FileHandle &) { throw NS::Exception("Odd", "no more"); });
+  pipe->fileHandleForWriting().writeData("x");
+  EXPECT_EQ(log.waitFor(1),
+            std::vector<std::string>{"Readability handler removed after exception: no more"});
+  pipe->fileHandleForReading().setReadabilityHandler(nullptr);
+  EXPECT_EQ(log.count(), 1U);
+}
+
+TEST(ReadabilityHandler, isReleasedWithItsContentsOnRemoval) {
+  auto pipe = NS::Pipe::pipe();
+  auto held = std::make_shared<int>(1);
+  pipe->fileHandleForReading().setReadabilityHandler([held](NS::FileHandle &) {});
+  EXPECT_EQ(held.use_count(), 2);
+  pipe->fileHandleForReading().setReadabilityHandler(nullptr);
+  EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST(ReadabilityHandler, leavesNoDescriptorBehind) {
+  std::size_t before = openDescriptorCount();
+  for (int round = 0; round < 50; ++round) {
+    auto pipe = NS::Pipe::pipe();
+    pipe->fileHandleForReading().setReadabilityHandler(
+        [](NS::FileHandle &handle) { handle.availableData(); });
+    pipe->fileHandleForWriting().writeData("x");
+  }
+  EXPECT_EQ(openDescriptorCount(), before);
+}
+
+} // namespace

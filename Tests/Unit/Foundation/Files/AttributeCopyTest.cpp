@@ -1,0 +1,132 @@
+// The access list and attributes that a replacement takes over from the former
+// item.
+#include "Foundation/Files/POSIX/AttributeCopy.h"
+
+#include "Support/AccessList.h"
+#include "Support/PrivateMounts.h"
+#include "Support/ScratchFolder.h"
+
+#include "Foundation/Descriptors/POSIX/Descriptor.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+namespace {
+
+using kwtest::Grant;
+using NS::CopiedData;
+
+NS::Descriptor opened(const std::string &path) {
+  return NS::Descriptor(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+}
+
+// The mode for the copy, or "error" and a number.
+std::string copiedMode(const std::string &source, const std::string &target) {
+  struct stat status;
+  if (::stat(source.c_str(), &status) != 0)
+    return "no source";
+  mode_t mode = status.st_mode & 07777;
+  NS::LeftOut leftOut;
+  int error = NS::copyAttributes(opened(source).get(), opened(target).get(), CopiedData::Same, mode,
+                                 leftOut);
+  char text[32];
+  std::snprintf(text, sizeof text, error == 0 ? "%03o" : "error %d",
+                error == 0 ? mode : static_cast<unsigned>(error));
+  return text;
+}
+
+std::vector<Grant> listWith(std::uint16_t group, std::uint16_t mask, std::uint16_t others,
+                            std::vector<Grant> users, std::vector<Grant> groups) {
+  std::vector<Grant> grants = {{ACL_USER_OBJ, 6}};
+  grants.insert(grants.end(), users.begin(), users.end());
+  grants.push_back({ACL_GROUP_OBJ, group});
+  grants.insert(grants.end(), groups.begin(), groups.end());
+  grants.push_back({ACL_MASK, mask});
+  grants.push_back({ACL_OTHER, others});
+  return grants;
+}
+
+struct Case {
+  std::vector<Grant> grants;
+  const char *mode; // without the list
+};
+
+// A volume without lists takes the copy; ramfs has none.
+TEST(AttributeCopy, withoutTheAccessListGrantsNoAccessThatTheListDenies) {
+  KW_REQUIRE_ROOT();
+  kwtest::ScratchFolder scratch;
+  const std::string source = scratch.file("source", "");
+  const std::vector<Case> cases = {
+      // The mask does not grant the group any right.
+      {listWith(0, 6, 0, {{ACL_USER, 6, 1234}}, {}), "600"},
+      {listWith(6, 4, 0, {{ACL_USER, 6, 1234}}, {}), "640"},
+      {listWith(4, 6, 4, {{ACL_USER, 6, 1234}}, {}), "644"},
+      // A user of the list may be of the owning group, or one of the others.
+      {listWith(6, 6, 4, {{ACL_USER, 0, 1234}}, {}), "600"},
+      {listWith(6, 6, 6, {{ACL_USER, 4, 1234}}, {}), "644"},
+      // The members of a group of the list would be others.
+      {listWith(6, 6, 4, {}, {{ACL_GROUP, 0, 1234}}), "660"},
+      {listWith(6, 6, 6, {}, {{ACL_GROUP, 4, 1}, {ACL_GROUP, 2, 2}}), "660"},
+  };
+  KW_REQUIRE_ATTRIBUTE(source, kwtest::accessListName, kwtest::accessListOf(cases[0].grants));
+  EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
+              kwtest::ScratchFolder folder;
+              if (::mount("ramfs", folder.path().c_str(), "ramfs", 0, nullptr) != 0)
+                return "no mount";
+              const std::string target = folder.file("target", "");
+              std::string wrong;
+              for (const Case &row : cases) {
+                kwtest::setAttribute(source, kwtest::accessListName,
+                                     kwtest::accessListOf(row.grants));
+                if (std::string mode = copiedMode(source, target); mode != row.mode)
+                  wrong += mode + " instead of " + row.mode + "; ";
+              }
+              ::umount2(folder.path().c_str(), MNT_DETACH);
+              return wrong;
+            }),
+            "");
+}
+
+TEST(AttributeCopy, withTheAccessListKeepsTheModeThatIsItsMask) {
+  kwtest::ScratchFolder scratch;
+  const std::string source = scratch.file("source", ""), target = scratch.file("target", "");
+  const std::string list = kwtest::accessListOf(listWith(0, 6, 0, {{ACL_USER, 6, 1234}}, {}));
+  KW_REQUIRE_ATTRIBUTE(source, kwtest::accessListName, list);
+  EXPECT_EQ(copiedMode(source, target), "660");
+  EXPECT_EQ(kwtest::attribute(target, kwtest::accessListName), list);
+}
+
+TEST(AttributeCopy, takesAnInheritedListAway) {
+  kwtest::ScratchFolder scratch;
+  const std::string source = scratch.file("source", "");
+  const std::string list = kwtest::accessListOf(listWith(0, 6, 0, {{ACL_USER, 6, 1234}}, {}));
+  KW_REQUIRE_ATTRIBUTE(scratch.path(), kwtest::defaultListName, list);
+  const std::string target = scratch.file("target", "");
+  ASSERT_NE(kwtest::attribute(target, kwtest::accessListName), "");
+  EXPECT_EQ(copiedMode(source, target).size(), 3u);
+  EXPECT_EQ(kwtest::attribute(target, kwtest::accessListName), "");
+}
+
+TEST(AttributeCopy, keepsAttributesThatVouchForDataOnlyWithTheSameData) {
+  KW_REQUIRE_ROOT();
+  kwtest::ScratchFolder scratch;
+  const std::string source = scratch.file("source", ""), target = scratch.file("target", "");
+  // Revision 2, CAP_CHOWN permitted.
+  const std::string capability("\0\0\0\2\1\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 20);
+  KW_REQUIRE_ATTRIBUTE(source, "security.capability", capability);
+  mode_t mode = 0644;
+  NS::LeftOut leftOut;
+  EXPECT_EQ(NS::copyAttributes(opened(source).get(), opened(target).get(), CopiedData::Another,
+                               mode, leftOut),
+            0);
+  EXPECT_EQ(kwtest::attribute(target, "security.capability"), "");
+  EXPECT_EQ(NS::copyAttributes(opened(source).get(), opened(target).get(), CopiedData::Same, mode,
+                               leftOut),
+            0);
+  EXPECT_EQ(kwtest::attribute(target, "security.capability"), capability);
+}
+
+} // namespace

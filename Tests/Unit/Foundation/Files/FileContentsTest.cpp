@@ -1,0 +1,271 @@
+// Reading and writing of whole files, and above all the leftovers of a failed
+// replacement.
+#include "Foundation/Files/FileContents.h"
+
+#include "Support/AccessList.h"
+#include "Support/ForkedChild.h"
+#include "Support/PrivateMounts.h"
+#include "Support/ScratchFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+NS::FileContents &files() {
+  return NS::FileContents::shared();
+}
+
+class FileContentsTest : public testing::Test {
+protected:
+  std::size_t entryCount() const {
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto &entry : std::filesystem::directory_iterator(scratch.path()))
+      ++count;
+    return count;
+  }
+
+  kwtest::ScratchFolder scratch;
+  std::optional<NS::Error> error;
+};
+
+TEST_F(FileContentsTest, areReadWhole) {
+  std::string content(200'000, 'x');
+  content += '\0';
+  EXPECT_EQ(files().dataWithContentsOfFile(scratch.file("a", content), &error), content);
+  EXPECT_EQ(files().dataWithContentsOfFile(scratch.file("b", ""), &error), "");
+  EXPECT_FALSE(error);
+}
+
+TEST_F(FileContentsTest, ofAMissingFileAreNothing) {
+  EXPECT_EQ(files().dataWithContentsOfFile(scratch.path("a"), &error), std::nullopt);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), NS::FileReadNoSuchFileError);
+}
+
+TEST_F(FileContentsTest, ofAFolderAFIFOAndADeviceAreNothing) {
+  ASSERT_EQ(::mkfifo(scratch.path("fifo").c_str(), 0600), 0);
+  for (const std::string &path : {scratch.path(), scratch.path("fifo"), std::string("/dev/zero")}) {
+    error.reset();
+    EXPECT_EQ(files().dataWithContentsOfFile(path, &error), std::nullopt) << path;
+    EXPECT_TRUE(error) << path;
+  }
+}
+
+TEST_F(FileContentsTest, beyondTheLimitAreTooLarge) {
+  std::string path = scratch.file("a", "");
+  ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(NS::FileContents::sizeLimit)), 0);
+  EXPECT_TRUE(files().dataWithContentsOfFile(path, nullptr));
+  ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(NS::FileContents::sizeLimit) + 1), 0);
+  EXPECT_FALSE(files().dataWithContentsOfFile(path, &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), NS::FileReadTooLargeError);
+}
+
+TEST_F(FileContentsTest, asTextMustBeUTF8) {
+  EXPECT_EQ(files().stringWithContentsOfFile(scratch.file("a", "gr\xc3\xbc\xc3\x9f"), &error),
+            "gr\xc3\xbc\xc3\x9f");
+  EXPECT_FALSE(error);
+  for (const char *bytes :
+       {"\xff", "\xc3", "\xc0\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xe0\x80\x80", "a\x80"}) {
+    error.reset();
+    EXPECT_EQ(files().stringWithContentsOfFile(scratch.file("b", bytes), &error), std::nullopt);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), NS::FileReadCorruptFileError);
+  }
+}
+
+TEST_F(FileContentsTest, areReplacedWithModeAndOwnerKept) {
+  std::string path = scratch.file("a", "old");
+  ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+  bool isRoot = ::geteuid() == 0;
+  if (isRoot) {
+    ASSERT_EQ(::chown(path.c_str(), 1234, 5678), 0);
+  }
+  EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_EQ(scratch.content("a"), "new");
+  struct stat status;
+  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0640u);
+  EXPECT_EQ(status.st_uid, isRoot ? 1234 : ::geteuid());
+  EXPECT_EQ(status.st_gid, isRoot ? 5678 : ::getegid());
+  EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, ofANewFileFollowTheMask) {
+  mode_t mask = ::umask(027);
+  EXPECT_TRUE(files().writeToFileAtomically(scratch.path("a"), "", &error));
+  ::umask(mask);
+  struct stat status;
+  ASSERT_EQ(::stat(scratch.path("a").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0640u);
+  EXPECT_EQ(status.st_size, 0);
+}
+
+TEST_F(FileContentsTest, replaceALinkAndLeaveItsTarget) {
+  std::string target = scratch.file("target", "old");
+  std::filesystem::create_symlink(target, scratch.path("link"));
+  EXPECT_TRUE(files().writeToFileAtomically(scratch.path("link"), "new", &error));
+  EXPECT_EQ(scratch.content("target"), "old");
+  EXPECT_EQ(scratch.content("link"), "new");
+  EXPECT_FALSE(std::filesystem::is_symlink(scratch.path("link")));
+}
+
+TEST_F(FileContentsTest, cannotReplaceAFolderNorBeInAMissingOne) {
+  std::filesystem::create_directory(scratch.path("folder"));
+  for (const std::string &path : {scratch.path("folder"), scratch.path("no/file"), std::string("/"),
+                                  std::string(""), scratch.path("..")}) {
+    error.reset();
+    EXPECT_FALSE(files().writeToFileAtomically(path, "new", &error)) << path;
+    EXPECT_TRUE(error) << path;
+  }
+  EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, areReplacedWithAccessListAndAttributesKept) {
+  const std::string path = scratch.file("a", "old");
+  // The owning group may do nothing; its bits of the mode are the list's mask.
+  const std::string list = kwtest::accessListOf(
+      {{ACL_USER_OBJ, 6}, {ACL_USER, 6, 1234}, {ACL_GROUP_OBJ, 0}, {ACL_MASK, 6}, {ACL_OTHER, 0}});
+  KW_REQUIRE_ATTRIBUTE(path, kwtest::accessListName, list);
+  KW_REQUIRE_ATTRIBUTE(path, "user.note", "kept");
+  EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_EQ(scratch.content("a"), "new");
+  EXPECT_EQ(kwtest::attribute(path, kwtest::accessListName), list);
+  EXPECT_EQ(kwtest::attribute(path, "user.note"), "kept");
+  struct stat status;
+  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0660u);
+}
+
+TEST_F(FileContentsTest, areReplacedWithoutTheListThatTheFolderHandsDown) {
+  const std::string path = scratch.file("a", "old");
+  ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+  KW_REQUIRE_ATTRIBUTE(scratch.path(), kwtest::defaultListName,
+                       kwtest::accessListOf({{ACL_USER_OBJ, 6},
+                                             {ACL_USER, 6, 1234},
+                                             {ACL_GROUP_OBJ, 6},
+                                             {ACL_MASK, 6},
+                                             {ACL_OTHER, 0}}));
+  EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_EQ(kwtest::attribute(path, kwtest::accessListName), "");
+}
+
+// The signal of that limit ends the process in the middle of its write.
+TEST_F(FileContentsTest, ofAnotherUserClearTheLeftoverOfAKilledReplacement) {
+  KW_REQUIRE_ROOT();
+  const std::string path = scratch.file("a", "old");
+  ASSERT_EQ(::chown(path.c_str(), 1234, 5678), 0);
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              std::signal(SIGXFSZ, SIG_DFL);
+              rlimit limit{4096, 4096};
+              ::setrlimit(RLIMIT_FSIZE, &limit);
+              files().writeToFileAtomically(path, std::string(100'000, 'x'), nullptr);
+              return "written";
+            }),
+            "ended by signal " + std::to_string(SIGXFSZ));
+  ASSERT_EQ(entryCount(), 2u);
+  struct stat left;
+  ASSERT_EQ(::stat(scratch.path(".keepwell-new-00").c_str(), &left), 0);
+  EXPECT_EQ(left.st_uid, ::geteuid()) << "the other user gets nothing unfinished";
+  // One that had its owner already when it was killed.
+  ASSERT_EQ(::chown(scratch.file(".keepwell-new-01", "x").c_str(), 1234, 5678), 0);
+  EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_EQ(scratch.content("a"), "new");
+  EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, leaveAFileOfTheirNamesToAThirdUser) {
+  KW_REQUIRE_ROOT();
+  const std::string path = scratch.file("a", "old");
+  ASSERT_EQ(::chown(path.c_str(), 1234, 5678), 0);
+  ASSERT_EQ(::chown(scratch.file(".keepwell-new-00", "x").c_str(), 4321, 5678), 0);
+  EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_EQ(scratch.content(".keepwell-new-00"), "x");
+}
+
+TEST_F(FileContentsTest, atAPathThatWouldBeCutShortAreAnError) {
+  const std::string path = scratch.file("a", "old") + std::string("\0x", 2);
+  EXPECT_EQ(files().dataWithContentsOfFile(path, &error), std::nullopt);
+  EXPECT_TRUE(error);
+  error.reset();
+  EXPECT_FALSE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_TRUE(error);
+  EXPECT_EQ(scratch.content("a"), "old");
+  EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, tellALimitOfThisProcessFromAFaultOfTheFile) {
+  std::string path = scratch.file("a", "");
+  ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(NS::FileContents::sizeLimit) + 1), 0);
+  EXPECT_FALSE(files().stringWithContentsOfFile(path, &error));
+  EXPECT_TRUE(error && NS::isLimitOfThisProcess(*error));
+  for (const std::string &other :
+       {scratch.file("b", "\xff"), scratch.path(), scratch.path("missing")}) {
+    EXPECT_FALSE(files().stringWithContentsOfFile(other, &error));
+    EXPECT_TRUE(error && !NS::isLimitOfThisProcess(*error)) << other;
+  }
+}
+
+// The limit on a file's size stops the write midway, as a full disk does.
+TEST_F(FileContentsTest, staysAsTheyWereWhenTheWriteStopsMidway) {
+  std::string path = scratch.file("a", "old");
+  pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    ::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{4096, 4096};
+    if (::setrlimit(RLIMIT_FSIZE, &limit) != 0)
+      ::_exit(2);
+    std::optional<NS::Error> failure;
+    bool written = files().writeToFileAtomically(path, std::string(100'000, 'x'), &failure);
+    ::_exit(!written && failure && failure->code() == NS::FileWriteOutOfSpaceError ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(scratch.content("a"), "old");
+  EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, replacedBySeveralAtOnceAreThoseOfOneOfThem) {
+  const std::string path = scratch.file("shared", "");
+  std::atomic<int> failures = 0;
+  std::vector<std::thread> writers;
+  for (char letter = 'a'; letter < 'i'; ++letter)
+    writers.emplace_back([&, letter] {
+      for (int round = 0; round < 200; ++round)
+        if (!files().writeToFileAtomically(path, std::string(100, letter), nullptr))
+          ++failures;
+    });
+  for (std::thread &writer : writers)
+    writer.join();
+  EXPECT_EQ(failures, 0);
+  auto content = files().dataWithContentsOfFile(path, &error);
+  ASSERT_TRUE(content && content->size() == 100);
+  EXPECT_EQ(*content, std::string(100, content->front()));
+  EXPECT_EQ(entryCount(), 1U);
+}
+
+TEST_F(FileContentsTest, leakNoDescriptor) {
+  std::size_t before = kwtest::openDescriptorCount();
+  std::filesystem::create_directory(scratch.path("folder"));
+  for (int round = 0; round < 5; ++round) {
+    EXPECT_TRUE(files().writeToFileAtomically(scratch.path("a"), "x", nullptr));
+    EXPECT_FALSE(files().writeToFileAtomically(scratch.path("folder"), "x", nullptr));
+    EXPECT_TRUE(files().dataWithContentsOfFile(scratch.path("a"), nullptr));
+    EXPECT_FALSE(files().dataWithContentsOfFile(scratch.path(), nullptr));
+  }
+  EXPECT_EQ(kwtest::openDescriptorCount(), before);
+}
+
+} // namespace

@@ -1,0 +1,77 @@
+// The dialect, and the bounds on the cost of a search.
+#include "Foundation/Text/RegularExpression.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace {
+
+using NS::ByteRange;
+using NS::RegularExpression;
+
+std::shared_ptr<const RegularExpression>
+build(std::string_view pattern, NS::RegularExpressionOptions options = NS::RegularExpressionNone) {
+  return RegularExpression::regularExpressionWithPattern(pattern, options);
+}
+
+TEST(RegularExpression, givesTheFirstMatchInBytes) {
+  EXPECT_EQ(build("b+")->firstMatchInString("é𐐨abba"), (ByteRange{7, 2}));
+  EXPECT_EQ(build("x")->firstMatchInString("abc"), std::nullopt);
+  EXPECT_EQ(build("$")->firstMatchInString("é"), (ByteRange{2, 0}));
+}
+
+TEST(RegularExpression, ignoresCaseOnDemand) {
+  EXPECT_EQ(build("éA")->firstMatchInString("Éa"), std::nullopt);
+  EXPECT_EQ(build("éA", NS::RegularExpressionCaseInsensitive)->firstMatchInString("Éa"),
+            (ByteRange{0, 3}));
+}
+
+TEST(RegularExpression, isNullForBadSyntax) {
+  for (const char *pattern : {"(", "a)", "[", "a{2,1}", "*", "\\", "(?<n", "(?<=a*)b"})
+    EXPECT_EQ(build(pattern), nullptr) << pattern;
+  EXPECT_EQ(build(""), nullptr);
+}
+
+TEST(RegularExpression, isNullForAnImmensePattern) {
+  EXPECT_NE(build(std::string(1000, 'a')), nullptr);
+  EXPECT_EQ(build(std::string(100000, 'a')), nullptr);
+}
+
+TEST(RegularExpression, tellsBytesOfInvalidUTF8Apart) {
+  EXPECT_EQ(build("a\xff")->firstMatchInString("é a\xff"), (ByteRange{3, 2}));
+  EXPECT_EQ(build("a\xff")->firstMatchInString("a\xfe"), std::nullopt);
+  EXPECT_EQ(build("^a.b$")->firstMatchInString("a\xc3"
+                                               "b"),
+            (ByteRange{0, 3}));
+}
+
+TEST(RegularExpression, endsACatastrophicSearchAsNoMatch) {
+  std::string text(5000, 'a');
+  for (const char *pattern : {"(a+)+$b", "(a|a)*b", "(a*)*b", "(.*.*)*b", "(a?){64}a{64}b"})
+    EXPECT_EQ(build(pattern)->firstMatchInString(text + "c"), std::nullopt) << pattern;
+  EXPECT_EQ(build("(a+)+$")->firstMatchInString(std::string(40, 'a') + "b"), std::nullopt);
+}
+
+TEST(RegularExpression, countsAnExhaustedStackAsNoMatch) {
+  EXPECT_EQ(build("(?:(a)|b)*c")->firstMatchInString(std::string(1 << 20, 'a')), std::nullopt);
+}
+
+TEST(RegularExpression, doesNotSearchAnImmenseText) {
+  EXPECT_EQ(build("b")->firstMatchInString(std::string(1 << 20, 'a') + "b"), std::nullopt);
+}
+
+TEST(RegularExpression, servesManyThreadsAtOnce) {
+  auto expression = build("(a|b)+c");
+  std::vector<std::thread> threads;
+  std::vector<int> matches(4, 0);
+  for (std::size_t index = 0; index < matches.size(); ++index)
+    threads.emplace_back([&, index] {
+      for (int round = 0; round < 200; ++round)
+        matches[index] += expression->firstMatchInString("xababc").has_value();
+    });
+  for (std::thread &thread : threads)
+    thread.join();
+  EXPECT_EQ(matches, std::vector<int>(4, 200));
+}
+
+} // namespace

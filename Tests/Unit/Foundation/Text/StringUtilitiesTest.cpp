@@ -1,0 +1,145 @@
+// Searching, splitting, case and units.
+#include "Foundation/Text/StringUtilities.h"
+
+#include "Foundation/Base/Exception.h"
+#include "Foundation/Text/Unicode.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using NS::ByteRange;
+using NS::StringSearch;
+
+TEST(RangeOfString, findsTheFirstOccurrence) {
+  EXPECT_EQ(NS::rangeOfString("abcabc", "bc"), (ByteRange{1, 2}));
+  EXPECT_EQ(NS::rangeOfString("abc", "abc"), (ByteRange{0, 3}));
+  EXPECT_EQ(NS::rangeOfString("abc", "BC"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("abc", "abcd"), std::nullopt);
+}
+
+TEST(RangeOfString, findsAnEmptyTargetNowhere) {
+  EXPECT_EQ(NS::rangeOfString("abc", ""), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("", ""), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("é", ""), std::nullopt);
+}
+
+TEST(RangeOfString, treatsEquivalentSpellingsAsEqual) {
+  EXPECT_EQ(NS::rangeOfString("a\u00e9b", "e\u0301"), (ByteRange{1, 2}));
+  EXPECT_EQ(NS::rangeOfString("ae\u0301b", "\u00e9"), (ByteRange{1, 3}));
+  EXPECT_EQ(NS::rangeOfString("x\u212b", "A\u030a"), (ByteRange{1, 3})) << "the Angstrom sign";
+  EXPECT_EQ(NS::rangeOfString("10\u212a", "K"), (ByteRange{2, 3})) << "the Kelvin sign";
+  EXPECT_EQ(NS::rangeOfString("가", "\u1100\u1161"), (ByteRange{0, 3})) << "Hangul";
+  EXPECT_EQ(NS::rangeOfString("q\u0323\u0307", "q\u0307\u0323"), (ByteRange{0, 5}))
+      << "marks in another order";
+}
+
+TEST(RangeOfString, doesNotTakeALetterFromItsMarks) {
+  EXPECT_EQ(NS::rangeOfString("ae\u0301b", "e"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("ae\u0301be", "e"), (ByteRange{5, 1}));
+  EXPECT_EQ(NS::rangeOfString("a\u00e9b", "\u0301"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("ae\u0301b", "\u0301"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("가", "\u1100"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("a\u00e9b", "b"), (ByteRange{3, 1}));
+}
+
+TEST(RangeOfString, searchedLiterallyComparesBytes) {
+  EXPECT_EQ(NS::rangeOfString("ae\u0301b", "e", StringSearch::Literal), (ByteRange{1, 1}));
+  EXPECT_EQ(NS::rangeOfString("a\u00e9b", "e\u0301", StringSearch::Literal), std::nullopt);
+}
+
+TEST(RangeOfString, findsBytesOfInvalidUTF8) {
+  EXPECT_EQ(NS::rangeOfString("a\xff\xfe", "\xfe"), (ByteRange{2, 1}));
+  EXPECT_EQ(NS::rangeOfString("a\xff", "\xfe"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("é", "\xa9"), std::nullopt) << "half of a character";
+  EXPECT_EQ(NS::rangeOfString("\xc3", "é"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("b\xc3", "b"), (ByteRange{0, 1}));
+}
+
+TEST(RangeOfString, copesWithMoreMarksThanAnyTextHas) {
+  std::string marks;
+  for (int count = 0; count < 20000; ++count)
+    marks += count % 2 ? "\u0323" : "\u0301";
+  EXPECT_EQ(NS::rangeOfString("e" + marks, "x"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("e" + marks + "x", "x"), (ByteRange{1 + marks.size(), 1}));
+}
+
+TEST(RangesOfString, doNotOverlap) {
+  EXPECT_EQ(NS::rangesOfString("aaaa", "aa"), (std::vector<ByteRange>{{0, 2}, {2, 2}}));
+  EXPECT_EQ(NS::rangesOfString("ééé", "é"), (std::vector<ByteRange>{{0, 2}, {2, 2}, {4, 2}}));
+}
+
+TEST(ComponentsSeparatedByString, keepEmptyPieces) {
+  using List = std::vector<std::string>;
+  EXPECT_EQ(NS::componentsSeparatedByString(":a::b:", ":"), (List{"", "a", "", "b", ""}));
+  EXPECT_EQ(NS::componentsSeparatedByString("", ":"), (List{""}));
+  EXPECT_EQ(NS::componentsSeparatedByString("abc", ""), (List{"abc"}));
+  EXPECT_EQ(NS::componentsSeparatedByString("é, \xff", ", "), (List{"é", "\xff"}));
+}
+
+TEST(ComponentsJoinedByString, areSeparatedOnlyBetween) {
+  EXPECT_EQ(NS::componentsJoinedByString({"a", "", "b"}, "--"), "a----b");
+  EXPECT_EQ(NS::componentsJoinedByString({}, "-"), "");
+}
+
+TEST(LowercaseString, followsTheRulesOfNoLanguage) {
+  EXPECT_EQ(NS::lowercaseString("ABC xyz 1[]"), "abc xyz 1[]");
+  EXPECT_EQ(NS::lowercaseString("ÉÀI"), "éài");
+  EXPECT_EQ(NS::lowercaseString("ΟΔΟΣ"), "οδος") << "the final sigma";
+  EXPECT_EQ(NS::lowercaseString("İ"), "i\u0307");
+  EXPECT_EQ(NS::lowercaseString("𐐀"), "𐐨");
+}
+
+TEST(LowercaseString, keepsBytesOfInvalidUTF8) {
+  EXPECT_EQ(NS::lowercaseString("A\xff"
+                                "B\xc3"),
+            "a\xff"
+            "b\xc3");
+  EXPECT_EQ(NS::lowercaseString("\xed\xa0\x80Z"), "\xed\xa0\x80z") << "an encoded surrogate";
+}
+
+TEST(SubstringWithRange, raisesOutsideTheString) {
+  EXPECT_EQ(NS::substringWithRange("abc", {3, 0}), "");
+  EXPECT_THROW(NS::substringWithRange("abc", {3, 1}), NS::Exception);
+  EXPECT_THROW(NS::substringWithRange("abc", {4, 0}), NS::Exception);
+}
+
+TEST(Unicode, countsUnitsAsThePlatformDoes) {
+  EXPECT_EQ(NS::utf16Length("aé𐐨"), 4u);
+  EXPECT_EQ(NS::utf16Length("e\u0301"), 2u);
+  EXPECT_EQ(NS::utf16Length("\xff\xf0\x90"), 3u);
+  EXPECT_EQ(NS::utf16Length(""), 0u);
+}
+
+TEST(Unicode, refusesFormsThatAreNotTheShortest) {
+  for (const char *text :
+       {"\xc0\xaf", "\xe0\x80\xaf", "\xf0\x80\x80\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80",
+        "\xf8\x88\x80\x80\x80", "\x80", "\xc3", "\xe2\x82", "\xf0\x9f\x98", "\xfe"})
+    EXPECT_FALSE(NS::isWellFormedUTF8(text));
+  EXPECT_TRUE(NS::isWellFormedUTF8("\u0080\u07ff\u0800\ud7ff\ue000\uffff\U00010000\U0010ffff"));
+}
+
+TEST(Unicode, decodesTheSameBackwardsAsForwards) {
+  std::string text = "aé€𐐨\xc3\xff"
+                     "b\xe2\x82";
+  std::vector<std::size_t> starts;
+  for (std::size_t index = 0; index < text.size(); index += NS::decodeCharacter(text, index).length)
+    starts.push_back(index);
+  for (std::size_t end = text.size(); end > 0;) {
+    NS::DecodedCharacter character = NS::decodePreviousCharacter(text, end);
+    end -= character.length;
+    ASSERT_FALSE(starts.empty());
+    EXPECT_EQ(end, starts.back());
+    EXPECT_EQ(NS::decodeCharacter(text, end).value, character.value);
+    starts.pop_back();
+  }
+  EXPECT_TRUE(starts.empty());
+}
+
+TEST(Unicode, goesToUTF16AndBackWithoutLoss) {
+  for (std::string text : {"aé€𐐨", "\xff\x80\xc3", "\xf0\x90\x90", "\xed\xb2\x80", ""})
+    EXPECT_EQ(NS::bytesFromUTF16(NS::utf16FromBytes(text)), text);
+  EXPECT_EQ(NS::bytesFromUTF16(u"\xd801"), "\ufffd");
+}
+
+} // namespace

@@ -1,0 +1,52 @@
+// The lock that belongs to an object's identity.
+#include "Foundation/Threads/Monitor.h"
+
+#include "Foundation/Threads/Dispatch.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+namespace {
+
+TEST(Monitor, keepsThreadsApartOnOneObject) {
+  NS::Object object;
+  int counter = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i)
+    threads.emplace_back([&] {
+      for (int round = 0; round < 1000; ++round)
+        NS::synchronized(object, [&] { ++counter; });
+    });
+  for (std::thread &thread : threads)
+    thread.join();
+  EXPECT_EQ(counter, 8000);
+}
+
+TEST(Monitor, mayBeTakenAgainByItsHolder) {
+  NS::Object object;
+  int depth = NS::synchronized(object, [&] {
+    NS::Monitor again(object);
+    return NS::synchronized(object, [] { return 3; });
+  });
+  EXPECT_EQ(depth, 3);
+}
+
+TEST(Monitor, ofOneObjectDoesNotHoldUpAnother) {
+  NS::Object one, other;
+  NS::Monitor held(one);
+  int seen = 0;
+  std::thread([&] { seen = NS::synchronized(other, [] { return 1; }); }).join();
+  EXPECT_EQ(seen, 1);
+}
+
+TEST(Monitor, isFreeAgainAfterAnException) {
+  NS::Object object;
+  EXPECT_THROW(NS::synchronized(object, [] { throw 1; }), int);
+  int seen = 0;
+  std::thread([&] { seen = NS::synchronized(object, [] { return 1; }); }).join();
+  EXPECT_EQ(seen, 1);
+}
+
+} // namespace

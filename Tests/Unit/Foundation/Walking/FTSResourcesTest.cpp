@@ -1,0 +1,221 @@
+// Walks that are cancelled, that run out of descriptors, and how many they
+// hold.
+#include "Foundation/Base/Progress.h"
+#include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Descriptors/DescriptorBudget.h"
+#include "Foundation/Threads/Thread.h"
+#include "Foundation/Walking/FTS.h"
+#include "Foundation/Walking/POSIX/HierarchyStream.h"
+
+#include "Support/FakeProcessors.h"
+#include "Support/ForkedChild.h"
+#include "Support/ScratchFolder.h"
+#include "Support/WalkSequence.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <functional>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace {
+
+using kwtest::inForkedChild;
+using kwtest::openDescriptorCount;
+using kwtest::quickFolder;
+using kwtest::ScratchFolder;
+using NS::FTSEntry;
+using NS::HierarchyStream;
+using NS::Progress;
+
+constexpr int physical = NS::FTSOption::PHYSICAL | NS::FTSOption::NOCHDIR;
+
+// Sleeps do not pass any time, but let something happen.
+class SleepWatcher final : public NS::Thread {
+public:
+  std::function<void()> onSleep = [] {};
+  int sleeps = 0;
+
+  void sleepForTimeInterval(double) override {
+    ++sleeps;
+    onSleep();
+  }
+  bool isMainThread() override { return false; }
+  std::vector<std::string> callStackSymbols() override { return {}; }
+
+private:
+  NS::ScopedOverride<NS::Thread> override_{*this};
+};
+
+void makeChain(const std::string &root, int depth) {
+  std::string path = root;
+  for (int level = 0; level < depth; ++level)
+    path += "/d";
+  std::filesystem::create_directories(path);
+}
+
+// The most that are open while the walk is below the level.
+std::size_t mostHeldBelow(int level, NS::FTSStream &stream, std::size_t before) {
+  std::size_t most = 0;
+  while (FTSEntry *entry = stream.read())
+    if (entry->level > level)
+      most = std::max(most, openDescriptorCount() - before);
+  return most;
+}
+
+TEST(FTSResources, holdsNoMoreDescriptorsThanItSaysAlone) {
+  ScratchFolder scratch(quickFolder());
+  makeChain(scratch.path(), 200);
+  const std::size_t before = openDescriptorCount();
+  auto stream = NS::FTS::shared().open(scratch.path(), physical);
+  EXPECT_EQ(mostHeldBelow(0, *stream, before), HierarchyStream::mostDescriptors - 1);
+}
+
+// Levels that were read ahead hold nothing any more once the walk is beyond.
+TEST(FTSResources, holdsNoMoreDescriptorsThanItSaysBelowFoldersReadAhead) {
+  ScratchFolder scratch(quickFolder());
+  makeChain(scratch.path(), 200);
+  kwtest::FakeProcessors processors(4);
+  const std::size_t before = openDescriptorCount();
+  auto stream = NS::FTS::shared().openForAll(scratch.path(), physical);
+  EXPECT_EQ(mostHeldBelow(100, *stream, before), HierarchyStream::mostDescriptors - 1);
+}
+
+TEST(FTSResources, leavesRoomForAnotherWalksStackInItsShare) {
+  static_assert(HierarchyStream::mostDescriptors * 2 <= NS::DescriptorBudget::perWalk);
+  NS::DescriptorBudget &walks = NS::DescriptorBudget::ofWalks();
+  const std::size_t before = walks.inUse();
+  ScratchFolder scratch;
+  auto stream = NS::FTS::shared().open(scratch.path(), physical);
+  EXPECT_EQ(walks.inUse(), before + 1);
+  while (stream->read()) {
+  }
+  EXPECT_EQ(walks.inUse(), before) << "given back at the end, not by the destructor";
+}
+
+TEST(FTSResources, readsNothingAheadWhereNoSharesAreToSpare) {
+  NS::DescriptorBudget &walks = NS::DescriptorBudget::ofWalks();
+  ScratchFolder scratch;
+  kwtest::FakeProcessors processors(4);
+  const std::size_t before = walks.inUse();
+  auto first = NS::FTS::shared().openForAll(scratch.path(), physical);
+  EXPECT_EQ(walks.inUse(), before + 1 + NS::DescriptorBudget::sharesForHelpers);
+  std::vector<NS::DescriptorBudget::Share> spare;
+  while (auto share = walks.takeSpare(1))
+    spare.push_back(std::move(share));
+  const std::size_t taken = walks.inUse();
+  auto second = NS::FTS::shared().openForAll(scratch.path(), physical);
+  EXPECT_EQ(walks.inUse(), taken) << "one share for both walks of this thread";
+}
+
+TEST(FTSResources, stopsAtTheNextItemWhenCancelled) {
+  ScratchFolder scratch;
+  makeChain(scratch.path(), 20);
+  for (unsigned processors : {1u, 4u}) {
+    const std::size_t before = openDescriptorCount();
+    Progress progress;
+    Progress::Scope scope(progress);
+    HierarchyStream stream(scratch.path(), physical, processors);
+    for (int item = 0; item < 10; ++item)
+      ASSERT_NE(stream.read(), nullptr);
+    EXPECT_EQ(stream.failure(), 0);
+    progress.cancel();
+    EXPECT_EQ(stream.read(), nullptr);
+    EXPECT_EQ(stream.failure(), ECANCELED);
+    EXPECT_EQ(openDescriptorCount(), before);
+    EXPECT_EQ(progress.snapshot().items, 10u);
+  }
+}
+
+TEST(FTSResources, hasNotFailedWhenItIsCancelledAfterItsEnd) {
+  ScratchFolder scratch;
+  Progress progress;
+  Progress::Scope scope(progress);
+  HierarchyStream stream(scratch.path(), physical, 1);
+  while (stream.read()) {
+  }
+  progress.cancel();
+  EXPECT_EQ(stream.read(), nullptr);
+  EXPECT_EQ(stream.failure(), 0);
+}
+
+TEST(FTSResources, countsEachItemOnceAndTellsWhereItIs) {
+  ScratchFolder scratch;
+  makeChain(scratch.path(), 3);
+  scratch.file("file", std::string(5000, 'x'));
+  ::sync(); // allocation is delayed until then on some volumes
+  Progress progress;
+  Progress::Scope scope(progress);
+  static_cast<void>(progress.snapshot()); // asks for a path
+  HierarchyStream stream(scratch.path(), physical, 1);
+  std::int64_t blocks = 0;
+  while (FTSEntry *entry = stream.read())
+    blocks += entry->info == NS::FTSInfo::DP ? 0 : entry->statp.blocks;
+  const Progress::Snapshot taken = progress.snapshot();
+  EXPECT_EQ(taken.items, 5u);
+  EXPECT_EQ(taken.bytes, static_cast<std::uint64_t>(blocks) * 512);
+  EXPECT_EQ(taken.path, scratch.path()) << "that of the first item after the question";
+}
+
+// Lets this process have so many descriptors more, by numbers from the lowest
+// free one.
+void limitTo(std::size_t more) {
+  const rlim_t most = openDescriptorCount() + more;
+  rlimit limit{most, most};
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+std::vector<int> openAll() {
+  std::vector<int> all;
+  for (int fd = 0; (fd = ::open("/", O_RDONLY | O_CLOEXEC)) >= 0;)
+    all.push_back(fd);
+  return all;
+}
+
+TEST(FTSResources, waitsForDescriptorsThatOthersGiveBack) {
+  ScratchFolder scratch;
+  makeChain(scratch.path(), 20);
+  const std::string expected = kwtest::theirs(scratch.path(), physical);
+  EXPECT_EQ(inForkedChild([&]() -> std::string {
+              SleepWatcher sleeps;
+              auto stream = NS::FTS::shared().open(scratch.path(), physical);
+              limitTo(8);
+              std::vector<int> hogs = openAll();
+              sleeps.onSleep = [&] {
+                for (int hog : hogs)
+                  ::close(hog);
+                hogs.clear();
+              };
+              if (kwtest::sequence(*stream, physical) != expected)
+                return "another sequence";
+              return sleeps.sleeps == 1 && stream->failure() == 0
+                         ? ""
+                         : std::to_string(sleeps.sleeps) + " sleeps";
+            }),
+            "");
+}
+
+TEST(FTSResources, failsRatherThanLeavingOutFoldersWithoutDescriptors) {
+  ScratchFolder scratch;
+  makeChain(scratch.path(), 20);
+  EXPECT_EQ(inForkedChild([&]() -> std::string {
+              SleepWatcher sleeps;
+              auto stream = NS::FTS::shared().open(scratch.path(), physical);
+              limitTo(8);
+              openAll();
+              while (FTSEntry *entry = stream->read())
+                if (entry->errnum != 0)
+                  return "an entry with errno " + std::to_string(entry->errnum);
+              return stream->failure() == EMFILE && sleeps.sleeps == 10
+                         ? ""
+                         : std::to_string(sleeps.sleeps) + " sleeps, failure " +
+                               std::to_string(stream->failure());
+            }),
+            "");
+}
+
+} // namespace

@@ -1,0 +1,391 @@
+// One client's requests: order, bounds, suspension; and the threads beneath.
+#include "Service/Linux/RequestQueue.h"
+#include "Foundation/Threads/Internal/WorkerPool.h"
+#include "Support/Signal.h"
+
+#include <atomic>
+#include <gmock/gmock.h>
+#include <numeric>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using kwtest::Signal;
+using NS::RequestQueue;
+using NS::RequestQueueLimits;
+using NS::WorkerPool;
+
+constexpr std::chrono::hours never{1};
+
+std::shared_ptr<WorkerPool> poolOf(std::size_t threads) {
+  return std::make_shared<WorkerPool>(NS::WorkerLimits{threads}, never);
+}
+
+std::shared_ptr<RequestQueue> resumedQueue(const std::shared_ptr<WorkerPool> &pool,
+                                           RequestQueueLimits limits = {}) {
+  auto queue = std::make_shared<RequestQueue>(pool, limits);
+  queue->resume();
+  return queue;
+}
+
+// Returns when all that is in the queue now has been done.
+void drain(RequestQueue &queue) {
+  const Signal reached;
+  ASSERT_TRUE(queue.enqueue([reached] { reached.raise(); }, 0));
+  reached.wait();
+}
+
+// A request that runs until it is let go.
+class Gate {
+public:
+  std::function<void()> request() const {
+    return [entered = entered_, opened = opened_] {
+      entered.raise();
+      opened.wait();
+    };
+  }
+  void waitUntilEntered() const { entered_.wait(); }
+  void open() const { opened_.raise(); }
+
+private:
+  Signal entered_;
+  Signal opened_;
+};
+
+TEST(RequestQueue, runsARequestAtOnceOnTheCallingThreadWhenNothingWaits) {
+  auto queue = resumedQueue(poolOf(1));
+  std::thread::id where;
+  EXPECT_TRUE(queue->runAtOnce([&where] { where = std::this_thread::get_id(); }));
+  EXPECT_EQ(where, std::this_thread::get_id());
+}
+
+TEST(RequestQueue, runsNothingAtOnceBehindARequestThatIsUnderWay) {
+  auto queue = resumedQueue(poolOf(1));
+  const Gate gate;
+  ASSERT_TRUE(queue->enqueue(gate.request(), 0));
+  gate.waitUntilEntered();
+  EXPECT_FALSE(queue->runAtOnce([] { ADD_FAILURE() << "it was not its turn"; }));
+  gate.open();
+  drain(*queue);
+}
+
+TEST(RequestQueue, runsNothingAtOnceWhileItIsSuspendedOrPaused) {
+  auto queue = resumedQueue(poolOf(1));
+  const auto request = [] { ADD_FAILURE() << "the queue was held"; };
+  queue->suspend();
+  EXPECT_FALSE(queue->runAtOnce(request));
+  queue->resume();
+  queue->pause();
+  EXPECT_FALSE(queue->runAtOnce(request));
+  queue->proceed();
+}
+
+TEST(RequestQueue, goesOnWithRequestsThatCameWhileOneRanAtOnce) {
+  auto queue = resumedQueue(poolOf(1));
+  const Signal done;
+  bool isRunning = false;
+  ASSERT_TRUE(queue->runAtOnce([&] {
+    isRunning = true;
+    ASSERT_TRUE(queue->enqueue(
+        [&] {
+          EXPECT_FALSE(isRunning);
+          done.raise();
+        },
+        0));
+    EXPECT_FALSE(queue->runAtOnce([] { ADD_FAILURE() << "one is under way"; }));
+    isRunning = false;
+  }));
+  done.wait();
+}
+
+TEST(RequestQueue, handlesRequestsInTheOrderOfTheirArrivalOneAtATime) {
+  auto queue = resumedQueue(poolOf(8));
+  std::vector<int> seen; // unguarded: that is the point
+  for (int number = 0; number < 1000; ++number)
+    ASSERT_TRUE(queue->enqueue([&seen, number] { seen.push_back(number); }, 0));
+  drain(*queue);
+  std::vector<int> expected(1000);
+  std::iota(expected.begin(), expected.end(), 0);
+  EXPECT_EQ(seen, expected);
+}
+
+TEST(RequestQueue, doesNotHoldUpAnotherQueue) {
+  auto pool = poolOf(8);
+  auto blocked = resumedQueue(pool);
+  auto other = resumedQueue(pool);
+  Gate gate;
+  ASSERT_TRUE(blocked->enqueue(gate.request(), 0));
+  gate.waitUntilEntered();
+  drain(*other); // comes back although the first one is still at work
+  gate.open();
+  drain(*blocked);
+}
+
+TEST(RequestQueue, refusesRequestsBeyondItsLimitAndKeepsTheRest) {
+  auto queue = resumedQueue(poolOf(2), {3, 1000});
+  Gate gate;
+  int done = 0;
+  ASSERT_TRUE(queue->enqueue(gate.request(), 0));
+  gate.waitUntilEntered();
+  for (int number = 0; number < 3; ++number)
+    EXPECT_TRUE(queue->enqueue([&] { ++done; }, 0));
+  EXPECT_FALSE(queue->enqueue([&] { done += 100; }, 0));
+  gate.open();
+  const Signal reached;
+  while (!queue->enqueue([reached] { reached.raise(); }, 0)) // until one has left
+    std::this_thread::yield();
+  reached.wait();
+  EXPECT_EQ(done, 3);
+}
+
+TEST(RequestQueue, countsTheBytesThatWait) {
+  auto queue = std::make_shared<RequestQueue>(poolOf(1), RequestQueueLimits{100, 10});
+  EXPECT_FALSE(queue->enqueue([] {}, 11));
+  EXPECT_TRUE(queue->enqueue([] {}, 10));
+  EXPECT_FALSE(queue->enqueue([] {}, 1));
+  EXPECT_TRUE(queue->enqueue([] {}, 0));
+  queue->resume();
+  const Signal reached;
+  ASSERT_TRUE(queue->enqueue([reached] { reached.raise(); }, 0));
+  reached.wait();
+  EXPECT_TRUE(queue->enqueue([] {}, 10));
+}
+
+TEST(RequestQueue, deliversNothingWhileSuspended) {
+  auto queue = resumedQueue(poolOf(2));
+  std::vector<int> seen;
+  Gate gate;
+  // As a request to end the process does: suspends from within.
+  ASSERT_TRUE(queue->enqueue(
+      [&, wait = gate.request()] {
+        queue->suspend();
+        seen.push_back(1);
+        wait();
+      },
+      0));
+  ASSERT_TRUE(queue->enqueue([&] { seen.push_back(2); }, 0));
+  gate.waitUntilEntered();
+  gate.open();
+  queue->resume();
+  drain(*queue);
+  EXPECT_THAT(seen, testing::ElementsAre(1, 2));
+}
+
+TEST(RequestQueue, isSuspendedUntilItsFirstResume) {
+  auto pool = poolOf(1);
+  auto queue = std::make_shared<RequestQueue>(pool, RequestQueueLimits{});
+  std::atomic<bool> done{false};
+  ASSERT_TRUE(queue->enqueue([&] { done = true; }, 0));
+  drain(*resumedQueue(pool));
+  EXPECT_FALSE(done);
+  queue->resume();
+  drain(*queue);
+  EXPECT_TRUE(done);
+}
+
+TEST(RequestQueue, finishesWaitingRequestsWhenItsOwnerIsGone) {
+  auto queue = resumedQueue(poolOf(2));
+  Gate gate;
+  const Signal last;
+  ASSERT_TRUE(queue->enqueue(gate.request(), 0));
+  gate.waitUntilEntered();
+  ASSERT_TRUE(queue->enqueue([last] { last.raise(); }, 0));
+  queue.reset();
+  gate.open();
+  last.wait();
+}
+
+TEST(RequestQueue, dropsWaitingRequestsWhenItsOwnerIsGoneWhileSuspended) {
+  auto token = std::make_shared<int>(0);
+  std::weak_ptr<int> watched = token;
+  auto queue = std::make_shared<RequestQueue>(poolOf(1), RequestQueueLimits{});
+  ASSERT_TRUE(queue->enqueue([token = std::move(token)] {}, 0));
+  queue.reset();
+  EXPECT_TRUE(watched.expired());
+}
+
+TEST(RequestQueue, whilePausedKeepsNewRequestsAndThenDoesThem) {
+  auto pool = poolOf(1);
+  auto queue = resumedQueue(pool);
+  const Gate gate;
+  ASSERT_TRUE(queue->enqueue(gate.request(), 0));
+  gate.waitUntilEntered();
+  queue->pause();
+  std::atomic<int> done = 0;
+  for (int number = 0; number < 10; ++number)
+    ASSERT_TRUE(queue->enqueue([&] { ++done; }, 0));
+  gate.open();
+  auto other = resumedQueue(pool);
+  drain(*other); // the only thread has left the paused queue
+  EXPECT_EQ(done, 0);
+  queue->proceed();
+  drain(*queue);
+  EXPECT_EQ(done, 10);
+}
+
+TEST(RequestQueue, whenSuspendedAsWellStaysSoAfterAPause) {
+  auto queue = resumedQueue(poolOf(1));
+  queue->suspend();
+  queue->pause();
+  std::atomic<int> done = 0;
+  ASSERT_TRUE(queue->enqueue([&] { ++done; }, 0));
+  queue->proceed();
+  EXPECT_EQ(done, 0);
+  queue->resume();
+  drain(*queue);
+  EXPECT_EQ(done, 1);
+}
+
+TEST(RequestQueue, sharesTheThreadsWithOtherUsers) {
+  auto pool = std::make_shared<WorkerPool>(NS::WorkerLimits{2, 1}, never);
+  auto blocked = resumedQueue(pool), behind = resumedQueue(pool), other = resumedQueue(pool);
+  other->setUser(1);
+  Gate gate;
+  ASSERT_TRUE(blocked->enqueue(gate.request(), 0));
+  gate.waitUntilEntered();
+  const Signal sameUser;
+  ASSERT_TRUE(behind->enqueue([sameUser] { sameUser.raise(); }, 0));
+  drain(*other);
+  EXPECT_FALSE(sameUser.isRaised());
+  gate.open();
+  sameUser.wait();
+}
+
+TEST(WorkerPool, startsAThreadForEachPieceOfWorkThatBlocks) {
+  WorkerPool pool({16}, never);
+  std::vector<Gate> gates(5);
+  for (Gate &gate : gates)
+    pool.submit(gate.request());
+  for (Gate &gate : gates)
+    gate.waitUntilEntered(); // all at the same time
+  EXPECT_EQ(pool.threadCount(), 5u);
+  for (Gate &gate : gates)
+    gate.open();
+}
+
+TEST(WorkerPool, usesAnIdleThreadAgain) {
+  WorkerPool pool({16}, never);
+  for (int round = 0; round < 50; ++round) {
+    const Signal done;
+    pool.submit([done] { done.raise(); });
+    done.wait();
+    while (pool.idleThreadCount() == 0)
+      std::this_thread::yield();
+  }
+  EXPECT_EQ(pool.threadCount(), 1u);
+}
+
+TEST(WorkerPool, keepsToItsLimitAndDoesTheRestLater) {
+  WorkerPool pool({2}, never);
+  Gate one, other;
+  const Signal third;
+  pool.submit(one.request());
+  pool.submit(other.request());
+  one.waitUntilEntered();
+  other.waitUntilEntered();
+  pool.submit([third] { third.raise(); });
+  EXPECT_EQ(pool.threadCount(), 2u);
+  EXPECT_FALSE(third.isRaised());
+  one.open();
+  third.wait();
+  other.open();
+}
+
+TEST(WorkerPool, letsIdleThreadsGoAllButOne) {
+  WorkerPool pool({8}, std::chrono::milliseconds(1));
+  std::vector<Gate> gates(4);
+  for (Gate &gate : gates)
+    pool.submit(gate.request());
+  for (Gate &gate : gates)
+    gate.waitUntilEntered();
+  for (Gate &gate : gates)
+    gate.open();
+  while (pool.threadCount() > 1)
+    std::this_thread::yield();
+  const Signal done;
+  pool.submit([done] { done.raise(); });
+  done.wait();
+}
+
+TEST(WorkerPool, beginsAnothersWorkAtOnceThoughOneUserHasMoreThanItsShare) {
+  WorkerPool pool({4, 3}, never);
+  std::vector<Gate> gates(5);
+  for (const Gate &gate : gates)
+    pool.submit(gate.request(), 1);
+  for (int begun = 0; begun < 3; ++begun)
+    gates[static_cast<std::size_t>(begun)].waitUntilEntered();
+  EXPECT_EQ(pool.threadCount(), 3u) << "the fourth thread is not for this user";
+  const Signal others;
+  pool.submit([others] { others.raise(); }, 2);
+  others.wait();
+  for (const Gate &gate : gates)
+    gate.open();
+  for (const Gate &gate : gates)
+    gate.waitUntilEntered();
+}
+
+TEST(WorkerPool, beginsTheFirstPieceOfEachUserBeyondItsLimit) {
+  WorkerPool pool({2}, never);
+  std::vector<Gate> gates(6);
+  for (unsigned user = 0; user < 6; ++user) {
+    pool.submit(gates[user].request(), user);
+    gates[user].waitUntilEntered();
+  }
+  const Signal second;
+  pool.submit([second] { second.raise(); }, 3);
+  EXPECT_FALSE(second.isRaised()) << "the limit is reached, and this user has its turn";
+  EXPECT_EQ(pool.threadCount(), 6u);
+  for (const Gate &gate : gates)
+    gate.open();
+  second.wait();
+}
+
+TEST(WorkerPool, takesTheWorkOfSeveralUsersByTurns) {
+  WorkerPool pool({2}, never);
+  Gate first, second;
+  pool.submit(first.request(), 1);
+  first.waitUntilEntered();
+  pool.submit(second.request(), 2);
+  second.waitUntilEntered();
+  std::string order; // unguarded: one thread is free, the other stays at the gate
+  const Signal done;
+  for (char piece : {'a', 'b', 'c'})
+    pool.submit([&order, piece] { order += piece; }, 1);
+  for (char piece : {'x', 'y', 'z'})
+    pool.submit([&order, piece] { order += piece; }, 2);
+  pool.submit([done] { done.raise(); }, 2);
+  EXPECT_EQ(pool.threadCount(), 2u);
+  first.open();
+  done.wait();
+  EXPECT_EQ(order, "axbycz");
+  second.open();
+}
+
+TEST(WorkerPool, preparesEachThreadBeforeItsWork) {
+  std::atomic<int> prepared = 0;
+  WorkerPool pool({8}, never, [&] { ++prepared; });
+  Gate one, other;
+  pool.submit(one.request());
+  pool.submit(other.request());
+  one.waitUntilEntered();
+  other.waitUntilEntered();
+  EXPECT_EQ(prepared, 2);
+  one.open();
+  other.open();
+}
+
+TEST(WorkerPool, finishesSubmittedWorkBeforeItGoes) {
+  const Signal done;
+  Gate gate;
+  {
+    WorkerPool pool({1}, never);
+    pool.submit(gate.request());
+    gate.waitUntilEntered();
+    pool.submit([done] { done.raise(); });
+  }
+  gate.open();
+  done.wait();
+}
+
+} // namespace
