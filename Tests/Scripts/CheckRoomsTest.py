@@ -17,51 +17,86 @@ LINES = (
      "Tools must not include Agent/KWPrivilegedOperation.h"),
     ("Additions/NSStringAdditions.cpp", '#include "Tools/RVFileSizer.h"',
      "Additions must not include Tools/RVFileSizer.h"),
-    ("Foundation/Error.h", '#include "Additions/NSURLAdditions.h"',
-     "Foundation must not include Additions/NSURLAdditions.h"),
+    ("Foundation/Base/Error.h", '#include "Additions/NSURLAdditions.h"',
+     "Foundation/Base must not include Additions/NSURLAdditions.h"),
+    ("Foundation/Base/Error.h", '#include "Foundation/Text/Unicode.h"',
+     "Foundation/Base must not include Foundation/Text/Unicode.h"),
+    ("Foundation/Walking/FTS.h", '#include "Foundation/Trees/FileManager.h"',
+     "Foundation/Walking must not include Foundation/Trees/FileManager.h"),
+    ("Foundation/Trees/Linux/TreeMove.cpp", '#include "Protocol/XPCInterface.h"',
+     "Foundation/Trees must not include Protocol/XPCInterface.h"),
+    ("Protocol/Identity.h", '#include "Service/XPCListener.h"',
+     "Protocol must not include Service/XPCListener.h"),
+    ("Tools/KWDitoTask.cpp", '#include "Service/XPCListener.h"',
+     "Tools must not include Service/XPCListener.h"),
     ("Client/Request.cpp", '#include "Tools/RVFileSizer.h"',
      "Client must not include Tools/RVFileSizer.h"),
+    ("Client/Request.cpp", '#include "Foundation/Trees/FileManager.h"',
+     "Client must not include Foundation/Trees/FileManager.h"),
     ("CommandLine/Session.cpp", '#include "Agent/KWPrivilegedOperation.h"',
      "CommandLine must not include Agent/KWPrivilegedOperation.h"),
     ("Agent/main.cpp", '#include "Client/Client.h"', "Agent must not include Client/Client.h"),
     ("Agent/main.cpp", '#include "Nowhere/Client.h"', "Agent must not include Nowhere/Client.h"),
+    ("Agent/main.cpp", '#include "Foundation/Error.h"',
+     "Agent must not include Foundation/Error.h"),
     ("Agent/main.cpp", '#include "KWPrivilegedOperation.h"',
      "KWPrivilegedOperation.h is not named by its room"),
     ("Tools/KWDitoTask.cpp", '#include "Tools/../Agent/KWPrivilegedOperation.h"',
      "Tools/../Agent/KWPrivilegedOperation.h is not named by its room"),
+    # Parts of a room that the code above the platform must not see.
+    ("Tools/KWDitoTask.cpp", '#include "Foundation/Threads/Internal/WorkerPool.h"',
+     "Foundation/Threads/Internal/WorkerPool.h is internal to the platform's rooms"),
+    ("Foundation/Threads/Dispatch.h", '#include "Foundation/Threads/Internal/WorkerPool.h"',
+     "Foundation/Threads/Internal/WorkerPool.h is internal to the platform's rooms"),
     # Hosts.
-    ("Agent/main.cpp", '#include "Foundation/Linux/DesktopEntry.h"',
-     "Foundation/Linux/DesktopEntry.h belongs to the bodies of Linux"),
-    ("Tools/KWDitoTask.cpp", '#  include "Foundation/POSIX/Descriptor.h"',
-     "Foundation/POSIX/Descriptor.h belongs to the bodies of POSIX"),
-    ("Foundation/Error.h", '#include "Foundation/POSIX/Descriptor.h"',
-     "Foundation/POSIX/Descriptor.h belongs to the bodies of POSIX"),
-    ("Foundation/POSIX/Error.cpp", '#include "Foundation/Linux/DesktopEntry.h"',
-     "Foundation/Linux/DesktopEntry.h belongs to the bodies of Linux"),
-    ("Foundation/macOS/Launchd.cpp", '#include "Foundation/Linux/DesktopEntry.h"',
-     "Foundation/Linux/DesktopEntry.h belongs to the bodies of Linux"),
-    ("Foundation/Linux/Launchd.cpp", '#include "Foundation/macOS/ExtendedAttributeCalls.h"',
-     "Foundation/macOS/ExtendedAttributeCalls.h belongs to the bodies of macOS"),
-    ("Client/Request.cpp", '#include "Foundation/Linux/BusConnection.h"',
-     "Foundation/Linux/BusConnection.h belongs to the bodies of Linux"),
-    ("Client/AgentConnection.cpp", '#include "Foundation/Linux/DesktopEntry.h"',
-     "Foundation/Linux/DesktopEntry.h belongs to the bodies of Linux"),
+    ("Agent/main.cpp", '#include "Foundation/Desktop/Linux/DesktopEntry.h"',
+     "Foundation/Desktop/Linux/DesktopEntry.h belongs to the bodies of Linux"),
+    ("Tools/KWDitoTask.cpp", '#  include "Foundation/Descriptors/POSIX/Descriptor.h"',
+     "Foundation/Descriptors/POSIX/Descriptor.h belongs to the bodies of POSIX"),
+    ("Foundation/Descriptors/Pipe.h", '#include "Foundation/Descriptors/POSIX/Descriptor.h"',
+     "Foundation/Descriptors/POSIX/Descriptor.h belongs to the bodies of POSIX"),
+    ("Foundation/Threads/Internal/Crew.cpp",
+     '#include "Foundation/Descriptors/POSIX/Descriptor.h"',
+     "Foundation/Threads must not include Foundation/Descriptors/POSIX/Descriptor.h"),
+    ("Foundation/Walking/Internal/FolderSharing.cpp",
+     '#include "Foundation/Descriptors/POSIX/Descriptor.h"',
+     "Foundation/Descriptors/POSIX/Descriptor.h belongs to the bodies of POSIX"),
+    ("Foundation/Files/POSIX/FileContents.cpp", '#include "Foundation/Files/Linux/ItemLocation.h"',
+     "Foundation/Files/Linux/ItemLocation.h belongs to the bodies of Linux"),
+    ("Foundation/Files/macOS/MountPoint.cpp", '#include "Foundation/Files/Linux/ItemLocation.h"',
+     "Foundation/Files/Linux/ItemLocation.h belongs to the bodies of Linux"),
+    ("Foundation/Files/Linux/MountPoint.cpp",
+     '#include "Foundation/Files/macOS/ExtendedAttributeCalls.h"',
+     "Foundation/Files/macOS/ExtendedAttributeCalls.h belongs to the bodies of macOS"),
+    ("Client/Request.cpp", '#include "Protocol/Linux/BusConnection.h"',
+     "Protocol/Linux/BusConnection.h belongs to the bodies of Linux"),
+    ("Client/AgentConnection.cpp", '#include "Service/Linux/BusThread.h"',
+     "Client must not include Service/Linux/BusThread.h"),
     # The platform.
-    ("Client/Request.cpp", "#include <poll.h>", "platform header <poll.h> above the seam"),
+    ("Client/Request.cpp", "#include <poll.h>",
+     "platform header <poll.h> outside the folders of a host"),
     ("Client/Client.h", "#include <systemd/sd-bus.h>",
-     "platform header <systemd/sd-bus.h> above the seam"),
+     "platform header <systemd/sd-bus.h> outside the folders of a host"),
     ("CommandLine/Session.cpp", "# include <unistd.h>",
-     "platform header <unistd.h> above the seam"),
-    ("Foundation/FileManager.h", "#include <fcntl.h>", "platform header <fcntl.h> above the seam"),
-    ("Foundation/POSIX/Error.cpp", "#include <sys/inotify.h>",
+     "platform header <unistd.h> outside the folders of a host"),
+    ("Foundation/Trees/FileManager.h", "#include <fcntl.h>",
+     "platform header <fcntl.h> outside the folders of a host"),
+    ("Foundation/Base/Error.cpp", "#include <fcntl.h>",
+     "platform header <fcntl.h> outside the folders of a host"),
+    ("Foundation/Text/Unicode.h", "#include <unicode/uregex.h>",
+     "platform header <unicode/uregex.h> outside the folders of a host"),
+    ("Foundation/Base/POSIX/Log.cpp", "#include <sys/inotify.h>",
      "<sys/inotify.h> is not in both hosts' libraries"),
-    ("Foundation/POSIX/Error.cpp", "#include <glib.h>", "<glib.h> is not in both hosts' libraries"),
-    ("Foundation/Linux/Launchd.cpp", "#include <mach/mach.h>", "<mach/mach.h> is not of Linux"),
-    ("Foundation/macOS/Launchd.cpp", "#include <linux/fs.h>", "<linux/fs.h> is not of macOS"),
+    ("Foundation/Base/POSIX/Log.cpp", "#include <glib.h>",
+     "<glib.h> is not in both hosts' libraries"),
+    ("Foundation/Processes/Linux/Launchd.cpp", "#include <mach/mach.h>",
+     "<mach/mach.h> is not of Linux"),
+    ("Foundation/Processes/macOS/Launchd.cpp", "#include <linux/fs.h>",
+     "<linux/fs.h> is not of macOS"),
     ("Agent/main.cpp", "#ifdef __linux__", "tests for a platform"),
     ("Tools/KWDitoTask.h", "#if !defined(__APPLE__)", "tests for a platform"),
-    ("Foundation/FileManager.h", "#elif TARGET_OS_OSX", "tests for a platform"),
-    ("Foundation/POSIX/Error.cpp", "#ifdef __APPLE__", "tests for a platform"),
+    ("Foundation/Trees/FileManager.h", "#elif TARGET_OS_OSX", "tests for a platform"),
+    ("Foundation/Base/POSIX/Log.cpp", "#ifdef __APPLE__", "tests for a platform"),
 )
 
 
@@ -136,10 +171,13 @@ class CheckRoomsTest(unittest.TestCase):
     def test_allowed_includes_pass(self):
         for path, line in (("Agent/main.cpp", '#include "Tools/RVFileSizer.h"'),
                            ("Client/Request.cpp", "#include <vector>"),
-                           ("Client/AgentConnection.cpp", '#include "Foundation/Linux/BusText.h"'),
-                           ("Foundation/macOS/Launchd.cpp", "#include <mach/mach.h>"),
-                           ("Foundation/Linux/Launchd.cpp", "#ifdef __linux__"),
-                           ("Foundation/POSIX/Error.cpp", "#include <unicode/uregex.h>"),
+                           ("Client/AgentConnection.cpp", '#include "Protocol/Linux/BusText.h"'),
+                           ("Agent/main.cpp", '#include "Foundation/Text/Unicode.h"'),
+                           ("Service/Linux/BusThread.cpp",
+                            '#include "Foundation/Threads/Internal/WorkerPool.h"'),
+                           ("Foundation/Processes/macOS/Launchd.cpp", "#include <mach/mach.h>"),
+                           ("Foundation/Processes/Linux/Launchd.cpp", "#ifdef __linux__"),
+                           ("Foundation/Base/Error.cpp", "#include <unicode/uregex.h>"),
                            ("Agent/main.cpp", "// #include <poll.h>")):
             self.assertEqual(self.added(f"Sources/{path}", f"{line}\n"), [], line)
 
@@ -152,9 +190,41 @@ class CheckRoomsTest(unittest.TestCase):
         self.addCleanup((self.root / "Tests/Unit/Tools/PlantedTest.cpp").unlink)
         for name in ("Sources/Tools/Planted.cpp", "Sources/Tools/Planted+Part.cpp"):
             self.assertEqual(self.planted(name, ""), [f"{name}: no header of that name"])
-        self.assertEqual(self.without("Sources/Foundation/URL.h"), [
-            "Sources/Foundation/POSIX/URL.cpp: no header of that name",
-            "Sources/Foundation/POSIX/URLResourceValues.cpp: no header of that name"])
+        files = "Sources/Foundation/Files"
+        self.assertEqual(self.without(f"{files}/URL.h"), [
+            f"{files}/POSIX/URL.cpp: no header of that name",
+            f"{files}/POSIX/URLResourceValues.cpp: no header of that name"])
+        self.make("Sources/Foundation/Text/URL.h")
+        self.addCleanup((self.root / "Sources/Foundation/Text/URL.h").unlink)
+        self.assertEqual(len(self.without(f"{files}/URL.h")), 2, "a header of another room")
+
+    def test_a_file_outside_of_all_rooms_is_found(self):
+        for name in ("Sources/Foundation/Planted.h", "Sources/Foundation/Walking/Parts/Planted.h",
+                     "Sources/Nowhere/Planted.h", "Sources/Tools/Linux/Planted.h",
+                     "Sources/Planted.h"):
+            self.assertEqual(self.planted(name, ""), [f"{name}: its folder is no room"])
+
+    def test_a_file_in_posix_that_calls_nothing_of_the_platform_is_found(self):
+        name = "Sources/Foundation/Base/POSIX/Planted.h"
+        idle = [f"{name}: calls nothing of the platform"]
+        self.assertEqual(self.planted(name, "#include <vector>\n"), idle)
+        self.assertEqual(self.planted(name, "#include <unistd.h>\n"), [])
+        name = "Sources/Foundation/Walking/POSIX/Planted.h"
+        text = '#include "Foundation/Walking/POSIX/FolderCalls.h"\n'
+        self.assertEqual(self.planted(name, text), [])
+
+    def test_a_room_of_the_build_that_names_a_higher_one_is_found(self):
+        name = "Sources/CMakeLists.txt"
+        text = (self.root / name).read_text(encoding="utf-8")
+        self.addCleanup((self.root / name).write_text, text, encoding="utf-8")
+        for line, changed in (("Foundation/Text kw_base", "Foundation/Text kw_base kw_files"),
+                              ("Foundation/Base)", "Foundation/Base kw_base)")):
+            self.assertIn(line, text)
+            (self.root / name).write_text(text.replace(line, changed), encoding="utf-8")
+            target = "kw_text" if "Text" in line else "kw_base"
+            self.assertEqual(self.complaints(self.root), [
+                f"{name}: {target} names {changed.split()[-1].rstrip(')')}, "
+                "which no line above it makes"])
 
     def test_a_body_without_a_test_is_found(self):
         self.make("Sources/Tools/Planted.h")
@@ -179,8 +249,8 @@ class CheckRoomsTest(unittest.TestCase):
         for line, complaint in (
                 ("Tools/Nothing: KWDitoTaskTest", "Tools/Nothing is no source"),
                 ("Tools/KWDitoTask: FilesTest", "Tools/KWDitoTask has a test of its own name"),
-                ("Foundation/Spawn: NothingTest", "Foundation/Spawn: there is no NothingTest"),
-                ("Foundation/Spawn:", "Foundation/Spawn: no tests")):
+                ("Descriptors/Spawn: NothingTest", "Descriptors/Spawn: there is no NothingTest"),
+                ("Descriptors/Spawn:", "Descriptors/Spawn: no tests")):
             self.assertEqual(self.added(LIST, f"\n{line}\n"), [f"{LIST}: {complaint}"])
 
 
