@@ -1,4 +1,4 @@
-// Internal to Foundation.
+// The journal on this host.
 #pragma once
 
 #include "Service/RequestJournal.h"
