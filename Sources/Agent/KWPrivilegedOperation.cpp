@@ -2,6 +2,8 @@
 // protocol's order, with the kinds taken from the method's own type.
 #include "Agent/KWPrivilegedOperation.h"
 
+#include "Protocol/BusNames.h"
+
 #include <cstddef>
 #include <tuple>
 #include <type_traits>
@@ -157,7 +159,7 @@ XPCMethod pleaseTerminate() {
 // clang-format off
 XPCInterface description() {
   using P = KWPrivilegedOperation;
-  return {"org.keepwell.KWPrivilegedOperation", {
+  return {kOperationInterface, {
       changing(pleaseTerminate(), isAlwaysDone),
       prompt(describe("echo:withReply:", "Echo", {"text"},
                       &P::echo, {"text", "error"})),

@@ -1,6 +1,8 @@
 // The progress protocol and the proxy of a client's receiver.
 #include "Agent/KWPrivilegedOperationProgress.h"
 
+#include "Protocol/BusNames.h"
+
 #include <utility>
 
 namespace kw {
@@ -26,9 +28,9 @@ private:
 
 std::shared_ptr<const NS::XPCInterface> KWPrivilegedOperationProgress::interface() {
   static const auto shared = std::make_shared<const NS::XPCInterface>(NS::XPCInterface{
-      "org.keepwell.KWPrivilegedOperationProgress",
+      kOutputInterface,
       {{receiveNewOutputSelector,
-        "ReceiveNewOutput",
+        kOutputMember,
         {{"output", NS::XPCKind::String}},
         {},
         true,

@@ -3,6 +3,7 @@
 #include "Client/AgentConnection.h"
 
 #include "Client/BusFailure.h"
+#include "Protocol/BusNames.h"
 #include "Protocol/Identity.h"
 #include "Protocol/Linux/BusConnection.h"
 #include "Protocol/Linux/BusText.h"
@@ -22,20 +23,12 @@ using NS::BusError;
 using NS::BusMessage;
 using Kind = ClientError::Kind;
 
-constexpr const char *agentPath = "/org/keepwell/pro/agent";
-constexpr const char *operationInterface = "org.keepwell.KWPrivilegedOperation";
-constexpr const char *outputInterface = "org.keepwell.KWPrivilegedOperationProgress";
-constexpr const char *controlInterface = "org.keepwell.KWRequestControl";
-
 // A flood of messages on this connection must not keep requests from being
 // sent.
 constexpr int mostHandledAtOnce = 256;
 
 // The bus counts calls without an answer, which include the requests.
 constexpr std::size_t mostCancelsSent = 16;
-
-// The agent's limit for the text of one request.
-constexpr std::size_t mostTextBytes = std::size_t{16} << 20;
 
 ClientError errorOfBus(const BusError &error) {
   return {Kind::Unreachable, error.name(), error.what()};
@@ -47,7 +40,7 @@ ClientError errorOfBus(const BusError &error) {
 
 // The bus changes invalid text, which would then name another item.
 void checkText(const std::string &text, std::size_t &bytes) {
-  if ((bytes += text.size()) > mostTextBytes)
+  if ((bytes += text.size()) > kMostArgumentBytes)
     refuse("text this long cannot be sent to the agent");
   if (!NS::isBusText(text))
     refuse("text that is no UTF-8 cannot be sent to the agent");
@@ -95,6 +88,7 @@ private:
     bool nameIsLost = false;
   };
 
+  BusMessage makeAgentCall(const char *interface, const std::string &member);
   void sendCall(BusMessage &call, Awaited awaited);
   BusMessage callToBus(const char *member, const std::string &argument);
   void watchAgent();
@@ -139,10 +133,15 @@ void AgentBus::sendCall(BusMessage &call, Awaited awaited) {
   awaited_.insert(std::move(node));
 }
 
+BusMessage AgentBus::makeAgentCall(const char *interface, const std::string &member) {
+  static const std::string name(kAgentServiceName);
+  static const std::string path = objectPathForName(name);
+  return bus_.makeCall(name, path, interface, member);
+}
+
 void AgentBus::send(Number number, const AgentMessage &message) {
   try {
-    BusMessage call = bus_.makeCall(std::string(kAgentServiceName), agentPath, operationInterface,
-                                    message.member);
+    BusMessage call = makeAgentCall(kOperationInterface, message.member);
     writeArguments(call, message.arguments);
     wantsProgress_ |= message.isFollowed;
     if (message.mayEndAgent || message.hasProgress || wantsProgress_ ||
@@ -163,19 +162,18 @@ void AgentBus::send(Number number, const AgentMessage &message) {
 // settings hold for all later requests.
 void AgentBus::tellSettings() {
   if (options_.endRequestsOnLeaving && !endsOnLeaving_) {
-    tell("EndRequestsOnLeaving");
+    tell(kEndMember);
     endsOnLeaving_ = true;
   }
   if (wantsProgress_ && !isSubscribed_) {
-    tell("SubscribeToProgress");
+    tell(kSubscribeMember);
     isSubscribed_ = true;
   }
 }
 
 // An agent too old for it answers with an error, which changes nothing.
 void AgentBus::tell(const char *setting) {
-  BusMessage call =
-      bus_.makeCall(std::string(kAgentServiceName), agentPath, controlInterface, setting);
+  BusMessage call = makeAgentCall(kControlInterface, setting);
   call.write(true);
   sendCall(call, {});
 }
@@ -220,8 +218,7 @@ void AgentBus::sendCancels() {
     });
     if (found == awaited_.end())
       continue;
-    BusMessage call =
-        bus_.makeCall(std::string(kAgentServiceName), agentPath, controlInterface, "Cancel");
+    BusMessage call = makeAgentCall(kControlInterface, kCancelMember);
     call.write(found->first);
     sendCall(call, {Purpose::Cancel, number});
     ++cancelsSent_;
@@ -351,9 +348,9 @@ void AgentBus::handleSignal(BusMessage &signal) {
         return;
       static_cast<void>(signal.readText()); // the former owner
       agentIs(std::string(signal.readText()));
-    } else if (isOfAgent && interface == outputInterface && member == "ReceiveNewOutput") {
+    } else if (isOfAgent && interface == kOutputInterface && member == kOutputMember) {
       receiver_->progressed(std::string(signal.readText()));
-    } else if (isOfAgent && interface == controlInterface && member == "Progress") {
+    } else if (isOfAgent && interface == kControlInterface && member == kProgressMember) {
       auto found = awaited_.find(signal.readUInt32());
       if (found == awaited_.end() || found->second.purpose != Purpose::Request)
         return;

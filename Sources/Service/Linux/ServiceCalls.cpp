@@ -2,6 +2,7 @@
 #include "Service/Linux/ServiceCalls.h"
 
 #include "Foundation/Base/Log.h"
+#include "Protocol/BusNames.h"
 #include "Protocol/Linux/BusValues.h"
 #include "Service/Linux/BusDescription.h"
 
@@ -21,9 +22,6 @@ constexpr const char *unknownObject = "org.freedesktop.DBus.Error.UnknownObject"
 constexpr const char *unknownInterface = "org.freedesktop.DBus.Error.UnknownInterface";
 constexpr const char *unknownProperty = "org.freedesktop.DBus.Error.UnknownProperty";
 constexpr const char *propertyReadOnly = "org.freedesktop.DBus.Error.PropertyReadOnly";
-
-// The limit for all texts of one request.
-constexpr std::size_t maximumArgumentBytes = std::size_t{16} << 20;
 
 [[noreturn]] void refuse(const char *error, const std::string &text) {
   throw BusError(error, text);
@@ -107,7 +105,7 @@ BusMessage ServiceCalls::answerTo(BusMessage &call) {
     refuse(unknownObject, "There is no such object here.");
   if (interface == propertiesInterface)
     return answerAboutProperties(call);
-  if (interface == ServiceControl::interfaceName) {
+  if (interface == kw::kControlInterface) {
     const char *signature = ServiceControl::signatureOf(call.member());
     if (!signature)
       refuseMember(call);
@@ -136,7 +134,7 @@ bool ServiceCalls::servesInterface(std::string_view name) const {
   for (const auto &interface : {served_.exported, served_.remote})
     if (interface && interface->name == name)
       return true;
-  return name == ServiceControl::interfaceName || name == peerInterface ||
+  return name == kw::kControlInterface || name == peerInterface ||
          name == introspectableInterface || name == propertiesInterface;
 }
 
@@ -168,7 +166,7 @@ void ServiceCalls::deliver(BusMessage &call) {
   if (!method->invoker)
     refuse(notSupported, member + " is not supported here.");
   XPCValues arguments = readValues(call, method->arguments);
-  if (memoryOf(arguments) > maximumArgumentBytes)
+  if (memoryOf(arguments) > kw::kMostArgumentBytes)
     refuse(limitsExceeded, "The arguments of " + member + " are too large.");
   ServiceReplies::Expected expected = replies_.expect(*method, call);
   try {

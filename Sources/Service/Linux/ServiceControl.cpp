@@ -1,16 +1,12 @@
 // Cancels requests, and reports their progress.
 #include "Service/Linux/ServiceControl.h"
 
+#include "Protocol/BusNames.h"
+
 #include <utility>
 
 namespace NS {
 namespace {
-
-constexpr const char *cancelMember = "Cancel";
-constexpr const char *endMember = "EndRequestsOnLeaving";
-constexpr const char *subscribeMember = "SubscribeToProgress";
-constexpr const char *progressMember = "Progress";
-constexpr const char *trialMember = "ReadingTrial";
 
 constexpr std::chrono::milliseconds betweenProgress{250};
 
@@ -51,17 +47,17 @@ std::string_view ServiceControl::description() {
 }
 
 const char *ServiceControl::signatureOf(std::string_view member) {
-  if (member == cancelMember)
+  if (member == kw::kCancelMember)
     return "u";
-  return member == endMember || member == subscribeMember ? "b" : nullptr;
+  return member == kw::kEndMember || member == kw::kSubscribeMember ? "b" : nullptr;
 }
 
 BusMessage ServiceControl::handle(BusMessage &call) {
   BusMessage reply = call.makeReply();
   const std::string_view client = call.sender();
-  if (call.member() == cancelMember)
+  if (call.member() == kw::kCancelMember)
     reply.write(replies_.cancel(client, call.readUInt32()));
-  else if (call.member() == endMember)
+  else if (call.member() == kw::kEndMember)
     clients_.clientOf(client).endsOnLeaving = call.readBool();
   else
     setFollowing(client, call.readBool());
@@ -106,7 +102,8 @@ void ServiceControl::tell(const std::string &client, Told &told) {
         now.insert_or_assign(serial, request.progress.snapshot()).first->second;
     if (!isNews(snapshot, told[serial]) || outbox_.isWaiting(client))
       return;
-    BusMessage signal = thread_.bus().makeSignal(client, path_, interfaceName, progressMember);
+    BusMessage signal =
+        thread_.bus().makeSignal(client, path_, kw::kControlInterface, kw::kProgressMember);
     signal.write(serial);
     signal.write(snapshot.items);
     signal.write(snapshot.bytes);
@@ -117,7 +114,8 @@ void ServiceControl::tell(const std::string &client, Told &told) {
 }
 
 BusMessage ServiceControl::makeTrial(const std::string &client, std::size_t bytes) {
-  BusMessage trial = thread_.bus().makeSignal(client, path_, interfaceName, trialMember);
+  BusMessage trial =
+      thread_.bus().makeSignal(client, path_, kw::kControlInterface, kw::kReadingTrialMember);
   trial.write(std::string(bytes, ' '));
   return trial;
 }

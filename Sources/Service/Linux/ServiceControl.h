@@ -15,8 +15,6 @@ namespace NS {
 
 class ServiceControl {
 public:
-  static constexpr const char *interfaceName = "org.keepwell.KWRequestControl";
-
   // All of them must outlive it.
   ServiceControl(BusThread &thread, BusOutbox &outbox, ServiceClients &clients,
                  ServiceReplies &replies, std::string path);

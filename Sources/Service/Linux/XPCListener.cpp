@@ -15,12 +15,12 @@
 #include "Foundation/Base/Exception.h"
 #include "Foundation/Base/Log.h"
 #include "Foundation/Processes/Process.h"
+#include "Protocol/BusNames.h"
 #include "Protocol/Linux/BusValues.h"
 #include "Service/Internal/RequestInvocation.h"
 #include "Service/Linux/FreeMemory.h"
 #include "Service/Linux/ServiceCalls.h"
 
-#include <algorithm>
 #include <future>
 #include <utility>
 
@@ -31,12 +31,6 @@ constexpr std::chrono::seconds workerIdleTime{10};
 
 // The longest time for an ending process to release its name.
 constexpr std::chrono::milliseconds nameReleaseTime{500};
-
-std::string objectPathForName(const std::string &name) {
-  std::string path = "/" + name;
-  std::replace(path.begin(), path.end(), '.', '/');
-  return path;
-}
 
 // The parts that serve the name while this process has it.
 struct Service {
@@ -156,7 +150,7 @@ void BusListener::resume() {
   if (service_)
     return;
   service_ = std::make_unique<Service>(
-      bus_, ServiceCalls::Served{objectPathForName(name_), exported_, remote_},
+      bus_, ServiceCalls::Served{kw::objectPathForName(name_), exported_, remote_},
       [this](const std::shared_ptr<XPCConnection> &connection) { return accepts(connection); });
   service_->watchClients();
   takeName();
