@@ -12,7 +12,7 @@
 
 namespace NS {
 
-template <typename Seam, typename Real = void> class SharedInstance {
+template <typename Seam, typename Real> class SharedInstance {
 public:
   static Seam &get() {
     Seam *replacement = replacement_.load(std::memory_order_acquire);
@@ -32,24 +32,6 @@ private:
   }
 
   static inline std::atomic<Seam *> replacement_{nullptr};
-};
-
-// For bodies that keep the real instance themselves.
-template <typename Seam> class SharedInstance<Seam, void> {
-public:
-  explicit SharedInstance(Seam &real) : real_(real) {}
-
-  Seam &get() const {
-    Seam *replacement = replacement_.load(std::memory_order_acquire);
-    return replacement ? *replacement : real_;
-  }
-  Seam *exchange(Seam *replacement) {
-    return replacement_.exchange(replacement, std::memory_order_acq_rel);
-  }
-
-private:
-  Seam &real_;
-  std::atomic<Seam *> replacement_{nullptr};
 };
 
 // Replaces a seam's shared instance for the life of this object. Two threads

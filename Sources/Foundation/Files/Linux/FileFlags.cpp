@@ -151,20 +151,16 @@ private:
   }
 };
 
-SharedInstance<FileFlags> &instance() {
-  static RealFileFlags real;
-  static SharedInstance<FileFlags> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<FileFlags, RealFileFlags>;
 
 } // namespace
 
 FileFlags &FileFlags::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 FileFlags *FileFlags::exchangeShared(FileFlags *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

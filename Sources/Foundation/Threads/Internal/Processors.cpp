@@ -11,20 +11,16 @@ public:
   unsigned usable() const override { return host::usableProcessors(); }
 };
 
-SharedInstance<Processors> &instance() {
-  static UsableProcessors real;
-  static SharedInstance<Processors> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<Processors, UsableProcessors>;
 
 } // namespace
 
 Processors &Processors::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 Processors *Processors::exchangeShared(Processors *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

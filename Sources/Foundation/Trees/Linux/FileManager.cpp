@@ -251,20 +251,16 @@ public:
   }
 };
 
-SharedInstance<FileManager> &instance() {
-  static RealFileManager real;
-  static SharedInstance<FileManager> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<FileManager, RealFileManager>;
 
 } // namespace
 
 FileManager &FileManager::defaultManager() {
-  return instance().get();
+  return Shared::get();
 }
 
 FileManager *FileManager::exchangeShared(FileManager *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

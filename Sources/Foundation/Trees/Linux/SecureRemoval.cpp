@@ -166,20 +166,16 @@ public:
   }
 };
 
-SharedInstance<SecureRemoval> &instance() {
-  static RealSecureRemoval real;
-  static SharedInstance<SecureRemoval> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<SecureRemoval, RealSecureRemoval>;
 
 } // namespace
 
 SecureRemoval &SecureRemoval::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 SecureRemoval *SecureRemoval::exchangeShared(SecureRemoval *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS

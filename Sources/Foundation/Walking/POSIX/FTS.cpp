@@ -34,20 +34,16 @@ public:
   }
 };
 
-SharedInstance<FTS> &instance() {
-  static FileHierarchies real;
-  static SharedInstance<FTS> shared(real);
-  return shared;
-}
+using Shared = SharedInstance<FTS, FileHierarchies>;
 
 } // namespace
 
 FTS &FTS::shared() {
-  return instance().get();
+  return Shared::get();
 }
 
 FTS *FTS::exchangeShared(FTS *replacement) {
-  return instance().exchange(replacement);
+  return Shared::exchange(replacement);
 }
 
 } // namespace NS
