@@ -31,6 +31,11 @@ Shim &shim() {
   return instance;
 }
 
+std::mutex &shimMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
 } // namespace kwtest::darwin
 
 using namespace kwtest::darwin;

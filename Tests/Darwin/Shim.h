@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -30,12 +31,19 @@ struct Shim {
   std::vector<std::size_t> bulkSizes; // of the buffers that it was given
   std::vector<int> bulkErrors;        // of its next calls, the first first
 
+  // By inode number, the file flags that this host does not have.
+  std::map<std::uint64_t, std::uint32_t> otherFlags;
+  bool clones = true; // whether a volume can clone its files
+  int cloned = 0;     // files
+
   std::optional<std::string> mountPoint; // what statfs tells, else "/"
   std::optional<std::string> executable; // what _NSGetExecutablePath tells
 };
 
 // The one that the calls use.
 Shim &shim();
+// Held by calls that several threads make, while they use the shim.
+std::mutex &shimMutex();
 
 // A fresh shim for the length of a test.
 class ShimScope {

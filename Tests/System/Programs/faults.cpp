@@ -237,6 +237,7 @@ SHIM_BOTH(off_t, lseek, (int descriptor, off_t offset, int whence), (descriptor,
 SHIM(int, flock, (int descriptor, int operation), (descriptor, operation))
 SHIM(int, pipe2, (int *ends, int flags), (ends, flags))
 SHIM(ssize_t, getrandom, (void *buffer, std::size_t size, unsigned flags), (buffer, size, flags))
+SHIM(int, getentropy, (void *buffer, std::size_t size), (buffer, size))
 SHIM(int, poll, (struct pollfd * waits, nfds_t count, int timeout), (waits, count, timeout))
 SHIM(int, nanosleep, (const struct timespec *time, struct timespec *left), (time, left))
 SHIM_AS("sched_affinity", int, sched_getaffinity, (pid_t thread, std::size_t size, cpu_set_t *set),

@@ -382,6 +382,7 @@ PLAUSIBLE = {
     "fsync": [errno.EIO, errno.ENOSPC], "fdatasync": [errno.EIO, errno.ENOSPC],
     "syncfs": [errno.EIO, errno.ENOSPC], "flock": [errno.ENOLCK, errno.EWOULDBLOCK],
     "ioctl": [errno.EIO, errno.ENOTTY, errno.EPERM], "getrandom": [errno.EINTR, errno.ENOSYS],
+    "getentropy": [errno.EIO, errno.ENOSYS],
     "posix_spawn": [errno.EAGAIN, errno.ENOMEM, errno.ENOENT], "spawn_actions": [errno.ENOMEM],
     "pidfd_open": [errno.EMFILE, errno.ENOSYS], "waitpid": [errno.EINTR],
     "poll": [errno.EINTR], "nanosleep": [errno.EINTR], "sched_affinity": [errno.EINVAL],

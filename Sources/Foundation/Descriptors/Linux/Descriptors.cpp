@@ -1,6 +1,7 @@
 // Pipes and child processes by the calls that only this host has.
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 
+#include "Foundation/Descriptors/Linux/HandlePath.h"
 #include "Foundation/Descriptors/POSIX/Descriptor.h"
 #include "Foundation/Descriptors/POSIX/HostDescriptors.h"
 
@@ -24,8 +25,7 @@ int openUnlessDevice(const char *path, int flags) {
     errno = EOPNOTSUPP;
     return -1;
   }
-  std::string link = "/proc/self/fd/" + std::to_string(handle.get());
-  return ::open(link.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  return ::open(handlePath(handle.get()).c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
 }
 
 int openExitDescriptor(int processIdentifier) {

@@ -2,8 +2,8 @@
 #include "Foundation/Descriptors/FileHandle.h"
 
 #include "Foundation/Base/Exception.h"
-#include "Foundation/Base/Internal/Retrying.h"
 #include "Foundation/Base/Log.h"
+#include "Foundation/Base/POSIX/Retrying.h"
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 #include "Foundation/Descriptors/POSIX/Descriptor.h"
 

@@ -2,7 +2,7 @@
 // descriptors that only refer to an item. An access list is an attribute here.
 #include "Foundation/Files/POSIX/AttributeCopy.h"
 
-#include "Foundation/Files/Linux/ItemLocation.h"
+#include "Foundation/Descriptors/Linux/HandlePath.h"
 
 #include <algorithm>
 #include <array>

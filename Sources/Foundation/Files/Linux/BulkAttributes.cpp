@@ -1,22 +1,19 @@
-// Fills the packed records by getdents64 and statx. The place within a folder
+// Fills the packed records from listings and statuses. The place within a folder
 // is the descriptor's own offset: the next call reads records again that did
 // not fit into the caller's buffer.
 #include "Foundation/Files/BulkAttributes.h"
 
-#include "Foundation/Base/Internal/Retrying.h"
 #include "Foundation/Base/Log.h"
+#include "Foundation/Base/POSIX/Retrying.h"
 #include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Files/Internal/AttributeRecords.h"
-#include "Foundation/Files/Linux/ItemLocation.h"
-#include "Foundation/Walking/POSIX/DirectoryRecords.h"
+#include "Foundation/Files/POSIX/ItemCalls.h"
+#include "Foundation/Walking/POSIX/FolderCalls.h"
 
 #include <cerrno>
-#include <climits>
-#include <dirent.h>
 #include <fcntl.h>
-#include <string_view>
+#include <string>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -49,15 +46,16 @@ std::uint32_t objectType(std::uint32_t mode) {
 }
 
 bool readAttributes(int folder, const char *name, ItemAttributes &attributes) {
-  struct statx found;
-  if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE | STATX_SIZE,
-              &found) != 0)
+  FTSStat found;
+  if (int error = foldercalls::readStatus(folder, name, found)) {
+    errno = error;
     return false;
-  attributes.type = objectType(found.stx_mode);
+  }
+  attributes.type = objectType(found.mode);
   // A folder has no size attributes of files.
   bool isFolder = attributes.type == VnodeDirectory;
-  attributes.totalSize = isFolder ? 0 : found.stx_size;
-  attributes.blockSize = isFolder ? 0 : found.stx_blksize;
+  attributes.totalSize = isFolder ? 0 : static_cast<std::uint64_t>(found.size);
+  attributes.blockSize = isFolder ? 0 : static_cast<std::uint32_t>(found.blockSize);
   return true;
 }
 
@@ -66,11 +64,9 @@ bool mayPass(int error) {
 }
 
 void logEnd(int folder, int error) {
-  char path[PATH_MAX];
-  ssize_t length = ::readlink(handlePath(folder).c_str(), path, sizeof path);
-  Log("%@ cannot be read to its end: %s",
-      std::string_view(path, length < 0 ? 0 : static_cast<std::size_t>(length)),
-      std::generic_category().message(error));
+  std::string path;
+  static_cast<void>(itemcalls::readPath(folder, path));
+  Log("%@ cannot be read to its end: %s", path, std::generic_category().message(error));
 }
 
 // The records of one call for a caller's buffer.
@@ -85,8 +81,7 @@ public:
   int fill() {
     alignas(8) char bytes[directoryBufferSize];
     while (count_ < wanted_) {
-      long read =
-          retrying([&] { return ::syscall(SYS_getdents64, descriptor_, bytes, sizeof bytes); });
+      long read = retrying([&] { return foldercalls::list(descriptor_, bytes, sizeof bytes); });
       if (read < 0)
         return failed(errno);
       if (read == 0)

@@ -1,7 +1,7 @@
 // Reading and replacing whole files.
 #include "Foundation/Files/FileContents.h"
 
-#include "Foundation/Base/Internal/Retrying.h"
+#include "Foundation/Base/POSIX/Retrying.h"
 #include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 #include "Foundation/Descriptors/POSIX/Descriptor.h"
@@ -34,16 +34,6 @@ int readAll(int descriptor, std::string &data) {
       return EFBIG;
     data.append(buffer.data(), static_cast<std::size_t>(count));
   }
-}
-
-int writeAll(int descriptor, std::string_view data) {
-  while (!data.empty()) {
-    ssize_t count = retrying([&] { return ::write(descriptor, data.data(), data.size()); });
-    if (count < 0)
-      return errno;
-    data.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return 0;
 }
 
 constexpr const char *temporaryPrefix = ".keepwell-new-";
@@ -153,7 +143,7 @@ Descriptor Replacement::createNamed(std::string name, mode_t mode) {
 }
 
 int Replacement::fill(int descriptor, std::string_view data) const {
-  if (int failure = writeAll(descriptor, data))
+  if (int failure = writeFully(descriptor, data.data(), data.size(), 0))
     return failure;
   return retrying([&] { return ::fsync(descriptor); }) == 0 ? 0 : errno;
 }

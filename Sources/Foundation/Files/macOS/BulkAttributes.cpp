@@ -3,8 +3,8 @@
 // works on all. This file packs its records anew as those of getdirentriesattr.
 #include "Foundation/Files/BulkAttributes.h"
 
-#include "Foundation/Base/Internal/Retrying.h"
 #include "Foundation/Base/Log.h"
+#include "Foundation/Base/POSIX/Retrying.h"
 #include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Files/Internal/AttributeRecords.h"
 

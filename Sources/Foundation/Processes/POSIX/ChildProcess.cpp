@@ -2,7 +2,7 @@
 #include "Foundation/Processes/POSIX/ChildProcess.h"
 
 #include "Foundation/Base/Exception.h"
-#include "Foundation/Base/Internal/Retrying.h"
+#include "Foundation/Base/POSIX/Retrying.h"
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 
 #include <algorithm>

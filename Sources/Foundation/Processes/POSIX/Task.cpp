@@ -2,7 +2,7 @@
 #include "Foundation/Processes/Task.h"
 
 #include "Foundation/Base/Exception.h"
-#include "Foundation/Base/Internal/Retrying.h"
+#include "Foundation/Base/POSIX/Retrying.h"
 #include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 #include "Foundation/Processes/POSIX/ChildProcess.h"

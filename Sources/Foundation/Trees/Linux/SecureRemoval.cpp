@@ -7,12 +7,12 @@
 // reach.
 #include "Foundation/Trees/SecureRemoval.h"
 
-#include "Foundation/Base/Internal/Retrying.h"
+#include "Foundation/Base/POSIX/Retrying.h"
 #include "Foundation/Base/Progress.h"
 #include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Descriptors/DescriptorBudget.h"
 #include "Foundation/Descriptors/POSIX/Descriptor.h"
-#include "Foundation/Trees/Linux/TreeRemoval.h"
+#include "Foundation/Trees/Internal/TreeRemoval.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -114,10 +114,9 @@ private:
       if (Progress::current().isCancelled())
         return ECANCELED;
       std::size_t length = std::min(block.size(), static_cast<std::size_t>(end - start));
-      ssize_t written = retrying([&] { return ::pwrite(file, block.data(), length, start); });
-      if (written <= 0)
-        return written < 0 ? errno : EIO;
-      start += written;
+      if (int error = writeFully(file, block.data(), length, start))
+        return error;
+      start += static_cast<off_t>(length);
     }
     return 0;
   }

@@ -1,7 +1,7 @@
 // The record of copied items, in memory and beyond it.
-#include "Foundation/Trees/Linux/CopiedItems.h"
+#include "Foundation/Trees/POSIX/CopiedItems.h"
 
-#include "Foundation/Trees/Linux/ItemCopy.h"
+#include "Foundation/Trees/POSIX/ItemCopy.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // Moves to another volume whose source changes meanwhile, and attributes that
 // the other volume cannot hold: no data is lost, and no user gains access.
-#include "Foundation/Trees/Linux/TreeMove.h"
+#include "Foundation/Trees/POSIX/TreeMove.h"
 
 #include "Foundation/Trees/FileManager.h"
 #include "Support/AccessList.h"

@@ -1,6 +1,6 @@
 // When a process ends half-way, the next work in the folder removes its
 // leftover beside the destination. It never removes an item under construction.
-#include "Foundation/Trees/Linux/Staging.h"
+#include "Foundation/Trees/POSIX/Staging.h"
 #include "Foundation/Files/FileContents.h"
 #include "Foundation/Files/POSIX/TemporaryNames.h"
 #include "Foundation/Trees/FileManager.h"
@@ -56,6 +56,7 @@ TEST(Staging, removesLeftoversOfEarlierProcessesUnderAnyNumber) {
   ScratchFolder scratch;
   for (const char *name : {".keepwell-copy-00", ".keepwell-copy-07", ".keepwell-copy-15"})
     leaveCopyBehind(scratch, name);
+  scratch.file(".keepwell-copy-07/record", "of the items copied so far");
   Descriptor parent = openFolder(scratch.path());
   NS::Staging staging;
   ASSERT_TRUE(staging.open(parent.get()).isDone());

@@ -1,6 +1,6 @@
 // The result of a removal for an item that vanishes, a lost way back, and a
 // requester that cancels.
-#include "Foundation/Trees/Linux/TreeRemoval.h"
+#include "Foundation/Trees/Internal/TreeRemoval.h"
 
 #include "Foundation/Base/Progress.h"
 #include "Foundation/Files/FileFlags.h"

@@ -26,6 +26,8 @@ public:
 
   explicit CopiedItems(std::size_t bound = mostInMemory);
 
+  // The name that the file has for a moment, until it has none.
+  static constexpr const char *fileName = "record";
   // Names a folder for the file of the fingerprints beyond the bound. The
   // descriptor must stay open during the recording.
   void spillInto(int folder) { folder_ = folder; }

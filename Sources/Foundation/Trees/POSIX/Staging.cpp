@@ -14,14 +14,15 @@
 //
 // Nothing can be renamed out of an append-only folder. There the folder is built
 // in the next folder above on the same volume.
-#include "Foundation/Trees/Linux/Staging.h"
+#include "Foundation/Trees/POSIX/Staging.h"
 
 #include "Foundation/Base/Log.h"
 #include "Foundation/Base/Progress.h"
-#include "Foundation/Files/Linux/ItemLocation.h"
+#include "Foundation/Files/POSIX/ItemLocation.h"
 #include "Foundation/Files/POSIX/TemporaryNames.h"
-#include "Foundation/Trees/Linux/ItemCopy.h"
-#include "Foundation/Trees/Linux/TreeRemoval.h"
+#include "Foundation/Trees/Internal/TreeRemoval.h"
+#include "Foundation/Trees/POSIX/CopiedItems.h"
+#include "Foundation/Trees/POSIX/ItemCopy.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -58,6 +59,7 @@ void removeWithin(const Descriptor &folder, const char *name) {
 void removeStaged(int parent, const std::string &name, const Descriptor &folder) {
   removeWithin(folder, Staging::itemName);
   removeWithin(folder, linksName);
+  removeWithin(folder, CopiedItems::fileName);
   if (::unlinkat(parent, name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT)
     Log("The unfinished copy %@ could not be removed (error %d)", name, errno);
 }
@@ -78,13 +80,13 @@ StepOutcome openParent(int destination, Descriptor &parent) {
       return {TreeStep::Check, errno, TreeSide::Copy};
     if (StepOutcome outcome = readStatus(parent.get(), "", status); outcome.isFailed())
       return {TreeStep::Check, outcome.errnum(), TreeSide::Copy};
-    if (!status.isAppendOnly && !status.isImmutable)
+    if (!status.isLocked())
       return {};
     // A folder above a mount point is on another volume; that above the root
     // is the root.
-    if (status.isImmutable || status.isMountPoint)
+    if (status.isImmutable() || status.isMountPoint)
       return {TreeStep::Check, EPERM, TreeSide::Copy};
-    parent = Descriptor(::openat(parent.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    parent = Descriptor(::openat(parent.get(), "..", itemcalls::placeFlags));
   }
 }
 

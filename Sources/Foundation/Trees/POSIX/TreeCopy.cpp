@@ -1,30 +1,34 @@
 // A copy from its beginning to its place.
-#include "Foundation/Trees/Linux/TreeCopy.h"
+#include "Foundation/Trees/POSIX/TreeCopy.h"
 
 #include "Foundation/Base/Progress.h"
-#include "Foundation/Trees/Linux/CopiedItems.h"
-#include "Foundation/Trees/Linux/CopyWalk.h"
-#include "Foundation/Trees/Linux/ItemCopy.h"
+#include "Foundation/Trees/POSIX/CopiedItems.h"
+#include "Foundation/Trees/POSIX/CopyCalls.h"
+#include "Foundation/Trees/POSIX/CopyWalk.h"
+#include "Foundation/Trees/POSIX/ItemCopy.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace NS {
 namespace {
 
 bool exists(const ItemLocation &location) {
-  return ::faccessat(location.parent.get(), location.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+  ItemStatus status;
+  return readStatus(location.parent.get(), location.name.c_str(), status).isDone();
 }
 
 // Tells whether the folder is the item or within it.
 bool liesWithin(int folder, const ItemStatus &item) {
-  Descriptor current(::openat(folder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  Descriptor current(::openat(folder, ".", itemcalls::placeFlags));
   ItemStatus here, above;
   if (!current || readStatus(current.get(), "", here).isFailed())
     return false;
   while (here.device != item.device || here.inode != item.inode) {
-    Descriptor next(::openat(current.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    Descriptor next(::openat(current.get(), "..", itemcalls::placeFlags));
     if (!next || readStatus(next.get(), "", above).isFailed())
       return false;
     if (above.device == here.device && above.inode == here.inode)
@@ -48,8 +52,7 @@ int syncItem(const ItemLocation &location) {
                            O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!item)
     return errno;
-  int result = S_ISDIR(status.mode) ? ::syncfs(item.get()) : ::fsync(item.get());
-  return result == 0 ? 0 : errno;
+  return S_ISDIR(status.mode) ? copycalls::syncVolume(item.get()) : copycalls::syncFile(item.get());
 }
 
 } // namespace
@@ -98,12 +101,8 @@ TreeResult StagedCopy::place() {
 int renameWithoutReplacing(const ItemLocation &source, const ItemLocation &target) {
   int from = source.parent.get(), to = target.parent.get();
   const char *name = source.name.c_str(), *newName = target.name.c_str();
-  if (::renameat2(from, name, to, newName, RENAME_NOREPLACE) == 0)
-    return 0;
-  // EINVAL is also the error of a folder moved into itself, which the plain
-  // rename below gives again.
-  if (errno != EINVAL && errno != ENOSYS)
-    return errno;
+  if (int error = itemcalls::renameExclusively(from, name, to, newName); error != ENOTSUP)
+    return error;
   ItemStatus status;
   if (StepOutcome outcome = readStatus(from, name, status); outcome.isFailed())
     return outcome.errnum();

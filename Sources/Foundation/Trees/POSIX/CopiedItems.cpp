@@ -6,10 +6,10 @@
 // file as a run; memory keeps the first fingerprint of each block of it. A lookup
 // searches the run in memory, and for each run in the file finds the one block
 // that can hold the fingerprint, reads it and searches it.
-#include "Foundation/Trees/Linux/CopiedItems.h"
+#include "Foundation/Trees/POSIX/CopiedItems.h"
 
-#include "Foundation/Base/Internal/Retrying.h"
-#include "Foundation/Trees/Linux/ItemCopy.h"
+#include "Foundation/Base/POSIX/Retrying.h"
+#include "Foundation/Trees/POSIX/ItemCopy.h"
 
 #include <algorithm>
 #include <array>
@@ -18,6 +18,7 @@
 #include <fcntl.h>
 #include <initializer_list>
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace NS {
@@ -28,7 +29,7 @@ constexpr std::size_t blockCount = 512; // fingerprints that are read at once
 // Takes the time when the host has no random bytes.
 std::uint64_t randomKey() {
   std::uint64_t key = 0;
-  if (::getrandom(&key, sizeof key, 0) == static_cast<ssize_t>(sizeof key))
+  if (::getentropy(&key, sizeof key) == 0)
     return key;
   return static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
 }
@@ -53,28 +54,11 @@ std::uint64_t number(const timespec &time) {
 
 // A file that disappears with its descriptor.
 Descriptor openUnnamedFile(int folder) {
-  Descriptor file(::openat(folder, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  Descriptor file(::openat(folder, CopiedItems::fileName, O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC,
+                           S_IRUSR | S_IWUSR));
   if (file)
-    return file;
-  constexpr const char *name = "record";
-  file =
-      Descriptor(::openat(folder, name, O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
-  if (file)
-    static_cast<void>(::unlinkat(folder, name, 0));
+    static_cast<void>(::unlinkat(folder, CopiedItems::fileName, 0));
   return file;
-}
-
-int writeAll(int file, const void *bytes, std::size_t size, off_t at) {
-  const auto *next = static_cast<const char *>(bytes);
-  while (size > 0) {
-    ssize_t count = retrying([&] { return ::pwrite(file, next, size, at); });
-    if (count <= 0)
-      return count < 0 ? errno : EIO;
-    next += count;
-    at += count;
-    size -= static_cast<std::size_t>(count);
-  }
-  return 0;
 }
 
 } // namespace
@@ -112,8 +96,8 @@ int CopiedItems::spill() {
   if (!file_)
     return errno;
   std::sort(recent_.begin(), recent_.end());
-  if (int error = writeAll(file_.get(), recent_.data(), recent_.size() * sizeof(Fingerprint),
-                           static_cast<off_t>(inFile_ * sizeof(Fingerprint))))
+  if (int error = writeFully(file_.get(), recent_.data(), recent_.size() * sizeof(Fingerprint),
+                             static_cast<off_t>(inFile_ * sizeof(Fingerprint))))
     return error;
   Run run{inFile_, recent_.size(), {}};
   for (std::size_t at = 0; at < recent_.size(); at += blockCount)

@@ -1,19 +1,18 @@
 // Going down in the original and the copy, folder by folder.
-#include "Foundation/Trees/Linux/CopyWalk.h"
+#include "Foundation/Trees/POSIX/CopyWalk.h"
 
 #include "Foundation/Base/Progress.h"
-#include "Foundation/Trees/Linux/CopiedItems.h"
-#include "Foundation/Trees/Linux/ItemCopy.h"
-#include "Foundation/Walking/Internal/FolderSharing.h"
+#include "Foundation/Trees/POSIX/CopiedItems.h"
+#include "Foundation/Trees/POSIX/ItemCopy.h"
 #include "Foundation/Walking/POSIX/FolderChain.h"
+#include "Foundation/Walking/POSIX/FolderSharing.h"
 
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <dirent.h>
-#include <fcntl.h>
-#include <memory>
 #include <mutex>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -110,30 +109,14 @@ private:
     return failure(outcome, source_.depth() > depth ? "" : entry->name);
   }
 
-  // A folder out of which others are shared, and its copy.
-  struct SharedFolder final : FolderSharing::Portion {
-    Descriptor source;
-    Descriptor target;
-    std::string path;
-  };
-
   bool share(const char *name) {
     if (copy_.mountPoints() != MountPoints::Refuse)
       return false;
-    auto makePortion = [this]() -> std::shared_ptr<SharedFolder> {
-      auto folder = std::make_shared<SharedFolder>();
-      folder->source = Descriptor(::fcntl(source_.folder(), F_DUPFD_CLOEXEC, 0));
-      folder->target = Descriptor(::fcntl(target_.folder(), F_DUPFD_CLOEXEC, 0));
-      folder->path = pathOf("");
-      return folder->source && folder->target ? folder : nullptr;
-    };
     return copy_.sharing.share(
-        source_.depth(), makePortion,
-        [&copy = copy_, name = std::string(name)](FolderSharing::Portion &portion,
-                                                  HelperPlace &place) {
-          auto &folder = static_cast<SharedFolder &>(portion);
-          std::string path = folder.path + "/" + name;
-          CopyRoot root{folder.source.get(), name, path, folder.target.get(), name};
+        source_, &target_, root_.path,
+        [&copy = copy_, name = std::string(name)](const SharedFolder &above, HelperPlace &place) {
+          std::string path = above.path + "/" + name;
+          CopyRoot root{above.original.get(), name, path, above.copy.get(), name};
           return CopyWalk(root, copy, place, false).run();
         });
   }

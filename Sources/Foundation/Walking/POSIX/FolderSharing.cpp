@@ -1,11 +1,11 @@
 // Portions by depth, and the first failure.
-#include "Foundation/Walking/Internal/FolderSharing.h"
+#include "Foundation/Walking/POSIX/FolderSharing.h"
 
 #include "Foundation/Threads/Internal/Processors.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <new>
-#include <string>
 #include <utility>
 
 namespace NS {
@@ -14,19 +14,35 @@ namespace {
 // The number of folders that the walk meets before it starts threads.
 constexpr unsigned foldersWithoutCrew = 4;
 
+Descriptor duplicateOf(int folder) {
+  return Descriptor(::fcntl(folder, F_DUPFD_CLOEXEC, 0));
+}
+
+// Null when there is no descriptor for it.
+std::shared_ptr<SharedFolder> portionOf(const FolderChain &original, const FolderChain *copy,
+                                        const std::string &rootPath) {
+  auto portion = std::make_shared<SharedFolder>();
+  portion->original = duplicateOf(original.folder());
+  if (copy)
+    portion->copy = duplicateOf(copy->folder());
+  portion->path = original.pathOf(rootPath, "");
+  return portion->original && (portion->copy || !copy) ? portion : nullptr;
+}
+
 } // namespace
 
 FolderSharing::FolderSharing() : work_(Processors::shared().usable()) {}
 
-bool FolderSharing::share(std::size_t depth, const PortionMaker &makePortion,
-                          const FolderWork &work) {
+bool FolderSharing::share(const FolderChain &original, const FolderChain *copy,
+                          const std::string &rootPath, const FolderWork &work) {
+  const std::size_t depth = original.depth();
   if (depth > sharedLevels || ++folders_ <= foldersWithoutCrew || !mayHold() || !work_.hasRoom())
     return false;
-  std::shared_ptr<Portion> &portion = portions_[depth - 1];
+  std::shared_ptr<SharedFolder> &portion = portions_[depth - 1];
   if (!portion)
-    portion = makePortion();
-  return portion && work_.offer(portion, [this, shared = portion.get(), work](HelperPlace &place) {
-    deal(*shared, work, place);
+    portion = portionOf(original, copy, rootPath);
+  return portion && work_.offer(portion, [this, above = portion.get(), work](HelperPlace &place) {
+    deal(*above, work, place);
   });
 }
 
@@ -46,11 +62,11 @@ bool FolderSharing::mayHold() {
 }
 
 // Runs on any thread.
-void FolderSharing::deal(Portion &portion, const FolderWork &work, HelperPlace &place) {
+void FolderSharing::deal(const SharedFolder &above, const FolderWork &work, HelperPlace &place) {
   if (isFailed())
     return;
   try {
-    TreeResult failure = work(portion, place);
+    TreeResult failure = work(above, place);
     if (failure && !failure->isGone()) {
       // It is not the requested item.
       failure->item = TreeItem::Inner;

@@ -3,37 +3,15 @@
 #pragma once
 
 #include "Foundation/Files/POSIX/AttributeCopy.h"
+#include "Foundation/Files/POSIX/ItemCalls.h"
 #include "Foundation/Walking/Internal/TreeOutcome.h"
 
-#include <ctime>
-#include <sys/stat.h>
 #include <sys/types.h>
 
 namespace NS {
 
-// The attributes that a copy takes over from its original, and those that show
-// whether the original has changed since.
-struct ItemStatus {
-  mode_t mode = 0;
-  uid_t owner = 0;
-  gid_t group = 0;
-  dev_t device = 0; // of the volume that holds the item
-  ino_t inode = 0;
-  nlink_t links = 0;
-  dev_t representedDevice = 0; // of a device node
-  off_t size = 0;
-  timespec times[2] = {}; // access, modification
-  timespec changed = {};  // the last change of data, attributes or names
-  bool isImmutable = false;
-  bool isAppendOnly = false;
-  bool isMountPoint = false;
-
-  // Neither it nor its contents can be removed.
-  bool isLocked() const { return isImmutable || isAppendOnly; }
-};
-
 // Reads the status of the item itself, never of a link's target. An empty name
-// means the open item, for which a descriptor that only refers to it suffices.
+// means the open item.
 StepOutcome readStatus(int folder, const char *name, ItemStatus &status);
 
 // Copies the data of an open file; holes stay holes. Leaves out data appended
@@ -42,10 +20,9 @@ StepOutcome readStatus(int folder, const char *name, ItemStatus &status);
 StepOutcome copyData(int source, int target, off_t size);
 
 // Copies owner, extended attributes (access lists included), mode and times
-// from one open item to another; descriptors that only refer to an item
-// suffice. Leaves out and notes attributes that the target's volume cannot
-// hold, or that this process may not set; the copy then grants no access that
-// the original denied.
+// from one open item or node to another. Leaves out and notes attributes that
+// the target's volume cannot hold, or that this process may not set; the copy
+// then grants no access that the original denied.
 StepOutcome copyMetadata(int source, int target, const ItemStatus &status, LeftOut &leftOut);
 
 // Makes the item, which must not exist yet, with all of the above. The status

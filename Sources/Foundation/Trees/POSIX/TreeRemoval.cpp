@@ -1,16 +1,16 @@
 // Removes from the leaves up: files as the walk meets them, a folder when the
 // walk leaves it. Items that others remove meanwhile count as removed.
-#include "Foundation/Trees/Linux/TreeRemoval.h"
+#include "Foundation/Trees/Internal/TreeRemoval.h"
 
 #include "Foundation/Base/Progress.h"
-#include "Foundation/Files/Linux/ItemLocation.h"
-#include "Foundation/Walking/Internal/FolderSharing.h"
+#include "Foundation/Files/POSIX/ItemCalls.h"
+#include "Foundation/Files/POSIX/ItemLocation.h"
 #include "Foundation/Walking/POSIX/FolderChain.h"
+#include "Foundation/Walking/POSIX/FolderSharing.h"
 
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <unistd.h>
 #include <utility>
 
@@ -84,27 +84,12 @@ private:
     return failure(outcome, chain_.depth() > depth ? "" : entry.name);
   }
 
-  // A folder whose subfolders are shared out.
-  struct SharedFolder final : FolderSharing::Portion {
-    SharedFolder(Descriptor open, std::string itsPath)
-        : descriptor(std::move(open)), path(std::move(itsPath)) {}
-    Descriptor descriptor;
-    std::string path;
-  };
-
   bool share(const char *name) {
-    auto makePortion = [this]() -> std::shared_ptr<SharedFolder> {
-      Descriptor copy(::fcntl(chain_.folder(), F_DUPFD_CLOEXEC, 0));
-      if (!copy)
-        return nullptr;
-      return std::make_shared<SharedFolder>(std::move(copy), chain_.pathOf(root_.path, ""));
-    };
-    return sharing_.share(chain_.depth(), makePortion,
+    return sharing_.share(chain_, nullptr, root_.path,
                           [&eraser = eraser_, &sharing = sharing_, name = std::string(name)](
-                              FolderSharing::Portion &portion, HelperPlace &place) {
-                            auto &folder = static_cast<SharedFolder &>(portion);
-                            std::string path = folder.path + "/" + name;
-                            RemovalRoot root{folder.descriptor.get(), name, path};
+                              const SharedFolder &above, HelperPlace &place) {
+                            std::string path = above.path + "/" + name;
+                            RemovalRoot root{above.original.get(), name, path};
                             return TreeRemover(root, eraser, sharing, place, false).run(DT_DIR);
                           });
   }
@@ -198,7 +183,7 @@ TreeResult removeWhole(const RemovalRoot &root, ItemEraser &eraser) {
 } // namespace
 
 StepOutcome unlinkItem(int folder, const char *name) {
-  return {TreeStep::Remove, ::unlinkat(folder, name, 0) == 0 ? 0 : errno};
+  return {TreeStep::Remove, itemcalls::unlink(folder, name)};
 }
 
 void ItemEraser::countFolder() {

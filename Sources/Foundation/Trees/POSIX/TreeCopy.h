@@ -2,9 +2,9 @@
 // Foundation.
 #pragma once
 
-#include "Foundation/Files/Linux/ItemLocation.h"
-#include "Foundation/Trees/Linux/Staging.h"
-#include "Foundation/Trees/Linux/TreeOperations.h"
+#include "Foundation/Files/POSIX/ItemLocation.h"
+#include "Foundation/Trees/Internal/TreeOperations.h"
+#include "Foundation/Trees/POSIX/Staging.h"
 
 namespace NS {
 

@@ -4,7 +4,7 @@
 
 #include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Descriptors/DescriptorBudget.h"
-#include "Foundation/Trees/Linux/TreeOperations.h"
+#include "Foundation/Trees/Internal/TreeOperations.h"
 #include "Foundation/Walking/Exhaustion.h"
 #include "Foundation/Walking/POSIX/FolderChain.h"
 

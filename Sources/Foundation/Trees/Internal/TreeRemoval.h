@@ -4,7 +4,7 @@
 // be gone or exchanged when their turn comes. Internal to Foundation.
 #pragma once
 
-#include "Foundation/Trees/Linux/TreeOperations.h"
+#include "Foundation/Trees/Internal/TreeOperations.h"
 
 #include <string>
 

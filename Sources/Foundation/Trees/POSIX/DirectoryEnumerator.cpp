@@ -4,10 +4,12 @@
 #include "Foundation/Base/Log.h"
 #include "Foundation/Descriptors/DescriptorBudget.h"
 #include "Foundation/Text/PathUtilities.h"
-#include "Foundation/Trees/Linux/TreeOperations.h"
+#include "Foundation/Trees/Internal/TreeOperations.h"
 #include "Foundation/Walking/POSIX/FolderChain.h"
 
 #include <fcntl.h>
+#include <functional>
+#include <utility>
 
 namespace NS {
 namespace {
@@ -95,49 +97,40 @@ private:
   bool mayDescend_ = false;
 };
 
-class RealPathEnumerator final : public PathEnumerator {
+// Makes items of one kind from the places of a cursor.
+template <typename Item> class RealEnumerator final : public DirectoryEnumerator<Item> {
 public:
-  explicit RealPathEnumerator(const std::string &path) : cursor_(path, DirectoryEnumerationNone) {}
+  using Maker = std::function<Item(const TreeCursor &cursor)>;
+  RealEnumerator(const std::string &root, DirectoryEnumerationOptions options, Maker make)
+      : cursor_(root, options), make_(std::move(make)) {}
 
-  std::optional<std::string> nextObject() override {
+  std::optional<Item> nextObject() override {
     if (!cursor_.next())
       return {};
-    return cursor_.path();
+    return make_(cursor_);
   }
   std::uint64_t level() const override { return cursor_.level(); }
   void skipDescendants() override { cursor_.skipDescendants(); }
 
 private:
   TreeCursor cursor_;
-};
-
-class RealURLEnumerator final : public URLEnumerator {
-public:
-  RealURLEnumerator(const URL &url, DirectoryEnumerationOptions options)
-      : prefix_(url.path() == "/" ? "/" : url.path() + "/"), cursor_(url.path(), options) {}
-
-  std::optional<URL> nextObject() override {
-    if (!cursor_.next())
-      return {};
-    return URL::fileURLWithPath(prefix_ + cursor_.path(), cursor_.isDirectory());
-  }
-  std::uint64_t level() const override { return cursor_.level(); }
-  void skipDescendants() override { cursor_.skipDescendants(); }
-
-private:
-  std::string prefix_;
-  TreeCursor cursor_;
+  const Maker make_;
 };
 
 } // namespace
 
 std::unique_ptr<PathEnumerator> openPathEnumerator(const std::string &path) {
-  return std::make_unique<RealPathEnumerator>(path);
+  return std::make_unique<RealEnumerator<std::string>>(
+      path, DirectoryEnumerationNone, [](const TreeCursor &cursor) { return cursor.path(); });
 }
 
 std::unique_ptr<URLEnumerator> openURLEnumerator(const URL &url,
                                                  DirectoryEnumerationOptions options) {
-  return std::make_unique<RealURLEnumerator>(url, options);
+  std::string prefix = url.path() == "/" ? "/" : url.path() + "/";
+  return std::make_unique<RealEnumerator<URL>>(
+      url.path(), options, [prefix = std::move(prefix)](const TreeCursor &cursor) {
+        return URL::fileURLWithPath(prefix + cursor.path(), cursor.isDirectory());
+      });
 }
 
 } // namespace NS

@@ -1,9 +1,9 @@
 // A move to another volume, step by step. Internal to Foundation.
 #pragma once
 
-#include "Foundation/Files/Linux/ItemLocation.h"
-#include "Foundation/Trees/Linux/CopiedItems.h"
-#include "Foundation/Trees/Linux/TreeCopy.h"
+#include "Foundation/Files/POSIX/ItemLocation.h"
+#include "Foundation/Trees/POSIX/CopiedItems.h"
+#include "Foundation/Trees/POSIX/TreeCopy.h"
 
 #include <string>
 

@@ -1,12 +1,8 @@
 // The Trash, as the desktop's own library keeps it.
-#include "Foundation/Base/Progress.h"
-#include "Foundation/Files/Linux/ItemLocation.h"
-#include "Foundation/Trees/Linux/TreeOperations.h"
+#include "Foundation/Trees/Internal/HostTrash.h"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <gio/gio.h>
-#include <sys/stat.h>
 
 namespace NS {
 namespace {
@@ -35,27 +31,9 @@ int errnoFromGIO(int code) {
   }
 }
 
-// Refuses paths that removal refuses, and returns the path by which GIO reaches
-// the same item as the kernel: GIO takes "folder/.." out of a path by text,
-// though the folder may be a link that leads elsewhere.
-int pathForGIO(const std::string &path, std::string &resolved) {
-  if (Progress::current().isCancelled())
-    return ECANCELED;
-  ItemLocation location;
-  if (int error = locateItem(path, location))
-    return error;
-  struct stat status;
-  if (::fstatat(location.parent.get(), location.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-    return errno;
-  return resolvePath(location, resolved);
-}
-
 } // namespace
 
-std::optional<Error> moveToTrash(const std::string &path) {
-  std::string resolved;
-  if (int error = pathForGIO(path, resolved))
-    return fileError(error, path, FileAccess::Writing);
+std::optional<Error> host::moveToTrash(const std::string &resolved, const std::string &path) {
   // Names the local file system, which asks no desktop service.
   GFile *file = g_vfs_get_file_for_path(g_vfs_get_local(), resolved.c_str());
   GError *cause = nullptr;

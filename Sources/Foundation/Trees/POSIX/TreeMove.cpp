@@ -1,11 +1,11 @@
 // Moves an item: by a rename on one volume; across two by a complete copy, a
 // check whether the original is unchanged, and its removal.
-#include "Foundation/Trees/Linux/TreeMove.h"
+#include "Foundation/Trees/POSIX/TreeMove.h"
 
 #include "Foundation/Base/Log.h"
 #include "Foundation/Base/Progress.h"
-#include "Foundation/Trees/Linux/ItemCopy.h"
-#include "Foundation/Trees/Linux/TreeRemoval.h"
+#include "Foundation/Trees/Internal/TreeRemoval.h"
+#include "Foundation/Trees/POSIX/ItemCopy.h"
 #include "Foundation/Walking/POSIX/FolderChain.h"
 
 #include <algorithm>

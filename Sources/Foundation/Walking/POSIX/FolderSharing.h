@@ -7,9 +7,9 @@
 // the end of a folder the walk waits for the folders that it shared out of it,
 // and meanwhile works on shared folders itself.
 //
-// The folders shared out of one folder are a portion. It keeps descriptors of
-// the folder open, since the walk may close its own. Only the upper levels are
-// shared, which bounds these descriptors. Those of the crew's walks are
+// The folders shared out of one folder are a portion. It keeps the folder open,
+// since the walk may close its own descriptor. Only the upper levels are shared,
+// which bounds these descriptors. Those of the crew's walks are
 // requested before the first folder is shared; when there are none to spare, no
 // folder is.
 //
@@ -19,6 +19,7 @@
 #include "Foundation/Descriptors/DescriptorBudget.h"
 #include "Foundation/Threads/Internal/SharedWork.h"
 #include "Foundation/Walking/Internal/TreeOutcome.h"
+#include "Foundation/Walking/POSIX/FolderChain.h"
 
 #include <array>
 #include <atomic>
@@ -26,25 +27,33 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 
 namespace NS {
 
+// A folder out of which others are shared.
+struct SharedFolder final : SharedWork::Portion {
+  Descriptor original;
+  Descriptor copy;  // of a walk that makes one
+  std::string path; // of the original, for messages
+};
+
 class FolderSharing {
 public:
-  using Portion = SharedWork::Portion;
-  // Null when it cannot be made.
-  using PortionMaker = std::function<std::shared_ptr<Portion>()>;
-  // Works on one folder. When the folder itself is gone, because another
-  // process has removed it, that is not a failure.
-  using FolderWork = std::function<TreeResult(Portion &portion, HelperPlace &place)>;
+  // Works on one folder of the shared one. When the folder itself is gone,
+  // because another process has removed it, that is not a failure.
+  using FolderWork = std::function<TreeResult(const SharedFolder &above, HelperPlace &place)>;
 
   FolderSharing();
 
   // The following four by the first walk alone. Shares a folder out that was met
-  // in the one at this depth, 1 for the root. False when it is the walk's own.
-  bool share(std::size_t depth, const PortionMaker &makePortion, const FolderWork &work);
-  // Returns when all folders shared out of the folder at this depth are
-  // finished.
+  // in the chain's lowest folder. The second chain, if any, is in the copy of
+  // that folder; the path is that of the root. False when the folder is the
+  // walk's own.
+  bool share(const FolderChain &original, const FolderChain *copy, const std::string &rootPath,
+             const FolderWork &work);
+  // Returns when all folders shared out of the folder at this depth, 1 for the
+  // root, are finished.
   void finish(std::size_t depth);
   // The place of the walk's thread.
   HelperPlace &own() { return work_.own(); }
@@ -58,7 +67,7 @@ private:
   static constexpr std::size_t sharedLevels = 8;
 
   bool mayHold();
-  void deal(Portion &portion, const FolderWork &work, HelperPlace &place);
+  void deal(const SharedFolder &above, const FolderWork &work, HelperPlace &place);
 
   std::atomic<bool> failed_{false};
   std::mutex mutex_;
@@ -66,7 +75,7 @@ private:
   unsigned folders_ = 0;
   bool hasAsked_ = false;
   DescriptorBudget::Share descriptors_;
-  std::array<std::shared_ptr<Portion>, sharedLevels> portions_; // by depth
+  std::array<std::shared_ptr<SharedFolder>, sharedLevels> portions_; // by depth
   SharedWork work_; // last, so that its threads end before all else
 };
 

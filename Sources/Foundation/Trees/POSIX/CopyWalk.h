@@ -8,7 +8,7 @@
 #pragma once
 
 #include "Foundation/Files/POSIX/AttributeCopy.h"
-#include "Foundation/Trees/Linux/TreeCopy.h"
+#include "Foundation/Trees/POSIX/TreeCopy.h"
 
 #include <string>
 

@@ -1,8 +1,9 @@
 // Splits a path at its last component, and makes a path from an open folder.
-#include "Foundation/Files/Linux/ItemLocation.h"
+#include "Foundation/Files/POSIX/ItemLocation.h"
+
+#include "Foundation/Files/POSIX/ItemCalls.h"
 
 #include <cerrno>
-#include <climits>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -22,21 +23,14 @@ int locateItem(const std::string &path, ItemLocation &location) {
   if (location.name == "." || location.name == "..")
     return EINVAL;
   std::string folder = start == 0 ? "." : path.substr(0, start);
-  location.parent = Descriptor(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  location.parent = Descriptor(::open(folder.c_str(), itemcalls::placeFlags));
   return location.parent ? 0 : errno;
 }
 
-std::string handlePath(int descriptor) {
-  return "/proc/self/fd/" + std::to_string(descriptor);
-}
-
 int resolvePath(const ItemLocation &location, std::string &path) {
-  std::string folder(PATH_MAX, '\0'); // the longest path that the kernel returns
-  ssize_t length =
-      ::readlink(handlePath(location.parent.get()).c_str(), folder.data(), folder.size());
-  if (length < 0)
-    return errno;
-  folder.resize(static_cast<std::size_t>(length));
+  std::string folder;
+  if (int error = itemcalls::readPath(location.parent.get(), folder))
+    return error == ENOENT ? ESTALE : error;
   // The text names another folder, or none, if this one was removed or is
   // outside of this process's root.
   struct stat held, named;

@@ -9,7 +9,7 @@
 namespace NS {
 
 struct ItemLocation {
-  Descriptor parent; // O_PATH; opened through links in the path's folder part
+  Descriptor parent; // a place to work in; opened through links in the path's folder part
   std::string name;  // one component, never "", "." or ".."
 };
 
@@ -18,9 +18,6 @@ struct ItemLocation {
 // that holds a NUL byte or ends in "." or "..", EBUSY for the root, else the
 // error of opening the folder.
 int locateItem(const std::string &path, ItemLocation &location);
-
-// A path to the item of an open descriptor, for calls that take only paths.
-std::string handlePath(int descriptor);
 
 // The item's absolute path without links, "." and ".." in its folder part, for
 // libraries that resolve ".." by text. Returns 0 or an errno value: ESTALE when
