@@ -69,6 +69,15 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 - (NSDictionary *)userInfo;
 @end
 
+@interface NSURL : NSObject
++ (NSURL *)fileURLWithPath:(NSString *)path isDirectory:(BOOL)isDirectory;
+@end
+
+@interface NSFileManager : NSObject
++ (NSFileManager *)defaultManager;
+- (BOOL)trashItemAtURL:(NSURL *)url resultingItemURL:(NSURL **)resultingURL error:(NSError **)error;
+@end
+
 @interface NSDate : NSObject
 + (instancetype)dateWithTimeIntervalSinceNow:(NSTimeInterval)seconds;
 - (NSTimeInterval)timeIntervalSinceNow;
