@@ -72,7 +72,7 @@ TEST_F(HostTrash, hasAnErrorOfItsOwnWhenThePlatformGivesNone) {
   EXPECT_EQ(pathOf(*error), "asked");
 }
 
-TEST_F(HostTrash, refusesAPathThatIsNoText) {
+TEST_F(HostTrash, refusesAPathThatUTF8CannotExpress) {
   auto error = NS::host::moveToTrash("/\xFF", "asked");
   ASSERT_TRUE(error);
   EXPECT_EQ(call.path, "");

@@ -3,7 +3,5 @@
 #include_next <Foundation/Foundation.h>
 
 @interface NSFileManager (KWTrash)
-- (BOOL)trashItemAtURL:(NSURL *)url
-      resultingItemURL:(NSURL **)resultingURL
-                 error:(NSError **)error;
+- (BOOL)trashItemAtURL:(NSURL *)url resultingItemURL:(NSURL **)resultingURL error:(NSError **)error;
 @end
