@@ -4,6 +4,8 @@ nothing of it, and do the next request.
 
 KEEPWELL_FAULTS=full tries every allocation; otherwise the test tries some at
 equal distances."""
+import time
+
 from Support import figures, harness, scenes, toolscenes
 from Support.bus import is_running
 from Support.faults import FULL, FaultTestCase
@@ -12,6 +14,8 @@ from Support.root import DATA
 
 FAILED = "org.freedesktop.DBus.Error.Failed"
 MOST = 20  # of a scene in the short form
+LATE = 100  # large answers, more than the agent sends to a client that reads none
+LARGE = "x" * 100_000
 
 
 class AllocationTest(FaultTestCase):
@@ -81,6 +85,33 @@ class AllocationTest(FaultTestCase):
             self.assertGreater(failures, 0)
             done.append((len(numbers), failures, int(self.root.agent_pid() != self.pid)))
         figures.row(f"the thread of the bus, for {len(done)} of them", *map(sum, zip(*done)))
+
+    def read_late(self, number=0):
+        """Asks for more than the agent sends at once, and then reads it while the
+        allocation of that number fails. Returns the number of errors."""
+        late, errors = self.root.client(timeout=20), 0
+        serials = [late.send("Echo", "s", LARGE) for _ in range(LATE)]
+        time.sleep(0.1)  # the agent keeps most of the answers now
+        self.root.faults.arm_allocations(number, True)
+        for serial in serials:
+            try:
+                self.assertEqual(late.wait(serial)[0], LARGE)
+            except BusError as error:
+                self.assertEqual(error.name, FAILED)
+                errors += 1
+        self.root.faults.disarm()
+        late.close()
+        return errors
+
+    def test_a_client_that_reads_late_gets_all_answers(self):
+        self.assertEqual((self.read_late(), self.read_late()), (0, 0))
+        pid = self.root.agent_pid()
+        count = self.root.faults.allocations
+        for number in range(1, count + 1, 1 if FULL else max(1, count // MOST)):
+            with self.subTest(allocation=number):
+                self.assertLessEqual(self.read_late(number), 1)
+        self.assertEqual(self.root.agent_pid(), pid)
+        print(f"{count} allocations while a client read {LATE} late answers")
 
 
 if __name__ == "__main__":

@@ -31,7 +31,13 @@ BusOutbox::BusOutbox(BusThread &thread, Listener listener, TrialMaker makeTrial)
     : thread_(thread), listener_(std::move(listener)), makeTrial_(std::move(makeTrial)),
       unread_(UnreadLimits{}),
       statistics_(thread, [this](const std::string &client, BusStatistics::Answer answer,
-                                 std::size_t bytes) { answered(client, answer, bytes); }) {}
+                                 std::size_t bytes) { answered(client, answer, bytes); }) {
+  thread_.addChore([this] {
+    askAgainLater();
+    askWhereWorth();
+    sendWhatFits();
+  });
+}
 
 void BusOutbox::send(BusMessage message, BusMessage small) {
   post(message, small, Kind::Whole);
@@ -72,18 +78,28 @@ void BusOutbox::post(BusMessage &message, BusMessage &small, Kind kind) {
     auto found = waiting_.find(client);
     if ((found == waiting_.end() || kind == Kind::Short) && roomFor(client, made) == Room::Enough)
       return dispatch(client, made.message);
-    const bool isFirst = found == waiting_.end();
-    Queue &queue = waiting_[client];
-    queue.push_back(std::move(made));
-    if (!isFirst)
+    if (!keep(client, made))
       return;
+    askAgainLater();
     listener_(client, true);
     askWhereWorth();
-    askAgainLater();
   } catch (const std::bad_alloc &) {
     if (made.message)
       thread_.bus().send(made.message);
   }
+}
+
+// Tells whether it is the first of its client.
+bool BusOutbox::keep(const std::string &client, Waiting &made) {
+  auto [queue, isFirst] = waiting_.try_emplace(client);
+  try {
+    queue->second.push_back(std::move(made));
+  } catch (const std::bad_alloc &) {
+    if (isFirst)
+      waiting_.erase(queue);
+    throw;
+  }
+  return isFirst;
 }
 
 BusOutbox::Room BusOutbox::roomFor(const std::string &client, const Waiting &waiting) const {
@@ -153,15 +169,18 @@ void BusOutbox::learnLimits() {
   }
 }
 
-void BusOutbox::sendWhatFits() {
-  for (auto next = waiting_.begin(); next != waiting_.end();) {
-    auto queue = next++;
-    sendWhatFits(queue->first, queue->second);
-    if (!queue->second.empty())
-      continue;
-    const std::string client = queue->first;
-    waiting_.erase(queue);
-    listener_(client, false);
+// Goes on a little later where memory ran out.
+void BusOutbox::sendWhatFits() noexcept {
+  try {
+    for (auto next = waiting_.begin(); next != waiting_.end();) {
+      auto queue = next++;
+      sendWhatFits(queue->first, queue->second);
+      if (!queue->second.empty())
+        continue;
+      const auto sent = waiting_.extract(queue);
+      listener_(sent.key(), false);
+    }
+  } catch (const std::exception &) {
   }
   askAgainLater();
 }
@@ -190,15 +209,10 @@ bool BusOutbox::isOverdue(const std::string &client, const Waiting &waiting) con
          !unread_.isAsked(client) && BusConnection::Clock::now() - waiting.since > longestWait;
 }
 
-void BusOutbox::askAgainLater() {
-  if (waiting_.empty() || isAskingAgain_)
-    return;
-  thread_.callAfter(pause, [this] {
-    isAskingAgain_ = false;
-    askWhereWorth();
-    sendWhatFits();
-  });
-  isAskingAgain_ = true;
+// Needs no memory: without a next time the messages would wait for ever.
+void BusOutbox::askAgainLater() noexcept {
+  if (!waiting_.empty())
+    thread_.doChoresAfter(pause);
 }
 
 } // namespace NS

@@ -20,6 +20,7 @@ namespace NS {
 class BusOutbox {
 public:
   // Called when a client's messages begin to wait, and when they no longer do.
+  // Must not throw.
   using Listener = std::function<void(const std::string &client, bool waits)>;
   // Makes a message for the client of at least so many bytes and without
   // information, to find out whether it reads.
@@ -58,15 +59,16 @@ private:
   static bool hasRoomForShort(const Queue &queue, std::size_t bytes);
 
   void post(BusMessage &message, BusMessage &small, Kind kind);
+  bool keep(const std::string &client, Waiting &made);
   Room roomFor(const std::string &client, const Waiting &waiting) const;
   void dispatch(const std::string &client, BusMessage &message);
   void askWhereWorth();
   void learnLimits();
   void answered(const std::string &client, BusStatistics::Answer answer, std::size_t bytes);
-  void sendWhatFits();
+  void sendWhatFits() noexcept;
   void sendWhatFits(const std::string &client, Queue &queue);
   bool isOverdue(const std::string &client, const Waiting &waiting) const;
-  void askAgainLater();
+  void askAgainLater() noexcept;
 
   BusThread &thread_;
   const Listener listener_;
@@ -74,7 +76,6 @@ private:
   UnreadMessages unread_;
   BusStatistics statistics_;
   std::map<std::string, Queue, std::less<>> waiting_; // none of them empty
-  bool isAskingAgain_ = false;
   bool hasLimitsOfUsers_ = false;
 };
 

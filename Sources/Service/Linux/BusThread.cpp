@@ -64,10 +64,7 @@ void BusThread::loop() {
       return;
     if (doWhatIsDue() || receiveOne())
       continue;
-    guarded([this] {
-      connection_.wait(mailbox_->waker(),
-                       later_.empty() ? std::optional<Clock::time_point>() : later_.begin()->first);
-    });
+    guarded([this] { connection_.wait(mailbox_->waker(), nextDue()); });
   }
 }
 
@@ -86,7 +83,24 @@ void BusThread::callAfter(std::chrono::milliseconds delay, BusMailbox::Work work
   later_.emplace(Clock::now() + delay, std::move(work));
 }
 
+void BusThread::doChoresAfter(std::chrono::milliseconds delay) noexcept {
+  if (!choresDue_)
+    choresDue_ = Clock::now() + delay;
+}
+
+std::optional<BusThread::Clock::time_point> BusThread::nextDue() const {
+  if (later_.empty() || (choresDue_ && *choresDue_ < later_.begin()->first))
+    return choresDue_;
+  return later_.begin()->first;
+}
+
 bool BusThread::doWhatIsDue() {
+  if (choresDue_ && *choresDue_ <= Clock::now()) {
+    choresDue_.reset();
+    for (const BusMailbox::Work &chore : chores_)
+      guarded(chore);
+    return true;
+  }
   if (later_.empty() || later_.begin()->first > Clock::now())
     return false;
   guarded(later_.extract(later_.begin()).mapped());

@@ -10,8 +10,11 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace NS {
 
@@ -43,6 +46,11 @@ public:
   void stopHandling() { stopping_ = true; }
   // Does the work later, if the thread still runs then.
   void callAfter(std::chrono::milliseconds delay, BusMailbox::Work work);
+  // Adds work that others repeat until it is done. When it is due, all chores
+  // are done; one that is due already stays due at its time. Needs no memory to
+  // say so, since some of it is due because memory ran out.
+  void addChore(BusMailbox::Work work) { chores_.push_back(std::move(work)); }
+  void doChoresAfter(std::chrono::milliseconds delay) noexcept;
   // Sends a call to the bus itself. Its answer, a reply or a failure, goes to
   // the handler; none comes when the bus is lost first.
   void ask(BusMessage call, Receiver answer);
@@ -52,6 +60,7 @@ private:
 
   void loop();
   bool doWhatIsDue();
+  std::optional<Clock::time_point> nextDue() const;
   bool receiveOne();
   void handle(BusMessage &message);
   void guarded(const std::function<void()> &work);
@@ -63,6 +72,8 @@ private:
   bool stopping_ = false;                                    // only the thread uses these
   std::multimap<Clock::time_point, BusMailbox::Work> later_; // work by its due time
   std::map<std::uint32_t, Receiver> asked_;                  // by serial of the call
+  std::vector<BusMailbox::Work> chores_;
+  std::optional<Clock::time_point> choresDue_;
 };
 
 } // namespace NS

@@ -3,10 +3,14 @@
 
 #include "Foundation/Base/Log.h"
 
+#include <chrono>
+#include <exception>
 #include <utility>
 
 namespace NS {
 namespace {
+
+constexpr std::chrono::milliseconds pauseWithoutMemory{20};
 
 XPCRequester requesterIn(BusMessage &answer) {
   XPCRequester requester{UINT32_MAX, -1};
@@ -37,7 +41,9 @@ XPCRequester requesterIn(BusMessage &answer) {
 ServiceClients::ServiceClients(BusThread &thread, std::shared_ptr<WorkerPool> pool,
                                Acceptor acceptor, Sender sender)
     : thread_(thread), pool_(std::move(pool)), acceptor_(std::move(acceptor)),
-      sender_(std::move(sender)) {}
+      sender_(std::move(sender)) {
+  thread_.addChore([this] { goOn(); });
+}
 
 ServiceClient *ServiceClients::find(std::string_view name) {
   auto found = clients_.find(name);
@@ -64,9 +70,8 @@ void ServiceClients::erase(std::string_view name) {
   auto found = clients_.find(name);
   if (found == clients_.end())
     return;
-  // A held queue would lose its waiting requests.
-  found->second.connection->proceed();
-  clients_.erase(found);
+  leaving_.insert(clients_.extract(found));
+  goOn();
 }
 
 void ServiceClients::setWaiting(const std::string &name, bool waits) {
@@ -76,11 +81,33 @@ void ServiceClients::setWaiting(const std::string &name, bool waits) {
   }
 }
 
-void ServiceClients::apply(ServiceClient &client) {
-  if (client.waits || !client.isKnown)
-    client.connection->pause();
-  else
-    client.connection->proceed();
+// To go on with waiting requests takes memory. Without it they go on a little later.
+void ServiceClients::apply(ServiceClient &client) noexcept {
+  client.isApplied = false;
+  try {
+    if (client.waits || !client.isKnown)
+      client.connection->pause();
+    else
+      client.connection->proceed();
+    client.isApplied = true;
+  } catch (const std::exception &) {
+    thread_.doChoresAfter(pauseWithoutMemory);
+  }
+}
+
+// A held queue would lose the waiting requests of a client that leaves.
+void ServiceClients::goOn() noexcept {
+  for (auto &[name, client] : clients_)
+    if (!client.isApplied)
+      apply(client);
+  for (auto next = leaving_.begin(); next != leaving_.end();) {
+    auto client = next++;
+    client->second.waits = false;
+    client->second.isKnown = true;
+    apply(client->second);
+    if (client->second.isApplied)
+      leaving_.erase(client);
+  }
 }
 
 void ServiceClients::askWho(const std::string &name) {

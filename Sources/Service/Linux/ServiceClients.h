@@ -20,6 +20,7 @@ struct ServiceClient {
   bool isAccepted = false;
   bool isKnown = false;       // its process and user
   bool waits = false;         // for room in its outbox; its next requests then wait too
+  bool isApplied = true;      // whether the connection follows these two already
   bool endsOnLeaving = false; // whether its requests end with it
   bool wantsProgress = false; // for its requests
 };
@@ -42,6 +43,7 @@ public:
   ServiceClient *find(std::string_view name);
   // Makes the client at its first request.
   ServiceClient &clientOf(std::string_view name);
+  // Its waiting requests go on. Needs no memory.
   void erase(std::string_view name);
   // Sets whether a client's next requests are held back until it has read more.
   void setWaiting(const std::string &name, bool waits);
@@ -49,13 +51,15 @@ public:
 private:
   void askWho(const std::string &name);
   void learnWho(const std::string &name, BusMessage &answer);
-  static void apply(ServiceClient &client);
+  void apply(ServiceClient &client) noexcept;
+  void goOn() noexcept;
 
   BusThread &thread_;
   const std::shared_ptr<WorkerPool> pool_;
   const Acceptor acceptor_;
   const Sender sender_;
   std::map<std::string, ServiceClient, std::less<>> clients_;
+  std::map<std::string, ServiceClient, std::less<>> leaving_; // their requests go on once more
 };
 
 } // namespace NS
