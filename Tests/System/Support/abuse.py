@@ -135,8 +135,10 @@ class AbuseCase(Blocking, unittest.TestCase):
         cls("wait_for_rest").wait_for_rest(threads=True)
         memory = cls.settled_memory()
         print(f"memory: {cls.start_memory} KiB at first, {memory} KiB in the end")
-        if not sanitized() and memory > cls.start_memory * 1.05:
-            raise AssertionError("more than one twentieth was added to the memory")
+        # The allocator keeps some for each thread. The smallest block lost with
+        # each of the 800,000 refusals would add 12 MiB.
+        if not sanitized() and memory > cls.start_memory * 1.1:
+            raise AssertionError("more than one tenth was added to the memory")
 
     @classmethod
     def crowd(cls):
