@@ -164,7 +164,8 @@ void Client::cancelAll() {
 }
 
 Request<TerminationReply> Client::pleaseTerminateAsync(const RequestOptions &options) {
-  return start<TerminationReply>(engine_, {"PleaseTerminate", {}, {}, true, false}, options);
+  return start<TerminationReply>(engine_, {.member = "PleaseTerminate", .mayEndAgent = true},
+                                 options);
 }
 
 Request<EchoReply> Client::echoAsync(const std::string &text, const RequestOptions &options) {
@@ -189,16 +190,17 @@ Request<RemovalReply> Client::removeItemAtPathAsync(const std::string &path,
 
 Request<FlagReply> Client::securelyRemoveItemAtPathAsync(const std::string &path,
                                                          const RequestOptions &options) {
-  AgentMessage message{"SecurelyRemoveItemAtPath", {path}};
-  message.stopsWithoutReason = true;
-  return start<FlagReply>(engine_, std::move(message), options);
+  return start<FlagReply>(
+      engine_,
+      {.member = "SecurelyRemoveItemAtPath", .arguments = {path}, .stopsWithoutReason = true},
+      options);
 }
 
 Request<FlagReply> Client::moveToTrashItemAtPathAsync(const std::string &path,
                                                       const RequestOptions &options) {
-  AgentMessage message{"MoveToTrashItemAtPath", {path}};
-  message.flagWhenDone = false;
-  return start<FlagReply>(engine_, std::move(message), options, decodeTrash);
+  return start<FlagReply>(
+      engine_, {.member = "MoveToTrashItemAtPath", .arguments = {path}, .flagWhenDone = false},
+      options, decodeTrash);
 }
 
 Request<FlagReply> Client::truncateFileAtPathAsync(const std::string &path,
@@ -229,10 +231,11 @@ Request<FlagReply> Client::slimBinaryWithPathAsync(const std::string &path,
 
 Request<JobRemovalReply> Client::removeLaunchdAgentAtPathAsync(const std::string &plistPath,
                                                                const RequestOptions &options) {
-  return start<JobRemovalReply>(
-      engine_,
-      {"RemoveLaunchdAgentAtPath", {plistPath}, {}, plistPath == kAgentJobPlistPath, false},
-      options);
+  return start<JobRemovalReply>(engine_,
+                                {.member = "RemoveLaunchdAgentAtPath",
+                                 .arguments = {plistPath},
+                                 .mayEndAgent = plistPath == kAgentJobPlistPath},
+                                options);
 }
 
 Request<FlagReply> Client::enableLaunchdAgentAtPathAsync(const std::string &plistPath,
@@ -276,7 +279,7 @@ Request<FlagReply> Client::removeASLAsync(const RequestOptions &options) {
 
 Request<RepairReply> Client::repairPermissionsAsync(const Progress &progress,
                                                     const RequestOptions &options) {
-  return start<RepairReply>(engine_, {"RepairPermissions", {}, {}, false, true}, options,
+  return start<RepairReply>(engine_, {.member = "RepairPermissions", .hasProgress = true}, options,
                             Coding<RepairReply>::decode, progress);
 }
 
