@@ -70,6 +70,8 @@ LINES = (
      "Foundation/Files/macOS/ExtendedAttributeCalls.h belongs to the bodies of macOS"),
     ("Client/Request.cpp", '#include "Protocol/Linux/BusConnection.h"',
      "Protocol/Linux/BusConnection.h belongs to the bodies of Linux"),
+    ("Client/AgentConnection.cpp", '#include "Foundation/Base/Linux/Nothing.h"',
+     "Foundation/Base/Linux/Nothing.h belongs to the bodies of Linux"),
     ("Client/AgentConnection.cpp", '#include "Service/Linux/BusThread.h"',
      "Client must not include Service/Linux/BusThread.h"),
     # The platform.
@@ -83,6 +85,8 @@ LINES = (
      "platform header <fcntl.h> outside the folders of a host"),
     ("Foundation/Base/Error.cpp", "#include <fcntl.h>",
      "platform header <fcntl.h> outside the folders of a host"),
+    ("Tools/KWDitoTask.cpp", "#include <unicode/uregex.h>",
+     "platform header <unicode/uregex.h> outside the folders of a host"),
     ("Foundation/Text/Unicode.h", "#include <unicode/uregex.h>",
      "platform header <unicode/uregex.h> outside the folders of a host"),
     ("Foundation/Base/POSIX/Log.cpp", "#include <sys/inotify.h>",
