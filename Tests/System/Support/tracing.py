@@ -19,7 +19,7 @@ def request(number, thread):
 
 @contextlib.contextmanager
 def held(threads):
-    """The threads stand still within. A stopped process may be continued
+    """The threads do not run within it. A stopped process may be continued
     meanwhile: then its other threads run. Threads that end are passed over."""
     holding = []
     try:
