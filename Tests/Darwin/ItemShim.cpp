@@ -46,6 +46,10 @@ std::string pathOf(int descriptor) {
 
 int darwin_fstatat(int folder, const char *path, struct darwin_stat *status, int flags) {
   struct statx found;
+  if (shim().withoutStatus.contains(path)) {
+    errno = EIO;
+    return -1;
+  }
   if (::statx(folder, path, flags, STATX_BASIC_STATS | STATX_BTIME, &found) != 0)
     return -1;
   *status = {
@@ -105,6 +109,10 @@ int darwin_unlinkat(int folder, const char *path, int flags) {
 }
 
 int renameatx_np(int folder, const char *path, int newFolder, const char *newPath, unsigned flags) {
+  if ((flags & RENAME_EXCL) && !shim().exclusiveRenames) {
+    errno = ENOTSUP;
+    return -1;
+  }
   return ::renameat2(folder, path, newFolder, newPath, flags & RENAME_EXCL ? RENAME_NOREPLACE : 0);
 }
 

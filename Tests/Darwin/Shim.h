@@ -33,8 +33,10 @@ struct Shim {
 
   // By inode number, the file flags that this host does not have.
   std::map<std::uint64_t, std::uint32_t> otherFlags;
-  bool clones = true; // whether a volume can clone its files
-  int cloned = 0;     // files
+  bool clones = true;                  // whether a volume can clone its files
+  int cloned = 0;                      // files
+  bool exclusiveRenames = true;        // whether a volume has them
+  std::set<std::string> withoutStatus; // names whose status gives EIO
 
   std::optional<std::string> mountPoint; // what statfs tells, else "/"
   std::optional<std::string> executable; // what _NSGetExecutablePath tells

@@ -21,6 +21,17 @@ bool exists(const ItemLocation &location) {
   return readStatus(location.parent.get(), location.name.c_str(), status).isDone();
 }
 
+// Makes an empty item of that name for a rename to replace: so the rename never
+// replaces an item of others. Returns 0 or an errno value, EEXIST for such an
+// item.
+int makePlaceholder(int folder, const char *name, bool isFolder) {
+  if (isFolder)
+    return ::mkdirat(folder, name, S_IRWXU) == 0 ? 0 : errno;
+  Descriptor file(
+      ::openat(folder, name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  return file ? 0 : errno;
+}
+
 // Tells whether the folder is the item or within it.
 bool liesWithin(int folder, const ItemStatus &item) {
   Descriptor current(::openat(folder, ".", itemcalls::placeFlags));
@@ -106,11 +117,16 @@ int renameWithoutReplacing(const ItemLocation &source, const ItemLocation &targe
   ItemStatus status;
   if (StepOutcome outcome = readStatus(from, name, status); outcome.isFailed())
     return outcome.errnum();
-  if (!S_ISDIR(status.mode) && ::linkat(from, name, to, newName, 0) == 0)
+  const bool isFolder = S_ISDIR(status.mode);
+  if (!isFolder && ::linkat(from, name, to, newName, 0) == 0)
     return ::unlinkat(from, name, 0) == 0 ? 0 : errno;
-  if (exists(target))
-    return EEXIST;
-  return ::renameat(from, name, to, newName) == 0 ? 0 : errno;
+  if (int error = makePlaceholder(to, newName, isFolder))
+    return error;
+  if (::renameat(from, name, to, newName) == 0)
+    return 0;
+  const int error = errno;
+  static_cast<void>(::unlinkat(to, newName, isFolder ? AT_REMOVEDIR : 0));
+  return error;
 }
 
 TreeResult copyTree(const std::string &srcPath, const std::string &dstPath) {

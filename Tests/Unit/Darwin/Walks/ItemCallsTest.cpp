@@ -96,6 +96,31 @@ TEST(ItemCalls, tellWhereVolumesAreMounted) {
             "");
 }
 
+TEST(MoveOnAVolumeWithoutExclusiveRenames, replacesNothing) {
+  kwtest::darwin::ShimScope shim;
+  shim->exclusiveRenames = false;
+  ScratchFolder scratch;
+  fs::create_directory(scratch.path("folder"));
+  fs::create_directory(scratch.path("there"));
+  const std::string file = scratch.file("file", "content");
+  auto moveCode = [&](const std::string &from, const char *to) {
+    std::optional<NS::Error> error;
+    bool moved = NS::FileManager::defaultManager().moveItemAtPath(from, scratch.path(to), &error);
+    return moved ? 0 : error->code();
+  };
+  EXPECT_EQ(moveCode(file, "there"), NS::FileWriteFileExistsError);
+  EXPECT_EQ(moveCode(scratch.path("folder"), "there"), NS::FileWriteFileExistsError);
+  // Nothing is known of the target then.
+  shim->withoutStatus.insert("there");
+  EXPECT_NE(moveCode(scratch.path("folder"), "there"), 0);
+  EXPECT_TRUE(fs::exists(scratch.path("folder")));
+  fs::remove_all(scratch.path("there"));
+  EXPECT_EQ(moveCode(file, "new file"), 0);
+  EXPECT_EQ(moveCode(scratch.path("folder"), "new folder"), 0);
+  EXPECT_EQ(scratch.content("new file"), "content");
+  EXPECT_TRUE(fs::is_directory(scratch.path("new folder")));
+}
+
 TEST(CopyCalls, cloneFilesWithoutTheirFlags) {
   kwtest::darwin::ShimScope shim;
   ScratchFolder scratch;
