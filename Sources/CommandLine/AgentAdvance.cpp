@@ -3,25 +3,11 @@
 
 #include "CommandLine/Displayable.h"
 #include "CommandLine/Quantities.h"
-#include "Foundation/Text/Unicode.h"
 
 #include <fmt/format.h>
 #include <utility>
 
 namespace kw {
-namespace {
-
-// The end of the text, beginning with a whole character.
-std::string endOf(const std::string &text, std::size_t room) {
-  if (text.size() <= room)
-    return text;
-  std::size_t start = text.size() - room + 3;
-  while (start < text.size() && !NS::decodeCharacter(text, start).wellFormed)
-    ++start;
-  return fmt::format("...{}", text.substr(start));
-}
-
-} // namespace
 
 void AgentAdvance::set(const RequestProgress &progress) {
   {

@@ -1,5 +1,5 @@
-// How far the agent has come with the request that it works on, handed from the
-// client's thread to the one that shows it.
+// The agent's progress with the request that it works on. The client's thread
+// hands it to the thread that shows it.
 #pragma once
 
 #include "Client/Request.h"
@@ -31,13 +31,13 @@ private:
   std::optional<RequestProgress> progress_;
 };
 
-// How fast a work goes on that reports tell of.
+// The speed of a work, computed from its reports.
 class AdvanceRate {
 public:
   using Moment = std::chrono::steady_clock::time_point;
 
-  // Bytes a second since the work was first heard of; nothing in the first
-  // second. A report of fewer items than before begins another work.
+  // Returns bytes per second since the first report; empty in the first second. A
+  // report with fewer items than the last one begins another work.
   std::optional<std::uint64_t> of(const RequestProgress &progress, Moment now);
 
 private:

@@ -1,11 +1,9 @@
-// One loop: draw, wait for a key, obey it. Long work draws its own progress and
-// looks for keys that stop it.
+// Measuring, drawing and the actions. Long work draws its own progress and looks
+// for keys that stop it. All other keys are in Browser+Keys.cpp.
 #include "CommandLine/Browser.h"
 
 #include "CommandLine/ProtectedPaths.h"
 #include "CommandLine/Quantities.h"
-#include "CommandLine/RemovalPreview.h"
-#include "Foundation/Text/Unicode.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -17,14 +15,14 @@ namespace {
 using namespace std::chrono_literals;
 using Look = NS::Screen::Look;
 
-constexpr const char *keys =
-    "\u2191\u2193\u2190\u2192 go  snti sort  . hidden  / find  space mark  d trash  "
-    "r remove  x shred  q";
+constexpr int widthOfKeys = 77;
+constexpr const char *keys = "\u2191\u2193\u2190\u2192 go  . hidden  / find  space mark  d trash  "
+                             "r remove  x shred  ? keys  q";
 constexpr const char *plainKeys =
-    "hjkl go  snti sort  . hidden  / find  space mark  d trash  r remove  x shred  q";
+    "hjkl go  . hidden  / find  space mark  d trash  r remove  x shred  ? keys  q";
 
 bool isStopKey(char32_t key) {
-  return key == U'q' || key == NS::Key::Escape || key == NS::Key::Interrupt;
+  return key == U'q' || key == NS::Key::Escape || key == NS::Key::Interrupt || key == NS::Key::Gone;
 }
 
 const char *nameOf(BrowserList::Order order) {
@@ -41,16 +39,6 @@ const char *nameOf(BrowserList::Order order) {
   return "items";
 }
 
-void dropLastCharacter(std::string &text) {
-  constexpr unsigned char continuation = 0x80, mask = 0xc0;
-  while (!text.empty()) {
-    bool isContinuation = (static_cast<unsigned char>(text.back()) & mask) == continuation;
-    text.pop_back();
-    if (!isContinuation)
-      return;
-  }
-}
-
 } // namespace
 
 // --- measuring
@@ -58,6 +46,15 @@ void dropLastCharacter(std::string &text) {
 bool Browser::wantsToStop() {
   isStopWished_ = isStopWished_ || session_.isStopped() || isStopKey(screen_.key(0ms));
   return isStopWished_;
+}
+
+// Not more often than an eye can see.
+bool Browser::isDue() {
+  auto now = session_.now();
+  if (now - lastShown_ < 100ms)
+    return false;
+  lastShown_ = now;
+  return true;
 }
 
 void Browser::showMeasuring(const RequestProgress &progress) {
@@ -71,7 +68,7 @@ void Browser::showMeasuring(const RequestProgress &progress) {
   screen_.show();
 }
 
-// Where the agent is not there it is not sought again for each folder.
+// Asks an agent that cannot be reached only once, not for each folder.
 std::optional<std::uint64_t> Browser::measureByAgent(const std::string &path) {
   if (agentIsAbsent_ || isStopWished_)
     return std::nullopt;
@@ -82,8 +79,8 @@ std::optional<std::uint64_t> Browser::measureByAgent(const std::string &path) {
         request.cancel();
     SizeReply reply = request.get();
     return reply.error ? std::nullopt : std::optional(reply.allocatedBytes);
-  } catch (const ClientError &) {
-    agentIsAbsent_ = true;
+  } catch (const ClientError &error) {
+    agentIsAbsent_ = error.kind() == ClientError::Kind::Unreachable;
     return std::nullopt;
   }
 }
@@ -91,10 +88,8 @@ std::optional<std::uint64_t> Browser::measureByAgent(const std::string &path) {
 std::optional<MeasuredTree> Browser::measure(const std::string &path) {
   auto beyond = [this](const std::string &each) { return measureByAgent(each); };
   TreeMeasurer measurer({}, beyond, [this](const RequestProgress &progress) {
-    auto now = session_.now();
-    if (now - lastShown_ < 100ms)
+    if (!isDue())
       return true;
-    lastShown_ = now;
     showMeasuring(progress);
     return !wantsToStop();
   });
@@ -107,7 +102,7 @@ int Browser::browse(const std::string &path) {
   if (!tree || isStopWished_)
     return isStopWished_ ? ExitDone : ExitRefused;
   if (!tree->unseen.empty())
-    message_ = fmt::format("{} could not be looked into", itemsInWords(tree->unseen.size()));
+    message_ = fmt::format("{} could not be read", itemsInWords(tree->unseen.size()));
   list_ = std::make_unique<BrowserList>(std::move(tree->root));
   run();
   return session_.isStopped() ? ExitStopped : ExitDone;
@@ -125,14 +120,26 @@ std::string Browser::lineOf(const MeasuredItem &item, std::uint64_t whole) const
                      isFolder ? "/" : "");
 }
 
+// Of a long path the end, so that the figures have room.
+std::string Browser::title() const {
+  constexpr std::size_t leastForPath = 20;
+  auto width = static_cast<std::size_t>(screen_.columns());
+  const MeasuredItem &folder = list_->folder();
+  std::string figures = fmt::format("  {}, {}, by {}", sizeInWords(folder.bytes),
+                                    itemsInWords(folder.items), nameOf(list_->order()));
+  BrowserList::Marks marks = list_->marks();
+  if (marks.items > 0)
+    figures += fmt::format("  {} marked: {}", marks.items, sizeInWords(marks.bytes));
+  std::size_t room = std::max(width - std::min(width, figures.size() + 1), leastForPath);
+  std::string text = fmt::format(" {}{}", endOf(displayable(list_->path()), room), figures);
+  text.resize(std::max(text.size(), width), ' ');
+  return text;
+}
+
 void Browser::draw() {
   const MeasuredItem &folder = list_->folder();
   screen_.clear();
-  std::string title =
-      fmt::format(" {}  {}, {}, by {}", displayable(list_->path()), sizeInWords(folder.bytes),
-                  itemsInWords(folder.items), nameOf(list_->order()));
-  title.resize(std::max(title.size(), static_cast<std::size_t>(screen_.columns())), ' ');
-  screen_.put(0, 0, title, Look::Reverse);
+  screen_.put(0, 0, title(), Look::Reverse);
   auto height = static_cast<std::size_t>(listHeight());
   std::size_t cursor = list_->cursor();
   firstLine_ = std::min(firstLine_, cursor);
@@ -152,119 +159,11 @@ void Browser::drawStatus(const std::string &text) {
   std::string blank(static_cast<std::size_t>(screen_.columns()), ' ');
   screen_.put(screen_.rows() - 2, 0, blank, Look::Plain);
   screen_.put(screen_.rows() - 2, 0, text, Look::Bold);
-  screen_.put(screen_.rows() - 1, 0, session_.canDraw() ? keys : plainKeys, Look::Plain);
+  // A narrow terminal has no room for all keys.
+  const char *line = session_.canDraw() ? keys : plainKeys;
+  screen_.put(screen_.rows() - 1, 0, screen_.columns() >= widthOfKeys ? line : "? keys  q leaves",
+              Look::Plain);
   screen_.show();
-}
-
-// --- keys
-
-void Browser::run() {
-  while (!session_.isStopped()) {
-    draw();
-    char32_t key = screen_.key(200ms);
-    if (key != NS::Key::None && !handle(key))
-      return;
-  }
-}
-
-bool Browser::handle(char32_t key) {
-  if (key == U'q' || key == NS::Key::Interrupt)
-    return false;
-  if (key != NS::Key::Resize)
-    message_.clear();
-  if (!handleMove(key)) {
-    handleView(key);
-    handleDeed(key);
-  }
-  return true;
-}
-
-bool Browser::handleMove(char32_t key) {
-  switch (key) {
-  case NS::Key::Up:
-  case U'k':
-    list_->moveBy(-1);
-    return true;
-  case NS::Key::Down:
-  case U'j':
-    list_->moveBy(1);
-    return true;
-  case NS::Key::PageUp:
-    list_->moveBy(-listHeight());
-    return true;
-  case NS::Key::PageDown:
-    list_->moveBy(listHeight());
-    return true;
-  case NS::Key::Home:
-    list_->moveToStart();
-    return true;
-  case NS::Key::End:
-    list_->moveToEnd();
-    return true;
-  case NS::Key::Right:
-  case NS::Key::Enter:
-  case U'l':
-    list_->enter();
-    return true;
-  case NS::Key::Left:
-  case NS::Key::Backspace:
-  case U'h':
-    list_->leave();
-    return true;
-  default:
-    return false;
-  }
-}
-
-void Browser::handleView(char32_t key) {
-  switch (key) {
-  case U's':
-    return list_->setOrder(BrowserList::Order::Size);
-  case U'n':
-    return list_->setOrder(BrowserList::Order::Name);
-  case U't':
-    return list_->setOrder(BrowserList::Order::Time);
-  case U'i':
-    return list_->setOrder(BrowserList::Order::Items);
-  case U'.':
-    return list_->showHidden(!list_->showsHidden());
-  case U'/':
-    return search();
-  case U' ':
-    list_->toggleMark();
-    return list_->moveBy(1);
-  default:
-    return;
-  }
-}
-
-void Browser::search() {
-  auto text = typed("Find: ");
-  if (!text)
-    return;
-  if (!text->empty())
-    lastSearch_ = *text;
-  if (!lastSearch_.empty() && !list_->search(lastSearch_))
-    message_ = "no name here holds " + displayable(lastSearch_);
-}
-
-std::optional<std::string> Browser::typed(const std::string &question) {
-  std::string text;
-  while (!session_.isStopped()) {
-    drawStatus(question + displayable(text));
-    char32_t key = screen_.key(200ms);
-    if (key == NS::Key::Enter)
-      return text;
-    if (key == NS::Key::Escape || key == NS::Key::Interrupt)
-      return std::nullopt;
-    if (key == NS::Key::Resize)
-      draw();
-    else if (key == NS::Key::Backspace)
-      dropLastCharacter(text);
-    else if (key >= U' ' && key < NS::Key::Up)
-      NS::appendCharacter(text, key);
-  }
-  return std::nullopt;
 }
 
 // --- deeds
@@ -278,17 +177,38 @@ void Browser::handleDeed(char32_t key) {
     perform({"Shred", "shredded", &Client::securelyRemoveItemAtPathAsync, nullptr, false});
 }
 
-bool Browser::isConfirmed(const Deed &deed, const std::vector<std::string> &paths) {
+// Nothing when it was stopped.
+std::optional<RemovalSum> Browser::planned(const std::vector<std::string> &paths) {
+  drawStatus("Counting the items ...");
   KeepList nothing({});
-  RemovalPlanner planner(nothing, [this](const std::string &path) { return measureByAgent(path); });
+  RemovalPlanner planner(
+      nothing, [this](const std::string &path) { return measureByAgent(path); },
+      [this](const RequestProgress &progress) {
+        if (isDue())
+          drawStatus(advanceInWords("Counting, q stops", progress, std::nullopt));
+        return !wantsToStop();
+      });
   RemovalSum sum;
-  drawStatus("Looking at what would go ...");
   for (const std::string &path : paths)
     sum.add(planner.plan(path));
-  std::string frees = deed.usesTrash ? "" : fmt::format(", {} freed", sizeInWords(sum.freed));
-  std::string what = paths.size() == 1 ? displayable(paths.front()) : itemsInWords(paths.size());
-  auto answer = typed(fmt::format("{} {}: {}, {}{}? [y/N] ", deed.verb, what, sum.itemsInWords(),
-                                  sizeInWords(sum.allocated), frees));
+  return isStopWished_ ? std::nullopt : std::optional(sum);
+}
+
+// Of a long path the end is shown, or the question would have no room.
+bool Browser::isConfirmed(const Deed &deed, const std::vector<std::string> &paths) {
+  constexpr std::size_t leastForPath = 20, roomForAnswer = 4;
+  auto sum = planned(paths);
+  if (!sum)
+    return false;
+  std::string frees = deed.usesTrash ? "" : fmt::format(", {} freed", sizeInWords(sum->freed));
+  std::string figures =
+      fmt::format(": {}, {}{}? [y/N] ", sum->itemsInWords(), sizeInWords(sum->allocated), frees);
+  auto width = static_cast<std::size_t>(screen_.columns());
+  std::size_t taken = std::string_view(deed.verb).size() + 1 + figures.size() + roomForAnswer;
+  std::size_t room = std::max(width - std::min(width, taken), leastForPath);
+  std::string subject =
+      paths.size() == 1 ? endOf(displayable(paths.front()), room) : itemsInWords(paths.size());
+  auto answer = typed(fmt::format("{} {}{}", deed.verb, subject, figures));
   return answer == "y" || answer == "Y";
 }
 
@@ -305,7 +225,7 @@ Told Browser::awaited(const Request<Reply> &request, AgentAdvance &advance) {
   return request.get();
 }
 
-// Gives why not.
+// Returns the reason of a failure, or an empty text.
 std::string Browser::performOn(const Deed &deed, const std::string &path) {
   if (deed.usesTrash && session_.trash(path))
     return "";
@@ -330,9 +250,9 @@ void Browser::perform(const Deed &deed) {
       message_ = displayable(path) + " is protected";
       return;
     }
+  isStopWished_ = false;
   if (paths.empty() || !isConfirmed(deed, paths))
     return;
-  isStopWished_ = false;
   std::size_t done = 0;
   std::string reason;
   for (const std::string &path : paths) {
@@ -349,7 +269,7 @@ void Browser::perform(const Deed &deed) {
   message_ = fmt::format("{} of {} {}{}", done, paths.size(), deed.participle, reason);
 }
 
-// As much of it as there is now.
+// Measures again the part of it that is left.
 void Browser::refresh(const std::string &path) {
   bool wasStopped = std::exchange(isStopWished_, false);
   auto tree = measure(path);

@@ -5,6 +5,7 @@
 #include "CommandLine/AgentAdvance.h"
 #include "CommandLine/BrowserList.h"
 #include "CommandLine/Outcome.h"
+#include "CommandLine/RemovalPreview.h"
 #include "CommandLine/Session.h"
 #include "Foundation/Terminal/Screen.h"
 
@@ -20,8 +21,8 @@ class Browser {
 public:
   Browser(Session &session, NS::Screen &screen) : session_(session), screen_(screen) {}
 
-  // Measures the tree and shows it until the person leaves. Gives the exit
-  // status.
+  // Measures the tree and shows it until the person leaves. Returns the
+  // exit status.
   int browse(const std::string &path);
 
 private:
@@ -39,19 +40,23 @@ private:
   std::optional<std::uint64_t> measureByAgent(const std::string &path);
   void showMeasuring(const RequestProgress &progress);
   bool wantsToStop();
+  bool isDue();
 
   void run();
-  bool handle(char32_t key); // gives whether to go on
+  bool handle(char32_t key); // returns whether to go on
   bool handleMove(char32_t key);
   void handleView(char32_t key);
   void handleDeed(char32_t key);
   void search();
+  void showKeys();
   void refresh(const std::string &path);
 
   void draw();
+  std::string title() const;
   std::string lineOf(const MeasuredItem &item, std::uint64_t whole) const;
   void drawStatus(const std::string &text);
   std::optional<std::string> typed(const std::string &question);
+  std::optional<RemovalSum> planned(const std::vector<std::string> &paths);
   bool isConfirmed(const Deed &deed, const std::vector<std::string> &paths);
   void perform(const Deed &deed);
   std::string performOn(const Deed &deed, const std::string &path);

@@ -25,7 +25,7 @@ std::vector<std::string> namesIn(std::string_view path) {
   return names;
 }
 
-MeasuredItem *childOf(MeasuredItem &folder, const std::string &name) {
+template <typename Item> Item *childOf(Item &folder, const std::string &name) {
   auto found = std::find_if(folder.children.begin(), folder.children.end(),
                             [&](const MeasuredItem &item) { return item.name == name; });
   return found == folder.children.end() ? nullptr : &*found;
@@ -52,6 +52,14 @@ std::string BrowserList::pathOf(const MeasuredItem &item) const {
 MeasuredItem *BrowserList::find(const std::vector<std::string> &names) {
   MeasuredItem *item = &root_;
   for (const std::string &name : names)
+    if (item)
+      item = childOf(*item, name);
+  return item;
+}
+
+const MeasuredItem *BrowserList::itemAt(const std::string &path) const {
+  const MeasuredItem *item = &root_;
+  for (const std::string &name : namesIn(std::string_view(path).substr(root_.name.size())))
     if (item)
       item = childOf(*item, name);
   return item;
@@ -171,6 +179,18 @@ std::vector<std::string> BrowserList::chosen() const {
       paths.push_back(path);
   }
   return paths;
+}
+
+BrowserList::Marks BrowserList::marks() const {
+  Marks sum;
+  if (marked_.empty())
+    return sum;
+  for (const std::string &path : chosen())
+    if (const MeasuredItem *item = itemAt(path)) {
+      ++sum.items;
+      sum.bytes += item->bytes;
+    }
+  return sum;
 }
 
 void BrowserList::replace(const std::string &path, const MeasuredItem *now) {

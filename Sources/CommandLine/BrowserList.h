@@ -49,6 +49,12 @@ public:
   void toggleMark();
   bool isMarked(const MeasuredItem &item) const { return marked_.contains(pathOf(item)); }
   void unmarkAll() { marked_.clear(); }
+  // The number of marked items, and their bytes.
+  struct Marks {
+    std::size_t items = 0;
+    std::uint64_t bytes = 0;
+  };
+  Marks marks() const;
   // Paths of those marked or, with none marked, of the one at the cursor. An
   // item within another one that is marked goes with that.
   std::vector<std::string> chosen() const;
@@ -59,6 +65,7 @@ public:
 
 private:
   MeasuredItem *find(const std::vector<std::string> &names);
+  const MeasuredItem *itemAt(const std::string &path) const;
   void arrange(const std::string &nameAtCursor);
   std::int64_t modified(const MeasuredItem &item);
   bool isBefore(const MeasuredItem &left, const MeasuredItem &right);
@@ -71,7 +78,7 @@ private:
   Order order_ = Order::Size;
   bool showsHidden_ = true;
   std::set<std::string> marked_;
-  std::map<std::string, std::int64_t> modified_; // by path, as far as they were asked for
+  std::map<std::string, std::int64_t> modified_; // by path; filled when the order needs them
 };
 
 } // namespace kw

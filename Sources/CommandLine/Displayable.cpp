@@ -33,4 +33,13 @@ std::string displayable(std::string_view text) {
   return result;
 }
 
+std::string endOf(const std::string &text, std::size_t room) {
+  if (text.size() <= room)
+    return text;
+  std::size_t start = text.size() - room + 3;
+  while (start < text.size() && !NS::decodeCharacter(text, start).wellFormed)
+    ++start;
+  return fmt::format("...{}", text.substr(start));
+}
+
 } // namespace kw

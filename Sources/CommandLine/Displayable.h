@@ -14,4 +14,8 @@ bool isHiddenCharacter(char32_t character);
 // escaped: \x1b, \u202e, \\ . Two different texts never look the same.
 std::string displayable(std::string_view text);
 
+// The text, or three dots and its end, which begins with a whole character: at
+// most as many bytes as there is room for. The room is at least three.
+std::string endOf(const std::string &text, std::size_t room);
+
 } // namespace kw

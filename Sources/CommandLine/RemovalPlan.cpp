@@ -76,7 +76,10 @@ RemovalPlan RemovalPlanner::plan(const std::string &path) {
   WatchedWalk watched(watch_);
   while (NS::FTSEntry *entry = stream->read()) {
     visit(*stream, *entry, walk);
-    watched.count(*entry);
+    if (!watched.count(*entry)) {
+      walk.plan.unknown.push_back(walk.root);
+      return walk.plan;
+    }
   }
   stream->close();
   walk.plan.roots = std::move(walk.folders.front().removable);

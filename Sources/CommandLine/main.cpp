@@ -75,7 +75,7 @@ int main(int argc, char **argv) {
   std::ios::sync_with_stdio(false);
   std::cin.tie(nullptr); // or each path read would send the line of the one before
   kw::Surroundings surroundings = surroundingsOfProcess();
-  NS::SignalWatch watch({NS::InterruptSignal, NS::TerminateSignal},
+  NS::SignalWatch watch({NS::HangUpSignal, NS::InterruptSignal, NS::TerminateSignal},
                         [alarm = surroundings.alarm](int signal) {
                           if (alarm->stop(signal))
                             return;

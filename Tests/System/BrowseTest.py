@@ -7,9 +7,10 @@ import subprocess
 import unittest
 
 from Support import harness
-from Support.bus import wait_until
+from Support.bus import is_running, wait_until
 from Support.root import DATA
 from Support.systembus import MEMBER, OUTSIDER, ROOT, SystemBusRoot
+from Support.terminal import Terminal
 
 TREE = "/srv/tree"
 MEGABYTE = 1_000_000
@@ -23,7 +24,10 @@ class BrowseTest(unittest.TestCase):
         cls.root = cls.enterClassContext(SystemBusRoot())
 
     def setUp(self):
-        self.socket = f"keepwell-{os.getpid()}"
+        self.terminal = Terminal("browse")
+        self.addCleanup(self.terminal.close)
+        self.tmux, self.screen = self.terminal.tmux, self.terminal.screen
+        self.keys, self.wait_for = self.terminal.keys, self.terminal.wait_for
         self.root.empty(TREE)
         for name, size in (("big/file", 3), ("middle/a", 1), ("middle/b", 1), (".hidden", 1.5),
                            ("small", 0.1)):
@@ -32,35 +36,24 @@ class BrowseTest(unittest.TestCase):
         self.addCleanup(os.unlink, self.root.host_path("/srv/outside"))
         os.sync()
 
-    def tmux(self, *words):
-        return subprocess.run(["tmux", "-L", self.socket, "-f", "/dev/null", *words], check=False,
-                              capture_output=True, text=True).stdout
+    def open_terminal(self, argv, columns=80, rows=24):
+        """Runs a program of the root on the terminal."""
+        self.terminal.open(self.root.command(
+            ["env", "-i", *(f"{key}={value}" for key, value in self.root.environment().items()),
+             "TERM=screen", "PATH=/usr/local/bin:/usr/bin:/bin:/sbin", *argv]), columns, rows)
 
-    def start(self, user=ROOT, path=TREE, columns=80, rows=24):
+    def start(self, user=ROOT, path=TREE, shown=None, before="", **size):
         """In a shell that tells how the terminal was before and after."""
-        script = (f"stty -g >/run/before; keepwell browse {path}; echo status $?; "
+        script = (f"{before} stty -g >/run/before; keepwell browse {path}; echo status $?; "
                   "stty -g >/run/after; echo over; cat")
-        argv = self.root.command(["env", "-i", *(f"{key}={value}" for key, value in
-                                                 self.root.environment().items()),
-                                  "TERM=screen", "PATH=/usr/local/bin:/usr/bin:/bin:/sbin",
-                                  "sh", "-c", script])
-        if user != ROOT:
-            argv[argv.index("sh"):] = self.root.as_user(user, ["keepwell", "browse", path])
-        self.tmux("new-session", "-d", "-x", str(columns), "-y", str(rows), *argv)
-        self.addCleanup(self.tmux, "kill-server")
-        self.wait_for(f"{path} ")
+        self.open_terminal(["sh", "-c", script] if user == ROOT else
+                           self.root.as_user(user, ["keepwell", "browse", path]), **size)
+        self.wait_for(f"{shown or path} ")
 
-    def screen(self):
-        return self.tmux("capture-pane", "-p")
-
-    def wait_for(self, text, gone=False):
-        try:
-            wait_until(lambda: (text in self.screen()) != gone)
-        except TimeoutError:
-            self.fail(f"{text!r} {'stays' if gone else 'does not come'}:\n{self.screen()}")
-
-    def keys(self, *keys):
-        self.tmux("send-keys", *keys)
+    def process(self):
+        found = subprocess.run(["pgrep", "-f", "^keepwell browse "], check=True,
+                               capture_output=True, text=True).stdout.split()
+        return int(found[0])
 
     def names(self):
         """Of the items shown, in order."""
@@ -75,7 +68,7 @@ class BrowseTest(unittest.TestCase):
     def test_folders_are_sorted_and_lead_in_and_out(self):
         self.start()
         self.wait_for_names("big/", "middle/", ".hidden", "small")
-        self.wait_for("x shred  q")
+        self.wait_for("x shred  ? keys  q")
         self.assertRegex(self.screen(), r"(?m)^\s+3 MB +4\d% \[\u2588+ +\] big/$")
         self.keys("n")
         self.wait_for_names(".hidden", "big/", "middle/", "small")
@@ -135,12 +128,62 @@ class BrowseTest(unittest.TestCase):
         self.tmux("resize-window", "-x", "50", "-y", "9")
         self.wait_for_names("big/", "middle/", ".hidden", "small")
         wait_until(lambda: len(self.screen().splitlines()) == 9)
-        self.wait_for("\u2191\u2193\u2190\u2192 go")
+        self.wait_for("? keys  q leaves")
         self.assertLessEqual(max(map(len, self.screen().splitlines())), 50)
         self.keys("End")
         self.tmux("resize-window", "-x", "100", "-y", "30")
         wait_until(lambda: len(self.screen().splitlines()) == 30)
-        self.wait_for("x shred  q")
+        self.wait_for("\u2191\u2193\u2190\u2192 go  ")
+
+    def test_the_list_of_keys_gives_way_to_any_key(self):
+        self.start(columns=50)
+        self.keys("?")
+        self.wait_for("overwrite their contents")
+        self.keys("x")
+        self.wait_for_names("big/", "middle/", ".hidden", "small")
+        self.assertNotIn("[y/N]", self.screen())
+
+    def test_the_title_adds_up_the_marked_items(self):
+        self.start()
+        self.keys("Space", "Space")
+        self.wait_for("by size  2 marked: 5 MB")
+        self.keys("u")
+        self.wait_for("marked", gone=True)
+        self.assertNotIn("*", self.screen())
+
+    def test_questions_on_deep_folders_keep_their_figures_in_sight(self):
+        deep = TREE + "/" + "/".join(["with a long name"] * 8)
+        self.root.write(f"{deep}/item", b"x")
+        os.sync()
+        self.start(path=f"'{deep}'", shown="8 KB, 2 items, by")
+        self.assertRegex(self.screen(), r"\A \.\.\..*/with a long name  8 KB, 2 items, by size *\n")
+        self.keys("r")
+        self.wait_for("/item: 1 item, 4 KB, 4 KB freed? [y/N]")
+
+    def test_links_lead_into_their_folders_and_other_items_are_refused(self):
+        self.root.symlink("tree/big", "/srv/link")
+        self.addCleanup(os.unlink, self.root.host_path("/srv/link"))
+        self.start(path="/srv/link", shown=f"{TREE}/big")
+        self.wait_for_names("file")
+        for item, reason in ((f"{TREE}/small", " is not a folder"),
+                             ("/srv/no", ": there is nothing there")):
+            done = self.root.run(["keepwell", "browse", item])
+            self.assertEqual((done.returncode, done.stderr.decode()),
+                             (1, f"keepwell: {item}{reason}\n"))
+
+    def test_it_pauses_and_comes_back(self):
+        self.open_terminal(["bash", "--norc", "--noediting", "-i"])
+        self.keys(f"stty -g >/run/before; keepwell browse {TREE}", "Enter")
+        self.wait_for("x shred  ? keys  q")
+        self.keys("C-z")
+        self.wait_for("Stopped")
+        self.keys("stty -g >/run/after; echo over", "Enter")
+        self.wait_for("\nover")
+        self.assert_terminal_as_before()
+        self.keys("fg", "Enter")
+        self.wait_for_names("big/", "middle/", ".hidden", "small")
+        self.keys("n")
+        self.wait_for_names(".hidden", "big/", "middle/", "small")
 
     def assert_terminal_as_before(self):
         self.assertEqual(self.root.read("/run/after"), self.root.read("/run/before"))
@@ -154,12 +197,30 @@ class BrowseTest(unittest.TestCase):
         self.assert_terminal_as_before()
 
     def test_it_leaves_the_terminal_as_it_was_when_it_is_ended(self):
-        self.start()
-        found = subprocess.run(["pgrep", "-f", f"^keepwell browse {TREE}"], check=True,
-                               capture_output=True, text=True).stdout.split()
-        os.kill(int(found[0]), signal.SIGTERM)
-        self.wait_for("status 143\nover")
-        self.assert_terminal_as_before()
+        for number in (signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(number):
+                self.start()
+                os.kill(self.process(), number)
+                self.wait_for(f"status {128 + number}\nover")
+                self.assert_terminal_as_before()
+                self.terminal.close()
+
+    def test_it_ends_when_its_terminal_is_gone(self):
+        for before in ("", "trap '' HUP;"):
+            with self.subTest(before):
+                self.start(before=before)
+                number = self.process()
+                self.terminal.close()
+                wait_until(lambda number=number: not is_running(number))
+
+    def test_one_name_that_cannot_be_sent_does_not_keep_the_agent_from_measuring_others(self):
+        for name in (b"odd \xff", b"big"):
+            path = os.fsencode(self.root.host_path(TREE)) + b"/" + name
+            os.makedirs(path, exist_ok=True)
+            os.chmod(path, 0o700)
+        self.start(user=MEMBER)
+        self.wait_for("odd \\xff")
+        self.assertRegex(self.screen(), r"(?m)^\s+3 MB~")
 
     def test_the_agent_measures_and_removes_items_that_a_member_cannot_read(self):
         os.chmod(self.root.host_path(f"{TREE}/big"), 0o700)

@@ -8,6 +8,7 @@
 
 namespace NS {
 
+inline constexpr int HangUpSignal = 1;     // the terminal is gone
 inline constexpr int InterruptSignal = 2;  // ^C
 inline constexpr int TerminateSignal = 15; // a request to end
 

@@ -12,7 +12,7 @@ namespace NS {
 
 // A key that is pressed: a character, or one of these.
 namespace Key {
-inline constexpr char32_t None = 0;      // none in time, or the terminal is gone
+inline constexpr char32_t None = 0;      // none in time
 inline constexpr char32_t Interrupt = 3; // ^C
 inline constexpr char32_t Enter = U'\n';
 inline constexpr char32_t Escape = 27;
@@ -25,7 +25,8 @@ inline constexpr char32_t PageUp = 0x110004;
 inline constexpr char32_t PageDown = 0x110005;
 inline constexpr char32_t Home = 0x110006;
 inline constexpr char32_t End = 0x110007;
-inline constexpr char32_t Resize = 0x110008; // the terminal has another size
+inline constexpr char32_t Resize = 0x110008; // the terminal has another size, or is back
+inline constexpr char32_t Gone = 0x110009;   // the terminal is gone; no key comes any more
 } // namespace Key
 
 class Screen {
@@ -48,6 +49,9 @@ public:
   virtual void put(int row, int column, std::string_view text, Look look) = 0;
   // Shows the written text.
   virtual void show() = 0;
+  // Waits for a key. At ^Z it first leaves the terminal as it was and stops the
+  // process group, as the terminal itself does for other programs; Resize comes
+  // once the group goes on.
   virtual char32_t key(std::chrono::milliseconds wait) = 0;
 };
 

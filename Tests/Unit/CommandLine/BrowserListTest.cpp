@@ -55,6 +55,25 @@ TEST_F(BrowserListTest, hasFourOrders) {
   EXPECT_EQ(names(), (Strings{"b", "c"}));
 }
 
+TEST_F(BrowserListTest, addsUpTheMarkedItemsAndTheirContentsOnce) {
+  EXPECT_EQ(list.marks().items, 0u);
+  list.toggleMark(); // b
+  EXPECT_EQ(list.marks().bytes, 70u);
+  list.enter();
+  list.toggleMark(); // x in b
+  EXPECT_EQ(list.marks().items, 1u);
+  EXPECT_EQ(list.marks().bytes, 70u);
+  list.leave();
+  list.toggleMark(); // b no more
+  EXPECT_EQ(list.marks().bytes, 50u);
+  list.moveBy(1);
+  list.toggleMark(); // c
+  EXPECT_EQ(list.marks().items, 2u);
+  EXPECT_EQ(list.marks().bytes, 110u);
+  list.unmarkAll();
+  EXPECT_EQ(list.marks().items, 0u);
+}
+
 TEST(BrowserListTime, isThatOfTheLastChangeTheNewestFirst) {
   using namespace std::chrono_literals;
   kwtest::ScratchFolder scratch;

@@ -9,7 +9,7 @@
 
 namespace NS {
 
-static_assert(InterruptSignal == SIGINT && TerminateSignal == SIGTERM);
+static_assert(HangUpSignal == SIGHUP && InterruptSignal == SIGINT && TerminateSignal == SIGTERM);
 
 class SignalWatch::Body {
 public:

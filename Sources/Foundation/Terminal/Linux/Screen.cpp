@@ -5,8 +5,10 @@
 #include "Foundation/Text/Unicode.h"
 
 #include <clocale>
+#include <csignal>
 #define NCURSES_NOMACROS
 #include <curses.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 #include <wchar.h>
@@ -15,6 +17,7 @@ namespace NS {
 namespace {
 
 constexpr short escapeDelay = 25; // milliseconds in which the rest of a sequence comes
+constexpr wint_t stopKey = 26;    // ^Z
 
 struct termios formerModes;
 volatile bool isTaken = false;
@@ -46,6 +49,27 @@ char32_t keyOf(wint_t code) {
   default:
     return Key::None;
   }
+}
+
+// A terminal that is gone always has something to read, but no key.
+bool isGone() {
+  struct pollfd input {
+    STDIN_FILENO, POLLIN, 0
+  };
+  return ::poll(&input, 1, 0) > 0 && (input.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
+
+// Not by the handler of curses, which may run on another thread.
+void stopProcessGroup() {
+  struct sigaction former {};
+  struct sigaction usual {};
+  usual.sa_handler = SIG_DFL;
+  sigemptyset(&usual.sa_mask);
+  if (::sigaction(SIGTSTP, nullptr, &former) != 0 || former.sa_handler == SIG_IGN)
+    return;
+  ::sigaction(SIGTSTP, &usual, nullptr);
+  ::kill(0, SIGTSTP);
+  ::sigaction(SIGTSTP, &former, nullptr);
 }
 
 int attributesOf(Screen::Look look) {
@@ -104,9 +128,15 @@ public:
     wint_t code = 0;
     int kind = ::get_wch(&code);
     if (kind == ERR)
-      return Key::None;
+      return isGone() ? Key::Gone : Key::None;
     if (kind == KEY_CODE_YES)
       return keyOf(code);
+    if (code == stopKey) {
+      ::endwin();
+      stopProcessGroup();
+      ::refresh();
+      return Key::Resize;
+    }
     if (code == L'\r')
       return Key::Enter;
     return code == 8 ? Key::Backspace : static_cast<char32_t>(code);
