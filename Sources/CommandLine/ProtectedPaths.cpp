@@ -1,4 +1,5 @@
-// By the canonical path, and by being the same folder as the user's home.
+// By the canonical path, and by the identity of the folder: a volume that is
+// mounted at a second place has the same folders there.
 #include "CommandLine/ProtectedPaths.h"
 
 #include "Foundation/Desktop/HomeDirectory.h"
@@ -31,12 +32,17 @@ fs::path canonicalFolder(const std::string &path) {
   return failure ? fs::path() : canonical;
 }
 
+bool isSame(const fs::path &folder, const fs::path &other) {
+  std::error_code ignored;
+  return folder == other || fs::equivalent(folder, other, ignored);
+}
+
 bool isHome(const fs::path &folder) {
   std::error_code ignored;
   fs::path home = fs::weakly_canonical(NS::homeDirectory(), ignored);
   // A folder that holds the home, too.
   for (fs::path above = home; !above.empty(); above = above.parent_path()) {
-    if (above == folder)
+    if (isSame(folder, above))
       return true;
     if (above == above.root_path())
       break;
@@ -45,10 +51,14 @@ bool isHome(const fs::path &folder) {
 }
 
 bool isProtected(const fs::path &folder) {
-  if (folder == folder.root_path() || isHome(folder))
+  if (isSame(folder, folder.root_path()) || isHome(folder))
     return true;
-  auto is = [&](const char *other) { return folder == other; };
-  auto isAbove = [&](const char *other) { return folder.parent_path() == other; };
+  auto is = [&](const char *other) { return isSame(folder, other); };
+  // Under a second mount of the volume the folder has the same name.
+  auto isAbove = [&](const char *other) {
+    return folder.parent_path() == other || isSame(folder, other) ||
+           isSame(folder, other / folder.filename());
+  };
   return std::any_of(protectedBelow.begin(), protectedBelow.end(), isAbove) ||
          std::any_of(protectedItself.begin(), protectedItself.end(), is);
 }
