@@ -43,7 +43,7 @@ Argument *find(const std::vector<Arguments *> &tables, std::string_view name) {
   std::string near = name.size() > 2 ? nearWord(name, known) : "";
   throw UsageError("there is no option " + displayable(name) +
                    (near.empty() ? "" : "; did you mean " + near + "?") +
-                   "\nA name that starts with a dash stands behind a lone --");
+                   "\nWrite a name that starts with a dash after a lone --");
 }
 
 void take(Argument &option, const std::string &name, const std::string &value) {
@@ -55,7 +55,7 @@ void take(Argument &option, const std::string &name, const std::string &value) {
     throw UsageError(name + ": " + complaint);
 }
 
-// The word behind is the value.
+// The next word is the value.
 std::size_t takeNext(Argument &option, const std::string &name,
                      const std::vector<std::string> &words, std::size_t index) {
   if (index + 1 == words.size())
@@ -178,7 +178,7 @@ void Arguments::takeOperand(const std::string &word) {
     return;
   }
   if (nextOperand_ == operands_.size())
-    throw UsageError("there is no use for \"" + displayable(word) + "\"");
+    throw UsageError("there is one word too many: \"" + displayable(word) + "\"");
   Argument &operand = operands_[nextOperand_];
   nextOperand_ += operand.repeatable ? 0 : 1;
   operand.isGiven = true;

@@ -1,8 +1,8 @@
 // The arguments of a command, declared once. The reading of the command line,
 // the help, the completions and the manual use the declaration.
 //
-// A word is an option, the value of one, or an operand, and none is looked into
-// beyond that: a value or an operand is taken byte for byte.
+// A word is an option, the value of an option, or an operand. Values and
+// operands are taken byte for byte.
 #pragma once
 
 #include "CommandLine/Displayable.h"
@@ -28,14 +28,14 @@ struct Argument {
   bool hidden = false;
   const Argument *needs = nullptr; // makes no sense without this other one
   bool isGiven = false;
-  // Stores the value. Gives a complaint, empty when there is none.
+  // Stores the value. Returns a complaint, or an empty text.
   std::function<std::string(const std::string &value)> take;
 
   bool isFlag() const { return value.empty(); }
   bool isCalled(std::string_view name) const;
 };
 
-// Gives a complaint about a value, empty when there is none.
+// Returns a complaint about a value, or an empty text.
 using Check = std::function<std::string(const std::string &value)>;
 
 // Refuses an empty text.
@@ -50,9 +50,9 @@ template <typename Number> Check storesNumber(Number &target, Number smallest) {
       return "";
     return std::string("\"")
         .append(displayable(text))
-        .append("\" is no whole number from ")
+        .append("\" is not a whole number from ")
         .append(std::to_string(smallest))
-        .append(" on");
+        .append(" up");
   };
 }
 
@@ -67,10 +67,10 @@ public:
   // May be given again, adding to the target.
   Argument &option(std::string_view names, std::vector<std::string> &target, std::string_view value,
                    std::string_view help, const Check &check = nullptr);
-  // One that must be given.
+  // A required operand.
   Argument &operand(std::string_view name, std::string &target, std::string_view value,
                     std::string_view help, const Check &check = refuseEmpty);
-  // As many as there are; the last to be declared.
+  // Takes all operands that remain; declare it last.
   Argument &operand(std::string_view name, std::vector<std::string> &target, std::string_view value,
                     std::string_view help, const Check &check = refuseEmpty);
   // All arguments after the operands declared so far, options or not.
@@ -107,7 +107,7 @@ private:
 };
 
 // Takes the option that starts at the index out of the words, with its value if
-// it has one, and gives the index behind. Several tables are asked in turn.
+// it has one, and returns the index after it. Looks into each table in turn.
 // Throws UsageError.
 std::size_t takeOption(const std::vector<Arguments *> &tables,
                        const std::vector<std::string> &words, std::size_t index);

@@ -11,12 +11,12 @@
 
 namespace kw {
 
-// Does the work and gives the exit status. May throw ClientError.
+// Does the work and returns the exit status. May throw ClientError.
 using CommandRun = std::function<int(Session &session)>;
 
 // A command line as a user types it, and its purpose.
 struct Example {
-  const char *line; // behind the program's name
+  const char *line; // without the program's name
   const char *meaning;
 };
 

@@ -85,8 +85,9 @@ int answer(Program &program, const std::vector<std::string> &words, const Global
 
 std::shared_ptr<bool> declareDryRun(Arguments &arguments) {
   auto dryRun = std::make_shared<bool>(false);
-  arguments.flag("-n,--dry-run", *dryRun,
-                 "Tell what would be done and what it would free, and do nothing");
+  arguments.flag(
+      "-n,--dry-run", *dryRun,
+      "Show the work that would be done and the space that it would free; change nothing");
   return dryRun;
 }
 

@@ -5,7 +5,7 @@
 
 namespace kw {
 
-// Reads the arguments, runs the command and gives the exit status.
+// Reads the arguments, runs the command and returns the exit status.
 int runCommandLine(int count, const char *const *arguments, const Surroundings &surroundings);
 
 } // namespace kw

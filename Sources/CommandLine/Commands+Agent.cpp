@@ -8,7 +8,7 @@ namespace {
 
 CommandRun declareEcho(Arguments &arguments) {
   auto text = std::make_shared<std::string>();
-  arguments.operand("text", *text, "TEXT", "What the agent shall say", nullptr);
+  arguments.operand("text", *text, "TEXT", "The text to repeat", nullptr);
   return [text](Session &session) {
     JSONObject request;
     request.add("command", "echo");
@@ -44,13 +44,13 @@ CommandRun declareTerminate(Arguments & /*arguments*/) {
 CommandTable agentCommands() {
   return {
       {"echo",
-       "Have the agent repeat a text, to see whether it answers",
+       "Have the agent repeat a text, to test whether it answers",
        declareEcho,
        {{"echo hello", "prints hello if the agent answers"}}},
       {"terminate",
        "End the agent; the next request starts it again",
        declareTerminate,
-       {{"terminate", "also ends what it is doing for others"}}},
+       {{"terminate", "also ends its work for other clients"}}},
   };
 }
 

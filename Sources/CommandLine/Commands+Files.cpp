@@ -7,6 +7,7 @@
 #include "CommandLine/SizeCommand.h"
 #include "Tools/RVFileSizer.h"
 
+#include <chrono>
 #include <fmt/format.h>
 #include <memory>
 
@@ -97,7 +98,7 @@ int previewMove(Session &session, const std::string &from, const std::string &to
   if (presenceOf(from) == Presence::Missing)
     obstacle = "there is nothing there";
   else if (presenceOf(to) == Presence::There)
-    obstacle = "something stands at " + to;
+    obstacle = "there is already an item at " + to;
   if (!obstacle.empty())
     return tellOutcome(session, request, false,
                        {"", from + " could not be moved", from, [&] { return obstacle; }});
@@ -111,16 +112,41 @@ int previewMove(Session &session, const std::string &from, const std::string &to
   return ExitDone;
 }
 
+// Such as "4 items, 164 KB moved, 0.2 s". A move within a volume is done at once,
+// even of a large tree, so counting its items gets no more than a second.
+void sayMoved(Session &session, const std::string &to, std::chrono::steady_clock::duration took) {
+  using namespace std::chrono_literals;
+  session.flush();
+  auto end = session.now() + 1s;
+  auto left = [&] {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(end - session.now());
+  };
+  Measure beyond = [&](const std::string &path) {
+    return left() > 0ms ? measuringByAgent(session, left())(path) : std::nullopt;
+  };
+  Watch watch = [&](const RequestProgress &) { return left() > 0ms; };
+  auto tree = TreeMeasurer({.depth = 0}, beyond, watch).measure(to);
+  if (!tree)
+    return;
+  bool isAll = tree->isWhole && tree->root.sight == MeasuredItem::Sight::Whole;
+  session.say(fmt::format("{}{}, {} moved, {}", isAll ? "" : "at least ",
+                          itemsInWords(tree->root.items), sizeInWords(tree->root.bytes),
+                          durationInWords(took)));
+}
+
 int moveItem(Session &session, const std::string &from, const std::string &to,
              const JSONObject &request) {
   return reportingFailures(session, request, [&] {
     auto start = session.now();
     Told reply =
         session.await(session.agent().moveItemAtPathAsync(from, to, session.requestOptions()));
-    std::string took = session.isWatched() ? ", " + durationInWords(session.now() - start) : "";
-    return tellOutcome(
-        session, request, reply,
-        {"Moved " + from + " to " + to + took, from + " could not be moved to " + to, from});
+    auto took = session.now() - start;
+    int status =
+        tellOutcome(session, request, reply,
+                    {"Moved " + from + " to " + to, from + " could not be moved to " + to, from});
+    if (status == ExitDone && session.isWatched())
+      sayMoved(session, to, took);
+    return status;
   });
 }
 
@@ -128,7 +154,7 @@ CommandRun declareMove(Arguments &arguments) {
   auto options = std::make_shared<MoveOptions>();
   auto dryRun = declareDryRun(arguments);
   arguments.flag("--force-protected", options->mayTakeProtected, forceProtectedHelp);
-  arguments.operand("source", options->source, "SOURCE", "What to move");
+  arguments.operand("source", options->source, "SOURCE", "The item to move");
   arguments.operand("destination", options->destination, "DESTINATION", "Its whole new path");
   return [=](Session &session) {
     std::string from = absolutePath(options->source);
@@ -151,7 +177,7 @@ CommandTable fileCommands() {
   return {
       sizeCommand(),
       {"exists",
-       "Tell whether something stands at a path, links followed",
+       "Tell whether an item exists at a path; links are followed",
        declareExists,
        {{"exists /etc/hosts", "exit status 0 if so, 1 if not"}}},
       {"truncate",
@@ -161,7 +187,7 @@ CommandTable fileCommands() {
       {"move",
        "Move an item to a new path, making missing folders",
        declareMove,
-       {{"move /srv/old /mnt/archive/old", "the whole new path; nothing is replaced"}}},
+       {{"move /srv/old /mnt/archive/old", "give the whole new path; a move replaces no item"}}},
   };
 }
 

@@ -169,22 +169,23 @@ CommandRun declareFind(Arguments &arguments) {
   arguments.operand("name", given->name, "NAME", "The application's name, in any case").required =
       false;
   arguments.option("--under", given->under, "PATH",
-                   "The folder to search; without it a NAME is sought where applications leave "
-                   "things, all else in the current folder",
+                   "The folder to search; by default a NAME is searched in the usual places of "
+                   "applications, all else in the current folder",
                    refuseRoot);
   arguments.option("--largest", given->largest, "NUMBER", "The largest files, so many",
                    storesNumber<std::size_t>(given->query.most, 1));
   arguments.option("--older-than", given->age, "AGE",
                    "Files that have not been changed for so long: 90d, 6w, 3m, 1y",
                    storesMomentBefore(given->query.unchangedSince));
-  arguments.flag("--empty", given->emptyFolders, "Folders that hold nothing but empty folders");
+  arguments.flag("--empty", given->emptyFolders, "Folders that hold only empty folders");
   arguments.flag("--words", given->byWords, "Match the words of the name, in any order");
   arguments.flag("--shallow", given->shallow, "Look at the folder's own children only");
   arguments.option("--exclude", given->excluded, "NAME",
-                   "Pass over items of this name, unentered; without a NAME to find, a pattern as "
-                   "those of remove --keep",
+                   "Leave out items of this name, and do not enter them; without a NAME to find, a "
+                   "pattern as for remove --keep",
                    refuseEmpty);
-  arguments.flag("--all", given->all, "Pass over nothing: numbered copies too");
+  arguments.flag("--all", given->all,
+                 "Print numbered copies and items with the folder's own name too");
   arguments.flag("--raw", given->raw, "Print each match of the walk: folders come twice");
   arguments.flag("-0,--null", given->withNul, "End each path with a NUL, for xargs -0");
   return [given](Session &session) { return find(session, *given); };
@@ -204,9 +205,9 @@ Command findCommand() {
            {"find --empty --under ~ -0 | keepwell remove -0 -n", "a trial of their removal"}},
           {},
           "The search by name passes over numbered copies, such as \"Editor 2\" and "
-          "\"editor10.conf\" for Editor, and over what bears the name of the folder itself; "
-          "--all prints them too. Large, old and empty things are sought on the volume of the "
-          "folder alone."};
+          "\"editor10.conf\" for Editor, and over items with the name of the folder itself; --all "
+          "prints them too. The searches for large files, old files and empty folders stay on the "
+          "volume of the folder."};
 }
 
 } // namespace kw

@@ -139,7 +139,7 @@ void sayInspection(Session &session, const std::string &path, const Inspection &
   session.say("  modified:   " + moment(item.modified));
   session.say("  last used:  " + moment(item.lastUsed));
   if (item.original != path)
-    session.say("  stands for: " + item.original);
+    session.say("  original:   " + item.original);
 }
 
 JSONObject jsonOfInspection(JSONObject request, const Inspection &item) {
@@ -174,7 +174,7 @@ CommandRun declareInspect(Arguments &arguments) {
   auto paths = std::make_shared<std::vector<std::string>>();
   auto withNul = std::make_shared<bool>(false);
   arguments.operand("paths", *paths, "PATH", "Files or folders").required = true;
-  arguments.flag("-0,--null", *withNul, "End each line with a NUL, whatever names hold");
+  arguments.flag("-0,--null", *withNul, "End each line with a NUL, for names with line ends");
   return [paths, withNul](Session &session) {
     if (*withNul)
       session.endLinesWithNul();
@@ -194,9 +194,9 @@ CommandTable localCommands() {
       browseCommand(),
       findCommand(),
       {"inspect",
-       "Tell what items are: kind, flags, protection, times, original",
+       "Show the kind, flags, protection, times and original of items",
        declareInspect,
-       {{"inspect /etc/hosts", "says among others whether it is locked"},
+       {{"inspect /etc/hosts", "among other things, whether it is locked"},
         {"inspect --json /srv/*", "an object for each item"}}},
   };
 }

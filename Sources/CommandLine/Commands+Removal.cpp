@@ -14,7 +14,7 @@
 namespace kw {
 namespace {
 
-// What distinguishes one such command from another.
+// The differences between such commands.
 struct RemovalKind {
   const char *command;
   const char *verb;  // of the question
@@ -22,7 +22,7 @@ struct RemovalKind {
   const char *would; // before an item, in a dry run
   bool freesSpace;
   const char *done;       // before an item
-  const char *participle; // behind "could not be "
+  const char *participle; // after "could not be "
 };
 
 struct RemovalOptions {
@@ -36,8 +36,8 @@ std::shared_ptr<RemovalOptions> declareOptions(Arguments &arguments, const Remov
   auto options = std::make_shared<RemovalOptions>();
   options->dryRun = declareDryRun(arguments);
   arguments.option("--keep", options->keep, "PATTERN",
-                   "Leave what matches, and what holds it, in place; a pattern with a slash is for "
-                   "whole paths, others for names; may be given again",
+                   "Keep matching items and the folders that hold them; a pattern with a slash is "
+                   "for whole paths, others for names; may be given again",
                    refuseEmpty);
   arguments.flag("--force-protected", options->mayTakeProtected, forceProtectedHelp);
   if (kind.asks)
@@ -45,7 +45,7 @@ std::shared_ptr<RemovalOptions> declareOptions(Arguments &arguments, const Remov
   return options;
 }
 
-// The items to remove in the place of one; those kept are told.
+// The items to remove in the place of one. Reports the kept ones.
 std::vector<std::string> around(Session &session, const RemovalKind &kind, RemovalPlanner &planner,
                                 const std::string &path, int &status) {
   RemovalPlan plan = planner.plan(path);
@@ -54,8 +54,7 @@ std::vector<std::string> around(Session &session, const RemovalKind &kind, Remov
     session.say("Kept " + kept);
   }
   for (const std::string &unknown : plan.unknown) {
-    std::string reason =
-        unknown + " cannot be looked into and is left alone, since it may hold what is kept";
+    std::string reason = unknown + " cannot be read and stays, since it may hold items to keep";
     session.sayFailure(pathRequest(kind.command, unknown)
                            .add("success", false)
                            .add("error", jsonOfReason(reason)));
@@ -175,24 +174,27 @@ CommandTable removalCommands() {
       {"remove",
        "Remove items with all that they hold, locked ones too",
        removal(remove, &Client::removeItemAtPathAsync),
-       {{"remove --dry-run /srv/old", "what would go, and how much space that frees"},
+       {{"remove --dry-run /srv/old",
+         "lists the items that would go, and the space that this frees"},
         {"remove /srv/old", "the folder and all in it"},
-        {"remove ~/Downloads --keep '*.pdf' --keep thesis", "all but these and what holds them"},
+        {"remove ~/Downloads --keep '*.pdf' --keep thesis",
+         "all but these and the folders that hold them"},
         {"remove -0 <list", "the paths that find -print0 wrote to a file"}}},
       {"shred",
-       "Overwrite what items hold, then remove them",
+       "Overwrite the contents of items, then remove them",
        removal(shred, &Client::securelyRemoveItemAtPathAsync),
        {{"shred ~/letters", "each file is overwritten once, under all its names"},
-        {"shred --dry-run ~/letters", "tell what would go"}}},
+        {"shred --dry-run ~/letters", "lists the items that would go"}}},
       {"trash",
-       "Move items to your Trash, or see what is in it",
+       "Move items to your Trash; list, restore or empty it",
        removal(trash, &Client::moveToTrashItemAtPathAsync),
-       {{"trash ~/letters", "frees nothing until the Trash is emptied"},
-        {"trash list", "what is in it"},
-        {"trash empty --older-than 30d", "remove for good what was put there a month ago"}},
+       {{"trash ~/letters", "frees no space until the Trash is emptied"},
+        {"trash list", "the items in it"},
+        {"trash empty --older-than 30d",
+         "removes for good the items trashed a month ago or before"}},
        trashVerbs(),
-       "Where your rights do not suffice, the agent moves the item to the Trash of its own user, "
-       "and says so."},
+       "If your rights do not suffice, the agent moves the item to the Trash of its own user, and "
+       "the command says so."},
   };
 }
 

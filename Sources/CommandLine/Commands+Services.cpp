@@ -2,6 +2,7 @@
 #include "CommandLine/Command.h"
 #include "CommandLine/Look.h"
 #include "CommandLine/Outcome.h"
+#include "CommandLine/RemovalPreview.h"
 #include "Protocol/Identity.h"
 #include "Tools/KWLaunchdManager.h"
 #include "Tools/SystemTools.h"
@@ -33,9 +34,10 @@ struct FlagRequest {
   bool isPath;
   FlagOperation operation;
   const char *done;   // before the argument
-  const char *failed; // behind it
+  const char *failed; // after it
   // before the argument: the command asks before work that cannot be undone
   const char *question = nullptr;
+  bool removesItem = false; // at the path, so that a dry run can tell its size
 };
 
 // An operation without the options of its request.
@@ -50,9 +52,13 @@ FlagOperation asked(Request<Reply> (Client::*operation)(const std::string &,
 std::function<CommandRun(Arguments &)> flagCommand(const FlagRequest &kind) {
   return [kind](Arguments &arguments) -> CommandRun {
     Text text = declareText(arguments, kind.member, kind.typeName, kind.help);
+    auto dryRun = kind.removesItem ? declareDryRun(arguments) : nullptr;
     auto yes = kind.question ? declareYes(arguments) : nullptr;
-    return [kind, text, yes](Session &session) {
+    return [kind, text, dryRun, yes](Session &session) {
       std::string argument = kind.isPath ? absolutePath(*text) : *text;
+      if (dryRun && *dryRun)
+        return previewRemoval(session, {{argument}}, KeepList({}),
+                              {kind.command, "Would remove ", true, true});
       JSONObject request;
       request.add("command", kind.command).addName(kind.member, argument);
       if (kind.question)
@@ -73,7 +79,7 @@ int tellJob(Session &session, const std::string &path) {
   JSONObject object;
   object.add("command", "launchd info").addName("path", path).add("success", label.has_value());
   if (!label) {
-    std::string reason = obstacleToReading(path).value_or("it is no job list");
+    std::string reason = obstacleToReading(path).value_or("it is not a job list");
     session.sayFailure(object.add("error", jsonOfReason(reason)));
     session.complain(path + " could not be read: " + reason);
     return ExitRefused;
@@ -163,10 +169,10 @@ CommandTable launchdChanges() {
 CommandTable launchdVerbs() {
   CommandTable verbs = needing(launchdChanges(), tools::launchctl);
   verbs.insert(verbs.begin(), {"info",
-                               "Tell what a job's list says and whether launchd has the job",
+                               "Show the settings of a job, and whether launchd has loaded it",
                                declareJobInfo,
                                {{"launchd info /Library/LaunchDaemons/org.example.job.plist",
-                                 "its label, whether it is loaded, what it starts"}}});
+                                 "its label, its state and its application"}}});
   return verbs;
 }
 
@@ -210,7 +216,7 @@ CommandTable kextVerbs() {
            "Unload and delete a kernel extension",
            flagCommand({"kext remove", "path", "PATH", "The extension's bundle", true,
                         asked(&Client::removeKextAtPathAsync), "Removed ", " could not be removed",
-                        "Remove "}),
+                        "Remove ", true}),
            {{"kext remove /Library/Extensions/Example.kext", "for good"}}}};
 }
 
@@ -224,15 +230,15 @@ CommandTable packageVerbs() {
 }
 
 CommandTable configurationVerbs() {
-  return {
-      {"remove-library",
-       "Take a library out of those inserted everywhere",
-       flagCommand({"launchd-conf remove-library", "library", "LIB",
-                    "The library's path as it stands there", false,
-                    asked(&Client::removeLibraryFromLauchdConfAsync), "No program gets inserted ",
-                    " could not be taken out of launchd's configuration"}),
-       {{"launchd-conf remove-library /usr/lib/libexample.dylib",
-         "the former file stays beside it, ending in .prev"}}}};
+  return {{"remove-library",
+           "Remove a library from those inserted into every program",
+           flagCommand({"launchd-conf remove-library", "library", "LIB",
+                        "The library's path as written there", false,
+                        asked(&Client::removeLibraryFromLauchdConfAsync),
+                        "No longer inserted into programs: ",
+                        " could not be taken out of launchd's configuration"}),
+           {{"launchd-conf remove-library /usr/lib/libexample.dylib",
+             "the former file stays beside it under a name that ends in .prev"}}}};
 }
 
 } // namespace
@@ -267,16 +273,17 @@ CommandTable serviceCommands() {
       {"launchd-conf",
        "Edit launchd's configuration",
        nullptr,
-       {{"launchd-conf remove-library /usr/lib/libexample.dylib", "inserted nowhere any more"}},
+       {{"launchd-conf remove-library /usr/lib/libexample.dylib",
+         "no longer inserted into programs"}},
        needing(configurationVerbs(), nullptr, tools::launchdConfiguration)},
       {"slim",
        "Strip a universal binary of architectures",
        declareSlim,
-       {{"slim /opt/example/run --arch x86_64", "keeps that one alone"},
-        {"slim --json /opt/example/run --arch x86_64", "options of keepwell stand in front"}},
+       {{"slim /opt/example/run --arch x86_64", "keeps only that one"},
+        {"slim --json /opt/example/run --arch x86_64", "options of keepwell come before PATH"}},
        {},
-       "What follows PATH are the tool's own options for the architectures to keep,\n"
-       "such as: --arch x86_64\nOptions of this program stand before PATH."},
+       "The words after PATH are options of the tool, which name the architectures to keep,\n"
+       "such as: --arch x86_64\nOptions of keepwell come before PATH."},
   };
 }
 

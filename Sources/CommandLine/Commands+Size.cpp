@@ -1,4 +1,4 @@
-// The command that tells sizes: of whole items as the agent counts them, or of
+// The command that shows sizes: of whole items as the agent counts them, or of
 // trees level by level.
 #include "CommandLine/SizeCommand.h"
 
@@ -45,23 +45,22 @@ void declareUnits(Arguments &arguments, SizeOptions &options) {
 }
 
 void declareTree(Arguments &arguments, SizeOptions &options) {
-  arguments.flag("--children", options.children, "Tell the size of each item in a folder, sorted");
+  arguments.flag("--children", options.children, "Show the size of each item in a folder, sorted");
   arguments.option("-d,--depth", options.depth, "LEVELS", "The same for so many levels of folders",
                    storesNumber(options.measuring.depth, 0));
   arguments.option("-n,--largest", options.most, "NUMBER",
-                   "Tell of no more items of each folder than these, the largest",
+                   "Show only so many items of each folder, the largest",
                    storesNumber<std::size_t>(options.report.most, 1));
-  arguments.option("--min", options.least, "SIZE", "Tell of no item that takes less, such as 10M",
+  arguments.option("--min", options.least, "SIZE", "Show no item that takes less, such as 10M",
                    storesBytes(options.report.least));
-  arguments.flag("--total", options.total, "Tell the sum of all paths in the end");
+  arguments.flag("--total", options.total, "Show the sum of all paths at the end");
   arguments.flag("-x,--one-volume", options.measuring.oneVolume,
-                 "Pass over other volumes mounted inside");
+                 "Leave out other volumes mounted inside");
   arguments.option("--exclude", options.measuring.excluded, "PATTERN",
-                   "Pass over what matches, as in the patterns of remove --keep; may be given "
-                   "again",
+                   "Leave out matching items; patterns as for remove --keep; may be given again",
                    refuseEmpty);
   arguments.flag("--apparent", options.measuring.apparent,
-                 "Count what files hold, not what they occupy");
+                 "Count the lengths of files, not the space that they occupy");
 }
 
 std::shared_ptr<SizeOptions> declareOptions(Arguments &arguments) {
@@ -70,16 +69,16 @@ std::shared_ptr<SizeOptions> declareOptions(Arguments &arguments) {
   Argument &local = arguments.flag("--local", options->local, "Measure here, without the agent");
   arguments
       .flag("--logical", options->logical,
-            "Count what files hold, in whole I/O blocks, not what they occupy")
+            "Count the lengths of files, in whole I/O blocks, not the space that they occupy")
       .needs = &local;
   arguments
       .flag("--bulk", options->bulk,
-            "Read the folders' attributes in batches: what files and links hold, folders "
-            "counting nothing")
+            "Read attributes a folder at a time: the lengths of files and links, and nothing for "
+            "folders")
       .needs = &local;
   arguments.flag("--once", options->once,
-                 "Count as du and remove --dry-run do: each folder once, and each file once "
-                 "whatever its names");
+                 "Count as du and remove --dry-run do: each folder once, and each file once under "
+                 "all its names");
   declareTree(arguments, *options);
   return options;
 }
@@ -138,7 +137,7 @@ int measureTree(Session &session, const SizeOptions &options, TreeMeasurer &meas
   if (!tree)
     return tellMissing(session, request, path);
   for (const std::string &unseen : tree->unseen)
-    session.complain(unseen + " cannot be looked into; what it holds is not counted");
+    session.complain(unseen + " cannot be read; its contents are not counted");
   if (!tree->isWhole)
     session.complain(path + " could not be read to its end; the rest is not counted");
   options.report.say(session, path, tree->root);
@@ -228,7 +227,7 @@ CommandRun declareSize(Arguments &arguments) {
 
 Command sizeCommand() {
   return {"size",
-          "Tell how much space items take on disk, and what in them takes it",
+          "Show the space that items take on disk, level by level if you like",
           declareSize,
           {{"size --children ~", "the items of your home, the largest first"},
            {"size -d 2 -n 5 /var", "the five largest of each folder, two levels deep"},
@@ -237,10 +236,10 @@ Command sizeCommand() {
            {"size --once ~/Downloads", "as du counts"},
            {"size --local ~", "measured with your own rights, without the agent"}},
           {},
-          "The agent counts each folder twice, and a file with several hard links once for each; "
-          "so this is more than du tells. With --once, and with all options that tell of what is "
-          "inside, sum up or pass over something, folders and files count once as in du; what "
-          "you cannot look into is then measured by the agent, unless --local is given."};
+          "The agent counts each folder twice, and a file with several hard links once for each "
+          "link, so its sizes are larger than those of du. With --once, and with each option that "
+          "shows contents, adds up or leaves out items, folders and files count once, as in du; "
+          "the agent then measures the folders that you cannot read, unless --local is given."};
 }
 
 } // namespace kw

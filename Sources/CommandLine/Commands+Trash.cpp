@@ -80,7 +80,7 @@ int listTrash(Session &session) {
     session.sayJSON(item.deleted ? object.add("deleted", *item.deleted) : object);
   }
   if (session.isWatched())
-    session.say(fmt::format("{} in the Trash, {}", items.size(), sizeInWords(sum)));
+    session.say(fmt::format("{} in the Trash, {}", itemsInWords(items.size()), sizeInWords(sum)));
   return ExitDone;
 }
 
@@ -119,7 +119,7 @@ int restorePath(Session &session, const std::string &path, bool dryRun) {
   if (found == items.rend())
     obstacle = "it is not in the Trash";
   else if (presenceOf(path) == Presence::There)
-    obstacle = "something stands there";
+    obstacle = "there is already an item";
   if (!obstacle.empty())
     return tellOutcome(session, request, false,
                        {"", path + " could not be restored", path, [&] { return obstacle; }});
@@ -170,7 +170,8 @@ int previewEmptying(Session &session, const std::vector<TrashedItem> &items, std
     session.say("Would remove " + item.path + " from the Trash");
     session.sayJSON(pathRequest("trash empty", item.path).add("dryRun", true).add("success", true));
   }
-  session.say(fmt::format("{} in the Trash, {} would be freed", items.size(), sizeInWords(bytes)));
+  session.say(fmt::format("{} in the Trash, {} would be freed", itemsInWords(items.size()),
+                          sizeInWords(bytes)));
   return ExitDone;
 }
 
@@ -186,16 +187,16 @@ int emptyTrash(Session &session, const EmptyOptions &options) {
   if (*options.dryRun)
     return previewEmptying(session, items, bytes);
   if (!items.empty())
-    session.confirm(
-        fmt::format("Remove {} from the Trash for good, {}?", items.size(), sizeInWords(bytes)),
-        *options.yes);
+    session.confirm(fmt::format("Remove {} from the Trash for good, {}?",
+                                itemsInWords(items.size()), sizeInWords(bytes)),
+                    *options.yes);
   auto start = session.now();
   int status = ExitDone;
   for (const TrashedItem &item : items)
     status = worse(status, removeForGood(session, item));
   if (session.isWatched() && status == ExitDone)
-    session.say(fmt::format("{} in the Trash, {} freed, {}", items.size(), sizeInWords(bytes),
-                            durationInWords(session.now() - start)));
+    session.say(fmt::format("{} in the Trash, {} freed, {}", itemsInWords(items.size()),
+                            sizeInWords(bytes), durationInWords(session.now() - start)));
   return status;
 }
 

@@ -37,7 +37,7 @@ std::vector<JSONObject> describe(const std::vector<Example> &examples) {
   return objects;
 }
 
-// Nouns are told before their verbs.
+// Nouns come before their verbs.
 void describe(const DeclaredCommand &declared, std::vector<std::string> words,
               std::vector<JSONObject> &found) {
   const Command &command = *declared.command;

@@ -126,8 +126,7 @@ std::string commandsOf(const DeclaredCommand &top, const Surroundings &surroundi
   std::string rows;
   for (auto each = absent; each != all.end(); ++each)
     rows += row((*each)->words, "needs " + missingFor(*(*each)->command, surroundings));
-  return groupsOf({all.begin(), absent}) +
-         titled("Not on this system, which lacks what they need", rows);
+  return groupsOf({all.begin(), absent}) + titled("Not available on this system", rows);
 }
 
 std::string helpForProgram(const DeclaredCommand &top, const Surroundings &surroundings) {
@@ -145,21 +144,21 @@ std::string needOf(const Command &command, const Surroundings &surroundings) {
 } // namespace
 
 std::string firstMinute() {
-  return "Keepwell shows what takes the space, and cleans up. All of it: keepwell --help\n"
-         "  keepwell browse ~            look around, in and out, and clean up\n"
-         "  keepwell size --children ~   what is in your home, the largest first\n"
-         "  keepwell find NAME           what an application left behind\n"
-         "  keepwell remove -n PATH      what would go; without -n it asks and removes it\n";
+  return "Keepwell shows where the space goes, and cleans up.  All of it: keepwell --help\n"
+         "  keepwell browse ~            explore your home full-screen, and clean up\n"
+         "  keepwell size --children ~   the items of your home, the largest first\n"
+         "  keepwell find NAME           the leftovers of an application\n"
+         "  keepwell remove -n PATH      a trial; without -n it asks, then removes\n";
 }
 
 std::string generalNote() {
   return std::string(
              "Relative paths are taken from the current folder. "
-             "Behind a lone -- everything is a name, dashes or not.\n"
-             "Where standard input and standard error are both terminals, what cannot be "
-             "undone is asked about first, unless --yes is given; elsewhere it is done.\n") +
+             "After a lone -- each word is a name, with dashes or without.\n"
+             "Before work that cannot be undone the command asks on its terminal, unless --yes "
+             "is given; without a terminal it does the work.\n") +
          exitStatuses +
-         "\nWhat --json prints is described by share/keepwell/keepwell-output.schema.json.\n"
+         "\nshare/keepwell/keepwell-output.schema.json describes the output of --json.\n"
          "Each command has a --help with examples.";
 }
 

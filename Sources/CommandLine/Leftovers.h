@@ -1,4 +1,4 @@
-// Where applications leave things.
+// The places where applications leave files.
 #pragma once
 
 #include <string>

@@ -63,7 +63,7 @@ std::optional<std::string> obstacleToTruncation(const std::string &path) {
   if (type == std::filesystem::file_type::directory)
     return textOf(std::errc::is_a_directory);
   if (type != std::filesystem::file_type::regular)
-    return "it is no file that holds data";
+    return "it is not a regular file";
   return lockOf(path);
 }
 

@@ -5,10 +5,13 @@
 
 namespace kw {
 
-Measure measuringByAgent(Session &session) {
-  return [&session](const std::string &path) -> std::optional<std::uint64_t> {
+Measure measuringByAgent(Session &session, std::optional<std::chrono::milliseconds> limit) {
+  return [&session, limit](const std::string &path) -> std::optional<std::uint64_t> {
     try {
-      auto request = session.agent().sizeOfItemAtPathAsync(path, session.requestOptions());
+      RequestOptions options = session.requestOptions();
+      if (limit)
+        options.timeLimit = limit;
+      auto request = session.agent().sizeOfItemAtPathAsync(path, options);
       SizeReply reply = session.await(request);
       return reply.error ? std::nullopt : std::optional(reply.allocatedBytes);
     } catch (const ClientError &) {

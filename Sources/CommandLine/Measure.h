@@ -1,9 +1,10 @@
-// The agent's measurement of a folder that the user cannot look into.
+// The agent's measurement of a folder that the user cannot read.
 #pragma once
 
 #include "Client/Request.h"
 #include "Foundation/Walking/FTS.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -19,25 +20,28 @@ inline std::uint64_t allocatedBytes(const NS::FTSStat &status) {
   return static_cast<std::uint64_t>(status.blocks) * blockBytes;
 }
 
-// The bytes that a folder or an item occupies that this user cannot look into;
-// nothing when that cannot be learnt.
+// Returns the bytes of an item that this user cannot read; empty if they cannot
+// be measured.
 using Measure = std::function<std::optional<std::uint64_t>(const std::string &path)>;
 
-// Has the agent measure, where it can be reached.
-Measure measuringByAgent(Session &session);
+// Has the agent measure, if it can be reached. With a time limit each folder gets
+// no more time than that.
+Measure measuringByAgent(Session &session,
+                         std::optional<std::chrono::milliseconds> limit = std::nullopt);
 
-// Told now and then how far a walk has come; gives whether it is to go on.
+// A walk calls it now and then with its progress. Returns whether the walk goes
+// on.
 using Watch = std::function<bool(const RequestProgress &progress)>;
 
-// Shows it to a person who watches, until the command is stopped.
+// Shows the progress to a person who watches, until the command is stopped.
 Watch showingAdvance(Session &session);
 
-// Counts the entries of a walk for its watch, of which it bothers it with few.
+// Counts the entries of a walk, and calls its watch for one entry of many.
 class WatchedWalk {
 public:
   explicit WatchedWalk(const Watch &watch) : watch_(watch) {}
 
-  // Gives whether the walk is to go on.
+  // Returns whether the walk goes on.
   bool count(const NS::FTSEntry &entry);
 
 private:

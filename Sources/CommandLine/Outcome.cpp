@@ -11,7 +11,7 @@ bool isCancellation(const NS::Error &error) {
 }
 
 int tellStopped(Session &session, JSONObject request, const Wording &wording) {
-  const char *reason = "stopped; what was done by then stays done";
+  const char *reason = "stopped; work done by then stays done";
   session.sayFailure(request.add("success", false).add("error", jsonOfReason(reason, "cancelled")));
   session.complain(fmt::format("{}: {}", wording.failed, reason));
   session.noteStoppedInPart();

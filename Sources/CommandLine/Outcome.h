@@ -1,4 +1,4 @@
-// How the outcome of one request is told, to people and to programs.
+// Reports the outcome of one request to people and to programs.
 #pragma once
 
 #include "CommandLine/Session.h"
@@ -7,7 +7,7 @@
 
 namespace kw {
 
-// The words in which the outcome of a request is told.
+// The words for the outcome of a request.
 struct Wording {
   std::string done;   // the whole sentence
   std::string failed; // a whole predicate
@@ -25,16 +25,16 @@ struct Told {
       : isDone(done), error(std::move(why)) {}
   Told(const FlagReply &reply) : Told(reply.isDone(), reply.error) {}
   Told(const RemovalReply &reply) : Told(reply.isDone(), reply.error) {}
-  // There is nothing else to go by.
+  // The reply has no other sign of success.
   Told(const AttemptReply &reply) : Told(reply.attempt == Attempt::Made) {}
   Told(const JobRemovalReply &reply) : Told(reply.removal != JobRemoval::NotRemoved) {}
 };
 
-// Adds the outcome to the request's JSON members, tells it and gives the exit
-// status.
+// Adds the outcome to the request's JSON members, reports it, and returns the
+// exit status.
 int tellOutcome(Session &session, JSONObject request, const Told &reply, const Wording &wording);
 
-// Tells why something could not be looked at, and gives the exit status.
+// Reports why an item could not be read, and returns the exit status.
 int tellFailure(Session &session, JSONObject request, const std::string &path,
                 const NS::Error &error);
 

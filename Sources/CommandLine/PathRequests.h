@@ -23,7 +23,7 @@ struct PathArguments {
 // Declares PATH... and -0.
 std::shared_ptr<PathArguments> declarePaths(Arguments &arguments);
 
-// Throws UsageError when there is no path to come.
+// Throws UsageError if no path is given.
 void requirePaths(const PathArguments &arguments);
 
 // The paths one after the other, absolute.
@@ -39,9 +39,9 @@ public:
   // Empty when there is no further path. Throws ClientError of kind BadArgument
   // for an invalid path; the next call goes on after it.
   std::optional<std::string> next();
-  // Where it is known beforehand.
+  // The number of paths, if it is known before they are read.
   std::optional<std::size_t> count() const;
-  // Reads standard input to its end, and gives the paths that are to come.
+  // Reads standard input to its end, and returns the paths that next() will give.
   std::vector<std::string> readAhead();
   // The command will not wait for standard input any more: the paths so far are
   // all.
@@ -60,13 +60,13 @@ private:
 
 JSONObject pathRequest(const char *command, const std::string &path);
 
-// For commands that need no agent: has each path told, and gives the worst
+// For commands that need no agent: reports on each path, and returns the worst
 // status.
 int tellForEachPath(Session &session, const char *command, PathSource &paths,
                     const std::function<int(const std::string &path)> &tell);
 
-// Requests that are asked and not yet told. More than the client lets be on
-// their way, so that it never waits for this program's output.
+// The most requests that are made and not yet reported. The client sends fewer
+// at a time, so that it never waits for this program's output.
 inline constexpr std::size_t mostPathsAsked = 256;
 
 // The reason why no request was made for a path.
@@ -76,11 +76,11 @@ enum class Skipped { No, AfterNoAnswer, AfterStop };
 // status.
 using Telling = std::function<int(Session &session, JSONObject request)>;
 
-// Deals with a path without a request, if that can be, and gives how to tell
-// it; null where the agent is to be asked.
+// Handles a path without a request if it can, and returns the report on it; null
+// if the agent must do the work.
 using Here = std::function<Telling(const std::string &path)>;
 
-// The first that deals with a path.
+// Combines two: the first that handles a path counts.
 inline Here firstOf(const Here &first, const Here &second) {
   return [first, second](const std::string &path) {
     Telling told = first(path);
@@ -109,12 +109,12 @@ template <typename Reply> struct PathQuestion {
   const char *command;
   const char *participle; // as in "3 of 4 removed"
   std::function<Request<Reply>(Client &, const std::string &path, const RequestOptions &)> ask;
-  // Gives the exit status.
+  // Returns the exit status.
   std::function<int(Session &, const AskedPath<Reply> &asked, JSONObject request)> tell;
   Here here = nullptr;
 };
 
-// Why the path is left alone; nothing where it is not protected.
+// The report on a protected path; null for any other.
 Telling refusalOfProtected(const std::string &path);
 
 void showProgress(Session &session, std::size_t done, std::optional<std::size_t> all);
@@ -133,7 +133,7 @@ public:
   PathAsker(Session &session, PathSource &paths, const PathQuestion<Reply> &question)
       : session_(session), paths_(paths), question_(question) {}
 
-  // Gives the worst status. To be called once.
+  // Returns the worst status. Call it once.
   int run() {
     Alarm::Heeding heeding(*session_.alarm());
     while (true) {

@@ -22,7 +22,7 @@ std::vector<Group> allGroups() {
   return {{"Files", fileCommands()},
           {"Removing", removalCommands()},
           {"Without the agent", localCommands()},
-          {"What starts by itself, and system software", serviceCommands()},
+          {"Jobs that start by themselves, and system software", serviceCommands()},
           {"The system", maintenanceCommands()},
           {"The agent", agentCommands()}};
 }
@@ -66,13 +66,13 @@ std::string listed(const std::vector<const DeclaredCommand *> &commands) {
   return text;
 }
 
-// Gives a complaint.
+// Returns a complaint, or an empty text.
 std::string takeSeconds(const std::string &text, std::optional<double> &target) {
   char *end = nullptr;
   double seconds = std::strtod(text.c_str(), &end);
   bool isNumber = !text.empty() && *end == 0 && std::isfinite(seconds);
   if (!isNumber || seconds < 0.001 || seconds > 1e9)
-    return fmt::format("\"{}\" is no number of seconds between 0.001 and 1000000000",
+    return fmt::format("\"{}\" is not a number of seconds between 0.001 and 1000000000",
                        displayable(text));
   target = seconds;
   return "";
@@ -81,7 +81,9 @@ std::string takeSeconds(const std::string &text, std::optional<double> &target) 
 } // namespace
 
 Program::Program(GlobalOptions &options)
-    : description_{"keepwell", "Asks the privileged agent to do what needs root.", nullptr} {
+    : description_{"keepwell",
+                   "Shows where the space of a disk goes, and cleans up with the rights of root.",
+                   nullptr} {
   std::vector<const char *> groups;
   for (Group &group : allGroups())
     for (Command &command : group.commands) {
@@ -96,14 +98,14 @@ Program::Program(GlobalOptions &options)
 
 void Program::declareOptions(GlobalOptions &options) {
   Arguments &own = top_.arguments;
-  own.flag("-h,--help", help_, "Tell what there is, or all about the command");
+  own.flag("-h,--help", help_, "List the commands, or describe one");
   own.flag("--json", options.json, "Print one JSON object for each request, errors too");
-  own.flag("-q,--quiet", options.quiet, "Print nothing but what went wrong");
+  own.flag("-q,--quiet", options.quiet, "Print errors only");
   own.option("--bus", options.bus, "BUS", "The bus: system, session or an address");
   own.option("--timeout", timeout_, "SECONDS",
-             "Wait for each answer no longer than this; what the agent did by then stays done",
+             "Wait no longer than this for each answer; work done by then stays done",
              [&options](const std::string &text) { return takeSeconds(text, options.timeout); });
-  own.flag("--version", version_, "Tell the version");
+  own.flag("--version", version_, "Print the version");
   // For the makers of completions and manuals.
   own.flag("--describe", describe_, "").hidden = true;
 }

@@ -1,4 +1,4 @@
-// Numbers with a unit behind them.
+// Numbers with their units.
 #include "CommandLine/Quantities.h"
 
 #include "Tools/RVFileSizer.h"
@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::string_view prefixes = "kmgtpe";
 
-// Such as "1.2 MiB": three figures, and no point behind whole bytes.
+// Such as "1.2 MiB": three figures, and no point after whole bytes.
 std::string scaled(std::uint64_t bytes, double step, const std::array<const char *, 7> &names) {
   auto value = static_cast<double>(bytes);
   std::size_t index = 0;
@@ -122,8 +122,9 @@ Check storesBytes(std::uint64_t &target) {
   return [&target](const std::string &text) -> std::string {
     auto bytes = bytesFromWords(text);
     target = bytes.value_or(0);
-    return bytes ? ""
-                 : fmt::format("\"{}\" is no size such as 20000, 1.5M or 2GiB", displayable(text));
+    return bytes
+               ? ""
+               : fmt::format("\"{}\" is not a size such as 20000, 1.5M or 2GiB", displayable(text));
   };
 }
 
@@ -131,7 +132,7 @@ Check storesMomentBefore(std::optional<std::int64_t> &target) {
   return [&target](const std::string &text) -> std::string {
     auto age = ageFromWords(text);
     if (!age)
-      return fmt::format("\"{}\" is no age such as 12h, 90d, 6w, 3m or 1y", displayable(text));
+      return fmt::format("\"{}\" is not an age such as 12h, 90d, 6w, 3m or 1y", displayable(text));
     using std::chrono::system_clock;
     target = system_clock::to_time_t(system_clock::now()) - *age;
     return "";

@@ -33,7 +33,7 @@ std::uint64_t deviceOf(const std::string &path) {
 // The paths that the agent refuses, with any item there.
 std::optional<std::string> refusalOf(const std::string &path) {
   if (!NS::isWellFormedUTF8(path))
-    return path + " is no UTF-8 and cannot be sent to the agent";
+    return path + " is not valid UTF-8 and cannot be sent to the agent";
   if (path == "/" || path.ends_with("/.") || path.ends_with("/.."))
     return path + " is never removed";
   return std::nullopt;

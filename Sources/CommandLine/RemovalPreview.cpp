@@ -45,7 +45,7 @@ int tellPlan(Session &session, const PreviewWording &wording, const std::string 
   for (const std::string &kept : plan.kept)
     session.say("Would keep " + kept);
   for (const std::string &unknown : plan.unknown)
-    session.complain(unknown + " cannot be looked into; what it holds is not counted");
+    session.complain(unknown + " cannot be read; its contents are not counted");
   for (const std::string &refusal : plan.refusals)
     session.complain(refusal);
   return plan.refusals.empty() ? ExitDone : ExitRefused;

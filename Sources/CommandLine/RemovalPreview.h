@@ -9,7 +9,7 @@
 
 namespace kw {
 
-// How one command's dry run is told.
+// The words for one command's dry run.
 struct PreviewWording {
   const char *command;
   const char *would;      // before an item
@@ -17,7 +17,7 @@ struct PreviewWording {
   bool mayTakeProtected = false;
 };
 
-// What plans come to.
+// The sum of several plans.
 struct RemovalSum {
   std::size_t paths = 0; // of existing items
   std::size_t kept = 0;
@@ -29,7 +29,7 @@ struct RemovalSum {
 
   void add(const RemovalPlan &plan);
   std::string itemsInWords() const;
-  // Nothing where they are no more than one item.
+  // Empty for a single item.
   std::vector<std::string> largestInWords() const;
 };
 
@@ -43,7 +43,7 @@ int previewRemoval(Session &session, const PathArguments &arguments, const KeepL
 RemovalSum confirmRemoval(Session &session, const char *verb, const std::vector<std::string> &paths,
                           const KeepList &keep, bool mayTakeProtected);
 
-// Has the path of each that is protected typed. Throws NotConfirmed.
+// Asks for each protected path to be typed. Throws NotConfirmed.
 void confirmProtected(Session &session, const char *verb, const std::vector<std::string> &paths);
 
 } // namespace kw

@@ -38,15 +38,14 @@ std::string wordsOf(const ClientError &error) {
   case ClientError::Kind::Unreachable:
     return "the agent cannot be reached: " + text;
   case ClientError::Kind::Interrupted:
-    return "the agent ended before it answered; what it had done by then is not known: " + text;
+    return "the agent ended before it answered, and it is not known how far it came: " + text;
   case ClientError::Kind::DeadlinePassed:
     return "no answer in the time allowed; the agent may yet do it";
   case ClientError::Kind::Refused:
     return "the agent refused: " + text;
   case ClientError::Kind::Cancelled:
-    return error.effect() == ClientError::Effect::None
-               ? "stopped before it began"
-               : "stopped; what was done by then stays done";
+    return error.effect() == ClientError::Effect::None ? "stopped before it began"
+                                                       : "stopped; work done by then stays done";
   case ClientError::Kind::BadReply:
   case ClientError::Kind::BadArgument:
     break;

@@ -203,7 +203,7 @@ void Session::confirm(const std::string &question, bool assumeYes,
 void Session::confirmTyped(const std::string &question, const std::string &text) {
   std::optional<std::string> answer = ask(displayable(question));
   if (!answer)
-    throw NotConfirmed("what is protected is asked about on a terminal, and there is none; "
+    throw NotConfirmed("a protected folder needs a confirmation on a terminal, and there is none; "
                        "nothing was done");
   if (*answer != displayable(text))
     throw NotConfirmed();

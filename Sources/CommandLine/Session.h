@@ -112,7 +112,7 @@ public:
 
   const std::shared_ptr<Alarm> &alarm() const { return alarm_; }
   bool isStopped() const { return alarm_->stopSignal() != 0; }
-  // Tells a person that the end is awaited, and how not to wait for it.
+  // Tells a person that the command waits for the end, and how to leave at once.
   void tellStopping();
   // How many requests were stopped when a part of them may have been done.
   void noteStoppedInPart() { ++stoppedInPart_; }
@@ -129,7 +129,7 @@ public:
   void endLinesWithNul() { lineEnd_ = '\0'; }
   // One object of the answer, if JSON is asked for; not with silence.
   void sayJSON(const JSONObject &object);
-  // One object that tells of a failure, if JSON is asked for.
+  // One object that reports a failure, if JSON is asked for.
   void sayFailure(const JSONObject &object);
   // A piece of a long answer as it comes, without a line's end of its own; only
   // where a person watches, and not if JSON is asked for.
@@ -141,8 +141,8 @@ public:
   void note(const std::string &line);
   // Flushes the output; call it before a wait.
   void flush();
-  // How far a long work has come, on a line that gives way to any other; only
-  // where a person watches the errors, and not more often than an eye can see.
+  // Shows the progress of a long work, on a line that the next output replaces;
+  // only if a person watches the errors, and not more often than an eye can see.
   void showProgress(const std::string &line);
   // The same for the work on one item.
   void showAdvance(const RequestProgress &progress);
@@ -164,7 +164,7 @@ public:
   }
   bool trash(const std::string &path) const { return hasTrash() && surroundings_.trash(path); }
   std::chrono::steady_clock::time_point now() const { return surroundings_.now(); }
-  // Whether there is a person to ask, as far as is known before.
+  // Whether there seems to be a person to ask.
   bool canAsk(bool assumeYes) const { return !assumeYes && surroundings_.ask != nullptr; }
   // Asks before work that cannot be undone. Returns if the answer is yes, if
   // assumeYes is set, and without a person to ask; else throws NotConfirmed.

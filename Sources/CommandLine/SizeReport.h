@@ -1,4 +1,4 @@
-// How the size of a tree is told, level by level.
+// Reports the size of a tree, level by level.
 #pragma once
 
 #include "CommandLine/MeasuredTree.h"
@@ -15,16 +15,15 @@ namespace kw {
 struct SizeReport {
   Units units = Units::Words;
   std::size_t most = std::numeric_limits<std::size_t>::max(); // items of each folder
-  std::uint64_t least = 0;                                    // bytes of an item that is told
+  std::uint64_t least = 0;                                    // bytes of an item to report
 
   // In words, also where numbers are printed.
   std::string text(std::uint64_t bytes) const {
     return sizeInWords(bytes, units == Units::Plain ? Units::Words : units);
   }
-  // A line for the tree and for each item of it; with bars for a person. The
-  // item's children are told as far as they were kept.
+  // A line for the tree and for each item that it holds; with bars for a person.
   void say(Session &session, const std::string &path, const MeasuredItem &root) const;
-  // The members that tell of the tree.
+  // Adds the members for the tree.
   JSONObject &add(JSONObject &object, const MeasuredItem &item) const;
 
 private:

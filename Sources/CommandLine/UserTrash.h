@@ -14,7 +14,7 @@ namespace kw {
 struct TrashedItem {
   std::string path;                      // its former place
   std::string held;                      // where it is
-  std::string description;               // the file that tells of it
+  std::string description;               // the file that describes it
   std::optional<std::int64_t> deleted{}; // seconds since 1970
 };
 

@@ -105,9 +105,10 @@ class PlainLanguageTest(unittest.TestCase):
             self.found("a.xml", '<!-- nobody -->\n<annotation name="a.DocString"\n'
                        '    value="Nobody"/>\n<x name="nobody"/>\n'),
             [(1, "nobody"), (3, "nobody")])
-        self.assertEqual(
-            self.found("Sources/CommandLine/Commands+Some.cpp", '#include "nobody"\n\nx("Nobody");\n'),
-            [(3, "nobody")])
+        for name in ("Commands+Some", "Session"):
+            self.assertEqual(self.found(f"Sources/CommandLine/{name}.cpp",
+                                        '#include "nobody"\n\nx("Nobody");\n'), [(3, "nobody")])
+        self.assertEqual(self.found("Sources/Client/Session.cpp", 'x("Nobody");\n'), [])
         self.assertRegex(self.run_on("Sources/CommandLine/Commands+Some.cpp").stdout,
                          r"comments +0 words .*\n(.*\n)*help texts +1 words ")
 

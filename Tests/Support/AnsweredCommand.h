@@ -7,7 +7,9 @@
 #include "Support/FakeAgent.h"
 #include "Support/ScratchFolder.h"
 
+#include <chrono>
 #include <gtest/gtest.h>
+#include <optional>
 
 namespace kwtest {
 
@@ -55,6 +57,8 @@ protected:
     surroundings.ask = ask;
     surroundings.trash = trash;
     surroundings.trashFolders = [this] { return kw::ownFolders(trashFolders); };
+    if (testClock)
+      surroundings.now = [this] { return *testClock += step; };
     surroundings.hasTool =
         surroundings.hasFile = [this](const std::string &path) { return path != missing; };
     int status = keepwell(words, std::move(surroundings));
@@ -64,6 +68,9 @@ protected:
 
   Record record;
   bool onTerminal = false;
+  // With this the clock is the test's: each look at it moves it on by a step.
+  std::optional<std::chrono::steady_clock::time_point> testClock;
+  std::chrono::milliseconds step{0};
   std::string missing; // a tool or a file
   std::function<std::optional<std::string>(const std::string &question)> ask;
   std::function<bool(const std::string &path)> trash; // this user's

@@ -291,6 +291,20 @@ class TerminalTest(CommandTestCase):
         self.assertNotIn("\x1b", seen)
         self.assertNotIn(" of 300", seen)
 
+    def test_bars_have_blocks_where_the_terminal_has_them(self):
+        self.file("tree/file", "x" * 100_000)
+        for environment, letter in (({"LANG": "C.UTF-8"}, "\u2588"),
+                                    ({"LANG": "C"}, "#"),
+                                    ({"LANG": "C.UTF-8", "LC_ALL": "C"}, "#"),
+                                    ({"LANG": "C.UTF-8", "TERM": "dumb"}, "#")):
+            _, seen = self.converse("size", "--children", f"{self.folder}/tree",
+                                    environment=environment)
+            self.assertRegex(seen, rf"(?m)^ +\S+ KB 100% {letter * 20} ", repr(seen))
+            self.assertRegex(seen, rf"(?m)^ +100 KB  \d\d% {letter}+ *   file\r$")
+            self.assertNotIn("\x1b", seen)
+        plain = self.run_command("size", "--children", f"{self.folder}/tree").stdout
+        self.assertRegex(plain, r"\A\S+ KB\t\S+/tree\n\S+ KB\t\S+/tree/file\n\Z")
+
     def test_a_name_cannot_act_on_the_terminal(self):
         item = self.file("a\u009b2J\x1b]0;x\x07\u202eb")
         _, seen = self.converse("inspect", item)

@@ -98,6 +98,32 @@ TEST_F(CommandLineTest, movesFromOnePathToAnother) {
                        "\"success\":true}\n");
 }
 
+TEST_F(CommandLineTest, tellsAPersonHowMuchItMoved) {
+  onTerminal = true;
+  std::filesystem::create_directory(scratch.path("tree"));
+  scratch.file("tree/a", "text");
+  scratch.file("tree/b", "text");
+  EXPECT_EQ(run({"move", "/a", scratch.path("tree")}), 0);
+  EXPECT_EQ(out.str(), "Moved /a to " + scratch.path("tree") + "\n3 items, 12 KB moved, 0.0 s\n");
+  EXPECT_EQ(run({"move", "/a", scratch.path("gone meanwhile")}), 0);
+  EXPECT_EQ(out.str(), "Moved /a to " + scratch.path("gone meanwhile") + "\n");
+  record.success = false;
+  EXPECT_EQ(run({"move", "/a", scratch.path("tree")}), 1);
+  EXPECT_EQ(out.str(), "");
+}
+
+TEST_F(CommandLineTest, countsTheMovedItemsForNoLongerThanASecond) {
+  for (int number = 0; number < 1200; ++number)
+    scratch.file(std::to_string(number), "");
+  onTerminal = true;
+  testClock = std::chrono::steady_clock::time_point();
+  step = std::chrono::milliseconds(500);
+  EXPECT_EQ(run({"move", "/a", scratch.path()}), 0);
+  std::string line = out.str().substr(out.str().find('\n') + 1);
+  EXPECT_TRUE(line.starts_with("at least 1024 items, ")) << line;
+  EXPECT_TRUE(line.ends_with(" moved, 0.5 s\n")) << line;
+}
+
 TEST_F(CommandLineTest, putsSizesIntoWords) {
   record.size = 1'234'567'890;
   EXPECT_EQ(run({"size", "/a", "/b"}), 0);
@@ -193,8 +219,8 @@ TEST_F(CommandLineTest, tellsAnInterruptionFromAnAgentThatWasNeverThere) {
   record.failure = ClientError(ClientError::Kind::Interrupted, "some.Name", "it went away");
   EXPECT_EQ(run({"remove", "/a", "/b"}), 3);
   EXPECT_EQ(record.requests, Strings{"RemoveItemAtPath /a"});
-  EXPECT_EQ(err.str(), "keepwell: /a: the agent ended before it answered; what it had done by then "
-                       "is not known: it went away\n"
+  EXPECT_EQ(err.str(), "keepwell: /a: the agent ended before it answered, and it is not known how "
+                       "far it came: it went away\n"
                        "keepwell: /b: not tried, since there was no answer before\n");
   EXPECT_EQ(run({"remove", "/a", "--json"}), 3);
   EXPECT_NE(out.str().find("\"kind\":\"interrupted\""), std::string::npos) << out.str();
@@ -204,13 +230,15 @@ TEST_F(CommandLineTest, gives1WhenTheAgentRefuses) {
   record.failure = ClientError(ClientError::Kind::Refused, "NotSupported", "not here");
   EXPECT_EQ(run({"remove", "/a", "/b"}), 1);
   EXPECT_EQ(record.requests.size(), 2u);
+  EXPECT_EQ(err.str(), "keepwell: /a: the agent refused: not here\n"
+                       "keepwell: /b: the agent refused: not here\n");
   EXPECT_EQ(run({"terminate"}), 1);
 }
 
 TEST_F(CommandLineTest, gives2ForTextThatCannotBeSent) {
-  record.failure = ClientError(ClientError::Kind::BadArgument, "EINVAL", "no UTF-8");
+  record.failure = ClientError(ClientError::Kind::BadArgument, "EINVAL", "invalid UTF-8");
   EXPECT_EQ(run({"remove", "/\xff"}), 2);
-  EXPECT_EQ(err.str(), "keepwell: /\xff: no UTF-8\n");
+  EXPECT_EQ(err.str(), "keepwell: /\xff: invalid UTF-8\n");
 }
 
 TEST_F(CommandLineTest, gives2ForInvalidArguments) {

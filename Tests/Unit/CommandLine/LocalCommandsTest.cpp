@@ -2,14 +2,18 @@
 #include "CommandLine/CommandLine.h"
 
 #include "Foundation/Files/FileFlags.h"
+#include "Foundation/Values/Date.h"
 
 #include "Support/CommandRun.h"
 #include "Support/FakeItemServices.h"
 #include "Support/ScopedVariable.h"
 #include "Support/ScratchFolder.h"
 
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <regex>
+#include <sys/stat.h>
 
 namespace {
 
@@ -247,7 +251,27 @@ TEST_F(Inspect, tellsAboutAFile) {
       << out.str();
   EXPECT_TRUE(printed("  flags:      none\n  protection: none\n  hidden:     no\n"));
   EXPECT_TRUE(printed("  readable:   yes\n"));
-  EXPECT_FALSE(printed("stands for"));
+  EXPECT_FALSE(printed("original:"));
+}
+
+TEST_F(Inspect, tellsItsThreeTimes) {
+  std::string file = folder.file("f", "");
+  struct timespec times[2] = {{1'000'000'000, 0}, {1'100'000'000, 0}}; // of use and of change
+  ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+  EXPECT_EQ(run({"--json", "inspect", file}), 0);
+  std::smatch created;
+  std::string text = out.str();
+  ASSERT_TRUE(std::regex_search(text, created, std::regex("\"created\":([0-9]+)"))) << text;
+  std::int64_t seconds = std::stoll(created[1]);
+  std::string moment = "unknown";
+  if (seconds != 0)
+    moment = NS::Date::dateWithTimeIntervalSince1970(static_cast<double>(seconds))->description();
+  EXPECT_EQ(run({"inspect", file}), 0);
+  EXPECT_TRUE(printed("  created:    " + moment +
+                      "\n"
+                      "  modified:   2004-11-09 11:33:20 +0000\n"
+                      "  last used:  2001-09-09 01:46:40 +0000\n"))
+      << out.str();
 }
 
 TEST_F(Inspect, tellsTheKindOfAFolder) {
@@ -266,13 +290,13 @@ TEST_F(Inspect, tellsTheTargetOfALink) {
   fs::create_symlink(file, folder.path("l"));
   EXPECT_EQ(run({"inspect", folder.path("l")}), 0);
   EXPECT_TRUE(printed("  kind:       link\n"));
-  EXPECT_TRUE(printed("  stands for: " + file + "\n"));
+  EXPECT_TRUE(printed("  original:   " + file + "\n"));
   fs::create_symlink("f", folder.path("relative"));
   EXPECT_EQ(run({"inspect", folder.path("relative")}), 0);
-  EXPECT_TRUE(printed("  stands for: " + file + "\n")) << out.str();
+  EXPECT_TRUE(printed("  original:   " + file + "\n")) << out.str();
   fs::create_symlink("nowhere", folder.path("dangling"));
   EXPECT_EQ(run({"inspect", folder.path("dangling")}), 0);
-  EXPECT_FALSE(printed("stands for"));
+  EXPECT_FALSE(printed("original:"));
   EXPECT_EQ(err.str(), "");
 }
 

@@ -149,8 +149,8 @@ TEST_F(Protected, triesCuttingAndMovingWithoutDoingIt) {
   EXPECT_EQ(run({"move", "-n", file, scratch.path("there")}), 0);
   EXPECT_EQ(out.str(), "Would move " + file + " to " + scratch.path("there") + ": 1 item, 8 KB\n");
   EXPECT_EQ(run({"move", "-n", file, item}), 1);
-  EXPECT_EQ(err.str(),
-            "keepwell: " + file + " could not be moved: something stands at " + item + "\n");
+  EXPECT_EQ(err.str(), "keepwell: " + file + " could not be moved: there is already an item at " +
+                           item + "\n");
   EXPECT_EQ(run({"move", "-n", "/no/such", item}), 1);
   EXPECT_TRUE(record.requests.empty());
 }

@@ -48,35 +48,78 @@ protected:
   std::ostringstream &err = keepwell.err;
 };
 
-TEST_F(ServiceCommands, eachMakesItsOneRequest) {
+TEST_F(ServiceCommands, eachMakesItsOneRequestAndTellsItsOutcome) {
   struct Row {
     Strings words;
-    std::string request;
+    std::string request, done, failed;
   };
-  for (const Row &row :
-       {Row{{"launchd", "enable", "/j"}, "EnableLaunchdAgentAtPath /j"},
-        Row{{"launchd", "disable", "/j"}, "DisableLaunchdAgentAtPath /j"},
-        Row{{"launchd", "remove", "/j"}, "RemoveLaunchdAgentAtPath /j"},
-        Row{{"startup", "start", "A b"}, "StartStartupItem A b"},
-        Row{{"startup", "stop", "x"}, "StopStartupItem x"},
-        Row{{"login-item", "remove-global", "/A.app"},
-            "RemoveGlobalLoginItemForAppWithPath /A.app"},
-        Row{{"login-item", "remove-sm", "org.x"}, "RemoveSMLoginItem org.x"},
-        Row{{"kext", "remove", "/k.kext"}, "RemoveKextAtPath /k.kext"},
-        Row{{"package", "forget", "org.p"}, "RemovePackageWithID org.p"},
-        Row{{"launchd-conf", "remove-library", "lib x"}, "RemoveLibraryFromLauchdConf lib x"},
-        Row{{"slim", "/b", "--arch", "x86_64", "--arch", "arm64"},
-            "SlimBinaryWithPath /b|--arch|x86_64|--arch|arm64"}}) {
+  for (const Row &row : {Row{{"launchd", "enable", "/j"},
+                             "EnableLaunchdAgentAtPath /j",
+                             "Enabled /j",
+                             "/j could not be enabled"},
+                         Row{{"launchd", "disable", "/j"},
+                             "DisableLaunchdAgentAtPath /j",
+                             "Disabled /j",
+                             "/j could not be disabled"},
+                         Row{{"launchd", "remove", "/j"},
+                             "RemoveLaunchdAgentAtPath /j",
+                             "Removed /j",
+                             "/j could not be removed"},
+                         Row{{"startup", "start", "A b"},
+                             "StartStartupItem A b",
+                             "Asked to start A b",
+                             "A b could not be started"},
+                         Row{{"startup", "stop", "x"},
+                             "StopStartupItem x",
+                             "Asked to stop x",
+                             "x could not be stopped"},
+                         Row{{"login-item", "remove-global", "/A.app"},
+                             "RemoveGlobalLoginItemForAppWithPath /A.app",
+                             "No login item of all users starts /A.app",
+                             "/A.app could not be removed from the login items of all users"},
+                         Row{{"login-item", "remove-sm", "org.x"},
+                             "RemoveSMLoginItem org.x",
+                             "No login item is registered as org.x",
+                             "org.x could not be removed from the login items"},
+                         Row{{"kext", "remove", "/k.kext"},
+                             "RemoveKextAtPath /k.kext",
+                             "Removed /k.kext",
+                             "/k.kext could not be removed"},
+                         Row{{"package", "forget", "org.p"},
+                             "RemovePackageWithID org.p",
+                             "Forgot org.p",
+                             "org.p could not be forgotten"},
+                         Row{{"launchd-conf", "remove-library", "lib x"},
+                             "RemoveLibraryFromLauchdConf lib x",
+                             "No longer inserted into programs: lib x",
+                             "lib x could not be taken out of launchd's configuration"},
+                         Row{{"slim", "/b", "--arch", "x86_64", "--arch", "arm64"},
+                             "SlimBinaryWithPath /b|--arch|x86_64|--arch|arm64",
+                             "Slimmed /b",
+                             "/b could not be slimmed"}}) {
     EXPECT_EQ(run(row.words), kw::ExitDone);
     EXPECT_EQ(record.requests, Strings{row.request});
-    EXPECT_NE(out.str(), "") << row.request;
+    EXPECT_EQ(out.str(), row.done + "\n");
     EXPECT_EQ(err.str(), "") << row.request;
     record.success = false;
     EXPECT_EQ(run(row.words), kw::ExitRefused);
     EXPECT_EQ(out.str(), "") << row.request;
-    EXPECT_NE(err.str(), "") << row.request;
+    EXPECT_EQ(err.str(), "keepwell: " + row.failed + "\n");
     record.success = true;
   }
+}
+
+TEST_F(ServiceCommands, tryTheRemovalOfAnExtension) {
+  kwtest::ScratchFolder scratch;
+  scratch.file("Example.kext", "text");
+  std::string path = scratch.path("Example.kext");
+  EXPECT_EQ(run({"kext", "remove", "-n", path}), kw::ExitDone);
+  EXPECT_EQ(out.str(), "Would remove " + path + "\n1 item, 4 KB on disk, 4 KB would be freed\n");
+  EXPECT_EQ(run({"--json", "kext", "remove", "-n", path}), kw::ExitDone);
+  EXPECT_TRUE(out.str().starts_with("{\"command\":\"kext remove\",\"path\":\"" + path +
+                                    "\",\"dryRun\":true,\"success\":true,"))
+      << out.str();
+  EXPECT_TRUE(record.requests.empty());
 }
 
 TEST_F(ServiceCommands, tellProgramsInJSON) {

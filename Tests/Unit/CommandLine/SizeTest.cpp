@@ -97,7 +97,7 @@ TEST_F(SizeOfTree, isSummedUpOverPathsWithEachLinkCountedOnce) {
       << out.str();
 }
 
-TEST_F(SizeOfTree, canBeWhatFilesHold) {
+TEST_F(SizeOfTree, canBeOfTheLengthsOfFiles) {
   fs::remove_all(tree + "/large");
   fs::resize_file(tree + "/middle", 1'000'000'000); // most of it a hole
   EXPECT_EQ(run({"size", "--bytes", "--apparent", tree + "/middle"}), 0);

@@ -63,7 +63,7 @@ TEST_F(Stopping, tellsEachPathAndHowFarItCame) {
   EXPECT_EQ(keepwell.out.str(),
             "Moved " + folder + "a to the Trash\nMoved " + folder + "b to the Trash\n");
   EXPECT_EQ(keepwell.err.str(),
-            "keepwell: " + folder + "c: stopped; what was done by then stays done\n" +
+            "keepwell: " + folder + "c: stopped; work done by then stays done\n" +
                 "keepwell: " + folder + "d: stopped before it began\n" + "keepwell: " + folder +
                 "e: stopped before it began\n" + "Stopped: 2 of 5 moved to the Trash, 1 in part\n");
 }
@@ -88,7 +88,7 @@ TEST_F(Stopping, endsASingleRequest) {
   agent.learnToCancel();
   agent.hold();
   EXPECT_EQ(runAndStop({"move", "/a", "/b"}, 1), 130);
-  EXPECT_EQ(keepwell.err.str(), "keepwell: stopped; what was done by then stays done\n");
+  EXPECT_EQ(keepwell.err.str(), "keepwell: stopped; work done by then stays done\n");
 }
 
 TEST_F(Stopping, sendsNothingThatHasNotBegun) {

@@ -87,8 +87,7 @@ TEST_F(Telling, looksForTheCauseWhereTheAgentGivesNone) {
   EXPECT_EQ(run({"truncate", scratch.path()}), 1);
   EXPECT_EQ(err.str(), "keepwell: " + scratch.path() + " could not be truncated: Is a directory\n");
   EXPECT_EQ(run({"truncate", "/dev/null"}), 1);
-  EXPECT_EQ(err.str(),
-            "keepwell: /dev/null could not be truncated: it is no file that holds data\n");
+  EXPECT_EQ(err.str(), "keepwell: /dev/null could not be truncated: it is not a regular file\n");
   EXPECT_EQ(run({"shred", "/no/such"}), 1);
   EXPECT_EQ(err.str(), "keepwell: /no/such could not be shredded: No such file or directory\n");
   EXPECT_EQ(run({"shred", "/no/such", "--json"}), 1);
@@ -135,13 +134,13 @@ TEST_F(Telling, namesTheToolThatThisSystemLacks) {
 TEST_F(Telling, putsCommandsWithoutTheirToolsIntoAGroupOfTheirOwn) {
   missing = "/usr/sbin/pkgutil";
   EXPECT_EQ(run({"--help"}), 0);
-  std::size_t group = out.str().find("Not on this system, which lacks what they need:\n"
+  std::size_t group = out.str().find("Not available on this system:\n"
                                      "  package forget              needs /usr/sbin/pkgutil\n");
   EXPECT_NE(group, std::string::npos) << out.str();
   EXPECT_EQ(out.str().find("package forget"), out.str().rfind("package forget"));
   missing = "";
   EXPECT_EQ(run({"--help"}), 0);
-  EXPECT_EQ(out.str().find("Not on this system"), std::string::npos);
+  EXPECT_EQ(out.str().find("Not available on this system"), std::string::npos);
 }
 
 TEST_F(Telling, asksWithSubstance) {
@@ -175,6 +174,19 @@ TEST_F(Telling, asksWithSubstance) {
   EXPECT_EQ(questions.back(), "Remove " + scratch.path() + ", keeping 1: 0 items, Zero KB? [y/N] ");
 }
 
+TEST_F(Telling, tellsTheKeptItemsBeforeTheRemovedOnes) {
+  std::filesystem::create_directory(scratch.path("tree"));
+  std::string kept = scratch.file("tree/kept", "");
+  std::string other = scratch.file("tree/other", "");
+  EXPECT_EQ(run({"remove", scratch.path("tree"), "--keep", "kept"}), 0);
+  EXPECT_EQ(out.str(), "Kept " + kept + "\nRemoved " + other + "\n");
+  EXPECT_EQ(run({"--json", "remove", scratch.path("tree"), "--keep", "kept"}), 0);
+  EXPECT_EQ(out.str(), "{\"command\":\"remove\",\"path\":\"" + kept +
+                           "\",\"success\":true,\"kept\":true}\n{\"command\":\"remove\","
+                           "\"path\":\"" +
+                           other + "\",\"success\":true}\n");
+}
+
 TEST_F(Telling, refusesInADryRunPathsThatTheAgentWouldRefuse) {
   for (const char *path : {"/", "/usr/.", "/usr/.."}) {
     EXPECT_EQ(run({"remove", "-n", "--force-protected", path}), 1) << path;
@@ -183,7 +195,7 @@ TEST_F(Telling, refusesInADryRunPathsThatTheAgentWouldRefuse) {
   EXPECT_EQ(run({"remove", "-n", "--force-protected", "/proc"}), 1);
   EXPECT_EQ(err.str(), "keepwell: /proc is a mount point and is never removed\n");
   EXPECT_EQ(run({"remove", "-n", "/\xff"}), 1);
-  EXPECT_EQ(err.str(), "keepwell: /\xff is no UTF-8 and cannot be sent to the agent\n");
+  EXPECT_EQ(err.str(), "keepwell: /\xff is not valid UTF-8 and cannot be sent to the agent\n");
 }
 
 TEST_F(Telling, countsOnceAsTheDryRunDoes) {

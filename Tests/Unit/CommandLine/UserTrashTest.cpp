@@ -89,7 +89,7 @@ TEST_F(UserTrash, isRestoredWithoutReplacingAnything) {
   EXPECT_TRUE(fs::is_empty(scratch.path("data/Trash/info")));
   throwAway("a", describing(place, "2020-02-02T02:02:02"));
   EXPECT_EQ(run({"trash", "restore", place}), 1);
-  EXPECT_EQ(err.str(), "keepwell: " + place + " could not be restored: something stands there\n");
+  EXPECT_EQ(err.str(), "keepwell: " + place + " could not be restored: there is already an item\n");
   EXPECT_TRUE(fs::exists(held("a")));
   EXPECT_EQ(run({"trash", "restore", "/never/thrown"}), 1);
   EXPECT_TRUE(record.requests.empty());
@@ -101,10 +101,10 @@ TEST_F(UserTrash, isEmptiedOfOldItemsOnly) {
   throwAway("new", describing("/srv/new", "2999-01-01T00:00:00"));
   EXPECT_EQ(run({"trash", "empty", "--older-than", "30d", "-n"}), 0);
   EXPECT_EQ(out.str(),
-            "Would remove /srv/old from the Trash\n1 in the Trash, 4 KB would be freed\n");
+            "Would remove /srv/old from the Trash\n1 item in the Trash, 4 KB would be freed\n");
   EXPECT_TRUE(fs::exists(held("old")));
   ask = [](const std::string &question) -> std::optional<std::string> {
-    EXPECT_EQ(question, "Remove 1 from the Trash for good, 4 KB? [y/N] ");
+    EXPECT_EQ(question, "Remove 1 item from the Trash for good, 4 KB? [y/N] ");
     return "n";
   };
   EXPECT_EQ(run({"trash", "empty", "--older-than", "30d"}), 1);
@@ -117,6 +117,16 @@ TEST_F(UserTrash, isEmptiedOfOldItemsOnly) {
   EXPECT_FALSE(fs::exists(scratch.path("data/Trash/info/old.trashinfo")));
   EXPECT_EQ(run({"trash", "empty", "--yes"}), 0);
   EXPECT_TRUE(fs::is_empty(scratch.path("data/Trash/files")));
+}
+
+TEST_F(UserTrash, isAddedUpForAPerson) {
+  throwAway("a", describing("/srv/a", "2020-02-02T02:02:02"));
+  throwAway("b", describing("/srv/b", "2021-02-02T02:02:02"));
+  onTerminal = true;
+  EXPECT_EQ(run({"trash", "list"}), 0);
+  EXPECT_TRUE(out.str().ends_with("/srv/b\n2 items in the Trash, 8 KB\n")) << out.str();
+  EXPECT_EQ(run({"trash", "empty"}), 0);
+  EXPECT_TRUE(out.str().ends_with("\n2 items in the Trash, 8 KB freed, 0.0 s\n")) << out.str();
 }
 
 TEST_F(UserTrash, isNotMistakenForAnItemOfItsVerbsName) {
