@@ -55,7 +55,7 @@ class PlainLanguageTest(unittest.TestCase):
                      "Those who wait are woken in order.",
                      "The list says what to keep.", "There is no limit.",
                      "The folder is no longer open.", "The letter stands for a value.",
-                     "A stand-in answers for the tool.")
+                     "A stand-in answers for the tool.", "The threads stand still.")
         self.assertEqual(
             self.found("a.cpp", "\n\n".join(f"// {sentence}" for sentence in sentences)), [])
 

@@ -300,7 +300,7 @@ class TerminalTest(CommandTestCase):
             _, seen = self.converse("size", "--children", f"{self.folder}/tree",
                                     environment=environment)
             self.assertRegex(seen, rf"(?m)^ +\S+ KB 100% {letter * 20} ", repr(seen))
-            self.assertRegex(seen, rf"(?m)^ +100 KB  \d\d% {letter}+ *   file\r$")
+            self.assertRegex(seen, rf"(?m)^ +\S+ KB  \d\d% {letter}+ *   file\r$")
             self.assertNotIn("\x1b", seen)
         plain = self.run_command("size", "--children", f"{self.folder}/tree").stdout
         self.assertRegex(plain, r"\A\S+ KB\t\S+/tree\n\S+ KB\t\S+/tree/file\n\Z")

@@ -81,7 +81,7 @@ private:
 class Advance : public testing::Test {
 protected:
   // Has the agent report while it works on the one request of the command, and
-  // gives what the terminal got.
+  // returns the output to the terminal.
   std::string shownDuring(const std::vector<std::string> &words) {
     std::ostream err(&shown_);
     std::ostringstream out;
