@@ -6,6 +6,7 @@
 #include "Support/FakeAgent.h"
 #include "Support/ScratchFolder.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <future>
@@ -29,7 +30,13 @@ protected:
     surroundings.connect = [this](const std::string &) { return agent.client(); };
     auto status = std::async(std::launch::async, [&] { return keepwell(words, surroundings); });
     agent.waitUntilSent(sent);
-    EXPECT_TRUE(alarm->stop(interrupt));
+    // The command heeds the alarm a moment after it has sent a request.
+    bool isHeeded = alarm->stop(interrupt);
+    for (int tries = 0; !isHeeded && tries < 10'000; ++tries) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      isHeeded = alarm->stop(interrupt);
+    }
+    EXPECT_TRUE(isHeeded);
     agent.waitUntilAskedToCancel(1);
     return status.get();
   }
