@@ -5,6 +5,7 @@
 #include "CommandLine/Session.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <type_traits>
 
 namespace kw {
@@ -91,7 +92,7 @@ std::size_t takeShort(const std::vector<Arguments *> &tables, const std::vector<
     std::string name{'-', word[at]};
     Argument *option = find(tables, name);
     if (!option)
-      refuseUnknown(tables, word.size() == 2 ? name : name + " in " + word);
+      refuseUnknown(tables, word.size() == 2 ? name : fmt::format("{} in {}", name, word));
     if (option->isFlag()) {
       take(*option, name, "");
       continue;

@@ -23,17 +23,26 @@ JSONObject requestOf(const std::string &verb) {
   return request;
 }
 
+// For work that cannot be undone.
+struct Destruction {
+  const char *question = nullptr;
+  const char *would = nullptr; // the sentence of a dry run
+};
+
 // A verb without arguments, answered with a flag.
 Command flagVerb(const char *verb, const char *summary, std::vector<Example> examples,
                  const FlagOperation &operation, const Wording &wording,
-                 const char *question = nullptr) {
+                 const Destruction &destruction = {}) {
   return {verb, summary,
           [=](Arguments &arguments) -> CommandRun {
-            auto yes = question ? declareYes(arguments) : nullptr;
+            auto dryRun = destruction.would ? declareDryRun(arguments) : nullptr;
+            auto yes = destruction.question ? declareYes(arguments) : nullptr;
             return [=](Session &session) {
-              if (question)
-                session.confirm(question, *yes);
               JSONObject request = requestOf(verb);
+              if (dryRun && *dryRun)
+                return tellDryRun(session, request, {destruction.would, wording.failed});
+              if (destruction.question)
+                session.confirm(destruction.question, *yes);
               return reportingFailures(session, request, [&] {
                 return tellOutcome(session, request, operation(session), wording);
               });
@@ -89,10 +98,13 @@ int tellErasure(Session &session, JSONObject request, const LogErasureReply &rep
 }
 
 CommandRun declareEraseUnifiedLog(Arguments &arguments) {
+  auto dryRun = declareDryRun(arguments);
   auto yes = declareYes(arguments);
-  return [yes](Session &session) {
-    session.confirm("Erase the unified log for good?", *yes);
+  return [dryRun, yes](Session &session) {
     JSONObject request = requestOf("erase-unified-log");
+    if (*dryRun)
+      return tellDryRun(session, request, {"Would erase the unified log", ""});
+    session.confirm("Erase the unified log for good?", *yes);
     return reportingFailures(session, request, [&] {
       return tellErasure(
           session, request,
@@ -146,7 +158,7 @@ CommandTable allVerbs() {
       flagVerb("erase-asl", "Erase the system log store",
                {{"maintenance erase-asl", "empties /var/log/asl"}}, asked(&Client::removeASLAsync),
                {"Erased the system log store", "the system log store could not be erased"},
-               "Erase the system log store for good?"),
+               {"Erase the system log store for good?", "Would erase the system log store"}),
       {"erase-unified-log",
        "Erase the unified log",
        declareEraseUnifiedLog,

@@ -37,7 +37,8 @@ struct FlagRequest {
   const char *failed; // after it
   // before the argument: the command asks before work that cannot be undone
   const char *question = nullptr;
-  bool removesItem = false; // at the path, so that a dry run can tell its size
+  const char *would = nullptr; // before the argument: the words of a dry run
+  bool removesItem = false;    // at the path, so that a dry run can tell its size
 };
 
 // An operation without the options of its request.
@@ -49,18 +50,29 @@ FlagOperation asked(Request<Reply> (Client::*operation)(const std::string &,
   };
 }
 
+// The agent may read what this user may not.
+std::function<std::optional<std::string>()> obstacleAt(const std::string &path) {
+  return [path] {
+    return presenceOf(path) == Presence::Missing ? obstacleToReading(path) : std::nullopt;
+  };
+}
+
 std::function<CommandRun(Arguments &)> flagCommand(const FlagRequest &kind) {
   return [kind](Arguments &arguments) -> CommandRun {
     Text text = declareText(arguments, kind.member, kind.typeName, kind.help);
-    auto dryRun = kind.removesItem ? declareDryRun(arguments) : nullptr;
+    auto dryRun = kind.would ? declareDryRun(arguments) : nullptr;
     auto yes = kind.question ? declareYes(arguments) : nullptr;
     return [kind, text, dryRun, yes](Session &session) {
       std::string argument = kind.isPath ? absolutePath(*text) : *text;
-      if (dryRun && *dryRun)
+      if (dryRun && *dryRun && kind.removesItem)
         return previewRemoval(session, {{argument}}, KeepList({}),
-                              {kind.command, "Would remove ", true, true});
+                              {kind.command, kind.would, true, true});
       JSONObject request;
       request.add("command", kind.command).addName(kind.member, argument);
+      if (dryRun && *dryRun)
+        return tellDryRun(session, request,
+                          {kind.would + argument, argument + kind.failed, argument,
+                           kind.isPath ? obstacleAt(argument) : nullptr});
       if (kind.question)
         session.confirm(kind.question + argument + " for good?", *yes);
       return reportingFailures(session, request, [&] {
@@ -113,14 +125,19 @@ CommandRun declareJobInfo(Arguments &arguments) {
 // All arguments after the path go to the tool unchanged, options included.
 CommandRun declareSlim(Arguments &arguments) {
   Text path = declarePath(arguments, "PATH", "A universal binary");
+  auto dryRun = declareDryRun(arguments);
   auto yes = declareYes(arguments);
   auto architectures = std::make_shared<std::vector<std::string>>();
   arguments.everythingBehind(*architectures);
-  return [path, yes, architectures](Session &session) {
+  return [path, dryRun, yes, architectures](Session &session) {
     std::string binary = absolutePath(*path);
-    session.confirm("Strip " + binary + " for good?", *yes);
     JSONObject request;
     request.add("command", "slim").addName("path", binary);
+    if (*dryRun)
+      return tellDryRun(
+          session, request,
+          {"Would strip " + binary, binary + " could not be slimmed", binary, obstacleAt(binary)});
+    session.confirm("Strip " + binary + " for good?", *yes);
     return reportingFailures(session, request, [&] {
       Told reply = session.await(session.agent().slimBinaryWithPathAsync(binary, *architectures,
                                                                          session.requestOptions()));
@@ -160,7 +177,7 @@ CommandTable launchdChanges() {
        "Unload a job and delete its list and its privileged tool",
        flagCommand({"launchd remove", "path", "PLIST", "A job's property list", true,
                     asked(&Client::removeLaunchdAgentAtPathAsync), "Removed ",
-                    " could not be removed", "Remove the job "}),
+                    " could not be removed", "Remove the job ", "Would remove the job "}),
        {{"launchd remove /Library/LaunchDaemons/org.example.job.plist",
          "launchd disable keeps the files"}}},
   };
@@ -216,7 +233,7 @@ CommandTable kextVerbs() {
            "Unload and delete a kernel extension",
            flagCommand({"kext remove", "path", "PATH", "The extension's bundle", true,
                         asked(&Client::removeKextAtPathAsync), "Removed ", " could not be removed",
-                        "Remove ", true}),
+                        "Remove ", "Would remove ", true}),
            {{"kext remove /Library/Extensions/Example.kext", "for good"}}}};
 }
 
@@ -225,7 +242,7 @@ CommandTable packageVerbs() {
            "Forget a package's receipt; its files stay",
            flagCommand({"package forget", "identifier", "ID", "The package's identifier", false,
                         asked(&Client::removePackageWithIDAsync), "Forgot ",
-                        " could not be forgotten", "Forget "}),
+                        " could not be forgotten", "Forget ", "Would forget "}),
            {{"package forget org.example.pkg", "the system no longer knows it was installed"}}}};
 }
 

@@ -55,6 +55,15 @@ int tellFailure(Session &session, JSONObject request, const std::string &path,
   return ExitRefused;
 }
 
+int tellDryRun(Session &session, JSONObject request, const Wording &wording) {
+  request.add("dryRun", true);
+  if (wording.obstacle && wording.obstacle())
+    return tellOutcome(session, request, false, wording);
+  session.sayJSON(request.add("success", true));
+  session.say(wording.done);
+  return ExitDone;
+}
+
 int tellOutcome(Session &session, JSONObject request, const Told &reply, const Wording &wording) {
   if (reply.isDone) {
     session.sayJSON(request.add("success", true));

@@ -34,6 +34,10 @@ struct Told {
 // exit status.
 int tellOutcome(Session &session, JSONObject request, const Told &reply, const Wording &wording);
 
+// Reports what a request would do, which is the wording's first sentence, and
+// returns the exit status: a refusal if the obstacle says so already.
+int tellDryRun(Session &session, JSONObject request, const Wording &wording);
+
 // Reports why an item could not be read, and returns the exit status.
 int tellFailure(Session &session, JSONObject request, const std::string &path,
                 const NS::Error &error);

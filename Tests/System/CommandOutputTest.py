@@ -149,11 +149,23 @@ class SchemaTest(CommandTestCase):
         self.bus.stop_bus()
         self.assertEqual(self.objects("remove", "/a", status=3)[0]["error"]["kind"], "unreachable")
 
+    def test_the_schema_takes_dry_runs_for_which_this_system_lacks_the_tools(self):
+        for command, subject in (("launchd remove", {"path": "/a"}), ("slim", {"path": "/a"}),
+                                 ("package forget", {"identifier": "org.p"}),
+                                 ("maintenance erase-asl", {}),
+                                 ("maintenance erase-unified-log", {})):
+            output = {"command": command, **subject, "dryRun": True, "success": True}
+            self.validator.validate(output)
+        items = {"path": "/a", "remove": ["/a"], "kept": [], "unknown": [], "measured": [],
+                 "items": 1, "allocated": 4096, "freed": 4096}
+        self.validator.validate({"command": "kext remove", **items, "dryRun": True, "success": True})
+
     def test_the_schema_refuses_other_output(self):
         for wrong in ({}, {"success": False}, {"success": True, "error": {}},
                       {"command": "dance", "success": True}, {"success": True, "surprise": 1},
                       {"command": "size", "success": True, "path": "/a"},
                       {"command": "remove", "success": True, "path": "/a", "dryRun": True},
+                      {"command": "slim", "success": True, "dryRun": True},
                       {"success": False, "error": {"kind": "strange", "description": "x"}}):
             self.assertFalse(self.validator.is_valid(wrong), wrong)
 

@@ -122,6 +122,31 @@ TEST_F(ServiceCommands, tryTheRemovalOfAnExtension) {
   EXPECT_TRUE(record.requests.empty());
 }
 
+TEST_F(ServiceCommands, tryWorkThatCannotBeUndone) {
+  kwtest::ScratchFolder scratch;
+  const std::string job = scratch.file("job.plist", "text"), binary = scratch.file("run", "text");
+  for (const auto &[words, sentence] :
+       {std::pair{Strings{"launchd", "remove", "-n", job}, "Would remove the job " + job},
+        std::pair{Strings{"package", "forget", "-n", "org.p"}, std::string("Would forget org.p")},
+        std::pair{Strings{"slim", "-n", binary, "--arch", "arm64"}, "Would strip " + binary},
+        std::pair{Strings{"maintenance", "erase-asl", "-n"},
+                  std::string("Would erase the system log store")},
+        std::pair{Strings{"maintenance", "erase-unified-log", "-n"},
+                  std::string("Would erase the unified log")}}) {
+    EXPECT_EQ(run(words), kw::ExitDone);
+    EXPECT_EQ(out.str(), sentence + "\n");
+    EXPECT_EQ(err.str(), "");
+  }
+  const std::string missing = scratch.path("missing");
+  EXPECT_EQ(run({"launchd", "remove", "-n", missing}), kw::ExitRefused);
+  EXPECT_EQ(err.str(),
+            "keepwell: " + missing + " could not be removed: No such file or directory\n");
+  run({"--json", "package", "forget", "-n", "org.p"});
+  EXPECT_EQ(out.str(), "{\"command\":\"package forget\",\"identifier\":\"org.p\","
+                       "\"dryRun\":true,\"success\":true}\n");
+  EXPECT_TRUE(record.requests.empty());
+}
+
 TEST_F(ServiceCommands, tellProgramsInJSON) {
   run({"--json", "launchd", "enable", "/j"});
   EXPECT_EQ(out.str(), "{\"command\":\"launchd enable\",\"path\":\"/j\",\"success\":true}\n");
