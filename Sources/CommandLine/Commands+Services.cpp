@@ -50,7 +50,7 @@ FlagOperation asked(Request<Reply> (Client::*operation)(const std::string &,
   };
 }
 
-// The agent may read what this user may not.
+// The agent may read files that this user may not.
 std::function<std::optional<std::string>()> obstacleAt(const std::string &path) {
   return [path] {
     return presenceOf(path) == Presence::Missing ? obstacleToReading(path) : std::nullopt;

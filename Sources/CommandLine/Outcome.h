@@ -34,8 +34,8 @@ struct Told {
 // exit status.
 int tellOutcome(Session &session, JSONObject request, const Told &reply, const Wording &wording);
 
-// Reports what a request would do, which is the wording's first sentence, and
-// returns the exit status: a refusal if the obstacle says so already.
+// Reports the effect that a request would have, by the wording's first sentence,
+// and returns the exit status: a refusal if there is an obstacle already.
 int tellDryRun(Session &session, JSONObject request, const Wording &wording);
 
 // Reports why an item could not be read, and returns the exit status.
