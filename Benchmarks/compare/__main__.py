@@ -61,7 +61,8 @@ def run_all(bench, progress):
         lines.setdefault(label, []).append((entries, seconds * 1e6 / entries))
 
     for function in (comparisons.size_of_usr, comparisons.size_of_usr_cold,
-                     comparisons.size_on_one_processor):
+                     comparisons.size_on_one_processor, comparisons.size_against_gdu,
+                     comparisons.size_against_gdu_cold, comparisons.browse_against_gdu):
         if progress.wants(function):
             progress.add(function(bench))
     if progress.wants(comparisons.size_of_growing_trees):
@@ -71,7 +72,8 @@ def run_all(bench, progress):
                      comparisons.remove_one_folder, comparisons.shred_many, comparisons.shred_large,
                      comparisons.search_against_find, comparisons.search_against_bfs,
                      comparisons.search_against_bfs_cold, comparisons.move_to_disk,
-                     comparisons.move_from_disk, comparisons.echo, comparisons.removals_against_loop, comparisons.removals_against_xargs,
+                     comparisons.move_from_disk, comparisons.echo,
+                     comparisons.removals_against_loop, comparisons.removals_against_xargs,
                      comparisons.tool_run):
         if progress.wants(function):
             progress.add(function(bench))

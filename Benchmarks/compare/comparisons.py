@@ -107,6 +107,40 @@ def size_of_usr_cold(bench):
                         counts_calls=False, prepare=forget_files)
 
 
+def gdu(path):
+    """A scan without its screen."""
+    return Side(["gdu", "-n", "-p", "-c", path])
+
+
+def compare_size_with_gdu(bench, work, rounds, reach, prepare=None):
+    ours = Side(bench.agent.command("size", "--bytes", "/usr"), bench.agent)
+    expected = expected_size("/usr")
+
+    def verify(side):
+        if side is ours:
+            expect(says_size(side) == expected, f"/usr: not {expected} bytes")
+
+    return bench.compare(Row(work, "`gdu -n`", reach), ours, gdu("/usr"), rounds, prepare=prepare,
+                         verify=verify, counts_calls=False)
+
+
+def size_against_gdu(bench):
+    return compare_size_with_gdu(bench, "size of /usr, warm, all processors", 15, 0.36)
+
+
+def size_against_gdu_cold(bench):
+    return compare_size_with_gdu(bench, "size of /usr, caches dropped", 7, 0.45, forget_files)
+
+
+def browse_against_gdu(bench):
+    """Until the list is on the screen."""
+    shown = os.path.join(os.path.dirname(os.path.dirname(__file__)), "Programs/until-shown")
+    ours = Side([shown, "by size", *bench.agent.command("browse", "/usr")], bench.agent)
+    row = Row("browse /usr, until its list is shown", "`gdu -n`, its scan alone", 1.0)
+    row.note = "Ours includes the start of the interpreter that plays the terminal."
+    return bench.compare(row, ours, gdu("/usr"), 9, counts_calls=False)
+
+
 def threads_of_a_walk(bench):
     """The table of threads against time; None for the number found by itself."""
     done = subprocess.run([os.path.join(bench.build, "Benchmarks/walk-threads"), "/usr",

@@ -84,7 +84,7 @@ def machine(folder):
             f"- Linux {platform.release()}; many files: on an ext4 in memory, made anew for each tree; "
             f"shredded or moved files: on {re.sub(' +', ', ', volume, count=1)}",
             *(f"- {version(*argv)}" for argv in (
-                ("du", "--version"), ("find", "--version"), ("bfs", "--version"),
+                ("du", "--version"), ("find", "--version"), ("bfs", "--version"), ("gdu", "--version"),
                 ("dbus-daemon", "--version"), ("c++", "--version")))]
 
 
