@@ -69,7 +69,8 @@ def spread(series):
 def version(*argv):
     try:
         done = subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
-        return done.stdout.decode(errors="replace").splitlines()[0]
+        line = done.stdout.decode(errors="replace").splitlines()[0]
+        return " ".join(line.replace("Version:", argv[0]).split())
     except (OSError, IndexError):
         return f"{argv[0]}: not there"
 
@@ -84,8 +85,8 @@ def machine(folder):
             f"- Linux {platform.release()}; many files: on an ext4 in memory, made anew for each tree; "
             f"shredded or moved files: on {re.sub(' +', ', ', volume, count=1)}",
             *(f"- {version(*argv)}" for argv in (
-                ("du", "--version"), ("find", "--version"), ("bfs", "--version"), ("gdu", "--version"),
-                ("dbus-daemon", "--version"), ("c++", "--version")))]
+                ("du", "--version"), ("find", "--version"), ("bfs", "--version"),
+                ("gdu", "--version"), ("dbus-daemon", "--version"), ("c++", "--version")))]
 
 
 def table(rows):
