@@ -46,9 +46,13 @@ def prepare(root):
 
 
 def same(screen):
-    """The screen without its times."""
+    """The screen without its times, and with the complaints of rm in order: rm
+    follows the order of the folder, which each volume has of its own."""
     screen = re.sub(r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d", "(date and time)", screen)
     screen = re.sub(r"\b\d+\.\d s\b", "(seconds) s", screen)
+    screen = re.sub(r"(?:^rm: .*\n?)+",
+                    lambda lines: "".join(sorted(lines[0].splitlines(keepends=True))), screen,
+                    flags=re.MULTILINE)
     return "\n".join(line.rstrip() for line in screen.rstrip().splitlines())
 
 
