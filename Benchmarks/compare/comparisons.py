@@ -5,6 +5,7 @@ import os
 import shutil
 import statistics
 import subprocess
+from dataclasses import dataclass
 
 from .measure import Series, Side, alternate, drop_caches
 from .report import Row
@@ -77,21 +78,35 @@ def forget_files(side):
     subprocess.run([side.argv[0], "--version"], check=True, stdout=subprocess.DEVNULL)
 
 
+@dataclass(frozen=True)
+class Rival:
+    """Another program that measures a folder."""
+    name: str
+    command: tuple
+    says_size: bool = False
+    note: str = ""
+
+
+DU = Rival("`du -s`", ("du", "-s"), says_size=True, note=SIZE_LIMIT)
+# Scans without its screen.
+GDU = Rival("`gdu -n`", ("gdu", "-n", "-p", "-c"))
+
+
 def compare_size(bench, work, path, agent, rounds, reach, prefix=(), counts_calls=True,
-                 prepare=None):
-    """The agent's measurement against du's, with the agent's total checked."""
+                 prepare=None, rival=DU):
+    """The agent's measurement against the rival's, with the agent's total checked."""
     ours = Side([*prefix, *agent.command("size", "--bytes", path)], agent)
-    theirs = Side([*prefix, "du", "-s", path])
+    theirs = Side([*prefix, *rival.command, path])
     expected = expected_size(path)
 
     def verify(side):
         if side is ours:
             expect(says_size(side) == expected, f"{path}: not {expected} bytes")
-        else:
-            expect(says_size(side) > 0, f"{path}: du measured nothing")
+        elif rival.says_size:
+            expect(says_size(side) > 0, f"{path}: {rival.name} measured nothing")
 
-    row = Row(work, "`du -s`", reach)
-    row.note = SIZE_LIMIT
+    row = Row(work, rival.name, reach)
+    row.note = rival.note
     row.proof = (f"the agent's total is that of the blocks that `find` lists, {expected:,} bytes "
                  "(folders count twice, hard links each time)")
     return bench.compare(row, ours, theirs, rounds, prepare=prepare, verify=verify,
@@ -107,29 +122,14 @@ def size_of_usr_cold(bench):
                         counts_calls=False, prepare=forget_files)
 
 
-def gdu(path):
-    """A scan without its screen."""
-    return Side(["gdu", "-n", "-p", "-c", path])
-
-
-def compare_size_with_gdu(bench, work, rounds, reach, prepare=None):
-    ours = Side(bench.agent.command("size", "--bytes", "/usr"), bench.agent)
-    expected = expected_size("/usr")
-
-    def verify(side):
-        if side is ours:
-            expect(says_size(side) == expected, f"/usr: not {expected} bytes")
-
-    return bench.compare(Row(work, "`gdu -n`", reach), ours, gdu("/usr"), rounds, prepare=prepare,
-                         verify=verify, counts_calls=False)
-
-
 def size_against_gdu(bench):
-    return compare_size_with_gdu(bench, "size of /usr, warm, all processors", 15, 0.36)
+    return compare_size(bench, "size of /usr, warm, all processors", "/usr", bench.agent, 15, 0.36,
+                        counts_calls=False, rival=GDU)
 
 
 def size_against_gdu_cold(bench):
-    return compare_size_with_gdu(bench, "size of /usr, caches dropped", 7, 0.45, forget_files)
+    return compare_size(bench, "size of /usr, caches dropped", "/usr", bench.agent, 7, 0.45,
+                        counts_calls=False, prepare=forget_files, rival=GDU)
 
 
 def browse_against_gdu(bench):
@@ -138,7 +138,7 @@ def browse_against_gdu(bench):
     ours = Side([shown, "by size", *bench.agent.command("browse", "/usr")], bench.agent)
     row = Row("browse /usr, until its list is shown", "`gdu -n`, its scan alone", 1.0)
     row.note = "Ours includes the start of the interpreter that plays the terminal."
-    return bench.compare(row, ours, gdu("/usr"), 9, counts_calls=False)
+    return bench.compare(row, ours, Side([*GDU.command, "/usr"]), 9, counts_calls=False)
 
 
 def threads_of_a_walk(bench):
