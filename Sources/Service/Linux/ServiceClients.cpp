@@ -71,7 +71,7 @@ void ServiceClients::erase(std::string_view name) {
   if (found == clients_.end())
     return;
   leaving_.insert(clients_.extract(found));
-  goOn();
+  letGo();
 }
 
 void ServiceClients::setWaiting(const std::string &name, bool waits) {
@@ -95,11 +95,15 @@ void ServiceClients::apply(ServiceClient &client) noexcept {
   }
 }
 
-// A held queue would lose the waiting requests of a client that leaves.
 void ServiceClients::goOn() noexcept {
   for (auto &[name, client] : clients_)
     if (!client.isApplied)
       apply(client);
+  letGo();
+}
+
+// A held queue would lose the waiting requests of a client that leaves.
+void ServiceClients::letGo() noexcept {
   for (auto next = leaving_.begin(); next != leaving_.end();) {
     auto client = next++;
     client->second.waits = false;

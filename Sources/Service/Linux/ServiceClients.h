@@ -53,6 +53,7 @@ private:
   void learnWho(const std::string &name, BusMessage &answer);
   void apply(ServiceClient &client) noexcept;
   void goOn() noexcept;
+  void letGo() noexcept;
 
   BusThread &thread_;
   const std::shared_ptr<WorkerPool> pool_;
