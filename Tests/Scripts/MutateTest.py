@@ -48,6 +48,11 @@ class ChangesTest(unittest.TestCase):
     def test_a_condition_keeps_its_texts(self):
         self.assertIn('if (!(a == "b"))', changed('if (a == "b")\n'))
 
+    def test_sources_that_no_unit_test_can_see_are_left_alone(self):
+        for room in ("Agent", "Foundation"):
+            for mutant in mutate.all_mutants(mutate.ROOMS[room][0], []):
+                self.assertNotRegex(mutant.path, "macOS|main.cpp|Terminal")
+
     def test_other_text_is_left_alone(self):
         for text in ("// a == b\n", "/* true\n false */\n", 'a = "1 == true";\n', "a = ' == ';\n",
                      "#if 1 == 2\n", "std::vector<int> a;\n", 'a = R"(b == 1)";\n',
@@ -64,6 +69,19 @@ class ChangesTest(unittest.TestCase):
     def test_no_room_is_without_changes(self):
         for room, (folder, _) in mutate.ROOMS.items():
             self.assertGreater(len(list(mutate.all_mutants(folder, []))), 50, room)
+
+    def test_a_sample_keeps_its_changes_when_another_goes(self):
+        every = list(mutate.all_mutants("Sources/Tools", []))
+        first = mutate.sample(every, 20, 1)
+        self.assertEqual(mutate.sample(every, 20, 1), first)
+        self.assertNotEqual(mutate.sample(every, 20, 2), first)
+        rest = [mutant for mutant in every if mutant.key() != first[0].key()]
+        self.assertEqual(mutate.sample(rest, 19, 1), first[1:])
+
+    def test_the_tests_of_a_file_are_known_by_its_name_and_by_the_list(self):
+        self.assertIn("RVFileSizerBulk", mutate.own_suites("Sources/Tools/RVFileSizer.cpp"))
+        self.assertIn("CommandLineTest", mutate.own_suites("Sources/CommandLine/Help.cpp"))
+        self.assertNotIn("Helpers", mutate.own_suites("Sources/CommandLine/Help.cpp"))
 
     def test_each_reason_names_a_change(self):
         every = {mutant.key() for folder, _ in mutate.ROOMS.values()
