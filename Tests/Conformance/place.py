@@ -1,4 +1,4 @@
-"""Where a scenario works: a folder of its own, the command, and what to expect of
+"""The place of a scenario: a folder of its own, the command, and the checks of
 both."""
 import base64
 import json
@@ -14,8 +14,8 @@ SECONDS = 300  # after which the command counts as hanging
 
 
 class Answer:
-    """What one run of the command left: exit status, texts, and the objects of
-    its JSON lines."""
+    """The result of one run of the command: exit status, texts, and the objects
+    of its JSON lines."""
 
     def __init__(self, words, done):
         self.words = words
@@ -99,7 +99,7 @@ class Place:
         return self._other_volume
 
     def lock(self, *paths):
-        """Nobody, not even root, can change or remove them until they are unlocked."""
+        """No user, root included, can change or remove them until they are unlocked."""
         for path in paths:
             self.host.lock(path)
 
@@ -212,7 +212,7 @@ def clear(path, host, command):
         except OSError:
             pass
     if os.path.lexists(path):
-        # What the agent made belongs to root.
+        # Folders that the agent made belong to root.
         subprocess.run([command, "remove", "--yes", path], check=False, capture_output=True,
                        stdin=subprocess.DEVNULL, start_new_session=True)
     return not os.path.lexists(path)

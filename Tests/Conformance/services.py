@@ -1,6 +1,6 @@
 """Scenarios: launchd jobs, login items, startup items, kernel extensions, packages,
-universal binaries, the configuration of launchd. What they need of the system is
-made for the purpose under names of its own, and gone afterwards."""
+universal binaries, the configuration of launchd. The items that they need of
+the system are made for the purpose under names of their own, and gone afterwards."""
 import os
 import plistlib
 import struct

@@ -8,15 +8,15 @@ import xml.etree.ElementTree as ElementTree
 
 PASSED, FAILED, NOT_APPLICABLE = "passed", "failed", "not applicable"
 
-# Subjects besides the operations: what the command does without the agent, or
-# with any of its operations.
+# Subjects besides the operations: work of the command without the agent, or with
+# any operation.
 COMMAND_SUBJECTS = ("keepwell find", "keepwell inspect", "keepwell launchd info",
                     "cancellation", "errors of use", "tools that this host lacks")
 
 # Operations that no scenario can judge through the command, with the reason.
 WITHOUT_SCENARIO = {}
 
-# What a scenario may change outside of its folder, when --allow names it.
+# The areas outside of its folder that a scenario may change when --allow names them.
 AREAS = {
     "agent": "ends the agent, and with it its work for other clients",
     "trash": "moves an item to the Trash of the agent's user, and removes it there",
@@ -72,7 +72,7 @@ def operations(description):
 
 
 def complaints(members, scenarios=None):
-    """What is wrong with the list of scenarios itself."""
+    """The faults of the list of scenarios itself."""
     scenarios = SCENARIOS if scenarios is None else scenarios
     covered = {subject for scenario in scenarios for subject in scenario.subjects}
     for member in members:

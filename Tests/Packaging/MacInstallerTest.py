@@ -108,7 +108,7 @@ class MacInstallerTest(unittest.TestCase):
         entry = self.read_list(f"{self.layout}/client.plist")["SMPrivilegedExecutables"][NAME]
         self.assertEqual(entry, f'identifier "{NAME}" and {MAKER.format("AB12CD34EF")}')
 
-    def test_what_is_missing_or_not_universal_is_refused(self):
+    def test_missing_programs_and_others_than_universal_ones_are_refused(self):
         def is_refused(text):
             done = self.lay_out()
             self.assertNotEqual(done.returncode, 0)

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Stands in for the keepwell command: as LIES in its folder has it, it claims to
-have done an operation without asking the agent, or reports the opposite of what
-the agent said. All else it passes on."""
+have done an operation without asking the agent, or reports the opposite of the
+agent's answer. It passes all other requests on."""
 import json
 import os
 import subprocess
@@ -31,7 +31,7 @@ WORDS = {
     "RemoveDiagnosticLogs": ["maintenance", "erase-unified-log"], "SizeOfItemAtPath": ["size"],
 }
 
-# What it says for people when it claims to have done it.
+# The texts for people with which it claims to have done them.
 TEXTS = {
     "terminate": "The agent has ended.", "move": "Moved {} to {}", "remove": "Removed {}",
     "shred": "Shredded {}", "trash": "Moved {} to the Trash of the agent's user",

@@ -1,6 +1,6 @@
 """Imitations of macOS's tools for the throw-away root: programs that do, on files
-of their own, what the scenarios and the agent expect of the tools at these
-paths."""
+of their own, the work that the scenarios and the agent expect of the tools at
+these paths."""
 
 STATE = "/var/lib/imitated"
 
