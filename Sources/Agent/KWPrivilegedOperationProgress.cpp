@@ -29,12 +29,11 @@ private:
 std::shared_ptr<const NS::XPCInterface> KWPrivilegedOperationProgress::interface() {
   static const auto shared = std::make_shared<const NS::XPCInterface>(NS::XPCInterface{
       kOutputInterface,
-      {{receiveNewOutputSelector,
-        kOutputMember,
-        {{"output", NS::XPCKind::String}},
-        {},
-        true,
-        [](NS::XPCObject &object, const NS::XPCValues &arguments, const NS::XPCReply &) {
+      {{.selector = receiveNewOutputSelector,
+        .member = kOutputMember,
+        .arguments = {{"output", NS::XPCKind::String}},
+        .oneWay = true,
+        .invoker = [](NS::XPCObject &object, const NS::XPCValues &arguments, const NS::XPCReply &) {
           dynamic_cast<KWPrivilegedOperationProgress &>(object).receiveNewOutput(
               std::get<std::string>(arguments.at(0)));
         }}}});

@@ -10,7 +10,7 @@ public:
   explicit State(Receiver receiver) : receiver_(std::move(receiver)) {}
   ~State() {
     try {
-      deliver({false, {}, "the request ended without a reply"});
+      deliver({.reason = "the request ended without a reply"});
     } catch (const std::bad_alloc &) { // no memory for this text
       deliver({});
     }
@@ -31,11 +31,11 @@ private:
 XPCReply::XPCReply(Receiver receiver) : state_(std::make_shared<State>(std::move(receiver))) {}
 
 void XPCReply::send(XPCValues values) const {
-  state_->deliver({true, std::move(values), {}});
+  state_->deliver({.replied = true, .values = std::move(values)});
 }
 
 void XPCReply::fail(std::string reason) const {
-  state_->deliver({false, {}, std::move(reason)});
+  state_->deliver({.reason = std::move(reason)});
 }
 
 const XPCMethod *XPCInterface::methodWithMember(std::string_view member) const {

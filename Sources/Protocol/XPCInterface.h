@@ -41,8 +41,8 @@ struct XPCParameter {
 // The outcome of one request.
 struct XPCOutcome {
   bool replied = false; // false: it failed, and there are no values
-  XPCValues values;
-  std::string reason; // the reason of the failure, for the log
+  XPCValues values{};
+  std::string reason{}; // the reason of the failure, for the log
 };
 
 // The way back to the caller. Copies refer to the same request, and any thread
@@ -76,8 +76,8 @@ using XPCSuccess = bool (*)(const XPCValues &replies);
 struct XPCMethod {
   std::string selector; // the message's name in the protocol
   std::string member;   // its name on a transport without selectors
-  std::vector<XPCParameter> arguments;
-  std::vector<XPCParameter> replies;
+  std::vector<XPCParameter> arguments{};
+  std::vector<XPCParameter> replies{};
   bool oneWay = false;  // the caller expects no reply and gets none
   XPCInvoker invoker{}; // null: the message is known but not supported
   // For a method that changes something, and whose requests are therefore

@@ -84,7 +84,7 @@ class Delegate final : public NS::XPCListenerDelegate {
 // Never destroyed: the listener's thread runs until the process ends.
 kwtest::FakeBus &listenedBus() {
   static auto *bus = [] {
-    auto *made = new kwtest::FakeBus;
+    auto *made = &kwtest::FakeBus::start();
     static auto delegate = std::make_shared<Delegate>();
     static auto *listener =
         NS::XPCListener::listenerWithMachServiceName("org.example.Fuzz", made->address()).release();

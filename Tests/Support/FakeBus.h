@@ -60,20 +60,16 @@ private:
 
 class FakeBus {
 public:
-  enum Kind : std::uint8_t { Call = 1, Reply = 2, Failure = 3 };
+  enum Kind : std::uint8_t { Call = 1, Reply = 2, Failure = 3, Signal = 4 };
   static constexpr std::uint8_t noReplyExpected = 1;
+  // The answer when the peer asks for a name.
+  enum class Name : std::uint32_t { Given = 1, HasOwner = 3 };
 
-  FakeBus() : listening_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un name{};
-    name.sun_family = AF_UNIX;
-    const std::string path = scratch_->path("bus");
-    std::memcpy(name.sun_path, path.c_str(), path.size() + 1);
-    if (::bind(listening_, reinterpret_cast<const sockaddr *>(&name), sizeof name) != 0 ||
-        ::listen(listening_, 1) != 0)
-      std::abort();
-    std::thread([this] { serve(); }).detach();
+  // A new bus. It lives as long as the process: so does its thread.
+  static FakeBus &start(Name name = Name::Given) {
+    static auto &buses = *new std::vector<FakeBus *>; // where a leak check finds them
+    return *buses.emplace_back(new FakeBus(name));
   }
-  // It lives as long as the process: so does its thread.
   ~FakeBus() = delete;
 
   // To be asked for before the peer comes.
@@ -93,6 +89,32 @@ public:
     std::lock_guard lock(mutex_);
     return send(Call, flags, fields.bytes(), body);
   }
+  // Sends a signal of the bus, as if from this sender: the client has left.
+  void tellThatLeft(std::string_view client, std::string_view sender = "org.freedesktop.DBus") {
+    WireWriter fields, body;
+    fields.field(1, 'o', "/org/freedesktop/DBus");
+    fields.field(2, 's', "org.freedesktop.DBus");
+    fields.field(3, 's', "NameOwnerChanged");
+    fields.field(7, 's', sender);
+    fields.field(8, 'g', "sss");
+    for (std::string_view text : {client, client, std::string_view()})
+      body.text(text);
+    std::lock_guard lock(mutex_);
+    send(Signal, noReplyExpected, fields.bytes(), body.bytes());
+  }
+  // Breaks the connection.
+  void hangUp() { ::shutdown(peer_, SHUT_RDWR); }
+
+  // The members that the peer has called on the bus itself, in order.
+  std::vector<std::string> asked() {
+    std::lock_guard lock(mutex_);
+    return asked_;
+  }
+  // The members of the signals that the peer has sent.
+  std::vector<std::string> signalled() {
+    std::lock_guard lock(mutex_);
+    return signalled_;
+  }
   // Waits for the answer to the other call, and returns each answer that the
   // first call had by then: the name of its error, empty for a reply. Forgets
   // all answers.
@@ -105,6 +127,18 @@ public:
   }
 
 private:
+  explicit FakeBus(Name name)
+      : name_(name), listening_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = scratch_->path("bus");
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    if (::bind(listening_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+        ::listen(listening_, 1) != 0)
+      std::abort();
+    std::thread([this] { serve(); }).detach();
+  }
+
   struct PeerIsGone {};
   struct Header {
     std::uint8_t kind = 0;
@@ -184,7 +218,10 @@ private:
     static_cast<void>(read(bodySize));
     std::lock_guard lock(mutex_);
     if (header.kind == Call) {
+      asked_.push_back(header.member);
       answer(header);
+    } else if (header.kind == Signal) {
+      signalled_.push_back(header.member);
     } else {
       answers_[header.replySerial].push_back(header.error);
       arrived_.notify_all();
@@ -222,7 +259,7 @@ private:
     if (isHello)
       body.text(":1.1");
     if (isRequest)
-      body.number(1); // it is the owner
+      body.number(static_cast<std::uint32_t>(name_));
     if (isHello || isRequest)
       fields.field(8, 'g', isHello ? "s" : "u");
     else if (call.member == "GetConnectionStats")
@@ -231,6 +268,7 @@ private:
          body.bytes());
   }
 
+  const Name name_;
   std::optional<ScratchFolder> scratch_{std::in_place};
   int listening_;
   int peer_ = -1;
@@ -238,6 +276,8 @@ private:
   std::condition_variable arrived_;
   std::uint32_t lastSerial_ = 0;
   std::map<std::uint32_t, std::vector<std::string>> answers_; // by the serial of the call
+  std::vector<std::string> asked_;
+  std::vector<std::string> signalled_;
 };
 
 } // namespace kwtest

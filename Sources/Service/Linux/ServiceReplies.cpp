@@ -78,9 +78,8 @@ XPCReply ServiceReplies::replyTo(const std::string &client, std::uint64_t number
   // Allocated early, so that a request without memory for its answer can still
   // fail with one.
   BusMailbox::Works lastResort;
-  lastResort.emplace_back([this, client, number] {
-    answer(client, number, {false, {}, "out of memory"});
-  });
+  lastResort.emplace_back(
+      [this, client, number] { answer(client, number, {.reason = "out of memory"}); });
   return XPCReply([this, client, number, mailbox = thread_.mailbox(),
                    lastResort = std::move(lastResort)](XPCOutcome outcome) mutable {
     // A request that its queue refuses fails during its delivery. deliver()
@@ -158,7 +157,7 @@ bool ServiceReplies::cancel(std::string_view client, std::uint32_t serial) {
       continue;
     pending.request->progress.cancel();
     if (pending.request->drop())
-      answer(found->first, number, {true, cancelledValues(*pending.method), {}});
+      answer(found->first, number, {.replied = true, .values = cancelledValues(*pending.method)});
     return true;
   }
   return false;

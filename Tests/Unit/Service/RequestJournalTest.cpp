@@ -38,7 +38,7 @@ protected:
                               }));
   }
 
-  NS::XPCMethod method{"remove:", "Remove", {}, {}, false, {}, saysYes};
+  NS::XPCMethod method{.selector = "remove:", .member = "Remove", .succeeded = saysYes};
   kwtest::FakeClock clock;
   NS::ScopedOverride<NS::Clock> clockOverride{clock};
   RecordedRequests journal;

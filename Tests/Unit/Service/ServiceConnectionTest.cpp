@@ -24,6 +24,8 @@ struct Sent {
   XPCValues values;
 };
 
+void ignore(XPCObject &, const XPCValues &, const XPCReply &) {}
+
 class ServiceConnectionTest : public testing::Test {
 protected:
   ServiceConnectionTest() {
@@ -45,66 +47,46 @@ protected:
   std::shared_ptr<Object> object = std::make_shared<Object>();
   std::shared_ptr<const XPCInterface> interface = std::make_shared<const XPCInterface>(XPCInterface{
       "org.example",
-      {{"count:",
-        "Count",
-        {},
-        {},
-        false,
-        [](XPCObject &target, const XPCValues &arguments, const XPCReply &reply) {
-          ++dynamic_cast<Object &>(target).calls;
-          reply.send(arguments);
-        }},
-       {"raise",
-        "Raise",
-        {},
-        {},
-        false,
-        [](XPCObject &, const XPCValues &, const XPCReply &) {
-          throw Exception(RangeException, "out of range");
-        }},
-       {"raiseOther",
-        "RaiseOther",
-        {},
-        {},
-        false,
-        [](XPCObject &, const XPCValues &, const XPCReply &) { throw 7; }},
-       {"replyThenRaise",
-        "ReplyThenRaise",
-        {},
-        {},
-        false,
-        [](XPCObject &, const XPCValues &, const XPCReply &reply) {
-          reply.send({true});
-          throw std::runtime_error("afterwards");
-        }},
-       {"work",
-        "Work",
-        {},
-        {},
-        false,
-        [](XPCObject &, const XPCValues &, const XPCReply &reply) {
-          Progress::current().countItem(5);
-          reply.send({Progress::current().isCancelled()});
-        }},
-       {"change",
-        "Change",
-        {},
-        {},
-        false,
-        [](XPCObject &, const XPCValues &, const XPCReply &reply) { reply.send({true}); },
-        [](const XPCValues &replies) { return std::get<bool>(replies.at(0)); }},
-       {"changeAndRaise",
-        "ChangeAndRaise",
-        {},
-        {},
-        false,
-        [](XPCObject &, const XPCValues &, const XPCReply &) {
-          throw std::runtime_error("no more");
-        },
-        [](const XPCValues &) { return true; }},
-       {"forget", "Forget", {}, {}, false, [](XPCObject &, const XPCValues &, const XPCReply &) {}},
-       {"oneWay", "OneWay", {}, {}, true, [](XPCObject &, const XPCValues &, const XPCReply &) {
-        }}}});
+      {{.selector = "count:",
+        .member = "Count",
+        .invoker =
+            [](XPCObject &target, const XPCValues &arguments, const XPCReply &reply) {
+              ++dynamic_cast<Object &>(target).calls;
+              reply.send(arguments);
+            }},
+       {.selector = "raise",
+        .member = "Raise",
+        .invoker = [](XPCObject &, const XPCValues &,
+                      const XPCReply &) { throw Exception(RangeException, "out of range"); }},
+       {.selector = "raiseOther",
+        .member = "RaiseOther",
+        .invoker = [](XPCObject &, const XPCValues &, const XPCReply &) { throw 7; }},
+       {.selector = "replyThenRaise",
+        .member = "ReplyThenRaise",
+        .invoker =
+            [](XPCObject &, const XPCValues &, const XPCReply &reply) {
+              reply.send({true});
+              throw std::runtime_error("afterwards");
+            }},
+       {.selector = "work",
+        .member = "Work",
+        .invoker =
+            [](XPCObject &, const XPCValues &, const XPCReply &reply) {
+              Progress::current().countItem(5);
+              reply.send({Progress::current().isCancelled()});
+            }},
+       {.selector = "change",
+        .member = "Change",
+        .invoker = [](XPCObject &, const XPCValues &,
+                      const XPCReply &reply) { reply.send({true}); },
+        .succeeded = [](const XPCValues &replies) { return std::get<bool>(replies.at(0)); }},
+       {.selector = "changeAndRaise",
+        .member = "ChangeAndRaise",
+        .invoker = [](XPCObject &, const XPCValues &,
+                      const XPCReply &) { throw std::runtime_error("no more"); },
+        .succeeded = [](const XPCValues &) { return true; }},
+       {.selector = "forget", .member = "Forget", .invoker = ignore},
+       {.selector = "oneWay", .member = "OneWay", .oneWay = true, .invoker = ignore}}});
   std::shared_ptr<ServiceConnection> connection = std::make_shared<ServiceConnection>(
       std::make_shared<WorkerPool>(WorkerLimits{4}, std::chrono::hours(1)), RequestQueueLimits{},
       [this](const std::string &name, const XPCMethod &method, XPCValues values) {
@@ -224,7 +206,7 @@ TEST_F(ServiceConnectionTest, finishesRequestsThatReachedItAfterItIsGone) {
 }
 
 TEST_F(ServiceConnectionTest, failsRequestsThatNeverReachedItsObjectWhenItIsGone) {
-  XPCOutcome outcome{true, {}, {}};
+  XPCOutcome outcome{.replied = true};
   ASSERT_TRUE(connection->deliver(*connection->methodWithMember("Count"), {true},
                                   XPCReply([&](XPCOutcome value) { outcome = std::move(value); })));
   connection.reset(); // still suspended
@@ -241,8 +223,12 @@ TEST_F(ServiceConnectionTest, ownsItsExportedObject) {
 }
 
 TEST_F(ServiceConnectionTest, sendsOneWayMessagesOfTheRemoteInterface) {
-  connection->setRemoteObjectInterface(std::make_shared<const XPCInterface>(XPCInterface{
-      "org.example.Remote", {{"tell:", "Tell", {{"text", XPCKind::String}}, {}, true}}}));
+  connection->setRemoteObjectInterface(
+      std::make_shared<const XPCInterface>(XPCInterface{"org.example.Remote",
+                                                        {{.selector = "tell:",
+                                                          .member = "Tell",
+                                                          .arguments = {{"text", XPCKind::String}},
+                                                          .oneWay = true}}}));
   connection->sendToRemoteObject("tell:", {std::string("news")});
   ASSERT_EQ(sent.size(), 1u);
   EXPECT_EQ(sent[0].interface, "org.example.Remote");

@@ -24,7 +24,10 @@ std::string busError(const char *last) {
 }
 
 XPCMethod method(const char *member, XPCInvoker invoker) {
-  return {member, member, {}, {{"text", XPCKind::String}}, false, std::move(invoker)};
+  return {.selector = member,
+          .member = member,
+          .replies = {{"text", XPCKind::String}},
+          .invoker = std::move(invoker)};
 }
 
 XPCMethod replying(const char *member, XPCValues values) {
@@ -81,11 +84,8 @@ private:
 
 class XPCListenerTest : public testing::Test {
 protected:
-  // The bus lives as long as the process, as its thread does, and with it the
-  // connection: the agent would end without it.
   void listen(std::shared_ptr<XPCListenerDelegate> delegate) {
-    static auto &buses = *new std::vector<kwtest::FakeBus *>; // where a leak check finds them
-    bus_ = buses.emplace_back(new kwtest::FakeBus);
+    bus_ = &kwtest::FakeBus::start();
     delegate_ = std::move(delegate);
     listener_ = XPCListener::listenerWithMachServiceName(name, bus_->address());
     listener_->setDelegate(delegate_);
