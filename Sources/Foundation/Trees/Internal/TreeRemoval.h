@@ -36,14 +36,14 @@ StepOutcome unlinkItem(int folder, const char *name);
 
 enum class Recursion { OnlyTheItem, WholeTree };
 
-// Removes the item at the path. For a whole tree it removes all items beneath
-// it too; otherwise only an empty folder goes. When there are many folders
-// directly within it, a few threads share them. Stops at the first failure, and
-// when the progress of the calling thread is cancelled, each thread at its next
-// item.
-TreeResult removeTree(const std::string &path, ItemEraser &eraser, Recursion recursion);
-// The same for an item that was located before. Its path is only for messages.
-TreeResult removeTree(const ItemLocation &location, const std::string &path, ItemEraser &eraser,
-                      Recursion recursion);
+// Removes the item at the path with the eraser. For a whole tree it removes all
+// items beneath it too; otherwise only an empty folder goes. When there are many
+// folders directly within it, a few threads share them. Stops at the first
+// failure, and when the progress of the calling thread is cancelled, each thread
+// at its next item.
+TreeResult eraseItemAtPath(const std::string &path, ItemEraser &eraser, Recursion recursion);
+// Removes the whole tree of an item that was located before, in the same way.
+// Its path is only for messages.
+TreeResult eraseTree(const ItemLocation &location, const std::string &path, ItemEraser &eraser);
 
 } // namespace NS

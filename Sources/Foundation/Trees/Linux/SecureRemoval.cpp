@@ -155,7 +155,7 @@ public:
         secure ? static_cast<ItemEraser &>(overwriting) : static_cast<ItemEraser &>(plain);
     bool whole = (flags & REMOVEFILE_RECURSIVE_FLAG) != 0;
     TreeResult failure =
-        removeTree(path, eraser, whole ? Recursion::WholeTree : Recursion::OnlyTheItem);
+        eraseItemAtPath(path, eraser, whole ? Recursion::WholeTree : Recursion::OnlyTheItem);
     if (!failure)
       return 0;
     // ENOENT concerns only the requested item.

@@ -53,7 +53,7 @@ void removeWithin(const Descriptor &folder, const char *name) {
   ItemLocation item{Descriptor(::fcntl(folder.get(), F_DUPFD_CLOEXEC, 0)), name};
   PlainEraser eraser;
   if (item.parent)
-    static_cast<void>(removeTree(item, name, eraser, Recursion::WholeTree));
+    static_cast<void>(eraseTree(item, name, eraser));
 }
 
 void removeStaged(int parent, const std::string &name, const Descriptor &folder) {

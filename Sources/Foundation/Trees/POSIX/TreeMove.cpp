@@ -198,7 +198,7 @@ TreeResult MoveAcross::place() {
 
 TreeResult MoveAcross::removeOriginal() {
   CopiedItemsEraser eraser(copied_);
-  TreeResult failure = removeTree(source_, srcPath_, eraser, Recursion::WholeTree);
+  TreeResult failure = eraseTree(source_, srcPath_, eraser);
   // Another process removed it meanwhile, or moved it away.
   return failure && failure->isGone() ? TreeResult{} : failure;
 }

@@ -47,9 +47,9 @@ public:
               HelperPlace &place, bool isFirst)
       : root_(root), eraser_(eraser), sharing_(sharing), place_(place), isFirst_(isFirst) {}
 
-  // The type is that of the root's entry in its listing.
-  TreeResult run(unsigned char type) {
-    if (StepOutcome outcome = eraseOrEnter(root_.name.c_str(), type); outcome.isFailed())
+  // The root was a folder a moment ago.
+  TreeResult run() {
+    if (StepOutcome outcome = eraseOrEnter(root_.name.c_str(), DT_DIR); outcome.isFailed())
       return failureAtRoot(outcome);
     while (!chain_.empty() && !sharing_.isFailed()) {
       place_.begin();
@@ -90,7 +90,7 @@ private:
                               const SharedFolder &above, HelperPlace &place) {
                             std::string path = above.path + "/" + name;
                             RemovalRoot root{above.original.get(), name, path};
-                            return TreeRemover(root, eraser, sharing, place, false).run(DT_DIR);
+                            return TreeRemover(root, eraser, sharing, place, false).run();
                           });
   }
 
@@ -175,9 +175,23 @@ private:
 
 TreeResult removeWhole(const RemovalRoot &root, ItemEraser &eraser) {
   FolderSharing sharing;
-  if (TreeResult failure = TreeRemover(root, eraser, sharing, sharing.own(), true).run(DT_UNKNOWN))
+  if (TreeResult failure = TreeRemover(root, eraser, sharing, sharing.own(), true).run())
     sharing.fail(std::move(*failure));
   return sharing.result();
+}
+
+// Only a folder needs a walk and threads.
+TreeResult removeRoot(const RemovalRoot &root, ItemEraser &eraser, Recursion recursion) {
+  StepOutcome outcome(TreeStep::Cancel, ECANCELED);
+  if (!Progress::current().isCancelled())
+    outcome = eraser.erase(root.parent, root.name.c_str(), DT_UNKNOWN);
+  if (outcome.isFolder() && recursion == Recursion::WholeTree)
+    return removeWhole(root, eraser);
+  if (outcome.isFolder())
+    outcome = removeFolder(root.parent, root.name.c_str());
+  if (outcome.isDone())
+    return {};
+  return TreeFailure{outcome, TreeItem::Asked, root.path};
 }
 
 } // namespace
@@ -197,28 +211,20 @@ StepOutcome PlainEraser::erase(int folder, const char *name, unsigned char) {
   return outcome;
 }
 
-TreeResult removeTree(const std::string &path, ItemEraser &eraser, Recursion recursion) {
+TreeResult eraseItemAtPath(const std::string &path, ItemEraser &eraser, Recursion recursion) {
   ItemLocation location;
   if (int error = locateItem(path, location))
     return TreeFailure{{TreeStep::Locate, error}, TreeItem::Asked, path};
-  return removeTree(location, path, eraser, recursion);
+  return removeRoot({location.parent.get(), location.name, path}, eraser, recursion);
 }
 
-TreeResult removeTree(const ItemLocation &location, const std::string &path, ItemEraser &eraser,
-                      Recursion recursion) {
-  if (recursion == Recursion::WholeTree)
-    return removeWhole({location.parent.get(), location.name, path}, eraser);
-  StepOutcome outcome = eraser.erase(location.parent.get(), location.name.c_str(), DT_UNKNOWN);
-  if (outcome.isFolder())
-    outcome = removeFolder(location.parent.get(), location.name.c_str());
-  if (outcome.isDone())
-    return {};
-  return TreeFailure{outcome, TreeItem::Asked, path};
+TreeResult eraseTree(const ItemLocation &location, const std::string &path, ItemEraser &eraser) {
+  return removeRoot({location.parent.get(), location.name, path}, eraser, Recursion::WholeTree);
 }
 
 TreeResult removeTree(const std::string &path) {
   PlainEraser eraser;
-  return removeTree(path, eraser, Recursion::WholeTree);
+  return eraseItemAtPath(path, eraser, Recursion::WholeTree);
 }
 
 } // namespace NS

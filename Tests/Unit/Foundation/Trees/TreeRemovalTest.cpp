@@ -74,7 +74,7 @@ TEST(TreeRemoval, doesNotTakeALostWayBackForAnItemThatIsGone) {
                   fs::rename(scratch.path("volume/view/root/d/d"), scratch.path("volume/outside"));
               });
               TreeResult failure =
-                  NS::removeTree(scratch.path("seen/root"), eraser, NS::Recursion::WholeTree);
+                  NS::eraseItemAtPath(scratch.path("seen/root"), eraser, NS::Recursion::WholeTree);
               if (!failure)
                 return "success";
               if (failure->outcome.errnum() != ENOENT)
@@ -109,7 +109,7 @@ TEST(TreeRemoval, byAnyThreadDoesNotTakeALostWayBackForAnItemThatIsGone) {
                            scratch.path("volume/" + chain), ignored);
               });
               TreeResult failure =
-                  NS::removeTree(scratch.path("seen/root"), eraser, NS::Recursion::WholeTree);
+                  NS::eraseItemAtPath(scratch.path("seen/root"), eraser, NS::Recursion::WholeTree);
               if (!failure)
                 return "success";
               return failure->isGone() ? "gone" : "";
@@ -122,7 +122,7 @@ TEST(TreeRemoval, saysGoneOfTheItemAskedAboutAlone) {
   ScratchFolder scratch;
   NS::PlainEraser eraser;
   for (const char *path : {"missing", "missing/below"}) {
-    TreeResult failure = NS::removeTree(scratch.path(path), eraser, NS::Recursion::WholeTree);
+    TreeResult failure = NS::eraseItemAtPath(scratch.path(path), eraser, NS::Recursion::WholeTree);
     ASSERT_TRUE(failure) << path;
     EXPECT_TRUE(failure->isGone()) << path;
   }
@@ -133,7 +133,7 @@ TEST(TreeRemoval, saysGoneOfTheItemAskedAboutAlone) {
     if (name == "file")
       fs::remove(scratch.path("root/file"));
   });
-  EXPECT_FALSE(NS::removeTree(scratch.path("root"), slow, NS::Recursion::WholeTree));
+  EXPECT_FALSE(NS::eraseItemAtPath(scratch.path("root"), slow, NS::Recursion::WholeTree));
 }
 
 // Many folders with a file each, so that several threads work.
@@ -166,7 +166,7 @@ TEST(TreeRemoval, ofAllItsThreadsStopsAtTheNextItemWhenItIsCancelled) {
     if (name == "file" && ++erased == 50)
       progress.cancel();
   });
-  TreeResult failure = NS::removeTree(scratch.path("root"), eraser, NS::Recursion::WholeTree);
+  TreeResult failure = NS::eraseItemAtPath(scratch.path("root"), eraser, NS::Recursion::WholeTree);
   ASSERT_TRUE(failure);
   EXPECT_EQ(failure->outcome.errnum(), ECANCELED);
   // Each of the other threads may have been at an item.
