@@ -37,17 +37,18 @@ std::optional<Whole> whole(double value) {
   if (std::trunc(value) != value || value < -twoTo63 || value >= twoTo64)
     return std::nullopt;
   if (value < 0)
-    return Whole{true, static_cast<std::uint64_t>(static_cast<std::int64_t>(value))};
-  return Whole{false, static_cast<std::uint64_t>(value)};
+    return Whole{.negative = true,
+                 .bits = static_cast<std::uint64_t>(static_cast<std::int64_t>(value))};
+  return Whole{.negative = false, .bits = static_cast<std::uint64_t>(value)};
 }
 std::optional<Whole> whole(std::int64_t value) {
-  return Whole{value < 0, static_cast<std::uint64_t>(value)};
+  return Whole{.negative = value < 0, .bits = static_cast<std::uint64_t>(value)};
 }
 std::optional<Whole> whole(std::uint64_t value) {
-  return Whole{false, value};
+  return Whole{.negative = false, .bits = value};
 }
 std::optional<Whole> whole(bool value) {
-  return Whole{false, value};
+  return Whole{.negative = false, .bits = value};
 }
 
 std::optional<Whole> whole(const Number::Value &value) {
