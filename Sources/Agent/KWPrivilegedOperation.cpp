@@ -1,10 +1,12 @@
-// Describes the protocol to the transport: one line for each message, in the
-// protocol's order, with the kinds taken from the method's own type.
+// Describes the protocol to the transport: a row for each message, made from the
+// description of the interface, with the kinds taken from the method's own type.
 #include "Agent/KWPrivilegedOperation.h"
 
 #include "Protocol/BusNames.h"
 
 #include <cstddef>
+#include <stdexcept>
+#include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -77,7 +79,6 @@ std::vector<XPCParameter> named(const std::vector<std::string> &names,
 }
 
 using Names = std::vector<std::string>;
-const Names flagNames{"success", "error"};
 
 // A method's type: its arguments, and the reply block that ends them.
 template <typename... Parameters> using Method = void (KWPrivilegedOperation::*)(Parameters...);
@@ -102,26 +103,26 @@ std::vector<XPCKind> argumentKinds(Method<Parameters...>, std::index_sequence<In
 
 template <typename... Parameters>
 XPCMethod describe(const char *selector, const char *member, const Names &names,
-                   Method<Parameters...> method, const Names &replyNames = flagNames) {
+                   Method<Parameters...> method, const Names &replyNames) {
   constexpr std::size_t count = sizeof...(Parameters) - 1;
   using Reply = std::remove_cvref_t<std::tuple_element_t<count, std::tuple<Parameters...>>>;
   const std::make_index_sequence<count> arguments;
-  return {selector,
-          member,
-          named(names, argumentKinds(method, arguments)),
-          named(replyNames, ReplyBlock<Reply>::kinds()),
-          false,
-          invokerOf(method, arguments)};
+  return {.selector = selector,
+          .member = member,
+          .arguments = named(names, argumentKinds(method, arguments)),
+          .replies = named(replyNames, ReplyBlock<Reply>::kinds()),
+          .invoker = invokerOf(method, arguments)};
 }
 
-XPCMethod prompt(XPCMethod method) {
-  method.prompt = true;
-  return method;
-}
-
-XPCMethod inverted(XPCMethod method) {
-  method.failureFlag = true;
-  return method;
+// A method without a reply.
+XPCMethod describe(const char *selector, const char *member, const Names & /*none*/,
+                   Method<> method, const Names & /*none*/) {
+  return {.selector = selector,
+          .member = member,
+          .oneWay = true,
+          .invoker = [method](XPCObject &object, const XPCValues &, const XPCReply &) {
+            (dynamic_cast<KWPrivilegedOperation &>(object).*method)();
+          }};
 }
 
 bool saysYes(const XPCValues &replies) {
@@ -140,82 +141,34 @@ bool isAlwaysDone(const XPCValues & /*replies*/) {
   return true;
 }
 
-XPCMethod changing(XPCMethod method, NS::XPCSuccess succeeded = saysYes) {
-  method.succeeded = succeeded;
-  return method;
+// When the reply of these operations means success; null for those that change
+// nothing. The others say so by the flag of their reply.
+const std::pair<const char *, NS::XPCSuccess> otherSuccesses[] = {
+    {"PleaseTerminate", isAlwaysDone}, {"Echo", nullptr},
+    {"FileExistsAtPath", nullptr},     {"SizeOfItemAtPath", nullptr},
+    {"MoveToTrashItemAtPath", saysNo}, {"RemoveDiagnosticLogs", hasStatusZero},
+};
+
+XPCMethod &methodOf(XPCInterface &interface, std::string_view member) {
+  for (XPCMethod &method : interface.methods)
+    if (method.member == member)
+      return method;
+  throw std::logic_error("there is no such member");
 }
 
-XPCMethod pleaseTerminate() {
-  return {"pleaseTerminate",
-          "PleaseTerminate",
-          {},
-          {},
-          true,
-          [](XPCObject &object, const XPCValues &, const XPCReply &) {
-            dynamic_cast<KWPrivilegedOperation &>(object).pleaseTerminate();
-          }};
-}
-
-// clang-format off
 XPCInterface description() {
-  using P = KWPrivilegedOperation;
-  return {kOperationInterface, {
-      changing(pleaseTerminate(), isAlwaysDone),
-      prompt(describe("echo:withReply:", "Echo", {"text"},
-                      &P::echo, {"text", "error"})),
-      describe("fileExistsAtPath:withReply:", "FileExistsAtPath", {"path"},
-               &P::fileExistsAtPath, {"exists", "error"}),
-      changing(describe("moveItemAtPath:toPath:withReply:", "MoveItemAtPath", {"srcPath", "dstPath"},
-               &P::moveItemAtPath)),
-      changing(describe("removeItemAtPath:withReply:", "RemoveItemAtPath", {"path"},
-               &P::removeItemAtPath)),
-      changing(describe("securelyRemoveItemAtPath:withReply:", "SecurelyRemoveItemAtPath", {"path"},
-               &P::securelyRemoveItemAtPath)),
-      changing(inverted(describe("moveToTrashItemAtPath:withReply:", "MoveToTrashItemAtPath", {"path"},
-                        &P::moveToTrashItemAtPath)), saysNo),
-      changing(describe("truncateFileAtPath:withReply:", "TruncateFileAtPath", {"path"},
-               &P::truncateFileAtPath)),
-      changing(describe("removePackageWithID:withReply:", "RemovePackageWithID", {"packageID"},
-               &P::removePackageWithID)),
-      changing(describe("removeKextAtPath:withReply:", "RemoveKextAtPath", {"path"},
-               &P::removeKextAtPath)),
-      changing(describe("removeASLWithReply:", "RemoveASL", {},
-               &P::removeASLWithReply)),
-      changing(describe("slimBinaryWithPath:archs:withReply:", "SlimBinaryWithPath", {"path", "archs"},
-               &P::slimBinaryWithPath)),
-      changing(describe("removeLaunchdAgentAtPath:withReply:", "RemoveLaunchdAgentAtPath", {"plistPath"},
-               &P::removeLaunchdAgentAtPath)),
-      changing(describe("enableLaunchdAgentAtPath:withReply:", "EnableLaunchdAgentAtPath", {"plistPath"},
-               &P::enableLaunchdAgentAtPath)),
-      changing(describe("disableLaunchdAgentAtPath:withReply:", "DisableLaunchdAgentAtPath", {"plistPath"},
-               &P::disableLaunchdAgentAtPath)),
-      changing(describe("removeSMLoginItem:withReply:", "RemoveSMLoginItem", {"bundleID"},
-               &P::removeSMLoginItem)),
-      changing(describe("startStartupItem:withReply:", "StartStartupItem", {"name"},
-               &P::startStartupItem)),
-      changing(describe("stopStartupItem:withReply:", "StopStartupItem", {"name"},
-               &P::stopStartupItem)),
-      changing(describe("repairPermissionsWithReply:", "RepairPermissions", {},
-               &P::repairPermissionsWithReply, {"success", "value", "text"})),
-      changing(describe("runPeriodicScript:withReply:", "RunPeriodicScript", {"scriptName"},
-               &P::runPeriodicScript)),
-      changing(describe("startSpotlightReindexWithReply:", "StartSpotlightReindex", {},
-               &P::startSpotlightReindexWithReply)),
-      changing(describe("removeGlobalLoginItemForAppWithPath:withReply:", "RemoveGlobalLoginItemForAppWithPath", {"appPath"},
-               &P::removeGlobalLoginItemForAppWithPath)),
-      changing(describe("removeLibraryFromLauchdConf:withReply:", "RemoveLibraryFromLauchdConf", {"libraryPath"},
-               &P::removeLibraryFromLauchdConf)),
-      changing(describe("flushDNSWithReply:", "FlushDNS", {},
-               &P::flushDNSWithReply)),
-      changing(describe("removeDiagnosticLogsWithReply:", "RemoveDiagnosticLogs", {},
-               &P::removeDiagnosticLogsWithReply,
-               {"output", "status", "errorOutput", "error"}), hasStatusZero),
-      describe("sizeOfItemAtPath:reply:", "SizeOfItemAtPath", {"path"},
-               &P::sizeOfItemAtPath,
-               {"size", "error"}),
-  }};
+  XPCInterface made{kOperationInterface,
+                    {
+#include "Protocol/OperationTable.inc"
+                    }};
+  for (XPCMethod &method : made.methods)
+    method.succeeded = saysYes;
+  for (const auto &[member, success] : otherSuccesses)
+    methodOf(made, member).succeeded = success;
+  methodOf(made, "Echo").prompt = true;
+  methodOf(made, "MoveToTrashItemAtPath").failureFlag = true;
+  return made;
 }
-// clang-format on
 
 } // namespace
 

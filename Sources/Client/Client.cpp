@@ -1,4 +1,5 @@
-// Encodes each operation as one message of the bus, and decodes its reply.
+// Encodes each operation as one message of the bus, and decodes its reply. Most
+// calls are made from the description of the interface.
 #include "Client/Client.h"
 
 #include "Client/ClientMaker.h"
@@ -121,8 +122,10 @@ FlagReply decodeTrash(XPCValues values) {
   return reply;
 }
 
-template <typename Reply>
-Request<Reply> start(const std::shared_ptr<RequestEngine> &engine, AgentMessage message,
+// The form of the call only gives the type of its reply.
+template <typename Reply, typename... Parameters>
+Request<Reply> start(Request<Reply> (Client::* /*form*/)(Parameters...),
+                     const std::shared_ptr<RequestEngine> &engine, AgentMessage message,
                      const RequestOptions &options,
                      typename Request<Reply>::State::Decode decode = Coding<Reply>::decode,
                      Client::Progress output = nullptr) {
@@ -163,140 +166,48 @@ void Client::cancelAll() {
   engine_->cancelAll();
 }
 
+// The calls that differ from all others; make-operations.py names them too.
+
 Request<TerminationReply> Client::pleaseTerminateAsync(const RequestOptions &options) {
-  return start<TerminationReply>(engine_, {.member = "PleaseTerminate", .mayEndAgent = true},
-                                 options);
-}
-
-Request<EchoReply> Client::echoAsync(const std::string &text, const RequestOptions &options) {
-  return start<EchoReply>(engine_, {"Echo", {text}}, options);
-}
-
-Request<ExistenceReply> Client::fileExistsAtPathAsync(const std::string &path,
-                                                      const RequestOptions &options) {
-  return start<ExistenceReply>(engine_, {"FileExistsAtPath", {path}}, options);
-}
-
-Request<FlagReply> Client::moveItemAtPathAsync(const std::string &srcPath,
-                                               const std::string &dstPath,
-                                               const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"MoveItemAtPath", {srcPath, dstPath}}, options);
-}
-
-Request<RemovalReply> Client::removeItemAtPathAsync(const std::string &path,
-                                                    const RequestOptions &options) {
-  return start<RemovalReply>(engine_, {"RemoveItemAtPath", {path}}, options);
+  return start(&Client::pleaseTerminateAsync, engine_,
+               {.member = "PleaseTerminate", .mayEndAgent = true}, options);
 }
 
 Request<FlagReply> Client::securelyRemoveItemAtPathAsync(const std::string &path,
                                                          const RequestOptions &options) {
-  return start<FlagReply>(
-      engine_,
+  return start(
+      &Client::securelyRemoveItemAtPathAsync, engine_,
       {.member = "SecurelyRemoveItemAtPath", .arguments = {path}, .stopsWithoutReason = true},
       options);
 }
 
 Request<FlagReply> Client::moveToTrashItemAtPathAsync(const std::string &path,
                                                       const RequestOptions &options) {
-  return start<FlagReply>(
-      engine_, {.member = "MoveToTrashItemAtPath", .arguments = {path}, .flagWhenDone = false},
-      options, decodeTrash);
-}
-
-Request<FlagReply> Client::truncateFileAtPathAsync(const std::string &path,
-                                                   const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"TruncateFileAtPath", {path}}, options);
-}
-
-Request<SizeReply> Client::sizeOfItemAtPathAsync(const std::string &path,
-                                                 const RequestOptions &options) {
-  return start<SizeReply>(engine_, {"SizeOfItemAtPath", {path}}, options);
-}
-
-Request<FlagReply> Client::removePackageWithIDAsync(const std::string &packageID,
-                                                    const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"RemovePackageWithID", {packageID}}, options);
-}
-
-Request<FlagReply> Client::removeKextAtPathAsync(const std::string &path,
-                                                 const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"RemoveKextAtPath", {path}}, options);
-}
-
-Request<FlagReply> Client::slimBinaryWithPathAsync(const std::string &path,
-                                                   const std::vector<std::string> &archs,
-                                                   const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"SlimBinaryWithPath", {path, archs}}, options);
+  return start(&Client::moveToTrashItemAtPathAsync, engine_,
+               {.member = "MoveToTrashItemAtPath", .arguments = {path}, .flagWhenDone = false},
+               options, decodeTrash);
 }
 
 Request<JobRemovalReply> Client::removeLaunchdAgentAtPathAsync(const std::string &plistPath,
                                                                const RequestOptions &options) {
-  return start<JobRemovalReply>(engine_,
-                                {.member = "RemoveLaunchdAgentAtPath",
-                                 .arguments = {plistPath},
-                                 .mayEndAgent = plistPath == kAgentJobPlistPath},
-                                options);
-}
-
-Request<FlagReply> Client::enableLaunchdAgentAtPathAsync(const std::string &plistPath,
-                                                         const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"EnableLaunchdAgentAtPath", {plistPath}}, options);
-}
-
-Request<FlagReply> Client::disableLaunchdAgentAtPathAsync(const std::string &plistPath,
-                                                          const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"DisableLaunchdAgentAtPath", {plistPath}}, options);
-}
-
-Request<FlagReply> Client::removeSMLoginItemAsync(const std::string &bundleID,
-                                                  const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"RemoveSMLoginItem", {bundleID}}, options);
-}
-
-Request<FlagReply> Client::removeGlobalLoginItemForAppWithPathAsync(const std::string &appPath,
-                                                                    const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"RemoveGlobalLoginItemForAppWithPath", {appPath}}, options);
-}
-
-Request<AttemptReply> Client::startStartupItemAsync(const std::string &name,
-                                                    const RequestOptions &options) {
-  return start<AttemptReply>(engine_, {"StartStartupItem", {name}}, options);
-}
-
-Request<AttemptReply> Client::stopStartupItemAsync(const std::string &name,
-                                                   const RequestOptions &options) {
-  return start<AttemptReply>(engine_, {"StopStartupItem", {name}}, options);
-}
-
-Request<FlagReply> Client::removeLibraryFromLauchdConfAsync(const std::string &libraryPath,
-                                                            const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"RemoveLibraryFromLauchdConf", {libraryPath}}, options);
-}
-
-Request<FlagReply> Client::removeASLAsync(const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"RemoveASL", {}}, options);
+  return start(&Client::removeLaunchdAgentAtPathAsync, engine_,
+               {.member = "RemoveLaunchdAgentAtPath",
+                .arguments = {plistPath},
+                .mayEndAgent = plistPath == kAgentJobPlistPath},
+               options);
 }
 
 Request<RepairReply> Client::repairPermissionsAsync(const Progress &progress,
                                                     const RequestOptions &options) {
-  return start<RepairReply>(engine_, {.member = "RepairPermissions", .hasProgress = true}, options,
-                            Coding<RepairReply>::decode, progress);
+  return start(&Client::repairPermissionsAsync, engine_,
+               {.member = "RepairPermissions", .hasProgress = true}, options,
+               Coding<RepairReply>::decode, progress);
 }
 
-Request<AttemptReply> Client::runPeriodicScriptAsync(const std::string &scriptName,
-                                                     const RequestOptions &options) {
-  return start<AttemptReply>(engine_, {"RunPeriodicScript", {scriptName}}, options);
+RepairReply Client::repairPermissions(const Progress &progress, const RequestOptions &options) {
+  return repairPermissionsAsync(progress, options).get();
 }
 
-Request<AttemptReply> Client::startSpotlightReindexAsync(const RequestOptions &options) {
-  return start<AttemptReply>(engine_, {"StartSpotlightReindex", {}}, options);
-}
+#include "Protocol/ClientCalls.inc"
 
-Request<FlagReply> Client::flushDNSAsync(const RequestOptions &options) {
-  return start<FlagReply>(engine_, {"FlushDNS", {}}, options);
-}
-
-Request<LogErasureReply> Client::removeDiagnosticLogsAsync(const RequestOptions &options) {
-  return start<LogErasureReply>(engine_, {"RemoveDiagnosticLogs", {}}, options);
-}
 } // namespace kw

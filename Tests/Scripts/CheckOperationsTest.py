@@ -17,7 +17,7 @@ class CheckOperationsTest(unittest.TestCase):
         scratch = tempfile.TemporaryDirectory()
         self.addCleanup(scratch.cleanup)
         self.root = pathlib.Path(scratch.name)
-        for folder in ("Documentation", "Resources"):
+        for folder in ("Documentation", "Packaging", "Resources"):
             shutil.copytree(SOURCE / folder, self.root / folder)
         os.symlink(SOURCE / "Tests", self.root / "Tests")
 
@@ -55,6 +55,13 @@ class CheckOperationsTest(unittest.TestCase):
         self.change("Documentation/OPERATIONS.md", "| `FlushDNS` |", "| `FlushNames` |")
         self.assertIn("OPERATIONS.md: its members are not those of the interface, in the same order",
                       self.complaints())
+
+    def test_a_call_that_the_library_page_does_not_list_is_found(self):
+        self.change("Packaging/man/libkeepwell.3", ".It Fn slimBinaryWithPath path archs",
+                    ".It Fn slimBinaryWithPath path")
+        self.assertEqual(self.complaints(),
+                         ["libkeepwell.3: slimBinaryWithPath path is no call",
+                          "libkeepwell.3: slimBinaryWithPath path archs is missing"])
 
 
 if __name__ == "__main__":

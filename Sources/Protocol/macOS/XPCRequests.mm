@@ -72,61 +72,9 @@ struct Row {
   void (*send)(Agent agent, const Call &call);
 };
 
-// clang-format off
 const Row rows[] = {
-    {"PleaseTerminate", "", [](Agent agent, const Call &) { [agent pleaseTerminate]; }},
-    {"Echo", "t", [](Agent agent, const Call &call) {
-       [agent echo:call.text(0) withReply:call.echo().get()]; }},
-    {"FileExistsAtPath", "t", [](Agent agent, const Call &call) {
-       [agent fileExistsAtPath:call.text(0) withReply:call.flag().get()]; }},
-    {"MoveItemAtPath", "tt", [](Agent agent, const Call &call) {
-       [agent moveItemAtPath:call.text(0) toPath:call.text(1) withReply:call.flag().get()]; }},
-    {"RemoveItemAtPath", "t", [](Agent agent, const Call &call) {
-       [agent removeItemAtPath:call.text(0) withReply:call.flag().get()]; }},
-    {"SecurelyRemoveItemAtPath", "t", [](Agent agent, const Call &call) {
-       [agent securelyRemoveItemAtPath:call.text(0) withReply:call.flag().get()]; }},
-    {"MoveToTrashItemAtPath", "t", [](Agent agent, const Call &call) {
-       [agent moveToTrashItemAtPath:call.text(0) withReply:call.flag().get()]; }},
-    {"TruncateFileAtPath", "t", [](Agent agent, const Call &call) {
-       [agent truncateFileAtPath:call.text(0) withReply:call.flag().get()]; }},
-    {"RemovePackageWithID", "t", [](Agent agent, const Call &call) {
-       [agent removePackageWithID:call.text(0) withReply:call.flag().get()]; }},
-    {"RemoveKextAtPath", "t", [](Agent agent, const Call &call) {
-       [agent removeKextAtPath:call.text(0) withReply:call.flag().get()]; }},
-    {"RemoveASL", "", [](Agent agent, const Call &call) {
-       [agent removeASLWithReply:call.flag().get()]; }},
-    {"SlimBinaryWithPath", "ta", [](Agent agent, const Call &call) {
-       [agent slimBinaryWithPath:call.text(0) archs:call.texts(1) withReply:call.flag().get()]; }},
-    {"RemoveLaunchdAgentAtPath", "t", [](Agent agent, const Call &call) {
-       [agent removeLaunchdAgentAtPath:call.text(0) withReply:call.flag().get()]; }},
-    {"EnableLaunchdAgentAtPath", "t", [](Agent agent, const Call &call) {
-       [agent enableLaunchdAgentAtPath:call.text(0) withReply:call.flag().get()]; }},
-    {"DisableLaunchdAgentAtPath", "t", [](Agent agent, const Call &call) {
-       [agent disableLaunchdAgentAtPath:call.text(0) withReply:call.flag().get()]; }},
-    {"RemoveSMLoginItem", "t", [](Agent agent, const Call &call) {
-       [agent removeSMLoginItem:call.text(0) withReply:call.flag().get()]; }},
-    {"StartStartupItem", "t", [](Agent agent, const Call &call) {
-       [agent startStartupItem:call.text(0) withReply:call.flag().get()]; }},
-    {"StopStartupItem", "t", [](Agent agent, const Call &call) {
-       [agent stopStartupItem:call.text(0) withReply:call.flag().get()]; }},
-    {"RepairPermissions", "", [](Agent agent, const Call &call) {
-       [agent repairPermissionsWithReply:call.repair().get()]; }},
-    {"RunPeriodicScript", "t", [](Agent agent, const Call &call) {
-       [agent runPeriodicScript:call.text(0) withReply:call.flag().get()]; }},
-    {"StartSpotlightReindex", "", [](Agent agent, const Call &call) {
-       [agent startSpotlightReindexWithReply:call.flag().get()]; }},
-    {"RemoveGlobalLoginItemForAppWithPath", "t", [](Agent agent, const Call &call) {
-       [agent removeGlobalLoginItemForAppWithPath:call.text(0) withReply:call.flag().get()]; }},
-    {"RemoveLibraryFromLauchdConf", "t", [](Agent agent, const Call &call) {
-       [agent removeLibraryFromLauchdConf:call.text(0) withReply:call.flag().get()]; }},
-    {"FlushDNS", "", [](Agent agent, const Call &call) {
-       [agent flushDNSWithReply:call.flag().get()]; }},
-    {"RemoveDiagnosticLogs", "", [](Agent agent, const Call &call) {
-       [agent removeDiagnosticLogsWithReply:call.logs().get()]; }},
-    {"SizeOfItemAtPath", "t", [](Agent agent, const Call &call) {
-       [agent sizeOfItemAtPath:call.text(0) reply:call.size().get()]; }},
+#include "Protocol/OperationRequests.inc"
 };
-// clang-format on
 
 bool isOfKind(const XPCValue &argument, char kind) {
   return kind == 't' ? std::holds_alternative<std::string>(argument)
