@@ -19,7 +19,8 @@ class CheckOperationsTest(unittest.TestCase):
         self.root = pathlib.Path(scratch.name)
         for folder in ("Documentation", "Packaging", "Resources"):
             shutil.copytree(SOURCE / folder, self.root / folder)
-        os.symlink(SOURCE / "Tests", self.root / "Tests")
+        for folder in ("Sources", "Tests"):
+            os.symlink(SOURCE / folder, self.root / folder)
 
     def complaints(self):
         run = subprocess.run([f"{SOURCE}/Scripts/check-operations", self.root], text=True,
@@ -62,6 +63,51 @@ class CheckOperationsTest(unittest.TestCase):
         self.assertEqual(self.complaints(),
                          ["libkeepwell.3: slimBinaryWithPath path is no call",
                           "libkeepwell.3: slimBinaryWithPath path archs is missing"])
+
+    def test_each_body_of_macos_is_in_one_part(self):
+        self.change("Documentation/OPERATIONS.md", "`Processes/Launchd`", "`Walking/FolderCalls`")
+        self.assertEqual(self.complaints(), [
+            "OPERATIONS.md: no part has the body Processes/Launchd of macOS",
+            "OPERATIONS.md: more than one part has the body Walking/FolderCalls"])
+
+    def test_a_body_that_is_not_run_as_the_table_has_it_is_found(self):
+        for old, new, complaint in (
+                ("`Trees/HostTrash` | against GNUstep", "`Trees/HostTrash` | over the shim",
+                 "Trash: it is run against GNUstep, not over the shim"),
+                ("`Service/XPCListener`, `Client/AgentConnection` | compiled and linked only",
+                 "`Service/XPCListener`, `Client/AgentConnection` | against GNUstep",
+                 "it is run compiled and linked only, not against GNUstep"),
+                ("| expat | – | on Linux |", "| expat | – | on macOS |",
+                 "property lists: it is run on Linux, not on macOS"),
+                ("`Threads/RunLoop` |", "`Threads/Loop` |", "since there is no Threads/Loop")):
+            with self.subTest(new):
+                self.setUp()
+                self.change("Documentation/OPERATIONS.md", old, new)
+                self.assertIn(complaint, "\n".join(self.complaints()))
+
+    def test_a_test_that_does_not_run_a_part_in_that_way_is_found(self):
+        for old, new, complaint in (
+                ("over the shim | `LaunchdTest` |", "over the shim | `StagingTest`, `EchoTest` |",
+                 "launchd: the query for a job: EchoTest does not run over the shim"),
+                ("| `HostTrashTest` |", "| `FilesTest` |",
+                 "Trash: FilesTest does not run against GNUstep"),
+                ("| on Linux | `TaskTest`, ", "| on Linux | `HostTrashTest`, ",
+                 "tasks: tools, pipes, threads: HostTrashTest does not run on Linux"),
+                ("over the shim | `LaunchdTest` |", "over the shim | none |",
+                 "launchd: the query for a job: it has no test")):
+            with self.subTest(new):
+                self.setUp()
+                self.change("Documentation/OPERATIONS.md", old, new)
+                self.assertIn(f"OPERATIONS.md: {complaint}", self.complaints())
+
+    def test_an_operation_is_run_as_its_parts_are(self):
+        self.change("Documentation/OPERATIONS.md", "| tasks, version | on Linux, over the shim |",
+                    "| tasks, version | on Linux |")
+        self.change("Documentation/OPERATIONS.md", "| `FileExistsAtPath` | files |",
+                    "| `FileExistsAtPath` | filing |")
+        self.assertEqual(self.complaints(), [
+            "OPERATIONS.md: FileExistsAtPath: there is no part filing",
+            "OPERATIONS.md: FlushDNS: its parts are run on Linux, over the shim, not on Linux"])
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/python3 -SE
 """Stands in for the keepwell command: as LIES in its folder has it, it claims to
 have done an operation without asking the agent, or reports the opposite of the
 agent's answer. It passes all other requests on."""
