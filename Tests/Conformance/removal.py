@@ -6,7 +6,7 @@ import socket
 import subprocess
 
 from .files import make_odd_items
-from .place import (REFUSED, expect, expect_content, expect_error, expect_gone,
+from .place import (REFUSED, SECONDS, expect, expect_content, expect_error, expect_gone,
                     expect_no_reason, expect_true)
 from .suite import Failed, NotApplicable, covers
 
@@ -344,6 +344,22 @@ def an_interrupt_stops_a_removal_half_way(place):
         expect(_count(place), left, "the number of files that are left, somewhat later")
         return
     raise Failed(f"a removal of {count} files was done before an interrupt at its beginning")
+
+
+@covers("several clients at once")
+def requests_of_several_clients_are_all_answered(place):
+    for number in range(8):
+        for name in range(100):
+            place.small_file(f"{number}/{name}")
+    kept = place.file("kept")
+    commands = []
+    for number in range(8):
+        commands.append(place.start("--json", "remove", place.path(str(number))))
+        commands.append(place.start("--json", "exists", kept))
+    for command in commands:
+        text = command.communicate(timeout=SECONDS)[0]
+        expect((command.returncode, json.loads(text)["success"]), (0, True), "status and success")
+    expect(os.listdir(place.folder), ["kept"], "what is left")
 
 
 @covers("errors of use")

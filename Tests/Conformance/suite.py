@@ -11,7 +11,8 @@ PASSED, FAILED, NOT_APPLICABLE = "passed", "failed", "not applicable"
 # Subjects besides the operations: work of the command without the agent, or with
 # any operation.
 COMMAND_SUBJECTS = ("keepwell find", "keepwell inspect", "keepwell launchd info",
-                    "cancellation", "errors of use", "tools that this host lacks")
+                    "cancellation", "several clients at once", "errors of use",
+                    "tools that this host lacks")
 
 # Operations that no scenario can judge through the command, with the reason.
 WITHOUT_SCENARIO = {}

@@ -182,28 +182,29 @@ class ImitatedHostTest(ConformanceTestCase):
             self.assertRegex(reason, "^(there is /|the user is root|no flag hides a file)", text)
         self.assertEqual(self.items(), before)
 
-    # The operations whose effect a scenario sees, so that a claim is not enough;
-    # and those whose only answer is the agent's.
-    CLAIMED = (
-        {"RemoveItemAtPath", "MoveItemAtPath", "TruncateFileAtPath", "EnableLaunchdAgentAtPath",
-         "RemovePackageWithID", "RemoveSMLoginItem", "PleaseTerminate", "SlimBinaryWithPath",
-         "RunPeriodicScript"},
-        {"SecurelyRemoveItemAtPath", "MoveToTrashItemAtPath", "RemoveLaunchdAgentAtPath",
-         "DisableLaunchdAgentAtPath", "RemoveKextAtPath", "RemoveASL",
-         "RemoveGlobalLoginItemForAppWithPath", "RemoveLibraryFromLauchdConf"})
-    DENIED = {"Echo", "FileExistsAtPath", "SizeOfItemAtPath", "StartStartupItem",
-              "StopStartupItem", "RepairPermissions", "StartSpotlightReindex", "FlushDNS",
-              "RemoveDiagnosticLogs"}
+    # Lies that are told together: of operations whose effect a scenario sees, a
+    # claim is not enough; of the others the agent's answer is all there is.
+    LIES = (
+        {**dict.fromkeys(
+            ("RemoveItemAtPath", "MoveItemAtPath", "TruncateFileAtPath", "RemovePackageWithID",
+             "EnableLaunchdAgentAtPath", "RemoveSMLoginItem", "PleaseTerminate",
+             "SlimBinaryWithPath", "RunPeriodicScript"), "claims"),
+         **dict.fromkeys(("FileExistsAtPath", "StartStartupItem", "RepairPermissions", "FlushDNS"),
+                         "denies")},
+        {**dict.fromkeys(
+            ("SecurelyRemoveItemAtPath", "MoveToTrashItemAtPath", "RemoveLaunchdAgentAtPath",
+             "DisableLaunchdAgentAtPath", "RemoveKextAtPath", "RemoveASL",
+             "RemoveGlobalLoginItemForAppWithPath", "RemoveLibraryFromLauchdConf"), "claims"),
+         **dict.fromkeys(("Echo", "SizeOfItemAtPath", "StopStartupItem", "StartSpotlightReindex",
+                          "RemoveDiagnosticLogs"), "denies")})
 
     def test_a_lie_about_an_operation_is_reported_as_that_operation(self):
-        self.assertEqual(set().union(*self.CLAIMED, self.DENIED), set(MEMBERS))
-        for kind, operations in (("claims", self.CLAIMED[0]), ("claims", self.CLAIMED[1]),
-                                 ("denies", self.DENIED)):
-            with self.subTest(operations=operations):
+        self.assertEqual(set().union(*self.LIES), set(MEMBERS))
+        for lies in self.LIES:
+            with self.subTest(operations=lies):
                 status, text, results = self.root.conform(
-                    ROOT, "--allow", "everything", "--command",
-                    self.liar(dict.fromkeys(operations, kind)))
-                self.assertEqual((status, failures(results) & set(MEMBERS)), (1, operations), text)
+                    ROOT, "--allow", "everything", "--command", self.liar(lies))
+                self.assertEqual((status, failures(results) & set(MEMBERS)), (1, set(lies)), text)
 
     def liar(self, lies):
         folder = "/usr/local/liar"

@@ -37,7 +37,8 @@ TEXTS = {
     "shred": "Shredded {}", "trash": "Moved {} to the Trash of the agent's user",
     "truncate": "Truncated {}", "forget": "Forgot {}", "erase-asl": "Erased the system log store",
     "slim": "Slimmed {}", "enable": "Enabled {}", "disable": "Disabled {}",
-    "periodic": "Ran the periodic scripts {}", "remove-global": "No login item of all users starts {}",
+    "periodic": "Ran the periodic scripts {}",
+    "remove-global": "No login item of all users starts {}",
     "remove-sm": "No login item is registered as {}",
     "remove-library": "No longer inserted into programs: {}",
 }
