@@ -27,7 +27,11 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 - (NSData *)dataUsingEncoding:(NSStringEncoding)encoding;
 @end
 
-@interface NSNumber : NSObject
+@interface NSValue : NSObject
+- (const char *)objCType;
+@end
+
+@interface NSNumber : NSValue
 + (NSNumber *)numberWithBool:(BOOL)value;
 + (NSNumber *)numberWithDouble:(double)value;
 + (NSNumber *)numberWithLongLong:(long long)value;
@@ -36,7 +40,6 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 - (double)doubleValue;
 - (long long)longLongValue;
 - (unsigned long long)unsignedLongLongValue;
-- (const char *)objCType;
 @end
 
 @interface NSArray : NSObject
