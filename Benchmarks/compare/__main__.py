@@ -50,7 +50,7 @@ class Progress:
     def add(self, row):
         verdict = "missed" if row.missed() else "ok"
         print(f"{time.monotonic() - self.start:5.0f} s  {row.work} / {row.rival}: "
-              f"{row.ratio():.3f} ({verdict})", file=sys.stderr)
+              f"{row.ratio():.3f} ({verdict})", *row.facts, sep="\n        ", file=sys.stderr)
         self.rows.append(row)
 
 

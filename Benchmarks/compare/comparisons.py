@@ -65,6 +65,40 @@ class Bench:
         return row
 
 
+# --- What two processors gain
+
+
+def halves(path, depth):
+    """The folders on that level below the path, in two lists with about as many
+    items below each."""
+    items = {}
+    for folder in glob.glob(os.path.join(glob.escape(path), *["*"] * depth)):
+        if os.path.isdir(folder) and not os.path.islink(folder):
+            items[folder] = sum(len(folders) + len(files) for _, folders, files in os.walk(folder))
+    lists, sums = ([], []), [0, 0]
+    for folder in sorted(items, key=items.get, reverse=True):
+        lighter = sums.index(min(sums))
+        lists[lighter].append(folder)
+        sums[lighter] += items[folder]
+    return lists
+
+
+def pair_of(command, path, depth, finish=":"):
+    """Two of the program at once, each with half of the folders; then finish."""
+    first, second = halves(path, depth)
+    script = f'{command} "${{@:2:$1}}" & {command} "${{@:$1+2}}"; wait; {finish}'
+    return Side(["bash", "-c", script, "bash", str(len(first)), *first, *second])
+
+
+def add_gain(bench, row, pair, alone, rounds, prepare=None):
+    """Tells the reader of a missed reach how far the machine itself lets the
+    rival's system calls run at once."""
+    both, one = alternate(pair, alone, bench.rounds(rounds), prepare)
+    row.facts.append(f"two {row.rival} at once, each over half of it, take "
+                     f"{both.median() / one.median():.3f} of the time of one")
+    return row
+
+
 # --- Measuring
 
 
@@ -114,12 +148,15 @@ def compare_size(bench, work, path, agent, rounds, reach, prefix=(), counts_call
 
 
 def size_of_usr(bench):
-    return compare_size(bench, "size of /usr, warm, all processors", "/usr", bench.agent, 15, 0.42)
+    row = compare_size(bench, "size of /usr, warm, all processors", "/usr", bench.agent, 15, 0.42)
+    return add_gain(bench, row, pair_of("du -s", "/usr", 2), Side(["du", "-s", "/usr"]), 15)
 
 
 def size_of_usr_cold(bench):
-    return compare_size(bench, "size of /usr, caches dropped", "/usr", bench.agent, 7, 0.36,
-                        counts_calls=False, prepare=forget_files)
+    row = compare_size(bench, "size of /usr, caches dropped", "/usr", bench.agent, 7, 0.36,
+                       counts_calls=False, prepare=forget_files)
+    return add_gain(bench, row, pair_of("du -s", "/usr", 2), Side(["du", "-s", "/usr"]), 7,
+                    lambda side: drop_caches())
 
 
 def size_against_gdu(bench):
@@ -208,7 +245,11 @@ def compare_removal(bench, tree, reach, rounds, warm_up=1):
 
 
 def remove_many_folders(bench):
-    return compare_removal(bench, WIDE, 0.60, 5)
+    row = compare_removal(bench, WIDE, 0.60, 5)
+    path = bench.make_tree(WIDE, "doomed")
+    pair = pair_of("rm -rf", path, 1, f"rm -rf {path}")
+    return add_gain(bench, row, pair, Side(["rm", "-rf", path]), 5,
+                    lambda side: bench.make_tree(WIDE, "doomed"))
 
 
 def remove_one_folder(bench):
