@@ -3,6 +3,7 @@
 import os
 import pathlib
 import re
+import subprocess
 import unittest
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
@@ -24,6 +25,19 @@ class ScriptsTableTest(unittest.TestCase):
             self.assertTrue(os.access(path, os.X_OK), name)
             self.assertRegex(path.read_text(encoding="utf-8"),
                              r'\A#!/usr/bin/env (bash\n# |python3\n""")[A-Z]', name)
+
+    def test_scripts_without_free_arguments_explain_themselves_and_refuse_others(self):
+        strict = [name for name in self.scripts
+                  if name != "arguments" and ". Scripts/arguments " in (SOURCE / "Scripts" / name).read_text("utf-8")]
+        self.assertIn("lint", strict)
+        for name in strict:
+            purpose = (SOURCE / "Scripts" / name).read_text("utf-8").splitlines()[1][2:]
+            for given, status, output in (("--help", 0, purpose),
+                                          ("--no-such-option", 2, "--no-such-option")):
+                done = subprocess.run([SOURCE / "Scripts" / name, given], cwd="/", timeout=10,
+                                      stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+                self.assertEqual((name, done.returncode), (name, status), done.stdout)
+                self.assertIn(output, done.stdout.splitlines()[0])
 
 
 if __name__ == "__main__":
