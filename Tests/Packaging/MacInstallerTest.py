@@ -76,6 +76,32 @@ class MacInstallerTest(unittest.TestCase):
                 file.seek(-len(name), os.SEEK_END)
                 self.assertEqual(file.read(), name.encode())
 
+    def library(self):
+        """The arguments that add the client library to the layout."""
+        self.program("libkeepwell.dylib", universal_binary(["x86_64", "arm64"]))
+        return ("--library", f"{self.programs}/libkeepwell.dylib",
+                "--headers", f"{harness.build_folder}/include/keepwell")
+
+    def test_the_library_comes_with_its_headers_and_its_other_names(self):
+        library = self.library()
+        done = self.lay_out(*library)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        root = f"{self.layout}/root/usr/local"
+        self.assertEqual(sorted(os.listdir(f"{root}/include/keepwell")),
+                         sorted(os.listdir(f"{harness.build_folder}/include/keepwell")))
+        self.assertIn("Client.h", os.listdir(f"{root}/include/keepwell"))
+        self.assertEqual(sorted(os.listdir(f"{root}/lib")),
+                         ["libkeepwell.2.11.dylib", "libkeepwell.2.dylib", "libkeepwell.dylib"])
+        for name in ("libkeepwell.2.dylib", "libkeepwell.dylib"):
+            self.assertEqual(os.readlink(f"{root}/lib/{name}"), "libkeepwell.2.11.dylib")
+        self.stand_ins()
+        self.run_step(f"{HERE}/make-package", self.layout, f"{self.folder}/out.pkg")
+        self.assertEqual([call[-1] for call in self.calls()[4:6]],
+                         [f"{root}/lib/libkeepwell.2.11.dylib"] * 2)
+        self.program("libkeepwell.dylib", thin_binary("arm64"))
+        shutil.rmtree(self.layout)
+        self.assertIn("not universal", self.lay_out(*library).stderr)
+
     def test_the_job_list_is_the_embedded_one_with_the_programs_path(self):
         self.laid_out()
         job = self.read_list(f"{self.layout}/root/{JOB}")
