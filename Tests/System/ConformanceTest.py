@@ -6,8 +6,11 @@ import glob
 import json
 import os
 import shutil
+import stat
 import sys
+import tempfile
 import unittest
+from unittest import mock
 
 from Support import harness, imitations
 from Support.root import DATA
@@ -16,7 +19,7 @@ from Support.systembus import MEMBER, OUTSIDER, ROOT, SystemBusRoot
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path.insert(0, f"{SOURCE}/Tests")
 
-from Conformance import suite  # pylint: disable=wrong-import-position
+from Conformance import hosts, suite  # pylint: disable=wrong-import-position
 
 suite.load()
 
@@ -118,6 +121,33 @@ class SuiteTest(unittest.TestCase):
                     modules.append(each.module)
                 self.assertLessEqual({module.partition(".")[0] for module in modules},
                                      {"Conformance", *sys.stdlib_module_names}, name)
+
+    def test_both_hosts_have_the_same_members_and_lock_by_their_own_tools(self):
+        self.assertEqual(set(dir(hosts.MacOS)), set(dir(hosts.Linux)))
+        with tempfile.TemporaryDirectory(prefix="keepwell-hosts-", dir="/var/tmp") as folder:
+            for tool in ("chflags", "chattr", "lsattr"):
+                with open(f"{folder}/{tool}", "w", encoding="utf-8") as file:
+                    file.write(f'#!/bin/sh\necho {tool} "$@" >>{folder}/calls\n'
+                               f'[ {tool} != lsattr ] || echo ----ia---- "$2"\n')
+                os.chmod(f"{folder}/{tool}", 0o755)
+            locked = mock.Mock(st_flags=stat.UF_IMMUTABLE)
+            with mock.patch.dict(os.environ, PATH=f"{folder}:{harness.PATH}"), \
+                    mock.patch.object(os, "lstat", return_value=locked):
+                for host in (hosts.MacOS(), hosts.Linux()):
+                    host.lock("/item")
+                    self.assertTrue(host.is_locked("/item"))
+                    host.allow_appending_only("/item")
+                    self.assertIn("name", host.agent_trashes("name")[0][0])
+                with mock.patch.object(os, "geteuid", return_value=0):
+                    hosts.MacOS().unlock("/item")
+                locked.st_flags = stat.UF_HIDDEN
+                self.assertFalse(hosts.MacOS().is_locked("/item"))
+            with open(f"{folder}/calls", encoding="utf-8") as file:
+                calls = [line.strip() for line in file if not line.startswith("lsattr")]
+        self.assertEqual(calls, ["chflags uchg /item", "chflags uappnd /item",
+                                 "chattr +i /item", "chattr +a /item",
+                                 "chflags -R nouchg,nouappnd /item",
+                                 "chflags -R noschg,nosappnd /item"])
 
 
 class PlainHostTest(ConformanceTestCase):
