@@ -5,7 +5,7 @@
 #include "CommandLine/Arguments.h"
 #include "CommandLine/Command.h"
 
-#include <deque>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -18,7 +18,7 @@ struct DeclaredCommand {
   std::string words; // that call it, such as "launchd enable"
   Arguments arguments{};
   CommandRun run{};
-  std::deque<DeclaredCommand> below{}; // its verbs
+  std::list<DeclaredCommand> below{}; // its verbs; a list may hold a type not yet complete
 };
 
 class Program {
