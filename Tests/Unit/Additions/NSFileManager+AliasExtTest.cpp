@@ -71,6 +71,12 @@ TEST_F(ResolvedOriginalPath, endsForCloudItemsThatLeadInACircle) {
   EXPECT_TRUE(resolve("/cloud/a").starts_with("/cloud/"));
 }
 
+TEST_F(ResolvedOriginalPath, followsAtMostThirtyTwoCloudItems) {
+  for (int item = 0; item < 40; ++item)
+    aliases.cloud["/cloud/" + std::to_string(item)] = "/cloud/" + std::to_string(item + 1);
+  EXPECT_EQ(resolve("/cloud/0"), "/cloud/32");
+}
+
 TEST_F(ResolvedOriginalPath, followsAFinderAlias) {
   std::string file = folder.file("f", "");
   aliases.aliases = {{file, "/original"}};

@@ -271,6 +271,16 @@ TEST(KWPrivilegedOperation, recordsAllThatChangesSomething) {
   EXPECT_THAT(unrecorded, ElementsAre("Echo", "FileExistsAtPath", "SizeOfItemAtPath"));
 }
 
+TEST(KWPrivilegedOperation, answersOnlyTheEchoWithoutAThread) {
+  for (const XPCMethod &method : KWPrivilegedOperation::interface()->methods)
+    EXPECT_EQ(method.prompt, method.member == "Echo") << method.member;
+}
+
+TEST(KWPrivilegedOperation, tellsAFailureByTheFlagOfTheTrashAlone) {
+  for (const XPCMethod &method : KWPrivilegedOperation::interface()->methods)
+    EXPECT_EQ(method.failureFlag, method.member == "MoveToTrashItemAtPath") << method.member;
+}
+
 TEST(KWPrivilegedOperation, knowsByTheReplyWhetherItWasDone) {
   const auto succeeded = [](const char *member, const NS::XPCValues &replies) {
     return KWPrivilegedOperation::interface()->methodWithMember(member)->succeeded(replies);

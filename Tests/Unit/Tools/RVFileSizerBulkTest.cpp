@@ -339,6 +339,21 @@ TEST(RVFileSizerBulk, isNotMisledByRecordsThatContradictThemselves) {
   }
 }
 
+TEST(RVFileSizerBulk, countsARecordWithoutANameAtTheVeryEndOfTheBuffer) {
+  FakeBulk bulk;
+  std::string bytes;
+  for (int index = 0; index < 15; ++index)
+    bytes += packedEntry(std::string(255, 'n'), NS::VnodeRegular, 1, 512);
+  bytes += packedEntry(std::string(227, 'n'), NS::VnodeRegular, 1, 512);
+  constexpr std::uint32_t smallest = 28;
+  std::string nameless = packedEntry("", NS::VnodeRegular, 1, 512).substr(0, smallest);
+  std::memcpy(nameless.data(), &smallest, sizeof smallest);
+  bytes += nameless;
+  ASSERT_EQ(bytes.size(), 4544u);
+  bulk.folders["/r"] = {{1, bytes, 17, 0}};
+  EXPECT_EQ(sizer().alternativeItemSizeAtPath("/r"), 17u * 512);
+}
+
 TEST(RVFileSizerBulk, countsNoMoreRecordsThanTheBufferHolds) {
   FakeBulk bulk;
   std::string bytes;
