@@ -25,8 +25,8 @@ public:
   // requests has ended.
   virtual void setExportedObject(std::shared_ptr<XPCObject> object) = 0;
 
-  // A new connection is suspended. During that, requests wait; the one being
-  // handled goes on.
+  // Suspensions are counted, and a new connection has one. While one is left,
+  // requests wait; the one being handled goes on.
   virtual void resume() = 0;
   virtual void suspend() = 0;
 

@@ -51,7 +51,7 @@ bool RequestQueue::enqueue(std::function<void()> request, std::size_t bytes) {
 bool RequestQueue::runAtOnce(const std::function<void()> &request) {
   {
     std::lock_guard lock(mutex_);
-    if (scheduled_ || suspended_ || paused_ || !waiting_.empty())
+    if (scheduled_ || holds_ > 0 || !waiting_.empty())
       return false;
     scheduled_ = true; // requests that come meanwhile wait behind this one
   }
@@ -62,30 +62,26 @@ bool RequestQueue::runAtOnce(const std::function<void()> &request) {
   return true;
 }
 
-void RequestQueue::suspend() {
+void RequestQueue::hold() {
   std::lock_guard lock(mutex_);
-  suspended_ = true;
+  ++holds_;
 }
 
-void RequestQueue::resume() {
+void RequestQueue::release() {
   std::lock_guard lock(mutex_);
-  suspended_ = false;
-  scheduleLocked();
-}
-
-void RequestQueue::pause() {
-  std::lock_guard lock(mutex_);
-  paused_ = true;
-}
-
-void RequestQueue::proceed() {
-  std::lock_guard lock(mutex_);
-  paused_ = false;
-  scheduleLocked();
+  if (holds_ == 0)
+    return;
+  --holds_;
+  try {
+    scheduleLocked();
+  } catch (const std::bad_alloc &) {
+    ++holds_;
+    throw;
+  }
 }
 
 void RequestQueue::scheduleLocked() {
-  if (scheduled_ || suspended_ || paused_ || waiting_.empty())
+  if (scheduled_ || holds_ > 0 || waiting_.empty())
     return;
   // Neither can run before the lock is released.
   pool_->submit([self = shared_from_this()] { self->runSome(); }, user_);
@@ -104,7 +100,7 @@ bool RequestQueue::runTurn() {
     Entry entry;
     {
       std::lock_guard lock(mutex_);
-      if (suspended_ || paused_ || waiting_.empty()) {
+      if (holds_ > 0 || waiting_.empty()) {
         scheduled_ = false;
         return false;
       }

@@ -22,8 +22,8 @@ struct RequestQueueLimits {
 // table serves, and of one user few enough that no other user has to wait.
 WorkerLimits limitsOfRequestsUnderWay();
 
-// Thread-safe. Starts suspended. When its last owner releases a queue that is
-// not suspended, the waiting requests still run; a suspended queue drops them.
+// Thread-safe. Starts with one hold. When the last owner of a queue goes, the
+// waiting requests still run; those of a held queue are dropped.
 class RequestQueue : public std::enable_shared_from_this<RequestQueue> {
 public:
   RequestQueue(std::shared_ptr<WorkerPool> pool, RequestQueueLimits limits);
@@ -39,12 +39,11 @@ public:
   // Runs the request on the calling thread if it is its turn at once; it must
   // not throw. False when others wait or are under way, or the queue is held.
   bool runAtOnce(const std::function<void()> &request);
-  void suspend();
-  void resume();
-  // Holds the requests back as well, but only for a while: continue a paused
-  // queue before its last owner releases it.
-  void pause();
-  void proceed();
+  // Begins no further request until each hold is released.
+  void hold();
+  // Raises std::bad_alloc, and keeps the hold, when no memory is left for the
+  // waiting requests to go on.
+  void release();
 
 private:
   struct Entry {
@@ -62,8 +61,7 @@ private:
   WorkerPool::User user_ = 0;
   std::deque<Entry> waiting_;
   std::size_t waitingBytes_ = 0;
-  bool suspended_ = true;
-  bool paused_ = false;
+  unsigned holds_ = 1;
   bool scheduled_ = false; // a thread has or will get this queue
 };
 

@@ -83,13 +83,13 @@ void ServiceClients::setWaiting(const std::string &name, bool waits) {
 
 // To go on with waiting requests takes memory. Without it they go on a little later.
 void ServiceClients::apply(ServiceClient &client) noexcept {
-  client.isApplied = false;
+  const bool mustWait = client.waits || !client.isKnown;
   try {
-    if (client.waits || !client.isKnown)
-      client.connection->pause();
-    else
-      client.connection->proceed();
-    client.isApplied = true;
+    if (mustWait && !client.isSuspended)
+      client.connection->suspend();
+    else if (!mustWait && client.isSuspended)
+      client.connection->resume();
+    client.isSuspended = mustWait;
   } catch (const std::exception &) {
     thread_.doChoresAfter(pauseWithoutMemory);
   }
@@ -97,8 +97,7 @@ void ServiceClients::apply(ServiceClient &client) noexcept {
 
 void ServiceClients::goOn() noexcept {
   for (auto &[name, client] : clients_)
-    if (!client.isApplied)
-      apply(client);
+    apply(client);
   letGo();
 }
 
@@ -109,7 +108,7 @@ void ServiceClients::letGo() noexcept {
     client->second.waits = false;
     client->second.isKnown = true;
     apply(client->second);
-    if (client->second.isApplied)
+    if (!client->second.isSuspended)
       leaving_.erase(client);
   }
 }

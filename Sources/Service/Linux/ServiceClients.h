@@ -20,7 +20,7 @@ struct ServiceClient {
   bool isAccepted = false;
   bool isKnown = false;       // its process and user
   bool waits = false;         // for room in its outbox; its next requests then wait too
-  bool isApplied = true;      // whether the connection follows these two already
+  bool isSuspended = false;   // by this room, for one of these two reasons
   bool endsOnLeaving = false; // whether its requests end with it
   bool wantsProgress = false; // for its requests
 };

@@ -38,11 +38,11 @@ void ServiceConnection::setExportedObject(std::shared_ptr<XPCObject> object) {
 }
 
 void ServiceConnection::resume() {
-  queue_->resume();
+  queue_->release();
 }
 
 void ServiceConnection::suspend() {
-  queue_->suspend();
+  queue_->hold();
 }
 
 void ServiceConnection::sendToRemoteObject(const std::string &selector, XPCValues arguments) {

@@ -34,7 +34,7 @@ public:
   std::uint32_t effectiveUserIdentifier() const override;
 
   // Sets the client's process and user. Call it before any request is handled,
-  // while the connection is paused.
+  // while the connection is suspended.
   void setRequester(XPCRequester requester);
 
   // Null when the client may not call such a member.
@@ -46,10 +46,6 @@ public:
   // the queue is full, which gives false.
   bool deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply,
                std::shared_ptr<ServiceRequest> request = std::make_shared<ServiceRequest>());
-  // Begins no further request until proceed(). Call that before the connection
-  // goes, or the waiting requests are lost.
-  void pause() { queue_->pause(); }
-  void proceed() { queue_->proceed(); }
 
 private:
   struct Setup {

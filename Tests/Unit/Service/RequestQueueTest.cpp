@@ -22,10 +22,10 @@ std::shared_ptr<WorkerPool> poolOf(std::size_t threads) {
   return std::make_shared<WorkerPool>(NS::WorkerLimits{threads}, never);
 }
 
-std::shared_ptr<RequestQueue> resumedQueue(const std::shared_ptr<WorkerPool> &pool,
-                                           RequestQueueLimits limits = {}) {
+std::shared_ptr<RequestQueue> releasedQueue(const std::shared_ptr<WorkerPool> &pool,
+                                            RequestQueueLimits limits = {}) {
   auto queue = std::make_shared<RequestQueue>(pool, limits);
-  queue->resume();
+  queue->release();
   return queue;
 }
 
@@ -54,14 +54,14 @@ private:
 };
 
 TEST(RequestQueue, runsARequestAtOnceOnTheCallingThreadWhenNothingWaits) {
-  auto queue = resumedQueue(poolOf(1));
+  auto queue = releasedQueue(poolOf(1));
   std::thread::id where;
   EXPECT_TRUE(queue->runAtOnce([&where] { where = std::this_thread::get_id(); }));
   EXPECT_EQ(where, std::this_thread::get_id());
 }
 
 TEST(RequestQueue, runsNothingAtOnceBehindARequestThatIsUnderWay) {
-  auto queue = resumedQueue(poolOf(1));
+  auto queue = releasedQueue(poolOf(1));
   const Gate gate;
   ASSERT_TRUE(queue->enqueue(gate.request(), 0));
   gate.waitUntilEntered();
@@ -70,19 +70,14 @@ TEST(RequestQueue, runsNothingAtOnceBehindARequestThatIsUnderWay) {
   drain(*queue);
 }
 
-TEST(RequestQueue, runsNothingAtOnceWhileItIsSuspendedOrPaused) {
-  auto queue = resumedQueue(poolOf(1));
-  const auto request = [] { ADD_FAILURE() << "the queue was held"; };
-  queue->suspend();
-  EXPECT_FALSE(queue->runAtOnce(request));
-  queue->resume();
-  queue->pause();
-  EXPECT_FALSE(queue->runAtOnce(request));
-  queue->proceed();
+TEST(RequestQueue, runsNothingAtOnceWhileItIsHeld) {
+  auto queue = releasedQueue(poolOf(1));
+  queue->hold();
+  EXPECT_FALSE(queue->runAtOnce([] { ADD_FAILURE() << "the queue was held"; }));
 }
 
 TEST(RequestQueue, goesOnWithRequestsThatCameWhileOneRanAtOnce) {
-  auto queue = resumedQueue(poolOf(1));
+  auto queue = releasedQueue(poolOf(1));
   const Signal done;
   bool isRunning = false;
   ASSERT_TRUE(queue->runAtOnce([&] {
@@ -100,7 +95,7 @@ TEST(RequestQueue, goesOnWithRequestsThatCameWhileOneRanAtOnce) {
 }
 
 TEST(RequestQueue, handlesRequestsInTheOrderOfTheirArrivalOneAtATime) {
-  auto queue = resumedQueue(poolOf(8));
+  auto queue = releasedQueue(poolOf(8));
   std::vector<int> seen; // unguarded: that is the point
   for (int number = 0; number < 1000; ++number)
     ASSERT_TRUE(queue->enqueue([&seen, number] { seen.push_back(number); }, 0));
@@ -112,8 +107,8 @@ TEST(RequestQueue, handlesRequestsInTheOrderOfTheirArrivalOneAtATime) {
 
 TEST(RequestQueue, doesNotHoldUpAnotherQueue) {
   auto pool = poolOf(8);
-  auto blocked = resumedQueue(pool);
-  auto other = resumedQueue(pool);
+  auto blocked = releasedQueue(pool);
+  auto other = releasedQueue(pool);
   Gate gate;
   ASSERT_TRUE(blocked->enqueue(gate.request(), 0));
   gate.waitUntilEntered();
@@ -123,7 +118,7 @@ TEST(RequestQueue, doesNotHoldUpAnotherQueue) {
 }
 
 TEST(RequestQueue, refusesRequestsBeyondItsLimitAndKeepsTheRest) {
-  auto queue = resumedQueue(poolOf(2), {3, 1000});
+  auto queue = releasedQueue(poolOf(2), {3, 1000});
   Gate gate;
   int done = 0;
   ASSERT_TRUE(queue->enqueue(gate.request(), 0));
@@ -145,21 +140,21 @@ TEST(RequestQueue, countsTheBytesThatWait) {
   EXPECT_TRUE(queue->enqueue([] {}, 10));
   EXPECT_FALSE(queue->enqueue([] {}, 1));
   EXPECT_TRUE(queue->enqueue([] {}, 0));
-  queue->resume();
+  queue->release();
   const Signal reached;
   ASSERT_TRUE(queue->enqueue([reached] { reached.raise(); }, 0));
   reached.wait();
   EXPECT_TRUE(queue->enqueue([] {}, 10));
 }
 
-TEST(RequestQueue, deliversNothingWhileSuspended) {
-  auto queue = resumedQueue(poolOf(2));
+TEST(RequestQueue, deliversNothingWhileItIsHeld) {
+  auto queue = releasedQueue(poolOf(2));
   std::vector<int> seen;
   Gate gate;
-  // As a request to end the process does: suspends from within.
+  // As a request to end the process does: holds it from within.
   ASSERT_TRUE(queue->enqueue(
       [&, wait = gate.request()] {
-        queue->suspend();
+        queue->hold();
         seen.push_back(1);
         wait();
       },
@@ -167,25 +162,25 @@ TEST(RequestQueue, deliversNothingWhileSuspended) {
   ASSERT_TRUE(queue->enqueue([&] { seen.push_back(2); }, 0));
   gate.waitUntilEntered();
   gate.open();
-  queue->resume();
+  queue->release();
   drain(*queue);
   EXPECT_THAT(seen, testing::ElementsAre(1, 2));
 }
 
-TEST(RequestQueue, isSuspendedUntilItsFirstResume) {
+TEST(RequestQueue, isHeldUntilItsFirstRelease) {
   auto pool = poolOf(1);
   auto queue = std::make_shared<RequestQueue>(pool, RequestQueueLimits{});
   std::atomic<bool> done{false};
   ASSERT_TRUE(queue->enqueue([&] { done = true; }, 0));
-  drain(*resumedQueue(pool));
+  drain(*releasedQueue(pool));
   EXPECT_FALSE(done);
-  queue->resume();
+  queue->release();
   drain(*queue);
   EXPECT_TRUE(done);
 }
 
 TEST(RequestQueue, finishesWaitingRequestsWhenItsOwnerIsGone) {
-  auto queue = resumedQueue(poolOf(2));
+  auto queue = releasedQueue(poolOf(2));
   Gate gate;
   const Signal last;
   ASSERT_TRUE(queue->enqueue(gate.request(), 0));
@@ -196,7 +191,7 @@ TEST(RequestQueue, finishesWaitingRequestsWhenItsOwnerIsGone) {
   last.wait();
 }
 
-TEST(RequestQueue, dropsWaitingRequestsWhenItsOwnerIsGoneWhileSuspended) {
+TEST(RequestQueue, dropsWaitingRequestsWhenItsOwnerIsGoneWhileHeld) {
   auto token = std::make_shared<int>(0);
   std::weak_ptr<int> watched = token;
   auto queue = std::make_shared<RequestQueue>(poolOf(1), RequestQueueLimits{});
@@ -205,41 +200,44 @@ TEST(RequestQueue, dropsWaitingRequestsWhenItsOwnerIsGoneWhileSuspended) {
   EXPECT_TRUE(watched.expired());
 }
 
-TEST(RequestQueue, whilePausedKeepsNewRequestsAndThenDoesThem) {
+TEST(RequestQueue, whileHeldKeepsNewRequestsAndThenDoesThem) {
   auto pool = poolOf(1);
-  auto queue = resumedQueue(pool);
+  auto queue = releasedQueue(pool);
   const Gate gate;
   ASSERT_TRUE(queue->enqueue(gate.request(), 0));
   gate.waitUntilEntered();
-  queue->pause();
+  queue->hold();
   std::atomic<int> done = 0;
   for (int number = 0; number < 10; ++number)
     ASSERT_TRUE(queue->enqueue([&] { ++done; }, 0));
   gate.open();
-  auto other = resumedQueue(pool);
-  drain(*other); // the only thread has left the paused queue
+  auto other = releasedQueue(pool);
+  drain(*other); // the only thread has left the held queue
   EXPECT_EQ(done, 0);
-  queue->proceed();
+  queue->release();
   drain(*queue);
   EXPECT_EQ(done, 10);
 }
 
-TEST(RequestQueue, whenSuspendedAsWellStaysSoAfterAPause) {
-  auto queue = resumedQueue(poolOf(1));
-  queue->suspend();
-  queue->pause();
+TEST(RequestQueue, isHeldUntilEachHoldIsReleased) {
+  auto pool = poolOf(1);
+  auto queue = releasedQueue(pool);
+  queue->release(); // without a hold it means nothing
+  queue->hold();
+  queue->hold();
   std::atomic<int> done = 0;
   ASSERT_TRUE(queue->enqueue([&] { ++done; }, 0));
-  queue->proceed();
+  queue->release();
+  drain(*releasedQueue(pool)); // behind it, had it gone on
   EXPECT_EQ(done, 0);
-  queue->resume();
+  queue->release();
   drain(*queue);
   EXPECT_EQ(done, 1);
 }
 
 TEST(RequestQueue, sharesTheThreadsWithOtherUsers) {
   auto pool = std::make_shared<WorkerPool>(NS::WorkerLimits{2, 1}, never);
-  auto blocked = resumedQueue(pool), behind = resumedQueue(pool), other = resumedQueue(pool);
+  auto blocked = releasedQueue(pool), behind = releasedQueue(pool), other = releasedQueue(pool);
   other->setUser(1);
   Gate gate;
   ASSERT_TRUE(blocked->enqueue(gate.request(), 0));

@@ -99,10 +99,10 @@ TEST_F(ServiceConnectionTest, recordsEachChangeWithItsRequester) {
   connection->resume();
   EXPECT_EQ(call("Count").replied, true);
   EXPECT_TRUE(journal.records().empty()) << "this one changes nothing";
-  connection->pause();
+  connection->suspend();
   auto answered = std::async(std::launch::async, [&] { return call("Change"); });
   connection->setRequester({1000, 7}); // as when the bus answers behind the first request
-  connection->proceed();
+  connection->resume();
   EXPECT_TRUE(answered.get().replied);
   while (journal.records().empty()) // comes behind the answer
     std::this_thread::yield();
