@@ -26,7 +26,7 @@ class CompareDeclarationsTest(unittest.TestCase):
         self.scratch = pathlib.Path(folder.name)
 
     def refused(self, original, old, new):
-        """What is said of a copy of a file with another text in one place."""
+        """The complaints about a copy of a file with another text in one place."""
         text = original.read_text(encoding="utf-8")
         self.assertEqual(text.count(old), 1, old)
         planted = self.scratch / original.name
@@ -48,7 +48,8 @@ class CompareDeclarationsTest(unittest.TestCase):
                  "-[NSThread mainThread]"),
                 ("- (void)resignCurrent;", "- (void)resignCurrently;",
                  "-[NSProgress resignCurrently]"),
-                ("setCancellationHandler:(void (^)(void))", "setCancellationHandler:(void (^)(int))",
+                ("setCancellationHandler:(void (^)(void))",
+                 "setCancellationHandler:(void (^)(int))",
                  "-[NSProgress setCancellationHandler:]"),
                 ("@interface NSMutableArray : NSArray", "@interface NSMutableArray : NSObject",
                  "NSMutableArray is a"),

@@ -23,13 +23,13 @@ OPTIONS = ["-x", "objective-c", "-fsyntax-only", "-fobjc-runtime=gcc", "-fno-obj
 
 
 def type_in(text, pattern=TYPE):
-    """The last type that a line names, as what it stands for."""
+    """The last type that a line names, with type names resolved."""
     named, meant = pattern.search(text).groups()[-2:]
     return named if named in KEPT else (meant or named).replace("(void)", "()")
 
 
 class Declarations:
-    """What a header declares: facts by their names."""
+    """The declarations of a header: facts by their names."""
 
     def __init__(self, dump):
         self.facts = {}

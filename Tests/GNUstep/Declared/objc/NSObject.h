@@ -1,5 +1,5 @@
-// What our declarations of Foundation take from the platform's runtime, for the
-// compiler that reads them here.
+// The part of the platform's runtime that our declarations of Foundation use, for
+// the compiler that reads them here.
 #pragma once
 #include <objc/objc.h>
 
