@@ -91,13 +91,12 @@ class MacInstallerTest(unittest.TestCase):
                          sorted(os.listdir(f"{harness.build_folder}/include/keepwell")))
         self.assertIn("Client.h", os.listdir(f"{root}/include/keepwell"))
         self.assertEqual(sorted(os.listdir(f"{root}/lib")),
-                         ["libkeepwell.2.11.dylib", "libkeepwell.2.dylib", "libkeepwell.dylib"])
-        for name in ("libkeepwell.2.dylib", "libkeepwell.dylib"):
-            self.assertEqual(os.readlink(f"{root}/lib/{name}"), "libkeepwell.2.11.dylib")
+                         ["libkeepwell.2.dylib", "libkeepwell.dylib"])
+        self.assertEqual(os.readlink(f"{root}/lib/libkeepwell.dylib"), "libkeepwell.2.dylib")
         self.stand_ins()
         self.run_step(f"{HERE}/make-package", self.layout, f"{self.folder}/out.pkg")
         self.assertEqual([call[-1] for call in self.calls()[4:6]],
-                         [f"{root}/lib/libkeepwell.2.11.dylib"] * 2)
+                         [f"{root}/lib/libkeepwell.2.dylib"] * 2)
         self.program("libkeepwell.dylib", thin_binary("arm64"))
         shutil.rmtree(self.layout)
         self.assertIn("not universal", self.lay_out(*library).stderr)
@@ -153,12 +152,23 @@ class MacInstallerTest(unittest.TestCase):
         self.laid_out()
         self.assertIn("is there already", self.lay_out().stderr)
 
-    def test_programs_that_were_linked_for_macos_are_universal(self):
+    def test_the_agent_can_be_laid_out_alone(self):
+        os.unlink(f"{self.programs}/keepwell")
+        done = self.lay_out("--agent-alone")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        self.assertEqual(os.listdir(f"{self.layout}/root"), ["Library"])
+        self.stand_ins()
+        self.run_step(f"{HERE}/make-package", self.layout, f"{self.folder}/out.pkg")
+        self.assertEqual([call[0] for call in self.calls()],
+                         ["codesign", "codesign", "pkgbuild", "productbuild"])
+
+    def test_the_agent_that_was_linked_for_macos_is_laid_out(self):
         self.programs = f"{harness.build_folder}/macos"
-        for name in ("keepwell-agent", "keepwell"):
-            if not os.path.exists(f"{self.programs}/{name}"):
-                self.skipTest(f"no {name} for macOS: Scripts/macos makes it")
-        self.laid_out()
+        if not os.path.exists(f"{self.programs}/keepwell-agent"):
+            self.skipTest("no agent for macOS: Scripts/macos makes it")
+        alone = [] if os.path.exists(f"{self.programs}/keepwell") else ["--agent-alone"]
+        done = self.lay_out(*alone)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
 
     # The steps.
     def stand_ins(self, script=""):
