@@ -170,11 +170,16 @@ void Browser::drawStatus(const std::string &text) {
 
 void Browser::handleDeed(char32_t key) {
   if (key == U'd')
-    perform({"Trash", "moved to the Trash", &Client::moveToTrashItemAtPathAsync, nullptr, true});
+    perform({.verb = "Trash",
+             .participle = "moved to the Trash",
+             .ask = &Client::moveToTrashItemAtPathAsync,
+             .usesTrash = true});
   else if (key == U'r')
-    perform({"Remove", "removed", nullptr, &Client::removeItemAtPathAsync, false});
+    perform(
+        {.verb = "Remove", .participle = "removed", .askRemoval = &Client::removeItemAtPathAsync});
   else if (key == U'x')
-    perform({"Shred", "shredded", &Client::securelyRemoveItemAtPathAsync, nullptr, false});
+    perform(
+        {.verb = "Shred", .participle = "shredded", .ask = &Client::securelyRemoveItemAtPathAsync});
 }
 
 // Nothing when it was stopped.

@@ -30,10 +30,11 @@ private:
   struct Deed {
     const char *verb;       // "Remove"
     const char *participle; // "removed"
-    // Null for the Trash, which is tried without the agent first.
-    Request<FlagReply> (Client::*ask)(const std::string &, const RequestOptions &);
-    Request<RemovalReply> (Client::*askRemoval)(const std::string &, const RequestOptions &);
-    bool usesTrash;
+    // One of the two requests.
+    Request<FlagReply> (Client::*ask)(const std::string &, const RequestOptions &) = nullptr;
+    Request<RemovalReply> (Client::*askRemoval)(const std::string &,
+                                                const RequestOptions &) = nullptr;
+    bool usesTrash = false; // which is tried without the agent first
   };
 
   std::optional<MeasuredTree> measure(const std::string &path);

@@ -155,9 +155,11 @@ std::function<CommandRun(Arguments &)> removal(const RemovalKind &kind,
     return [=](Session &session) {
       requirePaths(*paths);
       if (*options->dryRun)
-        return previewRemoval(
-            session, *paths, KeepList(options->keep),
-            {kind.command, kind.would, kind.freesSpace, options->mayTakeProtected});
+        return previewRemoval(session, *paths, KeepList(options->keep),
+                              {.command = kind.command,
+                               .would = kind.would,
+                               .freesSpace = kind.freesSpace,
+                               .mayTakeProtected = options->mayTakeProtected});
       return removeAll(session, *paths, *options, kind, question);
     };
   };
@@ -166,10 +168,27 @@ std::function<CommandRun(Arguments &)> removal(const RemovalKind &kind,
 } // namespace
 
 CommandTable removalCommands() {
-  RemovalKind remove{"remove", "Remove", true, "Would remove ", true, "Removed ", "removed"};
-  RemovalKind shred{"shred", "Shred", true, "Would shred ", true, "Shredded ", "shredded"};
-  RemovalKind trash{
-      "trash", "Trash", false, "Would move to the Trash ", false, "Moved ", "moved to the Trash"};
+  RemovalKind remove{.command = "remove",
+                     .verb = "Remove",
+                     .asks = true,
+                     .would = "Would remove ",
+                     .freesSpace = true,
+                     .done = "Removed ",
+                     .participle = "removed"};
+  RemovalKind shred{.command = "shred",
+                    .verb = "Shred",
+                    .asks = true,
+                    .would = "Would shred ",
+                    .freesSpace = true,
+                    .done = "Shredded ",
+                    .participle = "shredded"};
+  RemovalKind trash{.command = "trash",
+                    .verb = "Trash",
+                    .asks = false,
+                    .would = "Would move to the Trash ",
+                    .freesSpace = false,
+                    .done = "Moved ",
+                    .participle = "moved to the Trash"};
   return {
       {"remove",
        "Remove items with all that they hold, locked ones too",

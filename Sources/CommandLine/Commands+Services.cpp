@@ -31,7 +31,7 @@ struct FlagRequest {
   const char *member;  // of the JSON object, for the argument
   const char *typeName;
   const char *help;
-  bool isPath;
+  bool isPath = false;
   FlagOperation operation;
   const char *done;   // before the argument
   const char *failed; // after it
@@ -65,8 +65,9 @@ std::function<CommandRun(Arguments &)> flagCommand(const FlagRequest &kind) {
     return [kind, text, dryRun, yes](Session &session) {
       std::string argument = kind.isPath ? absolutePath(*text) : *text;
       if (dryRun && *dryRun && kind.removesItem)
-        return previewRemoval(session, {{argument}}, KeepList({}),
-                              {kind.command, kind.would, true, true});
+        return previewRemoval(
+            session, {{argument}}, KeepList({}),
+            {.command = kind.command, .would = kind.would, .mayTakeProtected = true});
       JSONObject request;
       request.add("command", kind.command).addName(kind.member, argument);
       if (dryRun && *dryRun)
@@ -161,23 +162,40 @@ CommandTable launchdChanges() {
   return {
       {"enable",
        "Load a job, now and from now on",
-       flagCommand({"launchd enable", "path", "PLIST", "A job's property list", true,
-                    asked(&Client::enableLaunchdAgentAtPathAsync), "Enabled ",
-                    " could not be enabled"}),
+       flagCommand({.command = "launchd enable",
+                    .member = "path",
+                    .typeName = "PLIST",
+                    .help = "A job's property list",
+                    .isPath = true,
+                    .operation = asked(&Client::enableLaunchdAgentAtPathAsync),
+                    .done = "Enabled ",
+                    .failed = " could not be enabled"}),
        {{"launchd enable /Library/LaunchDaemons/org.example.job.plist",
          "undoes what launchd disable did"}}},
       {"disable",
        "Unload a job for good and stop it",
-       flagCommand({"launchd disable", "path", "PLIST", "A job's property list", true,
-                    asked(&Client::disableLaunchdAgentAtPathAsync), "Disabled ",
-                    " could not be disabled"}),
+       flagCommand({.command = "launchd disable",
+                    .member = "path",
+                    .typeName = "PLIST",
+                    .help = "A job's property list",
+                    .isPath = true,
+                    .operation = asked(&Client::disableLaunchdAgentAtPathAsync),
+                    .done = "Disabled ",
+                    .failed = " could not be disabled"}),
        {{"launchd disable /Library/LaunchDaemons/org.example.job.plist",
          "it no longer starts by itself; its files stay"}}},
       {"remove",
        "Unload a job and delete its list and its privileged tool",
-       flagCommand({"launchd remove", "path", "PLIST", "A job's property list", true,
-                    asked(&Client::removeLaunchdAgentAtPathAsync), "Removed ",
-                    " could not be removed", "Remove the job ", "Would remove the job "}),
+       flagCommand({.command = "launchd remove",
+                    .member = "path",
+                    .typeName = "PLIST",
+                    .help = "A job's property list",
+                    .isPath = true,
+                    .operation = asked(&Client::removeLaunchdAgentAtPathAsync),
+                    .done = "Removed ",
+                    .failed = " could not be removed",
+                    .question = "Remove the job ",
+                    .would = "Would remove the job "}),
        {{"launchd remove /Library/LaunchDaemons/org.example.job.plist",
          "launchd disable keeps the files"}}},
   };
@@ -197,15 +215,23 @@ CommandTable startupVerbs() {
   return {
       {"start",
        "Start a startup item",
-       flagCommand({"startup start", "name", "NAME", "A startup item", false,
-                    asked(&Client::startStartupItemAsync), "Asked to start ",
-                    " could not be started"}),
+       flagCommand({.command = "startup start",
+                    .member = "name",
+                    .typeName = "NAME",
+                    .help = "A startup item",
+                    .operation = asked(&Client::startStartupItemAsync),
+                    .done = "Asked to start ",
+                    .failed = " could not be started"}),
        {{"startup start \"Web Server\"", "whether it started is not told"}}},
       {"stop",
        "Stop a startup item",
-       flagCommand({"startup stop", "name", "NAME", "A startup item", false,
-                    asked(&Client::stopStartupItemAsync), "Asked to stop ",
-                    " could not be stopped"}),
+       flagCommand({.command = "startup stop",
+                    .member = "name",
+                    .typeName = "NAME",
+                    .help = "A startup item",
+                    .operation = asked(&Client::stopStartupItemAsync),
+                    .done = "Asked to stop ",
+                    .failed = " could not be stopped"}),
        {{"startup stop \"Web Server\"", "whether it stopped is not told"}}},
   };
 }
@@ -214,16 +240,24 @@ CommandTable loginItemVerbs() {
   return {
       {"remove-global",
        "Remove an application from the login items of all users",
-       flagCommand({"login-item remove-global", "path", "APP", "The application", true,
-                    asked(&Client::removeGlobalLoginItemForAppWithPathAsync),
-                    "No login item of all users starts ",
-                    " could not be removed from the login items of all users"}),
+       flagCommand({.command = "login-item remove-global",
+                    .member = "path",
+                    .typeName = "APP",
+                    .help = "The application",
+                    .isPath = true,
+                    .operation = asked(&Client::removeGlobalLoginItemForAppWithPathAsync),
+                    .done = "No login item of all users starts ",
+                    .failed = " could not be removed from the login items of all users"}),
        {{"login-item remove-global /opt/example/run", "it no longer starts with every session"}}},
       {"remove-sm",
        "Remove a login item that an application registered for itself",
-       flagCommand({"login-item remove-sm", "identifier", "ID", "Its bundle identifier", false,
-                    asked(&Client::removeSMLoginItemAsync), "No login item is registered as ",
-                    " could not be removed from the login items"}),
+       flagCommand({.command = "login-item remove-sm",
+                    .member = "identifier",
+                    .typeName = "ID",
+                    .help = "Its bundle identifier",
+                    .operation = asked(&Client::removeSMLoginItemAsync),
+                    .done = "No login item is registered as ",
+                    .failed = " could not be removed from the login items"}),
        {{"login-item remove-sm org.example.helper", "by its identifier, not its path"}}},
   };
 }
@@ -231,29 +265,45 @@ CommandTable loginItemVerbs() {
 CommandTable kextVerbs() {
   return {{"remove",
            "Unload and delete a kernel extension",
-           flagCommand({"kext remove", "path", "PATH", "The extension's bundle", true,
-                        asked(&Client::removeKextAtPathAsync), "Removed ", " could not be removed",
-                        "Remove ", "Would remove ", true}),
+           flagCommand({.command = "kext remove",
+                        .member = "path",
+                        .typeName = "PATH",
+                        .help = "The extension's bundle",
+                        .isPath = true,
+                        .operation = asked(&Client::removeKextAtPathAsync),
+                        .done = "Removed ",
+                        .failed = " could not be removed",
+                        .question = "Remove ",
+                        .would = "Would remove ",
+                        .removesItem = true}),
            {{"kext remove /Library/Extensions/Example.kext", "for good"}}}};
 }
 
 CommandTable packageVerbs() {
   return {{"forget",
            "Forget a package's receipt; its files stay",
-           flagCommand({"package forget", "identifier", "ID", "The package's identifier", false,
-                        asked(&Client::removePackageWithIDAsync), "Forgot ",
-                        " could not be forgotten", "Forget ", "Would forget "}),
+           flagCommand({.command = "package forget",
+                        .member = "identifier",
+                        .typeName = "ID",
+                        .help = "The package's identifier",
+                        .operation = asked(&Client::removePackageWithIDAsync),
+                        .done = "Forgot ",
+                        .failed = " could not be forgotten",
+                        .question = "Forget ",
+                        .would = "Would forget "}),
            {{"package forget org.example.pkg", "the system no longer knows it was installed"}}}};
 }
 
 CommandTable configurationVerbs() {
   return {{"remove-library",
            "Remove a library from those inserted into every program",
-           flagCommand({"launchd-conf remove-library", "library", "LIB",
-                        "The library's path as written there", false,
-                        asked(&Client::removeLibraryFromLauchdConfAsync),
-                        "No longer inserted into programs: ",
-                        " could not be taken out of launchd's configuration"}),
+           flagCommand({.command = "launchd-conf remove-library",
+                        .member = "library",
+                        .typeName = "LIB",
+                        .help = "The library's path as written there",
+                        .operation = asked(&Client::removeLibraryFromLauchdConfAsync),
+                        .done = "No longer inserted into programs: ",
+                        .failed = " could not be taken out of launchd's configuration"}),
            {{"launchd-conf remove-library /usr/lib/libexample.dylib",
              "the former file stays beside it under a name that ends in .prev"}}}};
 }

@@ -14,7 +14,7 @@ struct Token {
   enum class Kind { Letter, AnyLetter, Set, Run, DeepRun };
   Kind kind = Kind::Letter;
   char letter = 0;
-  std::string_view set; // between the brackets
+  std::string_view set{}; // between the brackets
   bool isOutside = false;
 };
 
@@ -24,19 +24,21 @@ Token takeToken(std::string_view &pattern) {
   char first = pattern.front();
   pattern.remove_prefix(1);
   if (first == '?')
-    return {Token::Kind::AnyLetter, 0, {}, false};
+    return {.kind = Token::Kind::AnyLetter};
   if (first == '*') {
     bool isDeep = pattern.starts_with('*');
     while (pattern.starts_with('*'))
       pattern.remove_prefix(1);
-    return {isDeep ? Token::Kind::DeepRun : Token::Kind::Run, 0, {}, false};
+    return {.kind = isDeep ? Token::Kind::DeepRun : Token::Kind::Run};
   }
   if (first == '[') {
     bool isOutside = pattern.starts_with('!') || pattern.starts_with('^');
     std::size_t start = isOutside ? 1 : 0;
     std::size_t end = pattern.find(']', start + 1); // one at the start is a letter
     if (end != pattern.npos) {
-      Token token{Token::Kind::Set, 0, pattern.substr(start, end - start), isOutside};
+      Token token{.kind = Token::Kind::Set,
+                  .set = pattern.substr(start, end - start),
+                  .isOutside = isOutside};
       pattern.remove_prefix(end + 1);
       return token;
     }
@@ -45,7 +47,7 @@ Token takeToken(std::string_view &pattern) {
     first = pattern.front();
     pattern.remove_prefix(1);
   }
-  return {Token::Kind::Letter, first, {}, false};
+  return {.letter = first};
 }
 
 bool setHolds(std::string_view set, char letter) {

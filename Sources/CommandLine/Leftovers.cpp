@@ -82,7 +82,7 @@ std::vector<std::string> placesOfLeftovers() {
 }
 
 std::vector<std::string> leftoversOf(const std::string &name, bool byWords, bool withCopies) {
-  NameQuery query{name, byWords, false, nullptr, withCopies};
+  NameQuery query{.name = name, .byWords = byWords, .recursive = false, .withCopies = withCopies};
   std::vector<std::string> places = placesOfLeftovers();
   std::vector<std::string> found;
   for (const std::string &place : places)
