@@ -1,12 +1,11 @@
 // Run loops over GLib's main contexts. A source of each context runs the blocks
 // that wait for its loop.
-#include "Foundation/Threads/Internal/RunLoopBlocks.h"
+#include "Foundation/Threads/Internal/BlockRunLoop.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <glib.h>
 #include <limits>
-#include <mutex>
 #include <unistd.h>
 #include <utility>
 
@@ -27,7 +26,7 @@ int millisecondsUntil(MonotonicTime due, MonotonicTime now) {
   return static_cast<int>(std::min<std::int64_t>(whole, std::numeric_limits<int>::max()));
 }
 
-class ContextLoop final : public RunLoop {
+class ContextLoop final : public BlockRunLoop {
 public:
   explicit ContextLoop(GMainContext *context)
       : context_(g_main_context_ref(context)), source_(makeSource()) {
@@ -58,46 +57,8 @@ public:
     }
   }
 
-  void stop() override {
-    {
-      std::lock_guard lock(mutex_);
-      if (frames_.empty())
-        return;
-      frames_.back()->stopped = true;
-    }
-    g_main_context_wakeup(context_);
-  }
-
-  void performBlock(std::function<void()> block, const RunLoopModes &modes) override {
-    blocks_.add(std::move(block), modes);
-    g_main_context_wakeup(context_);
-  }
-  void performBlock(std::function<void()> block, double delaySeconds,
-                    const RunLoopModes &modes) override {
-    blocks_.addDelayed(delaySeconds, std::move(block), modes);
-    g_main_context_wakeup(context_);
-  }
-
 private:
-  // One run under way. The loop's thread makes and removes frames.
-  struct Frame {
-    Frame(ContextLoop &owner, std::string runMode, MonotonicTime runLimit)
-        : loop(owner), mode(std::move(runMode)), limit(runLimit) {
-      std::lock_guard lock(loop.mutex_);
-      loop.frames_.push_back(this);
-    }
-    ~Frame() {
-      std::lock_guard lock(loop.mutex_);
-      loop.frames_.pop_back();
-    }
-    Frame(const Frame &) = delete;
-    Frame &operator=(const Frame &) = delete;
-
-    ContextLoop &loop;
-    const std::string mode;
-    const MonotonicTime limit;
-    bool stopped = false; // under the loop's mutex
-  };
+  void wake() override { g_main_context_wakeup(context_); }
 
   struct BlockSource {
     GSource base;
@@ -144,20 +105,8 @@ private:
     static_cast<void>(blocks_.performDue(mode));
   }
 
-  const Frame *innermost() {
-    std::lock_guard lock(mutex_);
-    return frames_.empty() ? nullptr : frames_.back();
-  }
-  bool isStopped() {
-    std::lock_guard lock(mutex_);
-    return frames_.back()->stopped;
-  }
-
   GMainContext *const context_;
   GSource *const source_;
-  RunLoopBlocks blocks_;
-  std::mutex mutex_;
-  std::vector<Frame *> frames_; // innermost last
 };
 
 // A thread that is not the main one gets a context of its own.

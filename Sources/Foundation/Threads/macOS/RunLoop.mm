@@ -2,7 +2,7 @@
 // the platform's loop waits for them and handles all other events.
 #include "Foundation/Base/macOS/Platform/Foundation.h"
 #include "Foundation/Base/macOS/Retained.h"
-#include "Foundation/Threads/Internal/RunLoopBlocks.h"
+#include "Foundation/Threads/Internal/BlockRunLoop.h"
 
 #include <algorithm>
 #include <atomic>
@@ -41,7 +41,7 @@ NSDate *dateOf(MonotonicTime due) {
   return [NSDate dateWithTimeIntervalSinceNow:std::clamp(left.count(), 0.0, longestWaitSeconds)];
 }
 
-class PlatformLoop final : public RunLoop {
+class PlatformLoop final : public BlockRunLoop {
 public:
   PlatformLoop(NSRunLoop *loop, NSThread *thread)
       : loop_(loop), thread_(thread),
@@ -54,14 +54,14 @@ public:
   PlatformLoop &operator=(const PlatformLoop &) = delete;
 
   void run() override {
-    Frame frame(*this, DefaultRunLoopMode);
+    Frame frame(*this, DefaultRunLoopMode, neverDue);
     while (!isStopped())
       if (!blocks_.performDue(frame.mode) && !isStopped())
         static_cast<void>(handleEvent(frame.mode, neverDue));
   }
 
   bool runMode(const std::string &mode, MonotonicTime limit) override {
-    Frame frame(*this, mode);
+    Frame frame(*this, mode, limit);
     for (;;) {
       if (blocks_.performDue(mode))
         return true;
@@ -75,45 +75,7 @@ public:
     }
   }
 
-  void stop() override {
-    {
-      std::lock_guard lock(mutex_);
-      if (frames_.empty())
-        return;
-      frames_.back()->stopped = true;
-    }
-    wake();
-  }
-
-  void performBlock(std::function<void()> block, const RunLoopModes &modes) override {
-    blocks_.add(std::move(block), modes);
-    wake();
-  }
-  void performBlock(std::function<void()> block, double delaySeconds,
-                    const RunLoopModes &modes) override {
-    blocks_.addDelayed(delaySeconds, std::move(block), modes);
-    wake();
-  }
-
 private:
-  // One run under way. The loop's thread makes and removes frames.
-  struct Frame {
-    Frame(PlatformLoop &owner, std::string runMode) : loop(owner), mode(std::move(runMode)) {
-      std::lock_guard lock(loop.mutex_);
-      loop.frames_.push_back(this);
-    }
-    ~Frame() {
-      std::lock_guard lock(loop.mutex_);
-      loop.frames_.pop_back();
-    }
-    Frame(const Frame &) = delete;
-    Frame &operator=(const Frame &) = delete;
-
-    PlatformLoop &loop;
-    const std::string mode;
-    bool stopped = false; // under the loop's mutex
-  };
-
   // Lets the platform's loop wait for one event, until the limit or the first
   // block's time. Whether it handled an event other than being woken.
   bool handleEvent(const std::string &mode, MonotonicTime limit) {
@@ -144,7 +106,7 @@ private:
   }
 
   // From any thread. A loop that does not run looks at its blocks when it does.
-  void wake() {
+  void wake() override {
     std::lock_guard lock(mutex_);
     if (frames_.empty() || isWakePending_.exchange(true))
       return;
@@ -158,18 +120,10 @@ private:
     }
   }
 
-  bool isStopped() {
-    std::lock_guard lock(mutex_);
-    return frames_.back()->stopped;
-  }
-
   const Retained<NSRunLoop *> loop_;
   const Retained<NSThread *> thread_;
   const Retained<KWRunLoopWaker *> waker_;
-  RunLoopBlocks blocks_;
   std::atomic<bool> isWakePending_ = false;
-  std::mutex mutex_;
-  std::vector<Frame *> frames_; // innermost last
   // Of the loop's thread alone: the modes that have a timer, and the timers.
   std::set<std::string> heldModes_;
   std::vector<Retained<NSTimer *>> timers_;
