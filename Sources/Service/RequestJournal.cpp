@@ -4,7 +4,6 @@
 #include "Foundation/Base/BoundedText.h"
 #include "Foundation/Base/Clock.h"
 #include "Foundation/Base/Log.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Service/Internal/HostJournal.h"
 
 #include <condition_variable>
@@ -32,8 +31,6 @@ public:
       Log("%@", textOf(record));
   }
 };
-
-using Shared = SharedInstance<RequestJournal, RealJournal>;
 
 void addItem(RequestRecord &record, const std::string &text) {
   if (record.items.size() < mostItems)
@@ -203,12 +200,8 @@ void writeAllAtEnd() {
 
 } // namespace
 
-RequestJournal &RequestJournal::shared() {
-  return Shared::get();
-}
-
-RequestJournal *RequestJournal::exchangeShared(RequestJournal *replacement) {
-  return Shared::exchange(replacement);
+RequestJournal &RequestJournal::real() {
+  return lastingInstance<RealJournal>();
 }
 
 std::string textOf(const RequestRecord &record) {

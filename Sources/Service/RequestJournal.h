@@ -4,6 +4,7 @@
 // Thread-safe.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
 #include "Protocol/XPCInterface.h"
 
 #include <chrono>
@@ -34,11 +35,10 @@ struct RequestRecord {
   std::chrono::microseconds took{0};
 };
 
-class RequestJournal {
+class RequestJournal : public SharedInstance<RequestJournal> {
 public:
   virtual ~RequestJournal() = default;
-  static RequestJournal &shared();
-  static RequestJournal *exchangeShared(RequestJournal *replacement);
+  static RequestJournal &real();
 
   // The host's journal gets an entry with fields; without a journal, the
   // diagnostic log gets a line. May wait for the journal; does not fail.

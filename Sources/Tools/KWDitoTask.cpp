@@ -3,25 +3,14 @@
 
 #include "Additions/NSFileManager+FileModificationsAdditions.h"
 #include "Foundation/Base/Log.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Tools/KWTaskRunner.h"
 #include "Tools/SystemTools.h"
 
 #include <cerrno>
 
 namespace kw {
-namespace {
-
-using Shared = NS::SharedInstance<KWDitoTask, KWDitoTask>;
-
-} // namespace
-
-KWDitoTask &KWDitoTask::shared() {
-  return Shared::get();
-}
-
-KWDitoTask *KWDitoTask::exchangeShared(KWDitoTask *replacement) {
-  return Shared::exchange(replacement);
+KWDitoTask &KWDitoTask::real() {
+  return NS::lastingInstance<KWDitoTask>();
 }
 
 bool KWDitoTask::slimBinaryAtPath(const std::string &path,

@@ -3,16 +3,17 @@
 // Keeps no state; any thread may call it. Blocks until the tool has ended.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <string>
 #include <vector>
 
 namespace kw {
 
-class KWDitoTask { // (sic)
+class KWDitoTask : public NS::SharedInstance<KWDitoTask> { // (sic)
 public:
   virtual ~KWDitoTask() = default;
-  static KWDitoTask &shared();
-  static KWDitoTask *exchangeShared(KWDitoTask *replacement);
+  static KWDitoTask &real();
 
   // Replaces the binary by ditto's copy of it. The elements are ditto's own
   // options for the architectures, passed on unchanged. True on success or when

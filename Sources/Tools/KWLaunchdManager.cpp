@@ -3,7 +3,6 @@
 
 #include "Additions/NSObjectAdditions.h"
 #include "Foundation/Base/Log.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Processes/Launchd.h"
 #include "Foundation/Text/PathUtilities.h"
 #include "Foundation/Text/WordList.h"
@@ -31,16 +30,10 @@ bool unloadingSucceeds(const std::vector<std::string> &arguments) {
   return !output;
 }
 
-using Shared = NS::SharedInstance<KWLaunchdManager, KWLaunchdManager>;
-
 } // namespace
 
-KWLaunchdManager &KWLaunchdManager::shared() {
-  return Shared::get();
-}
-
-KWLaunchdManager *KWLaunchdManager::exchangeShared(KWLaunchdManager *replacement) {
-  return Shared::exchange(replacement);
+KWLaunchdManager &KWLaunchdManager::real() {
+  return NS::lastingInstance<KWLaunchdManager>();
 }
 
 bool KWLaunchdManager::stopAgentWithLabel(const std::optional<std::string> &label) const {

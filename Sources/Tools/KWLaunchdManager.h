@@ -8,6 +8,7 @@
 // of a job's property list; an unreadable list counts as one without any key.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/PropertyLists/PropertyList.h"
 
 #include <cstdint>
@@ -17,14 +18,13 @@
 
 namespace kw {
 
-class KWLaunchdManager {
+class KWLaunchdManager : public NS::SharedInstance<KWLaunchdManager> {
 public:
   // In seconds. When launchd does not answer within it, it has no such job.
   static constexpr std::int64_t jobQueryTimeout = 30;
 
   virtual ~KWLaunchdManager() = default;
-  static KWLaunchdManager &shared();
-  static KWLaunchdManager *exchangeShared(KWLaunchdManager *replacement);
+  static KWLaunchdManager &real();
 
   // Judges by launchctl's exit status. False for nil, without a run.
   virtual bool stopAgentWithLabel(const std::optional<std::string> &label) const;

@@ -2,7 +2,6 @@
 #include "Tools/KWServiceManagementRemover.h"
 
 #include "Foundation/Base/Log.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Desktop/Bundle.h"
 #include "Foundation/Files/FileContents.h"
 #include "Foundation/Processes/ProcessInfo.h"
@@ -28,17 +27,10 @@ void removeItem(NS::PropertyList &database, const std::string &bundleID) {
   database.setObjectForKey(std::move(bookmarks), bookmarksKey);
 }
 
-using Shared = NS::SharedInstance<KWServiceManagementRemover, KWServiceManagementRemover>;
-
 } // namespace
 
-KWServiceManagementRemover &KWServiceManagementRemover::shared() {
-  return Shared::get();
-}
-
-KWServiceManagementRemover *
-KWServiceManagementRemover::exchangeShared(KWServiceManagementRemover *replacement) {
-  return Shared::exchange(replacement);
+KWServiceManagementRemover &KWServiceManagementRemover::real() {
+  return NS::lastingInstance<KWServiceManagementRemover>();
 }
 
 std::uint32_t KWServiceManagementRemover::userIdentifier() const {

@@ -6,17 +6,18 @@
 // whole either way.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
 
 namespace kw {
 
-class KWServiceManagementRemover {
+class KWServiceManagementRemover : public NS::SharedInstance<KWServiceManagementRemover> {
 public:
   virtual ~KWServiceManagementRemover() = default;
-  static KWServiceManagementRemover &shared();
-  static KWServiceManagementRemover *exchangeShared(KWServiceManagementRemover *replacement);
+  static KWServiceManagementRemover &real();
 
   // Deletes the login item's bundle identifier from the database of this
   // process's user, and writes it back as an XML list with all else unchanged.

@@ -4,7 +4,6 @@
 #include "Additions/NSStringAdditions.h"
 #include "Foundation/Base/Exception.h"
 #include "Foundation/Base/Log.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Desktop/Bundle.h"
 #include "Foundation/Processes/Task.h"
 #include "Foundation/Text/Unicode.h"
@@ -115,16 +114,10 @@ void runTask(const std::string &path, const KWTaskRunner::Arguments &arguments,
     completion(output, status, errorOutput, std::nullopt);
 }
 
-using Shared = NS::SharedInstance<KWTaskRunner, KWTaskRunner>;
-
 } // namespace
 
-KWTaskRunner &KWTaskRunner::shared() {
-  return Shared::get();
-}
-
-KWTaskRunner *KWTaskRunner::exchangeShared(KWTaskRunner *replacement) {
-  return Shared::exchange(replacement);
+KWTaskRunner &KWTaskRunner::real() {
+  return NS::lastingInstance<KWTaskRunner>();
 }
 
 void KWTaskRunner::launchTask(const std::string &path, const Arguments &arguments,

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "Foundation/Base/Error.h"
+#include "Foundation/Base/SharedInstance.h"
 
 #include <functional>
 #include <optional>
@@ -18,7 +19,7 @@
 
 namespace kw {
 
-class KWTaskRunner {
+class KWTaskRunner : public NS::SharedInstance<KWTaskRunner> {
 public:
   using Arguments = std::vector<std::string>;
   using Output = std::optional<std::string>;
@@ -29,8 +30,7 @@ public:
                          const std::optional<NS::Error> &error)>;
 
   virtual ~KWTaskRunner() = default;
-  static KWTaskRunner &shared();
-  static KWTaskRunner *exchangeShared(KWTaskRunner *replacement);
+  static KWTaskRunner &real();
 
   // Runs the tool and passes the result to the completion. Without a standard
   // input the tool has the agent's; with one it sees no end of it until the

@@ -2,7 +2,6 @@
 #include "Foundation/Base/AssertionHandler.h"
 
 #include "Foundation/Base/Log.h"
-#include "Foundation/Base/SharedInstance.h"
 
 namespace NS {
 namespace {
@@ -15,16 +14,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<AssertionHandler, RaisingHandler>;
-
 } // namespace
 
-AssertionHandler &AssertionHandler::shared() {
-  return Shared::get();
-}
-
-AssertionHandler *AssertionHandler::exchangeShared(AssertionHandler *replacement) {
-  return Shared::exchange(replacement);
+AssertionHandler &AssertionHandler::real() {
+  return lastingInstance<RaisingHandler>();
 }
 
 } // namespace NS

@@ -5,17 +5,17 @@
 #pragma once
 
 #include "Foundation/Base/Format.h"
+#include "Foundation/Base/SharedInstance.h"
 
 #include <string>
 #include <string_view>
 
 namespace NS {
 
-class AssertionHandler {
+class AssertionHandler : public SharedInstance<AssertionHandler> {
 public:
   virtual ~AssertionHandler() = default;
-  static AssertionHandler &shared();
-  static AssertionHandler *exchangeShared(AssertionHandler *replacement);
+  static AssertionHandler &real();
 
   // The file is the source's name in the tree without its suffix. The real
   // handler logs it and raises InternalInconsistencyException with the

@@ -1,8 +1,6 @@
 // The host's clocks through the standard library.
 #include "Foundation/Base/Clock.h"
 
-#include "Foundation/Base/SharedInstance.h"
-
 namespace NS {
 namespace {
 
@@ -31,16 +29,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<Clock, HostClock>;
-
 } // namespace
 
-Clock &Clock::shared() {
-  return Shared::get();
-}
-
-Clock *Clock::exchangeShared(Clock *replacement) {
-  return Shared::exchange(replacement);
+Clock &Clock::real() {
+  return lastingInstance<HostClock>();
 }
 
 } // namespace NS

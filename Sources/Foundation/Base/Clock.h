@@ -4,6 +4,8 @@
 // Thread-safe.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <chrono>
 #include <compare>
 #include <condition_variable>
@@ -25,11 +27,10 @@ struct WallTime {
   friend std::strong_ordering operator<=>(const WallTime &, const WallTime &) = default;
 };
 
-class Clock {
+class Clock : public SharedInstance<Clock> {
 public:
   virtual ~Clock() = default;
-  static Clock &shared();
-  static Clock *exchangeShared(Clock *replacement);
+  static Clock &real();
 
   virtual MonotonicTime monotonicTime() = 0;
   virtual WallTime wallTime() = 0;

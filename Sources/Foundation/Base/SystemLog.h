@@ -5,6 +5,8 @@
 // host, messages are lost.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <string>
 
 namespace NS {
@@ -12,11 +14,10 @@ namespace NS {
 // The number is the platform's own.
 enum class SystemLogPriority { Error = 3 };
 
-class SystemLog {
+class SystemLog : public SharedInstance<SystemLog> {
 public:
   virtual ~SystemLog() = default;
-  static SystemLog &shared();
-  static SystemLog *exchangeShared(SystemLog *replacement);
+  static SystemLog &real();
 
   virtual void syslog(SystemLogPriority priority, const std::string &message) = 0;
 };

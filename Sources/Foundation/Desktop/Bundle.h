@@ -4,20 +4,22 @@
 // Immutable once opened; any thread may use it.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <memory>
 #include <optional>
 #include <string>
 
 namespace NS {
 
-class Bundle {
+class Bundle : public SharedInstance<Bundle> {
 public:
   virtual ~Bundle() = default;
 
   // The bundle of this program. On hosts without bundles it is the resource
   // folder, beside the build tree's programs or as installed.
-  static Bundle &mainBundle();
-  static Bundle *exchangeShared(Bundle *replacement);
+  static Bundle &mainBundle() { return shared(); }
+  static Bundle &real();
   // Null when there is no folder at the path. Follows links.
   static std::shared_ptr<Bundle> bundleWithPath(const std::string &path);
 

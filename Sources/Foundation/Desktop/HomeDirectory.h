@@ -3,6 +3,8 @@
 // Thread-safe; asking the database may block on the host's name service.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,11 +12,10 @@
 namespace NS {
 
 // The folder of each user's record; empty when there is no record.
-class UserDatabase {
+class UserDatabase : public SharedInstance<UserDatabase> {
 public:
   virtual ~UserDatabase() = default;
-  static UserDatabase &shared();
-  static UserDatabase *exchangeShared(UserDatabase *replacement);
+  static UserDatabase &real();
 
   // The record of the real user that runs this process.
   virtual std::optional<std::string> homeDirectoryOfCurrentUser() = 0;

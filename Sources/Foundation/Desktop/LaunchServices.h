@@ -4,6 +4,8 @@
 // Thread-safe.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -21,11 +23,10 @@ struct LSItemInfo {
   std::string fileType; // four characters, or empty
 };
 
-class LaunchServices {
+class LaunchServices : public SharedInstance<LaunchServices> {
 public:
   virtual ~LaunchServices() = default;
-  static LaunchServices &shared();
-  static LaunchServices *exchangeShared(LaunchServices *replacement);
+  static LaunchServices &real();
 
   // As LSCopyItemInfoForURL of the file URL: 0 and the information, or a
   // status.
@@ -33,11 +34,10 @@ public:
                                     LSItemInfo &info) = 0;
 };
 
-class Aliases {
+class Aliases : public SharedInstance<Aliases> {
 public:
   virtual ~Aliases() = default;
-  static Aliases &shared();
-  static Aliases *exchangeShared(Aliases *replacement);
+  static Aliases &real();
 
   // The path of the cloud item behind the path; empty when the path is its own
   // or no such lookup exists.

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "Foundation/Base/Object.h"
+#include "Foundation/Base/SharedInstance.h"
 
 #include <memory>
 #include <string>
@@ -22,11 +23,10 @@ public:
   virtual std::shared_ptr<Object> copyAttribute(const std::string &name) = 0;
 };
 
-class MetadataStore {
+class MetadataStore : public SharedInstance<MetadataStore> {
 public:
   virtual ~MetadataStore() = default;
-  static MetadataStore &shared();
-  static MetadataStore *exchangeShared(MetadataStore *replacement);
+  static MetadataStore &real();
 
   // Null when the index does not know the path.
   virtual std::unique_ptr<MetadataItem> createItem(const std::string &path) = 0;

@@ -5,6 +5,7 @@
 // One thread at a time may use a list and its items.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Files/URL.h"
 
 #include <cstdint>
@@ -38,11 +39,10 @@ public:
   virtual std::int32_t removeItem(SharedFileListItem &item) = 0;
 };
 
-class SharedFileLists {
+class SharedFileLists : public SharedInstance<SharedFileLists> {
 public:
   virtual ~SharedFileLists() = default;
-  static SharedFileLists &shared();
-  static SharedFileLists *exchangeShared(SharedFileLists *replacement);
+  static SharedFileLists &real();
 
   // Null when there is no such list.
   virtual std::shared_ptr<SharedFileList> globalLoginItems() = 0;

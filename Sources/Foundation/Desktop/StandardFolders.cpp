@@ -1,7 +1,6 @@
 // The standard folders by the table, in the host's own places.
 #include "Foundation/Desktop/StandardFolders.h"
 
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Desktop/HomeDirectory.h"
 #include "Foundation/Desktop/Internal/HostFolders.h"
 #include "Foundation/Processes/ProcessInfo.h"
@@ -36,16 +35,10 @@ public:
   std::string temporaryDirectory() override { return host::temporaryDirectory(); }
 };
 
-using Shared = SharedInstance<StandardFolders, HostFolders>;
-
 } // namespace
 
-StandardFolders &StandardFolders::shared() {
-  return Shared::get();
-}
-
-StandardFolders *StandardFolders::exchangeShared(StandardFolders *replacement) {
-  return Shared::exchange(replacement);
+StandardFolders &StandardFolders::real() {
+  return lastingInstance<HostFolders>();
 }
 
 std::optional<std::string> host::absolutePathInEnvironment(const char *variable) {

@@ -4,6 +4,8 @@
 // Thread-safe. No call makes a folder or checks whether it exists.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -35,11 +37,10 @@ enum SearchPathDomainMask : std::uint64_t {
   AllDomainsMask = 0xffff,
 };
 
-class StandardFolders {
+class StandardFolders : public SharedInstance<StandardFolders> {
 public:
   virtual ~StandardFolders() = default;
-  static StandardFolders &shared();
-  static StandardFolders *exchangeShared(StandardFolders *replacement);
+  static StandardFolders &real();
 
   // The folders of that kind in the given domains, the user's first; empty when
   // the host has none. Without expansion the user's home is written "~".

@@ -4,6 +4,8 @@
 // As thread-safe as the descriptors. Calls return -1 with errno set on failure.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -43,11 +45,10 @@ inline constexpr std::uint32_t VnodeFIFO = 7;
 // 32-bit offset from the reference itself, 32-bit length with the NUL), object
 // type (32 bits), total size (64), I/O block size (32). Only the name, which
 // comes last, is padded, to a multiple of four bytes.
-class BulkAttributes {
+class BulkAttributes : public SharedInstance<BulkAttributes> {
 public:
   virtual ~BulkAttributes() = default;
-  static BulkAttributes &shared();
-  static BulkAttributes *exchangeShared(BulkAttributes *replacement);
+  static BulkAttributes &real();
 
   // Writes one record of the item at the path; does not follow links.
   virtual int getattrlist(const char *path, const AttributeList &list, void *buffer,

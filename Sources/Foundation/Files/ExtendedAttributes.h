@@ -1,6 +1,8 @@
 // The names of an item's extended attributes.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -9,11 +11,10 @@ namespace NS {
 
 inline constexpr int XATTR_NOFOLLOW_OPTION = 1; // does not follow a final link
 
-class ExtendedAttributes {
+class ExtendedAttributes : public SharedInstance<ExtendedAttributes> {
 public:
   virtual ~ExtendedAttributes() = default;
-  static ExtendedAttributes &shared();
-  static ExtendedAttributes *exchangeShared(ExtendedAttributes *replacement);
+  static ExtendedAttributes &real();
 
   // As listxattr: writes the names one after another, each with its NUL, and
   // returns the number of bytes; with a null buffer only returns it. On hosts

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "Foundation/Base/Error.h"
+#include "Foundation/Base/SharedInstance.h"
 
 #include <cstddef>
 #include <optional>
@@ -13,15 +14,14 @@
 
 namespace NS {
 
-class FileContents {
+class FileContents : public SharedInstance<FileContents> {
 public:
   // Larger files read as FileReadTooLargeError; in bytes. A path that holds a
   // NUL byte is an error.
   static constexpr std::size_t sizeLimit = 16u << 20;
 
   virtual ~FileContents() = default;
-  static FileContents &shared();
-  static FileContents *exchangeShared(FileContents *replacement);
+  static FileContents &real();
 
   // The bytes of a regular file; follows links. Never waits on a FIFO and never
   // reads a device.

@@ -2,6 +2,8 @@
 // at all. A class, so that a test can replace flags and times.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -24,11 +26,10 @@ struct FileStatus {
   std::int64_t accessTime = 0;
 };
 
-class FileFlags {
+class FileFlags : public SharedInstance<FileFlags> {
 public:
   virtual ~FileFlags() = default;
-  static FileFlags &shared();
-  static FileFlags *exchangeShared(FileFlags *replacement);
+  static FileFlags &real();
 
   // stat: follows a final link. 0, or -1 with errno set.
   virtual int status(const std::string &path, FileStatus &status) = 0;

@@ -1,6 +1,8 @@
 // Questions to launchd itself, past its command-line tool.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <cstdint>
 #include <string>
 
@@ -9,14 +11,13 @@ namespace NS {
 // The kinds of launchd's replies that callers tell apart.
 enum class LaunchDataType { None, Dictionary, Errno };
 
-class Launchd {
+class Launchd : public SharedInstance<Launchd> {
 public:
   // The request for a job by its label.
   static constexpr const char *GetJobKey = "GetJob";
 
   virtual ~Launchd() = default;
-  static Launchd &shared();
-  static Launchd *exchangeShared(Launchd *replacement);
+  static Launchd &real();
 
   // Sends a dictionary of one entry and returns the kind of the reply: None
   // when no reply came within that many seconds. Blocks until then; any thread

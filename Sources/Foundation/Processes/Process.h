@@ -2,15 +2,16 @@
 // survive it.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <functional>
 
 namespace NS {
 
-class Process {
+class Process : public SharedInstance<Process> {
 public:
   virtual ~Process() = default;
-  static Process &shared();
-  static Process *exchangeShared(Process *replacement);
+  static Process &real();
 
   // Ends the process at once, in the middle of other threads' work. It calls
   // the hooks, then waits for nothing and runs no destructor. Does not return,

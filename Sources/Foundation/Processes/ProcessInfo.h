@@ -1,19 +1,21 @@
 // Facts about the process itself.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <cstdint>
 #include <map>
 #include <string>
 
 namespace NS {
 
-class ProcessInfo {
+class ProcessInfo : public SharedInstance<ProcessInfo> {
 public:
   using Environment = std::map<std::string, std::string, std::less<>>;
 
   virtual ~ProcessInfo() = default;
-  static ProcessInfo &processInfo();
-  static ProcessInfo *exchangeShared(ProcessInfo *replacement);
+  static ProcessInfo &processInfo() { return shared(); }
+  static ProcessInfo &real();
 
   // A copy of the present environment.
   virtual Environment environment() = 0;

@@ -5,6 +5,7 @@
 // about it, even when memory runs out meanwhile.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Descriptors/Pipe.h"
 
 #include <chrono>
@@ -68,11 +69,10 @@ public:
 };
 
 // Makes tasks. Thread-safe.
-class TaskFactory {
+class TaskFactory : public SharedInstance<TaskFactory> {
 public:
   virtual ~TaskFactory() = default;
-  static TaskFactory &shared();
-  static TaskFactory *exchangeShared(TaskFactory *replacement);
+  static TaskFactory &real();
 
   virtual std::shared_ptr<Task> newTask() = 0;
 };

@@ -6,6 +6,7 @@
 
 #include "Foundation/Base/Clock.h"
 #include "Foundation/Base/Object.h"
+#include "Foundation/Base/SharedInstance.h"
 
 #include <cstdint>
 #include <functional>
@@ -51,12 +52,12 @@ template <typename Block> void dispatchOnce(DispatchOnceToken &token, Block &&bl
 }
 
 // Runs blocks on threads of its own, several at a time, in no promised order.
-class DispatchQueue {
+class DispatchQueue : public SharedInstance<DispatchQueue> {
 public:
   virtual ~DispatchQueue() = default;
   // The process's queue for work without a waiting user.
-  static DispatchQueue &backgroundQueue();
-  static DispatchQueue *exchangeShared(DispatchQueue *replacement);
+  static DispatchQueue &backgroundQueue() { return shared(); }
+  static DispatchQueue &real();
 
   // Never blocks. Logs an exception that leaves the block, and stops it there.
   // Raises InternalInconsistencyException, and drops the block, when not even

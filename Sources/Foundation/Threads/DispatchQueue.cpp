@@ -2,7 +2,6 @@
 #include "Foundation/Threads/Dispatch.h"
 
 #include "Foundation/Base/Log.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Threads/Internal/BackgroundPriority.h"
 #include "Foundation/Threads/Internal/WorkerPool.h"
 
@@ -49,16 +48,10 @@ private:
   std::optional<WorkerPool> pool_;
 };
 
-using Shared = SharedInstance<DispatchQueue, BackgroundQueue>;
-
 } // namespace
 
-DispatchQueue &DispatchQueue::backgroundQueue() {
-  return Shared::get();
-}
-
-DispatchQueue *DispatchQueue::exchangeShared(DispatchQueue *replacement) {
-  return Shared::exchange(replacement);
+DispatchQueue &DispatchQueue::real() {
+  return lastingInstance<BackgroundQueue>();
 }
 
 } // namespace NS

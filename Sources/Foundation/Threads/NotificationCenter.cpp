@@ -1,8 +1,6 @@
 // The notification centre: a list of observers, copied for each delivery.
 #include "Foundation/Threads/NotificationCenter.h"
 
-#include "Foundation/Base/SharedInstance.h"
-
 #include <algorithm>
 #include <atomic>
 #include <mutex>
@@ -85,16 +83,10 @@ private:
   std::vector<std::shared_ptr<Observer>> observers_; // in the order of adding
 };
 
-using Shared = SharedInstance<NotificationCenter, Center>;
-
 } // namespace
 
-NotificationCenter &NotificationCenter::defaultCenter() {
-  return Shared::get();
-}
-
-NotificationCenter *NotificationCenter::exchangeShared(NotificationCenter *replacement) {
-  return Shared::exchange(replacement);
+NotificationCenter &NotificationCenter::real() {
+  return lastingInstance<Center>();
 }
 
 std::unique_ptr<NotificationCenter> NotificationCenter::create() {

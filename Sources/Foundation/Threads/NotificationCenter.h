@@ -6,6 +6,7 @@
 #pragma once
 
 #include "Foundation/Base/Object.h"
+#include "Foundation/Base/SharedInstance.h"
 
 #include <functional>
 #include <memory>
@@ -19,11 +20,11 @@ struct Notification {
   std::shared_ptr<Object> object; // the subject; null without one
 };
 
-class NotificationCenter {
+class NotificationCenter : public SharedInstance<NotificationCenter> {
 public:
   virtual ~NotificationCenter() = default;
-  static NotificationCenter &defaultCenter();
-  static NotificationCenter *exchangeShared(NotificationCenter *replacement);
+  static NotificationCenter &defaultCenter() { return shared(); }
+  static NotificationCenter &real();
   // Makes a private centre.
   static std::unique_ptr<NotificationCenter> create();
 

@@ -1,16 +1,17 @@
 // Operations of the current thread.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <string>
 #include <vector>
 
 namespace NS {
 
-class Thread {
+class Thread : public SharedInstance<Thread> {
 public:
   virtual ~Thread() = default;
-  static Thread &shared();
-  static Thread *exchangeShared(Thread *replacement);
+  static Thread &real();
 
   // Seconds; a signal does not cut the sleep short.
   virtual void sleepForTimeInterval(double seconds) = 0;

@@ -9,6 +9,7 @@
 #pragma once
 
 #include "Foundation/Base/Error.h"
+#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Files/URL.h"
 
 #include <cstdint>
@@ -67,12 +68,12 @@ public:
 using PathEnumerator = DirectoryEnumerator<std::string>; // paths relative to the root
 using URLEnumerator = DirectoryEnumerator<URL>;
 
-class FileManager {
+class FileManager : public SharedInstance<FileManager> {
 public:
   virtual ~FileManager() = default;
 
-  static FileManager &defaultManager();
-  static FileManager *exchangeShared(FileManager *replacement);
+  static FileManager &defaultManager() { return shared(); }
+  static FileManager &real();
 
   // Follow a final link: a dangling one does not exist, and is not a folder.
   virtual bool fileExistsAtPath(const std::string &path) = 0;

@@ -1,6 +1,8 @@
 // Removal that overwrites: the platform's removefile call.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <cstdint>
 #include <string>
 
@@ -9,11 +11,10 @@ namespace NS {
 inline constexpr std::uint32_t REMOVEFILE_RECURSIVE_FLAG = 1;
 inline constexpr std::uint32_t REMOVEFILE_SECURE_1_PASS_FLAG = 16;
 
-class SecureRemoval {
+class SecureRemoval : public SharedInstance<SecureRemoval> {
 public:
   virtual ~SecureRemoval() = default;
-  static SecureRemoval &shared();
-  static SecureRemoval *exchangeShared(SecureRemoval *replacement);
+  static SecureRemoval &real();
 
   // Removes the item, and with the recursive flag all items beneath it; without
   // it a folder must be empty. With the one-pass flag it overwrites the data of

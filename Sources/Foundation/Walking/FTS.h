@@ -7,6 +7,8 @@
 // the walk takes every step relative to the folder that holds the item.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -95,11 +97,10 @@ public:
   virtual void close() = 0;
 };
 
-class FTS {
+class FTS : public SharedInstance<FTS> {
 public:
   virtual ~FTS() = default;
-  static FTS &shared();
-  static FTS *exchangeShared(FTS *replacement);
+  static FTS &real();
 
   // Opens a stream over one root, without a comparison function. A root that
   // does not exist is not a failure: it reads as NS. Null with errno set for an

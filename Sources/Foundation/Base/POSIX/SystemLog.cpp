@@ -1,8 +1,6 @@
 // The host's log by the C library.
 #include "Foundation/Base/SystemLog.h"
 
-#include "Foundation/Base/SharedInstance.h"
-
 #include <syslog.h>
 
 namespace NS {
@@ -17,16 +15,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<SystemLog, HostLog>;
-
 } // namespace
 
-SystemLog &SystemLog::shared() {
-  return Shared::get();
-}
-
-SystemLog *SystemLog::exchangeShared(SystemLog *replacement) {
-  return Shared::exchange(replacement);
+SystemLog &SystemLog::real() {
+  return lastingInstance<HostLog>();
 }
 
 } // namespace NS

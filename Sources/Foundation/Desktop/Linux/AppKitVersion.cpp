@@ -1,8 +1,6 @@
 // The release number of a current system.
 #include "Foundation/Desktop/AppKitVersion.h"
 
-#include "Foundation/Base/SharedInstance.h"
-
 namespace NS {
 namespace {
 
@@ -14,16 +12,10 @@ public:
   double number() const override { return currentSystemVersion; }
 };
 
-using Shared = SharedInstance<AppKitVersion, CurrentSystem>;
-
 } // namespace
 
-AppKitVersion &AppKitVersion::shared() {
-  return Shared::get();
-}
-
-AppKitVersion *AppKitVersion::exchangeShared(AppKitVersion *replacement) {
-  return Shared::exchange(replacement);
+AppKitVersion &AppKitVersion::real() {
+  return lastingInstance<CurrentSystem>();
 }
 
 } // namespace NS

@@ -1,8 +1,6 @@
 // This host has neither a registry nor aliases.
 #include "Foundation/Desktop/LaunchServices.h"
 
-#include "Foundation/Base/SharedInstance.h"
-
 namespace NS {
 namespace {
 
@@ -19,25 +17,14 @@ public:
   std::optional<std::string> resolveAliasFile(const std::string &) override { return {}; }
 };
 
-using SharedRegistry = SharedInstance<LaunchServices, NoRegistry>;
-using SharedAliases = SharedInstance<Aliases, NoAliases>;
-
 } // namespace
 
-LaunchServices &LaunchServices::shared() {
-  return SharedRegistry::get();
+LaunchServices &LaunchServices::real() {
+  return lastingInstance<NoRegistry>();
 }
 
-LaunchServices *LaunchServices::exchangeShared(LaunchServices *replacement) {
-  return SharedRegistry::exchange(replacement);
-}
-
-Aliases &Aliases::shared() {
-  return SharedAliases::get();
-}
-
-Aliases *Aliases::exchangeShared(Aliases *replacement) {
-  return SharedAliases::exchange(replacement);
+Aliases &Aliases::real() {
+  return lastingInstance<NoAliases>();
 }
 
 } // namespace NS

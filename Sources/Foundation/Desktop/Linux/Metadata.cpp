@@ -1,8 +1,6 @@
 // This host has no index.
 #include "Foundation/Desktop/Metadata.h"
 
-#include "Foundation/Base/SharedInstance.h"
-
 namespace NS {
 namespace {
 
@@ -13,16 +11,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<MetadataStore, NoIndex>;
-
 } // namespace
 
-MetadataStore &MetadataStore::shared() {
-  return Shared::get();
-}
-
-MetadataStore *MetadataStore::exchangeShared(MetadataStore *replacement) {
-  return Shared::exchange(replacement);
+MetadataStore &MetadataStore::real() {
+  return lastingInstance<NoIndex>();
 }
 
 } // namespace NS

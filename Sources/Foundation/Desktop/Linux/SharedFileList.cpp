@@ -2,7 +2,6 @@
 // autostart folder.
 #include "Foundation/Desktop/SharedFileList.h"
 
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Desktop/Linux/DesktopEntry.h"
 #include "Foundation/Files/FileContents.h"
 #include "Foundation/Text/PathUtilities.h"
@@ -99,16 +98,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<SharedFileLists, HostLists>;
-
 } // namespace
 
-SharedFileLists &SharedFileLists::shared() {
-  return Shared::get();
-}
-
-SharedFileLists *SharedFileLists::exchangeShared(SharedFileLists *replacement) {
-  return Shared::exchange(replacement);
+SharedFileLists &SharedFileLists::real() {
+  return lastingInstance<HostLists>();
 }
 
 } // namespace NS

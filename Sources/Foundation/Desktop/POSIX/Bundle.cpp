@@ -2,7 +2,6 @@
 // its top when it is flat.
 #include "Foundation/Desktop/Bundle.h"
 
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Desktop/Internal/MainBundleFolder.h"
 #include "Foundation/PropertyLists/PropertyList.h"
 #include "Foundation/Text/PathUtilities.h"
@@ -103,16 +102,10 @@ struct MainBundle final : FolderBundle {
   MainBundle() : FolderBundle(mainBundleFolder()) {}
 };
 
-using SharedMain = SharedInstance<Bundle, MainBundle>;
-
 } // namespace
 
-Bundle &Bundle::mainBundle() {
-  return SharedMain::get();
-}
-
-Bundle *Bundle::exchangeShared(Bundle *replacement) {
-  return SharedMain::exchange(replacement);
+Bundle &Bundle::real() {
+  return lastingInstance<MainBundle>();
 }
 
 std::shared_ptr<Bundle> Bundle::bundleWithPath(const std::string &path) {

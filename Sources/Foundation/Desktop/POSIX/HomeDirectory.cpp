@@ -1,7 +1,6 @@
 // The user database by the C library's reentrant calls, and tilde expansion.
 #include "Foundation/Desktop/HomeDirectory.h"
 
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Processes/ProcessInfo.h"
 
 #include <cerrno>
@@ -52,8 +51,6 @@ public:
   }
 };
 
-using Shared = SharedInstance<UserDatabase, HostDatabase>;
-
 std::string withoutTrailingSlashes(std::string path) {
   while (path.size() > 1 && path.back() == '/')
     path.pop_back();
@@ -62,12 +59,8 @@ std::string withoutTrailingSlashes(std::string path) {
 
 } // namespace
 
-UserDatabase &UserDatabase::shared() {
-  return Shared::get();
-}
-
-UserDatabase *UserDatabase::exchangeShared(UserDatabase *replacement) {
-  return Shared::exchange(replacement);
+UserDatabase &UserDatabase::real() {
+  return lastingInstance<HostDatabase>();
 }
 
 std::string homeDirectory() {

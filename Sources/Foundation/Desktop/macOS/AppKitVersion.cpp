@@ -1,8 +1,6 @@
 // The version of the system's AppKit.
 #include "Foundation/Desktop/AppKitVersion.h"
 
-#include "Foundation/Base/SharedInstance.h"
-
 extern "C" const double NSAppKitVersionNumber;
 
 namespace NS {
@@ -13,16 +11,10 @@ public:
   double number() const override { return ::NSAppKitVersionNumber; }
 };
 
-using Shared = SharedInstance<AppKitVersion, PlatformVersion>;
-
 } // namespace
 
-AppKitVersion &AppKitVersion::shared() {
-  return Shared::get();
-}
-
-AppKitVersion *AppKitVersion::exchangeShared(AppKitVersion *replacement) {
-  return Shared::exchange(replacement);
+AppKitVersion &AppKitVersion::real() {
+  return lastingInstance<PlatformVersion>();
 }
 
 } // namespace NS

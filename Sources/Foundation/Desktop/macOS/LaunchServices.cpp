@@ -2,7 +2,6 @@
 // FSResolveAliasFile.
 #include "Foundation/Desktop/LaunchServices.h"
 
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Files/URL.h"
 #include "Foundation/Values/macOS/CoreFoundationValues.h"
 
@@ -69,26 +68,14 @@ private:
   }
 };
 
-using SharedRegistry = SharedInstance<LaunchServices, PlatformRegistry>;
-
-using SharedAliases = SharedInstance<Aliases, PlatformAliases>;
-
 } // namespace
 
-LaunchServices &LaunchServices::shared() {
-  return SharedRegistry::get();
+LaunchServices &LaunchServices::real() {
+  return lastingInstance<PlatformRegistry>();
 }
 
-LaunchServices *LaunchServices::exchangeShared(LaunchServices *replacement) {
-  return SharedRegistry::exchange(replacement);
-}
-
-Aliases &Aliases::shared() {
-  return SharedAliases::get();
-}
-
-Aliases *Aliases::exchangeShared(Aliases *replacement) {
-  return SharedAliases::exchange(replacement);
+Aliases &Aliases::real() {
+  return lastingInstance<PlatformAliases>();
 }
 
 } // namespace NS

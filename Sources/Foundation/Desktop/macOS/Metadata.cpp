@@ -1,7 +1,6 @@
 // What Spotlight knows, by MDItemCreate and MDItemCopyAttribute.
 #include "Foundation/Desktop/Metadata.h"
 
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Values/macOS/CoreFoundationValues.h"
 
 namespace NS {
@@ -33,16 +32,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<MetadataStore, SystemIndex>;
-
 } // namespace
 
-MetadataStore &MetadataStore::shared() {
-  return Shared::get();
-}
-
-MetadataStore *MetadataStore::exchangeShared(MetadataStore *replacement) {
-  return Shared::exchange(replacement);
+MetadataStore &MetadataStore::real() {
+  return lastingInstance<SystemIndex>();
 }
 
 } // namespace NS

@@ -1,7 +1,6 @@
 // The list of login items for all users, by the LSSharedFileList calls.
 #include "Foundation/Desktop/SharedFileList.h"
 
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Values/macOS/CoreFoundationValues.h"
 
 #include <cerrno>
@@ -79,16 +78,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<SharedFileLists, PlatformLists>;
-
 } // namespace
 
-SharedFileLists &SharedFileLists::shared() {
-  return Shared::get();
-}
-
-SharedFileLists *SharedFileLists::exchangeShared(SharedFileLists *replacement) {
-  return Shared::exchange(replacement);
+SharedFileLists &SharedFileLists::real() {
+  return lastingInstance<PlatformLists>();
 }
 
 } // namespace NS

@@ -5,7 +5,6 @@
 
 #include "Foundation/Base/Log.h"
 #include "Foundation/Base/POSIX/Retrying.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Files/Internal/AttributeRecords.h"
 #include "Foundation/Files/POSIX/ItemCalls.h"
 #include "Foundation/Walking/POSIX/FolderCalls.h"
@@ -177,16 +176,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<BulkAttributes, PackedRecords>;
-
 } // namespace
 
-BulkAttributes &BulkAttributes::shared() {
-  return Shared::get();
-}
-
-BulkAttributes *BulkAttributes::exchangeShared(BulkAttributes *replacement) {
-  return Shared::exchange(replacement);
+BulkAttributes &BulkAttributes::real() {
+  return lastingInstance<PackedRecords>();
 }
 
 } // namespace NS

@@ -2,8 +2,6 @@
 // name of theirs may pass for one that the platform knows.
 #include "Foundation/Files/ExtendedAttributes.h"
 
-#include "Foundation/Base/SharedInstance.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <string_view>
@@ -59,16 +57,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<ExtendedAttributes, FileSystem>;
-
 } // namespace
 
-ExtendedAttributes &ExtendedAttributes::shared() {
-  return Shared::get();
-}
-
-ExtendedAttributes *ExtendedAttributes::exchangeShared(ExtendedAttributes *replacement) {
-  return Shared::exchange(replacement);
+ExtendedAttributes &ExtendedAttributes::real() {
+  return lastingInstance<FileSystem>();
 }
 
 } // namespace NS

@@ -2,7 +2,6 @@
 #include "Foundation/Files/FileContents.h"
 
 #include "Foundation/Base/POSIX/Retrying.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 #include "Foundation/Descriptors/POSIX/Descriptor.h"
 #include "Foundation/Files/POSIX/AttributeCopy.h"
@@ -234,16 +233,10 @@ private:
   }
 };
 
-using Shared = SharedInstance<FileContents, RealFileContents>;
-
 } // namespace
 
-FileContents &FileContents::shared() {
-  return Shared::get();
-}
-
-FileContents *FileContents::exchangeShared(FileContents *replacement) {
-  return Shared::exchange(replacement);
+FileContents &FileContents::real() {
+  return lastingInstance<RealFileContents>();
 }
 
 bool isLimitOfThisProcess(const Error &error) {

@@ -3,7 +3,6 @@
 
 #include "Foundation/Base/Log.h"
 #include "Foundation/Base/Progress.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Descriptors/DescriptorBudget.h"
 #include "Foundation/Files/POSIX/ItemCalls.h"
 #include "Foundation/Files/POSIX/ItemLocation.h"
@@ -109,16 +108,10 @@ private:
   }
 };
 
-using Shared = SharedInstance<FileFlags, RealFileFlags>;
-
 } // namespace
 
-FileFlags &FileFlags::shared() {
-  return Shared::get();
-}
-
-FileFlags *FileFlags::exchangeShared(FileFlags *replacement) {
-  return Shared::exchange(replacement);
+FileFlags &FileFlags::real() {
+  return lastingInstance<RealFileFlags>();
 }
 
 } // namespace NS

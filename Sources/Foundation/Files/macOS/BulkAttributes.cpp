@@ -5,7 +5,6 @@
 
 #include "Foundation/Base/Log.h"
 #include "Foundation/Base/POSIX/Retrying.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Files/Internal/AttributeRecords.h"
 
 #include <algorithm>
@@ -175,16 +174,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<BulkAttributes, PlatformAttributes>;
-
 } // namespace
 
-BulkAttributes &BulkAttributes::shared() {
-  return Shared::get();
-}
-
-BulkAttributes *BulkAttributes::exchangeShared(BulkAttributes *replacement) {
-  return Shared::exchange(replacement);
+BulkAttributes &BulkAttributes::real() {
+  return lastingInstance<PlatformAttributes>();
 }
 
 } // namespace NS

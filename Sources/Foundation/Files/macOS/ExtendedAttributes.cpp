@@ -1,7 +1,6 @@
 // The names as the platform gives them.
 #include "Foundation/Files/ExtendedAttributes.h"
 
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Files/macOS/ExtendedAttributeCalls.h"
 
 #include <cerrno>
@@ -22,16 +21,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<ExtendedAttributes, FileSystem>;
-
 } // namespace
 
-ExtendedAttributes &ExtendedAttributes::shared() {
-  return Shared::get();
-}
-
-ExtendedAttributes *ExtendedAttributes::exchangeShared(ExtendedAttributes *replacement) {
-  return Shared::exchange(replacement);
+ExtendedAttributes &ExtendedAttributes::real() {
+  return lastingInstance<FileSystem>();
 }
 
 } // namespace NS

@@ -3,7 +3,6 @@
 #include "Foundation/Processes/Launchd.h"
 
 #include "Foundation/Base/Exception.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Processes/Task.h"
 #include "Foundation/PropertyLists/PropertyList.h"
 #include "Foundation/Text/WordList.h"
@@ -61,16 +60,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<Launchd, LaunchctlQuery>;
-
 } // namespace
 
-Launchd &Launchd::shared() {
-  return Shared::get();
-}
-
-Launchd *Launchd::exchangeShared(Launchd *replacement) {
-  return Shared::exchange(replacement);
+Launchd &Launchd::real() {
+  return lastingInstance<LaunchctlQuery>();
 }
 
 } // namespace NS

@@ -1,8 +1,6 @@
 // The end of this process.
 #include "Foundation/Processes/Process.h"
 
-#include "Foundation/Base/SharedInstance.h"
-
 #include <csignal>
 #include <mutex>
 #include <unistd.h>
@@ -67,16 +65,10 @@ private:
   std::vector<std::function<void()>> hooks_;
 };
 
-using Shared = SharedInstance<Process, ThisProcess>;
-
 } // namespace
 
-Process &Process::shared() {
-  return Shared::get();
-}
-
-Process *Process::exchangeShared(Process *replacement) {
-  return Shared::exchange(replacement);
+Process &Process::real() {
+  return lastingInstance<ThisProcess>();
 }
 
 } // namespace NS

@@ -2,7 +2,6 @@
 #include "Foundation/Processes/ProcessInfo.h"
 
 #include "Foundation/Base/Internal/EnvironmentLock.h"
-#include "Foundation/Base/SharedInstance.h"
 
 #include <pwd.h>
 #include <shared_mutex>
@@ -30,16 +29,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<ProcessInfo, RunningProcess>;
-
 } // namespace
 
-ProcessInfo &ProcessInfo::processInfo() {
-  return Shared::get();
-}
-
-ProcessInfo *ProcessInfo::exchangeShared(ProcessInfo *replacement) {
-  return Shared::exchange(replacement);
+ProcessInfo &ProcessInfo::real() {
+  return lastingInstance<RunningProcess>();
 }
 
 std::uint32_t realUserIdentifier() {

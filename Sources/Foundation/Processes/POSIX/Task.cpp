@@ -3,7 +3,6 @@
 
 #include "Foundation/Base/Exception.h"
 #include "Foundation/Base/POSIX/Retrying.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 #include "Foundation/Processes/POSIX/ChildProcess.h"
 #include "Foundation/Text/PathUtilities.h"
@@ -213,20 +212,14 @@ public:
   std::shared_ptr<Task> newTask() override { return std::make_shared<ProcessTask>(); }
 };
 
-using Shared = SharedInstance<TaskFactory, ProcessTaskFactory>;
-
 } // namespace
 
 std::shared_ptr<Task> Task::create() {
   return TaskFactory::shared().newTask();
 }
 
-TaskFactory &TaskFactory::shared() {
-  return Shared::get();
-}
-
-TaskFactory *TaskFactory::exchangeShared(TaskFactory *replacement) {
-  return Shared::exchange(replacement);
+TaskFactory &TaskFactory::real() {
+  return lastingInstance<ProcessTaskFactory>();
 }
 
 } // namespace NS

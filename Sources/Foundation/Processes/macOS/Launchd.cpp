@@ -1,8 +1,6 @@
 // The job query by launch_msg, launchd's own protocol.
 #include "Foundation/Processes/Launchd.h"
 
-#include "Foundation/Base/SharedInstance.h"
-
 #include <launch.h>
 #include <memory>
 #include <string_view>
@@ -47,16 +45,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<Launchd, LaunchdQuery>;
-
 } // namespace
 
-Launchd &Launchd::shared() {
-  return Shared::get();
-}
-
-Launchd *Launchd::exchangeShared(Launchd *replacement) {
-  return Shared::exchange(replacement);
+Launchd &Launchd::real() {
+  return lastingInstance<LaunchdQuery>();
 }
 
 } // namespace NS

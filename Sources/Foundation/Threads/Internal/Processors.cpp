@@ -1,8 +1,6 @@
 // The processors that the host names, for all that do not replace them.
 #include "Foundation/Threads/Internal/Processors.h"
 
-#include "Foundation/Base/SharedInstance.h"
-
 namespace NS {
 namespace {
 
@@ -11,16 +9,10 @@ public:
   unsigned usable() const override { return host::usableProcessors(); }
 };
 
-using Shared = SharedInstance<Processors, UsableProcessors>;
-
 } // namespace
 
-Processors &Processors::shared() {
-  return Shared::get();
-}
-
-Processors *Processors::exchangeShared(Processors *replacement) {
-  return Shared::exchange(replacement);
+Processors &Processors::real() {
+  return lastingInstance<UsableProcessors>();
 }
 
 } // namespace NS

@@ -4,15 +4,16 @@
 // Thread-safe.
 #pragma once
 
+#include "Foundation/Base/SharedInstance.h"
+
 #include <cstdint>
 
 namespace NS {
 
-class Processors {
+class Processors : public SharedInstance<Processors> {
 public:
   virtual ~Processors() = default;
-  static Processors &shared();
-  static Processors *exchangeShared(Processors *replacement);
+  static Processors &real();
 
   // Those that the calling thread may run on.
   virtual unsigned usable() const = 0;

@@ -1,8 +1,6 @@
 // The current thread by the calls that all hosts share.
 #include "Foundation/Threads/Thread.h"
 
-#include "Foundation/Base/SharedInstance.h"
-
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
@@ -55,16 +53,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<Thread, CurrentThread>;
-
 } // namespace
 
-Thread &Thread::shared() {
-  return Shared::get();
-}
-
-Thread *Thread::exchangeShared(Thread *replacement) {
-  return Shared::exchange(replacement);
+Thread &Thread::real() {
+  return lastingInstance<CurrentThread>();
 }
 
 } // namespace NS

@@ -9,7 +9,6 @@
 
 #include "Foundation/Base/POSIX/Retrying.h"
 #include "Foundation/Base/Progress.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Descriptors/DescriptorBudget.h"
 #include "Foundation/Descriptors/POSIX/Descriptor.h"
 #include "Foundation/Trees/Internal/TreeRemoval.h"
@@ -165,16 +164,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<SecureRemoval, RealSecureRemoval>;
-
 } // namespace
 
-SecureRemoval &SecureRemoval::shared() {
-  return Shared::get();
-}
-
-SecureRemoval *SecureRemoval::exchangeShared(SecureRemoval *replacement) {
-  return Shared::exchange(replacement);
+SecureRemoval &SecureRemoval::real() {
+  return lastingInstance<RealSecureRemoval>();
 }
 
 } // namespace NS

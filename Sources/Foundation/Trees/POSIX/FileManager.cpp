@@ -2,7 +2,6 @@
 // the operations of TreeOperations.h.
 #include "Foundation/Trees/FileManager.h"
 
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Descriptors/DescriptorBudget.h"
 #include "Foundation/Trees/Internal/TreeOperations.h"
 #include "Foundation/Walking/Exhaustion.h"
@@ -90,7 +89,8 @@ Error errorOf(const TreeFailure &failure, FileAccess access) {
                std::make_shared<const Error>(errorFromErrno(errnum)));
 }
 
-bool succeed(const TreeResult &result, ErrorSlot error, FileAccess access = FileAccess::Writing) {
+// Stores the failure, if there is one. True for a success.
+bool finish(const TreeResult &result, ErrorSlot error, FileAccess access = FileAccess::Writing) {
   if (result)
     storeError(error, errorOf(*result, access));
   return !result;
@@ -211,7 +211,7 @@ public:
 
   bool removeItemAtPath(const std::string &path, ErrorSlot error) override {
     WalkShare share;
-    return succeed(removeTree(path), error);
+    return finish(removeTree(path), error);
   }
   bool removeItemAtURL(const URL &url, ErrorSlot error) override {
     return removeItemAtPath(url.path(), error);
@@ -220,7 +220,7 @@ public:
   bool moveItemAtPath(const std::string &srcPath, const std::string &dstPath,
                       ErrorSlot error) override {
     WalkShare share;
-    return succeed(moveTree(srcPath, dstPath), error);
+    return finish(moveTree(srcPath, dstPath), error);
   }
   bool moveItemAtURL(const URL &srcURL, const URL &dstURL, ErrorSlot error) override {
     return moveItemAtPath(srcURL.path(), dstURL.path(), error);
@@ -228,7 +228,7 @@ public:
   bool copyItemAtPath(const std::string &srcPath, const std::string &dstPath,
                       ErrorSlot error) override {
     WalkShare share;
-    return succeed(copyTree(srcPath, dstPath), error, FileAccess::Reading);
+    return finish(copyTree(srcPath, dstPath), error, FileAccess::Reading);
   }
 
   bool createDirectoryAtPath(const std::string &path, bool withIntermediateDirectories,
@@ -251,16 +251,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<FileManager, RealFileManager>;
-
 } // namespace
 
-FileManager &FileManager::defaultManager() {
-  return Shared::get();
-}
-
-FileManager *FileManager::exchangeShared(FileManager *replacement) {
-  return Shared::exchange(replacement);
+FileManager &FileManager::real() {
+  return lastingInstance<RealFileManager>();
 }
 
 } // namespace NS

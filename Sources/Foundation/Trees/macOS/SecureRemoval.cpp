@@ -2,7 +2,6 @@
 #include "Foundation/Trees/SecureRemoval.h"
 
 #include "Foundation/Base/Progress.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Trees/macOS/Platform/RemoveFile.h"
 
 #include <cerrno>
@@ -97,16 +96,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<SecureRemoval, PlatformRemoval>;
-
 } // namespace
 
-SecureRemoval &SecureRemoval::shared() {
-  return Shared::get();
-}
-
-SecureRemoval *SecureRemoval::exchangeShared(SecureRemoval *replacement) {
-  return Shared::exchange(replacement);
+SecureRemoval &SecureRemoval::real() {
+  return lastingInstance<PlatformRemoval>();
 }
 
 } // namespace NS

@@ -1,7 +1,6 @@
 // Which walk serves a caller.
 #include "Foundation/Walking/FTS.h"
 
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Threads/Internal/Processors.h"
 #include "Foundation/Walking/POSIX/HierarchyStream.h"
 
@@ -34,16 +33,10 @@ public:
   }
 };
 
-using Shared = SharedInstance<FTS, FileHierarchies>;
-
 } // namespace
 
-FTS &FTS::shared() {
-  return Shared::get();
-}
-
-FTS *FTS::exchangeShared(FTS *replacement) {
-  return Shared::exchange(replacement);
+FTS &FTS::real() {
+  return lastingInstance<FileHierarchies>();
 }
 
 } // namespace NS

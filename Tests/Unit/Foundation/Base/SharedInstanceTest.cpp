@@ -9,11 +9,10 @@
 
 namespace {
 
-class Seam {
+class Seam : public NS::SharedInstance<Seam> {
 public:
   virtual ~Seam() = default;
-  static Seam &shared();
-  static Seam *exchangeShared(Seam *replacement);
+  static Seam &real();
 };
 
 int made = 0;
@@ -24,14 +23,8 @@ public:
   ~Real() override { ::_exit(1); }
 };
 
-using Shared = NS::SharedInstance<Seam, Real>;
-
-Seam &Seam::shared() {
-  return Shared::get();
-}
-
-Seam *Seam::exchangeShared(Seam *replacement) {
-  return Shared::exchange(replacement);
+Seam &Seam::real() {
+  return NS::lastingInstance<Real>();
 }
 
 TEST(SharedInstance, isMadeOnceAndOnlyWhenItIsNeeded) {
