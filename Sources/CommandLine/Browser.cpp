@@ -43,13 +43,13 @@ const char *nameOf(BrowserList::Order order) {
 
 // --- measuring
 
-bool Browser::wantsToStop() {
+bool Browser::lookForStop() {
   isStopWished_ = isStopWished_ || session_.isStopped() || isStopKey(screen_.key(0ms));
   return isStopWished_;
 }
 
 // Not more often than an eye can see.
-bool Browser::isDue() {
+bool Browser::takeTurnToShow() {
   auto now = session_.now();
   if (now - lastShown_ < 100ms)
     return false;
@@ -75,7 +75,7 @@ std::optional<std::uint64_t> Browser::measureByAgent(const std::string &path) {
   try {
     auto request = session_.agent().sizeOfItemAtPathAsync(path, {});
     while (!request.waitFor(50ms))
-      if (wantsToStop())
+      if (lookForStop())
         request.cancel();
     SizeReply reply = request.get();
     return reply.error ? std::nullopt : std::optional(reply.allocatedBytes);
@@ -88,10 +88,10 @@ std::optional<std::uint64_t> Browser::measureByAgent(const std::string &path) {
 std::optional<MeasuredTree> Browser::measure(const std::string &path) {
   auto beyond = [this](const std::string &each) { return measureByAgent(each); };
   TreeMeasurer measurer({}, beyond, [this](const RequestProgress &progress) {
-    if (!isDue())
+    if (!takeTurnToShow())
       return true;
     showMeasuring(progress);
-    return !wantsToStop();
+    return !lookForStop();
   });
   return measurer.measure(path);
 }
@@ -189,9 +189,9 @@ std::optional<RemovalSum> Browser::planned(const std::vector<std::string> &paths
   RemovalPlanner planner(
       nothing, [this](const std::string &path) { return measureByAgent(path); },
       [this](const RequestProgress &progress) {
-        if (isDue())
+        if (takeTurnToShow())
           drawStatus(advanceInWords("Counting, q stops", progress, std::nullopt));
-        return !wantsToStop();
+        return !lookForStop();
       });
   RemovalSum sum;
   for (const std::string &path : paths)
@@ -222,7 +222,7 @@ template <typename Reply>
 Told Browser::awaited(const Request<Reply> &request, AgentAdvance &advance) {
   AdvanceRate rate;
   while (!request.waitFor(50ms)) {
-    if (wantsToStop())
+    if (lookForStop())
       request.cancel();
     if (auto progress = advance.take())
       drawStatus(advanceInWords("q stops", *progress, rate.of(*progress, session_.now())));

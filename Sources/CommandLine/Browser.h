@@ -40,8 +40,8 @@ private:
   std::optional<MeasuredTree> measure(const std::string &path);
   std::optional<std::uint64_t> measureByAgent(const std::string &path);
   void showMeasuring(const RequestProgress &progress);
-  bool wantsToStop();
-  bool isDue();
+  bool lookForStop();
+  bool takeTurnToShow();
 
   void run();
   bool handle(char32_t key); // returns whether to go on

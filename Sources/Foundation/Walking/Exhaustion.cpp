@@ -12,7 +12,7 @@ constexpr unsigned mostWaits = 10;
 
 } // namespace
 
-bool Patience::outlasts(int errnum) {
+bool Patience::waitOut(int errnum) {
   if (!isExhaustion(errnum) || waits_ == mostWaits || Progress::current().isCancelled())
     return false;
   Thread::shared().sleepForTimeInterval(firstWait * static_cast<double>(1u << waits_++));

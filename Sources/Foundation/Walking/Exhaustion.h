@@ -16,7 +16,7 @@ public:
   // Waits a while, longer each time, ten seconds in all. Returns false at once
   // after these, when the current request was cancelled, and for an errno value
   // of another cause.
-  bool outlasts(int errnum);
+  bool waitOut(int errnum);
 
 private:
   unsigned waits_ = 0;

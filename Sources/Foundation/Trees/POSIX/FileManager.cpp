@@ -31,7 +31,7 @@ bool statusOf(const std::string &path, struct stat &status) {
   int result = 0;
   do
     result = ::stat(path.c_str(), &status);
-  while (result != 0 && patience.outlasts(errno));
+  while (result != 0 && patience.waitOut(errno));
   return result == 0;
 }
 

@@ -79,7 +79,7 @@ long FolderChain::list(Link &link, std::size_t size) {
   long count = -1;
   do
     count = foldercalls::list(link.descriptor.get(), records_.at(link.base), size);
-  while (count < 0 && patience_.outlasts(errno));
+  while (count < 0 && patience_.waitOut(errno));
   return count;
 }
 

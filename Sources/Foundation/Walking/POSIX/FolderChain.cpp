@@ -121,7 +121,7 @@ Descriptor FolderChain::openWithin(int folder, const char *name) {
     if (opened || !isExhaustion(errno))
       return opened;
     int errnum = errno;
-    if (!(relieve_ && relieve_()) && !closeUppermost() && !patience_.outlasts(errnum)) {
+    if (!(relieve_ && relieve_()) && !closeUppermost() && !patience_.waitOut(errnum)) {
       errno = errnum;
       return {};
     }

@@ -130,8 +130,6 @@ public:
   // Called when no descriptor is left. True when it released any.
   using Reliever = std::function<bool()>;
   void setReliever(Reliever reliever) { relieve_ = std::move(reliever); }
-  // Tells whether to repeat a failed call, after a while.
-  bool mayTryAgain(int errnum) { return patience_.outlasts(errnum); }
 
 private:
   struct Link {

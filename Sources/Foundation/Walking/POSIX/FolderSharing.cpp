@@ -36,7 +36,8 @@ FolderSharing::FolderSharing() : work_(Processors::shared().usable()) {}
 bool FolderSharing::share(const FolderChain &original, const FolderChain *copy,
                           const std::string &rootPath, const FolderWork &work) {
   const std::size_t depth = original.depth();
-  if (depth > sharedLevels || ++folders_ <= foldersWithoutCrew || !mayHold() || !work_.hasRoom())
+  if (depth > sharedLevels || ++folders_ <= foldersWithoutCrew || !takeDescriptors() ||
+      !work_.hasRoom())
     return false;
   std::shared_ptr<SharedFolder> &portion = portions_[depth - 1];
   if (!portion)
@@ -54,8 +55,8 @@ void FolderSharing::finish(std::size_t depth) {
   portions_[depth - 1].reset();
 }
 
-// Tells whether there are descriptors for the walks of the crew.
-bool FolderSharing::mayHold() {
+// Asks once for the descriptors of the walks of the crew. Tells whether it has them.
+bool FolderSharing::takeDescriptors() {
   if (!std::exchange(hasAsked_, true))
     descriptors_ = DescriptorBudget::ofWalks().takeSpare(DescriptorBudget::sharesForHelpers);
   return static_cast<bool>(descriptors_);

@@ -66,7 +66,7 @@ public:
 private:
   static constexpr std::size_t sharedLevels = 8;
 
-  bool mayHold();
+  bool takeDescriptors();
   void deal(const SharedFolder &above, const FolderWork &work, HelperPlace &place);
 
   std::atomic<bool> failed_{false};
