@@ -54,11 +54,11 @@ def settled(place, path, *words):
     """The size told by the command and the size by the same rule here. The disk
     may give out blocks in between, so both are asked for until the disk rests."""
     for _ in range(5):
-        os.sync()
         before = allocated_as_the_agent_counts(path)
         told = place.done("size", *words, path)["bytes"]
         if allocated_as_the_agent_counts(path) == before:
             return told, before
+        os.sync()
     raise NotApplicable("the disk does not come to rest")
 
 
@@ -136,12 +136,12 @@ def bulk_and_logical_sizes_are_lengths_in_whole_io_blocks(place):
 def sizes_counted_once_are_those_of_du(place):
     tree = make_tree(place)
     for _ in range(5):
-        os.sync()
         before = _kilobytes_by_du(tree)
         told = place.done("size", "--once", tree)["bytes"]
         if _kilobytes_by_du(tree) == before:
             expect(-(-told // 1024), before, "size by --once, in KB")
             return
+        os.sync()
     raise NotApplicable("the disk does not come to rest")
 
 
