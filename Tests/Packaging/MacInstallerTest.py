@@ -162,14 +162,6 @@ class MacInstallerTest(unittest.TestCase):
         self.assertEqual([call[0] for call in self.calls()],
                          ["codesign", "codesign", "pkgbuild", "productbuild"])
 
-    def test_the_agent_that_was_linked_for_macos_is_laid_out(self):
-        self.programs = f"{harness.build_folder}/macos"
-        if not os.path.exists(f"{self.programs}/keepwell-agent"):
-            self.skipTest("no agent for macOS: Scripts/macos makes it")
-        alone = [] if os.path.exists(f"{self.programs}/keepwell") else ["--agent-alone"]
-        done = self.lay_out(*alone)
-        self.assertEqual((done.returncode, done.stderr), (0, ""))
-
     # The steps.
     def stand_ins(self, script=""):
         """Programs of these names that record how they are called."""
