@@ -31,18 +31,18 @@ std::string echo(sd_bus *bus, const Target &target, const std::string &text) {
   check(sd_bus_call_method(bus, target.name.c_str(), target.path.c_str(), target.interface.c_str(),
                            "Echo", nullptr, &reply, "s", text.c_str()));
   const char *answer = nullptr;
-  const int result = sd_bus_message_read(reply, "s", &answer);
+  int result = sd_bus_message_read(reply, "s", &answer);
   std::string copy = result < 0 ? "" : answer;
   sd_bus_message_unref(reply);
   return copy;
 }
 
 std::int64_t medianOf(sd_bus *bus, const Target &target, std::size_t calls) {
-  const std::string question = "Is anybody there?";
+  std::string question = "Is anybody there?";
   std::vector<std::int64_t> durations(calls);
   for (std::int64_t &duration : durations) {
     auto start = std::chrono::steady_clock::now();
-    const std::string text = echo(bus, target, question);
+    std::string text = echo(bus, target, question);
     duration = (std::chrono::steady_clock::now() - start).count();
     if (text != question)
       throw std::runtime_error("the echo was another text: " + text);
@@ -59,9 +59,9 @@ int main(int argc, char **argv) {
     std::cerr << "usage: echo-latency BUS-ADDRESS EMPTY-NAME ROUNDS CALLS\n";
     return 2;
   }
-  const Target ours{"org.keepwell.pro.agent", "/org/keepwell/pro/agent",
-                    "org.keepwell.KWPrivilegedOperation"};
-  const Target theirs{argv[2], "/empty", "org.keepwell.Empty"};
+  Target ours{"org.keepwell.pro.agent", "/org/keepwell/pro/agent",
+              "org.keepwell.KWPrivilegedOperation"};
+  Target theirs{argv[2], "/empty", "org.keepwell.Empty"};
   std::size_t rounds = std::stoull(argv[3]);
   std::size_t calls = std::stoull(argv[4]);
   try {

@@ -10,7 +10,7 @@ namespace {
 
 int echo(sd_bus_message *call, void *, sd_bus_error *) {
   const char *text = nullptr;
-  const int result = sd_bus_message_read(call, "s", &text);
+  int result = sd_bus_message_read(call, "s", &text);
   return result < 0 ? result : sd_bus_reply_method_return(call, "s(sxa{sv})", text, "", 0LL, 0);
 }
 
@@ -42,7 +42,7 @@ int main(int argc, char **argv) {
     return 2;
   }
   sd_bus *bus = nullptr;
-  const bool served = sd_bus_new(&bus) >= 0 && serve(bus, argv[1], argv[2]);
+  bool served = sd_bus_new(&bus) >= 0 && serve(bus, argv[1], argv[2]);
   sd_bus_unref(bus);
   return served ? 0 : 1;
 }

@@ -106,7 +106,7 @@ XPCMethod describe(const char *selector, const char *member, const Names &names,
                    Method<Parameters...> method, const Names &replyNames) {
   constexpr std::size_t count = sizeof...(Parameters) - 1;
   using Reply = std::remove_cvref_t<std::tuple_element_t<count, std::tuple<Parameters...>>>;
-  const std::make_index_sequence<count> arguments;
+  std::make_index_sequence<count> arguments;
   return {.selector = selector,
           .member = member,
           .arguments = named(names, argumentKinds(method, arguments)),

@@ -22,27 +22,26 @@ void KWPriviligedOperations::echo(const std::optional<std::string> &text, KWEcho
 }
 
 void KWPriviligedOperations::fileExistsAtPath(const std::string &path, KWFlagReply reply) {
-  const bool exists = NS::FileManager::defaultManager().fileExistsAtPath(path);
+  bool exists = NS::FileManager::defaultManager().fileExistsAtPath(path);
   answer(reply, exists);
 }
 
 void KWPriviligedOperations::moveItemAtPath(const std::string &srcPath, const std::string &dstPath,
                                             KWFlagReply reply) {
   std::optional<NS::Error> error;
-  const bool moved =
-      advancedMoveItemAtPath(NS::FileManager::defaultManager(), srcPath, dstPath, &error);
+  bool moved = advancedMoveItemAtPath(NS::FileManager::defaultManager(), srcPath, dstPath, &error);
   answer(reply, moved, error);
 }
 
 void KWPriviligedOperations::removeItemAtPath(const std::string &path, KWFlagReply reply) {
   std::optional<NS::Error> error;
-  const bool removed = removeFileAtPath(NS::FileManager::defaultManager(), path, &error);
+  bool removed = removeFileAtPath(NS::FileManager::defaultManager(), path, &error);
   answer(reply, removed, error);
 }
 
 void KWPriviligedOperations::securelyRemoveItemAtPath(const std::string &path, KWFlagReply reply) {
   std::optional<NS::Error> error;
-  const bool removed = securelyRemoveFileAtPath(NS::FileManager::defaultManager(), path, &error);
+  bool removed = securelyRemoveFileAtPath(NS::FileManager::defaultManager(), path, &error);
   // Clients get no error of a shredding, unless they cancelled it themselves.
   if (error && error->code() != NS::UserCancelledError)
     error.reset();
@@ -51,20 +50,20 @@ void KWPriviligedOperations::securelyRemoveItemAtPath(const std::string &path, K
 
 void KWPriviligedOperations::moveToTrashItemAtPath(const std::string &path, KWFlagReply reply) {
   std::optional<NS::Error> error;
-  const bool moved =
+  bool moved =
       advancedMoveItemAtPath(NS::FileManager::defaultManager(), path, std::nullopt, &error);
   // Inverted, as clients have always read it: true means failure.
   answer(reply, !moved, error);
 }
 
 void KWPriviligedOperations::truncateFileAtPath(const std::string &path, KWFlagReply reply) {
-  const bool truncated = kw::truncateFileAtPath(NS::FileManager::defaultManager(), path);
+  bool truncated = kw::truncateFileAtPath(NS::FileManager::defaultManager(), path);
   answer(reply, truncated);
 }
 
 void KWPriviligedOperations::sizeOfItemAtPath(const std::string &path, KWSizeReply reply) {
   std::optional<NS::Error> error;
-  const std::uint64_t size = RVFileSizer::shared().wholeItemSizeAtPath(path, &error);
+  std::uint64_t size = RVFileSizer::shared().wholeItemSizeAtPath(path, &error);
   // A client must not take a part of the size for the whole.
   reply(error ? 0 : static_cast<std::int64_t>(size), error);
 }

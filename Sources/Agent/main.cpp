@@ -51,7 +51,7 @@ struct Options {
 std::optional<Options> parse(int count, char **arguments) {
   Options options;
   for (int index = 1; index < count; ++index) {
-    const std::string_view argument = arguments[index];
+    std::string_view argument = arguments[index];
     if (argument == "--help")
       options.help = true;
     else if (argument == "--version")
@@ -84,7 +84,7 @@ int serve(const std::string &bus) {
 } // namespace
 
 int main(int argc, char **argv) {
-  const auto options = parse(argc, argv);
+  auto options = parse(argc, argv);
   if (!options) {
     std::fputs(usage, stderr);
     return 2;

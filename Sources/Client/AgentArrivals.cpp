@@ -31,7 +31,7 @@ void AgentArrivals::wait(AgentConnection::Receiver &receiver,
   std::deque<Arrival> arrived;
   {
     std::unique_lock lock(mutex_);
-    const auto mayReturn = [this] { return isAwake_ || ended_ || !arrived_.empty(); };
+    auto mayReturn = [this] { return isAwake_ || ended_ || !arrived_.empty(); };
     if (until)
       changed_.wait_until(lock, *until, mayReturn);
     else

@@ -182,7 +182,7 @@ void AgentBus::tell(const char *setting) {
 void AgentBus::watchAgent() {
   if (watchesAgent_)
     return;
-  const std::string name(kAgentServiceName);
+  std::string name(kAgentServiceName);
   BusMessage match = callToBus(
       "AddMatch", "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
                   "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
@@ -212,7 +212,7 @@ void AgentBus::cancel(Number number) {
 // A request without a call has been answered.
 void AgentBus::sendCancels() {
   for (; !toCancel_.empty() && cancelsSent_ < mostCancelsSent; toCancel_.pop_front()) {
-    const Number number = toCancel_.front();
+    Number number = toCancel_.front();
     auto found = std::find_if(awaited_.begin(), awaited_.end(), [number](const auto &each) {
       return each.second.purpose == Purpose::Request && each.second.number == number;
     });
@@ -281,7 +281,7 @@ void AgentBus::handleAnswer(BusMessage &answer) {
   if (!node)
     return;
   const Awaited &awaited = node.mapped();
-  const bool hasFailed = answer.kind() == BusMessage::Kind::Failure;
+  bool hasFailed = answer.kind() == BusMessage::Kind::Failure;
   switch (awaited.purpose) {
   case Purpose::Request:
     return handleReply(awaited, answer);
@@ -311,7 +311,7 @@ void AgentBus::handleCancel(Number number, BusMessage &answer) {
 }
 
 void AgentBus::handleReply(const Awaited &awaited, BusMessage &answer) {
-  const bool hasFailed = answer.kind() == BusMessage::Kind::Failure;
+  bool hasFailed = answer.kind() == BusMessage::Kind::Failure;
   if (awaited.mayEndAgent) {
     auto last = lastRequests_.find(awaited.number);
     if (hasFailed ? meansInterrupted(answer.errorName()) : awaited.kinds.empty()) {
@@ -321,7 +321,7 @@ void AgentBus::handleReply(const Awaited &awaited, BusMessage &answer) {
     lastRequests_.erase(last);
   }
   if (hasFailed) {
-    const bool hasText = answer.signature().starts_with("s");
+    bool hasText = answer.signature().starts_with("s");
     return receiver_->failed(
         awaited.number,
         errorOfReply(answer.errorName(), hasText ? std::string(answer.readText()) : std::string()));
@@ -330,7 +330,7 @@ void AgentBus::handleReply(const Awaited &awaited, BusMessage &answer) {
   try {
     values = NS::readValues(answer, awaited.kinds);
   } catch (const BusError &error) {
-    const ClientError misread(Kind::BadReply, error.name(), "the agent's reply is not understood");
+    ClientError misread(Kind::BadReply, error.name(), "the agent's reply is not understood");
     return receiver_->failed(awaited.number, misread);
   }
   receiver_->received(awaited.number, std::move(values));
@@ -339,8 +339,8 @@ void AgentBus::handleReply(const Awaited &awaited, BusMessage &answer) {
 // Any connection of the bus may send a signal here. Only those of the bus and
 // of the owner of the agent's name count.
 void AgentBus::handleSignal(BusMessage &signal) {
-  const bool isOfAgent = !owner_.empty() && signal.sender() == owner_;
-  const std::string_view interface = signal.interface(), member = signal.member();
+  bool isOfAgent = !owner_.empty() && signal.sender() == owner_;
+  std::string_view interface = signal.interface(), member = signal.member();
   try {
     if (interface == BusConnection::busInterface && member == "NameOwnerChanged" &&
         signal.sender() == BusConnection::busName) {
@@ -381,7 +381,7 @@ void AgentBus::agentIs(std::string owner) {
 void AgentBus::settleLastRequests() {
   for (auto it = lastRequests_.begin(); it != lastRequests_.end();) {
     Number number = it->first;
-    const bool isOver = it->second.isAnswered && it->second.nameIsLost;
+    bool isOver = it->second.isAnswered && it->second.nameIsLost;
     it = isOver ? lastRequests_.erase(it) : std::next(it);
     if (isOver)
       receiver_->received(number, {});

@@ -25,7 +25,7 @@ std::string textOf(const NS::Error &error) {
 }
 
 ClientError clientError(NSError *error) {
-  const NS::XPCValue value = NS::errorValue(error);
+  NS::XPCValue value = NS::errorValue(error);
   const auto *held = std::get_if<NS::Error>(&value);
   return held ? errorOfTransport(held->code(), textOf(*held)) : errorOfTransport(0, "");
 }
@@ -98,8 +98,8 @@ AgentXPC::~AgentXPC() {
 }
 
 void AgentXPC::watchItsEnd() {
-  const auto arrivals = arrivals_;
-  const auto messages = messages_;
+  auto arrivals = arrivals_;
+  auto messages = messages_;
   // The next message would start another agent.
   [connection_.get() setInterruptionHandler:^{
     arrivals->add([messages](Receiver &receiver) { agentEnded(*messages, receiver); });
@@ -128,16 +128,16 @@ void AgentXPC::agentEnded(Messages &messages, Receiver &receiver) {
   for (const auto &[number, sent] : messages)
     if (sent.mayEndAgent)
       last.insert(number);
-  const ClientError ended = errorOfTransport(TransportInterruptedError, "the agent has ended");
+  ClientError ended = errorOfTransport(TransportInterruptedError, "the agent has ended");
   for (Number number : last)
     settle(messages, number, receiver, ended);
 }
 
 id<KWPrivilegedOperation> AgentXPC::agent(Number number) {
-  const auto arrivals = arrivals_;
-  const auto messages = messages_;
+  auto arrivals = arrivals_;
+  auto messages = messages_;
   return [connection_.get() remoteObjectProxyWithErrorHandler:^(NSError *error) {
-    const ClientError failure = clientError(error);
+    ClientError failure = clientError(error);
     arrivals->add([messages, number, failure](Receiver &receiver) {
       settle(*messages, number, receiver, failure);
     });
@@ -152,7 +152,7 @@ void AgentXPC::send(Number number, const AgentMessage &message) {
     NSProgress *progress = [NSProgress discreteProgressWithTotalUnitCount:1];
     messages_->emplace(number, Sent{NS::Retained<NSProgress *>(progress), message.mayEndAgent});
     [progress becomeCurrentWithPendingUnitCount:1];
-    const bool isSent = NS::sendRequest(
+    bool isSent = NS::sendRequest(
         agent(number), message.member, message.arguments,
         [arrivals = arrivals_, messages = messages_, number](const NS::XPCValues &values) {
           arrivals->add([messages, number, values](Receiver &receiver) {

@@ -43,7 +43,7 @@ bool meansInterrupted(std::string_view name) {
 
 ClientError errorOfReply(std::string_view name, const std::string &text) {
   using Kind = ClientError::Kind;
-  const std::string held(name);
+  std::string held(name);
   if (meansInterrupted(name))
     return {Kind::Interrupted, held, text};
   if (meansUnreachable(name))

@@ -284,7 +284,7 @@ void RequestEngine::sendWhatMay() {
 // False when nothing more may be sent now. A callback may have cancelled the
 // request since work was last taken.
 bool RequestEngine::sendNext(Entries::iterator next) {
-  const Number number = next->first;
+  Number number = next->first;
   const Entry &entry = next->second;
   if (isGivenUp(number, entry)) {
     remove(number)->fail(endings_.cancelled);
@@ -311,7 +311,7 @@ bool RequestEngine::sendNext(Entries::iterator next) {
 
 // Without a connection it is sent over another, once.
 void RequestEngine::failedToSend(Number number, const ClientError &error) {
-  const bool isAtFault = error.kind() == Kind::BadArgument;
+  bool isAtFault = error.kind() == Kind::BadArgument;
   if (isAtFault || std::exchange(entries_.at(number).wasTried, true))
     remove(number)->fail(error);
   if (!isAtFault)
@@ -381,7 +381,7 @@ std::shared_ptr<PendingRequest> RequestEngine::remove(Number number) {
 
 void RequestEngine::expire() {
   while (!deadlines_.empty() && deadlines_.begin()->first <= Clock::now()) {
-    const Number number = deadlines_.begin()->second;
+    Number number = deadlines_.begin()->second;
     deadlines_.erase(deadlines_.begin());
     forget(number, endings_.expired, endings_.expiredLate);
   }
@@ -435,8 +435,8 @@ void RequestEngine::endAll() {
 
 void RequestEngine::received(Number number, NS::XPCValues values) {
   auto found = entries_.find(number);
-  const bool isCancelled = found != entries_.end() && found->second.isCancelled;
-  const bool isStopping = isCancelled && found->second.isStopping;
+  bool isCancelled = found != entries_.end() && found->second.isCancelled;
+  bool isStopping = isCancelled && found->second.isStopping;
   auto request = remove(number);
   if (!request)
     return;

@@ -65,14 +65,14 @@ struct Recording {
   const XPCSuccess succeeded;
   const MonotonicTime begun;
   const XPCReply reply;
-  const std::thread::id thread = std::this_thread::get_id();
+  std::thread::id thread = std::this_thread::get_id();
 
   bool isOfThisThread() const { return thread == std::this_thread::get_id(); }
   RequestRecord with(const char *outcome, std::string reason = {}) const {
     RequestRecord made = record;
     made.outcome = outcome;
     made.reason = std::move(reason);
-    const auto took = Clock::shared().monotonicTime().sinceStart - begun.sinceStart;
+    auto took = Clock::shared().monotonicTime().sinceStart - begun.sinceStart;
     made.took = std::chrono::duration_cast<std::chrono::microseconds>(took);
     return made;
   }
@@ -180,7 +180,7 @@ void finish(const Recording &request, XPCOutcome outcome) noexcept {
     request.reply.send(std::move(outcome.values));
   else
     request.reply.fail(std::move(outcome.reason));
-  if (const auto record = underWay().takeToWrite(request))
+  if (auto record = underWay().takeToWrite(request))
     writeOrTell(*record);
   underWay().hasWritten();
 }

@@ -16,8 +16,8 @@ constexpr std::size_t nameOffset = 21;
 
 // Returns the length of the record.
 std::size_t write(char *place, const dirent64 &entry, const char *name) {
-  const auto nameLength = static_cast<std::uint16_t>(std::strlen(name));
-  const auto length = static_cast<std::uint16_t>((nameOffset + nameLength + 1 + 7) / 8 * 8);
+  auto nameLength = static_cast<std::uint16_t>(std::strlen(name));
+  auto length = static_cast<std::uint16_t>((nameOffset + nameLength + 1 + 7) / 8 * 8);
   std::memset(place, 0, length);
   std::memcpy(place, &entry.d_ino, 8);
   std::memcpy(place + 8, &entry.d_off, 8);

@@ -94,9 +94,9 @@ int fchflags(int item, unsigned flags) {
   }
   if (::ioctl(item, FS_IOC_GETFLAGS, &inodeFlags) != 0)
     return flags == 0 ? 0 : -1; // the volume has no flags
-  const int wanted = (inodeFlags & ~(FS_IMMUTABLE_FL | FS_APPEND_FL)) |
-                     (flags & immutableFlags ? FS_IMMUTABLE_FL : 0) |
-                     (flags & appendFlags ? FS_APPEND_FL : 0);
+  int wanted = (inodeFlags & ~(FS_IMMUTABLE_FL | FS_APPEND_FL)) |
+               (flags & immutableFlags ? FS_IMMUTABLE_FL : 0) |
+               (flags & appendFlags ? FS_APPEND_FL : 0);
   return wanted == inodeFlags ? 0 : ::ioctl(item, FS_IOC_SETFLAGS, &wanted);
 }
 

@@ -208,7 +208,7 @@ CFTypeID CFStringGetTypeID(void) {
 }
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8 *bytes, CFIndex count,
                                     CFStringEncoding encoding, Boolean) {
-  const std::string text(reinterpret_cast<const char *>(bytes), static_cast<std::size_t>(count));
+  std::string text(reinterpret_cast<const char *>(bytes), static_cast<std::size_t>(count));
   std::string withoutNUL = text; // which GLib refuses and the platform takes
   std::replace(withoutNUL.begin(), withoutNUL.end(), '\0', '0');
   if (encoding != kCFStringEncodingUTF8 ||
@@ -225,7 +225,7 @@ CFIndex CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding, UI
   const PlatformObject &object = objectOf(string);
   EXPECT_EQ(range.location, 0);
   EXPECT_EQ(range.length, codeUnits(object.text));
-  const auto needed = static_cast<CFIndex>(object.text.size());
+  auto needed = static_cast<CFIndex>(object.text.size());
   if (usedBytes)
     *usedBytes = needed;
   if (buffer && size >= needed)
@@ -242,7 +242,7 @@ CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef, const UInt8 *pa
 CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef path, CFURLPathStyle style,
                                        Boolean isDirectory) {
   EXPECT_EQ(style, kCFURLPOSIXPathStyle);
-  const std::string text = objectOf(path).text;
+  std::string text = objectOf(path).text;
   return text.empty() ? nullptr : as<CFURLRef>(urlObject(text, isDirectory));
 }
 CFStringRef CFURLCopyFileSystemPath(CFURLRef url, CFURLPathStyle style) {
@@ -253,7 +253,7 @@ Boolean CFURLHasDirectoryPath(CFURLRef url) {
   return objectOf(url).flag;
 }
 Boolean CFURLCopyResourcePropertyForKey(CFURLRef url, CFStringRef key, void *value, CFErrorRef *) {
-  const std::string item = keyOf(objectOf(url));
+  std::string item = keyOf(objectOf(url));
   if (!services().resources.contains(item))
     return false;
   const PlatformValue *found = find(services().resources, item, objectOf(key).text);
@@ -262,12 +262,12 @@ Boolean CFURLCopyResourcePropertyForKey(CFURLRef url, CFStringRef key, void *val
 }
 
 Boolean CFURLGetFSRef(CFURLRef url, FSRef *ref) {
-  const std::string path = objectOf(url).text;
+  std::string path = objectOf(url).text;
   *ref = referenceTo(path);
   return services().aliasFiles.contains(path);
 }
 CFURLRef CFURLCreateFromFSRef(CFAllocatorRef, const FSRef *ref) {
-  const std::string path = pathOf(*ref);
+  std::string path = pathOf(*ref);
   return path.empty() ? nullptr : as<CFURLRef>(urlObject(path, false));
 }
 OSErr FSResolveAliasFile(FSRef *ref, Boolean resolveAliasChains, Boolean *targetIsFolder,

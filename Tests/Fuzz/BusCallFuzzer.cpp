@@ -102,23 +102,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   std::string_view text = kwtest::fuzzText(data, size);
   if (text.size() < 2)
     return 0;
-  const auto byte = [&](std::size_t index) { return static_cast<std::uint8_t>(text[index]); };
-  const Other member = chosen(byte(0), (byte(1) & 4) != 0);
-  const bool expectsReply = (byte(1) & 1) == 0;
-  const bool isOwnSignature = (byte(1) & 2) == 0;
+  auto byte = [&](std::size_t index) { return static_cast<std::uint8_t>(text[index]); };
+  Other member = chosen(byte(0), (byte(1) & 4) != 0);
+  bool expectsReply = (byte(1) & 1) == 0;
+  bool isOwnSignature = (byte(1) & 2) == 0;
   text.remove_prefix(2);
   std::string_view signature = member.signature;
   if (!isOwnSignature && !text.empty()) {
-    const std::size_t length = byte(0);
+    std::size_t length = byte(0);
     text.remove_prefix(1);
     signature = text.substr(0, length);
     text.remove_prefix(signature.size());
   }
   kwtest::FakeBus &bus = listenedBus();
-  const auto serial = bus.call(path, member.interface, member.member, signature, text,
-                               expectsReply ? 0 : kwtest::FakeBus::noReplyExpected);
-  const auto next = bus.call(path, interfaceName, "Nothing", "", "", 0);
-  const std::size_t answers = bus.answersWhenAnswered(serial, next).size();
+  auto serial = bus.call(path, member.interface, member.member, signature, text,
+                         expectsReply ? 0 : kwtest::FakeBus::noReplyExpected);
+  auto next = bus.call(path, interfaceName, "Nothing", "", "", 0);
+  std::size_t answers = bus.answersWhenAnswered(serial, next).size();
   kwtest::require(answers <= (expectsReply ? 1U : 0U), "a call is answered once at most");
   return 0;
 }

@@ -6,8 +6,8 @@
 #include <cstdlib>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  const std::string text(reinterpret_cast<const char *>(data), size);
-  const std::string sent = NS::busText(text);
+  std::string text(reinterpret_cast<const char *>(data), size);
+  std::string sent = NS::busText(text);
   if (sent.size() > 3 * text.size() || NS::busText(sent) != sent ||
       sent.find('\0') != std::string::npos)
     std::abort();

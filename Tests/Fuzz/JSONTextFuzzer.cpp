@@ -11,9 +11,9 @@ namespace {
 bool passEscape(std::string_view text, std::size_t &at) {
   if (at + 1 >= text.size())
     return false;
-  const char kind = text[at + 1];
+  char kind = text[at + 1];
   if (kind == 'u') {
-    const std::string_view digits = text.substr(at + 2, 4);
+    std::string_view digits = text.substr(at + 2, 4);
     at += 6;
     return digits.size() == 4 &&
            digits.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
@@ -42,11 +42,11 @@ bool isString(std::string_view text) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  const std::string_view text = kwtest::fuzzText(data, size);
-  const std::string json = kw::jsonString(text);
+  std::string_view text = kwtest::fuzzText(data, size);
+  std::string json = kw::jsonString(text);
   kwtest::require(isString(json), "the text is a JSON string");
   kwtest::require(NS::isWellFormedUTF8(json), "the string is UTF-8");
-  const std::string object = kw::JSONObject().add(text, text).text();
+  std::string object = kw::JSONObject().add(text, text).text();
   kwtest::require(object == "{" + json + ":" + json + "}" ||
                       object == "{" + json + ": " + json + "}",
                   "an object holds its key and its value");

@@ -10,19 +10,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   constexpr const char *path = "/job.plist";
   kwtest::FakeFileContents files;
   files.files[path] = std::string(kwtest::fuzzText(data, size));
-  const NS::ScopedOverride<NS::FileContents> override(files);
-  const kw::KWLaunchdManager manager;
-  const auto label = manager.jobLabelForLaunchdAgent(path);
-  const bool runs = manager.launchdShouldRunAtLoad(path);
-  const bool isPeriodic = manager.isAgentLaunchingPeriodicallyWithConfigPath(path);
-  const auto program = manager.getAppPathOfLaunchDaemon(path);
+  NS::ScopedOverride<NS::FileContents> override(files);
+  kw::KWLaunchdManager manager;
+  auto label = manager.jobLabelForLaunchdAgent(path);
+  bool runs = manager.launchdShouldRunAtLoad(path);
+  bool isPeriodic = manager.isAgentLaunchingPeriodicallyWithConfigPath(path);
+  auto program = manager.getAppPathOfLaunchDaemon(path);
   bool isAccurate = false;
-  const auto app = manager.startupApplicationPath(path, &isAccurate);
+  auto app = manager.startupApplicationPath(path, &isAccurate);
   kwtest::require(!app || app->ends_with(".app"), "an application's path ends as one");
   kwtest::require(!app || app->find(".app") == app->size() - 4, "it ends at the first ending");
-  const auto sure = manager.startupApplicationPath(path);
+  auto sure = manager.startupApplicationPath(path);
   kwtest::require(sure == (isAccurate ? app : std::nullopt), "only an accurate path is sure");
-  const auto list = NS::dictionaryWithContentsOfFile(path);
+  auto list = NS::dictionaryWithContentsOfFile(path);
   kwtest::require(list || (!label && !runs && !isPeriodic && !program && !app),
                   "what is no list tells nothing");
   return 0;

@@ -17,14 +17,14 @@ class Remover final : public kw::KWServiceManagementRemover {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   constexpr const char *path =
       "/private/var/db/launchd.db/com.apple.launchd.peruser.501/overrides.plist";
-  const auto [line, database] = kwtest::firstLineAndRest(kwtest::fuzzText(data, size));
-  const std::string identifier(line);
+  auto [line, database] = kwtest::firstLineAndRest(kwtest::fuzzText(data, size));
+  std::string identifier(line);
   kwtest::FakeFileContents files;
   files.files[path] = std::string(database);
-  const NS::ScopedOverride<NS::FileContents> override(files);
-  const auto before = NS::dictionaryWithContentsOfFile(path);
-  const bool removed = Remover().removeSMLoginItem(identifier, nullptr);
-  const auto after = NS::dictionaryWithContentsOfFile(path);
+  NS::ScopedOverride<NS::FileContents> override(files);
+  auto before = NS::dictionaryWithContentsOfFile(path);
+  bool removed = Remover().removeSMLoginItem(identifier, nullptr);
+  auto after = NS::dictionaryWithContentsOfFile(path);
   if (!before || !removed) {
     kwtest::require(files.files[path] == database, "nothing is written for nothing");
     return 0;

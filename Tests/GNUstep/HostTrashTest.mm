@@ -45,7 +45,7 @@ protected:
     return std::get<std::string>(error.userInfo().at(std::string(NS::FilePathErrorKey)));
   }
 
-  NSAutoreleasePool *const pool = [[NSAutoreleasePool alloc] init];
+  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
   TrashCall call;
 };
 

@@ -64,7 +64,7 @@ protected:
 // Of the object's own method, which the compiler holds equal to the protocol's;
 // without the offsets.
 std::string encodingOf(id object, const std::string &selector) {
-  const Method method = class_getInstanceMethod([object class], sel_registerName(selector.c_str()));
+  Method method = class_getInstanceMethod([object class], sel_registerName(selector.c_str()));
   std::string plain;
   for (const char *c = method ? method_getTypeEncoding(method) : ""; *c; ++c)
     if (*c < '0' || *c > '9')
@@ -75,7 +75,7 @@ std::string encodingOf(id object, const std::string &selector) {
 TEST_F(XPCExportedObjectTest, hasTheContractsMessages) {
   const auto &methods = kw::KWPrivilegedOperation::interface()->methods;
   ASSERT_EQ(methods.size(), 26u);
-  const id object = objectWith(nullptr);
+  id object = objectWith(nullptr);
   for (const XPCMethod &method : methods) {
     std::string expected = "v@:" + std::string(method.arguments.size(), '@');
     if (!method.oneWay)
@@ -87,7 +87,7 @@ TEST_F(XPCExportedObjectTest, hasTheContractsMessages) {
 TEST_F(XPCExportedObjectTest, isExportedByTheInterfacesName) {
   // This runtime does not set up a protocol that no class here has; its name
   // is the word behind its class.
-  const auto name = [](const XPCInterface &interface) {
+  auto name = [](const XPCInterface &interface) {
     return reinterpret_cast<const char *const *>(protocolOfInterface(interface.name))[1];
   };
   EXPECT_STREQ(name(*kw::KWPrivilegedOperation::interface()), "KWPrivilegedOperation");
@@ -105,12 +105,12 @@ public:
   int replies = 0; // with the canned values
 
   void call(const XPCMethod &method) {
-    const SEL selector = sel_registerName(method.selector.c_str());
-    const IMP code = [object methodForSelector:selector];
-    const void *const block = blockFor(method);
-    const bool hasTexts =
+    SEL selector = sel_registerName(method.selector.c_str());
+    IMP code = [object methodForSelector:selector];
+    const void *block = blockFor(method);
+    bool hasTexts =
         !method.arguments.empty() && method.arguments.back().kind == XPCKind::StringArray;
-    const id second = hasTexts ? static_cast<id>([NSArray arrayWithObject:@"b"]) : @"b";
+    id second = hasTexts ? static_cast<id>([NSArray arrayWithObject:@"b"]) : @"b";
     if (method.arguments.size() == 2)
       reinterpret_cast<void (*)(id, SEL, id, id, const void *)>(code)(object, selector, @"a",
                                                                       second, block);
@@ -253,7 +253,7 @@ TEST_F(XPCExportedObjectTest, takesNoBlockForAnUnwantedReply) {
 
 TEST_F(XPCExportedObjectTest, holdsItsConnectionAndObjectAsLongAsItLives) {
   auto exported = std::make_shared<Exported>();
-  const std::weak_ptr<Exported> weakly = exported;
+  std::weak_ptr<Exported> weakly = exported;
   exportedOperations({std::make_shared<XPCInterface>(), std::move(exported), nullptr, {}});
   EXPECT_FALSE(weakly.expired());
   drain();
@@ -283,7 +283,7 @@ private:
 };
 
 TEST_F(XPCExportedObjectTest, cancelsWithThePlatformsProgress) {
-  const RequestProgress progress;
+  RequestProgress progress;
   std::vector<bool> seen;
   auto object = objectWith([&](const XPCMethod &, const XPCValues &, const XPCReply &) {
     seen.push_back(Progress::current().isCancelled());

@@ -83,14 +83,14 @@ protected:
     return [this](const XPCValues &values) { replied = textOf(values); };
   }
 
-  NSAutoreleasePool *const pool = [[NSAutoreleasePool alloc] init];
+  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
   std::string arrived, replied;
 };
 
 TEST_F(XPCRequestsTest, arriveWithTheirArgumentsAndAreAnswered) {
-  const auto agent = agentWith(nullptr);
+  auto agent = agentWith(nullptr);
   for (const XPCMethod &method : kw::KWPrivilegedOperation::interface()->methods) {
-    const XPCValues arguments = samplesOf(method.arguments);
+    XPCValues arguments = samplesOf(method.arguments);
     arrived = replied = "";
     EXPECT_TRUE(sendRequest(agent, method.member, arguments, receiver())) << method.member;
     EXPECT_EQ(arrived, method.selector + " " + textOf(arguments));
@@ -99,16 +99,16 @@ TEST_F(XPCRequestsTest, arriveWithTheirArgumentsAndAreAnswered) {
 }
 
 TEST_F(XPCRequestsTest, haveEmptyTextAndNoErrorForNil) {
-  const XPCValues nothing = {{}, {}};
+  XPCValues nothing = {{}, {}};
   sendRequest(agentWith(&nothing), "Echo", {"a"s}, receiver());
   EXPECT_EQ(replied, "\"\" none ");
-  const XPCValues refusal = {false, {}};
+  XPCValues refusal = {false, {}};
   sendRequest(agentWith(&refusal), "RemoveItemAtPath", {"a"s}, receiver());
   EXPECT_EQ(replied, "no none ");
 }
 
 TEST_F(XPCRequestsTest, areNotSentWithArgumentsThatAreNotTheirs) {
-  const auto agent = agentWith(nullptr);
+  auto agent = agentWith(nullptr);
   EXPECT_FALSE(sendRequest(agent, "Unknown", {}, receiver()));
   EXPECT_FALSE(sendRequest(agent, "Echo", {}, receiver()));
   EXPECT_FALSE(sendRequest(agent, "Echo", {"a"s, "b"s}, receiver()));
@@ -127,7 +127,7 @@ TEST_F(XPCRequestsTest, cannotBeSentWithBrokenText) {
 
 TEST_F(XPCRequestsTest, receiveProgress) {
   std::string chunks;
-  const auto client = progressReceiver([&](const std::string &chunk) { chunks += chunk; });
+  auto client = progressReceiver([&](const std::string &chunk) { chunks += chunk; });
   [client receiveNewOutput:@"one\n"];
   [client receiveNewOutput:nil];
   [client receiveNewOutput:@"two"];

@@ -39,7 +39,7 @@ protected:
     return std::get<std::vector<std::string>>(value);
   }
 
-  NSAutoreleasePool *const pool = [[NSAutoreleasePool alloc] init];
+  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
 };
 
 TEST_F(XPCValuesTest, keepText) {
@@ -62,7 +62,7 @@ TEST_F(XPCValuesTest, haveNoTextWithoutUTF8) {
 }
 
 TEST_F(XPCValuesTest, takeArraysOfTextAlone) {
-  const std::vector<std::string> given = {"i386", "x86_64"};
+  std::vector<std::string> given = {"i386", "x86_64"};
   EXPECT_EQ(texts(requiredTexts(platformTexts(given))), given);
   EXPECT_TRUE(texts(requiredTexts(nil)).empty());
   EXPECT_TRUE(
@@ -71,15 +71,15 @@ TEST_F(XPCValuesTest, takeArraysOfTextAlone) {
 }
 
 TEST_F(XPCValuesTest, keepErrorsWithTheirCauses) {
-  const auto cause = std::make_shared<const Error>("NSPOSIXErrorDomain", 13);
-  const Error error("NSCocoaErrorDomain", -513,
-                    {{"text", "t\xC3\xA4xt"s},
-                     {"flag", true},
-                     {"number", std::int64_t{-5'000'000'000}},
-                     {"large", std::uint64_t{1} << 63},
-                     {"real", 0.5}},
-                    cause);
-  const XPCValue value = errorValue(platformError(error));
+  auto cause = std::make_shared<const Error>("NSPOSIXErrorDomain", 13);
+  Error error("NSCocoaErrorDomain", -513,
+              {{"text", "t\xC3\xA4xt"s},
+               {"flag", true},
+               {"number", std::int64_t{-5'000'000'000}},
+               {"large", std::uint64_t{1} << 63},
+               {"real", 0.5}},
+              cause);
+  XPCValue value = errorValue(platformError(error));
   const auto &read = std::get<Error>(value);
   EXPECT_EQ(read.domain(), error.domain());
   EXPECT_EQ(read.code(), error.code());
@@ -93,7 +93,7 @@ TEST_F(XPCValuesTest, leaveUnknownValuesOutOfErrors) {
   NSDictionary *info =
       [NSDictionary dictionaryWithObjectsAndKeys:[NSDate date], @"date", @"kept", @"text",
                                                  unpairedSurrogate(), @"broken", nil];
-  const XPCValue value = errorValue([NSError errorWithDomain:@"d" code:1 userInfo:info]);
+  XPCValue value = errorValue([NSError errorWithDomain:@"d" code:1 userInfo:info]);
   EXPECT_EQ(std::get<Error>(value).userInfo(), (UserInfo{{"text", "kept"s}}));
   EXPECT_TRUE(isNone(errorValue(nil)));
   EXPECT_EQ(platformError(XPCValue()), nil);
@@ -108,7 +108,7 @@ TEST_F(XPCValuesTest, endAChainOfCauses) {
                         userInfo:chain ? [NSDictionary dictionaryWithObject:chain
                                                                      forKey:@"NSUnderlyingError"]
                                        : nil];
-  const XPCValue value = errorValue(chain);
+  XPCValue value = errorValue(chain);
   int length = 0;
   for (const Error *each = &std::get<Error>(value); each; each = each->underlyingError())
     ++length;

@@ -74,6 +74,12 @@ LINES = (
      "Foundation/Base/Linux/Nothing.h belongs to the bodies of Linux"),
     ("Client/AgentConnection.cpp", '#include "Service/Linux/BusThread.h"',
      "Client must not include Service/Linux/BusThread.h"),
+    # Local values.
+    ("Tools/KWDitoTask.cpp", "  const bool isThere = true;", "declares a local value const"),
+    ("Tools/KWDitoTask.cpp", "  for (const std::pair<int, std::string> each : all)",
+     "declares a local value const"),
+    ("Tools/KWDitoTask.cpp", "  if (const auto [place, isNew] = all.emplace(1); isNew)",
+     "declares a local value const"),
     # The platform.
     ("Client/Request.cpp", "#include <poll.h>",
      "platform header <poll.h> outside the folders of a host"),

@@ -131,7 +131,7 @@ private:
       : name_(name), listening_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    const std::string path = scratch_->path("bus");
+    std::string path = scratch_->path("bus");
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     if (::bind(listening_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
         ::listen(listening_, 1) != 0)
@@ -164,7 +164,7 @@ private:
   }
   void writeAll(std::string_view bytes) {
     while (!bytes.empty()) {
-      const ssize_t count = ::send(peer_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+      ssize_t count = ::send(peer_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
       if (count <= 0)
         return; // the peer is gone, which the reader sees
       bytes.remove_prefix(static_cast<std::size_t>(count));
@@ -193,7 +193,7 @@ private:
     peer_ = ::accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC);
     scratch_.reset(); // no other peer will look for the socket
     while (true) {
-      const std::string line = readLine();
+      std::string line = readLine();
       if (line.find("BEGIN") != std::string::npos)
         break;
       if (line.find("NEGOTIATE") != std::string::npos)
@@ -207,7 +207,7 @@ private:
       take();
   }
   void take() {
-    const std::string fixed = read(16);
+    std::string fixed = read(16);
     std::uint32_t bodySize, fieldsSize;
     Header header;
     header.kind = static_cast<std::uint8_t>(fixed[1]);
@@ -229,8 +229,8 @@ private:
   }
   static void readFields(const std::string &bytes, std::size_t size, Header &header) {
     for (std::size_t at = 0; at + 4 < size; at = (at + 7) / 8 * 8) {
-      const auto code = static_cast<std::uint8_t>(bytes[at]);
-      const char kind = bytes[at + 2];
+      auto code = static_cast<std::uint8_t>(bytes[at]);
+      char kind = bytes[at + 2];
       at += 4;
       if (kind == 'g') {
         at += static_cast<std::uint8_t>(bytes[at]) + 2U;
@@ -255,7 +255,7 @@ private:
     fields.field(5, call.serial);
     fields.field(6, 's', ":1.1");
     fields.field(7, 's', "org.freedesktop.DBus");
-    const bool isHello = call.member == "Hello", isRequest = call.member == "RequestName";
+    bool isHello = call.member == "Hello", isRequest = call.member == "RequestName";
     if (isHello)
       body.text(":1.1");
     if (isRequest)

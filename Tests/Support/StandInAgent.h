@@ -77,7 +77,7 @@ private:
   }
 
   void answer(BusMessage &call) {
-    const std::string member(call.member());
+    std::string member(call.member());
     {
       std::lock_guard lock(mutex_); // a test may look as soon as it has the answer
       calls_.push_back(member);
@@ -169,7 +169,7 @@ private:
   }
 
   void repair(const BusMessage &call) {
-    const std::string caller(call.sender());
+    std::string caller(call.sender());
     if (duringWork)
       duringWork(caller, call.serial());
     for (const char *chunk : {"first\n", "second\n"}) {
@@ -181,7 +181,7 @@ private:
   }
 
   void remove(const BusMessage &call) {
-    const std::string caller(call.sender());
+    std::string caller(call.sender());
     if (duringWork)
       duringWork(caller, call.serial());
     for (std::uint64_t items : {1U, 2U}) {

@@ -10,7 +10,7 @@ namespace NS {
 template <typename To, typename Rep, typename Period>
 constexpr To saturatedCast(std::chrono::duration<Rep, Period> time) {
   using Wide = std::chrono::duration<long double, Period>;
-  const bool isNumber = time < time.zero() || time >= time.zero();
+  bool isNumber = time < time.zero() || time >= time.zero();
   if (!isNumber)
     return To::zero();
   if (Wide(time) >= Wide(To::max()))
@@ -25,8 +25,8 @@ constexpr std::chrono::time_point<Clock, Duration>
 saturatedSum(std::chrono::time_point<Clock, Duration> moment,
              std::chrono::duration<Rep, Period> time) {
   using Moment = std::chrono::time_point<Clock, Duration>;
-  const Duration start = moment.time_since_epoch();
-  const Duration step = saturatedCast<Duration>(time);
+  Duration start = moment.time_since_epoch();
+  Duration step = saturatedCast<Duration>(time);
   if (step > Duration::zero() && start > Duration::max() - step)
     return Moment::max();
   if (step < Duration::zero() && start < Duration::min() - step)
@@ -38,8 +38,8 @@ saturatedSum(std::chrono::time_point<Clock, Duration> moment,
 template <typename Clock, typename Duration>
 constexpr Duration saturatedDifference(std::chrono::time_point<Clock, Duration> end,
                                        std::chrono::time_point<Clock, Duration> begin) {
-  const Duration from = begin.time_since_epoch();
-  const Duration to = end.time_since_epoch();
+  Duration from = begin.time_since_epoch();
+  Duration to = end.time_since_epoch();
   if (from < Duration::zero() && to > Duration::max() + from)
     return Duration::max();
   if (from > Duration::zero() && to < Duration::min() + from)

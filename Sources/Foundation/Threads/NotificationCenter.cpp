@@ -65,7 +65,7 @@ public:
 
   void postNotificationName(const std::string &name,
                             const std::shared_ptr<Object> &object) override {
-    const Notification notification{name, object};
+    Notification notification{name, object};
     for (const std::shared_ptr<Observer> &observer : observersFor(notification))
       observer->deliver(notification);
   }

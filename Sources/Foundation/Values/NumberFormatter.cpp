@@ -27,7 +27,7 @@ std::string localeOfNumbers() {
       }
   }
   // "C.UTF-8" differs from "C" only in its character set.
-  const std::string_view language = std::string_view(name).substr(0, name.find('.'));
+  std::string_view language = std::string_view(name).substr(0, name.find('.'));
   if (language.empty() || language == "C" || language == "POSIX")
     return "en_US_POSIX";
   std::array<char, ULOC_FULLNAME_CAPACITY> canonical;

@@ -36,7 +36,7 @@ std::string addressOf(const std::string &bus) {
   if (bus == "system")
     return environmentOr("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/run/dbus/system_bus_socket");
   if (bus == "session") {
-    const std::string folder = environmentOr("XDG_RUNTIME_DIR", "");
+    std::string folder = environmentOr("XDG_RUNTIME_DIR", "");
     return environmentOr("DBUS_SESSION_BUS_ADDRESS",
                          folder.empty() ? "" : "unix:path=" + folder + "/bus");
   }
@@ -55,10 +55,10 @@ int take(sd_bus_message *message, void *arrived, sd_bus_error *) {
 int pollTime(std::optional<BusConnection::Clock::time_point> until) {
   if (!until)
     return -1;
-  const auto now = BusConnection::Clock::now();
+  auto now = BusConnection::Clock::now();
   if (*until <= now) // the earliest time of all must not be subtracted from
     return 0;
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(*until - now).count();
+  auto left = std::chrono::ceil<std::chrono::milliseconds>(*until - now).count();
   return static_cast<int>(std::min<std::int64_t>(left, INT_MAX));
 }
 
@@ -74,7 +74,7 @@ BusWaker::~BusWaker() {
 }
 
 void BusWaker::wake() noexcept {
-  const std::uint64_t one = 1;
+  std::uint64_t one = 1;
   // It fails only when the counter is full, and then the reader is awake.
   static_cast<void>(!::write(descriptor_, &one, sizeof one));
 }
@@ -139,20 +139,20 @@ std::uint32_t BusConnection::send(BusMessage &message) {
 BusMessage BusConnection::callAndWait(BusMessage &call) {
   sd_bus_error error{};
   sd_bus_message *reply = nullptr;
-  const int result = sd_bus_call(bus_, call.get(), 0, &error, &reply);
+  int result = sd_bus_call(bus_, call.get(), 0, &error, &reply);
   BusMessage held(reply);
   if (result >= 0)
     return held;
   if (!sd_bus_error_is_set(&error))
     BusError::raise(result, "The bus does not answer");
-  const BusError failure(error.name, error.message ? error.message : "");
+  BusError failure(error.name, error.message ? error.message : "");
   sd_bus_error_free(&error);
   throw failure;
 }
 
 BusMessage BusConnection::next() {
   while (true) {
-    const int result = sd_bus_process(bus_, nullptr);
+    int result = sd_bus_process(bus_, nullptr);
     BusMessage message = std::exchange(arrived_, BusMessage());
     // The library makes up a last message when the connection is lost.
     if (sd_bus_is_open(bus_) <= 0)
@@ -167,11 +167,11 @@ BusMessage BusConnection::next() {
 
 void BusConnection::wait(BusWaker &waker, std::optional<Clock::time_point> until) {
   std::uint64_t due = UINT64_MAX; // in microseconds of the same clock
-  const int events = sd_bus_get_events(bus_);
+  int events = sd_bus_get_events(bus_);
   if (events < 0 || sd_bus_get_timeout(bus_, &due) < 0)
     return; // the connection is lost, and next() reports that
   if (due != UINT64_MAX) {
-    const Clock::time_point libraryDue{std::chrono::microseconds(due)};
+    Clock::time_point libraryDue{std::chrono::microseconds(due)};
     until = until ? std::min(*until, libraryDue) : libraryDue;
   }
   std::array<pollfd, 2> waiting{pollfd{sd_bus_get_fd(bus_), static_cast<short>(events), 0},
@@ -196,7 +196,7 @@ void BusConnection::addMatch(const std::string &rule) {
 }
 
 bool BusConnection::requestName(const std::string &name) {
-  const std::uint32_t answer = askBus("RequestName", name, doNotQueue).readUInt32();
+  std::uint32_t answer = askBus("RequestName", name, doNotQueue).readUInt32();
   return answer == isOwner || answer == isAlreadyOwner;
 }
 

@@ -71,8 +71,8 @@ void BusError::raise(int number, const std::string &what) {
     throw std::bad_alloc();
   sd_bus_error error{};
   static_cast<void>(sd_bus_error_set_errno(&error, number));
-  const BusError result(std::string(view(error.name)),
-                        what + " (" + std::string(view(error.message)) + ")");
+  BusError result(std::string(view(error.name)),
+                  what + " (" + std::string(view(error.message)) + ")");
   sd_bus_error_free(&error);
   throw result;
 }
@@ -165,7 +165,7 @@ BusMessage BusMessage::makeReply() const {
 
 BusMessage BusMessage::makeFailure(const std::string &name, const std::string &text) const {
   sd_bus_message *made = nullptr;
-  const sd_bus_error error{name.c_str(), nullptr, 0};
+  sd_bus_error error{name.c_str(), nullptr, 0};
   check(sd_bus_message_new_method_error(message_, &made, &error), "An error cannot be made");
   BusMessage failure(made);
   failure.write(text);
@@ -209,7 +209,7 @@ void BusMessage::write(double value) {
 }
 
 void BusMessage::write(std::string_view text) {
-  const std::size_t length = busTextLength(text);
+  std::size_t length = busTextLength(text);
   count(4, 4 + length + 1);
   char *space = nullptr;
   check(sd_bus_message_append_string_space(message_, length, &space), cannotBeWritten);

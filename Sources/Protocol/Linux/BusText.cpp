@@ -12,10 +12,10 @@ constexpr std::string_view replacementCharacter = "\xEF\xBF\xBD";
 // The length of the well-formed sequence at the start of the text, 0 if none.
 std::size_t sequenceLength(std::string_view text) {
   auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-  const unsigned char lead = byte(0);
+  unsigned char lead = byte(0);
   if (lead < 0x80)
     return lead == 0 ? 0 : 1;
-  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+  std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
   if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
     return 0;
   std::uint32_t point = lead & (0x7Fu >> length);
@@ -25,8 +25,8 @@ std::size_t sequenceLength(std::string_view text) {
     point = point << 6 | (byte(index) & 0x3Fu);
   }
   constexpr std::uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-  const bool surrogate = point >= 0xD800 && point <= 0xDFFF;
-  const bool noncharacter = (point >= 0xFDD0 && point <= 0xFDEF) || (point & 0xFFFE) == 0xFFFE;
+  bool surrogate = point >= 0xD800 && point <= 0xDFFF;
+  bool noncharacter = (point >= 0xFDD0 && point <= 0xFDEF) || (point & 0xFFFE) == 0xFFFE;
   if (point < smallest[length] || point > 0x10FFFF || surrogate || noncharacter)
     return 0;
   return length;
@@ -38,7 +38,7 @@ template <typename Receiver> void forEachStretch(std::string_view text, Receiver
   while (!text.empty()) {
     std::size_t good = 0;
     while (good < text.size()) {
-      const std::size_t length = sequenceLength(text.substr(good));
+      std::size_t length = sequenceLength(text.substr(good));
       if (length == 0)
         break;
       good += length;
@@ -71,7 +71,7 @@ std::size_t busTextLength(std::string_view text) {
 
 void writeBusText(std::string_view text, char *target) {
   forEachStretch(text, [&](std::string_view stretch) {
-    const std::string_view part = stretch.empty() ? replacementCharacter : stretch;
+    std::string_view part = stretch.empty() ? replacementCharacter : stretch;
     part.copy(target, part.size());
     target += part.size();
   });

@@ -127,8 +127,8 @@ struct ReadUserInfo {
 };
 
 void readUserInfoEntry(BusMessage &message, ReadUserInfo &read, int depth) {
-  const std::string key(message.readText());
-  const std::string contents = message.peek().contents;
+  std::string key(message.readText());
+  std::string contents = message.peek().contents;
   if (key == UnderlyingErrorKey && contents == errorSignature && depth < deepestError) {
     message.enter('v', errorSignature);
     if (auto cause = readError(message, depth + 1))
@@ -141,8 +141,8 @@ void readUserInfoEntry(BusMessage &message, ReadUserInfo &read, int depth) {
 
 std::optional<Error> readError(BusMessage &message, int depth) {
   message.enter('r', errorContents);
-  const std::string domain(message.readText());
-  const std::int64_t code = message.readInt64();
+  std::string domain(message.readText());
+  std::int64_t code = message.readInt64();
   ReadUserInfo read;
   message.enter('a', "{sv}");
   while (message.enter('e', "sv")) {
@@ -200,7 +200,7 @@ XPCValues readValues(BusMessage &message, const std::vector<XPCParameter> &param
 }
 
 void writeValue(BusMessage &message, XPCKind kind, const XPCValue &value) {
-  const bool isNil = std::holds_alternative<std::monostate>(value);
+  bool isNil = std::holds_alternative<std::monostate>(value);
   switch (kind) {
   case XPCKind::Flag:
     return message.write(std::get<bool>(value));

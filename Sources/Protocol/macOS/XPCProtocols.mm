@@ -4,7 +4,7 @@
 namespace NS {
 
 Protocol *protocolOfInterface(const std::string &name) {
-  const std::string last = name.substr(name.rfind('.') + 1);
+  std::string last = name.substr(name.rfind('.') + 1);
   if (last == "KWPrivilegedOperation")
     return @protocol(KWPrivilegedOperation);
   return last == "KWPrivilegedOperationProgress" ? @protocol(KWPrivilegedOperationProgress) : nil;

@@ -28,25 +28,25 @@ public:
   }
 
   HeldBlock<KWFlagBlock> flag() const {
-    const XPCReplyReceiver receiver = receiver_;
+    XPCReplyReceiver receiver = receiver_;
     return HeldBlock<KWFlagBlock>(^(BOOL success, NSError *error) {
       receiver({success != NO, errorValue(error)});
     });
   }
   HeldBlock<KWTextBlock> echo() const {
-    const XPCReplyReceiver receiver = receiver_;
+    XPCReplyReceiver receiver = receiver_;
     return HeldBlock<KWTextBlock>(^(NSString *text, NSError *error) {
       receiver({requiredText(text), errorValue(error)});
     });
   }
   HeldBlock<KWRepairBlock> repair() const {
-    const XPCReplyReceiver receiver = receiver_;
+    XPCReplyReceiver receiver = receiver_;
     return HeldBlock<KWRepairBlock>(^(BOOL success, int value, NSString *text) {
       receiver({success != NO, std::int32_t{value}, requiredText(text)});
     });
   }
   HeldBlock<KWDiagnosticLogsBlock> logs() const {
-    const XPCReplyReceiver receiver = receiver_;
+    XPCReplyReceiver receiver = receiver_;
     return HeldBlock<KWDiagnosticLogsBlock>(
         ^(NSString *output, long long status, NSString *errorOutput, NSError *error) {
           receiver({requiredText(output), static_cast<std::int64_t>(status),
@@ -54,7 +54,7 @@ public:
         });
   }
   HeldBlock<KWSizeBlock> size() const {
-    const XPCReplyReceiver receiver = receiver_;
+    XPCReplyReceiver receiver = receiver_;
     return HeldBlock<KWSizeBlock>(^(long long size, NSError *error) {
       receiver({static_cast<std::int64_t>(size), errorValue(error)});
     });
@@ -103,7 +103,7 @@ bool areOfKinds(const XPCValues &arguments, std::string_view kinds) {
   [super dealloc];
 }
 - (void)receiveNewOutput:(NSString *)output {
-  const NS::XPCValue chunk = NS::optionalText(output);
+  NS::XPCValue chunk = NS::optionalText(output);
   if (const auto *text = std::get_if<std::string>(&chunk))
     (*receiver)(*text);
 }

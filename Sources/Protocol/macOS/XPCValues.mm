@@ -75,7 +75,7 @@ Error errorOf(NSError *error, int depth) {
   for (NSUInteger index = 0; index < [keys count]; ++index) {
     id key = [keys objectAtIndex:index];
     id value = [given objectForKey:key];
-    const auto name = isA(key, [NSString class]) ? textOf(key) : std::nullopt;
+    auto name = isA(key, [NSString class]) ? textOf(key) : std::nullopt;
     if (!name)
       continue;
     if (isA(value, [NSError class]) && *name == UnderlyingErrorKey && depth < deepestError)

@@ -10,8 +10,7 @@ namespace NS {
 void invokeRequest(const XPCMethod &method, XPCObject &object, const XPCValues &arguments,
                    const XPCReply &back, XPCRequester requester) noexcept {
   try {
-    const XPCReply reply =
-        method.succeeded ? recordingReply(method, arguments, requester, back) : back;
+    XPCReply reply = method.succeeded ? recordingReply(method, arguments, requester, back) : back;
     try {
       method.invoker(object, arguments, reply);
       if (method.oneWay)
@@ -30,7 +29,7 @@ void invokeRequest(const XPCMethod &method, XPCObject &object, const XPCValues &
 bool acceptConnection(const std::weak_ptr<XPCListenerDelegate> &delegate, XPCListener &listener,
                       const std::shared_ptr<XPCConnection> &connection) noexcept {
   try {
-    const auto held = delegate.lock();
+    auto held = delegate.lock();
     return held && held->listenerShouldAcceptNewConnection(listener, connection);
   } catch (const std::exception &exception) {
     Log("A connection is refused: %@", exception.what());

@@ -74,7 +74,7 @@ void BusOutbox::sendOrDrop(BusMessage message) {
 void BusOutbox::post(BusMessage &message, BusMessage &small, Kind kind) {
   Waiting made{std::move(message), std::move(small), kind, BusConnection::Clock::now()};
   try {
-    const std::string client(made.message.destination());
+    std::string client(made.message.destination());
     auto found = waiting_.find(client);
     if ((found == waiting_.end() || kind == Kind::Short) && roomFor(client, made) == Room::Enough)
       return dispatch(client, made.message);
@@ -177,7 +177,7 @@ void BusOutbox::sendWhatFits() noexcept {
       sendWhatFits(queue->first, queue->second);
       if (!queue->second.empty())
         continue;
-      const auto sent = waiting_.extract(queue);
+      auto sent = waiting_.extract(queue);
       listener_(sent.key(), false);
     }
   } catch (const std::exception &) {
@@ -188,7 +188,7 @@ void BusOutbox::sendWhatFits() noexcept {
 void BusOutbox::sendWhatFits(const std::string &client, Queue &queue) {
   while (!queue.empty()) {
     Waiting &first = queue.front();
-    const Room room = roomFor(client, first);
+    Room room = roomFor(client, first);
     if (room == Room::Enough)
       dispatch(client, first.message);
     else if (isOverdue(client, first))

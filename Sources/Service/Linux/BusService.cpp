@@ -65,7 +65,7 @@ void BusService::watchClients() {
 }
 
 void BusService::takeName() {
-  const std::string beginning =
+  std::string beginning =
       "The name \"" + name_ + "\" cannot be taken on the bus \"" + bus_ + "\": ";
   try {
     if (thread_.bus().requestName(name_))

@@ -49,12 +49,12 @@ Figures figuresOfPeers(BusMessage &answer) {
   Figures figures;
   answer.enter('a', "(sa{sv}a{su})");
   while (answer.enter('r', "sa{sv}a{su}")) {
-    const std::string_view name = answer.readText();
+    std::string_view name = answer.readText();
     answer.skip("a{sv}");
     answer.enter('a', "{su}");
     while (answer.enter('e', "su")) {
-      const bool isIt = answer.readText() == bytesKey;
-      const std::uint32_t figure = answer.readUInt32();
+      bool isIt = answer.readText() == bytesKey;
+      std::uint32_t figure = answer.readUInt32();
       if (isIt)
         figures.emplace(name, figure);
       answer.leave();
@@ -121,7 +121,7 @@ void BusStatistics::answeredAboutAll(const std::vector<std::string> &clients, Bu
     isAnswered = false;
   }
   for (const std::string &client : clients) {
-    const auto found = figures.find(client);
+    auto found = figures.find(client);
     if (!isAnswered)
       receiver_(client, Answer::None, 0);
     else if (found == figures.end())

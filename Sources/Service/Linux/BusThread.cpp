@@ -125,7 +125,7 @@ bool BusThread::receiveOne() {
 }
 
 void BusThread::handle(BusMessage &message) {
-  const BusMessage::Kind kind = message.kind();
+  BusMessage::Kind kind = message.kind();
   if (kind == BusMessage::Kind::Call || kind == BusMessage::Kind::Signal)
     return receiver_(message);
   // The agent asks only the bus itself.

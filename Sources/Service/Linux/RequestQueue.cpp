@@ -20,8 +20,8 @@ constexpr std::size_t mostUnderWayOfOneUser = 256;
 } // namespace
 
 WorkerLimits limitsOfRequestsUnderWay() {
-  const std::size_t served = DescriptorBudget::requestsServed();
-  const std::size_t ofOneUser = std::max<std::size_t>(served - served / 4, 1);
+  std::size_t served = DescriptorBudget::requestsServed();
+  std::size_t ofOneUser = std::max<std::size_t>(served - served / 4, 1);
   return {std::min(mostUnderWay, served), std::min(mostUnderWayOfOneUser, ofOneUser)};
 }
 

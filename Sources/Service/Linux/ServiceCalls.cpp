@@ -39,11 +39,11 @@ void requireSignature(const BusMessage &call, std::string_view signature) {
 // The next part of the path to the object, empty when the path does not lead
 // there.
 std::string_view childOnTheWay(std::string_view path, std::string_view object) {
-  const std::string_view parent = path == "/" ? "" : path;
+  std::string_view parent = path == "/" ? "" : path;
   if (object.size() <= parent.size() + 1 || !object.starts_with(parent) ||
       object[parent.size()] != '/')
     return {};
-  const std::string_view rest = object.substr(parent.size() + 1);
+  std::string_view rest = object.substr(parent.size() + 1);
   return rest.substr(0, rest.find('/'));
 }
 
@@ -96,7 +96,7 @@ void ServiceCalls::received(BusMessage &call) {
 
 // Empty when the answer comes later.
 BusMessage ServiceCalls::answerTo(BusMessage &call) {
-  const std::string_view interface = call.interface();
+  std::string_view interface = call.interface();
   if (interface == peerInterface) // concerns the process rather than an object
     return answerOfPeer(call);
   if (interface == introspectableInterface)
@@ -119,7 +119,7 @@ BusMessage ServiceCalls::answerTo(BusMessage &call) {
 }
 
 BusMessage ServiceCalls::describe(const BusMessage &call) const {
-  const std::string_view child = childOnTheWay(call.path(), served_.path);
+  std::string_view child = childOnTheWay(call.path(), served_.path);
   if (call.path() != served_.path && child.empty())
     refuse(unknownObject, "There is no such object here.");
   if (call.member() != "Introspect")
@@ -140,7 +140,7 @@ bool ServiceCalls::servesInterface(std::string_view name) const {
 
 // The object has no properties.
 BusMessage ServiceCalls::answerAboutProperties(BusMessage &call) const {
-  const bool isAll = call.member() == "GetAll", isSet = call.member() == "Set";
+  bool isAll = call.member() == "GetAll", isSet = call.member() == "Set";
   if (!isAll && !isSet && call.member() != "Get")
     refuseMember(call);
   requireSignature(call, isAll ? "s" : isSet ? "ssv" : "ss");
@@ -158,7 +158,7 @@ void ServiceCalls::deliver(BusMessage &call) {
   ServiceClient &client = clients_.clientOf(call.sender());
   if (!client.isAccepted)
     refuse(accessDenied, "Your connection was refused.");
-  const std::string member(call.member());
+  std::string member(call.member());
   const XPCMethod *method = client.connection->methodWithMember(member);
   if (!method)
     refuseMember(call);

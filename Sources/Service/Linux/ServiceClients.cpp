@@ -18,11 +18,11 @@ XPCRequester requesterIn(BusMessage &answer) {
     return requester;
   answer.enter('a', "{sv}");
   while (answer.enter('e', "sv")) {
-    const std::string_view key = answer.readText();
-    const bool isUser = key == "UnixUserID", isProcess = key == "ProcessID";
+    std::string_view key = answer.readText();
+    bool isUser = key == "UnixUserID", isProcess = key == "ProcessID";
     if ((isUser || isProcess) && answer.peek().contents == "u") {
       answer.enter('v', "u");
-      const std::uint32_t number = answer.readUInt32();
+      std::uint32_t number = answer.readUInt32();
       if (isUser)
         requester.user = number;
       else
@@ -53,7 +53,7 @@ ServiceClient *ServiceClients::find(std::string_view name) {
 ServiceClient &ServiceClients::clientOf(std::string_view name) {
   if (ServiceClient *known = find(name))
     return *known;
-  const std::string client(name);
+  std::string client(name);
   auto send = [this, client](const std::string &interface, const XPCMethod &method,
                              XPCValues values) {
     sender_(client, interface, method, std::move(values));
@@ -83,7 +83,7 @@ void ServiceClients::setWaiting(const std::string &name, bool waits) {
 
 // To go on with waiting requests takes memory. Without it they go on a little later.
 void ServiceClients::apply(ServiceClient &client) noexcept {
-  const bool mustWait = client.waits || !client.isKnown;
+  bool mustWait = client.waits || !client.isKnown;
   try {
     if (mustWait && !client.isSuspended)
       client.connection->suspend();

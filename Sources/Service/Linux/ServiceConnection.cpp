@@ -46,7 +46,7 @@ void ServiceConnection::suspend() {
 }
 
 void ServiceConnection::sendToRemoteObject(const std::string &selector, XPCValues arguments) {
-  const Setup current = setup();
+  Setup current = setup();
   const XPCMethod *method = current.remote ? current.remote->methodWithSelector(selector) : nullptr;
   if (!method)
     Log("A client's object does not answer %@", selector);
@@ -61,7 +61,7 @@ const XPCMethod *ServiceConnection::methodWithMember(const std::string &member) 
 
 bool ServiceConnection::deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply,
                                 std::shared_ptr<ServiceRequest> request) {
-  const std::size_t bytes = memoryOf(arguments);
+  std::size_t bytes = memoryOf(arguments);
   // The request owns the object, not the connection: the connection goes at
   // once with its client, and its requests still run.
   std::function<void()> work = [&method, current = setup(), arguments = std::move(arguments),

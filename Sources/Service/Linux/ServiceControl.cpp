@@ -54,7 +54,7 @@ const char *ServiceControl::signatureOf(std::string_view member) {
 
 BusMessage ServiceControl::handle(BusMessage &call) {
   BusMessage reply = call.makeReply();
-  const std::string_view client = call.sender();
+  std::string_view client = call.sender();
   if (call.member() == kw::kCancelMember)
     reply.write(replies_.cancel(client, call.readUInt32()));
   else if (call.member() == kw::kEndMember)

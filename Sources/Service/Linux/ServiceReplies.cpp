@@ -63,8 +63,8 @@ ServiceReplies::Expected ServiceReplies::expect(const XPCMethod &method, const B
   auto request = std::make_shared<ServiceRequest>();
   if (method.oneWay || !call.expectsReply())
     return {unheardReply(method.member), request, 0};
-  const std::string client(call.sender());
-  const std::uint64_t number = ++lastNumber_;
+  std::string client(call.sender());
+  std::uint64_t number = ++lastNumber_;
   Pending pending{
       call.serial(),    &method,
       request,          call.makeReply(),
@@ -84,7 +84,7 @@ XPCReply ServiceReplies::replyTo(const std::string &client, std::uint64_t number
                    lastResort = std::move(lastResort)](XPCOutcome outcome) mutable {
     // A request that its queue refuses fails during its delivery. deliver()
     // answers it then, and a reply posted meanwhile comes too late.
-    const bool isReply = outcome.replied;
+    bool isReply = outcome.replied;
     try {
       auto work = [this, client, number, outcome = std::move(outcome)] {
         answer(client, number, outcome);
@@ -130,12 +130,12 @@ void ServiceReplies::answer(const std::string &client, std::uint64_t number,
 // fails.
 void ServiceReplies::sendReply(Pending &pending, const XPCValues &values) {
   const std::vector<XPCParameter> &kinds = pending.method->replies;
-  const bool isWhole = tryToWrite(pending.reply, kinds, values);
+  bool isWhole = tryToWrite(pending.reply, kinds, values);
   if (isWhole && pending.reply.size() <= smallBytes)
     return outbox_.send(std::move(pending.reply));
   if (!tryToWrite(pending.brief, kinds, valuesWithoutUserInfo(values)) && !isWhole)
     throw BusMessageTooLarge();
-  const bool isSmall = pending.brief.size() <= smallBytes;
+  bool isSmall = pending.brief.size() <= smallBytes;
   outbox_.send(std::move(isWhole ? pending.reply : pending.brief),
                std::move(isWhole && isSmall ? pending.brief : pending.failure));
 }

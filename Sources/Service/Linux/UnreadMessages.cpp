@@ -36,18 +36,18 @@ bool UnreadMessages::hasShownThatItReads(std::string_view client) const {
 
 UnreadMessages::Room UnreadMessages::roomFor(std::string_view client, std::size_t bytes,
                                              Kind kind) const {
-  const std::size_t unread = ofClient(client);
+  std::size_t unread = ofClient(client);
   bytes += limits_.perMessage;
   if (unread + bytes <= limits_.guaranteed)
     return Room::Enough;
-  const std::size_t limit = kind == Kind::Short ? limits_.perClientWithShort : limits_.perClient;
+  std::size_t limit = kind == Kind::Short ? limits_.perClientWithShort : limits_.perClient;
   if (unread > 0 && unread + bytes > limit)
     return Room::None;
   if (altogether_ + bytes <= limits_.altogether)
     return Room::Enough;
   if (!hasShownThatItReads(client))
     return Room::Unknown;
-  const std::size_t spared = unread > 0 ? limits_.reserve : 0;
+  std::size_t spared = unread > 0 ? limits_.reserve : 0;
   return altogether_ + bytes + spared <= limits_.altogetherForReaders ? Room::Enough : Room::None;
 }
 
@@ -69,7 +69,7 @@ void UnreadMessages::setUnread(Account &account, std::size_t unread) {
 
 void UnreadMessages::sent(const std::string &client, std::size_t bytes) {
   Account &account = accounts_[client];
-  const std::size_t counted = bytes + limits_.perMessage;
+  std::size_t counted = bytes + limits_.perMessage;
   setUnread(account, account.unread + counted);
   account.sentAltogether += bytes;
   if (account.isAsked)

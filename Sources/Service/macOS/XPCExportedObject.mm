@@ -63,14 +63,14 @@ void serve(const XPCExport &served, SEL selector, const XPCValues &arguments,
   if (!method || !method->invoker)
     return;
   @autoreleasepool {
-    const auto progress = std::make_shared<Progress>();
+    auto progress = std::make_shared<Progress>();
     NSProgress *platformProgress = [NSProgress progressWithTotalUnitCount:1];
     [platformProgress setCancellationHandler:^{
       progress->cancel();
     }];
     if ([platformProgress isCancelled])
       progress->cancel();
-    const Progress::Scope scope(*progress);
+    Progress::Scope scope(*progress);
     handle(served, *method, arguments, reply);
     [platformProgress setCancellationHandler:nil];
     [platformProgress setCompletedUnitCount:1];

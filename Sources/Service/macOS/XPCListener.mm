@@ -27,7 +27,7 @@ public:
   // The platform's connection keeps the exported object, which keeps this one:
   // the end of the connection breaks the circle.
   void watchItsEnd() {
-    const std::weak_ptr<PlatformConnection> weakly = weak_from_this();
+    std::weak_ptr<PlatformConnection> weakly = weak_from_this();
     [connection_.get() setInvalidationHandler:^{
       if (auto self = weakly.lock())
         self->end();

@@ -84,14 +84,14 @@ public:
 };
 
 TEST_F(PathInspection, asksTheReceiverOrTheSharedManagerAsEachQuestionHasIt) {
-  const std::string file = folder.file("file", "");
+  std::string file = folder.file("file", "");
   link("file", "link");
   struct Row {
     const char *question;
     std::function<void(NS::FileManager &)> ask;
     std::set<std::string> ofReceiver, ofShared;
   };
-  const std::vector<Row> rows = {
+  std::vector<Row> rows = {
       {"folder", [&](auto &asked) { kw::isFileDirectoryAtPath(asked, file); }, {}, {"attributes"}},
       {"reading",
        [&](auto &asked) { kw::isFileRestrictedForReadingRecursivelyUp(asked, file); },

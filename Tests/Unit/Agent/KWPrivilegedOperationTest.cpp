@@ -50,8 +50,8 @@ TEST(KWPrivilegedOperation, namesItsMembersByTheRule) {
 
 TEST(KWPrivilegedOperation, hasTheArgumentsAndRepliesOfTheContract) {
   for (const XPCMethod &method : KWPrivilegedOperation::interface()->methods) {
-    const std::string in = NS::busSignature(method.arguments);
-    const std::string out = NS::busSignature(method.replies);
+    std::string in = NS::busSignature(method.arguments);
+    std::string out = NS::busSignature(method.replies);
     const std::string &name = method.member;
     if (name == "PleaseTerminate")
       EXPECT_EQ(in + ":" + out, ":");
@@ -152,7 +152,7 @@ NS::XPCOutcome invoke(Recorder &recorder, const char *member) {
   const XPCMethod *method = KWPrivilegedOperation::interface()->methodWithMember(member);
   NS::XPCValues arguments;
   for (const NS::XPCParameter &parameter : method->arguments) {
-    const std::string text = std::to_string(arguments.size() + 1);
+    std::string text = std::to_string(arguments.size() + 1);
     if (parameter.kind == NS::XPCKind::StringArray)
       arguments.emplace_back(std::vector<std::string>{text, text});
     else
@@ -165,7 +165,7 @@ NS::XPCOutcome invoke(Recorder &recorder, const char *member) {
 }
 
 TEST(KWPrivilegedOperation, callsTheMethodOfEachMemberWithItsArguments) {
-  const std::pair<const char *, const char *> expected[] = {
+  std::pair<const char *, const char *> expected[] = {
       {"PleaseTerminate", "pleaseTerminate"},
       {"Echo", "echo 1"},
       {"FileExistsAtPath", "exists 1"},
@@ -202,14 +202,14 @@ TEST(KWPrivilegedOperation, callsTheMethodOfEachMemberWithItsArguments) {
 
 TEST(KWPrivilegedOperation, bringsBackNilTextsAndNilErrors) {
   Recorder recorder;
-  const NS::XPCValues values = invoke(recorder, "Echo").values;
+  NS::XPCValues values = invoke(recorder, "Echo").values;
   EXPECT_TRUE(std::holds_alternative<std::monostate>(values.at(0)));
   EXPECT_TRUE(std::holds_alternative<std::monostate>(values.at(1)));
 }
 
 TEST(KWPrivilegedOperation, bringsBackFlagsAndErrors) {
   Recorder recorder;
-  const NS::XPCValues values = invoke(recorder, "RemoveItemAtPath").values;
+  NS::XPCValues values = invoke(recorder, "RemoveItemAtPath").values;
   EXPECT_EQ(std::get<bool>(values.at(0)), true);
   EXPECT_EQ(std::get<NS::Error>(values.at(1)).domain(), "domain");
   EXPECT_EQ(std::get<NS::Error>(values.at(1)).code(), 3);
@@ -217,13 +217,13 @@ TEST(KWPrivilegedOperation, bringsBackFlagsAndErrors) {
 
 TEST(KWPrivilegedOperation, bringsBackSizesBeyondFourGigabytes) {
   Recorder recorder;
-  const NS::XPCValues values = invoke(recorder, "SizeOfItemAtPath").values;
+  NS::XPCValues values = invoke(recorder, "SizeOfItemAtPath").values;
   EXPECT_EQ(std::get<std::int64_t>(values.at(0)), std::int64_t{1} << 40);
 }
 
 TEST(KWPrivilegedOperation, bringsBackTheRepairsValueAndNilText) {
   Recorder recorder;
-  const NS::XPCValues values = invoke(recorder, "RepairPermissions").values;
+  NS::XPCValues values = invoke(recorder, "RepairPermissions").values;
   EXPECT_EQ(std::get<bool>(values.at(0)), true);
   EXPECT_EQ(std::get<std::int32_t>(values.at(1)), 7);
   EXPECT_TRUE(std::holds_alternative<std::monostate>(values.at(2)));
@@ -231,7 +231,7 @@ TEST(KWPrivilegedOperation, bringsBackTheRepairsValueAndNilText) {
 
 TEST(KWPrivilegedOperation, bringsBackAllThatTheLogToolSaid) {
   Recorder recorder;
-  const NS::XPCValues values = invoke(recorder, "RemoveDiagnosticLogs").values;
+  NS::XPCValues values = invoke(recorder, "RemoveDiagnosticLogs").values;
   EXPECT_EQ(std::get<std::string>(values.at(0)), "out");
   EXPECT_EQ(std::get<std::int64_t>(values.at(1)), 64);
   EXPECT_TRUE(std::holds_alternative<std::monostate>(values.at(2)));
@@ -255,7 +255,7 @@ TEST(KWPrivilegedOperationProgress, losesAChunkWithoutAWordWhenTheConnectionIsGo
 }
 
 TEST(KWPrivilegedOperationProgress, isOneMessageWithoutAReply) {
-  const auto interface = KWPrivilegedOperationProgress::interface();
+  auto interface = KWPrivilegedOperationProgress::interface();
   EXPECT_EQ(interface->name, "org.keepwell.KWPrivilegedOperationProgress");
   ASSERT_EQ(interface->methods.size(), 1u);
   EXPECT_EQ(interface->methods[0].member, "ReceiveNewOutput");
@@ -282,7 +282,7 @@ TEST(KWPrivilegedOperation, tellsAFailureByTheFlagOfTheTrashAlone) {
 }
 
 TEST(KWPrivilegedOperation, knowsByTheReplyWhetherItWasDone) {
-  const auto succeeded = [](const char *member, const NS::XPCValues &replies) {
+  auto succeeded = [](const char *member, const NS::XPCValues &replies) {
     return KWPrivilegedOperation::interface()->methodWithMember(member)->succeeded(replies);
   };
   EXPECT_TRUE(succeeded("RemoveItemAtPath", {true, {}}));
@@ -290,7 +290,7 @@ TEST(KWPrivilegedOperation, knowsByTheReplyWhetherItWasDone) {
   EXPECT_FALSE(succeeded("MoveToTrashItemAtPath", {true, {}}));
   EXPECT_TRUE(succeeded("MoveToTrashItemAtPath", {false, {}}));
   EXPECT_TRUE(succeeded("PleaseTerminate", {}));
-  const NS::XPCValue text = std::string("x");
+  NS::XPCValue text = std::string("x");
   EXPECT_TRUE(succeeded("RemoveDiagnosticLogs", {text, std::int64_t{0}, text, {}}));
   EXPECT_FALSE(succeeded("RemoveDiagnosticLogs", {text, std::int64_t{64}, text, {}}));
 }

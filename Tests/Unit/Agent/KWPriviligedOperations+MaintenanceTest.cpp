@@ -166,10 +166,10 @@ TEST_F(Maintenance, triesBothStartsAndBlamesAslmanagerForEither) {
 }
 
 TEST_F(Maintenance, flushesTheNamesByTheSystemsVersion) {
-  const Lines discovery = {{"/usr/sbin/discoveryutil", "mdnsflushcache"},
-                           {"/usr/sbin/discoveryutil", "udnsflushcaches"}};
-  const Lines cache = {{"/usr/sbin/dscacheutil", "-flushcache"},
-                       {"/usr/bin/killall", "-HUP", "mDNSResponder"}};
+  Lines discovery = {{"/usr/sbin/discoveryutil", "mdnsflushcache"},
+                     {"/usr/sbin/discoveryutil", "udnsflushcaches"}};
+  Lines cache = {{"/usr/sbin/dscacheutil", "-flushcache"},
+                 {"/usr/bin/killall", "-HUP", "mDNSResponder"}};
   for (double number : {1343.0, 1343.9, 1347.0, 1347.9})
     EXPECT_EQ(flushWithVersion(number), discovery) << number;
   for (double number : {1342.9, 1348.0, 0.0, 949.0, 2299.0})
@@ -253,7 +253,7 @@ TEST_F(UnifiedLog, isErasedWithTheConsentOnStandardInput) {
 }
 
 TEST_F(UnifiedLog, passesTheRunnersAnswerThrough) {
-  const NS::Error error(kw::kTaskRunnerErrorDomain, 0);
+  NS::Error error(kw::kTaskRunnerErrorDomain, 0);
   runner.onCompletion = [&](const kw::KWTaskRunner::CompletionHandler &completion) {
     completion("done\n", 9, "odd\n", error);
   };

@@ -159,9 +159,9 @@ TEST_F(StartupHandlersTest, aStartupItemsNameGoesInQuotesAndTheStatusIsIgnored) 
 }
 
 TEST_F(StartupHandlersTest, aLoginItemOfTheServiceManagerIsRemovedFromItsDatabase) {
-  const std::string path = "/private/var/db/launchd.db/com.apple.launchd.peruser." +
-                           std::to_string(::getuid()) + "/overrides.plist";
-  const NS::PropertyList::Dictionary former = {{"a", true}, {"b", true}};
+  std::string path = "/private/var/db/launchd.db/com.apple.launchd.peruser." +
+                     std::to_string(::getuid()) + "/overrides.plist";
+  NS::PropertyList::Dictionary former = {{"a", true}, {"b", true}};
   contents.files[path] = *NS::dataWithPropertyList(NS::PropertyList(former), nullptr);
   operations.removeSMLoginItem("a", reply());
   EXPECT_EQ(NS::propertyListWithData(contents.files[path], nullptr),

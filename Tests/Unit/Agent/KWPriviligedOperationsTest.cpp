@@ -86,7 +86,7 @@ protected:
 };
 
 TEST_F(FileHandlers, skipANullReplyExceptTheSize) {
-  const std::string path = scratch.file("file", "content");
+  std::string path = scratch.file("file", "content");
   operations.echo("text", nullptr);
   operations.fileExistsAtPath(path, nullptr);
   operations.truncateFileAtPath(path, nullptr);

@@ -71,7 +71,7 @@ TEST_F(AgentArrivalsTest, letAWaitReturnThatIsWoken) {
 TEST_F(AgentArrivalsTest, areWokenOnceByOneCall) {
   arrivals.wake();
   take();
-  const auto until = AgentArrivals::Clock::now() + 20ms;
+  auto until = AgentArrivals::Clock::now() + 20ms;
   arrivals.wait(receiver, until);
   EXPECT_GE(AgentArrivals::Clock::now(), until);
 }

@@ -49,7 +49,7 @@ protected:
 
   kwtest::FakeAgent agent;
   std::unique_ptr<Client> client = agent.client();
-  const NS::Error cancelled{NS::CocoaErrorDomain, 3072};
+  NS::Error cancelled{NS::CocoaErrorDomain, 3072};
 
 private:
   std::promise<void> begun_, over_;

@@ -104,7 +104,7 @@ TEST_F(ClientTest, sendsTheMessageOfEachOperationThatAnswersWithAFlag) {
       answerWith({flag, std::monostate()});
       EXPECT_EQ(operation.call(*client), flag) << operation.member;
       ASSERT_EQ(agent.sent().size(), 1u);
-      const kw::AgentMessage message = agent.sent()[0];
+      kw::AgentMessage message = agent.sent()[0];
       EXPECT_EQ(message.member, operation.member);
       Strings arguments;
       for (const NS::XPCValue &argument : message.arguments)
@@ -151,7 +151,7 @@ TEST_F(ClientTest, turnsTheFlagOfTheTrash) {
 
 TEST_F(ClientTest, sendsTheArchitecturesAsAnArray) {
   EXPECT_TRUE(client->slimBinaryWithPath("/a", {"i386", "ppc"}).isDone());
-  const kw::AgentMessage message = agent.sent().at(0);
+  kw::AgentMessage message = agent.sent().at(0);
   EXPECT_EQ(message.member, "SlimBinaryWithPath");
   EXPECT_EQ(std::get<std::string>(message.arguments[0]), "/a");
   EXPECT_EQ(std::get<Strings>(message.arguments[1]), (Strings{"i386", "ppc"}));

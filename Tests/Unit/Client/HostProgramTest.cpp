@@ -106,7 +106,7 @@ TEST_F(HostProgramTest, mayRunOutOfDescriptors) {
   StandInAgent agent(bus.address());
   rlimit before{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-  const int lowestFree = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  int lowestFree = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
   ::close(lowestFree);
   rlimit none = before;
   none.rlim_cur = static_cast<rlim_t>(lowestFree);
@@ -117,7 +117,7 @@ TEST_F(HostProgramTest, mayRunOutOfDescriptors) {
   } catch (const ClientError &error) {
     refused = error.kind();
   }
-  const bool isServed = client->echoAsync("x").wait().hasReply();
+  bool isServed = client->echoAsync("x").wait().hasReply();
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
   EXPECT_EQ(refused, ClientError::Kind::Unreachable);
   EXPECT_TRUE(isServed);

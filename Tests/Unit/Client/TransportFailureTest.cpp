@@ -10,7 +10,7 @@ using Kind = ClientError::Kind;
 using Effect = ClientError::Effect;
 
 void expect(std::int64_t code, Kind kind, Effect effect, const char *name) {
-  const ClientError error = kw::errorOfTransport(code, "text");
+  ClientError error = kw::errorOfTransport(code, "text");
   EXPECT_EQ(error.kind(), kind) << code;
   EXPECT_EQ(error.effect(), effect) << code;
   EXPECT_EQ(error.name(), name) << code;

@@ -124,7 +124,7 @@ TEST_F(ServiceCommands, tryTheRemovalOfAnExtension) {
 
 TEST_F(ServiceCommands, tryWorkThatCannotBeUndone) {
   kwtest::ScratchFolder scratch;
-  const std::string job = scratch.file("job.plist", "text"), binary = scratch.file("run", "text");
+  std::string job = scratch.file("job.plist", "text"), binary = scratch.file("run", "text");
   for (const auto &[words, sentence] :
        {std::pair{Strings{"launchd", "remove", "-n", job}, "Would remove the job " + job},
         std::pair{Strings{"package", "forget", "-n", "org.p"}, std::string("Would forget org.p")},
@@ -137,7 +137,7 @@ TEST_F(ServiceCommands, tryWorkThatCannotBeUndone) {
     EXPECT_EQ(out.str(), sentence + "\n");
     EXPECT_EQ(err.str(), "");
   }
-  const std::string missing = scratch.path("missing");
+  std::string missing = scratch.path("missing");
   EXPECT_EQ(run({"launchd", "remove", "-n", missing}), kw::ExitRefused);
   EXPECT_EQ(err.str(),
             "keepwell: " + missing + " could not be removed: No such file or directory\n");
@@ -185,7 +185,7 @@ TEST_F(ServiceCommands, withoutAnAgentSaySo) {
 }
 
 TEST_F(ServiceCommands, takeTheEndOfTheAgentForTheRemovalOfItsOwnJob) {
-  const std::string own = "/Library/LaunchDaemons/org.keepwell.pro.agent.plist";
+  std::string own = "/Library/LaunchDaemons/org.keepwell.pro.agent.plist";
   record.agentEnds = true;
   EXPECT_EQ(run({"launchd", "remove", own}), kw::ExitDone);
   EXPECT_EQ(record.requests, Strings{"RemoveLaunchdAgentAtPath " + own});

@@ -139,7 +139,7 @@ TEST_F(BulkAttributes, giveNoMoreThanAreWantedBehindALargeName) {
 // The platform's names have up to 255 characters of three bytes each: more than
 // the buffer holds that takes no more of the smallest entries than are wanted.
 TEST_F(BulkAttributes, readTheLongestNameIntoALargerBuffer) {
-  const std::string longest(765, 'n');
+  std::string longest(765, 'n');
   fs::create_directory(folder.path("a"));
   folder.file("long", "x");
   fs::create_directory(folder.path("z"));

@@ -29,7 +29,7 @@ class Services : public ::testing::Test {
 protected:
   ServicesScope services;
   kwtest::ScratchFolder folder;
-  const std::string file = folder.file("file", "");
+  std::string file = folder.file("file", "");
 };
 
 TEST_F(Services, tellAppKitsVersion) {
@@ -190,7 +190,7 @@ TEST_F(LoginItems, outliveTheirListAndResolve) {
 
 TEST_F(LoginItems, leaveTheURLAloneWhenTheyDoNotResolve) {
   services->loginItems = {{.name = "A", .isNamed = false}};
-  const auto before = NS::URL::fileURLWithPath("/before", false);
+  auto before = NS::URL::fileURLWithPath("/before", false);
   std::optional<NS::URL> url = before;
   EXPECT_EQ(only()->resolve(0, url), -43);
   EXPECT_EQ(url, before);

@@ -43,7 +43,7 @@ protected:
     BusMessage reply = client_.callAndWait(call);
     reply.enter('a', "{sv}");
     while (reply.enter('e', "sv")) {
-      const bool isIt = reply.readText() == "OutgoingBytes";
+      bool isIt = reply.readText() == "OutgoingBytes";
       if (isIt) {
         reply.enter('v', "u");
         return reply.readUInt32();
@@ -65,12 +65,12 @@ const std::vector<XPCParameter> everyKind{
     {"none", XPCKind::Error}};
 
 XPCValues oneOfEveryKind() {
-  const UserInfo info{{"text", std::string("words")},
-                      {"flag", true},
-                      {"signed", std::int64_t{-1}},
-                      {"unsigned", std::uint64_t{1} << 63},
-                      {"fraction", 0.5}};
-  const auto cause = std::make_shared<const Error>("beneath", 13);
+  UserInfo info{{"text", std::string("words")},
+                {"flag", true},
+                {"signed", std::int64_t{-1}},
+                {"unsigned", std::uint64_t{1} << 63},
+                {"fraction", 0.5}};
+  auto cause = std::make_shared<const Error>("beneath", 13);
   XPCValues values;
   values.emplace_back(true);
   values.emplace_back(std::numeric_limits<std::int32_t>::min());
@@ -85,7 +85,7 @@ XPCValues oneOfEveryKind() {
 TEST_F(BusConnectionTest, carriesACallAndItsAnswer) {
   BusMessage call = callTo(service_.uniqueName());
   call.write("question");
-  const std::uint32_t serial = client_.send(call);
+  std::uint32_t serial = client_.send(call);
   BusMessage received = nextOf(service_);
   EXPECT_EQ(received.kind(), Kind::Call);
   EXPECT_EQ(received.sender(), client_.uniqueName());
@@ -108,7 +108,7 @@ TEST_F(BusConnectionTest, carriesACallAndItsAnswer) {
 
 TEST_F(BusConnectionTest, carriesAFailure) {
   BusMessage call = callTo(service_.uniqueName());
-  const std::uint32_t serial = client_.send(call);
+  std::uint32_t serial = client_.send(call);
   BusMessage failure = nextOf(service_).makeFailure("org.example.Bad", "it went wrong");
   service_.send(failure);
   BusMessage answer = nextOf(client_);
@@ -135,7 +135,7 @@ TEST_F(BusConnectionTest, carriesValuesOfEveryKind) {
   BusMessage received = nextOf(service_);
   EXPECT_EQ(received.kind(), Kind::Signal);
   EXPECT_EQ(received.signature(), busSignature(everyKind));
-  const XPCValues values = readValues(received, everyKind), expected = oneOfEveryKind();
+  XPCValues values = readValues(received, everyKind), expected = oneOfEveryKind();
   for (std::size_t index : {0U, 1U, 2U, 3U, 4U, 6U})
     EXPECT_EQ(values.at(index).index(), expected.at(index).index());
   EXPECT_EQ(std::get<bool>(values[0]), true);
@@ -143,7 +143,7 @@ TEST_F(BusConnectionTest, carriesValuesOfEveryKind) {
   EXPECT_EQ(std::get<std::int64_t>(values[2]), std::numeric_limits<std::int64_t>::max());
   EXPECT_EQ(std::get<std::string>(values[3]), "Grüße");
   EXPECT_THAT(std::get<std::vector<std::string>>(values[4]), ElementsAre("a", "", "c"));
-  const Error error = std::get<Error>(values[5]), same = std::get<Error>(expected[5]);
+  Error error = std::get<Error>(values[5]), same = std::get<Error>(expected[5]);
   EXPECT_EQ(error.domain(), same.domain());
   EXPECT_EQ(error.code(), same.code());
   EXPECT_EQ(error.userInfo(), same.userInfo());
@@ -169,7 +169,7 @@ TEST_F(BusConnectionTest, passesOverUserInfoThatItCannotHold) {
   sent.close();
   client_.send(sent);
   BusMessage received = nextOf(service_);
-  const Error error = std::get<Error>(readValue(received, XPCKind::Error));
+  Error error = std::get<Error>(readValue(received, XPCKind::Error));
   EXPECT_TRUE(error.userInfo().empty());
   EXPECT_FALSE(error.underlyingError());
 }
@@ -188,11 +188,11 @@ TEST_F(BusConnectionTest, refusesToReadAnotherKind) {
 }
 
 TEST_F(BusConnectionTest, countsAMessageAsTheBusDoes) {
-  const std::string receiver = service_.uniqueName();
+  std::string receiver = service_.uniqueName();
   BusMessage large = client_.makeSignal(receiver, path, name, "Large");
   large.write(std::string(1 << 20, 'x')); // more than the socket itself takes
   client_.send(large);
-  const std::uint32_t before = unreadBytes(service_);
+  std::uint32_t before = unreadBytes(service_);
   std::size_t counted = 0;
   for (int number = 0; number < 1000; ++number) {
     BusMessage sent = client_.makeSignal(receiver, path, name, "Values");
@@ -200,7 +200,7 @@ TEST_F(BusConnectionTest, countsAMessageAsTheBusDoes) {
     client_.send(sent);
     counted += sent.size();
   }
-  const std::uint32_t kept = unreadBytes(service_) - before;
+  std::uint32_t kept = unreadBytes(service_) - before;
   EXPECT_GE(counted, kept);
   EXPECT_LE(counted, kept + 1000 * 64);
 }
@@ -268,7 +268,7 @@ TEST_F(BusConnectionTest, isLostWithItsBus) {
 
 TEST_F(BusConnectionTest, endsItsWaitWhenItIsWokenAndWaitsAgain) {
   BusWaker waker;
-  const auto isAwake = [&] {
+  auto isAwake = [&] {
     pollfd descriptor{waker.descriptor(), POLLIN, 0};
     return ::poll(&descriptor, 1, 0) > 0;
   };

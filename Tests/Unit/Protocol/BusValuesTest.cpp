@@ -53,7 +53,7 @@ TEST(MemoryOf, countsEveryTextAndEachStringOfAnArray) {
 }
 
 TEST(ValuesWithoutUserInfo, keepDomainAndCodeOfAnError) {
-  const XPCValues values =
+  XPCValues values =
       valuesWithoutUserInfo({true, Error("domain", 7, {{"path", std::string("/a")}})});
   EXPECT_EQ(std::get<bool>(values.at(0)), true);
   EXPECT_EQ(std::get<Error>(values.at(1)).domain(), "domain");

@@ -70,7 +70,7 @@ TEST_F(XPCReplyTest, countsOneOfTwoThreadsThatReplyAtOnce) {
 }
 
 TEST(XPCInterface, findsMethodsByMemberAndBySelector) {
-  const NS::XPCInterface interface {
+  NS::XPCInterface interface {
     "org.example", {
       {"first:", "First", {}, {}}, {
         "second:reply:", "Second", {}, {}

@@ -58,14 +58,14 @@ protected:
 
   // Returns when a call of the client has been answered.
   void call() {
-    const std::uint32_t serial = bus_->call(path, name, "Answer", "", "", 0);
+    std::uint32_t serial = bus_->call(path, name, "Answer", "", "", 0);
     EXPECT_THAT(bus_->answersWhenAnswered(serial, serial), ElementsAre(""));
   }
 
   // Returns when the thread of the bus has done all that it was passed before.
   void settle() {
     for (int message = 0; message < 2; ++message) { // it does work between two messages
-      const std::uint32_t serial = bus_->call("/nowhere", name, "Answer", "", "", 0);
+      std::uint32_t serial = bus_->call("/nowhere", name, "Answer", "", "", 0);
       EXPECT_THAT(bus_->answersWhenAnswered(serial, serial), ElementsAre(Not("")));
     }
   }

@@ -51,7 +51,7 @@ TEST_F(RequestJournalTest, keepsTheSenderTheSubjectAndTheDuration) {
   clock.advance(std::chrono::milliseconds(1500));
   reply.send({true});
   ASSERT_EQ(journal.records().size(), 1u);
-  const NS::RequestRecord record = journal.records().front();
+  NS::RequestRecord record = journal.records().front();
   EXPECT_EQ(record.requester.user, 1000u);
   EXPECT_EQ(record.requester.process, 77);
   EXPECT_EQ(record.member, "Remove");
@@ -194,7 +194,7 @@ TEST_F(RequestJournalTest, endsThoughTheJournalIsStuck) {
 TEST_F(RequestJournalTest, isBoundedForAnyRequest) {
   std::vector<std::string> many(100000, std::string(10000, 'x'));
   begin({std::string(1 << 20, 'x'), many}).fail(std::string(1 << 20, 'x'));
-  const NS::RequestRecord record = journal.records().at(0);
+  NS::RequestRecord record = journal.records().at(0);
   EXPECT_EQ(record.items.size(), 8u);
   for (const std::string &item : record.items)
     EXPECT_LE(item.size(), NS::RequestRecord::longestText + 40);

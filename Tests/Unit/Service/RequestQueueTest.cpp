@@ -31,7 +31,7 @@ std::shared_ptr<RequestQueue> releasedQueue(const std::shared_ptr<WorkerPool> &p
 
 // Returns when all that is in the queue now has been done.
 void drain(RequestQueue &queue) {
-  const Signal reached;
+  Signal reached;
   ASSERT_TRUE(queue.enqueue([reached] { reached.raise(); }, 0));
   reached.wait();
 }
@@ -62,7 +62,7 @@ TEST(RequestQueue, runsARequestAtOnceOnTheCallingThreadWhenNothingWaits) {
 
 TEST(RequestQueue, runsNothingAtOnceBehindARequestThatIsUnderWay) {
   auto queue = releasedQueue(poolOf(1));
-  const Gate gate;
+  Gate gate;
   ASSERT_TRUE(queue->enqueue(gate.request(), 0));
   gate.waitUntilEntered();
   EXPECT_FALSE(queue->runAtOnce([] { ADD_FAILURE() << "it was not its turn"; }));
@@ -78,7 +78,7 @@ TEST(RequestQueue, runsNothingAtOnceWhileItIsHeld) {
 
 TEST(RequestQueue, goesOnWithRequestsThatCameWhileOneRanAtOnce) {
   auto queue = releasedQueue(poolOf(1));
-  const Signal done;
+  Signal done;
   bool isRunning = false;
   ASSERT_TRUE(queue->runAtOnce([&] {
     isRunning = true;
@@ -127,7 +127,7 @@ TEST(RequestQueue, refusesRequestsBeyondItsLimitAndKeepsTheRest) {
     EXPECT_TRUE(queue->enqueue([&] { ++done; }, 0));
   EXPECT_FALSE(queue->enqueue([&] { done += 100; }, 0));
   gate.open();
-  const Signal reached;
+  Signal reached;
   while (!queue->enqueue([reached] { reached.raise(); }, 0)) // until one has left
     std::this_thread::yield();
   reached.wait();
@@ -141,7 +141,7 @@ TEST(RequestQueue, countsTheBytesThatWait) {
   EXPECT_FALSE(queue->enqueue([] {}, 1));
   EXPECT_TRUE(queue->enqueue([] {}, 0));
   queue->release();
-  const Signal reached;
+  Signal reached;
   ASSERT_TRUE(queue->enqueue([reached] { reached.raise(); }, 0));
   reached.wait();
   EXPECT_TRUE(queue->enqueue([] {}, 10));
@@ -182,7 +182,7 @@ TEST(RequestQueue, isHeldUntilItsFirstRelease) {
 TEST(RequestQueue, finishesWaitingRequestsWhenItsOwnerIsGone) {
   auto queue = releasedQueue(poolOf(2));
   Gate gate;
-  const Signal last;
+  Signal last;
   ASSERT_TRUE(queue->enqueue(gate.request(), 0));
   gate.waitUntilEntered();
   ASSERT_TRUE(queue->enqueue([last] { last.raise(); }, 0));
@@ -203,7 +203,7 @@ TEST(RequestQueue, dropsWaitingRequestsWhenItsOwnerIsGoneWhileHeld) {
 TEST(RequestQueue, whileHeldKeepsNewRequestsAndThenDoesThem) {
   auto pool = poolOf(1);
   auto queue = releasedQueue(pool);
-  const Gate gate;
+  Gate gate;
   ASSERT_TRUE(queue->enqueue(gate.request(), 0));
   gate.waitUntilEntered();
   queue->hold();
@@ -242,7 +242,7 @@ TEST(RequestQueue, sharesTheThreadsWithOtherUsers) {
   Gate gate;
   ASSERT_TRUE(blocked->enqueue(gate.request(), 0));
   gate.waitUntilEntered();
-  const Signal sameUser;
+  Signal sameUser;
   ASSERT_TRUE(behind->enqueue([sameUser] { sameUser.raise(); }, 0));
   drain(*other);
   EXPECT_FALSE(sameUser.isRaised());
@@ -265,7 +265,7 @@ TEST(WorkerPool, startsAThreadForEachPieceOfWorkThatBlocks) {
 TEST(WorkerPool, usesAnIdleThreadAgain) {
   WorkerPool pool({16}, never);
   for (int round = 0; round < 50; ++round) {
-    const Signal done;
+    Signal done;
     pool.submit([done] { done.raise(); });
     done.wait();
     while (pool.idleThreadCount() == 0)
@@ -277,7 +277,7 @@ TEST(WorkerPool, usesAnIdleThreadAgain) {
 TEST(WorkerPool, keepsToItsLimitAndDoesTheRestLater) {
   WorkerPool pool({2}, never);
   Gate one, other;
-  const Signal third;
+  Signal third;
   pool.submit(one.request());
   pool.submit(other.request());
   one.waitUntilEntered();
@@ -301,7 +301,7 @@ TEST(WorkerPool, letsIdleThreadsGoAllButOne) {
     gate.open();
   while (pool.threadCount() > 1)
     std::this_thread::yield();
-  const Signal done;
+  Signal done;
   pool.submit([done] { done.raise(); });
   done.wait();
 }
@@ -314,7 +314,7 @@ TEST(WorkerPool, beginsAnothersWorkAtOnceThoughOneUserHasMoreThanItsShare) {
   for (int begun = 0; begun < 3; ++begun)
     gates[static_cast<std::size_t>(begun)].waitUntilEntered();
   EXPECT_EQ(pool.threadCount(), 3u) << "the fourth thread is not for this user";
-  const Signal others;
+  Signal others;
   pool.submit([others] { others.raise(); }, 2);
   others.wait();
   for (const Gate &gate : gates)
@@ -330,7 +330,7 @@ TEST(WorkerPool, beginsTheFirstPieceOfEachUserBeyondItsLimit) {
     pool.submit(gates[user].request(), user);
     gates[user].waitUntilEntered();
   }
-  const Signal second;
+  Signal second;
   pool.submit([second] { second.raise(); }, 3);
   EXPECT_FALSE(second.isRaised()) << "the limit is reached, and this user has its turn";
   EXPECT_EQ(pool.threadCount(), 6u);
@@ -347,7 +347,7 @@ TEST(WorkerPool, takesTheWorkOfSeveralUsersByTurns) {
   pool.submit(second.request(), 2);
   second.waitUntilEntered();
   std::string order; // unguarded: one thread is free, the other stays at the gate
-  const Signal done;
+  Signal done;
   for (char piece : {'a', 'b', 'c'})
     pool.submit([&order, piece] { order += piece; }, 1);
   for (char piece : {'x', 'y', 'z'})
@@ -374,7 +374,7 @@ TEST(WorkerPool, preparesEachThreadBeforeItsWork) {
 }
 
 TEST(WorkerPool, finishesSubmittedWorkBeforeItGoes) {
-  const Signal done;
+  Signal done;
   Gate gate;
   {
     WorkerPool pool({1}, never);

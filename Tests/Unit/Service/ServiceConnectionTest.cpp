@@ -106,7 +106,7 @@ TEST_F(ServiceConnectionTest, recordsEachChangeWithItsRequester) {
   EXPECT_TRUE(answered.get().replied);
   while (journal.records().empty()) // comes behind the answer
     std::this_thread::yield();
-  const RequestRecord record = journal.records().front();
+  RequestRecord record = journal.records().front();
   EXPECT_EQ(record.member, "Change");
   EXPECT_EQ(record.outcome, "done");
   EXPECT_EQ(record.requester.process, 7);
@@ -155,7 +155,7 @@ TEST_F(ServiceConnectionTest, knowsTheProcessAndUserOfTheClient) {
 
 TEST_F(ServiceConnectionTest, handsARequestToTheExportedObject) {
   connection->resume();
-  const XPCOutcome outcome = call("Count", {std::string("text")});
+  XPCOutcome outcome = call("Count", {std::string("text")});
   EXPECT_TRUE(outcome.replied);
   EXPECT_EQ(std::get<std::string>(outcome.values.at(0)), "text");
   EXPECT_EQ(object->calls, 1);

@@ -185,7 +185,7 @@ TEST_F(UnreadMessagesTest, triesAnUnknownClientBeforeItTakesThatRoom) {
 
 TEST_F(UnreadMessagesTest, trialsLeaveRoomForOneWholeMessage) {
   for (int number = 0; number < 100; ++number) {
-    const std::string client = std::to_string(number);
+    std::string client = std::to_string(number);
     if (unread.mayTry(client))
       unread.sent(client, limits.proof);
   }
@@ -196,7 +196,7 @@ TEST_F(UnreadMessagesTest, trialsLeaveRoomForOneWholeMessage) {
 
 TEST_F(UnreadMessagesTest, readersThatStopReadingLeaveRoomForOneWholeMessage) {
   for (int number = 0; number < 100; ++number) {
-    const std::string client = std::to_string(number);
+    std::string client = std::to_string(number);
     makeReader(client.c_str());
     unread.sent(client, 11);
     while (unread.roomFor(client, 20, Kind::Whole) == Room::Enough)
@@ -207,7 +207,7 @@ TEST_F(UnreadMessagesTest, readersThatStopReadingLeaveRoomForOneWholeMessage) {
 
 TEST_F(UnreadMessagesTest, allTogetherStayBelowTheirLimit) {
   for (int number = 0; number < 100; ++number) {
-    const std::string client = std::to_string(number);
+    std::string client = std::to_string(number);
     makeReader(client.c_str());
     if (unread.roomFor(client, 90, Kind::Whole) == Room::Enough)
       unread.sent(client, 90);

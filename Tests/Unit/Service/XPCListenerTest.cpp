@@ -94,9 +94,9 @@ protected:
   }
 
   std::vector<std::string> answers(const char *member, std::uint8_t flags = 0) {
-    const auto serial = bus_->call(path, name, member, "", "", flags);
+    auto serial = bus_->call(path, name, member, "", "", flags);
     // Handled after it, since it is of the same client.
-    const auto next = bus_->call(path, name, "Answer", "", "", 0);
+    auto next = bus_->call(path, name, "Answer", "", "", 0);
     return bus_->answersWhenAnswered(serial, next);
   }
 

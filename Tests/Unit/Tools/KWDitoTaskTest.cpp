@@ -29,7 +29,7 @@ protected:
   kwtest::LogRecorder log;
   kwtest::RecordingTaskRunner runner;
   NS::ScopedOverride<kw::KWTaskRunner> override{runner};
-  const std::string path = folder.path("bin");
+  std::string path = folder.path("bin");
 };
 
 TEST_F(DitoTask, replacesTheBinaryByDittosCopy) {

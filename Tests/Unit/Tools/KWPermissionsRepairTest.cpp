@@ -59,7 +59,7 @@ struct Repair {
   ScratchFolder folder;
   SubstitutedTasks tasks;
   NS::ScopedOverride<NS::TaskFactory> override;
-  const std::thread::id caller = std::this_thread::get_id();
+  std::thread::id caller = std::this_thread::get_id();
   // Unguarded: the end of the repair orders it, or the sanitizer objects.
   Chunks chunks;
   std::function<void(const std::optional<std::string> &)> onChunk;

@@ -20,8 +20,7 @@ struct RemoverOfUser501 : kw::KWServiceManagementRemover {
 
 class KWServiceManagementRemoverTest : public testing::Test {
 protected:
-  const std::string path =
-      "/private/var/db/launchd.db/com.apple.launchd.peruser.501/overrides.plist";
+  std::string path = "/private/var/db/launchd.db/com.apple.launchd.peruser.501/overrides.plist";
 
   void database(const NS::PropertyList &list) {
     files.files[path] = *NS::dataWithPropertyList(list, nullptr);

@@ -306,8 +306,8 @@ TEST(RVFileSizerDisplay, showsSizesAsTheLocaleOfNumbersHasThem) {
         {
           kwtest::LocaleVariables variables(
               kwtest::LocaleVariables::Wanted{{"LC_NUMERIC", locale}});
-          const std::string shown = sizer().nonLocalizedDisplayItemSizeFromSize(999999) + " " +
-                                    sizer().nonLocalizedDisplayItemSizeFromSize(1ull << 60);
+          std::string shown = sizer().nonLocalizedDisplayItemSizeFromSize(999999) + " " +
+                              sizer().nonLocalizedDisplayItemSizeFromSize(1ull << 60);
           std::fputs(shown.c_str(), stderr);
           std::exit(shown == withNoBreakSpace(kilobytes) + " " + withNoBreakSpace(petabytes) ? 0
                                                                                              : 1);

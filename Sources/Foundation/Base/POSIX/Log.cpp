@@ -58,7 +58,7 @@ LogSink exchangeSink(LogSink replacement) {
 } // namespace
 
 void logMessage(const std::string &text) {
-  const std::string message = boundedText(text, longestLogMessage);
+  std::string message = boundedText(text, longestLogMessage);
   std::shared_ptr<const LogSink> current;
   {
     std::lock_guard lock(sink().mutex);

@@ -37,11 +37,11 @@ std::size_t DescriptorBudget::requestsServed() {
 DescriptorBudget::Share DescriptorBudget::take() {
   Progress &progress = Progress::current();
   std::unique_lock lock(mutex_);
-  const auto place = queue_.insert(queue_.end(), std::monostate{});
+  auto place = queue_.insert(queue_.end(), std::monostate{});
   auto isServed = [&] { return place == queue_.begin() && (inUse_ == 0 || inUse_ < capacity_()); };
   while (!isServed() && !progress.isCancelled())
     freed_.wait_for(lock, cancellationInterval);
-  const bool served = isServed();
+  bool served = isServed();
   queue_.erase(place);
   freed_.notify_all(); // another is the first now
   if (!served)

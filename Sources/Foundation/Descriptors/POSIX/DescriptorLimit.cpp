@@ -19,7 +19,7 @@ void raiseDescriptorLimit() {
   rlimit limit;
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max)
     return;
-  const rlimit raised{limit.rlim_max, limit.rlim_max};
+  rlimit raised{limit.rlim_max, limit.rlim_max};
   if (::setrlimit(RLIMIT_NOFILE, &raised) == 0)
     former = limit;
 }

@@ -25,12 +25,12 @@ class PlatformRegistry final : public LaunchServices {
 public:
   std::int32_t copyItemInfo(const std::string &path, std::uint32_t requestedInfo,
                             LSItemInfo &info) override {
-    const AutoreleasePool pool;
-    const Owned<CFURLRef> url = platformURL(path, URL::fileURLWithPath(path).hasDirectoryPath());
+    AutoreleasePool pool;
+    Owned<CFURLRef> url = platformURL(path, URL::fileURLWithPath(path).hasDirectoryPath());
     if (!url)
       return LSUnknownError;
     LSItemInfoRecord record{};
-    const OSStatus status = ::LSCopyItemInfoForURL(url.get(), requestedInfo, &record);
+    OSStatus status = ::LSCopyItemInfoForURL(url.get(), requestedInfo, &record);
     if (status == noErr)
       info = {record.flags, textOfType(record.filetype)};
     return status;
@@ -45,7 +45,7 @@ public:
   }
 
   std::optional<std::string> resolveAliasFile(const std::string &path) override {
-    const AutoreleasePool pool;
+    AutoreleasePool pool;
     FSRef item;
     Boolean leadsToFolder = false;
     Boolean wasAlias = false;
@@ -59,11 +59,11 @@ private:
   static bool findItem(const std::string &path, FSRef &item) {
     if (path.find('\0') != std::string::npos)
       return false;
-    const Owned<CFStringRef> text = platformString(path);
+    Owned<CFStringRef> text = platformString(path);
     if (!text)
       return false;
-    const Owned url(::CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text.get(),
-                                                    kCFURLPOSIXPathStyle, false));
+    Owned url(::CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text.get(), kCFURLPOSIXPathStyle,
+                                              false));
     return url && ::CFURLGetFSRef(url.get(), &item);
   }
 };

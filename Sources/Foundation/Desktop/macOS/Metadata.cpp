@@ -11,8 +11,8 @@ public:
   explicit IndexedItem(Owned<MDItemRef> item) : item_(std::move(item)) {}
 
   std::shared_ptr<Object> copyAttribute(const std::string &name) override {
-    const AutoreleasePool pool;
-    const Owned<CFStringRef> key = platformString(name);
+    AutoreleasePool pool;
+    Owned<CFStringRef> key = platformString(name);
     return key ? objectOf(Owned(::MDItemCopyAttribute(item_.get(), key.get())).get()) : nullptr;
   }
 
@@ -23,10 +23,10 @@ private:
 class SystemIndex final : public MetadataStore {
 public:
   std::unique_ptr<MetadataItem> createItem(const std::string &path) override {
-    const AutoreleasePool pool;
+    AutoreleasePool pool;
     if (path.find('\0') != std::string::npos)
       return nullptr;
-    const Owned<CFStringRef> text = platformString(path);
+    Owned<CFStringRef> text = platformString(path);
     Owned item(text ? ::MDItemCreate(kCFAllocatorDefault, text.get()) : nullptr);
     return item ? std::make_unique<IndexedItem>(std::move(item)) : nullptr;
   }

@@ -18,17 +18,17 @@ public:
   explicit PlatformItem(Owned<LSSharedFileListItemRef> item) : item_(std::move(item)) {}
 
   std::int32_t resolve(std::uint32_t flags, std::optional<URL> &url) override {
-    const AutoreleasePool pool;
+    AutoreleasePool pool;
     CFURLRef found = nullptr;
-    const OSStatus status = ::LSSharedFileListItemResolve(item_.get(), flags, &found, nullptr);
-    const Owned<CFURLRef> owned(found);
+    OSStatus status = ::LSSharedFileListItemResolve(item_.get(), flags, &found, nullptr);
+    Owned<CFURLRef> owned(found);
     if (auto path = status == noErr ? pathOf(found) : std::nullopt)
       url = URL::fileURLWithPath(*path, ::CFURLHasDirectoryPath(found));
     return status;
   }
 
   std::optional<std::string> displayName() override {
-    const AutoreleasePool pool;
+    AutoreleasePool pool;
     return textOf(Owned(::LSSharedFileListItemCopyDisplayName(item_.get())).get());
   }
 
@@ -43,17 +43,17 @@ public:
   explicit PlatformList(Owned<LSSharedFileListRef> list) : list_(std::move(list)) {}
 
   std::vector<std::shared_ptr<SharedFileListItem>> copySnapshot() override {
-    const AutoreleasePool pool;
-    const Owned snapshot(::LSSharedFileListCopySnapshot(list_.get(), nullptr));
+    AutoreleasePool pool;
+    Owned snapshot(::LSSharedFileListCopySnapshot(list_.get(), nullptr));
     std::vector<std::shared_ptr<SharedFileListItem>> items;
-    const CFIndex count = snapshot ? ::CFArrayGetCount(snapshot.get()) : 0;
+    CFIndex count = snapshot ? ::CFArrayGetCount(snapshot.get()) : 0;
     for (CFIndex index = 0; index < count; ++index)
       items.push_back(std::make_shared<PlatformItem>(itemAt(snapshot.get(), index)));
     return items;
   }
 
   std::int32_t removeItem(SharedFileListItem &item) override {
-    const AutoreleasePool pool;
+    AutoreleasePool pool;
     auto *own = dynamic_cast<PlatformItem *>(&item);
     return own ? ::LSSharedFileListItemRemove(list_.get(), own->reference()) : EINVAL;
   }
@@ -71,7 +71,7 @@ private:
 class PlatformLists final : public SharedFileLists {
 public:
   std::shared_ptr<SharedFileList> globalLoginItems() override {
-    const AutoreleasePool pool;
+    AutoreleasePool pool;
     Owned list(
         ::LSSharedFileListCreate(kCFAllocatorDefault, kLSSharedFileListGlobalLoginItems, nullptr));
     return list ? std::make_shared<PlatformList>(std::move(list)) : nullptr;

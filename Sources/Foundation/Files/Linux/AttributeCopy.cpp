@@ -90,8 +90,8 @@ Grants grantsOf(std::string_view list) {
   list.remove_prefix(std::min(list.size(), sizeof(posix_acl_xattr_header)));
   for (; list.size() >= sizeof entry; list.remove_prefix(sizeof entry)) {
     list.copy(reinterpret_cast<char *>(&entry), sizeof entry);
-    const unsigned rights = le16toh(entry.e_perm);
-    const unsigned tag = le16toh(entry.e_tag);
+    unsigned rights = le16toh(entry.e_perm);
+    unsigned tag = le16toh(entry.e_tag);
     if (tag == ACL_GROUP_OBJ)
       grants.group = rights;
     else if (tag == ACL_USER)
@@ -115,8 +115,8 @@ mode_t modeWithoutList(const std::string &source, mode_t mode) {
   Grants grants{.group = 0, .users = 0, .groups = 0, .mask = 0};
   if (error == 0)
     grants = grantsOf(list);
-  const unsigned group = grants.group & grants.users & grants.mask;
-  const unsigned others = mode & grants.users & grants.groups & grants.mask & S_IRWXO;
+  unsigned group = grants.group & grants.users & grants.mask;
+  unsigned others = mode & grants.users & grants.groups & grants.mask & S_IRWXO;
   return (mode & ~static_cast<mode_t>(S_IRWXG | S_IRWXO)) | group << 3 | others;
 }
 

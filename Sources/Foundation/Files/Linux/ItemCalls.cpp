@@ -49,8 +49,8 @@ int inodeFlagsOf(std::uint32_t flags) {
 const int placeFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
 int readStatus(int folder, const char *name, Links links, ItemStatus &status) {
-  const int follow = links == Links::Follow ? 0 : AT_SYMLINK_NOFOLLOW;
-  const int empty = *name ? 0 : AT_EMPTY_PATH;
+  int follow = links == Links::Follow ? 0 : AT_SYMLINK_NOFOLLOW;
+  int empty = *name ? 0 : AT_EMPTY_PATH;
   struct statx read;
   if (::statx(folder, name, follow | empty | AT_NO_AUTOMOUNT, STATX_BASIC_STATS | STATX_BTIME,
               &read) != 0)
@@ -75,7 +75,7 @@ int readStatus(int folder, const char *name, Links links, ItemStatus &status) {
 // A handle that has not opened the item holds it during the look, so that no
 // device or FIFO can take its place in between.
 int clearFlags(int folder, const char *name, Links links, std::uint32_t mask) {
-  const int follow = links == Links::Follow ? 0 : O_NOFOLLOW;
+  int follow = links == Links::Follow ? 0 : O_NOFOLLOW;
   Descriptor handle(::openat(folder, name, O_PATH | O_CLOEXEC | follow));
   if (!handle)
     return errno;

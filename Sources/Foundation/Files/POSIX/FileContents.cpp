@@ -106,8 +106,8 @@ int Replacement::openFormer() {
 // Empty, with errno set, when no name is left.
 Descriptor Replacement::create() {
   // Never grants access that the former file denied, not even for a moment.
-  const mode_t mode = former_ ? formerStatus_.st_mode & 0600 : 0666;
-  const uid_t owner = former_ ? formerStatus_.st_uid : ::geteuid();
+  mode_t mode = former_ ? formerStatus_.st_mode & 0600 : 0666;
+  uid_t owner = former_ ? formerStatus_.st_uid : ::geteuid();
   Descriptor result;
   errno = EEXIST;
   for (unsigned slot = 0; slot < temporarySlots; ++slot) {

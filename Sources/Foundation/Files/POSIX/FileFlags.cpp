@@ -51,7 +51,7 @@ private:
     int folder = chain_.folder();
     if (itemcalls::readStatus(folder, name, Links::Take, status) != 0)
       return false;
-    const Links links = S_ISLNK(status.mode) ? Links::Follow : Links::Take;
+    Links links = S_ISLNK(status.mode) ? Links::Follow : Links::Take;
     if (links == Links::Follow && itemcalls::readStatus(folder, name, links, status) != 0)
       return false;
     if (status.flags & mask_)

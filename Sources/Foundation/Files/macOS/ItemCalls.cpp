@@ -20,7 +20,7 @@ static_assert(SF_IMMUTABLE_FLAG == SF_IMMUTABLE && SF_APPEND_FLAG == SF_APPEND);
 static_assert(UF_HIDDEN_FLAG == UF_HIDDEN && SF_RESTRICTED_FLAG == SF_RESTRICTED);
 
 int look(int folder, const char *name, Links links, struct stat &found) {
-  const int follow = links == Links::Follow ? 0 : AT_SYMLINK_NOFOLLOW;
+  int follow = links == Links::Follow ? 0 : AT_SYMLINK_NOFOLLOW;
   int result = *name ? ::fstatat(folder, name, &found, follow) : ::fstat(folder, &found);
   return result == 0 ? 0 : errno;
 }
@@ -69,7 +69,7 @@ int clearFlags(int folder, const char *name, Links links, std::uint32_t mask) {
     return 0;
   if (!S_ISREG(found.st_mode) && !S_ISDIR(found.st_mode))
     return EOPNOTSUPP;
-  const int follow = links == Links::Follow ? 0 : O_NOFOLLOW;
+  int follow = links == Links::Follow ? 0 : O_NOFOLLOW;
   Descriptor item(::openat(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | follow));
   if (!item || ::fstat(item.get(), &found) != 0)
     return errno;
@@ -82,8 +82,8 @@ int unlink(int folder, const char *name) {
     return 0;
   int error = errno;
   ItemStatus status;
-  const bool isFolder = error == EPERM && readStatus(folder, name, Links::Take, status) == 0 &&
-                        S_ISDIR(status.mode) && !status.isLocked();
+  bool isFolder = error == EPERM && readStatus(folder, name, Links::Take, status) == 0 &&
+                  S_ISDIR(status.mode) && !status.isLocked();
   return isFolder ? EISDIR : error;
 }
 

@@ -27,14 +27,14 @@ Owned<CFURLRef> urlOfItem(const std::string &path, int &error) {
 
 Owned<CFTypeRef> resourceValue(CFURLRef url, CFStringRef key, int &error) {
   CFTypeRef value = nullptr;
-  const bool isRead = ::CFURLCopyResourcePropertyForKey(url, key, &value, nullptr);
+  bool isRead = ::CFURLCopyResourcePropertyForKey(url, key, &value, nullptr);
   if (!value)
     error = isRead ? ENODATA : EIO;
   return Owned(value);
 }
 
 std::optional<std::string> resourceText(CFURLRef url, CFStringRef key, int &error) {
-  const Owned<CFTypeRef> value = resourceValue(url, key, error);
+  Owned<CFTypeRef> value = resourceValue(url, key, error);
   if (!value)
     return std::nullopt;
   std::optional<std::string> text;
@@ -61,8 +61,8 @@ std::optional<Value> askItem(const std::string &path,
   int error = 0;
   std::optional<Value> value;
   {
-    const AutoreleasePool pool;
-    if (const Owned<CFURLRef> url = urlOfItem(path, error))
+    AutoreleasePool pool;
+    if (Owned<CFURLRef> url = urlOfItem(path, error))
       value = ask(url.get(), error);
   }
   if (!value)

@@ -131,7 +131,7 @@ int timeoutOf(const ChildProcess &child) {
 }
 
 void Reaper::waitForAnEnd() {
-  const std::size_t room = roomForWaits();
+  std::size_t room = roomForWaits();
   int timeout = -1;
   waits_.assign(1, {wake_.reading, POLLIN, 0});
   for (const std::shared_ptr<ChildProcess> &child : watched_) {

@@ -52,12 +52,12 @@ private:
   enum class Step { Goes, Done, Failed };
 
   Step next() {
-    const std::optional<ChildOutcome> outcome = child_.outcome();
+    std::optional<ChildOutcome> outcome = child_.outcome();
     if (isOverdue() && (!outcome || outcome->signalled))
       return Step::Failed;
     // The pipe holds all output of a child that has ended.
-    const bool hasEnded = outcome.has_value();
-    const int timeout = hasEnded ? 0 : patience();
+    bool hasEnded = outcome.has_value();
+    int timeout = hasEnded ? 0 : patience();
     if (descriptors::waitForReading(pipe_, hasEnded ? -1 : exit_.get(), timeout).first)
       return readSome();
     return hasEnded ? Step::Done : Step::Goes;
@@ -198,7 +198,7 @@ std::optional<std::string> ProcessTask::readOutput(std::size_t sizeLimit) {
   ChildProcess &child = launched();
   if (!pipes_[STDOUT_FILENO])
     refuse("standard output is no pipe");
-  const int pipe = pipes_[STDOUT_FILENO]->fileHandleForReading().fileDescriptor();
+  int pipe = pipes_[STDOUT_FILENO]->fileHandleForReading().fileDescriptor();
   auto output = OutputReader(pipe, child, sizeLimit).read();
   if (!output) {
     child.kill();

@@ -61,7 +61,7 @@ std::optional<PropertyList> integerFrom(std::string_view text) {
   bool isNegative = text.starts_with('-');
   if (isNegative || text.starts_with('+'))
     text.remove_prefix(1);
-  const int base = isHexadecimal(text) ? 16 : 10;
+  int base = isHexadecimal(text) ? 16 : 10;
   if (base == 16)
     text.remove_prefix(2);
   std::uint64_t magnitude = 0;
@@ -81,12 +81,12 @@ std::optional<PropertyList> integerFrom(std::string_view text) {
 // since not every C++ library has from_chars for reals.
 std::optional<PropertyList> realFrom(std::string_view text) {
   static const locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
-  const std::string number(trimmed(text));
-  const bool isSigned = number.starts_with('-') || number.starts_with('+');
+  std::string number(trimmed(text));
+  bool isSigned = number.starts_with('-') || number.starts_with('+');
   if (number.empty() || isHexadecimal(std::string_view(number).substr(isSigned ? 1 : 0)))
     return std::nullopt;
   char *stop = nullptr;
-  const double value = ::strtod_l(number.c_str(), &stop, plain);
+  double value = ::strtod_l(number.c_str(), &stop, plain);
   if (stop != number.c_str() + number.size())
     return std::nullopt;
   return PropertyList(value);
@@ -142,15 +142,15 @@ PropertyList dataFrom(std::string_view text) {
       ++padding;
     else if (whitespace.find(c) == std::string_view::npos)
       padding = 0;
-    const int digit = c == '=' ? 0 : base64Digit(c);
+    int digit = c == '=' ? 0 : base64Digit(c);
     if (digit < 0)
       continue;
     group = group << 6 | static_cast<std::uint32_t>(digit);
     if (++digits < 4)
       continue;
-    const std::array<char, 3> decoded = {static_cast<char>(group >> 16 & 0xff),
-                                         static_cast<char>(group >> 8 & 0xff),
-                                         static_cast<char>(group & 0xff)};
+    std::array<char, 3> decoded = {static_cast<char>(group >> 16 & 0xff),
+                                   static_cast<char>(group >> 8 & 0xff),
+                                   static_cast<char>(group & 0xff)};
     bytes.append(decoded.data(), decoded.size() - std::min<std::size_t>(padding, 2));
     group = 0;
     digits = 0;

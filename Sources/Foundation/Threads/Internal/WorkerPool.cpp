@@ -60,11 +60,11 @@ struct WorkerPool::State {
     std::size_t firsts = 0;
     std::size_t all = 0;
     for (const Line &line : lines) {
-      const std::size_t most = std::max<std::size_t>(limits.ofOneUser, 1);
+      std::size_t most = std::max<std::size_t>(limits.ofOneUser, 1);
       all += std::min(line.waiting.size(), most - std::min(most, line.underWay));
       firsts += !line.waiting.empty() && line.underWay == 0 ? 1u : 0u;
     }
-    const std::size_t room = limits.inAll - std::min(limits.inAll, underWay);
+    std::size_t room = limits.inAll - std::min(limits.inAll, underWay);
     return std::max(firsts, std::min(all, room));
   }
 
@@ -145,7 +145,7 @@ void WorkerPool::workOn(const std::shared_ptr<State> &state) {
       return line != state->lines.end() || state->closed;
     });
     if (line == state->lines.end()) { // idle for too long, or closed
-      const bool isNeeded = !state->closed || state->hasWork();
+      bool isNeeded = !state->closed || state->hasWork();
       if (state->threads > 1 || !isNeeded)
         break;
       continue;

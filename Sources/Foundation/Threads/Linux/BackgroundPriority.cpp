@@ -16,7 +16,7 @@ constexpr int whenIdle = 3 << 13;
 } // namespace
 
 void takeBackgroundPriority() {
-  const auto thread = static_cast<id_t>(::gettid());
+  auto thread = static_cast<id_t>(::gettid());
   static_cast<void>(::setpriority(PRIO_PROCESS, thread, lowestProcessorPriority));
   static_cast<void>(::syscall(SYS_ioprio_set, onlyThisThread, 0, whenIdle));
 }

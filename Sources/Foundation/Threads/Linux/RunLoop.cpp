@@ -101,7 +101,7 @@ private:
 
   void performDueBlocks() {
     const Frame *frame = innermost();
-    const std::string mode = frame ? frame->mode : DefaultRunLoopMode;
+    std::string mode = frame ? frame->mode : DefaultRunLoopMode;
     static_cast<void>(blocks_.performDue(mode));
   }
 

@@ -177,8 +177,8 @@ StepOutcome copyFile(int sourceFolder, const char *name, int targetFolder, const
     return outcome;
   if (!S_ISREG(status.mode))
     return {TreeStep::Check, ESTALE};
-  const bool isClone = copycalls::cloneFile(source.get(), targetFolder, targetName) == 0;
-  const int access = isClone ? O_RDONLY : O_WRONLY | O_CREAT | O_EXCL;
+  bool isClone = copycalls::cloneFile(source.get(), targetFolder, targetName) == 0;
+  int access = isClone ? O_RDONLY : O_WRONLY | O_CREAT | O_EXCL;
   Descriptor target(
       ::openat(targetFolder, targetName, access | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!target)

@@ -117,14 +117,14 @@ int renameWithoutReplacing(const ItemLocation &source, const ItemLocation &targe
   ItemStatus status;
   if (StepOutcome outcome = readStatus(from, name, status); outcome.isFailed())
     return outcome.errnum();
-  const bool isFolder = S_ISDIR(status.mode);
+  bool isFolder = S_ISDIR(status.mode);
   if (!isFolder && ::linkat(from, name, to, newName, 0) == 0)
     return ::unlinkat(from, name, 0) == 0 ? 0 : errno;
   if (int error = makePlaceholder(to, newName, isFolder))
     return error;
   if (::renameat(from, name, to, newName) == 0)
     return 0;
-  const int error = errno;
+  int error = errno;
   static_cast<void>(::unlinkat(to, newName, isFolder ? AT_REMOVEDIR : 0));
   return error;
 }

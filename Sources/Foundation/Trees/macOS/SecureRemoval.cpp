@@ -19,12 +19,12 @@ static_assert(REMOVEFILE_SECURE_1_PASS_FLAG == std::uint32_t{REMOVEFILE_SECURE_1
 int refusal(const std::string &path) {
   if (path.find('\0') != std::string::npos)
     return EINVAL;
-  const std::size_t end = path.find_last_not_of('/');
+  std::size_t end = path.find_last_not_of('/');
   if (end == std::string::npos)
     return path.empty() ? ENOENT : EBUSY;
-  const std::size_t slash = path.rfind('/', end);
-  const std::size_t begin = slash == std::string::npos ? 0 : slash + 1;
-  const std::string name = path.substr(begin, end + 1 - begin);
+  std::size_t slash = path.rfind('/', end);
+  std::size_t begin = slash == std::string::npos ? 0 : slash + 1;
+  std::string name = path.substr(begin, end + 1 - begin);
   return name == "." || name == ".." ? EINVAL : 0;
 }
 
@@ -44,7 +44,7 @@ int beforeItem(removefile_state_t /*state*/, const char *path, void *context) {
   if (removal.progress.wantsPath())
     removal.progress.setPath(path);
   struct stat status;
-  const bool isFile = ::lstat(path, &status) == 0 && S_ISREG(status.st_mode);
+  bool isFile = ::lstat(path, &status) == 0 && S_ISREG(status.st_mode);
   removal.size = isFile ? static_cast<std::uint64_t>(status.st_size) : 0;
   return REMOVEFILE_PROCEED;
 }
@@ -70,7 +70,7 @@ bool callBack(removefile_state_t state, std::uint32_t callbackKey, removefile_ca
 // 0, or an errno value.
 int removeItem(const std::string &item, std::uint32_t flags) {
   Removal removal;
-  const State state(::removefile_state_alloc());
+  State state(::removefile_state_alloc());
   if (!state)
     return ENOMEM;
   if (!callBack(state.get(), REMOVEFILE_STATE_CONFIRM_CALLBACK, beforeItem,
@@ -78,7 +78,7 @@ int removeItem(const std::string &item, std::uint32_t flags) {
       !callBack(state.get(), REMOVEFILE_STATE_STATUS_CALLBACK, afterItem,
                 REMOVEFILE_STATE_STATUS_CONTEXT, removal))
     return EINVAL;
-  const int error = ::removefile(item.c_str(), state.get(), flags) == 0 ? 0 : errno;
+  int error = ::removefile(item.c_str(), state.get(), flags) == 0 ? 0 : errno;
   return removal.wasStopped ? ECANCELED : error;
 }
 

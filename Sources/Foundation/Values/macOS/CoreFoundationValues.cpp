@@ -39,7 +39,7 @@ Owned<CFStringRef> platformString(const std::string &text) {
 std::optional<std::string> textOf(CFStringRef string) {
   if (!string)
     return std::nullopt;
-  const CFRange all = {0, ::CFStringGetLength(string)};
+  CFRange all = {0, ::CFStringGetLength(string)};
   CFIndex size = 0;
   if (::CFStringGetBytes(string, all, kCFStringEncodingUTF8, 0, false, nullptr, 0, &size) !=
       all.length)
@@ -66,7 +66,7 @@ std::optional<std::string> pathOf(CFURLRef url) {
 std::shared_ptr<Object> objectOf(CFTypeRef value) {
   if (!value)
     return nullptr;
-  const CFTypeID type = ::CFGetTypeID(value);
+  CFTypeID type = ::CFGetTypeID(value);
   if (type == ::CFNumberGetTypeID())
     return numberOf(static_cast<CFNumberRef>(value));
   if (type == ::CFBooleanGetTypeID())

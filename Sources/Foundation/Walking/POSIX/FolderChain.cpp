@@ -174,7 +174,7 @@ void FolderChain::drop() {
 StepOutcome FolderChain::leave() {
   if (isOpen() && !isKept(links_.size() - 1))
     --open_;
-  const Descriptor below = std::move(links_.back().descriptor);
+  Descriptor below = std::move(links_.back().descriptor);
   drop();
   if (links_.empty() || links_.back().descriptor)
     return {};
@@ -199,7 +199,7 @@ int FolderChain::reopenThrough(const Descriptor &below) {
 // Returns the folder at the index, or the lowest above it that the names lead
 // to, and its index. Empty, with errno set, without the root.
 Descriptor FolderChain::openByNames(std::size_t &index) {
-  const std::size_t wanted = index;
+  std::size_t wanted = index;
   Descriptor folder = openWithin(links_[0].descriptor.get(), ".");
   for (index = 0; folder && index < wanted; ++index) {
     Descriptor next = openWithin(folder.get(), nameOf(links_[index + 1]));
@@ -217,7 +217,7 @@ Descriptor FolderChain::openByNames(std::size_t &index) {
 bool FolderChain::findAgain(const LossHandler &lost) {
   std::size_t index = links_.size() - 1;
   Descriptor folder = openByNames(index);
-  const std::size_t kept = folder ? index + 1 : 0;
+  std::size_t kept = folder ? index + 1 : 0;
   while (links_.size() > kept) {
     lost(pathBelowRoot());
     drop();

@@ -35,7 +35,7 @@ FolderSharing::FolderSharing() : work_(Processors::shared().usable()) {}
 
 bool FolderSharing::share(const FolderChain &original, const FolderChain *copy,
                           const std::string &rootPath, const FolderWork &work) {
-  const std::size_t depth = original.depth();
+  std::size_t depth = original.depth();
   if (depth > sharedLevels || ++folders_ <= foldersWithoutCrew || !takeDescriptors() ||
       !work_.hasRoom())
     return false;

@@ -112,7 +112,7 @@ void HierarchyStream::set(FTSEntry &entry, FTSInstruction instruction) {
 // Looks at an item of the present folder, or at the root by its path.
 HierarchyStream::Finding HierarchyStream::look(const char *name, std::uint8_t type) const {
   Finding found;
-  const int folder = depth_ > 0 ? chain_.folder() : AT_FDCWD;
+  int folder = depth_ > 0 ? chain_.folder() : AT_FDCWD;
   if (mayBeFolder(type) || !(options_ & FTSOption::NOSTAT)) {
     found.errnum = foldercalls::readStatus(folder, name, found.status);
     found.info = found.errnum == 0 ? infoOfMode(found.status.mode) : FTSInfo::NS;
@@ -153,7 +153,7 @@ FTSEntry *HierarchyStream::push(const Finding &found, std::size_t nameLength) {
   frame.entry.parent = parent;
   frame.entry.statp = found.status;
   point(frame.entry, frame.pathLength, nameLength);
-  const FolderID id = idOf(found.status);
+  FolderID id = idOf(found.status);
   if (depth_ >= linearAncestors)
     deepAncestors_.insert(id);
   chain_.add(path_.c_str() + (depth_ > 0 ? path_.size() - nameLength : 0), id);
@@ -164,7 +164,7 @@ FTSEntry *HierarchyStream::push(const Finding &found, std::size_t nameLength) {
 // The item of that name in the present folder.
 template <typename Look>
 FTSEntry *HierarchyStream::enterItem(const char *name, const Look &lookAtIt) {
-  const std::size_t length = std::strlen(name);
+  std::size_t length = std::strlen(name);
   path_.resize(top().pathLength);
   appendName(name, length);
   return enter(lookAtIt(), length);

@@ -54,7 +54,7 @@ std::int64_t copyCode(const std::string &from, const std::string &to) {
 TEST(ItemCalls, clearTheOwnersFlagsAndKeepAllOthers) {
   kwtest::darwin::ShimScope shim;
   ScratchFolder scratch;
-  const std::string path = scratch.file("file", "");
+  std::string path = scratch.file("file", "");
   shim->otherFlags[statusOf(path).st_ino] = NS::UF_APPEND_FLAG | restrictedAndHidden;
   EXPECT_EQ(NS::FileFlags::shared().clear(path, NS::UF_APPEND_FLAG | NS::UF_IMMUTABLE_FLAG), 0);
   EXPECT_EQ(flagsOf(path), restrictedAndHidden);
@@ -102,7 +102,7 @@ TEST(MoveOnAVolumeWithoutExclusiveRenames, replacesNothing) {
   ScratchFolder scratch;
   fs::create_directory(scratch.path("folder"));
   fs::create_directory(scratch.path("there"));
-  const std::string file = scratch.file("file", "content");
+  std::string file = scratch.file("file", "content");
   auto moveCode = [&](const std::string &from, const char *to) {
     std::optional<NS::Error> error;
     bool moved = NS::FileManager::defaultManager().moveItemAtPath(from, scratch.path(to), &error);
@@ -124,7 +124,7 @@ TEST(MoveOnAVolumeWithoutExclusiveRenames, replacesNothing) {
 TEST(CopyCalls, cloneFilesWithoutTheirFlags) {
   kwtest::darwin::ShimScope shim;
   ScratchFolder scratch;
-  const std::string file = scratch.file("file", "content"), copy = scratch.path("copy");
+  std::string file = scratch.file("file", "content"), copy = scratch.path("copy");
   ASSERT_EQ(::chmod(file.c_str(), 0640), 0);
   shim->otherFlags[statusOf(file).st_ino] = restrictedAndHidden;
   ASSERT_EQ(copyCode(file, copy), 0);

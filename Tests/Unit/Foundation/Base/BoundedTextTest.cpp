@@ -37,7 +37,7 @@ TEST(Log, isBoundedInLength) {
   kwtest::LogRecorder log;
   NS::Log("%s: %s", std::string(20'000'000, 'x'), "No such file");
   ASSERT_EQ(log.lines().size(), 1u);
-  const std::string line = log.lines()[0];
+  std::string line = log.lines()[0];
   EXPECT_LE(line.size(), NS::longestLogMessage + 40);
   EXPECT_TRUE(line.ends_with("xx: No such file"));
   EXPECT_NE(line.find(" bytes …]"), std::string::npos);

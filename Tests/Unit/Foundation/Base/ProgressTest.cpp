@@ -15,7 +15,7 @@ TEST(Progress, countsNothingAndCannotBeCancelledOnAThreadWithoutOne) {
   inert.cancel();
   inert.countItem(7);
   inert.setPath("/x");
-  const Progress::Snapshot taken = inert.snapshot();
+  Progress::Snapshot taken = inert.snapshot();
   EXPECT_FALSE(inert.isCancelled());
   EXPECT_FALSE(inert.wantsPath());
   EXPECT_EQ(taken.items, 0u);
@@ -82,7 +82,7 @@ TEST(Progress, wantsAPathOncePerSnapshot) {
 TEST(Progress, keepsTheEndOfAPathThatIsTooLong) {
   Progress progress;
   progress.setPath(std::string(Progress::longestPath, 'x') + "/name");
-  const std::string kept = progress.snapshot().path;
+  std::string kept = progress.snapshot().path;
   EXPECT_EQ(kept.size(), Progress::longestPath);
   EXPECT_EQ(kept.substr(kept.size() - 6), "x/name");
 }

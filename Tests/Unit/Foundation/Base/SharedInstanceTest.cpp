@@ -29,7 +29,7 @@ Seam &Seam::real() {
 
 TEST(SharedInstance, isMadeOnceAndOnlyWhenItIsNeeded) {
   Seam replacement;
-  const int before = made;
+  int before = made;
   {
     NS::ScopedOverride<Seam> override(replacement);
     EXPECT_EQ(&Seam::shared(), &replacement);
@@ -54,7 +54,7 @@ TEST(SharedInstance, isTheFormerOneAfterEachOverride) {
 }
 
 TEST(SharedInstance, isNotDestroyedWhenTheProcessEnds) {
-  const pid_t child = ::fork();
+  pid_t child = ::fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
     static_cast<void>(Seam::shared());

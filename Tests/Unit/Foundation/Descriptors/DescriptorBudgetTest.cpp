@@ -118,7 +118,7 @@ TEST(DescriptorBudget, hasAShareMovedRatherThanCopied) {
 
 TEST(WalkShare, isOneForWalksWithinEachOther) {
   DescriptorBudget &walks = DescriptorBudget::ofWalks();
-  const std::size_t before = walks.inUse();
+  std::size_t before = walks.inUse();
   {
     NS::WalkShare outer;
     NS::WalkShare inner;
@@ -129,7 +129,7 @@ TEST(WalkShare, isOneForWalksWithinEachOther) {
 
 TEST(WalkShare, isHeldByTheLastOfThemOnAnyThread) {
   DescriptorBudget &walks = DescriptorBudget::ofWalks();
-  const std::size_t before = walks.inUse();
+  std::size_t before = walks.inUse();
   auto outer = std::make_unique<NS::WalkShare>();
   auto inner = std::make_unique<NS::WalkShare>();
   outer.reset();
@@ -160,7 +160,7 @@ std::string waitsForItsTurn(const std::function<void()> &walk) {
 
 TEST(WalkShare, isTakenByEveryWalk) {
   kwtest::ScratchFolder scratch;
-  const std::string from = scratch.path("from"), to = scratch.path("to");
+  std::string from = scratch.path("from"), to = scratch.path("to");
   std::filesystem::create_directories(from + "/inner");
   NS::FileManager &manager = NS::FileManager::defaultManager();
   EXPECT_EQ(waitsForItsTurn([&] { manager.enumeratorAtPath(from)->nextObject(); }), "");

@@ -58,8 +58,8 @@ struct Case {
 TEST(AttributeCopy, withoutTheAccessListGrantsNoAccessThatTheListDenies) {
   KW_REQUIRE_ROOT();
   kwtest::ScratchFolder scratch;
-  const std::string source = scratch.file("source", "");
-  const std::vector<Case> cases = {
+  std::string source = scratch.file("source", "");
+  std::vector<Case> cases = {
       // The mask does not grant the group any right.
       {listWith(0, 6, 0, {{ACL_USER, 6, 1234}}, {}), "600"},
       {listWith(6, 4, 0, {{ACL_USER, 6, 1234}}, {}), "640"},
@@ -76,7 +76,7 @@ TEST(AttributeCopy, withoutTheAccessListGrantsNoAccessThatTheListDenies) {
               kwtest::ScratchFolder folder;
               if (::mount("ramfs", folder.path().c_str(), "ramfs", 0, nullptr) != 0)
                 return "no mount";
-              const std::string target = folder.file("target", "");
+              std::string target = folder.file("target", "");
               std::string wrong;
               for (const Case &row : cases) {
                 kwtest::setAttribute(source, kwtest::accessListName,
@@ -92,8 +92,8 @@ TEST(AttributeCopy, withoutTheAccessListGrantsNoAccessThatTheListDenies) {
 
 TEST(AttributeCopy, withTheAccessListKeepsTheModeThatIsItsMask) {
   kwtest::ScratchFolder scratch;
-  const std::string source = scratch.file("source", ""), target = scratch.file("target", "");
-  const std::string list = kwtest::accessListOf(listWith(0, 6, 0, {{ACL_USER, 6, 1234}}, {}));
+  std::string source = scratch.file("source", ""), target = scratch.file("target", "");
+  std::string list = kwtest::accessListOf(listWith(0, 6, 0, {{ACL_USER, 6, 1234}}, {}));
   KW_REQUIRE_ATTRIBUTE(source, kwtest::accessListName, list);
   EXPECT_EQ(copiedMode(source, target), "660");
   EXPECT_EQ(kwtest::attribute(target, kwtest::accessListName), list);
@@ -101,10 +101,10 @@ TEST(AttributeCopy, withTheAccessListKeepsTheModeThatIsItsMask) {
 
 TEST(AttributeCopy, takesAnInheritedListAway) {
   kwtest::ScratchFolder scratch;
-  const std::string source = scratch.file("source", "");
-  const std::string list = kwtest::accessListOf(listWith(0, 6, 0, {{ACL_USER, 6, 1234}}, {}));
+  std::string source = scratch.file("source", "");
+  std::string list = kwtest::accessListOf(listWith(0, 6, 0, {{ACL_USER, 6, 1234}}, {}));
   KW_REQUIRE_ATTRIBUTE(scratch.path(), kwtest::defaultListName, list);
-  const std::string target = scratch.file("target", "");
+  std::string target = scratch.file("target", "");
   ASSERT_NE(kwtest::attribute(target, kwtest::accessListName), "");
   EXPECT_EQ(copiedMode(source, target).size(), 3u);
   EXPECT_EQ(kwtest::attribute(target, kwtest::accessListName), "");
@@ -113,9 +113,9 @@ TEST(AttributeCopy, takesAnInheritedListAway) {
 TEST(AttributeCopy, keepsAttributesThatVouchForDataOnlyWithTheSameData) {
   KW_REQUIRE_ROOT();
   kwtest::ScratchFolder scratch;
-  const std::string source = scratch.file("source", ""), target = scratch.file("target", "");
+  std::string source = scratch.file("source", ""), target = scratch.file("target", "");
   // Revision 2, CAP_CHOWN permitted.
-  const std::string capability("\0\0\0\2\1\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 20);
+  std::string capability("\0\0\0\2\1\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 20);
   KW_REQUIRE_ATTRIBUTE(source, "security.capability", capability);
   mode_t mode = 0644;
   NS::LeftOut leftOut;

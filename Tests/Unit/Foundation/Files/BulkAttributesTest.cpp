@@ -151,8 +151,8 @@ TEST(BulkAttributes, failForABufferThatHoldsNotEvenOneEntry) {
 TEST(BulkAttributes, endWhereAFolderCannotBeReadOn) {
   ScratchFolder scratch;
   kwtest::LogRecorder log;
-  const std::string path = scratch.file("file", "");
-  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  std::string path = scratch.file("file", "");
+  int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   std::array<char, 400> buffer{};
   for (int descriptor : {file, -1}) {
     std::uint32_t count = 16, word = 0;

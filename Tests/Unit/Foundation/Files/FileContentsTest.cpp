@@ -131,9 +131,9 @@ TEST_F(FileContentsTest, cannotReplaceAFolderNorBeInAMissingOne) {
 }
 
 TEST_F(FileContentsTest, areReplacedWithAccessListAndAttributesKept) {
-  const std::string path = scratch.file("a", "old");
+  std::string path = scratch.file("a", "old");
   // The owning group may do nothing; its bits of the mode are the list's mask.
-  const std::string list = kwtest::accessListOf(
+  std::string list = kwtest::accessListOf(
       {{ACL_USER_OBJ, 6}, {ACL_USER, 6, 1234}, {ACL_GROUP_OBJ, 0}, {ACL_MASK, 6}, {ACL_OTHER, 0}});
   KW_REQUIRE_ATTRIBUTE(path, kwtest::accessListName, list);
   KW_REQUIRE_ATTRIBUTE(path, "user.note", "kept");
@@ -147,7 +147,7 @@ TEST_F(FileContentsTest, areReplacedWithAccessListAndAttributesKept) {
 }
 
 TEST_F(FileContentsTest, areReplacedWithoutTheListThatTheFolderHandsDown) {
-  const std::string path = scratch.file("a", "old");
+  std::string path = scratch.file("a", "old");
   ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
   KW_REQUIRE_ATTRIBUTE(scratch.path(), kwtest::defaultListName,
                        kwtest::accessListOf({{ACL_USER_OBJ, 6},
@@ -162,7 +162,7 @@ TEST_F(FileContentsTest, areReplacedWithoutTheListThatTheFolderHandsDown) {
 // The signal of that limit ends the process in the middle of its write.
 TEST_F(FileContentsTest, ofAnotherUserClearTheLeftoverOfAKilledReplacement) {
   KW_REQUIRE_ROOT();
-  const std::string path = scratch.file("a", "old");
+  std::string path = scratch.file("a", "old");
   ASSERT_EQ(::chown(path.c_str(), 1234, 5678), 0);
   EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
               std::signal(SIGXFSZ, SIG_DFL);
@@ -185,7 +185,7 @@ TEST_F(FileContentsTest, ofAnotherUserClearTheLeftoverOfAKilledReplacement) {
 
 TEST_F(FileContentsTest, leaveAFileOfTheirNamesToAThirdUser) {
   KW_REQUIRE_ROOT();
-  const std::string path = scratch.file("a", "old");
+  std::string path = scratch.file("a", "old");
   ASSERT_EQ(::chown(path.c_str(), 1234, 5678), 0);
   ASSERT_EQ(::chown(scratch.file(".keepwell-new-00", "x").c_str(), 4321, 5678), 0);
   EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
@@ -193,7 +193,7 @@ TEST_F(FileContentsTest, leaveAFileOfTheirNamesToAThirdUser) {
 }
 
 TEST_F(FileContentsTest, atAPathThatWouldBeCutShortAreAnError) {
-  const std::string path = scratch.file("a", "old") + std::string("\0x", 2);
+  std::string path = scratch.file("a", "old") + std::string("\0x", 2);
   EXPECT_EQ(files().dataWithContentsOfFile(path, &error), std::nullopt);
   EXPECT_TRUE(error);
   error.reset();
@@ -238,7 +238,7 @@ TEST_F(FileContentsTest, staysAsTheyWereWhenTheWriteStopsMidway) {
 }
 
 TEST_F(FileContentsTest, replacedBySeveralAtOnceAreThoseOfOneOfThem) {
-  const std::string path = scratch.file("shared", "");
+  std::string path = scratch.file("shared", "");
   std::atomic<int> failures = 0;
   std::vector<std::thread> writers;
   for (char letter = 'a'; letter < 'i'; ++letter)

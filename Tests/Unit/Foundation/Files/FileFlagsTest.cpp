@@ -89,7 +89,7 @@ TEST(FileFlags, clearThoseOfTheMaskAndKeepAllOthers) {
   std::string path = scratch.file("file", "");
   LockedItem locked(path, FS_NODUMP_FL | FS_NOATIME_FL | FS_IMMUTABLE_FL | FS_APPEND_FL);
   KW_REQUIRE_LOCKED(locked);
-  const int all = inodeFlags(path);
+  int all = inodeFlags(path);
   EXPECT_EQ(clearError(path, NS::UF_HIDDEN_FLAG | NS::SF_RESTRICTED_FLAG), 0);
   EXPECT_EQ(inodeFlags(path), all);
   // The owner's and the system's kind are one.

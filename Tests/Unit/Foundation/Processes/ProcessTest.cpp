@@ -12,7 +12,7 @@ namespace {
 
 // The wait status of a child that runs the function.
 int statusOfChild(void (*function)()) {
-  const pid_t child = ::fork();
+  pid_t child = ::fork();
   if (child == 0) {
     function();
     ::_exit(99);

@@ -453,11 +453,11 @@ TEST(TaskOutput, isReadToItsEnd) {
 TEST(TaskOutput, ofAProgramThatEndedIsCompleteThoughAnotherHoldsThePipe) {
   // The shell's child inherits the pipe and lives on until it is told.
   kwtest::ScratchFolder scratch;
-  const std::string fifo = scratch.path("fifo");
+  std::string fifo = scratch.path("fifo");
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   auto task = limitedShell("echo text; read line <'" + fifo + "' &");
   EXPECT_EQ(task->readOutput(1 << 20), "text\n");
-  const int release = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
+  int release = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
   ::close(release);
 }
 

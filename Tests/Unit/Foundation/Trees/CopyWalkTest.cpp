@@ -121,7 +121,7 @@ private:
 
 // The most threads during the copy alone: the removal afterwards has its own.
 std::size_t threadsOfCopy(const ScratchFolder &scratch) {
-  const std::string from = scratch.path("tree"), to = scratch.path("other/tree");
+  std::string from = scratch.path("tree"), to = scratch.path("other/tree");
   NS::ItemLocation source, target;
   if (NS::locateItem(from, source) != 0 || NS::locateItem(to, target) != 0)
     return 0;

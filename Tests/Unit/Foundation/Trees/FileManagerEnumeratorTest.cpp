@@ -60,9 +60,9 @@ TEST(Enumerator, givesEveryItemOnceEachFolderBeforeItsContents) {
 TEST(Enumerator, goesOnWithTheOtherBranchesWhenAFolderIsMovedAway) {
   ScratchFolder scratch;
   kwtest::LogRecorder log;
-  const std::string deep = "/1/2/3/4/5/6/7/8";
+  std::string deep = "/1/2/3/4/5/6/7/8";
   for (int branch = 10; branch < 30; ++branch) {
-    const std::string folder = "root/" + std::to_string(branch);
+    std::string folder = "root/" + std::to_string(branch);
     fs::create_directories(scratch.path(folder + deep));
     scratch.file(folder + deep + "/item", "");
   }

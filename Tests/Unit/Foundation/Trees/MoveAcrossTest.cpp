@@ -329,7 +329,7 @@ TEST(MoveAcross, toAVolumeWithoutAccessListsGrantsNoFurtherAccess) {
   fs::create_directory(scratch.path("tree"));
   // The owner and one user may write; the group has no right. The mask is in
   // the group's bits of the mode, but does not grant the group any right.
-  const std::string list = kwtest::accessListOf(
+  std::string list = kwtest::accessListOf(
       {{ACL_USER_OBJ, 6}, {ACL_USER, 6, 1234}, {ACL_GROUP_OBJ, 0}, {ACL_MASK, 6}, {ACL_OTHER, 0}});
   for (const char *name : {"tree/one", "tree/two"})
     KW_REQUIRE_ATTRIBUTE(scratch.file(name, "secret"), kwtest::accessListName, list);
@@ -392,7 +392,7 @@ TEST(MoveAcross, keepsHardLinksAtAnyDepthInLittleMemory) {
                 [&]() -> std::string {
                   constexpr int pairs = 2000;
                   fs::create_directory(scratch.path("tree"));
-                  const std::string name(255, 'n');
+                  std::string name(255, 'n');
                   kwtest::DeepChain chain(scratch.path("tree"), 1000, name);
                   NS::Descriptor bottom = bottomOf(scratch.path("tree"), name);
                   for (int number = 0; number < pairs; ++number) {

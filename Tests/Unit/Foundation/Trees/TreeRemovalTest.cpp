@@ -103,7 +103,7 @@ TEST(TreeRemoval, byAnyThreadDoesNotTakeALostWayBackForAnItemThatIsGone) {
               HookedEraser eraser([&](const std::string &name) {
                 if (!name.starts_with("bottom"))
                   return;
-                const std::string chain = name.substr(6);
+                std::string chain = name.substr(6);
                 std::error_code ignored;
                 fs::rename(scratch.path("volume/view/root/" + chain + "/d/d"),
                            scratch.path("volume/" + chain), ignored);
@@ -322,7 +322,7 @@ TEST(CancelledRequest, ofAMoveToAnotherVolumeLeavesTheSourceWholeAndNothingElse)
 TEST(CancelledRequest, stopsAMoveWithinAFile) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
-  const std::string content(64 << 20, 'x');
+  std::string content(64 << 20, 'x');
   auto make = [&] { scratch.file("root", content); };
   auto condition = [&](Progress &) {
     return fs::exists(scratch.path("other/.keepwell-copy-00/item"));

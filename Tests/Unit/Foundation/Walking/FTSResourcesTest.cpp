@@ -70,7 +70,7 @@ std::size_t mostHeldBelow(int level, NS::FTSStream &stream, std::size_t before) 
 TEST(FTSResources, holdsNoMoreDescriptorsThanItSaysAlone) {
   ScratchFolder scratch(quickFolder());
   makeChain(scratch.path(), 200);
-  const std::size_t before = openDescriptorCount();
+  std::size_t before = openDescriptorCount();
   auto stream = NS::FTS::shared().open(scratch.path(), physical);
   EXPECT_EQ(mostHeldBelow(0, *stream, before), HierarchyStream::mostDescriptors - 1);
 }
@@ -80,7 +80,7 @@ TEST(FTSResources, holdsNoMoreDescriptorsThanItSaysBelowFoldersReadAhead) {
   ScratchFolder scratch(quickFolder());
   makeChain(scratch.path(), 200);
   kwtest::FakeProcessors processors(4);
-  const std::size_t before = openDescriptorCount();
+  std::size_t before = openDescriptorCount();
   auto stream = NS::FTS::shared().openForAll(scratch.path(), physical);
   EXPECT_EQ(mostHeldBelow(100, *stream, before), HierarchyStream::mostDescriptors - 1);
 }
@@ -88,7 +88,7 @@ TEST(FTSResources, holdsNoMoreDescriptorsThanItSaysBelowFoldersReadAhead) {
 TEST(FTSResources, leavesRoomForAnotherWalksStackInItsShare) {
   static_assert(HierarchyStream::mostDescriptors * 2 <= NS::DescriptorBudget::perWalk);
   NS::DescriptorBudget &walks = NS::DescriptorBudget::ofWalks();
-  const std::size_t before = walks.inUse();
+  std::size_t before = walks.inUse();
   ScratchFolder scratch;
   auto stream = NS::FTS::shared().open(scratch.path(), physical);
   EXPECT_EQ(walks.inUse(), before + 1);
@@ -101,13 +101,13 @@ TEST(FTSResources, readsNothingAheadWhereNoSharesAreToSpare) {
   NS::DescriptorBudget &walks = NS::DescriptorBudget::ofWalks();
   ScratchFolder scratch;
   kwtest::FakeProcessors processors(4);
-  const std::size_t before = walks.inUse();
+  std::size_t before = walks.inUse();
   auto first = NS::FTS::shared().openForAll(scratch.path(), physical);
   EXPECT_EQ(walks.inUse(), before + 1 + NS::DescriptorBudget::sharesForHelpers);
   std::vector<NS::DescriptorBudget::Share> spare;
   while (auto share = walks.takeSpare(1))
     spare.push_back(std::move(share));
-  const std::size_t taken = walks.inUse();
+  std::size_t taken = walks.inUse();
   auto second = NS::FTS::shared().openForAll(scratch.path(), physical);
   EXPECT_EQ(walks.inUse(), taken) << "one share for both walks of this thread";
 }
@@ -116,7 +116,7 @@ TEST(FTSResources, stopsAtTheNextItemWhenCancelled) {
   ScratchFolder scratch;
   makeChain(scratch.path(), 20);
   for (unsigned processors : {1u, 4u}) {
-    const std::size_t before = openDescriptorCount();
+    std::size_t before = openDescriptorCount();
     Progress progress;
     Progress::Scope scope(progress);
     HierarchyStream stream(scratch.path(), physical, processors);
@@ -155,7 +155,7 @@ TEST(FTSResources, countsEachItemOnceAndTellsWhereItIs) {
   std::int64_t blocks = 0;
   while (FTSEntry *entry = stream.read())
     blocks += entry->info == NS::FTSInfo::DP ? 0 : entry->statp.blocks;
-  const Progress::Snapshot taken = progress.snapshot();
+  Progress::Snapshot taken = progress.snapshot();
   EXPECT_EQ(taken.items, 5u);
   EXPECT_EQ(taken.bytes, static_cast<std::uint64_t>(blocks) * 512);
   EXPECT_EQ(taken.path, scratch.path()) << "that of the first item after the question";
@@ -164,7 +164,7 @@ TEST(FTSResources, countsEachItemOnceAndTellsWhereItIs) {
 // Lets this process have so many descriptors more, by numbers from the lowest
 // free one.
 void limitTo(std::size_t more) {
-  const rlim_t most = openDescriptorCount() + more;
+  rlim_t most = openDescriptorCount() + more;
   rlimit limit{most, most};
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
@@ -179,7 +179,7 @@ std::vector<int> openAll() {
 TEST(FTSResources, waitsForDescriptorsThatOthersGiveBack) {
   ScratchFolder scratch;
   makeChain(scratch.path(), 20);
-  const std::string expected = kwtest::theirs(scratch.path(), physical);
+  std::string expected = kwtest::theirs(scratch.path(), physical);
   EXPECT_EQ(inForkedChild([&]() -> std::string {
               SleepWatcher sleeps;
               auto stream = NS::FTS::shared().open(scratch.path(), physical);
