@@ -209,7 +209,7 @@ std::uint64_t RVFileSizer::itemSizeAtPathAbleToStop(const NS::String &pathObject
   std::int64_t divisor = blockDivisor();
   std::unique_ptr<NS::FTSStream> stream = openWalk(path);
   if (!stream) {
-    NS::Log("Error openning file %@", path);
+    NS::Log("Error openning file %@", path); // (sic)
     return 0;
   }
   std::int64_t total = 0;
