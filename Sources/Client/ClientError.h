@@ -50,7 +50,9 @@ public:
   // "org.freedesktop.DBus.Error.NotSupported"; empty for an error of the
   // client.
   const std::string &name() const { return texts_->name; }
-  const char *what() const noexcept override { return texts_->message.c_str(); }
+  // The only virtual function with a body of its own: the library alone has the type
+  // information that a program's catch compares with that of a thrown error.
+  const char *what() const noexcept override;
 
 private:
   static Effect usualEffect(Kind kind) {
