@@ -29,27 +29,7 @@ foreach(library libkeepwell libkeepwell_static)
     $<BUILD_INTERFACE:kw_options> PkgConfig::SYSTEMD Threads::Threads)
 endforeach()
 
-# The public headers, as <keepwell/Name.h>. They include no other header of the
-# tree, so that they compile on their own.
-set(public_headers Client/Client.h Client/ClientError.h Client/Export.h Client/Replies.h
-    Client/Request.h Foundation/Base/ErrorValue.h)
-set(made_headers ${CMAKE_BINARY_DIR}/include/keepwell)
-file(REMOVE_RECURSE ${made_headers}) # removes headers under former names
-foreach(header ${public_headers})
-  set(source ${CMAKE_CURRENT_SOURCE_DIR}/${header})
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
-  file(READ ${source} text)
-  foreach(other ${public_headers})
-    cmake_path(GET other FILENAME name)
-    string(REPLACE "#include \"${other}\"" "#include <keepwell/${name}>" text "${text}")
-  endforeach()
-  if(text MATCHES "#include \"[^\n]*")
-    message(FATAL_ERROR "${header} is public and must not have ${CMAKE_MATCH_0}")
-  endif()
-  cmake_path(GET header FILENAME name)
-  file(CONFIGURE OUTPUT ${made_headers}/${name} CONTENT "${text}" @ONLY)
-endforeach()
-
+include(${CMAKE_CURRENT_SOURCE_DIR}/Client/PublicHeaders.cmake)
 include(CMakePackageConfigHelpers)
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Keepwell)
 configure_package_config_file(${CMAKE_CURRENT_SOURCE_DIR}/Client/KeepwellConfig.cmake.in
