@@ -107,12 +107,21 @@ class MacBuildTest(unittest.TestCase):
 
     def test_the_programs_are_linked_with_the_frameworks_for_both_architectures(self):
         _, linked = self.with_sdk()
-        self.assertIn("keepwell-agent", linked)
+        self.assertEqual(set(linked), {"keepwell-agent", "keepwell", "libkeepwell.2.dylib"})
         for name, command in linked.items():
             with self.subTest(name):
                 for word in ("-arch x86_64", "-arch arm64", "-licucore", "-lexpat", FRAMEWORKS):
                     self.assertIn(word, command)
                 self.assertNotRegex(command, r" -[LF]")
+
+    def test_the_library_has_its_list_of_exports_and_the_name_of_its_place(self):
+        _, linked = self.with_sdk()
+        library = linked["libkeepwell.2.dylib"]
+        self.assertIn(f"-exported_symbols_list -Xlinker {SOURCE}/Sources/Client/libkeepwell.exports",
+                      library)
+        self.assertIn("-install_name /usr/local/lib/libkeepwell.2.dylib ", library)
+        for name in ("keepwell-agent", "keepwell"):
+            self.assertNotIn("-exported_symbols_list", linked[name])
 
     def test_declarations_of_the_platform_give_way_to_the_headers_of_the_sdk(self):
         found = 0
@@ -140,10 +149,10 @@ class MacBuildTest(unittest.TestCase):
             self.assertNotIn("-licucore", command)
 
     def test_the_cross_compiler_takes_headers_of_this_host(self):
-        """So the search for them above would find them."""
+        """So the search for them above would find them. The example needs none."""
         compiled, _ = self.configure("-DKEEPWELL_MACOS_ARCH=x86_64", cross="ON")
         self.assertTrue(all("HeaderOnly" in command for file, command in compiled
-                            if file.endswith(".cpp")))
+                            if file.endswith(".cpp") and "/Examples/" not in file))
 
 
 if __name__ == "__main__":

@@ -6,12 +6,12 @@
 
 #include <clocale>
 #include <csignal>
+#include <cwchar>
 #define NCURSES_NOMACROS
 #include <curses.h>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
-#include <wchar.h>
 
 namespace NS {
 namespace {
