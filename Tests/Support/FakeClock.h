@@ -16,6 +16,7 @@ public:
   }
   NS::WallTime wallTime() override {
     std::lock_guard lock(mutex_);
+    ++wallReads_;
     return wall_;
   }
 
@@ -45,6 +46,11 @@ public:
     std::lock_guard lock(mutex_);
     return wallDeadline_;
   }
+  // How often the time on the wall was asked for.
+  int wallReads() {
+    std::lock_guard lock(mutex_);
+    return wallReads_;
+  }
 
 private:
   std::mutex mutex_;
@@ -52,6 +58,7 @@ private:
   NS::WallTime wall_{std::chrono::hours(24 * 365)};
   std::optional<NS::MonotonicTime> monotonicDeadline_;
   std::optional<NS::WallTime> wallDeadline_;
+  int wallReads_ = 0;
 };
 
 } // namespace kwtest

@@ -44,6 +44,8 @@ TEST(KWBoolConditionalLock, isOpenAtFirst) {
   auto lock = KWConditionalLock::create<KWBoolConditionalLock>();
   EXPECT_FALSE(lock->isLocked());
   EXPECT_FALSE(lock->boolValue());
+  ASSERT_TRUE(lock->value());
+  EXPECT_TRUE(lock->value()->isEqual(*Number::numberWithBool(false)));
   lock->waitForUnlock();
   lock->waitForUnlockWithTimeout(0);
   lock->waitForUnlockWithTimeout(600);
@@ -98,6 +100,18 @@ TEST(KWBoolConditionalLock, waitsUntilTheWallClockDeadline) {
   ASSERT_TRUE(clock.wallDeadline());
   EXPECT_EQ(clock.wallDeadline()->since1970 - start.since1970, 500ms);
   EXPECT_FALSE(clock.monotonicDeadline());
+}
+
+TEST(KWBoolConditionalLock, waitsWithoutADeadlineForATimeOfZero) {
+  kwtest::FakeClock clock;
+  NS::ScopedOverride<NS::Clock> override(clock);
+  auto lock = KWConditionalLock::create<KWBoolConditionalLock>();
+  lock->setBoolValue(true);
+  std::thread waiter([&] { lock->waitForUnlockWithTimeout(0); });
+  untilWaiting(*lock, 1);
+  lock->setBoolValue(false);
+  waiter.join();
+  EXPECT_EQ(clock.wallReads(), 0);
 }
 
 TEST(KWBoolConditionalLock, leavesTheGroupOfAWaiterThatGaveUpOnce) {

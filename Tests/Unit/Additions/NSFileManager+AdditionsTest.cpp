@@ -224,6 +224,44 @@ TEST_F(PathInspection, listsTheChildrenOfTheItemsAtALevel) {
   EXPECT_EQ(at(0), Names{});
 }
 
+// Counts the items that a walk gives.
+class CountingManager final : public kwtest::ForwardingFileManager {
+public:
+  std::unique_ptr<NS::URLEnumerator>
+  enumeratorAtURL(const NS::URL &url, NS::DirectoryEnumerationOptions options) override {
+    return std::make_unique<Walk>(ForwardingFileManager::enumeratorAtURL(url, options), given);
+  }
+
+  int given = 0;
+
+private:
+  class Walk final : public NS::URLEnumerator {
+  public:
+    Walk(std::unique_ptr<NS::URLEnumerator> real, int &given)
+        : real_(std::move(real)), given_(given) {}
+
+    std::optional<NS::URL> nextObject() override {
+      auto item = real_->nextObject();
+      given_ += item ? 1 : 0;
+      return item;
+    }
+    std::uint64_t level() const override { return real_->level(); }
+    void skipDescendants() override { real_->skipDescendants(); }
+
+  private:
+    std::unique_ptr<NS::URLEnumerator> real_;
+    int &given_;
+  };
+};
+
+TEST_F(PathInspection, goesNoDeeperThanTheLevel) {
+  directory("one/two/three");
+  CountingManager counting;
+  NS::ScopedOverride<NS::FileManager> override(counting);
+  kw::contentsOfDirectoryAtURL(manager, NS::URL::fileURLWithPath(folder.path()), 1);
+  EXPECT_EQ(counting.given, 1);
+}
+
 TEST_F(PathInspection, givesContentAsRelativeNames) {
   directory("d/e/f");
   folder.file("a", "");
