@@ -175,7 +175,6 @@ TEST(RemoveItem, staysOffMountPoints) {
   ScratchFolder scratch;
   std::string refusal = kwtest::withPrivateMounts([&]() -> std::string {
     fs::create_directories(scratch.path("root/sub/mounted"));
-    fs::create_directory(scratch.path("root/sub/bound"));
     fs::create_directory(scratch.path("outside"));
     scratch.file("outside/file", "kept");
     if (!kwtest::mountMemory(scratch.path("root/sub/mounted")))
@@ -189,6 +188,7 @@ TEST(RemoveItem, staysOffMountPoints) {
         return pathIn(*error);
     }
     // The same volume under another name: the device number tells nothing.
+    fs::create_directory(scratch.path("root/sub/bound"));
     if (!kwtest::bindMount(scratch.path("outside"), scratch.path("root/sub/bound")))
       return "no mount";
     if (removeItem(scratch.path("root/sub/bound")))
