@@ -10,6 +10,7 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <new>
 #include <string>
 #include <utility>
 #include <variant>
@@ -60,6 +61,11 @@ public:
   void learnToCancel() {
     std::lock_guard lock(mutex_);
     canCancel_ = true;
+  }
+  // From now on no memory is left for asking it to cancel.
+  void leaveNoMemoryForCancelling() {
+    std::lock_guard lock(mutex_);
+    hasMemoryToCancel_ = false;
   }
   // Of each request held whose client follows it.
   void sendAdvance(const kw::RequestProgress &progress) {
@@ -253,19 +259,27 @@ private:
   }
 
   void cancel(Number number) {
+    bool hasMemory = true;
     change([&] {
       ++cancelsAsked_;
-      if (!canCancel_) {
-        arrived_.emplace_back(NotCancelled{number});
-        return;
-      }
-      auto found = std::find_if(held_.begin(), held_.end(),
-                                [&](const auto &held) { return held.first == number; });
-      if (found == held_.end())
-        return; // its answer is on its way
-      arrived_.emplace_back(std::pair(number, Answer(cancelledReply(found->second))));
-      held_.erase(found);
+      hasMemory = hasMemoryToCancel_;
+      if (hasMemory)
+        beAskedToCancel(number);
     });
+    if (!hasMemory)
+      throw std::bad_alloc();
+  }
+  void beAskedToCancel(Number number) {
+    if (!canCancel_) {
+      arrived_.emplace_back(NotCancelled{number});
+      return;
+    }
+    auto found = std::find_if(held_.begin(), held_.end(),
+                              [&](const auto &held) { return held.first == number; });
+    if (found == held_.end())
+      return; // its answer is on its way
+    arrived_.emplace_back(std::pair(number, Answer(cancelledReply(found->second))));
+    held_.erase(found);
   }
 
   void wait(kw::AgentConnection::Receiver &receiver,
@@ -313,6 +327,7 @@ private:
   int failingSends_ = 0;
   std::size_t cancelsAsked_ = 0;
   bool canCancel_ = false;
+  bool hasMemoryToCancel_ = true;
   bool holding_ = false;
   bool refusing_ = false;
   bool broken_ = false;

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <limits>
 #include <stdexcept>
@@ -31,6 +32,14 @@ void postInterrupted() {
                                                                nullptr);
 }
 
+// Calls the block on another thread, so late that only a wait sees its work.
+std::thread lateThread(Block block) {
+  return std::thread([block = std::move(block)] {
+    std::this_thread::sleep_for(20ms);
+    block();
+  });
+}
+
 TEST(KWRunBlockAndWait, returnsAtOnceForABlockThatFinishesItself) {
   bool ran = false;
   std::thread::id thread;
@@ -44,10 +53,10 @@ TEST(KWRunBlockAndWait, returnsAtOnceForABlockThatFinishesItself) {
 }
 
 TEST(KWRunBlockAndWait, waitsForWorkOnAnotherThread) {
-  bool done = false;
+  std::atomic<bool> done{false};
   std::thread worker;
   kw::KWRunBlockAndWait([&](const Block &completion) {
-    worker = std::thread([&done, completion] {
+    worker = lateThread([&done, completion] {
       done = true;
       completion();
     });
@@ -112,10 +121,10 @@ TEST_F(WaitWithTimeout, allowsTheCompletionToComeLate) {
 
 TEST(KWRunBlockAndWaitWithTimeout, endsWithTheCompletionBeforeALongDeadline) {
   std::thread worker;
-  bool done = false;
+  std::atomic<bool> done{false};
   kw::KWRunBlockAndWaitWithTimeout(
       [&](const Block &completion) {
-        worker = std::thread([&done, completion] {
+        worker = lateThread([&done, completion] {
           done = true;
           completion();
         });
@@ -129,10 +138,16 @@ TEST(KWRunBlockAndWaitUntilAgentInterrupted, endsWithTheCompletion) {
   kw::KWRunBlockAndWaitUntilAgentInterrupted([](const Block &completion) { completion(); });
 }
 
-TEST(KWRunBlockAndWaitUntilAgentInterrupted, endsWithTheNotification) {
+TEST(KWRunBlockAndWaitUntilAgentInterrupted, waitsForTheNotification) {
+  std::atomic<bool> posted{false};
   std::thread poster;
-  kw::KWRunBlockAndWaitUntilAgentInterrupted(
-      [&](const Block &) { poster = std::thread(postInterrupted); });
+  kw::KWRunBlockAndWaitUntilAgentInterrupted([&](const Block &) {
+    poster = lateThread([&posted] {
+      posted = true;
+      postInterrupted();
+    });
+  });
+  EXPECT_TRUE(posted);
   poster.join();
 }
 

@@ -139,6 +139,17 @@ TEST_F(CancellationTest, isAskedForOnce) {
   EXPECT_FALSE(request.wait().hasReply());
 }
 
+TEST_F(CancellationTest, endsTheWaitWithoutMemoryToAskForIt) {
+  agent.hold();
+  agent.leaveNoMemoryForCancelling();
+  auto request = client->echoAsync("x");
+  agent.waitUntilSent(1);
+  request.cancel();
+  agent.waitUntilAskedToCancel(1);
+  agent.release();
+  expectCancelled(request, ClientError::Effect::Unknown);
+}
+
 TEST_F(CancellationTest, ofAllWakesWaitingThreads) {
   agent.learnToCancel();
   agent.hold();
