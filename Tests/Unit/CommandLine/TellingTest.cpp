@@ -1,5 +1,6 @@
 // The output for people and programs about names, causes and missing items.
 #include "Support/AnsweredCommand.h"
+#include "Support/ForkedChild.h"
 
 #include <filesystem>
 #include <fmt/format.h>
@@ -185,6 +186,30 @@ TEST_F(Telling, tellsTheKeptItemsBeforeTheRemovedOnes) {
                            "\",\"success\":true,\"kept\":true}\n{\"command\":\"remove\","
                            "\"path\":\"" +
                            other + "\",\"success\":true}\n");
+}
+
+TEST_F(Telling, leavesAFolderThatItCannotReadWhenItHasToKeepItems) {
+  if (!kwtest::isRoot())
+    GTEST_SKIP() << "needs root, to become another user";
+  std::string tree = scratch.path("tree"), closed = tree + "/closed";
+  std::filesystem::create_directories(closed);
+  std::filesystem::permissions(scratch.path(), std::filesystem::perms(0755));
+  std::filesystem::permissions(closed, std::filesystem::perms(0));
+  std::string reason = closed + " cannot be read and stays, since it may hold items to keep";
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (!kwtest::dropRoot())
+                return "still root";
+              int status = run({"remove", tree, "--keep", "kept"});
+              if (status != 1 || !record.requests.empty())
+                return "status " + std::to_string(status);
+              if (err.str() != "keepwell: " + reason + "\n")
+                return err.str();
+              run({"--json", "remove", tree, "--keep", "kept"});
+              return out.str();
+            }),
+            "{\"command\":\"remove\",\"path\":\"" + closed +
+                "\",\"success\":false,\"error\":{\"kind\":\"failed\",\"description\":\"" + reason +
+                "\"}}\n");
 }
 
 TEST_F(Telling, refusesInADryRunPathsThatTheAgentWouldRefuse) {

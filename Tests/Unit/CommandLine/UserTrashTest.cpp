@@ -2,6 +2,7 @@
 #include "CommandLine/UserTrash.h"
 
 #include "Support/AnsweredCommand.h"
+#include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
 
 #include <filesystem>
@@ -36,6 +37,32 @@ TEST(TrashDescription, saysNothingWithoutAPath) {
   for (const char *text : {"", "Path=/a\n", "[Trash Info]\n", "[Trash Info]\nPath=\n",
                            "[Trash Info]\n[Other]\nPath=/a\n", "[Trash Info]\nPathology=/a\n"})
     EXPECT_FALSE(itemFromDescription(text, "/")) << text;
+}
+
+TEST(TrashFolders, areOnEachVolumeAndSharedOnesOnlyWithTheirStickyBit) {
+  KW_REQUIRE_ROOT();
+  kwtest::ScratchFolder scratch;
+  std::string top = scratch.path("a volume");
+  fs::create_directory(top);
+  auto foldersOfVolume = [&] {
+    Strings paths;
+    for (const kw::TrashFolder &folder : kw::trashFolders())
+      if (folder.top == top)
+        paths.push_back(folder.path.substr(top.size()));
+    return paths;
+  };
+  EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
+              if (!kwtest::mountMemory(top))
+                return "no mount";
+              fs::create_directories(top + "/.Trash/0");
+              fs::create_directory(top + "/.Trash-0");
+              if (foldersOfVolume() != Strings{"/.Trash-0"})
+                return "a shared folder without the sticky bit is used, or another is not";
+              fs::permissions(top + "/.Trash", fs::perms::sticky_bit, fs::perm_options::add);
+              bool hasBoth = foldersOfVolume() == Strings{"/.Trash/0", "/.Trash-0"};
+              return hasBoth ? "" : "the shared folder is not used";
+            }),
+            "");
 }
 
 class UserTrash : public kwtest::AnsweredCommand {
