@@ -91,12 +91,14 @@ class ChangesTest(unittest.TestCase):
 
 @unittest.skipUnless(os.geteuid() == 0, "needs root, for namespaces")
 class ConfinementTest(unittest.TestCase):
-    # Runs in the namespaces and lists the paths that could be removed there.
-    PROBE = """
+    CONFINE = """
 import os, sys
 sys.path.insert(0, {tests!r})
 import MutateTest
 MutateTest.mutate.confine()
+"""
+    # Lists the paths that could be removed in the namespaces.
+    PROBE = CONFINE + """
 for path in {paths!r}:
     try:
         os.unlink(path)
@@ -105,6 +107,20 @@ for path in {paths!r}:
         pass
 open({inside!r}, "w").close()
 """
+    DISK = CONFINE + """
+folder = MutateTest.mutate.DISK + "/folder"
+os.mkdir(folder)
+print(os.stat(folder).st_blocks > 0)
+"""
+
+    def confined(self, program):
+        """Runs the program in the namespaces; returns what it wrote."""
+        done = subprocess.run(
+            ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc",
+             "--propagation", "private", sys.executable, "-c", program],
+            capture_output=True, text=True, check=False)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        return done.stdout
 
     def test_only_this_checkout_is_written_to_and_only_in_memory(self):
         outside = [f"{folder}/keepwell-mutate-probe" for folder in
@@ -114,14 +130,14 @@ open({inside!r}, "w").close()
             with open(path, "w", encoding="utf-8"):
                 self.addCleanup(os.unlink, path)
         probe = self.PROBE.format(tests=f"{SOURCE}/Tests/Scripts", paths=outside, inside=inside)
-        done = subprocess.run(
-            ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc",
-             "--propagation", "private", sys.executable, "-c", probe],
-            capture_output=True, text=True, check=False)
-        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+        self.assertEqual(self.confined(probe), "")
         self.assertFalse(os.path.exists(inside))
         for path in outside:
             self.assertTrue(os.path.exists(path), path)
+
+    def test_folders_take_space_where_the_tests_work(self):
+        disk = self.DISK.format(tests=f"{SOURCE}/Tests/Scripts")
+        self.assertEqual(self.confined(disk), "True\n")
 
 
 if __name__ == "__main__":
