@@ -234,6 +234,10 @@ TEST_F(Telling, countsOnceAsTheDryRunDoes) {
   EXPECT_EQ(run({"--json", "remove", "-n", scratch.path("tree")}), 0);
   EXPECT_NE(out.str().find("\"allocated\":" + bytes + ",\"freed\":" + bytes), std::string::npos)
       << out.str();
+  EXPECT_TRUE(out.str().ends_with("\n{\"command\":\"remove\",\"dryRun\":true,\"success\":true,"
+                                  "\"total\":{\"items\":3,\"allocated\":" +
+                                  bytes + ",\"freed\":" + bytes + "}}\n"))
+      << out.str();
   EXPECT_EQ(run({"size", "--help"}), 0);
   EXPECT_NE(out.str().find("counts each folder twice"), std::string::npos);
 }
