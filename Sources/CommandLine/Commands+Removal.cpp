@@ -103,7 +103,7 @@ int removeAll(Session &session, const PathArguments &paths, const RemovalOptions
         confirmRemoval(session, kind.verb, source.readAhead(), keep, options.mayTakeProtected);
   auto start = session.now();
   PathAsker<Reply> asker(session, source, question);
-  const int asked = asker.run(); // the plans that it asks for may change the status
+  int asked = asker.run(); // the plans that it asks for may change the status
   status = worse(asked, status);
   std::string line =
       summary(kind, planned, asker.done(), asker.told(), durationInWords(session.now() - start));

@@ -192,7 +192,7 @@ TEST(DispatchQueue, worksWithTheLowestPriorityForProcessorAndDisk) {
   auto priorityOfThisThread = [] {
     return ::getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()));
   };
-  const int before = priorityOfThisThread();
+  int before = priorityOfThisThread();
   std::promise<std::pair<int, long>> priorities;
   NS::DispatchQueue::backgroundQueue().async([&] {
     constexpr int onlyThisThread = 1;
