@@ -41,26 +41,30 @@ void dropCaches() {
     throw std::runtime_error("the caches could not be dropped");
 }
 
-long long median(const std::string &path, int rounds, bool isCold) {
-  std::vector<long long> times;
-  for (int round = 0; round < rounds; ++round) {
-    if (isCold)
-      dropCaches();
-    auto start = std::chrono::steady_clock::now();
-    if (kw::RVFileSizer::shared().itemSizeAtPath(path) == 0)
-      throw std::runtime_error("nothing was measured");
-    times.push_back((std::chrono::steady_clock::now() - start).count());
-  }
-  std::sort(times.begin(), times.end());
-  return times[times.size() / 2];
+struct Times {
+  unsigned threads;
+  std::vector<long long> warm, cold;
+};
+
+long long timeOfWalk(const std::string &path) {
+  auto start = std::chrono::steady_clock::now();
+  if (kw::RVFileSizer::shared().itemSizeAtPath(path) == 0)
+    throw std::runtime_error("nothing was measured");
+  return (std::chrono::steady_clock::now() - start).count();
 }
 
-void measure(const std::string &path, int rounds, unsigned threads) {
+void measure(const std::string &path, Times &times) {
   std::unique_ptr<FixedThreads> fixed;
-  if (threads > 0)
-    fixed = std::make_unique<FixedThreads>(threads);
-  long long cold = median(path, rounds, true);
-  std::cout << threads << ' ' << median(path, rounds, false) << ' ' << cold << std::endl;
+  if (times.threads > 0)
+    fixed = std::make_unique<FixedThreads>(times.threads);
+  dropCaches();
+  times.cold.push_back(timeOfWalk(path));
+  times.warm.push_back(timeOfWalk(path));
+}
+
+long long median(std::vector<long long> times) {
+  std::sort(times.begin(), times.end());
+  return times[times.size() / 2];
 }
 
 } // namespace
@@ -68,6 +72,12 @@ void measure(const std::string &path, int rounds, unsigned threads) {
 int main(int count, char **arguments) {
   if (count != 3)
     return 2;
+  std::vector<Times> all;
   for (unsigned threads : {1u, 2u, 3u, 4u, 6u, 8u, 12u, 16u, 0u})
-    measure(arguments[1], std::stoi(arguments[2]), threads);
+    all.push_back({threads, {}, {}});
+  for (int round = 0; round < std::stoi(arguments[2]); ++round)
+    for (Times &times : all)
+      measure(arguments[1], times);
+  for (const Times &times : all)
+    std::cout << times.threads << ' ' << median(times.warm) << ' ' << median(times.cold) << std::endl;
 }
