@@ -1,5 +1,6 @@
 // Walks that several threads read ahead of, against the walk alone: the same
 // sequence on any tree, and everything bounded.
+#include "Foundation/Descriptors/DescriptorBudget.h"
 #include "Foundation/Walking/FTS.h"
 
 #include "Support/Attacker.h"
@@ -20,6 +21,7 @@
 
 namespace {
 
+using NS::DescriptorBudget;
 using kwtest::FakeProcessors;
 using kwtest::inForkedChild;
 using kwtest::openDescriptorCount;
@@ -128,8 +130,11 @@ TEST(FTSReadAhead, retreatsWhenDescriptorsRunOut) {
   std::string expected = ours(scratch.path(), physical);
   for (unsigned left = 4; left <= 12; ++left)
     EXPECT_EQ(inForkedChild([&]() -> std::string {
-                kwtest::limitDescriptors(300);
-                for (std::size_t open = openDescriptorCount(); open < 300 - left; ++open)
+                constexpr unsigned limit = 600;
+                kwtest::limitDescriptors(limit);
+                if (!DescriptorBudget::ofWalks().takeSpare(1 + DescriptorBudget::sharesForHelpers))
+                  return "too few to read ahead";
+                for (std::size_t open = openDescriptorCount(); open < limit - left; ++open)
                   if (::dup(0) < 0)
                     return "no descriptors to take";
                 return ahead(scratch.path(), physical) == expected ? "" : "another sequence";
