@@ -35,10 +35,6 @@ std::u16string mapped(const std::u16string &units, const Mapping &mapping) {
   }
 }
 
-char lowercaseASCII(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-}
-
 } // namespace
 
 std::string lowercaseString(std::string_view text) {

@@ -153,6 +153,15 @@ std::optional<ByteRange> rangeOfString(std::string_view text, std::string_view t
   return found.empty() ? std::nullopt : std::optional(found.front());
 }
 
+// Searches names in ASCII, as most are, without a copy.
+bool containsLowercase(std::string_view text, std::string_view target) {
+  if (!isASCII(text) || !isASCII(target))
+    return rangeOfString(lowercaseString(text), target, StringSearch::Equivalent).has_value();
+  return !target.empty() &&
+         std::search(text.begin(), text.end(), target.begin(), target.end(),
+                     [](char c, char lower) { return lowercaseASCII(c) == lower; }) != text.end();
+}
+
 std::vector<ByteRange> rangesOfString(std::string_view text, std::string_view target,
                                       StringSearch search) {
   return ranges(text, target, search, static_cast<std::size_t>(-1));

@@ -64,6 +64,9 @@ std::string stringByTrimmingCharactersInSet(std::string_view text, const Charact
 
 // Full case mapping without the rules of a particular language.
 std::string lowercaseString(std::string_view text);
+// Tells whether a name or another short text contains the target, which is in
+// lower case already, in any case of its letters.
+bool containsLowercase(std::string_view text, std::string_view target);
 // The first letter in title case and the others in lower case; the text is
 // taken as one word.
 std::string capitalizedWord(std::string_view word);

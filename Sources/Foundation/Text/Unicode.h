@@ -25,6 +25,9 @@ DecodedCharacter decodeCharacter(std::string_view text, std::size_t index);
 DecodedCharacter decodePreviousCharacter(std::string_view text, std::size_t index);
 
 bool isASCII(std::string_view text);
+inline char lowercaseASCII(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
 bool isWellFormedUTF8(std::string_view text);
 
 void appendCharacter(std::string &text, char32_t character);

@@ -90,6 +90,16 @@ TEST(LowercaseString, followsTheRulesOfNoLanguage) {
   EXPECT_EQ(NS::lowercaseString("𐐀"), "𐐨");
 }
 
+TEST(ContainsLowercase, isTheSearchInTheLowercaseText) {
+  for (std::string_view text : {"", "a", "MyAPP-2", "myap", "apapp", "É-App", "\xff-APP", "K;", "[{"})
+    for (std::string_view target : {"", "a", "app", "app-2", "é", "\u037e", "myapp-23", "[", "{"})
+      EXPECT_EQ(NS::containsLowercase(text, target),
+                NS::rangeOfString(NS::lowercaseString(text), target).has_value())
+          << text << ' ' << target;
+  EXPECT_TRUE(NS::containsLowercase("MyAPP", "app"));
+  EXPECT_FALSE(NS::containsLowercase("[", "{")) << "a letter's distance apart, and no letter";
+}
+
 TEST(LowercaseString, keepsBytesOfInvalidUTF8) {
   EXPECT_EQ(NS::lowercaseString("A\xff"
                                 "B\xc3"),
