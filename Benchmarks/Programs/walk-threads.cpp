@@ -79,5 +79,6 @@ int main(int count, char **arguments) {
     for (Times &times : all)
       measure(arguments[1], times);
   for (const Times &times : all)
-    std::cout << times.threads << ' ' << median(times.warm) << ' ' << median(times.cold) << std::endl;
+    std::cout << times.threads << ' ' << median(times.warm) << ' ' << median(times.cold)
+              << std::endl;
 }

@@ -8,6 +8,8 @@
 #include "Foundation/Text/PathUtilities.h"
 #include "Foundation/Walking/FTS.h"
 
+#include <cstdint>
+#include <new>
 #include <system_error>
 
 namespace kw {
@@ -17,7 +19,7 @@ constexpr int searchOptions =
     NS::FTSOption::NOCHDIR | NS::FTSOption::NOSTAT | NS::FTSOption::PHYSICAL;
 constexpr int walkOptions = searchOptions | NS::FTSOption::XDEV;
 
-class NameSearch {
+class NameSearch final : public NS::FTSSieve {
 public:
   explicit NameSearch(const NameQuery &query)
       : lowerName_(NS::lowercaseString(query.name)), applicationName_(lowerName_, " "),
@@ -26,14 +28,27 @@ public:
   bool isResult(const NS::FTSEntry &entry) const {
     // The cheap test comes first: the candidate may need a look at the file
     // system.
-    if (!byWords_ && !NS::rangeOfString(NS::lowercaseString(entry.name), lowerName_))
+    if (!mayBeResult(entry.name))
       return false;
     std::string name = candidate(entry);
     return (withCopies_ || !applicationName_.hasNumberedCopy(name)) &&
            (!byWords_ || applicationName_.hasItsWordsIn(name));
   }
 
+  // Without memory for the test, the walk's own thread repeats it.
+  bool returns(const char *name, NS::FTSInfo /*info*/, const NS::FTSStat & /*status*/,
+               std::int64_t & /*number*/) const noexcept override {
+    try {
+      return mayBeResult(name);
+    } catch (const std::bad_alloc &) {
+      return true;
+    }
+  }
+
 private:
+  bool mayBeResult(std::string_view name) const {
+    return byWords_ || NS::containsLowercase(name, lowerName_);
+  }
   static std::string candidate(const NS::FTSEntry &entry) {
     std::string path(entry.path);
     // A name without an extension stays, for any kind of item.
@@ -101,7 +116,7 @@ void searchByName(NS::FileManager &, const NameQuery &query, const std::string &
   bool visitsAll = query.recursive && !query.isExcluded;
   NS::FTS &walks = NS::FTS::shared();
   std::unique_ptr<NS::FTSStream> stream =
-      visitsAll ? walks.openForAll(path, searchOptions) : walks.open(path, searchOptions);
+      visitsAll ? walks.openForAll(path, searchOptions, &search) : walks.open(path, searchOptions);
   while (NS::FTSEntry *entry = stream ? stream->read() : nullptr) {
     if (entry->level == 0 || (entry->name == rootName && !query.withCopies))
       continue;

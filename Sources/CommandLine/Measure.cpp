@@ -32,7 +32,7 @@ bool WatchedWalk::count(const NS::FTSEntry &entry) {
   constexpr std::uint64_t pause = 512;
   if (!watch_ || entry.info == NS::FTSInfo::DP)
     return true;
-  progress_.bytes += allocatedBytes(entry.statp);
+  progress_.bytes += entry.statp.allocatedBytes();
   if (++progress_.items % pause != 0)
     return true;
   progress_.path = entry.path;

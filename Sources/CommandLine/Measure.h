@@ -14,12 +14,6 @@ namespace kw {
 
 class Session;
 
-inline constexpr std::uint64_t blockBytes = 512;
-
-inline std::uint64_t allocatedBytes(const NS::FTSStat &status) {
-  return static_cast<std::uint64_t>(status.blocks) * blockBytes;
-}
-
 // Returns the bytes of an item that this user cannot read; empty if they cannot
 // be measured.
 using Measure = std::function<std::optional<std::uint64_t>(const std::string &path)>;
@@ -53,7 +47,7 @@ private:
 // twice.
 inline std::optional<std::uint64_t> heldBytes(const Measure &measure, const NS::FTSEntry &entry) {
   auto bytes = measure ? measure(std::string(entry.path)) : std::nullopt;
-  std::uint64_t own = 2 * allocatedBytes(entry.statp);
+  std::uint64_t own = 2 * entry.statp.allocatedBytes();
   return bytes ? std::optional(*bytes > own ? *bytes - own : 0) : std::nullopt;
 }
 

@@ -76,7 +76,7 @@ std::uint64_t TreeMeasurer::bytesOf(const NS::FTSEntry &entry) {
   if (!isFolder && status.linkCount > 1 && !linked_.emplace(status.device, status.inode).second)
     return 0;
   return options_.apparent ? static_cast<std::uint64_t>(std::max<std::int64_t>(status.size, 0))
-                           : allocatedBytes(status);
+                           : status.allocatedBytes();
 }
 
 MeasuredItem TreeMeasurer::itemOf(const NS::FTSEntry &entry, const Walk &walk) {

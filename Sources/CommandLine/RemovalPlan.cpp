@@ -184,7 +184,7 @@ void RemovalPlanner::leave(const NS::FTSEntry &entry, Walk &walk) {
 void RemovalPlanner::count(const NS::FTSEntry &entry, RemovalPlan &plan) {
   const NS::FTSStat &status = entry.statp;
   ++plan.items;
-  std::uint64_t bytes = kw::allocatedBytes(status);
+  std::uint64_t bytes = status.allocatedBytes();
   constexpr std::uint32_t kindOfItem = 0170000;
   constexpr std::uint32_t folder = 0040000;
   bool isFolder = (status.mode & kindOfItem) == folder;

@@ -56,7 +56,7 @@ std::vector<LargeItem> filesIn(const std::string &folder, const TreeQuery &query
       return;
     const NS::FTSStat &status = entry.statp;
     if (status.linkCount <= 1 || linked.emplace(status.device, status.inode).second)
-      found.add(allocatedBytes(status), entry.path);
+      found.add(status.allocatedBytes(), entry.path);
   });
   return found.sorted();
 }
@@ -88,7 +88,7 @@ std::vector<LargeItem> emptyFoldersIn(const std::string &folder, const TreeQuery
       above.isEmpty = false;
       move(closed.emptyBelow, above.emptyBelow);
     } else {
-      std::uint64_t bytes = allocatedBytes(entry.statp);
+      std::uint64_t bytes = entry.statp.allocatedBytes();
       for (const LargeItem &below : closed.emptyBelow)
         bytes += below.bytes;
       above.emptyBelow.push_back({bytes, std::string(entry.path)});

@@ -36,25 +36,34 @@ std::int64_t sum(std::int64_t left, std::int64_t right) {
                                    static_cast<std::uint64_t>(right));
 }
 
-std::int64_t uncompressedSize(const NS::FTSEntry &entry) {
-  bool isFolder = entry.info == NS::FTSInfo::D || entry.info == NS::FTSInfo::DP;
-  std::int64_t size = isFolder ? 0 : entry.statp.size;
-  std::int64_t block = entry.statp.blockSize;
+std::int64_t uncompressedSize(NS::FTSInfo info, const NS::FTSStat &status) {
+  bool isFolder = info == NS::FTSInfo::D || info == NS::FTSInfo::DP;
+  std::int64_t size = isFolder ? 0 : status.size;
+  std::int64_t block = status.blockSize;
   if (block == 0 || size % block == 0)
     return size;
   return sum(size, block - size % block);
 }
 
-// The entry alone: 512-byte blocks, or bytes in the uncompressed mode.
-std::int64_t entrySize(const NS::FTSEntry &entry) {
+// The item alone: 512-byte blocks, or bytes in the uncompressed mode.
+std::int64_t ownSize(NS::FTSInfo info, const NS::FTSStat &status) {
   if (countsBytes())
-    return uncompressedSize(entry);
-  const NS::FTSStat &status = entry.statp;
+    return uncompressedSize(info, status);
   if (status.size <= largestSizeInBlocks)
     return status.blocks;
-  bool roundsUp = entry.info == NS::FTSInfo::DP && status.size % blockUnit != 0;
+  bool roundsUp = info == NS::FTSInfo::DP && status.size % blockUnit != 0;
   return status.size / blockUnit + (roundsUp ? 1 : 0);
 }
+
+// Has the walk add up the files of each folder by itself.
+class FileSizes final : public NS::FTSSieve {
+public:
+  bool returns(const char * /*name*/, NS::FTSInfo info, const NS::FTSStat &status,
+               std::int64_t &number) const noexcept override {
+    number = ownSize(info, status);
+    return false;
+  }
+};
 
 // How many blocks of 512 bytes the block of the environment holds.
 std::int64_t blockDivisor() {
@@ -87,14 +96,15 @@ void accumulate(NS::FTSEntry &entry, Vanished vanished) {
       logUnreadable(entry);
     return;
   }
-  std::int64_t size = entrySize(entry);
+  std::int64_t size = ownSize(entry.info, entry.statp);
   if (entry.info == NS::FTSInfo::DP)
     size = entry.number = sum(entry.number, size);
   entry.parent->number = sum(entry.parent->number, size);
 }
 
-std::unique_ptr<NS::FTSStream> openWalk(const std::string &path) {
-  return NS::FTS::shared().openForAll(path, NS::FTSOption::PHYSICAL | NS::FTSOption::NOCHDIR);
+std::unique_ptr<NS::FTSStream> openWalk(const std::string &path, const NS::FTSSieve *sieve) {
+  return NS::FTS::shared().openForAll(path, NS::FTSOption::PHYSICAL | NS::FTSOption::NOCHDIR,
+                                      sieve);
 }
 
 void closeWalk(NS::FTSStream &stream) {
@@ -178,7 +188,8 @@ std::uint64_t RVFileSizer::wholeItemSizeAtPath(const std::string &path, NS::Erro
   if (path.empty())
     return 0;
   std::int64_t divisor = blockDivisor();
-  std::unique_ptr<NS::FTSStream> stream = openWalk(path);
+  FileSizes sizes;
+  std::unique_ptr<NS::FTSStream> stream = openWalk(path, &sizes);
   if (!stream) {
     if (int errnum = errno; NS::isExhaustion(errnum))
       NS::storeError(error, NS::fileError(errnum, path, NS::FileAccess::Reading));
@@ -207,7 +218,7 @@ std::uint64_t RVFileSizer::itemSizeAtPathAbleToStop(const NS::String &pathObject
   if (std::uint64_t size = indexedSize(pathObject); size != 0)
     return size;
   std::int64_t divisor = blockDivisor();
-  std::unique_ptr<NS::FTSStream> stream = openWalk(path);
+  std::unique_ptr<NS::FTSStream> stream = openWalk(path, nullptr);
   if (!stream) {
     NS::Log("Error openning file %@", path); // (sic)
     return 0;
@@ -256,7 +267,7 @@ std::uint64_t RVFileSizer::itemSizeWithFTSEntry(const NS::FTSEntry *entry) const
     logUnreadable(*entry);
     return 0;
   }
-  std::int64_t size = entry->statp.linkCount < 2 ? entrySize(*entry) : 0;
+  std::int64_t size = entry->statp.linkCount < 2 ? ownSize(entry->info, entry->statp) : 0;
   return bytesFromTotal(size, blockDivisor());
 }
 

@@ -41,11 +41,13 @@ public:
   void cancel();
   bool isCancelled() const { return cancelled_.load(std::memory_order_relaxed); }
 
-  // Counts one more item as changed or measured, with so many bytes.
-  void countItem(std::uint64_t bytes) {
+  // Counts one more item, or so many, as changed or measured, with so many
+  // bytes.
+  void countItem(std::uint64_t bytes) { countItems(1, bytes); }
+  void countItems(std::uint64_t items, std::uint64_t bytes) {
     if (inert_)
       return;
-    items_.fetch_add(1, std::memory_order_relaxed);
+    items_.fetch_add(items, std::memory_order_relaxed);
     bytes_.fetch_add(bytes, std::memory_order_relaxed);
   }
 

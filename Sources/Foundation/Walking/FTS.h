@@ -50,6 +50,8 @@ struct FTSStat {
   std::int64_t size = 0;      // logical bytes
   std::int64_t blocks = 0;    // allocated, in units of 512 bytes
   std::int32_t blockSize = 0; // preferred for I/O, bytes
+
+  std::uint64_t allocatedBytes() const { return static_cast<std::uint64_t>(blocks) * 512; }
 };
 
 // One entry as read() returns it. It stays valid until the next read(); a
@@ -64,14 +66,27 @@ struct FTSEntry {
   FTSInfo info = FTSInfo::D;
   int errnum = 0; // with DNR, ERR and NS
   int level = 0;  // 0 for the root, -1 for the root's parent
-  // For the caller's own use; 0 at the first visit, and the walk never changes
-  // it.
+  // For the caller's own use; 0 at the first visit. Only a sieve's numbers are
+  // added to it, in any order, until the second visit; sums wrap.
   std::int64_t number = 0;
   // The folder above; for the root a mere placeholder. Never null in an entry
   // that read() returned.
   FTSEntry *parent = nullptr;
   // All zero with NS and NSOK. Read once, before the first visit.
   FTSStat statp;
+};
+
+// Looks at items on behalf of a walk's caller, so that the walk need not return
+// those that the caller has no further use for.
+class FTSSieve {
+public:
+  virtual ~FTSSieve() = default;
+  // Tells whether the walk returns the item, which is no folder and, unless
+  // NSOK, has its status. The number of an item that the walk does not return
+  // is added to that of its parent. Called by any thread, by several at once
+  // and in any order.
+  virtual bool returns(const char *name, FTSInfo info, const FTSStat &status,
+                       std::int64_t &number) const noexcept = 0;
 };
 
 class FTSStream {
@@ -81,8 +96,9 @@ public:
 
   // Returns the next entry, which the stream owns; null at the end, after
   // close(), or when the walk was given up. Counts each item at its first visit
-  // into the current progress, with its allocated bytes if known. Entries of
-  // one folder come in the order in which the volume lists them.
+  // into the current progress, with its allocated bytes if known; an item that
+  // a sieve holds back as well. Entries of one folder come in the order in which
+  // the volume lists them.
   virtual FTSEntry *read() = 0;
   // The reason why the walk was given up before its end, 0 if it was not:
   // ECANCELED when the current request was cancelled; EMFILE, ENFILE or ENOMEM
@@ -108,9 +124,16 @@ public:
   virtual std::unique_ptr<FTSStream> open(const std::string &path, int options) = 0;
   // The same for a caller that will skip no folder: other threads may read
   // folders ahead of the stream. Entries and their order are those of open;
-  // each shows its item at some time since the opening.
-  virtual std::unique_ptr<FTSStream> openForAll(const std::string &path, int options) {
+  // each shows its item at some time since the opening. A sieve, which must
+  // outlive the stream, may hold items below the root back; a stream without
+  // support for it returns them.
+  virtual std::unique_ptr<FTSStream> openForAll(const std::string &path, int options,
+                                                const FTSSieve *sieve) {
+    static_cast<void>(sieve);
     return open(path, options);
+  }
+  std::unique_ptr<FTSStream> openForAll(const std::string &path, int options) {
+    return openForAll(path, options, nullptr);
   }
 };
 

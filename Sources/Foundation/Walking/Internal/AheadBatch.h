@@ -19,7 +19,7 @@
 // reads the batch, and then to the walk.
 #pragma once
 
-#include "Foundation/Walking/FTS.h"
+#include "Foundation/Walking/Internal/ItemLook.h"
 
 #include <atomic>
 #include <cstddef>
@@ -31,18 +31,17 @@ namespace NS {
 
 struct AheadBatch;
 
-// An item that was looked at, not just listed. An item that is a folder by its
-// record is looked at through its open descriptor, which spares a look-up of
-// its name.
+// An item that the walk will return. One that is a folder by its record is
+// looked at through its open descriptor, which spares a look-up of its name.
 struct AheadItem {
-  FTSStat status;
-  int errnum = 0;               // of the look; the status is then void
+  const char *name; // in the records
+  FoundItem found;
   AheadBatch *folder = nullptr; // the batch with its contents and its status
 };
 
 struct AheadContent {
   std::vector<char> records;    // as the system listed them
-  std::vector<AheadItem> items; // of those that AheadReader::isLookedAt, in their order
+  std::vector<AheadItem> items; // in the order of their records
 
   std::size_t bytes() const { return records.capacity() + items.capacity() * sizeof(AheadItem); }
 };
@@ -53,11 +52,12 @@ struct AheadBatch {
   std::atomic<State> state{State::Waiting};
 
   // For the walk, once ready.
-  FTSStat status;                        // of the folder, in its first batch
-  int statusError = 0;                   // the status could not be had
+  FoundItem found;                       // the folder, in its first batch
   int openError = 0;                     // the folder could not be opened, or is not a folder
   int readError = 0;                     // it could not be read after these items
   std::unique_ptr<AheadContent> content; // never null
+  HeldItems held;                        // by the walk's sieve
+  std::int64_t position = 0;             // in the folder, after these items
   AheadBatch *rest = nullptr;            // the next batch of the folder; null at its end
 
   // Where it hangs; set before others see it.

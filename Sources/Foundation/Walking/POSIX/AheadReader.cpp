@@ -22,18 +22,17 @@ void closeFolder(AheadBatch &batch) {
     static_cast<void>(::close(std::exchange(batch.descriptor, -1)));
 }
 
-} // namespace
-
-template <typename Visit>
-void AheadReader::eachLookedAt(const AheadBatch &batch, Visit visit) const {
+template <typename Visit> void eachRecord(const AheadBatch &batch, Visit visit) {
   const std::vector<char> &records = batch.content->records;
   for (std::size_t at = 0; at < records.size();) {
     const DirectoryRecord &record = directoryRecordAt(records.data() + at);
     at += record.length;
-    if (!isDotOrDotDot(record.name) && isLookedAt(record.type))
+    if (!isDotOrDotDot(record.name))
       visit(record);
   }
 }
+
+} // namespace
 
 bool AheadReader::read(AheadBatch &batch, char *buffer) const {
   try {
@@ -71,14 +70,17 @@ bool AheadReader::readUnguarded(AheadBatch &batch, char *buffer) const {
 bool AheadReader::openFolder(AheadBatch &batch) {
   int above = batch.above->descriptor;
   int descriptor = ::openat(above, batch.name, folderFlags);
+  FTSStat status;
+  int error = 0;
   if (descriptor < 0) {
     batch.openError = errno;
-    batch.statusError = foldercalls::readStatus(above, batch.name, batch.status);
-    return !isExhaustion(batch.openError);
+    error = foldercalls::readStatus(above, batch.name, status);
+  } else {
+    error = foldercalls::readStatus(descriptor, status);
+    batch.descriptor = descriptor;
   }
-  batch.statusError = foldercalls::readStatus(descriptor, batch.status);
-  batch.descriptor = descriptor;
-  return true;
+  batch.found = foundBy(error, status);
+  return !isExhaustion(batch.openError);
 }
 
 void AheadReader::list(AheadBatch &batch, char *buffer) const {
@@ -90,7 +92,9 @@ void AheadReader::list(AheadBatch &batch, char *buffer) const {
     if (count < 0 && errno != ENOENT)
       batch.readError = errno;
     std::size_t size = count > 0 ? static_cast<std::size_t>(count) : 0;
-    atEnd = size == 0 || isLastBatch(buffer + filled, size);
+    if (size > 0)
+      batch.position = positionAfter(buffer + filled, size);
+    atEnd = size == 0 || isLastPosition(batch.position);
     filled += size;
   }
   std::unique_ptr<AheadBatch> rest;
@@ -106,10 +110,10 @@ void AheadReader::list(AheadBatch &batch, char *buffer) const {
 }
 
 // Allocates everything for the look at the items, so that the look cannot fail.
-void AheadReader::makeRoom(AheadBatch &batch) const {
+void AheadReader::makeRoom(AheadBatch &batch) {
   std::size_t items = 0;
   std::size_t folders = 0;
-  eachLookedAt(batch, [&](const DirectoryRecord &record) {
+  eachRecord(batch, [&](const DirectoryRecord &record) {
     ++items;
     folders += mayBeFolder(record.type) ? 1u : 0u;
   });
@@ -121,15 +125,18 @@ void AheadReader::makeRoom(AheadBatch &batch) const {
 void AheadReader::lookAtItems(AheadBatch &batch) const {
   int descriptor = batch.first->descriptor;
   bool goesDeeper = batch.level < levels;
-  eachLookedAt(batch, [&](const DirectoryRecord &record) {
-    AheadItem &item = batch.content->items.emplace_back();
+  eachRecord(batch, [&](const DirectoryRecord &record) {
+    AheadItem item{record.name, {}, nullptr};
     bool isFolder = record.type == DT_DIR;
     if (!isFolder || !goesDeeper) {
-      item.errnum = foldercalls::readStatus(descriptor, record.name, item.status);
-      isFolder = S_ISDIR(item.status.mode);
+      item.found = look_.at(descriptor, record.name, record.type);
+      if (look_.holdsBack(record.name, item.found, batch.held))
+        return;
+      isFolder = item.found.info == FTSInfo::D;
     }
     if (isFolder && goesDeeper && mayBeFolder(record.type))
       item.folder = &addFolder(batch, record.name);
+    batch.content->items.push_back(item);
   });
 }
 

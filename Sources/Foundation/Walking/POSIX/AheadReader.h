@@ -23,6 +23,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace NS {
 
@@ -33,14 +34,11 @@ public:
   static constexpr int levels = 32;
   static constexpr std::size_t bufferSize = 64 * 1024;
 
-  // Whether to look at items that are certainly not folders.
-  enum class Look { AtAll, AtFolders };
   // Called with the rest of a batch's folder, which it owns from then on.
   using Publisher = std::function<void(AheadBatch &batch, std::unique_ptr<AheadBatch> rest)>;
 
-  AheadReader(Look look, Publisher publish) : look_(look), publish_(std::move(publish)) {}
-
-  bool isLookedAt(std::uint8_t type) const { return look_ == Look::AtAll || mayBeFolder(type); }
+  AheadReader(const ItemLook &look, Publisher publish)
+      : look_(look), publish_(std::move(publish)) {}
 
   // The buffer is of bufferSize, aligned to eight bytes. False when memory or
   // descriptors have run out. Throws nothing.
@@ -49,15 +47,14 @@ public:
   static void forget(AheadBatch &batch);
 
 private:
-  template <typename Visit> void eachLookedAt(const AheadBatch &batch, Visit visit) const;
   bool readUnguarded(AheadBatch &batch, char *buffer) const;
   static bool openFolder(AheadBatch &batch);
   void list(AheadBatch &batch, char *buffer) const;
-  void makeRoom(AheadBatch &batch) const;
+  static void makeRoom(AheadBatch &batch);
   void lookAtItems(AheadBatch &batch) const;
   static AheadBatch &addFolder(AheadBatch &batch, const char *name);
 
-  const Look look_;
+  const ItemLook look_;
   const Publisher publish_;
 };
 

@@ -37,17 +37,18 @@ inline bool mayBeFolder(std::uint8_t type) {
   return type == DT_DIR || type == DT_UNKNOWN;
 }
 
-// Tells whether the batch ends where no further record can be: many volumes
-// give their last record the greatest offset of all, which spares an empty
-// read.
-inline bool isLastBatch(const char *batch, std::size_t size) {
-  std::int64_t nextOffset = 0;
-  for (std::size_t at = 0; at < size;) {
-    const DirectoryRecord &record = directoryRecordAt(batch + at);
-    nextOffset = record.nextOffset;
-    at += record.length;
-  }
-  return nextOffset == std::numeric_limits<std::int64_t>::max();
+// The position in the folder after the batch, which is not empty.
+inline std::int64_t positionAfter(const char *batch, std::size_t size) {
+  std::size_t last = 0;
+  for (std::size_t at = 0; at < size; at += directoryRecordAt(batch + at).length)
+    last = at;
+  return directoryRecordAt(batch + last).nextOffset;
+}
+
+// Many volumes give their last record the greatest offset of all. No further
+// record can be there, which spares an empty read.
+inline bool isLastPosition(std::int64_t position) {
+  return position == std::numeric_limits<std::int64_t>::max();
 }
 
 // Memory for many batches of records, which grows without being cleared first.

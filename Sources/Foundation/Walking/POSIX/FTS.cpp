@@ -9,7 +9,8 @@
 namespace NS {
 namespace {
 
-std::unique_ptr<FTSStream> openStream(const std::string &path, int options, unsigned processors) {
+std::unique_ptr<FTSStream> openStream(const std::string &path, int options, const FTSSieve *sieve,
+                                      unsigned processors) {
   constexpr int served =
       FTSOption::NOCHDIR | FTSOption::NOSTAT | FTSOption::PHYSICAL | FTSOption::XDEV;
   bool usable = path.find('\0') == std::string::npos && !(options & ~served) &&
@@ -18,18 +19,19 @@ std::unique_ptr<FTSStream> openStream(const std::string &path, int options, unsi
     errno = path.empty() ? ENOENT : EINVAL;
     return nullptr;
   }
-  return std::make_unique<HierarchyStream>(path, options, processors);
+  return std::make_unique<HierarchyStream>(path, options, sieve, processors);
 }
 
 class FileHierarchies final : public FTS {
 public:
   std::unique_ptr<FTSStream> open(const std::string &path, int options) override {
-    return openStream(path, options, 1);
+    return openStream(path, options, nullptr, 1);
   }
-  std::unique_ptr<FTSStream> openForAll(const std::string &path, int options) override {
+  std::unique_ptr<FTSStream> openForAll(const std::string &path, int options,
+                                        const FTSSieve *sieve) override {
     // Nothing is to be touched on volumes that the walk does not enter.
     bool staysOnVolume = (options & FTSOption::XDEV) != 0;
-    return openStream(path, options, staysOnVolume ? 1 : Processors::shared().usable());
+    return openStream(path, options, sieve, staysOnVolume ? 1 : Processors::shared().usable());
   }
 };
 

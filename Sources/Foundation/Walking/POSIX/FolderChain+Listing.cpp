@@ -59,7 +59,7 @@ int FolderChain::fill(Link &link) {
   long count = list(link, size);
   if (count > 0) {
     std::size_t filled = static_cast<std::size_t>(count);
-    link.isAtEnd = isLastBatch(records_.at(link.base), filled);
+    link.isAtEnd = isLastPosition(positionAfter(records_.at(link.base), filled));
     bool isFull = filled + recordRoom > batchSize;
     if (isFull && !link.isAtEnd && rules_.order == EntryOrder::ByInode && longListing_.isFree())
       longListing_.begin(indexOf(link), link.descriptor.get(), records_.at(link.base), filled);

@@ -4,76 +4,62 @@
 namespace NS {
 
 void HierarchyStream::startAhead(Frame &root) {
-  root.batch = ahead_->begin(chain_.folder(), root.entry.statp);
-  if (ahead_->await(*root.batch))
+  root.batch = ahead_->begin(chain_.folder());
+  if (beginBatch(root))
     return;
   dropBatch(root);
   chain_.goOnFrom(0);
 }
 
+// Tells whether the batch of the frame, which is the present one, could be read.
+bool HierarchyStream::beginBatch(Frame &frame) {
+  if (!ahead_->await(*frame.batch))
+    return false;
+  frame.item = 0;
+  passOver(frame.batch->held);
+  return true;
+}
+
 // Null at the end of this folder, or when the walk goes on in it alone.
-const DirectoryRecord *HierarchyStream::nextRecordAhead(Frame &frame) {
-  while (frame.batchCursor == frame.batch->content->records.size()) {
+const AheadItem *HierarchyStream::nextItemAhead(Frame &frame) {
+  while (frame.item == frame.batch->content->items.size()) {
     int errnum = frame.batch->readError;
+    std::int64_t position = frame.batch->position;
     frame.batch = ahead_->next(*frame.batch);
-    frame.batchCursor = frame.item = 0;
     if (!frame.batch) {
       frame.entry.errnum = errnum;
       chain_.endListing();
       return nullptr;
     }
-    if (!ahead_->await(*frame.batch)) {
+    if (!beginBatch(frame)) {
       dropBatch(frame);
-      readOnAlone(frame);
+      readOnAlone(frame, position);
       return nullptr;
     }
   }
-  const DirectoryRecord *record =
-      &directoryRecordAt(frame.batch->content->records.data() + frame.batchCursor);
-  frame.batchCursor += record->length;
-  frame.position = record->nextOffset;
-  return record;
+  return &frame.batch->content->items[frame.item++];
 }
 
-HierarchyStream::Finding HierarchyStream::takeItem(Frame &frame, const DirectoryRecord &record) {
-  Finding found;
-  if (!ahead_->isLookedAt(record.type))
-    return found;
-  const AheadItem &item = frame.batch->content->items[frame.item++];
-  if (item.folder)
-    return takeFolder(record, *item.folder);
-  found.status = item.status;
-  found.errnum = item.errnum;
-  found.info = item.errnum == 0 ? infoOfMode(item.status.mode) : FTSInfo::NS;
-  return found;
+FTSEntry *HierarchyStream::enterItemAhead(const AheadItem &item) {
+  return item.folder ? enterFolderAhead(item) : enterItem(item.name, item.found, nullptr);
 }
 
-HierarchyStream::Finding HierarchyStream::takeFolder(const DirectoryRecord &record,
-                                                     AheadBatch &batch) {
-  Finding found;
-  bool isReady = ahead_->await(batch);
-  if (isReady) {
-    found.status = batch.status;
-    found.errnum = batch.statusError;
-    found.info = found.errnum == 0 ? infoOfMode(found.status.mode) : FTSInfo::NS;
+FTSEntry *HierarchyStream::enterFolderAhead(const AheadItem &item) {
+  bool isReady = ahead_->await(*item.folder);
+  FoundItem found = item.folder->found;
+  if (isReady && found.info == FTSInfo::D)
+    return enterItem(item.name, found, item.folder);
+  ahead_->drop(*item.folder);
+  if (!isReady) {
+    StepOutcome outcome = beOpen();
+    found = outcome.isDone() ? look_.at(chain_.folder(), item.name, DT_UNKNOWN)
+                             : foundBy(outcome.errnum(), {});
   }
-  if (found.info == FTSInfo::D) {
-    found.batch = &batch;
-    return found;
-  }
-  ahead_->drop(batch);
-  if (isReady)
-    return found;
-  if (StepOutcome outcome = beOpen(); outcome.isFailed())
-    found = {{}, FTSInfo::NS, outcome.errnum(), nullptr};
-  else
-    found = look(record.name, record.type);
-  return found;
+  return enterItem(item.name, found, nullptr);
 }
 
-// Reads on from the last used record.
-void HierarchyStream::readOnAlone(Frame &frame) {
-  chain_.goOnFrom(frame.position);
+void HierarchyStream::readOnAlone(Frame &frame, std::int64_t position) {
+  chain_.goOnFrom(position);
   if (StepOutcome outcome = beOpen(); outcome.isFailed()) {
     frame.entry.errnum = outcome.errnum();
     chain_.endListing();

@@ -10,7 +10,6 @@
 namespace NS {
 namespace {
 
-constexpr std::uint64_t bytesPerBlock = 512;
 // Ancestors above this level are compared one by one, deeper ones by a table.
 constexpr std::size_t linearAncestors = 32;
 
@@ -25,8 +24,9 @@ std::size_t rootNameLength(const std::string &path) {
 
 } // namespace
 
-HierarchyStream::HierarchyStream(const std::string &path, int options, unsigned processors)
-    : options_(options), path_(path),
+HierarchyStream::HierarchyStream(const std::string &path, int options, const FTSSieve *sieve,
+                                 unsigned processors)
+    : options_(options), look_(options, sieve), path_(path),
       chain_(
           {.mountPoints = MountPoints::Ignore, .window = mostDescriptors - 2, .keepsRoot = true}) {
   rootParent_.level = -1;
@@ -36,17 +36,7 @@ HierarchyStream::HierarchyStream(const std::string &path, int options, unsigned 
   shareAhead_ = DescriptorBudget::ofWalks().takeSpare(DescriptorBudget::sharesForHelpers);
   if (!shareAhead_)
     return;
-  bool looksAtAll = !(options & FTSOption::NOSTAT);
-  ahead_ = std::make_unique<ReadAhead>(
-      looksAtAll ? ReadAhead::Look::AtAll : ReadAhead::Look::AtFolders, processors);
-}
-
-FTSInfo HierarchyStream::infoOfMode(std::uint32_t mode) {
-  if (S_ISDIR(mode))
-    return FTSInfo::D;
-  if (S_ISREG(mode))
-    return FTSInfo::F;
-  return S_ISLNK(mode) ? FTSInfo::SL : FTSInfo::DEFAULT;
+  ahead_ = std::make_unique<ReadAhead>(look_, processors);
 }
 
 FTSEntry *HierarchyStream::read() {
@@ -77,7 +67,7 @@ void HierarchyStream::count(const FTSEntry &entry) {
   bool isSecondVisit =
       entry.info == FTSInfo::DP || entry.info == FTSInfo::DNR || entry.info == FTSInfo::ERR;
   if (!isSecondVisit)
-    progress.countItem(static_cast<std::uint64_t>(entry.statp.blocks) * bytesPerBlock);
+    progress.countItem(entry.statp.allocatedBytes());
   if (progress.wantsPath())
     progress.setPath(entry.path);
 }
@@ -86,7 +76,7 @@ FTSEntry *HierarchyStream::step() {
   if (!started_) {
     started_ = true;
     pathStart_ = path_.data();
-    return enter(look(path_.c_str(), DT_UNKNOWN), rootNameLength(path_));
+    return enter(look_.at(AT_FDCWD, path_.c_str(), DT_UNKNOWN), nullptr, rootNameLength(path_));
   }
   if (depth_ > 0 && top().stage == Stage::Left)
     pop();
@@ -109,25 +99,15 @@ void HierarchyStream::set(FTSEntry &entry, FTSInstruction instruction) {
     top().skip = true;
 }
 
-// Looks at an item of the present folder, or at the root by its path.
-HierarchyStream::Finding HierarchyStream::look(const char *name, std::uint8_t type) const {
-  Finding found;
-  int folder = depth_ > 0 ? chain_.folder() : AT_FDCWD;
-  if (mayBeFolder(type) || !(options_ & FTSOption::NOSTAT)) {
-    found.errnum = foldercalls::readStatus(folder, name, found.status);
-    found.info = found.errnum == 0 ? infoOfMode(found.status.mode) : FTSInfo::NS;
-  }
-  return found;
-}
-
 // Makes the entry of the item whose path is path_.
-FTSEntry *HierarchyStream::enter(const Finding &found, std::size_t nameLength) {
+FTSEntry *HierarchyStream::enter(const FoundItem &found, AheadBatch *batch,
+                                 std::size_t nameLength) {
   FTSInfo info = found.info;
   if (info == FTSInfo::D) {
     if (!isOpenAncestor(idOf(found.status)))
-      return push(found, nameLength);
-    if (found.batch)
-      ahead_->drop(*found.batch);
+      return push(found.status, batch, nameLength);
+    if (batch)
+      ahead_->drop(*batch);
     info = FTSInfo::DC;
   }
   leaf_.info = info;
@@ -140,7 +120,7 @@ FTSEntry *HierarchyStream::enter(const Finding &found, std::size_t nameLength) {
   return &leaf_;
 }
 
-FTSEntry *HierarchyStream::push(const Finding &found, std::size_t nameLength) {
+FTSEntry *HierarchyStream::push(const FTSStat &status, AheadBatch *batch, std::size_t nameLength) {
   FTSEntry *parent = depth_ > 0 ? &top().entry : &rootParent_;
   if (depth_ == frames_.size())
     frames_.emplace_back();
@@ -148,12 +128,12 @@ FTSEntry *HierarchyStream::push(const Finding &found, std::size_t nameLength) {
   frame = Frame{};
   frame.pathLength = path_.size();
   frame.nameLength = nameLength;
-  frame.batch = found.batch;
+  frame.batch = batch;
   frame.entry.level = static_cast<int>(depth_);
   frame.entry.parent = parent;
-  frame.entry.statp = found.status;
+  frame.entry.statp = status;
   point(frame.entry, frame.pathLength, nameLength);
-  FolderID id = idOf(found.status);
+  FolderID id = idOf(status);
   if (depth_ >= linearAncestors)
     deepAncestors_.insert(id);
   chain_.add(path_.c_str() + (depth_ > 0 ? path_.size() - nameLength : 0), id);
@@ -162,26 +142,40 @@ FTSEntry *HierarchyStream::push(const Finding &found, std::size_t nameLength) {
 }
 
 // The item of that name in the present folder.
-template <typename Look>
-FTSEntry *HierarchyStream::enterItem(const char *name, const Look &lookAtIt) {
+FTSEntry *HierarchyStream::enterItem(const char *name, const FoundItem &found, AheadBatch *batch) {
   std::size_t length = std::strlen(name);
   path_.resize(top().pathLength);
   appendName(name, length);
-  return enter(lookAtIt(), length);
+  return enter(found, batch, length);
 }
 
 FTSEntry *HierarchyStream::nextItem() {
   Frame &frame = top();
-  // Items that are read ahead were looked at already.
-  while (const DirectoryRecord *record = frame.batch ? nextRecordAhead(frame) : nullptr)
-    if (!isDotOrDotDot(record->name))
-      return enterItem(record->name, [&] { return takeItem(frame, *record); });
+  if (const AheadItem *item = frame.batch ? nextItemAhead(frame) : nullptr)
+    return enterItemAhead(*item);
   StepOutcome outcome;
-  if (const FolderEntry *entry = chain_.next(outcome))
-    return enterItem(entry->name, [&] { return look(entry->name, entry->type); });
+  while (const FolderEntry *entry = chain_.next(outcome)) {
+    FoundItem found = look_.at(chain_.folder(), entry->name, entry->type);
+    HeldItems held;
+    if (!look_.holdsBack(entry->name, found, held))
+      return enterItem(entry->name, found, nullptr);
+    passOver(held);
+    if (Progress::current().isCancelled())
+      return giveUp(ECANCELED);
+  }
   if (outcome.isFailed())
     frame.entry.errnum = outcome.errnum();
   return leave(frame);
+}
+
+// The sieve held items of the present folder back.
+void HierarchyStream::passOver(const HeldItems &held) {
+  FTSEntry &folder = top().entry;
+  folder.number = wrappingSum(folder.number, held.number);
+  Progress &progress = Progress::current();
+  progress.countItems(held.items, held.bytes);
+  if (progress.wantsPath())
+    progress.setPath(folder.path);
 }
 
 FTSEntry *HierarchyStream::leave(Frame &frame) {
@@ -209,7 +203,7 @@ bool HierarchyStream::mayDescend(const Frame &frame) const {
 // Begins with the contents of the folder announced last.
 int HierarchyStream::descend() {
   Frame &frame = top();
-  if (frame.batch && ahead_->await(*frame.batch)) {
+  if (frame.batch && beginBatch(frame)) {
     frame.stage = Stage::Open;
     return frame.batch->openError;
   }

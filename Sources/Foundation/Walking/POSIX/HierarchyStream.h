@@ -33,7 +33,7 @@ public:
   static constexpr std::size_t mostDescriptors = 16;
 
   // Without processors to share, the walk keeps to its caller's thread.
-  HierarchyStream(const std::string &path, int options, unsigned processors);
+  HierarchyStream(const std::string &path, int options, const FTSSieve *sieve, unsigned processors);
   ~HierarchyStream() override { closeAll(); }
   HierarchyStream(const HierarchyStream &) = delete;
   HierarchyStream &operator=(const HierarchyStream &) = delete;
@@ -44,8 +44,6 @@ public:
   void close() override { closeAll(); }
 
 private:
-  static FTSInfo infoOfMode(std::uint32_t mode);
-
   enum class Stage : std::uint8_t {
     Announced, // returned as D, not opened
     Open,      // its items are being returned
@@ -58,32 +56,20 @@ private:
     std::size_t nameLength = 0;
     Stage stage = Stage::Announced;
     bool skip = false;
-    // For a folder that is read ahead: the batch in use, the place of its next
-    // record, the next of the items that were looked at, and the position in
-    // the folder after the last used record.
+    // For a folder that is read ahead: the batch in use and its next item.
     AheadBatch *batch = nullptr;
-    std::size_t batchCursor = 0;
     std::size_t item = 0;
-    std::int64_t position = 0;
-  };
-
-  // The knowledge of an item besides its name.
-  struct Finding {
-    FTSStat status;
-    FTSInfo info = FTSInfo::NSOK;
-    int errnum = 0;
-    AheadBatch *batch = nullptr; // of a folder that is read ahead
   };
 
   FTSEntry *step();
   FTSEntry *giveUp(int errnum);
   static void count(const FTSEntry &entry);
   Frame &top() { return frames_[depth_ - 1]; }
-  Finding look(const char *name, std::uint8_t type) const;
-  template <typename Look> FTSEntry *enterItem(const char *name, const Look &lookAtIt);
-  FTSEntry *enter(const Finding &found, std::size_t nameLength);
-  FTSEntry *push(const Finding &found, std::size_t nameLength);
+  FTSEntry *enterItem(const char *name, const FoundItem &found, AheadBatch *batch);
+  FTSEntry *enter(const FoundItem &found, AheadBatch *batch, std::size_t nameLength);
+  FTSEntry *push(const FTSStat &status, AheadBatch *batch, std::size_t nameLength);
   FTSEntry *nextItem();
+  void passOver(const HeldItems &held);
   FTSEntry *leave(Frame &frame);
   FTSEntry *cannotRead(Frame &frame, int errnum);
   bool mayDescend(const Frame &frame) const;
@@ -92,11 +78,12 @@ private:
   bool isOpenAncestor(const FolderID &id) const;
   void closeAll();
 
-  const DirectoryRecord *nextRecordAhead(Frame &frame);
-  Finding takeItem(Frame &frame, const DirectoryRecord &record);
-  Finding takeFolder(const DirectoryRecord &record, AheadBatch &batch);
+  const AheadItem *nextItemAhead(Frame &frame);
+  FTSEntry *enterItemAhead(const AheadItem &item);
+  FTSEntry *enterFolderAhead(const AheadItem &item);
+  bool beginBatch(Frame &frame);
   void startAhead(Frame &root);
-  void readOnAlone(Frame &frame);
+  void readOnAlone(Frame &frame, std::int64_t position);
   StepOutcome beOpen();
   void dropBatch(Frame &frame);
   bool retreat();
@@ -110,6 +97,7 @@ private:
   int failure_ = 0;
   bool ended_ = false;
   const int options_;
+  const ItemLook look_;
   bool started_ = false;
   std::string path_;                // of the entry returned last
   const char *pathStart_ = nullptr; // where the views of the frames point

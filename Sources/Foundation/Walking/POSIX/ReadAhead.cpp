@@ -28,7 +28,7 @@ void closeNow(int descriptor) {
 
 } // namespace
 
-ReadAhead::ReadAhead(Look look, unsigned processors)
+ReadAhead::ReadAhead(const ItemLook &look, unsigned processors)
     : reader_(look, [this](AheadBatch &batch,
                            std::unique_ptr<AheadBatch> rest) { publish(batch, std::move(rest)); }),
       crew_(processors, [this](HelperPlace &place) { help(place); }) {}
@@ -37,10 +37,9 @@ ReadAhead::~ReadAhead() {
   retreat();
 }
 
-AheadBatch *ReadAhead::begin(int root, const FTSStat &status) {
+AheadBatch *ReadAhead::begin(int root) {
   root_ = std::make_unique<AheadBatch>();
   root_->descriptor = root;
-  root_->status = status;
   Lock lock = lockSoon();
   list_.insertAfter(nullptr, *root_);
   return root_.get();

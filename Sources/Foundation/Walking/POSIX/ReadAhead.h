@@ -46,9 +46,7 @@ namespace NS {
 
 class ReadAhead {
 public:
-  using Look = AheadReader::Look;
-
-  ReadAhead(Look look, unsigned processors);
+  ReadAhead(const ItemLook &look, unsigned processors);
   // Waits for batches that are being read; the walk must have dropped its
   // batches.
   ~ReadAhead();
@@ -57,8 +55,7 @@ public:
 
   // The first batch of the root, whose descriptor stays the caller's and must
   // outlive this object.
-  AheadBatch *begin(int root, const FTSStat &status);
-  bool isLookedAt(std::uint8_t type) const { return reader_.isLookedAt(type); }
+  AheadBatch *begin(int root);
 
   // Returns true when the batch is ready: reads it, or others while another
   // thread reads it. False when reading ahead has ended by a lack of memory or

@@ -91,7 +91,8 @@ TEST(LowercaseString, followsTheRulesOfNoLanguage) {
 }
 
 TEST(ContainsLowercase, isTheSearchInTheLowercaseText) {
-  for (std::string_view text : {"", "a", "MyAPP-2", "myap", "apapp", "É-App", "\xff-APP", "K;", "[{"})
+  for (std::string_view text :
+       {"", "a", "MyAPP-2", "myap", "apapp", "É-App", "\xff-APP", "K;", "[{"})
     for (std::string_view target : {"", "a", "app", "app-2", "é", "\u037e", "myapp-23", "[", "{"})
       EXPECT_EQ(NS::containsLowercase(text, target),
                 NS::rangeOfString(NS::lowercaseString(text), target).has_value())

@@ -21,7 +21,6 @@
 
 namespace {
 
-using NS::DescriptorBudget;
 using kwtest::FakeProcessors;
 using kwtest::inForkedChild;
 using kwtest::openDescriptorCount;
@@ -29,6 +28,7 @@ using kwtest::ours;
 using kwtest::quickFolder;
 using kwtest::RandomTree;
 using kwtest::ScratchFolder;
+using NS::DescriptorBudget;
 
 constexpr int physical = NS::FTSOption::PHYSICAL | NS::FTSOption::NOCHDIR;
 constexpr int withoutStat = physical | NS::FTSOption::NOSTAT;

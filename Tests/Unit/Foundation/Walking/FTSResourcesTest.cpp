@@ -119,7 +119,7 @@ TEST(FTSResources, stopsAtTheNextItemWhenCancelled) {
     std::size_t before = openDescriptorCount();
     Progress progress;
     Progress::Scope scope(progress);
-    HierarchyStream stream(scratch.path(), physical, processors);
+    HierarchyStream stream(scratch.path(), physical, nullptr, processors);
     for (int item = 0; item < 10; ++item)
       ASSERT_NE(stream.read(), nullptr);
     EXPECT_EQ(stream.failure(), 0);
@@ -135,7 +135,7 @@ TEST(FTSResources, hasNotFailedWhenItIsCancelledAfterItsEnd) {
   ScratchFolder scratch;
   Progress progress;
   Progress::Scope scope(progress);
-  HierarchyStream stream(scratch.path(), physical, 1);
+  HierarchyStream stream(scratch.path(), physical, nullptr, 1);
   while (stream.read()) {
   }
   progress.cancel();
@@ -151,7 +151,7 @@ TEST(FTSResources, countsEachItemOnceAndTellsWhereItIs) {
   Progress progress;
   Progress::Scope scope(progress);
   static_cast<void>(progress.snapshot()); // asks for a path
-  HierarchyStream stream(scratch.path(), physical, 1);
+  HierarchyStream stream(scratch.path(), physical, nullptr, 1);
   std::int64_t blocks = 0;
   while (FTSEntry *entry = stream.read())
     blocks += entry->info == NS::FTSInfo::DP ? 0 : entry->statp.blocks;
