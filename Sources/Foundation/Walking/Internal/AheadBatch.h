@@ -34,16 +34,16 @@ struct AheadBatch;
 // An item that the walk will return. One that is a folder by its record is
 // looked at through its open descriptor, which spares a look-up of its name.
 struct AheadItem {
-  const char *name; // in the records
+  const char *name; // in the content
   FoundItem found;
   AheadBatch *folder = nullptr; // the batch with its contents and its status
 };
 
 struct AheadContent {
-  std::vector<char> records;    // as the system listed them
-  std::vector<AheadItem> items; // in the order of their records
+  std::vector<AheadItem> items; // in the order of the listing
+  std::vector<char> names;      // of the items, each with its NUL
 
-  std::size_t bytes() const { return records.capacity() + items.capacity() * sizeof(AheadItem); }
+  std::size_t bytes() const { return names.capacity() + items.capacity() * sizeof(AheadItem); }
 };
 
 struct AheadBatch {
@@ -63,7 +63,7 @@ struct AheadBatch {
   // Where it hangs; set before others see it.
   AheadBatch *above = nullptr;           // the folder that holds this one; null for the root
   AheadBatch *first = this;              // the folder itself
-  const char *name = nullptr;            // of the folder; in the records of the one above
+  const char *name = nullptr;            // of the folder; in the content of the one above
   std::unique_ptr<AheadBatch[]> folders; // found among the items
   std::size_t folderCount = 0;
   int level = 0;

@@ -38,7 +38,7 @@ public:
   void give(std::unique_ptr<AheadContent> content) {
     if (!content || spares_.size() == most || content->bytes() > largest)
       return;
-    content->records.clear();
+    content->names.clear();
     content->items.clear();
     spares_.push_back(std::move(content));
   }

@@ -5,6 +5,7 @@
 #include "Foundation/Walking/POSIX/FolderCalls.h"
 
 #include <cerrno>
+#include <cstring>
 #include <new>
 #include <unistd.h>
 #include <utility>
@@ -22,8 +23,7 @@ void closeFolder(AheadBatch &batch) {
     static_cast<void>(::close(std::exchange(batch.descriptor, -1)));
 }
 
-template <typename Visit> void eachRecord(const AheadBatch &batch, Visit visit) {
-  const std::vector<char> &records = batch.content->records;
+template <typename Visit> void eachRecord(std::span<const char> records, Visit visit) {
   for (std::size_t at = 0; at < records.size();) {
     const DirectoryRecord &record = directoryRecordAt(records.data() + at);
     at += record.length;
@@ -57,10 +57,10 @@ bool AheadReader::readUnguarded(AheadBatch &batch, char *buffer) const {
     return false;
   if (batch.openError != 0)
     return true;
-  list(batch, buffer);
+  std::span<const char> records = list(batch, buffer);
   if (isExhaustion(batch.readError))
     return false;
-  lookAtItems(batch);
+  lookAtItems(batch, records);
   // Most folders hold no others and are finished here.
   if (isOpenedHere(batch) && batch.folderCount == 0 && !batch.rest)
     closeFolder(batch);
@@ -83,7 +83,7 @@ bool AheadReader::openFolder(AheadBatch &batch) {
   return !isExhaustion(batch.openError);
 }
 
-void AheadReader::list(AheadBatch &batch, char *buffer) const {
+std::span<const char> AheadReader::list(AheadBatch &batch, char *buffer) const {
   std::size_t filled = 0;
   bool atEnd = false;
   while (!atEnd && bufferSize - filled >= recordRoom) {
@@ -100,52 +100,60 @@ void AheadReader::list(AheadBatch &batch, char *buffer) const {
   std::unique_ptr<AheadBatch> rest;
   if (!atEnd)
     rest = std::make_unique<AheadBatch>();
-  batch.content->records.assign(buffer, buffer + filled);
-  makeRoom(batch);
+  std::span<const char> records(buffer, filled);
+  makeRoom(batch, records);
   if (rest) {
     rest->first = batch.first;
     rest->level = batch.level;
     publish_(batch, std::move(rest));
   }
+  return records;
 }
 
 // Allocates everything for the look at the items, so that the look cannot fail.
-void AheadReader::makeRoom(AheadBatch &batch) {
+void AheadReader::makeRoom(AheadBatch &batch, std::span<const char> records) {
   std::size_t items = 0;
   std::size_t folders = 0;
-  eachRecord(batch, [&](const DirectoryRecord &record) {
+  eachRecord(records, [&](const DirectoryRecord &record) {
     ++items;
     folders += mayBeFolder(record.type) ? 1u : 0u;
   });
   batch.content->items.reserve(items);
+  batch.content->names.reserve(records.size());
   if (folders > 0 && batch.level < levels)
     batch.folders = std::make_unique<AheadBatch[]>(folders);
 }
 
-void AheadReader::lookAtItems(AheadBatch &batch) const {
+void AheadReader::lookAtItems(AheadBatch &batch, std::span<const char> records) const {
   int descriptor = batch.first->descriptor;
   bool goesDeeper = batch.level < levels;
-  eachRecord(batch, [&](const DirectoryRecord &record) {
-    AheadItem item{record.name, {}, nullptr};
+  eachRecord(records, [&](const DirectoryRecord &record) {
     bool isFolder = record.type == DT_DIR;
+    FoundItem found;
     if (!isFolder || !goesDeeper) {
-      item.found = look_.at(descriptor, record.name, record.type);
-      if (look_.holdsBack(record.name, item.found, batch.held))
+      found = look_.at(descriptor, record.name, record.type);
+      if (look_.holdsBack(record.name, found, batch.held))
         return;
-      isFolder = item.found.info == FTSInfo::D;
+      isFolder = found.info == FTSInfo::D && mayBeFolder(record.type);
     }
-    if (isFolder && goesDeeper && mayBeFolder(record.type))
-      item.folder = &addFolder(batch, record.name);
-    batch.content->items.push_back(item);
+    keep(batch, record, found, isFolder && goesDeeper);
   });
 }
 
-AheadBatch &AheadReader::addFolder(AheadBatch &batch, const char *name) {
-  AheadBatch &folder = batch.folders[batch.folderCount++];
-  folder.above = batch.first;
-  folder.name = name;
-  folder.level = batch.level + 1;
-  return folder;
+// A folder that is read ahead gets a batch of its own.
+void AheadReader::keep(AheadBatch &batch, const DirectoryRecord &record, const FoundItem &found,
+                       bool isReadAhead) {
+  std::vector<char> &names = batch.content->names;
+  std::size_t begin = names.size();
+  names.insert(names.end(), record.name, record.name + std::strlen(record.name) + 1);
+  batch.content->items.push_back({names.data() + begin, found, nullptr});
+  AheadItem &item = batch.content->items.back();
+  if (!isReadAhead)
+    return;
+  item.folder = &batch.folders[batch.folderCount++];
+  item.folder->above = batch.first;
+  item.folder->name = item.name;
+  item.folder->level = batch.level + 1;
 }
 
 } // namespace NS

@@ -7,10 +7,12 @@
 // open because the batch still counts as one of its uses.
 //
 // A folder is opened, and its status asked of the open folder, which spares a
-// second look-up of its name. Then as many records as fill a buffer are listed,
-// and copied to the batch in their exact size. When the folder goes on beyond
-// the buffer, the rest is published before the items are looked at, so that
-// another thread goes on with the listing meanwhile.
+// second look-up of its name. Then as many records as fill the thread's own
+// buffer are listed. When the folder goes on beyond the buffer, the rest is
+// published before the items are looked at, so that another thread goes on with
+// the listing meanwhile. The batch gets only the items that the walk will
+// return: with a sieve the walk's thread hardly touches memory that another
+// thread wrote.
 //
 // All allocation comes before the look at the first item. A lack of memory or
 // of descriptors says nothing about the folder: the batch then stays unchanged,
@@ -23,6 +25,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <span>
 #include <utility>
 
 namespace NS {
@@ -49,10 +52,11 @@ public:
 private:
   bool readUnguarded(AheadBatch &batch, char *buffer) const;
   static bool openFolder(AheadBatch &batch);
-  void list(AheadBatch &batch, char *buffer) const;
-  static void makeRoom(AheadBatch &batch);
-  void lookAtItems(AheadBatch &batch) const;
-  static AheadBatch &addFolder(AheadBatch &batch, const char *name);
+  std::span<const char> list(AheadBatch &batch, char *buffer) const;
+  static void makeRoom(AheadBatch &batch, std::span<const char> records);
+  void lookAtItems(AheadBatch &batch, std::span<const char> records) const;
+  static void keep(AheadBatch &batch, const DirectoryRecord &record, const FoundItem &found,
+                   bool isReadAhead);
 
   const ItemLook look_;
   const Publisher publish_;
