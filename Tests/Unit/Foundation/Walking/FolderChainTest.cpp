@@ -13,6 +13,7 @@
 #include <set>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -115,6 +116,26 @@ TEST(FolderChain, givesLongListingsByInodeFilesFirst) {
   }
   EXPECT_TRUE(outcome.isDone());
   EXPECT_EQ(seen.size(), 10000u);
+}
+
+// All names, also "." and "..", have records of the same length, so that the end
+// of the second listing is where a record of the first one begins.
+TEST(FolderChain, givesNothingOfAFormerLongListing) {
+  ScratchFolder scratch(kwtest::quickFolder());
+  FolderChain chain({.order = NS::EntryOrder::ByInode});
+  ASSERT_EQ(enterRoot(chain, scratch.path()), 0);
+  for (const auto &[folder, items] : {std::pair("long", 8999), {"shorter", 5999}}) {
+    fs::create_directory(scratch.path(folder));
+    for (int index = 0; index < items; ++index)
+      scratch.file(std::string(folder) + "/" + std::to_string(1000 + index), "");
+    ASSERT_TRUE(chain.enter(folder).isDone());
+    int listed = 0;
+    NS::StepOutcome outcome;
+    while (chain.next(outcome))
+      ++listed;
+    EXPECT_EQ(listed, items) << folder;
+    ASSERT_TRUE(chain.leave().isDone());
+  }
 }
 
 // A removed item is not listed again, and each folder comes once.
