@@ -125,8 +125,9 @@ public:
   // The same for a caller that will skip no folder: other threads may read
   // folders ahead of the stream. Entries and their order are those of open;
   // each shows its item at some time since the opening. A sieve, which must
-  // outlive the stream, may hold items below the root back; a stream without
-  // support for it returns them.
+  // outlive the stream, holds items below the root back. The stream may return
+  // an item without a question to the sieve, such as one that has just taken a
+  // folder's place.
   virtual std::unique_ptr<FTSStream> openForAll(const std::string &path, int options,
                                                 const FTSSieve *sieve) {
     static_cast<void>(sieve);
