@@ -393,6 +393,7 @@ std::optional<RequestEngine::Clock::time_point> RequestEngine::nextDeadline() co
   return deadlines_.begin()->first;
 }
 
+// Without a connection there is no request, and so no deadline to wait for.
 void RequestEngine::waitForWork() {
   std::optional<Clock::time_point> until = nextDeadline();
   std::unique_lock lock(mutex_);
@@ -404,10 +405,8 @@ void RequestEngine::waitForWork() {
     lock.unlock();
     waitForArrivals(until);
     lock.lock();
-  } else if (!until) {
+  } else {
     changed_.wait(lock, [this] { return !mayWait_; });
-  } else if (mayWait_) {
-    changed_.wait_until(lock, *until, [this] { return !mayWait_; });
   }
   mayWait_ = false;
 }

@@ -75,6 +75,15 @@ public:
           arrived_.emplace_back(Advance{number, progress});
     });
   }
+  // The same for making a connection.
+  void leaveNoMemoryForConnecting(bool none = true) {
+    std::lock_guard lock(mutex_);
+    hasMemoryToConnect_ = !none;
+  }
+  std::size_t cancelsAsked() {
+    std::lock_guard lock(mutex_);
+    return cancelsAsked_;
+  }
   void waitUntilAskedToCancel(std::size_t count) {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return cancelsAsked_ >= count; });
@@ -101,6 +110,12 @@ public:
   void failNextSends(int count) {
     std::lock_guard lock(mutex_);
     failingSends_ = count;
+  }
+
+  // The same when it is to cancel a request.
+  void failCancels() {
+    std::lock_guard lock(mutex_);
+    failingCancels_ = true;
   }
 
   void waitUntilSent(std::size_t count) {
@@ -217,6 +232,8 @@ private:
 
   std::unique_ptr<kw::AgentConnection> connect() {
     std::lock_guard lock(mutex_);
+    if (!hasMemoryToConnect_)
+      throw std::bad_alloc();
     if (refusing_)
       throw kw::ClientError(kw::ClientError::Kind::Unreachable, "NoServer", "no bus");
     ++connections_;
@@ -262,6 +279,8 @@ private:
     bool hasMemory = true;
     change([&] {
       ++cancelsAsked_;
+      if (failingCancels_)
+        throw ended();
       hasMemory = hasMemoryToCancel_;
       if (hasMemory)
         beAskedToCancel(number);
@@ -325,9 +344,11 @@ private:
   int connections_ = 0;
   int open_ = 0;
   int failingSends_ = 0;
+  bool failingCancels_ = false;
   std::size_t cancelsAsked_ = 0;
   bool canCancel_ = false;
   bool hasMemoryToCancel_ = true;
+  bool hasMemoryToConnect_ = true;
   bool holding_ = false;
   bool refusing_ = false;
   bool broken_ = false;

@@ -14,7 +14,8 @@ namespace kwtest {
 
 class PrivateBus {
 public:
-  PrivateBus() {
+  // With further elements of its configuration.
+  explicit PrivateBus(const std::string &elements = "") {
     scratch_.file("bus.conf", R"(<!DOCTYPE busconfig PUBLIC
  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -28,8 +29,7 @@ public:
     <allow receive_sender="*"/>
     <allow own="*"/>
   </policy>
-</busconfig>
-)");
+)" + elements + "</busconfig>\n");
     start();
   }
   ~PrivateBus() { kill(); }

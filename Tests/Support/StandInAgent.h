@@ -46,9 +46,9 @@ public:
 
   // A request to shred is answered when it is cancelled, else never.
   void waitUntilShredding() { waitUntilCalled("SecurelyRemoveItemAtPath"); }
-  void waitUntilCalled(const std::string &member) {
+  void waitUntilCalled(const std::string &member, std::ptrdiff_t times = 1) {
     std::unique_lock lock(mutex_);
-    called_.wait(lock, [&] { return std::count(calls_.begin(), calls_.end(), member) > 0; });
+    called_.wait(lock, [&] { return std::count(calls_.begin(), calls_.end(), member) >= times; });
   }
   // The members called so far.
   std::vector<std::string> calls() {
@@ -57,6 +57,11 @@ public:
   }
   // Has the next request to shred be done as soon as it is to be cancelled.
   void finishWhenCancelled() { finishes_ = true; }
+  // Has the first request that is to be cancelled end all others to shred too.
+  void endAllWhenOneIsCancelled() { endsAll_ = true; }
+  // From now on it also reports progress in messages of another form, and that
+  // of calls that do not exist.
+  void talkNonsense() { talksNonsense_ = true; }
 
   // Called by a repair before its first chunk, and by a removal before it is
   // done; with the caller, and with the serial of the call.
@@ -185,6 +190,8 @@ private:
     std::string caller(call.sender());
     if (duringWork)
       duringWork(caller, call.serial());
+    if (talksNonsense_)
+      reportNonsense(caller, call.serial());
     for (std::uint64_t items : {1U, 2U}) {
       BusMessage signal = bus_.makeSignal(caller, path, controlInterface, "Progress");
       signal.write(call.serial());
@@ -196,10 +203,25 @@ private:
     reply(call, true, std::monostate());
   }
 
+  void reportNonsense(const std::string &caller, std::uint32_t serial) {
+    BusMessage text = bus_.makeSignal(caller, path, controlInterface, "Progress");
+    text.write("half of it");
+    bus_.send(text);
+    BusMessage other = bus_.makeSignal(caller, path, controlInterface, "Progress");
+    other.write(serial + 1000);
+    other.write(std::uint64_t{9});
+    other.write(std::uint64_t{9});
+    other.write("/of/another/call");
+    bus_.send(other);
+  }
+
   void cancel(BusMessage &call) {
     if (age_ == Age::ToCome)
       return reply(call, std::string("no flag"));
     auto node = shredding_.extract(call.readUInt32());
+    if (endsAll_)
+      for (auto &[serial, shredding] : std::exchange(shredding_, {}))
+        reply(shredding, true, std::monostate());
     reply(call, !node.empty());
     if (node) // the reply gives no reason for the unfinished work
       reply(node.mapped(), finishes_.load(), std::monostate());
@@ -210,6 +232,8 @@ private:
   NS::BusWaker waker_;
   std::map<std::uint32_t, BusMessage> shredding_; // by the serial of the call
   std::atomic<bool> finishes_ = false;
+  std::atomic<bool> endsAll_ = false;
+  std::atomic<bool> talksNonsense_ = false;
   std::atomic<bool> stopping_ = false;
   std::mutex mutex_;
   std::condition_variable called_;

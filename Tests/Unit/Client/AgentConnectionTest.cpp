@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <future>
 
 namespace {
 
@@ -141,6 +142,29 @@ TEST_F(AgentConnectionTest, reportsABusThatGoesAway) {
   EXPECT_EQ(next.kind(), ClientError::Kind::Unreachable) << next.name();
 }
 
+TEST_F(AgentConnectionTest, findsTheBusGoneWhenItSends) {
+  StandInAgent agent(bus.address());
+  std::promise<kw::Request<kw::EchoReply>> next;
+  client->echoAsync("x").then([&](const auto &) { // on the thread that also sends
+    bus.kill();
+    next.set_value(client->echoAsync("y"));
+  });
+  auto request = next.get_future().get();
+  const ClientError *error = request.wait().error();
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->kind(), ClientError::Kind::Unreachable) << error->name();
+}
+
+TEST_F(AgentConnectionTest, asksNoAgentWhoseEndTheBusWouldNotReport) {
+  kwtest::PrivateBus strict("<limit name=\"max_match_rules_per_connection\">0</limit>");
+  StandInAgent agent(strict.address());
+  client = Client::connect(strict.address());
+  ClientError error = failureOf([&] { static_cast<void>(client->repairPermissions(nullptr)); });
+  EXPECT_EQ(error.kind(), ClientError::Kind::Interrupted);
+  EXPECT_EQ(error.name(), "org.freedesktop.DBus.Error.LimitsExceeded");
+  EXPECT_EQ(client->echo("still here").text, "still here");
+}
+
 TEST_F(AgentConnectionTest, findsABusThatComesBack) {
   {
     StandInAgent agent(bus.address());
@@ -184,6 +208,16 @@ TEST_F(AgentConnectionTest, doesNotSendMessagesForWhichTheBusWouldDisconnect) {
   StandInAgent agent(bus.address());
   ClientError error =
       failureOf([&] { static_cast<void>(client->echo(std::string(17 << 20, 'x'))); });
+  EXPECT_EQ(error.kind(), ClientError::Kind::BadArgument);
+  EXPECT_EQ(client->echo("still here").text, "still here");
+}
+
+// The text alone would not be too long.
+TEST_F(AgentConnectionTest, doesNotSendAListForWhichTheBusWouldDisconnect) {
+  StandInAgent agent(bus.address());
+  std::vector<std::string> names(5'000'000);
+  ClientError error =
+      failureOf([&] { static_cast<void>(client->slimBinaryWithPath("/a", names)); });
   EXPECT_EQ(error.kind(), ClientError::Kind::BadArgument);
   EXPECT_EQ(client->echo("still here").text, "still here");
 }

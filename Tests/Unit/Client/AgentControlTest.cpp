@@ -91,6 +91,36 @@ TEST_F(AgentControlTest, hasManyCancelledAtOnce) {
   EXPECT_EQ(client->echo("next").text, "next");
 }
 
+// At most 16 calls to cancel are on their way; the others wait.
+TEST_F(AgentControlTest, asksToCancelNoRequestThatHasBeenAnsweredMeanwhile) {
+  StandInAgent agent(bus.address());
+  agent.endAllWhenOneIsCancelled();
+  std::vector<kw::Request<kw::FlagReply>> requests;
+  for (int number = 0; number < 20; ++number)
+    requests.push_back(client->securelyRemoveItemAtPathAsync("/a"));
+  agent.waitUntilCalled("SecurelyRemoveItemAtPath", 20);
+  client->cancelAll();
+  expectCancelled(requests[0]);
+  for (std::size_t number = 1; number < 20; ++number)
+    EXPECT_TRUE(requests[number].get().isDone()) << number;
+  EXPECT_EQ(client->echo("next").text, "next");
+  Strings calls = agent.calls();
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), "Cancel"), 16);
+}
+
+TEST_F(AgentControlTest, findsTheBusGoneWhenItCancels) {
+  StandInAgent agent(bus.address());
+  auto request = client->securelyRemoveItemAtPathAsync("/a");
+  agent.waitUntilShredding();
+  client->echoAsync("x").then([&](const auto &) { // on the thread that also cancels
+    bus.kill();
+    request.cancel();
+  });
+  const ClientError *error = request.wait().error();
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->kind(), ClientError::Kind::Interrupted) << error->what();
+}
+
 TEST_F(AgentControlTest, hearsHowFarTheAgentHasCome) {
   StandInAgent agent(bus.address());
   Strings paths;
@@ -100,6 +130,14 @@ TEST_F(AgentControlTest, hearsHowFarTheAgentHasCome) {
   EXPECT_EQ(paths, (Strings{"/a/1 1 4096", "/a/2 2 8192", "/a/1 1 4096", "/a/2 2 8192"}));
   EXPECT_EQ(agent.calls(), (Strings{"RemoveItemAtPath", "SubscribeToProgress", "RemoveItemAtPath",
                                     "RemoveItemAtPath"}));
+}
+
+TEST_F(AgentControlTest, leavesOutProgressThatItCannotUnderstand) {
+  StandInAgent agent(bus.address());
+  agent.talkNonsense();
+  Strings paths;
+  EXPECT_TRUE(client->removeItemAtPath("/a", following(paths)).isDone());
+  EXPECT_EQ(paths, (Strings{"/a/1 1 4096", "/a/2 2 8192"}));
 }
 
 TEST_F(AgentControlTest, followsNothingOfAnAgentThatTellsNothing) {

@@ -28,13 +28,19 @@ protected:
   // Has the agent answer the request just before it is asked to cancel it.
   template <typename Reply>
   void cancelTooLate(const kw::Request<Reply> &request, const NS::XPCValues &answer) {
+    whileTheThreadIsBusy([&] {
+      agent.setHandler([answer](const kw::AgentMessage &) { return answer; });
+      agent.release();
+      request.cancel();
+    });
+    agent.waitUntilAskedToCancel(1);
+  }
+  // The client's thread then finds all of the work done at once.
+  template <typename Work> void whileTheThreadIsBusy(Work work) {
     agent.sendAdvance({});
     begun_.get_future().wait();
-    agent.setHandler([answer](const kw::AgentMessage &) { return answer; });
-    agent.release();
-    request.cancel();
+    work();
     over_.set_value();
-    agent.waitUntilAskedToCancel(1);
   }
   // A request with these keeps the client's thread busy from the first report
   // of its progress on.
@@ -137,6 +143,32 @@ TEST_F(CancellationTest, isAskedForOnce) {
   request.cancel();
   request.cancel();
   EXPECT_FALSE(request.wait().hasReply());
+}
+
+TEST_F(CancellationTest, isAskedForOnceWhenAllRequestsAreToBeCancelledToo) {
+  agent.learnToCancel();
+  agent.hold();
+  auto request = client->echoAsync("x", paused());
+  agent.waitUntilSent(1);
+  whileTheThreadIsBusy([&] {
+    request.cancel();
+    client->cancelAll();
+  });
+  expectCancelled(request, ClientError::Effect::Unknown);
+  EXPECT_EQ(agent.cancelsAsked(), 1u);
+}
+
+TEST_F(CancellationTest, findsTheConnectionEnded) {
+  agent.hold();
+  agent.failCancels();
+  auto request = client->echoAsync("x");
+  agent.waitUntilSent(1);
+  request.cancel();
+  const ClientError *error = request.wait().error();
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->kind(), ClientError::Kind::Interrupted) << error->what();
+  agent.release();
+  EXPECT_EQ(client->echo("over another").text, "over another");
 }
 
 TEST_F(CancellationTest, endsTheWaitWithoutMemoryToAskForIt) {

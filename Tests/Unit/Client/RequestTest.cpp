@@ -265,6 +265,14 @@ TEST_F(RequestTest, isUnreachableWithAllWaitingRequestsWhenThereIsNoBus) {
   EXPECT_EQ(client->echo("again").text, "again");
 }
 
+TEST_F(RequestTest, isUnreachableWithoutMemoryForAnotherConnection) {
+  agent.leaveNoMemoryForConnecting();
+  agent.failNextSends(1);
+  expectFailure(client->echoAsync("x"), ClientError::Kind::Unreachable, ClientError::Effect::None);
+  agent.leaveNoMemoryForConnecting(false);
+  EXPECT_EQ(client->echo("again").text, "again");
+}
+
 TEST_F(RequestTest, endsWithTheClient) {
   agent.hold();
   std::vector<Request<EchoReply>> requests;
@@ -318,6 +326,18 @@ TEST_F(RequestTest, keepsAChunkOfProgressFromOthers) {
   static_cast<void>(repair.wait());
   EXPECT_EQ(first, Strings());
   EXPECT_EQ(second, Strings());
+}
+
+TEST_F(RequestTest, hasProgressThoughARequestWithoutAnyIsBeforeIt) {
+  agent.hold();
+  Strings chunks;
+  auto echo = client->echoAsync("before");
+  auto repair = client->repairPermissionsAsync([&](const auto &text) { chunks.push_back(text); });
+  agent.waitUntilSent(2);
+  agent.sendProgress("of the repair");
+  agent.release();
+  static_cast<void>(repair.wait());
+  EXPECT_EQ(chunks, Strings{"of the repair"});
 }
 
 TEST_F(RequestTest, serveManyThreads) {
