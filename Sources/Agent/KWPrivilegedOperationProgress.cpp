@@ -27,16 +27,12 @@ private:
 } // namespace
 
 std::shared_ptr<const NS::XPCInterface> KWPrivilegedOperationProgress::interface() {
-  static const auto shared = std::make_shared<const NS::XPCInterface>(NS::XPCInterface{
-      kOutputInterface,
-      {{.selector = receiveNewOutputSelector,
-        .member = kOutputMember,
-        .arguments = {{"output", NS::XPCKind::String}},
-        .oneWay = true,
-        .invoker = [](NS::XPCObject &object, const NS::XPCValues &arguments, const NS::XPCReply &) {
-          dynamic_cast<KWPrivilegedOperationProgress &>(object).receiveNewOutput(
-              std::get<std::string>(arguments.at(0)));
-        }}}});
+  static const auto shared = std::make_shared<const NS::XPCInterface>(
+      NS::XPCInterface{kOutputInterface,
+                       {{.selector = receiveNewOutputSelector,
+                         .member = kOutputMember,
+                         .arguments = {{"output", NS::XPCKind::String}},
+                         .oneWay = true}}});
   return shared;
 }
 
