@@ -46,9 +46,9 @@ bool CharacterSet::characterIsMember(char32_t character) const {
   case Kind::DecimalDigit:
     return u_charType(static_cast<UChar32>(character)) == U_DECIMAL_DIGIT_NUMBER;
   case Kind::Listed:
-    return std::binary_search(listed_.begin(), listed_.end(), character);
+    break;
   }
-  return false;
+  return std::binary_search(listed_.begin(), listed_.end(), character);
 }
 
 } // namespace NS
