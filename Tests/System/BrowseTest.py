@@ -86,6 +86,30 @@ class BrowseTest(unittest.TestCase):
         self.keys("/", "z", "z", "Enter")
         self.wait_for("no name here holds zz")
 
+    def test_each_key_moves_as_the_terminal_names_it(self):
+        self.start()
+        self.wait_for_names("big/", "middle/", ".hidden", "small")
+        self.keys("Down", "Right")
+        self.wait_for_names("a", "b")
+        self.keys("BSpace", "Up", "Right")
+        self.wait_for_names("file")
+        self.keys("Left", "NPage", "Space")
+        self.wait_for("1 marked: 102 KB")
+        self.keys("PPage", "Right")
+        self.wait_for_names("file")
+        self.keys("Left", "/", "m", "i", "x", "BSpace", "d", "Enter", "Right")
+        self.wait_for_names("a", "b")
+
+    def test_the_newest_or_the_largest_come_first(self):
+        for age, name in enumerate(("middle", "small", "big", ".hidden")):
+            os.utime(self.root.host_path(f"{TREE}/{name}"), (10 - age, 10 - age))
+        self.start()
+        self.keys("t")
+        self.wait_for_names("middle/", "small", "big/", ".hidden")
+        self.wait_for(", by time")
+        self.keys("s")
+        self.wait_for_names("big/", "middle/", ".hidden", "small")
+
     def test_marked_items_go_after_one_question(self):
         self.start()
         self.keys("Space", "Space", "r")
