@@ -3,6 +3,7 @@
 #include "Protocol/Linux/BusText.h"
 #include "Protocol/Linux/BusValues.h"
 #include "Support/PrivateBus.h"
+#include "Support/ScopedVariable.h"
 
 #include <gmock/gmock.h>
 
@@ -276,6 +277,19 @@ TEST_F(BusConnectionTest, endsItsWaitWhenItIsWokenAndWaitsAgain) {
   EXPECT_TRUE(isAwake());
   while (isAwake()) // the bus's own messages to a new connection end a wait as well
     client_.wait(waker, std::nullopt);
+}
+
+// Where no variable tells the address of the session's bus.
+TEST_F(BusConnectionTest, findsTheBusInTheFolderOfTheSession) {
+  std::string folder = bus_.address();
+  folder = folder.substr(std::string("unix:path=").size());
+  folder.resize(folder.rfind('/'));
+  kwtest::ScopedVariable address("DBUS_SESSION_BUS_ADDRESS", "");
+  kwtest::ScopedVariable session("XDG_RUNTIME_DIR", folder);
+  BusConnection found("session");
+  EXPECT_EQ(client_.ownerOfName(found.uniqueName()), found.uniqueName());
+  kwtest::ScopedVariable none("XDG_RUNTIME_DIR", "");
+  EXPECT_THROW(BusConnection("session"), BusError);
 }
 
 TEST(BusConnection, tellsThatThereIsNoBus) {

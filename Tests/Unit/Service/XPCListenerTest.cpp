@@ -11,6 +11,7 @@
 namespace {
 
 using namespace NS;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -82,6 +83,14 @@ private:
   bool accepts_;
 };
 
+class RaisingDelegate final : public XPCListenerDelegate {
+public:
+  bool listenerShouldAcceptNewConnection(XPCListener &,
+                                         const std::shared_ptr<XPCConnection> &) override {
+    throw std::runtime_error("nothing to export");
+  }
+};
+
 class XPCListenerTest : public testing::Test {
 protected:
   void listen(std::shared_ptr<XPCListenerDelegate> delegate) {
@@ -144,6 +153,12 @@ TEST_F(XPCListenerTest, deniesAccessWhenTheDelegateRefusesOrIsGone) {
   EXPECT_THAT(answers("Answer"), ElementsAre(busError("AccessDenied")));
   listen(nullptr);
   EXPECT_THAT(answers("Answer"), ElementsAre(busError("AccessDenied")));
+}
+
+TEST_F(XPCListenerTest, deniesAccessWhenTheDelegateRaises) {
+  listen(std::make_shared<RaisingDelegate>());
+  EXPECT_THAT(answers("Answer"), ElementsAre(busError("AccessDenied")));
+  EXPECT_THAT(log_.lines(), Contains("A connection is refused: nothing to export"));
 }
 
 } // namespace

@@ -81,6 +81,8 @@ TEST(Number, isEqualByValueAcrossKinds) {
   EXPECT_FALSE(one->isEqual(*Number::numberWithDouble(1.5)));
   EXPECT_FALSE(one->isEqual(*String::stringWithString("1")));
   EXPECT_TRUE(Number::numberWithDouble(-0.0)->isEqual(*Number::numberWithBool(false)));
+  EXPECT_EQ(Number::numberWithDouble(1.5)->hash(), Number::numberWithDouble(1.5)->hash());
+  EXPECT_NE(Number::numberWithDouble(1.5)->hash(), Number::numberWithDouble(1.25)->hash());
   EXPECT_TRUE(Number::numberWithDouble(0.5)->isEqual(*Number::numberWithDouble(0.5)));
 }
 

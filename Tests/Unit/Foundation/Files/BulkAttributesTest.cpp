@@ -3,6 +3,7 @@
 
 #include "Support/LogRecorder.h"
 #include "Support/ScratchFolder.h"
+#include "Support/SpecialItems.h"
 
 #include <gtest/gtest.h>
 
@@ -123,6 +124,15 @@ TEST(BulkAttributes, listEveryEntryOnceInBatches) {
       EXPECT_LE(count, 16u);
   }
   EXPECT_EQ(list(scratch.path(), 4544, 1).entries, expected);
+}
+
+TEST(BulkAttributes, tellDevicesAndSocketsApart) {
+  ScratchFolder scratch;
+  ASSERT_TRUE(kwtest::makeSocket(scratch.path("socket")));
+  std::multiset<Entry> expected{{"socket", NS::VnodeSocket, 0, 4096}};
+  if (kwtest::makeBlockDevice(scratch.path("device")))
+    expected.insert({"device", NS::VnodeBlockDevice, 0, 4096});
+  EXPECT_EQ(list(scratch.path(), 4544, 16).entries, expected);
 }
 
 TEST(BulkAttributes, endAnEmptyFolderAtTheFirstCall) {

@@ -92,6 +92,22 @@ TEST(PropertyListValue, equalsOnlyItsOwnKind) {
   EXPECT_EQ(PropertyList(std::uint64_t{5}), PropertyList(5));
 }
 
+TEST(PropertyListValue, equalsAListWithTheSameContentsAlone) {
+  using Array = PropertyList::Array;
+  using Dictionary = PropertyList::Dictionary;
+  PropertyList array(Array{1, "a"}), dictionary(Dictionary{{"a", 1}, {"b", 2}});
+  PropertyList sameArray = array, sameDictionary = dictionary;
+  EXPECT_EQ(array, sameArray);
+  EXPECT_EQ(dictionary, sameDictionary);
+  EXPECT_EQ(array, PropertyList(Array{1, "a"}));
+  EXPECT_EQ(dictionary, PropertyList(Dictionary{{"b", 2}, {"a", 1}}));
+  for (const Array &other : {Array{}, Array{1}, Array{1, "b"}, Array{1, "a", 2}})
+    EXPECT_NE(array, PropertyList(other));
+  for (const Dictionary &other : {Dictionary{}, Dictionary{{"a", 1}},
+                                  Dictionary{{"a", 1}, {"c", 2}}, Dictionary{{"a", 1}, {"b", 3}}})
+    EXPECT_NE(dictionary, PropertyList(other));
+}
+
 TEST(PropertyListValue, ofAMillionLevelsIsComparedAndDestroyed) {
   PropertyList deep = nested(1'000'000), other = nested(1'000'000), shallower = nested(999'999);
   EXPECT_TRUE(deep == other);
@@ -128,6 +144,9 @@ TEST(PropertyListValue, readsAsBoolAsThePlatformDoes) {
   EXPECT_TRUE(PropertyList(-1).boolValue());
   EXPECT_FALSE(PropertyList(0).boolValue());
   EXPECT_TRUE(PropertyList(0.5).boolValue());
+  EXPECT_TRUE(PropertyList(std::uint64_t{1} << 63).boolValue());
+  EXPECT_FALSE(PropertyList(PropertyList::Date{1}).boolValue());
+  EXPECT_FALSE(PropertyList(PropertyList::Data{"1"}).boolValue());
   for (const char *text : {"YES", "yes", "true", "T", "1", " 9", "+01", "-5"})
     EXPECT_TRUE(PropertyList(text).boolValue()) << text;
   for (const char *text : {"", "NO", "false", "0", "000", "on", "x1", " "})

@@ -3,6 +3,7 @@
 
 #include "Support/ForkedChild.h"
 #include "Support/ScratchFolder.h"
+#include "Support/SpecialItems.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -157,6 +158,11 @@ TEST(FileManager, namesTheTypeOfEveryKindOfItem) {
   EXPECT_EQ(type(scratch.path("link")), NS::FileType::SymbolicLink);
   EXPECT_EQ(type(scratch.path("fifo")), NS::FileType::Unknown);
   EXPECT_EQ(type("/dev/null"), NS::FileType::CharacterSpecial);
+  ASSERT_TRUE(kwtest::makeSocket(scratch.path("socket")));
+  EXPECT_EQ(type(scratch.path("socket")), NS::FileType::Socket);
+  if (kwtest::makeBlockDevice(scratch.path("device"))) {
+    EXPECT_EQ(type(scratch.path("device")), NS::FileType::BlockSpecial);
+  }
   std::optional<NS::Error> error;
   EXPECT_FALSE(manager().attributesOfItemAtPath(scratch.path("missing"), &error));
   EXPECT_EQ(codeOf(error), NS::FileReadNoSuchFileError);
