@@ -8,6 +8,7 @@
 #include "Support/FakeItemServices.h"
 #include "Support/ScopedVariable.h"
 #include "Support/ScratchFolder.h"
+#include "Support/SpecialItems.h"
 
 #include <fcntl.h>
 #include <filesystem>
@@ -283,6 +284,19 @@ TEST_F(Inspect, tellsTheKindOfAFolder) {
   registry.items[folder.path()] = {0, "APPL"};
   EXPECT_EQ(run({"inspect", folder.path(), "--json"}), 0);
   EXPECT_TRUE(printed("\"kind\":\"folder\",\"folderType\":\"application\"")) << out.str();
+}
+
+TEST_F(Inspect, tellsTheKindOfAnItemWithoutContents) {
+  ASSERT_TRUE(kwtest::makeSocket(folder.path("socket")));
+  ASSERT_EQ(::mkfifo(folder.path("fifo").c_str(), 0600), 0);
+  EXPECT_EQ(run({"inspect", folder.path("socket"), folder.path("fifo"), "/dev/null"}), 0);
+  EXPECT_TRUE(printed("  kind:       socket\n")) << out.str();
+  EXPECT_TRUE(printed("  kind:       other\n")) << out.str();
+  EXPECT_TRUE(printed("  kind:       character device\n")) << out.str();
+  if (kwtest::makeBlockDevice(folder.path("block"))) {
+    EXPECT_EQ(run({"inspect", folder.path("block")}), 0);
+    EXPECT_TRUE(printed("  kind:       block device\n")) << out.str();
+  }
 }
 
 TEST_F(Inspect, tellsTheTargetOfALink) {
