@@ -12,6 +12,7 @@ endif()
 option(KEEPWELL_WARNINGS_ARE_ERRORS "Fail at warnings; on by default in a git checkout"
        ${is_developer})
 set(KEEPWELL_SANITIZE "" CACHE STRING "Value for -fsanitize, empty for none")
+option(KEEPWELL_COVERAGE "Count the runs of each line; see Scripts/coverage (GCC only)" OFF)
 set(KEEPWELL_TEAM_ID "KEEPWELL00" CACHE STRING
     "The maker's ten-character team identifier, part of the client requirement")
 
@@ -53,4 +54,12 @@ if(KEEPWELL_SANITIZE)
   target_compile_options(kw_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_definitions(kw_options INTERFACE _FORTIFY_SOURCE=2)
+endif()
+if(KEEPWELL_COVERAGE)
+  # The counts have a folder of their own, which any user of a test may write to.
+  target_compile_options(kw_options INTERFACE
+    --coverage -fprofile-update=atomic -fprofile-dir=${CMAKE_BINARY_DIR}/counts)
+  add_library(kw_counts STATIC ${PROJECT_SOURCE_DIR}/Tests/Support/WriteCounts.c)
+  target_link_libraries(kw_options INTERFACE kw_counts)
+  target_link_options(kw_options INTERFACE --coverage LINKER:--wrap=_exit)
 endif()

@@ -84,6 +84,9 @@ class ThrowAwayRoot(PrivateBus):
         mount("--bind", build, self.root + build)
         # A faulty test must not reach the machine.
         mount("-o", "remount,bind,ro", self.root + build)
+        counts = f"{build}/counts"  # of Scripts/coverage
+        if os.path.isdir(counts):
+            mount("--bind", counts, self.root + counts)
         for folder in (DATA, _SCRATCH):
             os.makedirs(self.root + folder)
 
