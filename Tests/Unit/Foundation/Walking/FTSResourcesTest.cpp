@@ -9,6 +9,7 @@
 
 #include "Support/FakeProcessors.h"
 #include "Support/ForkedChild.h"
+#include "Support/Sanitizers.h"
 #include "Support/ScratchFolder.h"
 #include "Support/WalkSequence.h"
 
@@ -177,6 +178,7 @@ std::vector<int> openAll() {
 }
 
 TEST(FTSResources, waitsForDescriptorsThatOthersGiveBack) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
   ScratchFolder scratch;
   makeChain(scratch.path(), 20);
   std::string expected = kwtest::theirs(scratch.path(), physical);
@@ -200,6 +202,7 @@ TEST(FTSResources, waitsForDescriptorsThatOthersGiveBack) {
 }
 
 TEST(FTSResources, failsRatherThanLeavingOutFoldersWithoutDescriptors) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
   ScratchFolder scratch;
   makeChain(scratch.path(), 20);
   EXPECT_EQ(inForkedChild([&]() -> std::string {
