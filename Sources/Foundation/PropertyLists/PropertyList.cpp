@@ -218,9 +218,4 @@ void PropertyList::removeObjectForKey(std::string_view key) {
   entries.erase(std::lower_bound(entries.begin(), entries.end(), key, keyPrecedes));
 }
 
-void PropertyList::addObject(PropertyList object) {
-  if (array())
-    std::get<Array>(exclusiveNode().content).push_back(std::move(object));
-}
-
 } // namespace NS

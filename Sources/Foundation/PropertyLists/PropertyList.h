@@ -86,7 +86,6 @@ public:
   // The changes below do nothing to a value of another kind.
   void setObjectForKey(PropertyList object, std::string_view key);
   void removeObjectForKey(std::string_view key);
-  void addObject(PropertyList object);
 
   // Same kind and same contents; not-a-number equals itself.
   friend bool operator==(const PropertyList &left, const PropertyList &right);
