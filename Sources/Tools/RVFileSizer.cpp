@@ -30,19 +30,13 @@ bool countsBytes() {
   return returnUncompressedFileSize.load(std::memory_order_relaxed);
 }
 
-// Totals of hostile trees may pass any limit; they wrap instead of trapping.
-std::int64_t sum(std::int64_t left, std::int64_t right) {
-  return static_cast<std::int64_t>(static_cast<std::uint64_t>(left) +
-                                   static_cast<std::uint64_t>(right));
-}
-
 std::int64_t uncompressedSize(NS::FTSInfo info, const NS::FTSStat &status) {
   bool isFolder = info == NS::FTSInfo::D || info == NS::FTSInfo::DP;
   std::int64_t size = isFolder ? 0 : status.size;
   std::int64_t block = status.blockSize;
   if (block == 0 || size % block == 0)
     return size;
-  return sum(size, block - size % block);
+  return NS::wrappingSum(size, block - size % block);
 }
 
 // The item alone: 512-byte blocks, or bytes in the uncompressed mode.
@@ -98,8 +92,8 @@ void accumulate(NS::FTSEntry &entry, Vanished vanished) {
   }
   std::int64_t size = ownSize(entry.info, entry.statp);
   if (entry.info == NS::FTSInfo::DP)
-    size = entry.number = sum(entry.number, size);
-  entry.parent->number = sum(entry.parent->number, size);
+    size = entry.number = NS::wrappingSum(entry.number, size);
+  entry.parent->number = NS::wrappingSum(entry.parent->number, size);
 }
 
 std::unique_ptr<NS::FTSStream> openWalk(const std::string &path, const NS::FTSSieve *sieve) {

@@ -54,6 +54,12 @@ struct FTSStat {
   std::uint64_t allocatedBytes() const { return static_cast<std::uint64_t>(blocks) * 512; }
 };
 
+// Totals of hostile trees may pass any limit; they wrap instead of trapping.
+inline std::int64_t wrappingSum(std::int64_t left, std::int64_t right) {
+  return static_cast<std::int64_t>(static_cast<std::uint64_t>(left) +
+                                   static_cast<std::uint64_t>(right));
+}
+
 // One entry as read() returns it. It stays valid until the next read(); a
 // folder's entry stays valid until the end of its second visit: both visits and
 // every item beneath see the same object.

@@ -41,7 +41,5 @@ private:
 
 // The item of that status, or the failure to read it.
 FoundItem foundBy(int errnum, const FTSStat &status);
-// Wraps, as totals of a hostile tree may pass any limit.
-std::int64_t wrappingSum(std::int64_t left, std::int64_t right);
 
 } // namespace NS

@@ -23,11 +23,6 @@ FoundItem foundBy(int errnum, const FTSStat &status) {
   return {status, infoOfMode(status.mode), 0};
 }
 
-std::int64_t wrappingSum(std::int64_t left, std::int64_t right) {
-  return static_cast<std::int64_t>(static_cast<std::uint64_t>(left) +
-                                   static_cast<std::uint64_t>(right));
-}
-
 FoundItem ItemLook::at(int folder, const char *name, std::uint8_t type) const {
   if (!looksAtAll_ && !mayBeFolder(type))
     return {};
