@@ -14,6 +14,9 @@ constexpr bool hasThreadSanitizer = true;
 #else
 constexpr bool hasThreadSanitizer = false;
 #endif
+// Much of the process's memory is then the sanitizer's own, so that no bound on
+// the program's can be tested.
+constexpr bool addsMemory = hasAddressSanitizer || hasThreadSanitizer;
 
 } // namespace kwtest
 

@@ -45,12 +45,20 @@ class ReaderTest(AbuseCase):
         flood.close()
 
     def test_127_MiB_of_unread_answers_silence_no_other_client(self):
-        flood = self.root.client()
+        flood, behind = self.root.client(), self.client_behind()
         with self.others_answered():
-            for _ in range(1500):  # the bus keeps no more of one sender
-                flood.send("Echo", "s", "x" * 100000)
+            for _ in range(15):  # the bus keeps no more of one sender
+                for _ in range(100):
+                    flood.send("Echo", "s", "x" * 100000)
+                behind.call("Echo", "s", "taken")
             self.echo_large()
-        flood.close()
+        for client in (flood, behind):
+            client.close()
+
+    def client_behind(self):
+        """A client whose answers mean that the agent has taken all messages before
+        its request. The bus itself refuses those that a slow agent has not taken."""
+        return self.root.client(timeout=300 if sanitized() else 30)
 
     def echo_large(self):
         """A client that comes now gets replies for which many others also want
@@ -61,10 +69,7 @@ class ReaderTest(AbuseCase):
             large.close()
 
     def test_several_clients_that_read_nothing_leave_room_for_the_rest(self):
-        floods = [self.root.client() for _ in range(12)]
-        # The bus itself refuses messages that a slow agent has not taken yet.
-        # An answer here means that the agent has taken all messages before it.
-        behind = self.root.client(timeout=300 if sanitized() else 30)
+        floods, behind = [self.root.client() for _ in range(12)], self.client_behind()
         with self.others_answered():
             for flood in floods:
                 flood.send("Echo", "s", "x" * (15 << 20))

@@ -139,13 +139,22 @@ class ServiceTest(unittest.TestCase):
         self.assertIn(b"has an owner already", done.stderr)
 
     def test_a_bus_that_cannot_be_reached_is_named(self):
-        done = self.bus.run([f"{harness.build_folder}/keepwell-agent", "--bus",
-                             "unix:path=/nonexistent/bus"], timeout=20)
-        self.assertEqual(done.returncode, AGENT_FAILED)
-        self.assertIn(b"/nonexistent/bus", done.stderr)
+        address = "unix:path=/nonexistent/bus"
+        for arguments in (["--bus", address], [f"--bus={address}"]):
+            done = self.bus.run([f"{harness.build_folder}/keepwell-agent", *arguments], timeout=20)
+            self.assertEqual(done.returncode, AGENT_FAILED)
+            self.assertIn(b"/nonexistent/bus", done.stderr)
+
+    def test_help_and_version_need_no_bus(self):
+        for arguments, printed in ((["--help"], b"Usage: keepwell-agent"),
+                                   (["--version"], b"keepwell-agent 2.11\n"),
+                                   (["--version", "--bus", "nowhere", "--help"], b"Usage: ")):
+            done = self.bus.run([f"{harness.build_folder}/keepwell-agent", *arguments], timeout=20)
+            self.assertEqual((done.returncode, done.stderr), (0, b""))
+            self.assertTrue(done.stdout.startswith(printed), done.stdout)
 
     def test_invalid_arguments_show_the_usage(self):
-        for arguments in (["--nonsense"], ["--bus"], ["--bus", ""], ["extra"]):
+        for arguments in (["--nonsense"], ["--bus"], ["--bus", ""], ["--bus="], ["extra"]):
             done = self.bus.run([f"{harness.build_folder}/keepwell-agent", *arguments], timeout=20)
             self.assertEqual(done.returncode, 2)
             self.assertIn(b"Usage: keepwell-agent", done.stderr)

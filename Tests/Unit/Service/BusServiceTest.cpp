@@ -149,9 +149,9 @@ TEST_F(BusServiceTest, letsTheProcessEndWhenItServesNoMore) {
 }
 
 TEST_F(BusServiceTest, endsTheProcessWhenTheBusIsGone) {
-  serve();
   std::promise<void> ended;
   process_.atExit = [&] { ended.set_value(); };
+  serve(); // its thread calls atExit
   bus_->hangUp();
   ended.get_future().wait();
   service_.reset(); // waits for its thread

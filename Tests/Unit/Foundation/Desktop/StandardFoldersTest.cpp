@@ -3,8 +3,12 @@
 
 #include "Foundation/Base/SharedInstance.h"
 #include "Support/FakeUsers.h"
+#include "Support/ForkedChild.h"
+#include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
+
+#include <cstdlib>
 
 namespace {
 
@@ -57,6 +61,26 @@ TEST_F(StandardFolders, canKeepTheTilde) {
 
 TEST_F(StandardFolders, areNoneForAKindThatTheHostDoesNotKnow) {
   EXPECT_EQ(search(static_cast<SearchPathDirectory>(16), NS::AllDomainsMask), Paths{});
+}
+
+// In a child, since the desktop's library reads its settings once.
+TEST_F(StandardFolders, areWhereTheUsersSettingsSay) {
+  kwtest::ScratchFolder scratch;
+  scratch.file("user-dirs.dirs", "XDG_DESKTOP_DIR=\"/media/D\"\nXDG_DOCUMENTS_DIR=\"/media/Do\"\n"
+                                 "XDG_DOWNLOAD_DIR=\"/media/Dw\"\nXDG_MUSIC_DIR=\"/media/M\"\n"
+                                 "XDG_PICTURES_DIR=\"/media/P\"\nXDG_VIDEOS_DIR=\"/media/V\"\n");
+  EXPECT_EQ(kwtest::inForkedChild([&] {
+              ::setenv("XDG_CONFIG_HOME", scratch.path().c_str(), 1);
+              std::string found;
+              for (auto directory : {SearchPathDirectory::Desktop, SearchPathDirectory::Document,
+                                     SearchPathDirectory::Downloads, SearchPathDirectory::Music,
+                                     SearchPathDirectory::Pictures, SearchPathDirectory::Movies,
+                                     SearchPathDirectory::SharedPublic})
+                for (const std::string &path : search(directory, NS::UserDomainMask))
+                  found += path + " ";
+              return found;
+            }),
+            "/media/D /media/Do /media/Dw /media/M /media/P /media/V ");
 }
 
 TEST_F(StandardFolders, takeTheTemporaryOneFromTheEnvironment) {

@@ -252,7 +252,7 @@ bool readsWithin64MiB(const std::string &data, bool expected) {
 }
 
 TEST(PropertyListMemory, staysWithinItsBoundForTheWorstOfEachForm) {
-  if (kwtest::hasAddressSanitizer || kwtest::hasThreadSanitizer)
+  if (kwtest::addsMemory)
     GTEST_SKIP() << "a sanitizer's shadow memory does not fit in the limit";
   constexpr std::size_t size = 8u << 20;
   std::string deep, keys, trues, attribute = "<plist a=\"";
