@@ -46,6 +46,11 @@ class InstalledRoot(SystemBusRoot):
                 self.mkdir(folder)
                 self.check(["chown", user, folder])
 
+    def sanitizer_options(self):
+        # The desktop's library loses the record of an item that it could not move
+        # to the Trash.
+        return {**super().sanitizer_options(), "ASAN_OPTIONS": "detect_leaks=0"}
+
     def conform(self, user, *words):
         """Its exit status, its output, and its report's results by scenario."""
         report = f"/tmp/{user}/report"
@@ -79,7 +84,6 @@ def left_out(results):
 class ConformanceTestCase(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        harness.skip_if_sanitized("the bus starts the agent without the options it needs")
         harness.require_tools("setpriv", "useradd", "gpasswd", "systemd-sysusers", "lsattr", "ps")
         cls.root = cls.enterClassContext(InstalledRoot())
 

@@ -99,13 +99,17 @@ class PrivateBus:
         return argv
 
     def environment(self):
+        return {"PATH": harness.PATH, "LANG": "C.UTF-8", "HOME": self.folder,
+                **self.sanitizer_options()}
+
+    def sanitizer_options(self):
+        """The variables for programs that are built with a sanitizer."""
         sanitizers = {name: os.environ[name] for name in ("ASAN_OPTIONS", "LSAN_OPTIONS",
                                                           "UBSAN_OPTIONS") if name in os.environ}
         # The agent ends at once on request, with any threads it has.
         options = os.environ.get("TSAN_OPTIONS", "") + " report_thread_leaks=0"
         options += f" suppressions={harness.build_folder}/tsan-suppressions"
-        return {"PATH": harness.PATH, "LANG": "C.UTF-8", "HOME": self.folder,
-                "TSAN_OPTIONS": options.strip(), **sanitizers}
+        return {"TSAN_OPTIONS": options.strip(), **sanitizers}
 
     def popen(self, argv, **options):
         options.setdefault("env", self.environment())

@@ -42,12 +42,17 @@ def require_tools(*names):
         skip("not installed: " + ", ".join(missing))
 
 
-def skip_if_sanitized(reason):
-    """Skips a test that a sanitizer's build cannot do; call it within main()'s
+def is_sanitized():
+    """Whether the programs are built with a sanitizer; call it within main()'s
     test cases."""
     with open(f"{build_folder}/CMakeCache.txt", encoding="utf-8") as file:
-        if any(re.match(r"KEEPWELL_SANITIZE:\w+=.", line) for line in file):
-            skip("built with a sanitizer: " + reason)
+        return any(re.match(r"KEEPWELL_SANITIZE:\w+=.", line) for line in file)
+
+
+def skip_if_sanitized(reason):
+    """Skips a test that a sanitizer's build cannot do."""
+    if is_sanitized():
+        skip("built with a sanitizer: " + reason)
 
 
 def make_environment():

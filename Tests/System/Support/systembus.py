@@ -39,6 +39,20 @@ class SystemBusRoot(ThrowAwayRoot):
             subprocess.run(["cmake", "--install", harness.build_folder, "--component", component],
                            check=True, capture_output=True,
                            env={**os.environ, "DESTDIR": self.root})
+        if harness.is_sanitized():
+            self._give_options_to_agent()
+
+    def _give_options_to_agent(self):
+        """The bus starts services with none of its own variables."""
+        options = " ".join(f"{name}='{value}'" for name, value in self.sanitizer_options().items())
+        for folder in (f"{self.root}/usr/share", f"{self.root}/usr/local/share"):
+            path = f"{folder}/dbus-1/system-services/{NAME}.service"
+            if not os.path.exists(path):
+                continue
+            with open(path, encoding="utf-8") as file:
+                text = file.read()
+            with open(path, "w", encoding="utf-8") as file:
+                file.write(text.replace("Exec=", f"Exec=/usr/bin/env {options} "))
 
     def add_member(self):
         self.check(["gpasswd", "--add", MEMBER, "keepwell"])
