@@ -7,7 +7,7 @@ import random
 import xml.etree.ElementTree as ElementTree
 
 from Support import harness
-from Support.abuse import AbuseCase, Batch, LOG_TOOL, REPAIRER, sanitized
+from Support.abuse import AbuseCase, Batch, LOG_TOOL, REPAIRER
 from Support.bus import INTERFACE, NAME, PATH, wait_until
 from Support.rawbus import (BusError, CALL, ERROR, NO_REPLY_EXPECTED, REPLY, SIGNAL, message,
                             split)
@@ -58,7 +58,7 @@ class ReaderTest(AbuseCase):
     def client_behind(self):
         """A client whose answers mean that the agent has taken all messages before
         its request. The bus itself refuses those that a slow agent has not taken."""
-        return self.root.client(timeout=300 if sanitized() else 30)
+        return self.root.client(timeout=300 if harness.is_instrumented() else 30)
 
     def echo_large(self):
         """A client that comes now gets replies for which many others also want

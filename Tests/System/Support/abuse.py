@@ -27,14 +27,6 @@ REST = 60
 KEPT_BY_THE_ALLOCATOR = 2 << 10
 
 
-def sanitized():
-    """Whether the agent was built with a sanitizer; its memory then says
-    nothing."""
-    with open(f"{harness.build_folder}/CMakeCache.txt", encoding="utf-8") as file:
-        return any(line.startswith("KEEPWELL_SANITIZE:") and line.strip().partition("=")[2]
-                   for line in file)
-
-
 class Watcher:
     """An ordinary client that was there before and asks again and again."""
 
@@ -138,7 +130,7 @@ class AbuseCase(Blocking, unittest.TestCase):
         cls("wait_for_rest").wait_for_rest(threads=True)
         memory = cls.settled_memory()
         print(f"memory: {cls.start_memory} KiB at first, {memory} KiB in the end")
-        if not sanitized() and memory > cls.start_memory + KEPT_BY_THE_ALLOCATOR:
+        if not harness.is_instrumented() and memory > cls.start_memory + KEPT_BY_THE_ALLOCATOR:
             raise AssertionError(f"{memory - cls.start_memory} KiB were added to the memory")
 
     @classmethod
@@ -191,7 +183,7 @@ class AbuseCase(Blocking, unittest.TestCase):
     @classmethod
     def memory_after_a_client(cls):
         """The agent's own: programs and libraries in memory belong to files."""
-        client = cls.root.client(timeout=300 if sanitized() else 60)
+        client = cls.root.client(timeout=300 if harness.is_instrumented() else 60)
         client.call("Echo", "s", "x")
         client.close()
         time.sleep(MEMORY_RETURN)
@@ -212,8 +204,8 @@ class AbuseCase(Blocking, unittest.TestCase):
     def setUp(self):
         with contextlib.suppress(FileNotFoundError):
             os.unlink(self.root.host_path(GATE))
-        # A sanitizer looks at each byte of the large texts.
-        self.other = self.root.client(timeout=300 if sanitized() else 30)
+        # An instrumented agent looks at each byte of the large texts.
+        self.other = self.root.client(timeout=300 if harness.is_instrumented() else 30)
 
     def tearDown(self):
         self.other.close()
@@ -237,6 +229,6 @@ class AbuseCase(Blocking, unittest.TestCase):
             yield watcher
             asked = watcher.answers
             wait_until(lambda: watcher.failure or watcher.answers > asked + 1,
-                       240 if sanitized() else 40)
+                       240 if harness.is_instrumented() else 40)
         if watcher.failure:
             raise AssertionError("another client had to wait in vain") from watcher.failure

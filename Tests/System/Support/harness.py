@@ -42,11 +42,21 @@ def require_tools(*names):
         skip("not installed: " + ", ".join(missing))
 
 
+# Call these within main()'s test cases.
 def is_sanitized():
-    """Whether the programs are built with a sanitizer; call it within main()'s
-    test cases."""
+    """Whether the programs are built with a sanitizer."""
+    return _is_configured(r"KEEPWELL_SANITIZE:\w+=.")
+
+
+def is_instrumented():
+    """Whether they are built with a sanitizer or with counters, which make them
+    slow and take memory of their own."""
+    return is_sanitized() or _is_configured("KEEPWELL_COVERAGE:BOOL=ON")
+
+
+def _is_configured(setting):
     with open(f"{build_folder}/CMakeCache.txt", encoding="utf-8") as file:
-        return any(re.match(r"KEEPWELL_SANITIZE:\w+=.", line) for line in file)
+        return any(re.match(setting, line) for line in file)
 
 
 def skip_if_sanitized(reason):

@@ -20,7 +20,7 @@ using kwtest::Grant;
 using NS::CopiedData;
 
 NS::Descriptor opened(const std::string &path) {
-  return NS::Descriptor(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+  return NS::Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
 }
 
 // The mode for the copy, or "error" and a number.
@@ -108,6 +108,21 @@ TEST(AttributeCopy, takesAnInheritedListAway) {
   ASSERT_NE(kwtest::attribute(target, kwtest::accessListName), "");
   EXPECT_EQ(copiedMode(source, target).size(), 3u);
   EXPECT_EQ(kwtest::attribute(target, kwtest::accessListName), "");
+}
+
+// A folder has two lists: for itself, and for the items that are made in it.
+TEST(AttributeCopy, takesEachInheritedListAwayThatTheSourceHasNot) {
+  kwtest::ScratchFolder scratch;
+  std::string source = scratch.path("source"), target = scratch.path("target");
+  ASSERT_EQ(::mkdir(source.c_str(), 0755), 0);
+  std::string list = kwtest::accessListOf(listWith(5, 7, 0, {{ACL_USER, 7, 1234}}, {}));
+  KW_REQUIRE_ATTRIBUTE(source, kwtest::accessListName, list);
+  KW_REQUIRE_ATTRIBUTE(scratch.path(), kwtest::defaultListName, list);
+  ASSERT_EQ(::mkdir(target.c_str(), 0755), 0);
+  ASSERT_EQ(kwtest::attribute(target, kwtest::defaultListName), list);
+  EXPECT_EQ(copiedMode(source, target).size(), 3u);
+  EXPECT_EQ(kwtest::attribute(target, kwtest::accessListName), list);
+  EXPECT_EQ(kwtest::attribute(target, kwtest::defaultListName), "");
 }
 
 TEST(AttributeCopy, keepsAttributesThatVouchForDataOnlyWithTheSameData) {
