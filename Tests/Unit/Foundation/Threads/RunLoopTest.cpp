@@ -170,6 +170,19 @@ TEST_F(RunLoopTest, stopsTheInnermostRunAlone) {
   EXPECT_EQ(ran, (std::vector<int>{1}));
 }
 
+TEST_F(RunLoopTest, goesOnAfterAnInnerRunWasStopped) {
+  loop.performBlock(
+      [this] {
+        loop.performBlock([this] { loop.stop(); }, commonModes);
+        loop.run();
+      },
+      commonModes);
+  loop.performBlock(note(1), 0.001, commonModes);
+  loop.performBlock([this] { loop.stop(); }, 0.002, commonModes);
+  loop.run();
+  EXPECT_EQ(ran, (std::vector<int>{1}));
+}
+
 TEST_F(RunLoopTest, isStoppedFromAnotherThread) {
   auto running = NS::DispatchGroup::create();
   running->enter();
