@@ -55,9 +55,11 @@ public:
                std::int64_t &number) const noexcept override {
     number = numberOf(name, status);
     areLeaves = areLeaves && isLeaf(info);
+    ++asked;
     return isLetThrough(name);
   }
   mutable std::atomic<bool> areLeaves{true}; // all items that the walk showed
+  mutable std::atomic<int> asked{0};
 };
 
 std::string line(const NS::FTSEntry &entry, std::int64_t number) {
@@ -108,6 +110,23 @@ void makeManyFiles(const std::string &path) {
   std::string filler(200, 'x');
   for (int index = 0; index < 3000; ++index)
     std::ofstream(path + "/" + std::to_string(index) + filler) << "content";
+}
+
+// Otherwise the walk threw away folders that were read ahead, and read them again.
+TEST(FTSSieve, isAskedOnceAboutEachItem) {
+  constexpr int folders = 40, files = 10;
+  ScratchFolder scratch(quickFolder());
+  for (int folder = 0; folder < folders; ++folder) {
+    std::string path = scratch.path(std::to_string(folder % 4)) + "/" + std::to_string(folder);
+    std::filesystem::create_directories(path);
+    for (int file = 0; file < files; ++file)
+      std::ofstream(path + "/" + std::to_string(file)) << "content";
+  }
+  for (unsigned processors : {1u, 2u, 4u}) {
+    OneOfThree sieve;
+    sieved(scratch.path(), physical, processors, sieve);
+    EXPECT_EQ(sieve.asked, folders * files) << processors;
+  }
 }
 
 void makeLargeFolder(const std::string &path) {
