@@ -22,6 +22,7 @@
 #include <memory>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -112,15 +113,18 @@ void makeManyFiles(const std::string &path) {
     std::ofstream(path + "/" + std::to_string(index) + filler) << "content";
 }
 
-// Otherwise the walk threw away folders that were read ahead, and read them again.
+// A walk that threw folders away that were read ahead, the root among them, would
+// read them again.
 TEST(FTSSieve, isAskedOnceAboutEachItem) {
   constexpr int folders = 40, files = 10;
   ScratchFolder scratch(quickFolder());
-  for (int folder = 0; folder < folders; ++folder) {
-    std::string path = scratch.path(std::to_string(folder % 4)) + "/" + std::to_string(folder);
+  std::vector<std::string> paths{scratch.path()};
+  for (int folder = 1; folder < folders; ++folder)
+    paths.push_back(scratch.path(std::to_string(folder % 4)) + "/" + std::to_string(folder));
+  for (const std::string &path : paths) {
     std::filesystem::create_directories(path);
     for (int file = 0; file < files; ++file)
-      std::ofstream(path + "/" + std::to_string(file)) << "content";
+      std::ofstream(path + "/file " + std::to_string(file)) << "content";
   }
   for (unsigned processors : {1u, 2u, 4u}) {
     OneOfThree sieve;

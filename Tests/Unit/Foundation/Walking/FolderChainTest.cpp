@@ -97,11 +97,8 @@ void makeWideFolder(const ScratchFolder &scratch, int items) {
   }
 }
 
-TEST(FolderChain, givesLongListingsByInodeFilesFirst) {
-  ScratchFolder scratch(kwtest::quickFolder());
-  makeWideFolder(scratch, 10000);
-  FolderChain chain({.order = NS::EntryOrder::ByInode});
-  ASSERT_EQ(enterRoot(chain, scratch.path()), 0);
+// Lists the present folder: each item once, the files first and by inode.
+void expectByInode(FolderChain &chain, std::size_t items) {
   std::set<std::string> seen;
   std::uint64_t last = 0;
   bool foldersBegan = false;
@@ -115,7 +112,31 @@ TEST(FolderChain, givesLongListingsByInodeFilesFirst) {
     foldersBegan = foldersBegan || isFolder;
   }
   EXPECT_TRUE(outcome.isDone());
-  EXPECT_EQ(seen.size(), 10000u);
+  EXPECT_EQ(seen.size(), items);
+}
+
+TEST(FolderChain, givesLongListingsByInodeFilesFirst) {
+  ScratchFolder scratch(kwtest::quickFolder());
+  makeWideFolder(scratch, 10000);
+  FolderChain chain({.order = NS::EntryOrder::ByInode});
+  ASSERT_EQ(enterRoot(chain, scratch.path()), 0);
+  expectByInode(chain, 10000);
+}
+
+// A chain sorts one listing at a time.
+TEST(FolderChain, aLongListingThatWasClosedLeavesItsPlaceToAnother) {
+  ScratchFolder scratch(kwtest::quickFolder());
+  makeWideFolder(scratch, 10000);
+  FolderChain chain({.order = NS::EntryOrder::ByInode});
+  ASSERT_EQ(enterRoot(chain, scratch.path()), 0);
+  NS::StepOutcome outcome;
+  ASSERT_NE(chain.next(outcome), nullptr);
+  ASSERT_EQ(chain.enter("0").errnum(), 0);
+  while (chain.depth() < depth)
+    ASSERT_EQ(chain.enter("d").errnum(), 0);
+  for (int index = 0; index < 10000; ++index)
+    scratch.file(chain.pathBelowRoot() + "/" + std::to_string(index), "");
+  expectByInode(chain, 10000);
 }
 
 // All names, also "." and "..", have records of the same length, so that the end
