@@ -24,9 +24,9 @@ def micro_benchmarks(build):
                           check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
     medians = {one["run_name"]: one for one in json.loads(done.stdout)["benchmarks"]
                if one["aggregate_name"] == "median"}
-    return ["| Inner loop | Against | Ratio | Reach |", "|---|---|---:|---:|",
+    return ["| Inner loop | Against | Ratio |", "|---|---|---:|",
             *(f"| {work} | {rival} | {medians[ours]['real_time'] / medians[theirs]['real_time']:.3f}"
-              " | – |" for work, rival, ours, theirs in (
+              " |" for work, rival, ours, theirs in (
                   ("walk over 10,000 files, entry by entry", "`fts` of the C library", "walkOurs",
                    "walkCLibrary"),
                   ("the same", "`std::filesystem`", "walkOurs", "walkStandardLibrary"),
@@ -92,7 +92,7 @@ def write_results(bench, rows, lines, micro, duration):
             " |", "|---|" + "---:|" * len(next(iter(lines.values()))),
             *(f"| {label} | " + " | ".join(f"{y:.2f} µs" for _, y in line) + " |"
               for label, line in lines.items()), "",
-            "## Each line", *report.details(rows), "",
+            "## Details", *report.details(rows), "",
             f"The whole run took {duration / 60:.1f} minutes."]
     with open(os.path.join(RESULTS, "RESULTS.md"), "w", encoding="utf-8") as file:
         file.write("\n".join(text) + "\n")
@@ -128,7 +128,7 @@ def main():
         elif progress.wants(comparisons.threads_of_a_walk):
             print("\n".join(report.threads(comparisons.threads_of_a_walk(bench))))
         missed = [row.work for row in progress.rows if row.missed()]
-        print(f"{len(progress.rows)} comparisons, {len(missed)} missed their reach"
+        print(f"{len(progress.rows)} comparisons, {len(missed)} missed their target"
               + "".join(f"\n  {work}" for work in missed))
     finally:
         for agent in agents:

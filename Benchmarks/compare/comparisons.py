@@ -16,11 +16,10 @@ FLAT = Tree(1, 400_000)
 GROWING = 1_000, 10_000, 100_000, 1_000_000  # files, fifty in a folder
 
 # Reasons why these targets may be missed.
-SIZE_LIMIT = ("Nine tenths of the time are the kernel's, nearly all of it one stat for each file: "
-              "about as much processor time as du takes, so that two processors can halve it at "
-              "best.")
-MOVE_LIMIT = ("The copy is on the disk (one syncfs) before anything of the source goes, which mv "
-              "does not wait for.")
+SIZE_LIMIT = ("The kernel takes nine tenths of the time, nearly all for one stat of each file. That is "
+              "about the processor time of du, so that two processors can halve the time at best.")
+MOVE_LIMIT = ("Before the agent removes anything of the source, it waits until the copy is on the disk "
+              "(one syncfs); mv does not wait.")
 
 
 def expect(condition, text):
@@ -91,10 +90,10 @@ def pair_of(command, path, depth, finish=":"):
 
 
 def add_gain(bench, row, pair, alone, rounds, prepare=None):
-    """Tells the reader of a missed reach how far the machine itself lets the
+    """Tells the reader of a missed target how far the machine itself lets the
     rival's system calls run at once."""
     both, one = alternate(pair, alone, bench.rounds(rounds), prepare)
-    row.facts.append(f"two {row.rival} at once, each over half of it, take "
+    row.facts.append(f"two {row.rival} at once, each over half of the tree, take "
                      f"{both.median() / one.median():.3f} of the time of one")
     return row
 
@@ -126,7 +125,7 @@ DU = Rival("`du -s`", ("du", "-s"), says_size=True, note=SIZE_LIMIT)
 GDU = Rival("`gdu -n`", ("gdu", "-n", "-p", "-c"))
 
 
-def compare_size(bench, work, path, agent, rounds, reach, prefix=(), counts_calls=True,
+def compare_size(bench, work, path, agent, rounds, target, prefix=(), counts_calls=True,
                  prepare=None, rival=DU):
     """The agent's measurement against the rival's, with the agent's total checked."""
     ours = Side([*prefix, *agent.command("size", "--bytes", path)], agent)
@@ -139,7 +138,7 @@ def compare_size(bench, work, path, agent, rounds, reach, prefix=(), counts_call
         elif rival.says_size:
             expect(says_size(side) > 0, f"{path}: {rival.name} measured nothing")
 
-    row = Row(work, rival.name, reach)
+    row = Row(work, rival.name, target)
     row.note = rival.note
     row.proof = (f"the agent's total is that of the blocks that `find` lists, {expected:,} bytes "
                  "(folders count twice, hard links each time)")
@@ -207,8 +206,9 @@ def size_of_growing_trees(bench, curve):
         curve("size, keepwell", tree.items(), row.ours.median())
         curve("size, du -s", tree.items(), row.theirs.median())
     growth = per_entry[1_000_000] / per_entry[10_000] - 1
-    row.facts += [f"{more / 2**20:.1f} MiB more memory at most (reach: 16)",
-                  f"cost of one entry {growth * 100:+.0f} % against 10,000 files (reach: +20 %)"]
+    row.facts += [f"{more / 2**20:.1f} MiB more memory at most (target: 16 MiB)",
+                  f"cost of one entry {growth * 100:+.0f} % compared with 10,000 files "
+                  "(target: +20 % at most)"]
     return row
 
 
@@ -232,11 +232,11 @@ def remove_many_folders_cold(bench):
                          warm_up=0, counts_calls=False)
 
 
-def compare_removal(bench, tree, reach, rounds, warm_up=1):
+def compare_removal(bench, tree, target, rounds, warm_up=1):
     path = os.path.join(bench.volume.path, "doomed")
     ours = Side(bench.agent.command("remove", path), bench.agent)
     theirs = Side(["rm", "-rf", path])
-    row = Row(f"remove {tree}", "`rm -rf`", reach)
+    row = Row(f"remove {tree}", "`rm -rf`", target)
     row.proof = "the folder is gone"
     return bench.compare(row, ours, theirs, rounds,
                          prepare=lambda side: bench.make_tree(tree, "doomed"),
@@ -308,7 +308,7 @@ def shred_large(bench):
 LOOP = 'while IFS= read -r -d "" path; do rm "$path"; done'
 
 
-def compare_many_removals(bench, rival, theirs, reach, rounds, warm_up):
+def compare_many_removals(bench, rival, theirs, target, rounds, warm_up):
     tree = Tree(1, 10_000)
     path, names = os.path.join(bench.volume.path, "small"), bench.path("names")
 
@@ -318,7 +318,7 @@ def compare_many_removals(bench, rival, theirs, reach, rounds, warm_up):
             file.write(b"".join(os.path.join(path, name).encode() + b"\0"
                                 for name in os.listdir(path)))
 
-    row = Row("10,000 removals of single files", rival, reach)
+    row = Row("10,000 removals of single files", rival, target)
     row.proof = "the folder is empty"
     ours = Side(bench.agent.command("remove", "-0"), bench.agent, names)
     return bench.compare(row, ours, Side(theirs, standard_input=names), rounds, prepare,
@@ -336,10 +336,10 @@ def removals_against_xargs(bench):
 # --- Searching and moving
 
 
-def compare_search(bench, rival, command, reach, prepare=None):
+def compare_search(bench, rival, command, target, prepare=None):
     ours = Side([os.path.join(bench.build, "keepwell"), "find", "python3", "--under", "/usr"])
     theirs = Side(command)
-    row = Row("find a name under /usr" + (", caches dropped" if prepare else ""), rival, reach)
+    row = Row("find a name under /usr" + (", caches dropped" if prepare else ""), rival, target)
 
     def verify(side):
         if side is theirs:
@@ -380,7 +380,7 @@ def digest(path):
     return whole.hexdigest()
 
 
-def compare_move(bench, work, source, destination, reach):
+def compare_move(bench, work, source, destination, target):
     tree = Tree(50, 5_000, data_every=1, data_bytes=65_536)
     state = {}
 
@@ -395,7 +395,7 @@ def compare_move(bench, work, source, destination, reach):
         expect(digest(destination) == state["before"], "the copy is not the same")
         shutil.rmtree(destination)
 
-    row = Row(work, "`mv`", reach)
+    row = Row(work, "`mv`", target)
     row.note = MOVE_LIMIT
     row.proof = "the source is gone; names, modes, times and contents are the same"
     return bench.compare(row, Side(bench.agent.command("move", source, destination), bench.agent),
@@ -449,7 +449,7 @@ def tool_run(bench):
     row.ours, row.theirs = paired([os.path.join(bench.build, "Benchmarks/tool-run"), "/bin/true",
                                    str(bench.rounds(200))])
     more = row.ours.median() - row.theirs.median()
-    row.facts.append(f"{more * 1e3:.2f} ms more than the bare calls at the median (reach: 12)")
+    row.facts.append(f"{more * 1e3:.2f} ms more than the bare calls at the median (target: 12 ms)")
     return row
 
 
@@ -460,6 +460,6 @@ def reports(bench):
     idle = bench.agent.proportional_memory()
     return [f"- first reply through activation, the command's own start included: "
             f"{statistics.median(first) * 1e3:.0f} ms at the median of {len(first)} "
-            f"({min(first) * 1e3:.0f} – {max(first) * 1e3:.0f}; reach: 60)",
+            f"({min(first) * 1e3:.0f} – {max(first) * 1e3:.0f}; target: 60)",
             f"- idle memory, proportional: {idle / 2**20:.1f} MiB after its first request "
-            "(reach: 12 MB)"]
+            "(target: 12 MB)"]

@@ -11,19 +11,19 @@ TERMS = """\
 
 - **Work**: the task that both programs do, on the same files.
 - **Against**: the other program.
-- **Ours**: the time of the `keepwell` command, the agent and the bus between them. Only searches
-  need no agent.
+- **Ours**: the time of the `keepwell` command, with the agent and the bus that it uses. Searches use
+  no agent.
 - **Theirs**: the time of the other program.
-- **Ratio**: ours divided by theirs, each the median of all rounds. Below 1 Keepwell is faster. The two
+- **Ratio**: ours divided by theirs, each the median of all rounds. Below 1, Keepwell is faster. The two
   take turns within one run, so that other work on the machine slows both.
-- **Reach**: the highest ratio that counts as a success, set before the measurement.
-- **Reached, missed**: whether the ratio is within the reach. For a miss, the details count the system
+- **Target**: the highest ratio that counts as a success, set before the measurement.
+- **Met, missed**: whether the ratio is within the target. For a miss, the details count the system
   calls of both programs.
 - **Warm**: the files' metadata are in the machine's memory before the first round.
-- **Caches dropped**: the machine has forgotten all metadata and data before each round, but for the
-  program that runs.
+- **Caches dropped**: before each round the machine's memory is cleared of all metadata and data of
+  files, except those of the program that runs.
 - **Processor time**: user and system time of the program, its children and the agent.
-- **Checked**: the test that both programs did the same work.
+- **Checked**: how the benchmark made sure that both programs did the same work.
 - **Entry** (in the curve): one file or folder.""".split("\n")
 
 
@@ -32,7 +32,7 @@ class Row:
     """One line of the table. It has figures of ours alone when there is no rival."""
     work: str
     rival: str
-    reach: float = None
+    target: float = None
     ours: object = None  # a measure.Series
     theirs: object = None
     proof: str = ""  # the check that both did the same
@@ -44,7 +44,7 @@ class Row:
         return self.ours.median() / self.theirs.median()
 
     def missed(self):
-        return self.reach is not None and self.ratio() > self.reach
+        return self.target is not None and self.ratio() > self.target
 
 
 def seconds(value):
@@ -72,7 +72,7 @@ def version(*argv):
         line = done.stdout.decode(errors="replace").splitlines()[0]
         return " ".join(line.replace("Version:", argv[0]).split())
     except (OSError, IndexError):
-        return f"{argv[0]}: not there"
+        return f"{argv[0]}: not installed"
 
 
 def machine(folder):
@@ -82,22 +82,22 @@ def machine(folder):
     volume = subprocess.run(["findmnt", "-no", "FSTYPE,OPTIONS", "-T", folder], check=False,
                             stdout=subprocess.PIPE).stdout.decode().strip()
     return [f"- {model}, {os.cpu_count()} processors, {memory:.0f} GiB",
-            f"- Linux {platform.release()}; many files: on an ext4 in memory, made anew for each tree; "
-            f"shredded or moved files: on {re.sub(' +', ', ', volume, count=1)}",
+            f"- Linux {platform.release()}; trees of many files are on an ext4 in memory, made anew for each; "
+            f"shredded and moved files on {re.sub(' +', ', ', volume, count=1)}",
             *(f"- {version(*argv)}" for argv in (
                 ("du", "--version"), ("find", "--version"), ("bfs", "--version"),
                 ("gdu", "--version"), ("dbus-daemon", "--version"), ("c++", "--version")))]
 
 
 def table(rows):
-    lines = ["| Work | Against | Ours | Theirs | Ratio | Reach | |",
+    lines = ["| Work | Against | Ours | Theirs | Ratio | Target | |",
              "|---|---|---:|---:|---:|---:|---|"]
     for row in rows:
         lines.append(
             f"| {row.work} | {row.rival} | {seconds(row.ours.median())} | "
             f"{seconds(row.theirs.median())} | {row.ratio():.3f} | "
-            f"{'–' if row.reach is None else row.reach} | "
-            f"{'' if row.reach is None else 'missed' if row.missed() else 'reached'} |")
+            f"{'–' if row.target is None else row.target} | "
+            f"{'' if row.target is None else 'missed' if row.missed() else 'met'} |")
     return lines
 
 
@@ -114,7 +114,7 @@ def details(rows):
             lines.append(f"- checked: {row.proof}")
         lines += [f"- {fact}" for fact in row.facts]
         if row.missed():
-            over = (row.ratio() / row.reach - 1) * 100
+            over = (row.ratio() / row.target - 1) * 100
             lines.append(f"- missed by {over:.0f} %. {row.note}".rstrip())
             if row.calls:
                 lines += ["", "```", row.calls, "```"]
