@@ -53,7 +53,7 @@ CommandTable localCommands();
 std::shared_ptr<bool> declareDryRun(Arguments &arguments);
 
 inline constexpr const char *forceProtectedHelp =
-    "Take folders of the system and of users' homes too, such as /usr, once their paths are typed";
+    "Include protected folders, such as /usr and homes, after you have typed their paths";
 
 // Declares --yes, for commands that ask before work that cannot be undone.
 std::shared_ptr<bool> declareYes(Arguments &arguments);

@@ -155,7 +155,7 @@ CommandRun declareMove(Arguments &arguments) {
   auto dryRun = declareDryRun(arguments);
   arguments.flag("--force-protected", options->mayTakeProtected, forceProtectedHelp);
   arguments.operand("source", options->source, "SOURCE", "The item to move");
-  arguments.operand("destination", options->destination, "DESTINATION", "Its whole new path");
+  arguments.operand("destination", options->destination, "DESTINATION", "Its full new path");
   return [=](Session &session) {
     std::string from = absolutePath(options->source);
     std::string to = absolutePath(options->destination);
@@ -187,7 +187,7 @@ CommandTable fileCommands() {
       {"move",
        "Move an item to a new path, making missing folders",
        declareMove,
-       {{"move /srv/old /mnt/archive/old", "give the whole new path; a move replaces no item"}}},
+       {{"move /srv/old /mnt/archive/old", "give the full new path; a move replaces no item"}}},
   };
 }
 

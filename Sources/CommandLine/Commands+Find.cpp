@@ -144,10 +144,10 @@ std::string refuseRoot(const std::string &path) {
 void settle(const FindArguments &arguments) {
   bool isByName = !arguments.name.empty();
   if (isByName == arguments.wantsTree())
-    throw UsageError(isByName ? "a NAME goes with none of --largest, --older-than, --empty"
+    throw UsageError(isByName ? "NAME cannot be combined with --largest, --older-than or --empty"
                               : "NAME is required, or one of --largest, --older-than, --empty");
   if (arguments.emptyFolders && (!arguments.largest.empty() || !arguments.age.empty()))
-    throw UsageError("--empty goes with neither --largest nor --older-than");
+    throw UsageError("--empty cannot be combined with --largest or --older-than");
   bool isUnder = !arguments.under.empty();
   if (!isUnder && (arguments.shallow || arguments.raw || !arguments.excluded.empty()) && isByName)
     throw UsageError("--shallow, --raw and --exclude need --under");
@@ -169,24 +169,27 @@ CommandRun declareFind(Arguments &arguments) {
   arguments.operand("name", given->name, "NAME", "The application's name, in any case").required =
       false;
   arguments.option("--under", given->under, "PATH",
-                   "The folder to search; by default a NAME is searched in the usual places of "
+                   "The folder to search; by default a NAME is searched for in the usual places of "
                    "applications, all else in the current folder",
                    refuseRoot);
-  arguments.option("--largest", given->largest, "NUMBER", "The largest files, so many",
+  arguments.option("--largest", given->largest, "NUMBER", "Find the NUMBER largest files",
                    storesNumber<std::size_t>(given->query.most, 1));
   arguments.option("--older-than", given->age, "AGE",
-                   "Files that have not been changed for so long: 90d, 6w, 3m, 1y",
+                   "Find files that have not been changed for AGE, such as 90d, 6w, 3m or 1y",
                    storesMomentBefore(given->query.unchangedSince));
-  arguments.flag("--empty", given->emptyFolders, "Folders that hold only empty folders");
+  arguments.flag("--empty", given->emptyFolders,
+                 "Find folders that are empty or hold only empty folders");
   arguments.flag("--words", given->byWords, "Match the words of the name, in any order");
-  arguments.flag("--shallow", given->shallow, "Look at the folder's own children only");
+  arguments.flag("--shallow", given->shallow,
+                 "Search the folder itself, but not the folders in it");
   arguments.option("--exclude", given->excluded, "NAME",
                    "Leave out items of this name, and do not enter them; without a NAME to find, a "
                    "pattern as for remove --keep",
                    refuseEmpty);
   arguments.flag("--all", given->all,
                  "Print numbered copies and items with the folder's own name too");
-  arguments.flag("--raw", given->raw, "Print each match of the walk: folders come twice");
+  arguments.flag("--raw", given->raw,
+                 "Print each match as the search reports it: folders come twice");
   arguments.flag("-0,--null", given->withNul, "End each path with a NUL, for xargs -0");
   return [given](Session &session) { return find(session, *given); };
 }

@@ -1,4 +1,5 @@
-// Commands that look at this host's files themselves and need no agent.
+// Commands that look at this host's files themselves; some have the agent measure
+// folders that the user cannot read.
 #include "Additions/NSFileManager+Additions.h"
 #include "Additions/NSFileManager+AliasExt.h"
 #include "Additions/NSFileManager+FileAttributes.h"
@@ -196,7 +197,7 @@ CommandTable localCommands() {
       {"inspect",
        "Show the kind, flags, protection, times and original of items",
        declareInspect,
-       {{"inspect /etc/hosts", "among other things, whether it is locked"},
+       {{"inspect /etc/hosts", "shows, among other things, whether it is locked"},
         {"inspect --json /srv/*", "an object for each item"}}},
   };
 }

@@ -222,7 +222,7 @@ CommandTable startupVerbs() {
                     .operation = asked(&Client::startStartupItemAsync),
                     .done = "Asked to start ",
                     .failed = " could not be started"}),
-       {{"startup start \"Web Server\"", "whether it started is not told"}}},
+       {{"startup start \"Web Server\"", "the system does not report whether it started"}}},
       {"stop",
        "Stop a startup item",
        flagCommand({.command = "startup stop",
@@ -232,7 +232,7 @@ CommandTable startupVerbs() {
                     .operation = asked(&Client::stopStartupItemAsync),
                     .done = "Asked to stop ",
                     .failed = " could not be stopped"}),
-       {{"startup stop \"Web Server\"", "whether it stopped is not told"}}},
+       {{"startup stop \"Web Server\"", "the system does not report whether it stopped"}}},
   };
 }
 
@@ -305,7 +305,7 @@ CommandTable configurationVerbs() {
                         .done = "No longer inserted into programs: ",
                         .failed = " could not be taken out of launchd's configuration"}),
            {{"launchd-conf remove-library /usr/lib/libexample.dylib",
-             "the former file stays beside it under a name that ends in .prev"}}}};
+             "a copy of the former file stays beside it, under a name that ends in .prev"}}}};
 }
 
 } // namespace
@@ -313,7 +313,7 @@ CommandTable configurationVerbs() {
 CommandTable serviceCommands() {
   return {
       {"launchd",
-       "Tell about, enable, disable and remove launchd jobs",
+       "Show, enable, disable and remove launchd jobs",
        nullptr,
        {{"launchd disable /Library/LaunchDaemons/org.example.job.plist", "stop a job for good"}},
        launchdVerbs()},
@@ -344,12 +344,12 @@ CommandTable serviceCommands() {
          "no longer inserted into programs"}},
        needing(configurationVerbs(), nullptr, tools::launchdConfiguration)},
       {"slim",
-       "Strip a universal binary of architectures",
+       "Remove architectures from a universal binary",
        declareSlim,
-       {{"slim /opt/example/run --arch x86_64", "keeps only that one"},
+       {{"slim /opt/example/run --arch x86_64", "keeps only this architecture"},
         {"slim --json /opt/example/run --arch x86_64", "options of keepwell come before PATH"}},
        {},
-       "The words after PATH are options of the tool, which name the architectures to keep,\n"
+       "The words after PATH are options of the tool ditto, which name the architectures to keep, "
        "such as: --arch x86_64\nOptions of keepwell come before PATH."},
   };
 }

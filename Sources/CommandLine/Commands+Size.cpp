@@ -46,12 +46,14 @@ void declareUnits(Arguments &arguments, SizeOptions &options) {
 
 void declareTree(Arguments &arguments, SizeOptions &options) {
   arguments.flag("--children", options.children, "Show the size of each item in a folder, sorted");
-  arguments.option("-d,--depth", options.depth, "LEVELS", "The same for so many levels of folders",
+  arguments.option("-d,--depth", options.depth, "LEVELS",
+                   "Like --children, but for this many levels of folders",
                    storesNumber(options.measuring.depth, 0));
   arguments.option("-n,--largest", options.most, "NUMBER",
-                   "Show only so many items of each folder, the largest",
+                   "Show only the NUMBER largest items of each folder",
                    storesNumber<std::size_t>(options.report.most, 1));
-  arguments.option("--min", options.least, "SIZE", "Show no item that takes less, such as 10M",
+  arguments.option("--min", options.least, "SIZE",
+                   "Show only items that take at least SIZE, such as 10M",
                    storesBytes(options.report.least));
   arguments.flag("--total", options.total, "Show the sum of all paths at the end");
   arguments.flag("-x,--one-volume", options.measuring.oneVolume,
@@ -66,19 +68,21 @@ void declareTree(Arguments &arguments, SizeOptions &options) {
 std::shared_ptr<SizeOptions> declareOptions(Arguments &arguments) {
   auto options = std::make_shared<SizeOptions>();
   declareUnits(arguments, *options);
-  Argument &local = arguments.flag("--local", options->local, "Measure here, without the agent");
+  Argument &local =
+      arguments.flag("--local", options->local, "Measure with your own rights, without the agent");
   arguments
       .flag("--logical", options->logical,
             "Count the lengths of files, in whole I/O blocks, not the space that they occupy")
       .needs = &local;
   arguments
-      .flag("--bulk", options->bulk,
-            "Read attributes a folder at a time: the lengths of files and links, and nothing for "
-            "folders")
+      .flag(
+          "--bulk", options->bulk,
+          "Read the attributes of a whole folder at a time; counts the lengths of files and links, "
+          "and nothing for folders")
       .needs = &local;
   arguments.flag("--once", options->once,
-                 "Count as du and remove --dry-run do: each folder once, and each file once under "
-                 "all its names");
+                 "Count as du and remove --dry-run do: each folder once, and a file with several "
+                 "hard links once");
   declareTree(arguments, *options);
   return options;
 }
@@ -88,7 +92,7 @@ void settle(SizeOptions &options) {
   if (options.bytes + options.base2 + options.si + options.iec > 1)
     throw UsageError("--bytes, --base2, --si and --iec exclude each other");
   if (options.wantsTree() && (options.logical || options.bulk))
-    throw UsageError("--logical and --bulk go with none of the options that count once");
+    throw UsageError("--logical and --bulk cannot be combined with options that count as du does");
   if (options.bytes)
     options.report.units = Units::Plain;
   else if (options.base2)

@@ -205,7 +205,7 @@ CommandRun declareEmpty(Arguments &arguments) {
   options->dryRun = declareDryRun(arguments);
   options->yes = declareYes(arguments);
   arguments.option("--older-than", options->age, "AGE",
-                   "Only items thrown away so long ago: 30d, 6w, 3m, 1y",
+                   "Only items trashed at least AGE ago, such as 30d, 6w, 3m or 1y",
                    storesMomentBefore(options->deletedUntil));
   return [options](Session &session) { return emptyTrash(session, *options); };
 }
@@ -225,18 +225,18 @@ Here trashingHere(Session &session) {
 CommandTable trashVerbs() {
   return {
       {"list",
-       "List the items of your Trash: time of their removal, size, former path",
+       "List the items of your Trash, with the time they were trashed, size and former path",
        declareList,
        {{"trash list", "the oldest first"}, {"--json trash list", "an object for each item"}}},
       {"restore",
        "Put items of your Trash back in their former places",
        declareRestore,
-       {{"trash restore ~/letters", "the newest, if it was thrown away more than once"}}},
+       {{"trash restore ~/letters", "the newest, if it was trashed more than once"}}},
       {"empty",
        "Remove the items of your Trash for good",
        declareEmpty,
-       {{"trash empty --older-than 30d", "items thrown away a month ago or before"},
-        {"trash empty --dry-run", "tell which items would go"}}},
+       {{"trash empty --older-than 30d", "items trashed a month ago or before"},
+        {"trash empty --dry-run", "shows which items would go"}}},
   };
 }
 

@@ -156,10 +156,10 @@ std::string generalNote() {
              "Relative paths are taken from the current folder. "
              "After a lone -- each word is a name, with dashes or without.\n"
              "Before work that cannot be undone the command asks on its terminal, unless --yes "
-             "is given; without a terminal it does the work.\n") +
+             "is given; without a terminal it does the work at once.\n") +
          exitStatuses +
          "\nshare/keepwell/keepwell-output.schema.json describes the output of --json.\n"
-         "Each command has a --help with examples.";
+         "keepwell COMMAND --help describes a command, with examples.";
 }
 
 std::string helpFor(const Program &program, const DeclaredCommand &command,

@@ -20,7 +20,7 @@ void requirePaths(const PathArguments &arguments) {
   if (arguments.given.empty() && !arguments.fromStandardInput)
     throw UsageError("PATH is required, or -0 to read paths from standard input");
   if (!arguments.given.empty() && arguments.fromStandardInput)
-    throw UsageError("paths come as arguments or, with -0, from standard input, not both");
+    throw UsageError("give paths as arguments or, with -0, on standard input, not both");
 }
 
 PathSource::PathSource(Session &session, const PathArguments &arguments, Expand expand)

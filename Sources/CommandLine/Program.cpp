@@ -21,7 +21,7 @@ struct Group {
 std::vector<Group> allGroups() {
   return {{"Files", fileCommands()},
           {"Removing", removalCommands()},
-          {"Without the agent", localCommands()},
+          {"Exploring", localCommands()},
           {"Jobs that start by themselves, and system software", serviceCommands()},
           {"The system", maintenanceCommands()},
           {"The agent", agentCommands()}};
@@ -99,7 +99,7 @@ Program::Program(GlobalOptions &options)
 void Program::declareOptions(GlobalOptions &options) {
   Arguments &own = top_.arguments;
   own.flag("-h,--help", help_, "List the commands, or describe one");
-  own.flag("--json", options.json, "Print one JSON object for each request, errors too");
+  own.flag("--json", options.json, "Print one JSON object for each request, also for errors");
   own.flag("-q,--quiet", options.quiet, "Print errors only");
   own.option("--bus", options.bus, "BUS", "The bus: system, session or an address");
   own.option("--timeout", timeout_, "SECONDS",

@@ -217,7 +217,7 @@ std::string absolutePath(const std::string &path) {
   std::error_code failure;
   auto whole = std::filesystem::absolute(path, failure);
   if (failure)
-    throw UsageError("the current folder cannot be found any more; give whole paths");
+    throw UsageError("the current folder cannot be found any more; give absolute paths");
   return whole.string();
 }
 
