@@ -192,7 +192,7 @@ CommandTable removalCommands() {
                     .participle = "moved to the Trash"};
   return {
       {"remove",
-       "Remove items with all that they hold, locked ones too",
+       "Remove items with all that they hold, immutable ones too",
        removal(remove, &Client::removeItemAtPathAsync),
        {{"remove --dry-run /srv/old",
          "lists the items that would go, and the space that this frees"},
