@@ -79,10 +79,11 @@ TEST(WorkerPool, letsIdleThreadsGoAllButOne) {
 TEST(WorkerPool, beginsAnothersWorkAtOnceThoughOneUserHasMoreThanItsShare) {
   WorkerPool pool({4, 3}, never);
   std::vector<Gate> gates(5);
-  for (const Gate &gate : gates)
-    pool.submit(gate.request(), 1);
-  for (int begun = 0; begun < 3; ++begun)
-    gates[static_cast<std::size_t>(begun)].waitUntilEntered();
+  for (std::size_t piece = 0; piece < 5; ++piece) {
+    pool.submit(gates[piece].request(), 1);
+    if (piece < 3)
+      gates[piece].waitUntilEntered();
+  }
   EXPECT_EQ(pool.threadCount(), 3u) << "the fourth thread is not for this user";
   Signal others;
   pool.submit([others] { others.raise(); }, 2);
