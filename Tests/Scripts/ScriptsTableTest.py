@@ -26,18 +26,32 @@ class ScriptsTableTest(unittest.TestCase):
             self.assertRegex(path.read_text(encoding="utf-8"),
                              r'\A#!/usr/bin/env (bash\n# |python3\n""")[A-Z]', name)
 
-    def test_scripts_without_free_arguments_explain_themselves_and_refuse_others(self):
-        strict = [name for name in self.scripts
-                  if name != "arguments" and ". Scripts/arguments " in (SOURCE / "Scripts" / name).read_text("utf-8")]
+    def check_arguments(self, name, given, status, output):
+        done = subprocess.run([SOURCE / "Scripts" / name, given], cwd="/", timeout=10,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        self.assertEqual((name, done.returncode), (name, status), done.stdout)
+        self.assertIn(output, done.stdout)
+
+    def scripts_with(self, text):
+        return [name for name in self.scripts
+                if name != "arguments" and text in (SOURCE / "Scripts" / name).read_text("utf-8")]
+
+    def test_shell_scripts_without_free_arguments_explain_themselves_and_refuse_others(self):
+        strict = self.scripts_with(". Scripts/arguments ")
         self.assertIn("lint", strict)
         for name in strict:
             purpose = (SOURCE / "Scripts" / name).read_text("utf-8").splitlines()[1][2:]
-            for given, status, output in (("--help", 0, purpose),
-                                          ("--no-such-option", 2, "--no-such-option")):
-                done = subprocess.run([SOURCE / "Scripts" / name, given], cwd="/", timeout=10,
-                                      stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-                self.assertEqual((name, done.returncode), (name, status), done.stdout)
-                self.assertIn(output, done.stdout.splitlines()[0])
+            self.check_arguments(name, "--help", 0, purpose)
+            self.check_arguments(name, "--no-such-option", 2, "--no-such-option")
+
+    def test_python_scripts_explain_themselves_and_refuse_others(self):
+        # A shell runs any arguments, and Doxygen calls its filter with one file.
+        strict = set(self.scripts_with("#!/usr/bin/env python3")) - {"shell", "doxygen-comments"}
+        self.assertIn("draw-architecture", strict)
+        for name in strict:
+            purpose = (SOURCE / "Scripts" / name).read_text("utf-8").splitlines()[1][3:]
+            self.check_arguments(name, "--help", 0, purpose)
+            self.check_arguments(name, "--no-such-option", 2, f"{name}: error: ")
 
 
 if __name__ == "__main__":
