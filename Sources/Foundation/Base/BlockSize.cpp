@@ -1,4 +1,4 @@
-// Reads BLOCKSIZE itself, since not every host has the call.
+// Linux has no getbsize, so this file reads the variable itself on every host.
 #include "Foundation/Base/Environment.h"
 
 #include "Foundation/Base/Internal/EnvironmentLock.h"

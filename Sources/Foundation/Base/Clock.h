@@ -36,8 +36,8 @@ public:
   virtual WallTime wallTime() = 0;
 
   // Blocks, with the lock released, until the condition is notified or the
-  // deadline has come by its own clock. It may return for neither reason, so
-  // callers ask again.
+  // clock of the deadline reaches it. Wake-ups may be spurious: callers check
+  // their condition and the time again.
   virtual void wait(std::condition_variable &condition, std::unique_lock<std::mutex> &lock,
                     MonotonicTime deadline) = 0;
   virtual void wait(std::condition_variable &condition, std::unique_lock<std::mutex> &lock,

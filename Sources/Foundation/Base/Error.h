@@ -44,11 +44,12 @@ enum CocoaErrorCode : std::int64_t {
 // made yet.
 UserInfo userInfoWith(std::string_view key, UserInfoValue value);
 
-// A caller's slot for an error; null when it wants none. A function writes only
-// on failure unless its own comment says otherwise; otherwise the slot keeps
-// its value.
+// A caller's slot for an error; null when the caller wants none. On failure a
+// function stores the error there. On success the slot keeps its value, unless
+// the comment of the function says otherwise.
 using ErrorSlot = std::optional<Error> *;
 
+// Stores the error, unless the slot is null.
 void storeError(ErrorSlot slot, const Error &error);
 
 // Makes an error of POSIXErrorDomain with the system's text for the errno

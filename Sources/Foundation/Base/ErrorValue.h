@@ -1,6 +1,5 @@
-// An error value: domain, code, user info and the error beneath it. Programs
-// outside see this class of Foundation too, so it is in no namespace of the
-// platform's.
+// An error value: domain, code, user info and the error beneath it. Clients of
+// libkeepwell see this class too, so it is in their namespace kw, not in NS.
 //
 // Values are immutable; copies may cross threads.
 #pragma once

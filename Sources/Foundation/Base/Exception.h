@@ -1,6 +1,6 @@
 // The platform's exception: a name that handlers can tell apart and a reason
-// for people. A platform call throws it; the contract of a caller says where it
-// is caught.
+// for people. Foundation throws it; the contract of each function above says
+// where that is caught.
 #pragma once
 
 #include <exception>

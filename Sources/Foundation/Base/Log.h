@@ -1,5 +1,6 @@
 // The diagnostic log: one sink for the whole process, standard error unless a
-// test installs its own. Thread-safe; a call writes one line and does not fail.
+// test installs its own. Thread-safe. A call writes one line, and blocks while
+// standard error does. A line that cannot be written is lost.
 #pragma once
 
 #include "Foundation/Base/Format.h"

@@ -44,7 +44,7 @@ class Object : public std::enable_shared_from_this<Object> {
 public:
   Object() = default;
   virtual ~Object() = default;
-  // An object is its identity, which a copy would not share.
+  // Callers compare objects by identity, which a copy would not have.
   Object(const Object &) = delete;
   Object &operator=(const Object &) = delete;
 

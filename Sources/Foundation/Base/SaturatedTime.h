@@ -1,5 +1,5 @@
-// Arithmetic with times that stops at the earliest and the latest one instead
-// of overflowing.
+// Arithmetic with times that gives the earliest or the latest time instead of
+// overflowing. Pure; any thread.
 #pragma once
 
 #include <chrono>

@@ -1,8 +1,8 @@
 // The host's own log, for the few lines that must reach it independently of the
 // diagnostic log.
 //
-// Thread-safe; a message is one line, without a newline. Without a log on the
-// host, messages are lost.
+// Thread-safe; a message is one line, without a newline. When the host has no
+// log the message is lost.
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"

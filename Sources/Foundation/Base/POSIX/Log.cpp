@@ -38,7 +38,7 @@ void writeToStandardError(const std::string &message) {
 
 struct Sink {
   std::mutex mutex;
-  // Shared, so that a message under way outlives a replacement.
+  // Shared, so that the sink of a message under way survives its replacement.
   std::shared_ptr<const LogSink> current = std::make_shared<const LogSink>(writeToStandardError);
 };
 

@@ -1,4 +1,5 @@
-// Objective-C objects and blocks that are kept for as long as a value lives.
+// Values that keep an Objective-C object or a block alive, as the sources are
+// compiled without automatic reference counting.
 #pragma once
 
 #include <Block.h>
@@ -30,8 +31,8 @@ private:
   Object object_;
 };
 
-// A block, by the calls of the blocks' own runtime: not every runtime of objects
-// takes blocks for objects. May be nil.
+// Keeps a block by Block_copy and Block_release: the Objective-C runtime of the
+// tests on Linux does not take a block for an object. May hold nil.
 template <typename Block> class HeldBlock {
 public:
   explicit HeldBlock(Block block) : block_(block ? Block_copy(block) : Block()) {}
