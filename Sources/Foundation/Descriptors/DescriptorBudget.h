@@ -23,7 +23,8 @@ void raiseDescriptorLimit();
 
 class DescriptorBudget {
 public:
-  // The present number of shares; at least one is always given.
+  // Returns the number of shares at present. The budget gives one share even
+  // when this is 0.
   using Capacity = std::function<std::size_t()>;
   class Share;
 
@@ -35,23 +36,26 @@ public:
   // The most further descriptors of one request: a tool with its pipes.
   static constexpr std::size_t perRequest = 10;
 
-  // Shares of half of the table. Never destroyed.
+  // The budget of all walks: half of the descriptor table, in shares of perWalk
+  // descriptors. Never destroyed.
   static DescriptorBudget &ofWalks();
-  // The number of requests that three quarters of the rest serve at once; the
-  // last quarter is for the agent itself.
+  // How many requests may run at once, at least one. Three quarters of the other
+  // half of the table are for them; the rest is for the agent itself.
   static std::size_t requestsServed();
 
   explicit DescriptorBudget(Capacity capacity) : capacity_(std::move(capacity)) {}
   DescriptorBudget(const DescriptorBudget &) = delete;
   DescriptorBudget &operator=(const DescriptorBudget &) = delete;
 
-  // Waits for its turn, in the order of the calls. When the current request is
-  // cancelled meanwhile, it waits no longer and returns an empty share.
+  // Takes one share. Blocks until there is one; callers get theirs in the order
+  // of their calls. Returns an empty share when the current request is
+  // cancelled meanwhile.
   Share take();
-  // Takes so many further shares if half of all shares then stays free; else
-  // none.
+  // Takes this number of shares if no caller waits and half of all shares stays
+  // free; else returns an empty share. Does not block.
   Share takeSpare(std::size_t count);
 
+  // The numbers of shares in use and of callers that wait for one.
   std::size_t inUse() const;
   std::size_t waiting() const;
 
@@ -62,7 +66,7 @@ private:
   mutable std::mutex mutex_;
   std::condition_variable freed_;
   std::size_t inUse_ = 0;
-  std::list<std::monostate> queue_; // those who wait, the first one first
+  std::list<std::monostate> queue_; // an element for each caller that waits
 };
 
 // Holds shares during its life. May be moved, also to another thread.

@@ -1,8 +1,8 @@
 // An open descriptor as an object. Every descriptor is close-on-exec from its
 // creation.
 //
-// Not thread-safe. Reading and writing block. The readability handler is called
-// on a thread of the handle's choosing.
+// Not thread-safe. Reading and writing block. The handle calls its readability
+// handler on a thread of its own.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +25,7 @@ public:
   // Opens an existing file for reading and writing; null on failure. Never
   // waits on a FIFO and never opens a device.
   static std::shared_ptr<FileHandle> fileHandleForUpdatingAtPath(const std::string &path);
-  // Takes over a descriptor.
+  // Takes over an open descriptor, and makes it close-on-exec.
   static std::shared_ptr<FileHandle> fileHandleWithDescriptor(int descriptor);
 
   // Raises FileHandleOperationException when the file cannot be truncated or

@@ -1,5 +1,5 @@
-// A one-way channel between two processes. Both ends are close-on-exec from
-// creation, and close with their last owner.
+// A one-way channel between two processes. Both ends are close-on-exec, and
+// close with their last owner. As thread-safe as file handles.
 #pragma once
 
 #include "Foundation/Descriptors/FileHandle.h"

@@ -27,13 +27,15 @@ PipeEnds openNullDevice();
 // for a device.
 int openUnlessDevice(const char *path, int flags);
 
-// Waits until one of the two can be read or has lost its other end. Either may
-// be -1, which leaves it out. The time-out is in milliseconds, -1 for no limit.
+// The descriptors of a wait that can be read, or have lost their other end.
 struct Readiness {
   bool first = false;
-  bool firstHasData = false; // as opposed to mere hang-up
+  bool firstHasData = false; // false when the other end only hung up
   bool second = false;
 };
+// Blocks until one of the two is ready or the time-out is over: milliseconds,
+// -1 for no limit. Passes over a descriptor of -1. When the system cannot wait,
+// both count as ready.
 Readiness waitForReading(int first, int second, int timeout = -1);
 
 // A program to start: absolute path, whole argument vector, and the descriptors
@@ -49,8 +51,9 @@ struct Program {
 // streams. Returns 0 and the process identifier, or an errno value.
 int spawn(const Program &program, int &processIdentifier);
 
-// A close-on-exec descriptor that can be read once that child of this process
-// has ended; -1 when the host cannot make one. It does not reap the child.
+// Returns a close-on-exec descriptor that polls as readable once that child of
+// this process has ended; -1 when the host cannot make one. The caller owns the
+// descriptor, and still has to reap the child.
 int openExitDescriptor(int processIdentifier);
 
 } // namespace NS::descriptors

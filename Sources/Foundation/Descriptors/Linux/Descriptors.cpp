@@ -14,8 +14,8 @@
 
 namespace NS::descriptors {
 
-// A handle that has not opened the item holds it during the look, so that no
-// other item can take its place in between.
+// A descriptor by O_PATH refers to the item without opening it. The check and
+// the open both go through it, so that they mean the same item.
 int openUnlessDevice(const char *path, int flags) {
   Descriptor handle(::open(path, O_PATH | O_CLOEXEC));
   struct stat status;

@@ -1,5 +1,6 @@
-// A path to the item of an open descriptor, for calls that take only paths. It
-// also leads to an item that a descriptor refers to without having opened it.
+// A path to the item of a descriptor, for calls that take only paths. It works
+// for a descriptor by O_PATH too, which refers to an item without opening it.
+// Needs /proc.
 #pragma once
 
 #include <string>

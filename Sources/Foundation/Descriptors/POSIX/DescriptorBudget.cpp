@@ -16,7 +16,8 @@ constexpr std::chrono::milliseconds cancellationInterval{100};
 
 std::size_t tableSize() {
   rlimit limit;
-  // Without a limit, the number of requests that run at once bounds it.
+  // The size that counts when the limit is higher, or when there is none: other
+  // limits bound the number of requests long before.
   constexpr rlim_t most = 1 << 20;
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
     return 0;
@@ -43,7 +44,7 @@ DescriptorBudget::Share DescriptorBudget::take() {
     freed_.wait_for(lock, cancellationInterval);
   bool served = isServed();
   queue_.erase(place);
-  freed_.notify_all(); // another is the first now
+  freed_.notify_all(); // another caller is at the front of the queue now
   if (!served)
     return {};
   ++inUse_;
@@ -59,7 +60,7 @@ DescriptorBudget::Share DescriptorBudget::takeSpare(std::size_t count) {
 }
 
 WalkShare::WalkShare() {
-  // Weak, since the walk may end on another thread.
+  // A weak pointer: the walk, and its share with it, may end on another thread.
   thread_local std::weak_ptr<DescriptorBudget::Share> ofThread;
   share_ = ofThread.lock();
   if (share_)

@@ -1,5 +1,5 @@
-// The limit of descriptors that programs started by this process get. For
-// bodies of the seam only.
+// The limit of descriptors that programs started by this process get. Internal
+// to Foundation. Thread-safe.
 #pragma once
 
 #include <optional>

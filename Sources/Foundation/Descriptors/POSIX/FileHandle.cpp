@@ -40,8 +40,9 @@ void waitUntilReady(int descriptor, short events) {
   static_cast<void>(::poll(&wait, 1, -1));
 }
 
-// Keeps the signal for a gone reader from this thread, so that only the write's
-// result reports it, for any disposition of that signal in the process.
+// Blocks SIGPIPE in this thread and takes back one that a write has caused. So
+// only the result of the write reports that the reader is gone, with any
+// disposition of that signal.
 class BrokenPipeGuard {
 public:
   BrokenPipeGuard() {
@@ -83,7 +84,7 @@ public:
   explicit Watch(FileHandle::ReadabilityHandler handler)
       : handler_(std::move(handler)), wake_(descriptors::openPipe()) {}
   ~Watch() {
-    // Only the thread itself can be the last owner while it runs.
+    // A thread that is joinable here is the one that destroys this object.
     if (thread_.joinable())
       thread_.detach();
     ::close(wake_.reading);
@@ -295,10 +296,11 @@ void DescriptorHandle::close() {
   stopWatching();
   int descriptor = descriptor_.exchange(-1);
   if (descriptor >= 0)
-    ::close(descriptor); // never again on EINTR: the descriptor is gone
+    ::close(descriptor); // not repeated on EINTR, which closes it too
 }
 
-// Closes it when there is no memory for a handle.
+// Makes a handle that owns the descriptor; closes it when there is no memory for
+// the handle.
 std::shared_ptr<FileHandle> handleOwning(int number) {
   Descriptor descriptor(number);
   auto handle = std::make_shared<DescriptorHandle>(number);

@@ -10,9 +10,9 @@ namespace NS {
 
 namespace {
 
-// The handles of two descriptors, which take ownership of them.
 using Handles = std::pair<std::shared_ptr<FileHandle>, std::shared_ptr<FileHandle>>;
 
+// Makes handles that own both descriptors.
 Handles handlesOf(descriptors::PipeEnds ends) {
   Descriptor writing(ends.writing); // until its handle has it
   auto forReading = FileHandle::fileHandleWithDescriptor(ends.reading);

@@ -56,8 +56,8 @@ public:
   SpawnAttributes(const SpawnAttributes &) = delete;
   SpawnAttributes &operator=(const SpawnAttributes &) = delete;
 
-  // A tool must meet a gone reader as when started from a shell, for any
-  // signals that this process ignores or blocks.
+  // Gives the program the default signal settings, as a shell does: this process
+  // ignores SIGPIPE, but a tool must end when its reader is gone.
   int resetSignals() {
     sigset_t none;
     sigset_t all;
@@ -78,7 +78,8 @@ private:
   posix_spawnattr_t attributes_;
 };
 
-// Takes ownership of both.
+// Makes a pipe of two descriptors. Raises when one is missing, with the reason
+// in errno.
 PipeEnds pipeOf(Descriptor first, Descriptor second) {
   if (!first || !second)
     raiseNoPipe();

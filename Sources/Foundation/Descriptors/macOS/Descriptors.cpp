@@ -15,8 +15,9 @@
 
 namespace NS::descriptors {
 
-// This host has no handle for an item that is not open. An item that is
-// exchanged for a device between the two calls is opened.
+// This host has no descriptor that refers to an item without opening it. So an
+// item that takes the place of the checked one between the calls is opened, even
+// a device.
 int openUnlessDevice(const char *path, int flags) {
   struct stat status;
   if (::stat(path, &status) != 0)
