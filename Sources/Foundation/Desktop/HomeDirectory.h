@@ -11,7 +11,7 @@
 
 namespace NS {
 
-// The folder of each user's record; empty when there is no record.
+// The home folder in a user's record; empty when there is no record.
 class UserDatabase : public SharedInstance<UserDatabase> {
 public:
   virtual ~UserDatabase() = default;

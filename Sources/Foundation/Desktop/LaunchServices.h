@@ -1,7 +1,8 @@
 // Answers of the platform's application registry and its aliases about an item.
-// The comments give the answers of hosts without them.
+// On Linux, which has neither, the registry answers LSUnknownError and each alias
+// function an empty value.
 //
-// Thread-safe.
+// Thread-safe. A call may block on the disk or on the platform's services.
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"
@@ -15,7 +16,7 @@ namespace NS {
 inline constexpr std::uint32_t LSRequestTypeCreator = 2;
 inline constexpr std::uint32_t LSRequestBasicFlagsOnly = 4;
 inline constexpr std::uint32_t LSItemInfoIsPackage = 2;
-// The answer of a host without a registry.
+// The registry has no answer.
 inline constexpr std::int32_t LSUnknownError = -10810;
 
 struct LSItemInfo {
@@ -28,8 +29,8 @@ public:
   virtual ~LaunchServices() = default;
   static LaunchServices &real();
 
-  // As LSCopyItemInfoForURL of the file URL: 0 and the information, or a
-  // status.
+  // As LSCopyItemInfoForURL of the file URL: returns 0 and fills in the
+  // information; or returns another status and leaves the information alone.
   virtual std::int32_t copyItemInfo(const std::string &path, std::uint32_t requestedInfo,
                                     LSItemInfo &info) = 0;
 };

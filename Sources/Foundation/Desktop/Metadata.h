@@ -1,7 +1,7 @@
 // Entries of the system's index about an item, without a look at the item.
 // Hosts without an index have no entries.
 //
-// Any thread may use the store, one thread at a time an item.
+// Any thread may use the store. Only one thread at a time may use an item.
 #pragma once
 
 #include "Foundation/Base/Object.h"

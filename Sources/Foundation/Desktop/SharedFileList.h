@@ -1,8 +1,9 @@
-// The system's lists of items that several programs share. Here only the login
-// items of all users.
+// The system's lists of items that several programs share. The only list here
+// is that of the login items for all users.
 //
 // Status values are 0 for success, as on the platform; any other is a failure.
-// One thread at a time may use a list and its items.
+// Only one thread at a time may use a list and its items. Calls block on the
+// disk or on the platform's services.
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"
@@ -24,9 +25,11 @@ enum SharedFileListResolutionFlags : std::uint32_t {
 class SharedFileListItem {
 public:
   virtual ~SharedFileListItem() = default;
-  // Resolves the item to the URL that it opens; fails when no item exists
-  // there. On failure the URL is unchanged.
+  // Stores the URL that the item opens; fails when no item exists there. On
+  // failure the URL is unchanged; so it is on success when UTF-8 cannot express
+  // the path.
   virtual std::int32_t resolve(std::uint32_t flags, std::optional<URL> &url) = 0;
+  // The name that users see; empty when the item has none.
   virtual std::optional<std::string> displayName() = 0;
 };
 
@@ -35,7 +38,8 @@ public:
   virtual ~SharedFileList() = default;
   // The present items. They do not follow later changes.
   virtual std::vector<std::shared_ptr<SharedFileListItem>> copySnapshot() = 0;
-  // Removes an item of one of this list's snapshots from the list.
+  // Removes an item of one of this list's snapshots from the list. EINVAL for an
+  // object of another kind.
   virtual std::int32_t removeItem(SharedFileListItem &item) = 0;
 };
 

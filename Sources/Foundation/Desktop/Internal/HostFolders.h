@@ -10,10 +10,12 @@
 
 namespace NS::host {
 
+// The column of the table that this host uses.
 FolderHost folderHost();
-// The folder of a base other than Root and Home; empty if there is none.
-// UserDirectory is that of the requested directory.
+// The folder of a base other than Root and Home; empty if there is none. For
+// UserDirectory it is the user's folder of the requested kind.
 std::optional<std::string> folderOfBase(FolderBase base, SearchPathDirectory directory);
+// As StandardFolders::temporaryDirectory.
 std::string temporaryDirectory();
 
 // The value of the environment variable if it is an absolute path.

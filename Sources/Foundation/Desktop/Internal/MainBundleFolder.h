@@ -1,4 +1,6 @@
 // The folder of this program's resources, which each host finds in its own way.
+//
+// Thread-safe.
 #pragma once
 
 #include <string>

@@ -1,5 +1,7 @@
-// A desktop entry: the keys that decide whether a program starts by it, and
-// which.
+// The two keys of a desktop entry that the agent needs: its name, and the command
+// line of the program that it starts.
+//
+// Pure; any thread.
 #pragma once
 
 #include <optional>
@@ -10,7 +12,7 @@
 namespace NS {
 
 struct DesktopEntry {
-  std::optional<std::string> name; // in no particular language
+  std::optional<std::string> name; // without a translation
   std::optional<std::string> exec; // the command line, still quoted
 };
 

@@ -1,4 +1,4 @@
-// What Spotlight knows, by MDItemCreate and MDItemCopyAttribute.
+// Spotlight's entries, by MDItemCreate and MDItemCopyAttribute.
 #include "Foundation/Desktop/Metadata.h"
 
 #include "Foundation/Values/macOS/CoreFoundationValues.h"

@@ -1,5 +1,5 @@
-// This host's users have all their folders in their homes, and each user a
-// temporary folder of the system's choice.
+// All folders of a user are in that user's home here, but for a temporary folder
+// at a place that the system chooses.
 #include "Foundation/Desktop/Internal/HostFolders.h"
 
 #include <climits>
