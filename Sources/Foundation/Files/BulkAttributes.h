@@ -1,7 +1,8 @@
 // Attributes of many items in one call: the packed records of getattrlist and
 // getdirentriesattr. A class, so that a test can fill the records itself.
 //
-// As thread-safe as the descriptors. Calls return -1 with errno set on failure.
+// Thread-safe, except that only one thread at a time may read through one
+// descriptor. Calls block. They return -1 with errno set on failure.
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"
@@ -13,7 +14,7 @@ namespace NS {
 
 // The requested attributes, by group. The numbers are the platform's own.
 struct AttributeList {
-  std::uint16_t bitmapCount = 5; // groups below
+  std::uint16_t bitmapCount = 5; // the number of groups below
   std::uint16_t reserved = 0;
   std::uint32_t common = 0;
   std::uint32_t volume = 0;
@@ -50,7 +51,8 @@ public:
   virtual ~BulkAttributes() = default;
   static BulkAttributes &real();
 
-  // Writes one record of the item at the path; does not follow links.
+  // Writes one record, without a name, of the item at the path; does not follow
+  // a final link. ERANGE when the buffer is too small.
   virtual int getattrlist(const char *path, const AttributeList &list, void *buffer,
                           std::size_t size, std::uint32_t options) = 0;
 
@@ -66,8 +68,8 @@ public:
                                 std::size_t size, std::uint32_t &count, std::uint32_t &base,
                                 std::uint32_t &state, std::uint32_t options) = 0;
 
-  // Opens a folder for reading. Refuses a final link and every item other than
-  // a folder, and neither waits for nor wakes such an item.
+  // Opens a folder for reading, close-on-exec; the caller closes it. Refuses a
+  // final link and every item other than a folder, without opening it.
   virtual int openFolder(const char *path);
   virtual void closeFolder(int descriptor);
 };

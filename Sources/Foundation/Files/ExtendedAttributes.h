@@ -1,4 +1,6 @@
 // The names of an item's extended attributes.
+//
+// Thread-safe. Blocks on the disk.
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"
@@ -17,9 +19,9 @@ public:
   static ExtendedAttributes &real();
 
   // As listxattr: writes the names one after another, each with its NUL, and
-  // returns the number of bytes; with a null buffer only returns it. On hosts
-  // with name spaces it lists the names of the user's, without the prefix. -1
-  // with errno set; ERANGE when the buffer is too small.
+  // returns the number of bytes; with a null buffer only returns it. Returns -1
+  // with errno set on failure, ERANGE when the buffer is too small. On Linux it
+  // lists the names of the name space "user." alone, without that prefix.
   virtual std::int64_t listxattr(const std::string &path, char *names, std::size_t size,
                                  int options) = 0;
 };

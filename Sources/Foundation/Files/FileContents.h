@@ -24,7 +24,7 @@ public:
   static FileContents &real();
 
   // The bytes of a regular file; follows links. Never waits on a FIFO and never
-  // reads a device.
+  // opens a device. Empty, with a reading error, on failure.
   virtual std::optional<std::string> dataWithContentsOfFile(const std::string &path,
                                                             ErrorSlot error) = 0;
 
@@ -44,7 +44,7 @@ public:
   std::optional<std::string> stringWithContentsOfFile(const std::string &path, ErrorSlot error);
 };
 
-// Tells whether only a limit of this process kept a file from being read: the
+// Tells whether a file could not be read because of a limit of this process: the
 // size limit, its memory, its descriptors. The file itself may be intact.
 bool isLimitOfThisProcess(const Error &error);
 

@@ -1,5 +1,7 @@
 // The BSD status and flags of an item, which decide whether it can be removed
 // at all. A class, so that a test can replace flags and times.
+//
+// Thread-safe. Calls block on the disk.
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"
@@ -31,7 +33,7 @@ public:
   virtual ~FileFlags() = default;
   static FileFlags &real();
 
-  // stat: follows a final link. 0, or -1 with errno set.
+  // As stat: follows a final link. Returns 0, or -1 with errno set.
   virtual int status(const std::string &path, FileStatus &status) = 0;
   // Clears the item's flags that are in the mask and leaves all others. Follows
   // a final link, never waits on a FIFO, never opens a device. Reads and writes

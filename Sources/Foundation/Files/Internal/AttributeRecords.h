@@ -7,7 +7,7 @@
 
 namespace NS {
 
-// Of one item; sizes are 0 for a folder.
+// The attributes of one item; the sizes are 0 for a folder.
 struct ItemAttributes {
   std::uint32_t type = 0;
   std::uint64_t totalSize = 0;

@@ -1,4 +1,6 @@
 // An item's icon and name as the host shows them to users.
+//
+// Thread-safe. Blocks on the disk.
 #pragma once
 
 #include "Foundation/Files/URL.h"

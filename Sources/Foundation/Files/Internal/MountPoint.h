@@ -1,4 +1,6 @@
 // The mount that holds an item.
+//
+// Thread-safe. Blocks on the disk.
 #pragma once
 
 #include <optional>

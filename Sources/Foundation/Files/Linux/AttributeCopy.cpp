@@ -1,5 +1,5 @@
-// Copies extended attributes by way of the handles' paths, which also work for
-// descriptors that only refer to an item. An access list is an attribute here.
+// Copies extended attributes by the paths of the descriptors in /proc, which also
+// work for descriptors by O_PATH. An access list is an attribute here.
 #include "Foundation/Files/POSIX/AttributeCopy.h"
 
 #include "Foundation/Descriptors/Linux/HandlePath.h"
@@ -24,7 +24,8 @@ constexpr std::string_view anyAccessList = "system.posix_acl_";
 // These attributes become invalid when the data of a file changes.
 constexpr std::array vouchers = {"security.capability", "security.ima", "security.evm"};
 
-// The names of an item's extended attributes, each ended by a NUL byte.
+// Reads the names of an item's extended attributes, each ended by a NUL byte. The
+// list may grow between the two calls; then it asks again. 0 or an errno value.
 int listAttributes(const std::string &path, std::string &names) {
   for (;;) {
     ssize_t size = ::listxattr(path.c_str(), nullptr, 0);
@@ -78,10 +79,10 @@ int copyAttribute(const std::string &source, const std::string &target, const ch
 // The grants of an access list, each as three bits.
 struct Grants {
   static constexpr unsigned all = ACL_READ | ACL_WRITE | ACL_EXECUTE;
-  unsigned group = all;  // the owning group
-  unsigned users = all;  // the grants that every user of the list has
-  unsigned groups = all; // and every other group
-  unsigned mask = all;   // bounds all of these
+  unsigned group = all;  // of the owning group
+  unsigned users = all;  // those that each user in the list has
+  unsigned groups = all; // those that each other group in the list has
+  unsigned mask = all;   // the upper bound of all of these
 };
 
 Grants grantsOf(std::string_view list) {
@@ -104,9 +105,10 @@ Grants grantsOf(std::string_view list) {
   return grants;
 }
 
-// The mode of a file that loses its access list, if it has one. Without the
-// list its users and groups count as members of the owning group or as others,
-// so these get only rights that each of the list has.
+// The mode for a copy of the file without its access list, if it has one. Users
+// and groups of the list then count as members of the owning group or as others.
+// So the mode gives the group and others only the rights that each entry of the
+// list has.
 mode_t modeWithoutList(const std::string &source, mode_t mode) {
   std::string list;
   int error = readAttribute(source, accessList, list);

@@ -1,5 +1,5 @@
-// Lists the user's name space only: the others belong to the system, and no
-// name of theirs may pass for one that the platform knows.
+// Lists the name space "user." only. The others belong to the system, and their
+// names must not be taken for names that the platform knows.
 #include "Foundation/Files/ExtendedAttributes.h"
 
 #include <algorithm>

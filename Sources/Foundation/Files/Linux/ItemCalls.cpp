@@ -1,6 +1,6 @@
-// Items by statx, and file flags by the inode flags. The owner's flag and the
-// system's are the same here: either request clears it, and reading reports the
-// system's.
+// Items by statx, and file flags by the inode flags. Linux has one immutable and
+// one append-only flag; the platform has two of each, the owner's and the
+// system's. The flags here read as the system's.
 #include "Foundation/Files/POSIX/ItemCalls.h"
 
 #include "Foundation/Descriptors/Linux/HandlePath.h"
@@ -72,8 +72,9 @@ int readStatus(int folder, const char *name, Links links, ItemStatus &status) {
   return 0;
 }
 
-// A handle that has not opened the item holds it during the look, so that no
-// device or FIFO can take its place in between.
+// A descriptor by O_PATH refers to the item without opening it. The check and
+// the open both go through it, so that no device or FIFO that takes the item's
+// name in between is opened.
 int clearFlags(int folder, const char *name, Links links, std::uint32_t mask) {
   int follow = links == Links::Follow ? 0 : O_NOFOLLOW;
   Descriptor handle(::openat(folder, name, O_PATH | O_CLOEXEC | follow));
@@ -101,7 +102,8 @@ int unlink(int folder, const char *name) {
   return ::unlinkat(folder, name, 0) == 0 ? 0 : errno;
 }
 
-// EINVAL is also the error of a folder that is moved into itself.
+// EINVAL means that the volume cannot do it, or that a folder would move into
+// itself; the caller's other way of renaming finds out which.
 int renameExclusively(int folder, const char *name, int newFolder, const char *newName) {
   if (::renameat2(folder, name, newFolder, newName, RENAME_NOREPLACE) == 0)
     return 0;

@@ -1,5 +1,5 @@
-// Asks GIO, and only its local file system: the default one would look for
-// extensions and for a session bus, which a daemon does not use.
+// Asks the local file system of GIO. The default file system of GIO would load
+// extensions and look for a session bus, which a daemon does not use.
 #include "Foundation/Files/Internal/ItemPresentation.h"
 
 #include <cerrno>

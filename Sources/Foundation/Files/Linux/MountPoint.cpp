@@ -1,5 +1,5 @@
-// Walks up from the item until the mount changes. It reads no table of mounts,
-// whose paths may be hidden under later mounts; the paths here never are.
+// Walks up from the item until the mount changes. A table of mounts could name a
+// path that a later mount hides; a path that leads to the item is never hidden.
 #include "Foundation/Files/Internal/MountPoint.h"
 
 #include "Foundation/Text/PathUtilities.h"

@@ -16,6 +16,7 @@ struct LeftOut {
   std::string what;
   int errnum = 0;
 
+  // Counts one more, and keeps the first.
   void note(std::string_view thing, int error);
   // Writes one line about the copy at this path, unless there is nothing to say.
   void report(const std::string &copy) const;
@@ -31,11 +32,11 @@ bool mayBeLeftOut(int error);
 // (capabilities, signatures) go only with the same data.
 enum class CopiedData { Same, Another };
 
-// Gives an open item the attributes of another; descriptors that only refer to
-// an item suffice if the host has such. The target keeps no access list that it
-// inherited from its folder and the source does not have. It leaves out and
-// notes attributes that the volume cannot hold, or that this process may not
-// read or set.
+// Gives an item the attributes of another, both by descriptors; on Linux these
+// may be of O_PATH. Removes an access list that the target inherited from its
+// folder and the source does not have. Leaves out and notes attributes that the
+// volume cannot hold, or that this process may not read or set. Blocks.
+// Thread-safe.
 //
 // The mode is that of the source on entry, and on return the one to set on the
 // target: the same, or, without the source's access list, one that grants no

@@ -39,8 +39,9 @@ constexpr const char *temporaryPrefix = ".keepwell-new-";
 // More names for when all numbered ones are in use.
 constexpr unsigned randomNames = 16;
 
-// Opens an item of a folder if it is a regular file. The status, if it could be
-// read, gives the reason for an empty descriptor.
+// Opens an item of a folder if it is a regular file. When the descriptor is
+// empty, the status tells another kind of item; if that is of a regular file or
+// could not be read, errno has the reason.
 Descriptor openFile(int folder, const std::string &name, int flags, struct stat &status) {
   Descriptor file;
   int followed = (flags & O_NOFOLLOW) ? AT_SYMLINK_NOFOLLOW : 0;
@@ -93,8 +94,9 @@ private:
   bool exists_ = false;
 };
 
-// A new file that takes over no attributes replaces a dangling link and a
-// special file. Returns 0 or an errno value.
+// Opens the former file. There is none to take attributes from when the name is
+// free, or belongs to a dangling link or a special file. Returns 0 or an errno
+// value, EISDIR for a folder.
 int Replacement::openFormer() {
   former_ = openFile(folder_, name_, O_RDONLY, formerStatus_);
   if (S_ISDIR(formerStatus_.st_mode))

@@ -3,8 +3,8 @@
 // bodies. Internal to Foundation.
 //
 // An item is named by an open folder and a name in it, or, with an empty name,
-// by its own descriptor. Functions return 0 or an errno value. They are as
-// thread-safe as the descriptors.
+// by its own descriptor. Functions return 0 or an errno value. They are
+// thread-safe, and block on the disk.
 #pragma once
 
 #include "Foundation/Files/FileFlags.h"
@@ -58,11 +58,11 @@ int clearFlags(int folder, const char *name, Links links, std::uint32_t mask);
 // Removes an item that is not a folder; EISDIR for a folder.
 int unlink(int folder, const char *name);
 
-// Renames in one step, and never replaces an item: EEXIST. ENOTSUP when the
-// volume may not be able to do so.
+// Renames atomically and replaces nothing: EEXIST when the new name is in use.
+// ENOTSUP when the volume may not be able to do so.
 int renameExclusively(int folder, const char *name, int newFolder, const char *newName);
 
-// The absolute path at which the system last saw an open folder.
+// Reads the absolute path at which the system last saw an open folder.
 int readPath(int folder, std::string &path);
 
 } // namespace itemcalls

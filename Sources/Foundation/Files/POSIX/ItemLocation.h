@@ -9,8 +9,10 @@
 namespace NS {
 
 struct ItemLocation {
-  Descriptor parent; // a place to work in; opened through links in the path's folder part
-  std::string name;  // one component, never "", "." or ".."
+  // The folder that holds the item, for calls by descriptor only. The path to it
+  // may lead through links.
+  Descriptor parent;
+  std::string name; // one component, never "", "." or ".."
 };
 
 // Ignores trailing slashes, so that "link/" means the link and "file/" the

@@ -1,4 +1,5 @@
-// Resource values of files, each from the part of the host that knows it.
+// Resource values of files. The host's own files have the bodies of all but the
+// first.
 #include "Foundation/Files/URL.h"
 
 #include "Foundation/Files/Internal/ItemPresentation.h"
@@ -29,7 +30,7 @@ std::optional<URLResourceValue> resourceValue(std::optional<Value> value) {
   return URLResourceValue(std::move(*value));
 }
 
-// Nothing, with errno set, on failure.
+// Empty, with errno set, on failure.
 std::optional<URLResourceValue> readValue(const std::string &path, URLResourceKey key) {
   switch (key) {
   case URLResourceKey::IsSymbolicLink:

@@ -7,8 +7,8 @@
 
 namespace NS {
 
-// The mode bits know nothing of a list here, which may also deny: without it
-// only the owner is let in.
+// An access list may deny rights here that the mode grants. So a copy that loses the
+// list gives access to its owner alone.
 int copyAttributes(int source, int target, CopiedData, mode_t &mode, LeftOut &leftOut) {
   if (::fcopyfile(source, target, nullptr, COPYFILE_XATTR) != 0) {
     if (!mayBeLeftOut(errno))

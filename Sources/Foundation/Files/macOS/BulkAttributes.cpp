@@ -39,14 +39,16 @@ static_assert(VnodeCharacterDevice == VCHR && VnodeLink == VLNK && VnodeSocket =
 static_assert(VnodeFIFO == VFIFO);
 #endif
 
-// The smallest record of the platform that is an item, and the largest. The
-// length, the returned attributes, the name's reference and the type come
-// before the name, the sizes of items other than folders after it.
+// The sizes in bytes of the smallest and of the largest record that
+// getattrlistbulk gives for an item. Each record has its length, the returned
+// attributes, the reference of the name and the type; an item other than a folder
+// has two sizes (8 and 4 bytes) too; the name is at the end.
 constexpr std::size_t smallestRecord = 4 + sizeof(attribute_set_t) + 8 + 4 + 4;
 constexpr std::size_t largestName = 3 * 255 + 1;
 constexpr std::size_t largestRecord = smallestRecord + 12 + largestName;
-// So many always fit into a buffer that holds no more of the smallest, with the
-// largest at any place among them.
+// The fewest records that a caller may ask for. From this number on, the larger
+// buffer of the second attempt in Batch::read cannot yield more records than
+// wanted: the first record takes most of it.
 constexpr std::uint32_t fewestWanted = 16;
 
 attrlist platformList(const AttributeList &list) {
@@ -105,7 +107,7 @@ public:
   // wanted number, and at most as many as fit into so many bytes in our form.
   int read(std::uint32_t wanted, std::size_t size) {
     int count = readInto(std::min(size, wanted * smallestRecord));
-    // The first record is then so large that few fit after it.
+    // ERANGE: not even the first record fits, so this needs room for the largest.
     return count < 0 && errno == ERANGE ? readInto(std::min(size, largestRecord)) : count;
   }
 

@@ -25,7 +25,8 @@ int look(int folder, const char *name, Links links, struct stat &found) {
   return result == 0 ? 0 : errno;
 }
 
-// Only a folder can be one: its volume, or its being the root, tells.
+// Only a folder can be a mount point. It is one when the folder above is on
+// another volume, or is the folder itself, as at the root.
 bool isMountPoint(int folder, const char *name, const struct stat &item) {
   struct stat above;
   if (!S_ISDIR(item.st_mode) || folder == AT_FDCWD ||
@@ -59,8 +60,8 @@ int readStatus(int folder, const char *name, Links links, ItemStatus &status) {
   return 0;
 }
 
-// The look comes first, so that no device is opened but one that takes the
-// item's place in between.
+// Looks first, since opening a device can have effects. A device that takes the
+// item's place after the look is opened even so.
 int clearFlags(int folder, const char *name, Links links, std::uint32_t mask) {
   struct stat found;
   if (int error = look(folder, name, links, found))
@@ -76,7 +77,7 @@ int clearFlags(int folder, const char *name, Links links, std::uint32_t mask) {
   return ::fchflags(item.get(), found.st_flags & ~mask) == 0 ? 0 : errno;
 }
 
-// The error for a folder is that for a locked item.
+// unlinkat gives EPERM for a folder, as for a locked item.
 int unlink(int folder, const char *name) {
   if (::unlinkat(folder, name, 0) == 0)
     return 0;

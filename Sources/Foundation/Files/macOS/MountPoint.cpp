@@ -13,7 +13,7 @@
 namespace NS {
 namespace {
 
-// Without links; nothing with errno set.
+// The path without links; empty, with errno set, on failure.
 std::optional<std::string> realPath(const std::string &path) {
   std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr), &std::free);
   return real ? std::optional<std::string>(real.get()) : std::nullopt;
