@@ -14,10 +14,11 @@
 namespace NS {
 namespace {
 
-// bytes; longer descriptions are of no use in a log
+// In bytes; longer descriptions are of no use in a log.
 constexpr std::size_t descriptionLimit = 64 * 1024;
 
-// The platform's older notation. Text beyond the limit is left out.
+// Writes the platform's older notation, and stops after the first element that
+// goes beyond the limit.
 class Describer {
 public:
   bool leaf(const PropertyList &value, std::size_t depth) {
@@ -50,7 +51,7 @@ public:
 
 private:
   static std::string quotedIfNeeded(const std::string &text) {
-    // The array of one string shows how the platform quotes it.
+    // The description of an array with this one string quotes it.
     std::string array = describe(std::vector<std::string>{text});
     return array.substr(6, array.size() - 8);
   }

@@ -23,8 +23,8 @@ PropertyList::Reference::Reference(const Reference &other) : node_(other.node_) 
     node_->holders.fetch_add(1, std::memory_order_relaxed);
 }
 
-// Dying nodes wait in a list of their own links, so that the release needs
-// neither recursion nor memory.
+// Links the nodes without an owner into a list through their own fields and
+// destroys one after the other, so that this neither recurses nor allocates.
 void PropertyList::Reference::release(Node *node) {
   Node *dying = nullptr;
   auto letGo = [&](Node *held) {

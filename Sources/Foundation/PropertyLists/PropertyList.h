@@ -56,7 +56,7 @@ public:
 
   PropertyList(const PropertyList &) = default;
   PropertyList(PropertyList &&) noexcept = default;
-  // The other may be a part of this value and so of its former contents.
+  // Copies first: the other value may be a part of this one.
   PropertyList &operator=(const PropertyList &other) { return *this = PropertyList(other); }
   PropertyList &operator=(PropertyList &&) noexcept = default;
   ~PropertyList() = default;

@@ -1,6 +1,17 @@
-// The reader of binary property lists: a table of objects that refer to each
-// other by number. It reads containers once and shares them, and decodes leaves
-// at their use. Each use of an object is charged against the budget.
+// The reader of binary property lists.
+//
+// The data has four parts: a header; the objects; a table with the offset of each
+// object; and a trailer with the place and the sizes of the table and the number
+// of the top object. An object begins with a byte of its type and its count. A
+// container holds the numbers of its elements, so objects may be shared, and
+// hostile data may refer in circles or multiply its contents.
+//
+// The reader keeps a stack of the containers that it is in, instead of recursing.
+// It reads each container once, and shares its value afterwards; it decodes a
+// leaf at each use. It charges each use of an object, shared contents included,
+// against the budget, before it reserves memory. A container that is met again
+// while it is open contains itself, which is an error. So is a number or an offset
+// that leads outside of its part of the data.
 #include "Foundation/PropertyLists/Internal/PropertyListReading.h"
 #include "Foundation/Text/Unicode.h"
 

@@ -13,7 +13,7 @@ namespace NS {
 //   bool begin(const PropertyList &, depth)  an array or a dictionary
 //   bool key(const std::string &, depth)     before each value of a dictionary
 //   bool end(const PropertyList &, depth)
-// Each answers whether to go on; the walk answers whether it came to its end.
+// Each returns whether to go on. The walk returns whether it came to its end.
 template <typename Visitor> bool walk(const PropertyList &root, Visitor &visitor) {
   struct Frame {
     const PropertyList *container;

@@ -69,7 +69,8 @@ bool Writer::element(std::string_view name, std::string_view content) {
   return true;
 }
 
-// Lines of 76 columns with a tab counting eight, but of at least 16 characters.
+// Breaks lines at 76 columns, with a tab as eight of them, but after 16
+// characters at least.
 void Writer::appendData(const std::string &bytes, std::size_t depth) {
   static constexpr char digits[] =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

@@ -1,6 +1,6 @@
-// The reader of XML property lists, on expat's events. It keeps values under
-// construction on a stack of its own, so that depth takes no stack of the
-// machine.
+// The reader of XML property lists. It takes the events of expat and keeps the
+// containers that are not closed yet in a vector, so that a deep list does not
+// exhaust the stack of the thread.
 #include "Foundation/PropertyLists/Internal/PropertyListReading.h"
 
 #include <algorithm>
@@ -136,7 +136,7 @@ PropertyList dataFrom(std::string_view text) {
   bytes.reserve(text.size() / 4 * 3);
   std::uint32_t group = 0;
   unsigned digits = 0;
-  std::size_t padding = 0; // signs in a row
+  std::size_t padding = 0; // "=" in a row
   for (char c : text) {
     if (c == '=')
       ++padding;
@@ -313,8 +313,8 @@ void Reader::characters(std::string_view text) {
   fail();
 }
 
-// XML can only grow or reach outside during its reading through entities: a
-// list may declare none, and may use only the five of XML itself.
+// Only entities let XML grow while it is read, or load other files. So a list
+// may declare none, and may use only the five of XML itself.
 void Reader::install() {
   XML_Parser parser = parser_.get();
   XML_SetUserData(parser, this);
