@@ -19,9 +19,10 @@ public:
   virtual ~Launchd() = default;
   static Launchd &real();
 
-  // Sends a dictionary of one entry and returns the kind of the reply: None
-  // when no reply came within that many seconds. Blocks until then; any thread
-  // may call it. Only the job query is known on every host.
+  // Sends a dictionary of one entry and returns the kind of the reply; None when
+  // there is no reply. Any thread may call it. Blocks until the reply, on Linux
+  // no longer than so many seconds; launchd's own call on macOS has no time
+  // limit. Linux knows no request but the job query, and answers Errno to others.
   virtual LaunchDataType replyToRequest(const std::string &key, const std::string &value,
                                         std::int64_t timeout) = 0;
 };

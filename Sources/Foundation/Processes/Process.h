@@ -17,7 +17,8 @@ public:
   // the hooks, then waits for nothing and runs no destructor. Does not return,
   // unless a test replaced it.
   virtual void exit(int status) = 0;
-  // Adds a hook for exit to call first. It must return soon and not throw.
+  // Adds a hook for exit to call first. It must return soon and not throw. Any
+  // thread may add one.
   virtual void beforeExit(std::function<void()> hook) = 0;
 
   // Afterwards the signals by which a supervisor ends a service end this

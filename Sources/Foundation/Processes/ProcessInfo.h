@@ -1,4 +1,6 @@
 // Facts about the process itself.
+//
+// Thread-safe. Asking for the user's name may block on the host's name service.
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"
@@ -17,7 +19,7 @@ public:
   static ProcessInfo &processInfo() { return shared(); }
   static ProcessInfo &real();
 
-  // A copy of the present environment.
+  // Returns a copy of the present environment.
   virtual Environment environment() = 0;
 };
 

@@ -17,9 +17,11 @@ inline constexpr int TerminateSignal = 15; // a request to end
 // any other thread, and while none of the signals has another handler.
 class SignalWatch {
 public:
-  // Called on a thread of its own, for one signal after the other.
+  // Called on a thread of its own, for one signal after the other. Must not
+  // throw.
   using Handler = std::function<void(int signal)>;
 
+  // Raises std::system_error, with the signals blocked, when there is no thread.
   SignalWatch(const std::vector<int> &signals, Handler handler);
   // Waits for a running handler. The signals stay blocked, so that one that
   // comes while the process ends does not change its exit status.

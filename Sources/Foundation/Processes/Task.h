@@ -22,7 +22,7 @@ enum class TaskTerminationReason { Exit, UncaughtSignal };
 class Task {
 public:
   virtual ~Task() = default;
-  // Made by the shared factory.
+  // Makes a task by the shared factory.
   static std::shared_ptr<Task> create();
 
   virtual void setLaunchPath(std::string path) = 0;

@@ -18,7 +18,8 @@ constexpr const char *launchctl = "/bin/launchctl";
 // end must not fill the memory.
 constexpr std::size_t outputLimit = 1u << 20;
 
-// Empty without an answer in time, and for a launchctl that cannot be run.
+// The output for a job; empty when it is too long or does not end in time. Raises
+// when launchctl cannot be started.
 std::optional<std::string> launchctlList(const std::string &label, std::chrono::seconds limit) {
   std::shared_ptr<Task> task = Task::create();
   task->setLaunchPath(launchctl);
@@ -46,7 +47,7 @@ class LaunchctlQuery final : public Launchd {
 public:
   LaunchDataType replyToRequest(const std::string &key, const std::string &value,
                                 std::int64_t timeout) override {
-    // The tool would see such a label cut short.
+    // The tool would get such a label cut short at the NUL byte.
     if (key != GetJobKey || value.find('\0') != std::string::npos)
       return LaunchDataType::Errno;
     try {

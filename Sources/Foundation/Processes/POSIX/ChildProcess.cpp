@@ -22,7 +22,8 @@
 namespace NS {
 namespace {
 
-// The interval for asking a child without a descriptor, in milliseconds.
+// The interval at which the thread looks whether a child without an exit
+// descriptor has ended, in milliseconds.
 constexpr int unwatchedInterval = 20;
 
 ChildOutcome outcomeFromWaitStatus(int status) {
@@ -111,11 +112,12 @@ void Reaper::takeNewcomers() {
   reapEnded();
 }
 
-// Space for as many as memory allows; at least for the pipe.
+// Reserves a place for the pipe and for each child, as far as memory allows;
+// prepare() has reserved that of the pipe. Returns the number of places.
 std::size_t Reaper::roomForWaits() {
   try {
     waits_.reserve(watched_.size() + 1);
-  } catch (const std::bad_alloc &) { // then the thread asks some children at intervals
+  } catch (const std::bad_alloc &) { // then the thread looks at some at intervals
   }
   return waits_.capacity();
 }
@@ -141,8 +143,7 @@ void Reaper::waitForAnEnd() {
     else
       timeout = earlierTimeout(timeout, unwatchedInterval);
   }
-  // The wait may end for any reason; the questions to each child give the
-  // answer.
+  // The wait may end for any reason; the callers then look at each child.
   static_cast<void>(::poll(waits_.data(), static_cast<nfds_t>(waits_.size()), timeout));
 }
 

@@ -38,12 +38,13 @@ public:
   // Its outcome; empty while it runs. Reaps it when it has ended and is not
   // reaped yet; never blocks.
   std::optional<ChildOutcome> outcome();
+  // Blocks until the child is reaped, by any thread.
   void waitUntilEnd();
   // Does nothing to a child that has ended: until it is reaped here its
   // identifier is its own, and afterwards no process gets a signal.
   void kill();
-  // Readable once the child has ended. Empty for a child that has ended already
-  // or can only be asked.
+  // Makes a descriptor that polls as readable once the child has ended. Empty when
+  // the child has ended already, and when the host cannot make one.
   Descriptor openExitDescriptor();
 
   // The reaping thread's own: the exit descriptor, and whether the deadline was
@@ -65,7 +66,8 @@ private:
 // For poll: 0 once the time is up.
 int millisecondsUntil(ChildProcess::Clock::time_point end);
 
-// A one-element list, so that adopting a child that already runs cannot fail.
+// A list of one child. The reaping thread takes over its node, so that adopting a
+// child that already runs needs no memory.
 using ChildSlot = std::list<std::shared_ptr<ChildProcess>>;
 
 // Starts the reaping thread. Raises InternalInconsistencyException when that

@@ -14,8 +14,8 @@ extern "C" void endWithSuccess(int) {
   ::_exit(0);
 }
 
-// Resets the signal settings that this process inherited. Leaves handlers: they
-// are not inherited, so code of this process has installed them.
+// Resets the ignored and the blocked signals that this process inherited. Leaves
+// handlers alone: no process inherits them, so code of this one installed them.
 void forgetInheritedSignals() {
   for (int signal = 1; signal < NSIG; ++signal) {
     struct sigaction action;
@@ -32,8 +32,8 @@ public:
   void exit(int status) override {
     for (const auto &hook : takeHooks())
       hook();
-    // Handlers of other requests may still be running. Destructors must not
-    // destroy objects that they use, and this call waits for none.
+    // Other requests may still be running. A normal exit would destroy objects
+    // that they use.
     ::_exit(status);
   }
 

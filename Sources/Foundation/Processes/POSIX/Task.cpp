@@ -68,7 +68,8 @@ private:
     ssize_t count = retrying([&] { return ::read(pipe_, buffer.data(), buffer.size()); });
     if (count < 0)
       return Step::Failed;
-    // The child may have been killed just now.
+    // At the deadline the data may end because the child was killed: its outcome
+    // tells.
     if (count == 0)
       return isOverdue() ? Step::Goes : Step::Done;
     output_.append(buffer.data(), static_cast<std::size_t>(count));
@@ -76,8 +77,8 @@ private:
   }
 
   bool isOverdue() const { return child_.deadline() && millisecondsUntil(*child_.deadline()) == 0; }
-  // In milliseconds, -1 without a limit. It asks a child without a descriptor
-  // at intervals.
+  // The time to wait in milliseconds, -1 without a limit. At intervals when the
+  // child has no exit descriptor.
   int patience() const {
     constexpr int askingInterval = 20;
     int left = child_.deadline() ? millisecondsUntil(*child_.deadline()) : -1;
@@ -88,7 +89,7 @@ private:
 
   const int pipe_;
   ChildProcess &child_;
-  const Descriptor exit_; // empty for a child that it asks at intervals
+  const Descriptor exit_; // that of the child; may be empty
   const std::size_t sizeLimit_;
   std::string output_;
 };

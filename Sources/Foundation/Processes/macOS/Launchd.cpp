@@ -33,7 +33,7 @@ public:
   // The call knows no time limit of its own.
   LaunchDataType replyToRequest(const std::string &key, const std::string &value,
                                 std::int64_t /*timeout*/) override {
-    // launchd would see less of such a text than was asked for.
+    // launchd would get such a text cut short at the NUL byte.
     if (key.find('\0') != std::string::npos || value.find('\0') != std::string::npos)
       return LaunchDataType::Errno;
     LaunchData request = makeRequest(key, value);
