@@ -1,6 +1,6 @@
 // A terminal as a grid of letters that a program fills, and its keys.
 //
-// To be used by one thread. One screen at a time.
+// Only one thread may use a screen, and only one screen may exist at a time.
 #pragma once
 
 #include <chrono>
@@ -35,23 +35,25 @@ public:
 
   virtual ~Screen() = default;
 
-  // Takes the terminal of the standard streams over. Null where they lead to
-  // none, or to one that cannot do it. Its end leaves the terminal as it was.
+  // Takes over the terminal of the standard streams, until the destructor
+  // restores it. Null when standard input or output is not a terminal, or when
+  // curses does not know the terminal. Sets the locale of characters.
   static std::unique_ptr<Screen> open();
-  // The same from any thread, before the process ends at once.
+  // Restores the terminal if a screen has it. For a process that ends without
+  // the destructor; any thread may call it.
   static void giveBack();
 
   virtual int rows() const = 0;
   virtual int columns() const = 0;
   virtual void clear() = 0;
-  // Writes from a place on, in UTF-8 without controls; cuts off text that does
-  // not fit.
+  // Writes UTF-8 without control characters from this place to the right; cuts
+  // off text that does not fit.
   virtual void put(int row, int column, std::string_view text, Look look) = 0;
   // Shows the written text.
   virtual void show() = 0;
-  // Waits for a key. At ^Z it first leaves the terminal as it was and stops the
-  // process group, as the terminal itself does for other programs; Resize comes
-  // once the group goes on.
+  // Blocks until a key is pressed or the time is over. At ^Z it restores the
+  // terminal and stops the process group, as the terminal itself does for other
+  // programs; when the group goes on it returns Resize.
   virtual char32_t key(std::chrono::milliseconds wait) = 0;
 };
 

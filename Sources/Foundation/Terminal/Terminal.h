@@ -1,4 +1,4 @@
-// Tells whether a terminal is attached, and asks questions on it.
+// Tells whether a terminal is attached, and asks questions on it. Thread-safe.
 #pragma once
 
 #include <optional>

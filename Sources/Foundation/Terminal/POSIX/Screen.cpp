@@ -1,4 +1,4 @@
-// By curses, in the edition for wide characters.
+// The screen by curses, in its edition for wide characters.
 #include "Foundation/Terminal/Screen.h"
 
 #include "Foundation/Terminal/Terminal.h"
@@ -51,7 +51,7 @@ char32_t keyOf(wint_t code) {
   }
 }
 
-// A terminal that is gone always has something to read, but no key.
+// A terminal that is gone reports a hang-up, and reading it gives no key.
 bool isGone() {
   struct pollfd input {
     STDIN_FILENO, POLLIN, 0
@@ -59,7 +59,8 @@ bool isGone() {
   return ::poll(&input, 1, 0) > 0 && (input.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
 }
 
-// Not by the handler of curses, which may run on another thread.
+// Stops the group with the default action of SIGTSTP: the kernel may run the
+// handler of curses on another thread.
 void stopProcessGroup() {
   struct sigaction former {};
   struct sigaction usual {};
@@ -103,7 +104,7 @@ public:
   void put(int row, int column, std::string_view text, Look look) override {
     if (row < 0 || row >= rows() || column >= columns())
       return;
-    // The last place of the last line is left free: writing it may scroll.
+    // Leaves the last place of the last line free: writing it may scroll.
     int room = columns() - column - (row + 1 == rows() ? 1 : 0);
     std::wstring wide;
     for (std::size_t at = 0; at < text.size();) {
@@ -160,7 +161,7 @@ std::unique_ptr<Screen> Screen::open() {
   return std::make_unique<CursesScreen>(screen);
 }
 
-// Without curses, which another thread may be using.
+// Makes no call of curses, since another thread may be in one.
 void Screen::giveBack() {
   if (!isTaken)
     return;
