@@ -13,8 +13,8 @@ namespace {
 
 constexpr const char *rootLocale = "";
 
-// ICU counts in 32 bits. Longer texts are mapped piece by piece, which only
-// matters for a letter right at a seam.
+// ICU counts in 32 bits, so longer texts are mapped piece by piece, in bytes. The
+// result can differ only for a letter that the cut parts from its context.
 constexpr std::size_t longestPiece = std::size_t{1} << 28;
 
 // A mapping writes at most capacity units and returns the length that the whole

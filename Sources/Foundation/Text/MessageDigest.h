@@ -1,4 +1,4 @@
-// Digests of bytes in memory.
+// Digests of bytes in memory. Pure; any thread.
 #pragma once
 
 #include <array>

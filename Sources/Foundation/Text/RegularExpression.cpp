@@ -45,8 +45,8 @@ public:
     uregex_setText(search.get(), units.data(), static_cast<std::int32_t>(units.size()), &status);
     uregex_setTimeLimit(search.get(), stepLimit, &status);
     uregex_setStackLimit(search.get(), stackLimit, &status);
-    // Searches the whole text. Each of these calls does nothing once one has
-    // failed.
+    // Searches from the start of the text (-1 means that). Each of these calls
+    // does nothing once one has failed.
     bool found = uregex_find(search.get(), -1, &status) != 0;
     std::int32_t start = uregex_start(search.get(), 0, &status);
     std::int32_t end = uregex_end(search.get(), 0, &status);

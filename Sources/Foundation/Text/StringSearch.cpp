@@ -125,7 +125,7 @@ std::vector<ByteRange> literalRanges(std::string_view text, std::string_view tar
   std::vector<ByteRange> ranges;
   std::size_t from = 0;
   while (ranges.size() < limit && from < text.size()) {
-    // Linear even in the worst case, unlike the standard search.
+    // memmem is linear even in the worst case, unlike std::string_view::find.
     const void *found =
         ::memmem(text.data() + from, text.size() - from, target.data(), target.size());
     if (!found)

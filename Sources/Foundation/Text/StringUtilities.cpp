@@ -1,5 +1,5 @@
-// The string utilities that need no tables of Unicode: they use only the search
-// and single characters.
+// The string utilities that need no tables of Unicode, only the search and the
+// decoder of characters.
 #include "Foundation/Text/StringUtilities.h"
 
 #include "Foundation/Base/Exception.h"

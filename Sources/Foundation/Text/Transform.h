@@ -22,7 +22,7 @@ public:
   static std::unique_ptr<Transform> encodeTransform(std::string_view kind);
   static std::unique_ptr<Transform> decodeTransform(std::string_view kind);
 
-  // False when the transform has no such attribute.
+  // Keeps a copy of the data. False when the transform has no such attribute.
   virtual bool setAttribute(std::string_view name, std::string_view data) = 0;
   // Empty without an input, and when the input is not text of the encoding: a
   // character outside its alphabet (line breaks too), wrong padding or a wrong

@@ -30,6 +30,7 @@ inline char lowercaseASCII(char c) {
 }
 bool isWellFormedUTF8(std::string_view text);
 
+// Appends the UTF-8 form of a code point up to U+10FFFF.
 void appendCharacter(std::string &text, char32_t character);
 
 // Convert to UTF-16 and back without loss: an ill-formed byte becomes a lone

@@ -1,4 +1,5 @@
-// Base64, for data transforms and XML property lists.
+// Base64, for data transforms. The reader of XML property lists has a decoder of
+// its own, since the platform accepts any characters there.
 //
 // Pure; any thread.
 #pragma once
