@@ -1,6 +1,5 @@
-// The recursive lock of every object, which the object does not carry itself:
-// found by the object's identity, made at the first contention, and gone when
-// no thread holds it or waits for it.
+// A recursive lock for every object. The lock is not in the object but in a table
+// by the object's address; it exists while a thread holds it or waits for it.
 #pragma once
 
 #include "Foundation/Base/Object.h"

@@ -35,7 +35,8 @@ public:
   // that has passed it does not wait. Called on the loop's own thread; blocks
   // that it runs may call it again.
   virtual bool runMode(const std::string &mode, MonotonicTime limit) = 0;
-  // Makes the innermost run return. Any thread may call it.
+  // Makes the innermost run return; does nothing when the loop does not run. Any
+  // thread may call it.
   virtual void stop() = 0;
 
   // Runs the block on the loop's thread at a turn that begins after this call,

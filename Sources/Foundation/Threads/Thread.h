@@ -1,4 +1,4 @@
-// Operations of the current thread.
+// Operations of the current thread. Thread-safe.
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"
@@ -13,7 +13,8 @@ public:
   virtual ~Thread() = default;
   static Thread &real();
 
-  // Seconds; a signal does not cut the sleep short.
+  // Blocks for so many seconds; a signal does not cut the sleep short. Does not
+  // block for NaN or a negative number.
   virtual void sleepForTimeInterval(double seconds) = 0;
   // Tells whether this is the thread that entered main.
   virtual bool isMainThread() = 0;

@@ -1,4 +1,4 @@
-// Internal to Foundation.
+// The priority of work without a waiting user. Internal to Foundation.
 #pragma once
 
 namespace NS {

@@ -1,4 +1,4 @@
-// Blocks and runs of a loop, whatever its host waits with.
+// The blocks and the runs of a loop, the same on every host.
 #include "Foundation/Threads/Internal/BlockRunLoop.h"
 
 #include <utility>

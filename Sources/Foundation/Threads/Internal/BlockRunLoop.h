@@ -1,5 +1,6 @@
 // The part of a run loop that all hosts share: the blocks that wait for it, and
-// its runs under way, since a block may run the loop again.
+// its runs under way. There may be several, since a block may run the loop
+// again. Internal to Foundation.
 #pragma once
 
 #include "Foundation/Threads/Internal/RunLoopBlocks.h"
@@ -32,12 +33,14 @@ protected:
     bool isStopped = false; // under the loop's mutex
   };
 
-  // Ends the wait of the loop, if it waits. Any thread may call it; the mutex is
-  // free.
+  // Ends the wait of the loop, if it waits. Any thread may call it, without the
+  // mutex.
   virtual void wake() = 0;
 
-  // For the loop's thread, the second one during a run. Null without a run.
+  // The innermost run; null when the loop does not run. For the loop's thread.
   const Frame *innermost();
+  // Tells whether the innermost run was stopped. For the loop's thread, during a
+  // run.
   bool isStopped();
 
   RunLoopBlocks blocks_;

@@ -1,10 +1,9 @@
-// The threads that help one operation. For bodies of the seam only.
+// The threads that help one operation. Internal to Foundation.
 //
-// The operation's own thread owns the crew: it calls the threads and waits for
-// their end. Each has a place in the count of helpers and does the operation's
-// work until the work returns, be it that nothing is left to do or that the
-// place is wanted by others. Threads start only when they are called; those that
-// are gone are started again by a later call.
+// The operation's own thread owns the crew: it starts the threads and waits for
+// their end. Each has a place in the count of helpers, runs the work function
+// once, and ends when that returns: because nothing is left to do, or because
+// other operations need the place. A later call starts a thread anew.
 #pragma once
 
 #include "Foundation/Threads/Internal/Helpers.h"
@@ -27,21 +26,23 @@ public:
   Crew(const Crew &) = delete;
   Crew &operator=(const Crew &) = delete;
 
-  // Starts as many helpers as there are places for. By the owner alone. False
-  // when there is no helper at all.
+  // Starts as many helpers as there are places for. Only the owner calls it.
+  // False when there is no helper at all.
   bool call();
-  // Returns when every helper's work has returned, which is for the owner to
-  // bring about. By the owner alone.
+  // Blocks until every helper's work has returned. The owner tells the work to
+  // end first, and only the owner calls this.
   void join();
 
-  // A place for a helper that gave its own to others while it had nothing to do.
+  // Takes a new place for a helper that gave its own back while it had nothing to
+  // do; not held when there is none.
   HelperPlace takePlace() { return helpers_.take(); }
   // The owner's own place.
   HelperPlace &own() { return helpers_.own(); }
+  // As that of Helpers.
   bool isCrowded() const { return helpers_.isCrowded(); }
 
 private:
-  // More than an operation ever has, but for measurements.
+  // More than Processors gives an operation, for measurements with other numbers.
   static constexpr std::size_t most = 15;
   struct Member {
     std::thread thread;

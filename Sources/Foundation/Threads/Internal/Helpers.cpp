@@ -11,7 +11,8 @@
 namespace NS {
 namespace {
 
-// Changed with the lock; read without it where an old value does no harm.
+// Threads change it with the lock held. They read it without where an old value
+// does no harm.
 struct Count {
   std::mutex mutex;
   std::atomic<unsigned> threads{0}; // of operations, and their helpers
@@ -53,7 +54,8 @@ bool Helpers::isInTheWay() const {
   return count().running() > processors_;
 }
 
-// An operation's own thread is there anyway.
+// Counts one more thread, unless there are enough. An operation's own thread
+// always counts, since it runs in any case.
 bool Helpers::enter(bool isOwn) {
   Count &all = count();
   std::lock_guard lock(all.mutex);

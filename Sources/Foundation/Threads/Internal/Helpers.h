@@ -1,5 +1,5 @@
-// How many threads of this process help its walks and removals. For bodies of
-// the seam only.
+// How many threads of this process help its walks and removals. Internal to
+// Foundation.
 //
 // There is one count for the process. In it are the operations that want help,
 // each with its own thread, and the threads that help them. A helper has a
@@ -42,13 +42,14 @@ public:
   ~HelperPlace() { rest(); }
   explicit operator bool() const { return helpers_ != nullptr; }
 
-  // To be asked between two pieces of work: false when this helper runs where
-  // another thread should.
+  // Ask it between two pieces of work, with a place that is held. False when more
+  // threads run than there are processors, so that this helper should end.
   bool mayStay() const;
   // Gives the place to others.
   void rest();
 
-  // Around a piece of work in which the thread waits for nothing but files.
+  // Call these before and after a piece of work that waits for nothing but files.
+  // They count whether it waited.
   void begin();
   void end();
 
@@ -56,16 +57,16 @@ private:
   friend class Helpers;
   explicit HelperPlace(Helpers &helpers) : helpers_(&helpers) {}
 
-  // From one look to the next, in pieces. The first two pieces are looked at as
-  // well, to tell soon whether others are to be called.
+  // The number of pieces from one sample to the next. The first two pieces are
+  // samples too, so that a wait for a device shows early.
   static constexpr unsigned interval = 16;
 
-  Helpers *helpers_ = nullptr; // null when it is not held
-  bool waits_ = false;         // as it is counted
-  bool waitedBefore_ = false;  // in the piece looked at before
-  bool isLooking_ = false;
-  unsigned pieces_ = 0;
-  std::uint64_t waitsBefore_ = 0;
+  Helpers *helpers_ = nullptr;    // null when it is not held
+  bool waits_ = false;            // the thread counts as waiting
+  bool waitedBefore_ = false;     // in the sample before
+  bool isLooking_ = false;        // this piece is a sample
+  unsigned pieces_ = 0;           // since the place is held
+  std::uint64_t waitsBefore_ = 0; // the kernel's count at the begin of the sample
 };
 
 // One operation's claim on helpers. It must outlive their places. Thread-safe,
@@ -76,16 +77,16 @@ public:
   Helpers(const Helpers &) = delete;
   Helpers &operator=(const Helpers &) = delete;
 
-  // Counts the operation's own thread, which then takes a processor from those
-  // of the others. Counting it twice changes nothing.
+  // Counts the operation's own thread as one that uses a processor. A second call
+  // changes nothing.
   void want();
   // The place of that thread; not held until it is counted.
   HelperPlace &own() { return own_; }
 
   // A place for one more helper; one that is not held when there is none.
   HelperPlace take();
-  // Whether more threads are at work than there are processors, so that one
-  // that looks on while it waits takes time from those it waits for.
+  // Tells whether more threads are at work than there are processors. A thread
+  // that spins while it waits then takes time from those that it waits for.
   bool isCrowded() const;
 
 private:

@@ -15,7 +15,7 @@ public:
   virtual ~Processors() = default;
   static Processors &real();
 
-  // Those that the calling thread may run on.
+  // The number of those that the calling thread may run on.
   virtual unsigned usable() const = 0;
   // The most threads of one operation, with any number of processors: a few
   // exhaust the parallelism of a volume's own locks.
@@ -25,15 +25,14 @@ public:
   virtual unsigned threadsForDevice() const { return 8; }
 };
 
-// Grows whenever the calling thread gives its processor up to wait for
-// something: a device, a lock, another thread. Only the difference of two
-// values of one thread means anything.
+// A count that grows whenever the calling thread gives up its processor to wait
+// for a device, a lock or another thread. Compare only two values of one thread.
 std::uint64_t waitsOfThisThread();
 
 namespace host {
 
-// Those that the calling thread may run on, from each host's own file, which
-// has waitsOfThisThread too.
+// The number of those that the calling thread may run on. The file of each host
+// has this function and waitsOfThisThread.
 unsigned usableProcessors();
 
 } // namespace host

@@ -1,5 +1,5 @@
 // The blocks that wait for a run loop. The queue is our own, because no host's
-// loop has these modes and this order.
+// loop has these modes and this order. Internal to Foundation.
 #pragma once
 
 #include "Foundation/Base/Clock.h"
@@ -20,11 +20,10 @@ inline constexpr MonotonicTime neverDue{std::chrono::nanoseconds::max()};
 // Blocks in the order of their due times, then of their arrival. Thread-safe.
 class RunLoopBlocks {
 public:
-  // Its due time is the earliest of all, so that delayed blocks never come
-  // between.
+  // Adds a block that is due before all delayed ones.
   void add(std::function<void()> block, const RunLoopModes &modes);
-  // A negative delay and NaN count as 0; a delay beyond the end of time never
-  // ends.
+  // A negative delay and NaN count as 0; a block with a delay beyond the range of
+  // the clock never runs.
   void addDelayed(double seconds, std::function<void()> block, const RunLoopModes &modes);
 
   // The due time of the mode's first block.

@@ -1,12 +1,12 @@
-// Pieces of one operation, done by its own thread and by a crew. For bodies of
-// the seam only.
+// Pieces of one operation, done by its own thread and by a crew. Internal to
+// Foundation.
 //
 // The operation's own thread offers pieces as it meets them, and goes on. A
 // piece belongs to a portion, and the thread that offered them can wait until
 // all pieces of a portion are done. While it waits it does pieces itself, of
-// any portion, so that the work ends even without helpers. Few pieces wait at a
-// time: the operation's thread does a piece that is not taken on its own way,
-// and offers the pieces that it meets further down instead.
+// any portion, so that the work ends even without helpers. Only a few pieces wait
+// at a time. The operation's thread itself does a piece that is not taken, and
+// offers the pieces that it meets further down.
 //
 // One lock guards the queue and the portions' counts. No piece is done under it.
 // A piece must not throw. It is given the place of the thread that does it.

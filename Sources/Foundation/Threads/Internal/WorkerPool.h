@@ -37,7 +37,7 @@ public:
   // without work under way never waits for others: the first piece of each may
   // exceed the limit in all.
   void submit(std::function<void()> work, User user = 0);
-  // Threads alive now, and those of them that wait for work.
+  // The number of threads alive, and of those among them that wait for work.
   std::size_t threadCount() const;
   std::size_t idleThreadCount() const;
 

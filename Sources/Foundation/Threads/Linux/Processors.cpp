@@ -8,7 +8,7 @@ namespace NS {
 
 unsigned host::usableProcessors() {
   cpu_set_t set;
-  // Fails where there are more processors than the set has bits: no lack.
+  // It fails when there are more processors than the set has bits.
   if (::sched_getaffinity(0, sizeof set, &set) != 0)
     return CPU_SETSIZE;
   return static_cast<unsigned>(CPU_COUNT(&set));

@@ -21,8 +21,8 @@ unsigned host::usableProcessors() {
   return count < 1 ? 1 : static_cast<unsigned>(count);
 }
 
-// The host counts no waits for a single thread. Shorter ones than this are not
-// those for a device.
+// The host counts no waits of a single thread, so this counts its time without a
+// processor, in units of the shortest wait for a device.
 std::uint64_t waitsOfThisThread() {
   constexpr std::uint64_t shortestWait = 50; // microseconds
   std::uint64_t wall = microseconds(CLOCK_MONOTONIC);

@@ -79,8 +79,8 @@ private:
   // Lets the platform's loop wait for one event, until the limit or the first
   // block's time. Whether it handled an event other than being woken.
   bool handleEvent(const std::string &mode, MonotonicTime limit) {
-    // Blocks that come from here on wake the loop; the code below looks at earlier
-    // ones.
+    // A block that comes after this line wakes the loop; the code below finds a
+    // block that came before it.
     isWakePending_ = false;
     if (isStopped())
       return false;
