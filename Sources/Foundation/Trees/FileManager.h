@@ -5,7 +5,8 @@
 // "~", and a path that holds a NUL byte is an error. Every call blocks until it
 // is done. Any thread may use the shared manager, which keeps no state.
 // Failures leave an error of CocoaErrorDomain in the slot, with the POSIX error
-// underneath; success leaves the slot alone.
+// underneath (but for a failure of the platform's Trash on macOS, which keeps the
+// platform's error alone); success leaves the slot alone.
 #pragma once
 
 #include "Foundation/Base/Error.h"
@@ -75,11 +76,11 @@ public:
   static FileManager &defaultManager() { return shared(); }
   static FileManager &real();
 
-  // Follow a final link: a dangling one does not exist, and is not a folder.
+  // Both follow a final link: a dangling one does not exist, and is not a folder.
   virtual bool fileExistsAtPath(const std::string &path) = 0;
   virtual bool fileExistsAtPath(const std::string &path, bool &isDirectory) = 0;
-  // Decide by the effective identity; a folder that may be searched is
-  // executable.
+  // Both decide by the effective user and group, and follow a final link. A
+  // folder that may be searched is executable.
   virtual bool isReadableFileAtPath(const std::string &path) = 0;
   virtual bool isExecutableFileAtPath(const std::string &path) = 0;
 
@@ -97,6 +98,7 @@ public:
 
   virtual std::optional<FileAttributes> attributesOfItemAtPath(const std::string &path,
                                                                ErrorSlot error) = 0;
+  // The text of a link, relative or absolute; fails for any other item.
   virtual std::optional<std::string> destinationOfSymbolicLinkAtPath(const std::string &path,
                                                                      ErrorSlot error) = 0;
 

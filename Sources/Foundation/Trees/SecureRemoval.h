@@ -1,4 +1,6 @@
 // Removal that overwrites: the platform's removefile call.
+//
+// Thread-safe. Blocks until it is done.
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"

@@ -10,9 +10,10 @@
 
 namespace NS::host {
 
-// Moves the item at an absolute path without links, "." and ".." in its folder
-// part to the Trash of the process's user or of the item's volume. Returns the
-// error when no Trash can take it, for the item by the path of the request.
+// Moves an item to the Trash of the process's user or of the item's volume. The
+// resolved path is absolute, without links, "." and ".." in its folder part. On
+// failure returns the error, which names the item by the other path, that of the
+// request.
 std::optional<Error> moveToTrash(const std::string &resolved, const std::string &path);
 
 } // namespace NS::host

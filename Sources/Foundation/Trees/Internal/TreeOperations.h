@@ -13,7 +13,7 @@
 
 namespace NS {
 
-// As FileManager's operations of the same kind.
+// As FileManager's operations of the same kind. The caller holds a WalkShare.
 TreeResult removeTree(const std::string &path);
 TreeResult moveTree(const std::string &srcPath, const std::string &dstPath);
 TreeResult copyTree(const std::string &srcPath, const std::string &dstPath);
@@ -22,7 +22,7 @@ std::unique_ptr<PathEnumerator> openPathEnumerator(const std::string &path);
 std::unique_ptr<URLEnumerator> openURLEnumerator(const URL &url,
                                                  DirectoryEnumerationOptions options);
 
-// The error when no Trash can take the item.
+// Moves the item to the Trash. On failure returns the error.
 std::optional<Error> moveToTrash(const std::string &path);
 
 } // namespace NS

@@ -32,6 +32,8 @@ public:
   StepOutcome erase(int folder, const char *name, unsigned char type) override;
 };
 
+// Unlinks an item that is not a folder, and counts nothing. isFolder() for a
+// folder.
 StepOutcome unlinkItem(int folder, const char *name);
 
 enum class Recursion { OnlyTheItem, WholeTree };

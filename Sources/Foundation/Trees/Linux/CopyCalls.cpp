@@ -17,7 +17,8 @@ int errorOf(int result) {
 
 } // namespace
 
-// Copying of ranges makes volumes share the data, where they can.
+// There is no call for it here. copy_file_range makes volumes share the data of
+// both files where they can.
 int cloneFile(int /*source*/, int /*folder*/, const char * /*name*/) {
   return ENOTSUP;
 }

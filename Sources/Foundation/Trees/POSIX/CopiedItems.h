@@ -1,5 +1,5 @@
-// A record of the items that a copy was made of, each in its state at that time,
-// so that a move removes no other. Internal to Foundation.
+// A record of the items that were copied, each in its state at that time. A move
+// then removes only these items. Internal to Foundation.
 //
 // It keeps eight bytes for each item: a fingerprint of its identity, size and
 // times, which no other process can predict. Fingerprints beyond a bounded

@@ -4,8 +4,8 @@
 //
 // A node is an item without data: a link, a FIFO, a socket or a device. A host
 // refers to it by a descriptor that does not open it. Functions return 0 or an
-// errno value unless they say otherwise. They are as thread-safe as the
-// descriptors.
+// errno value unless they say otherwise. They are thread-safe, and block on the
+// disk.
 #pragma once
 
 #include "Foundation/Descriptors/POSIX/Descriptor.h"
@@ -28,11 +28,11 @@ int cloneFile(int source, int folder, const char *name);
 // the volumes cannot do so.
 ssize_t copyRange(int source, int target, off_t start, std::size_t length);
 
-// The clock that gives a changed file its time of change.
+// The clock by which the kernel sets a file's time of change.
 extern const clockid_t changeClock;
 
-// Without a descriptor errno is set: ENOTSUP for nodes that the host does not
-// copy.
+// Makes a descriptor that refers to a node without opening it. Empty with errno
+// set on failure, ENOTSUP for nodes that the host does not copy.
 Descriptor openNode(int folder, const char *name);
 // Reads where a link leads, by the descriptor of the link and its name. ESTALE
 // when the name means another item by now.

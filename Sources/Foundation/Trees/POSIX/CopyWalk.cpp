@@ -24,8 +24,9 @@ namespace {
 // before the copy gives up: another process is working against it.
 constexpr unsigned patience = 16;
 
-// By which a copy of a file with several names is found again. Another file may
-// bear the number of one that is gone, but hardly its size and time as well.
+// The name by which the walk finds the copy of a file with several names again.
+// A new file may get the inode number of one that is gone, but hardly its size
+// and time as well.
 std::string linkName(const ItemStatus &status) {
   char name[128];
   std::snprintf(name, sizeof name, "%jx-%jx-%jx-%jx.%lx",
@@ -239,23 +240,24 @@ private:
     return source_.leave();
   }
 
-  // Whether another name of the same file was copied before and its copy now
-  // has this name too. Where it cannot be linked the file is copied once more.
+  // Gives the copy of another name of the same file this name too. False when no
+  // other name was copied before, or the copy cannot be linked: the caller then
+  // copies the file once more.
   bool linkToCopy(const ItemStatus &status, const char *targetName) {
     return copy_.hasLinks && ::linkat(copy_.task.staging.links(), linkName(status).c_str(),
                                       targetFolder(), targetName, 0) == 0;
   }
 
-  // The copy keeps a further name of the file to find it again until everything
-  // is copied: a record of paths would grow with the tree, and no path leads to
-  // deep items.
+  // Gives the copy a further name in a folder of the staging area, by which
+  // linkToCopy finds it. A record of paths would grow with the tree, and no path
+  // leads to deep items.
   void rememberCopy(const ItemStatus &status, const char *targetName) {
     int links = copy_.task.staging.links();
     if (links < 0)
       return;
     std::string name = linkName(status);
     int result = ::linkat(targetFolder(), targetName, links, name.c_str(), 0);
-    // A copy that can have no more names gives way to the next one.
+    // A former copy that can have no more names gives way to this one.
     if (result != 0 && errno == EEXIST && ::unlinkat(links, name.c_str(), 0) == 0)
       result = ::linkat(targetFolder(), targetName, links, name.c_str(), 0);
     copy_.hasLinks = copy_.hasLinks || result == 0;

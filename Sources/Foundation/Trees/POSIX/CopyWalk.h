@@ -1,10 +1,10 @@
-// The walk that copies a tree to a place where nothing is yet. For bodies of
-// the seam only.
+// The walk that copies a tree to a place where nothing is yet. Internal to
+// Foundation.
 //
 // Two chains of folders go side by side: one reads the original, the other is in
 // the folder of the copy that corresponds to it. The copy for a move shares
-// folders out to a crew; a copy that enters mount points does not, for only the
-// whole chain tells of a folder that is its own ancestor.
+// folders out to a crew. A copy that enters mount points does not: only the whole
+// chain shows whether a folder is its own ancestor.
 #pragma once
 
 #include "Foundation/Files/POSIX/AttributeCopy.h"

@@ -57,8 +57,8 @@ constexpr StepOutcome notCopied{TreeStep::Compare, EBUSY};
 StepOutcome findCopied(const CopiedItems &copied, int folder, const char *name, ItemStatus &status,
                        std::initializer_list<CopiedItems::Likeness> likenesses) {
   auto isCopied = [&](CopiedItems::Likeness likeness) { return copied.contains(status, likeness); };
-  // An item without a name vanished during the look at it, as the next look
-  // shows.
+  // A link count of 0 means that the item vanished during the look. The second
+  // look then fails, because the name is gone.
   for (bool isLast : {false, true}) {
     if (StepOutcome outcome = readStatus(folder, name, status); outcome.isFailed())
       return outcome;

@@ -1,6 +1,6 @@
-// Copying by clones, and by the calls for open items. Of the nodes only links
-// can be open without effect here; the platform's own copying refuses all
-// others too.
+// Copying by clones, and by the calls for open items. Links are the only nodes
+// that can be opened here without an effect. Other nodes are refused, as the
+// platform's own copying does.
 #include "Foundation/Trees/POSIX/CopyCalls.h"
 
 #include <cerrno>
@@ -23,7 +23,7 @@ int cloneFile(int source, int folder, const char *name) {
   if (::fclonefileat(source, folder, name, CLONE_NOOWNERCOPY) != 0)
     return errno;
   Descriptor clone(::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  // A clone also has the file's flags.
+  // A clone has the file's flags too; a copy has none.
   if (clone && ::fchflags(clone.get(), 0) == 0)
     return 0;
   int error = errno;

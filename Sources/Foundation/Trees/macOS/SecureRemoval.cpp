@@ -1,4 +1,5 @@
-// The platform's removefile, which asks before each item and tells after it.
+// The platform's removefile. It calls back before an item, which may stop it, and
+// after the item's removal; for a folder, before and after its contents.
 #include "Foundation/Trees/SecureRemoval.h"
 
 #include "Foundation/Base/Progress.h"
