@@ -1,4 +1,6 @@
 // Bindings: values of an object that follow values of another.
+//
+// The class that implements it says which threads may call.
 #pragma once
 
 #include "Foundation/Base/Object.h"

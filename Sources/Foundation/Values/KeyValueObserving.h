@@ -8,8 +8,8 @@ namespace NS {
 class KeyValueObserving {
 public:
   virtual ~KeyValueObserving() = default;
-  // The value of the key is about to change; a call of the other follows after
-  // the change.
+  // The owner of the value calls the first before a change of the key's value and
+  // the second after it.
   virtual void willChangeValueForKey(const std::string &key) = 0;
   virtual void didChangeValueForKey(const std::string &key) = 0;
 };

@@ -15,7 +15,7 @@
 namespace NS {
 namespace {
 
-// ICU's own default follows the language of messages.
+// ICU's own default would be the locale of messages.
 std::string localeOfNumbers() {
   std::string name;
   {

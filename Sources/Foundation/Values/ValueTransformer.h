@@ -23,7 +23,7 @@ public:
   // A property of the class: the same for all its objects.
   virtual bool allowsReverseTransformation() const = 0;
   virtual std::shared_ptr<Object> transformedValue(const std::shared_ptr<Object> &value) = 0;
-  // Only if the class allows it.
+  // Call it only if the class allows it.
   virtual std::shared_ptr<Object> reverseTransformedValue(const std::shared_ptr<Object> &value) = 0;
 };
 
