@@ -13,9 +13,9 @@ inline bool isExhaustion(int errnum) {
 // Limits the retries of one operation.
 class Patience {
 public:
-  // Waits a while, longer each time, ten seconds in all. Returns false at once
-  // after these, when the current request was cancelled, and for an errno value
-  // of another cause.
+  // Blocks for a while, longer each time, ten seconds in all, and returns true.
+  // Returns false at once when that time is used up, when the current request was
+  // cancelled, and for an errno value of another cause.
   bool waitOut(int errnum);
 
 private:

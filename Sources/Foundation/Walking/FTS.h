@@ -87,10 +87,10 @@ struct FTSEntry {
 class FTSSieve {
 public:
   virtual ~FTSSieve() = default;
-  // Tells whether the walk returns the item, which is no folder and, unless
-  // NSOK, has its status. The number of an item that the walk does not return
-  // is added to that of its parent. Called by any thread, by several at once
-  // and in any order.
+  // Tells whether the walk returns the item. The item is not a folder; its status
+  // is void with NSOK. The walk adds the number of an item that it does not
+  // return to that of the parent. Any thread may call it, several at once and in
+  // any order.
   virtual bool returns(const char *name, FTSInfo info, const FTSStat &status,
                        std::int64_t &number) const noexcept = 0;
 };
@@ -111,8 +111,8 @@ public:
   // when descriptors or memory ran out and did not come back within some
   // seconds. The entries read so far are then not the whole.
   virtual int failure() const { return 0; }
-  // With SKIP for a folder just read as D, the walk passes over its contents
-  // and its second visit comes next.
+  // With SKIP for the folder that read() has just returned as D, the walk passes
+  // over its contents, and returns it for the second time next.
   virtual void set(FTSEntry &entry, FTSInstruction instruction) = 0;
   // Releases every descriptor. A second call does nothing. May raise
   // NS::Exception.
@@ -130,10 +130,10 @@ public:
   virtual std::unique_ptr<FTSStream> open(const std::string &path, int options) = 0;
   // The same for a caller that will skip no folder: other threads may read
   // folders ahead of the stream. Entries and their order are those of open;
-  // each shows its item at some time since the opening. A sieve, which must
-  // outlive the stream, holds items below the root back. The stream may return
-  // an item without a question to the sieve, such as one that has just taken a
-  // folder's place.
+  // each shows its item at some time since the opening. A sieve may hold back
+  // items below the root; it must outlive the stream, and is null for a caller
+  // that wants all. The stream may return an item without asking the sieve, such
+  // as one that has just taken a folder's place.
   virtual std::unique_ptr<FTSStream> openForAll(const std::string &path, int options,
                                                 const FTSSieve *sieve) {
     static_cast<void>(sieve);

@@ -68,9 +68,10 @@ struct AheadBatch {
   std::size_t folderCount = 0;
   int level = 0;
 
-  // Guarded by the lock: the list, and of first batches how many batches still
-  // need the folder open, its own while it is read, those of its folders until
-  // they are.
+  // Guarded by the lock: the links of the list. And for a first batch: the number
+  // of batches that still need the folder open, and its descriptor. Its own
+  // batches need it until they are read, and so do the first batches of the
+  // folders in it.
   AheadBatch *before = nullptr;
   AheadBatch *after = nullptr;
   std::size_t uses = 1;

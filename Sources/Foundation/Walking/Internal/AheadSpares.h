@@ -1,4 +1,5 @@
-// Used content, kept to be filled again. Internal to Foundation.
+// The content of batches that the walk has used, kept to be filled again. Internal
+// to Foundation.
 //
 // The reading thread makes content and the walk's thread releases it. An
 // allocator that serves several threads pays for each block that goes that way:

@@ -8,14 +8,14 @@
 
 namespace NS {
 
-// The knowledge of an item besides its name.
+// An item as the look found it, without its name.
 struct FoundItem {
   FTSStat status;
   FTSInfo info = FTSInfo::NSOK;
   int errnum = 0; // of the look; the status is then void
 };
 
-// Items that a sieve held back, together.
+// The sums of the items that a sieve held back.
 struct HeldItems {
   std::uint64_t items = 0;
   std::uint64_t bytes = 0; // allocated
@@ -29,7 +29,7 @@ public:
   ItemLook(int options, const FTSSieve *sieve)
       : looksAtAll_(!(options & FTSOption::NOSTAT)), sieve_(sieve) {}
 
-  // Looks at an item of that type in the open folder.
+  // Looks at an item in the open folder. The type is that of its record.
   FoundItem at(int folder, const char *name, std::uint8_t type) const;
   // Tells whether the sieve holds the item back, and then adds it to the others.
   bool holdsBack(const char *name, const FoundItem &found, HeldItems &held) const;

@@ -1,4 +1,4 @@
-// The system calls of reading ahead.
+// Opens, lists and looks, in this order.
 #include "Foundation/Walking/POSIX/AheadReader.h"
 
 #include "Foundation/Walking/Exhaustion.h"

@@ -32,8 +32,8 @@ namespace NS {
 
 class AheadReader {
 public:
-  // The number of levels below the root that are read ahead. It bounds the way
-  // back to a closed folder.
+  // The number of levels below the root that are read ahead. The walk has to open
+  // at most so many folders to get back to one that it read only ahead.
   static constexpr int levels = 32;
   static constexpr std::size_t bufferSize = 64 * 1024;
 

@@ -12,7 +12,7 @@
 
 namespace NS {
 
-// It extends over `length` bytes.
+// One record; it takes `length` bytes with its whole name.
 struct DirectoryRecord {
   std::uint64_t inode;
   std::int64_t nextOffset; // the position after this record
@@ -21,7 +21,8 @@ struct DirectoryRecord {
   char name[1]; // to its NUL
 };
 
-// A multiple of eight bytes, as every length is.
+// The record at this place, which is aligned to eight bytes, as every length is a
+// multiple of eight.
 inline const DirectoryRecord &directoryRecordAt(const char *bytes) {
   return *static_cast<const DirectoryRecord *>(static_cast<const void *>(bytes));
 }

@@ -1,4 +1,4 @@
-// Which walk serves a caller.
+// Opens walks, with helping threads or without.
 #include "Foundation/Walking/FTS.h"
 
 #include "Foundation/Threads/Internal/Processors.h"
@@ -29,7 +29,7 @@ public:
   }
   std::unique_ptr<FTSStream> openForAll(const std::string &path, int options,
                                         const FTSSieve *sieve) override {
-    // Nothing is to be touched on volumes that the walk does not enter.
+    // Reading ahead would touch volumes that the walk does not enter.
     bool staysOnVolume = (options & FTSOption::XDEV) != 0;
     return openStream(path, options, sieve, staysOnVolume ? 1 : Processors::shared().usable());
   }

@@ -3,8 +3,9 @@
 // file of bodies. All walks use these calls, and openat, unlinkat and their
 // like, which both hosts have. Internal to Foundation.
 //
-// Functions return 0 or an errno value unless they say otherwise. They are as
-// thread-safe as the descriptors.
+// Functions return 0 or an errno value unless they say otherwise. They are
+// thread-safe, except that only one thread at a time may list by one descriptor.
+// They block on the disk.
 #pragma once
 
 #include "Foundation/Walking/FTS.h"
@@ -29,13 +30,13 @@ struct FolderIDHash {
   }
 };
 
-// Tells an open folder from all others, and from other views of it. No mount
-// means an unknown one.
+// Tells an open folder from all others, and from the same folder seen through
+// another mount. A mount of 0 is not known.
 struct FolderIdentity {
   FolderID id{0, 0};
   std::uint64_t mount = 0;
 
-  // Tells whether an open folder is this one. Without an identity it matches no
+  // Tells whether an open folder is this one. An identity of zeros matches no
   // folder.
   bool matches(const FolderIdentity &folder) const {
     return id.inode != 0 && id == folder.id && (mount == 0 || mount == folder.mount);

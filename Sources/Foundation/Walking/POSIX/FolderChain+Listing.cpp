@@ -10,8 +10,8 @@ namespace NS {
 namespace {
 
 constexpr std::size_t batchSize = 64 * 1024;
-// The most records kept. Beyond it, folders forget the records that they have
-// not returned yet, and list them again later.
+// The most bytes of records that are kept. Beyond it, folders forget the records
+// that they have not returned yet, and list them again later.
 constexpr std::size_t recordBudget = 4 * 1024 * 1024;
 constexpr std::size_t frugalBatchSize = 4 * 1024;
 
@@ -83,7 +83,8 @@ long FolderChain::list(Link &link, std::size_t size) {
   return count;
 }
 
-// The folder is listed again from the position.
+// Drops the folder's unread records; the next read lists them again, from the
+// position.
 void FolderChain::forgetUnread(Link &link) {
   link.cursor = link.end = link.base;
   link.isAtEnd = false;

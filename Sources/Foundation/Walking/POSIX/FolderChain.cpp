@@ -55,7 +55,7 @@ StepOutcome FolderChain::push(Descriptor folder, const char *name) {
 }
 
 // A folder has one parent, so only a mount can lead back to a folder of the
-// chain; the search upwards takes place only there.
+// chain. So this searches the chain only at a mount.
 int FolderChain::checkMount(const FolderIdentity &folder) const {
   if (links_.back().identity.mount == folder.mount || rules_.mountPoints == MountPoints::Ignore)
     return 0;
@@ -66,7 +66,8 @@ int FolderChain::checkMount(const FolderIdentity &folder) const {
   return isWithin ? EDEADLK : 0;
 }
 
-// The name may be in the records of the folder above.
+// Copies the name first: it may be in the records of the folder above, which this
+// may forget.
 void FolderChain::append(const char *name, const FolderIdentity &identity) {
   Link link;
   link.identity = identity;
@@ -149,8 +150,8 @@ bool FolderChain::closeUppermost() {
   return false;
 }
 
-// Without an identity the folder could not be recognised, and is lost on
-// return.
+// Reads the identity first: without it the chain could not recognise the folder
+// again, and would count it as lost.
 void FolderChain::close(Link &link) {
   if (!link.isIdentified && identify(link.descriptor, link.identity).isFailed())
     link.identity = {};
@@ -196,8 +197,10 @@ int FolderChain::reopenThrough(const Descriptor &below) {
   return 0;
 }
 
-// Returns the folder at the index, or the lowest above it that the names lead
-// to, and its index. Empty, with errno set, without the root.
+// Opens the folder at the index by the names from the root. When they do not lead
+// there, opens the lowest folder of the chain that they lead to, and sets the
+// index to it. Empty, with errno set, when the root cannot be opened, or when
+// descriptors or memory have run out.
 Descriptor FolderChain::openByNames(std::size_t &index) {
   std::size_t wanted = index;
   Descriptor folder = openWithin(links_[0].descriptor.get(), ".");

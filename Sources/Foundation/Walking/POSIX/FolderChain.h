@@ -68,22 +68,23 @@ class FolderChain {
 public:
   explicit FolderChain(const ChainRules &rules) : rules_(rules) {}
 
-  // Goes into a folder of the given one (at the start) or of the lowest. Never
-  // through a link: ELOOP or ENOTDIR when the name is no folder, EBUSY for a
-  // refused mount point, EDEADLK for a folder that the walk is already in.
+  // Go into a folder: the first into one of the given folder, at the start; the
+  // second into one of the lowest folder. Both go through no link: ELOOP or
+  // ENOTDIR when the name is not that of a folder, EBUSY for a refused mount
+  // point, EDEADLK for a folder that the walk is already in.
   StepOutcome openRoot(int parent, const char *name);
   StepOutcome enter(const char *name);
   // Enters by an open descriptor of the folder, which may have been opened
   // through links.
   StepOutcome openRoot(Descriptor folder);
 
-  // Adds a folder that has this identity without opening it; the root by its
-  // path.
+  // Adds a folder with this identity to the chain, without opening it. The name of
+  // the root is its path.
   void add(const char *name, const FolderID &id);
   // Opens the lowest folder, if it was only added.
   StepOutcome open();
-  // Opens the lowest folder, again if it was open, by the names from the root,
-  // which stays open. ENOENT when they no longer lead to it.
+  // Opens the lowest folder by the names from the root, which stays open. ENOENT
+  // when they no longer lead to it. Only for a chain that keeps its root.
   StepOutcome reopen();
 
   // Reads on in the lowest folder: null at its end or on failure.
@@ -127,7 +128,8 @@ public:
   // had left it; the walk counts.
   unsigned &revisits() { return links_.back().revisits; }
 
-  // Called when no descriptor is left. True when it released any.
+  // The chain calls it when no descriptor is left. Returns whether it released
+  // any.
   using Reliever = std::function<bool()>;
   void setReliever(Reliever reliever) { relieve_ = std::move(reliever); }
 

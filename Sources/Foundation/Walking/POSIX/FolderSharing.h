@@ -46,21 +46,22 @@ public:
 
   FolderSharing();
 
-  // The following four by the first walk alone. Shares a folder out that was met
-  // in the chain's lowest folder. The second chain, if any, is in the copy of
-  // that folder; the path is that of the root. False when the folder is the
-  // walk's own.
+  // Only the first walk calls the next four functions. This one shares out a
+  // folder that the walk met in the chain's lowest folder. The second chain, if
+  // any, is in the copy of that folder; the path is that of the root. False when
+  // the walk has to enter the folder itself.
   bool share(const FolderChain &original, const FolderChain *copy, const std::string &rootPath,
              const FolderWork &work);
-  // Returns when all folders shared out of the folder at this depth, 1 for the
-  // root, are finished.
+  // Blocks until all folders that were shared out of the folder at this depth (1
+  // for the root) are finished; works on shared folders meanwhile.
   void finish(std::size_t depth);
   // The place of the walk's thread.
   HelperPlace &own() { return work_.own(); }
   TreeResult result();
 
+  // Any thread.
   bool isFailed() const { return failed_.load(std::memory_order_relaxed); }
-  // The first failure counts.
+  // Any thread. Keeps the first failure, and ends all walks.
   void fail(TreeFailure failure);
 
 private:

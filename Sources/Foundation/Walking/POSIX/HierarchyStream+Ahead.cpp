@@ -20,7 +20,7 @@ bool HierarchyStream::beginBatch(Frame &frame) {
   return true;
 }
 
-// Null at the end of this folder, or when the walk goes on in it alone.
+// Null at the end of this folder, or when the walk has to read on in it by itself.
 const AheadItem *HierarchyStream::nextItemAhead(Frame &frame) {
   while (frame.item == frame.batch->content->items.size()) {
     int errnum = frame.batch->readError;

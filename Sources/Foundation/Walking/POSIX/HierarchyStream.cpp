@@ -1,4 +1,4 @@
-// The sequence of the walk.
+// The sequence of the walk. FTS.h describes it.
 #include "Foundation/Walking/POSIX/HierarchyStream.h"
 
 #include "Foundation/Base/Progress.h"
@@ -168,7 +168,8 @@ FTSEntry *HierarchyStream::nextItem() {
   return leave(frame);
 }
 
-// The sieve held items of the present folder back.
+// Adds the items of the present folder that the sieve held back to its number and
+// to the progress.
 void HierarchyStream::passOver(const HeldItems &held) {
   FTSEntry &folder = top().entry;
   folder.number = wrappingSum(folder.number, held.number);
@@ -216,7 +217,8 @@ int HierarchyStream::descend() {
   return 0;
 }
 
-// A folder whose items are read ahead is rarely needed itself.
+// Goes back to the folder above. Does not open it when its items are read ahead:
+// the walk rarely needs the folder itself then.
 void HierarchyStream::pop() {
   if (depth_ > linearAncestors)
     deepAncestors_.erase(idOf(top().entry.statp));

@@ -28,11 +28,12 @@ namespace NS {
 
 class HierarchyStream final : public FTSStream {
 public:
-  // The most descriptors of one walk: one for the root, one of them during a
-  // move, without reading ahead; fewer when the process runs out.
+  // The most descriptors of one walk that does not read ahead. One of them is for
+  // the root, one only for the time of a move. Fewer when the process runs out.
   static constexpr std::size_t mostDescriptors = 16;
 
-  // Without processors to share, the walk keeps to its caller's thread.
+  // With fewer than two processors nothing is read ahead: the walk stays on its
+  // caller's thread. May wait for its share of the descriptors.
   HierarchyStream(const std::string &path, int options, const FTSSieve *sieve, unsigned processors);
   ~HierarchyStream() override { closeAll(); }
   HierarchyStream(const HierarchyStream &) = delete;

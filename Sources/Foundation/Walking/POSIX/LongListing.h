@@ -27,8 +27,8 @@ public:
   bool isFree() const { return owner_ == none; }
   bool isOf(std::size_t owner) const { return owner_ == owner; }
 
-  // Takes the first records of a folder's listing, and reads on after them. A
-  // failure to read on is left to the next read.
+  // Takes the first records of a folder's listing, and lists on after them. Ignores
+  // a failure of that: the chain meets it again when it lists on.
   void begin(std::size_t owner, int folder, const char *records, std::size_t size);
   // Null at the end, which frees the listing.
   const DirectoryRecord *next();

@@ -129,7 +129,7 @@ void ReadAhead::help(HelperPlace &place) {
   }
 }
 
-// The place is given up when others have taken it meanwhile.
+// Gives the place back during the wait. Afterwards the helper may get none.
 void ReadAhead::awaitWork(Lock &lock, HelperPlace &place) {
   place.rest();
   ++idle_;
@@ -189,7 +189,8 @@ void ReadAhead::readTaken(AheadBatch &batch, Lock &lock, std::unique_ptr<char[]>
   lockSoon(lock);
 }
 
-// Another thread may go on in the folder during the look at this batch.
+// Lets another thread list on in the folder, while this one looks at the items of
+// this batch.
 void ReadAhead::publish(AheadBatch &batch, std::unique_ptr<AheadBatch> rest) {
   Lock lock = lockSoon();
   ++batch.first->uses;
@@ -211,7 +212,8 @@ ReadAhead::Closable ReadAhead::settle(AheadBatch &batch) {
   return unused;
 }
 
-// The walk will read the folder by itself.
+// Puts the batch back unread and ends the reading ahead; the walk will read the
+// folder by itself.
 void ReadAhead::giveUp(AheadBatch &batch) {
   AheadReader::forget(batch);
   list_.putBack(batch);
@@ -238,7 +240,8 @@ void ReadAhead::discard(AheadBatch &batch) {
   batch.content.reset();
 }
 
-// A thread holds the lock for less time than sleeping and waking take.
+// Takes the lock. Spins first, since a thread holds it for less time than sleeping
+// and waking take.
 void ReadAhead::lockSoon(Lock &lock) {
   constexpr int tries = 200;
   for (int attempt = 0; attempt < tries && !crew_.isCrowded(); ++attempt) {

@@ -25,7 +25,7 @@
 // When memory or descriptors run out, reading ahead ends for good: the walk
 // uses the ready batches and goes on by itself.
 //
-// All parts but the helpers' belong to the one thread of the walk.
+// Only the one thread of the walk calls the public functions.
 #pragma once
 
 #include "Foundation/Threads/Internal/Crew.h"

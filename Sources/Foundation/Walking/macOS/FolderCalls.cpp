@@ -6,7 +6,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-// The system's library keeps it for readdir without a declaration.
+// The system's library has it for readdir, but no header declares it.
 extern "C" ssize_t __getdirentries64(int folder, void *buffer, size_t size, off_t *base);
 
 namespace NS::foldercalls {
