@@ -1,4 +1,14 @@
 // Reading and replacing whole files.
+//
+// A replacement writes a new file beside the former one, syncs it and renames it
+// over that. So a reader, also one after a crash, meets the whole old or the whole
+// new content. The new file has a numbered name and a lock (TemporaryNames.h). By
+// the name the next replacement in the folder finds the leftover of a killed
+// process; by the lock it knows a file that is still being written, and leaves it
+// alone. The new file takes over the attributes of the former one before the
+// rename. Until then only its owner may read it, so that at no moment more users
+// can read the data than before. All steps go by the descriptor of the folder, so
+// that they stay in this folder when its path comes to mean another.
 #include "Foundation/Files/FileContents.h"
 
 #include "Foundation/Base/POSIX/Retrying.h"

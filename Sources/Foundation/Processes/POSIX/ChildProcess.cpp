@@ -1,4 +1,12 @@
 // Reaps children: one thread for all, woken by a descriptor per child.
+//
+// The thread waits in poll for the exit descriptors of the children, for the
+// nearest deadline, and for a pipe that announces newcomers. Then it kills overdue
+// children, reaps those that have ended, and takes in the newcomers. Another
+// thread may reap a child earlier, by asking for its outcome; the child's mutex
+// orders the two. A child without an exit descriptor, or without a place in the
+// list for poll, is looked at every 20 ms. Once the thread has started, nothing
+// here fails without memory, so that no child stays a zombie.
 #include "Foundation/Processes/POSIX/ChildProcess.h"
 
 #include "Foundation/Base/Exception.h"

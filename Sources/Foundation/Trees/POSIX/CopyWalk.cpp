@@ -1,4 +1,13 @@
 // Going down in the original and the copy, folder by folder.
+//
+// The walk looks at an item by its name, opens it through no link, and looks again
+// at the open item. Another process may have exchanged it in between; then the
+// walk begins again with the new item, a bounded number of times. It copies a file
+// with several names once, and links the further names to that copy. To find the
+// copy again, it gives it one more name in the staging area, made of the identity
+// of the original (linkName). A folder gets its attributes when the walk leaves
+// it, since each new item changes its times. For a move the walk records the state
+// of each item from before it read the item's data.
 #include "Foundation/Trees/POSIX/CopyWalk.h"
 
 #include "Foundation/Base/Progress.h"

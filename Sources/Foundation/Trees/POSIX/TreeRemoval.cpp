@@ -1,5 +1,13 @@
 // Removes from the leaves up: files as the walk meets them, a folder when the
 // walk leaves it. Items that others remove meanwhile count as removed.
+//
+// The type of an entry is only a hint. The walk enters a name that was listed as a
+// folder's and gives any other to the eraser; when the name means the other kind
+// by now, it tries the other way. A folder that others have filled again when the
+// walk leaves it is entered once more. Both are bounded, since a process may work
+// against the removal. The eraser does the work on each item: it unlinks, or
+// overwrites first, or refuses items that were not copied. The first walk shares
+// folders out to helpers (FolderSharing.h), each of which runs a walk of its own.
 #include "Foundation/Trees/Internal/TreeRemoval.h"
 
 #include "Foundation/Base/Progress.h"
