@@ -24,8 +24,9 @@ public:
   // the data is then lost under all of the file's names. Holes stay holes. It
   // only unlinks links, FIFOs, sockets and devices. Follows no link and stays
   // inside the tree and its volume; refuses the same paths as FileManager's
-  // removal. Returns 0, or -1 with errno set: ENOENT only when the item itself
-  // is gone, ECANCELED when the current progress was cancelled. On failure the
+  // removal. Returns 0, or -1 with errno set: ECANCELED when the current progress
+  // was cancelled; on Linux ENOENT only when the item itself is gone, while the
+  // platform's call on macOS may give it for an item beneath, too. On failure the
   // items before the failing one are gone, and that item itself may be
   // overwritten.
   virtual int removefile(const std::string &path, std::uint32_t flags) = 0;
