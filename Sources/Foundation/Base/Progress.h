@@ -41,8 +41,8 @@ public:
   void cancel();
   bool isCancelled() const { return cancelled_.load(std::memory_order_relaxed); }
 
-  // Counts one more item, or so many, as changed or measured, with so many
-  // bytes.
+  // Count items that were changed or measured, and their bytes: one item, or so
+  // many.
   void countItem(std::uint64_t bytes) { countItems(1, bytes); }
   void countItems(std::uint64_t items, std::uint64_t bytes) {
     if (inert_)

@@ -1,5 +1,5 @@
-// Bundles as folders: "Contents" within when the bundle is deep, everything at
-// its top when it is flat.
+// Bundles as folders. A deep bundle has its parts in a folder "Contents", a flat
+// one at its top.
 #include "Foundation/Desktop/Bundle.h"
 
 #include "Foundation/Desktop/Internal/MainBundleFolder.h"

@@ -1,10 +1,9 @@
 // Bounds how far the reading may be ahead of the walk. Internal to Foundation.
 //
-// It bounds two things. Bytes: of batches that were read and not used yet, a
-// few milliseconds of work, so that memory stays the same for a tree of any
-// size. Folders: open ones with a part still to be read. A batch counts only
-// when it is ready, so each thread may exceed both bounds by one batch and one
-// folder.
+// It bounds two numbers: the bytes of the batches that were read and not used yet
+// (a few milliseconds of work, in any tree), and the folders that are open because
+// a part of them is not read yet. A batch counts only when it is ready, so each
+// thread may exceed the bounds by one batch and one folder.
 //
 // At either bound no helper takes another batch; only the walk still reads the
 // one that it needs, since it cannot go on without. As the walk uses batches
