@@ -1,5 +1,5 @@
-// Gives a seam class a process-wide instance that a test can replace for a
-// while. All seam classes use it.
+// Gives a seam class, an interface to the platform, one instance for the whole
+// process, which a test can replace for a while.
 //
 // A seam class derives from SharedInstance<Itself> and declares
 // `static Itself &real()`. Its body defines that as the lasting instance of its

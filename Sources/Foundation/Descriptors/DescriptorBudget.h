@@ -28,7 +28,7 @@ public:
   using Capacity = std::function<std::size_t()>;
   class Share;
 
-  // The most descriptors of one walk by itself.
+  // The most descriptors of one walk without helpers.
   static constexpr std::size_t perWalk = 40;
   // The most further descriptors of the helpers of a walk or removal, in shares
   // of walks.

@@ -12,7 +12,7 @@ namespace NS {
 
 // A key that is pressed: a character, or one of these.
 namespace Key {
-inline constexpr char32_t None = 0;      // none in time
+inline constexpr char32_t None = 0;      // no key in time
 inline constexpr char32_t Interrupt = 3; // ^C
 inline constexpr char32_t Enter = U'\n';
 inline constexpr char32_t Escape = 27;

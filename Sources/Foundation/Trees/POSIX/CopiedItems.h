@@ -26,7 +26,7 @@ public:
 
   explicit CopiedItems(std::size_t bound = mostInMemory);
 
-  // The name that the file has for a moment, until it has none.
+  // The name by which the file is made, and which is removed at once.
   static constexpr const char *fileName = "record";
   // Names a folder for the file of the fingerprints beyond the bound. The
   // descriptor must stay open during the recording.

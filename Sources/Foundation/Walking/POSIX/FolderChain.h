@@ -41,7 +41,7 @@ namespace NS {
 enum class MountPoints {
   Refuse,
   Enter,  // except a folder that the walk is already in
-  Ignore, // the walk finds out by itself
+  Ignore, // enter too; the walk itself looks for folders that it is already in
 };
 
 // The order of a folder's entries. When the walk removes each entry at once,

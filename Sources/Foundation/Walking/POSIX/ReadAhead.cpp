@@ -10,7 +10,7 @@ namespace {
 
 using State = AheadBatch::State;
 
-// From so many waiting folders on, the start of a thread pays.
+// The number of waiting folders from which on it pays to start a thread.
 constexpr std::size_t waitingForHelp = 4;
 
 void pauseProcessor() {
@@ -155,7 +155,7 @@ AheadBatch *ReadAhead::firstToRead() const {
   return failed_ || !budget_.hasRoom() ? nullptr : list_.firstWaiting();
 }
 
-// The walk takes the first waiting batch by itself.
+// Wakes a helper for the second waiting batch; the walk takes the first one.
 void ReadAhead::wakeHelpers() {
   if (idle_ > 0 && list_.waiting() > 1 && budget_.isHalfFree())
     workLeft_.notify_one();
