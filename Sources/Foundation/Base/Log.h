@@ -1,12 +1,14 @@
 // The diagnostic log: one sink for the whole process, standard error unless a
-// test installs its own. Thread-safe. A call writes one line, and blocks while
-// standard error does. A line that cannot be written is lost.
+// test installs its own. Thread-safe. A call writes one line, blocks while
+// standard error does, and does not fail: a line that cannot be made or written
+// is lost.
 #pragma once
 
 #include "Foundation/Base/Format.h"
 
 #include <cstddef>
 #include <functional>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -23,8 +25,14 @@ inline constexpr std::size_t longestLogMessage = 8192;
 // Writes the message to the sink in force.
 void logMessage(const std::string &text);
 
+// Formats the message and writes it. Without memory the message is lost: threads
+// log the exceptions that end their work, lack of memory among them, and another
+// one would end the process.
 template <typename... Arguments> void Log(std::string_view format, const Arguments &...arguments) {
-  logMessage(stringWithFormat(format, arguments...));
+  try {
+    logMessage(stringWithFormat(format, arguments...));
+  } catch (const std::bad_alloc &) { // as above
+  }
 }
 
 // Installs a sink for the life of this object, then the former one again.

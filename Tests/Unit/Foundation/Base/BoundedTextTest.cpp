@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -41,6 +43,19 @@ TEST(Log, isBoundedInLength) {
   EXPECT_LE(line.size(), NS::longestLogMessage + 40);
   EXPECT_TRUE(line.ends_with("xx: No such file"));
   EXPECT_NE(line.find(" bytes …]"), std::string::npos);
+}
+
+// An argument whose text takes more memory than there is.
+struct Immense {};
+std::string describe(const Immense &) {
+  throw std::bad_alloc();
+}
+
+TEST(Log, losesALineThatItHasNoMemoryFor) {
+  kwtest::LogRecorder log;
+  EXPECT_NO_THROW(NS::Log("%@", Immense()));
+  NS::Log("the next one");
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"the next one"});
 }
 
 } // namespace

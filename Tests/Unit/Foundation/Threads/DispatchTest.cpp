@@ -16,6 +16,7 @@
 #include <array>
 #include <atomic>
 #include <limits>
+#include <new>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -186,6 +187,18 @@ TEST(DispatchQueue, outlivesABlockThatThrows) {
       [leaves = std::move(leaves)] { throw std::runtime_error("no luck"); });
   group->wait();
   EXPECT_EQ(log.lines(), (std::vector<std::string>{"A background block raised: no luck"}));
+}
+
+// A block that throws for lack of memory leaves none for the line either. The end
+// of its thread would be that of the process.
+TEST(DispatchQueue, outlivesABlockThatThrowsWithoutMemoryForTheLog) {
+  NS::ScopedLogSink sink([](const std::string &) { throw std::bad_alloc(); });
+  auto group = DispatchGroup::create();
+  group->enter();
+  std::shared_ptr<void> leaves(nullptr, [group](void *) { group->leave(); });
+  NS::DispatchQueue::backgroundQueue().async(
+      [leaves = std::move(leaves)] { throw std::bad_alloc(); });
+  group->wait();
 }
 
 TEST(DispatchQueue, worksWithTheLowestPriorityForProcessorAndDisk) {
