@@ -22,8 +22,8 @@ public:
 
   virtual ~FileHandle() = default;
 
-  // Opens an existing file for reading and writing; null on failure. Never
-  // waits on a FIFO and never opens a device.
+  // Opens an existing regular file for reading and writing; null on failure. Opens
+  // no other item, since opening a device or a FIFO has effects. Never waits.
   static std::shared_ptr<FileHandle> fileHandleForUpdatingAtPath(const std::string &path);
   // Takes over an open descriptor, and makes it close-on-exec.
   static std::shared_ptr<FileHandle> fileHandleWithDescriptor(int descriptor);

@@ -23,8 +23,9 @@ public:
   virtual ~FileContents() = default;
   static FileContents &real();
 
-  // The bytes of a regular file; follows links. Never waits on a FIFO and never
-  // opens a device. Empty, with a reading error, on failure.
+  // The bytes of a regular file; follows links. Opens no FIFO, socket or device,
+  // and so neither waits for nor wakes any. Empty, with a reading error, on
+  // failure.
   virtual std::optional<std::string> dataWithContentsOfFile(const std::string &path,
                                                             ErrorSlot error) = 0;
 

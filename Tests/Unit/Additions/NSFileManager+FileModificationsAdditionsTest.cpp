@@ -17,8 +17,11 @@
 
 #include <cerrno>
 #include <deque>
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -435,12 +438,15 @@ TEST(TruncateFile, failsSilentlyWhereTheFileCannotBeOpened) {
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
+// A file in memory that is sealed against it can be opened, but not cut.
 TEST(TruncateFile, logsAnExceptionAndFails) {
-  ScratchFolder scratch;
-  std::string fifo = scratch.path("fifo");
-  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  int file = ::memfd_create("sealed", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+  ASSERT_EQ(::write(file, "text", 4), 4);
+  ASSERT_EQ(::fcntl(file, F_ADD_SEALS, F_SEAL_SHRINK), 0);
   LogRecorder log;
-  EXPECT_FALSE(kw::truncateFileAtPath(NS::FileManager::defaultManager(), fifo));
+  EXPECT_FALSE(kw::truncateFileAtPath(NS::FileManager::defaultManager(),
+                                      "/proc/self/fd/" + std::to_string(file)));
+  ::close(file);
   EXPECT_THAT(log.lines(), ElementsAre(StartsWith("Failed to truncate file with exception: ")));
 }
 

@@ -21,11 +21,11 @@ PipeEnds openPipe();
 // The same with both ends at the null device.
 PipeEnds openNullDevice();
 
-// Opens the item at the path and follows links. Refuses a device, which may act
-// merely because it is opened. Close-on-exec, never waiting and never taking a
-// terminal over; the flags are the access mode. -1 with errno set, EOPNOTSUPP
-// for a device.
-int openUnlessDevice(const char *path, int flags);
+// Opens the file or folder at the path and follows links. Refuses any other item
+// without opening it: a device may act when it is opened, and a process that waits
+// at the other end of a FIFO would go on. The flags are the access mode; adds
+// close-on-exec, and never waits. -1 with errno set, EOPNOTSUPP for another item.
+int openFileOrFolder(const char *path, int flags);
 
 // The descriptors of a wait that can be read, or have lost their other end.
 struct Readiness {

@@ -16,12 +16,12 @@ namespace NS::descriptors {
 
 // A descriptor by O_PATH refers to the item without opening it. The check and
 // the open both go through it, so that they mean the same item.
-int openUnlessDevice(const char *path, int flags) {
+int openFileOrFolder(const char *path, int flags) {
   Descriptor handle(::open(path, O_PATH | O_CLOEXEC));
   struct stat status;
   if (!handle || ::fstat(handle.get(), &status) != 0)
     return -1;
-  if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
     errno = EOPNOTSUPP;
     return -1;
   }

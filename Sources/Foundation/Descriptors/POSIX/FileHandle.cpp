@@ -313,7 +313,7 @@ std::shared_ptr<FileHandle> handleOwning(int number) {
 std::shared_ptr<FileHandle> FileHandle::fileHandleForUpdatingAtPath(const std::string &path) {
   if (path.find('\0') != std::string::npos)
     return nullptr;
-  int descriptor = descriptors::openUnlessDevice(path.c_str(), O_RDWR);
+  int descriptor = descriptors::openFileOrFolder(path.c_str(), O_RDWR);
   if (descriptor < 0)
     return nullptr;
   int flags = ::fcntl(descriptor, F_GETFL);

@@ -17,12 +17,12 @@ namespace NS::descriptors {
 
 // This host has no descriptor that refers to an item without opening it. So an
 // item that takes the place of the checked one between the calls is opened, even
-// a device.
-int openUnlessDevice(const char *path, int flags) {
+// a device or a FIFO.
+int openFileOrFolder(const char *path, int flags) {
   struct stat status;
   if (::stat(path, &status) != 0)
     return -1;
-  if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
     errno = EOPNOTSUPP;
     return -1;
   }

@@ -208,7 +208,7 @@ public:
       return failed(EINVAL);
     struct stat status;
     Descriptor descriptor(
-        retrying([&] { return descriptors::openUnlessDevice(path.c_str(), O_RDONLY); }));
+        retrying([&] { return descriptors::openFileOrFolder(path.c_str(), O_RDONLY); }));
     if (!descriptor || ::fstat(descriptor.get(), &status) != 0)
       return failed(errno);
     if (!S_ISREG(status.st_mode))

@@ -5,13 +5,16 @@
 #include "Foundation/Base/Log.h"
 #include "Foundation/Descriptors/Pipe.h"
 #include "Support/ScratchFolder.h"
+#include "Support/WaitingWriter.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <csignal>
 #include <fcntl.h>
 #include <future>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <new>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -72,14 +75,18 @@ TEST(FileHandle, updatingNeedsAnExistingFile) {
   EXPECT_NE(NS::FileHandle::fileHandleForUpdatingAtPath(file), nullptr);
 }
 
-TEST(FileHandle, updatingRefusesDevicesAndDoesNotWaitOnAFIFO) {
+TEST(FileHandle, updatingRefusesDevicesAndFIFOs) {
   ScratchFolder folder;
   EXPECT_EQ(NS::FileHandle::fileHandleForUpdatingAtPath("/dev/null"), nullptr);
   ASSERT_EQ(::mkfifo(folder.path("fifo").c_str(), 0600), 0);
-  auto fifo = NS::FileHandle::fileHandleForUpdatingAtPath(folder.path("fifo"));
-  ASSERT_NE(fifo, nullptr);
-  EXPECT_EQ(reasonOf([&] { fifo->truncateFileAtOffset(0); }),
-            "truncateFileAtOffset: Invalid argument");
+  EXPECT_EQ(NS::FileHandle::fileHandleForUpdatingAtPath(folder.path("fifo")), nullptr);
+}
+
+TEST(FileHandle, updatingDoesNotWakeTheWriterOfAFIFO) {
+  ScratchFolder folder;
+  kwtest::WaitingWriter writer(folder.path("fifo"));
+  EXPECT_EQ(NS::FileHandle::fileHandleForUpdatingAtPath(folder.path("fifo")), nullptr);
+  EXPECT_TRUE(writer.isWaiting());
 }
 
 TEST(FileHandle, updatingReadsAndWritesInPlace) {
@@ -345,6 +352,21 @@ TEST(ReadabilityHandler, thatThrowsIsLoggedAndRemoved) {
             std::vector<std::string>{"Readability handler removed after exception: no more"});
   pipe->fileHandleForReading().setReadabilityHandler(nullptr);
   EXPECT_EQ(log.count(), 1U);
+}
+
+TEST(ReadabilityHandler, thatThrowsIsRemovedWithoutMemoryForTheLog) {
+  NS::ScopedLogSink sink([](const std::string &) { throw std::bad_alloc(); });
+  auto pipe = NS::Pipe::pipe();
+  std::atomic<int> calls = 0;
+  pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &) {
+    ++calls;
+    throw std::bad_alloc();
+  });
+  pipe->fileHandleForWriting().writeData("x");
+  while (calls == 0)
+    std::this_thread::yield();
+  pipe->fileHandleForReading().setReadabilityHandler(nullptr);
+  EXPECT_EQ(calls, 1);
 }
 
 TEST(ReadabilityHandler, isReleasedWithItsContentsOnRemoval) {

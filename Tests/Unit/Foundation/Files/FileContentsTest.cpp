@@ -6,6 +6,7 @@
 #include "Support/ForkedChild.h"
 #include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
+#include "Support/WaitingWriter.h"
 
 #include <gtest/gtest.h>
 
@@ -58,6 +59,13 @@ TEST_F(FileContentsTest, ofAFolderAFIFOAndADeviceAreNothing) {
     EXPECT_EQ(files().dataWithContentsOfFile(path, &error), std::nullopt) << path;
     EXPECT_TRUE(error) << path;
   }
+}
+
+TEST_F(FileContentsTest, areNotAskedForByWakingTheWriterOfAFIFO) {
+  kwtest::WaitingWriter writer(scratch.path("fifo"));
+  EXPECT_EQ(files().dataWithContentsOfFile(scratch.path("fifo"), &error), std::nullopt);
+  EXPECT_TRUE(error);
+  EXPECT_TRUE(writer.isWaiting());
 }
 
 TEST_F(FileContentsTest, beyondTheLimitAreTooLarge) {
