@@ -40,6 +40,11 @@ struct Shim {
 
   std::optional<std::string> mountPoint; // what statfs tells, else "/"
   std::optional<std::string> executable; // what _NSGetExecutablePath tells
+
+  // The limits of descriptors: the present one, and the hard one, which may be
+  // RLIM_INFINITY.
+  std::uint64_t openFiles = 256;
+  std::uint64_t mostOpenFiles = ~std::uint64_t{0};
 };
 
 // The one that the calls use.

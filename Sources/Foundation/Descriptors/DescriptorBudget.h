@@ -16,9 +16,10 @@
 
 namespace NS {
 
-// Raises this process's soft limit of descriptors to the hard one. Programs
-// started afterwards get the former soft limit. Without the right to it the
-// limit stays unchanged.
+// Raises this process's soft limit of descriptors to the hard one, or to 10,240
+// when there is no hard one. Never lowers it; a limit that the host refuses stays
+// unchanged. Programs started afterwards get the former soft limit on Linux, and
+// this process's on macOS, where no process can set that of another.
 void raiseDescriptorLimit();
 
 class DescriptorBudget {
