@@ -1,5 +1,7 @@
 // The listing of the platform's library, from this host's own. Their records
 // differ in form.
+#include "Darwin/Shim.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -20,7 +22,8 @@ std::size_t write(char *place, const dirent64 &entry, const char *name) {
   auto length = static_cast<std::uint16_t>((nameOffset + nameLength + 1 + 7) / 8 * 8);
   std::memset(place, 0, length);
   std::memcpy(place, &entry.d_ino, 8);
-  std::memcpy(place + 8, &entry.d_off, 8);
+  if (kwtest::darwin::shim().recordPositions)
+    std::memcpy(place + 8, &entry.d_off, 8);
   std::memcpy(place + 16, &length, 2);
   std::memcpy(place + 18, &nameLength, 2);
   std::memcpy(place + 20, &entry.d_type, 1);

@@ -37,6 +37,7 @@ struct Shim {
   int cloned = 0;                      // files
   bool exclusiveRenames = true;        // whether a volume has them
   std::set<std::string> withoutStatus; // names whose status gives EIO
+  bool recordPositions = true;         // whether records of a listing have one
 
   std::optional<std::string> mountPoint; // what statfs tells, else "/"
   std::optional<std::string> executable; // what _NSGetExecutablePath tells

@@ -18,14 +18,17 @@ constexpr std::size_t hostLength = 16;
 constexpr std::size_t hostType = 20;
 constexpr std::size_t hostName = 21;
 
-// Converts each record into one of ours, in place.
-void convert(char *bytes, std::size_t size) {
+// Converts each record into one of ours, in place. A volume need not give the
+// position after each record; that after the last one is the descriptor's own.
+void convert(char *bytes, std::size_t size, std::int64_t end) {
   std::uint16_t length = 0;
   for (std::size_t at = 0; at + hostName < size; at += length) {
     char *record = bytes + at;
     std::memcpy(&length, record + hostLength, sizeof length);
     if (length <= hostName)
       return;
+    if (at + length >= size)
+      std::memcpy(record + offsetof(DirectoryRecord, nextOffset), &end, sizeof end);
     record[offsetof(DirectoryRecord, type)] = record[hostType];
     std::memmove(record + offsetof(DirectoryRecord, name), record + hostName, length - hostName);
   }
@@ -39,7 +42,8 @@ long list(int folder, void *buffer, std::size_t size) {
   off_t base = 0;
   ssize_t count = ::__getdirentries64(folder, buffer, size, &base);
   if (count > 0)
-    convert(static_cast<char *>(buffer), static_cast<std::size_t>(count));
+    convert(static_cast<char *>(buffer), static_cast<std::size_t>(count),
+            ::lseek(folder, 0, SEEK_CUR));
   return count;
 }
 
