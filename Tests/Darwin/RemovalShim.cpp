@@ -3,6 +3,7 @@
 
 #include "Foundation/Trees/macOS/Platform/RemoveFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 
@@ -51,18 +52,32 @@ int removefile_state_set(removefile_state_t state, std::uint32_t key, const void
 }
 
 int removefile(const char *path, removefile_state_t state, removefile_flags_t flags) {
-  removals().calls.push_back({path, flags});
-  for (const std::string &item : removals().items) {
-    if (state->call(REMOVEFILE_STATE_CONFIRM_CALLBACK, REMOVEFILE_STATE_CONFIRM_CONTEXT,
-                    item.c_str()) == REMOVEFILE_STOP) {
-      errno = removals().errorOfStop;
-      return errno == 0 ? 0 : -1;
-    }
+  auto isConfirmed = [&](const std::string &item) {
+    return state->call(REMOVEFILE_STATE_CONFIRM_CALLBACK, REMOVEFILE_STATE_CONFIRM_CONTEXT,
+                       item.c_str()) != REMOVEFILE_STOP;
+  };
+  auto remove = [&](const std::string &item) {
     if (removals().beforeRemoval)
       removals().beforeRemoval(item);
     removals().removed.push_back(item);
     state->call(REMOVEFILE_STATE_STATUS_CALLBACK, REMOVEFILE_STATE_STATUS_CONTEXT, item.c_str());
+  };
+  auto stopped = [] {
+    errno = removals().errorOfStop;
+    return errno == 0 ? 0 : -1;
+  };
+  removals().calls.push_back({path, flags});
+  const std::vector<std::string> &folders = removals().folders;
+  for (const std::string &folder : folders)
+    if (!isConfirmed(folder))
+      return stopped();
+  for (const std::string &item : removals().items) {
+    if (!isConfirmed(item))
+      return stopped();
+    remove(item);
   }
+  // A folder is confirmed before its contents, and removed after them.
+  std::for_each(folders.rbegin(), folders.rend(), remove);
   errno = removals().error;
   return errno == 0 ? 0 : -1;
 }

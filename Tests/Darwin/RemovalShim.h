@@ -17,6 +17,7 @@ struct Removals {
   };
   std::vector<Call> calls;
   std::vector<std::string> items;                             // that a call meets, in their order
+  std::vector<std::string> folders;                           // around these, from the outside
   std::vector<std::string> removed;                           // of these
   std::function<void(const std::string &item)> beforeRemoval; // of each
   int error = 0;       // of a call, when it has met all items

@@ -73,6 +73,16 @@ TEST_F(SecureRemoval, countsItemsAndTheBytesOfFiles) {
   EXPECT_EQ(progress.snapshot().bytes, 5u);
 }
 
+TEST_F(SecureRemoval, countsTheBytesOfTheLastFileInAFolderOnce) {
+  kwtest::ScratchFolder folder;
+  shim->folders = {folder.path()};
+  shim->items = {folder.file("a", "123"), folder.file("b", "45")};
+  EXPECT_EQ(remove("/item"), 0);
+  EXPECT_EQ(shim->removed.back(), folder.path());
+  EXPECT_EQ(progress.snapshot().items, 3u);
+  EXPECT_EQ(progress.snapshot().bytes, 5u);
+}
+
 TEST_F(SecureRemoval, tellsItsPlaceToThoseThatAsk) {
   shim->items = {"/item/first", "/item/second"};
   EXPECT_EQ(progress.snapshot().path, "");

@@ -9,6 +9,7 @@
 #include <memory>
 #include <sys/stat.h>
 #include <type_traits>
+#include <utility>
 
 namespace NS {
 namespace {
@@ -32,7 +33,7 @@ int refusal(const std::string &path) {
 // One removal and the progress of its request.
 struct Removal {
   Progress &progress = Progress::current();
-  std::uint64_t size = 0; // of the item that comes next
+  std::uint64_t size = 0; // of the file that is removed next; 0 when none is
   bool wasStopped = false;
 };
 
@@ -52,7 +53,8 @@ int beforeItem(removefile_state_t /*state*/, const char *path, void *context) {
 
 int afterItem(removefile_state_t /*state*/, const char * /*path*/, void *context) {
   auto &removal = *static_cast<Removal *>(context);
-  removal.progress.countItem(removal.size);
+  // A folder comes after its contents, and without another call before it.
+  removal.progress.countItem(std::exchange(removal.size, 0));
   return REMOVEFILE_PROCEED;
 }
 
