@@ -47,8 +47,10 @@ const DirectoryRecord *FolderChain::nextRecord(Link &link) {
 
 const DirectoryRecord *FolderChain::nextOfLong(Link &link) {
   const DirectoryRecord *record = longListing_.next();
-  if (record && longListing_.isAmongFolders())
-    link.position = record->nextOffset;
+  if (!record) {
+    link.position = longListing_.position();
+    link.isAtEnd = isLastPosition(link.position);
+  }
   return record;
 }
 

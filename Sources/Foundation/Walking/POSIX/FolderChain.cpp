@@ -159,7 +159,6 @@ void FolderChain::close(Link &link) {
   link.descriptor.reset();
   link.isElsewhere = true;
   --open_;
-  endLong(link);
 }
 
 void FolderChain::drop() {

@@ -47,7 +47,7 @@ enum class MountPoints {
 // The order of a folder's entries. When the walk removes each entry at once,
 // ByInode spares a volume with very many of them the movement between its
 // tables: files by their numbers, folders after the files, some tens of
-// thousands at a time. Entries that are not removed may then come again.
+// thousands at a time.
 enum class EntryOrder { AsListed, ByInode };
 
 struct ChainRules {

@@ -25,9 +25,11 @@ void LongListing::begin(std::size_t owner, int folder, const char *records, std:
       break;
     filled += static_cast<std::size_t>(count);
   }
-  for (std::uint32_t place = 0; place < filled; place += at(place).length)
+  for (std::uint32_t place = 0; place < filled; place += at(place).length) {
+    position_ = at(place).nextOffset;
     if (!isDotOrDotDot(at(place).name))
       (at(place).type == DT_DIR ? folders_ : files_).push_back(place);
+  }
   std::sort(files_.begin(), files_.end(), [&](std::uint32_t left, std::uint32_t right) {
     return at(left).inode < at(right).inode;
   });

@@ -6,11 +6,10 @@
 // jumps to and fro in the volume's tables; by number it goes through them once.
 //
 // One folder of a chain has the long listing at a time; other large folders go
-// by their own listing meanwhile. When the folder is closed, the rest is
-// dropped and listed again later. While there are files, the position to come
-// back to is that before all of them, since the returned ones may be anywhere
-// in the listing; a walk that removes them meets none again. With the folders,
-// which are in the order of the listing, it is the position after the last one.
+// by their own listing meanwhile. The listing stays when the chain closes the
+// folder for a walk deep beneath it: to list the folder again after each of many
+// deep folders would take the square of their number. At its end the chain lists
+// on from the position after all of it.
 #pragma once
 
 #include "Foundation/Walking/POSIX/DirectoryRecords.h"
@@ -32,8 +31,9 @@ public:
   void begin(std::size_t owner, int folder, const char *records, std::size_t size);
   // Null at the end, which frees the listing.
   const DirectoryRecord *next();
-  // Tells whether the last record is one of the folders.
-  bool isAmongFolders() const { return next_ > files_.size(); }
+  // The position in the folder after all records of the present listing, or of
+  // the last one.
+  std::int64_t position() const { return position_; }
   void end();
 
 private:
@@ -47,6 +47,7 @@ private:
   std::vector<std::uint32_t> files_; // the beginnings of the records
   std::vector<std::uint32_t> folders_;
   std::size_t next_ = 0; // of the files, then of the folders
+  std::int64_t position_ = 0;
 };
 
 } // namespace NS

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <sys/inotify.h>
 #include <unistd.h>
 #include <utility>
 
@@ -185,6 +186,63 @@ TEST(FolderChain, goesOnInALongListingAfterItWasClosed) {
   EXPECT_TRUE(outcome.isDone());
   EXPECT_EQ(files, 9990u);
   EXPECT_EQ(folders.size(), 10u);
+}
+
+// Tells whether a folder was listed since the last question.
+class ListingWatch {
+public:
+  explicit ListingWatch(const std::string &folder)
+      : watch_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+    if (::inotify_add_watch(watch_.get(), folder.c_str(), IN_ACCESS) < 0)
+      ADD_FAILURE() << "no watch of " << folder;
+  }
+
+  bool wasListed() const {
+    alignas(inotify_event) char events[16 * 1024];
+    bool was = false;
+    for (ssize_t size = 0; (size = ::read(watch_.get(), events, sizeof events)) > 0;)
+      for (char *at = events; at < events + size;) {
+        const auto *event = reinterpret_cast<const inotify_event *>(at);
+        was = was || event->len == 0; // the others are of folders in it
+        at += sizeof *event + event->len;
+      }
+    return was;
+  }
+
+private:
+  const NS::Descriptor watch_;
+};
+
+// More folders than are read at once, each so deep that the walk closes the one
+// that holds them. To list that again after each would take the square of their
+// number.
+TEST(FolderChain, keepsALongListingWhileItsFolderIsClosed) {
+  constexpr int folders = 3000;
+  ScratchFolder scratch(kwtest::quickFolder());
+  std::string deep;
+  for (std::size_t level = 1; level < depth; ++level)
+    deep += "/d";
+  for (int index = 0; index < folders; ++index)
+    fs::create_directories(scratch.path(std::to_string(index)) + deep);
+  FolderChain chain({.order = NS::EntryOrder::ByInode});
+  ASSERT_EQ(enterRoot(chain, scratch.path()), 0);
+  ListingWatch watch(scratch.path());
+  std::set<std::string> seen;
+  int listings = 0;
+  NS::StepOutcome outcome;
+  while (const NS::FolderEntry *entry = chain.next(outcome)) {
+    std::string name = entry->name;
+    EXPECT_TRUE(seen.insert(name).second) << name;
+    listings += watch.wasListed();
+    ASSERT_EQ(chain.enter(name.c_str()).errnum(), 0);
+    while (chain.depth() < depth)
+      ASSERT_EQ(chain.enter("d").errnum(), 0);
+    while (chain.depth() > 1)
+      ASSERT_EQ(chain.leave().errnum(), 0);
+  }
+  EXPECT_TRUE(outcome.isDone());
+  EXPECT_EQ(seen.size(), static_cast<std::size_t>(folders));
+  EXPECT_EQ(listings, 1);
 }
 
 } // namespace
