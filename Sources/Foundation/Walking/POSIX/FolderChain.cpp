@@ -104,13 +104,20 @@ StepOutcome FolderChain::reopen() {
   return {TreeStep::GoUp, reopenAt(links_.size() - 1)};
 }
 
+// Looks once for all folders that the names no longer lead to: a walk leaves them
+// one by one, and to go down from the root each time would take the square of the
+// depth.
 int FolderChain::reopenAt(std::size_t index) {
+  if (index >= firstLost_)
+    return ENOENT;
   std::size_t reached = index;
   Descriptor folder = openByNames(reached);
   if (!folder)
     return errno;
-  if (reached != index)
+  if (reached != index) {
+    firstLost_ = reached + 1;
     return ENOENT;
+  }
   links_[index].isElsewhere = true;
   setOpen(index, std::move(folder));
   return 0;
@@ -169,6 +176,8 @@ void FolderChain::drop() {
   names_.resize(link.name);
   links_.pop_back();
   lowestOpen_ = std::min(lowestOpen_, links_.size());
+  if (links_.size() <= firstLost_)
+    firstLost_ = none;
 }
 
 StepOutcome FolderChain::leave() {

@@ -84,7 +84,8 @@ public:
   // Opens the lowest folder, if it was only added.
   StepOutcome open();
   // Opens the lowest folder by the names from the root, which stays open. ENOENT
-  // when they no longer lead to it. Only for a chain that keeps its root.
+  // when they do not lead to it, or did not lead to one above it when the chain
+  // last looked. Only for a chain that keeps its root.
   StepOutcome reopen();
 
   // Reads on in the lowest folder: null at its end or on failure.
@@ -174,6 +175,8 @@ private:
     return static_cast<std::size_t>(&link - links_.data());
   }
 
+  static constexpr std::size_t none = ~std::size_t{0};
+
   ChainRules rules_;
   Reliever relieve_;
   Patience patience_;
@@ -181,6 +184,8 @@ private:
   std::string names_;          // NUL-terminated, one after the other
   std::size_t open_ = 0;       // links with a descriptor, without a root that is kept
   std::size_t lowestOpen_ = 0; // no link before this one is among them
+  // The uppermost link that the names did not lead to; they lead to none below it.
+  std::size_t firstLost_ = none;
   RecordStack records_;
   LongListing longListing_;
   FolderEntry entry_;

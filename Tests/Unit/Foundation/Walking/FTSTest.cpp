@@ -9,8 +9,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -296,6 +298,49 @@ TEST(FTS, givesERRForFoldersThatItCannotFindAgain) {
   std::size_t before = openDescriptorCount();
   EXPECT_EQ(infos(*stream), expected);
   EXPECT_LE(openDescriptorCount(), before);
+}
+
+// Counts how often a folder itself is opened.
+class OpenCounter {
+public:
+  explicit OpenCounter(const std::string &folder)
+      : watch_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+    if (::inotify_add_watch(watch_, folder.c_str(), IN_OPEN) < 0)
+      ADD_FAILURE() << "no watch of " << folder;
+  }
+  ~OpenCounter() { ::close(watch_); }
+  OpenCounter(const OpenCounter &) = delete;
+  OpenCounter &operator=(const OpenCounter &) = delete;
+
+  int count() const {
+    alignas(inotify_event) char events[16 * 1024];
+    int opens = 0;
+    for (ssize_t size = 0; (size = ::read(watch_, events, sizeof events)) > 0;)
+      for (char *at = events; at < events + size;) {
+        const auto *event = reinterpret_cast<const inotify_event *>(at);
+        opens += event->len == 0; // the others are of items in it
+        at += sizeof *event + event->len;
+      }
+    return opens;
+  }
+
+private:
+  const int watch_;
+};
+
+// A stranger can have nearly all folders of a deep tree lost. To look for each of
+// them from the root would take the square of the depth.
+TEST(FTS, looksOnceForAllFoldersThatOneMoveHasLost) {
+  ScratchFolder scratch;
+  std::vector<std::string> paths = ladder(scratch, 120);
+  auto stream = NS::FTS::shared().open(paths.front(), physical);
+  readUpTo(*stream, paths.back());
+  std::filesystem::rename(paths[100], scratch.path("lower"));
+  std::filesystem::rename(paths[10], scratch.path("upper"));
+  OpenCounter opened(paths.front());
+  std::vector<FTSInfo> seen = infos(*stream);
+  EXPECT_EQ(std::count(seen.begin(), seen.end(), FTSInfo::ERR), 90);
+  EXPECT_EQ(opened.count(), 2) << "in vain for those, then for the lowest that is left";
 }
 
 TEST(FTS, givesDNRForAFolderThatMayNotBeRead) {
