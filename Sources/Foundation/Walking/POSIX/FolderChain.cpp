@@ -229,7 +229,9 @@ bool FolderChain::findAgain(const LossHandler &lost) {
   std::size_t index = links_.size() - 1;
   Descriptor folder = openByNames(index);
   std::size_t kept = folder ? index + 1 : 0;
-  while (links_.size() > kept) {
+  while (links_.size() > kept + 1)
+    drop();
+  if (links_.size() > kept) {
     lost(pathBelowRoot());
     drop();
   }

@@ -101,6 +101,28 @@ TEST(Enumerator, tellsOfAFolderThatItCannotFindAgainAndGoesOn) {
                                      " was moved; the rest of it is left out of a list."});
 }
 
+// A stranger can have a whole deep tree lost at once: a line for each folder would
+// fill the log, and take the square of the depth.
+TEST(Enumerator, tellsOnlyOfTheUppermostOfTheFoldersThatItCannotFindAgain) {
+  ScratchFolder scratch;
+  kwtest::LogRecorder log;
+  fs::create_directories(scratch.path("root/a/1/2/3/4/5/6/7/8/9/10"));
+  scratch.file("root/x", "");
+  auto enumerator = NS::FileManager::defaultManager().enumeratorAtPath(scratch.path("root"));
+  std::set<std::string> items;
+  while (auto path = enumerator->nextObject()) {
+    items.insert(*path);
+    if (path->ends_with("/10")) {
+      fs::rename(scratch.path("root/a/1/2/3"), scratch.path("three"));
+      fs::rename(scratch.path("root/a"), scratch.path("other"));
+    }
+  }
+  EXPECT_TRUE(items.contains("x"));
+  EXPECT_EQ(log.lines(),
+            std::vector<std::string>{scratch.path("root/a") +
+                                     " was moved; the rest of it is left out of a list."});
+}
+
 TEST(Enumerator, countsLevelsFromOne) {
   ScratchFolder scratch;
   fs::create_directories(scratch.path("a/b"));
