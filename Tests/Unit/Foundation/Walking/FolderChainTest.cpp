@@ -124,22 +124,6 @@ TEST(FolderChain, givesLongListingsByInodeFilesFirst) {
   expectByInode(chain, 10000);
 }
 
-// A chain sorts one listing at a time.
-TEST(FolderChain, aLongListingThatWasClosedLeavesItsPlaceToAnother) {
-  ScratchFolder scratch(kwtest::quickFolder());
-  makeWideFolder(scratch, 10000);
-  FolderChain chain({.order = NS::EntryOrder::ByInode});
-  ASSERT_EQ(enterRoot(chain, scratch.path()), 0);
-  NS::StepOutcome outcome;
-  ASSERT_NE(chain.next(outcome), nullptr);
-  ASSERT_EQ(chain.enter("0").errnum(), 0);
-  while (chain.depth() < depth)
-    ASSERT_EQ(chain.enter("d").errnum(), 0);
-  for (int index = 0; index < 10000; ++index)
-    scratch.file(chain.pathBelowRoot() + "/" + std::to_string(index), "");
-  expectByInode(chain, 10000);
-}
-
 // All names, also "." and "..", have records of the same length, so that the end
 // of the second listing is where a record of the first one begins.
 TEST(FolderChain, givesNothingOfAFormerLongListing) {
