@@ -11,7 +11,7 @@ void answer(const Reply &reply, const Values &...values) {
     reply(values...);
 }
 
-// Without an error.
+// Answers with a nil error.
 inline void answer(const KWFlagReply &reply, bool success) {
   answer(reply, success, std::nullopt);
 }

@@ -136,13 +136,13 @@ bool hasStatusZero(const XPCValues &replies) {
   return std::get<std::int64_t>(replies.at(1)) == 0;
 }
 
-// When it has been handled at all.
+// For a message without a reply: its handling is its success.
 bool isAlwaysDone(const XPCValues & /*replies*/) {
   return true;
 }
 
-// When the reply of these operations means success; null for those that change
-// nothing. The others say so by the flag of their reply.
+// The operations whose success is another than the flag of their reply. Null
+// for those that change nothing: their requests leave no record.
 const std::pair<const char *, NS::XPCSuccess> otherSuccesses[] = {
     {"PleaseTerminate", isAlwaysDone}, {"Echo", nullptr},
     {"FileExistsAtPath", nullptr},     {"SizeOfItemAtPath", nullptr},

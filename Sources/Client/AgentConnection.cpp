@@ -106,7 +106,7 @@ private:
   void agentIs(std::string owner);
   void settleLastRequests();
 
-  NS::BusWaker waker_; // goes last: others may be waking
+  NS::BusWaker waker_; // destroyed last, since other threads may be in wake()
   BusConnection bus_;
   const ConnectionOptions options_;
   Receiver *receiver_ = nullptr; // set during a wait

@@ -8,7 +8,8 @@
 
 namespace kw {
 
-// The agent went away with the request; the bus itself may have.
+// Tells whether the error means that the agent, or the bus itself, went away
+// with the request.
 bool meansInterrupted(std::string_view errorName);
 
 // Makes the ClientError for an error reply of the agent or the bus.

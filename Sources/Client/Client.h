@@ -64,8 +64,9 @@ public:
   // A piece of a running tool's output.
   using Progress = std::function<void(const std::string &chunk)>;
 
-  // Connects to a bus: "system", "session" or a bus address. The agent itself
-  // is started by the first request. Throws ClientError.
+  // Connects to a bus: "system", "session" or a bus address. Blocks until the bus
+  // has accepted the connection. The agent itself is started by the first
+  // request. Throws ClientError.
   static std::unique_ptr<Client> connect(const std::string &bus = "system",
                                          const ClientOptions &options = {});
 
@@ -112,7 +113,9 @@ public:
   RemovalReply removeItemAtPath(const std::string &path, const RequestOptions &options = {});
   Request<RemovalReply> removeItemAtPathAsync(const std::string &path,
                                               const RequestOptions &options = {});
-  // Overwrites the data of the item's files once, then removes the item.
+  // Overwrites the data of the item's files once, then removes the item. Unlocks
+  // only the item itself, so a locked item inside a folder makes it fail. A
+  // failure has no reason.
   FlagReply securelyRemoveItemAtPath(const std::string &path, const RequestOptions &options = {});
   Request<FlagReply> securelyRemoveItemAtPathAsync(const std::string &path,
                                                    const RequestOptions &options = {});
@@ -121,27 +124,31 @@ public:
   FlagReply moveToTrashItemAtPath(const std::string &path, const RequestOptions &options = {});
   Request<FlagReply> moveToTrashItemAtPathAsync(const std::string &path,
                                                 const RequestOptions &options = {});
-  // Cuts the file to length zero.
+  // Cuts the file to length zero. NotDone for a folder, a missing item and a
+  // locked file; a failure has no reason.
   FlagReply truncateFileAtPath(const std::string &path, const RequestOptions &options = {});
   Request<FlagReply> truncateFileAtPathAsync(const std::string &path,
                                              const RequestOptions &options = {});
-  // The bytes on disk that the item and all that it holds occupy.
+  // The bytes on disk that the item and all that it holds occupy. A folder's own
+  // blocks count twice, and a file with several hard links once for each.
   SizeReply sizeOfItemAtPath(const std::string &path, const RequestOptions &options = {});
   Request<SizeReply> sizeOfItemAtPathAsync(const std::string &path,
                                            const RequestOptions &options = {});
 
   // --- system software
 
-  // Forgets the package's receipt and leaves its files.
+  // Forgets the package's receipt and leaves its files. Done when pkgutil ends
+  // with status 0, and on a system without pkgutil.
   FlagReply removePackageWithID(const std::string &packageID, const RequestOptions &options = {});
   Request<FlagReply> removePackageWithIDAsync(const std::string &packageID,
                                               const RequestOptions &options = {});
-  // Unloads and deletes a kernel extension.
+  // Unloads a kernel extension as far as possible and deletes its bundle.
+  // NotDone for a path without a bundle identifier.
   FlagReply removeKextAtPath(const std::string &path, const RequestOptions &options = {});
   Request<FlagReply> removeKextAtPathAsync(const std::string &path,
                                            const RequestOptions &options = {});
-  // Strips a universal binary. The architectures are options of the tool,
-  // passed on unchanged.
+  // Strips a universal binary. The architectures are options of ditto, passed on
+  // unchanged ("--arch", "x86_64"). Done also for a missing binary.
   FlagReply slimBinaryWithPath(const std::string &path, const std::vector<std::string> &archs,
                                const RequestOptions &options = {});
   Request<FlagReply> slimBinaryWithPathAsync(const std::string &path,
@@ -156,17 +163,20 @@ public:
                                            const RequestOptions &options = {});
   Request<JobRemovalReply> removeLaunchdAgentAtPathAsync(const std::string &plistPath,
                                                          const RequestOptions &options = {});
-  // Loads the job and enables it for later starts.
+  // Loads the job and enables it for later starts. Done also when it is loaded
+  // already.
   FlagReply enableLaunchdAgentAtPath(const std::string &plistPath,
                                      const RequestOptions &options = {});
   Request<FlagReply> enableLaunchdAgentAtPathAsync(const std::string &plistPath,
                                                    const RequestOptions &options = {});
-  // Unloads the job, disables it for later starts and stops it.
+  // Unloads the job, disables it for later starts and stops it. Done also,
+  // without any work, when it is not loaded.
   FlagReply disableLaunchdAgentAtPath(const std::string &plistPath,
                                       const RequestOptions &options = {});
   Request<FlagReply> disableLaunchdAgentAtPathAsync(const std::string &plistPath,
                                                     const RequestOptions &options = {});
-  // Removes a login item that an application registered for itself.
+  // Removes a login item that an application registered for itself. Done also
+  // when it is not registered.
   FlagReply removeSMLoginItem(const std::string &bundleID, const RequestOptions &options = {});
   Request<FlagReply> removeSMLoginItemAsync(const std::string &bundleID,
                                             const RequestOptions &options = {});
@@ -176,6 +186,8 @@ public:
                                                 const RequestOptions &options = {});
   Request<FlagReply> removeGlobalLoginItemForAppWithPathAsync(const std::string &appPath,
                                                               const RequestOptions &options = {});
+  // Start and stop a startup item with SystemStarter. Always Made, even on a
+  // system without that tool.
   AttemptReply startStartupItem(const std::string &name, const RequestOptions &options = {});
   Request<AttemptReply> startStartupItemAsync(const std::string &name,
                                               const RequestOptions &options = {});
@@ -191,7 +203,8 @@ public:
 
   // --- maintenance
 
-  // Empties the system log store.
+  // Empties the system log store. NotDone when one of its two jobs could not be
+  // stopped or started.
   FlagReply removeASL(const RequestOptions &options = {});
   Request<FlagReply> removeASLAsync(const RequestOptions &options = {});
   // The progress may be null. The client calls it on its own thread before the
@@ -199,11 +212,15 @@ public:
   RepairReply repairPermissions(const Progress &progress, const RequestOptions &options = {});
   Request<RepairReply> repairPermissionsAsync(const Progress &progress,
                                               const RequestOptions &options = {});
+  // Runs periodic with this name as its one argument. Always Made.
   AttemptReply runPeriodicScript(const std::string &scriptName, const RequestOptions &options = {});
   Request<AttemptReply> runPeriodicScriptAsync(const std::string &scriptName,
                                                const RequestOptions &options = {});
+  // Erases the search index, which the system then builds anew. Always Made.
   AttemptReply startSpotlightReindex(const RequestOptions &options = {});
   Request<AttemptReply> startSpotlightReindexAsync(const RequestOptions &options = {});
+  // Flushes the caches of the name service with two tools. Done when both ended
+  // with status 0; a missing tool counts as such.
   FlagReply flushDNS(const RequestOptions &options = {});
   Request<FlagReply> flushDNSAsync(const RequestOptions &options = {});
   // Erases the unified log.

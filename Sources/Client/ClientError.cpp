@@ -1,3 +1,4 @@
+// The text of an error.
 #include "Client/ClientError.h"
 
 namespace kw {

@@ -50,8 +50,8 @@ public:
   // "org.freedesktop.DBus.Error.NotSupported"; empty for an error of the
   // client.
   const std::string &name() const { return texts_->name; }
-  // The only virtual function with a body of its own: the library alone has the type
-  // information that a program's catch compares with that of a thrown error.
+  // Its body is in the library, which so holds the one type information of this
+  // class: a program's catch recognises a thrown error by it.
   const char *what() const noexcept override;
 
 private:

@@ -14,8 +14,8 @@ namespace kw {
 // Tells whether the agent did the requested work.
 enum class Outcome { NotDone, Done };
 
-// Tells whether the agent ran a tool for the request. The tool's result is not
-// known.
+// Tells whether the agent tried to run a tool for the request. Whether the tool
+// ran, and its result, are not known.
 enum class Attempt { NotMade, Made };
 
 enum class Existence { Missing, Exists };

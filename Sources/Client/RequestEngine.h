@@ -142,7 +142,7 @@ private:
   const Connector connector_;
   const std::shared_ptr<const CallbackGuard> guard_;
   const Endings endings_;
-  const long process_;
+  const long process_; // that made the engine
   std::thread thread_;
   std::atomic<std::thread::id> threadID_{};
 

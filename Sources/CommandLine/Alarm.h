@@ -38,7 +38,7 @@ public:
   // 0 until then. Conditions may ask.
   int stopSignal() const { return stopSignal_; }
 
-  // For its life the command heeds the wish to stop.
+  // While one exists, the command heeds stop().
   class Heeding {
   public:
     explicit Heeding(Alarm &alarm) : alarm_(alarm) { alarm_.change(1); }

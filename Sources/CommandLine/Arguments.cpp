@@ -1,4 +1,4 @@
-// Declaring and taking, one word after the other.
+// Declares arguments, and takes the words of the command line one by one.
 #include "CommandLine/Arguments.h"
 
 #include "CommandLine/NearWord.h"

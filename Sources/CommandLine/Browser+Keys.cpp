@@ -1,4 +1,4 @@
-// One loop: draw, wait for a key, obey it.
+// The loop of the view: it draws, waits for a key and obeys it.
 #include "CommandLine/Browser.h"
 
 #include "Foundation/Text/Unicode.h"

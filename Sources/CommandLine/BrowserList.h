@@ -59,8 +59,8 @@ public:
   // item within another one that is marked goes with that.
   std::vector<std::string> chosen() const;
 
-  // The item at the path is another now, or none: the sums of the folders above
-  // change with it.
+  // Replaces the item at the path, or takes it out of the tree when now is null,
+  // and corrects the sums of the folders above.
   void replace(const std::string &path, const MeasuredItem *now);
 
 private:

@@ -1,4 +1,4 @@
-// From the arguments to the one command that they name.
+// Reads the arguments, and runs the command that they name.
 #include "CommandLine/CommandLine.h"
 
 #include "CommandLine/Command.h"
@@ -107,7 +107,7 @@ int runCommandLine(int count, const char *const *arguments, const Surroundings &
   } catch (const UsageError &error) {
     status = reportUsage(error.what(), options.json || asksForJSON(words), surroundings);
   }
-  // An answer that could not be written was not given.
+  // Output that was lost, as on a full disk, must not end with status 0.
   surroundings.out->flush();
   if (surroundings.out->good())
     return status;

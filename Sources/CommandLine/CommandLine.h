@@ -1,4 +1,4 @@
-// The program `keepwell` without its process.
+// The program `keepwell`, apart from its process entry.
 #pragma once
 
 #include "CommandLine/Session.h"

@@ -1,4 +1,4 @@
-// Character by character.
+// Escapes text character by character.
 #include "CommandLine/Displayable.h"
 
 #include "Foundation/Text/Unicode.h"

@@ -1,4 +1,4 @@
-// Paragraphs and two columns, both wrapped.
+// Wraps paragraphs, and rows of two columns.
 #include "CommandLine/Help.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Escaping and nothing else.
+// Escapes strings and joins members; nothing is parsed.
 #include "CommandLine/JSON.h"
 
 #include "Additions/NSString+Hashing.h"

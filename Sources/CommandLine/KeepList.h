@@ -15,6 +15,7 @@
 
 namespace kw {
 
+// Tells whether the pattern is for the whole text.
 bool matchesPattern(std::string_view pattern, std::string_view text);
 
 // Immutable.

@@ -7,8 +7,8 @@
 namespace kw {
 
 // The folders of this user and of the system that are here and in which each
-// application has items of its own name: its settings, data, caches, logs and
-// what starts it. The user's first.
+// application has items of its own name: its settings, data, caches and logs,
+// and the files that start it. Those of the user come first.
 std::vector<std::string> placesOfLeftovers();
 
 // The items in these places that have the name of the application, in any case.

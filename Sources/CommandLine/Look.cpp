@@ -1,4 +1,4 @@
-// By the attributes and the flags of the item.
+// Looks at the status and the flags of an item.
 #include "CommandLine/Look.h"
 
 #include "Foundation/Files/FileFlags.h"

@@ -1,4 +1,4 @@
-// The walks' requests to the session.
+// Asks the agent, and the person, on behalf of a walk.
 #include "CommandLine/Measure.h"
 
 #include "CommandLine/Session.h"

@@ -1,4 +1,5 @@
-// The agent's measurement of a folder that the user cannot read.
+// The parts that the walks of the commands share: the agent's measurement of a
+// folder that the user cannot read, and the report of their progress.
 #pragma once
 
 #include "Client/Request.h"

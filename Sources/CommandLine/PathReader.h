@@ -1,6 +1,6 @@
-// Paths from a stream, each ended by a NUL, read by a thread of its own: a
-// program that sends one path, waits for its answer and sends the next must not
-// be made to wait for each other's sake.
+// Paths from a stream, each ended by a NUL. A thread of its own reads them, so
+// that the command answers a path before the next one comes: the program that
+// sends the paths may wait for each answer.
 #pragma once
 
 #include "CommandLine/Alarm.h"

@@ -1,4 +1,4 @@
-// A folder before its contents, and of these the largest first.
+// Reports a folder before its contents, and of these the largest first.
 #include "CommandLine/SizeReport.h"
 
 #include <fmt/format.h>

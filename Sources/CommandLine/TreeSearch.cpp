@@ -12,7 +12,7 @@
 namespace kw {
 namespace {
 
-// Has each entry visited. A folder that is excluded is not entered.
+// Calls visit for each entry. Does not enter excluded folders.
 void walk(const std::string &folder, const TreeQuery &query, const Watch &watch,
           const std::function<void(const NS::FTSEntry &entry, bool isExcluded)> &visit) {
   KeepList excluded(query.excluded);

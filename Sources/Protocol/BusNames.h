@@ -22,7 +22,8 @@ inline constexpr const char *kSubscribeMember = "SubscribeToProgress";
 inline constexpr const char *kProgressMember = "Progress";
 inline constexpr const char *kReadingTrialMember = "ReadingTrial";
 
-// The agent refuses a request with more bytes of arguments.
+// The agent refuses a request with more bytes of arguments. The client does not
+// send it.
 inline constexpr std::size_t kMostArgumentBytes = std::size_t{16} << 20;
 
 // The path of the one object of the service with that name.

@@ -57,7 +57,10 @@ public:
   // receiver must not throw.
   explicit XPCReply(Receiver receiver);
 
+  // The request was handled, and these are the values of its reply, of the kinds
+  // that the method declares.
   void send(XPCValues values) const;
+  // The request gets no reply. The reason is for the log.
   void fail(std::string reason) const;
 
 private:

@@ -129,7 +129,7 @@ public:
     written_.wait(lock, [this] { return writers_ == 0; });
   }
 
-  // Without an outcome: it was not handed to its handler.
+  // Drops a request that was not handed to its handler and has no outcome.
   void drop(const Recording &request) noexcept {
     std::lock_guard lock(mutex_);
     records_.erase(&request);

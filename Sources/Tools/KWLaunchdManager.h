@@ -20,7 +20,8 @@ namespace kw {
 
 class KWLaunchdManager : public NS::SharedInstance<KWLaunchdManager> {
 public:
-  // In seconds. When launchd does not answer within it, it has no such job.
+  // In seconds. When launchd does not answer in this time, a job counts as not
+  // loaded.
   static constexpr std::int64_t jobQueryTimeout = 30;
 
   virtual ~KWLaunchdManager() = default;
@@ -36,11 +37,14 @@ public:
   // the list's own file name. Any output of launchctl is a failure, and then
   // the tool stays.
   virtual bool unloadLaunchAgentWithConfigPath(const std::optional<std::string> &path) const;
+  // True at once when the job is loaded, else the result of loading it.
   virtual bool enableAgentAtPath(const std::optional<std::string> &path) const;
+  // Call _unloadAgentAtPath, the first without and the second with disabling.
   virtual bool unloadAgentAtPath(const std::optional<std::string> &path) const;
   virtual bool disableAgentAtPath(const std::optional<std::string> &path) const;
-  // Unloads the job, for later starts too if asked, and stops the rest of it.
-  // True without a run when it is not loaded.
+  // Unloads the job, and disables it for later starts if asked. Then stops it by
+  // its label, since it may go on running; that may fail. True without a run
+  // when the job is not loaded.
   virtual bool _unloadAgentAtPath(const std::optional<std::string> &path, bool shouldDisable) const;
   // Unloads the job with its tool, then deletes the list. The list stays when
   // the unloading failed.

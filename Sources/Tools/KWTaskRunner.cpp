@@ -1,4 +1,4 @@
-// Running the system's tools.
+// Starts a tool with pipes as its streams, reads them, and waits for its end.
 #include "Tools/KWTaskRunner.h"
 
 #include "Additions/NSStringAdditions.h"
@@ -16,7 +16,7 @@ namespace {
 
 using Output = KWTaskRunner::Output;
 
-// In seconds; a single-precision constant, widened.
+// In seconds: the contract's 0.01, which is a single-precision number.
 constexpr double pollingInterval = 0.01F;
 
 // The pipes of one run. Their reading ends close with it, the error output's

@@ -21,7 +21,8 @@ namespace kw {
 namespace {
 
 constexpr std::int64_t blockUnit = 512;
-// Above this it counts the logical size instead of the allocated blocks.
+// In bytes. A larger item counts with its logical size, not its allocated
+// blocks.
 constexpr std::int64_t largestSizeInBlocks = 2'199'023'255'551;
 
 std::atomic<bool> returnUncompressedFileSize{false};

@@ -58,10 +58,10 @@ public:
                         const std::string &interface, const std::string &member);
 
   // Sends the message, or keeps it until the bus takes it. Does not block.
-  // Returns its serial; the answer to a call comes out of next().
+  // Returns its serial; the answer to a call comes out of next(). Raises BusError.
   std::uint32_t send(BusMessage &message);
-  // Sends the call and waits for its answer, at most 25 s. Raises BusError for
-  // an error. Other messages that arrive meanwhile come out of next() later.
+  // Sends the call and waits for its answer, at most the library's 25 s. Raises
+  // BusError for an error. Other messages that arrive meanwhile come out of next() later.
   BusMessage callAndWait(BusMessage &call);
 
   // Returns the next message that has arrived, or an empty one. Raises
@@ -72,7 +72,8 @@ public:
   // wakes, or until the given time; clears the waker. Raises BusError.
   void wait(BusWaker &waker, std::optional<Clock::time_point> until);
 
-  // These ask the bus and wait for its answer.
+  // These ask the bus and wait for its answer as callAndWait does.
+  // Has the bus send the messages that match the rule.
   void addMatch(const std::string &rule);
   // Without queueing. False when the name has another owner.
   bool requestName(const std::string &name);

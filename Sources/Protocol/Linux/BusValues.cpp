@@ -14,8 +14,8 @@ namespace {
 constexpr const char *errorContents = "sxa{sv}";
 constexpr const char *errorSignature = "(sxa{sv})";
 
-// The bus limits the nesting of values. Writing and reading leave out errors
-// beneath this one.
+// The deepest cause of an error that is written and read, since the bus limits
+// the nesting of values.
 constexpr int deepestError = 8;
 
 const char *signature(XPCKind kind) {

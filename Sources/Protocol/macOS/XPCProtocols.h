@@ -1,6 +1,6 @@
-// The two protocols as the platform's transport wants them. Clients that use no
-// library of ours declare the same; names, order, types and odd spellings are
-// the wire's.
+// The two protocols as the platform's transport wants them. Clients without
+// libkeepwell declare the same protocols, so the names, the order, the types and
+// the odd spellings must not change.
 #pragma once
 
 #include "Foundation/Base/macOS/Platform/Foundation.h"

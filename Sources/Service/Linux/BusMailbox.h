@@ -16,6 +16,7 @@ public:
   using Work = std::function<void()>;
   using Works = std::list<Work>;
 
+  // Adds work behind the work that waits, and wakes the taking thread.
   void post(Work work);
   // Needs no memory: the caller allocated the work before.
   void post(Works works) noexcept;
@@ -24,7 +25,7 @@ public:
   void doOrPost(Work work);
   // The work posted since the last call, in order.
   Works take();
-  // Drops all work posted from now on.
+  // Drops the work that waits, and all work posted from now on.
   void close();
   // Wakes the taking thread when there is work.
   BusWaker &waker() { return waker_; }

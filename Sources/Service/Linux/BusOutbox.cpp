@@ -14,14 +14,15 @@ namespace {
 // The interval between questions about a client that reads.
 constexpr std::chrono::milliseconds pause{20};
 
-// The most messages that may wait for one client; beyond it droppable messages
-// and short answers are dropped.
+// When so many messages wait for a client, droppable ones are dropped.
 constexpr std::size_t droppingLimit = 256;
+// When so many messages or bytes wait for it, short answers are dropped too.
 constexpr std::size_t shortLimit = 16384;
 constexpr std::size_t shortBytes = std::size_t{8} << 20;
 
-// The longest wait of a client that reads for room that others take. While the
-// bus is slow to answer, the room is unknown.
+// The longest time that the message of a client that reads waits for room that
+// other clients take. It waits longer while the bus has given fewer figures than
+// this: the room is then not known well enough.
 constexpr std::chrono::seconds longestWait{20};
 constexpr int fewestLooks = 100;
 
@@ -56,7 +57,8 @@ bool BusOutbox::takesShort(std::string_view client) const {
   return found == waiting_.end() || hasRoomForShort(found->second, 0);
 }
 
-// Few are large, and those are all alike.
+// Estimates the bytes that wait as if all these messages were as large as this
+// one: few short answers are large, and those are equal descriptions.
 bool BusOutbox::hasRoomForShort(const Queue &queue, std::size_t bytes) {
   return queue.size() < shortLimit && queue.size() * bytes < shortBytes;
 }
@@ -89,7 +91,7 @@ void BusOutbox::post(BusMessage &message, BusMessage &small, Kind kind) {
   }
 }
 
-// Tells whether it is the first of its client.
+// Keeps the message, and returns whether none waited for its client before.
 bool BusOutbox::keep(const std::string &client, Waiting &made) {
   auto [queue, isFirst] = waiting_.try_emplace(client);
   try {
@@ -161,7 +163,7 @@ void BusOutbox::answered(const std::string &client, BusStatistics::Answer answer
   sendWhatFits();
 }
 
-// The first question tells which bus it is.
+// The first answer shows whether the bus is dbus-broker, which has other limits.
 void BusOutbox::learnLimits() {
   if (!hasLimitsOfUsers_ && statistics_.areOfUsers()) {
     unread_.setLimits(UnreadLimits::forAccountsOfUsers());

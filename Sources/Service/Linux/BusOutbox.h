@@ -31,12 +31,14 @@ public:
   BusOutbox(const BusOutbox &) = delete;
   BusOutbox &operator=(const BusOutbox &) = delete;
 
-  // In order for one client. The small message replaces a large one when others
-  // leave no room for that for long; empty when there is none.
+  // Sends messages to one client in order. When other clients leave no room for
+  // the message for 20 s, sends the small one instead; without a small one the
+  // message waits on.
   void send(BusMessage message, BusMessage small = {});
   // For a short answer, which may overtake others. Dropped only after very many
   // that the client has not read, so that no more need be made.
   void sendShort(BusMessage message);
+  // Tells whether sendShort would send or keep a short answer for the client.
   bool takesShort(std::string_view client) const;
   // For a message that is better lost than kept when the client does not read.
   void sendOrDrop(BusMessage message);

@@ -29,7 +29,7 @@ public:
   bool areKept() const { return way_ != Way::None; }
   // Whether it is known to keep account of users, as dbus-broker does.
   bool areOfUsers() const { return way_ == Way::AllClients; }
-  // False when it must not be asked just now.
+  // False without statistics, and while an answer about all clients is due.
   bool canAsk() const { return areKept() && !isAskingAboutAll_; }
   void ask(const std::vector<std::string> &clients);
 

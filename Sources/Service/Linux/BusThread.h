@@ -46,10 +46,11 @@ public:
   void stopHandling() { stopping_ = true; }
   // Does the work later, if the thread still runs then.
   void callAfter(std::chrono::milliseconds delay, BusMailbox::Work work);
-  // Adds work that others repeat until it is done. When it is due, all chores
-  // are done; one that is due already stays due at its time. Needs no memory to
-  // say so, since some of it is due because memory ran out.
+  // Adds a chore: work that the thread does whenever doChoresAfter() asks for
+  // it, such as trying again what failed.
   void addChore(BusMailbox::Work work) { chores_.push_back(std::move(work)); }
+  // Has all chores done once after the delay; when they are due at some time
+  // already, that time stays. Needs no memory, so that it works when memory has run out.
   void doChoresAfter(std::chrono::milliseconds delay) noexcept;
   // Sends a call to the bus itself. Its answer, a reply or a failure, goes to
   // the handler; none comes when the bus is lost first.

@@ -13,8 +13,8 @@ public:
   // they are free.
   explicit FreeMemory(BusThread &connection);
 
-  // Releases the small ones too, a little later, so that many clients that
-  // leave at once cost it once.
+  // Releases the small blocks too, a second later. Calls until then share that
+  // one release, which takes time.
   void giveBackSoon();
 
 private:

@@ -83,7 +83,7 @@ void RequestQueue::release() {
 void RequestQueue::scheduleLocked() {
   if (scheduled_ || holds_ > 0 || waiting_.empty())
     return;
-  // Neither can run before the lock is released.
+  // runSome waits for the lock that the caller holds, so it sees scheduled_ set.
   pool_->submit([self = shared_from_this()] { self->runSome(); }, user_);
   scheduled_ = true;
 }

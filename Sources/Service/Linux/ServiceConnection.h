@@ -41,9 +41,9 @@ public:
   const XPCMethod *methodWithMember(const std::string &member) const;
   // Queues a request for the method, which must be of this connection and have
   // an invoker. A prompt request whose turn has come is done before the return.
-  // The handler's progress is that of the request, which is not handled when it
-  // was dropped before its turn; its reply is then left alone, as it is when
-  // the queue is full, which gives false.
+  // The handler runs with the progress of the request. It does not run when the
+  // request is dropped before its turn; the reply is then not used. False, with
+  // the reply not used either, when the queue is full.
   bool deliver(const XPCMethod &method, XPCValues arguments, XPCReply reply,
                std::shared_ptr<ServiceRequest> request = std::make_shared<ServiceRequest>());
 

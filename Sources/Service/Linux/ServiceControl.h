@@ -28,6 +28,7 @@ public:
   // Does the work of a call with one of these members and signatures, and
   // returns its answer.
   BusMessage handle(BusMessage &call);
+  // Forgets a client that is gone.
   void leave(std::string_view client);
 
   // Makes a signal that carries only padding, of so many bytes at least. It

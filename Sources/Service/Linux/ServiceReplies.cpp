@@ -42,7 +42,7 @@ bool tryToWrite(BusMessage &message, const std::vector<XPCParameter> &kinds,
   }
 }
 
-// The reply of a call without an answer.
+// For a call that expects no answer: only logs a failure.
 XPCReply unheardReply(const std::string &member) {
   return XPCReply([member](const XPCOutcome &outcome) {
     if (!outcome.reason.empty())
@@ -82,8 +82,8 @@ XPCReply ServiceReplies::replyTo(const std::string &client, std::uint64_t number
       [this, client, number] { answer(client, number, {.reason = "out of memory"}); });
   return XPCReply([this, client, number, mailbox = thread_.mailbox(),
                    lastResort = std::move(lastResort)](XPCOutcome outcome) mutable {
-    // A request that its queue refuses fails during its delivery. deliver()
-    // answers it then, and a reply posted meanwhile comes too late.
+    // A failure is posted even on this thread: when the queue refuses a request,
+    // its reply fails before deliver() forgets the request and answers the call.
     bool isReply = outcome.replied;
     try {
       auto work = [this, client, number, outcome = std::move(outcome)] {

@@ -35,8 +35,8 @@ public:
   // The way back to the caller of this call, by which its answer is sent. The
   // method must live as long.
   Expected expect(const XPCMethod &method, const BusMessage &call);
-  // The client's request with the number was not accepted, so it gets no answer
-  // here.
+  // Forgets the client's request with the number: the queue did not accept it,
+  // and the caller answers the call itself.
   void forget(std::string_view client, std::uint64_t number);
 
   // Ends the client's request with the serial; false when there is none.

@@ -20,8 +20,8 @@ namespace NS {
 // messages.
 struct UnreadLimits {
   // For dbus-broker, which keeps account of users: 512 MiB for all clients of
-  // one user, the agent among them when it is that user. It counts more for a
-  // message than the message has, and so refusals need more room there.
+  // one user, the agent among them when it is that user. It counts more bytes
+  // for a message than the message has, so refusals need more room there.
   static UnreadLimits forAccountsOfUsers();
 
   // The most that the bus counts for a message beyond its size: dbus-broker's

@@ -1,4 +1,5 @@
-// The host's log keeps lines, which the diagnostic log gives it already.
+// macOS has no journal with fields: the caller then writes a line to the
+// diagnostic log, which the host's log keeps.
 #include "Service/Internal/HostJournal.h"
 
 namespace NS {

@@ -18,10 +18,10 @@ struct XPCExport {
   XPCRequester requester;
 };
 
-// Its methods return when the request is handled. A block is called at most
-// once, and may be nil; that of a request that failed is let go uncalled, which
-// the transport tells the client. The platform's progress that is current when a
-// message comes can cancel the request.
+// Its methods return when the request is handled. They call a reply block at
+// most once, and not at all when the request fails: the transport tells the
+// client that the block was released uncalled. A block may be nil. The platform's
+// progress that is current when a message comes can cancel the request.
 id<KWPrivilegedOperation> exportedOperations(XPCExport served); // autoreleased
 
 } // namespace NS

@@ -76,7 +76,7 @@ private:
     std::lock_guard lock(mutex_);
     return selector == receiveNewOutputSelector && remote_ && remote_->methodWithSelector(selector);
   }
-  // The reference goes when the lock is given up.
+  // Releases the connection only after the lock, since its release may call back.
   void end() {
     Retained<NSXPCConnection *> ended;
     std::lock_guard lock(mutex_);
@@ -94,7 +94,7 @@ void PlatformConnection::sendToRemoteObject(const std::string &selector, XPCValu
   if (!isRemoteSelector(selector))
     return Log("A client's object does not answer %@", selector);
   @autoreleasepool {
-    // Text that the client is gone for is lost.
+    // Text for a client that is gone is lost.
     id<KWPrivilegedOperationProgress> client =
         [current().get() remoteObjectProxyWithErrorHandler:^(NSError *){
         }];
