@@ -1,4 +1,4 @@
-// Only the last report counts; it replaces reports that were not taken in time.
+// Keeps only the last report, and puts it into words.
 #include "CommandLine/AgentAdvance.h"
 
 #include "CommandLine/Displayable.h"

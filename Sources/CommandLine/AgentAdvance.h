@@ -19,10 +19,10 @@ class AgentAdvance {
 public:
   explicit AgentAdvance(std::shared_ptr<Alarm> alarm) : alarm_(std::move(alarm)) {}
 
-  // The alarm rings.
+  // Keeps the report in place of an earlier one, and rings the alarm.
   void set(const RequestProgress &progress);
   bool isNew() const;
-  // The last report; empty when it was taken already.
+  // Takes the last report out; empty when there is no new one.
   std::optional<RequestProgress> take();
 
 private:
@@ -46,8 +46,8 @@ private:
   std::optional<Moment> first_;
 };
 
-// Such as "1204 items, 3.5 MB, 1.2 MB/s  /srv/old/deep", no wider than an
-// ordinary terminal; of a long path the end.
+// Makes a line such as "1204 items, 3.5 MB, 1.2 MB/s  /srv/old/deep" with a text
+// before it. Shortens a long path so that a line of 80 letters holds all.
 std::string advanceInWords(const std::string &before, const RequestProgress &progress,
                            std::optional<std::uint64_t> bytesPerSecond);
 

@@ -11,7 +11,7 @@ namespace kw {
 // Thread-safe.
 class Alarm {
 public:
-  // A condition that another thread waits for may have changed.
+  // Has the waiting thread test its condition again.
   void ring() {
     std::lock_guard lock(mutex_);
     changed_.notify_all();
@@ -35,7 +35,7 @@ public:
     changed_.notify_all();
     return true;
   }
-  // 0 until then. Conditions may ask.
+  // The signal given to stop(), 0 before that. Conditions may call it.
   int stopSignal() const { return stopSignal_; }
 
   // While one exists, the command heeds stop().

@@ -64,7 +64,7 @@ public:
   Argument &flag(std::string_view names, bool &target, std::string_view help);
   Argument &option(std::string_view names, std::string &target, std::string_view value,
                    std::string_view help, const Check &check = nullptr);
-  // May be given again, adding to the target.
+  // May be given several times; each value is added to the target.
   Argument &option(std::string_view names, std::vector<std::string> &target, std::string_view value,
                    std::string_view help, const Check &check = nullptr);
   // A required operand.
@@ -73,21 +73,21 @@ public:
   // Takes all operands that remain; declare it last.
   Argument &operand(std::string_view name, std::vector<std::string> &target, std::string_view value,
                     std::string_view help, const Check &check = refuseEmpty);
-  // All arguments after the operands declared so far, options or not.
+  // Takes all words after the operands declared so far, even those like options.
   void everythingBehind(std::vector<std::string> &target) { behind_ = &target; }
 
   const std::deque<Argument> &allOptions() const { return options_; }
   const std::deque<Argument> &allOperands() const { return operands_; }
-  // Whether any was taken so far.
+  // Tells whether an operand was taken so far.
   bool hasOperands() const {
     return nextOperand_ > 0 || (!operands_.empty() && operands_.front().isGiven);
   }
-  // Null when there is none of the name.
+  // Null when no option has the name.
   Argument *findOption(std::string_view name);
 
-  // Tells whether no argument from here on counts as an option, in any form.
+  // Tells whether everythingBehind() takes all words from here on.
   bool takesEverything() const { return behind_ && nextOperand_ == operands_.size(); }
-  // Throws UsageError for one that is not wanted.
+  // Throws UsageError for a word too many, and for a value that its check refuses.
   void takeOperand(const std::string &word);
   // Throws UsageError when something is missing.
   void checkIsComplete() const;
@@ -112,8 +112,8 @@ private:
 std::size_t takeOption(const std::vector<Arguments *> &tables,
                        const std::vector<std::string> &words, std::size_t index);
 
-// Tells whether an argument is an option at a place for options. A lone dash is
-// a name.
+// Tells whether a word is an option where options are allowed. A lone dash is no
+// option.
 bool looksLikeOption(std::string_view word);
 
 } // namespace kw

@@ -48,7 +48,7 @@ bool Browser::lookForStop() {
   return isStopWished_;
 }
 
-// Not more often than an eye can see.
+// Limits the drawing to ten times a second.
 bool Browser::takeTurnToShow() {
   auto now = session_.now();
   if (now - lastShown_ < 100ms)
@@ -120,7 +120,7 @@ std::string Browser::lineOf(const MeasuredItem &item, std::uint64_t whole) const
                      isFolder ? "/" : "");
 }
 
-// Of a long path the end, so that the figures have room.
+// Shortens a long path to its end, so that the figures have room.
 std::string Browser::title() const {
   constexpr std::size_t leastForPath = 20;
   auto width = static_cast<std::size_t>(screen_.columns());
@@ -182,7 +182,7 @@ void Browser::handleDeed(char32_t key) {
         {.verb = "Shred", .participle = "shredded", .ask = &Client::securelyRemoveItemAtPathAsync});
 }
 
-// Nothing when it was stopped.
+// Counts the items that would go. Empty when a key stopped it.
 std::optional<RemovalSum> Browser::planned(const std::vector<std::string> &paths) {
   drawStatus("Counting the items ...");
   KeepList nothing({});
@@ -199,7 +199,7 @@ std::optional<RemovalSum> Browser::planned(const std::vector<std::string> &paths
   return isStopWished_ ? std::nullopt : std::optional(sum);
 }
 
-// Of a long path the end is shown, or the question would have no room.
+// Shortens a long path to its end, so that the question has room.
 bool Browser::isConfirmed(const Deed &deed, const std::vector<std::string> &paths) {
   constexpr std::size_t leastForPath = 20, roomForAnswer = 4;
   auto sum = planned(paths);
@@ -217,7 +217,7 @@ bool Browser::isConfirmed(const Deed &deed, const std::vector<std::string> &path
   return answer == "y" || answer == "Y";
 }
 
-// Keys stop it meanwhile.
+// Waits for the reply, shows progress, and cancels the request at a stop key.
 template <typename Reply>
 Told Browser::awaited(const Request<Reply> &request, AgentAdvance &advance) {
   AdvanceRate rate;
@@ -274,7 +274,7 @@ void Browser::perform(const Deed &deed) {
   message_ = fmt::format("{} of {} {}{}", done, paths.size(), deed.participle, reason);
 }
 
-// Measures again the part of it that is left.
+// Measures the item again, since a part of it may be left.
 void Browser::refresh(const std::string &path) {
   bool wasStopped = std::exchange(isStopWished_, false);
   auto tree = measure(path);

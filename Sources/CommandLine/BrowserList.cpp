@@ -48,7 +48,7 @@ std::string BrowserList::pathOf(const MeasuredItem &item) const {
   return joined(path(), item.name);
 }
 
-// As deep as the names lead.
+// Null when there is no item of one of the names.
 MeasuredItem *BrowserList::find(const std::vector<std::string> &names) {
   MeasuredItem *item = &root_;
   for (const std::string &name : names)

@@ -34,7 +34,8 @@ public:
   void moveBy(std::ptrdiff_t lines);
   void moveToStart() { cursor_ = 0; }
   void moveToEnd() { cursor_ = shown_.empty() ? 0 : shown_.size() - 1; }
-  // Into the folder at the cursor; to the one above, with the cursor on this one.
+  // Enter the folder at the cursor, and leave for the one above, where the cursor
+  // then is at the folder that was left.
   void enter();
   void leave();
 
@@ -55,8 +56,8 @@ public:
     std::uint64_t bytes = 0;
   };
   Marks marks() const;
-  // Paths of those marked or, with none marked, of the one at the cursor. An
-  // item within another one that is marked goes with that.
+  // The paths of the marked items or, when none is marked, of the one at the
+  // cursor. Leaves out marked items within another marked one.
   std::vector<std::string> chosen() const;
 
   // Replaces the item at the path, or takes it out of the tree when now is null,

@@ -32,8 +32,7 @@ struct Command {
   std::vector<Example> examples{};
   std::vector<Command> verbs{};
   const char *note = ""; // an addition to the help of its arguments and options
-  // The command needs one of these on this system: any one of the tools, the
-  // file.
+  // The command needs any one of these tools, and this file, on the system.
   std::vector<const char *> tools{};
   const char *file = nullptr;
 };

@@ -7,7 +7,7 @@
 
 namespace kw {
 
-// Of the whole program, of a noun, or of a command.
+// The help of the whole program, of a noun, or of a command.
 std::string helpFor(const Program &program, const DeclaredCommand &command,
                     const Surroundings &surroundings);
 

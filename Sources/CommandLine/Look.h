@@ -8,14 +8,15 @@ namespace kw {
 
 enum class Presence { There, Missing, Unknown };
 
-// Links are not followed. Unknown where a folder above cannot be searched.
+// Tells whether an item is there, without following it if it is a link. Unknown
+// when a folder above cannot be searched.
 Presence presenceOf(const std::string &path);
 
-// Why an item cannot be read; nothing when it can.
+// Returns why an item cannot be read; empty when it can.
 std::optional<std::string> obstacleToReading(const std::string &path);
 
-// Why the agent may have failed to overwrite, where it does not say so itself;
-// nothing when there is nothing to see.
+// Returns a likely reason why the agent failed to change an item, for requests
+// whose reply gives none; empty when none can be seen.
 std::optional<std::string> obstacleToWriting(const std::string &path);
 
 // The same for cutting a file to length zero.

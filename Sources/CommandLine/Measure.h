@@ -19,8 +19,8 @@ class Session;
 // be measured.
 using Measure = std::function<std::optional<std::uint64_t>(const std::string &path)>;
 
-// Has the agent measure, if it can be reached. With a time limit each folder gets
-// no more time than that.
+// Has the agent measure: empty for an item when the agent cannot be reached or
+// does not answer within the time limit, which holds for each item.
 Measure measuringByAgent(Session &session,
                          std::optional<std::chrono::milliseconds> limit = std::nullopt);
 
@@ -44,8 +44,8 @@ private:
   RequestProgress progress_;
 };
 
-// The bytes of the item without its own blocks, which the agent's size has
-// twice.
+// Has the bytes of all that the item holds measured: the measured size without
+// the item's own blocks, which the agent counts twice.
 inline std::optional<std::uint64_t> heldBytes(const Measure &measure, const NS::FTSEntry &entry) {
   auto bytes = measure ? measure(std::string(entry.path)) : std::nullopt;
   std::uint64_t own = 2 * entry.statp.allocatedBytes();

@@ -1,4 +1,5 @@
-// Insertions, deletions, replacements and swaps of neighbours, each one change.
+// Counts insertions, deletions, replacements and swaps of neighbours as one
+// change each.
 #include "CommandLine/NearWord.h"
 
 #include <algorithm>

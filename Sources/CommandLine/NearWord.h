@@ -1,4 +1,4 @@
-// The command that a user probably meant by a mistyped one.
+// Finds the command that a user probably meant by a mistyped one.
 #pragma once
 
 #include "CommandLine/Command.h"
@@ -9,11 +9,12 @@
 
 namespace kw {
 
-// The word that needs the fewest changes to become the given one, if they are
-// few; empty when none is near.
+// Returns the word that needs the fewest changes to become the given one; empty
+// when each needs many.
 std::string nearWord(std::string_view given, const std::vector<std::string> &words);
 
-// A sentence about a word that names none of the commands.
+// Makes the complaint about a word that names none of the commands, with the one
+// that was probably meant.
 std::string suggestionFor(const std::string &given, const CommandTable &commands);
 
 } // namespace kw

@@ -27,11 +27,12 @@ public:
   PathReader(const PathReader &) = delete;
   PathReader &operator=(const PathReader &) = delete;
 
-  // Whether next() would not wait.
+  // Tells whether next() would return at once.
   bool isReady() const;
-  // Nothing at the end.
+  // Takes the next path, and waits for it; empty at the end.
   std::optional<Item> next();
-  // No more will be taken. The stream must last as long as the process.
+  // Ends the use without waiting for a read under way, which may never end. The
+  // stream must then last as long as the process.
   void leave();
 
 private:

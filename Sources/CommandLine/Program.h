@@ -23,7 +23,7 @@ struct DeclaredCommand {
 
 class Program {
 public:
-  // The options of the program are stored there while words are read.
+  // read() stores the options of the program there; it must outlive that.
   explicit Program(GlobalOptions &options);
   Program(const Program &) = delete;
   Program &operator=(const Program &) = delete;
@@ -33,7 +33,7 @@ public:
     Wish wish = Wish::Run;
     const DeclaredCommand *command = nullptr; // never null
   };
-  // To be called once. Throws UsageError.
+  // Reads the command line, once. Throws UsageError.
   Reading read(const std::vector<std::string> &words);
 
   const DeclaredCommand &top() const { return top_; }

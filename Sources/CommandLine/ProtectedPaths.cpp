@@ -1,4 +1,4 @@
-// By the canonical path, and by the identity of the folder: a volume that is
+// Compares canonical paths, and the identities of folders: a volume that is
 // mounted at a second place has the same folders there.
 #include "CommandLine/ProtectedPaths.h"
 
@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 constexpr std::array<const char *, 6> protectedBelow{"/",     "/usr",   "/var",
                                                      "/home", "/Users", "/System"};
 
-// These themselves.
+// These folders are protected, but not the folders right in them.
 constexpr std::array<const char *, 4> protectedItself{"/usr/local/bin", "/usr/local/lib",
                                                       "/var/lib/dpkg", "/var/lib/rpm"};
 

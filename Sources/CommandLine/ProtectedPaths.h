@@ -8,9 +8,9 @@
 
 namespace kw {
 
-// The reason why the item is left alone, if it is such a folder, under any
-// path: follows links of the folders above and resolves dots. Empty for any
-// other and for a missing item.
+// Returns the reason why the item is left alone, if it is such a folder, by
+// whatever path: it follows links of the folders above and resolves dots. Empty
+// for any other item and for a missing one.
 std::optional<std::string> protectionOf(const std::string &path);
 
 } // namespace kw

@@ -1,4 +1,4 @@
-// Numbers with their units.
+// Scales numbers to their units, and reads numbers with units.
 #include "CommandLine/Quantities.h"
 
 #include "Tools/RVFileSizer.h"

@@ -20,7 +20,7 @@ enum class Units {
   Plain, // 1200000
 };
 
-// With a plain space before the unit.
+// Writes a size as text, with a plain space before the unit.
 std::string sizeInWords(std::uint64_t bytes, Units units = Units::Words);
 
 // "1 item", "2 items"
@@ -45,8 +45,8 @@ std::string durationInWords(std::chrono::steady_clock::duration time);
 // A share of the whole in percent, as a number of three places.
 std::string percentInWords(std::uint64_t part, std::uint64_t whole);
 
-// A bar as wide as so many letters; of the letters that every terminal has
-// unless it can show blocks.
+// Draws a share as a bar that takes so many places: with blocks if the terminal
+// can show them, else with "#".
 std::string bar(std::uint64_t part, std::uint64_t whole, std::size_t width, bool withBlocks);
 
 } // namespace kw

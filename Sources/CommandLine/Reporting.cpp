@@ -1,4 +1,4 @@
-// Reports a request without a reply, for people, programs and the exit status.
+// Reports a request that got no reply: in words, as JSON, and by an exit status.
 #include "CommandLine/Command.h"
 
 #include "Foundation/Processes/ProcessInfo.h"

@@ -1,4 +1,4 @@
-// The agent on demand, and both kinds of answers.
+// Connects to the agent at the first use, and writes text or JSON.
 #include "CommandLine/Session.h"
 
 #include "Foundation/Base/SaturatedTime.h"

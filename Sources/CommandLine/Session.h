@@ -56,7 +56,7 @@ struct Surroundings {
   bool canErase = false;     // so that a line of progress can be taken back
   bool canDraw = false;      // letters beyond ASCII, such as blocks
   std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now;
-  // Asks a person and returns the answer; empty without a person to ask.
+  // Asks a person and returns the answer; an empty optional without a person.
   std::function<std::optional<std::string>(const std::string &question)> ask = nullptr;
   // Takes the terminal over. Null where that is not possible.
   std::function<std::unique_ptr<NS::Screen>()> openScreen = nullptr;
@@ -87,7 +87,7 @@ public:
   bool json() const { return options_.json; }
   std::istream *input() const { return surroundings_.in; }
 
-  // For each request.
+  // The options for a request: the time limit, and the display of its progress.
   RequestOptions requestOptions() const;
   // Waits for the reply. On a request to stop it cancels the agent's request
   // and waits for its end. Throws ClientError.
@@ -121,7 +121,7 @@ public:
   // One line of the answer, unless JSON or silence is asked for. For a terminal
   // it is made displayable; elsewhere names go as they are.
   void say(const std::string &line);
-  // Two columns.
+  // The same with two columns, separated by a tab.
   void say(const std::string &left, const std::string &right);
   // The lines of a longer text.
   void sayLines(std::string_view text);
@@ -171,8 +171,8 @@ public:
   // The lines come above the question.
   void confirm(const std::string &question, bool assumeYes,
                const std::vector<std::string> &lines = {});
-  // Asks for the very text. Throws NotConfirmed unless it is typed, and without
-  // a person to ask.
+  // Asks the person to type the text as it is displayed. Throws NotConfirmed
+  // unless it is typed, and without a person to ask.
   void confirmTyped(const std::string &question, const std::string &text);
 
 private:

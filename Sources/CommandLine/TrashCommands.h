@@ -9,8 +9,8 @@ namespace kw {
 // `trash list`, `trash restore` and `trash empty`.
 CommandTable trashVerbs();
 
-// Moves items to that Trash, with the user's own rights; where they do not
-// suffice the agent is to be asked.
+// Moves items to that Trash with the user's own rights; null for an item for
+// which they do not suffice, so that the agent is asked.
 Here trashingHere(Session &session);
 
 } // namespace kw

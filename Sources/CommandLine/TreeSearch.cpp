@@ -1,4 +1,4 @@
-// Two walks, one after files and one after folders.
+// Walks the tree once for each search.
 #include "CommandLine/TreeSearch.h"
 
 #include "CommandLine/KeepList.h"

@@ -23,14 +23,14 @@ struct TreeQuery {
   std::vector<std::string> excluded{}; // patterns as those of KeepList
 };
 
-// Files below the folder, the largest first; a file with several names has one
-// of them. Passes over items that cannot be read.
+// Files below the folder, the largest first. A file with several names comes
+// once, by one of them. Passes over items that cannot be read.
 std::vector<LargeItem> filesIn(const std::string &folder, const TreeQuery &query,
                                const Watch &watch);
 
-// Folders below the folder that hold only such folders, without those inside of
-// them, with their size. A folder that cannot be read, or that the query
-// excludes, counts as not empty.
+// Folders below the folder that hold no item, or only such folders, with their
+// sizes; leaves out those inside of others. A folder that cannot be read, or that
+// the query excludes, counts as not empty.
 std::vector<LargeItem> emptyFoldersIn(const std::string &folder, const TreeQuery &query,
                                       const Watch &watch);
 

@@ -31,7 +31,7 @@ std::optional<TrashedItem> itemFromDescription(std::string_view text, const std:
 // lead anywhere.
 std::vector<TrashFolder> ownFolders(const std::vector<TrashFolder> &folders);
 
-// All that this user has.
+// The folders of the Trash that this user has, in the home and on volumes.
 std::vector<TrashFolder> trashFolders();
 
 // The items in the folders, the oldest first. Leaves out items without a
