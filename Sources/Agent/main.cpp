@@ -2,7 +2,7 @@
 //
 // A map of the source, from a message to the disk:
 //
-//   Foundation/XPCListener        the well-known name; one connection per client
+//   Service/XPCListener           the well-known name; one connection per client
 //   Agent/KWAgentServiceDelegate  the exported object of a new connection
 //   Agent/KWPrivilegedOperation   the protocol: 26 messages and their replies
 //   Agent/KWPriviligedOperations  their handlers, one file for each kind of work
@@ -47,7 +47,7 @@ struct Options {
   bool version = false;
 };
 
-// Empty when the arguments have an error.
+// Empty when an argument is unknown or lacks its value.
 std::optional<Options> parse(int count, char **arguments) {
   Options options;
   for (int index = 1; index < count; ++index) {
