@@ -102,6 +102,18 @@ public:
     std::lock_guard lock(mutex_);
     send(Signal, noReplyExpected, fields.bytes(), body.bytes());
   }
+  // From now on the bus leaves questions about a client unanswered.
+  void holdCredentials() {
+    std::lock_guard lock(mutex_);
+    holdsCredentials_ = true;
+  }
+  // Answers that none of these clients has a name.
+  void sayThatClientsAreGone() {
+    std::lock_guard lock(mutex_);
+    holdsCredentials_ = false;
+    for (const Header &call : held_)
+      answer(call, "org.freedesktop.DBus.Error.NameHasNoOwner");
+  }
   // Breaks the connection.
   void hangUp() { ::shutdown(peer_, SHUT_RDWR); }
 
@@ -219,7 +231,12 @@ private:
     std::lock_guard lock(mutex_);
     if (header.kind == Call) {
       asked_.push_back(header.member);
-      answer(header);
+      if (holdsCredentials_ && header.member == "GetConnectionCredentials")
+        held_.push_back(header);
+      else
+        answer(header, header.member == "GetConnectionStats"
+                           ? "org.freedesktop.DBus.Error.AccessDenied"
+                           : "");
     } else if (header.kind == Signal) {
       signalled_.push_back(header.member);
     } else {
@@ -250,7 +267,7 @@ private:
       at += value + 1;
     }
   }
-  void answer(const Header &call) {
+  void answer(const Header &call, std::string_view failure) {
     WireWriter fields, body;
     fields.field(5, call.serial);
     fields.field(6, 's', ":1.1");
@@ -262,10 +279,9 @@ private:
       body.number(static_cast<std::uint32_t>(name_));
     if (isHello || isRequest)
       fields.field(8, 'g', isHello ? "s" : "u");
-    else if (call.member == "GetConnectionStats")
-      fields.field(4, 's', "org.freedesktop.DBus.Error.AccessDenied");
-    send(call.member == "GetConnectionStats" ? Failure : Reply, noReplyExpected, fields.bytes(),
-         body.bytes());
+    else if (!failure.empty())
+      fields.field(4, 's', failure);
+    send(failure.empty() ? Reply : Failure, noReplyExpected, fields.bytes(), body.bytes());
   }
 
   const Name name_;
@@ -274,6 +290,8 @@ private:
   int peer_ = -1;
   std::mutex mutex_; // guards the members below, and writing after the start
   std::condition_variable arrived_;
+  bool holdsCredentials_ = false;
+  std::vector<Header> held_; // the questions without an answer
   std::uint32_t lastSerial_ = 0;
   std::map<std::uint32_t, std::vector<std::string>> answers_; // by the serial of the call
   std::vector<std::string> asked_;

@@ -35,11 +35,12 @@ BusService::BusService(std::string name, const std::string &bus,
           [this](const std::string &client, std::size_t bytes) {
             return control_.makeTrial(client, bytes);
           }),
-      clients_(thread_, std::make_shared<WorkerPool>(limitsOfRequestsUnderWay(), workerIdleTime),
-               std::move(acceptor),
-               [this](const std::string &client, const std::string &interface,
-                      const XPCMethod &method,
-                      XPCValues values) { post(client, interface, method, std::move(values)); }),
+      clients_(
+          thread_, std::make_shared<WorkerPool>(limitsOfRequestsUnderWay(), workerIdleTime),
+          std::move(acceptor),
+          [this](const std::string &client, const std::string &interface, const XPCMethod &method,
+                 XPCValues values) { post(client, interface, method, std::move(values)); },
+          [this](std::string_view client) { clientLeft(client); }),
       replies_(thread_, outbox_), control_(thread_, outbox_, clients_, replies_, path_),
       calls_({.path = path_, .exported = std::move(exported), .remote = std::move(remote)}, outbox_,
              clients_, replies_, control_) {}

@@ -39,9 +39,9 @@ XPCRequester requesterIn(BusMessage &answer) {
 } // namespace
 
 ServiceClients::ServiceClients(BusThread &thread, std::shared_ptr<WorkerPool> pool,
-                               Acceptor acceptor, Sender sender)
+                               Acceptor acceptor, Sender sender, Leaver leaver)
     : thread_(thread), pool_(std::move(pool)), acceptor_(std::move(acceptor)),
-      sender_(std::move(sender)) {
+      sender_(std::move(sender)), leaver_(std::move(leaver)) {
   thread_.addChore([this] { goOn(); });
 }
 
@@ -124,6 +124,9 @@ void ServiceClients::learnWho(const std::string &name, BusMessage &answer) {
   ServiceClient *client = find(name);
   if (!client)
     return;
+  // Comes first: requests that end with their client must not begin.
+  if (answer.errorName() == "org.freedesktop.DBus.Error.NameHasNoOwner")
+    return leaver_(name);
   client->isKnown = true; // even when the answer is malformed
   try {
     client->connection->setRequester(requesterIn(answer));
@@ -131,9 +134,6 @@ void ServiceClients::learnWho(const std::string &name, BusMessage &answer) {
     Log("A client stays unknown: %@", exception.what());
   }
   apply(*client);
-  // It left before this process came, so the bus never reported that.
-  if (answer.errorName() == "org.freedesktop.DBus.Error.NameHasNoOwner")
-    erase(name);
 }
 
 } // namespace NS

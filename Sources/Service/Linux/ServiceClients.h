@@ -20,7 +20,7 @@ struct ServiceClient {
   bool isAccepted = false;
   bool isKnown = false;       // its process and user
   bool waits = false;         // for room in its outbox; its next requests then wait too
-  bool isSuspended = false;   // by this room, for one of these two reasons
+  bool isSuspended = false;   // by ServiceClients, while it waits or is not known
   bool endsOnLeaving = false; // whether its requests end with it
   bool wantsProgress = false; // for its requests
 };
@@ -33,9 +33,13 @@ public:
   using Sender = std::function<void(const std::string &client, const std::string &interface,
                                     const XPCMethod &method, XPCValues values)>;
 
+  // Called about a client that left before this process watched the bus for
+  // that. Must erase it.
+  using Leaver = std::function<void(std::string_view client)>;
+
   // The thread must outlive it.
   ServiceClients(BusThread &thread, std::shared_ptr<WorkerPool> pool, Acceptor acceptor,
-                 Sender sender);
+                 Sender sender, Leaver leaver);
   ServiceClients(const ServiceClients &) = delete;
   ServiceClients &operator=(const ServiceClients &) = delete;
 
@@ -43,7 +47,7 @@ public:
   ServiceClient *find(std::string_view name);
   // Makes the client at its first request.
   ServiceClient &clientOf(std::string_view name);
-  // Its waiting requests go on. Needs no memory.
+  // Forgets the client. Its waiting requests still run. Needs no memory.
   void erase(std::string_view name);
   // Sets whether a client's next requests are held back until it has read more.
   void setWaiting(const std::string &name, bool waits);
@@ -59,8 +63,9 @@ private:
   const std::shared_ptr<WorkerPool> pool_;
   const Acceptor acceptor_;
   const Sender sender_;
+  const Leaver leaver_;
   std::map<std::string, ServiceClient, std::less<>> clients_;
-  std::map<std::string, ServiceClient, std::less<>> leaving_; // their requests go on once more
+  std::map<std::string, ServiceClient, std::less<>> leaving_; // until memory lets them go on
 };
 
 } // namespace NS

@@ -21,13 +21,20 @@ constexpr const char *name = "org.example.Service";
 constexpr const char *path = "/org/example/Service";
 constexpr const char *client = ":1.2"; // whose calls FakeBus::call sends
 
+struct Worker : XPCObject {
+  std::promise<void> begun; // one request for work
+};
+
 std::shared_ptr<const XPCInterface> service() {
   auto result = std::make_shared<XPCInterface>();
   result->name = name;
   result->methods = {
       {.selector = "answer",
        .member = "Answer",
-       .invoker = [](XPCObject &, const XPCValues &, const XPCReply &reply) { reply.send({}); }}};
+       .invoker = [](XPCObject &, const XPCValues &, const XPCReply &reply) { reply.send({}); }},
+      {.selector = "work", .member = "Work", .invoker = [](XPCObject &object, auto &&...) {
+         dynamic_cast<Worker &>(object).begun.set_value();
+       }}};
   return result;
 }
 
@@ -48,7 +55,7 @@ protected:
                                      [this](const std::shared_ptr<XPCConnection> &connection) {
                                        connection->setExportedInterface(service());
                                        connection->setRemoteObjectInterface(remote());
-                                       connection->setExportedObject(std::make_shared<XPCObject>());
+                                       connection->setExportedObject(worker_);
                                        connection->resume();
                                        accepted_.push_back(connection);
                                        return true;
@@ -72,6 +79,7 @@ protected:
 
   kwtest::LogRecorder log_;
   kwtest::FakeProcess process_;
+  std::shared_ptr<Worker> worker_ = std::make_shared<Worker>();
   FakeBus *bus_ = nullptr;
   std::vector<std::shared_ptr<XPCConnection>> accepted_; // used by the bus's thread during calls
   std::unique_ptr<BusService> service_;
@@ -124,6 +132,26 @@ TEST_F(BusServiceTest, sendsSignalsToItsClientsUntilTheyLeave) {
   settle();
   call();
   EXPECT_THAT(bus_->signalled(), ElementsAre("Tell"));
+}
+
+// Of a client that left while the bus was starting this process.
+TEST_F(BusServiceTest, endsRequestsOfAClientThatLeftBeforeIfItAskedForThat) {
+  for (bool ends : {true, false}) {
+    worker_ = std::make_shared<Worker>();
+    std::future<void> begun = worker_->begun.get_future();
+    serve();
+    bus_->holdCredentials();
+    kwtest::WireWriter flag;
+    flag.number(ends ? 1 : 0);
+    bus_->call(path, "org.keepwell.KWRequestControl", "EndRequestsOnLeaving", "b", flag.bytes(), 0);
+    bus_->call(path, name, "Work", "", "", 0);
+    settle();
+    bus_->sayThatClientsAreGone();
+    if (ends)
+      EXPECT_EQ(begun.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    else
+      begun.wait();
+  }
 }
 
 TEST_F(BusServiceTest, logsASignalThatCannotBeSent) {
