@@ -22,7 +22,8 @@ public:
       : PendingRequest(std::move(message), deadline(options)), decode_(std::move(decode)),
         output_(std::move(output)), progress_(options.progress), engine_(engine),
         guard_(engine->guard()),
-        noMemory_(ClientError::Kind::BadReply, "", "no memory is left for the reply") {}
+        noMemory_(ClientError::Kind::BadReply, "", "no memory is left for the reply"),
+        misread_(ClientError::Kind::BadReply, "", "the agent's reply is not understood") {}
 
   void succeed(NS::XPCValues values) noexcept override {
     std::optional<Reply> reply;
@@ -30,6 +31,8 @@ public:
       reply.emplace(decode_(std::move(values)));
     } catch (const std::bad_alloc &) {
       return fail(noMemory_);
+    } catch (const std::bad_variant_access &) { // such as a nil text of macOS's transport
+      return fail(misread_);
     }
     end(Result<Reply>(std::move(*reply)));
   }
@@ -126,7 +129,7 @@ private:
   const std::function<void(const RequestProgress &)> progress_;
   const std::weak_ptr<RequestEngine> engine_;
   const std::shared_ptr<const CallbackGuard> guard_;
-  const ClientError noMemory_; // made before memory can run out
+  const ClientError noMemory_, misread_; // made before memory can run out
   mutable std::mutex mutex_;
   std::condition_variable ended_;
   std::optional<Result<Reply>> result_; // never changes once it is there

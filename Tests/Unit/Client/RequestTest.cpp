@@ -51,6 +51,13 @@ TEST_F(RequestTest, endsWithItsReply) {
   EXPECT_EQ(request.get().text, "x") << "a reply can be had again";
 }
 
+TEST_F(RequestTest, failsWhenTheReplyHasNoTextWhereItMustHaveOne) {
+  agent.setHandler([](const kw::AgentMessage &) {
+    return NS::XPCValues{std::monostate(), std::monostate()};
+  });
+  expectFailure(client->echoAsync("x"), ClientError::Kind::BadReply, ClientError::Effect::Unknown);
+}
+
 TEST_F(RequestTest, canBeWaitedForAsLongAsCanBeSaid) {
   agent.hold();
   auto request = client->echoAsync("x");
