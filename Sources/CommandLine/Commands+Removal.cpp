@@ -45,7 +45,15 @@ std::shared_ptr<RemovalOptions> declareOptions(Arguments &arguments, const Remov
   return options;
 }
 
-// The items to remove in the place of one. Reports the kept ones.
+void tellLeft(Session &session, const RemovalKind &kind, const std::string &path,
+              const std::string &reason, int &status) {
+  session.sayFailure(
+      pathRequest(kind.command, path).add("success", false).add("error", jsonOfReason(reason)));
+  session.complain(reason);
+  status = worse(status, ExitRefused);
+}
+
+// The items to remove in the place of one. Reports those that stay.
 std::vector<std::string> around(Session &session, const RemovalKind &kind, RemovalPlanner &planner,
                                 const std::string &path, int &status) {
   RemovalPlan plan = planner.plan(path);
@@ -53,14 +61,11 @@ std::vector<std::string> around(Session &session, const RemovalKind &kind, Remov
     session.sayJSON(pathRequest(kind.command, kept).add("success", true).add("kept", true));
     session.say("Kept " + kept);
   }
-  for (const std::string &unknown : plan.unknown) {
-    std::string reason = unknown + " cannot be read and stays, since it may hold items to keep";
-    session.sayFailure(pathRequest(kind.command, unknown)
-                           .add("success", false)
-                           .add("error", jsonOfReason(reason)));
-    session.complain(reason);
-    status = worse(status, ExitRefused);
-  }
+  for (const std::string &unknown : plan.unknown)
+    tellLeft(session, kind, unknown,
+             unknown + " cannot be read and stays, since it may hold items to keep", status);
+  for (const std::string &refusal : plan.refusals)
+    tellLeft(session, kind, path, refusal, status);
   return plan.exists ? plan.roots : std::vector{path};
 }
 

@@ -1,5 +1,6 @@
-// A walk that gives each folder the list of removable items in it, until it is
-// known that the folder itself is removable.
+// Walks the tree, and lists for each open folder the removable items in it. When
+// the walk leaves a folder in which nothing must stay, the folder takes the place
+// of its list.
 #include "CommandLine/RemovalPlan.h"
 
 #include "CommandLine/Look.h"
@@ -30,7 +31,7 @@ std::uint64_t deviceOf(const std::string &path) {
   return entry ? entry->statp.device : 0;
 }
 
-// The paths that the agent refuses, with any item there.
+// Returns why the agent refuses the path, for any item there.
 std::optional<std::string> refusalOf(const std::string &path) {
   if (!NS::isWellFormedUTF8(path))
     return path + " is not valid UTF-8 and cannot be sent to the agent";
@@ -69,19 +70,19 @@ RemovalPlan RemovalPlanner::plan(const std::string &path) {
   }
   walk.device = deviceOf(std::filesystem::path(walk.root).parent_path().string());
   auto stream = NS::FTS::shared().open(walk.root, NS::FTSOption::PHYSICAL | NS::FTSOption::XDEV);
-  if (!stream) {
+  WatchedWalk watched(watch_);
+  bool isWhole = stream != nullptr;
+  while (NS::FTSEntry *entry = isWhole ? stream->read() : nullptr) {
+    visit(*stream, *entry, walk);
+    isWhole = watched.count(*entry);
+  }
+  if (!isWhole || stream->failure() != 0) {
+    // A missing item may be removed, since nothing in it can be kept. This one
+    // may be there.
+    walk.plan.exists = true;
     walk.plan.unknown.push_back(walk.root);
     return walk.plan;
   }
-  WatchedWalk watched(watch_);
-  while (NS::FTSEntry *entry = stream->read()) {
-    visit(*stream, *entry, walk);
-    if (!watched.count(*entry)) {
-      walk.plan.unknown.push_back(walk.root);
-      return walk.plan;
-    }
-  }
-  stream->close();
   walk.plan.roots = std::move(walk.folders.front().removable);
   taken_.insert(walk.plan.roots.begin(), walk.plan.roots.end());
   return walk.plan;
@@ -97,7 +98,7 @@ bool RemovalPlanner::isKept(std::string_view path, const Walk &walk) const {
          (keep_.holdsFolderOf(path) || keep_.holdsFolderOf(other));
 }
 
-// No folder above may go.
+// Marks all open folders: each holds an item that must stay.
 void RemovalPlanner::keepBack(Walk &walk) {
   for (Folder &folder : walk.folders)
     folder.mustStay = true;

@@ -51,8 +51,8 @@ public:
   explicit RemovalPlanner(const KeepList &keep, Measure measure = nullptr, Watch watch = nullptr)
       : keep_(keep), measure_(std::move(measure)), watch_(std::move(watch)) {}
 
-  // When the watch stops the walk, the plan removes nothing, and the path is
-  // among its unknown items.
+  // When the watch stops the walk, or when descriptors or memory run out, the
+  // plan removes nothing, and the path is among its unknown items.
   RemovalPlan plan(const std::string &path);
 
 private:

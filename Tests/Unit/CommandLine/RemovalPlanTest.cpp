@@ -1,6 +1,8 @@
 // The items that a removal takes, and those that a keep list spares.
 #include "CommandLine/RemovalPlan.h"
 
+#include "Support/AnsweredCommand.h"
+#include "Support/FakeFTS.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
@@ -162,6 +164,31 @@ TEST_F(RemovalPlanTest, countsNothingTwice) {
   EXPECT_EQ(planner.plan(scratch.path("tree/a/b")).items, 0u);
   EXPECT_EQ(planner.plan(scratch.path("tree")).items, 1u) << "but for the folder itself";
   EXPECT_EQ(planner.plan(scratch.path("tree")).items, 0u);
+}
+
+class RemovalAround : public kwtest::AnsweredCommand {};
+
+// Otherwise it would go with the items to keep.
+TEST_F(RemovalAround, leavesAnItemThatCouldNotBeReadToItsEnd) {
+  for (bool hasBegun : {false, true}) {
+    kwtest::FakeFTS walks;
+    if (hasBegun)
+      walks.add(scratch.path(), NS::FTSInfo::D, walks.top);
+    walks.failure = ENOMEM;
+    EXPECT_EQ(run({"remove", "--yes", "--keep", "x", scratch.path()}), 1) << hasBegun;
+    EXPECT_TRUE(record.requests.empty()) << record.requests.front();
+    EXPECT_EQ(err.str(), "keepwell: " + scratch.path() +
+                             " cannot be read and stays, since it may hold items to keep\n");
+  }
+}
+
+TEST_F(RemovalAround, tellsOfPathsThatTheAgentRefuses) {
+  std::string odd = scratch.file("\xff", "");
+  EXPECT_EQ(run({"remove", "--yes", "--keep", "x", odd}), 1);
+  EXPECT_TRUE(record.requests.empty());
+  EXPECT_EQ(err.str(),
+            "keepwell: " + odd + " is not valid UTF-8 and cannot be sent to the agent\n");
+  EXPECT_TRUE(std::filesystem::exists(odd));
 }
 
 } // namespace
