@@ -1,6 +1,6 @@
-// The folders that the walk is in are kept on a stack. An item that is done is
-// added to the folder above it: its bytes always, itself down to the depth that
-// was asked for.
+// Keeps the folders that the walk is in on a stack. Adds each finished item to
+// the folder above it: its bytes always, and itself down to the depth that was
+// asked for.
 #include "CommandLine/MeasuredTree.h"
 
 #include "CommandLine/Look.h"
@@ -52,13 +52,17 @@ std::optional<MeasuredTree> TreeMeasurer::measure(const std::string &path) {
     isWhole = watched.count(*entry);
   }
   isWhole = isWhole && stream->failure() == 0;
+  // Folders that the walk was in when it was given up.
   while (!walk.open.empty()) {
     MeasuredItem item = std::move(walk.open.back());
     walk.open.pop_back();
+    lower(item.sight, MeasuredItem::Sight::Partial);
     close(std::move(item), static_cast<int>(walk.open.size()), walk);
   }
-  if (!walk.result)
+  if (!walk.result && isWhole)
     return std::nullopt;
+  if (!walk.result) // the walk was given up before its first item
+    walk.result = MeasuredItem{.name = path, .sight = MeasuredItem::Sight::Partial};
   return MeasuredTree{std::move(*walk.result), std::move(walk.unseen), isWhole};
 }
 

@@ -1,6 +1,7 @@
 // The report on a tree level by level: its sums, the items left out, and the
 // agent's measurements.
 #include "Support/AnsweredCommand.h"
+#include "Support/FakeFTS.h"
 #include "Support/ForkedChild.h"
 
 #include "CommandLine/MeasuredTree.h"
@@ -177,6 +178,28 @@ TEST_F(SizeOfTree, canBeStopped) {
   EXPECT_FALSE(measured->isWhole);
   EXPECT_LT(measured->root.items, 1000u);
   EXPECT_FALSE(measurer.measure(scratch.path("missing")));
+}
+
+TEST(MeasuredTree, isPartialWhereItsWalkWasStopped) {
+  kwtest::ScratchFolder scratch;
+  fs::create_directories(scratch.path("tree"));
+  for (int number = 0; number < 600; ++number) // more than pass between two looks at the watch
+    scratch.file("tree/" + std::to_string(number), "");
+  auto tree = kw::TreeMeasurer({}, nullptr, [](const auto &) {
+                return false;
+              }).measure(scratch.path("tree"));
+  ASSERT_TRUE(tree);
+  EXPECT_FALSE(tree->isWhole);
+  EXPECT_EQ(tree->root.sight, MeasuredItem::Sight::Partial);
+  EXPECT_EQ(tree->root.children.front().sight, MeasuredItem::Sight::Whole);
+}
+
+TEST_F(SizeOfTree, isNotThatOfAMissingItemWhenItCouldNotBeRead) {
+  kwtest::FakeFTS walks;
+  walks.failure = EMFILE;
+  EXPECT_EQ(run({"size", "--once", tree}), 1);
+  EXPECT_EQ(err.str(),
+            "keepwell: " + tree + " could not be read to its end; the rest is not counted\n");
 }
 
 } // namespace
