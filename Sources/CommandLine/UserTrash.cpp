@@ -44,7 +44,7 @@ std::string decoded(std::string_view text) {
   return bytes;
 }
 
-// Of a local time such as 2026-11-21T23:40:11.
+// Reads a local time such as 2026-11-21T23:40:11.
 std::optional<std::int64_t> secondsOf(std::string_view text) {
   std::tm time{};
   std::istringstream stream{std::string(text)};
@@ -86,7 +86,7 @@ bool isSharedParent(const std::string &path) {
          (attributes->posixPermissions & sticky) != 0;
 }
 
-// "\040" and its like, as the list of mounts has them.
+// Decodes escapes such as "\040", which the list of mounts has for spaces.
 std::string withoutEscapes(std::string_view text) {
   std::string result;
   for (std::size_t at = 0; at < text.size(); ++at) {
@@ -113,7 +113,11 @@ std::vector<std::string> mountPoints() {
   return points;
 }
 
+// On a volume that another person prepared, the two folders could be links to
+// any other folder of this user.
 void addItems(const TrashFolder &folder, std::vector<TrashedItem> &items) {
+  if (!isOwnFolder(folder.path + "/info") || !isOwnFolder(folder.path + "/files"))
+    return;
   auto names =
       NS::FileManager::defaultManager().contentsOfDirectoryAtPath(folder.path + "/info", nullptr);
   for (const std::string &name : names.value_or(std::vector<std::string>())) {

@@ -103,6 +103,22 @@ TEST_F(UserTrash, isNotTrustedWhenAnotherUserMadeIt) {
   EXPECT_EQ(out.str(), "");
 }
 
+// As on a volume that another person prepared.
+TEST_F(UserTrash, isNotTrustedWhenItsFoldersAreLinks) {
+  for (const char *part : {"files", "info"}) {
+    fs::remove_all(scratch.path("data/Trash/files"));
+    throwAway("precious", describing("/srv/a", "2021-01-01T01:01:01"));
+    std::string folder = scratch.path("data/Trash/") + part, other = scratch.path(part);
+    fs::rename(folder, other);
+    fs::create_directory_symlink(other, folder);
+    EXPECT_EQ(run({"trash", "empty", "--yes"}), 0);
+    EXPECT_EQ(out.str(), "");
+    EXPECT_TRUE(fs::exists(held("precious"))) << part;
+    fs::remove(folder);
+    fs::rename(other, folder);
+  }
+}
+
 TEST_F(UserTrash, isRestoredWithoutReplacingAnything) {
   std::string place = scratch.path("deep/place");
   throwAway("a", describing(place, "2020-02-02T02:02:02"));
