@@ -4,6 +4,8 @@
 #include "Tools/SystemTools.h"
 
 #include <memory>
+#include <mutex>
+#include <utility>
 
 namespace kw {
 namespace {
@@ -113,18 +115,29 @@ CommandRun declareEraseUnifiedLog(Arguments &arguments) {
   };
 }
 
-// Shows the repair tool's output, and ends it with a line end.
+// Shows the repair tool's output, and ends it with a line end. The client's
+// thread brings the chunks; the command's thread prints them, since it alone uses
+// the streams.
 class RepairProgress {
 public:
-  explicit RepairProgress(Session &session) : session_(session) {}
+  explicit RepairProgress(Session &session) : session_(session), alarm_(session.alarm()) {}
 
-  void show(const std::string &chunk) {
-    if (chunk.empty()) // the end of the output
-      return;
-    session_.sayJSON(requestOf("repair-permissions").add("progress", chunk));
-    session_.show(chunk);
-    session_.flush();
-    lineIsOpen_ = chunk.back() != '\n';
+  void add(const std::string &chunk) {
+    {
+      std::lock_guard lock(mutex_);
+      chunks_.push_back(chunk);
+    }
+    alarm_->ring();
+  }
+  bool isNew() const {
+    std::lock_guard lock(mutex_);
+    return !chunks_.empty();
+  }
+
+  void show() {
+    for (const std::string &chunk : take())
+      if (!chunk.empty()) // the end of the output is an empty one
+        show(chunk);
   }
   void closeLine() {
     if (lineIsOpen_)
@@ -132,19 +145,50 @@ public:
   }
 
 private:
+  std::vector<std::string> take() {
+    std::lock_guard lock(mutex_);
+    return std::exchange(chunks_, {});
+  }
+  void show(const std::string &chunk) {
+    session_.sayJSON(requestOf("repair-permissions").add("progress", chunk));
+    session_.show(chunk);
+    session_.flush();
+    lineIsOpen_ = chunk.back() != '\n';
+  }
+
   Session &session_;
+  const std::shared_ptr<Alarm> alarm_;
+  mutable std::mutex mutex_;
+  std::vector<std::string> chunks_;
   bool lineIsOpen_ = false;
 };
+
+RepairReply repaired(Session &session, const std::shared_ptr<RepairProgress> &progress) {
+  Alarm::Heeding heeding(*session.alarm());
+  auto request = session.agent().repairPermissionsAsync(
+      [progress](const std::string &chunk) { progress->add(chunk); }, session.requestOptions());
+  session.ringAtEndOf(request);
+  auto mustAct = [&] { return request.isEnded() || session.isStopped() || progress->isNew(); };
+  while (!request.isEnded() && !session.isStopped()) {
+    session.waitUntil(mustAct);
+    progress->show();
+  }
+  if (!request.isEnded()) {
+    session.tellStopping();
+    request.cancel();
+    session.waitUntil([&] { return request.isEnded(); });
+  }
+  progress->show();
+  return request.get();
+}
 
 CommandRun declareRepairPermissions(Arguments & /*arguments*/) {
   return [](Session &session) {
     JSONObject request = requestOf("repair-permissions");
     return reportingFailures(session, request, [&] {
-      RepairProgress progress(session);
-      RepairReply reply = session.await(session.agent().repairPermissionsAsync(
-          [&progress](const std::string &chunk) { progress.show(chunk); },
-          session.requestOptions()));
-      progress.closeLine();
+      auto progress = std::make_shared<RepairProgress>(session);
+      RepairReply reply = repaired(session, progress);
+      progress->closeLine();
       bool ran = reply.attempt == Attempt::Made;
       session.sayJSON(request.add("success", ran).add("process", std::int64_t{reply.toolProcess}));
       session.say("The repair tool has ended, process " + std::to_string(reply.toolProcess));

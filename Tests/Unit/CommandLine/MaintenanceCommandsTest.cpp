@@ -9,6 +9,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+#include <thread>
+
 namespace {
 
 using kw::ClientError;
@@ -159,6 +162,43 @@ TEST_F(MaintenanceCommands, showTheRepairToAPersonAsItComes) {
   outIsTerminal = true;
   EXPECT_EQ(run({"repair-permissions"}), 0);
   EXPECT_EQ(out.str(), "one\ntwo\\x1b[2J three\nfour\nThe repair tool has ended, process 4711\n");
+}
+
+// Remembers whether any other thread than its maker's writes.
+class ThreadsOfOutput : public std::stringbuf {
+public:
+  bool isOfOneThread = true;
+
+protected:
+  std::streamsize xsputn(const char *text, std::streamsize length) override {
+    isOfOneThread &= std::this_thread::get_id() == maker_;
+    return std::stringbuf::xsputn(text, length);
+  }
+
+private:
+  const std::thread::id maker_ = std::this_thread::get_id();
+};
+
+// Both threads would write at once when a signal comes.
+TEST(RepairOutput, isWrittenByTheCommandsThreadAlone) {
+  for (bool asJSON : {false, true}) {
+    FakeAgent agent;
+    agent.setChunks({"one\n", "two\n"});
+    ThreadsOfOutput output;
+    std::ostream out(&output), err(&output);
+    kw::Surroundings surroundings;
+    surroundings.out = &out;
+    surroundings.err = &err;
+    surroundings.connect = [&](const std::string &) { return agent.client(); };
+    surroundings.hasTool = [](const std::string &) { return true; };
+    surroundings.outIsTerminal = true;
+    std::vector<const char *> words{"keepwell", "maintenance", "repair-permissions"};
+    if (asJSON)
+      words.push_back("--json");
+    EXPECT_EQ(kw::runCommandLine(static_cast<int>(words.size()), words.data(), surroundings), 0);
+    EXPECT_TRUE(output.isOfOneThread) << output.str();
+    EXPECT_NE(output.str().find("two"), std::string::npos);
+  }
 }
 
 TEST_F(MaintenanceCommands, keepTheRepairsProgressFromAFile) {
