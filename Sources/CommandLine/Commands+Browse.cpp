@@ -26,6 +26,8 @@ bool isOtherThanFolder(const std::string &path) {
 }
 
 int browse(Session &session, const std::string &path) {
+  if (session.json())
+    throw UsageError("browse is for a person and prints no JSON");
   bool isMissing = presenceOf(path) == Presence::Missing;
   if (isMissing || isOtherThanFolder(path)) {
     session.complain(path + (isMissing ? ": there is nothing there" : " is not a folder"));

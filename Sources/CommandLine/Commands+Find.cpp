@@ -10,6 +10,7 @@
 #include "CommandLine/TreeSearch.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fmt/format.h>
 #include <memory>
 #include <unordered_set>
@@ -37,7 +38,7 @@ NS::FileManager &files() {
   return NS::FileManager::defaultManager();
 }
 
-// Slashes and dots at the end would come in the middle of every result.
+// Removes slashes and dots at the end, which every result would have inside.
 std::string withoutDots(std::string path) {
   while (path.size() > 1 && (path.ends_with('/') || path.ends_with("/.")))
     path.pop_back();
@@ -53,6 +54,15 @@ NameQuery queryOf(const FindArguments &arguments) {
              arguments.excluded.end();
     };
   return query;
+}
+
+// A link to a folder leads into it: a link itself has no contents to search. A
+// slash at the end of a path follows the link.
+std::string intoLink(std::string path) {
+  std::error_code failure;
+  if (std::filesystem::is_symlink(path, failure) && std::filesystem::is_directory(path, failure))
+    path += '/';
+  return path;
 }
 
 // Matches reach the reader as they are found. The search names a folder twice,
@@ -83,7 +93,7 @@ int findByName(Session &session, const FindArguments &arguments, const std::stri
   return ExitDone;
 }
 
-// With their sizes, but for a reader of paths.
+// Prints each item with its size, or paths alone when they end with a NUL.
 int tellFound(Session &session, const FindArguments &arguments, JSONObject request,
               const std::vector<LargeItem> &found) {
   std::uint64_t sum = 0;
@@ -103,16 +113,18 @@ int tellFound(Session &session, const FindArguments &arguments, JSONObject reque
 }
 
 int findLeftovers(Session &session, const FindArguments &arguments) {
+  JSONObject request;
+  request.add("command", "find").addName("name", arguments.name);
   TreeMeasurer measurer({.depth = 0}, measuringByAgent(session), showingAdvance(session));
   std::vector<LargeItem> found;
   for (const std::string &path : leftoversOf(arguments.name, arguments.byWords, arguments.all)) {
     auto tree = measurer.measure(path);
+    if (session.isStopped())
+      return tellStoppedEarly(session, request);
     if (tree)
       found.push_back({tree->root.bytes, path});
   }
   session.endProgress();
-  JSONObject request;
-  request.add("command", "find").addName("name", arguments.name);
   return tellFound(session, arguments, request, found);
 }
 
@@ -159,7 +171,8 @@ int find(Session &session, const FindArguments &arguments) {
     session.endLinesWithNul();
   if (!arguments.wantsTree() && arguments.under.empty())
     return findLeftovers(session, arguments);
-  std::string root = withoutDots(absolutePath(arguments.under.empty() ? "." : arguments.under));
+  std::string under = absolutePath(arguments.under.empty() ? "." : arguments.under);
+  std::string root = intoLink(withoutDots(under));
   return arguments.wantsTree() ? findInTree(session, arguments, root)
                                : findByName(session, arguments, root);
 }

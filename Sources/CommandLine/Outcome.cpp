@@ -55,6 +55,13 @@ int tellFailure(Session &session, JSONObject request, const std::string &path,
   return ExitRefused;
 }
 
+int tellStoppedEarly(Session &session, JSONObject request) {
+  constexpr const char *reason = "stopped";
+  session.sayFailure(request.add("success", false).add("error", jsonOfReason(reason, "cancelled")));
+  session.complain(reason);
+  return ExitStopped;
+}
+
 int tellDryRun(Session &session, JSONObject request, const Wording &wording) {
   request.add("dryRun", true);
   if (wording.obstacle && wording.obstacle())

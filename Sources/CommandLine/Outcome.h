@@ -38,6 +38,10 @@ int tellOutcome(Session &session, JSONObject request, const Told &reply, const W
 // and returns the exit status: a refusal if there is an obstacle already.
 int tellDryRun(Session &session, JSONObject request, const Wording &wording);
 
+// Reports that the command was stopped before it had an answer, and returns the
+// exit status.
+int tellStoppedEarly(Session &session, JSONObject request);
+
 // Reports why an item could not be read, and returns the exit status.
 int tellFailure(Session &session, JSONObject request, const std::string &path,
                 const NS::Error &error);

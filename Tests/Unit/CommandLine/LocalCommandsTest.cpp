@@ -98,6 +98,12 @@ TEST_F(Find, endsPathsWithANul) {
   EXPECT_EQ(out.str(), folder.path("foo\nbar") + std::string(1, '\0'));
 }
 
+TEST_F(LocalCommands, tellAProgramThatBrowsingIsForAPerson) {
+  EXPECT_EQ(run({"browse", "--json", folder.path("missing")}), 2);
+  EXPECT_EQ(out.str(), "{\"success\":false,\"error\":{\"kind\":\"usage\",\"description\":"
+                       "\"browse is for a person and prints no JSON\"}}\n");
+}
+
 TEST_F(Inspect, endsLinesWithNuls) {
   std::string file = folder.file("a\nb", "");
   onTerminal = false;
@@ -116,6 +122,18 @@ TEST_F(Find, printsTidyPathsForAFolderWithDotsBehindIt) {
   folder.file("foo", "");
   EXPECT_EQ(run({"find", "foo", "--under", folder.path("././/")}), 0);
   EXPECT_EQ(out.str(), folder.path("foo") + "\n");
+}
+
+TEST_F(Find, searchesTheFolderThatALinkLeadsTo) {
+  fs::create_directory(folder.path("real"));
+  folder.file("real/foo", "x");
+  fs::create_directory_symlink("real", folder.path("link"));
+  for (const char *link : {"link", "link/"}) {
+    EXPECT_EQ(run({"find", "foo", "--under", folder.path(link)}), 0);
+    EXPECT_EQ(out.str(), folder.path("link/foo") + "\n") << link;
+    EXPECT_EQ(run({"find", "--largest", "1", "-0", "--under", folder.path(link)}), 0);
+    EXPECT_EQ(out.str(), folder.path("link/foo") + '\0') << link;
+  }
 }
 
 TEST_F(Find, succeedsWithNothingFound) {
