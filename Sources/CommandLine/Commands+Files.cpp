@@ -25,8 +25,8 @@ CommandRun forEachPath(const std::shared_ptr<PathArguments> &paths,
   };
 }
 
-// Whether it can be done is seen here; how much it frees as well, since a file
-// that is cut is cut under all its names.
+// The command itself sees whether the file can be cut, and how much that frees:
+// all of the file, since it is cut under all its hard links.
 int previewTruncation(Session &session, const std::string &path) {
   JSONObject request = pathRequest("truncate", path);
   request.add("dryRun", true);
@@ -105,6 +105,8 @@ int previewMove(Session &session, const std::string &from, const std::string &to
   auto tree = TreeMeasurer({.depth = 0}, measuringByAgent(session), showingAdvance(session))
                   .measure(from)
                   .value_or(MeasuredTree{});
+  if (session.isStopped())
+    return tellStoppedEarly(session, request);
   session.say(fmt::format("Would move {} to {}: {}, {}", from, to, itemsInWords(tree.root.items),
                           sizeInWords(tree.root.bytes)));
   session.sayJSON(

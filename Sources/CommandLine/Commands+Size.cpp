@@ -161,7 +161,7 @@ int measureTrees(Session &session, const SizeOptions &options, const PathArgumen
   int status = tellForEachPath(session, "size", source, [&](const std::string &path) {
     return measureTree(session, options, measurer, path, sum);
   });
-  if (options.total)
+  if (options.total && !session.isStopped())
     tellTotal(session, options, sum);
   return status;
 }

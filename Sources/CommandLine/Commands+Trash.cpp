@@ -60,6 +60,11 @@ Told done(Session &session, const std::function<bool(NS::ErrorSlot error)> &here
   return isDenied(*error) ? Told(session.await(ask())) : Told(false, error);
 }
 
+// That of a command that a signal has stopped is another.
+int statusOf(const Session &session, int status) {
+  return session.isStopped() ? ExitStopped : status;
+}
+
 void forget(const TrashedItem &item) {
   std::error_code ignored;
   std::filesystem::remove(item.description, ignored);
@@ -72,6 +77,8 @@ int listTrash(Session &session) {
   std::vector<TrashedItem> items = session.trashedItems();
   for (const TrashedItem &item : items) {
     std::uint64_t bytes = bytesOf(session, item);
+    if (session.isStopped())
+      return tellStoppedEarly(session, JSONObject().add("command", "trash list"));
     sum += bytes;
     session.say(fmt::format("{}  {:>10}", momentInWords(item.deleted), sizeInWords(bytes)),
                 item.path);
@@ -136,9 +143,12 @@ CommandRun declareRestore(Arguments &arguments) {
   arguments.operand("paths", *paths, "PATH", "The former path of the item").required = true;
   return [dryRun, paths](Session &session) {
     int status = ExitDone;
-    for (const std::string &path : *paths)
+    for (const std::string &path : *paths) {
+      if (session.isStopped())
+        break;
       status = worse(status, restorePath(session, absolutePath(path), *dryRun));
-    return status;
+    }
+    return statusOf(session, status);
   };
 }
 
@@ -184,6 +194,8 @@ int emptyTrash(Session &session, const EmptyOptions &options) {
   std::uint64_t bytes = 0;
   for (const TrashedItem &item : items)
     bytes += bytesOf(session, item);
+  if (session.isStopped())
+    return tellStoppedEarly(session, JSONObject().add("command", "trash empty"));
   if (*options.dryRun)
     return previewEmptying(session, items, bytes);
   if (!items.empty())
@@ -192,8 +204,12 @@ int emptyTrash(Session &session, const EmptyOptions &options) {
                     *options.yes);
   auto start = session.now();
   int status = ExitDone;
-  for (const TrashedItem &item : items)
+  for (const TrashedItem &item : items) {
+    if (session.isStopped())
+      break;
     status = worse(status, removeForGood(session, item));
+  }
+  status = statusOf(session, status);
   if (session.isWatched() && status == ExitDone)
     session.say(fmt::format("{} in the Trash, {} freed, {}", itemsInWords(items.size()),
                             sizeInWords(bytes), durationInWords(session.now() - start)));

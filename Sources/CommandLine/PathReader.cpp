@@ -71,6 +71,8 @@ void PathReader::read(std::istream &input, State &state) {
   for (std::string path; std::getline(input, path, '\0');)
     if (!state.put(itemFrom(path, !input.eof())))
       break;
+  if (input.bad()) // a read failed, and the paths so far are not all
+    state.put({"", "standard input could not be read to its end"});
   state.end();
 }
 

@@ -1,9 +1,10 @@
-// Paths as arguments and from standard input.
+// Takes paths from the arguments or from standard input, and reports on each.
 #include "CommandLine/PathRequests.h"
 
 #include "CommandLine/ProtectedPaths.h"
 
 #include <fmt/format.h>
+#include <utility>
 
 namespace kw {
 
@@ -108,6 +109,7 @@ void PathSource::stopReading() {
 int tellForEachPath(Session &session, const char *command, PathSource &paths,
                     const std::function<int(const std::string &path)> &tell) {
   int status = ExitDone;
+  bool isStopping = false;
   for (bool isAtEnd = false; !isAtEnd;) {
     if (!paths.isReady())
       session.flush();
@@ -115,8 +117,15 @@ int tellForEachPath(Session &session, const char *command, PathSource &paths,
     status = worse(status, reportingFailures(session, request, [&] {
                      std::optional<std::string> path = paths.next();
                      isAtEnd = !path.has_value();
+                     if (path && isStopping)
+                       return tellSkipped(session, pathRequest(command, *path), *path,
+                                          Skipped::AfterStop);
                      return path ? tell(*path) : ExitDone;
                    }));
+    if (session.isStopped() && !std::exchange(isStopping, true)) {
+      paths.stopReading();
+      status = worse(status, ExitStopped);
+    }
   }
   return status;
 }

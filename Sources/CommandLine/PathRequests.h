@@ -61,7 +61,7 @@ private:
 JSONObject pathRequest(const char *command, const std::string &path);
 
 // For commands that need no agent: reports on each path, and returns the worst
-// status.
+// status. Once the command was stopped, reports the further paths as skipped.
 int tellForEachPath(Session &session, const char *command, PathSource &paths,
                     const std::function<int(const std::string &path)> &tell);
 
@@ -187,14 +187,16 @@ private:
     isStopping_ = true;
     skipping_ = Skipped::AfterStop;
     window_ = SIZE_MAX;
-    // From the last, or the agent would begin the next with each that ends.
+    // The last comes first: otherwise the agent would begin the next request each
+    // time that one ends.
     for (auto asked = asked_.rbegin(); asked != asked_.rend(); ++asked)
       if (asked->request.isValid())
         asked->request.cancel();
     paths_.stopReading();
   }
 
-  // Of those that the agent had, the first alone can have begun.
+  // The agent works on one request at a time, so of the cancelled ones only the
+  // first can have begun. Marks the others as skipped.
   void tellApartFromBegun(AskedPath<Reply> &asked) {
     const ClientError *error = asked.request.isValid() ? asked.request.wait().error() : nullptr;
     if (!isStopping_ || !error || error->kind() != ClientError::Kind::Cancelled)

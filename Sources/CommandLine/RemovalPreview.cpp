@@ -1,4 +1,4 @@
-// Plans, added up.
+// Adds up the plans of all paths and tells them.
 #include "CommandLine/RemovalPreview.h"
 
 #include "CommandLine/ProtectedPaths.h"
@@ -110,6 +110,8 @@ int previewRemoval(Session &session, const PathArguments &arguments, const KeepL
     sum.add(plan);
     return tellPlan(session, wording, path, plan);
   });
+  if (session.isStopped()) // the sum would be that of a part
+    return status;
   for (const std::string &line : sum.largestInWords())
     session.say(line);
   session.say(fmt::format("{}, {} on disk, {} would be freed", sum.itemsInWords(),
@@ -137,7 +139,7 @@ RemovalSum confirmRemoval(Session &session, const char *verb, const std::vector<
     if (plan.exists)
       there.push_back(path);
   }
-  if (sum.paths == 0)
+  if (sum.paths == 0 || session.isStopped())
     return sum;
   std::string kept = sum.kept > 0 ? fmt::format(", keeping {}", sum.kept) : "";
   session.confirm(fmt::format("{} {}{}: {}, {}?", verb, namesOf(there), kept, sum.itemsInWords(),

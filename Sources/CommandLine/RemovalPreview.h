@@ -38,8 +38,8 @@ int previewRemoval(Session &session, const PathArguments &arguments, const KeepL
                    const PreviewWording &wording);
 
 // Asks, as in "Remove /srv/old: 4 items, 164 KB?", with the largest of them
-// above, and returns the sum. Asks nothing when there is nothing to remove.
-// Throws NotConfirmed.
+// above, and returns the sum. Asks nothing when there is nothing to remove or
+// when the command is stopped meanwhile. Throws NotConfirmed.
 RemovalSum confirmRemoval(Session &session, const char *verb, const std::vector<std::string> &paths,
                           const KeepList &keep, bool mayTakeProtected);
 

@@ -388,6 +388,25 @@ class TerminalTest(CommandTestCase):
         self.assertEqual((done.returncode, done.stderr),
                          (1, b"keepwell: the answer could not be written\n"))
 
+    def test_output_to_a_closed_stream_is_a_failure(self):
+        item = self.file("item")
+        for closed, status in (("<&- >&-", 1), (">&-", 1), ("<&- >&- 2>&-", 1), ("<&-", 0)):
+            done = subprocess.run(["sh", "-c", f'exec "$@" {closed}', "sh",
+                                   *self.argv("exists", item, item)],
+                                  capture_output=True, text=True, check=False, timeout=120,
+                                  start_new_session=True)
+            self.assertEqual(done.returncode, status, (closed, done))
+            complaint = "" if status == 0 or "2>&-" in closed else \
+                "keepwell: the answer could not be written\n"
+            self.assertEqual(done.stderr, complaint, closed)
+
+    def test_input_that_cannot_be_read_is_a_failure(self):
+        folder = os.open("/", os.O_RDONLY)
+        self.addCleanup(os.close, folder)
+        done = self.run_command("exists", "-0", stdin=folder)
+        self.assertEqual((done.returncode, done.stdout, done.stderr),
+                         (2, "", "keepwell: standard input could not be read to its end\n"))
+
     def test_colours_are_for_terminals_that_want_them(self):
         for environment, coloured in (({}, True), ({"NO_COLOR": "1"}, False),
                                       ({"TERM": "dumb"}, False)):

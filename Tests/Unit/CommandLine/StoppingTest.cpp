@@ -1,13 +1,17 @@
 // Stopping a command, its report on each path then, and programs that send
 // paths one at a time.
 #include "CommandLine/CommandLine.h"
+#include "CommandLine/PathReader.h"
+#include "CommandLine/PathRequests.h"
 
 #include "Support/CommandRun.h"
 #include "Support/FakeAgent.h"
+#include "Support/LockedItem.h"
 #include "Support/ScratchFolder.h"
 
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <gtest/gtest.h>
@@ -111,6 +115,51 @@ TEST_F(Stopping, sendsNothingThatHasNotBegun) {
       << keepwell.err.str().substr(keepwell.err.str().size() - 200);
 }
 
+TEST_F(Stopping, leavesTheRestOfTheTrash) {
+  agent.learnToCancel();
+  agent.hold();
+  std::filesystem::create_directories(scratch.path("Trash/files"));
+  std::filesystem::create_directories(scratch.path("Trash/info"));
+  for (std::string name : {"a", "b"}) {
+    std::string year = name == "a" ? "2020" : "2021"; // the oldest goes first
+    scratch.file("Trash/files/" + name, "");
+    scratch.file("Trash/info/" + name + ".trashinfo", "[Trash Info]\nPath=/srv/" + name +
+                                                          "\nDeletionDate=" + year +
+                                                          "-01-01T00:00:00\n");
+  }
+  kwtest::LockedItem locked(scratch.path("Trash/files/a")); // only the agent can remove it
+  KW_REQUIRE_LOCKED(locked);
+  surroundings.trashFolders = [this] {
+    return std::vector<kw::TrashFolder>{{scratch.path("Trash"), scratch.path()}};
+  };
+  EXPECT_EQ(runAndStop({"trash", "empty", "--yes"}, 1), 130);
+  EXPECT_EQ(keepwell.err.str(), "keepwell: stopped; work done by then stays done\n");
+  EXPECT_TRUE(std::filesystem::exists(scratch.path("Trash/files/b")));
+}
+
+TEST(TellingForEachPath, endsWhenTheCommandIsStopped) {
+  auto alarm = std::make_shared<kw::Alarm>();
+  std::ostringstream out, err;
+  kw::Surroundings surroundings;
+  surroundings.out = &out;
+  surroundings.err = &err;
+  surroundings.alarm = alarm;
+  kw::GlobalOptions options;
+  kw::Session session(surroundings, options);
+  kw::PathSource paths(session, {{"/a", "/b", "/c"}});
+  Strings told;
+  int status = kw::tellForEachPath(session, "size", paths, [&](const std::string &path) {
+    told.push_back(path);
+    kw::Alarm::Heeding heeding(*alarm); // as it waits for the agent
+    alarm->stop(interrupt);
+    return kw::ExitDone;
+  });
+  EXPECT_EQ(status, kw::ExitStopped);
+  EXPECT_EQ(told, Strings{"/a"});
+  EXPECT_EQ(err.str(), "keepwell: /b: stopped before it began\n"
+                       "keepwell: /c: stopped before it began\n");
+}
+
 TEST(Alarm, isNotHeededWhereNothingIsUnderWayNorTwice) {
   kw::Alarm alarm;
   EXPECT_FALSE(alarm.stop(interrupt));
@@ -204,6 +253,32 @@ TEST(Coprocess, getsEachAnswerBeforeItSendsTheNextPath) {
     paths.close();
     EXPECT_EQ(status.get(), 0) << err.str();
   }
+}
+
+// A stream whose device fails after one path.
+class FailingInput : public std::streambuf {
+protected:
+  int_type underflow() override {
+    if (std::exchange(hasFailed_, true))
+      throw std::ios_base::failure("cannot be read");
+    setg(text_, text_, text_ + sizeof text_ - 1);
+    return traits_type::to_int_type(text_[0]);
+  }
+
+private:
+  char text_[6] = "/a\0/b";
+  bool hasFailed_ = false;
+};
+
+TEST(PathReader, tellsOfInputThatCannotBeReadToItsEnd) {
+  FailingInput buffer;
+  std::istream input(&buffer);
+  kw::PathReader reader(input, std::make_shared<kw::Alarm>());
+  EXPECT_EQ(reader.next()->path, "/a");
+  auto item = reader.next();
+  ASSERT_TRUE(item);
+  EXPECT_STREQ(item->complaint, "standard input could not be read to its end");
+  EXPECT_FALSE(reader.next());
 }
 
 } // namespace
