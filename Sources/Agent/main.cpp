@@ -75,8 +75,8 @@ int serve(const std::string &bus) {
   listener->setDelegate(delegate);
   listener->announce(kw::KWPrivilegedOperation::interface(),
                      kw::KWPrivilegedOperationProgress::interface());
-  listener->resume();
   NS::Process::shared().beforeExit(NS::recordRequestsAtEnd);
+  listener->resume();
   NS::RunLoop::currentRunLoop().run();
   return EXIT_SUCCESS;
 }

@@ -279,7 +279,7 @@ void Browser::refresh(const std::string &path) {
   bool wasStopped = std::exchange(isStopWished_, false);
   auto tree = measure(path);
   list_->replace(path, tree ? &tree->root : nullptr);
-  isStopWished_ = wasStopped;
+  isStopWished_ = isStopWished_ || wasStopped;
 }
 
 } // namespace kw

@@ -136,10 +136,15 @@ int findInTree(Session &session, const FindArguments &arguments, const std::stri
   TreeQuery query = arguments.query;
   query.excluded = arguments.excluded;
   Watch watch = showingAdvance(session);
-  std::vector<LargeItem> found =
+  TreeFindings found =
       arguments.emptyFolders ? emptyFoldersIn(root, query, watch) : filesIn(root, query, watch);
   session.endProgress();
-  return tellFound(session, arguments, request, found);
+  if (session.isStopped())
+    return tellStoppedEarly(session, request);
+  // A part could be taken for the whole.
+  if (found.failure != 0)
+    return tellFailure(session, request, root, NS::errorFromErrno(found.failure));
+  return tellFound(session, arguments, request, found.items);
 }
 
 // The search itself would answer nothing there, which might be mistaken for

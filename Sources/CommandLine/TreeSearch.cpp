@@ -4,6 +4,7 @@
 #include "CommandLine/KeepList.h"
 #include "Foundation/Trees/FileManager.h"
 
+#include <cerrno>
 #include <functional>
 #include <iterator>
 #include <set>
@@ -12,20 +13,24 @@
 namespace kw {
 namespace {
 
-// Calls visit for each entry. Does not enter excluded folders.
-void walk(const std::string &folder, const TreeQuery &query, const Watch &watch,
-          const std::function<void(const NS::FTSEntry &entry, bool isExcluded)> &visit) {
+// Calls visit for each entry. Does not enter excluded folders. Returns 0 or the
+// errno value of a walk that was given up.
+int walk(const std::string &folder, const TreeQuery &query, const Watch &watch,
+         const std::function<void(const NS::FTSEntry &entry, bool isExcluded)> &visit) {
   KeepList excluded(query.excluded);
   auto stream = NS::FTS::shared().open(folder, NS::FTSOption::PHYSICAL | NS::FTSOption::XDEV);
+  if (!stream)
+    return errno;
   WatchedWalk watched(watch);
-  while (NS::FTSEntry *entry = stream ? stream->read() : nullptr) {
+  while (NS::FTSEntry *entry = stream->read()) {
     bool isExcluded = entry->level > 0 && excluded.names(entry->path);
     if (isExcluded && entry->info == NS::FTSInfo::D)
       stream->set(*entry, NS::FTSInstruction::SKIP);
     visit(*entry, isExcluded);
     if (!watched.count(*entry))
-      return;
+      return ECANCELED;
   }
+  return stream->failure();
 }
 
 bool isOld(const std::string &path, const TreeQuery &query) {
@@ -47,26 +52,24 @@ void move(std::vector<LargeItem> &from, std::vector<LargeItem> &to) {
 
 } // namespace
 
-std::vector<LargeItem> filesIn(const std::string &folder, const TreeQuery &query,
-                               const Watch &watch) {
+TreeFindings filesIn(const std::string &folder, const TreeQuery &query, const Watch &watch) {
   LargestItems found(query.most);
   std::set<std::pair<std::uint64_t, std::uint64_t>> linked;
-  walk(folder, query, watch, [&](const NS::FTSEntry &entry, bool isExcluded) {
+  int failure = walk(folder, query, watch, [&](const NS::FTSEntry &entry, bool isExcluded) {
     if (entry.info != NS::FTSInfo::F || isExcluded || !isOld(std::string(entry.path), query))
       return;
     const NS::FTSStat &status = entry.statp;
     if (status.linkCount <= 1 || linked.emplace(status.device, status.inode).second)
       found.add(status.allocatedBytes(), entry.path);
   });
-  return found.sorted();
+  return {found.sorted(), failure};
 }
 
-std::vector<LargeItem> emptyFoldersIn(const std::string &folder, const TreeQuery &query,
-                                      const Watch &watch) {
+TreeFindings emptyFoldersIn(const std::string &folder, const TreeQuery &query, const Watch &watch) {
   std::vector<LargeItem> found;
   std::vector<OpenFolder> open(1); // above the root
   std::uint64_t device = 0;
-  walk(folder, query, watch, [&](const NS::FTSEntry &entry, bool isExcluded) {
+  int failure = walk(folder, query, watch, [&](const NS::FTSEntry &entry, bool isExcluded) {
     if (entry.info == NS::FTSInfo::D) {
       if (entry.level == 0)
         device = entry.statp.device;
@@ -96,7 +99,7 @@ std::vector<LargeItem> emptyFoldersIn(const std::string &folder, const TreeQuery
     if (entry.level == 0)
       found = closed.isEmpty ? std::move(closed.emptyBelow) : std::move(above.emptyBelow);
   });
-  return found;
+  return {std::move(found), failure};
 }
 
 } // namespace kw

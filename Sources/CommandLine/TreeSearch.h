@@ -23,15 +23,20 @@ struct TreeQuery {
   std::vector<std::string> excluded{}; // patterns as those of KeepList
 };
 
+struct TreeFindings {
+  std::vector<LargeItem> items{};
+  // The errno value of a walk that was given up, which the items do not show;
+  // ECANCELED when the watch ended it.
+  int failure = 0;
+};
+
 // Files below the folder, the largest first. A file with several names comes
 // once, by one of them. Passes over items that cannot be read.
-std::vector<LargeItem> filesIn(const std::string &folder, const TreeQuery &query,
-                               const Watch &watch);
+TreeFindings filesIn(const std::string &folder, const TreeQuery &query, const Watch &watch);
 
 // Folders below the folder that hold no item, or only such folders, with their
 // sizes; leaves out those inside of others. A folder that cannot be read, or that
 // the query excludes, counts as not empty.
-std::vector<LargeItem> emptyFoldersIn(const std::string &folder, const TreeQuery &query,
-                                      const Watch &watch);
+TreeFindings emptyFoldersIn(const std::string &folder, const TreeQuery &query, const Watch &watch);
 
 } // namespace kw

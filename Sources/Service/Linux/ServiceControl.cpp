@@ -82,8 +82,8 @@ void ServiceControl::tellLater() {
     return;
   thread_.callAfter(betweenProgress, [this] {
     isAboutToTell_ = false;
+    tellLater(); // first, since telling may run out of memory
     tell();
-    tellLater();
   });
   isAboutToTell_ = true;
 }

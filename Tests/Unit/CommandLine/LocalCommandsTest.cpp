@@ -5,6 +5,7 @@
 #include "Foundation/Values/Date.h"
 
 #include "Support/CommandRun.h"
+#include "Support/FakeFTS.h"
 #include "Support/FakeItemServices.h"
 #include "Support/ScopedVariable.h"
 #include "Support/ScratchFolder.h"
@@ -182,6 +183,20 @@ TEST_F(Find, tellsTheLargestFilesOnceEach) {
                  "again"}),
             0);
   EXPECT_EQ(out.str(), "102 KB\t" + folder.path("middle") + "\n");
+}
+
+// Otherwise a part would look like the whole.
+TEST_F(Find, failsWhenItsWalkIsGivenUp) {
+  for (const Strings &words : {Strings{"--largest", "1"}, {"--empty"}}) {
+    kwtest::FakeFTS walks;
+    walks.add(folder.path("file"), NS::FTSInfo::F, walks.top);
+    walks.failure = ENOMEM;
+    Strings line{"find", "--under", folder.path()};
+    line.insert(line.end(), words.begin(), words.end());
+    EXPECT_EQ(run(line), 1);
+    EXPECT_EQ(out.str(), "");
+    EXPECT_EQ(err.str(), "keepwell: " + folder.path() + ": Cannot allocate memory\n");
+  }
 }
 
 TEST_F(Find, tellsFilesUnchangedForLong) {

@@ -12,13 +12,15 @@
 #include <fcntl.h>
 #include <shared_mutex>
 #include <spawn.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace NS::descriptors {
 namespace {
 
 [[noreturn]] void raiseNoPipe() {
-  throw Exception(InternalInconsistencyException, std::string("pipe: ") + std::strerror(errno));
+  throw Exception(InternalInconsistencyException,
+                  "pipe: " + std::generic_category().message(errno));
 }
 
 // Moves a descriptor above the standard streams. In the place of a closed

@@ -4,6 +4,7 @@
 #include "Foundation/Terminal/Terminal.h"
 #include "Foundation/Text/Unicode.h"
 
+#include <atomic>
 #include <clocale>
 #include <csignal>
 #include <cwchar>
@@ -20,7 +21,7 @@ constexpr short escapeDelay = 25; // milliseconds in which the rest of a sequenc
 constexpr wint_t stopKey = 26;    // ^Z
 
 struct termios formerModes;
-volatile bool isTaken = false;
+std::atomic<bool> isTaken{false};
 
 char32_t keyOf(wint_t code) {
   switch (code) {

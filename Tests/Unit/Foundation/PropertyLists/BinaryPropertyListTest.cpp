@@ -64,6 +64,19 @@ TEST(BinaryPropertyList, readsEveryKind) {
   EXPECT_EQ(readOne("\xd0"), PropertyList(PropertyList::Dictionary{}));
 }
 
+TEST(BinaryPropertyList, takesACountOfOneToEightBytes) {
+  std::string text(20, 'x');
+  for (unsigned power = 0; power <= 4; ++power) {
+    std::string count =
+        bigEndian(0x10 + power, 1) + bigEndian(text.size(), std::size_t{1} << power);
+    auto list = readOne("\x5f" + count + text);
+    if (power < 4)
+      EXPECT_EQ(list, PropertyList(text)) << power;
+    else
+      EXPECT_FALSE(list) << "no count needs sixteen bytes";
+  }
+}
+
 TEST(BinaryPropertyList, readsContainersWithinContainers) {
   EXPECT_EQ(read(binaryPropertyList({dictionaryObject({1, 2}, {3, 4}), asciiObject("b"),
                                      asciiObject("a"), arrayObject({4, 5, 4}), "\x09", "\xd0"})),
