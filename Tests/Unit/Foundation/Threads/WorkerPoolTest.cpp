@@ -94,6 +94,18 @@ TEST(WorkerPool, beginsAnothersWorkAtOnceThoughOneUserHasMoreThanItsShare) {
     gate.waitUntilEntered();
 }
 
+TEST(WorkerPool, startsNoThreadForTheSecondPieceOfAUserWhoMayHaveOne) {
+  WorkerPool pool({4, 1}, never);
+  Gate first, second;
+  pool.submit(first.request());
+  first.waitUntilEntered();
+  pool.submit(second.request());
+  EXPECT_EQ(pool.threadCount(), 1u);
+  first.open();
+  second.waitUntilEntered();
+  second.open();
+}
+
 TEST(WorkerPool, beginsTheFirstPieceOfEachUserBeyondItsLimit) {
   WorkerPool pool({2}, never);
   std::vector<Gate> gates(6);
