@@ -25,7 +25,7 @@ except ImportError:
     jsonschema = None
 
 from Support import harness
-from Support.bus import PrivateBus, is_running, wait_until
+from Support.bus import PrivateBus, wait_until
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
@@ -193,7 +193,7 @@ class RealAgentTest(CommandTestCase):
                 answer = json.loads(command.communicate(timeout=60)[0])
             monitor.terminate()
         self.assertEqual((command.returncode, answer["error"]["kind"]), (3, "interrupted"))
-        wait_until(lambda: not is_running(pid))
+        self.bus.wait_for_end(pid)
         self.assertEqual(self.run_command("echo", "again").stdout, "again\n")
 
     def test_an_agent_that_is_silent_is_waited_for_as_long_as_was_asked(self):

@@ -8,7 +8,7 @@ import unittest
 
 from Support import harness, processes
 from Support.abuse import Blocking, GATE, REPAIRER, STARTER
-from Support.bus import is_running, wait_until
+from Support.bus import wait_until
 from Support.rawbus import BusError, ERROR
 from Support.root import DATA, ThrowAwayRoot
 
@@ -128,7 +128,7 @@ class ConcurrencyTest(Blocking, unittest.TestCase):
         blocked = self.block(slow)
         pid = self.root.agent_pid()
         other.send("PleaseTerminate", flags=1)
-        wait_until(lambda: not is_running(pid))
+        self.root.wait_for_end(pid)
         with self.assertRaises(BusError) as raised:
             slow.wait(blocked)
         self.assertEqual(raised.exception.name, "org.freedesktop.DBus.Error.NoReply")
@@ -144,7 +144,7 @@ class ConcurrencyTest(Blocking, unittest.TestCase):
         client.send("PleaseTerminate", flags=1)
         client.send("RemoveItemAtPath", "s", f"{DATA}/file", flags=1,
                     destination=self.unique_name_of_agent())
-        wait_until(lambda: not is_running(pid))
+        self.root.wait_for_end(pid)
         self.assertTrue(self.root.exists(f"{DATA}/file"))
 
     def unique_name_of_agent(self):

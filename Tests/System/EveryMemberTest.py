@@ -4,7 +4,7 @@ import unittest
 import xml.etree.ElementTree as ElementTree
 
 from Support import harness
-from Support.bus import CallFailed, INTERFACE, NAME, PATH, is_running, wait_until
+from Support.bus import CallFailed, INTERFACE, NAME, PATH
 from Support.root import DATA, ThrowAwayRoot
 
 NO_ERROR = r"\('', (?:int64 )?0, (?:@a\{sv\} )?\{\}\)"
@@ -81,7 +81,7 @@ class EveryMemberTest(unittest.TestCase):
                 agent = self.root.agent_pid()
                 with self.assertRaises(CallFailed):  # there is no reply to wait for
                     self.root.gdbus(name, *arguments)
-                wait_until(lambda: not is_running(agent))
+                self.root.wait_for_end(agent)
         self.assertEqual(self.root.gdbus("Echo", "'again'").split(",")[0], "('again'")
 
 

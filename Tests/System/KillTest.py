@@ -11,7 +11,6 @@ import time
 import unittest
 
 from Support import figures, harness, scenes, trees
-from Support.bus import is_running, wait_until
 from Support.faults import FaultyRoot
 from Support.rawbus import BusError
 
@@ -77,7 +76,7 @@ class KillTest(unittest.TestCase):
         killer.start()
         flag = self.ask(scene)
         killer.join()
-        wait_until(lambda: not is_running(pid))
+        self.root.wait_for_end(pid)
         self.check(scene, flag)
 
     def test_the_old_or_the_new_is_there_whenever_the_agent_is_killed(self):

@@ -8,7 +8,7 @@ import unittest
 import xml.etree.ElementTree as ElementTree
 
 from Support import harness
-from Support.bus import NAME, is_running, wait_until
+from Support.bus import NAME, wait_until
 from Support.root import DATA
 from Support.systembus import MEMBER, OUTSIDER, ROOT, SystemBusRoot
 
@@ -211,7 +211,7 @@ class PolicyTest(unittest.TestCase):
         self.root.call_as(MEMBER, "Echo", "s", "")
         first = self.root.agent_pid()
         self.root.call_as(MEMBER, "PleaseTerminate")
-        wait_until(lambda: not is_running(first))
+        self.root.wait_for_end(first)
         self.assertEqual(self.root.call_as(MEMBER, "Echo", "s", "")[0], 0)
         self.assertNotEqual(self.root.agent_pid(), first)
 

@@ -10,7 +10,7 @@ import unittest
 
 from Support import harness, processes
 from Support.abuse import Blocking, GATE
-from Support.bus import is_running, wait_until
+from Support.bus import wait_until
 from Support.rawbus import CALL, message
 from Support.root import DATA, ThrowAwayRoot
 
@@ -259,7 +259,7 @@ class JournalTest(Blocking, unittest.TestCase):
                 agent = self.root.agent_pid()
                 client = self.root.client_of(OTHER)
                 client.send(member, "s" * len(items), *items)
-                wait_until(lambda agent=agent: not is_running(agent))
+                self.root.wait_for_end(agent)
                 entries = {entry["KEEPWELL_MEMBER"][0].decode(): entry
                            for entry in (journal.next(), journal.next())}
                 self.assertEqual(set(entries), {member, "StartStartupItem"})
@@ -278,7 +278,7 @@ class JournalTest(Blocking, unittest.TestCase):
         client.call("Echo", "s", "")
         agent = self.root.agent_pid()
         client.send("PleaseTerminate", flags=1)
-        wait_until(lambda: not is_running(agent))
+        self.root.wait_for_end(agent)
 
     def test_without_a_journal_it_is_a_line_on_standard_error(self):
         path = self.root.write(f"{DATA}/file", "x")

@@ -11,7 +11,7 @@ import unittest
 import xml.etree.ElementTree as ElementTree
 
 from Support import harness
-from Support.bus import INTERFACE, NAME, PATH, CallFailed, PrivateBus, is_running, wait_until
+from Support.bus import INTERFACE, NAME, PATH, CallFailed, PrivateBus, wait_until
 from Support.rawbus import BusError
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -43,7 +43,7 @@ class ServiceTest(unittest.TestCase):
         first = self.bus.agent_pid()
         with self.assertRaises(CallFailed):
             self.bus.busctl("PleaseTerminate")
-        wait_until(lambda: not is_running(first))
+        self.bus.wait_for_end(first)
         self.bus.busctl("Echo", "s", "")
         self.assertNotEqual(self.bus.agent_pid(), first)
 

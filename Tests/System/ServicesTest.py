@@ -235,7 +235,7 @@ class LaunchdJobTest(ServicesTestCase):
         pid = self.root.agent_pid()
         with self.assertRaises(CallFailed):
             self.root.busctl("RemoveLaunchdAgentAtPath", "s", plist)
-        wait_until(lambda: not is_running(pid))
+        self.root.wait_for_end(pid)
         self.assertEqual([path for path in own if self.root.exists(path)], [])
         self.assertTrue(self.root.exists(socket))
         self.assert_calls()

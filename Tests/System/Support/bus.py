@@ -247,6 +247,11 @@ class PrivateBus:
         values = self.bus_call("GetConnectionUnixProcessID", "s", NAME)
         return values[0] if values else None
 
+    def wait_for_end(self, pid):
+        """Waits until the agent of that number has ended and the bus knows it: until
+        then, the bus would pass calls on to that agent."""
+        wait_until(lambda: not is_running(pid) and self.agent_pid() != pid)
+
     def agent_descriptors(self):
         return processes.descriptors(self.agent_pid())
 
