@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -50,6 +51,21 @@ TEST(Staging, makesAFolderForTheOwnerAloneAndRemovesItWithItsContents) {
     fs::create_directories(scratch.path(".keepwell-copy-00/item/inner"));
   }
   EXPECT_TRUE(fs::is_empty(scratch.path()));
+}
+
+TEST(Staging, removesTheFolderOfFurtherNamesBeforeTheRest) {
+  ScratchFolder scratch;
+  Descriptor parent = openFolder(scratch.path());
+  NS::Staging staging;
+  ASSERT_TRUE(staging.open(parent.get()).isDone());
+  int links = staging.links();
+  ASSERT_GE(links, 0);
+  EXPECT_EQ(staging.links(), links) << "it is made once";
+  ASSERT_EQ(::mkdirat(links, "name", 0700), 0);
+  staging.dropLinks();
+  EXPECT_TRUE(fs::is_empty(scratch.path(".keepwell-copy-00")));
+  staging.dropLinks();
+  EXPECT_GE(staging.links(), 0) << "it can be made again";
 }
 
 TEST(Staging, removesLeftoversOfEarlierProcessesUnderAnyNumber) {
