@@ -118,7 +118,7 @@ CommandRun declareEraseUnifiedLog(Arguments &arguments) {
 // Shows the repair tool's output, and ends it with a line end. The client's
 // thread brings the chunks; the command's thread prints them, since it alone uses
 // the streams.
-class RepairProgress {
+class RepairProgress : public News {
 public:
   explicit RepairProgress(Session &session) : session_(session), alarm_(session.alarm()) {}
 
@@ -129,12 +129,12 @@ public:
     }
     alarm_->ring();
   }
-  bool isNew() const {
+  bool isNew() const override {
     std::lock_guard lock(mutex_);
     return !chunks_.empty();
   }
 
-  void show() {
+  void show() override {
     for (const std::string &chunk : take())
       if (!chunk.empty()) // the end of the output is an empty one
         show(chunk);
@@ -163,31 +163,16 @@ private:
   bool lineIsOpen_ = false;
 };
 
-RepairReply repaired(Session &session, const std::shared_ptr<RepairProgress> &progress) {
-  Alarm::Heeding heeding(*session.alarm());
-  auto request = session.agent().repairPermissionsAsync(
-      [progress](const std::string &chunk) { progress->add(chunk); }, session.requestOptions());
-  session.ringAtEndOf(request);
-  auto mustAct = [&] { return request.isEnded() || session.isStopped() || progress->isNew(); };
-  while (!request.isEnded() && !session.isStopped()) {
-    session.waitUntil(mustAct);
-    progress->show();
-  }
-  if (!request.isEnded()) {
-    session.tellStopping();
-    request.cancel();
-    session.waitUntil([&] { return request.isEnded(); });
-  }
-  progress->show();
-  return request.get();
-}
-
 CommandRun declareRepairPermissions(Arguments & /*arguments*/) {
   return [](Session &session) {
     JSONObject request = requestOf("repair-permissions");
     return reportingFailures(session, request, [&] {
       auto progress = std::make_shared<RepairProgress>(session);
-      RepairReply reply = repaired(session, progress);
+      RepairReply reply = session.await(
+          session.agent().repairPermissionsAsync(
+              [progress](const std::string &chunk) { progress->add(chunk); },
+              session.requestOptions()),
+          progress.get());
       progress->closeLine();
       bool ran = reply.attempt == Attempt::Made;
       session.sayJSON(request.add("success", ran).add("process", std::int64_t{reply.toolProcess}));

@@ -65,12 +65,16 @@ RequestOptions Session::requestOptions() const {
   return options;
 }
 
-void Session::waitUntil(const std::function<bool()> &condition) {
+void Session::waitUntil(const std::function<bool()> &condition, News *news) {
   flush();
   for (;;) {
-    alarm_->waitUntil([&] { return condition() || advance_->isNew(); });
+    alarm_->waitUntil(
+        [&] { return condition() || advance_->isNew() || (news != nullptr && news->isNew()); });
     auto progress = advance_->take();
-    if (condition())
+    bool isMet = condition();
+    if (news != nullptr)
+      news->show();
+    if (isMet)
       return;
     if (progress)
       showAdvance(*progress);
@@ -135,6 +139,7 @@ void Session::sayFailure(const JSONObject &object) {
 void Session::show(std::string_view text) {
   if (options_.json || options_.quiet || !surroundings_.outIsTerminal)
     return;
+  endProgress();
   // Line by line, since line ends are the one control character to send.
   for (std::size_t end; (end = text.find('\n')) != text.npos; text.remove_prefix(end + 1))
     *surroundings_.out << displayable(text.substr(0, end)) << '\n';

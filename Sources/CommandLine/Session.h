@@ -78,6 +78,15 @@ struct GlobalOptions {
   std::optional<double> timeout = std::nullopt; // seconds for each request
 };
 
+// What arrives on another thread while the command waits. That thread rings the
+// alarm; the command's thread shows what has come.
+class News {
+public:
+  virtual ~News() = default;
+  virtual bool isNew() const = 0; // may be called with the alarm's lock held
+  virtual void show() = 0;
+};
+
 class Session {
 public:
   Session(const Surroundings &surroundings, const GlobalOptions &options);
@@ -89,16 +98,16 @@ public:
 
   // The options for a request: the time limit, and the display of its progress.
   RequestOptions requestOptions() const;
-  // Waits for the reply. On a request to stop it cancels the agent's request
-  // and waits for its end. Throws ClientError.
-  template <typename Reply> Reply await(const Request<Reply> &request) {
+  // Waits for the reply, and shows what arrives before it. On a request to stop
+  // it cancels the agent's request and waits for its end. Throws ClientError.
+  template <typename Reply> Reply await(const Request<Reply> &request, News *news = nullptr) {
     Alarm::Heeding heeding(*alarm_);
     ringAtEndOf(request);
-    waitUntil([&] { return request.isEnded() || isStopped(); });
+    waitUntil([&] { return request.isEnded() || isStopped(); }, news);
     if (!request.isEnded()) {
       tellStopping();
       request.cancel();
-      waitUntil([&] { return request.isEnded(); });
+      waitUntil([&] { return request.isEnded(); }, news);
     }
     endProgress();
     return request.get();
@@ -107,8 +116,9 @@ public:
     request.then([alarm = alarm_](const auto &) { alarm->ring(); });
   }
   // Blocks until the condition holds, and tests it with each ring of the alarm.
-  // Flushes earlier output first, and shows the agent's progress meanwhile.
-  void waitUntil(const std::function<bool()> &condition);
+  // Flushes earlier output first, and shows the agent's progress and the news
+  // meanwhile. It has shown all news from before the condition held.
+  void waitUntil(const std::function<bool()> &condition, News *news = nullptr);
 
   const std::shared_ptr<Alarm> &alarm() const { return alarm_; }
   bool isStopped() const { return alarm_->stopSignal() != 0; }
