@@ -2,6 +2,7 @@
 // for the same event, so that it outlives whichever thread is done first.
 #pragma once
 
+#include <chrono>
 #include <future>
 #include <memory>
 
@@ -11,8 +12,9 @@ class Signal {
 public:
   void raise() const { state_->promise.set_value(); }
   void wait() const { state_->future.wait(); }
-  bool isRaised() const {
-    return state_->future.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+  bool isRaised() const { return isRaisedWithin(std::chrono::seconds(0)); }
+  bool isRaisedWithin(std::chrono::seconds time) const {
+    return state_->future.wait_for(time) == std::future_status::ready;
   }
 
 private:

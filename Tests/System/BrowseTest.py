@@ -50,7 +50,9 @@ class BrowseTest(unittest.TestCase):
         self.wait_for(f"{shown or path} ")
 
     def process(self):
-        found = subprocess.run(["pgrep", "-f", "^keepwell browse "], check=True,
+        """The one on this terminal. One of an earlier terminal may not have ended."""
+        shell = self.tmux("display-message", "-p", "#{pane_pid}").strip()
+        found = subprocess.run(["pgrep", "-P", shell, "-f", "^keepwell browse "], check=True,
                                capture_output=True, text=True).stdout.split()
         return int(found[0])
 

@@ -11,6 +11,7 @@ import subprocess
 import sys
 import tempfile
 import termios
+import time
 import unittest
 
 try:
@@ -24,7 +25,7 @@ except ImportError:
         os.execv(DEBIAN, [DEBIAN, *sys.argv])
     jsonschema = None
 
-from Support import harness
+from Support import harness, processes
 from Support.bus import PrivateBus, wait_until
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -355,8 +356,16 @@ class TerminalTest(CommandTestCase):
         return pid
 
     def wait_until_asked(self, command):
-        """Until the thread of the client runs, which then sends the request."""
-        wait_until(lambda: len(os.listdir(f"/proc/{command.pid}/task")) >= 3)
+        """Until it has the client's thread, and its first thread waits for the
+        answer. The second thread is the watch for signals."""
+        pid = command.pid
+        wait_until(lambda: len(processes.threads(pid)) >= 3 + processes.has_sanitizer_thread(pid))
+
+        def waits():
+            before = processes.switches(pid)[pid]
+            time.sleep(0.05)
+            return processes.sleeps(pid) and processes.switches(pid)[pid] == before
+        wait_until(waits)
 
     def test_an_interrupt_stops_requests_that_have_not_begun_and_tells_each_path(self):
         pid = self.stopped_agent()

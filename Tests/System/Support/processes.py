@@ -61,17 +61,30 @@ def is_running(pid):
     return bool(state) and state[0] != "Z"
 
 
+def _state(pid, thread):
+    """A letter, such as S for sleeping. Empty when the thread has ended."""
+    return text(pid, f"task/{thread}/stat").rpartition(")")[2].strip()[:1]
+
+
 def is_still(pid):
     """Whether no thread of it runs. After SIGSTOP that takes some time, since a
     system call may end first. True also when it has ended."""
-    states = [text(pid, f"task/{thread}/stat").rpartition(")")[2].split()
-              for thread in threads(pid)]
-    return all(not state or state[0] in "TZX" for state in states)
+    return all(_state(pid, thread) in "TZX" for thread in threads(pid))
+
+
+def sleeps(pid):
+    """Whether its first thread waits for something."""
+    return _state(pid, pid) == "S"
 
 
 def is_sanitized(pid):
     """Whether a sanitizer keeps memory of its own in the process."""
     return "san.so" in text(pid, "maps")
+
+
+def has_sanitizer_thread(pid):
+    """Whether a thread of its own belongs to a sanitizer in the process."""
+    return "libtsan.so" in text(pid, "maps")
 
 
 class Usage:

@@ -336,6 +336,20 @@ TEST(Task, inheritsNoDescriptorButTheStandardStreamsWhileTenOthersRun) {
   ::close(stray);
 }
 
+TEST(Task, inheritsNotTheFirstDescriptorAfterTheStandardStreams) {
+  constexpr int first = STDERR_FILENO + 1;
+  int flags = ::fcntl(first, F_GETFD);
+  if (flags < 0)
+    ASSERT_EQ(::dup2(STDERR_FILENO, first), first);
+  else
+    ASSERT_EQ(::fcntl(first, F_SETFD, 0), 0);
+  EXPECT_EQ(outputOf(*shell(listDescriptors)), "0 1 2 ");
+  if (flags < 0)
+    ::close(first);
+  else
+    ASSERT_EQ(::fcntl(first, F_SETFD, flags), 0);
+}
+
 TEST(Task, inheritsNoDescriptorWhileOtherThreadsLaunch) {
   std::atomic<bool> done{false};
   std::vector<std::thread> launchers;

@@ -221,6 +221,42 @@ TEST(BinaryPropertyList, countsSharedPartsEachTime) {
   EXPECT_TRUE(read(binaryPropertyList(wide)));
 }
 
+// A container of either form with equal elements.
+std::string xmlContainer(const std::string &tag, const std::string &element, std::size_t count) {
+  std::string elements;
+  for (std::size_t index = 0; index < count; ++index)
+    elements += element;
+  return "<plist><" + tag + ">" + elements + "</" + tag + "></plist>";
+}
+
+std::string binaryArray(std::size_t count) {
+  return binaryPropertyList({arrayObject(std::vector<std::uint64_t>(count, 1)), "\x09"});
+}
+
+// The one object is each key and each value.
+std::string binaryDictionary(std::size_t count) {
+  std::vector<std::uint64_t> references(count, 1);
+  return binaryPropertyList({dictionaryObject(references, references), asciiObject("")});
+}
+
+// The bound on contents, 24 MiB, has room for so many values of 96 bytes after
+// the list and its container of 128 bytes.
+TEST(PropertyListBounds, allowAsManyValuesAsFitAndNoMore) {
+  constexpr std::size_t most = ((24u << 20) - 96 - 128) / 96;
+  EXPECT_TRUE(read(binaryArray(most)));
+  EXPECT_FALSE(read(binaryArray(most + 1)));
+  EXPECT_TRUE(read(xmlContainer("array", "<true/>", most)));
+  EXPECT_FALSE(read(xmlContainer("array", "<true/>", most + 1)));
+}
+
+TEST(PropertyListBounds, countKeysAsValues) {
+  constexpr std::size_t most = ((24u << 20) - 96 - 128) / (2 * 96);
+  EXPECT_TRUE(read(binaryDictionary(most)));
+  EXPECT_FALSE(read(binaryDictionary(most + 1)));
+  EXPECT_TRUE(read(xmlContainer("dict", "<key/><true/>", most)));
+  EXPECT_FALSE(read(xmlContainer("dict", "<key/><true/>", most + 1)));
+}
+
 TEST(BinaryPropertyList, takesADepthOf512AndNoMore) {
   auto chain = [](std::uint64_t depth) {
     std::vector<std::string> objects;

@@ -26,6 +26,11 @@ TEST(RegularExpression, ignoresCaseOnDemand) {
             (ByteRange{0, 3}));
 }
 
+TEST(RegularExpression, matchesNoLineEndByADot) {
+  for (const char *end : {"\n", "\r", "\u0085", "\u2028"})
+    EXPECT_EQ(build("a.")->firstMatchInString(std::string("a") + end), std::nullopt) << end;
+}
+
 TEST(RegularExpression, isNullForBadSyntax) {
   for (const char *pattern : {"(", "a)", "[", "a{2,1}", "*", "\\", "(?<n", "(?<=a*)b"})
     EXPECT_EQ(build(pattern), nullptr) << pattern;

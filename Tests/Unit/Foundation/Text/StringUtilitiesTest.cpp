@@ -150,7 +150,8 @@ TEST(Unicode, decodesTheSameBackwardsAsForwards) {
 TEST(Unicode, goesToUTF16AndBackWithoutLoss) {
   for (std::string text : {"aé€𐐨", "\xff\x80\xc3", "\xf0\x90\x90", "\xed\xb2\x80", ""})
     EXPECT_EQ(NS::bytesFromUTF16(NS::utf16FromBytes(text)), text);
-  EXPECT_EQ(NS::bytesFromUTF16(u"\xd801"), "\ufffd");
+  for (char16_t lone : std::u16string_view(u"\xd801\xdc7f\xdd00"))
+    EXPECT_EQ(NS::bytesFromUTF16(std::u16string(1, lone)), "\ufffd") << static_cast<int>(lone);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "Foundation/Threads/Internal/SharedWork.h"
 
 #include "Support/FakeProcessors.h"
+#include "Support/Signal.h"
 
 #include <gtest/gtest.h>
 
@@ -18,6 +19,7 @@
 namespace {
 
 using kwtest::FakeProcessors;
+using kwtest::Signal;
 using NS::HelperPlace;
 using NS::Helpers;
 using NS::SharedWork;
@@ -100,6 +102,17 @@ TEST(Helpers, giveWayWhenNothingWaitsAnyMore) {
   EXPECT_TRUE(second.mayStay()) << "one of them is enough";
 }
 
+TEST(Helpers, countNoWaitBetweenPieces) {
+  FakeProcessors processors(2, 5);
+  Helpers helpers(2);
+  helpers.want();
+  HelperPlace place = helpers.take();
+  waitForSomething();
+  place.begin();
+  place.end();
+  EXPECT_FALSE(helpers.take());
+}
+
 TEST(Helpers, countAWaitForTwoOfThePiecesThatAreLookedAt) {
   FakeProcessors processors(2, 5);
   Helpers helpers(2);
@@ -154,6 +167,18 @@ TEST(SharedWork, doesEachPieceOnceAndFinishesEachPortion) {
     work.finish(*portion);
     EXPECT_EQ(done.exchange(0), offered);
   }
+}
+
+TEST(SharedWork, wakesAnIdleHelperForEachPiece) {
+  auto portion = std::make_shared<SharedWork::Portion>();
+  SharedWork work(2);
+  for (int round = 0; round < 50; ++round) {
+    Signal done;
+    while (!work.offer(portion, [done](HelperPlace &) { done.raise(); }))
+      std::this_thread::yield();
+    ASSERT_TRUE(done.isRaisedWithin(std::chrono::seconds(10))) << round;
+  }
+  work.finish(*portion);
 }
 
 TEST(SharedWork, takesNoPieceWithoutAHelper) {

@@ -144,6 +144,16 @@ TEST(FolderChain, givesNothingOfAFormerLongListing) {
   }
 }
 
+// Through a folder and the chain of folders in it, so far that the walk closes
+// the folder that it came from.
+void goDownAndBack(FolderChain &chain, const std::string &name) {
+  ASSERT_EQ(chain.enter(name.c_str()).errnum(), 0);
+  while (chain.depth() < depth)
+    ASSERT_EQ(chain.enter("d").errnum(), 0);
+  while (chain.depth() > 1)
+    ASSERT_EQ(chain.leave().errnum(), 0);
+}
+
 // A removed item is not listed again, and each folder comes once.
 TEST(FolderChain, goesOnInALongListingAfterItWasClosed) {
   ScratchFolder scratch(kwtest::quickFolder());
@@ -161,11 +171,7 @@ TEST(FolderChain, goesOnInALongListingAfterItWasClosed) {
     }
     std::string name = entry->name;
     EXPECT_TRUE(folders.insert(name).second) << name;
-    ASSERT_EQ(chain.enter(name.c_str()).errnum(), 0);
-    while (chain.depth() < depth)
-      ASSERT_EQ(chain.enter("d").errnum(), 0);
-    while (chain.depth() > 1)
-      ASSERT_EQ(chain.leave().errnum(), 0);
+    goDownAndBack(chain, name);
   }
   EXPECT_TRUE(outcome.isDone());
   EXPECT_EQ(files, 9990u);
@@ -218,11 +224,7 @@ TEST(FolderChain, keepsALongListingWhileItsFolderIsClosed) {
     std::string name = entry->name;
     EXPECT_TRUE(seen.insert(name).second) << name;
     listings += watch.wasListed();
-    ASSERT_EQ(chain.enter(name.c_str()).errnum(), 0);
-    while (chain.depth() < depth)
-      ASSERT_EQ(chain.enter("d").errnum(), 0);
-    while (chain.depth() > 1)
-      ASSERT_EQ(chain.leave().errnum(), 0);
+    goDownAndBack(chain, name);
   }
   EXPECT_TRUE(outcome.isDone());
   EXPECT_EQ(seen.size(), static_cast<std::size_t>(folders));
