@@ -168,11 +168,11 @@ CommandRun declareRepairPermissions(Arguments & /*arguments*/) {
     JSONObject request = requestOf("repair-permissions");
     return reportingFailures(session, request, [&] {
       auto progress = std::make_shared<RepairProgress>(session);
-      RepairReply reply = session.await(
-          session.agent().repairPermissionsAsync(
-              [progress](const std::string &chunk) { progress->add(chunk); },
-              session.requestOptions()),
-          progress.get());
+      RepairReply reply =
+          session.await(session.agent().repairPermissionsAsync(
+                            [progress](const std::string &chunk) { progress->add(chunk); },
+                            session.requestOptions()),
+                        progress.get());
       progress->closeLine();
       bool ran = reply.attempt == Attempt::Made;
       session.sayJSON(request.add("success", ran).add("process", std::int64_t{reply.toolProcess}));

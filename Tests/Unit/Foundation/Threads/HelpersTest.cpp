@@ -125,7 +125,7 @@ TEST(Helpers, countAWaitForTwoOfThePiecesThatAreLookedAt) {
   EXPECT_TRUE(other) << "the piece before the last one waited";
 }
 
-TEST(Helpers, areFewWhoRunHoweverManyTheProcessors) {
+TEST(Helpers, areFewOnManyProcessorsWhileTheyRun) {
   Helpers helpers(64);
   helpers.want();
   std::vector<HelperPlace> places;
