@@ -74,10 +74,16 @@ public:
   Argument &operand(std::string_view name, std::vector<std::string> &target, std::string_view value,
                     std::string_view help, const Check &check = refuseEmpty);
   // Takes all words after the operands declared so far, even those like options.
-  void everythingBehind(std::vector<std::string> &target) { behind_ = &target; }
+  // The value is their name in the usage.
+  void everythingBehind(std::vector<std::string> &target, std::string_view value) {
+    behind_ = &target;
+    behindValue_ = value;
+  }
 
   const std::deque<Argument> &allOptions() const { return options_; }
   const std::deque<Argument> &allOperands() const { return operands_; }
+  // Empty unless everythingBehind() was called.
+  const std::string &valueBehind() const { return behindValue_; }
   // Tells whether an operand was taken so far.
   bool hasOperands() const {
     return nextOperand_ > 0 || (!operands_.empty() && operands_.front().isGiven);
@@ -104,6 +110,7 @@ private:
   std::deque<Argument> operands_;
   std::size_t nextOperand_ = 0;
   std::vector<std::string> *behind_ = nullptr;
+  std::string behindValue_;
 };
 
 // Takes the option that starts at the index out of the words, with its value if

@@ -129,7 +129,7 @@ CommandRun declareSlim(Arguments &arguments) {
   auto dryRun = declareDryRun(arguments);
   auto yes = declareYes(arguments);
   auto architectures = std::make_shared<std::vector<std::string>>();
-  arguments.everythingBehind(*architectures);
+  arguments.everythingBehind(*architectures, "DITTO-OPTION");
   return [path, dryRun, yes, architectures](Session &session) {
     std::string binary = absolutePath(*path);
     JSONObject request;

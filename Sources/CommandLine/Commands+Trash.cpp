@@ -57,7 +57,7 @@ Told done(Session &session, const std::function<bool(NS::ErrorSlot error)> &here
   std::optional<NS::Error> error;
   if (here(&error))
     return true;
-  return isDenied(*error) ? Told(session.await(ask())) : Told(false, error);
+  return error && isDenied(*error) ? Told(session.await(ask())) : Told(false, error);
 }
 
 // That of a command that a signal has stopped is another.

@@ -88,6 +88,8 @@ std::string usageOf(const DeclaredCommand &command) {
   for (const Argument &operand : command.arguments.allOperands())
     text += fmt::format(" {}{}{}{}", operand.required ? "" : "[", operand.value,
                         operand.required ? "" : "]", operand.repeatable ? "..." : "");
+  if (const std::string &value = command.arguments.valueBehind(); !value.empty())
+    text += fmt::format(" [{}]...", value);
   return text + "\n";
 }
 

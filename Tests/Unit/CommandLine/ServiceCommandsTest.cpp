@@ -178,6 +178,13 @@ TEST_F(ServiceCommands, areIncompleteWithoutAVerbOrAnArgument) {
   }
 }
 
+TEST_F(ServiceCommands, nameTheOptionsOfDittoInTheUsage) {
+  EXPECT_EQ(run({"slim", "--help"}), kw::ExitDone);
+  EXPECT_NE(out.str().find("Usage: keepwell slim [OPTIONS] PATH [DITTO-OPTION]...\n"),
+            std::string::npos)
+      << out.str();
+}
+
 TEST_F(ServiceCommands, withoutAnAgentSaySo) {
   record.failure = ClientError(ClientError::Kind::Unreachable, "org.example.Error", "nobody there");
   EXPECT_EQ(run({"startup", "start", "x"}), kw::ExitNoAnswer);
