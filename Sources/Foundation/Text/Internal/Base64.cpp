@@ -46,14 +46,12 @@ std::string base64FromBytes(std::string_view bytes) {
   return text;
 }
 
-std::optional<std::string> bytesFromBase64(std::string_view text, std::string_view skipped) {
+std::optional<std::string> bytesFromBase64(std::string_view text) {
   std::string bytes;
   bytes.reserve(text.size() / groupDigits * 3);
   std::uint32_t group = 0;
   unsigned digits = 0, padding = 0;
   for (char c : text) {
-    if (skipped.find(c) != std::string_view::npos)
-      continue;
     if (c == '=') {
       if (digits < 2 || ++padding > groupDigits - digits)
         return std::nullopt;

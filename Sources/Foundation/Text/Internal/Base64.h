@@ -14,7 +14,7 @@ namespace NS {
 std::string base64FromBytes(std::string_view bytes);
 
 // Decodes. The digits come in groups of four, the last one padded; empty for
-// any other text. The characters to skip may be at any place.
-std::optional<std::string> bytesFromBase64(std::string_view text, std::string_view skipped = "");
+// any other text.
+std::optional<std::string> bytesFromBase64(std::string_view text);
 
 } // namespace NS

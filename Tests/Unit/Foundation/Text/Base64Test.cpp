@@ -49,10 +49,4 @@ TEST(Base64, refusesEverythingElse) {
   EXPECT_EQ(bytesFromBase64(std::string_view("Zm9\0", 4)), std::nullopt);
 }
 
-TEST(Base64, skipsOnlyTheGivenCharacters) {
-  EXPECT_EQ(bytesFromBase64(" Zm\n9v\tYg =\r= \n", " \t\r\n"), "foob");
-  EXPECT_EQ(bytesFromBase64("Zm\v9v", " \t\r\n"), std::nullopt);
-  EXPECT_EQ(bytesFromBase64(" \n", " \n"), "");
-}
-
 } // namespace
