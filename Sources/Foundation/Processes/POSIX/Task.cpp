@@ -94,6 +94,22 @@ private:
   std::string output_;
 };
 
+// Nothing waits for a program whose output is given up, also when memory runs out.
+struct KillUnlessRead {
+  explicit KillUnlessRead(ChildProcess &program) : child(program) {}
+  ~KillUnlessRead() {
+    if (isRead)
+      return;
+    child.kill();
+    child.waitUntilEnd();
+  }
+  KillUnlessRead(const KillUnlessRead &) = delete;
+  KillUnlessRead &operator=(const KillUnlessRead &) = delete;
+
+  ChildProcess &child;
+  bool isRead = false;
+};
+
 class ProcessTask final : public Task {
 public:
   void setLaunchPath(std::string path) override { launchPath_ = std::move(path); }
@@ -200,11 +216,9 @@ std::optional<std::string> ProcessTask::readOutput(std::size_t sizeLimit) {
   if (!pipes_[STDOUT_FILENO])
     refuse("standard output is no pipe");
   int pipe = pipes_[STDOUT_FILENO]->fileHandleForReading().fileDescriptor();
+  KillUnlessRead kill(child);
   auto output = OutputReader(pipe, child, sizeLimit).read();
-  if (!output) {
-    child.kill();
-    child.waitUntilEnd();
-  }
+  kill.isRead = output.has_value();
   return output;
 }
 

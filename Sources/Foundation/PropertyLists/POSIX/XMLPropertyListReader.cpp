@@ -10,7 +10,9 @@
 #include <climits>
 #include <clocale>
 #include <cstdlib>
+#include <exception>
 #include <memory>
+#include <new>
 
 #include <expat.h>
 #if __has_include(<xlocale.h>)
@@ -174,6 +176,19 @@ private:
     failed_ = true;
     XML_StopParser(parser_.get(), XML_FALSE);
   }
+  // Keeps an exception, such as for a lack of memory, until the parser has
+  // returned: it is C code, which no exception may pass.
+  template <typename Handler> static void handle(void *self, const Handler &handler) {
+    auto &reader = *static_cast<Reader *>(self);
+    if (reader.failed_)
+      return;
+    try {
+      handler(reader);
+    } catch (...) {
+      reader.thrown_ = std::current_exception();
+      reader.fail();
+    }
+  }
   void start(Tag tag);
   void end(Tag tag);
   void characters(std::string_view text);
@@ -197,6 +212,7 @@ private:
   bool inLeaf_ = false;
   bool seenPlist_ = false;
   bool failed_ = false;
+  std::exception_ptr thrown_;
 };
 
 // Tells whether an element may begin here: a key and a value in turn in a
@@ -321,16 +337,15 @@ void Reader::install() {
   XML_SetElementHandler(
       parser,
       [](void *self, const XML_Char *name, const XML_Char **) {
-        if (auto &reader = *static_cast<Reader *>(self); !reader.failed_)
-          reader.start(tagFor(name));
+        handle(self, [name](Reader &reader) { reader.start(tagFor(name)); });
       },
       [](void *self, const XML_Char *name) {
-        if (auto &reader = *static_cast<Reader *>(self); !reader.failed_)
-          reader.end(tagFor(name));
+        handle(self, [name](Reader &reader) { reader.end(tagFor(name)); });
       });
   XML_SetCharacterDataHandler(parser, [](void *self, const XML_Char *text, int length) {
-    if (auto &reader = *static_cast<Reader *>(self); !reader.failed_)
+    handle(self, [text, length](Reader &reader) {
       reader.characters({text, static_cast<std::size_t>(length)});
+    });
   });
   XML_SetStartDoctypeDeclHandler(parser, [](void *self, const XML_Char *, const XML_Char *,
                                             const XML_Char *, int hasInternalSubset) {
@@ -345,10 +360,14 @@ std::optional<PropertyList> Reader::read(std::string_view data) {
   static_assert(PropertyListBounds::dataSize <= INT_MAX);
   parser_.reset(XML_ParserCreate(nullptr));
   if (!parser_)
-    return std::nullopt;
+    throw std::bad_alloc();
   install();
   XML_Status status =
       XML_Parse(parser_.get(), data.data(), static_cast<int>(data.size()), XML_TRUE);
+  if (thrown_)
+    std::rethrow_exception(thrown_);
+  if (status == XML_STATUS_ERROR && XML_GetErrorCode(parser_.get()) == XML_ERROR_NO_MEMORY)
+    throw std::bad_alloc();
   return status == XML_STATUS_OK && !failed_ ? std::move(root_) : std::nullopt;
 }
 

@@ -5,6 +5,7 @@
 #include "Foundation/Base/Environment.h"
 #include "Foundation/Base/Exception.h"
 #include "Foundation/Threads/Thread.h"
+#include "Support/MemoryLimit.h"
 #include "Support/Sanitizers.h"
 #include "Support/ScratchFolder.h"
 
@@ -14,6 +15,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
+#include <new>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -488,6 +490,17 @@ TEST(TaskOutput, ofAProgramWithoutEndIsNothingAndTheProgramIsKilled) {
   EXPECT_EQ(task->readOutput(100'000), std::nullopt);
   task->waitUntilExit();
   EXPECT_EQ(task->terminationStatus(), SIGKILL);
+}
+
+TEST(TaskOutput, thatDoesNotFitInMemoryIsAnExceptionAndTheProgramIsKilled) {
+  if (kwtest::addsMemory)
+    GTEST_SKIP() << "a sanitizer's shadow memory does not fit in the limit";
+  auto task = limitedShell("trap '' PIPE; exec cat /dev/zero");
+  {
+    kwtest::MemoryLimit limit(32u << 20);
+    EXPECT_THROW(task->readOutput(std::size_t{1} << 40), std::bad_alloc);
+  }
+  EXPECT_FALSE(task->isRunning());
 }
 
 TEST(TaskOutput, isReadWithoutADescriptorToWatchTheProgramBy) {

@@ -3,6 +3,7 @@
 #include "Foundation/PropertyLists/PropertyList.h"
 
 #include "Support/BinaryPropertyList.h"
+#include "Support/MemoryLimit.h"
 #include "Support/Sanitizers.h"
 
 #include <gtest/gtest.h>
@@ -10,10 +11,7 @@
 #include <bit>
 #include <cmath>
 #include <limits>
-
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <new>
 
 namespace {
 
@@ -23,6 +21,7 @@ using kwtest::bigEndian;
 using kwtest::binaryPropertyList;
 using kwtest::BinaryTrailer;
 using kwtest::dictionaryObject;
+using kwtest::MemoryLimit;
 using NS::PropertyList;
 
 std::optional<PropertyList> read(const std::string &data) {
@@ -281,23 +280,30 @@ TEST(BinaryPropertyList, takesADepthOf512AndNoMore) {
   EXPECT_FALSE(read(binaryPropertyList(shared, {.top = last + 2})));
 }
 
-// Runs in a child that may take at most 64 MiB more than it has.
 bool readsWithin64MiB(const std::string &data, bool expected) {
-  pid_t child = ::fork();
-  if (child == 0) {
-    std::size_t pages = 0;
-    std::FILE *file = std::fopen("/proc/self/statm", "r");
-    if (!file || std::fscanf(file, "%zu", &pages) != 1)
-      ::_exit(2);
-    std::fclose(file);
-    rlim_t bytes = pages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)) + (64u << 20);
-    rlimit limit{bytes, bytes};
-    if (::setrlimit(RLIMIT_AS, &limit) != 0)
-      ::_exit(2);
-    ::_exit(read(data).has_value() == expected ? 0 : 1);
+  MemoryLimit limit(64u << 20);
+  try {
+    return read(data).has_value() == expected;
+  } catch (const std::bad_alloc &) {
+    return false;
   }
-  int status = 0;
-  return ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// The reader's own memory and that of the XML parser run out at different limits.
+TEST(PropertyListMemory, throwsWhenThereIsTooLittle) {
+  if (kwtest::addsMemory)
+    GTEST_SKIP() << "a sanitizer's shadow memory does not fit in the limit";
+  std::string text = "<string>" + std::string(7u << 20, 'x') + "</string>";
+  int thrown = 0;
+  for (std::size_t limit = 0; limit < (40u << 20); limit += 1u << 20) {
+    MemoryLimit scarcity(limit);
+    try {
+      EXPECT_TRUE(read(text)) << limit;
+    } catch (const std::bad_alloc &) {
+      ++thrown;
+    }
+  }
+  EXPECT_GT(thrown, 4);
 }
 
 TEST(PropertyListMemory, staysWithinItsBoundForTheWorstOfEachForm) {
