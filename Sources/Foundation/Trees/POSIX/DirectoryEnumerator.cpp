@@ -5,10 +5,12 @@
 #include "Foundation/Descriptors/DescriptorBudget.h"
 #include "Foundation/Text/PathUtilities.h"
 #include "Foundation/Trees/Internal/TreeOperations.h"
+#include "Foundation/Walking/Exhaustion.h"
 #include "Foundation/Walking/POSIX/FolderChain.h"
 
 #include <fcntl.h>
 #include <functional>
+#include <system_error>
 #include <utility>
 
 namespace NS {
@@ -24,6 +26,8 @@ public:
     Descriptor folder(::open(root.c_str(), folderFlags & ~O_NOFOLLOW));
     if (folder)
       static_cast<void>(chain_.openRoot(std::move(folder)));
+    else
+      noteLeftOut(root, errno);
   }
 
   bool next() {
@@ -65,8 +69,17 @@ private:
     if (!mayDescend_)
       return;
     mayDescend_ = false;
-    if (chain_.enter(name_.c_str()).isDone())
+    StepOutcome outcome = chain_.enter(name_.c_str());
+    if (outcome.isDone())
       prefix_ += name_ + "/";
+    else
+      noteLeftOut(stringByAppendingPathComponent(rootPath_, path_), outcome.errnum());
+  }
+
+  // Any other cause is the folder's own, such as that it may not be read.
+  static void noteLeftOut(const std::string &folder, int errnum) {
+    if (isExhaustion(errnum))
+      Log("%@ is left out of a list: %s", folder, std::generic_category().message(errnum));
   }
 
   // False when the walk can reach no further folder, which ends it.

@@ -7,6 +7,7 @@
 #include "Foundation/Threads/Thread.h"
 #include "Support/MemoryLimit.h"
 #include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 
 #include <cerrno>
@@ -24,6 +25,7 @@
 
 namespace {
 
+using kwtest::FewDescriptorsLeft;
 using kwtest::ScratchFolder;
 using Reason = NS::TaskTerminationReason;
 
@@ -72,31 +74,6 @@ std::string launchFailure(const std::string &path, std::vector<std::string> argu
 bool isKnown(int pid) {
   return ::kill(pid, 0) == 0;
 }
-
-// Takes every descriptor that the process may have.
-class NoDescriptorLeft {
-public:
-  NoDescriptorLeft() {
-    ::getrlimit(RLIMIT_NOFILE, &former_);
-    struct rlimit few = {256, former_.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &few);
-    int descriptor;
-    while ((descriptor = ::open("/", O_RDONLY | O_CLOEXEC)) >= 0)
-      taken_.push_back(descriptor);
-    EXPECT_EQ(errno, EMFILE);
-  }
-  ~NoDescriptorLeft() {
-    for (int descriptor : taken_)
-      ::close(descriptor);
-    ::setrlimit(RLIMIT_NOFILE, &former_);
-  }
-  NoDescriptorLeft(const NoDescriptorLeft &) = delete;
-  NoDescriptorLeft &operator=(const NoDescriptorLeft &) = delete;
-
-private:
-  struct rlimit former_;
-  std::vector<int> taken_;
-};
 
 void waitUntilUnknown(int pid) {
   while (isKnown(pid))
@@ -398,7 +375,7 @@ TEST(Task, isReapedEvenWithoutADescriptorToWatchItBy) {
   auto task = shell("read line; exit 4");
   task->setStandardInput(input);
   {
-    NoDescriptorLeft scarcity;
+    FewDescriptorsLeft scarcity;
     task->launch();
     input->fileHandleForWriting().writeData("\n");
     task->waitUntilExit();
@@ -506,7 +483,7 @@ TEST(TaskOutput, thatDoesNotFitInMemoryIsAnExceptionAndTheProgramIsKilled) {
 TEST(TaskOutput, isReadWithoutADescriptorToWatchTheProgramBy) {
   KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
   auto task = limitedShell("echo text; exec sleep 0");
-  NoDescriptorLeft scarcity;
+  FewDescriptorsLeft scarcity;
   EXPECT_EQ(task->readOutput(1 << 20), "text\n");
 }
 

@@ -4,6 +4,8 @@
 #include "Support/LogRecorder.h"
 #include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
+#include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 
 #include <gmock/gmock.h>
@@ -54,6 +56,29 @@ TEST(Enumerator, givesEveryItemOnceEachFolderBeforeItsContents) {
     }
   }
   EXPECT_THAT(got, testing::UnorderedElementsAreArray(wanted));
+}
+
+TEST(Enumerator, tellsWhatItLeavesOutForLackOfDescriptors) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  ScratchFolder scratch;
+  fs::create_directories(scratch.path("folder/inner/innermost"));
+  bool hasListedAll = false;
+  for (std::size_t left = 0; left < 10; ++left) {
+    kwtest::SleepWatcher sleeps;
+    kwtest::LogRecorder log;
+    std::vector<std::string> paths;
+    {
+      kwtest::FewDescriptorsLeft scarcity(left);
+      paths = pathsBelow(scratch.path());
+    }
+    hasListedAll = log.lines().empty();
+    EXPECT_TRUE(paths.size() == 3 || !hasListedAll) << left;
+    for (const std::string &line : log.lines())
+      EXPECT_TRUE(line.starts_with(scratch.path()) &&
+                  line.ends_with(" is left out of a list: Too many open files"))
+          << line;
+  }
+  EXPECT_TRUE(hasListedAll) << "of ten descriptors";
 }
 
 // Twenty branches, each too deep for all of its folders to be held open.

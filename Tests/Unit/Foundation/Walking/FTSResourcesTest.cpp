@@ -1,15 +1,14 @@
 // Walks that are cancelled, that run out of descriptors, and how many they
 // hold.
 #include "Foundation/Base/Progress.h"
-#include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Descriptors/DescriptorBudget.h"
-#include "Foundation/Threads/Thread.h"
 #include "Foundation/Walking/FTS.h"
 #include "Foundation/Walking/POSIX/HierarchyStream.h"
 
 #include "Support/FakeProcessors.h"
 #include "Support/ForkedChild.h"
 #include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 #include "Support/WalkSequence.h"
 
@@ -29,28 +28,12 @@ using kwtest::inForkedChild;
 using kwtest::openDescriptorCount;
 using kwtest::quickFolder;
 using kwtest::ScratchFolder;
+using kwtest::SleepWatcher;
 using NS::FTSEntry;
 using NS::HierarchyStream;
 using NS::Progress;
 
 constexpr int physical = NS::FTSOption::PHYSICAL | NS::FTSOption::NOCHDIR;
-
-// Sleeps do not pass any time, but let something happen.
-class SleepWatcher final : public NS::Thread {
-public:
-  std::function<void()> onSleep = [] {};
-  int sleeps = 0;
-
-  void sleepForTimeInterval(double) override {
-    ++sleeps;
-    onSleep();
-  }
-  bool isMainThread() override { return false; }
-  std::vector<std::string> callStackSymbols() override { return {}; }
-
-private:
-  NS::ScopedOverride<NS::Thread> override_{*this};
-};
 
 void makeChain(const std::string &root, int depth) {
   std::string path = root;

@@ -1,6 +1,8 @@
 // The chain of folders from a walk's root to its place.
 #include "Foundation/Walking/POSIX/FolderChain.h"
 
+#include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
@@ -152,6 +154,22 @@ void goDownAndBack(FolderChain &chain, const std::string &name) {
     ASSERT_EQ(chain.enter("d").errnum(), 0);
   while (chain.depth() > 1)
     ASSERT_EQ(chain.leave().errnum(), 0);
+}
+
+// Each moved folder is told of by its path, so the root by an empty one.
+TEST(FolderChain, tellsOfTheRootWhenEvenThatCannotBeOpenedAgain) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  ScratchFolder scratch;
+  fs::create_directories(scratch.path("root/d"));
+  FolderChain chain({.keepsRoot = true});
+  ASSERT_EQ(enterRoot(chain, scratch.path("root")), 0);
+  ASSERT_EQ(chain.enter("d").errnum(), 0);
+  kwtest::SleepWatcher sleeps;
+  kwtest::FewDescriptorsLeft scarcity;
+  std::vector<std::string> told;
+  EXPECT_FALSE(chain.findAgain([&](const std::string &path) { told.push_back(path); }));
+  EXPECT_EQ(told, std::vector<std::string>{""});
+  EXPECT_TRUE(chain.empty());
 }
 
 // A removed item is not listed again, and each folder comes once.
