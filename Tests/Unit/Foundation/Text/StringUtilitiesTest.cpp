@@ -2,6 +2,7 @@
 #include "Foundation/Text/StringUtilities.h"
 
 #include "Foundation/Base/Exception.h"
+#include "Foundation/Text/CharacterSet.h"
 #include "Foundation/Text/Unicode.h"
 
 #include <gtest/gtest.h>
@@ -113,6 +114,14 @@ TEST(SubstringWithRange, raisesOutsideTheString) {
   EXPECT_EQ(NS::substringWithRange("abc", {3, 0}), "");
   EXPECT_THROW(NS::substringWithRange("abc", {3, 1}), NS::Exception);
   EXPECT_THROW(NS::substringWithRange("abc", {4, 0}), NS::Exception);
+}
+
+TEST(CharacterSet, hasTheCharactersOfTheStringAndNoOthers) {
+  auto set = NS::CharacterSet::characterSetWithCharactersInString(std::string_view("aé€x", 6));
+  for (char32_t member : {U'a', U'é', U'€'})
+    EXPECT_TRUE(set.characterIsMember(member)) << static_cast<unsigned>(member);
+  for (char32_t other : {U'\0', U'x', U'b', char32_t{0xc3}})
+    EXPECT_FALSE(set.characterIsMember(other)) << static_cast<unsigned>(other);
 }
 
 TEST(Unicode, countsUnitsAsThePlatformDoes) {
