@@ -86,7 +86,9 @@ def write_results(bench, rows, lines, micro, duration):
             "## Machine", "", *report.machine(bench.folder), "",
             "## Whole programs", "", *report.table(rows), "",
             *comparisons.reports(bench), "",
-            "## Threads of a walk", "", *report.threads(comparisons.threads_of_a_walk(bench)), "", "## Inner loops", "", *micro, "",
+            "## System calls alone", "", *report.bare(comparisons.bare_calls(bench)), "",
+            "## Threads of a walk", "", *report.threads(comparisons.threads_of_a_walk(bench)), "",
+            "## Inner loops", "", *micro, "",
             "## How cost grows", "", "![cost of one entry against entries](cost.svg)", "",
             "| Line | " + " | ".join(f"{x:,} entries" for x, _ in next(iter(lines.values()))) +
             " |", "|---|" + "---:|" * len(next(iter(lines.values()))),
@@ -125,8 +127,11 @@ def main():
         if not arguments.names and not arguments.quick:
             micro = micro_benchmarks(build)
             write_results(bench, progress.rows, lines, micro, time.monotonic() - start)
-        elif progress.wants(comparisons.threads_of_a_walk):
-            print("\n".join(report.threads(comparisons.threads_of_a_walk(bench))))
+        else:
+            for table, function in ((report.bare, comparisons.bare_calls),
+                                    (report.threads, comparisons.threads_of_a_walk)):
+                if progress.wants(function):
+                    print("\n".join(table(function(bench))))
         missed = [row.work for row in progress.rows if row.missed()]
         print(f"{len(progress.rows)} comparisons, {len(missed)} missed their target"
               + "".join(f"\n  {work}" for work in missed))

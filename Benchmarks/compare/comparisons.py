@@ -185,6 +185,67 @@ def threads_of_a_walk(bench):
             for threads, warm, cold in (line.split() for line in done.stdout.decode().splitlines())]
 
 
+# --- System calls alone
+
+COLD_THREADS = "8"  # as many as the agent's walks have at most
+
+
+class BareCalls(Side):
+    """Tells the time by itself, without that of its start and first listing."""
+
+    def __init__(self, bench, work, path, cold=False):
+        threads = COLD_THREADS if cold else str(os.cpu_count())
+        super().__init__([os.path.join(bench.build, "Benchmarks/bare-calls"), work, path, threads,
+                          "cold" if cold else "warm"])
+
+    def run(self):
+        _, spent = super().run()
+        return int(self.output) / 1e9, spent
+
+
+def bare_calls_of(bench, work, rival, bare, theirs, rounds, prepare=None, warm_up=1):
+    row = Row(work, rival)
+    row.ours, row.theirs = alternate(bare, theirs, bench.rounds(rounds), prepare, warm_up=warm_up)
+    return row
+
+
+def bare_calls(bench):
+    """The table of what the system calls of an operation take by themselves."""
+    def forget_for_rival(side):
+        if not isinstance(side, BareCalls):
+            forget_files(side)
+
+    def size(rival, command, cold):
+        return bare_calls_of(bench, "size of /usr" + (", caches dropped" if cold else ", warm"),
+                             rival, BareCalls(bench, "size", "/usr", cold), Side(command),
+                             7 if cold else 15, forget_for_rival if cold else None)
+
+    def search(cold):
+        return bare_calls_of(bench, "find a name under /usr" + (", caches dropped" if cold else ""),
+                             "`bfs -iname`", BareCalls(bench, "search", "/usr", cold),
+                             Side(["bfs", "/usr", "-iname", "*python3*"]), 7 if cold else 15,
+                             forget_for_rival if cold else None)
+
+    def removal(cold):
+        path = bench.path("doomed") if cold else os.path.join(bench.volume.path, "doomed")
+
+        def prepare(side):
+            if cold:
+                WIDE.make(bench.build, path)
+                forget_for_rival(side)
+            else:
+                bench.make_tree(WIDE, "doomed")
+
+        return bare_calls_of(bench, f"remove {WIDE}" + (", caches dropped" if cold else ""),
+                             "`rm -rf`", BareCalls(bench, "remove", path, cold),
+                             Side(["rm", "-rf", path]), 5, prepare, 0)
+
+    gdu = [*GDU.command, "/usr"]
+    return [size("`du -s`", ["du", "-s", "/usr"], False), size("`du -s`", ["du", "-s", "/usr"], True),
+            size(GDU.name, gdu, False), size(GDU.name, gdu, True),
+            search(False), search(True), removal(False), removal(True)]
+
+
 def size_on_one_processor(bench):
     return compare_size(bench, "size of /usr, warm, one processor", "/usr", bench.single_agent, 15,
                         0.95, ["taskset", "-c", "0"])

@@ -24,6 +24,10 @@ TERMS = """\
   files, except those of the program that runs.
 - **Processor time**: user and system time of the program, its children and the agent.
 - **Checked**: how the benchmark made sure that both programs did the same work.
+- **Calls alone**: the time of the system calls that the work needs for each item, made by a program
+  that does nothing else (`Benchmarks/Programs/bare-calls.cpp`): it knows the folders beforehand, keeps
+  no name, and has a thread for each processor, or eight after the caches were dropped. No program that
+  makes these calls can be much faster, so a target below this ratio is out of reach on this machine.
 - **Entry** (in the curve): one file or folder.""".split("\n")
 
 
@@ -60,6 +64,13 @@ def threads(measured):
     return ["| Threads that measure /usr | Warm | Caches dropped |", "|---|---:|---:|",
             *(f"| {number or 'as many as the walk finds'} | {seconds(warm)} | {seconds(cold)} |"
               for number, warm, cold in measured)]
+
+
+def bare(rows):
+    """The table of system calls alone, which have no target."""
+    return ["| Work | Against | Calls alone | Theirs | Ratio |", "|---|---|---:|---:|---:|",
+            *(f"| {row.work} | {row.rival} | {seconds(row.ours.median())} | "
+              f"{seconds(row.theirs.median())} | {row.ratio():.3f} |" for row in rows)]
 
 
 def spread(series):
