@@ -210,7 +210,7 @@ def bare_calls_of(bench, work, rival, bare, theirs, rounds, prepare=None, warm_u
 
 
 def bare_calls(bench):
-    """The table of what the system calls of an operation take by themselves."""
+    """The table of the system calls that an operation needs, by themselves."""
     def forget_for_rival(side):
         if not isinstance(side, BareCalls):
             forget_files(side)
