@@ -8,9 +8,9 @@
 
 namespace kw {
 
-// Returns the reason why the item is left alone, if it is such a folder, by
-// whatever path: it follows links of the folders above and resolves dots. Empty
-// for any other item and for a missing one.
+// Returns the reason why the item is left alone, if it is such a folder. It
+// follows links of the folders above and resolves dots, so that each path to the
+// folder counts. Empty for any other item and for a missing one.
 std::optional<std::string> protectionOf(const std::string &path);
 
 } // namespace kw

@@ -78,8 +78,8 @@ struct GlobalOptions {
   std::optional<double> timeout = std::nullopt; // seconds for each request
 };
 
-// What arrives on another thread while the command waits. That thread rings the
-// alarm; the command's thread shows what has come.
+// Something to show that arrives on another thread while the command waits. That
+// thread rings the alarm; the command's thread does the showing.
 class News {
 public:
   virtual ~News() = default;
@@ -98,7 +98,7 @@ public:
 
   // The options for a request: the time limit, and the display of its progress.
   RequestOptions requestOptions() const;
-  // Waits for the reply, and shows what arrives before it. On a request to stop
+  // Waits for the reply, and shows the news before it. On a request to stop
   // it cancels the agent's request and waits for its end. Throws ClientError.
   template <typename Reply> Reply await(const Request<Reply> &request, News *news = nullptr) {
     Alarm::Heeding heeding(*alarm_);

@@ -22,6 +22,10 @@ std::unique_ptr<PathEnumerator> openPathEnumerator(const std::string &path);
 std::unique_ptr<URLEnumerator> openURLEnumerator(const URL &url,
                                                  DirectoryEnumerationOptions options);
 
+// The platform's error for a walk that failed. The access is that to the
+// original. "No such file" concerns only the requested item.
+Error errorOf(const TreeFailure &failure, FileAccess access);
+
 // Moves the item to the Trash. On failure returns the error.
 std::optional<Error> moveToTrash(const std::string &path);
 

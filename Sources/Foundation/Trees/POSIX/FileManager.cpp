@@ -75,20 +75,6 @@ bool fail(int errnum, const std::string &path, FileAccess access, ErrorSlot erro
   return false;
 }
 
-// The platform's error for a walk that failed; the access is that to the
-// original. "No such file" concerns only the requested item.
-Error errorOf(const TreeFailure &failure, FileAccess access) {
-  int errnum = failure.outcome.errnum();
-  if (failure.outcome.side() == TreeSide::Copy)
-    access = FileAccess::Writing;
-  if (errnum != ENOENT || failure.isGone())
-    return fileError(errnum, failure.path, access);
-  return Error(CocoaErrorDomain,
-               access == FileAccess::Reading ? FileReadUnknownError : FileWriteUnknownError,
-               userInfoWith(FilePathErrorKey, failure.path),
-               std::make_shared<const Error>(errorFromErrno(errnum)));
-}
-
 // Stores the failure, if there is one. True for a success.
 bool finish(const TreeResult &result, ErrorSlot error, FileAccess access = FileAccess::Writing) {
   if (result)
@@ -252,6 +238,18 @@ public:
 };
 
 } // namespace
+
+Error errorOf(const TreeFailure &failure, FileAccess access) {
+  int errnum = failure.outcome.errnum();
+  if (failure.outcome.side() == TreeSide::Copy)
+    access = FileAccess::Writing;
+  if (errnum != ENOENT || failure.isGone())
+    return fileError(errnum, failure.path, access);
+  return Error(CocoaErrorDomain,
+               access == FileAccess::Reading ? FileReadUnknownError : FileWriteUnknownError,
+               userInfoWith(FilePathErrorKey, failure.path),
+               std::make_shared<const Error>(errorFromErrno(errnum)));
+}
 
 FileManager &FileManager::real() {
   return lastingInstance<RealFileManager>();

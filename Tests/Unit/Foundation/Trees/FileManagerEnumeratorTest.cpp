@@ -58,7 +58,7 @@ TEST(Enumerator, givesEveryItemOnceEachFolderBeforeItsContents) {
   EXPECT_THAT(got, testing::UnorderedElementsAreArray(wanted));
 }
 
-TEST(Enumerator, tellsWhatItLeavesOutForLackOfDescriptors) {
+TEST(Enumerator, tellsOfFoldersLeftOutForLackOfDescriptors) {
   KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
   ScratchFolder scratch;
   fs::create_directories(scratch.path("folder/inner/innermost"));

@@ -1,6 +1,8 @@
 // Single items: existence, access, listings, attributes, links and folders.
 #include "Foundation/Trees/FileManager.h"
 
+#include "Foundation/Trees/Internal/TreeOperations.h"
+
 #include "Support/ForkedChild.h"
 #include "Support/ScratchFolder.h"
 #include "Support/SpecialItems.h"
@@ -111,6 +113,22 @@ TEST(FileManager, reportsAFolderThatCannotBeListed) {
   EXPECT_FALSE(manager().contentsOfDirectoryAtPath(scratch.file("file", ""), &error));
   EXPECT_EQ(codeOf(error), NS::FileReadUnknownError);
   EXPECT_FALSE(manager().contentsOfDirectoryAtPath("", nullptr));
+}
+
+// A lost way back up gives ENOENT too, and says nothing of the requested item.
+TEST(TreeError, saysNoSuchFileOfTheRequestedItemAlone) {
+  using NS::FileAccess;
+  auto codeOfMissing = [](NS::TreeItem item, NS::TreeSide side, FileAccess access) {
+    NS::TreeFailure failure{{NS::TreeStep::Open, ENOENT, side}, item, "/path"};
+    return NS::errorOf(failure, access).code();
+  };
+  constexpr auto asked = NS::TreeItem::Asked, inner = NS::TreeItem::Inner;
+  constexpr auto original = NS::TreeSide::Original, copy = NS::TreeSide::Copy;
+  EXPECT_EQ(codeOfMissing(asked, original, FileAccess::Reading), NS::FileReadNoSuchFileError);
+  EXPECT_EQ(codeOfMissing(asked, original, FileAccess::Writing), NS::FileNoSuchFileError);
+  EXPECT_EQ(codeOfMissing(inner, original, FileAccess::Reading), NS::FileReadUnknownError);
+  EXPECT_EQ(codeOfMissing(inner, original, FileAccess::Writing), NS::FileWriteUnknownError);
+  EXPECT_EQ(codeOfMissing(inner, copy, FileAccess::Reading), NS::FileWriteUnknownError);
 }
 
 TEST(FileManager, listsURLsAndKnowsFoldersAmongThem) {
