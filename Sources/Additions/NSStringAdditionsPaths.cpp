@@ -10,9 +10,7 @@ namespace kw {
 std::optional<std::string> volumePath(std::string_view string) {
   auto value =
       NS::getResourceValue(NS::URL::fileURLWithPath(string), NS::URLResourceKey::Volume, nullptr);
-  if (!value || !std::holds_alternative<NS::URL>(*value))
-    return std::nullopt;
-  return std::get<NS::URL>(*value).path();
+  return value ? std::optional(std::get<NS::URL>(*value).path()) : std::nullopt;
 }
 
 std::string stringByDeletingRealPathExtension(std::string_view string) {
