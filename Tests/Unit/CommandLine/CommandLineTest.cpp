@@ -103,6 +103,7 @@ TEST_F(CommandLineTest, tellsAPersonHowMuchItMoved) {
   std::filesystem::create_directory(scratch.path("tree"));
   scratch.file("tree/a", "text");
   scratch.file("tree/b", "text");
+  testClock = std::chrono::steady_clock::time_point();
   EXPECT_EQ(run({"move", "/a", scratch.path("tree")}), 0);
   EXPECT_EQ(out.str(), "Moved /a to " + scratch.path("tree") + "\n3 items, 12 KB moved, 0.0 s\n");
   EXPECT_EQ(run({"move", "/a", scratch.path("gone meanwhile")}), 0);
