@@ -64,7 +64,10 @@ void writeArguments(BusMessage &call, const NS::XPCValues &arguments) {
 class AgentBus final : public AgentConnection {
 public:
   AgentBus(const std::string &bus, const ConnectionOptions &options)
-      : bus_(bus), options_(options) {}
+      : bus_(bus, BusConnection::Opening::Begin), options_(options) {}
+
+  bool isAccepted() override { return bus_.isAccepted(); }
+  void waitUntilAccepted(std::optional<Clock::time_point> until) override;
 
   void send(Number number, const AgentMessage &message) override;
   void cancel(Number number) override;
@@ -123,6 +126,17 @@ private:
   bool endsOnLeaving_ = false;
   bool isSubscribed_ = false;
 };
+
+void AgentBus::waitUntilAccepted(std::optional<Clock::time_point> until) {
+  try {
+    if (bus_.waitUntilAccepted(until))
+      return;
+  } catch (const BusError &error) {
+    throw errorOfBus(error);
+  }
+  throw ClientError(Kind::DeadlinePassed, "",
+                    "the bus has not accepted the connection in the time allowed");
+}
 
 // The steps that need memory come before the sending.
 void AgentBus::sendCall(BusMessage &call, Awaited awaited) {
@@ -225,6 +239,7 @@ void AgentBus::sendCancels() {
   }
 }
 
+// The bus sends a signal to each connection that it has accepted.
 void AgentBus::wait(Receiver &receiver, std::optional<Clock::time_point> until) {
   struct Reset {
     Receiver *&receiver;

@@ -66,9 +66,17 @@ public:
   };
 
   virtual ~AgentConnection() = default;
-  // "system", "session" or a bus address. Throws ClientError.
+  // "system", "session" or a bus address. Does not block: the bus may accept the
+  // connection later. Throws ClientError.
   static std::unique_ptr<AgentConnection> open(const std::string &bus,
                                                const ConnectionOptions &options = {});
+
+  // Tells whether the bus has accepted the connection; wait() returns when it
+  // does. Before that no message may be sent.
+  virtual bool isAccepted() { return true; }
+  // Blocks until then. Throws ClientError when the bus refuses, of kind
+  // DeadlinePassed at the given time; only the destruction is allowed then.
+  virtual void waitUntilAccepted(std::optional<Clock::time_point> /*until*/) {}
 
   // Sends the message. wait() hands over its one outcome later, or none when
   // the connection ends first. Throws ClientError when the message cannot be

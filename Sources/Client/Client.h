@@ -38,9 +38,11 @@
 #include "Client/Replies.h"
 #include "Client/Request.h"
 
+#include <chrono>
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -57,6 +59,10 @@ struct ClientOptions {
   // thread that called the callback. When null, the client reports the
   // exception in a line on standard error.
   std::function<void(std::exception_ptr)> callbackFailed = nullptr;
+  // How long connect() waits for the bus to accept the connection. After that it
+  // throws ClientError of kind DeadlinePassed. When null, it waits until the bus
+  // answers, at most 90 s.
+  std::optional<std::chrono::milliseconds> connectTimeLimit = std::nullopt;
 };
 
 class KEEPWELL_EXPORT Client {
@@ -65,8 +71,8 @@ public:
   using Progress = std::function<void(const std::string &chunk)>;
 
   // Connects to a bus: "system", "session" or a bus address. Blocks until the bus
-  // has accepted the connection. The agent itself is started by the first
-  // request. Throws ClientError.
+  // has accepted the connection, or until the options' time limit. The agent
+  // itself is started by the first request. Throws ClientError.
   static std::unique_ptr<Client> connect(const std::string &bus = "system",
                                          const ClientOptions &options = {});
 

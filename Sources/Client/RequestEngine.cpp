@@ -12,11 +12,14 @@
 // that the agent has keeps its entry after its deadline, without the client's
 // part, since it still counts against the limits. Lost connections end sent
 // requests as interrupted, since the agent may have done them; requests that
-// were not sent go over the next connection.
+// were not sent go over the next connection. They wait until the bus has accepted
+// it; meanwhile the thread still handles deadlines and cancellations.
 //
 // A program cancels a request by a list that needs no memory. The engine then
 // asks the agent, and the agent's answer ends the request.
 #include "Client/RequestEngine.h"
+
+#include "Foundation/Base/SaturatedTime.h"
 
 #include <csignal>
 #include <new>
@@ -78,6 +81,13 @@ private:
 };
 
 } // namespace
+
+std::optional<PendingRequest::Clock::time_point>
+PendingRequest::deadlineAfter(std::optional<std::chrono::milliseconds> limit) {
+  if (!limit)
+    return std::nullopt;
+  return NS::saturatedSum(Clock::now(), *limit);
+}
 
 RequestEngine::Entry::Entry(std::shared_ptr<PendingRequest> which)
     : request(std::move(which)), bytes(textBytes(request->message_.arguments)),
@@ -294,6 +304,8 @@ bool RequestEngine::sendNext(Entries::iterator next) {
     return false;
   if (!connect())
     return true; // all that waited has been refused
+  if (!isAccepted())
+    return false;
   try {
     connection_->send(number, entry.request->message_);
   } catch (const ClientError &error) {
@@ -334,6 +346,11 @@ bool RequestEngine::connect() {
   return false;
 }
 
+bool RequestEngine::isAccepted() {
+  isAccepted_ = isAccepted_ || connection_->isAccepted();
+  return isAccepted_;
+}
+
 void RequestEngine::endWaiting(const ClientError &error) {
   for (auto next = entries_.upper_bound(lastSent_); next != entries_.end();
        next = entries_.upper_bound(lastSent_))
@@ -346,9 +363,11 @@ void RequestEngine::endSent(const ClientError &error) {
       request->fail(error);
 }
 
-// The next connection can carry the requests that were not sent.
+// The next connection can carry the requests that were not sent, unless the bus
+// did not even accept this one.
 void RequestEngine::loseConnection(const ClientError &error) {
-  dropConnection();
+  if (!dropConnection())
+    return endWaiting(error);
   try {
     endSent(ClientError(Kind::Interrupted, error.name(), error.what()));
   } catch (const std::bad_alloc &) {
@@ -356,10 +375,13 @@ void RequestEngine::loseConnection(const ClientError &error) {
   }
 }
 
-void RequestEngine::dropConnection() {
+// Tells whether the bus had accepted it.
+bool RequestEngine::dropConnection() {
+  bool wasAccepted = std::exchange(isAccepted_, false);
   std::unique_ptr<AgentConnection> lost;
   std::lock_guard lock(mutex_);
   lost.swap(connection_);
+  return wasAccepted;
 }
 
 // Returns the request of the entry; null when there is no entry, or the client
@@ -417,8 +439,10 @@ void RequestEngine::waitForArrivals(std::optional<Clock::time_point> until) {
   } catch (const ClientError &error) {
     loseConnection(error);
   } catch (const std::bad_alloc &) {
-    dropConnection();
-    endSent(endings_.interrupted);
+    if (dropConnection())
+      endSent(endings_.interrupted);
+    else
+      endWaiting(endings_.noMemory);
   }
 }
 

@@ -10,12 +10,14 @@
 #include "Client/CallbackGuard.h"
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <thread>
 #include <utility>
@@ -29,6 +31,10 @@ class RequestEngine;
 class PendingRequest {
 public:
   using Clock = AgentConnection::Clock;
+
+  // The time at which a limit that begins now has passed; none without a limit.
+  static std::optional<Clock::time_point>
+  deadlineAfter(std::optional<std::chrono::milliseconds> limit);
 
   PendingRequest(AgentMessage message, std::optional<Clock::time_point> deadline)
       : message_(std::move(message)), deadline_(deadline) {}
@@ -56,7 +62,8 @@ public:
   // Throws ClientError.
   using Connector = std::function<std::unique_ptr<AgentConnection>()>;
 
-  // The first connection may be null; the connector makes all others.
+  // The first connection may be null; the connector makes all others. The bus may
+  // accept a connection later.
   RequestEngine(Connector connector, std::unique_ptr<AgentConnection> first,
                 CallbackGuard::Handler handler = nullptr);
   ~RequestEngine() override;
@@ -126,12 +133,13 @@ private:
   bool sendNext(Entries::iterator next);
   void failedToSend(Number number, const ClientError &error);
   // Opens a connection unless there is one. On failure all waiting requests have
-  // failed, and the result is false.
+  // failed, and the result is false. The bus accepts the connection later.
   bool connect();
+  bool isAccepted();
   void endWaiting(const ClientError &error);
   void endSent(const ClientError &error);
   void loseConnection(const ClientError &error);
-  void dropConnection();
+  bool dropConnection();
   std::shared_ptr<PendingRequest> remove(Number number);
   void expire();
   std::optional<Clock::time_point> nextDeadline() const;
@@ -160,7 +168,8 @@ private:
   std::unique_ptr<AgentConnection> connection_;
 
   // Only the engine's thread uses these.
-  Entries entries_; // sent ones first
+  bool isAccepted_ = false; // the connection, by the bus
+  Entries entries_;         // sent ones first
   Deadlines deadlines_;
   Number lastSent_ = 0;
   Number cancelledUpTo_ = 0;

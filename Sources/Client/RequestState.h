@@ -19,9 +19,9 @@ public:
 
   State(AgentMessage message, const RequestOptions &options, Decode decode,
         const std::shared_ptr<RequestEngine> &engine, Output output)
-      : PendingRequest(std::move(message), deadline(options)), decode_(std::move(decode)),
-        output_(std::move(output)), progress_(options.progress), engine_(engine),
-        guard_(engine->guard()),
+      : PendingRequest(std::move(message), deadlineAfter(options.timeLimit)),
+        decode_(std::move(decode)), output_(std::move(output)), progress_(options.progress),
+        engine_(engine), guard_(engine->guard()),
         noMemory_(ClientError::Kind::BadReply, "", "no memory is left for the reply"),
         misread_(ClientError::Kind::BadReply, "", "the agent's reply is not understood") {}
 
@@ -91,12 +91,6 @@ public:
   }
 
 private:
-  static std::optional<Clock::time_point> deadline(const RequestOptions &options) {
-    if (!options.timeLimit)
-      return std::nullopt;
-    return NS::saturatedSum(Clock::now(), *options.timeLimit);
-  }
-
   // The caller holds the mutex. The engine's thread brings the reply, so it
   // must not wait for it.
   void refuseToBlock() const {

@@ -102,9 +102,10 @@ void Program::declareOptions(GlobalOptions &options) {
   own.flag("--json", options.json, "Print one JSON object for each request, also for errors");
   own.flag("-q,--quiet", options.quiet, "Print errors only");
   own.option("--bus", options.bus, "BUS", "The bus: system, session or an address");
-  own.option("--timeout", timeout_, "SECONDS",
-             "Wait no longer than this for each answer; work done by then stays done",
-             [&options](const std::string &text) { return takeSeconds(text, options.timeout); });
+  own.option(
+      "--timeout", timeout_, "SECONDS",
+      "Wait no longer than this for the bus and for each answer; work done by then stays done",
+      [&options](const std::string &text) { return takeSeconds(text, options.timeout); });
   own.flag("--version", version_, "Print the version");
   // For the makers of completions and manuals.
   own.flag("--describe", describe_, "").hidden = true;

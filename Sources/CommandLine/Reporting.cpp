@@ -40,7 +40,9 @@ std::string wordsOf(const ClientError &error) {
   case ClientError::Kind::Interrupted:
     return "the agent ended before it answered, and it is not known how far it came: " + text;
   case ClientError::Kind::DeadlinePassed:
-    return "no answer in the time allowed; the agent may yet do it";
+    return error.effect() == ClientError::Effect::None
+               ? "nothing was done: " + text
+               : "no answer in the time allowed; the agent may yet do it";
   case ClientError::Kind::Refused:
     return "the agent refused: " + text;
   case ClientError::Kind::Cancelled:

@@ -49,15 +49,27 @@ Session::Session(const Surroundings &surroundings, const GlobalOptions &options)
 
 Client &Session::agent() {
   if (!agent_)
-    agent_ = surroundings_.connect(options_.bus);
+    agent_ = surroundings_.connect(options_.bus, clientOptions());
   return *agent_;
+}
+
+std::optional<std::chrono::milliseconds> Session::timeLimit() const {
+  if (!options_.timeout)
+    return std::nullopt;
+  using Seconds = std::chrono::duration<double>;
+  return NS::saturatedCast<std::chrono::milliseconds>(Seconds(*options_.timeout));
+}
+
+ClientOptions Session::clientOptions() const {
+  ClientOptions options;
+  options.connectTimeLimit = timeLimit();
+  options.endRequestsOnLeaving = true; // the work must end when the command is killed
+  return options;
 }
 
 RequestOptions Session::requestOptions() const {
   RequestOptions options;
-  using Seconds = std::chrono::duration<double>;
-  if (options_.timeout)
-    options.timeLimit = NS::saturatedCast<std::chrono::milliseconds>(Seconds(*options_.timeout));
+  options.timeLimit = timeLimit();
   if (showsProgress())
     options.progress = [advance = advance_](const RequestProgress &progress) {
       advance->set(progress);

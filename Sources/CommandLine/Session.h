@@ -49,7 +49,8 @@ struct Surroundings {
   std::ostream *out = nullptr;
   std::ostream *err = nullptr;
   std::istream *in = nullptr;
-  std::function<std::unique_ptr<Client>(const std::string &bus)> connect;
+  std::function<std::unique_ptr<Client>(const std::string &bus, const ClientOptions &options)>
+      connect;
   bool outIsTerminal = false; // a person watches
   bool errIsTerminal = false;
   bool wantsColours = false; // where there is a terminal
@@ -75,7 +76,7 @@ struct GlobalOptions {
   bool json = false;
   bool quiet = false;
   std::string bus = "system";
-  std::optional<double> timeout = std::nullopt; // seconds for each request
+  std::optional<double> timeout = std::nullopt; // seconds for the bus, and for each request
 };
 
 // Something to show that arrives on another thread while the command waits. That
@@ -186,6 +187,8 @@ public:
   void confirmTyped(const std::string &question, const std::string &text);
 
 private:
+  ClientOptions clientOptions() const;
+  std::optional<std::chrono::milliseconds> timeLimit() const;
   bool showsProgress() const;
   std::optional<std::string> ask(const std::string &question);
 

@@ -46,11 +46,7 @@ kw::Surroundings surroundingsOfProcess() {
   surroundings.canDraw = isUTF8() && valueOf("TERM") != "dumb";
   surroundings.canErase = !valueOf("TERM").empty() && valueOf("TERM") != "dumb";
   surroundings.wantsColours = surroundings.canErase && !isSet("NO_COLOR");
-  surroundings.connect = [](const std::string &bus) {
-    kw::ClientOptions options;
-    options.endRequestsOnLeaving = true; // the work must end when the command is killed
-    return kw::Client::connect(bus, options);
-  };
+  surroundings.connect = kw::Client::connect;
   if (NS::hasControllingTerminal())
     surroundings.ask = NS::answerOnTerminal;
   surroundings.openScreen = NS::Screen::open;

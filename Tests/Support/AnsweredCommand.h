@@ -24,6 +24,7 @@ struct Record {
   std::optional<std::string> echo; // in place of the text sent
   std::optional<ClientError> failure;
   Strings buses;
+  std::vector<kw::ClientOptions> connections;
   Strings requests;
 };
 
@@ -49,8 +50,9 @@ protected:
   int run(const Strings &words) {
     FakeAgent agent([this](const kw::AgentMessage &message) { return answer(record, message); });
     kw::Surroundings surroundings;
-    surroundings.connect = [&](const std::string &bus) {
+    surroundings.connect = [&](const std::string &bus, const kw::ClientOptions &options) {
       record.buses.push_back(bus);
+      record.connections.push_back(options);
       return agent.client();
     };
     surroundings.outIsTerminal = surroundings.errIsTerminal = onTerminal;

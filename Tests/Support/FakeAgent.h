@@ -106,6 +106,17 @@ public:
     std::lock_guard lock(mutex_);
     refusing_ = refuse;
   }
+  // Further connections are made, but not accepted until they may be.
+  void acceptConnections(bool accept = true) {
+    change([&] {
+      accepting_ = accept;
+      woken_ = true;
+    });
+  }
+  // A lack of memory ends the connection.
+  void runOutOfMemory() {
+    change([this] { hasMemoryToWait_ = false; });
+  }
   // The next request cannot be sent and finds the connection ended.
   void failNextSends(int count) {
     std::lock_guard lock(mutex_);
@@ -181,6 +192,7 @@ private:
     void send(Number number, const kw::AgentMessage &message) override {
       agent_.send(number, message);
     }
+    bool isAccepted() override { return agent_.accepts(); }
     void wait(Receiver &receiver, std::optional<Clock::time_point> until) override {
       agent_.wait(receiver, until);
     }
@@ -240,6 +252,11 @@ private:
     ++open_;
     broken_ = false;
     return std::make_unique<Connection>(*this);
+  }
+
+  bool accepts() {
+    std::lock_guard lock(mutex_);
+    return accepting_;
   }
 
   void answer(Number number, const kw::AgentMessage &message) {
@@ -304,12 +321,14 @@ private:
   void wait(kw::AgentConnection::Receiver &receiver,
             std::optional<kw::AgentConnection::Clock::time_point> until) {
     std::unique_lock lock(mutex_);
-    auto due = [this] { return !arrived_.empty() || woken_ || broken_; };
+    auto due = [this] { return !arrived_.empty() || woken_ || broken_ || !hasMemoryToWait_; };
     if (until)
       changed_.wait_until(lock, *until, due);
     else
       changed_.wait(lock, due);
     woken_ = false;
+    if (!std::exchange(hasMemoryToWait_, true))
+      throw std::bad_alloc();
     for (Arrival &arrival : std::exchange(arrived_, {})) {
       lock.unlock();
       deliver(receiver, arrival);
@@ -349,6 +368,8 @@ private:
   bool canCancel_ = false;
   bool hasMemoryToCancel_ = true;
   bool hasMemoryToConnect_ = true;
+  bool hasMemoryToWait_ = true;
+  bool accepting_ = true;
   bool holding_ = false;
   bool refusing_ = false;
   bool broken_ = false;

@@ -39,8 +39,9 @@ public:
   bool isRunning() const { return running_; }
   std::string address() const { return "unix:path=" + scratch_.path("bus"); }
 
-  // Nothing is answered any more.
+  // Nothing is answered any more, until it thaws.
   void freeze() { ::kill(process_, SIGSTOP); }
+  void thaw() { ::kill(process_, SIGCONT); }
   void kill() {
     if (process_ <= 0)
       return;

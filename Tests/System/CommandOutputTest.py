@@ -7,6 +7,7 @@ import pty
 import select
 import shlex
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -39,10 +40,11 @@ class CommandTestCase(unittest.TestCase):
         os.mkdir(f"{self.folder}/bus")
         self.bus = PrivateBus(f"{self.folder}/bus")
         self.bus.start_bus()
+        self.bus_address = self.bus.address
         self.addCleanup(self.bus.stop_bus)
 
     def argv(self, *words):
-        return [f"{harness.build_folder}/keepwell", "--bus", self.bus.address, *words]
+        return [f"{harness.build_folder}/keepwell", "--bus", self.bus_address, *words]
 
     def run_command(self, *words, **more):
         """Without a terminal, even if the test has one."""
@@ -203,6 +205,16 @@ class RealAgentTest(CommandTestCase):
         os.kill(pid, signal.SIGSTOP)
         done = self.run_command("--json", "--timeout", "0.2", "echo", "x")
         os.kill(pid, signal.SIGCONT)
+        self.assertEqual((done.returncode, json.loads(done.stdout)["error"]["kind"]),
+                         (3, "deadline"))
+
+    def test_a_bus_that_is_silent_is_waited_for_as_long_as_was_asked(self):
+        path = f"{self.folder}/silent-bus"
+        with socket.socket(socket.AF_UNIX) as silent:
+            silent.bind(path)
+            silent.listen()
+            self.bus_address = f"unix:path={path}"
+            done = self.run_command("--json", "--timeout", "0.2", "echo", "x")
         self.assertEqual((done.returncode, json.loads(done.stdout)["error"]["kind"]),
                          (3, "deadline"))
 

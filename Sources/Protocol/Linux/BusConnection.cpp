@@ -21,6 +21,8 @@ constexpr std::uint32_t isOwner = 1;
 constexpr std::uint32_t isAlreadyOwner = 4;
 constexpr std::uint32_t doNotQueue = 4;
 
+constexpr const char *cannotOpen = "The bus cannot be opened";
+
 int check(int result, const std::string &what) {
   if (result < 0)
     BusError::raise(result, what);
@@ -84,10 +86,12 @@ void BusWaker::clear() noexcept {
   static_cast<void>(!::read(descriptor_, &count, sizeof count));
 }
 
-BusConnection::BusConnection(const std::string &bus) {
-  check(sd_bus_new(&bus_), "The bus cannot be opened");
+BusConnection::BusConnection(const std::string &bus, Opening opening) {
+  check(sd_bus_new(&bus_), cannotOpen);
   try {
     start(addressOf(bus));
+    if (opening == Opening::Await)
+      static_cast<void>(waitUntilAccepted(std::nullopt));
   } catch (...) {
     sd_bus_close_unref(bus_);
     throw;
@@ -95,15 +99,31 @@ BusConnection::BusConnection(const std::string &bus) {
 }
 
 void BusConnection::start(const std::string &address) {
-  constexpr const char *cannotOpen = "The bus cannot be opened";
   check(sd_bus_set_address(bus_, address.c_str()), cannotOpen);
   check(sd_bus_set_bus_client(bus_, 1), cannotOpen);
   check(sd_bus_negotiate_fds(bus_, 0), cannotOpen);
   check(sd_bus_add_filter(bus_, nullptr, take, &arrived_), cannotOpen);
   check(sd_bus_start(bus_), cannotOpen);
-  const char *name = nullptr;
-  // waits until the bus has accepted the connection
-  check(sd_bus_get_unique_name(bus_, &name), cannotOpen);
+}
+
+bool BusConnection::isAccepted() const {
+  return sd_bus_is_ready(bus_) > 0;
+}
+
+bool BusConnection::waitUntilAccepted(std::optional<Clock::time_point> until) {
+  BusWaker nobody;
+  try {
+    while (true) {
+      next(); // answers no request: none was sent
+      if (isAccepted())
+        return true;
+      if (until && Clock::now() >= *until)
+        return false;
+      wait(nobody, until);
+    }
+  } catch (const BusError &error) {
+    throw BusError(error.name(), std::string(cannotOpen) + ": " + error.what());
+  }
 }
 
 BusConnection::~BusConnection() {

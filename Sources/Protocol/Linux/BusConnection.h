@@ -43,13 +43,25 @@ public:
   static constexpr const char *busPath = "/org/freedesktop/DBus";
   static constexpr const char *busInterface = "org.freedesktop.DBus";
 
+  enum class Opening {
+    Await, // the constructor blocks until the bus has accepted the connection
+    Begin, // next() and wait() go on with it
+  };
+
   // "system", "session", or an address. Raises BusError when the bus cannot be
   // reached.
-  explicit BusConnection(const std::string &bus);
+  explicit BusConnection(const std::string &bus, Opening opening = Opening::Await);
   // Sends the remaining messages, if the bus takes them at once.
   ~BusConnection();
   BusConnection(const BusConnection &) = delete;
   BusConnection &operator=(const BusConnection &) = delete;
+
+  // Tells whether the bus has accepted the connection; it does so once.
+  bool isAccepted() const;
+  // Blocks until then, at most until the given time, or for the library's 90 s.
+  // False when the given time came first. Raises BusError when the bus refuses;
+  // then only the destruction is allowed.
+  bool waitUntilAccepted(std::optional<Clock::time_point> until);
 
   BusMessage makeCall(const std::string &destination, const std::string &path,
                       const std::string &interface, const std::string &member);

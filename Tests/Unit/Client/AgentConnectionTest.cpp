@@ -15,6 +15,7 @@ namespace {
 using kw::Client;
 using kw::ClientError;
 using kwtest::StandInAgent;
+using std::chrono::milliseconds;
 
 ClientError failureOf(const std::function<void()> &request) {
   try {
@@ -175,6 +176,54 @@ TEST_F(AgentConnectionTest, findsABusThatComesBack) {
   ASSERT_TRUE(bus.isRunning());
   StandInAgent agent(bus.address());
   EXPECT_EQ(client->echo("after").text, "after");
+}
+
+TEST_F(AgentConnectionTest, waitsForASilentBusNoLongerThanItMay) {
+  bus.freeze();
+  ClientError error = failureOf([&] {
+    static_cast<void>(Client::connect(bus.address(), {.connectTimeLimit = milliseconds(20)}));
+  });
+  EXPECT_EQ(error.kind(), ClientError::Kind::DeadlinePassed);
+  EXPECT_EQ(error.effect(), ClientError::Effect::None);
+  bus.thaw();
+  auto other = Client::connect(bus.address(), {.connectTimeLimit = milliseconds::max()});
+  StandInAgent agent(bus.address());
+  EXPECT_EQ(other->echo("here").text, "here");
+}
+
+TEST_F(AgentConnectionTest, endsItsRequestsWhenTheBusComesBackSilent) {
+  bus.kill();
+  bus.restart();
+  ASSERT_TRUE(bus.isRunning());
+  bus.freeze();
+  ClientError late = failureOf([&] { static_cast<void>(client->echo("x", {milliseconds(20)})); });
+  EXPECT_EQ(late.kind(), ClientError::Kind::DeadlinePassed);
+  EXPECT_EQ(late.effect(), ClientError::Effect::None);
+  auto cancelled = client->echoAsync("x");
+  cancelled.cancel();
+  EXPECT_EQ(failureOf([&] { cancelled.get(); }).kind(), ClientError::Kind::Cancelled);
+  auto waiting = client->echoAsync("later");
+  bus.thaw();
+  EXPECT_EQ(failureOf([&] { waiting.get(); }).name(), "org.freedesktop.DBus.Error.ServiceUnknown");
+  bus.kill();
+  bus.restart();
+  bus.freeze();
+  auto abandoned = client->echoAsync("x");
+  client.reset();
+  EXPECT_EQ(failureOf([&] { abandoned.get(); }).kind(), ClientError::Kind::Cancelled);
+}
+
+TEST_F(AgentConnectionTest, cannotReachABusThatEndsBeforeItAcceptsTheConnection) {
+  bus.kill();
+  bus.restart();
+  ASSERT_TRUE(bus.isRunning());
+  bus.freeze();
+  auto waiting = client->echoAsync("x");
+  EXPECT_FALSE(waiting.waitFor(milliseconds(20)));
+  bus.kill();
+  ClientError error = failureOf([&] { waiting.get(); });
+  EXPECT_EQ(error.kind(), ClientError::Kind::Unreachable);
+  EXPECT_EQ(error.effect(), ClientError::Effect::None);
 }
 
 TEST_F(AgentConnectionTest, believesTheProgressOfTheAgentAlone) {

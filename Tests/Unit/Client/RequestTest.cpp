@@ -280,6 +280,60 @@ TEST_F(RequestTest, isUnreachableWithoutMemoryForAnotherConnection) {
   EXPECT_EQ(client->echo("again").text, "again");
 }
 
+class UnacceptedConnection : public RequestTest {
+protected:
+  void SetUp() override {
+    static_cast<void>(client->echo("x"));
+    agent.acceptConnections(false);
+    agent.failNextSends(1);
+    first = client->echoAsync("first");
+    second = client->echoAsync("second");
+    while (agent.connections() < 2)
+      std::this_thread::yield();
+    agent.forget();
+  }
+
+  Request<EchoReply> first, second;
+};
+
+TEST_F(UnacceptedConnection, carriesRequestsOnceItIsAccepted) {
+  EXPECT_FALSE(first.waitFor(milliseconds(10)));
+  EXPECT_TRUE(agent.sent().empty());
+  agent.acceptConnections();
+  EXPECT_EQ(first.get().text, "first");
+  EXPECT_EQ(second.get().text, "second");
+  EXPECT_EQ(agent.connections(), 2);
+}
+
+TEST_F(UnacceptedConnection, keepsNoRequestBeyondItsTime) {
+  expectFailure(client->echoAsync("x", {milliseconds(10)}), ClientError::Kind::DeadlinePassed,
+                ClientError::Effect::None);
+  second.cancel();
+  expectFailure(second, ClientError::Kind::Cancelled, ClientError::Effect::None);
+}
+
+TEST_F(UnacceptedConnection, failsAllRequestsWhenItEnds) {
+  agent.breakConnection();
+  expectFailure(first, ClientError::Kind::Unreachable, ClientError::Effect::None);
+  expectFailure(second, ClientError::Kind::Unreachable, ClientError::Effect::None);
+  agent.acceptConnections();
+  EXPECT_EQ(client->echo("again").text, "again");
+  EXPECT_EQ(agent.connections(), 3);
+}
+
+TEST_F(UnacceptedConnection, failsAllRequestsWhenMemoryRunsOut) {
+  agent.runOutOfMemory();
+  expectFailure(first, ClientError::Kind::Unreachable, ClientError::Effect::None);
+  expectFailure(second, ClientError::Kind::Unreachable, ClientError::Effect::None);
+  agent.acceptConnections();
+  EXPECT_EQ(client->echo("again").text, "again");
+}
+
+TEST_F(UnacceptedConnection, doesNotOutliveTheClient) {
+  client.reset();
+  expectFailure(first, ClientError::Kind::Cancelled, ClientError::Effect::None);
+}
+
 TEST_F(RequestTest, endsWithTheClient) {
   agent.hold();
   std::vector<Request<EchoReply>> requests;

@@ -91,7 +91,9 @@ protected:
     surroundings.errIsTerminal = true;
     surroundings.canErase = canErase;
     surroundings.now = [this] { return start + std::chrono::seconds(++seconds_); };
-    surroundings.connect = [this](const std::string &) { return agent_.client(); };
+    surroundings.connect = [this](const std::string &, const kw::ClientOptions &) {
+      return agent_.client();
+    };
     surroundings.hasTool = surroundings.hasFile = [](const std::string &) { return true; };
     agent_.hold();
     std::vector<const char *> arguments{"keepwell"};

@@ -390,8 +390,24 @@ TEST_F(CommandLineTest, isQuietWhenAsked) {
                            "{\"kind\":\"failed\",\"description\":\"the agent gave no reason\"}}\n");
 }
 
+TEST_F(CommandLineTest, limitsTheTimeForTheConnectionToo) {
+  EXPECT_EQ(run({"--timeout", "0.5", "remove", "/a"}), 0);
+  EXPECT_EQ(record.connections.back().connectTimeLimit, std::chrono::milliseconds(500));
+  EXPECT_EQ(run({"remove", "/a"}), 0);
+  EXPECT_EQ(record.connections.back().connectTimeLimit, std::nullopt);
+  EXPECT_TRUE(record.connections.back().endRequestsOnLeaving);
+}
+
+TEST_F(CommandLineTest, saysThatNothingWasDoneWhenTheRequestWasNotSent) {
+  record.failure = ClientError(ClientError::Kind::DeadlinePassed, "", "the time has passed",
+                               ClientError::Effect::None);
+  EXPECT_EQ(run({"--timeout", "0.5", "remove", "/a"}), 3);
+  EXPECT_EQ(err.str(), "keepwell: /a: nothing was done: the time has passed\n");
+}
+
 TEST_F(CommandLineTest, gives3WhenTheAnswerTakesTooLong) {
-  record.failure = ClientError(ClientError::Kind::DeadlinePassed, "", "the time has passed");
+  record.failure = ClientError(ClientError::Kind::DeadlinePassed, "", "the time has passed",
+                               ClientError::Effect::Unknown);
   EXPECT_EQ(run({"--timeout", "0.5", "remove", "/a"}), 3);
   EXPECT_EQ(err.str(), "keepwell: /a: no answer in the time allowed; the agent may yet do it\n");
   for (const char *time : {"0", "-1", "soon", "nan", "inf", "1e99", "", "1s"})

@@ -26,7 +26,8 @@ class LocalCommands : public ::testing::Test {
 protected:
   int run(const Strings &words) {
     kw::Surroundings surroundings;
-    surroundings.connect = [](const std::string &) -> std::unique_ptr<kw::Client> {
+    surroundings.connect = [](const std::string &,
+                              const kw::ClientOptions &) -> std::unique_ptr<kw::Client> {
       ADD_FAILURE() << "a local command asked for the agent";
       return nullptr;
     };

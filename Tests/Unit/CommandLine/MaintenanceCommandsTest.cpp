@@ -49,7 +49,9 @@ protected:
     FakeAgent agent([this](const kw::AgentMessage &message) { return answer(record, message); });
     agent.setChunks(record.chunks);
     kw::Surroundings surroundings;
-    surroundings.connect = [&](const std::string &) { return agent.client(); };
+    surroundings.connect = [&](const std::string &, const kw::ClientOptions &) {
+      return agent.client();
+    };
     surroundings.outIsTerminal = outIsTerminal;
     int status = keepwell(words, std::move(surroundings));
     record.requests = agent.requests();
@@ -189,7 +191,9 @@ TEST(RepairOutput, isWrittenByTheCommandsThreadAlone) {
     kw::Surroundings surroundings;
     surroundings.out = &out;
     surroundings.err = &err;
-    surroundings.connect = [&](const std::string &) { return agent.client(); };
+    surroundings.connect = [&](const std::string &, const kw::ClientOptions &) {
+      return agent.client();
+    };
     surroundings.hasTool = [](const std::string &) { return true; };
     surroundings.outIsTerminal = true;
     std::vector<const char *> words{"keepwell", "maintenance", "repair-permissions"};

@@ -79,7 +79,7 @@ protected:
   std::vector<kw::AgentMessage> sentBy(const Strings &words, const std::string &input = "") {
     FakeAgent agent;
     kw::Surroundings surroundings;
-    surroundings.connect = [&](const std::string &chosen) {
+    surroundings.connect = [&](const std::string &chosen, const kw::ClientOptions &) {
       bus = chosen;
       return agent.client();
     };

@@ -36,7 +36,9 @@ protected:
   int run(const Strings &words) {
     FakeAgent agent([this](const kw::AgentMessage &message) { return answer(record, message); });
     kw::Surroundings surroundings;
-    surroundings.connect = [&](const std::string &) { return agent.client(); };
+    surroundings.connect = [&](const std::string &, const kw::ClientOptions &) {
+      return agent.client();
+    };
     int status = keepwell(words, std::move(surroundings));
     record.requests = agent.requests();
     return status;

@@ -31,7 +31,9 @@ protected:
   // Runs the command and stops it once the agent has got so many requests.
   int runAndStop(const Strings &words, std::size_t sent) {
     surroundings.alarm = alarm;
-    surroundings.connect = [this](const std::string &) { return agent.client(); };
+    surroundings.connect = [this](const std::string &, const kw::ClientOptions &) {
+      return agent.client();
+    };
     auto status = std::async(std::launch::async, [&] { return keepwell(words, surroundings); });
     agent.waitUntilSent(sent);
     // The command heeds the alarm a moment after it has sent a request.
@@ -239,7 +241,9 @@ TEST(Coprocess, getsEachAnswerBeforeItSendsTheNextPath) {
     surroundings.in = &in;
     surroundings.out = &out;
     surroundings.err = &err;
-    surroundings.connect = [&](const std::string &) { return agent.client(); };
+    surroundings.connect = [&](const std::string &, const kw::ClientOptions &) {
+      return agent.client();
+    };
     std::vector<const char *> arguments;
     for (const std::string &word : words)
       arguments.push_back(word.c_str());

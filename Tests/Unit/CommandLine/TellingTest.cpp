@@ -59,7 +59,8 @@ TEST_F(Telling, saysThatThereWasNothing) {
 }
 
 TEST_F(Telling, tellsEachPathWhenNoAnswerComes) {
-  record.failure = ClientError(ClientError::Kind::DeadlinePassed, "", "the time has passed");
+  record.failure = ClientError(ClientError::Kind::DeadlinePassed, "", "the time has passed",
+                               ClientError::Effect::Unknown);
   EXPECT_EQ(run({"exists", "/a", "/b", "/c"}), 3);
   EXPECT_EQ(err.str(), "keepwell: /a: no answer in the time allowed; the agent may yet do it\n"
                        "keepwell: /b: not tried, since there was no answer before\n"

@@ -297,6 +297,32 @@ TEST(BusConnection, tellsThatThereIsNoBus) {
   EXPECT_THROW(BusConnection("nonsense"), BusError);
 }
 
+TEST_F(BusConnectionTest, waitsForASilentBusNoLongerThanItMay) {
+  bus_.freeze();
+  BusConnection begun(bus_.address(), BusConnection::Opening::Begin);
+  EXPECT_FALSE(begun.isAccepted());
+  EXPECT_FALSE(begun.waitUntilAccepted(BusConnection::Clock::now()));
+  EXPECT_FALSE(
+      begun.waitUntilAccepted(BusConnection::Clock::now() + std::chrono::milliseconds(20)));
+  bus_.thaw();
+  EXPECT_TRUE(begun.waitUntilAccepted(std::nullopt));
+  EXPECT_TRUE(begun.isAccepted());
+  EXPECT_EQ(client_.ownerOfName(begun.uniqueName()), begun.uniqueName());
+}
+
+TEST_F(BusConnectionTest, tellsThatTheBusEndedBeforeItAcceptedTheConnection) {
+  bus_.freeze();
+  BusConnection begun(bus_.address(), BusConnection::Opening::Begin);
+  bus_.kill();
+  try {
+    static_cast<void>(begun.waitUntilAccepted(std::nullopt));
+    FAIL() << "no error";
+  } catch (const BusError &error) {
+    EXPECT_TRUE(std::string(error.what()).starts_with("The bus cannot be opened: "))
+        << error.what();
+  }
+}
+
 TEST(BusText, knowsItsLength) {
   for (const char *text : {"", "plain", "Gr\xC3\xBC\xC3\x9F", "a\xFF\xFEz", "\xED\xA0\x80"}) {
     EXPECT_EQ(busTextLength(text), busText(text).size());
