@@ -278,11 +278,14 @@ TEST_F(PerformBlockWithTimeout, truncatesTheTimeToWholeSeconds) {
   kwtest::FakeClock clock;
   NS::ScopedOverride<NS::Clock> override(clock);
   HeldQueue queue;
-  NS::MonotonicTime start = clock.monotonicTime();
-  kw::performBlock(
-      sender, [] {}, kw::Timeout{2.999});
-  EXPECT_EQ(clock.monotonicDeadline()->sinceStart - start.sinceStart, 2s);
-  EXPECT_EQ(log.lines(), (Lines{timedOut}));
+  for (auto [seconds, whole] : {std::pair(2.999, 2s), std::pair(1.0, 1s)}) {
+    NS::MonotonicTime start = clock.monotonicTime();
+    kw::performBlock(
+        sender, [] {}, kw::Timeout{seconds});
+    ASSERT_TRUE(clock.monotonicDeadline());
+    EXPECT_EQ(clock.monotonicDeadline()->sinceStart - start.sinceStart, whole);
+  }
+  EXPECT_EQ(log.lines(), (Lines{timedOut, timedOut}));
 }
 
 TEST_F(PerformBlockWithTimeout, ofLessThanASecondDoesNotWaitAndLogsAnUnfinishedBlock) {

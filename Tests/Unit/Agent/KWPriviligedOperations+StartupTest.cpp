@@ -211,6 +211,13 @@ TEST_F(StartupHandlersTest, anotherSpellingOfTheSameNameIsTheSameApplication) {
   EXPECT_EQ(list.removed.size(), 1u);
 }
 
+TEST_F(StartupHandlersTest, aLoginItemWithThePathOfTheApplicationInItsOwnStays) {
+  for (const char *path : {"/A.app/Contents/B.app", "/x/A.app", "/A.apps"})
+    list.add(path, "x");
+  operations.removeGlobalLoginItemForAppWithPath("/A.app", reply());
+  EXPECT_TRUE(list.removed.empty());
+}
+
 TEST_F(StartupHandlersTest, theConfigurationIsEditedWithABackupAndOneReply) {
   configuration("umask \"022\"\n\nsetenv DYLD_INSERT_LIBRARIES \"/a:/x\"\nlimit 1");
   edit("/x");

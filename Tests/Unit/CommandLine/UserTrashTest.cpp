@@ -95,6 +95,14 @@ TEST_F(UserTrash, isListedTheOldestFirst) {
                        "2021-01-01 01:01:01        4 KB\t/srv/a\n");
 }
 
+TEST_F(UserTrash, isListedForPrograms) {
+  throwAway("a", describing("/srv/a", "soon"));
+  EXPECT_EQ(run({"trash", "list", "--json"}), 0);
+  EXPECT_EQ(out.str(), "{\"command\":\"trash list\",\"path\":\"/srv/a\",\"success\":true,"
+                       "\"bytes\":4096,\"held\":\"" +
+                           held("a") + "\"}\n");
+}
+
 TEST_F(UserTrash, isNotTrustedWhenAnotherUserMadeIt) {
   throwAway("a", describing("/srv/a", "2021-01-01T01:01:01"));
   fs::rename(scratch.path("data/Trash"), scratch.path("data/other"));
