@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <system_error>
 
 namespace NS {
 namespace {
@@ -35,16 +36,26 @@ public:
       if (const FolderEntry *entry = chain_.next(outcome)) {
         if (unlock(entry->name))
           static_cast<void>(chain_.enter(entry->name));
-      } else if (chain_.leave().isFailed()) {
-        static_cast<void>(chain_.findAgain([this](const std::string &below) {
-          Log("%@ was moved; the rest of it stays locked.",
-              stringByAppendingPathComponent(path_, below));
-        }));
+      } else {
+        if (outcome.isFailed())
+          tell(chain_.pathBelowRoot(),
+               "cannot be listed: " + std::generic_category().message(outcome.errnum()));
+        leave();
       }
     }
   }
 
 private:
+  void leave() {
+    if (chain_.leave().isFailed())
+      static_cast<void>(chain_.findAgain(
+          [this](const std::string &below, const std::string &fate) { tell(below, fate); }));
+  }
+
+  void tell(const std::string &below, const std::string &fate) const {
+    Log("%@ %@; the rest of it stays locked.", stringByAppendingPathComponent(path_, below), fate);
+  }
+
   // Tells whether the item is a folder to descend into.
   bool unlock(const char *name) {
     ItemStatus status;

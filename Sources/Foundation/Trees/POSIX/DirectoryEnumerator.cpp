@@ -24,10 +24,11 @@ public:
       return;
     // Follows links of the root itself, and none beneath it.
     Descriptor folder(::open(root.c_str(), folderFlags & ~O_NOFOLLOW));
-    if (folder)
-      static_cast<void>(chain_.openRoot(std::move(folder)));
-    else
-      noteLeftOut(root, errno);
+    StepOutcome outcome(TreeStep::Open, folder ? 0 : errno);
+    if (outcome.isDone())
+      outcome = chain_.openRoot(std::move(folder));
+    if (outcome.isFailed())
+      noteLeftOut("", outcome.errnum());
   }
 
   bool next() {
@@ -36,6 +37,8 @@ public:
       StepOutcome outcome;
       const FolderEntry *entry = chain_.next(outcome);
       if (!entry) {
+        if (outcome.isFailed())
+          tell(chain_.pathBelowRoot(), "is listed only in part: " + textOf(outcome.errnum()));
         if (!leave())
           break;
       } else if (!isHidden(entry->name)) {
@@ -73,14 +76,25 @@ private:
     if (outcome.isDone())
       prefix_ += name_ + "/";
     else
-      noteLeftOut(stringByAppendingPathComponent(rootPath_, path_), outcome.errnum());
+      noteLeftOut(path_, outcome.errnum());
   }
 
   // Any other cause is the folder's own, such as that it may not be read.
-  static void noteLeftOut(const std::string &folder, int errnum) {
+  void noteLeftOut(const std::string &below, int errnum) {
     if (isExhaustion(errnum))
-      Log("%@ is left out of a list: %s", folder, std::generic_category().message(errnum));
+      tell(below, "is left out of a list: " + textOf(errnum));
   }
+
+  // Another user can make very many folders, of which none can be listed.
+  void tell(const std::string &below, const std::string &fate) {
+    if (linesLeft_ == 0)
+      return;
+    Log("%@ %@", stringByAppendingPathComponent(rootPath_, below), fate);
+    if (--linesLeft_ == 0)
+      Log("The log has nothing more of the list of %@.", rootPath_);
+  }
+
+  static std::string textOf(int errnum) { return std::generic_category().message(errnum); }
 
   // False when the walk can reach no further folder, which ends it.
   bool leave() {
@@ -89,17 +103,19 @@ private:
       prefix_.resize(prefix_.size() - length - 1);
     if (chain_.leave().isDone())
       return true;
-    bool found = chain_.findAgain([this](const std::string &below) {
-      Log("%@ was moved; the rest of it is left out of a list.",
-          stringByAppendingPathComponent(rootPath_, below));
+    bool found = chain_.findAgain([this](const std::string &below, const std::string &fate) {
+      tell(below, fate + "; the rest of it is left out of a list.");
     });
     if (found)
       prefix_ = chain_.depth() > 1 ? chain_.pathBelowRoot() + "/" : "";
     return found;
   }
 
+  static constexpr unsigned mostLines = 16; // in the log
+
   DirectoryEnumerationOptions options_;
   WalkShare share_;
+  unsigned linesLeft_ = mostLines;
   const std::string rootPath_;
   FolderChain chain_{{.keepsRoot = true}};
   std::string prefix_; // the lowest folder's path with a slash, empty at the root

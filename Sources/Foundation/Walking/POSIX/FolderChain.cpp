@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -228,11 +229,13 @@ Descriptor FolderChain::openByNames(std::size_t &index) {
 bool FolderChain::findAgain(const LossHandler &lost) {
   std::size_t index = links_.size() - 1;
   Descriptor folder = openByNames(index);
+  std::string fate =
+      folder ? "was moved" : "cannot be reached: " + std::generic_category().message(errno);
   std::size_t kept = folder ? index + 1 : 0;
   while (links_.size() > kept + 1)
     drop();
   if (links_.size() > kept) {
-    lost(pathBelowRoot());
+    lost(pathBelowRoot(), fate);
     drop();
   }
   if (!folder)

@@ -3,6 +3,8 @@
 
 #include "Support/ForkedChild.h"
 #include "Support/LockedItem.h"
+#include "Support/LogRecorder.h"
+#include "Support/MissingCall.h"
 #include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
 
@@ -227,6 +229,19 @@ TEST(ClearBeneath, namesItemsThatItCannotClear) {
                          : "other failures";
             }),
             "");
+}
+
+TEST(ClearBeneath, tellsOfAFolderThatItCannotList) {
+  ScratchFolder scratch;
+  scratch.file("item", "");
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (!kwtest::refuseListings())
+                return "listings still work";
+              kwtest::LogRecorder log;
+              failuresOfClearing(scratch.path());
+              return log.lines().size() == 1 ? log.lines()[0] : "not one line";
+            }),
+            scratch.path() + " cannot be listed: Input/output error; the rest of it stays locked.");
 }
 
 // The way back up out of the first chain of folders leads elsewhere; the others

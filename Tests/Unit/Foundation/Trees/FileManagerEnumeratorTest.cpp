@@ -1,7 +1,9 @@
 // Deep walks by path and by URL.
 #include "Foundation/Trees/FileManager.h"
 
+#include "Support/ForkedChild.h"
 #include "Support/LogRecorder.h"
+#include "Support/MissingCall.h"
 #include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
 #include "Support/Sanitizers.h"
@@ -79,6 +81,37 @@ TEST(Enumerator, tellsOfFoldersLeftOutForLackOfDescriptors) {
           << line;
   }
   EXPECT_TRUE(hasListedAll) << "of ten descriptors";
+}
+
+TEST(Enumerator, tellsOfAFolderThatCannotBeListed) {
+  ScratchFolder scratch;
+  scratch.file("item", "");
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (!kwtest::refuseListings())
+                return "listings still work";
+              kwtest::LogRecorder log;
+              if (!pathsBelow(scratch.path()).empty())
+                return "an item was listed";
+              return log.lines().size() == 1 ? log.lines()[0] : "not one line";
+            }),
+            scratch.path() + " is listed only in part: Input/output error");
+}
+
+TEST(Enumerator, doesNotFillTheLogWithWhatItLeavesOut) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  ScratchFolder scratch;
+  kwtest::LogRecorder log;
+  kwtest::SleepWatcher sleeps;
+  for (int folder = 0; folder < 100; ++folder)
+    fs::create_directory(scratch.path(std::to_string(folder)));
+  auto enumerator = NS::FileManager::defaultManager().enumeratorAtPath(scratch.path());
+  kwtest::FewDescriptorsLeft scarcity;
+  int items = 0;
+  while (enumerator->nextObject())
+    ++items;
+  EXPECT_EQ(items, 100);
+  ASSERT_EQ(log.lines().size(), 17u);
+  EXPECT_EQ(log.lines().back(), "The log has nothing more of the list of " + scratch.path() + ".");
 }
 
 // Twenty branches, each too deep for all of its folders to be held open.

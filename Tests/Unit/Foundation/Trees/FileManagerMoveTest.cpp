@@ -144,7 +144,7 @@ TEST(MoveItem, replacesNothingWhereRenamesAlwaysReplace) {
   scratch.file("taken folder/inner", "taken");
   auto path = [&](const char *name) { return scratch.path(name); };
   EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (!kwtest::loseExclusiveRename())
+              if (!kwtest::refuseExclusiveRenames())
                 return "the call cannot be taken away";
               for (const char *from : {"file", "folder"})
                 for (const char *to : {"taken", "taken folder"})

@@ -167,8 +167,11 @@ TEST(FolderChain, tellsOfTheRootWhenEvenThatCannotBeOpenedAgain) {
   kwtest::SleepWatcher sleeps;
   kwtest::FewDescriptorsLeft scarcity;
   std::vector<std::string> told;
-  EXPECT_FALSE(chain.findAgain([&](const std::string &path) { told.push_back(path); }));
-  EXPECT_EQ(told, std::vector<std::string>{""});
+  EXPECT_FALSE(chain.findAgain([&](const std::string &path, const std::string &fate) {
+    told.push_back(path);
+    told.push_back(fate);
+  }));
+  EXPECT_EQ(told, (std::vector<std::string>{"", "cannot be reached: Too many open files"}));
   EXPECT_TRUE(chain.empty());
 }
 
