@@ -2,9 +2,11 @@
 // same files as any other.
 #include "Foundation/Text/StringUtilities.h"
 
+#include "Foundation/Text/Internal/ICUStatus.h"
 #include "Foundation/Text/Unicode.h"
 
 #include <algorithm>
+#include <memory>
 #include <unicode/ucasemap.h>
 #include <unicode/ustring.h>
 
@@ -17,6 +19,10 @@ constexpr const char *rootLocale = "";
 // result can differ only for a letter that the cut parts from its context.
 constexpr std::size_t longestPiece = std::size_t{1} << 28;
 
+struct CloseMap {
+  void operator()(UCaseMap *map) const { ucasemap_close(map); }
+};
+
 // A mapping writes at most capacity units and returns the length that the whole
 // result needs.
 template <typename Mapping>
@@ -27,7 +33,7 @@ std::u16string mapped(const std::u16string &units, const Mapping &mapping) {
     std::int32_t length =
         mapping(result.data(), static_cast<std::int32_t>(result.size()), units, status);
     bool isShort = status == U_BUFFER_OVERFLOW_ERROR;
-    if (U_FAILURE(status) && !isShort)
+    if (hasFailed(status) && !isShort)
       return units;
     result.resize(static_cast<std::size_t>(length));
     if (!isShort)
@@ -60,17 +66,16 @@ std::string capitalizedWord(std::string_view word) {
   if (word.size() > longestPiece)
     return std::string(word);
   UErrorCode status = U_ZERO_ERROR;
-  UCaseMap *map = ucasemap_open(rootLocale, U_TITLECASE_WHOLE_STRING, &status);
-  if (U_FAILURE(status))
+  std::unique_ptr<UCaseMap, CloseMap> map(
+      ucasemap_open(rootLocale, U_TITLECASE_WHOLE_STRING, &status));
+  if (hasFailed(status))
     return std::string(word);
-  std::u16string title =
-      mapped(utf16FromBytes(word), [map](UChar *to, std::int32_t capacity,
-                                         const std::u16string &from, UErrorCode &failure) {
-        return ucasemap_toTitle(map, to, capacity, from.data(),
+  return bytesFromUTF16(
+      mapped(utf16FromBytes(word), [&map](UChar *to, std::int32_t capacity,
+                                          const std::u16string &from, UErrorCode &failure) {
+        return ucasemap_toTitle(map.get(), to, capacity, from.data(),
                                 static_cast<std::int32_t>(from.size()), &failure);
-      });
-  ucasemap_close(map);
-  return bytesFromUTF16(title);
+      }));
 }
 
 } // namespace NS

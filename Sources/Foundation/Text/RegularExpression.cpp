@@ -2,6 +2,7 @@
 // one search.
 #include "Foundation/Text/RegularExpression.h"
 
+#include "Foundation/Text/Internal/ICUStatus.h"
 #include "Foundation/Text/Unicode.h"
 
 #include <unicode/uregex.h>
@@ -50,7 +51,7 @@ public:
     bool found = uregex_find(search.get(), -1, &status) != 0;
     std::int32_t start = uregex_start(search.get(), 0, &status);
     std::int32_t end = uregex_end(search.get(), 0, &status);
-    if (!found || U_FAILURE(status))
+    if (hasFailed(status) || !found)
       return std::nullopt;
     std::size_t location = byteOfUnit(text, static_cast<std::size_t>(start));
     return ByteRange{location, byteOfUnit(text, static_cast<std::size_t>(end)) - location};
@@ -72,7 +73,7 @@ RegularExpression::regularExpressionWithPattern(std::string_view pattern,
   UErrorCode status = U_ZERO_ERROR;
   Expression compiled(
       uregex_open(units.data(), static_cast<std::int32_t>(units.size()), flags, nullptr, &status));
-  if (U_FAILURE(status) || !compiled)
+  if (hasFailed(status) || !compiled)
     return nullptr;
   return std::make_shared<ICUExpression>(std::move(compiled));
 }

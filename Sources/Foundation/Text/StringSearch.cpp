@@ -4,6 +4,7 @@
 // begin and end between clusters.
 #include "Foundation/Text/StringUtilities.h"
 
+#include "Foundation/Text/Internal/ICUStatus.h"
 #include "Foundation/Text/Unicode.h"
 
 #include <algorithm>
@@ -21,7 +22,9 @@ constexpr std::size_t longestCluster = 256;
 const UNormalizer2 *decomposer() {
   static const UNormalizer2 *const instance = [] {
     UErrorCode status = U_ZERO_ERROR;
-    return unorm2_getNFDInstance(&status);
+    const UNormalizer2 *made = unorm2_getNFDInstance(&status);
+    static_cast<void>(hasFailed(status));
+    return made;
   }();
   return instance;
 }
@@ -29,7 +32,9 @@ const UNormalizer2 *decomposer() {
 const UNormalizer2 *composer() {
   static const UNormalizer2 *const instance = [] {
     UErrorCode status = U_ZERO_ERROR;
-    return unorm2_getNFCInstance(&status);
+    const UNormalizer2 *made = unorm2_getNFCInstance(&status);
+    static_cast<void>(hasFailed(status));
+    return made;
   }();
   return instance;
 }
@@ -48,7 +53,7 @@ void appendDecomposed(std::u16string &units, std::string_view cluster) {
   std::int32_t length =
       unorm2_normalize(decomposer(), raw.data(), static_cast<std::int32_t>(raw.size()),
                        decomposed.data(), static_cast<std::int32_t>(decomposed.size()), &status);
-  if (U_FAILURE(status))
+  if (hasFailed(status))
     units += raw;
   else
     units.append(decomposed, 0, static_cast<std::size_t>(length));

@@ -2,6 +2,7 @@
 #include "Foundation/Values/NumberFormatter.h"
 
 #include "Foundation/Base/Internal/EnvironmentLock.h"
+#include "Foundation/Text/Internal/ICUStatus.h"
 #include "Foundation/Text/Unicode.h"
 
 #include <array>
@@ -35,7 +36,7 @@ std::string localeOfNumbers() {
   uloc_canonicalize(name.c_str(), canonical.data(), static_cast<std::int32_t>(canonical.size()),
                     &status);
   // A name that fills the buffer gets no NUL; no locale has such a name.
-  return U_FAILURE(status) || status == U_STRING_NOT_TERMINATED_WARNING ? "" : canonical.data();
+  return hasFailed(status) || status == U_STRING_NOT_TERMINATED_WARNING ? "" : canonical.data();
 }
 
 class LocalizedFormatter final : public NumberFormatter {
@@ -43,7 +44,7 @@ public:
   LocalizedFormatter() {
     UErrorCode status = U_ZERO_ERROR;
     format_.reset(unum_open(UNUM_DECIMAL, nullptr, 0, localeOfNumbers().c_str(), nullptr, &status));
-    if (U_FAILURE(status))
+    if (hasFailed(status))
       format_.reset();
     set(UNUM_GROUPING_USED, 0);
     set(UNUM_ROUNDING_MODE, UNUM_ROUND_HALFEVEN);
@@ -68,7 +69,7 @@ public:
           unum_formatDouble(format_.get(), number.doubleValue(), text.data(),
                             static_cast<std::int32_t>(text.size()), nullptr, &status);
       bool isShort = status == U_BUFFER_OVERFLOW_ERROR;
-      if (U_FAILURE(status) && !isShort)
+      if (hasFailed(status) && !isShort)
         return std::nullopt;
       text.resize(static_cast<std::size_t>(length));
       if (!isShort)

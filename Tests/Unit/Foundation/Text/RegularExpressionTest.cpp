@@ -1,7 +1,12 @@
 // The dialect, and the bounds on the cost of a search.
 #include "Foundation/Text/RegularExpression.h"
 
+#include "Support/MemoryLimit.h"
+#include "Support/Sanitizers.h"
+
 #include <gtest/gtest.h>
+
+#include <new>
 #include <thread>
 
 namespace {
@@ -35,6 +40,24 @@ TEST(RegularExpression, isNullForBadSyntax) {
   for (const char *pattern : {"(", "a)", "[", "a{2,1}", "*", "\\", "(?<n", "(?<=a*)b"})
     EXPECT_EQ(build(pattern), nullptr) << pattern;
   EXPECT_EQ(build(""), nullptr);
+}
+
+TEST(RegularExpression, isNotNullForLackOfMemory) {
+  if (kwtest::addsMemory)
+    GTEST_SKIP() << "a sanitizer's shadow memory does not fit in the limit";
+  std::string pattern;
+  for (int part = 0; part < 4000; ++part)
+    pattern += "(abc|d+)";
+  int thrown = 0;
+  for (std::size_t limit = 0; limit < (4u << 20); limit += 64u << 10) {
+    kwtest::MemoryLimit scarcity(limit);
+    try {
+      EXPECT_TRUE(build(pattern)) << limit;
+    } catch (const std::bad_alloc &) {
+      ++thrown;
+    }
+  }
+  EXPECT_GT(thrown, 0);
 }
 
 TEST(RegularExpression, isNullForAnImmensePattern) {
