@@ -54,7 +54,7 @@ class Bench:
     def compare(self, row, ours, theirs, rounds, prepare=None, verify=None, warm_up=1,
                 counts_calls=True):
         """Fills in the row; a missed target gets its system calls counted."""
-        row.ours, row.theirs = alternate(ours, theirs, self.rounds(rounds), prepare, verify,
+        row.ours, row.theirs = alternate((ours, theirs), self.rounds(rounds), prepare, verify,
                                          warm_up)
         if counts_calls and row.missed() and not self.quick:
             for name, side in (("ours", ours), ("theirs", theirs)):
@@ -92,7 +92,7 @@ def pair_of(command, path, depth, finish=":"):
 def add_gain(bench, row, pair, alone, rounds, prepare=None):
     """Tells the reader of a missed target how far the machine itself lets the
     rival's system calls run at once."""
-    both, one = alternate(pair, alone, bench.rounds(rounds), prepare)
+    both, one = alternate((pair, alone), bench.rounds(rounds), prepare)
     row.facts.append(f"two {row.rival} at once, each over half of the tree, take "
                      f"{both.median() / one.median():.3f} of the time of one")
     return row
@@ -203,28 +203,28 @@ class BareCalls(Side):
         return int(self.output) / 1e9, spent
 
 
-def bare_calls_of(bench, work, rival, bare, theirs, rounds, prepare=None, warm_up=1):
-    row = Row(work, rival)
-    row.ours, row.theirs = alternate(bare, theirs, bench.rounds(rounds), prepare, warm_up=warm_up)
-    return row
-
-
 def bare_calls(bench):
     """The table of the system calls that an operation needs, by themselves."""
-    def forget_for_rival(side):
+    def row(work, rival, sides, rounds, prepare=None, warm_up=1):
+        line = Row(work, rival)
+        line.ours, line.bare, line.theirs = alternate(sides, bench.rounds(rounds), prepare,
+                                                      warm_up=warm_up)
+        return line
+
+    def forget(side):  # bare calls drop the caches after their listing
         if not isinstance(side, BareCalls):
             forget_files(side)
 
-    def size(rival, command, cold):
-        return bare_calls_of(bench, "size of /usr" + (", caches dropped" if cold else ", warm"),
-                             rival, BareCalls(bench, "size", "/usr", cold), Side(command),
-                             7 if cold else 15, forget_for_rival if cold else None)
+    def size(rival, cold):
+        ours = Side(bench.agent.command("size", "--bytes", "/usr"), bench.agent)
+        sides = (ours, BareCalls(bench, "size", "/usr", cold), Side([*rival.command, "/usr"]))
+        return row("size of /usr" + (", caches dropped" if cold else ", warm"), rival.name, sides,
+                   7 if cold else 15, forget if cold else None)
 
     def search(cold):
-        return bare_calls_of(bench, "find a name under /usr" + (", caches dropped" if cold else ""),
-                             "`bfs -iname`", BareCalls(bench, "search", "/usr", cold),
-                             Side(["bfs", "/usr", "-iname", "*python3*"]), 7 if cold else 15,
-                             forget_for_rival if cold else None)
+        sides = (our_search(bench), BareCalls(bench, "search", "/usr", cold), Side(BFS))
+        return row("find a name under /usr" + (", caches dropped" if cold else ", warm"),
+                   "`bfs -iname`", sides, 7 if cold else 15, forget if cold else None)
 
     def removal(cold):
         path = bench.path("doomed") if cold else os.path.join(bench.volume.path, "doomed")
@@ -232,18 +232,17 @@ def bare_calls(bench):
         def prepare(side):
             if cold:
                 WIDE.make(bench.build, path)
-                forget_for_rival(side)
+                forget(side)
             else:
                 bench.make_tree(WIDE, "doomed")
 
-        return bare_calls_of(bench, f"remove {WIDE}" + (", caches dropped" if cold else ""),
-                             "`rm -rf`", BareCalls(bench, "remove", path, cold),
-                             Side(["rm", "-rf", path]), 5, prepare, 0)
+        ours = Side(bench.agent.command("remove", path), bench.agent)
+        sides = (ours, BareCalls(bench, "remove", path, cold), Side(["rm", "-rf", path]))
+        return row(f"remove {WIDE}" + (", caches dropped" if cold else ", warm"), "`rm -rf`", sides,
+                   5, prepare, 0)
 
-    gdu = [*GDU.command, "/usr"]
-    return [size("`du -s`", ["du", "-s", "/usr"], False), size("`du -s`", ["du", "-s", "/usr"], True),
-            size(GDU.name, gdu, False), size(GDU.name, gdu, True),
-            search(False), search(True), removal(False), removal(True)]
+    return [measure(cold) for measure in (lambda cold: size(DU, cold), lambda cold: size(GDU, cold),
+                                          search, removal) for cold in (False, True)]
 
 
 def size_on_one_processor(bench):
@@ -397,8 +396,15 @@ def removals_against_xargs(bench):
 # --- Searching and moving
 
 
+BFS = ["bfs", "/usr", "-iname", "*python3*"]
+
+
+def our_search(bench):
+    return Side([os.path.join(bench.build, "keepwell"), "find", "python3", "--under", "/usr"])
+
+
 def compare_search(bench, rival, command, target, prepare=None):
-    ours = Side([os.path.join(bench.build, "keepwell"), "find", "python3", "--under", "/usr"])
+    ours = our_search(bench)
     theirs = Side(command)
     row = Row("find a name under /usr" + (", caches dropped" if prepare else ""), rival, target)
 
@@ -418,12 +424,11 @@ def search_against_find(bench):
 
 
 def search_against_bfs(bench):
-    return compare_search(bench, "`bfs -iname`", ["bfs", "/usr", "-iname", "*python3*"], 0.4)
+    return compare_search(bench, "`bfs -iname`", BFS, 0.4)
 
 
 def search_against_bfs_cold(bench):
-    return compare_search(bench, "`bfs -iname`", ["bfs", "/usr", "-iname", "*python3*"], 0.45,
-                          forget_files)
+    return compare_search(bench, "`bfs -iname`", BFS, 0.45, forget_files)
 
 
 def digest(path):

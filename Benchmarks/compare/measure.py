@@ -1,5 +1,5 @@
-"""Times two ways of doing the same work: in turn, so that other work on the
-machine slows both, after a warm-up, and by their medians."""
+"""Times some ways of doing the same work: in turn, so that other work on the
+machine slows all, after a warm-up, and by their medians."""
 import os
 import signal
 import statistics
@@ -83,14 +83,14 @@ def processor_seconds(pid):
     return (int(fields[11]) + int(fields[12])) / TICK
 
 
-def alternate(ours, theirs, rounds, prepare=None, verify=None, warm_up=1):
-    """Runs both sides in turn and returns their series. Before each run
+def alternate(sides, rounds, prepare=None, verify=None, warm_up=1):
+    """Runs the sides in turn and returns a list of their series. Before each run
     prepare(side) sets the scene, after it verify(side) raises unless the work
-    was done; neither is timed. Which side begins changes from round to round."""
-    series = {"ours": Series(), "theirs": Series()}
-    sides = [("ours", ours), ("theirs", theirs)]
+    was done; neither is timed. Each second round has the reverse order."""
+    series = [Series() for _ in sides]
+    turns = list(zip(series, sides))
     for number in range(-warm_up, rounds):
-        for name, side in sides if number % 2 == 0 else reversed(sides):
+        for own, side in turns if number % 2 == 0 else reversed(turns):
             if prepare:
                 prepare(side)
                 os.sync()
@@ -98,6 +98,6 @@ def alternate(ours, theirs, rounds, prepare=None, verify=None, warm_up=1):
             if verify:
                 verify(side)
             if number >= 0:
-                series[name].wall.append(wall)
-                series[name].processor.append(spent)
-    return series["ours"], series["theirs"]
+                own.wall.append(wall)
+                own.processor.append(spent)
+    return series
