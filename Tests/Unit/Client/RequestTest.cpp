@@ -288,6 +288,9 @@ protected:
     agent.failNextSends(1);
     first = client->echoAsync("first");
     second = client->echoAsync("second");
+    // The engine takes requests in order, so it has both when this one has ended.
+    expectFailure(client->echoAsync("third", atOnce), ClientError::Kind::DeadlinePassed,
+                  ClientError::Effect::None);
     while (agent.connections() < 2)
       std::this_thread::yield();
     agent.forget();
