@@ -84,6 +84,22 @@ void waitForEnd(NS::Task &task) {
     NS::Thread::shared().sleepForTimeInterval(pollingInterval);
 }
 
+// Launches the tool, does the work with it, and waits for its end. An exception
+// that the task runner reports leaves the tool at its work. Any other, such as a
+// lack of memory, kills it: nobody would learn of its end.
+template <typename Work> void runToEnd(NS::Task &task, const Work &work) {
+  task.launch();
+  NS::KillUnlessDone run(task);
+  try {
+    work();
+    waitForEnd(task);
+  } catch (const NS::Exception &) {
+    run.isDone = true;
+    throw;
+  }
+  run.isDone = true;
+}
+
 // The part of a run with completion that may raise. The error output outlives
 // it, for the failure's report.
 void runTask(const std::string &path, const KWTaskRunner::Arguments &arguments,
@@ -103,12 +119,13 @@ void runTask(const std::string &path, const KWTaskRunner::Arguments &arguments,
   task->setStandardError(pipes.errors);
   if (standardInput)
     task->setStandardInput(pipes.input);
-  task->launch();
-  if (standardInput)
-    pipes.input->fileHandleForWriting().writeData(*standardInput);
-  Output output = readCapture(*pipes.output);
-  errorOutput = readCapture(*pipes.errors);
-  waitForEnd(*task);
+  Output output;
+  runToEnd(*task, [&] {
+    if (standardInput)
+      pipes.input->fileHandleForWriting().writeData(*standardInput);
+    output = readCapture(*pipes.output);
+    errorOutput = readCapture(*pipes.errors);
+  });
   long long status = task->terminationStatus();
   if (completion)
     completion(output, status, errorOutput, std::nullopt);
@@ -154,9 +171,8 @@ Output KWTaskRunner::getOutput(const std::string &path, const Arguments &argumen
     task->setStandardOutput(pipes.output);
     if (suppressErrorOutput || useErrorOutputAsStd)
       task->setStandardError(pipes.errors);
-    task->launch();
-    output = readCapture(useErrorOutputAsStd ? *pipes.errors : *pipes.output);
-    waitForEnd(*task);
+    runToEnd(*task,
+             [&] { output = readCapture(useErrorOutputAsStd ? *pipes.errors : *pipes.output); });
     long long status = task->terminationStatus();
     if (resultCode)
       *resultCode = status;
@@ -189,8 +205,7 @@ long long KWTaskRunner::launchTaskAndGetTermStatusWithCmd(const std::string &pat
     task->setStandardOutput(pipes.output);
     if (suppressErrorOutput)
       task->setStandardError(pipes.errors);
-    task->launch();
-    waitForEnd(*task);
+    runToEnd(*task, [] {});
     return task->terminationStatus();
   } catch (const NS::Exception &exception) {
     logFailure(path, arguments, exception);

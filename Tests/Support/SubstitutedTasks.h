@@ -59,6 +59,7 @@ private:
     }
     bool isRunning() override { return real_->isRunning(); }
     void waitUntilExit() override { real_->waitUntilExit(); }
+    void kill() override { real_->kill(); }
     std::optional<std::string> readOutput(std::size_t sizeLimit) override {
       return real_->readOutput(sizeLimit);
     }

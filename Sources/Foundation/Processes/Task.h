@@ -50,6 +50,9 @@ public:
   virtual bool isRunning() = 0;
   // Raises InvalidArgumentException before the launch.
   virtual void waitUntilExit() = 0;
+  // Kills the program if it still runs, and waits for its end. Raises
+  // InvalidArgumentException before the launch.
+  virtual void kill() = 0;
   // Returns everything that the program writes to the pipe of its standard
   // output until it closes that or ends. It does not wait for the program's own
   // children, which may hold the pipe open longer. Empty when the time limit
@@ -66,6 +69,26 @@ public:
   virtual TaskTerminationReason terminationReason() = 0;
   // 0 before the launch; keeps its value after the end.
   virtual int processIdentifier() const = 0;
+};
+
+// Kills a launched program at the end of its life unless the work with it is
+// done. Nothing waits for a program whose output is given up, also when memory
+// runs out.
+class KillUnlessDone {
+public:
+  // The task must outlive it.
+  explicit KillUnlessDone(Task &task) : task_(task) {}
+  ~KillUnlessDone() {
+    if (!isDone)
+      task_.kill();
+  }
+  KillUnlessDone(const KillUnlessDone &) = delete;
+  KillUnlessDone &operator=(const KillUnlessDone &) = delete;
+
+  bool isDone = false;
+
+private:
+  Task &task_;
 };
 
 // Makes tasks. Thread-safe.

@@ -6,14 +6,17 @@
 #include "Foundation/Desktop/Bundle.h"
 #include "Foundation/Threads/Thread.h"
 #include "Protocol/Identity.h"
+#include "Support/AllocationsBelow.h"
 #include "Support/LogRecorder.h"
 #include "Support/ScratchFolder.h"
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <new>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -116,6 +119,29 @@ public:
 private:
   int former_;
 };
+
+// A tool that tells its process before it does what its script says, and then
+// stays.
+struct StayingTool {
+  Arguments doing(const std::string &script) const {
+    return {"-c", "trap '' PIPE; echo $$ >" + folder.path("pid") + "; " + script +
+                      "; exec sleep 1000 >&- 2>&-"};
+  }
+  bool hasToldItsProcess() const {
+    return std::filesystem::exists(folder.path("pid")) && folder.content("pid").ends_with('\n');
+  }
+  // False once it has been killed and waited for. Ends it in any case.
+  bool isLeft() const {
+    return ::kill(std::stoi(folder.content("pid")), SIGKILL) == 0 || errno != ESRCH;
+  }
+
+  ScratchFolder folder;
+};
+
+constexpr const char *writingMuch = "head -c 300000 /dev/zero";
+constexpr const char *writingManyErrors = "exec >&-; head -c 300000 /dev/zero >&2";
+// Too little for either.
+constexpr std::size_t littleMemory = 200'000;
 
 // --- With completion
 
@@ -230,6 +256,21 @@ TEST(TaskRunnerCompletion, letsOtherExceptionsThroughWithEverythingClosed) {
     std::this_thread::yield();
 }
 
+TEST(TaskRunnerCompletion, neverComesForATooLargeOutputAndTheToolIsKilled) {
+  for (const char *script : {writingMuch, writingManyErrors}) {
+    StayingTool tool;
+    Completions completions;
+    Arguments arguments = tool.doing(script);
+    {
+      kwtest::AllocationsBelow scarcity(littleMemory);
+      EXPECT_THROW(KWTaskRunner::shared().launchTask("/bin/sh", arguments, completions.handler()),
+                   std::bad_alloc);
+    }
+    EXPECT_FALSE(tool.isLeft()) << script;
+    EXPECT_TRUE(completions.calls.empty());
+  }
+}
+
 TEST(TaskRunnerCompletion, ofTooLongACommandGetsTheReasonOnly) {
   LogRecorder log;
   Completions completions;
@@ -283,6 +324,21 @@ TEST(TaskRunnerInput, thatTheToolDoesNotReadIsAFailure) {
   ASSERT_EQ(completions.calls.size(), 1U);
   expectTaskError(completions.calls[0], "writeData: Broken pipe");
   EXPECT_EQ(log.lines().size(), 1U);
+}
+
+TEST(TaskRunnerInput, thatTheToolDoesNotReadLeavesTheToolAtItsWork) {
+  ScratchFolder folder;
+  LogRecorder log;
+  for (const char *name : {"go", "done"})
+    ASSERT_EQ(::mkfifo(folder.path(name).c_str(), 0600), 0);
+  Completions completions =
+      runShell("cd " + folder.path() + "; echo $$ >pid; exec <&- >&- 2>&-; read line <go; " +
+                   "echo $line >done",
+               std::string(1 << 20, 'y'));
+  expectTaskError(completions.calls.at(0), "writeData: Broken pipe");
+  ASSERT_EQ(::kill(std::stoi(folder.content("pid")), 0), 0);
+  folder.file("go", "went on\n");
+  EXPECT_EQ(folder.content("done"), "went on\n");
 }
 
 TEST(TaskRunner, asksForTheEndEveryHundredthOfASecond) {
@@ -384,6 +440,21 @@ TEST(TaskRunnerOutput, ofTheShortFormsIsOneStreamOrTheOther) {
   EXPECT_EQ(runner.launchTaskAndGetOutput("/bin/sh", both), "err\n");
 }
 
+TEST(TaskRunnerOutput, thatIsTooLargeIsAnExceptionAndTheToolIsKilled) {
+  for (bool useError : {false, true}) {
+    StayingTool tool;
+    Arguments arguments = tool.doing(useError ? writingManyErrors : writingMuch);
+    long long code = -77;
+    {
+      kwtest::AllocationsBelow scarcity(littleMemory);
+      EXPECT_THROW(KWTaskRunner::shared().getOutput("/bin/sh", arguments, true, useError, &code),
+                   std::bad_alloc);
+    }
+    EXPECT_FALSE(tool.isLeft()) << useError;
+    EXPECT_EQ(code, -77);
+  }
+}
+
 // --- Termination status
 
 TEST(TaskRunnerStatus, isTheExitStatusOrTheSignal) {
@@ -439,6 +510,19 @@ TEST(TaskRunnerStatus, waitsForeverOnAToolThatFillsAPipe) {
   EXPECT_EQ(KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd("/bin/sh", {"-c", command}),
             SIGKILL);
   EXPECT_GE(thread.intervals.size(), 20U);
+}
+
+TEST(TaskRunnerStatus, thatCannotBeWaitedForIsAnExceptionAndTheToolIsKilled) {
+  StayingTool tool;
+  TellingThread thread;
+  thread.onSleep = [&](std::size_t) {
+    if (tool.hasToldItsProcess())
+      throw std::bad_alloc();
+  };
+  NS::ScopedOverride<NS::Thread> override(thread);
+  EXPECT_THROW(KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd("/bin/sh", tool.doing(":")),
+               std::bad_alloc);
+  EXPECT_FALSE(tool.isLeft());
 }
 
 // --- Fire and forget

@@ -94,22 +94,6 @@ private:
   std::string output_;
 };
 
-// Nothing waits for a program whose output is given up, also when memory runs out.
-struct KillUnlessRead {
-  explicit KillUnlessRead(ChildProcess &program) : child(program) {}
-  ~KillUnlessRead() {
-    if (isRead)
-      return;
-    child.kill();
-    child.waitUntilEnd();
-  }
-  KillUnlessRead(const KillUnlessRead &) = delete;
-  KillUnlessRead &operator=(const KillUnlessRead &) = delete;
-
-  ChildProcess &child;
-  bool isRead = false;
-};
-
 class ProcessTask final : public Task {
 public:
   void setLaunchPath(std::string path) override { launchPath_ = std::move(path); }
@@ -125,6 +109,10 @@ public:
   void launch() override;
   bool isRunning() override { return child_ && !child_->outcome(); }
   void waitUntilExit() override { launched().waitUntilEnd(); }
+  void kill() override {
+    launched().kill();
+    child_->waitUntilEnd();
+  }
   std::optional<std::string> readOutput(std::size_t sizeLimit) override;
   int terminationStatus() override { return outcome().status; }
   TaskTerminationReason terminationReason() override {
@@ -216,9 +204,9 @@ std::optional<std::string> ProcessTask::readOutput(std::size_t sizeLimit) {
   if (!pipes_[STDOUT_FILENO])
     refuse("standard output is no pipe");
   int pipe = pipes_[STDOUT_FILENO]->fileHandleForReading().fileDescriptor();
-  KillUnlessRead kill(child);
+  KillUnlessDone reading(*this);
   auto output = OutputReader(pipe, child, sizeLimit).read();
-  kill.isRead = output.has_value();
+  reading.isDone = output.has_value();
   return output;
 }
 

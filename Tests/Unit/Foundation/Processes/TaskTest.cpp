@@ -480,6 +480,42 @@ TEST(TaskOutput, thatDoesNotFitInMemoryIsAnExceptionAndTheProgramIsKilled) {
   EXPECT_FALSE(task->isRunning());
 }
 
+TEST(Task, isGoneOnceItHasBeenKilled) {
+  auto task = limitedShell("exec sleep 1000");
+  task->kill();
+  EXPECT_FALSE(task->isRunning());
+  EXPECT_EQ(task->terminationStatus(), SIGKILL);
+  EXPECT_EQ(::kill(task->processIdentifier(), 0), -1) << "it has been waited for";
+}
+
+TEST(Task, thatHasEndedStaysAsItEndedWhenItIsKilled) {
+  auto task = limitedShell("exit 3");
+  task->waitUntilExit();
+  task->kill();
+  EXPECT_EQ(task->terminationStatus(), 3);
+}
+
+TEST(Task, isKilledOnlyAfterItsLaunch) {
+  auto task = shell("exit 0");
+  EXPECT_EQ(reasonOf([&] { task->kill(); }), "task not launched");
+}
+
+TEST(KillUnlessDone, killsUnlessTheWorkIsDone) {
+  for (bool isDone : {false, true}) {
+    auto task = shell("read line; exit 3");
+    auto input = NS::Pipe::pipe();
+    task->setStandardInput(input);
+    task->launch();
+    {
+      NS::KillUnlessDone work(*task);
+      work.isDone = isDone;
+    }
+    input->fileHandleForWriting().closeFile();
+    task->waitUntilExit();
+    EXPECT_EQ(task->terminationStatus(), isDone ? 3 : SIGKILL);
+  }
+}
+
 TEST(TaskOutput, isReadWithoutADescriptorToWatchTheProgramBy) {
   KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
   auto task = limitedShell("echo text; exec sleep 0");
