@@ -19,11 +19,13 @@ std::optional<std::string> textFromData(std::string data) {
   return data;
 }
 
-// An exception of the listener must not leave the tool writing into a full
-// pipe.
-void report(const KWReportProgress &reportProgress, const std::optional<std::string> &chunk) {
+// Drops the first chunk and reports the second: clients rely on that. Neither an
+// exception of the listener nor a lack of memory must leave the tool writing into
+// a full pipe, so each call reads something.
+void passOn(NS::FileHandle &output, const KWReportProgress &reportProgress) {
+  output.discardAvailableData();
   try {
-    reportProgress(false, chunk);
+    reportProgress(false, textFromData(output.availableData()));
   } catch (const std::exception &failure) {
     NS::Log("Progress of the permissions repair lost: %@", failure.what());
   }
@@ -39,11 +41,8 @@ int KWPermissionsRepair::repairPermissionsWithReportProgress(
       NS::wordList("--output-format", "1", "--repair", "--standard-pkgs", "--volume", "/"));
   std::shared_ptr<NS::Pipe> output = NS::Pipe::pipe();
   task->setStandardOutput(output);
-  output->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &handle) {
-    // Drops the first read's chunk: clients rely on that.
-    static_cast<void>(handle.availableData());
-    report(reportProgress, textFromData(handle.availableData()));
-  });
+  output->fileHandleForReading().setReadabilityHandler(
+      [&](NS::FileHandle &handle) { passOn(handle, reportProgress); });
   task->launch();
   task->waitUntilExit();
   output->fileHandleForReading().setReadabilityHandler(nullptr);

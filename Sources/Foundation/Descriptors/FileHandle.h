@@ -38,6 +38,9 @@ public:
   // being removed and no data is ready: a removal never waits for data that may
   // not come.
   virtual std::string availableData() = 0;
+  // Reads and drops data as availableData would return it, at most 64 KiB. It
+  // needs no memory, so that a writer can go on when there is none.
+  virtual void discardAvailableData() = 0;
   // Writes all data; raises when the reader is gone or the disk is full. The
   // process gets no SIGPIPE.
   virtual void writeData(std::string_view data) = 0;

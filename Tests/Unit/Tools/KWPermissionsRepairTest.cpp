@@ -3,6 +3,7 @@
 
 #include "Foundation/Base/Exception.h"
 #include "Foundation/Base/SharedInstance.h"
+#include "Support/AllocationsBelow.h"
 #include "Support/LogRecorder.h"
 #include "Support/ScratchFolder.h"
 #include "Support/SubstitutedTasks.h"
@@ -134,6 +135,22 @@ TEST(PermissionsRepair, goesOnWhenTheListenerThrows) {
   EXPECT_GE(thrown, 1U);
   EXPECT_EQ(log.lines().size(), thrown);
   EXPECT_EQ(log.lines().at(0), "Progress of the permissions repair lost: listener gone");
+}
+
+// The listener is called on the thread that reads, which gets no memory for a
+// chunk from then on.
+TEST(PermissionsRepair, readsOnWhenThereIsNoMemoryForTheOutput) {
+  kwtest::LogRecorder log;
+  Repair repair("printf dropped; read l < ${0%/*}/one; printf kept; read l < ${0%/*}/two; "
+                "head -c 3000000 /dev/zero | tr '\\0' x; echo done > ${0%/*}/done");
+  std::thread pacer([&] { repair.letGoOnAfterEachOf({"one", "two"}); });
+  repair.onChunk = [](auto &&) { thread_local kwtest::AllocationsBelow scarcity(60'000); };
+  EXPECT_GT(repair.run(), 0) << "or the tool would write into a pipe that nobody reads";
+  pacer.join();
+  EXPECT_EQ(repair.folder.content("done"), "done\n");
+  EXPECT_EQ(repair.chunks, Chunks{"kept"});
+  ASSERT_FALSE(log.lines().empty());
+  EXPECT_EQ(log.lines().back(), "Progress of the permissions repair lost: std::bad_alloc");
 }
 
 TEST(PermissionsRepair, raisesWhenTheToolCannotBeStarted) {

@@ -8,6 +8,7 @@
 #include "Foundation/Descriptors/POSIX/Descriptor.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -175,6 +176,7 @@ public:
   void truncateFileAtOffset(std::uint64_t offset) override;
   std::string readDataToEndOfFile() override;
   std::string availableData() override;
+  void discardAvailableData() override;
   void writeData(std::string_view data) override;
   void closeFile() override { close(); }
   int fileDescriptor() const override { return descriptor_; }
@@ -187,6 +189,8 @@ private:
     return descriptor_;
   }
   std::size_t readSome(char *buffer, std::size_t capacity, const char *operation);
+  // Waits for the first byte; into a buffer of the size of a chunk.
+  std::size_t readChunk(char *buffer, const char *operation);
   void close();
   void stopWatching();
 
@@ -236,17 +240,28 @@ std::string DescriptorHandle::availableData() {
   struct stat status;
   if (::fstat(openDescriptor("availableData"), &status) == 0 && S_ISREG(status.st_mode))
     return readDataToEndOfFile();
+  std::string data(chunkSize, '\0');
+  data.resize(readChunk(data.data(), "availableData"));
+  return data;
+}
+
+void DescriptorHandle::discardAvailableData() {
+  std::array<char, chunkSize> data;
+  readChunk(data.data(), "discardAvailableData");
+}
+
+std::size_t DescriptorHandle::readChunk(char *buffer, const char *operation) {
+  openDescriptor(operation);
   Watch *watch = Watch::current();
   bool watched = watch && watch->serves(*this);
   // Within the handler a wait must not outlast the handler's removal, even if
   // another process keeps the other end open for ever.
   if (watched && !watch->waitForData())
-    return {};
-  std::string data(chunkSize, '\0');
-  data.resize(readSome(data.data(), data.size(), "availableData"));
-  if (watched && data.empty())
+    return 0;
+  std::size_t count = readSome(buffer, chunkSize, operation);
+  if (watched && count == 0)
     watch->noteEnd();
-  return data;
+  return count;
 }
 
 void DescriptorHandle::writeData(std::string_view data) {

@@ -131,6 +131,8 @@ TEST(FileHandle, everyCallOnAClosedHandleRaises) {
   EXPECT_EQ(reasonOf([&] { handle->readDataToEndOfFile(); }),
             "readDataToEndOfFile: Bad file descriptor");
   EXPECT_EQ(reasonOf([&] { handle->availableData(); }), "availableData: Bad file descriptor");
+  EXPECT_EQ(reasonOf([&] { handle->discardAvailableData(); }),
+            "discardAvailableData: Bad file descriptor");
   EXPECT_EQ(reasonOf([&] { handle->writeData("x"); }), "writeData: Bad file descriptor");
   EXPECT_EQ(reasonOf([&] { handle->setReadabilityHandler([](NS::FileHandle &) {}); }),
             "setReadabilityHandler: Bad file descriptor");
@@ -182,6 +184,18 @@ TEST(FileHandle, availableDataIsTheDataThatIsReady) {
   EXPECT_EQ(pipe->fileHandleForReading().availableData(), std::string("\0two", 4));
   pipe->fileHandleForWriting().closeFile();
   EXPECT_EQ(pipe->fileHandleForReading().availableData(), "");
+}
+
+TEST(FileHandle, discardsTheDataThatIsReady) {
+  auto pipe = NS::Pipe::pipe();
+  NS::FileHandle &reading = pipe->fileHandleForReading();
+  pipe->fileHandleForWriting().writeData(std::string(60'000, 'x'));
+  reading.discardAvailableData();
+  pipe->fileHandleForWriting().writeData("next");
+  EXPECT_EQ(reading.availableData(), "next");
+  pipe->fileHandleForWriting().closeFile();
+  reading.discardAvailableData();
+  EXPECT_EQ(reading.availableData(), "") << "at the end";
 }
 
 TEST(FileHandle, waitsOnADescriptorThatWouldNotBlock) {
@@ -289,6 +303,21 @@ TEST(ReadabilityHandler, removalDoesNotWaitForDataThatNeverComes) {
   entered.waitFor(1);
   pipe->fileHandleForReading().setReadabilityHandler(nullptr);
   EXPECT_EQ(second, "");
+}
+
+TEST(ReadabilityHandler, removalDoesNotWaitForDataToDiscard) {
+  auto pipe = NS::Pipe::pipe();
+  Collector entered;
+  bool isThrough = false;
+  pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &handle) {
+    entered.add(handle.availableData());
+    handle.discardAvailableData(); // the writing end stays open and silent
+    isThrough = true;
+  });
+  pipe->fileHandleForWriting().writeData("x");
+  entered.waitFor(1);
+  pipe->fileHandleForReading().setReadabilityHandler(nullptr);
+  EXPECT_TRUE(isThrough);
 }
 
 TEST(ReadabilityHandler, mayRemoveItself) {
