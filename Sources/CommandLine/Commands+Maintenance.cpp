@@ -115,9 +115,8 @@ CommandRun declareEraseUnifiedLog(Arguments &arguments) {
   };
 }
 
-// Shows the repair tool's output, and ends it with a line end. The client's
-// thread brings the chunks; the command's thread prints them, since it alone uses
-// the streams.
+// Shows the repair tool's output. The client's thread brings the chunks; the
+// command's thread prints them, since it alone uses the streams.
 class RepairProgress : public News {
 public:
   explicit RepairProgress(Session &session) : session_(session), alarm_(session.alarm()) {}
@@ -139,10 +138,6 @@ public:
       if (!chunk.empty()) // the end of the output is an empty one
         show(chunk);
   }
-  void closeLine() {
-    if (lineIsOpen_)
-      session_.show("\n");
-  }
 
 private:
   std::vector<std::string> take() {
@@ -153,14 +148,12 @@ private:
     session_.sayJSON(requestOf("repair-permissions").add("progress", chunk));
     session_.show(chunk);
     session_.flush();
-    lineIsOpen_ = chunk.back() != '\n';
   }
 
   Session &session_;
   const std::shared_ptr<Alarm> alarm_;
   mutable std::mutex mutex_;
   std::vector<std::string> chunks_;
-  bool lineIsOpen_ = false;
 };
 
 CommandRun declareRepairPermissions(Arguments & /*arguments*/) {
@@ -173,7 +166,6 @@ CommandRun declareRepairPermissions(Arguments & /*arguments*/) {
                             [progress](const std::string &chunk) { progress->add(chunk); },
                             session.requestOptions()),
                         progress.get());
-      progress->closeLine();
       bool ran = reply.attempt == Attempt::Made;
       session.sayJSON(request.add("success", ran).add("process", std::int64_t{reply.toolProcess}));
       session.say("The repair tool has ended, process " + std::to_string(reply.toolProcess));

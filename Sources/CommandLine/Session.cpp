@@ -117,14 +117,14 @@ std::string Session::forErr(std::string_view text) const {
 void Session::say(const std::string &line) {
   if (options_.json || options_.quiet)
     return;
-  endProgress();
+  beginLine();
   *surroundings_.out << forOut(line) << lineEnd_;
 }
 
 void Session::say(const std::string &left, const std::string &right) {
   if (options_.json || options_.quiet)
     return;
-  endProgress();
+  beginLine();
   *surroundings_.out << forOut(left) << '\t' << forOut(right) << lineEnd_;
 }
 
@@ -149,13 +149,14 @@ void Session::sayFailure(const JSONObject &object) {
 }
 
 void Session::show(std::string_view text) {
-  if (options_.json || options_.quiet || !surroundings_.outIsTerminal)
+  if (options_.json || options_.quiet || !surroundings_.outIsTerminal || text.empty())
     return;
   endProgress();
   // Line by line, since line ends are the one control character to send.
   for (std::size_t end; (end = text.find('\n')) != text.npos; text.remove_prefix(end + 1))
     *surroundings_.out << displayable(text.substr(0, end)) << '\n';
   *surroundings_.out << displayable(text) << std::flush;
+  lineIsOpen_ = !text.empty();
 }
 
 // Both streams may be one terminal, where the order counts.
@@ -163,7 +164,7 @@ void Session::complain(const std::string &line) {
   if (options_.json)
     return;
   flush();
-  endProgress();
+  beginLine();
   bool coloured = surroundings_.wantsColours && surroundings_.errIsTerminal;
   *surroundings_.err << (coloured ? "\x1b[1;31mkeepwell:\x1b[0m " : "keepwell: ") << forErr(line)
                      << std::endl;
@@ -173,13 +174,13 @@ void Session::note(const std::string &line) {
   if (options_.json)
     return;
   flush();
-  endProgress();
+  beginLine();
   *surroundings_.err << forErr(line) << std::endl;
 }
 
 void Session::showProgress(const std::string &line) {
   constexpr std::chrono::milliseconds pause{100};
-  if (!showsProgress())
+  if (!showsProgress() || lineIsOpen_)
     return;
   auto now = surroundings_.now();
   if (now - lastProgress_ < pause)
@@ -195,9 +196,15 @@ void Session::endProgress() {
     *surroundings_.err << "\r\x1b[K" << std::flush;
 }
 
+void Session::beginLine() {
+  endProgress();
+  if (std::exchange(lineIsOpen_, false))
+    *surroundings_.out << std::endl;
+}
+
 std::optional<std::string> Session::ask(const std::string &question) {
   flush();
-  endProgress();
+  beginLine();
   return surroundings_.ask ? surroundings_.ask(question) : std::nullopt;
 }
 

@@ -91,6 +91,10 @@ public:
 class Session {
 public:
   Session(const Surroundings &surroundings, const GlobalOptions &options);
+  // Ends an open line.
+  ~Session() { beginLine(); }
+  Session(const Session &) = delete;
+  Session &operator=(const Session &) = delete;
 
   // Connects at the first use. Throws ClientError.
   Client &agent();
@@ -143,7 +147,8 @@ public:
   // One object that reports a failure, if JSON is asked for.
   void sayFailure(const JSONObject &object);
   // A piece of a long answer as it comes, without a line's end of its own; only
-  // where a person watches, and not if JSON is asked for.
+  // where a person watches, and not if JSON is asked for. A line that it leaves
+  // open ends before anything else is printed.
   void show(std::string_view text);
   // A complaint to standard error, unless JSON is asked for.
   void complain(const std::string &line);
@@ -153,7 +158,8 @@ public:
   // Flushes the output; call it before a wait.
   void flush();
   // Shows the progress of a long work, on a line that the next output replaces;
-  // only if a person watches the errors, and not more often than an eye can see.
+  // only if a person watches the errors, not on an open line, and not more often
+  // than an eye can see.
   void showProgress(const std::string &line);
   // The same for the work on one item.
   void showAdvance(const RequestProgress &progress);
@@ -190,6 +196,8 @@ private:
   ClientOptions clientOptions() const;
   std::optional<std::chrono::milliseconds> timeLimit() const;
   bool showsProgress() const;
+  // Ends the line that progress or a piece of an answer has left.
+  void beginLine();
   std::optional<std::string> ask(const std::string &question);
 
   std::string forOut(std::string_view text) const;
@@ -202,6 +210,7 @@ private:
   char lineEnd_ = '\n';
   std::size_t stoppedInPart_ = 0;
   bool progressIsShown_ = false;
+  bool lineIsOpen_ = false; // by a piece of an answer, on the terminal
   AdvanceRate rate_;
   std::string progressOfPaths_; // such as "3 of 60"
   const std::shared_ptr<AgentAdvance> advance_;

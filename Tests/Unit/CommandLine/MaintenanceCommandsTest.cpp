@@ -166,6 +166,15 @@ TEST_F(MaintenanceCommands, showTheRepairToAPersonAsItComes) {
   EXPECT_EQ(out.str(), "one\ntwo\\x1b[2J three\nfour\nThe repair tool has ended, process 4711\n");
 }
 
+TEST_F(MaintenanceCommands, endTheRepairsOpenLineWhenNoAnswerComes) {
+  record.chunks = {"Checking /usr"};
+  record.failure = ClientError(ClientError::Kind::Interrupted, "NoReply", "it ended");
+  outIsTerminal = true;
+  EXPECT_EQ(run({"repair-permissions"}), 3);
+  EXPECT_EQ(out.str(), "Checking /usr\n");
+  EXPECT_TRUE(err.str().starts_with("keepwell: ")) << err.str();
+}
+
 // Remembers whether any other thread than its maker's writes.
 class ThreadsOfOutput : public std::stringbuf {
 public:

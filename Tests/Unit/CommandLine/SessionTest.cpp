@@ -1,0 +1,90 @@
+// The order of a session's output where both streams are one terminal.
+#include "CommandLine/Session.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <optional>
+#include <sstream>
+#include <string>
+
+namespace {
+
+// A session on a terminal, and everything that appears there.
+struct Terminal {
+  Terminal() {
+    surroundings.out = &screen;
+    surroundings.err = &screen;
+    surroundings.outIsTerminal = true;
+    surroundings.errIsTerminal = true;
+    surroundings.canErase = true;
+    surroundings.ask = [this](const std::string &question) {
+      screen << question;
+      return "y";
+    };
+    session.emplace(surroundings, options);
+  }
+
+  std::ostringstream screen;
+  kw::Surroundings surroundings;
+  kw::GlobalOptions options;
+  std::optional<kw::Session> session;
+};
+
+TEST(OpenLine, endsBeforeAnythingElseIsPrinted) {
+  struct Row {
+    std::function<void(kw::Session &)> print;
+    const char *printed;
+  };
+  for (const Row &row :
+       {Row{[](auto &session) { session.say("done"); }, "done\n"},
+        Row{[](auto &session) { session.say("1 KB", "/a"); }, "1 KB\t/a\n"},
+        Row{[](auto &session) { session.sayLines("a\nb"); }, "a\nb\n"},
+        Row{[](auto &session) { session.complain("no"); }, "keepwell: no\n"},
+        Row{[](auto &session) { session.note("so"); }, "so\n"},
+        Row{[](auto &session) { session.tellStopping(); }, "Stopping; ^C again leaves at once.\n"},
+        Row{[](auto &session) { session.confirm("Go?", false); }, "Go? [y/N] "}}) {
+    Terminal terminal;
+    terminal.session->show("one\ntw");
+    terminal.session->show("o");
+    row.print(*terminal.session);
+    EXPECT_EQ(terminal.screen.str(), std::string("one\ntwo\n") + row.printed);
+  }
+}
+
+TEST(OpenLine, endsOnce) {
+  Terminal terminal;
+  terminal.session->show("one");
+  terminal.session->show("");
+  terminal.session->say("two");
+  terminal.session->say("three");
+  terminal.session->show("four\n");
+  terminal.session->say("five");
+  EXPECT_EQ(terminal.screen.str(), "one\ntwo\nthree\nfour\nfive\n");
+}
+
+TEST(OpenLine, endsWithTheSession) {
+  Terminal terminal;
+  terminal.session->show("one");
+  terminal.session.reset();
+  EXPECT_EQ(terminal.screen.str(), "one\n");
+}
+
+TEST(OpenLine, isNotReplacedByProgress) {
+  Terminal terminal;
+  terminal.session->show("one");
+  terminal.session->showProgress("1 of 2");
+  EXPECT_EQ(terminal.screen.str(), "one");
+  terminal.session->show(" line\n");
+  terminal.session->showProgress("2 of 2");
+  EXPECT_EQ(terminal.screen.str(), "one line\n\r\x1b[K2 of 2");
+}
+
+TEST(OpenLine, isNoneOutsideOfATerminal) {
+  Terminal terminal;
+  terminal.surroundings.outIsTerminal = false;
+  terminal.session->show("one");
+  terminal.session->say("two");
+  EXPECT_EQ(terminal.screen.str(), "two\n");
+}
+
+} // namespace
