@@ -22,8 +22,11 @@ AllocationsBelow::~AllocationsBelow() {
 
 } // namespace kwtest
 
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
+  return size < kwtest::limit ? std::malloc(size > 0 ? size : 1) : nullptr;
+}
 void *operator new(std::size_t size) {
-  void *memory = size < kwtest::limit ? std::malloc(size) : nullptr;
+  void *memory = operator new(size, std::nothrow);
   if (!memory)
     throw std::bad_alloc();
   return memory;
