@@ -31,6 +31,13 @@ template <typename Item> Item *childOf(Item &folder, const std::string &name) {
   return found == folder.children.end() ? nullptr : &*found;
 }
 
+// Takes out the path and all paths beneath it.
+template <typename Paths> void eraseWithin(Paths &paths, const std::string &path) {
+  constexpr const char *afterSlash = "0"; // the next letter
+  paths.erase(path);
+  paths.erase(paths.lower_bound(path + "/"), paths.lower_bound(path + afterSlash));
+}
+
 } // namespace
 
 BrowserList::BrowserList(MeasuredItem root) : root_(std::move(root)), folder_(&root_) {
@@ -72,6 +79,14 @@ std::int64_t BrowserList::modified(const MeasuredItem &item) {
             NS::FileManager::defaultManager().attributesOfItemAtPath(found->first, nullptr))
       found->second = attributes->modificationTime;
   return found->second;
+}
+
+// The folders above changed with the item.
+void BrowserList::forgetTimes(const std::string &path) {
+  eraseWithin(modified_, path);
+  for (std::size_t slash = path.rfind('/'); slash != path.npos && slash > 0;
+       slash = path.rfind('/', slash - 1))
+    modified_.erase(path.substr(0, slash));
 }
 
 bool BrowserList::isBefore(const MeasuredItem &left, const MeasuredItem &right) {
@@ -214,7 +229,8 @@ void BrowserList::replace(const std::string &path, const MeasuredItem *now) {
   } else {
     above->children.erase(above->children.begin() + (item - above->children.data()));
   }
-  marked_.erase(path);
+  eraseWithin(marked_, path);
+  forgetTimes(path);
   while (!find(way_))
     way_.pop_back();
   folder_ = find(way_);

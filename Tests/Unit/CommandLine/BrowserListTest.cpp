@@ -85,6 +85,30 @@ TEST(BrowserListTime, isThatOfTheLastChangeTheNewestFirst) {
   EXPECT_EQ(list.shown().front()->name, "new");
 }
 
+TEST(BrowserListTime, isReadAgainForAnItemThatChangedAndTheFoldersAboveIt) {
+  using namespace std::chrono_literals;
+  kwtest::ScratchFolder scratch;
+  auto now = std::filesystem::file_time_type::clock::now();
+  auto setTime = [&](const char *name, std::chrono::hours age) {
+    std::filesystem::last_write_time(scratch.path(name), now - age);
+  };
+  std::filesystem::create_directory(scratch.path("a"));
+  scratch.file("a/x", "");
+  scratch.file("b", "");
+  setTime("a", 48h);
+  setTime("b", 24h);
+  BrowserList list(folder(scratch.path(), {folder("a", {file("x", 9)}), file("b", 1)}));
+  list.setOrder(BrowserList::Order::Time);
+  EXPECT_EQ(list.shown().front()->name, "b");
+  setTime("a", 0h);
+  list.replace(scratch.path("a/x"), nullptr);
+  EXPECT_EQ(list.shown().front()->name, "a");
+  setTime("a", 48h);
+  MeasuredItem again = folder("a", {});
+  list.replace(scratch.path("a"), &again);
+  EXPECT_EQ(list.shown().front()->name, "b");
+}
+
 TEST_F(BrowserListTest, leadsInAndOut) {
   list.moveBy(1);
   list.enter();
@@ -131,6 +155,22 @@ TEST_F(BrowserListTest, choosesMarkedItemsOrTheOneAtTheCursor) {
   EXPECT_EQ(list.chosen(), (Strings{"/top/b", "/top/c"})) << "x goes with b";
   list.toggleMark();
   EXPECT_FALSE(list.isMarked(*list.current()));
+}
+
+TEST_F(BrowserListTest, forgetsTheMarksWithinAnItemThatGoes) {
+  list.toggleMark();
+  list.enter();
+  list.toggleMark();
+  list.replace("/top/b", nullptr);
+  EXPECT_EQ(list.chosen(), Strings{"/top/c"}) << "the one at the cursor";
+}
+
+TEST_F(BrowserListTest, keepsTheMarksOfItemsWhoseNamesBeginAlike) {
+  BrowserList alike(folder("/t", {file("a", 3), file("a-", 2), file("ab", 1)}));
+  for (int line = 0; line < 3; ++line, alike.moveBy(1))
+    alike.toggleMark();
+  alike.replace("/t/a", nullptr);
+  EXPECT_EQ(alike.chosen(), (Strings{"/t/a-", "/t/ab"}));
 }
 
 TEST_F(BrowserListTest, changesTheSumsWithItemsThatGo) {
