@@ -19,8 +19,6 @@
 // asks the agent, and the agent's answer ends the request.
 #include "Client/RequestEngine.h"
 
-#include "Foundation/Base/SaturatedTime.h"
-
 #include <csignal>
 #include <new>
 #include <system_error>
@@ -81,13 +79,6 @@ private:
 };
 
 } // namespace
-
-std::optional<PendingRequest::Clock::time_point>
-PendingRequest::deadlineAfter(std::optional<std::chrono::milliseconds> limit) {
-  if (!limit)
-    return std::nullopt;
-  return NS::saturatedSum(Clock::now(), *limit);
-}
 
 RequestEngine::Entry::Entry(std::shared_ptr<PendingRequest> which)
     : request(std::move(which)), bytes(textBytes(request->message_.arguments)),

@@ -32,10 +32,6 @@ class PendingRequest {
 public:
   using Clock = AgentConnection::Clock;
 
-  // The time at which a limit that begins now has passed; none without a limit.
-  static std::optional<Clock::time_point>
-  deadlineAfter(std::optional<std::chrono::milliseconds> limit);
-
   PendingRequest(AgentMessage message, std::optional<Clock::time_point> deadline)
       : message_(std::move(message)), deadline_(deadline) {}
   virtual ~PendingRequest() = default;

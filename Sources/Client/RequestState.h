@@ -5,10 +5,20 @@
 #include "Client/RequestEngine.h"
 #include "Foundation/Base/SaturatedTime.h"
 
+#include <chrono>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
 namespace kw {
+
+// The time at which a limit that begins now has passed; none without a limit.
+inline std::optional<PendingRequest::Clock::time_point>
+deadlineAfter(std::optional<std::chrono::milliseconds> limit) {
+  if (!limit)
+    return std::nullopt;
+  return NS::saturatedSum(PendingRequest::Clock::now(), *limit);
+}
 
 template <typename Reply> class Request<Reply>::State final : public PendingRequest {
 public:

@@ -1,5 +1,6 @@
 // The client on a real bus of its own, against a stand-in that serves the
 // agent's name.
+#include "Client/AgentConnection.h"
 #include "Client/Client.h"
 
 #include "Support/PrivateBus.h"
@@ -176,6 +177,31 @@ TEST_F(AgentConnectionTest, findsABusThatComesBack) {
   ASSERT_TRUE(bus.isRunning());
   StandInAgent agent(bus.address());
   EXPECT_EQ(client->echo("after").text, "after");
+}
+
+class NoReceiver final : public kw::AgentConnection::Receiver {
+  using Number = kw::AgentConnection::Number;
+  void received(Number, NS::XPCValues) override {}
+  void failed(Number, const ClientError &) override {}
+  void progressed(const std::string &) override {}
+  void advanced(Number, const kw::RequestProgress &) override {}
+  void isBeingCancelled(Number) override {}
+  void couldNotCancel(Number) override {}
+};
+
+// An idle client needs no processor.
+TEST_F(AgentConnectionTest, waitsWhenThereIsNoMessage) {
+  using Clock = kw::AgentConnection::Clock;
+  auto connection = kw::AgentConnection::open(bus.address());
+  connection->waitUntilAccepted(std::nullopt);
+  NoReceiver nobody;
+  bool hasWaited = false;
+  for (int attempt = 0; attempt < 4 && !hasWaited; ++attempt) { // the bus sends a signal at first
+    Clock::time_point until = Clock::now() + milliseconds(50);
+    connection->wait(nobody, until);
+    hasWaited = Clock::now() >= until;
+  }
+  EXPECT_TRUE(hasWaited);
 }
 
 TEST_F(AgentConnectionTest, waitsForASilentBusNoLongerThanItMay) {
