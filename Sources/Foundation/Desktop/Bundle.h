@@ -1,7 +1,9 @@
 // A bundle in the platform's layout: its identifier, its executable and its
 // string tables.
 //
-// Immutable once opened; any thread may use it.
+// Each list is read at its first use, and stays as it was then. Any thread may use
+// a bundle. Members throw ResourceShortage when this process lacks the descriptors
+// or the memory to read the information list now.
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"
@@ -25,7 +27,7 @@ public:
 
   // The text of a key in a table ("Localizable" when the table is nil). A
   // missing key gives the value, or the key itself when the value is empty or
-  // nil.
+  // nil; so does a table that cannot be read for lack of descriptors.
   virtual std::string localizedStringForKey(const std::string &key,
                                             const std::optional<std::string> &value,
                                             const std::optional<std::string> &table) = 0;

@@ -29,6 +29,11 @@ public:
   virtual std::optional<std::string> dataWithContentsOfFile(const std::string &path,
                                                             ErrorSlot error) = 0;
 
+  // The same for callers to whom a missing file is as good as an unreadable one:
+  // empty for either. Throws ResourceShortage when this process lacks the
+  // descriptors or the memory to read the file now.
+  std::optional<std::string> dataIfReadable(const std::string &path);
+
   // Replaces the file at the path as a whole. Writes the data to a new file in
   // the same folder, syncs it, gives it the owner, the mode, the access list
   // and the other extended attributes of the former file, and renames it over

@@ -18,7 +18,7 @@ std::optional<PropertyList> propertyListWithData(std::string_view data, ErrorSlo
 }
 
 std::optional<PropertyList> dictionaryWithContentsOfFile(const std::string &path) {
-  auto data = FileContents::shared().dataWithContentsOfFile(path, nullptr);
+  auto data = FileContents::shared().dataIfReadable(path);
   auto list = data ? propertyListWithData(*data, nullptr) : std::nullopt;
   return list && list->dictionary() ? list : std::nullopt;
 }

@@ -163,7 +163,8 @@ std::optional<PropertyList> propertyListWithData(std::string_view data, ErrorSlo
 std::optional<std::string> dataWithPropertyList(const PropertyList &list, ErrorSlot error);
 
 // The dictionary in a file; empty when the file cannot be read, is unparseable
-// or holds another kind of value.
+// or holds another kind of value. Throws ResourceShortage when this process lacks
+// the descriptors or the memory to read it now.
 std::optional<PropertyList> dictionaryWithContentsOfFile(const std::string &path);
 
 } // namespace NS

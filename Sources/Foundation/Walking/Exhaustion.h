@@ -1,14 +1,10 @@
-// Errors of a call when this process or its host has run out of a resource.
-// They say nothing about the item in question, and may pass.
+// The patience of an operation when this process or its host has run out of a
+// resource.
 #pragma once
 
-#include <cerrno>
+#include "Foundation/Base/ResourceShortage.h"
 
 namespace NS {
-
-inline bool isExhaustion(int errnum) {
-  return errnum == EMFILE || errnum == ENFILE || errnum == ENOMEM;
-}
 
 // Limits the retries of one operation.
 class Patience {

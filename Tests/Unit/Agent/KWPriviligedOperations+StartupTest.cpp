@@ -8,6 +8,7 @@
 #include "Support/RecordingFileManager.h"
 #include "Support/RecordingTaskRunner.h"
 
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Desktop/SharedFileList.h"
 #include "Foundation/Processes/Process.h"
@@ -146,6 +147,16 @@ TEST_F(StartupHandlersTest, aJobIsRemovedEnabledAndDisabledThroughTheManager) {
                                           {"/bin/launchctl", "unload", "-w", "/j.plist"},
                                           {"/bin/launchctl", "unload", "/j.plist"}}));
   EXPECT_THAT(replies, ElementsAre(true, true, true, false, false));
+}
+
+TEST_F(StartupHandlersTest, aJobWhoseListCannotBeReadNowIsNotAnswered) {
+  contents.files["/j.plist"] = "<dict><key>Label</key><string>j</string></dict>";
+  launchd.jobs.insert("j");
+  contents.readFailure = EMFILE;
+  EXPECT_THROW(operations.disableLaunchdAgentAtPath("/j.plist", reply()), NS::ResourceShortage);
+  EXPECT_THROW(operations.enableLaunchdAgentAtPath("/j.plist", reply()), NS::ResourceShortage);
+  EXPECT_TRUE(runner.commandLines().empty());
+  EXPECT_TRUE(replies.empty());
 }
 
 TEST_F(StartupHandlersTest, aStartupItemsNameGoesInQuotesAndTheStatusIsIgnored) {

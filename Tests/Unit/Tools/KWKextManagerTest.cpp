@@ -1,9 +1,12 @@
 // Unloading and deleting kernel extensions.
 #include "Tools/KWKextManager.h"
 
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Base/SharedInstance.h"
 #include "Support/LogRecorder.h"
 #include "Support/RecordingTaskRunner.h"
+#include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
@@ -83,6 +86,17 @@ TEST_F(KextManager, takesAnUnreadableListForNone) {
   folder.file("Odd Name.kext/Contents/Info.plist", "<plist><dict><key>CFBundle");
   EXPECT_FALSE(kw::KWKextManager().removeKextAtPath(path));
   EXPECT_TRUE(std::filesystem::exists(path));
+  EXPECT_TRUE(runner.runs().empty());
+}
+
+TEST_F(KextManager, doesNotTakeALackOfDescriptorsForAMissingIdentifier) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  std::string path = kext(identifierLines);
+  {
+    kwtest::FewDescriptorsLeft few(1);
+    EXPECT_THROW(kw::KWKextManager().removeKextAtPath(path), NS::ResourceShortage);
+  }
+  EXPECT_TRUE(std::filesystem::exists(path + "/Contents/MacOS/Odd"));
   EXPECT_TRUE(runner.runs().empty());
 }
 

@@ -5,8 +5,11 @@
 #include "Support/LogRecorder.h"
 #include "Support/RecordingFileManager.h"
 #include "Support/RecordingTaskRunner.h"
+#include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Base/SharedInstance.h"
 
 #include <gmock/gmock.h>
@@ -90,6 +93,20 @@ TEST_F(KWLaunchdManagerTest, aListWithoutALabelIsNotLoadedAndNotAskedFor) {
        {"", "garbage", "<array/>", "<dict/>", "<dict><key>Label</key><integer>1</integer></dict>"})
     EXPECT_FALSE(manager.isLoadedLaunchAgentWithConfigPath(scratch.file("other.plist", content)));
   EXPECT_FALSE(manager.isLoadedLaunchAgentWithConfigPath(scratch.path("missing")));
+  EXPECT_TRUE(launchd.requests.empty());
+}
+
+TEST_F(KWLaunchdManagerTest, aLoadedJobIsNotUnloadedForLackOfDescriptorsToReadItsList) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  load();
+  std::string path = job();
+  for (std::size_t left : {0u, 1u}) {
+    kwtest::FewDescriptorsLeft few(left);
+    EXPECT_THROW(manager.isLoadedLaunchAgentWithConfigPath(path), NS::ResourceShortage) << left;
+    EXPECT_THROW(manager.disableAgentAtPath(path), NS::ResourceShortage) << left;
+    EXPECT_THROW(manager.enableAgentAtPath(path), NS::ResourceShortage) << left;
+  }
+  EXPECT_TRUE(runner.commandLines().empty());
   EXPECT_TRUE(launchd.requests.empty());
 }
 

@@ -2,6 +2,7 @@
 // one at its top.
 #include "Foundation/Desktop/Bundle.h"
 
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Desktop/Internal/MainBundleFolder.h"
 #include "Foundation/PropertyLists/PropertyList.h"
 #include "Foundation/Text/PathUtilities.h"
@@ -9,6 +10,7 @@
 #include <array>
 #include <map>
 #include <mutex>
+#include <vector>
 
 #include <sys/stat.h>
 
@@ -27,11 +29,7 @@ bool isRegularFile(const std::string &path) {
 
 class FolderBundle : public Bundle {
 public:
-  explicit FolderBundle(std::string path)
-      : path_(std::move(path)), contents_(contentsFolder()),
-        info_(
-            dictionaryWithContentsOfFile(stringByAppendingPathComponent(contents_, "Info.plist"))) {
-  }
+  explicit FolderBundle(std::string path) : path_(std::move(path)), contents_(contentsFolder()) {}
 
   std::string localizedStringForKey(const std::string &key, const std::optional<std::string> &value,
                                     const std::optional<std::string> &table) override {
@@ -42,7 +40,8 @@ public:
   }
 
   std::optional<std::string> infoString(const std::string &key) override {
-    const PropertyList *entry = info_ ? info_->objectForKey(key) : nullptr;
+    const PropertyList *info = listNamed("Info.plist", {contents_});
+    const PropertyList *entry = info ? info->objectForKey(key) : nullptr;
     return entry && entry->string() ? std::optional(*entry->string()) : std::nullopt;
   }
 
@@ -64,38 +63,51 @@ public:
   }
 
 private:
+  using Folders = std::vector<std::string>;
+
   std::string contentsFolder() const {
     std::string contents = stringByAppendingPathComponent(path_, "Contents");
     return isDirectory(contents) ? contents : path_;
   }
 
-  // Null when there is no such table. A table is read once.
+  // Null when there is no such table, and when it cannot be read now: no request
+  // fails for want of a text.
   const PropertyList *stringTable(const std::string &name) {
     if (!isFileName(name))
       return nullptr;
+    std::string resources = stringByAppendingPathComponent(contents_, "Resources");
+    try {
+      return listNamed(name + ".strings",
+                       {resources, stringByAppendingPathComponent(resources, "en.lproj"), contents_,
+                        stringByAppendingPathComponent(contents_, "en.lproj")});
+    } catch (const ResourceShortage &) {
+      return nullptr;
+    }
+  }
+
+  // The list of this name in the first folder that has one; null when none has.
+  // It is read once. One that cannot be read for lack of a resource is not taken
+  // for missing: the next call tries again.
+  const PropertyList *listNamed(const std::string &fileName, const Folders &folders) {
     std::lock_guard lock(mutex_);
-    auto [found, isNew] = tables_.try_emplace(name);
-    if (isNew)
-      found->second = readTable(name + ".strings");
+    auto found = lists_.find(fileName);
+    if (found == lists_.end())
+      found = lists_.emplace(fileName, readList(fileName, folders)).first;
     return found->second ? &*found->second : nullptr;
   }
 
-  std::optional<PropertyList> readTable(const std::string &fileName) const {
-    std::string resources = stringByAppendingPathComponent(contents_, "Resources");
-    for (const std::string &folder :
-         {resources, stringByAppendingPathComponent(resources, "en.lproj"), contents_,
-          stringByAppendingPathComponent(contents_, "en.lproj")})
-      if (auto table =
+  static std::optional<PropertyList> readList(const std::string &fileName, const Folders &folders) {
+    for (const std::string &folder : folders)
+      if (auto list =
               dictionaryWithContentsOfFile(stringByAppendingPathComponent(folder, fileName)))
-        return table;
+        return list;
     return std::nullopt;
   }
 
   std::string path_;
   std::string contents_; // where the information list and the resources are
-  std::optional<PropertyList> info_;
-  std::mutex mutex_; // guards the map; a table that is in it stays as it is
-  std::map<std::string, std::optional<PropertyList>> tables_;
+  std::mutex mutex_;     // guards the map; a list that is in it stays as it is
+  std::map<std::string, std::optional<PropertyList>> lists_;
 };
 
 struct MainBundle final : FolderBundle {

@@ -12,6 +12,7 @@
 #include "Foundation/Files/FileContents.h"
 
 #include "Foundation/Base/POSIX/Retrying.h"
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 #include "Foundation/Descriptors/POSIX/Descriptor.h"
 #include "Foundation/Files/POSIX/AttributeCopy.h"
@@ -256,6 +257,13 @@ bool isLimitOfThisProcess(const Error &error) {
   const Error *cause = error.underlyingError();
   return cause && cause->domain() == POSIXErrorDomain &&
          std::find(limits.begin(), limits.end(), cause->code()) != limits.end();
+}
+
+std::optional<std::string> FileContents::dataIfReadable(const std::string &path) {
+  std::optional<Error> error;
+  auto data = dataWithContentsOfFile(path, &error);
+  throwOnShortage(error);
+  return data;
 }
 
 std::optional<std::string> FileContents::stringWithContentsOfFile(const std::string &path,

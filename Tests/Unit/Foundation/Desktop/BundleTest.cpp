@@ -1,7 +1,11 @@
 // Bundles in both layouts, and the string tables that come with the program.
 #include "Foundation/Desktop/Bundle.h"
 
+#include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
+
+#include "Foundation/Base/ResourceShortage.h"
 
 #include <gtest/gtest.h>
 
@@ -110,6 +114,33 @@ TEST_F(BundleTest, anExecutableNameCannotLeadOutOfTheBundle) {
   auto bundle = NS::Bundle::bundleWithPath(bundlePath());
   ASSERT_NE(bundle, nullptr);
   EXPECT_EQ(bundle->executablePath(), std::nullopt);
+}
+
+TEST_F(BundleTest, anInformationListIsNotMissingForLackOfDescriptors) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  folder("A.app/Contents");
+  scratch.file("A.app/Contents/Info.plist", stringTable(entry("CFBundleIdentifier", "x")));
+  auto bundle = NS::Bundle::bundleWithPath(bundlePath());
+  ASSERT_NE(bundle, nullptr);
+  {
+    kwtest::FewDescriptorsLeft few;
+    EXPECT_THROW(bundle->infoString("CFBundleIdentifier"), NS::ResourceShortage);
+    EXPECT_THROW(bundle->executablePath(), NS::ResourceShortage);
+  }
+  EXPECT_EQ(bundle->infoString("CFBundleIdentifier"), "x");
+}
+
+TEST_F(BundleTest, aTableThatCouldNotBeReadForLackOfDescriptorsIsReadLater) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  folder("A.app/Contents/Resources");
+  scratch.file("A.app/Contents/Resources/Errors.strings", stringTable(entry("key", "text")));
+  auto bundle = NS::Bundle::bundleWithPath(bundlePath());
+  ASSERT_NE(bundle, nullptr);
+  {
+    kwtest::FewDescriptorsLeft few;
+    EXPECT_EQ(bundle->localizedStringForKey("key", "", "Errors"), "key");
+  }
+  EXPECT_EQ(bundle->localizedStringForKey("key", "", "Errors"), "text");
 }
 
 TEST_F(BundleTest, isOpenedThroughALink) {

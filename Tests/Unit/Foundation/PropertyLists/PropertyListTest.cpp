@@ -1,7 +1,12 @@
 // The value, and the reading and writing of the XML form.
 #include "Foundation/PropertyLists/PropertyList.h"
 
+#include "Support/FakeFileContents.h"
+#include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
+
+#include "Foundation/Base/ResourceShortage.h"
 
 #include <gtest/gtest.h>
 
@@ -438,6 +443,32 @@ TEST(DictionaryWithContentsOfFile, isNothingForAnythingElse) {
   EXPECT_FALSE(NS::dictionaryWithContentsOfFile(scratch.file("a", "<array/>")));
   EXPECT_FALSE(NS::dictionaryWithContentsOfFile(scratch.file("b", "garbage")));
   EXPECT_TRUE(NS::dictionaryWithContentsOfFile(scratch.file("c", "<dict/>")));
+}
+
+TEST(DictionaryWithContentsOfFile, isNotNothingForLackOfDescriptors) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  kwtest::ScratchFolder scratch;
+  std::string path = scratch.file("a", "<dict/>");
+  for (std::size_t left : {0u, 1u}) {
+    kwtest::FewDescriptorsLeft few(left);
+    EXPECT_THROW(NS::dictionaryWithContentsOfFile(path), NS::ResourceShortage) << left;
+  }
+  kwtest::FewDescriptorsLeft few(2);
+  EXPECT_TRUE(NS::dictionaryWithContentsOfFile(path));
+}
+
+// A lack of memory that only the kernel meets.
+TEST(DictionaryWithContentsOfFile, tellsALackFromAnUnreadableFile) {
+  kwtest::FakeFileContents contents;
+  NS::ScopedOverride<NS::FileContents> override(contents);
+  for (int lack : {ENOMEM, ENFILE}) {
+    contents.readFailure = lack;
+    EXPECT_THROW(NS::dictionaryWithContentsOfFile("/a"), NS::ResourceShortage) << lack;
+  }
+  for (int failure : {EACCES, EIO, EISDIR, EFBIG}) {
+    contents.readFailure = failure;
+    EXPECT_FALSE(NS::dictionaryWithContentsOfFile("/a")) << failure;
+  }
 }
 
 } // namespace
