@@ -3,7 +3,9 @@
 //
 // Status values are 0 for success, as on the platform; any other is a failure.
 // Only one thread at a time may use a list and its items. Calls block on the
-// disk or on the platform's services.
+// disk or on the platform's services. On Linux, the list and its snapshots throw
+// ResourceShortage when this process lacks the descriptors or the memory to read
+// them now.
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"

@@ -2,6 +2,7 @@
 // autostart folder.
 #include "Foundation/Desktop/SharedFileList.h"
 
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Desktop/Linux/DesktopEntry.h"
 #include "Foundation/Files/FileContents.h"
 #include "Foundation/Text/PathUtilities.h"
@@ -42,7 +43,7 @@ std::optional<std::string> programPath(const std::string &program) {
 class AutostartItem final : public SharedFileListItem {
 public:
   explicit AutostartItem(std::string path) : path_(std::move(path)) {
-    auto text = FileContents::shared().dataWithContentsOfFile(path_, nullptr);
+    auto text = FileContents::shared().dataIfReadable(path_);
     if (text && text->size() <= entrySizeLimit)
       entry_ = desktopEntryFromText(*text);
   }
@@ -89,7 +90,9 @@ private:
 class HostLists final : public SharedFileLists {
 public:
   std::shared_ptr<SharedFileList> globalLoginItems() override {
-    auto names = FileManager::defaultManager().contentsOfDirectoryAtPath(autostartFolder, nullptr);
+    std::optional<Error> error;
+    auto names = FileManager::defaultManager().contentsOfDirectoryAtPath(autostartFolder, &error);
+    throwOnShortage(error);
     if (!names)
       return nullptr;
     std::erase_if(*names, [](const std::string &name) { return !name.ends_with(".desktop"); });

@@ -1,0 +1,82 @@
+// The login items of all users, and a lack of descriptors for them.
+#include "Foundation/Desktop/SharedFileList.h"
+
+#include "Support/FakeFileContents.h"
+#include "Support/ForwardingFileManager.h"
+#include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
+
+#include "Foundation/Base/ResourceShortage.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// A file manager whose folders hold two entries, or cannot be listed.
+class Folders : public kwtest::ForwardingFileManager {
+public:
+  int failure = 0; // an errno value
+
+  std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(const std::string &path,
+                                                                    NS::ErrorSlot error) override {
+    if (failure == 0)
+      return std::vector<std::string>{"b.desktop", "other", "a.desktop"};
+    NS::storeError(error, NS::fileError(failure, path, NS::FileAccess::Reading));
+    return std::nullopt;
+  }
+};
+
+class LoginItems : public testing::Test {
+protected:
+  LoginItems() {
+    contents.files["/etc/xdg/autostart/a.desktop"] = "[Desktop Entry]\nName=A\n";
+    contents.files["/etc/xdg/autostart/b.desktop"] = "[Desktop Entry]\nName=B\n";
+  }
+  static std::shared_ptr<NS::SharedFileList> list() {
+    return NS::SharedFileLists::shared().globalLoginItems();
+  }
+
+  Folders folders;
+  kwtest::FakeFileContents contents;
+  NS::ScopedOverride<NS::FileManager> foldersOverride{folders};
+  NS::ScopedOverride<NS::FileContents> contentsOverride{contents};
+};
+
+TEST_F(LoginItems, areTheEntriesOfTheFolderInOrder) {
+  auto items = list()->copySnapshot();
+  ASSERT_EQ(items.size(), 2u);
+  EXPECT_EQ(items[0]->displayName(), "A");
+  EXPECT_EQ(items[1]->displayName(), "B");
+}
+
+TEST_F(LoginItems, areNoneWithoutAFolder) {
+  for (int failure : {ENOENT, EACCES, EIO}) {
+    folders.failure = failure;
+    EXPECT_EQ(list(), nullptr) << failure;
+  }
+}
+
+TEST_F(LoginItems, areNotNoneForLackOfDescriptors) {
+  folders.failure = EMFILE;
+  EXPECT_THROW(list(), NS::ResourceShortage);
+}
+
+TEST_F(LoginItems, withoutAReadableEntryHaveNoName) {
+  contents.readFailure = EACCES;
+  for (const auto &item : list()->copySnapshot())
+    EXPECT_EQ(item->displayName(), std::nullopt);
+}
+
+TEST_F(LoginItems, doNotLoseTheirNamesForLackOfDescriptors) {
+  contents.readFailure = EMFILE;
+  EXPECT_THROW(list()->copySnapshot(), NS::ResourceShortage);
+}
+
+TEST(LoginItemsOfThisHost, areNotNoneForLackOfDescriptors) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  kwtest::SleepWatcher sleeps; // the listing waits for descriptors
+  kwtest::FewDescriptorsLeft few;
+  EXPECT_THROW(NS::SharedFileLists::shared().globalLoginItems(), NS::ResourceShortage);
+}
+
+} // namespace
