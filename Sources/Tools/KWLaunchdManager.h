@@ -6,8 +6,9 @@
 // failure is false or an empty optional, with a line in the log. Steps call
 // each other virtually, so that a derived class can replace one. A path is that
 // of a job's property list; an unreadable list counts as one without any key.
-// A member that reads a list throws NS::ResourceShortage when this process lacks
-// the descriptors or the memory for that.
+// A member that reads a list, asks launchd or unloads a job throws
+// NS::ResourceShortage when this process lacks the descriptors or the memory for
+// that.
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"

@@ -4,6 +4,7 @@
 #include "Additions/NSStringAdditions.h"
 #include "Foundation/Base/Exception.h"
 #include "Foundation/Base/Log.h"
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Desktop/Bundle.h"
 #include "Foundation/Processes/Task.h"
 #include "Foundation/Text/Unicode.h"
@@ -50,8 +51,8 @@ void logNotExecutable(const std::string &path) {
 }
 
 void logFailure(const std::string &path, const KWTaskRunner::Arguments &arguments,
-                const NS::Exception &exception) {
-  NS::Log("Error while invoking command %@ with args %@ : %@", path, arguments, exception.reason());
+                const std::string &reason) {
+  NS::Log("Error while invoking command %@ with args %@ : %@", path, arguments, reason);
 }
 
 NS::Error taskError(std::string description) {
@@ -142,12 +143,17 @@ void KWTaskRunner::launchTask(const std::string &path, const Arguments &argument
                               const CompletionHandler &completion) const {
   RunPipes pipes;
   Output errorOutput;
+  auto fail = [&](const std::string &reason) {
+    logFailure(path, arguments, reason);
+    if (completion)
+      completion(std::nullopt, -1, errorOutput, taskError(reason));
+  };
   try {
     runTask(path, arguments, standardInput, completion, pipes, errorOutput);
   } catch (const NS::Exception &exception) {
-    logFailure(path, arguments, exception);
-    if (completion)
-      completion(std::nullopt, -1, errorOutput, taskError(exception.reason()));
+    fail(exception.reason());
+  } catch (const NS::ResourceShortage &shortage) { // the completion takes an error
+    fail(shortage.what());
   }
 }
 
@@ -177,7 +183,7 @@ Output KWTaskRunner::getOutput(const std::string &path, const Arguments &argumen
     if (resultCode)
       *resultCode = status;
   } catch (const NS::Exception &exception) {
-    logFailure(path, arguments, exception);
+    logFailure(path, arguments, exception.reason());
   }
   return output;
 }
@@ -208,9 +214,11 @@ long long KWTaskRunner::launchTaskAndGetTermStatusWithCmd(const std::string &pat
     runToEnd(*task, [] {});
     return task->terminationStatus();
   } catch (const NS::Exception &exception) {
-    logFailure(path, arguments, exception);
-    return 0;
+    logFailure(path, arguments, exception.reason());
+  } catch (const NS::ResourceShortage &shortage) {
+    logFailure(path, arguments, shortage.what());
   }
+  return 0;
 }
 
 long long KWTaskRunner::launchTaskAndGetTermStatusWithCmd(const std::string &path,
@@ -227,9 +235,11 @@ long long KWTaskRunner::launchTaskWithNoReply(const std::string &path,
     task->launch();
     return task->terminationStatus();
   } catch (const NS::Exception &exception) {
-    logFailure(path, arguments, exception);
-    return 0;
+    logFailure(path, arguments, exception.reason());
+  } catch (const NS::ResourceShortage &shortage) {
+    logFailure(path, arguments, shortage.what());
   }
+  return 0;
 }
 
 } // namespace kw

@@ -50,7 +50,9 @@ public:
   // Suppressed error output is discarded unread; error output that is neither
   // suppressed nor requested goes to the agent's. Writes the result code (null
   // when not wanted) only when the tool has run to its end. Logs a path that is
-  // not executable and returns nil for it.
+  // not executable and returns nil for it. Throws NS::ResourceShortage when this
+  // process lacks the descriptors or the memory to start the tool: a tool that did
+  // not run has not said that all is well.
   virtual Output getOutput(const std::string &path, const Arguments &arguments,
                            bool suppressErrorOutput, bool useErrorOutputAsStd,
                            long long *resultCode) const;

@@ -14,6 +14,7 @@ namespace kwtest {
 class RecordingFileManager : public NS::FileManager {
 public:
   std::set<std::string> existing;
+  std::set<std::string> executable;
   // Paths whose removal or copy fails, with what errno.
   std::map<std::string, int> failing;
   // "remove /a", "copy /a /b", in the order of the calls.
@@ -23,6 +24,9 @@ public:
   bool fileExistsAtPath(const std::string &path, bool &isDirectory) override {
     isDirectory = false;
     return fileExistsAtPath(path);
+  }
+  bool isExecutableFileAtPath(const std::string &path) override {
+    return executable.contains(path);
   }
   bool removeItemAtPath(const std::string &path, NS::ErrorSlot error) override {
     calls.push_back("remove " + path);
@@ -42,7 +46,6 @@ public:
 
   // The code under test never calls it.
   bool isReadableFileAtPath(const std::string &) override { return false; }
-  bool isExecutableFileAtPath(const std::string &) override { return false; }
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(const std::string &,
                                                                     NS::ErrorSlot) override {
     return std::nullopt;

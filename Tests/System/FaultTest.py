@@ -52,6 +52,7 @@ class FaultTest(FaultTestCase):
         """The complaint, the flag and the names of the calls. The call of this
         number among those of its name fails."""
         scene.prepare()
+        scene.lack = error in scenes.LACKS and name in scenes.LACKING
         self.root.faults.arm(number, error, name)
         flag = scene.ask(self.client)
         calls = self.root.faults.disarm()

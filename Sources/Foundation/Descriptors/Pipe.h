@@ -10,10 +10,11 @@ namespace NS {
 
 class Pipe {
 public:
-  // Raises InternalInconsistencyException when no descriptor is left.
+  // Throws ResourceShortage when no descriptor is left.
   static std::shared_ptr<Pipe> pipe();
   // A pipe that discards written data and has nothing to read: for a stream of
-  // a program without a listener. Raises as pipe does.
+  // a program without a listener. Throws as pipe does; raises
+  // InternalInconsistencyException when the host has no such device.
   static std::shared_ptr<Pipe> nullDevice();
 
   FileHandle &fileHandleForReading() { return *reading_; }

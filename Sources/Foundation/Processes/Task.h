@@ -43,8 +43,8 @@ public:
   // failed (...)" with the system's text for other causes, and other texts for
   // a path that is not set or not absolute, a NUL byte, a closed pipe and a
   // second launch. After a failure the pipes are as before and the task may be
-  // launched again. Raises InternalInconsistencyException when the process has
-  // no descriptor or thread left to watch over programs.
+  // launched again. Throws ResourceShortage when the process has no descriptor,
+  // memory, process or thread left to start a program or to watch over it.
   virtual void launch() = 0;
   // Does not block; false before the launch.
   virtual bool isRunning() = 0;

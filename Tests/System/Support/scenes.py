@@ -14,6 +14,10 @@ CONF = "/etc/launchd.conf"
 DATABASE = "/private/var/db/launchd.db/com.apple.launchd.peruser.0/overrides.plist"
 ANYBODY = 0xffffffff  # an entry of an access list without a user
 READING = {"stat", "open", "fstat", "read"}
+# The errors of a lack of descriptors, memory or processes, and the calls that tell
+# the agent of one.
+LACKS = {errno.EMFILE, errno.ENFILE, errno.ENOMEM, errno.EAGAIN}
+LACKING = {"open", "fstat", "statx", "pipe2", "posix_spawn", "spawn_actions"}
 
 
 class Scene:
@@ -22,6 +26,7 @@ class Scene:
     arguments = ()
     signature = None  # of the arguments, if they are not just texts
     usual = True  # the answer when nothing fails
+    lack = False  # whether the agent lacks a resource that the work needs
 
     def __init__(self, root):
         self.root = root
@@ -40,7 +45,7 @@ class Scene:
         try:
             flag = self.answer(client)
         except BusError as error:
-            # The answer for a tool that cannot be started.
+            # The answer for a tool that cannot be started, and for a lack.
             if error.name != "org.freedesktop.DBus.Error.Failed":
                 raise
             flag = False

@@ -197,11 +197,13 @@ def launchctl(listed="", unloaded="", loading=0):
 class JobScene(ToolScene):
     """With a job's list. An unreadable list has no label, and a job without a
     label is not loaded. A job is not loaded either when launchctl cannot be
-    asked about it."""
+    asked about it. A lack of the agent's own resources is an error instead, after
+    which nothing runs."""
     plist = f"{DATA}/{JOB}.plist"
     arguments = (plist,)
     words = ()
     unread = unstarted = ()  # the arguments of launchctl that may be left, then
+    uncounted = None  # and when a run whose failure does not count lacks a resource
 
     def prepare(self):
         super().prepare()
@@ -212,7 +214,12 @@ class JobScene(ToolScene):
                  "unload": ["unload", "-w", self.plist]}
         return [[LAUNCHCTL, *lines[word]] for word in self.words]
 
+    def unfinished(self):
+        return [self.lines()[:count] for count in range(len(self.lines()))]
+
     def runs(self, failed):
+        if self.lack:
+            return [self.lines(), *self.unfinished()]
         others = [*(self.unread if failed in READING else ()),
                   *(self.unstarted if failed in LAUNCHING else ())]
         return [self.lines()] + [self.lines_of(words) for words in others]
@@ -222,7 +229,11 @@ class JobScene(ToolScene):
         return [next(line for line in lines if line[1] == word) for word in words]
 
     def complaint_of_answer(self, flag, made, failed):
-        expected = self.answer_after([line[1] for line in made])
+        words = [line[1] for line in made]
+        if self.lack and made in self.unfinished():
+            good = not flag or words == self.uncounted
+            return "" if good else f"{flag} after {made}, for a lack"
+        expected = self.answer_after(words)
         return "" if flag is expected else f"{flag} after {made}"
 
     def answer_after(self, words):
@@ -236,6 +247,7 @@ class DisableJob(JobScene):
     words = ("list", "unload", "stop")
     unread = ((), ("list", "unload"))
     unstarted = ((), ("list", "stop"), ("list", "unload"))
+    uncounted = ["list", "unload"]
 
 
 class DisableAbsentJob(JobScene):
@@ -255,7 +267,8 @@ class DisableStubbornJob(JobScene):
 
     def runs(self, failed):
         stops = [self.lines()[0], [LAUNCHCTL, "stop", JOB]]
-        return super().runs(failed) + ([[], stops] if failed in LAUNCHING else [])
+        unstarted = [[], stops] if failed in LAUNCHING and not self.lack else []
+        return super().runs(failed) + unstarted
 
     def answer_after(self, words):
         return "unload" not in words
@@ -267,6 +280,7 @@ class EnableJob(JobScene):
     words = ("list", "list", "load")
     unread = (("list", "load"),)
     unstarted = (("list", "load"), ("list", "list"))
+    uncounted = ["list", "list"]
 
 
 class EnableBadJob(EnableJob):
@@ -301,6 +315,8 @@ class RemoveJob(JobScene):
 
     def complaint_of_answer(self, flag, made, failed):
         is_there, has_tool = self.root.exists(self.plist), self.root.exists(self.tool)
+        if self.lack and not made and not (is_there and has_tool):
+            return f"removed without an unload, for a lack: {flag}"
         # The list goes after its tool, unless the agent could not see the tool.
         if flag is is_there or (has_tool and not is_there and failed != "stat"):
             return f"{flag}, but the list is there: {is_there}, the tool: {has_tool}"
@@ -382,6 +398,8 @@ class GlobalItems(Scene):
         left = self.root.listdir(self.folder)
         stays = ["b.desktop"]
         good = [(stays, True)]
+        if self.lack:
+            return "" if (left, flag) in [*good, (list(self.entries), False)] else f"{flag}, {left}"
         if failed == "unlink":
             good = [(["a.desktop"] + stays, True), (stays + ["c.desktop"], False)]
         # A list that the host cannot give has no items, and the answer is yes.

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+
 namespace {
 
 using NS::LaunchDataType;
@@ -41,14 +43,14 @@ TEST_F(Launchd, mayBeOutOfReach) {
   EXPECT_EQ(query("org.example.job"), LaunchDataType::None);
 }
 
-TEST_F(Launchd, isNotAskedWithoutARequest) {
+TEST_F(Launchd, isNotAskedWithoutTheMemoryForARequest) {
   for (int objects : {0, 1}) {
     shim->memoryFor = objects;
-    EXPECT_EQ(query("org.example.job"), LaunchDataType::None) << objects;
+    EXPECT_THROW(query("org.example.job"), std::bad_alloc) << objects;
   }
   shim->memoryFor.reset();
   shim->takesEntries = false;
-  EXPECT_EQ(query("org.example.job"), LaunchDataType::None);
+  EXPECT_THROW(query("org.example.job"), std::bad_alloc);
   EXPECT_EQ(shim->messages, 0);
 }
 

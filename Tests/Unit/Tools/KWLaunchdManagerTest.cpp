@@ -186,6 +186,28 @@ TEST_F(KWLaunchdManagerTest, aFailedUnloadKeepsTheToolAndTheList) {
   EXPECT_TRUE(files.calls.empty());
 }
 
+TEST_F(KWLaunchdManagerTest, aLackOfDescriptorsForTheUnloadKeepsTheToolAndTheList) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  kw::KWTaskRunner real;
+  NS::ScopedOverride<kw::KWTaskRunner> realRunner(real);
+  files.existing = {jobPath, toolPath};
+  files.executable = {launchctl};
+  kwtest::FewDescriptorsLeft few(1);
+  EXPECT_THROW(manager.removeAgentAtPath(jobPath), NS::ResourceShortage);
+  EXPECT_TRUE(files.calls.empty());
+}
+
+// A launchd whose tool is there, but cannot be asked.
+TEST_F(KWLaunchdManagerTest, aLackOfDescriptorsForTheQuestionIsNotAnAnswer) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  NS::ScopedOverride<NS::Launchd> realLaunchd(NS::Launchd::real());
+  std::string path = job();
+  kwtest::FewDescriptorsLeft few(2);
+  EXPECT_THROW(manager.isLoadedLaunchAgentWithConfigPath(path), NS::ResourceShortage);
+  EXPECT_THROW(manager.disableAgentAtPath(path), NS::ResourceShortage);
+  EXPECT_TRUE(runner.commandLines().empty());
+}
+
 TEST_F(KWLaunchdManagerTest, aToolThatCannotBeRemovedKeepsTheListAndIsLogged) {
   files.existing = {jobPath, toolPath};
   files.failing[toolPath] = EPERM;

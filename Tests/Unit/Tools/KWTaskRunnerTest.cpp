@@ -2,12 +2,15 @@
 #include "Tools/KWTaskRunner.h"
 
 #include "Foundation/Base/Exception.h"
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Desktop/Bundle.h"
 #include "Foundation/Threads/Thread.h"
 #include "Protocol/Identity.h"
 #include "Support/AllocationsBelow.h"
 #include "Support/LogRecorder.h"
+#include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 
 #include <atomic>
@@ -430,6 +433,43 @@ TEST(TaskRunnerOutput, ofAFailedLaunchIsNilWithTheCodeUntouched) {
   EXPECT_EQ(log.lines(),
             std::vector<std::string>{"Error while invoking command " + odd +
                                      " with args (\n    x\n) : launch failed (Exec format error)"});
+}
+
+TEST(TaskRunnerOutput, isNotNilForLackOfDescriptors) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  ScratchFolder folder;
+  std::string mark = folder.path("mark");
+  for (std::size_t left : {0u, 1u, 2u, 3u}) {
+    kwtest::FewDescriptorsLeft few(left);
+    EXPECT_THROW(KWTaskRunner::shared().launchTaskAndGetOutput("/bin/sh", {"-c", ">" + mark}, true),
+                 NS::ResourceShortage);
+  }
+  EXPECT_FALSE(std::filesystem::exists(mark));
+}
+
+TEST(TaskRunnerStatus, withoutADescriptorIsThatOfAFailedLaunch) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  LogRecorder log;
+  {
+    kwtest::FewDescriptorsLeft few;
+    EXPECT_EQ(KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd("/bin/sh", {}), 0);
+  }
+  EXPECT_EQ(log.lines(),
+            std::vector<std::string>{"Error while invoking command /bin/sh with args (\n) : pipe: "
+                                     "Too many open files"});
+}
+
+TEST(TaskRunner, tellsTheCompletionOfALackOfDescriptors) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  LogRecorder log;
+  Completions completions;
+  {
+    kwtest::FewDescriptorsLeft few;
+    KWTaskRunner::shared().launchTask("/bin/sh", {"-c", "exit 0"}, completions.handler());
+  }
+  ASSERT_EQ(completions.calls.size(), 1u);
+  expectTaskError(completions.calls[0], "pipe: Too many open files");
+  EXPECT_EQ(log.lines().size(), 1u);
 }
 
 TEST(TaskRunnerOutput, ofTheShortFormsIsOneStreamOrTheOther) {

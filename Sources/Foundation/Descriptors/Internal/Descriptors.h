@@ -15,10 +15,11 @@ struct PipeEnds {
 };
 
 // Makes a pipe. Both ends are close-on-exec (from creation, if the host can do
-// that) and never take the place of a closed standard stream. Raises
-// InternalInconsistencyException when no descriptor is left.
+// that) and never take the place of a closed standard stream. Throws
+// ResourceShortage when no descriptor is left.
 PipeEnds openPipe();
-// The same with both ends at the null device.
+// The same with both ends at the null device. Raises
+// InternalInconsistencyException when there is no such device.
 PipeEnds openNullDevice();
 
 // Opens the file or folder at the path and follows links. Refuses any other item

@@ -1,6 +1,7 @@
 // Pipes and child processes, apart from the calls in which the hosts differ.
 #include "Foundation/Base/Exception.h"
 #include "Foundation/Base/Internal/EnvironmentLock.h"
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 #include "Foundation/Descriptors/POSIX/Descriptor.h"
 #include "Foundation/Descriptors/POSIX/DescriptorLimit.h"
@@ -19,8 +20,11 @@ namespace NS::descriptors {
 namespace {
 
 [[noreturn]] void raiseNoPipe() {
-  throw Exception(InternalInconsistencyException,
-                  "pipe: " + std::generic_category().message(errno));
+  int cause = errno;
+  std::string reason = "pipe: " + std::generic_category().message(cause);
+  if (isExhaustion(cause))
+    throw ResourceShortage(reason);
+  throw Exception(InternalInconsistencyException, reason);
 }
 
 // Moves a descriptor above the standard streams. In the place of a closed

@@ -9,8 +9,8 @@
 // here fails without memory, so that no child stays a zombie.
 #include "Foundation/Processes/POSIX/ChildProcess.h"
 
-#include "Foundation/Base/Exception.h"
 #include "Foundation/Base/POSIX/Retrying.h"
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 
 #include <algorithm>
@@ -78,8 +78,7 @@ void Reaper::prepare() {
   try {
     std::thread([this] { run(); }).detach();
   } catch (const std::system_error &failure) {
-    throw Exception(InternalInconsistencyException,
-                    std::string("no thread to wait for programs: ") + failure.what());
+    throw ResourceShortage(std::string("no thread to wait for programs: ") + failure.what());
   }
   started_ = true;
 }

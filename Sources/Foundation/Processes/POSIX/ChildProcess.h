@@ -70,8 +70,8 @@ int millisecondsUntil(ChildProcess::Clock::time_point end);
 // child that already runs needs no memory.
 using ChildSlot = std::list<std::shared_ptr<ChildProcess>>;
 
-// Starts the reaping thread. Raises InternalInconsistencyException when that
-// fails; afterwards every child can be adopted.
+// Starts the reaping thread. Throws ResourceShortage when that fails; afterwards
+// every child can be adopted.
 void prepareToAdopt();
 // Passes a running child to the reaping thread.
 void adopt(ChildSlot slot) noexcept;

@@ -3,6 +3,7 @@
 
 #include "Foundation/Base/Exception.h"
 #include "Foundation/Base/POSIX/Retrying.h"
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 #include "Foundation/Processes/POSIX/ChildProcess.h"
 #include "Foundation/Text/PathUtilities.h"
@@ -18,6 +19,11 @@ namespace {
 
 [[noreturn]] void refuse(const std::string &reason) {
   throw Exception(InvalidArgumentException, reason);
+}
+
+// Such a failure says nothing about the program.
+bool isShortage(int errnum) {
+  return isExhaustion(errnum) || errnum == EAGAIN; // no further process is allowed
 }
 
 std::string launchFailure(int errnum) {
@@ -187,8 +193,11 @@ void ProcessTask::launch() {
   ChildSlot slot = {child};
   prepareToAdopt();
   int identifier = 0;
-  if (int failure = descriptors::spawn(wanted, identifier))
+  if (int failure = descriptors::spawn(wanted, identifier)) {
+    if (isShortage(failure))
+      throw ResourceShortage(launchFailure(failure));
     refuse(launchFailure(failure));
+  }
   child->setIdentifier(identifier);
   if (timeLimit_)
     child->setDeadline(ChildProcess::Clock::now() + *timeLimit_);

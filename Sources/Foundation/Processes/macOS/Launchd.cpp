@@ -3,6 +3,7 @@
 
 #include <launch.h>
 #include <memory>
+#include <new>
 #include <string_view>
 
 // Deprecated, but the platform has no other call that answers this question.
@@ -18,12 +19,13 @@ struct FreeLaunchData {
 };
 using LaunchData = std::unique_ptr<std::remove_pointer_t<launch_data_t>, FreeLaunchData>;
 
-// Null without memory.
+// Throws bad_alloc when there is no memory: an unasked launchd has not said that
+// it has no such job.
 LaunchData makeRequest(const std::string &key, const std::string &value) {
   LaunchData request(::launch_data_alloc(LAUNCH_DATA_DICTIONARY));
   LaunchData text(::launch_data_new_string(value.c_str()));
   if (!request || !text || !::launch_data_dict_insert(request.get(), text.get(), key.c_str()))
-    return nullptr;
+    throw std::bad_alloc();
   static_cast<void>(text.release()); // the dictionary frees it
   return request;
 }
@@ -37,7 +39,7 @@ public:
     if (key.find('\0') != std::string::npos || value.find('\0') != std::string::npos)
       return LaunchDataType::Errno;
     LaunchData request = makeRequest(key, value);
-    LaunchData reply(request ? ::launch_msg(request.get()) : nullptr);
+    LaunchData reply(::launch_msg(request.get()));
     if (!reply)
       return LaunchDataType::None;
     bool isDictionary = ::launch_data_get_type(reply.get()) == LAUNCH_DATA_DICTIONARY;

@@ -4,6 +4,7 @@
 
 #include "Foundation/Base/Environment.h"
 #include "Foundation/Base/Exception.h"
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Threads/Thread.h"
 #include "Support/MemoryLimit.h"
 #include "Support/Sanitizers.h"
@@ -381,6 +382,27 @@ TEST(Task, isReapedEvenWithoutADescriptorToWatchItBy) {
     task->waitUntilExit();
   }
   EXPECT_EQ(task->terminationStatus(), 4);
+}
+
+// Lets this user have no further process, which holds for no process of root.
+TEST(Task, withoutAFurtherProcessIsNotRefusedButThrows) {
+  pid_t child = ::fork();
+  if (child == 0) {
+    shell("exit 0")->launch(); // so that the reaping thread exists
+    struct rlimit none = {0, 0};
+    if (::setrlimit(RLIMIT_NPROC, &none) != 0 || (::geteuid() == 0 && ::setuid(12345) != 0))
+      ::_exit(2);
+    try {
+      shell("exit 0")->launch();
+    } catch (const NS::ResourceShortage &) {
+      ::_exit(0);
+    } catch (const std::exception &) {
+    }
+    ::_exit(1);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 TEST(Task, waitsForItsOwnChildrenOnly) {
