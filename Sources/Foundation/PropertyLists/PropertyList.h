@@ -144,7 +144,9 @@ std::string describe(const PropertyList &list);
 // Reads a list in XML or binary form. On a list that is not well formed it
 // returns an empty optional and sets PropertyListReadCorruptError. It treats
 // four more kinds of lists so: those beyond the bounds (8 MiB of data, a depth
-// of 512, 24 MiB of contents with shared parts counted each time); those that
+// of 512, 24 MiB of contents with shared parts counted each time, 24 MiB of memory
+// for the parser of XML, which needs more than 8 only for long or many attributes
+// and names); those that
 // declare entities or an internal subset; those that contain themselves; and
 // those that this type cannot hold without loss: an archiver's UIDs, sets and
 // nulls, halves of surrogate pairs, integers beyond 64 bits (which the platform

@@ -12,9 +12,10 @@
 namespace NS {
 
 struct PropertyListBounds {
-  static constexpr std::size_t dataSize = 8u << 20;  // bytes
-  static constexpr std::size_t depth = 512;          // containers around a value
-  static constexpr std::size_t contents = 24u << 20; // bytes, as charged below
+  static constexpr std::size_t dataSize = 8u << 20;      // bytes
+  static constexpr std::size_t depth = 512;              // containers around a value
+  static constexpr std::size_t contents = 24u << 20;     // bytes, as charged below
+  static constexpr std::size_t parserMemory = 24u << 20; // bytes, of the XML parser
   // The charge for one value besides its text, an upper estimate of its space
   // in a container, and the charge for a container besides its elements.
   static constexpr std::size_t valueCost = 96;

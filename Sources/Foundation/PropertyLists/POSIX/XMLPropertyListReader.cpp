@@ -1,6 +1,7 @@
 // The reader of XML property lists. It takes the events of expat and keeps the
 // containers that are not closed yet in a vector, so that a deep list does not
 // exhaust the stack of the thread.
+#include "Foundation/PropertyLists/Internal/ParserMemory.h"
 #include "Foundation/PropertyLists/Internal/PropertyListReading.h"
 
 #include <algorithm>
@@ -204,6 +205,7 @@ private:
   struct FreeParser {
     void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
   };
+  ParserMemory memory_{PropertyListBounds::parserMemory};
   std::unique_ptr<XML_ParserStruct, FreeParser> parser_;
   PropertyListBudget budget_;
   std::vector<Frame> frames_;
@@ -358,7 +360,9 @@ void Reader::install() {
 
 std::optional<PropertyList> Reader::read(std::string_view data) {
   static_assert(PropertyListBounds::dataSize <= INT_MAX);
-  parser_.reset(XML_ParserCreate(nullptr));
+  constexpr XML_Memory_Handling_Suite functions = {ParserMemory::allocate, ParserMemory::reallocate,
+                                                   ParserMemory::release};
+  parser_.reset(XML_ParserCreate_MM(nullptr, &functions, nullptr));
   if (!parser_)
     throw std::bad_alloc();
   install();
@@ -366,7 +370,8 @@ std::optional<PropertyList> Reader::read(std::string_view data) {
       XML_Parse(parser_.get(), data.data(), static_cast<int>(data.size()), XML_TRUE);
   if (thrown_)
     std::rethrow_exception(thrown_);
-  if (status == XML_STATUS_ERROR && XML_GetErrorCode(parser_.get()) == XML_ERROR_NO_MEMORY)
+  // A parser that met its bound, or one of its own, also says that it lacks memory.
+  if (status == XML_STATUS_ERROR && memory_.hasRunOut())
     throw std::bad_alloc();
   return status == XML_STATUS_OK && !failed_ ? std::move(root_) : std::nullopt;
 }

@@ -280,6 +280,20 @@ TEST(BinaryPropertyList, takesADepthOf512AndNoMore) {
   EXPECT_FALSE(read(binaryPropertyList(shared, {.top = last + 2})));
 }
 
+// Attributes with names of their own, which a parser keeps for long: a text of so
+// many bytes.
+std::string attributes(std::size_t size) {
+  constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_";
+  std::string text;
+  for (std::size_t number = 0; text.size() < size; ++number) {
+    text += ' ';
+    for (std::size_t rest = number; text.back() == ' ' || rest != 0; rest /= letters.size())
+      text += letters[rest % letters.size()];
+    text += "=''";
+  }
+  return text;
+}
+
 bool readsWithin64MiB(const std::string &data, bool expected) {
   MemoryLimit limit(64u << 20);
   try {
@@ -326,8 +340,14 @@ TEST(PropertyListMemory, staysWithinItsBoundForTheWorstOfEachForm) {
   EXPECT_TRUE(
       readsWithin64MiB(std::string("<data>") + std::string(size - 100, 'A') + "</data>", true));
   EXPECT_TRUE(readsWithin64MiB(attribute, true));
+  EXPECT_TRUE(readsWithin64MiB("<plist" + attributes(size - 100) + "><true/></plist>", false));
   EXPECT_TRUE(readsWithin64MiB(std::string("<") + std::string(size - 100, 'x') + ">", false));
   EXPECT_TRUE(readsWithin64MiB(std::string("<string>") + std::string(size - 100, 'x'), false));
+  // As much as the parser may take, and as much contents as fits beside it.
+  EXPECT_TRUE(readsWithin64MiB("<plist" + attributes(900'000) + "><array>" +
+                                   trues.substr(0, 8 * 90'000) + "<string>" +
+                                   std::string(5'000'000, 'x') + "</string></array></plist>",
+                               true));
   // As many empty arrays as the bound allows, and one array of as many flags.
   std::vector<std::string> arrays(60'000, "\xa0");
   std::vector<std::uint64_t> numbers;
