@@ -67,7 +67,8 @@ public:
       : bus_(bus, BusConnection::Opening::Begin), options_(options) {}
 
   bool isAccepted() override { return bus_.isAccepted(); }
-  void waitUntilAccepted(std::optional<Clock::time_point> until) override;
+  void waitUntilAccepted(std::optional<Clock::time_point> until,
+                         const std::function<bool()> &goesOn) override;
 
   void send(Number number, const AgentMessage &message) override;
   void cancel(Number number) override;
@@ -127,15 +128,23 @@ private:
   bool isSubscribed_ = false;
 };
 
-void AgentBus::waitUntilAccepted(std::optional<Clock::time_point> until) {
-  try {
-    if (bus_.waitUntilAccepted(until))
-      return;
-  } catch (const BusError &error) {
-    throw errorOfBus(error);
+void AgentBus::waitUntilAccepted(std::optional<Clock::time_point> until,
+                                 const std::function<bool()> &goesOn) {
+  constexpr std::chrono::milliseconds betweenCalls{100};
+  while (!goesOn || goesOn()) {
+    Clock::time_point now = Clock::now();
+    if (until && now >= *until)
+      throw ClientError(Kind::DeadlinePassed, "",
+                        "the bus has not accepted the connection in the time allowed");
+    try {
+      if (bus_.waitUntilAccepted(
+              std::min(until.value_or(Clock::time_point::max()), now + betweenCalls)))
+        return;
+    } catch (const BusError &error) {
+      throw errorOfBus(error);
+    }
   }
-  throw ClientError(Kind::DeadlinePassed, "",
-                    "the bus has not accepted the connection in the time allowed");
+  throw ClientError(Kind::Cancelled, "", "the connection was given up");
 }
 
 // The steps that need memory come before the sending.

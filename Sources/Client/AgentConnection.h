@@ -75,8 +75,10 @@ public:
   // does. Before that no message may be sent.
   virtual bool isAccepted() { return true; }
   // Blocks until then. Throws ClientError when the bus refuses, of kind
-  // DeadlinePassed at the given time; only the destruction is allowed then.
-  virtual void waitUntilAccepted(std::optional<Clock::time_point> /*until*/) {}
+  // DeadlinePassed at the given time, of kind Cancelled when the function, which it
+  // calls meanwhile, returns false; only the destruction is allowed then.
+  virtual void waitUntilAccepted(std::optional<Clock::time_point> /*until*/,
+                                 const std::function<bool()> & /*goesOn*/) {}
 
   // Sends the message. wait() hands over its one outcome later, or none when
   // the connection ends first. Throws ClientError when the message cannot be

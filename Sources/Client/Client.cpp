@@ -142,7 +142,7 @@ Request<Reply> start(Request<Reply> (Client::* /*form*/)(Parameters...),
 std::unique_ptr<Client> ClientMaker::make(RequestEngine::Connector connector,
                                           const ClientOptions &options) {
   auto first = connector();
-  first->waitUntilAccepted(deadlineAfter(options.connectTimeLimit));
+  first->waitUntilAccepted(deadlineAfter(options.connectTimeLimit), options.keepConnecting);
   auto engine = std::make_shared<RequestEngine>(std::move(connector), std::move(first),
                                                 options.callbackFailed);
   engine->run();

@@ -60,9 +60,12 @@ struct ClientOptions {
   // exception in a line on standard error.
   std::function<void(std::exception_ptr)> callbackFailed = nullptr;
   // How long connect() waits for the bus to accept the connection. After that it
-  // throws ClientError of kind DeadlinePassed. When null, it waits until the bus
-  // answers, at most 90 s.
+  // throws ClientError of kind DeadlinePassed. When null, it waits as long as the
+  // bus's own library does, about two minutes.
   std::optional<std::chrono::milliseconds> connectTimeLimit = std::nullopt;
+  // connect() calls it some times a second while it waits, on its own thread. When
+  // the result is false, it throws ClientError of kind Cancelled.
+  std::function<bool()> keepConnecting = nullptr;
 };
 
 class KEEPWELL_EXPORT Client {

@@ -80,7 +80,9 @@ std::optional<std::uint64_t> Browser::measureByAgent(const std::string &path) {
     SizeReply reply = request.get();
     return reply.error ? std::nullopt : std::optional(reply.allocatedBytes);
   } catch (const ClientError &error) {
-    agentIsAbsent_ = error.kind() == ClientError::Kind::Unreachable;
+    // No request here has a time limit; only the connection has.
+    agentIsAbsent_ = error.kind() == ClientError::Kind::Unreachable ||
+                     error.kind() == ClientError::Kind::DeadlinePassed;
     return std::nullopt;
   }
 }

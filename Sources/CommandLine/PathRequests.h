@@ -6,6 +6,7 @@
 #include "CommandLine/Look.h"
 #include "CommandLine/PathReader.h"
 
+#include <algorithm>
 #include <deque>
 #include <memory>
 #include <optional>
@@ -183,7 +184,9 @@ private:
 
   // Requests that have begun end by themselves or by being cancelled.
   void stop() {
-    session_.tellStopping();
+    if (std::any_of(asked_.begin(), asked_.end(),
+                    [](const auto &asked) { return !asked.isEnded(); }))
+      session_.tellStopping();
     isStopping_ = true;
     skipping_ = Skipped::AfterStop;
     window_ = SIZE_MAX;

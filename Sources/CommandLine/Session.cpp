@@ -48,8 +48,16 @@ Session::Session(const Surroundings &surroundings, const GlobalOptions &options)
       advance_(std::make_shared<AgentAdvance>(alarm_)) {}
 
 Client &Session::agent() {
-  if (!agent_)
+  if (agent_)
+    return *agent_;
+  if (connectFailure_)
+    throw ClientError(*connectFailure_);
+  try {
     agent_ = surroundings_.connect(options_.bus, clientOptions());
+  } catch (const ClientError &error) {
+    connectFailure_ = error;
+    throw;
+  }
   return *agent_;
 }
 
@@ -63,6 +71,7 @@ std::optional<std::chrono::milliseconds> Session::timeLimit() const {
 ClientOptions Session::clientOptions() const {
   ClientOptions options;
   options.connectTimeLimit = timeLimit();
+  options.keepConnecting = [alarm = alarm_] { return alarm->stopSignal() == 0; };
   options.endRequestsOnLeaving = true; // the work must end when the command is killed
   return options;
 }

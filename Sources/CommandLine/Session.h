@@ -96,7 +96,7 @@ public:
   Session(const Session &) = delete;
   Session &operator=(const Session &) = delete;
 
-  // Connects at the first use. Throws ClientError.
+  // Connects at the first use, and tries that only once. Throws ClientError.
   Client &agent();
   bool json() const { return options_.json; }
   std::istream *input() const { return surroundings_.in; }
@@ -207,6 +207,7 @@ private:
   const GlobalOptions &options_;
   const std::shared_ptr<Alarm> alarm_;
   std::unique_ptr<Client> agent_;
+  std::optional<ClientError> connectFailure_;
   char lineEnd_ = '\n';
   std::size_t stoppedInPart_ = 0;
   bool progressIsShown_ = false;

@@ -79,6 +79,9 @@ bool KWLaunchdManager::_unloadAgentAtPath(const std::optional<std::string> &path
     return false;
   if (!isLoadedLaunchAgentWithConfigPath(path))
     return true;
+  // Before the unload, since a lack of descriptors for it must not leave the job
+  // unloaded and running.
+  auto label = jobLabelForLaunchdAgent(path);
   std::vector<std::string> arguments = NS::wordList("unload");
   if (shouldDisable)
     arguments.push_back("-w");
@@ -86,7 +89,7 @@ bool KWLaunchdManager::_unloadAgentAtPath(const std::optional<std::string> &path
   if (!unloadingSucceeds(arguments))
     return false;
   // A job may go on running after its unload.
-  static_cast<void>(stopAgentWithLabel(jobLabelForLaunchdAgent(path)));
+  static_cast<void>(stopAgentWithLabel(label));
   return true;
 }
 

@@ -58,7 +58,7 @@ public:
 
   // Tells whether the bus has accepted the connection; it does so once.
   bool isAccepted() const;
-  // Blocks until then, at most until the given time, or for the library's 90 s.
+  // Blocks until then, at most until the given time, or as long as the library does.
   // False when the given time came first. Raises BusError when the bus refuses;
   // then only the destruction is allowed.
   bool waitUntilAccepted(std::optional<Clock::time_point> until);

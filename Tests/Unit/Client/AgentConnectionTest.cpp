@@ -193,7 +193,7 @@ class NoReceiver final : public kw::AgentConnection::Receiver {
 TEST_F(AgentConnectionTest, waitsWhenThereIsNoMessage) {
   using Clock = kw::AgentConnection::Clock;
   auto connection = kw::AgentConnection::open(bus.address());
-  connection->waitUntilAccepted(std::nullopt);
+  connection->waitUntilAccepted(std::nullopt, nullptr);
   NoReceiver nobody;
   bool hasWaited = false;
   for (int attempt = 0; attempt < 4 && !hasWaited; ++attempt) { // the bus sends a signal at first
@@ -211,8 +211,16 @@ TEST_F(AgentConnectionTest, waitsForASilentBusNoLongerThanItMay) {
   });
   EXPECT_EQ(error.kind(), ClientError::Kind::DeadlinePassed);
   EXPECT_EQ(error.effect(), ClientError::Effect::None);
+  int calls = 0;
+  error = failureOf([&] {
+    static_cast<void>(
+        Client::connect(bus.address(), {.keepConnecting = [&] { return ++calls < 3; }}));
+  });
+  EXPECT_EQ(error.kind(), ClientError::Kind::Cancelled);
+  EXPECT_EQ(calls, 3);
   bus.thaw();
-  auto other = Client::connect(bus.address(), {.connectTimeLimit = milliseconds::max()});
+  auto other = Client::connect(bus.address(), {.connectTimeLimit = milliseconds::max(),
+                                               .keepConnecting = [] { return true; }});
   StandInAgent agent(bus.address());
   EXPECT_EQ(other->echo("here").text, "here");
 }

@@ -396,6 +396,7 @@ TEST_F(CommandLineTest, limitsTheTimeForTheConnectionToo) {
   EXPECT_EQ(run({"remove", "/a"}), 0);
   EXPECT_EQ(record.connections.back().connectTimeLimit, std::nullopt);
   EXPECT_TRUE(record.connections.back().endRequestsOnLeaving);
+  EXPECT_TRUE(record.connections.back().keepConnecting()) << "there was no ^C";
 }
 
 TEST_F(CommandLineTest, saysThatNothingWasDoneWhenTheRequestWasNotSent) {

@@ -1,4 +1,5 @@
-// The order of a session's output where both streams are one terminal.
+// The connection of a session, and the order of its output where both streams are
+// one terminal.
 #include "CommandLine/Session.h"
 
 #include <functional>
@@ -85,6 +86,26 @@ TEST(OpenLine, isNoneOutsideOfATerminal) {
   terminal.session->show("one");
   terminal.session->say("two");
   EXPECT_EQ(terminal.screen.str(), "two\n");
+}
+
+TEST(Connection, isTriedOnlyOnce) {
+  using kw::ClientError;
+  Terminal terminal;
+  int connections = 0;
+  terminal.surroundings.connect = [&](const std::string &,
+                                      const kw::ClientOptions &) -> std::unique_ptr<kw::Client> {
+    ++connections;
+    throw ClientError(ClientError::Kind::DeadlinePassed, "", "the bus is silent");
+  };
+  for (int attempt = 0; attempt < 2; ++attempt)
+    try {
+      static_cast<void>(terminal.session->agent());
+      FAIL() << "no error";
+    } catch (const ClientError &error) {
+      EXPECT_EQ(error.kind(), ClientError::Kind::DeadlinePassed);
+      EXPECT_STREQ(error.what(), "the bus is silent");
+    }
+  EXPECT_EQ(connections, 1);
 }
 
 } // namespace

@@ -65,6 +65,22 @@ private:
   std::size_t answered_ = 0;
 };
 
+TEST_F(Stopping, endsTheWaitForTheBus) {
+  surroundings.alarm = alarm;
+  surroundings.errIsTerminal = true;
+  surroundings.connect = [this](const std::string &,
+                                const kw::ClientOptions &options) -> std::unique_ptr<kw::Client> {
+    EXPECT_TRUE(options.keepConnecting());
+    EXPECT_TRUE(alarm->stop(interrupt));
+    EXPECT_FALSE(options.keepConnecting());
+    throw kw::ClientError(kw::ClientError::Kind::Cancelled, "", "given up");
+  };
+  EXPECT_EQ(keepwell({"remove", "--yes", "/a", "/b"}, surroundings), 130);
+  EXPECT_EQ(keepwell.err.str(), "keepwell: /a: stopped before it began\n"
+                                "keepwell: /b: stopped before it began\n"
+                                "Stopped: 0 of 2 removed\n");
+}
+
 TEST_F(Stopping, tellsEachPathAndHowFarItCame) {
   agent.learnToCancel();
   answerFirst(2);

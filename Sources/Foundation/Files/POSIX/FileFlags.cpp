@@ -1,9 +1,10 @@
 // The flags of single items, and a walk that clears those of a whole tree.
 #include "Foundation/Files/FileFlags.h"
 
-#include "Foundation/Base/Log.h"
 #include "Foundation/Base/Progress.h"
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Descriptors/DescriptorBudget.h"
+#include "Foundation/Files/Internal/LossLog.h"
 #include "Foundation/Files/POSIX/ItemCalls.h"
 #include "Foundation/Files/POSIX/ItemLocation.h"
 #include "Foundation/Text/PathUtilities.h"
@@ -21,40 +22,53 @@ namespace {
 class Unlocker {
 public:
   Unlocker(const std::string &path, std::uint32_t mask, const FileFlags::FailureHandler &failed)
-      : path_(path), mask_(mask), failed_(failed) {}
+      : path_(path), mask_(mask), failed_(failed), log_(path) {}
 
-  // Passes over items that it can no longer enter or read. When the way back up
+  // Passes over items that it can no longer enter or read; the log tells only of
+  // those for which this process lacked descriptors or memory. When the way back up
   // is lost, the walk goes on with the folders that it can reach. It ends early
   // when the request is cancelled.
   void run() {
     ItemLocation location;
-    if (locateItem(path_, location) != 0 ||
-        chain_.openRoot(location.parent.get(), location.name.c_str()).isFailed())
-      return;
+    StepOutcome opened(TreeStep::Locate, locateItem(path_, location));
+    if (opened.isDone())
+      opened = chain_.openRoot(location.parent.get(), location.name.c_str());
+    if (isExhaustion(opened.errnum()))
+      tell("", opened);
     while (!chain_.empty() && !progress_.isCancelled()) {
       StepOutcome outcome;
       if (const FolderEntry *entry = chain_.next(outcome)) {
         if (unlock(entry->name))
-          static_cast<void>(chain_.enter(entry->name));
+          enter(entry->name);
       } else {
         if (outcome.isFailed())
-          tell(chain_.pathBelowRoot(),
-               "cannot be listed: " + std::generic_category().message(outcome.errnum()));
+          tell(chain_.pathBelowRoot(), outcome);
         leave();
       }
     }
   }
 
 private:
-  void leave() {
-    if (chain_.leave().isFailed())
-      static_cast<void>(chain_.findAgain(
-          [this](const std::string &below, const std::string &fate) { tell(below, fate); }));
+  // On its way down the walk may release the buffer that holds the name.
+  void enter(const std::string &name) {
+    StepOutcome outcome = chain_.enter(name.c_str());
+    if (isExhaustion(outcome.errnum()))
+      tell(stringByAppendingPathComponent(chain_.pathBelowRoot(), name), outcome);
   }
 
-  void tell(const std::string &below, const std::string &fate) const {
-    Log("%@ %@; the rest of it stays locked.", stringByAppendingPathComponent(path_, below), fate);
+  void leave() {
+    if (chain_.leave().isFailed())
+      static_cast<void>(chain_.findAgain([this](const std::string &below, const std::string &fate) {
+        log_.tell(below, fate + rest);
+      }));
   }
+
+  void tell(const std::string &below, const StepOutcome &outcome) {
+    log_.tell(below,
+              "cannot be listed: " + std::generic_category().message(outcome.errnum()) + rest);
+  }
+
+  static constexpr const char *rest = "; the rest of it stays locked.";
 
   // Tells whether the item is a folder to descend into.
   bool unlock(const char *name) {
@@ -75,6 +89,7 @@ private:
   std::uint32_t mask_;
   const FileFlags::FailureHandler &failed_;
   WalkShare share_;
+  LossLog log_;
   Progress &progress_ = Progress::current();
   FolderChain chain_{{.mountPoints = MountPoints::Refuse, .keepsRoot = true}};
 };

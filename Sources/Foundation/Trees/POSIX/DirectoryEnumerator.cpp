@@ -1,8 +1,8 @@
 // Deep walks that return their items one by one. They enter the last folder
 // only when the next item is requested, so that skipping costs nothing. When a
 // folder is moved during the walk in it, the walk goes on with the others.
-#include "Foundation/Base/Log.h"
 #include "Foundation/Descriptors/DescriptorBudget.h"
+#include "Foundation/Files/Internal/LossLog.h"
 #include "Foundation/Text/PathUtilities.h"
 #include "Foundation/Trees/Internal/TreeOperations.h"
 #include "Foundation/Walking/Exhaustion.h"
@@ -19,7 +19,7 @@ namespace {
 class TreeCursor {
 public:
   TreeCursor(const std::string &root, DirectoryEnumerationOptions options)
-      : options_(options), rootPath_(root) {
+      : options_(options), log_(root) {
     if (holdsNul(root))
       return;
     // Follows links of the root itself, and none beneath it.
@@ -38,7 +38,7 @@ public:
       const FolderEntry *entry = chain_.next(outcome);
       if (!entry) {
         if (outcome.isFailed())
-          tell(chain_.pathBelowRoot(), "is listed only in part: " + textOf(outcome.errnum()));
+          log_.tell(chain_.pathBelowRoot(), "is listed only in part: " + textOf(outcome.errnum()));
         if (!leave())
           break;
       } else if (!isHidden(entry->name)) {
@@ -82,16 +82,7 @@ private:
   // Any other cause is the folder's own, such as that it may not be read.
   void noteLeftOut(const std::string &below, int errnum) {
     if (isExhaustion(errnum))
-      tell(below, "is left out of a list: " + textOf(errnum));
-  }
-
-  // Another user can make very many folders, of which none can be listed.
-  void tell(const std::string &below, const std::string &fate) {
-    if (linesLeft_ == 0)
-      return;
-    Log("%@ %@", stringByAppendingPathComponent(rootPath_, below), fate);
-    if (--linesLeft_ == 0)
-      Log("The log has nothing more of the list of %@.", rootPath_);
+      log_.tell(below, "is left out of a list: " + textOf(errnum));
   }
 
   static std::string textOf(int errnum) { return std::generic_category().message(errnum); }
@@ -104,19 +95,16 @@ private:
     if (chain_.leave().isDone())
       return true;
     bool found = chain_.findAgain([this](const std::string &below, const std::string &fate) {
-      tell(below, fate + "; the rest of it is left out of a list.");
+      log_.tell(below, fate + "; the rest of it is left out of a list.");
     });
     if (found)
       prefix_ = chain_.depth() > 1 ? chain_.pathBelowRoot() + "/" : "";
     return found;
   }
 
-  static constexpr unsigned mostLines = 16; // in the log
-
   DirectoryEnumerationOptions options_;
   WalkShare share_;
-  unsigned linesLeft_ = mostLines;
-  const std::string rootPath_;
+  LossLog log_;
   FolderChain chain_{{.keepsRoot = true}};
   std::string prefix_; // the lowest folder's path with a slash, empty at the root
   std::string name_;   // the last item, as the fields below

@@ -6,11 +6,14 @@
 #include "Support/LogRecorder.h"
 #include "Support/MissingCall.h"
 #include "Support/PrivateMounts.h"
+#include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -229,6 +232,31 @@ TEST(ClearBeneath, namesItemsThatItCannotClear) {
                          : "other failures";
             }),
             "");
+}
+
+TEST(ClearBeneath, tellsOfFoldersLeftOutForLackOfDescriptors) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  ScratchFolder scratch;
+  for (int folder = 0; folder < 100; ++folder)
+    fs::create_directories(scratch.path("root/" + std::to_string(folder)));
+  std::size_t most = 0;
+  for (std::size_t left = 0; left < 4; ++left) {
+    kwtest::SleepWatcher sleeps;
+    kwtest::LogRecorder log;
+    {
+      kwtest::FewDescriptorsLeft scarcity(left);
+      failuresOfClearing(scratch.path("root"));
+    }
+    most = std::max(most, log.lines().size());
+    for (std::size_t line = 0; line < std::min<std::size_t>(log.lines().size(), 16); ++line) {
+      EXPECT_TRUE(log.lines()[line].starts_with(scratch.path("root")));
+      EXPECT_TRUE(log.lines()[line].ends_with(
+          " cannot be listed: Too many open files; the rest of it stays locked."))
+          << log.lines()[line];
+    }
+    EXPECT_TRUE(left > 0 || log.lines().size() == 1) << "the root";
+  }
+  EXPECT_EQ(most, 17u) << "the last line says that there are more";
 }
 
 TEST(ClearBeneath, tellsOfAFolderThatItCannotList) {

@@ -111,7 +111,8 @@ TEST(Enumerator, doesNotFillTheLogWithWhatItLeavesOut) {
     ++items;
   EXPECT_EQ(items, 100);
   ASSERT_EQ(log.lines().size(), 17u);
-  EXPECT_EQ(log.lines().back(), "The log has nothing more of the list of " + scratch.path() + ".");
+  EXPECT_EQ(log.lines().back(),
+            "The log has nothing more of the walk through " + scratch.path() + ".");
 }
 
 // Twenty branches, each too deep for all of its folders to be held open.
