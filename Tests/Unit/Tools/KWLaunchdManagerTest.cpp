@@ -110,6 +110,26 @@ TEST_F(KWLaunchdManagerTest, aLoadedJobIsNotUnloadedForLackOfDescriptorsToReadIt
   EXPECT_TRUE(launchd.requests.empty());
 }
 
+// Has no descriptor for the second look at a list.
+class ShortManager final : public kw::KWLaunchdManager {
+public:
+  std::optional<std::string>
+  jobLabelForLaunchdAgent(const std::optional<std::string> &path) const override {
+    if (++looks_ == 2)
+      throw NS::ResourceShortage("Too many open files");
+    return KWLaunchdManager::jobLabelForLaunchdAgent(path);
+  }
+
+private:
+  mutable int looks_ = 0;
+};
+
+TEST_F(KWLaunchdManagerTest, aJobIsNotUnloadedWithoutTheLabelToStopIt) {
+  load();
+  EXPECT_THROW(ShortManager().disableAgentAtPath(job()), NS::ResourceShortage);
+  EXPECT_TRUE(runner.commandLines().empty());
+}
+
 TEST_F(KWLaunchdManagerTest, loadsUnlessLoaded) {
   EXPECT_TRUE(manager.loadLaunchAgentWithConfigPath(job()));
   EXPECT_EQ(runner.commandLines(), (Lines{{launchctl, "load", "-w", job()}}));
