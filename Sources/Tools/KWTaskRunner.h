@@ -56,7 +56,8 @@ public:
   virtual Output getOutput(const std::string &path, const Arguments &arguments,
                            bool suppressErrorOutput, bool useErrorOutputAsStd,
                            long long *resultCode) const;
-  // With suppression returns the standard output, without it the error output.
+  // The next two throw as getOutput does. With suppression returns the standard
+  // output, without it the error output.
   virtual Output launchTaskAndGetOutput(const std::string &path, const Arguments &arguments,
                                         bool suppressErrorOutput) const;
   // Returns the tool's error output.
