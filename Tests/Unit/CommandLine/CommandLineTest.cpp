@@ -143,6 +143,8 @@ TEST_F(CommandLineTest, endsTheAgent) {
   EXPECT_EQ(run({"terminate"}), 0);
   EXPECT_EQ(record.requests, Strings{"PleaseTerminate"});
   EXPECT_EQ(out.str(), "The agent has ended.\n");
+  EXPECT_EQ(run({"terminate", "--json"}), 0);
+  EXPECT_EQ(out.str(), "{\"command\":\"terminate\",\"success\":true}\n");
 }
 
 TEST_F(CommandLineTest, takesRelativePathsFromItsOwnFolder) {
@@ -357,6 +359,8 @@ TEST_F(CommandLineTest, hasAnExampleInTheHelpOfEachCommand) {
   EXPECT_EQ(run({"--describe"}), 0);
   std::string description = out.str();
   EXPECT_EQ(description.find("\"examples\":[]"), std::string::npos);
+  EXPECT_NE(description.find("\"names\":[\"--timeout\"]"), std::string::npos);
+  EXPECT_EQ(description.find("\"names\":[\"--describe\"]"), std::string::npos) << "hidden";
   int commands = 0;
   for (std::size_t at = 0; (at = description.find("\"words\":[\"", at)) != std::string::npos;
        ++at) {
@@ -371,6 +375,8 @@ TEST_F(CommandLineTest, hasAnExampleInTheHelpOfEachCommand) {
     words.emplace_back("--help");
     EXPECT_EQ(run(words), 0);
     EXPECT_NE(out.str().find("Examples:\n  keepwell "), std::string::npos) << list;
+    std::string examples = out.str().substr(out.str().find("Examples:\n"));
+    EXPECT_EQ(examples.find("\n       "), std::string::npos) << "an indent of more than six";
     EXPECT_NE(out.str().find("Exit status: 0 done"), std::string::npos) << list;
     EXPECT_NE(out.str().find("  --json  "), std::string::npos) << list;
     EXPECT_NE(out.str().find("  --timeout SECONDS  "), std::string::npos) << list;

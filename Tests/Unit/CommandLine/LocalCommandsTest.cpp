@@ -296,6 +296,7 @@ TEST_F(Inspect, tellsItsThreeTimes) {
   EXPECT_EQ(run({"--json", "inspect", file}), 0);
   std::smatch created;
   std::string text = out.str();
+  EXPECT_NE(text.find("\"success\":true,\"kind\":\"file\""), text.npos) << text;
   ASSERT_TRUE(std::regex_search(text, created, std::regex("\"created\":([0-9]+)"))) << text;
   std::int64_t seconds = std::stoll(created[1]);
   std::string moment = "unknown";

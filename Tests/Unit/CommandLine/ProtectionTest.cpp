@@ -55,6 +55,16 @@ protected:
   Strings questions;
 };
 
+// It needs no protection, since it changes no folder.
+TEST_F(Protected, foldersAreAskedAboutByTruncate) {
+  kwtest::ScopedVariable home("HOME", scratch.path());
+  answerWith("n");
+  EXPECT_EQ(run({"truncate", scratch.path()}), 1);
+  ASSERT_EQ(questions.size(), 1u);
+  EXPECT_NE(questions[0].find("Truncate " + scratch.path() + ": 2 items, "), std::string::npos)
+      << questions[0];
+}
+
 TEST_F(Protected, foldersAreLeftAloneByEachCommand) {
   for (const Strings &words :
        std::initializer_list<Strings>{{"remove", "/usr/share"},

@@ -138,6 +138,11 @@ TEST_F(SizeOfTree, isShownWithBarsOnATerminal) {
   EXPECT_NE(found[2].find("2 more"), std::string::npos);
 }
 
+TEST_F(SizeOfTree, maySkipOtherVolumes) {
+  for (const char *word : {"-x", "--one-volume"})
+    EXPECT_EQ(run({"size", tree, word}), 0) << err.str();
+}
+
 TEST_F(SizeOfTree, refusesTextOtherThanNumbers) {
   for (const Strings &words : std::initializer_list<Strings>{{"-d", "-1"},
                                                              {"-d", "x"},
@@ -167,6 +172,27 @@ TEST_F(SizeOfTree, isMeasuredByTheAgentWhereItCannotBeRead) {
             }),
             "");
   fs::permissions(tree + "/large", fs::perms::owner_all);
+}
+
+// Those who ask see it at the top.
+TEST_F(SizeOfTree, isPartialWhereAFolderWithinCanNeitherBeReadNorMeasured) {
+  fs::permissions(scratch.path(), fs::perms(0755));
+  fs::permissions(tree + "/large/deep", fs::perms::none);
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (kwtest::isRoot() && !kwtest::dropRoot())
+                return "still root";
+              kw::TreeMeasurer measurer({.depth = 2},
+                                        [](const std::string &) { return std::nullopt; });
+              auto measured = measurer.measure(tree);
+              if (!measured || measured->root.sight != MeasuredItem::Sight::Partial)
+                return "it looks whole";
+              for (const MeasuredItem &each : measured->root.children)
+                if ((each.sight == MeasuredItem::Sight::Whole) != (each.name != "large"))
+                  return each.name;
+              return "";
+            }),
+            "");
+  fs::permissions(tree + "/large/deep", fs::perms::owner_all);
 }
 
 TEST_F(SizeOfTree, canBeStopped) {
