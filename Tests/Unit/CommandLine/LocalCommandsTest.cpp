@@ -94,6 +94,14 @@ TEST_F(Find, hasAnItemOfTheFoldersOwnNameWithAll) {
   EXPECT_EQ(out.str(), folder.path("foo/foo") + "\n");
 }
 
+TEST_F(Find, addsUpForAPerson) {
+  onTerminal = true;
+  folder.file("a", "");
+  folder.file("b", "");
+  EXPECT_EQ(run({"find", "--largest", "2", "--under", folder.path()}), 0);
+  EXPECT_TRUE(out.str().ends_with("Zero KB\tin 2 items\n")) << out.str();
+}
+
 TEST_F(Find, endsPathsWithANul) {
   folder.file("foo\nbar", "");
   EXPECT_EQ(run({"find", "foo", "--under", folder.path(), "-0"}), 0);

@@ -3,6 +3,7 @@
 
 #include "Support/AnsweredCommand.h"
 #include "Support/FakeFTS.h"
+#include "Support/ForkedChild.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
@@ -164,6 +165,41 @@ TEST_F(RemovalPlanTest, countsNothingTwice) {
   EXPECT_EQ(planner.plan(scratch.path("tree/a/b")).items, 0u);
   EXPECT_EQ(planner.plan(scratch.path("tree")).items, 1u) << "but for the folder itself";
   EXPECT_EQ(planner.plan(scratch.path("tree")).items, 0u);
+}
+
+// An item that does not exist would be sent to the agent as it is.
+TEST_F(RemovalPlanTest, knowsAnItemThatAnotherPathHasTaken) {
+  file("tree/a/b");
+  KeepList keep(Strings{"b"});
+  RemovalPlanner planner(keep);
+  for (const char *path : {"tree", "tree/a", "tree/a/b"}) {
+    RemovalPlan plan = planner.plan(scratch.path(path));
+    EXPECT_TRUE(plan.exists) << path;
+    EXPECT_TRUE(plan.roots.empty()) << path;
+  }
+  file("other/a");
+  EXPECT_EQ(planner.plan(scratch.path("other")).roots.size(), 1u);
+  RemovalPlan again = planner.plan(scratch.path("other/a"));
+  EXPECT_TRUE(again.exists);
+  EXPECT_TRUE(again.roots.empty());
+}
+
+TEST_F(RemovalPlanTest, takesAnItemThatCannotBeSeenForOneThatExists) {
+  file("shut/inner");
+  std::filesystem::permissions(scratch.path(), std::filesystem::perms(0755));
+  std::filesystem::permissions(scratch.path("shut"), std::filesystem::perms::none);
+  for (const Strings &names : {Strings{}, Strings{"x"}})
+    EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+                if (kwtest::isRoot() && !kwtest::dropRoot())
+                  return "still root";
+                KeepList keep(names);
+                RemovalPlan plan = RemovalPlanner(keep).plan(scratch.path("shut/inner"));
+                if (!plan.exists)
+                  return "missing";
+                return plan.roots.empty() == names.empty() ? "other roots" : "";
+              }),
+              "");
+  std::filesystem::permissions(scratch.path("shut"), std::filesystem::perms::owner_all);
 }
 
 class RemovalAround : public kwtest::AnsweredCommand {};
