@@ -73,6 +73,16 @@ TEST_F(Find, canStayShallowMatchWordsAndExclude) {
   EXPECT_EQ(out.str(), folder.path("foo bar") + "\n");
 }
 
+TEST_F(Find, excludesNothingByTheNameOfTheFolderItself) {
+  fs::create_directory(folder.path("bar"));
+  folder.file("bar/foo", "");
+  EXPECT_EQ(run({"find", "foo", "--under", folder.path("bar"), "--exclude", "bar"}), 0);
+  EXPECT_EQ(out.str(), folder.path("bar/foo") + "\n");
+  EXPECT_EQ(
+      run({"find", "--largest", "1", "-0", "--under", folder.path("bar"), "--exclude", "bar"}), 0);
+  EXPECT_EQ(out.str(), folder.path("bar/foo") + std::string(1, '\0'));
+}
+
 TEST_F(Find, passesOverNumberedCopiesUnlessAskedForAll) {
   for (const char *name : {"foo", "foo 2", "foo10.conf"})
     folder.file(name, "");

@@ -7,6 +7,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -86,6 +87,42 @@ TEST(OpenLine, isNoneOutsideOfATerminal) {
   terminal.session->show("one");
   terminal.session->say("two");
   EXPECT_EQ(terminal.screen.str(), "two\n");
+}
+
+// Keeps its text back until it is flushed, as the standard output does.
+class HeldBack final : public std::stringbuf {
+public:
+  explicit HeldBack(std::ostream &screen) : screen_(screen) {}
+
+protected:
+  int sync() override {
+    screen_ << str();
+    str("");
+    return 0;
+  }
+
+private:
+  std::ostream &screen_;
+};
+
+TEST(Output, comesBeforeErrorsQuestionsAndProgressThatFollow) {
+  for (const auto &[print, printed] :
+       {std::pair<std::function<void(kw::Session &)>, const char *>{
+            [](auto &session) { session.complain("no"); }, "keepwell: no"},
+        {[](auto &session) { session.note("so"); }, "so"},
+        {[](auto &session) { session.confirm("Go?", false); }, "Go? [y/N] "},
+        {[](auto &session) { session.showProgress("1 of 2"); }, "1 of 2"}}) {
+    Terminal terminal;
+    HeldBack buffer(terminal.screen);
+    std::ostream out(&buffer);
+    terminal.surroundings.out = &out;
+    terminal.session->say("first");
+    print(*terminal.session);
+    std::string screen = terminal.screen.str();
+    EXPECT_TRUE(screen.starts_with("first\n")) << screen;
+    EXPECT_NE(screen.find(printed), screen.npos) << screen;
+    terminal.session.reset();
+  }
 }
 
 TEST(Connection, isTriedOnlyOnce) {

@@ -3,6 +3,7 @@
 
 #include "Support/AnsweredCommand.h"
 #include "Support/PrivateMounts.h"
+#include "Support/ScopedVariable.h"
 #include "Support/ScratchFolder.h"
 
 #include <filesystem>
@@ -63,6 +64,17 @@ TEST(TrashFolders, areOnEachVolumeAndSharedOnesOnlyWithTheirStickyBit) {
               return hasBoth ? "" : "the shared folder is not used";
             }),
             "");
+}
+
+TEST(TrashFolders, areInTheHomeFirst) {
+  kwtest::ScratchFolder scratch;
+  kwtest::ScopedVariable home("HOME", scratch.path());
+  kwtest::ScopedVariable data("XDG_DATA_HOME", "");
+  fs::create_directories(scratch.path(".local/share/Trash"));
+  auto folders = kw::trashFolders();
+  ASSERT_FALSE(folders.empty());
+  EXPECT_EQ(folders[0].path, scratch.path(".local/share/Trash"));
+  EXPECT_EQ(folders[0].top, scratch.path(".local/share"));
 }
 
 class UserTrash : public kwtest::AnsweredCommand {
