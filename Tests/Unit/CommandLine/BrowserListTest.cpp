@@ -182,6 +182,8 @@ TEST_F(BrowserListTest, changesTheSumsWithItemsThatGo) {
   MeasuredItem now = file("/top/b/y", 5);
   list.replace("/top/b/y", &now);
   EXPECT_EQ(names(), Strings{"y"});
+  EXPECT_EQ(list.folder().bytes, 5u);
+  EXPECT_EQ(list.folder().items, 2u);
   list.replace("/top/b", nullptr);
   EXPECT_EQ(list.path(), "/top") << "the folder that was shown is gone";
   EXPECT_EQ(list.folder().bytes, 90u);

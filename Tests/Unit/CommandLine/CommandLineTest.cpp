@@ -410,6 +410,14 @@ TEST_F(CommandLineTest, limitsTheTimeForTheConnectionToo) {
   EXPECT_TRUE(record.connections.back().keepConnecting()) << "there was no ^C";
 }
 
+TEST_F(CommandLineTest, takesTimesFromAMillisecondUp) {
+  for (const char *time : {"0.001", "1e9"})
+    EXPECT_EQ(run({"--timeout", time, "exists", "/a"}), 0) << time;
+  EXPECT_EQ(record.connections.front().connectTimeLimit, std::chrono::milliseconds(1));
+  for (const char *time : {"0.0009", "1.1e9"})
+    EXPECT_EQ(run({"--timeout", time, "exists", "/a"}), 2) << time;
+}
+
 TEST_F(CommandLineTest, saysThatNothingWasDoneWhenTheRequestWasNotSent) {
   record.failure = ClientError(ClientError::Kind::DeadlinePassed, "", "the time has passed",
                                ClientError::Effect::None);

@@ -133,6 +133,31 @@ TEST_F(Telling, namesTheToolThatThisSystemLacks) {
                        "system does not have\n");
 }
 
+TEST_F(Telling, namesTheToolThatEachCommandNeeds) {
+  for (auto [words, needed] : std::initializer_list<std::pair<Strings, const char *>>{
+           {{"launchd", "enable", "/j"}, "/bin/launchctl"},
+           {{"launchd", "disable", "/j"}, "/bin/launchctl"},
+           {{"launchd", "remove", "/j"}, "/bin/launchctl"},
+           {{"startup", "start", "x"}, "/sbin/SystemStarter"},
+           {{"startup", "stop", "x"}, "/sbin/SystemStarter"},
+           {{"kext", "remove", "/k"}, "/sbin/kextunload"},
+           {{"package", "forget", "x"}, "/usr/sbin/pkgutil"},
+           {{"launchd-conf", "remove-library", "x"}, "/etc/launchd.conf"},
+           {{"maintenance", "erase-asl"}, "/var/log/asl"},
+           {{"maintenance", "erase-unified-log"}, "/usr/bin/log"},
+           {{"maintenance", "periodic", "daily"}, "/usr/sbin/periodic"},
+           {{"maintenance", "reindex-spotlight"}, "/usr/bin/mdutil"},
+           {{"maintenance", "repair-permissions"}, "/usr/libexec/repair_packages"}}) {
+    missing = needed;
+    EXPECT_EQ(run(words), 1);
+    EXPECT_EQ(err.str(), "keepwell: " + words[0] + " " + words[1] + " needs " + needed +
+                             ", which this system does not have\n");
+    missing = "";
+    run(words);
+    EXPECT_EQ(err.str().find(" needs "), std::string::npos) << err.str();
+  }
+}
+
 TEST_F(Telling, putsCommandsWithoutTheirToolsIntoAGroupOfTheirOwn) {
   missing = "/usr/sbin/pkgutil";
   EXPECT_EQ(run({"--help"}), 0);
