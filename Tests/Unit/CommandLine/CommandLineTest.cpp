@@ -410,6 +410,15 @@ TEST_F(CommandLineTest, limitsTheTimeForTheConnectionToo) {
   EXPECT_TRUE(record.connections.back().keepConnecting()) << "there was no ^C";
 }
 
+TEST_F(CommandLineTest, namesAnUnknownLetterAndTheWordThatHasIt) {
+  EXPECT_EQ(run({"exists", "-Z", "/a"}), 2);
+  EXPECT_TRUE(err.str().starts_with("keepwell: there is no option -Z\n") ||
+              err.str().starts_with("keepwell: there is no option -Z;"))
+      << err.str();
+  EXPECT_EQ(run({"exists", "-qZ", "/a"}), 2);
+  EXPECT_TRUE(err.str().starts_with("keepwell: there is no option -Z in -qZ")) << err.str();
+}
+
 TEST_F(CommandLineTest, takesTimesFromAMillisecondUp) {
   for (const char *time : {"0.001", "1e9"})
     EXPECT_EQ(run({"--timeout", time, "exists", "/a"}), 0) << time;

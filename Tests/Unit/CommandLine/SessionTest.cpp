@@ -89,6 +89,23 @@ TEST(OpenLine, isNoneOutsideOfATerminal) {
   EXPECT_EQ(terminal.screen.str(), "two\n");
 }
 
+TEST(ProgressLine, isReplacedByTheNextOutput) {
+  for (const auto &[print, printed] :
+       {std::pair<std::function<void(kw::Session &)>, const char *>{
+            [](auto &session) { session.say("done"); }, "done\n"},
+        {[](auto &session) { session.say("1 KB", "/a"); }, "1 KB\t/a\n"},
+        {[](auto &session) { session.show("piece"); }, "piece"},
+        {[](auto &session) { session.complain("no"); }, "keepwell: no\n"},
+        {[](auto &session) { session.note("so"); }, "so\n"},
+        {[](auto &session) { session.confirm("Go?", false); }, "Go? [y/N] "},
+        {[](auto &session) { session.endProgress(); }, ""}}) {
+    Terminal terminal;
+    terminal.session->showProgress("1 of 2");
+    print(*terminal.session);
+    EXPECT_EQ(terminal.screen.str(), std::string("\r\x1b[K1 of 2\r\x1b[K") + printed);
+  }
+}
+
 // Keeps its text back until it is flushed, as the standard output does.
 class HeldBack final : public std::stringbuf {
 public:

@@ -174,6 +174,29 @@ TEST_F(SizeOfTree, isMeasuredByTheAgentWhereItCannotBeRead) {
   fs::permissions(tree + "/large", fs::perms::owner_all);
 }
 
+TEST_F(SizeOfTree, hasOneUnit) {
+  Strings units = {"--bytes", "--base2", "--si", "--iec"};
+  for (const std::string &one : units)
+    for (const std::string &other : units)
+      EXPECT_EQ(run({"size", tree, one, other}), one == other ? 0 : 2) << one << other;
+}
+
+TEST_F(SizeOfTree, isPartialWhereItCannotEvenBeSeen) {
+  fs::permissions(scratch.path(), fs::perms(0755));
+  fs::permissions(tree, fs::perms::none);
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (kwtest::isRoot() && !kwtest::dropRoot())
+                return "still root";
+              kw::TreeMeasurer measurer({}, [](const std::string &) { return std::nullopt; });
+              auto measured = measurer.measure(tree + "/large");
+              if (!measured)
+                return "it is taken for missing";
+              return measured->root.sight == MeasuredItem::Sight::Partial ? "" : "it looks whole";
+            }),
+            "");
+  fs::permissions(tree, fs::perms::owner_all);
+}
+
 // Those who ask see it at the top.
 TEST_F(SizeOfTree, isPartialWhereAFolderWithinCanNeitherBeReadNorMeasured) {
   fs::permissions(scratch.path(), fs::perms(0755));

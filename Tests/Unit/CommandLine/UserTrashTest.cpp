@@ -115,6 +115,14 @@ TEST_F(UserTrash, isListedForPrograms) {
                            held("a") + "\"}\n");
 }
 
+TEST_F(UserTrash, isEmptiedForProgramsOnTrialToo) {
+  throwAway("a", describing("/srv/a", "soon"));
+  EXPECT_EQ(run({"trash", "empty", "-n", "--json"}), 0);
+  EXPECT_EQ(out.str(), "{\"command\":\"trash empty\",\"path\":\"/srv/a\",\"dryRun\":true,"
+                       "\"success\":true}\n");
+  EXPECT_TRUE(fs::exists(held("a")));
+}
+
 TEST_F(UserTrash, isNotTrustedWhenAnotherUserMadeIt) {
   throwAway("a", describing("/srv/a", "2021-01-01T01:01:01"));
   fs::rename(scratch.path("data/Trash"), scratch.path("data/other"));
