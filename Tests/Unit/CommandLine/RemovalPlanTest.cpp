@@ -224,6 +224,10 @@ TEST_F(RemovalAround, tellsOfPathsThatTheAgentRefuses) {
   EXPECT_TRUE(record.requests.empty());
   EXPECT_EQ(err.str(),
             "keepwell: " + odd + " is not valid UTF-8 and cannot be sent to the agent\n");
+  EXPECT_EQ(run({"remove", "--dry-run", "--json", "--quiet", odd}), 1);
+  EXPECT_NE(out.str().find("\"success\":false"), std::string::npos) << out.str();
+  EXPECT_EQ(run({"remove", "--dry-run", "--json", "--quiet", item}), 0);
+  EXPECT_EQ(out.str(), "") << "there is no failure to tell of";
   EXPECT_TRUE(std::filesystem::exists(odd));
 }
 

@@ -2,11 +2,15 @@
 // one terminal.
 #include "CommandLine/Session.h"
 
+#include "CommandLine/Outcome.h"
+#include "CommandLine/PathRequests.h"
+
 #include <functional>
 #include <gtest/gtest.h>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 
 namespace {
@@ -140,6 +144,23 @@ TEST(Output, comesBeforeErrorsQuestionsAndProgressThatFollow) {
     EXPECT_NE(screen.find(printed), screen.npos) << screen;
     terminal.session.reset();
   }
+}
+
+TEST(ProgressOfPaths, beginsWithTheTwentieth) {
+  for (const auto &[done, all, printed] :
+       {std::tuple<std::size_t, std::optional<std::size_t>, const char *>{19, 60, ""},
+        {20, 60, "\r\x1b[K20 of 60"},
+        {20, std::nullopt, "\r\x1b[K20 done"}}) {
+    Terminal terminal;
+    kw::showProgress(*terminal.session, done, all);
+    EXPECT_EQ(terminal.screen.str(), printed);
+  }
+}
+
+TEST(StoppedEarly, isToldWithItsOwnStatus) {
+  Terminal terminal;
+  EXPECT_EQ(kw::tellStoppedEarly(*terminal.session, kw::JSONObject()), kw::ExitStopped);
+  EXPECT_EQ(terminal.screen.str(), "keepwell: stopped\n");
 }
 
 TEST(Connection, isTriedOnlyOnce) {

@@ -139,8 +139,12 @@ TEST_F(SizeOfTree, isShownWithBarsOnATerminal) {
 }
 
 TEST_F(SizeOfTree, maySkipOtherVolumes) {
-  for (const char *word : {"-x", "--one-volume"})
+  EXPECT_EQ(run({"size", tree, "--once"}), 0);
+  std::string whole = out.str();
+  for (const char *word : {"-x", "--one-volume"}) {
     EXPECT_EQ(run({"size", tree, word}), 0) << err.str();
+    EXPECT_EQ(out.str(), whole) << "there is none";
+  }
 }
 
 TEST_F(SizeOfTree, refusesTextOtherThanNumbers) {

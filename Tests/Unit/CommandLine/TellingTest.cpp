@@ -133,6 +133,14 @@ TEST_F(Telling, namesTheToolThatThisSystemLacks) {
                        "system does not have\n");
 }
 
+TEST_F(Telling, tellsHowMuchOneRemovalFreed) {
+  onTerminal = true;
+  ask = [](const std::string &) { return "y"; };
+  scratch.file("an item", "text");
+  EXPECT_EQ(run({"remove", item}), 0);
+  EXPECT_NE(out.str().find("1 item, 4 KB freed, "), std::string::npos) << out.str();
+}
+
 TEST_F(Telling, namesTheToolThatEachCommandNeeds) {
   for (auto [words, needed] : std::initializer_list<std::pair<Strings, const char *>>{
            {{"launchd", "enable", "/j"}, "/bin/launchctl"},

@@ -2,12 +2,14 @@
 #include "CommandLine/UserTrash.h"
 
 #include "Support/AnsweredCommand.h"
+#include "Support/ForkedChild.h"
 #include "Support/PrivateMounts.h"
 #include "Support/ScopedVariable.h"
 #include "Support/ScratchFolder.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace {
 
@@ -75,6 +77,20 @@ TEST(TrashFolders, areInTheHomeFirst) {
   ASSERT_FALSE(folders.empty());
   EXPECT_EQ(folders[0].path, scratch.path(".local/share/Trash"));
   EXPECT_EQ(folders[0].top, scratch.path(".local/share"));
+}
+
+// The list of volumes has further words in each line, two of them 0.
+TEST(TrashFolders, areOnVolumesAlone) {
+  kwtest::ScratchFolder scratch;
+  fs::create_directories(scratch.path("0/.Trash-" + std::to_string(::getuid())));
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              fs::current_path(scratch.path());
+              for (const kw::TrashFolder &folder : kw::trashFolders())
+                if (!folder.path.starts_with('/'))
+                  return folder.path;
+              return "";
+            }),
+            "");
 }
 
 class UserTrash : public kwtest::AnsweredCommand {
