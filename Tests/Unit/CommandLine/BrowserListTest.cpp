@@ -140,6 +140,8 @@ TEST_F(BrowserListTest, findsNamesRoundTheEnd) {
   EXPECT_EQ(list.current()->name, ".a");
   EXPECT_TRUE(list.search("B"));
   EXPECT_EQ(list.current()->name, "b");
+  EXPECT_TRUE(list.search("B")) << "it is the only one";
+  EXPECT_EQ(list.current()->name, "b");
   EXPECT_FALSE(list.search("z"));
 }
 

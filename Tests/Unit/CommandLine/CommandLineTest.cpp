@@ -360,6 +360,7 @@ TEST_F(CommandLineTest, hasAnExampleInTheHelpOfEachCommand) {
   std::string description = out.str();
   EXPECT_EQ(description.find("\"examples\":[]"), std::string::npos);
   EXPECT_NE(description.find("\"names\":[\"--timeout\"]"), std::string::npos);
+  EXPECT_NE(description.find("\"arguments\":[{\"name\":\"paths\","), std::string::npos);
   EXPECT_EQ(description.find("\"names\":[\"--describe\"]"), std::string::npos) << "hidden";
   int commands = 0;
   for (std::size_t at = 0; (at = description.find("\"words\":[\"", at)) != std::string::npos;
@@ -417,6 +418,9 @@ TEST_F(CommandLineTest, namesAnUnknownLetterAndTheWordThatHasIt) {
       << err.str();
   EXPECT_EQ(run({"exists", "-qZ", "/a"}), 2);
   EXPECT_TRUE(err.str().starts_with("keepwell: there is no option -Z in -qZ")) << err.str();
+  EXPECT_EQ(run({"size", "--s", "/a"}), 2);
+  EXPECT_TRUE(err.str().starts_with("keepwell: there is no option --s; did you mean --si?"))
+      << err.str();
 }
 
 TEST_F(CommandLineTest, takesTimesFromAMillisecondUp) {

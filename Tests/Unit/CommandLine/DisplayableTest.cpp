@@ -25,7 +25,7 @@ TEST(HiddenCharacter, isAControlATurnOfTheTextOrAnEndOfALine) {
   }
 }
 
-TEST(Displayable, escapesOnlyWhatMustNotAppear) {
+TEST(Displayable, escapesControlsAndKeepsOtherText) {
   EXPECT_EQ(displayable("a ~é\u00a0"), "a ~é\u00a0");
   EXPECT_EQ(displayable("\x1b[31m\n\x7f"), "\\x1b[31m\\x0a\\x7f");
   EXPECT_EQ(displayable("\u009f\u202e"), "\\u009f\\u202e");

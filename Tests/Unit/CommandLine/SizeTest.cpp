@@ -178,6 +178,14 @@ TEST_F(SizeOfTree, isMeasuredByTheAgentWhereItCannotBeRead) {
   fs::permissions(tree + "/large", fs::perms::owner_all);
 }
 
+TEST_F(SizeOfTree, hasASlashAfterTheNamesOfFoldersAlone) {
+  scratch.file("tree/plain", "");
+  onTerminal = true;
+  EXPECT_EQ(run({"size", "--children", tree}), 0);
+  EXPECT_NE(out.str().find("large/\n"), std::string::npos) << out.str();
+  EXPECT_NE(out.str().find("plain\n"), std::string::npos) << out.str();
+}
+
 TEST_F(SizeOfTree, hasOneUnit) {
   Strings units = {"--bytes", "--base2", "--si", "--iec"};
   for (const std::string &one : units)
@@ -185,7 +193,7 @@ TEST_F(SizeOfTree, hasOneUnit) {
       EXPECT_EQ(run({"size", tree, one, other}), one == other ? 0 : 2) << one << other;
 }
 
-TEST_F(SizeOfTree, isPartialWhereItCannotEvenBeSeen) {
+TEST_F(SizeOfTree, isPartialWithoutARightToSeeIt) {
   fs::permissions(scratch.path(), fs::perms(0755));
   fs::permissions(tree, fs::perms::none);
   EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {

@@ -169,6 +169,8 @@ TEST_F(UserTrash, isRestoredWithoutReplacingAnything) {
   EXPECT_EQ(run({"trash", "restore", "-n", place}), 0);
   EXPECT_EQ(out.str(), "Would restore " + place + ", 4 KB\n");
   EXPECT_TRUE(fs::exists(held("a")));
+  EXPECT_EQ(run({"trash", "restore", "-n", "--json", place}), 0);
+  EXPECT_NE(out.str().find("\"dryRun\":true,\"success\":true"), std::string::npos) << out.str();
   EXPECT_EQ(run({"trash", "restore", place}), 0);
   EXPECT_EQ(out.str(), "Restored " + place + "\n");
   EXPECT_EQ(scratch.content("deep/place"), "text");
