@@ -155,6 +155,23 @@ TEST_F(Stopping, leavesTheRestOfTheTrash) {
   EXPECT_TRUE(std::filesystem::exists(scratch.path("Trash/files/b")));
 }
 
+TEST(PathsFromStandardInput, areToldAfterAStopIfTheyWereRead) {
+  // The reader may go on with it for a moment after it was left.
+  static std::istringstream in(std::string("/a\0/b\0/c\0", 9));
+  kw::Surroundings surroundings;
+  surroundings.in = &in;
+  surroundings.alarm = std::make_shared<kw::Alarm>();
+  kw::GlobalOptions options;
+  kw::Session session(surroundings, options);
+  kw::PathSource paths(session, {.given = {}, .fromStandardInput = true});
+  EXPECT_EQ(paths.next(), "/a");
+  while (!paths.isReady())
+    std::this_thread::yield();
+  paths.stopReading();
+  EXPECT_TRUE(paths.isReady()) << "it waits for no more";
+  EXPECT_EQ(paths.next(), "/b");
+}
+
 TEST(TellingForEachPath, endsWhenTheCommandIsStopped) {
   auto alarm = std::make_shared<kw::Alarm>();
   std::ostringstream out, err;
