@@ -248,7 +248,8 @@ void AgentBus::sendCancels() {
   }
 }
 
-// The bus sends a signal to each connection that it has accepted.
+// Also returns when the bus accepts the connection, since the bus sends it a signal
+// then.
 void AgentBus::wait(Receiver &receiver, std::optional<Clock::time_point> until) {
   struct Reset {
     Receiver *&receiver;

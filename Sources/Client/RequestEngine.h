@@ -10,7 +10,6 @@
 #include "Client/CallbackGuard.h"
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <functional>

@@ -80,9 +80,7 @@ std::optional<std::uint64_t> Browser::measureByAgent(const std::string &path) {
     SizeReply reply = request.get();
     return reply.error ? std::nullopt : std::optional(reply.allocatedBytes);
   } catch (const ClientError &error) {
-    // No request here has a time limit; only the connection has.
-    agentIsAbsent_ = error.kind() == ClientError::Kind::Unreachable ||
-                     error.kind() == ClientError::Kind::DeadlinePassed;
+    agentIsAbsent_ = error.kind() == ClientError::Kind::Unreachable;
     return std::nullopt;
   }
 }

@@ -87,7 +87,7 @@ void waitForEnd(NS::Task &task) {
 
 // Launches the tool, does the work with it, and waits for its end. An exception
 // that the task runner reports leaves the tool at its work. Any other, such as a
-// lack of memory, kills it: nobody would learn of its end.
+// lack of memory, kills the tool, so that it does not run on unwatched.
 template <typename Work> void runToEnd(NS::Task &task, const Work &work) {
   task.launch();
   NS::KillUnlessDone run(task);
@@ -99,6 +99,25 @@ template <typename Work> void runToEnd(NS::Task &task, const Work &work) {
     throw;
   }
   run.isDone = true;
+}
+
+// Returns the status of a tool that this runs. A missing tool counts as done, and so
+// does one whose run fails, with a line in the log: callers rely on it.
+template <typename Run>
+long long statusOrDone(const std::string &path, const KWTaskRunner::Arguments &arguments,
+                       const Run &run) {
+  try {
+    if (!isExecutable(path))
+      return 0;
+    std::shared_ptr<NS::Task> task = taskWithPath(path, arguments);
+    run(*task);
+    return task->terminationStatus();
+  } catch (const NS::Exception &exception) {
+    logFailure(path, arguments, exception.reason());
+  } catch (const NS::ResourceShortage &shortage) {
+    logFailure(path, arguments, shortage.what());
+  }
+  return 0;
 }
 
 // The part of a run with completion that may raise. The error output outlives
@@ -202,23 +221,13 @@ long long KWTaskRunner::launchTaskAndGetTermStatusWithCmd(const std::string &pat
                                                           const Arguments &arguments,
                                                           bool suppressErrorOutput) const {
   RunPipes pipes;
-  try {
-    // A missing tool counts as done: callers rely on it.
-    if (!isExecutable(path))
-      return 0;
+  return statusOrDone(path, arguments, [&](NS::Task &task) {
     pipes.open();
-    std::shared_ptr<NS::Task> task = taskWithPath(path, arguments);
-    task->setStandardOutput(pipes.output);
+    task.setStandardOutput(pipes.output);
     if (suppressErrorOutput)
-      task->setStandardError(pipes.errors);
-    runToEnd(*task, [] {});
-    return task->terminationStatus();
-  } catch (const NS::Exception &exception) {
-    logFailure(path, arguments, exception.reason());
-  } catch (const NS::ResourceShortage &shortage) {
-    logFailure(path, arguments, shortage.what());
-  }
-  return 0;
+      task.setStandardError(pipes.errors);
+    runToEnd(task, [] {});
+  });
 }
 
 long long KWTaskRunner::launchTaskAndGetTermStatusWithCmd(const std::string &path,
@@ -228,18 +237,7 @@ long long KWTaskRunner::launchTaskAndGetTermStatusWithCmd(const std::string &pat
 
 long long KWTaskRunner::launchTaskWithNoReply(const std::string &path,
                                               const Arguments &arguments) const {
-  try {
-    if (!isExecutable(path))
-      return 0;
-    std::shared_ptr<NS::Task> task = taskWithPath(path, arguments);
-    task->launch();
-    return task->terminationStatus();
-  } catch (const NS::Exception &exception) {
-    logFailure(path, arguments, exception.reason());
-  } catch (const NS::ResourceShortage &shortage) {
-    logFailure(path, arguments, shortage.what());
-  }
-  return 0;
+  return statusOrDone(path, arguments, [](NS::Task &task) { task.launch(); });
 }
 
 } // namespace kw

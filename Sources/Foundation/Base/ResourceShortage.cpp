@@ -7,19 +7,23 @@ namespace NS {
 namespace {
 
 // With the item that could not be reached, where the error names it.
-std::string reasonOf(const Error &error, const Error &cause) {
+std::string reasonOf(const Error &error) {
   auto found = error.userInfo().find(FilePathErrorKey);
   const auto *path =
       found == error.userInfo().end() ? nullptr : std::get_if<std::string>(&found->second);
-  return (path ? *path + ": " : std::string()) + cause.localizedDescription();
+  return (path ? *path + ": " : std::string()) + error.underlyingError()->localizedDescription();
 }
 
 } // namespace
 
+int errnoBeneath(const Error &error) {
+  const Error *cause = error.underlyingError();
+  return cause && cause->domain() == POSIXErrorDomain ? static_cast<int>(cause->code()) : 0;
+}
+
 void throwOnShortage(const std::optional<Error> &error) {
-  const Error *cause = error ? error->underlyingError() : nullptr;
-  if (cause && cause->domain() == POSIXErrorDomain && isExhaustion(static_cast<int>(cause->code())))
-    throw ResourceShortage(reasonOf(*error, *cause));
+  if (error && isExhaustion(errnoBeneath(*error)))
+    throw ResourceShortage(reasonOf(*error));
 }
 
 } // namespace NS

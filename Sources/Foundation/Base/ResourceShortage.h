@@ -22,6 +22,9 @@ public:
   using std::runtime_error::runtime_error;
 };
 
+// The errno value underneath an error; 0 when there is none.
+int errnoBeneath(const Error &error);
+
 // Throws ResourceShortage when the error of a call came from such a lack.
 void throwOnShortage(const std::optional<Error> &error);
 

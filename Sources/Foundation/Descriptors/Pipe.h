@@ -14,7 +14,7 @@ public:
   static std::shared_ptr<Pipe> pipe();
   // A pipe that discards written data and has nothing to read: for a stream of
   // a program without a listener. Throws as pipe does; raises
-  // InternalInconsistencyException when the host has no such device.
+  // InternalInconsistencyException on a host without that device.
   static std::shared_ptr<Pipe> nullDevice();
 
   FileHandle &fileHandleForReading() { return *reading_; }

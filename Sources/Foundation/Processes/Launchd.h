@@ -19,11 +19,12 @@ public:
   virtual ~Launchd() = default;
   static Launchd &real();
 
-  // Sends a dictionary of one entry and returns the kind of the reply; None when
-  // there is no reply. Throws ResourceShortage or bad_alloc when this process
-  // lacks the means to ask. Any thread may call it. Blocks until the reply, on Linux
-  // no longer than so many seconds; launchd's own call on macOS has no time
-  // limit. Linux knows no request but the job query, and answers Errno to others.
+  // Sends a dictionary of one entry and returns the kind of the reply, or None
+  // without a reply. Throws ResourceShortage or bad_alloc when this process lacks
+  // the descriptors or the memory to ask. Any thread may call it. Blocks until the
+  // reply, on Linux no longer than so many seconds; launchd's own call on macOS has
+  // no time limit. Linux knows no request but the job query, and answers Errno to
+  // others.
   virtual LaunchDataType replyToRequest(const std::string &key, const std::string &value,
                                         std::int64_t timeout) = 0;
 };

@@ -146,12 +146,11 @@ std::string describe(const PropertyList &list);
 // four more kinds of lists so: those beyond the bounds (8 MiB of data, a depth
 // of 512, 24 MiB of contents with shared parts counted each time, 24 MiB of memory
 // for the parser of XML, which needs more than 8 only for long or many attributes
-// and names); those that
-// declare entities or an internal subset; those that contain themselves; and
-// those that this type cannot hold without loss: an archiver's UIDs, sets and
-// nulls, halves of surrogate pairs, integers beyond 64 bits (which the platform
-// also refuses in the XML form), dates outside the years 1 to 9999. An edit
-// writes a list back whole, so no part of it may get lost in silence. Like the
+// and names); those that declare entities or an internal subset; those that contain
+// themselves; and those that this type cannot hold without loss: an archiver's
+// UIDs, sets and nulls, halves of surrogate pairs, integers beyond 64 bits (which
+// the platform also refuses in the XML form), dates outside the years 1 to 9999. An
+// edit writes a list back whole, so no part of it may get lost in silence. Like the
 // platform, it takes a real beyond the range of a double for infinity or zero,
 // and of data in Base64 the whole groups of digits, with any other characters
 // between the digits. Of a repeated key the last value counts. Takes at most 64

@@ -19,7 +19,7 @@ struct PipeEnds {
 // ResourceShortage when no descriptor is left.
 PipeEnds openPipe();
 // The same with both ends at the null device. Raises
-// InternalInconsistencyException when there is no such device.
+// InternalInconsistencyException on a host without that device.
 PipeEnds openNullDevice();
 
 // Opens the file or folder at the path and follows links. Refuses any other item

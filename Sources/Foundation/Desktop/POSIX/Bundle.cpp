@@ -70,8 +70,8 @@ private:
     return isDirectory(contents) ? contents : path_;
   }
 
-  // Null when there is no such table, and when it cannot be read now: no request
-  // fails for want of a text.
+  // Null for a missing table, and for one that a lack of descriptors or memory
+  // keeps from being read: a request must not fail because a text is missing.
   const PropertyList *stringTable(const std::string &name) {
     if (!isFileName(name))
       return nullptr;

@@ -20,7 +20,6 @@
 #include "Foundation/Text/PathUtilities.h"
 #include "Foundation/Text/Unicode.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -253,10 +252,8 @@ FileContents &FileContents::real() {
 }
 
 bool isLimitOfThisProcess(const Error &error) {
-  constexpr std::array limits = {EFBIG, EMFILE, ENFILE, ENOMEM};
-  const Error *cause = error.underlyingError();
-  return cause && cause->domain() == POSIXErrorDomain &&
-         std::find(limits.begin(), limits.end(), cause->code()) != limits.end();
+  int errnum = errnoBeneath(error);
+  return errnum == EFBIG || isExhaustion(errnum);
 }
 
 std::optional<std::string> FileContents::dataIfReadable(const std::string &path) {

@@ -19,8 +19,8 @@ struct FreeLaunchData {
 };
 using LaunchData = std::unique_ptr<std::remove_pointer_t<launch_data_t>, FreeLaunchData>;
 
-// Throws bad_alloc when there is no memory: an unasked launchd has not said that
-// it has no such job.
+// Throws bad_alloc without memory. Null would mean that launchd does not have the
+// job.
 LaunchData makeRequest(const std::string &key, const std::string &value) {
   LaunchData request(::launch_data_alloc(LAUNCH_DATA_DICTIONARY));
   LaunchData text(::launch_data_new_string(value.c_str()));
