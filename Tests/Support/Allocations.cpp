@@ -1,5 +1,5 @@
-// The language's operators for memory, with a limit for each thread.
-#include "Support/AllocationsBelow.h"
+// The language's operators for memory, with limits for each thread.
+#include "Support/Allocations.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -9,6 +9,16 @@ namespace kwtest {
 namespace {
 
 thread_local std::size_t limit = SIZE_MAX;
+thread_local std::optional<int> left;
+
+bool mayAllocate(std::size_t size) {
+  if (size >= limit)
+    return false;
+  if (!left || (*left)-- > 0)
+    return true;
+  left.reset();
+  return false;
+}
 
 } // namespace
 
@@ -20,10 +30,14 @@ AllocationsBelow::~AllocationsBelow() {
   limit = SIZE_MAX;
 }
 
+std::optional<int> &allocationsLeft() {
+  return left;
+}
+
 } // namespace kwtest
 
 void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
-  return size < kwtest::limit ? std::malloc(size > 0 ? size : 1) : nullptr;
+  return kwtest::mayAllocate(size) ? std::malloc(size > 0 ? size : 1) : nullptr;
 }
 void *operator new(std::size_t size) {
   void *memory = operator new(size, std::nothrow);

@@ -1,13 +1,13 @@
-// Refuses a thread large pieces of memory. A program of tests that uses it has
-// AllocationsBelow.cpp among its sources.
+// Refuses a thread memory. A program of tests that uses it has Allocations.cpp
+// among its sources, which replaces the language's own operators.
 #pragma once
 
 #include <cstddef>
+#include <optional>
 
 namespace kwtest {
 
-// While one exists, its thread gets only pieces smaller than so many bytes from
-// the language's own operator.
+// While one exists, its thread gets only pieces smaller than so many bytes.
 class AllocationsBelow {
 public:
   explicit AllocationsBelow(std::size_t size);
@@ -15,5 +15,9 @@ public:
   AllocationsBelow(const AllocationsBelow &) = delete;
   AllocationsBelow &operator=(const AllocationsBelow &) = delete;
 };
+
+// How many allocations of this thread succeed before one fails; none fails while
+// it is empty, as it is after that one.
+std::optional<int> &allocationsLeft();
 
 } // namespace kwtest

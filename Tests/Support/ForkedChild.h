@@ -54,6 +54,15 @@ inline bool dropRoot() {
   return ::setgroups(0, nullptr) == 0 && ::setgid(nobody) == 0 && ::setuid(nobody) == 0;
 }
 
+// The same as inForkedChild without root's rights.
+template <typename Body> std::string inChildWithoutRights(Body body) {
+  return inForkedChild([&]() -> std::string {
+    if (isRoot() && !dropRoot())
+      return "still root";
+    return body();
+  });
+}
+
 // From now on mounts of this process are its own. Only for a forked child.
 inline bool enterMountNamespace() {
   return ::unshare(CLONE_NEWNS) == 0 &&

@@ -1,6 +1,9 @@
 // A system that refuses a call, for a forked child.
 #pragma once
 
+#include "Support/ForkedChild.h"
+#include "Support/LogRecorder.h"
+
 #include <cerrno>
 #include <cstddef>
 #include <linux/filter.h>
@@ -38,6 +41,19 @@ inline bool refuseExclusiveRenames() {
 // From now on no folder can be listed, as on a device that breaks.
 inline bool refuseListings() {
   return refuseCalls(SYS_getdents64, EIO);
+}
+
+// Runs the body in a forked child where no folder can be listed. Returns the one
+// line of the log, or the failure that the body returned, or a sentence.
+template <typename Body> std::string lineWithoutListings(Body body) {
+  return inForkedChild([&]() -> std::string {
+    if (!refuseListings())
+      return "listings still work";
+    LogRecorder log;
+    if (std::string failure = body(); !failure.empty())
+      return failure;
+    return log.lines().size() == 1 ? log.lines()[0] : "not one line";
+  });
 }
 
 } // namespace kwtest

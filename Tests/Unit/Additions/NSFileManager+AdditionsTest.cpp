@@ -180,9 +180,7 @@ TEST_F(PathInspection, seesAFolderAboveThatCannotBeRead) {
   std::string inner = folder.file("f", "");
   fs::permissions(folder.path(), fs::perms(0711));
   fs::permissions(inner, fs::perms(0644));
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (!kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
               if (!manager.isReadableFileAtPath(inner))
                 return "the file itself is not readable";
               return kw::isFileRestrictedForReadingRecursivelyUp(manager, inner)

@@ -274,9 +274,7 @@ TEST_F(Walk, tellsOfAFolderThatCannotBeReadAndGoesOn) {
   fs::permissions(scratch.path(), fs::perms(0755));
   fs::permissions(root, fs::perms(0755));
   fs::permissions(root + "/closed", fs::perms(0));
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (!kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
               Paths expected{"closed", "closed/", "z"};
               return walk() == expected ? "" : "something else was handed over";
             }),
@@ -288,9 +286,7 @@ TEST_F(Walk, neverTellsOfItsRootThoughThatCannotBeRead) {
     GTEST_SKIP() << "needs root, to become another user";
   fs::permissions(scratch.path(), fs::perms(0755));
   fs::permissions(root, fs::perms(0));
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (!kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
               return walk() == Paths{} ? "" : "the root was handed over";
             }),
             "");

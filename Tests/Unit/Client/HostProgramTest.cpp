@@ -2,6 +2,7 @@
 // and whose threads come and go.
 #include "Client/Client.h"
 
+#include "Support/Allocations.h"
 #include "Support/FakeAgent.h"
 #include "Support/ForkedChild.h"
 #include "Support/PrivateBus.h"
@@ -18,33 +19,6 @@
 #include <optional>
 #include <sys/resource.h>
 #include <thread>
-
-namespace {
-
-// How many allocations of this thread succeed before one fails.
-thread_local std::optional<int> allocationsLeft;
-
-bool mayAllocate() {
-  if (!allocationsLeft || (*allocationsLeft)-- > 0)
-    return true;
-  allocationsLeft.reset();
-  return false;
-}
-
-} // namespace
-
-void *operator new(std::size_t size) {
-  void *memory = mayAllocate() ? std::malloc(size) : nullptr;
-  if (!memory)
-    throw std::bad_alloc();
-  return memory;
-}
-void operator delete(void *memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void *memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 namespace {
 
@@ -81,7 +55,7 @@ TEST_F(HostProgramTest, mayRunOutOfMemoryAnywhere) {
   bool isThrough = false;
   int failures = 0;
   for (int after = 0; !isThrough && after < 500; ++after) {
-    onTheClientsThread([after] { allocationsLeft = after; });
+    onTheClientsThread([after] { kwtest::allocationsLeft() = after; });
     std::vector<kw::Request<kw::EchoReply>> requests;
     for (int number = 0; number < 3; ++number)
       requests.push_back(client->echoAsync("a text that is too long to stand in the string"));
@@ -92,8 +66,8 @@ TEST_F(HostProgramTest, mayRunOutOfMemoryAnywhere) {
     EXPECT_NE(flush.wait().error(), nullptr);
     failures += !move.wait().hasReply();
     onTheClientsThread([&] {
-      isThrough = allocationsLeft.has_value();
-      allocationsLeft.reset();
+      isThrough = kwtest::allocationsLeft().has_value();
+      kwtest::allocationsLeft().reset();
     });
   }
   EXPECT_TRUE(isThrough);

@@ -296,6 +296,14 @@ protected:
     agent.forget();
   }
 
+  // A later request goes over another connection.
+  void expectBothUnreachable() {
+    expectFailure(first, ClientError::Kind::Unreachable, ClientError::Effect::None);
+    expectFailure(second, ClientError::Kind::Unreachable, ClientError::Effect::None);
+    agent.acceptConnections();
+    EXPECT_EQ(client->echo("again").text, "again");
+  }
+
   Request<EchoReply> first, second;
 };
 
@@ -317,19 +325,13 @@ TEST_F(UnacceptedConnection, keepsNoRequestBeyondItsTime) {
 
 TEST_F(UnacceptedConnection, failsAllRequestsWhenItEnds) {
   agent.breakConnection();
-  expectFailure(first, ClientError::Kind::Unreachable, ClientError::Effect::None);
-  expectFailure(second, ClientError::Kind::Unreachable, ClientError::Effect::None);
-  agent.acceptConnections();
-  EXPECT_EQ(client->echo("again").text, "again");
+  expectBothUnreachable();
   EXPECT_EQ(agent.connections(), 3);
 }
 
 TEST_F(UnacceptedConnection, failsAllRequestsWhenMemoryRunsOut) {
   agent.runOutOfMemory();
-  expectFailure(first, ClientError::Kind::Unreachable, ClientError::Effect::None);
-  expectFailure(second, ClientError::Kind::Unreachable, ClientError::Effect::None);
-  agent.acceptConnections();
-  EXPECT_EQ(client->echo("again").text, "again");
+  expectBothUnreachable();
 }
 
 TEST_F(UnacceptedConnection, doesNotOutliveTheClient) {

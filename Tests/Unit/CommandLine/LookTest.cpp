@@ -45,9 +45,7 @@ TEST_F(Look, tellsWhyAnItemCannotBeRead) {
 TEST_F(Look, tellsThatAnItemIsNotForThisUser) {
   fs::permissions(scratch.path(), fs::perms(0755));
   fs::permissions(path("file"), fs::perms::none);
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (kwtest::isRoot() && !kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
               return kw::obstacleToReading(path("file")).value_or("none");
             }),
             "Permission denied");

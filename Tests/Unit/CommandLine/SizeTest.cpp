@@ -165,9 +165,7 @@ TEST_F(SizeOfTree, isMeasuredByTheAgentWhereItCannotBeRead) {
   fs::permissions(scratch.path(), fs::perms(0755));
   fs::permissions(tree + "/large", fs::perms::none);
   record.size = 1'000'000;
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (kwtest::isRoot() && !kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
               if (run({"size", "--json", "--children", tree}) != 0 ||
                   out.str().find("\"sight\":\"measured\"") == std::string::npos ||
                   out.str().find("\"sight\":\"partial\"") != std::string::npos)
@@ -200,9 +198,7 @@ TEST_F(SizeOfTree, hasOneUnit) {
 TEST_F(SizeOfTree, isPartialWithoutARightToSeeIt) {
   fs::permissions(scratch.path(), fs::perms(0755));
   fs::permissions(tree, fs::perms::none);
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (kwtest::isRoot() && !kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
               kw::TreeMeasurer measurer({}, [](const std::string &) { return std::nullopt; });
               auto measured = measurer.measure(tree + "/large");
               if (!measured)
@@ -217,9 +213,7 @@ TEST_F(SizeOfTree, isPartialWithoutARightToSeeIt) {
 TEST_F(SizeOfTree, isPartialWhereAFolderWithinCanNeitherBeReadNorMeasured) {
   fs::permissions(scratch.path(), fs::perms(0755));
   fs::permissions(tree + "/large/deep", fs::perms::none);
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (kwtest::isRoot() && !kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
               kw::TreeMeasurer measurer({.depth = 2},
                                         [](const std::string &) { return std::nullopt; });
               auto measured = measurer.measure(tree);

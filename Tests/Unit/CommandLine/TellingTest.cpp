@@ -230,9 +230,7 @@ TEST_F(Telling, leavesAFolderThatItCannotReadWhenItHasToKeepItems) {
   std::filesystem::permissions(scratch.path(), std::filesystem::perms(0755));
   std::filesystem::permissions(closed, std::filesystem::perms(0));
   std::string reason = closed + " cannot be read and stays, since it may hold items to keep";
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (!kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
               int status = run({"remove", tree, "--keep", "kept"});
               if (status != 1 || !record.requests.empty())
                 return "status " + std::to_string(status);

@@ -3,7 +3,7 @@
 
 #include "Foundation/Base/Exception.h"
 #include "Foundation/Base/SharedInstance.h"
-#include "Support/AllocationsBelow.h"
+#include "Support/Allocations.h"
 #include "Support/LogRecorder.h"
 #include "Support/ScratchFolder.h"
 #include "Support/SubstitutedTasks.h"

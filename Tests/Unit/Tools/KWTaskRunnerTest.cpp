@@ -7,7 +7,7 @@
 #include "Foundation/Desktop/Bundle.h"
 #include "Foundation/Threads/Thread.h"
 #include "Protocol/Identity.h"
-#include "Support/AllocationsBelow.h"
+#include "Support/Allocations.h"
 #include "Support/LogRecorder.h"
 #include "Support/Sanitizers.h"
 #include "Support/Scarcity.h"

@@ -304,9 +304,7 @@ TEST(RVFileSizer, leavesOutAFolderThatAnotherUserMayNotRead) {
   std::filesystem::permissions(scratch.path("closed"), std::filesystem::perms(0700));
   // The walk sees it on the way in, before it tries to open it.
   std::uint64_t expected = 2 * allocated(scratch.path()) + allocated(scratch.path("closed"));
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (!kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
               LogRecorder log;
               std::uint64_t size = sizer().itemSizeAtPath(scratch.path());
               if (size != expected)

@@ -81,9 +81,7 @@ TEST(RVFileSizerThreads, measureAndLogAsOneThreadDoesOnAThousandTrees) {
     barred += barFolders(trees.back()->path());
   }
   EXPECT_GT(barred, 1000);
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (!kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
               std::size_t lines = 0;
               for (const auto &tree : trees) {
                 Measurement alone = measure(tree->path(), 1);

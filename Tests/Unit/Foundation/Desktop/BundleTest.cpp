@@ -27,6 +27,13 @@ class BundleTest : public testing::Test {
 protected:
   void folder(const std::string &name) { std::filesystem::create_directories(scratch.path(name)); }
   std::string bundlePath() const { return scratch.path("A.app"); }
+  // A bundle that has this list in its contents.
+  std::shared_ptr<NS::Bundle> bundleWith(const std::string &contents, const std::string &list) {
+    std::string path = "A.app/Contents/" + contents;
+    folder(path.substr(0, path.rfind('/')));
+    scratch.file(path, list);
+    return NS::Bundle::bundleWithPath(bundlePath());
+  }
 
   kwtest::ScratchFolder scratch;
 };
@@ -118,9 +125,7 @@ TEST_F(BundleTest, anExecutableNameCannotLeadOutOfTheBundle) {
 
 TEST_F(BundleTest, anInformationListIsNotMissingForLackOfDescriptors) {
   KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
-  folder("A.app/Contents");
-  scratch.file("A.app/Contents/Info.plist", stringTable(entry("CFBundleIdentifier", "x")));
-  auto bundle = NS::Bundle::bundleWithPath(bundlePath());
+  auto bundle = bundleWith("Info.plist", stringTable(entry("CFBundleIdentifier", "x")));
   ASSERT_NE(bundle, nullptr);
   {
     kwtest::FewDescriptorsLeft few;
@@ -132,9 +137,7 @@ TEST_F(BundleTest, anInformationListIsNotMissingForLackOfDescriptors) {
 
 TEST_F(BundleTest, aTableThatCouldNotBeReadForLackOfDescriptorsIsReadLater) {
   KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
-  folder("A.app/Contents/Resources");
-  scratch.file("A.app/Contents/Resources/Errors.strings", stringTable(entry("key", "text")));
-  auto bundle = NS::Bundle::bundleWithPath(bundlePath());
+  auto bundle = bundleWith("Resources/Errors.strings", stringTable(entry("key", "text")));
   ASSERT_NE(bundle, nullptr);
   {
     kwtest::FewDescriptorsLeft few;

@@ -343,7 +343,7 @@ TEST(PropertyListMemory, staysWithinItsBoundForTheWorstOfEachForm) {
   EXPECT_TRUE(readsWithin64MiB("<plist" + attributes(size - 100) + "><true/></plist>", false));
   EXPECT_TRUE(readsWithin64MiB(std::string("<") + std::string(size - 100, 'x') + ">", false));
   EXPECT_TRUE(readsWithin64MiB(std::string("<string>") + std::string(size - 100, 'x'), false));
-  // Much of what the parser may take, and as much contents as fits beside it.
+  // A list near the bound of the parser's memory that also has large contents.
   EXPECT_TRUE(readsWithin64MiB("<plist" + attributes(700'000) + "><array>" +
                                    trues.substr(0, 8 * 90'000) + "<string>" +
                                    std::string(5'000'000, 'x') + "</string></array></plist>",

@@ -86,14 +86,8 @@ TEST(Enumerator, tellsOfFoldersLeftOutForLackOfDescriptors) {
 TEST(Enumerator, tellsOfAFolderThatCannotBeListed) {
   ScratchFolder scratch;
   scratch.file("item", "");
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (!kwtest::refuseListings())
-                return "listings still work";
-              kwtest::LogRecorder log;
-              if (!pathsBelow(scratch.path()).empty())
-                return "an item was listed";
-              return log.lines().size() == 1 ? log.lines()[0] : "not one line";
-            }),
+  EXPECT_EQ(kwtest::lineWithoutListings(
+                [&] { return pathsBelow(scratch.path()).empty() ? "" : "an item was listed"; }),
             scratch.path() + " is listed only in part: Input/output error");
 }
 
@@ -244,9 +238,7 @@ TEST(Enumerator, passesOverAFolderThatCannotBeRead) {
   fs::create_directory(scratch.path("open"));
   fs::permissions(scratch.path(), fs::perms(0755));
   fs::permissions(scratch.path("closed"), fs::perms(0700));
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (!kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
               std::vector<std::string> paths = pathsBelow(scratch.path());
               std::sort(paths.begin(), paths.end());
               return paths == std::vector<std::string>{"closed", "open"} ? "" : "other items";

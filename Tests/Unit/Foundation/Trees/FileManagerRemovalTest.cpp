@@ -221,9 +221,7 @@ TEST(RemoveItem, reportsAccessThatOthersDeny) {
   ScratchFolder scratch;
   fs::permissions(scratch.path(), fs::perms(0755));
   scratch.file("file", "kept");
-  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
-              if (!kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
               std::optional<NS::Error> error;
               removeItem(scratch.path("file"), &error);
               return error && error->code() == NS::FileWriteNoPermissionError ? ""

@@ -20,6 +20,7 @@
 namespace {
 
 using kwtest::DeepChain;
+using kwtest::inChildWithoutRights;
 using kwtest::inForkedChild;
 using kwtest::openDescriptorCount;
 using kwtest::ours;
@@ -352,9 +353,7 @@ TEST(FTS, givesDNRForAFolderThatMayNotBeRead) {
   std::filesystem::permissions(scratch.path("closed"), std::filesystem::perms(0700));
   std::filesystem::create_directories(scratch.path("listed/inner"));
   std::filesystem::permissions(scratch.path("listed"), std::filesystem::perms(0744));
-  EXPECT_EQ(inForkedChild([&]() -> std::string {
-              if (!kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(inChildWithoutRights([&]() -> std::string {
               std::string mine = ours(scratch.path(), physical);
               if (mine.find("4 1 " + scratch.path("closed") + " closed 13 ") == std::string::npos ||
                   mine.find("10 2 " + scratch.path("listed/inner") + " inner 13 ") ==
@@ -372,9 +371,7 @@ TEST(FTS, findsItsWayBackFromAFolderThatMayNotBeSearched) {
   std::filesystem::permissions(scratch.path(), std::filesystem::perms(0755));
   std::vector<std::string> paths = ladder(scratch, 50);
   std::filesystem::permissions(paths[20], std::filesystem::perms(0744));
-  EXPECT_EQ(inForkedChild([&]() -> std::string {
-              if (!kwtest::dropRoot())
-                return "still root";
+  EXPECT_EQ(inChildWithoutRights([&]() -> std::string {
               std::string mine = ours(paths.front(), physical);
               return mine == theirs(paths.front(), physical) ? "" : "another sequence: " + mine;
             }),
