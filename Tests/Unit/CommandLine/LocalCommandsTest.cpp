@@ -264,6 +264,19 @@ TEST_F(Find, tellsTheLeftoversOfAnApplicationInTheHome) {
       << out.str();
 }
 
+TEST_F(Find, looksForLeftoversInTheFoldersThatTheUserChose) {
+  for (const char *name : {"data/editor", "quick/editor", ".cache"})
+    fs::create_directories(folder.path(name));
+  kwtest::ScopedVariable home("HOME", folder.path());
+  kwtest::ScopedVariable data("XDG_DATA_HOME", folder.path("data"));
+  kwtest::ScopedVariable cache("XDG_CACHE_HOME", folder.path("quick"));
+  EXPECT_EQ(run({"find", "editor", "-0"}), 0);
+  for (const char *name : {"data/editor", "quick/editor"})
+    EXPECT_TRUE(printed(folder.path(name) + '\0')) << name << " is not in " << out.str();
+  EXPECT_NE(run({"find", "cache", "-0"}), 2);
+  EXPECT_FALSE(printed(folder.path(".cache"))) << "a place of many is nobody's leftover";
+}
+
 // Counts how often written text is flushed.
 class Flushes : public std::stringbuf {
 public:

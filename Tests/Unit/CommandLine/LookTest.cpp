@@ -1,6 +1,7 @@
 // The reasons that the command finds by its own look at an item.
 #include "CommandLine/Look.h"
 
+#include "Support/FakeFileFlags.h"
 #include "Support/ForkedChild.h"
 #include "Support/ScratchFolder.h"
 
@@ -55,6 +56,19 @@ TEST_F(Look, tellsWhyAnItemCannotBeChanged) {
   for (const char *name : {"file", "folder", "link", "dangling", "fifo"})
     EXPECT_EQ(kw::obstacleToWriting(path(name)), std::nullopt) << name;
   EXPECT_EQ(kw::obstacleToWriting(path("missing")), Reason("No such file or directory"));
+}
+
+TEST_F(Look, tellsThatAnItemIsLocked) {
+  Reason locked("Operation not permitted (the item is locked)");
+  kwtest::FakeFileFlags flags;
+  for (std::uint32_t lock : {NS::UF_IMMUTABLE_FLAG, NS::SF_IMMUTABLE_FLAG, NS::UF_APPEND_FLAG,
+                             NS::SF_APPEND_FLAG}) {
+    flags.flags[path("file")] = lock;
+    EXPECT_EQ(kw::obstacleToWriting(path("file")), locked) << lock;
+    EXPECT_EQ(kw::obstacleToTruncation(path("file")), locked) << lock;
+  }
+  flags.flags[path("file")] = -1; // they cannot be read
+  EXPECT_EQ(kw::obstacleToWriting(path("file")), std::nullopt);
 }
 
 TEST_F(Look, tellsWhyAFileCannotBeTruncated) {

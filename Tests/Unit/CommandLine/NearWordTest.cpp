@@ -10,11 +10,14 @@ using kw::nearWord;
 TEST(NearWord, countsASwapOfNeighboursAsOneChange) {
   EXPECT_EQ(nearWord("ehco", {"ehxx", "echo"}), "echo");
   EXPECT_EQ(nearWord("ecoh", {"ecxx", "echo"}), "echo");
+  EXPECT_EQ(nearWord("ceho", {"cexx", "echo"}), "echo") << "the first two";
 }
 
 TEST(NearWord, countsAMissingAFurtherAndAnotherLetterAsOneChangeEach) {
   for (const char *given : {"ech", "echoo", "ecko", "cho"})
     EXPECT_EQ(nearWord(given, {"size", "echo", "exists"}), "echo") << given;
+  EXPECT_EQ(nearWord("echoo", {"ecxxo", "echo"}), "echo") << "the other has two changes";
+  EXPECT_EQ(nearWord("ech", {"exx", "echo"}), "echo") << "the other has two changes";
 }
 
 TEST(NearWord, isTheFirstOfSeveral) {
@@ -31,7 +34,14 @@ TEST(NearWord, isNoneWhereAThirdOfTheLettersIsWrong) {
   EXPECT_EQ(nearWord("abcdef", {"abwxyz"}), "") << "four";
   EXPECT_EQ(nearWord("abcdefghijkl", {"abcdefghwxyz"}), "") << "four of twelve";
   EXPECT_EQ(nearWord("ab", {"cd"}), "") << "nothing in common";
+  EXPECT_EQ(nearWord("ab", {"cdb"}), "") << "two of two";
+  EXPECT_EQ(nearWord("a", {"b"}), "") << "the only one";
   EXPECT_EQ(nearWord("", {"echo"}), "");
+}
+
+TEST(NearWord, readsNothingBeforeTheGivenWord) {
+  std::string_view within("oech");
+  EXPECT_EQ(nearWord(within.substr(1), {"eo", "echo"}), "echo");
 }
 
 TEST(NearWord, isNoneOfALongWord) {

@@ -2,9 +2,13 @@
 // one terminal.
 #include "CommandLine/Session.h"
 
+#include "Support/FakeAgent.h"
+
+#include "CommandLine/Measure.h"
 #include "CommandLine/Outcome.h"
 #include "CommandLine/PathRequests.h"
 
+#include <chrono>
 #include <functional>
 #include <gtest/gtest.h>
 #include <optional>
@@ -161,6 +165,26 @@ TEST(StoppedEarly, isToldWithItsOwnStatus) {
   Terminal terminal;
   EXPECT_EQ(kw::tellStoppedEarly(*terminal.session, kw::JSONObject()), kw::ExitStopped);
   EXPECT_EQ(terminal.screen.str(), "keepwell: stopped\n");
+}
+
+// The agent never answers.
+TEST(MeasuringByAgent, hasTheTimeOfTheCommandOrItsOwn) {
+  using namespace std::chrono_literals;
+  for (bool isOwn : {true, false}) {
+    kwtest::FakeAgent agent;
+    agent.hold();
+    Terminal terminal;
+    terminal.surroundings.connect = [&](const std::string &, const kw::ClientOptions &options) {
+      return agent.client(options);
+    };
+    if (!isOwn)
+      terminal.options.timeout = 0.01;
+    kw::Session session(terminal.surroundings, terminal.options);
+    auto measure = isOwn ? kw::measuringByAgent(session, 10ms) : kw::measuringByAgent(session);
+    EXPECT_EQ(measure("/folder"), std::nullopt);
+    EXPECT_EQ(agent.sent().size(), 1u);
+    agent.release();
+  }
 }
 
 TEST(Connection, isTriedOnlyOnce) {

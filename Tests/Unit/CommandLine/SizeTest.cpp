@@ -67,6 +67,20 @@ TEST_F(SizeOfTree, isToldLevelByLevelWithTheLargestFirst) {
   EXPECT_EQ(out.str(), line(all, ""));
 }
 
+TEST_F(SizeOfTree, isToldInTheOrderOfNamesWhereItIsTheSame) {
+  std::string folder = scratch.path("files");
+  fs::create_directory(folder);
+  for (const char *name : {"c", "a", "d", "b"})
+    scratch.file(std::string("files/") + name, std::string(5000, 'x'));
+  scratch.file("files/z", std::string(300'000, 'x'));
+  EXPECT_EQ(run({"size", "--bytes", "--apparent", "--children", folder}), 0);
+  std::string lines = out.str().substr(out.str().find('\n') + 1);
+  std::string expected = "300000\t" + folder + "/z\n";
+  for (const char *name : {"a", "b", "c", "d"})
+    expected += "5000\t" + folder + "/" + name + "\n";
+  EXPECT_EQ(lines, expected);
+}
+
 TEST_F(SizeOfTree, canBeToldOfTheLargestAlone) {
   std::string large = line(all, "") + line(sizeOf("/large"), "/large");
   EXPECT_EQ(run({"size", "--bytes", "-n", "1", tree}), 0);
@@ -103,6 +117,8 @@ TEST_F(SizeOfTree, canBeOfTheLengthsOfFiles) {
   fs::resize_file(tree + "/middle", 1'000'000'000); // most of it a hole
   EXPECT_EQ(run({"size", "--bytes", "--apparent", tree + "/middle"}), 0);
   EXPECT_EQ(out.str(), "1000000000\t" + tree + "/middle\n");
+  EXPECT_EQ(run({"size", "--bytes", "--apparent", item}), 0);
+  EXPECT_EQ(out.str(), "0\t" + item + "\n") << "it is empty";
 }
 
 TEST_F(SizeOfTree, isWrittenInTheUnitsAskedFor) {
@@ -145,6 +161,62 @@ TEST_F(SizeOfTree, maySkipOtherVolumes) {
     EXPECT_EQ(run({"size", tree, word}), 0) << err.str();
     EXPECT_EQ(out.str(), whole) << "there is none";
   }
+}
+
+// A walk of one volume does not enter others by itself, but returns their roots.
+TEST(MeasuredTree, leavesOutTheRootsOfOtherVolumes) {
+  kwtest::FakeFTS walks;
+  auto on = [](std::uint64_t device) {
+    NS::FTSStat status;
+    status.device = device;
+    status.blocks = 8;
+    return status;
+  };
+  auto &root = walks.add("/root", NS::FTSInfo::D, walks.top, on(1));
+  auto &inner = walks.add("inner", NS::FTSInfo::D, root, on(1));
+  walks.again(inner, NS::FTSInfo::DP);
+  auto &other = walks.add("other", NS::FTSInfo::D, root, on(2));
+  walks.again(other, NS::FTSInfo::DP);
+  walks.add("file", NS::FTSInfo::F, root, on(2)); // a file that is a mount
+  walks.again(root, NS::FTSInfo::DP);
+  auto tree = kw::TreeMeasurer({.oneVolume = true}, nullptr).measure("/root");
+  ASSERT_TRUE(tree);
+  std::vector<std::string> names;
+  for (const MeasuredItem &each : tree->root.children)
+    names.push_back(each.name);
+  EXPECT_EQ(names, Strings({"file", "inner"}));
+  EXPECT_EQ(tree->root.bytes, 3u * 4096);
+}
+
+TEST_F(SizeOfTree, isTheSameEachTimeThatItIsMeasured) {
+  kw::TreeMeasurer measurer({}, nullptr);
+  EXPECT_EQ(measurer.measure(tree)->root.bytes, all);
+  EXPECT_EQ(measurer.measure(tree)->root.bytes, all);
+}
+
+TEST(WatchedWalk, countsAFolderOnceAndCallsForOneEntryOfMany) {
+  std::vector<kw::RequestProgress> reports;
+  kw::Watch watch = [&](const kw::RequestProgress &progress) {
+    reports.push_back(progress);
+    return false;
+  };
+  kw::WatchedWalk walk(watch);
+  NS::FTSEntry entry;
+  entry.path = "/folder";
+  entry.statp.blocks = 8;
+  std::uint64_t entered = 0;
+  bool goesOn = true;
+  while (goesOn && entered < 10'000) {
+    entry.info = NS::FTSInfo::D;
+    goesOn = walk.count(entry);
+    ++entered;
+    entry.info = NS::FTSInfo::DP;
+    EXPECT_TRUE(walk.count(entry)) << entered;
+  }
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_EQ(reports[0].items, entered);
+  EXPECT_EQ(reports[0].bytes, entered * 4096);
+  EXPECT_EQ(reports[0].path, "/folder");
 }
 
 TEST_F(SizeOfTree, refusesTextOtherThanNumbers) {
