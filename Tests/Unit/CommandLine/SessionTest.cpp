@@ -3,6 +3,7 @@
 #include "CommandLine/Session.h"
 
 #include "Support/FakeAgent.h"
+#include "Support/Terminal.h"
 
 #include "CommandLine/Measure.h"
 #include "CommandLine/Outcome.h"
@@ -19,26 +20,7 @@
 
 namespace {
 
-// A session on a terminal, and everything that appears there.
-struct Terminal {
-  Terminal() {
-    surroundings.out = &screen;
-    surroundings.err = &screen;
-    surroundings.outIsTerminal = true;
-    surroundings.errIsTerminal = true;
-    surroundings.canErase = true;
-    surroundings.ask = [this](const std::string &question) {
-      screen << question;
-      return "y";
-    };
-    session.emplace(surroundings, options);
-  }
-
-  std::ostringstream screen;
-  kw::Surroundings surroundings;
-  kw::GlobalOptions options;
-  std::optional<kw::Session> session;
-};
+using kwtest::Terminal;
 
 TEST(OpenLine, endsBeforeAnythingElseIsPrinted) {
   struct Row {

@@ -32,6 +32,9 @@ TEST(TrashDescription, hasPathsOfItsVolumeAndAnyBytes) {
   EXPECT_EQ(itemFromDescription("[Trash Info]\nPath=a\n", "/")->path, "/a");
   EXPECT_EQ(itemFromDescription("[Trash Info]\nPath=/%ff%FE%\n", "/")->path, "/\xff\xfe%");
   EXPECT_EQ(itemFromDescription("[Trash Info]\nPath=/%2\n", "/")->path, "/%2");
+  EXPECT_EQ(itemFromDescription("[Trash Info]\nPath=/%39%9a%g0%0g%%41\n", "/")->path,
+            "/9\x9a%g0%0g%A");
+  EXPECT_EQ(itemFromDescription("[Trash Info]\nPath=/a%20", "/")->path, "/a ") << "no line end";
   EXPECT_EQ(itemFromDescription("[Trash Info]\nPath=/a\nDeletionDate=soon\n", "/")->deleted,
             std::nullopt);
 }
@@ -45,7 +48,7 @@ TEST(TrashDescription, saysNothingWithoutAPath) {
 TEST(TrashFolders, areOnEachVolumeAndSharedOnesOnlyWithTheirStickyBit) {
   KW_REQUIRE_ROOT();
   kwtest::ScratchFolder scratch;
-  std::string top = scratch.path("a volume");
+  std::string top = scratch.path("a volume\\ "); // the list of mounts escapes the last two
   fs::create_directory(top);
   auto foldersOfVolume = [&] {
     Strings paths;
@@ -66,6 +69,19 @@ TEST(TrashFolders, areOnEachVolumeAndSharedOnesOnlyWithTheirStickyBit) {
               return hasBoth ? "" : "the shared folder is not used";
             }),
             "");
+}
+
+TEST(TrashFolders, areThoseOfThisUserAndListedOnce) {
+  KW_REQUIRE_ROOT();
+  kwtest::ScratchFolder scratch;
+  std::string own = scratch.path("own"), other = scratch.path("other");
+  fs::create_directory(own);
+  fs::create_directory(other);
+  scratch.file("file", "");
+  ASSERT_EQ(::chown(other.c_str(), 1, 1), 0);
+  auto folders = kw::ownFolders({{own, "/"}, {other, "/"}, {scratch.path("file"), "/"}, {own, "/"}});
+  ASSERT_EQ(folders.size(), 1u);
+  EXPECT_EQ(folders[0].path, own);
 }
 
 TEST(TrashFolders, areInTheHomeFirst) {
@@ -117,10 +133,22 @@ TEST_F(UserTrash, isListedTheOldestFirst) {
   throwAway("b", describing("/srv/b", "2020-02-02T02:02:02"));
   throwAway("a", describing("/srv/a", "2021-01-01T01:01:01"));
   scratch.file("data/Trash/info/gone.trashinfo", describing("/srv/gone", "2019-01-01T01:01:01"));
-  scratch.file("data/Trash/info/...trashinfo", describing("/srv/dots", "2019-01-01T01:01:01"));
+  for (const char *name : {"", ".", ".."}) // these name the folder itself or one above
+    scratch.file(std::string("data/Trash/info/") + name + ".trashinfo",
+                 describing("/srv/dots", "2019-01-01T01:01:01"));
   EXPECT_EQ(run({"trash", "list"}), 0);
   EXPECT_EQ(out.str(), "2020-02-02 02:02:02        4 KB\t/srv/b\n"
                        "2021-01-01 01:01:01        4 KB\t/srv/a\n");
+}
+
+TEST_F(UserTrash, hasItemsWithDescriptionsAlone) {
+  throwAway("a", describing("/srv/a", "2021-01-01T01:01:01"));
+  scratch.file("data/Trash/files/b", "text");
+  scratch.file("data/Trash/info/b.txt", describing("/srv/b", "2021-01-01T01:01:01"));
+  scratch.file("data/Trash/files/c", "text");
+  scratch.file("data/Trash/info/c.trashinfo", "nothing");
+  EXPECT_EQ(run({"trash", "list"}), 0);
+  EXPECT_EQ(out.str(), "2021-01-01 01:01:01        4 KB\t/srv/a\n");
 }
 
 TEST_F(UserTrash, isListedForPrograms) {
