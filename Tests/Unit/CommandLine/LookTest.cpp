@@ -61,8 +61,8 @@ TEST_F(Look, tellsWhyAnItemCannotBeChanged) {
 TEST_F(Look, tellsThatAnItemIsLocked) {
   Reason locked("Operation not permitted (the item is locked)");
   kwtest::FakeFileFlags flags;
-  for (std::uint32_t lock : {NS::UF_IMMUTABLE_FLAG, NS::SF_IMMUTABLE_FLAG, NS::UF_APPEND_FLAG,
-                             NS::SF_APPEND_FLAG}) {
+  for (std::uint32_t lock :
+       {NS::UF_IMMUTABLE_FLAG, NS::SF_IMMUTABLE_FLAG, NS::UF_APPEND_FLAG, NS::SF_APPEND_FLAG}) {
     flags.flags[path("file")] = lock;
     EXPECT_EQ(kw::obstacleToWriting(path("file")), locked) << lock;
     EXPECT_EQ(kw::obstacleToTruncation(path("file")), locked) << lock;

@@ -36,9 +36,8 @@ std::string shown(const SizeReport &report, const MeasuredItem &root, bool toAPe
 }
 
 TEST(SizeReport, indentsEachLevelAndSumsUpTheRest) {
-  MeasuredItem root =
-      folder("/top", {folder("a", {item("x", 50'000), item("y", 20'000)}), item("b", 20'000),
-                      item("c", 6'000), item("d", 4'000)});
+  MeasuredItem root = folder("/top", {folder("a", {item("x", 50'000), item("y", 20'000)}),
+                                      item("b", 20'000), item("c", 6'000), item("d", 4'000)});
   SizeReport report;
   report.least = 20'000;
   EXPECT_EQ(shown(report, root), "    100 KB 100% #################### /top/\n"
@@ -70,18 +69,19 @@ TEST(SizeReport, namesEachKindToPrograms) {
                                    {Kind::Link, "link"},
                                    {Kind::Other, "other"}}) {
     kw::JSONObject object;
-    EXPECT_NE(SizeReport().add(object, item("a", 1, kind)).text().find(
-                  "\"kind\":\"" + std::string(name) + "\""),
+    EXPECT_NE(SizeReport()
+                  .add(object, item("a", 1, kind))
+                  .text()
+                  .find("\"kind\":\"" + std::string(name) + "\""),
               std::string::npos);
   }
 }
 
 TEST(SizeReport, tellsProgramsHowMuchWasSeen) {
   using Sight = MeasuredItem::Sight;
-  for (const auto &[sight, text] :
-       {std::pair{Sight::Whole, ""},
-        {Sight::Measured, ",\"sight\":\"measured\""},
-        {Sight::Partial, ",\"sight\":\"partial\""}}) {
+  for (const auto &[sight, text] : {std::pair{Sight::Whole, ""},
+                                    {Sight::Measured, ",\"sight\":\"measured\""},
+                                    {Sight::Partial, ",\"sight\":\"partial\""}}) {
     MeasuredItem file = item("a", 1000);
     file.sight = sight;
     kw::JSONObject object;

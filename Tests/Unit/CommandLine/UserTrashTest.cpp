@@ -79,7 +79,8 @@ TEST(TrashFolders, areThoseOfThisUserAndListedOnce) {
   fs::create_directory(other);
   scratch.file("file", "");
   ASSERT_EQ(::chown(other.c_str(), 1, 1), 0);
-  auto folders = kw::ownFolders({{own, "/"}, {other, "/"}, {scratch.path("file"), "/"}, {own, "/"}});
+  auto folders =
+      kw::ownFolders({{own, "/"}, {other, "/"}, {scratch.path("file"), "/"}, {own, "/"}});
   ASSERT_EQ(folders.size(), 1u);
   EXPECT_EQ(folders[0].path, own);
 }
