@@ -132,6 +132,151 @@ TEST(Output, comesBeforeErrorsQuestionsAndProgressThatFollow) {
   }
 }
 
+TEST(Output, comesBeforeAWait) {
+  Terminal terminal;
+  HeldBack buffer(terminal.screen);
+  std::ostream out(&buffer);
+  terminal.surroundings.out = &out;
+  terminal.session->say("first");
+  terminal.session->waitUntil([&] {
+    EXPECT_EQ(terminal.screen.str(), "first\n");
+    return true;
+  });
+  terminal.session.reset();
+}
+
+// What a session prints where it is not used by a person at a terminal.
+struct Elsewhere {
+  const char *name;
+  std::function<void(Terminal &)> arrange;
+  const char *said;
+  const char *complained;
+  const char *json;
+};
+
+TEST(Output, isMadeDisplayableForATerminalAlone) {
+  for (const Elsewhere &row :
+       {Elsewhere{"a terminal", [](Terminal &) {}, "a\\x1b\n", "keepwell: a\\x1b\na\\x1b\n", ""},
+        Elsewhere{"colours", [](Terminal &t) { t.surroundings.wantsColours = true; }, "a\\x1b\n",
+                  "\x1b[1;31mkeepwell:\x1b[0m a\\x1b\na\\x1b\n", ""},
+        Elsewhere{"a pipe for answers", [](Terminal &t) { t.surroundings.outIsTerminal = false; },
+                  "a\x1b\n", "keepwell: a\\x1b\na\\x1b\n", ""},
+        Elsewhere{"a pipe for errors",
+                  [](Terminal &t) {
+                    t.surroundings.errIsTerminal = false;
+                    t.surroundings.wantsColours = true;
+                  },
+                  "a\\x1b\n", "keepwell: a\x1b\na\x1b\n", ""},
+        Elsewhere{"silence", [](Terminal &t) { t.options.quiet = true; }, "",
+                  "keepwell: a\\x1b\na\\x1b\n", ""},
+        Elsewhere{"JSON", [](Terminal &t) { t.options.json = true; }, "", "", "{}\n"}}) {
+    Terminal terminal;
+    row.arrange(terminal);
+    auto printed = [&](auto print) {
+      terminal.screen.str("");
+      print(*terminal.session);
+      return terminal.screen.str();
+    };
+    EXPECT_EQ(printed([](auto &session) { session.say("a\x1b"); }), row.said) << row.name;
+    EXPECT_EQ(printed([](auto &session) {
+                session.complain("a\x1b");
+                session.note("a\x1b");
+              }),
+              row.complained)
+        << row.name;
+    EXPECT_EQ(printed([](auto &session) { session.sayJSON(kw::JSONObject()); }), row.json);
+  }
+}
+
+TEST(Output, hasFailuresForProgramsEvenInSilence) {
+  Terminal terminal;
+  terminal.options.json = terminal.options.quiet = true;
+  terminal.session->sayJSON(kw::JSONObject());
+  EXPECT_EQ(terminal.screen.str(), "");
+  terminal.session->sayFailure(kw::JSONObject());
+  EXPECT_EQ(terminal.screen.str(), "{}\n");
+}
+
+TEST(ProgressLine, isForAPersonWhoSeesTheErrors) {
+  for (const auto &arrange :
+       {std::function<void(Terminal &)>([](Terminal &t) { t.surroundings.errIsTerminal = false; }),
+        {[](Terminal &t) { t.surroundings.canErase = false; }},
+        {[](Terminal &t) { t.options.quiet = true; }},
+        {[](Terminal &t) { t.options.json = true; }}}) {
+    Terminal terminal;
+    arrange(terminal);
+    terminal.session->showProgress("1 of 2");
+    EXPECT_EQ(terminal.screen.str(), "");
+    EXPECT_FALSE(terminal.session->requestOptions().progress);
+  }
+}
+
+TEST(ProgressLine, changesTenTimesASecondAtMost) {
+  using namespace std::chrono_literals;
+  Terminal terminal;
+  std::chrono::steady_clock::time_point now{1h};
+  terminal.surroundings.now = [&] { return now; };
+  terminal.session->showProgress("1");
+  now += 99ms;
+  terminal.session->showProgress("2");
+  now += 1ms;
+  terminal.session->showProgress("3");
+  EXPECT_EQ(terminal.screen.str(), "\r\x1b[K1\r\x1b[K3");
+}
+
+TEST(NoteOfStopping, isForAPersonAlone) {
+  for (const auto &[toTerminal, quiet] : {std::pair{true, true}, {false, false}, {false, true}}) {
+    Terminal terminal;
+    terminal.surroundings.errIsTerminal = toTerminal;
+    terminal.options.quiet = quiet;
+    terminal.session->tellStopping();
+    EXPECT_EQ(terminal.screen.str(), "");
+  }
+}
+
+TEST(Question, takesAnyYesAndNothingElse) {
+  for (const auto &[answer, isYes] : {std::pair{"y", true},
+                                      {"Y", true},
+                                      {"yes", true},
+                                      {"Yes", true},
+                                      {"YES", true},
+                                      {"", false},
+                                      {"n", false},
+                                      {"yess", false},
+                                      {"yES", false}}) {
+    Terminal terminal;
+    terminal.surroundings.ask = [answer = answer](const std::string &) { return answer; };
+    if (isYes)
+      EXPECT_NO_THROW(terminal.session->confirm("Go?", false)) << answer;
+    else
+      EXPECT_THROW(terminal.session->confirm("Go?", false), kw::NotConfirmed) << answer;
+  }
+}
+
+TEST(Question, isNotAskedWithoutNeedOrPerson) {
+  Terminal terminal;
+  terminal.session->confirm("Go?", true);
+  EXPECT_EQ(terminal.screen.str(), "");
+  terminal.surroundings.ask = [](const std::string &) { return std::nullopt; };
+  EXPECT_NO_THROW(terminal.session->confirm("Go?", false)) << "the person has gone";
+  EXPECT_THROW(terminal.session->confirmTyped("Type x", "x"), kw::NotConfirmed);
+  terminal.surroundings.ask = nullptr;
+  EXPECT_NO_THROW(terminal.session->confirm("Go?", false));
+  EXPECT_THROW(terminal.session->confirmTyped("Type x", "x"), kw::NotConfirmed);
+}
+
+TEST(Question, hasItsLinesAboveAndNoControlCharacters) {
+  Terminal terminal;
+  terminal.session->confirm("Go\x1b?", false, {"one\x1b", "two"});
+  EXPECT_EQ(terminal.screen.str(), "one\\x1b\ntwo\nGo\\x1b? [y/N] ");
+  terminal.surroundings.ask = [](const std::string &question) {
+    EXPECT_EQ(question, "Type a\\x1b");
+    return "a\\x1b";
+  };
+  EXPECT_NO_THROW(terminal.session->confirmTyped("Type a\x1b", "a\x1b"));
+  EXPECT_THROW(terminal.session->confirmTyped("Type a\x1b", "b"), kw::NotConfirmed);
+}
+
 TEST(ProgressOfPaths, beginsWithTheTwentieth) {
   for (const auto &[done, all, printed] :
        {std::tuple<std::size_t, std::optional<std::size_t>, const char *>{19, 60, ""},
