@@ -82,11 +82,10 @@ std::int64_t BrowserList::modified(const MeasuredItem &item) {
 }
 
 // The folders above changed with the item.
-void BrowserList::forgetTimes(const std::string &path) {
+void BrowserList::forgetTimes(std::string path) {
   eraseWithin(modified_, path);
-  for (std::size_t slash = path.rfind('/'); slash != path.npos && slash > 0;
-       slash = path.rfind('/', slash - 1))
-    modified_.erase(path.substr(0, slash));
+  for (; path.size() > root_.name.size(); path.erase(path.rfind('/')))
+    modified_.erase(path);
 }
 
 bool BrowserList::isBefore(const MeasuredItem &left, const MeasuredItem &right) {

@@ -69,7 +69,7 @@ private:
   const MeasuredItem *itemAt(const std::string &path) const;
   void arrange(const std::string &nameAtCursor);
   std::int64_t modified(const MeasuredItem &item);
-  void forgetTimes(const std::string &path);
+  void forgetTimes(std::string path);
   bool isBefore(const MeasuredItem &left, const MeasuredItem &right);
 
   MeasuredItem root_;
