@@ -124,7 +124,6 @@ int findLeftovers(Session &session, const FindArguments &arguments) {
     if (tree)
       found.push_back({tree->root.bytes, path});
   }
-  session.endProgress();
   return tellFound(session, arguments, request, found);
 }
 
@@ -138,7 +137,6 @@ int findInTree(Session &session, const FindArguments &arguments, const std::stri
   Watch watch = showingAdvance(session);
   TreeFindings found =
       arguments.emptyFolders ? emptyFoldersIn(root, query, watch) : filesIn(root, query, watch);
-  session.endProgress();
   if (session.isStopped())
     return tellStoppedEarly(session, request);
   // A part could be taken for the whole.
