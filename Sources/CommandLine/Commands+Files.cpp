@@ -123,9 +123,7 @@ void sayMoved(Session &session, const std::string &to, std::chrono::steady_clock
   auto left = [&] {
     return std::chrono::duration_cast<std::chrono::milliseconds>(end - session.now());
   };
-  Measure beyond = [&](const std::string &path) {
-    return left() > 0ms ? measuringByAgent(session, left())(path) : std::nullopt;
-  };
+  Measure beyond = [&](const std::string &path) { return measuringByAgent(session, left())(path); };
   Watch watch = [&](const RequestProgress &) { return left() > 0ms; };
   auto tree = TreeMeasurer({.depth = 0}, beyond, watch).measure(to);
   if (!tree)
