@@ -43,18 +43,18 @@ std::string nameOfFolderType(KWFolderType type) {
   static constexpr std::array names{
       "ordinary",     "package",    "application",    "photo library", "migrated photo library",
       "PBLb library", "ap library", "iTunes library", "photos library"};
-  return type < names.size() ? names[type] : "ordinary";
+  return names.at(type);
 }
 
 std::vector<std::string> namesOfFlags(std::uint32_t flags) {
-  static constexpr std::array<std::pair<std::uint32_t, const char *>, 6> known{{
+  static constexpr auto known = std::to_array<std::pair<std::uint32_t, const char *>>({
       {NS::UF_IMMUTABLE_FLAG, "user immutable"},
       {NS::UF_APPEND_FLAG, "user append-only"},
       {NS::UF_HIDDEN_FLAG, "hidden"},
       {NS::SF_IMMUTABLE_FLAG, "system immutable"},
       {NS::SF_APPEND_FLAG, "system append-only"},
       {NS::SF_RESTRICTED_FLAG, "restricted"},
-  }};
+  });
   std::vector<std::string> names;
   for (auto [flag, name] : known)
     if (flags & flag)
@@ -79,7 +79,7 @@ struct Inspection {
 // A link's text counts from the folder that holds the link.
 std::string originalOf(const std::string &path) {
   auto destination = files().destinationOfSymbolicLinkAtPath(path, nullptr);
-  if (!destination || destination->empty() || destination->starts_with('/'))
+  if (!destination || destination->starts_with('/'))
     return resolvedOriginalPath(files(), path);
   std::string whole = path.substr(0, path.rfind('/') + 1) + *destination;
   return files().fileExistsAtPath(whole) ? whole : path;
