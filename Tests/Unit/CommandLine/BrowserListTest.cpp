@@ -85,6 +85,16 @@ TEST(BrowserListTime, isThatOfTheLastChangeTheNewestFirst) {
   EXPECT_EQ(list.shown().front()->name, "new");
 }
 
+TEST(BrowserListTime, isBehindAllOthersWhereItCannotBeRead) {
+  kwtest::ScratchFolder scratch;
+  std::chrono::sys_seconds oldest(std::chrono::seconds(1));
+  std::filesystem::last_write_time(scratch.file("old", ""),
+                                   std::filesystem::file_time_type::clock::from_sys(oldest));
+  BrowserList list(folder(scratch.path(), {file("gone", 9), file("old", 1)}));
+  list.setOrder(BrowserList::Order::Time);
+  EXPECT_EQ(list.shown().front()->name, "old");
+}
+
 TEST(BrowserListTime, isReadAgainForAnItemThatChangedAndTheFoldersAboveIt) {
   using namespace std::chrono_literals;
   kwtest::ScratchFolder scratch;
@@ -145,6 +155,14 @@ TEST_F(BrowserListTest, findsNamesRoundTheEnd) {
   EXPECT_FALSE(list.search("z"));
 }
 
+TEST(BrowserListSearch, goesDownTheList) {
+  BrowserList list(folder("/t", {file("a1", 3), file("a2", 2), file("a3", 1)}));
+  for (const char *name : {"a2", "a3", "a1"}) {
+    EXPECT_TRUE(list.search("a"));
+    EXPECT_EQ(list.current()->name, name);
+  }
+}
+
 TEST_F(BrowserListTest, choosesMarkedItemsOrTheOneAtTheCursor) {
   EXPECT_EQ(list.chosen(), Strings{"/top/b"});
   list.moveBy(1);
@@ -165,6 +183,12 @@ TEST_F(BrowserListTest, forgetsTheMarksWithinAnItemThatGoes) {
   list.toggleMark();
   list.replace("/top/b", nullptr);
   EXPECT_EQ(list.chosen(), Strings{"/top/c"}) << "the one at the cursor";
+}
+
+TEST_F(BrowserListTest, movesTheCursorToTheNewEndWhenTheLastItemGoes) {
+  list.moveToEnd();
+  list.replace("/top/.a", nullptr);
+  EXPECT_EQ(list.chosen(), Strings{"/top/c"});
 }
 
 TEST_F(BrowserListTest, keepsTheMarksOfItemsWhoseNamesBeginAlike) {
