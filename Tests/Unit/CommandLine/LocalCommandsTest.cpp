@@ -104,12 +104,20 @@ TEST_F(Find, hasAnItemOfTheFoldersOwnNameWithAll) {
   EXPECT_EQ(out.str(), folder.path("foo/foo") + "\n");
 }
 
-TEST_F(Find, addsUpForAPerson) {
+TEST_F(Find, addsUpSeveralItemsForAPerson) {
+  std::string file = folder.file("a", "");
+  const Strings words{"find", "--largest", "2", "--under", folder.path()};
   onTerminal = true;
-  folder.file("a", "");
+  EXPECT_EQ(run(words), 0);
+  EXPECT_EQ(out.str(), "Zero KB\t" + file + "\n");
   folder.file("b", "");
-  EXPECT_EQ(run({"find", "--largest", "2", "--under", folder.path()}), 0);
+  EXPECT_EQ(run(words), 0);
   EXPECT_TRUE(out.str().ends_with("Zero KB\tin 2 items\n")) << out.str();
+  EXPECT_EQ(run({"find", "--largest", "2", "--under", folder.path(), "-0"}), 0);
+  EXPECT_FALSE(printed("in 2 items")) << "it is no path";
+  onTerminal = false;
+  EXPECT_EQ(run(words), 0);
+  EXPECT_FALSE(printed("in 2 items")) << "a program adds up by itself";
 }
 
 TEST_F(Find, endsPathsWithANul) {
@@ -136,6 +144,10 @@ TEST_F(Find, printsJSON) {
   EXPECT_EQ(run({"find", "foo", "--under", folder.path(), "--json"}), 0);
   EXPECT_EQ(out.str(), "{\"command\":\"find\",\"name\":\"foo\",\"path\":\"" + folder.path() +
                            "\",\"success\":true,\"paths\":[\"" + folder.path("foo") + "\"]}\n");
+  EXPECT_EQ(run({"find", "--largest", "1", "--under", folder.path(), "--json"}), 0);
+  EXPECT_EQ(out.str(), "{\"command\":\"find\",\"path\":\"" + folder.path() +
+                           "\",\"success\":true,\"found\":[{\"path\":\"" + folder.path("foo") +
+                           "\",\"bytes\":0}]}\n");
 }
 
 TEST_F(Find, printsTidyPathsForAFolderWithDotsBehindIt) {
@@ -179,6 +191,8 @@ TEST_F(Find, refusesPathsThatTheSearchWouldRefuse) {
   for (const Strings &words : std::initializer_list<Strings>{{},
                                                              {"foo", "--empty"},
                                                              {"foo", "--shallow"},
+                                                             {"foo", "--raw"},
+                                                             {"foo", "--exclude", "bar"},
                                                              {"--empty", "--largest", "1"},
                                                              {"--largest", "0"},
                                                              {"--older-than", "soon"}}) {
@@ -260,6 +274,9 @@ TEST_F(Find, tellsTheLeftoversOfAnApplicationInTheHome) {
   }
   EXPECT_FALSE(printed(folder.path(".config/other")));
   EXPECT_EQ(run({"--json", "find", "editor"}), 0);
+  EXPECT_TRUE(out.str().starts_with("{\"command\":\"find\",\"name\":\"editor\",\"success\":true,"
+                                    "\"found\":[{\"path\":"))
+      << out.str();
   EXPECT_TRUE(printed("\"path\":\"" + folder.path(".cache/Editor") + "\",\"bytes\":3"))
       << out.str();
 }
@@ -327,7 +344,9 @@ TEST_F(Inspect, tellsItsThreeTimes) {
   EXPECT_EQ(run({"--json", "inspect", file}), 0);
   std::smatch created;
   std::string text = out.str();
-  EXPECT_NE(text.find("\"success\":true,\"kind\":\"file\""), text.npos) << text;
+  EXPECT_TRUE(text.starts_with("{\"command\":\"inspect\",\"path\":\"" + file +
+                               "\",\"success\":true,\"kind\":\"file\",\"flags\":"))
+      << text;
   ASSERT_TRUE(std::regex_search(text, created, std::regex("\"created\":([0-9]+)"))) << text;
   std::int64_t seconds = std::stoll(created[1]);
   std::string moment = "unknown";
