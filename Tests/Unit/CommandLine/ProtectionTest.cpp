@@ -165,4 +165,15 @@ TEST_F(Protected, triesCuttingAndMovingWithoutDoingIt) {
   EXPECT_TRUE(record.requests.empty());
 }
 
+TEST_F(Protected, tellsProgramsWhatCuttingAndMovingWouldDo) {
+  std::string file = scratch.file("file", std::string(5000, 'x'));
+  EXPECT_EQ(run({"--json", "truncate", "-n", file}), 0);
+  EXPECT_EQ(out.str(), "{\"command\":\"truncate\",\"path\":\"" + file +
+                           "\",\"dryRun\":true,\"success\":true,\"freed\":8192}\n");
+  EXPECT_EQ(run({"--json", "move", "-n", file, "/no/such"}), 0);
+  EXPECT_EQ(out.str(), "{\"command\":\"move\",\"path\":\"" + file +
+                           "\",\"destination\":\"/no/such\",\"dryRun\":true,"
+                           "\"success\":true,\"items\":1,\"allocated\":8192}\n");
+}
+
 } // namespace

@@ -209,6 +209,13 @@ TEST_F(Telling, asksWithSubstance) {
   EXPECT_EQ(questions.back(), "Remove " + scratch.path() + ", keeping 1: 0 items, Zero KB? [y/N] ");
 }
 
+TEST_F(Telling, tellsProgramsThatThePersonDeclined) {
+  ask = [](const std::string &) { return "n"; };
+  EXPECT_EQ(run({"--json", "remove", item}), 1);
+  EXPECT_EQ(out.str(), "{\"success\":false,\"error\":{\"kind\":\"declined\","
+                       "\"description\":\"not confirmed; nothing was done\"}}\n");
+}
+
 TEST_F(Telling, tellsTheKeptItemsBeforeTheRemovedOnes) {
   std::filesystem::create_directory(scratch.path("tree"));
   std::string kept = scratch.file("tree/kept", "");
