@@ -4,11 +4,13 @@
 
 #include "Support/CommandRun.h"
 #include "Support/FakeAgent.h"
+#include "Support/FlushedAnswers.h"
 
 #include "Protocol/Identity.h"
 
 #include <gtest/gtest.h>
 
+#include <future>
 #include <sstream>
 #include <thread>
 
@@ -53,6 +55,7 @@ protected:
       return agent.client();
     };
     surroundings.outIsTerminal = outIsTerminal;
+    surroundings.ask = ask;
     int status = keepwell(words, std::move(surroundings));
     record.requests = agent.requests();
     return status;
@@ -60,6 +63,7 @@ protected:
 
   Record record;
   bool outIsTerminal = false;
+  std::function<std::optional<std::string>(const std::string &question)> ask;
   kwtest::CommandRun keepwell;
   std::ostringstream &out = keepwell.out;
   std::ostringstream &err = keepwell.err;
@@ -131,6 +135,23 @@ TEST_F(MaintenanceCommands, tellThatNoAgentAnswers) {
   }
 }
 
+TEST_F(MaintenanceCommands, eraseNothingWithoutAYes) {
+  Strings questions;
+  ask = [&](const std::string &question) {
+    questions.push_back(question);
+    return "n";
+  };
+  for (const char *verb : {"erase-asl", "erase-unified-log"}) {
+    EXPECT_EQ(run({verb}), 1);
+    EXPECT_EQ(err.str(), "keepwell: not confirmed; nothing was done\n");
+    EXPECT_TRUE(record.requests.empty());
+    EXPECT_EQ(run({verb, "--yes"}), 0);
+    EXPECT_EQ(record.requests.size(), 1u);
+  }
+  EXPECT_EQ(questions, (Strings{"Erase the system log store for good? [y/N] ",
+                                "Erase the unified log for good? [y/N] "}));
+}
+
 TEST_F(MaintenanceCommands, passOnTheOutputOfTheLogTool) {
   record.output = "gone \x1b[1m\n";
   outIsTerminal = true;
@@ -190,27 +211,48 @@ private:
   const std::thread::id maker_ = std::this_thread::get_id();
 };
 
+// Runs the repair on a terminal that both streams lead to, and returns its status.
+int repair(FakeAgent &agent, std::streambuf &output, bool asJSON) {
+  std::ostream out(&output), err(&output);
+  kw::Surroundings surroundings;
+  surroundings.out = &out;
+  surroundings.err = &err;
+  surroundings.connect = [&](const std::string &, const kw::ClientOptions &) {
+    return agent.client();
+  };
+  surroundings.hasTool = [](const std::string &) { return true; };
+  surroundings.outIsTerminal = true;
+  std::vector<const char *> words{"keepwell", "maintenance", "repair-permissions"};
+  if (asJSON)
+    words.push_back("--json");
+  return kw::runCommandLine(static_cast<int>(words.size()), words.data(), surroundings);
+}
+
 // Both threads would write at once when a signal comes.
 TEST(RepairOutput, isWrittenByTheCommandsThreadAlone) {
   for (bool asJSON : {false, true}) {
     FakeAgent agent;
     agent.setChunks({"one\n", "two\n"});
     ThreadsOfOutput output;
-    std::ostream out(&output), err(&output);
-    kw::Surroundings surroundings;
-    surroundings.out = &out;
-    surroundings.err = &err;
-    surroundings.connect = [&](const std::string &, const kw::ClientOptions &) {
-      return agent.client();
-    };
-    surroundings.hasTool = [](const std::string &) { return true; };
-    surroundings.outIsTerminal = true;
-    std::vector<const char *> words{"keepwell", "maintenance", "repair-permissions"};
-    if (asJSON)
-      words.push_back("--json");
-    EXPECT_EQ(kw::runCommandLine(static_cast<int>(words.size()), words.data(), surroundings), 0);
+    EXPECT_EQ(repair(agent, output, asJSON), 0);
     EXPECT_TRUE(output.isOfOneThread) << output.str();
     EXPECT_NE(output.str().find("two"), std::string::npos);
+  }
+}
+
+TEST(RepairOutput, comesWhileTheToolWorks) {
+  for (bool asJSON : {false, true}) {
+    FakeAgent agent;
+    agent.hold();
+    kwtest::FlushedAnswers output;
+    auto status = std::async(std::launch::async, [&] { return repair(agent, output, asJSON); });
+    agent.waitUntilSent(1);
+    for (const char *chunk : {"one", "two"}) {
+      agent.sendProgress(chunk);
+      output.waitFor(chunk);
+    }
+    agent.release();
+    EXPECT_EQ(status.get(), 0) << output.str();
   }
 }
 

@@ -6,6 +6,7 @@
 
 #include "Support/CommandRun.h"
 #include "Support/FakeAgent.h"
+#include "Support/FlushedAnswers.h"
 #include "Support/LockedItem.h"
 #include "Support/ScratchFolder.h"
 
@@ -239,34 +240,12 @@ private:
   char letter_ = 0;
 };
 
-// Knows when the written text has been flushed.
-class Answers : public std::stringbuf {
-public:
-  void waitFor(const std::string &text) {
-    std::unique_lock lock(mutex_);
-    flushed_.wait(lock, [&] { return seen_.find(text) != std::string::npos; });
-  }
-
-protected:
-  int sync() override {
-    std::lock_guard lock(mutex_);
-    seen_ = str();
-    flushed_.notify_all();
-    return 0;
-  }
-
-private:
-  std::mutex mutex_;
-  std::condition_variable flushed_;
-  std::string seen_;
-};
-
 TEST(Coprocess, getsEachAnswerBeforeItSendsTheNextPath) {
   for (const Strings &words :
        {Strings{"keepwell", "exists", "-0"}, {"keepwell", "size", "--local", "-0"}}) {
     FakeAgent agent;
     Pipe paths;
-    Answers answers;
+    kwtest::FlushedAnswers answers;
     std::istream in(&paths);
     std::ostream out(&answers);
     std::ostringstream err;
