@@ -268,8 +268,8 @@ TEST_F(CommandLineTest, gives2ForInvalidArguments) {
   for (const Strings &arguments :
        {Strings{}, Strings{"dance"}, Strings{"echo"}, Strings{"move", "/a"},
         Strings{"move", "/a", "/b", "/c"}, Strings{"remove"}, Strings{"remove", ""},
-        Strings{"exists"}, Strings{"truncate"}, Strings{"remove", "--sideways", "/a"},
-        Strings{"--bus"}}) {
+        Strings{"exists"}, Strings{"truncate"}, Strings{"inspect"},
+        Strings{"remove", "--sideways", "/a"}, Strings{"--bus"}}) {
     EXPECT_EQ(run(arguments), 2);
     EXPECT_TRUE(record.requests.empty());
     EXPECT_EQ(out.str(), "");

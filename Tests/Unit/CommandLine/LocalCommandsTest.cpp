@@ -416,6 +416,7 @@ TEST_F(Inspect, tellsOfProtectionAndHiding) {
   EXPECT_TRUE(printed("  flags:      hidden, restricted\n")) << out.str();
   EXPECT_TRUE(printed("  protection: restricted, rootless\n"));
   EXPECT_TRUE(printed("  hidden:     yes\n"));
+  EXPECT_TRUE(printed("  created:    unknown\n")) << "the volume keeps no such time";
   EXPECT_EQ(run({"inspect", folder.path(), "--json"}), 0);
   EXPECT_TRUE(printed("\"flags\":[\"hidden\",\"restricted\"],\"restricted\":true,"
                       "\"rootless\":true,\"hidden\":true,\"readable\":true,\"created\":0,"))
