@@ -96,6 +96,13 @@ TEST(ProgressLine, isReplacedByTheNextOutput) {
   }
 }
 
+TEST(ProgressLine, goesWithTheSession) {
+  Terminal terminal;
+  terminal.session->showProgress("1 of 2");
+  terminal.session.reset();
+  EXPECT_EQ(terminal.screen.str(), "\r\x1b[K1 of 2\r\x1b[K");
+}
+
 // Keeps its text back until it is flushed, as the standard output does.
 class HeldBack final : public std::stringbuf {
 public:
