@@ -2,6 +2,7 @@
 #include "CommandLine/SizeReport.h"
 
 #include <fmt/format.h>
+#include <span>
 
 namespace kw {
 namespace {
@@ -58,8 +59,8 @@ void SizeReport::sayBelow(Session &session, const MeasuredItem &folder, const st
   if (count == folder.children.size() || !session.isWatched())
     return;
   std::uint64_t rest = 0;
-  for (std::size_t index = count; index < folder.children.size(); ++index)
-    rest += folder.children[index].bytes;
+  for (const MeasuredItem &item : std::span(folder.children).subspan(count))
+    rest += item.bytes;
   session.say(fmt::format("{:>10} {} {:20} {}{} more", sizeInWords(rest, units),
                           percentInWords(rest, whole), "", indent, folder.children.size() - count));
 }

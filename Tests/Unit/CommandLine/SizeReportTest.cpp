@@ -54,6 +54,14 @@ TEST(SizeReport, indentsEachLevelAndSumsUpTheRest) {
                                  "     30 KB  30%                        3 more\n");
 }
 
+TEST(SizeReport, countsTheRestExactly) {
+  SizeReport report;
+  report.units = kw::Units::Plain;
+  report.most = 1;
+  EXPECT_TRUE(shown(report, folder("/top", {item("a", 7), item("b", 2), item("c", 1)}))
+                  .ends_with("         3  30%                        2 more\n"));
+}
+
 TEST(SizeReport, hasNoSecondSlashBelowTheRoot) {
   MeasuredItem root = folder("/", {folder("a", {item("x", 4'000)})});
   EXPECT_EQ(shown({}, root), "      4 KB 100% #################### /\n"
