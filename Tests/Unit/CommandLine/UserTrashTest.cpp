@@ -39,6 +39,11 @@ TEST(TrashDescription, hasPathsOfItsVolumeAndAnyBytes) {
             std::nullopt);
 }
 
+TEST(TrashDescription, endsWithItsText) {
+  std::string_view more("[Trash Info]\nPath=/%20");
+  EXPECT_EQ(itemFromDescription(more.substr(0, more.size() - 1), "/")->path, "/%2");
+}
+
 TEST(TrashDescription, saysNothingWithoutAPath) {
   for (const char *text : {"", "Path=/a\n", "[Trash Info]\n", "[Trash Info]\nPath=\n",
                            "[Trash Info]\n[Other]\nPath=/a\n", "[Trash Info]\nPathology=/a\n"})
