@@ -86,21 +86,6 @@ bool isSharedParent(const std::string &path) {
          (attributes->posixPermissions & sticky) != 0;
 }
 
-// Decodes escapes such as "\040", which the list of mounts has for spaces.
-std::string withoutEscapes(std::string_view text) {
-  std::string result;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    if (text[at] != '\\' || at + 3 >= text.size()) {
-      result += text[at];
-      continue;
-    }
-    int value = (text[at + 1] - '0') * 64 + (text[at + 2] - '0') * 8 + (text[at + 3] - '0');
-    result += static_cast<char>(value);
-    at += 3;
-  }
-  return result;
-}
-
 // Where volumes are mounted, on hosts that have a list of them.
 std::vector<std::string> mountPoints() {
   std::vector<std::string> points;
@@ -140,6 +125,20 @@ void addItems(const TrashFolder &folder, std::vector<TrashedItem> &items) {
 }
 
 } // namespace
+
+std::string withoutEscapes(std::string_view text) {
+  std::string result;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text[at] != '\\' || at + 3 >= text.size()) {
+      result += text[at];
+      continue;
+    }
+    int value = (text[at + 1] - '0') * 64 + (text[at + 2] - '0') * 8 + (text[at + 3] - '0');
+    result += static_cast<char>(value);
+    at += 3;
+  }
+  return result;
+}
 
 std::optional<TrashedItem> itemFromDescription(std::string_view text, const std::string &top) {
   auto path = valueOf(text, "Path");
@@ -185,7 +184,7 @@ std::vector<TrashedItem> trashedItems(const std::vector<TrashFolder> &folders) {
     addItems(folder, items);
   std::stable_sort(items.begin(), items.end(),
                    [](const TrashedItem &left, const TrashedItem &right) {
-                     return left.deleted.value_or(0) < right.deleted.value_or(0);
+                     return left.deleted < right.deleted; // no time comes first
                    });
   return items;
 }

@@ -31,6 +31,9 @@ std::optional<TrashedItem> itemFromDescription(std::string_view text, const std:
 // lead anywhere.
 std::vector<TrashFolder> ownFolders(const std::vector<TrashFolder> &folders);
 
+// Decodes escapes such as "\040", which the list of mounts has for spaces.
+std::string withoutEscapes(std::string_view text);
+
 // The folders of the Trash that this user has, in the home and on volumes.
 std::vector<TrashFolder> trashFolders();
 

@@ -50,6 +50,12 @@ TEST(TrashDescription, saysNothingWithoutAPath) {
     EXPECT_FALSE(itemFromDescription(text, "/")) << text;
 }
 
+TEST(ListOfMounts, hasEscapesOfThreeDigits) {
+  EXPECT_EQ(kw::withoutEscapes("\\040a\\134b\\011"), " a\\b\t");
+  EXPECT_EQ(kw::withoutEscapes("/a\\04"), "/a\\04") << "a digit is missing";
+  EXPECT_EQ(kw::withoutEscapes(std::string_view("/a\\040").substr(0, 5)), "/a\\04");
+}
+
 TEST(TrashFolders, areOnEachVolumeAndSharedOnesOnlyWithTheirStickyBit) {
   KW_REQUIRE_ROOT();
   kwtest::ScratchFolder scratch;
@@ -138,6 +144,7 @@ protected:
 TEST_F(UserTrash, isListedTheOldestFirst) {
   throwAway("b", describing("/srv/b", "2020-02-02T02:02:02"));
   throwAway("a", describing("/srv/a", "2021-01-01T01:01:01"));
+  throwAway("c", describing("/srv/c", "soon"));
   scratch.file("data/Trash/info/gone.trashinfo", describing("/srv/gone", "2019-01-01T01:01:01"));
   for (const char *name : {"", ".", ".."}) // these name the folder itself or one above
     scratch.file(std::string("data/Trash/info/") + name + ".trashinfo",
