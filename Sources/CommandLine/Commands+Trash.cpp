@@ -80,7 +80,7 @@ int listTrash(Session &session) {
     if (session.isStopped())
       return tellStoppedEarly(session, JSONObject().add("command", "trash list"));
     sum += bytes;
-    session.say(fmt::format("{}  {:>10}", momentInWords(item.deleted), sizeInWords(bytes)),
+    session.say(fmt::format("{:19}  {:>10}", momentInWords(item.deleted), sizeInWords(bytes)),
                 item.path);
     JSONObject object = pathRequest("trash list", item.path);
     object.add("success", true).add("bytes", bytes).addName("held", item.held);

@@ -150,7 +150,8 @@ TEST_F(UserTrash, isListedTheOldestFirst) {
     scratch.file(std::string("data/Trash/info/") + name + ".trashinfo",
                  describing("/srv/dots", "2019-01-01T01:01:01"));
   EXPECT_EQ(run({"trash", "list"}), 0);
-  EXPECT_EQ(out.str(), "2020-02-02 02:02:02        4 KB\t/srv/b\n"
+  EXPECT_EQ(out.str(), "unknown                    4 KB\t/srv/c\n"
+                       "2020-02-02 02:02:02        4 KB\t/srv/b\n"
                        "2021-01-01 01:01:01        4 KB\t/srv/a\n");
 }
 
