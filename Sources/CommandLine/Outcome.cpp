@@ -6,18 +6,6 @@
 namespace kw {
 namespace {
 
-bool isCancellation(const NS::Error &error) {
-  return error.domain() == NS::CocoaErrorDomain && error.code() == NS::UserCancelledError;
-}
-
-int tellStopped(Session &session, JSONObject request, const Wording &wording) {
-  const char *reason = "stopped; work done by then stays done";
-  session.sayFailure(request.add("success", false).add("error", jsonOfReason(reason, "cancelled")));
-  session.complain(fmt::format("{}: {}", wording.failed, reason));
-  session.noteStoppedInPart();
-  return ExitStopped;
-}
-
 std::string pathOf(const NS::Error &error) {
   auto found = error.userInfo().find(NS::FilePathErrorKey);
   const auto *path =
@@ -77,8 +65,6 @@ int tellOutcome(Session &session, JSONObject request, const Told &reply, const W
     session.say(wording.done);
     return ExitDone;
   }
-  if (reply.error && isCancellation(*reply.error))
-    return tellStopped(session, request, wording);
   request.add("success", false);
   std::string reason;
   if (reply.error)

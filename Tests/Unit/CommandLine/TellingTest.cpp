@@ -2,6 +2,7 @@
 #include "Support/AnsweredCommand.h"
 #include "Support/ForkedChild.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -82,6 +83,23 @@ TEST_F(Telling, printsTheDeepestCause) {
   EXPECT_EQ(run({"trash", item}), 1);
   EXPECT_EQ(err.str(), "keepwell: " + item +
                            " could not be moved to the Trash: /a: Operation not permitted\n");
+}
+
+TEST_F(Telling, printsTheAgentsOwnWordsForTheCause) {
+  record.success = false;
+  record.error =
+      NS::Error(NS::POSIXErrorDomain, 1,
+                NS::userInfoWith(NS::LocalizedDescriptionKey, std::string("the volume is sealed")));
+  EXPECT_EQ(run({"remove", "/a"}), 1);
+  EXPECT_EQ(err.str(), "keepwell: /a could not be removed: the volume is sealed\n");
+}
+
+// As a volume of a network or of another program may answer.
+TEST_F(Telling, takesTheFailureOfAVolumeForNoStop) {
+  record.success = false;
+  record.error = NS::fileError(ECANCELED, "/a", NS::FileAccess::Writing);
+  EXPECT_EQ(run({"remove", "/a"}), 1);
+  EXPECT_EQ(err.str(), "keepwell: /a could not be removed: Operation canceled\n");
 }
 
 TEST_F(Telling, looksForTheCauseWhereTheAgentGivesNone) {
