@@ -8,8 +8,6 @@
 namespace kw {
 
 struct PathReader::State {
-  static constexpr std::size_t longestQueue = 1024;
-
   explicit State(std::shared_ptr<Alarm> toRing) : alarm(std::move(toRing)) {}
 
   const std::shared_ptr<Alarm> alarm;

@@ -5,6 +5,7 @@
 
 #include "CommandLine/Alarm.h"
 
+#include <cstddef>
 #include <istream>
 #include <memory>
 #include <optional>
@@ -19,6 +20,9 @@ public:
     std::string path;
     const char *complaint = nullptr; // null for a path that can be used
   };
+
+  // It reads no further ahead than so many paths.
+  static constexpr std::size_t longestQueue = 1024;
 
   // The alarm rings when there is something to take, or nothing more to come.
   PathReader(std::istream &input, std::shared_ptr<Alarm> alarm);

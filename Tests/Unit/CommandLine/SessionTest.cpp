@@ -295,6 +295,14 @@ TEST(ProgressOfPaths, beginsWithTheTwentieth) {
   }
 }
 
+TEST(ProgressOfPaths, precedesThatOfTheItemUnderWay) {
+  Terminal terminal;
+  kw::showProgress(*terminal.session, 20, 60);
+  terminal.surroundings.now = [] { return std::chrono::steady_clock::time_point::max(); };
+  terminal.session->showAdvance({1, 4096, "/a"});
+  EXPECT_EQ(terminal.screen.str(), "\r\x1b[K20 of 60\r\x1b[K20 of 60: 1 item, 4 KB  /a");
+}
+
 TEST(StoppedEarly, isToldWithItsOwnStatus) {
   Terminal terminal;
   EXPECT_EQ(kw::tellStoppedEarly(*terminal.session, kw::JSONObject()), kw::ExitStopped);
@@ -319,6 +327,14 @@ TEST(MeasuringByAgent, hasTheTimeOfTheCommandOrItsOwn) {
     EXPECT_EQ(agent.sent().size(), 1u);
     agent.release();
   }
+}
+
+TEST(StoppedEarly, isAFailureForPrograms) {
+  Terminal terminal;
+  terminal.options.json = true;
+  kw::tellStoppedEarly(*terminal.session, kw::JSONObject().add("command", "find"));
+  EXPECT_EQ(terminal.screen.str(), "{\"command\":\"find\",\"success\":false,\"error\":{\"kind\":"
+                                   "\"cancelled\",\"description\":\"stopped\"}}\n");
 }
 
 TEST(Connection, isTriedOnlyOnce) {

@@ -114,6 +114,18 @@ TEST_F(Stopping, isToldToProgramsToo) {
                 "\"description\":\"stopped before it began\"}}\n");
 }
 
+TEST_F(Stopping, countsNoFailureAsStoppedInPart) {
+  agent.learnToCancel();
+  agent.setHandler([this](const kw::AgentMessage &) -> FakeAgent::Answer {
+    agent.holdFromNowOn();
+    return kw::ClientError(kw::ClientError::Kind::BadReply, "", "no number");
+  });
+  EXPECT_EQ(runAndStop({"size", "/a", "/b"}, 2), 130);
+  EXPECT_EQ(keepwell.err.str(), "keepwell: /a: no number\n"
+                                "keepwell: /b: stopped; work done by then stays done\n"
+                                "Stopped: 0 of 2 measured, 1 in part\n");
+}
+
 TEST_F(Stopping, endsASingleRequest) {
   agent.learnToCancel();
   agent.hold();
@@ -156,21 +168,156 @@ TEST_F(Stopping, leavesTheRestOfTheTrash) {
   EXPECT_TRUE(std::filesystem::exists(scratch.path("Trash/files/b")));
 }
 
-TEST(PathsFromStandardInput, areToldAfterAStopIfTheyWereRead) {
-  // The reader may go on with it for a moment after it was left.
-  static std::istringstream in(std::string("/a\0/b\0/c\0", 9));
+// A pipe within the program, whose reader waits for data.
+class Pipe : public std::streambuf {
+public:
+  void write(const std::string &text) {
+    std::lock_guard lock(mutex_);
+    text_ += text;
+    changed_.notify_all();
+  }
+  void close() {
+    std::lock_guard lock(mutex_);
+    isClosed_ = true;
+    changed_.notify_all();
+  }
+  // The written text that was not read yet.
+  std::string unread() {
+    std::lock_guard lock(mutex_);
+    return text_;
+  }
+
+protected:
+  int_type underflow() override {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return isClosed_ || !text_.empty(); });
+    if (text_.empty())
+      return traits_type::eof();
+    letter_ = text_.front();
+    text_.erase(0, 1);
+    setg(&letter_, &letter_, &letter_ + 1);
+    return traits_type::to_int_type(letter_);
+  }
+
+private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::string text_;
+  bool isClosed_ = false;
+  char letter_ = 0;
+};
+
+// The standard input of a command that takes its paths from there.
+class OpenInput : public testing::Test {
+protected:
+  OpenInput() {
+    surroundings.out = &out;
+    surroundings.err = &err;
+    surroundings.in = &in;
+    auto shared = std::make_shared<SharedAlarm>();
+    isReleased = shared->isReleased.get_future();
+    surroundings.alarm = alarm = std::shared_ptr<kw::Alarm>(shared, &shared->alarm);
+    session.emplace(surroundings, options);
+  }
+  ~OpenInput() override { awaitItsReader(); }
+  // A reader that was left goes on for a moment.
+  void awaitItsReader() {
+    pipe.close();
+    session.reset();
+    surroundings.alarm.reset();
+    alarm.reset();
+    isReleased.wait();
+  }
+  // Tells when the last thread has released it.
+  struct SharedAlarm {
+    SharedAlarm() = default;
+    ~SharedAlarm() { isReleased.set_value(); }
+    SharedAlarm(const SharedAlarm &) = delete;
+    SharedAlarm &operator=(const SharedAlarm &) = delete;
+
+    kw::Alarm alarm;
+    std::promise<void> isReleased;
+  };
+
+  Pipe pipe;
+  std::istream in{&pipe};
+  std::ostringstream out, err;
+  std::shared_ptr<kw::Alarm> alarm;
+  std::future<void> isReleased;
   kw::Surroundings surroundings;
-  surroundings.in = &in;
-  surroundings.alarm = std::make_shared<kw::Alarm>();
   kw::GlobalOptions options;
-  kw::Session session(surroundings, options);
-  kw::PathSource paths(session, {.given = {}, .fromStandardInput = true});
+  std::optional<kw::Session> session;
+  const kw::PathArguments fromPipe{.given = {}, .fromStandardInput = true};
+};
+
+TEST_F(OpenInput, givesThePathsThatWereReadBeforeAStop) {
+  kw::PathSource paths(*session, fromPipe);
+  pipe.write(std::string("/a\0/b\0", 6));
   EXPECT_EQ(paths.next(), "/a");
   while (!paths.isReady())
     std::this_thread::yield();
   paths.stopReading();
-  EXPECT_TRUE(paths.isReady()) << "it waits for no more";
   EXPECT_EQ(paths.next(), "/b");
+  ASSERT_TRUE(paths.isReady()) << "it waits for no more";
+  EXPECT_EQ(paths.next(), std::nullopt);
+}
+
+TEST_F(OpenInput, doesNotHoldUpACommandThatIsStopped) {
+  kw::PathSource paths(*session, fromPipe);
+  pipe.write(std::string("/a\0", 3));
+  EXPECT_EQ(kw::tellForEachPath(*session, "size", paths,
+                                [&](const std::string &) {
+                                  kw::Alarm::Heeding heeding(*alarm);
+                                  alarm->stop(interrupt);
+                                  return kw::ExitDone;
+                                }),
+            kw::ExitStopped);
+}
+
+TEST_F(OpenInput, isNotAwaitedWhileAPathHasMoreToGive) {
+  kw::PathSource paths(*session, fromPipe, [](const std::string &path) {
+    return Strings{path + "/1", path + "/2"};
+  });
+  pipe.write(std::string("/a\0", 3));
+  EXPECT_EQ(paths.next(), "/a/1");
+  EXPECT_TRUE(paths.isReady());
+  EXPECT_EQ(paths.next(), "/a/2");
+  pipe.close(); // which the reader waits for
+}
+
+TEST_F(OpenInput, isReadToTheEndOfAPathAtMostOnceItWasLeft) {
+  {
+    kw::PathReader reader(in, alarm);
+    pipe.write(std::string("/a\0", 3));
+    EXPECT_EQ(reader.next()->path, "/a");
+    reader.leave();
+  }
+  pipe.write(std::string("/b\0/c\0", 6));
+  awaitItsReader();
+  EXPECT_EQ(pipe.unread(), std::string("/c\0", 3));
+}
+
+TEST_F(OpenInput, isReadNoFurtherThanTheReaderHasRoomFor) {
+  constexpr std::size_t room = kw::PathReader::longestQueue;
+  std::string rest(room - 1, '\0');
+  {
+    kw::PathReader reader(in, alarm);
+    pipe.write(std::string(room + 1, '\0') + rest); // paths that are empty
+    pipe.close();
+    while (pipe.unread().size() > rest.size())
+      std::this_thread::yield();
+  }
+  EXPECT_EQ(pipe.unread(), rest);
+}
+
+TEST(NumberOfPaths, isKnownOfThoseGivenAsArguments) {
+  kw::Surroundings surroundings;
+  kw::GlobalOptions options;
+  kw::Session session(surroundings, options);
+  const kw::PathArguments given{{"/a", "/b"}};
+  EXPECT_EQ(kw::PathSource(session, given).count(), 2u);
+  auto expand = [](const std::string &path) { return Strings{path}; };
+  EXPECT_EQ(kw::PathSource(session, given, expand).count(), std::nullopt);
 }
 
 TEST(TellingForEachPath, endsWhenTheCommandIsStopped) {
@@ -205,40 +352,6 @@ TEST(Alarm, isNotHeededWhereNothingIsUnderWayNorTwice) {
   EXPECT_EQ(alarm.stopSignal(), interrupt);
   EXPECT_FALSE(alarm.stop(interrupt));
 }
-
-// A pipe within the program, whose reader waits for data.
-class Pipe : public std::streambuf {
-public:
-  void write(const std::string &text) {
-    std::lock_guard lock(mutex_);
-    text_ += text;
-    changed_.notify_all();
-  }
-  void close() {
-    std::lock_guard lock(mutex_);
-    isClosed_ = true;
-    changed_.notify_all();
-  }
-
-protected:
-  int_type underflow() override {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return isClosed_ || !text_.empty(); });
-    if (text_.empty())
-      return traits_type::eof();
-    letter_ = text_.front();
-    text_.erase(0, 1);
-    setg(&letter_, &letter_, &letter_ + 1);
-    return traits_type::to_int_type(letter_);
-  }
-
-private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::string text_;
-  bool isClosed_ = false;
-  char letter_ = 0;
-};
 
 TEST(Coprocess, getsEachAnswerBeforeItSendsTheNextPath) {
   for (const Strings &words :
