@@ -56,8 +56,7 @@ bool isProtected(const fs::path &folder) {
   auto is = [&](const char *other) { return isSame(folder, other); };
   // Under a second mount of the volume the folder has the same name.
   auto isAbove = [&](const char *other) {
-    return folder.parent_path() == other || isSame(folder, other) ||
-           isSame(folder, other / folder.filename());
+    return isSame(folder, other) || isSame(folder, other / folder.filename());
   };
   return std::any_of(protectedBelow.begin(), protectedBelow.end(), isAbove) ||
          std::any_of(protectedItself.begin(), protectedItself.end(), is);

@@ -1,6 +1,7 @@
 // Items that are left alone unless their path is typed, and the display before
 // the consent to a removal.
 #include "Support/AnsweredCommand.h"
+#include "Support/PrivateMounts.h"
 #include "Support/ScopedVariable.h"
 
 #include "CommandLine/ProtectedPaths.h"
@@ -41,6 +42,21 @@ TEST(Protection, seesThroughLinksOfTheFoldersAbove) {
   EXPECT_TRUE(kw::protectionOf(scratch.path("root/usr/share")));
   EXPECT_TRUE(kw::protectionOf(scratch.path("root/.")));
   EXPECT_FALSE(kw::protectionOf(scratch.path("root"))) << "the link itself";
+}
+
+TEST(Protection, isOfASecondMountOfSuchAFolder) {
+  KW_REQUIRE_ROOT();
+  kwtest::ScratchFolder scratch;
+  std::string mount = scratch.path("second");
+  fs::create_directory(mount);
+  EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
+              if (!kwtest::bindMount("/usr", mount))
+                return "no mount";
+              if (!kw::protectionOf(mount) || !kw::protectionOf(mount + "/share"))
+                return "not protected";
+              return kw::protectionOf(mount + "/share/doc") ? "too much is protected" : "";
+            }),
+            "");
 }
 
 class Protected : public kwtest::AnsweredCommand {
@@ -90,6 +106,11 @@ TEST_F(Protected, foldersAreToldToProgramsToo) {
             "{\"command\":\"remove\",\"path\":\"/usr/share\",\"success\":false,\"error\":"
             "{\"kind\":\"protected\",\"description\":\"/usr/share is protected; see "
             "--force-protected\"}}\n");
+}
+
+TEST_F(Protected, foldersAddNothingToADryRun) {
+  EXPECT_EQ(run({"remove", "-n", "/usr/share"}), 1);
+  EXPECT_EQ(out.str(), "0 items, Zero KB on disk, Zero KB would be freed\n");
 }
 
 TEST_F(Protected, foldersGoOnceTheirPathIsTyped) {
