@@ -121,10 +121,10 @@ std::optional<std::int64_t> ageFromWords(std::string_view text) {
 Check storesBytes(std::uint64_t &target) {
   return [&target](const std::string &text) -> std::string {
     auto bytes = bytesFromWords(text);
-    target = bytes.value_or(0);
-    return bytes
-               ? ""
-               : fmt::format("\"{}\" is not a size such as 20000, 1.5M or 2GiB", displayable(text));
+    if (!bytes)
+      return fmt::format("\"{}\" is not a size such as 20000, 1.5M or 2GiB", displayable(text));
+    target = *bytes;
+    return "";
   };
 }
 

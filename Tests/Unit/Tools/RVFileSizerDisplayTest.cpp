@@ -1,21 +1,20 @@
 // Sizes as text: the units, the rounding, the texts of the main bundle.
 #include "Tools/RVFileSizer.h"
 
-#include "Foundation/Base/SharedInstance.h"
-#include "Foundation/Desktop/Bundle.h"
+#include "Support/FakeBundle.h"
 #include "Support/LocaleVariables.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <map>
 #include <stdlib.h>
 #include <thread>
 
 namespace {
 
 using kw::RVFileSizer;
+using kwtest::FakeBundle;
 __extension__ using Wide = unsigned __int128;
 
 const RVFileSizer &sizer() {
@@ -28,27 +27,6 @@ public:
   void SetUp() override { ::setenv("LC_ALL", "C", 1); }
 };
 [[maybe_unused]] const auto *const environment = testing::AddGlobalTestEnvironment(new PointLocale);
-
-// A string table of the test that records its keys.
-class FakeBundle final : public NS::Bundle {
-public:
-  std::map<std::string, std::string> texts;
-  std::vector<std::string> asked;
-
-  std::string localizedStringForKey(const std::string &key, const std::optional<std::string> &value,
-                                    const std::optional<std::string> &table) override {
-    EXPECT_EQ(value, "");
-    EXPECT_EQ(table, std::nullopt);
-    asked.push_back(key);
-    auto found = texts.find(key);
-    return found == texts.end() ? key : found->second;
-  }
-  std::optional<std::string> infoString(const std::string &) override { return std::nullopt; }
-  std::optional<std::string> executablePath() override { return std::nullopt; }
-
-private:
-  NS::ScopedOverride<NS::Bundle> override_{*this};
-};
 
 struct Row {
   std::uint64_t size;
