@@ -46,7 +46,7 @@ bool RemovalPlanner::isTaken(const std::string &path) const {
   if (taken_.contains(path))
     return true;
   std::string_view above = path;
-  for (std::size_t slash; (slash = above.rfind('/')) != above.npos && slash > 0;) {
+  for (std::size_t slash; (slash = above.rfind('/')) != above.npos;) {
     above = above.substr(0, slash);
     if (taken_.contains(above))
       return true;

@@ -29,6 +29,7 @@ public:
   };
   std::vector<Step> steps;
   bool refuses = false;         // open fails
+  bool refusesFirst = false;    // the same, but only once
   int failure = 0;              // the reason why the walk is given up after the last step
   bool raisesOnClose = false;   // close raises
   std::function<void()> onRead; // called before each entry
@@ -56,7 +57,7 @@ public:
     openedPath = path;
     openedOptions = options;
     ++opened;
-    if (!refuses)
+    if (!std::exchange(refusesFirst, false) && !refuses)
       return std::make_unique<Stream>(*this);
     errno = ENOMEM;
     return nullptr;

@@ -134,6 +134,10 @@ TEST_F(RemovalPlanTest, isNotLedAroundTheListByLinks) {
   EXPECT_TRUE(plan({scratch.path("link/kept")}, "real/kept/file").roots.empty());
   EXPECT_TRUE(plan({scratch.path("real/kept")}, "link/./../link/kept").roots.empty());
   EXPECT_EQ(relative(plan({scratch.path("link/k*")}, "real").roots), Strings{});
+  file("real/some/kept");
+  file("real/some/other");
+  EXPECT_EQ(relative(plan({scratch.path("real/some/kept")}, "link/some").roots),
+            Strings{"link/some/other"});
   // The link itself is an item of its own.
   EXPECT_EQ(relative(plan({scratch.path("real/kept")}, "link").roots), Strings{"link"});
 }
@@ -155,6 +159,23 @@ TEST_F(RemovalPlanTest, countsHardLinksTogetherAcrossItems) {
   EXPECT_EQ(one.freedBytes, 0u);
   EXPECT_EQ(two.allocatedBytes, 0u);
   EXPECT_EQ(two.freedBytes, one.allocatedBytes);
+  EXPECT_EQ(one.largest.sorted().size(), 1u);
+  EXPECT_TRUE(two.largest.sorted().empty());
+}
+
+// As on a volume that gives all of them one number.
+TEST_F(RemovalPlanTest, countsFilesWithoutHardLinksEachByItself) {
+  kwtest::FakeFTS walks;
+  NS::FTSStat status;
+  status.linkCount = 1;
+  status.blocks = 8;
+  NS::FTSEntry &top = walks.add(scratch.path("tree"), NS::FTSInfo::D, walks.top);
+  for (const char *name : {"tree/a", "tree/b"})
+    walks.add(scratch.path(name), NS::FTSInfo::F, top, status);
+  walks.again(top, NS::FTSInfo::DP);
+  RemovalPlan plan = this->plan({});
+  EXPECT_EQ(plan.allocatedBytes, 8192u);
+  EXPECT_EQ(plan.freedBytes, 8192u);
 }
 
 TEST_F(RemovalPlanTest, countsNothingTwice) {
@@ -179,9 +200,23 @@ TEST_F(RemovalPlanTest, knowsAnItemThatAnotherPathHasTaken) {
   }
   file("other/a");
   EXPECT_EQ(planner.plan(scratch.path("other")).roots.size(), 1u);
-  RemovalPlan again = planner.plan(scratch.path("other/a"));
-  EXPECT_TRUE(again.exists);
-  EXPECT_TRUE(again.roots.empty());
+  for (const char *path : {"other", "other/a"}) {
+    RemovalPlan again = planner.plan(scratch.path(path));
+    EXPECT_TRUE(again.exists) << path;
+    EXPECT_TRUE(again.roots.empty()) << path;
+  }
+}
+
+TEST_F(RemovalPlanTest, takesNoFolderForAMountPointWithoutAKnownVolumeAbove) {
+  kwtest::FakeFTS walks;
+  walks.refusesFirst = true; // for the folder above
+  NS::FTSStat status;
+  status.device = 7;
+  NS::FTSEntry &top = walks.add(scratch.path("tree"), NS::FTSInfo::D, walks.top, status);
+  walks.again(top, NS::FTSInfo::DP);
+  RemovalPlan plan = this->plan({});
+  EXPECT_TRUE(plan.refusals.empty());
+  EXPECT_EQ(relative(plan.roots), Strings{"tree"});
 }
 
 TEST_F(RemovalPlanTest, takesAnItemThatCannotBeSeenForOneThatExists) {
@@ -194,13 +229,71 @@ TEST_F(RemovalPlanTest, takesAnItemThatCannotBeSeenForOneThatExists) {
                 RemovalPlan plan = RemovalPlanner(keep).plan(scratch.path("shut/inner"));
                 if (!plan.exists)
                   return "missing";
+                if (plan.unknown != Strings{scratch.path("shut/inner")})
+                  return "not among the unknown ones";
                 return plan.roots.empty() == names.empty() ? "other roots" : "";
               }),
               "");
   std::filesystem::permissions(scratch.path("shut"), std::filesystem::perms::owner_all);
 }
 
+class RemovalPreview : public kwtest::AnsweredCommand {
+protected:
+  // Has the folder hold another one that this user cannot read.
+  void SetUp() override {
+    NS::FTSStat folder;
+    folder.mode = 0040755;
+    NS::FTSEntry &top = walks.add(tree, NS::FTSInfo::D, walks.top, folder);
+    NS::FTSEntry &inner = walks.add(closed, NS::FTSInfo::D, top, folder);
+    walks.again(inner, NS::FTSInfo::DNR);
+    walks.again(top, NS::FTSInfo::DP);
+  }
+
+  kwtest::FakeFTS walks;
+  std::string tree = scratch.path();
+  std::string closed = tree + "/closed";
+};
+
+TEST_F(RemovalPreview, hasTheAgentMeasureAFolderThatCannotBeRead) {
+  record.size = 50'000;
+  EXPECT_EQ(run({"remove", "-n", tree}), 0);
+  EXPECT_EQ(out.str(), "Would remove " + tree + "\n     50 KB  " + closed +
+                           "\nat least 2 items, 50 KB on disk, 50 KB would be freed\n");
+  EXPECT_EQ(run({"--json", "remove", "-n", tree}), 0);
+  EXPECT_EQ(out.str(),
+            "{\"command\":\"remove\",\"path\":\"" + tree +
+                "\",\"dryRun\":true,\"success\":true,\"remove\":[\"" + tree +
+                "\"],\"kept\":[],\"unknown\":[],\"measured\":[\"" + closed +
+                "\"],\"items\":2,\"allocated\":50000,\"freed\":50000,\"largest\":[{\"path\":\"" +
+                closed +
+                "\",\"bytes\":50000}]}\n{\"command\":\"remove\",\"dryRun\":true,\"success\":true,"
+                "\"total\":{\"items\":2,\"allocated\":50000,\"freed\":50000}}\n");
+}
+
+TEST_F(RemovalPreview, tellsOfAFolderThatTheAgentCannotMeasure) {
+  record.failure = kwtest::ClientError(kwtest::ClientError::Kind::Refused, "", "no");
+  EXPECT_EQ(run({"remove", "-n", tree}), 0);
+  EXPECT_EQ(out.str(), "Would remove " + tree +
+                           "\nat least 2 items, Zero KB on disk, Zero KB would be freed\n");
+  EXPECT_EQ(err.str(), "keepwell: " + closed + " cannot be read; its contents are not counted\n");
+}
+
+TEST_F(RemovalPreview, promisesNoSpaceFromTheTrash) {
+  record.size = 50'000;
+  EXPECT_EQ(run({"trash", "-n", tree}), 0);
+  EXPECT_TRUE(out.str().ends_with("\nat least 2 items, 50 KB on disk, Zero KB would be freed\n"))
+      << out.str();
+  EXPECT_EQ(run({"--json", "trash", "-n", tree}), 0);
+  EXPECT_NE(out.str().find("\"allocated\":50000,\"freed\":0,"), std::string::npos) << out.str();
+}
+
 class RemovalAround : public kwtest::AnsweredCommand {};
+
+TEST_F(RemovalAround, tellsInADryRunOfAnItemThatIsNotThere) {
+  EXPECT_EQ(run({"remove", "-n", scratch.path("missing")}), 0);
+  EXPECT_EQ(out.str(), scratch.path("missing") +
+                           " is not there\n0 items, Zero KB on disk, Zero KB would be freed\n");
+}
 
 // Otherwise it would go with the items to keep.
 TEST_F(RemovalAround, leavesAnItemThatCouldNotBeReadToItsEnd) {
