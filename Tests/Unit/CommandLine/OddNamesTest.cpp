@@ -206,6 +206,22 @@ TEST_F(OddItems, areLookedAtOnTheSpot) {
     }
 }
 
+TEST_F(OddItems, areNotTakenForVerbs) {
+  scratch.file("list", "");
+  EXPECT_TRUE(sentBy({"trash", "list"}).empty());
+  EXPECT_EQ(status, kw::ExitUsage);
+  EXPECT_TRUE(keepwell.err.str().starts_with(
+      "keepwell: there is an item called list here: write ./list for it, or ask for \"trash list\" "
+      "in another folder\n"))
+      << keepwell.err.str();
+  auto sent = sentBy({"trash", "./list"});
+  ASSERT_EQ(sent.size(), 1u);
+  EXPECT_EQ(std::get<std::string>(sent[0].arguments.at(0)), whole("./list"));
+  fs::remove("list");
+  EXPECT_TRUE(sentBy({"trash", "list"}).empty());
+  EXPECT_EQ(status, kw::ExitDone);
+}
+
 TEST_F(OddItems, ofJobsAreReadOnTheSpot) {
   for (const std::string &name : names) {
     scratch.file(name, "<plist><dict><key>Label</key><string>x</string></dict></plist>");

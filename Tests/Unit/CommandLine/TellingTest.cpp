@@ -234,6 +234,26 @@ TEST_F(Telling, tellsProgramsThatThePersonDeclined) {
                        "\"description\":\"not confirmed; nothing was done\"}}\n");
 }
 
+TEST_F(Telling, namesTheFirstFivePathsInItsQuestion) {
+  std::string question;
+  ask = [&](const std::string &text) {
+    question = text.substr(text.rfind("Remove "));
+    return "n";
+  };
+  Strings words = {"remove"};
+  std::string named = "Remove ";
+  for (const char *name : {"a", "b", "c", "d", "e"}) {
+    words.push_back(scratch.file(name, ""));
+    named += (words.size() > 2 ? ", " : "") + words.back();
+  }
+  run(words);
+  EXPECT_EQ(question, named + ": 5 items, Zero KB? [y/N] ");
+  words.push_back(scratch.file("f", ""));
+  words.push_back(scratch.file("g", ""));
+  run(words);
+  EXPECT_EQ(question, named + " and 2 more: 7 items, Zero KB? [y/N] ");
+}
+
 TEST_F(Telling, tellsTheKeptItemsBeforeTheRemovedOnes) {
   std::filesystem::create_directory(scratch.path("tree"));
   std::string kept = scratch.file("tree/kept", "");
@@ -274,6 +294,8 @@ TEST_F(Telling, refusesInADryRunPathsThatTheAgentWouldRefuse) {
     EXPECT_EQ(run({"remove", "-n", "--force-protected", path}), 1) << path;
     EXPECT_EQ(err.str(), std::string("keepwell: ") + path + " is never removed\n");
   }
+  EXPECT_EQ(run({"remove", "-n", "--force-protected", "//"}), 1);
+  EXPECT_EQ(err.str(), "keepwell: / is never removed\n");
   EXPECT_EQ(run({"remove", "-n", "--force-protected", "/proc"}), 1);
   EXPECT_EQ(err.str(), "keepwell: /proc is a mount point and is never removed\n");
   EXPECT_EQ(run({"remove", "-n", "/\xff"}), 1);
