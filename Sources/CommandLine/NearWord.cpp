@@ -19,7 +19,7 @@ std::size_t changesBetween(std::string_view left, std::string_view right) {
       }
       std::size_t least = std::min({changes[i - 1][j] + 1, changes[i][j - 1] + 1,
                                     changes[i - 1][j - 1] + (left[i - 1] != right[j - 1])});
-      if (i > 1 && j > 1 && left[i - 1] == right[j - 2] && left[i - 2] == right[j - 1])
+      if (i > 1 && j > 1 && left[i - 1] == right.at(j - 2) && left.at(i - 2) == right[j - 1])
         least = std::min(least, changes[i - 2][j - 2] + 1);
       changes[i][j] = least;
     }

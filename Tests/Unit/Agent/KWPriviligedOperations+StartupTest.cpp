@@ -301,6 +301,8 @@ TEST_F(StartupHandlersTest, aConfigurationThatOnlyALimitRefusesIsLeftAlone) {
   EXPECT_EQ(contents.writes, 0);
   EXPECT_TRUE(files.calls.empty());
   EXPECT_THAT(replies, ElementsAre(false, false, false, false));
+  ASSERT_EQ(log.lines().size(), 4u);
+  EXPECT_TRUE(log.lines()[0].starts_with("/etc/launchd.conf is left as it is: ")) << log.lines()[0];
 }
 
 TEST_F(StartupHandlersTest, theBackupOfAnEmptyConfigurationReplacesAnEarlierOne) {

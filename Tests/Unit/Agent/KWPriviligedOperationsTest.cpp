@@ -206,6 +206,17 @@ TEST_F(FileHandlers, passNoErrorOfASecureRemoval) {
   EXPECT_FALSE(fs::exists(scratch.path("file")));
 }
 
+TEST_F(FileHandlers, passTheErrorOfASecureRemovalThatIsCancelled) {
+  NS::Progress progress;
+  NS::Progress::Scope scope(progress);
+  progress.cancel();
+  operations.securelyRemoveItemAtPath(scratch.file("file", "secret"), answer.block());
+  EXPECT_FALSE(answer.flag);
+  ASSERT_TRUE(answer.error);
+  EXPECT_EQ(answer.error->domain(), NS::CocoaErrorDomain);
+  EXPECT_EQ(answer.error->code(), NS::UserCancelledError);
+}
+
 TEST_F(FileHandlers, truncateAFileAndPassNoError) {
   operations.truncateFileAtPath(scratch.file("file", "content"), answer.block());
   EXPECT_TRUE(answer.flag);
