@@ -65,6 +65,21 @@ TEST(SecureRemoval, overwritesAFileInPlaceBeforeItGoes) {
   EXPECT_EQ(left.find("secret"), std::string::npos);
 }
 
+// Of eight random bytes hardly all are zero.
+TEST(SecureRemoval, overwritesEachByteWithNoise) {
+  std::string seen(1'100'000, '\0');
+  for (int removal = 0; removal < 8; ++removal) {
+    ScratchFolder scratch;
+    Witness witness(scratch.file("file", std::string(seen.size(), '\0')));
+    EXPECT_EQ(removeSecurely(scratch.path("file")), 0);
+    std::string left = witness.content();
+    ASSERT_EQ(left.size(), seen.size());
+    for (std::size_t at = 0; at < seen.size(); ++at)
+      seen[at] = static_cast<char>(seen[at] | left[at]);
+  }
+  EXPECT_EQ(seen.find('\0'), std::string::npos);
+}
+
 TEST(SecureRemoval, overwritesNothingWithoutTheFlag) {
   ScratchFolder scratch;
   Witness witness(scratch.file("file", "content"));
