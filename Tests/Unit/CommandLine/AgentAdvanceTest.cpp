@@ -25,6 +25,13 @@ TEST(AdvanceRate, isThatSinceTheFirstReport) {
   EXPECT_EQ(rate.of({3, 13000}, start + 4s), 2000u) << "one large item may take long";
 }
 
+TEST(AdvanceRate, isKnownAfterASecondAlsoWhereNothingCame) {
+  AdvanceRate rate;
+  EXPECT_EQ(rate.of({1, 5000}, start), std::nullopt);
+  EXPECT_EQ(rate.of({2, 5000}, start + 1s), 0u) << "empty files";
+  EXPECT_EQ(rate.of({3, 9000}, start + 2s), 2000u);
+}
+
 TEST(AdvanceRate, beginsAgainWithTheNextWork) {
   AdvanceRate rate;
   EXPECT_EQ(rate.of({100, 1'000'000}, start), std::nullopt);
@@ -45,6 +52,15 @@ TEST(AdvanceLine, hasItemsBytesRateAndTheEndOfALongPath) {
   EXPECT_TRUE(line.ends_with("x/last")) << line;
   EXPECT_EQ(kw::advanceInWords("", {1, 4096, "/a\x1b[2J"}, std::nullopt),
             "1 item, 4 KB  /a\\x1b[2J");
+}
+
+TEST(AdvanceLine, hasAPathWhereTenCharactersAreLeftForIt) {
+  std::string figures = "1 item, 4 KB";
+  std::string before(67 - figures.size(), 'x');
+  EXPECT_EQ(kw::advanceInWords(before, {1, 4096, "/srv/long/path"}, std::nullopt),
+            before + ": " + figures + "  .../path");
+  EXPECT_EQ(kw::advanceInWords(before + "x", {1, 4096, "/srv/long/path"}, std::nullopt),
+            before + "x: " + figures);
 }
 
 TEST(AdvanceLine, cutsNoCharacterInTwo) {

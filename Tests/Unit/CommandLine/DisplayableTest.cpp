@@ -28,7 +28,7 @@ TEST(HiddenCharacter, isAControlATurnOfTheTextOrAnEndOfALine) {
 TEST(Displayable, escapesControlsAndKeepsOtherText) {
   EXPECT_EQ(displayable("a ~é\u00a0"), "a ~é\u00a0");
   EXPECT_EQ(displayable("\x1b[31m\n\x7f"), "\\x1b[31m\\x0a\\x7f");
-  EXPECT_EQ(displayable("\u009f\u202e"), "\\u009f\\u202e");
+  EXPECT_EQ(displayable("\u0080\u009f\u202e"), "\\u0080\\u009f\\u202e");
   EXPECT_EQ(displayable("a\\x"), "a\\\\x");
   EXPECT_EQ(displayable("\xff\xe2\x80"), "\\xff\\xe2\\x80");
 }
@@ -38,6 +38,7 @@ TEST(EndOfText, fillsTheRoomAndCutsNoCharacter) {
   EXPECT_EQ(endOf("abcdefghi", 8), "...efghi");
   EXPECT_EQ(endOf("abcdéfghi", 8), "...fghi") << "of the accented letter there is no part";
   EXPECT_EQ(endOf("abcdeéghi", 8), "...éghi");
+  EXPECT_EQ(endOf("abcdefgh\x80\x80", 5), "...") << "the rest is no character";
 }
 
 } // namespace
