@@ -80,8 +80,8 @@ class ChangesTest(unittest.TestCase):
 
     def test_the_tests_of_a_file_are_known_by_its_name_and_by_the_list(self):
         self.assertIn("RVFileSizerBulk", mutate.own_suites("Sources/Tools/RVFileSizer.cpp"))
-        self.assertIn("CommandLineTest", mutate.own_suites("Sources/CommandLine/Help.cpp"))
-        self.assertNotIn("Helpers", mutate.own_suites("Sources/CommandLine/Help.cpp"))
+        self.assertIn("CommandLineTest", mutate.own_suites("Sources/CommandLine/Program.cpp"))
+        self.assertNotIn("Helpers", mutate.own_suites("Sources/CommandLine/Program.cpp"))
 
     def test_each_reason_names_a_change(self):
         every = {mutant.key() for folder, _ in mutate.ROOMS.values()
