@@ -252,6 +252,36 @@ TEST_F(SizeOfTree, isMeasuredByTheAgentWhereItCannotBeRead) {
   fs::permissions(tree + "/large", fs::perms::owner_all);
 }
 
+// In a folder that is closed to this user.
+TEST_F(SizeOfTree, isThatOfTheAgentWhereOnlyTheAgentSeesTheItem) {
+  fs::permissions(scratch.path(), fs::perms(0755));
+  fs::permissions(tree, fs::perms::none);
+  std::string hidden = tree + "/middle", size = "SizeOfItemAtPath " + hidden;
+  auto told = [&](const Strings &words, const Strings &requests) {
+    std::string status = std::to_string(run(words));
+    return record.requests == requests ? status + " " + out.str() + err.str() : "other requests";
+  };
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
+              record.size = 1; // so that it exists
+              std::string text = told({"size", "--bytes", hidden}, {size});
+              record.size = 0;
+              Strings both{size, "FileExistsAtPath " + hidden};
+              text += told({"size", "--bytes", hidden}, both);
+              record.success = false;
+              text += told({"size", "--bytes", hidden}, both);
+              return text + told({"size", "--local", hidden}, {});
+            }),
+            "0 1\t" + hidden + "\n0 0\t" + hidden + "\n1 keepwell: " + hidden +
+                ": there is nothing there\n1 keepwell: " + hidden +
+                " could not be measured: Permission denied\n");
+  fs::permissions(tree, fs::perms::owner_all);
+}
+
+TEST_F(SizeOfTree, isThatOfAPath) {
+  EXPECT_EQ(run({"size"}), 2);
+  EXPECT_TRUE(err.str().starts_with("keepwell: PATH is required")) << err.str();
+}
+
 TEST_F(SizeOfTree, hasASlashAfterTheNamesOfFoldersAlone) {
   scratch.file("tree/plain", "");
   onTerminal = true;
