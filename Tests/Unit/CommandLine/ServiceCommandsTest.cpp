@@ -4,6 +4,7 @@
 #include "Support/CommandRun.h"
 #include "Support/FakeAgent.h"
 #include "Support/FakeLaunchd.h"
+#include "Support/ScopedVariable.h"
 #include "Support/ScratchFolder.h"
 
 #include "Foundation/Base/SharedInstance.h"
@@ -39,12 +40,14 @@ protected:
     surroundings.connect = [&](const std::string &, const kw::ClientOptions &) {
       return agent.client();
     };
+    surroundings.ask = ask;
     int status = keepwell(words, std::move(surroundings));
     record.requests = agent.requests();
     return status;
   }
 
   Record record;
+  std::function<std::optional<std::string>(const std::string &question)> ask;
   kwtest::CommandRun keepwell;
   std::ostringstream &out = keepwell.out;
   std::ostringstream &err = keepwell.err;
@@ -149,7 +152,45 @@ TEST_F(ServiceCommands, tryWorkThatCannotBeUndone) {
   EXPECT_TRUE(record.requests.empty());
 }
 
+// Removing it asks for no path to be typed either.
+TEST_F(ServiceCommands, tryTheRemovalOfAnExtensionThatIsAProtectedFolder) {
+  kwtest::ScratchFolder scratch;
+  kwtest::ScopedVariable home("HOME", scratch.path());
+  EXPECT_EQ(run({"kext", "remove", "-n", scratch.path()}), kw::ExitDone);
+  EXPECT_TRUE(out.str().starts_with("Would remove " + scratch.path() + "\n")) << out.str();
+}
+
+TEST_F(ServiceCommands, askBeforeWorkThatCannotBeUndone) {
+  Strings questions;
+  ask = [&](const std::string &question) {
+    questions.push_back(question);
+    return "n";
+  };
+  for (const auto &[words, question] :
+       {std::pair{Strings{"launchd", "remove", "/j"}, "Remove the job /j for good? [y/N] "},
+        std::pair{Strings{"kext", "remove", "/k"}, "Remove /k for good? [y/N] "},
+        std::pair{Strings{"package", "forget", "org.p"}, "Forget org.p for good? [y/N] "},
+        std::pair{Strings{"slim", "/b"}, "Strip /b for good? [y/N] "}}) {
+    questions.clear();
+    EXPECT_EQ(run(words), kw::ExitRefused);
+    EXPECT_EQ(questions, Strings{question});
+    EXPECT_EQ(err.str(), "keepwell: not confirmed; nothing was done\n");
+    EXPECT_TRUE(record.requests.empty());
+    Strings confirmed = words;
+    confirmed.insert(confirmed.begin() + 1, "--yes");
+    if (words.front() != "slim") // whose options come before its path
+      std::swap(confirmed[1], confirmed[2]);
+    EXPECT_EQ(run(confirmed), kw::ExitDone) << err.str();
+    EXPECT_EQ(record.requests.size(), 1u);
+  }
+  questions.clear();
+  EXPECT_EQ(run({"launchd", "disable", "/j"}), kw::ExitDone);
+  EXPECT_TRUE(questions.empty()) << "it can be enabled again";
+}
+
 TEST_F(ServiceCommands, tellProgramsInJSON) {
+  run({"--json", "slim", "/b"});
+  EXPECT_EQ(out.str(), "{\"command\":\"slim\",\"path\":\"/b\",\"success\":true}\n");
   run({"--json", "launchd", "enable", "/j"});
   EXPECT_EQ(out.str(), "{\"command\":\"launchd enable\",\"path\":\"/j\",\"success\":true}\n");
   record.success = false;
@@ -220,9 +261,20 @@ TEST_F(ServiceCommands, tellTheContentsOfAJobsListWithoutTheAgent) {
                            "\",\"success\":true,\"label\":\"org.x\",\"loaded\":true,"
                            "\"runAtLoad\":true,\"periodic\":false,\"application\":\"/A.app\","
                            "\"applicationIsCertain\":false}\n");
-  EXPECT_EQ(run({"launchd", "info", scratch.path("missing")}), kw::ExitRefused);
-  EXPECT_NE(err.str(), "");
   EXPECT_TRUE(record.requests.empty());
+}
+
+TEST_F(ServiceCommands, tellWhyAFileCannotBeReadAsAJobsList) {
+  kwtest::ScratchFolder scratch;
+  std::string missing = scratch.path("missing"), other = scratch.file("other", "text");
+  EXPECT_EQ(run({"launchd", "info", missing}), kw::ExitRefused);
+  EXPECT_EQ(err.str(), "keepwell: " + missing + " could not be read: No such file or directory\n");
+  EXPECT_EQ(run({"launchd", "info", other}), kw::ExitRefused);
+  EXPECT_EQ(err.str(), "keepwell: " + other + " could not be read: it is not a job list\n");
+  EXPECT_EQ(run({"--json", "launchd", "info", other}), kw::ExitRefused);
+  EXPECT_EQ(out.str(), "{\"command\":\"launchd info\",\"path\":\"" + other +
+                           "\",\"success\":false,\"error\":{\"kind\":\"failed\","
+                           "\"description\":\"it is not a job list\"}}\n");
 }
 
 } // namespace
