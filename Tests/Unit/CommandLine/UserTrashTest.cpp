@@ -2,6 +2,7 @@
 #include "CommandLine/UserTrash.h"
 
 #include "Support/AnsweredCommand.h"
+#include "Support/FakeFTS.h"
 #include "Support/ForkedChild.h"
 #include "Support/PrivateMounts.h"
 #include "Support/ScopedVariable.h"
@@ -206,7 +207,7 @@ TEST_F(UserTrash, isNotTrustedWhenItsFoldersAreLinks) {
 }
 
 TEST_F(UserTrash, isRestoredWithoutReplacingAnything) {
-  std::string place = scratch.path("deep/place");
+  std::string place = scratch.path("very/deep/place");
   throwAway("a", describing(place, "2020-02-02T02:02:02"));
   EXPECT_EQ(run({"trash", "restore", "-n", place}), 0);
   EXPECT_EQ(out.str(), "Would restore " + place + ", 4 KB\n");
@@ -215,7 +216,7 @@ TEST_F(UserTrash, isRestoredWithoutReplacingAnything) {
   EXPECT_NE(out.str().find("\"dryRun\":true,\"success\":true"), std::string::npos) << out.str();
   EXPECT_EQ(run({"trash", "restore", place}), 0);
   EXPECT_EQ(out.str(), "Restored " + place + "\n");
-  EXPECT_EQ(scratch.content("deep/place"), "text");
+  EXPECT_EQ(scratch.content("very/deep/place"), "text");
   EXPECT_FALSE(fs::exists(held("a")));
   EXPECT_TRUE(fs::is_empty(scratch.path("data/Trash/info")));
   throwAway("a", describing(place, "2020-02-02T02:02:02"));
@@ -224,6 +225,42 @@ TEST_F(UserTrash, isRestoredWithoutReplacingAnything) {
   EXPECT_TRUE(fs::exists(held("a")));
   EXPECT_EQ(run({"trash", "restore", "/never/thrown"}), 1);
   EXPECT_TRUE(record.requests.empty());
+}
+
+// The agent is asked only where the rights of the user do not suffice.
+TEST_F(UserTrash, keepsAnItemWhosePlaceIsNoLongerInAFolder) {
+  std::string place = scratch.file("file", "") + "/place";
+  throwAway("a", describing(place, "2020-02-02T02:02:02"));
+  EXPECT_EQ(run({"trash", "restore", place}), 1);
+  EXPECT_TRUE(err.str().starts_with("keepwell: " + place + " could not be restored: "))
+      << err.str();
+  EXPECT_TRUE(record.requests.empty()) << record.requests.front();
+  EXPECT_TRUE(fs::exists(held("a")));
+  EXPECT_FALSE(fs::is_empty(scratch.path("data/Trash/info")));
+}
+
+TEST_F(UserTrash, isRestoredByTheAgentIntoAFolderThatIsClosedToTheUser) {
+  if (!kwtest::isRoot())
+    GTEST_SKIP() << "needs root, to become another user";
+  fs::create_directory(scratch.path("closed"));
+  std::string place = scratch.path("closed/place");
+  throwAway("a", describing(place, "2020-02-02T02:02:02"));
+  fs::permissions(scratch.path(), fs::perms(0755));
+  fs::permissions(scratch.path("closed"), fs::perms(0755));
+  for (const char *name : {"", "/info", "/files", "/files/a"}) // the user's own
+    ASSERT_EQ(::chown((scratch.path("data/Trash") + name).c_str(), 65534, 65534), 0);
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
+              if (run({"trash", "restore", place}) != 0)
+                return err.str();
+              return record.requests == Strings{"MoveItemAtPath " + held("a") + " " + place}
+                         ? out.str()
+                         : "other requests";
+            }),
+            "Restored " + place + "\n");
+}
+
+TEST_F(UserTrash, needsThePathOfAnItemToRestore) {
+  EXPECT_EQ(run({"trash", "restore"}), 2);
 }
 
 TEST_F(UserTrash, isEmptiedOfOldItemsOnly) {
@@ -260,6 +297,21 @@ TEST_F(UserTrash, isAddedUpForAPerson) {
   EXPECT_TRUE(out.str().ends_with("\n2 items in the Trash, 8 KB freed, 0.0 s\n")) << out.str();
 }
 
+TEST_F(UserTrash, mayBeEmpty) {
+  onTerminal = true;
+  EXPECT_EQ(run({"trash", "list"}), 0);
+  EXPECT_EQ(out.str(), "0 items in the Trash, Zero KB\n");
+  EXPECT_EQ(run({"trash", "empty", "-n"}), 0);
+  EXPECT_EQ(out.str(), "0 items in the Trash, Zero KB would be freed\n");
+}
+
+TEST_F(UserTrash, countsNothingForAnItemThatHasGoneMeanwhile) {
+  throwAway("a", describing("/srv/a", "2020-02-02T02:02:02"));
+  kwtest::FakeFTS walks; // finds nothing
+  EXPECT_EQ(run({"trash", "list", "--json"}), 0);
+  EXPECT_NE(out.str().find("\"bytes\":0,"), std::string::npos) << out.str();
+}
+
 TEST_F(UserTrash, isNotMistakenForAnItemOfItsVerbsName) {
   kwtest::ScratchFolder here;
   here.file("list", "");
@@ -271,6 +323,15 @@ TEST_F(UserTrash, isNotMistakenForAnItemOfItsVerbsName) {
   EXPECT_EQ(status, 2);
   EXPECT_EQ(stated, 0);
   EXPECT_EQ(record.requests, Strings{"MoveToTrashItemAtPath " + here.path("list")});
+}
+
+TEST_F(UserTrash, getsNothingThatIsToBeRemoved) {
+  trash = [](const std::string &) { return true; };
+  for (const auto &[command, member] : {std::pair{"remove", "RemoveItemAtPath "},
+                                        std::pair{"shred", "SecurelyRemoveItemAtPath "}}) {
+    EXPECT_EQ(run({command, item}), 0);
+    EXPECT_EQ(record.requests, Strings{member + item});
+  }
 }
 
 TEST_F(UserTrash, isUsedBeforeTheAgentIsAsked) {
