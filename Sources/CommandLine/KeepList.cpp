@@ -78,9 +78,9 @@ bool takes(const Token &token, char letter) {
   case Token::Kind::Set:
     return letter != '/' && setHolds(token.set, letter) != token.isOutside;
   case Token::Kind::DeepRun:
-    return true;
+    break;
   }
-  return false;
+  return true;
 }
 
 // A run may take nothing.
@@ -102,11 +102,10 @@ std::string escaped(const std::string &text) {
   return result;
 }
 
-// The same pattern with the links in its plain beginning followed.
+// The same absolute pattern with the links in its plain beginning followed.
 std::string throughLinks(const std::string &pattern) {
-  std::size_t plain = std::min(pattern.find_first_of(special), pattern.size());
-  std::size_t slash = pattern.rfind('/', plain == pattern.size() ? plain : plain - 1);
-  if (slash == 0 || slash == pattern.npos)
+  std::size_t slash = pattern.rfind('/', pattern.find_first_of(special));
+  if (slash == 0)
     return pattern;
   std::error_code ignored;
   auto folder = std::filesystem::weakly_canonical(pattern.substr(0, slash), ignored);

@@ -381,6 +381,7 @@ TEST_F(CommandLineTest, hasAnExampleInTheHelpOfEachCommand) {
   EXPECT_EQ(description.find("\"examples\":[]"), std::string::npos);
   EXPECT_NE(description.find("\"names\":[\"--timeout\"]"), std::string::npos);
   EXPECT_NE(description.find("\"arguments\":[{\"name\":\"paths\","), std::string::npos);
+  EXPECT_NE(description.find("{\"names\":[\"-n\",\"--dry-run\"],"), std::string::npos);
   EXPECT_EQ(description.find("\"names\":[\"--describe\"]"), std::string::npos) << "hidden";
   int commands = 0;
   for (std::size_t at = 0; (at = description.find("\"words\":[\"", at)) != std::string::npos;

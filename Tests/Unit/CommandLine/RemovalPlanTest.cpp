@@ -42,11 +42,14 @@ TEST(KeepPattern, matchesAsAShellWould) {
                          Row{"*.pdf", "a.pdf.x", false},
                          Row{"[abc]", "b", true},
                          Row{"[a-c]x", "bx", true},
+                         Row{"[abc]", "]", false},
                          Row{"[!a-c]", "b", false},
                          Row{"[!a-c]", "d", true},
                          Row{"[!a]", "/", false},
                          Row{"[^a]", "b", true},
                          Row{"[!]a]", "]", false},
+                         Row{"[!a]b", "bb", true},
+                         Row{"[a-c]", "a", true},
                          Row{"[a-c]", "c", true},
                          Row{"[a-c]", "-", false},
                          Row{"[a-cx]", "x", true},
@@ -140,6 +143,28 @@ TEST_F(RemovalPlanTest, isNotLedAroundTheListByLinks) {
             Strings{"link/some/other"});
   // The link itself is an item of its own.
   EXPECT_EQ(relative(plan({scratch.path("real/kept")}, "link").roots), Strings{"link"});
+}
+
+TEST_F(RemovalPlanTest, takesTheFolderThatALinkLeadsToByItsOwnName) {
+  file("[k]?/kept");
+  file("[k]?/go");
+  file("kk/kept");
+  std::filesystem::create_directory_symlink(scratch.path("[k]?"), scratch.path("link"));
+  Strings patterns{scratch.path("link/kept")};
+  EXPECT_EQ(relative(plan(patterns, "[k]?").roots), Strings{"[k]?/go"});
+  EXPECT_EQ(relative(plan(patterns, "kk").roots), Strings{"kk"}) << "its name is no pattern";
+}
+
+TEST_F(RemovalPlanTest, keepsItemsWhoseNamesAreGivenWithSlashesBehindThem) {
+  file("tree/a/file");
+  file("tree/b");
+  for (const char *name : {"a/", "a//"})
+    EXPECT_EQ(relative(plan({name}).roots), Strings{"tree/b"}) << name;
+}
+
+TEST_F(RemovalPlanTest, takesNothingWhereTheRootIsKept) {
+  file("tree/a");
+  EXPECT_TRUE(plan({"/"}).roots.empty());
 }
 
 TEST_F(RemovalPlanTest, knowsMissingItems) {
