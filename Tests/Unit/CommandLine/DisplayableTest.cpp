@@ -10,7 +10,7 @@ namespace {
 using kw::displayable;
 using kw::endOf;
 
-// Both ends of each range.
+// Each of a range, and neither neighbour.
 TEST(HiddenCharacter, isAControlATurnOfTheTextOrAnEndOfALine) {
   for (auto [first, last] : {std::pair<char32_t, char32_t>{0, 0x1f},
                              {0x7f, 0x9f},
@@ -18,8 +18,8 @@ TEST(HiddenCharacter, isAControlATurnOfTheTextOrAnEndOfALine) {
                              {0x200e, 0x200f},
                              {0x2028, 0x202e},
                              {0x2066, 0x2069}}) {
-    EXPECT_TRUE(kw::isHiddenCharacter(first)) << static_cast<unsigned>(first);
-    EXPECT_TRUE(kw::isHiddenCharacter(last)) << static_cast<unsigned>(last);
+    for (char32_t each = first; each <= last; ++each)
+      EXPECT_TRUE(kw::isHiddenCharacter(each)) << static_cast<unsigned>(each);
     EXPECT_TRUE(first == 0 || !kw::isHiddenCharacter(first - 1)) << static_cast<unsigned>(first);
     EXPECT_FALSE(kw::isHiddenCharacter(last + 1)) << static_cast<unsigned>(last);
   }
