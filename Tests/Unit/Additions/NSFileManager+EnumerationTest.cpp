@@ -1,6 +1,7 @@
 // Search, walk and filtered list, over real folders and over made-up walks.
 #include "Additions/NSFileManager+Enumeration.h"
 
+#include "Support/Allocations.h"
 #include "Support/FakeFTS.h"
 #include "Support/ForkedChild.h"
 #include "Support/LogRecorder.h"
@@ -11,6 +12,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <new>
 
 namespace {
 
@@ -54,6 +56,29 @@ protected:
 using FindFile = Enumeration;
 using Walk = Enumeration;
 using FilteredList = Enumeration;
+
+// A name with other letters than ASCII's takes memory to compare.
+TEST_F(FindFile, losesNoItemInSilenceWithoutMemory) {
+  std::string name = "gr\u00f6\u00dfe and more than a small string holds";
+  file(name);
+  bool wasShort = true;
+  int rounds = 0;
+  for (; wasShort; ++rounds) {
+    kwtest::LogRecorder log;
+    bool isTold = false;
+    Paths found;
+    kwtest::allocationsLeft() = rounds;
+    try {
+      found = kw::findFile(manager, name, root, false, true, nullptr);
+    } catch (const std::bad_alloc &) {
+      isTold = true;
+    }
+    wasShort = !kwtest::allocationsLeft();
+    kwtest::allocationsLeft().reset();
+    EXPECT_TRUE(isTold || !log.lines().empty() || relative(found) == Paths{name}) << rounds;
+  }
+  EXPECT_GT(rounds, 10);
+}
 
 TEST_F(FindFile, findsNamesThatContainTheNameButNoNumberedCopies) {
   for (const char *name : {"foo", "Foo Agent", "foo 2", "foo3", "fo", "other"})
