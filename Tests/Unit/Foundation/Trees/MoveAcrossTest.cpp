@@ -17,6 +17,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
@@ -382,6 +383,34 @@ NS::Descriptor bottomOf(const std::string &path, const std::string &name) {
       return folder;
     folder = std::move(next);
   }
+}
+
+// A file of ext4 has 65,000 names at most, of memory as many as there is room for.
+TEST(MoveAcross, hasAFurtherCopyOnlyWhenOneCanHaveNoMoreNames) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  EXPECT_EQ(besideAnotherVolume(
+                scratch,
+                [&]() -> std::string {
+                  constexpr int names = 65'100;
+                  fs::create_directory(scratch.path("other/tree"));
+                  scratch.file("other/tree/0", "text");
+                  for (int name = 1; name < names; ++name)
+                    fs::create_hard_link(scratch.path("other/tree/0"),
+                                         scratch.path("other/tree/" + std::to_string(name)));
+                  if (moveCode(scratch.path("other/tree"), scratch.path("tree")))
+                    return "the move failed";
+                  std::map<ino_t, int> copies;
+                  for (int name = 0; name < names; ++name) {
+                    struct stat status {};
+                    std::string path = scratch.path("tree/" + std::to_string(name));
+                    if (::lstat(path.c_str(), &status) != 0)
+                      return path + " is missing";
+                    ++copies[status.st_ino];
+                  }
+                  return copies.size() <= 2 ? "" : std::to_string(copies.size()) + " copies";
+                }),
+            "");
 }
 
 TEST(MoveAcross, keepsHardLinksAtAnyDepthInLittleMemory) {
