@@ -59,6 +59,9 @@ public:
   void finishWhenCancelled() { finishes_ = true; }
   // Has the first request that is to be cancelled end all others to shred too.
   void endAllWhenOneIsCancelled() { endsAll_ = true; }
+  // From now on it answers before it leaves, and leaves with the answer to the
+  // echo of this text.
+  void leaveAtEchoOnly(const char *text) { leavesAt_ = text; }
   // From now on it also reports progress in messages of another form, and that
   // of calls that do not exist.
   void talkNonsense() { talksNonsense_ = true; }
@@ -96,7 +99,7 @@ private:
   }
   void answer(BusMessage &call, const std::string &member) {
     if (member == "Echo")
-      reply(call, std::string(call.readText()), std::monostate());
+      echo(call);
     else if (member == "MoveItemAtPath")
       failWithACause(call);
     else if (member == "FlushDNS")
@@ -137,9 +140,17 @@ private:
     bus_.send(answer);
   }
 
+  void echo(BusMessage &call) {
+    std::string text(call.readText());
+    if (!text.empty() && text == leavesAt_.load())
+      bus_.releaseName(name);
+    reply(call, text, std::monostate());
+  }
+
   // As the end of a process looks to the bus.
   void leave(const BusMessage &call, const std::string &member) {
-    bus_.releaseName(name);
+    if (!*leavesAt_.load())
+      bus_.releaseName(name);
     member == "RemoveASL" ? reply(call, true, std::monostate()) : reply(call);
   }
 
@@ -231,6 +242,7 @@ private:
   NS::BusConnection bus_;
   NS::BusWaker waker_;
   std::map<std::uint32_t, BusMessage> shredding_; // by the serial of the call
+  std::atomic<const char *> leavesAt_ = "";
   std::atomic<bool> finishes_ = false;
   std::atomic<bool> endsAll_ = false;
   std::atomic<bool> talksNonsense_ = false;

@@ -116,6 +116,17 @@ TEST_F(AgentConnectionTest, waitsUntilTheNameHasNoOwner) {
   EXPECT_EQ(error.kind(), ClientError::Kind::Unreachable);
 }
 
+TEST_F(AgentConnectionTest, endsARequestToLeaveWithTheAnswerAndTheNameOnly) {
+  StandInAgent agent(bus.address());
+  agent.leaveAtEchoOnly("leave");
+  auto request = client->pleaseTerminateAsync();
+  agent.waitUntilCalled("PleaseTerminate");
+  EXPECT_EQ(client->echo("stay").text, "stay"); // its answer comes after the other
+  EXPECT_FALSE(request.isEnded());
+  EXPECT_EQ(client->echo("leave").text, "leave");
+  EXPECT_EQ(request.wait().error(), nullptr);
+}
+
 TEST_F(AgentConnectionTest, tellsAnAgentThatWentAwayFromOneThatNeverWasThere) {
   auto agent = std::make_unique<StandInAgent>(bus.address());
   auto request = client->securelyRemoveItemAtPathAsync("/a");
