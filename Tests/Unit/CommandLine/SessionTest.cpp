@@ -152,7 +152,7 @@ TEST(Output, comesBeforeAWait) {
   terminal.session.reset();
 }
 
-// What a session prints where it is not used by a person at a terminal.
+// One kind of output, and the text that a session prints there.
 struct Elsewhere {
   const char *name;
   std::function<void(Terminal &)> arrange;

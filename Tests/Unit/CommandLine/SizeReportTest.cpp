@@ -1,4 +1,4 @@
-// What the report on a tree shows to a person and to a program.
+// The report on a tree, as a person and as a program get it.
 #include "CommandLine/SizeReport.h"
 
 #include "Support/Terminal.h"

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -376,6 +377,22 @@ TEST(CopyItem, reportsAMissingSourceAsAReadingError) {
   std::optional<NS::Error> error;
   EXPECT_FALSE(manager().copyItemAtPath(scratch.path("missing"), scratch.path("copy"), &error));
   EXPECT_EQ(error->code(), NS::FileReadNoSuchFileError);
+}
+
+// A file that was exchanged for another kind of item fails in another way.
+TEST(CopyItem, tellsThatAFileCannotBeRead) {
+  ScratchFolder scratch;
+  std::string file = scratch.file("file", "text");
+  std::filesystem::permissions(scratch.path(), std::filesystem::perms(0777));
+  std::filesystem::permissions(file, std::filesystem::perms::none);
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
+              std::optional<NS::Error> error;
+              if (manager().copyItemAtPath(file, scratch.path("copy"), &error))
+                return "it was copied";
+              const NS::Error *cause = error->underlyingError();
+              return cause && cause->code() == EACCES ? "" : error->description();
+            }),
+            "");
 }
 
 TEST(CopyItem, replacesNothing) {
