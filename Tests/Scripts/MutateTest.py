@@ -112,6 +112,15 @@ folder = MutateTest.mutate.DISK + "/folder"
 os.mkdir(folder)
 print(os.stat(folder).st_blocks > 0)
 """
+    # Runs a program of tests that fails and leaves a file behind.
+    LEAVER = CONFINE + """
+program = MutateTest.mutate.ROOT / "build/of-this-test/Tests/leaver"
+program.parent.mkdir(parents=True)
+program.write_text("#!/bin/sh\\ntouch \\"$TMPDIR/left\\" && exit 1\\n")
+program.chmod(0o755)
+print(MutateTest.mutate.Bench(["leaver"], "build/of-this-test")._run("leaver", "*"))
+print(os.path.exists(MutateTest.mutate.DISK), "left" in os.listdir(MutateTest.mutate.DISK))
+"""
 
     def confined(self, program):
         """Runs the program in the namespaces; returns what it wrote."""
@@ -138,6 +147,10 @@ print(os.stat(folder).st_blocks > 0)
     def test_folders_take_space_where_the_tests_work(self):
         disk = self.DISK.format(tests=f"{SOURCE}/Tests/Scripts")
         self.assertEqual(self.confined(disk), "True\n")
+
+    def test_a_failed_test_leaves_nothing_that_takes_room_from_the_next(self):
+        leaver = self.LEAVER.format(tests=f"{SOURCE}/Tests/Scripts")
+        self.assertEqual(self.confined(leaver), "failed\nTrue False\n")
 
 
 if __name__ == "__main__":
