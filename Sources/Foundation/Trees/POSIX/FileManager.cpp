@@ -112,7 +112,7 @@ bool makeFolder(const std::string &path) {
 bool makeFolders(const std::string &path) {
   for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
        slash = path.find('/', slash + 1))
-    if (path[slash - 1] != '/' && !makeFolder(path.substr(0, slash)))
+    if (!makeFolder(path.substr(0, slash)))
       return false;
   return makeFolder(path);
 }

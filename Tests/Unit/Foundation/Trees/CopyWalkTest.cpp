@@ -1,10 +1,13 @@
-// Copies whose folders are shared out to several threads.
+// Copies whose folders are shared out to several threads, and copies of a tree
+// that another process changes meanwhile.
+#include "Foundation/Base/Progress.h"
 #include "Foundation/Trees/FileManager.h"
 #include "Foundation/Trees/POSIX/TreeMove.h"
 #include "Support/FakeProcessors.h"
 #include "Support/LockedItem.h"
 #include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
+#include "Support/WatchedCalls.h"
 
 #include <gtest/gtest.h>
 
@@ -135,7 +138,9 @@ TEST(CopyWalk, worksWithSeveralThreads) {
   ScratchFolder scratch;
   EXPECT_EQ(besideAnotherVolume(scratch,
                                 [&]() -> std::string {
-                                  makeTree(scratch);
+                                  for (int number = 0; number < folders; ++number)
+                                    fs::create_directories(scratch.path(
+                                        "tree/" + std::to_string(number) + "/inner/deeper"));
                                   // On a busy machine a copy can end before it is looked at.
                                   // There are this thread, the one that counts, and the helpers.
                                   for (int turn = 0; turn < 50; ++turn)
@@ -167,6 +172,136 @@ TEST(CopyWalk, ofSeveralThreadsLeavesNothingWhenOneMeetsAnImmovableItem) {
                   return describe(scratch, "tree") == before ? "" : "the source has changed";
                 }),
             "");
+}
+
+// Copies "tree" to "copy". The change happens just before the first call of this
+// number that the condition holds for.
+template <typename Condition>
+std::string copyDuring(const ScratchFolder &scratch, unsigned call, const Condition &condition,
+                       const std::function<void()> &change) {
+  return kwtest::inForkedChild([&]() -> std::string {
+    bool isWatched = kwtest::beforeCalls(
+        call, [&, isChanged = false](const kwtest::CallArguments &arguments) mutable {
+          if (condition(arguments) && !std::exchange(isChanged, true))
+            change();
+        });
+    if (!isWatched)
+      return "the calls cannot be watched";
+    std::optional<NS::Error> error;
+    bool isCopied = NS::FileManager::defaultManager().copyItemAtPath(scratch.path("tree"),
+                                                                     scratch.path("copy"), &error);
+    return isCopied ? "" : error->description();
+  });
+}
+
+// After the copy of one name of a file, before the look at the other.
+std::string copyDuringChangeBetweenNames(const ScratchFolder &scratch,
+                                         const std::function<void()> &change) {
+  return copyDuring(
+      scratch, SYS_linkat, [](const auto &) { return true; }, change);
+}
+
+void setTimeOfChange(const std::string &path, time_t seconds) {
+  timespec times[] = {{seconds, 5}, {seconds, 5}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+TEST(CopyWalk, keepsTheNamesOfAFileTogetherWhileItGetsAnother) {
+  ScratchFolder scratch;
+  fs::create_directory(scratch.path("tree"));
+  fs::create_hard_link(scratch.file("tree/one", "content"), scratch.path("tree/other"));
+  EXPECT_EQ(
+      copyDuringChangeBetweenNames(
+          scratch, [&] { fs::create_hard_link(scratch.path("tree/one"), scratch.path("third")); }),
+      "");
+  EXPECT_TRUE(fs::equivalent(scratch.path("copy/one"), scratch.path("copy/other")));
+  EXPECT_EQ(scratch.content("copy/one"), "content");
+}
+
+// As when a file is replaced by one that gets the same inode number.
+TEST(CopyWalk, copiesAFileOnceMoreThatChangesBetweenItsNames) {
+  ScratchFolder scratch;
+  fs::create_directory(scratch.path("tree"));
+  std::string one = scratch.file("tree/one", "sooner");
+  fs::create_hard_link(one, scratch.path("tree/other"));
+  setTimeOfChange(one, 1000);
+  EXPECT_EQ(copyDuringChangeBetweenNames(scratch,
+                                         [&] {
+                                           scratch.file("tree/one", "later!");
+                                           setTimeOfChange(one, 2000);
+                                         }),
+            "");
+  EXPECT_EQ((std::set{scratch.content("copy/one"), scratch.content("copy/other")}),
+            (std::set<std::string>{"later!", "sooner"}));
+}
+
+// Between the look at the folder and its opening.
+TEST(CopyWalk, copiesTheLinkThatTakesAFoldersPlace) {
+  ScratchFolder scratch;
+  fs::create_directories(scratch.path("tree/folder"));
+  auto opensFolder = [](const auto &arguments) { return arguments.text(1) == "folder"; };
+  EXPECT_EQ(copyDuring(scratch, SYS_openat, opensFolder,
+                       [&] {
+                         fs::rename(scratch.path("tree/folder"), scratch.path("former"));
+                         fs::create_symlink("elsewhere", scratch.path("tree/folder"));
+                       }),
+            "");
+  EXPECT_EQ(fs::read_symlink(scratch.path("copy/folder")), "elsewhere");
+}
+
+// Moves "tree" to another volume. The folder in it is locked after the look at it.
+std::string moveDuringLock(const ScratchFolder &scratch, const kwtest::HeldLock &folder) {
+  return besideAnotherVolume(scratch, [&]() -> std::string {
+    bool isWatched = kwtest::beforeCalls(SYS_openat, [&](const kwtest::CallArguments &arguments) {
+      if (arguments.text(1) == "folder")
+        folder.lock();
+    });
+    if (!isWatched)
+      return "the calls cannot be watched";
+    std::optional<NS::Error> error;
+    if (move(scratch, error))
+      return "moved";
+    if (error->code() != NS::FileWriteNoPermissionError)
+      return error->description();
+    return fs::is_empty(scratch.path("other")) ? "" : "something was left";
+  });
+}
+
+TEST(CopyWalk, refusesAFolderThatIsLockedJustBeforeItIsOpened) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  fs::create_directories(scratch.path("tree/folder"));
+  kwtest::LockedItem probe(scratch.file("probe", ""));
+  KW_REQUIRE_LOCKED(probe);
+  kwtest::HeldLock folder(scratch.path("tree/folder"));
+  EXPECT_EQ(moveDuringLock(scratch, folder), "");
+}
+
+// A copy of "tree" to "copy" with this progress.
+bool copyWith(const ScratchFolder &scratch, NS::Progress &progress) {
+  NS::Progress::Scope scope(progress);
+  return NS::FileManager::defaultManager().copyItemAtPath(scratch.path("tree"),
+                                                          scratch.path("copy"), nullptr);
+}
+
+TEST(CopyProgress, countsEachNameOfAFileAndItsDataOnce) {
+  ScratchFolder scratch;
+  fs::create_directory(scratch.path("tree"));
+  fs::create_hard_link(scratch.file("tree/one", "content"), scratch.path("tree/other"));
+  fs::create_symlink("one", scratch.path("tree/link"));
+  NS::Progress progress;
+  ASSERT_TRUE(copyWith(scratch, progress));
+  EXPECT_EQ(progress.snapshot().items, 4u);
+  EXPECT_EQ(progress.snapshot().bytes, 7u);
+}
+
+TEST(CopyProgress, tellsThePathOfAnItemWhenItIsAskedFor) {
+  ScratchFolder scratch;
+  fs::create_directories(scratch.path("tree/folder"));
+  NS::Progress progress;
+  EXPECT_EQ(progress.snapshot().path, ""); // and asks for one
+  ASSERT_TRUE(copyWith(scratch, progress));
+  EXPECT_EQ(progress.snapshot().path, scratch.path("tree/folder"));
 }
 
 } // namespace

@@ -83,6 +83,21 @@ TEST(Enumerator, tellsOfFoldersLeftOutForLackOfDescriptors) {
   EXPECT_TRUE(hasListedAll) << "of ten descriptors";
 }
 
+TEST(Enumerator, leavesOutNoFileForLackOfDescriptors) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  ScratchFolder scratch;
+  scratch.file("one", "");
+  scratch.file("other", "");
+  kwtest::LogRecorder log;
+  kwtest::SleepWatcher sleeps;
+  auto enumerator = NS::FileManager::defaultManager().enumeratorAtPath(scratch.path());
+  kwtest::FewDescriptorsLeft scarcity;
+  EXPECT_TRUE(enumerator->nextObject());
+  EXPECT_TRUE(enumerator->nextObject());
+  EXPECT_FALSE(enumerator->nextObject());
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST(Enumerator, tellsOfAFolderThatCannotBeListed) {
   ScratchFolder scratch;
   scratch.file("item", "");
@@ -181,6 +196,7 @@ TEST(Enumerator, countsLevelsFromOne) {
   fs::create_directories(scratch.path("a/b"));
   scratch.file("a/b/c", "");
   auto enumerator = NS::FileManager::defaultManager().enumeratorAtPath(scratch.path());
+  EXPECT_EQ(enumerator->level(), 0u);
   for (std::uint64_t level = 1; level <= 3; ++level) {
     ASSERT_TRUE(enumerator->nextObject());
     EXPECT_EQ(enumerator->level(), level);

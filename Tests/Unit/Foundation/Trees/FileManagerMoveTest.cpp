@@ -395,6 +395,28 @@ TEST(CopyItem, tellsThatAFileCannotBeRead) {
             "");
 }
 
+// The file is a program of root that lends its rights, and belongs to a group.
+TEST(CopyItem, grantsAGroupThatItCannotKeepNoMoreThanOthers) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  std::string file = scratch.file("file", "text");
+  fs::permissions(scratch.path(), fs::perms(0777));
+  fs::permissions(file, fs::perms(06774));
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
+              kwtest::LogRecorder log;
+              std::optional<NS::Error> error;
+              if (!manager().copyItemAtPath(file, scratch.path("copy"), &error))
+                return error->description();
+              if (fs::status(scratch.path("copy")).permissions() != fs::perms(0744))
+                return "another mode";
+              return log.lines().size() == 1 &&
+                             log.lines()[0].find("the owner of " + file) != std::string::npos
+                         ? ""
+                         : "not one line of the log for the owner";
+            }),
+            "");
+}
+
 TEST(CopyItem, replacesNothing) {
   ScratchFolder scratch;
   scratch.file("a", "new");

@@ -4,6 +4,8 @@
 #include "Foundation/Trees/Internal/TreeOperations.h"
 
 #include "Support/ForkedChild.h"
+#include "Support/MissingCall.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 #include "Support/SpecialItems.h"
 
@@ -40,6 +42,22 @@ TEST(FileManager, findsTheTargetOfALink) {
   EXPECT_TRUE(manager().fileExistsAtPath(scratch.path("link")));
   EXPECT_FALSE(manager().fileExistsAtPath(scratch.path("dangling")));
   EXPECT_FALSE(manager().fileExistsAtPath(""));
+}
+
+TEST(FileManager, waitsForMemoryBeforeItSaysThatAnItemDoesNotExist) {
+  ScratchFolder scratch;
+  kwtest::SleepWatcher sleeps;
+  errno = ENOMEM; // of an earlier call
+  EXPECT_TRUE(manager().fileExistsAtPath(scratch.path()));
+  EXPECT_EQ(sleeps.sleeps, 0);
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (!kwtest::refuseCalls(SYS_newfstatat, ENOMEM))
+                return "the call cannot be taken away";
+              if (manager().fileExistsAtPath(scratch.path()))
+                return "it was found";
+              return sleeps.sleeps > 0 ? "" : "not a single wait";
+            }),
+            "");
 }
 
 TEST(FileManager, tellsFoldersFromFiles) {
@@ -219,6 +237,17 @@ TEST(FileManager, makesAllMissingFoldersOnTheWay) {
       manager().createDirectoryAtURL(NS::URL::fileURLWithPath(scratch.path("u/v")), true, &error));
   EXPECT_TRUE(manager().createDirectoryAtPath("/", true, &error));
   EXPECT_FALSE(error);
+}
+
+TEST(FileManager, makesTheFoldersOfAPathFromTheWorkingFolder) {
+  ScratchFolder scratch;
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (::chdir(scratch.path().c_str()) != 0)
+                return "not in the folder";
+              return manager().createDirectoryAtPath("a/b/c", true, nullptr) ? "" : "not made";
+            }),
+            "");
+  EXPECT_TRUE(fs::is_directory(scratch.path("a/b/c")));
 }
 
 TEST(FileManager, doesNotMakeAFolderBelowOrInPlaceOfAFile) {

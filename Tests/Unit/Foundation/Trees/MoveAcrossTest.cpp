@@ -359,9 +359,10 @@ TEST(MoveAcross, leavesOutAttributesThatTheVolumeCannotHold) {
                 [&]() -> std::string {
                   fs::create_directory(scratch.path("other/tree"));
                   std::string path = scratch.file("other/tree/file", "content");
-                  if (!kwtest::setAttribute(path, "trusted.large", std::string(30'000, 'x')) ||
-                      !kwtest::setAttribute(path, "trusted.small", "kept"))
-                    return "no attributes";
+                  for (const std::string &item : {path, scratch.path("other/tree")})
+                    if (!kwtest::setAttribute(item, "trusted.large", std::string(30'000, 'x')) ||
+                        !kwtest::setAttribute(item, "trusted.small", "kept"))
+                      return "no attributes";
                   OmissionLines lines;
                   if (std::int64_t code =
                           moveCode(scratch.path("other/tree"), scratch.path("tree")))
@@ -369,9 +370,10 @@ TEST(MoveAcross, leavesOutAttributesThatTheVolumeCannotHold) {
                   bool holdsLarge =
                       !kwtest::attribute(scratch.path("tree/file"), "trusted.large").empty();
                   std::size_t expected = holdsLarge ? 0 : 1;
-                  return lines.count() == expected && lines.count(" of " + path) == expected
+                  return lines.count() == expected && lines.count(" of " + path) == expected &&
+                                 lines.count(", 2 in all") == expected
                              ? ""
-                             : "not one line of the log for the file";
+                             : "not one line of the log for the file and its folder";
                 }),
             "");
   EXPECT_EQ(scratch.content("tree/file"), "content");
