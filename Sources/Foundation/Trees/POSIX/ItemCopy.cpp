@@ -56,13 +56,13 @@ StepOutcome copyExtent(int source, int target, off_t start, off_t end) {
     if (StepOutcome outcome = checkCancelled(); outcome.isFailed())
       return outcome;
     std::size_t length = std::min(largestExtent, static_cast<std::size_t>(end - start));
-    ssize_t count = retrying([&] { return copycalls::copyRange(source, target, start, length); });
-    if (count < 0 && !isUnsupported(errno))
+    ssize_t copied = retrying([&] { return copycalls::copyRange(source, target, start, length); });
+    if (copied < 0 && !isUnsupported(errno))
       return failureToWrite(errno);
     // Some volumes return 0 even though a plain read still gives data.
-    if (count <= 0)
+    if (copied <= 0)
       return copyByHand(source, target, start, end);
-    start += count;
+    start += copied;
   }
   return {};
 }
