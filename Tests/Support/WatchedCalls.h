@@ -1,4 +1,5 @@
-// Lets something happen just before a system call, for a forked child.
+// Lets something happen just before a system call or in its place, for a forked
+// child.
 #pragma once
 
 #include <cstddef>
@@ -12,6 +13,7 @@
 #include <thread>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace kwtest {
 
@@ -19,6 +21,8 @@ namespace kwtest {
 class CallArguments {
 public:
   explicit CallArguments(const seccomp_data &call) : call_(call) {}
+  bool isOf(unsigned number) const { return call_.nr == static_cast<int>(number); }
+  __u64 operator[](std::size_t place) const { return call_.args[place]; }
   // The argument at this place, which is a text.
   std::string text(std::size_t place) const {
     return reinterpret_cast<const char *>(call_.args[place]);
@@ -28,40 +32,54 @@ private:
   const seccomp_data &call_;
 };
 
-// Makes each call of this number wait for an answer. Returns the descriptor of
+// Makes each call of these numbers wait for an answer. Returns the descriptor of
 // those that wait, -1 when the system cannot do so.
-inline int makeCallsWait(unsigned number) {
-  sock_filter rules[] = {
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-  };
-  sock_fprog program{sizeof rules / sizeof *rules, rules};
+inline int makeCallsWait(const std::vector<unsigned> &numbers) {
+  std::vector<sock_filter> rules{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+  for (unsigned number : numbers) {
+    rules.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1));
+    rules.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
+  }
+  rules.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+  sock_fprog program{static_cast<unsigned short>(rules.size()), rules.data()};
   if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
     return -1;
   return static_cast<int>(
       ::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
 }
 
-// From now on the hook runs before each call of this number by this thread and
-// by those that it starts, and then the call goes on. The hook runs on a thread
-// of its own, whose calls do not count. Only for a forked child.
-template <typename Hook> bool beforeCalls(unsigned number, Hook hook) {
+// From now on the hook runs before each call of these numbers by this thread and
+// by those that it starts. When it returns true, the call returns 0 in place of
+// being made. The hook runs on a thread of its own, whose calls do not count. Only
+// for a forked child, and once.
+template <typename Hook> bool inPlaceOfCalls(const std::vector<unsigned> &numbers, Hook hook) {
   std::promise<int> promised;
   std::thread([future = promised.get_future(), hook = std::move(hook)]() mutable {
     int listener = future.get();
     seccomp_notif call{};
     while (listener >= 0 && ::ioctl(listener, SECCOMP_IOCTL_NOTIF_RECV, &call) == 0) {
-      hook(CallArguments(call.data));
+      bool isDone = hook(CallArguments(call.data));
       seccomp_notif_resp answer{call.id, 0, 0, SECCOMP_USER_NOTIF_FLAG_CONTINUE};
+      if (isDone)
+        answer.flags = 0;
       ::ioctl(listener, SECCOMP_IOCTL_NOTIF_SEND, &answer);
       call = {};
     }
   }).detach();
-  int listener = makeCallsWait(number);
+  int listener = makeCallsWait(numbers);
   promised.set_value(listener);
   return listener >= 0;
+}
+
+// The same for a hook after which each call goes on.
+template <typename Hook> bool beforeCalls(const std::vector<unsigned> &numbers, Hook hook) {
+  return inPlaceOfCalls(numbers, [hook = std::move(hook)](const CallArguments &call) mutable {
+    hook(call);
+    return false;
+  });
+}
+template <typename Hook> bool beforeCalls(unsigned number, Hook hook) {
+  return beforeCalls(std::vector{number}, std::move(hook));
 }
 
 } // namespace kwtest

@@ -32,15 +32,16 @@ int makePlaceholder(int folder, const char *name, bool isFolder) {
   return file ? 0 : errno;
 }
 
-// Tells whether the folder is the item or within it.
+// Tells whether the folder is the item or within it. A look without a descriptor
+// fails, too.
 bool liesWithin(int folder, const ItemStatus &item) {
   Descriptor current(::openat(folder, ".", itemcalls::placeFlags));
   ItemStatus here, above;
-  if (!current || readStatus(current.get(), "", here).isFailed())
+  if (readStatus(current.get(), "", here).isFailed())
     return false;
   while (here.device != item.device || here.inode != item.inode) {
     Descriptor next(::openat(current.get(), "..", itemcalls::placeFlags));
-    if (!next || readStatus(next.get(), "", above).isFailed())
+    if (readStatus(next.get(), "", above).isFailed())
       return false;
     if (above.device == here.device && above.inode == here.inode)
       return false;

@@ -46,8 +46,7 @@ bool isOnReadOnlyVolume(const ItemLocation &location) {
 
 void syncFolder(const ItemLocation &location) {
   Descriptor folder(::openat(location.parent.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (folder)
-    static_cast<void>(::fsync(folder.get()));
+  static_cast<void>(::fsync(folder.get()));
 }
 
 constexpr StepOutcome notCopied{TreeStep::Compare, EBUSY};
@@ -56,18 +55,15 @@ constexpr StepOutcome notCopied{TreeStep::Compare, EBUSY};
 // likenesses.
 StepOutcome findCopied(const CopiedItems &copied, int folder, const char *name, ItemStatus &status,
                        std::initializer_list<CopiedItems::Likeness> likenesses) {
-  auto isCopied = [&](CopiedItems::Likeness likeness) { return copied.contains(status, likeness); };
+  StepOutcome outcome = readStatus(folder, name, status);
   // A link count of 0 means that the item vanished during the look. The second
   // look then fails, because the name is gone.
-  for (bool isLast : {false, true}) {
-    if (StepOutcome outcome = readStatus(folder, name, status); outcome.isFailed())
-      return outcome;
-    if (std::any_of(likenesses.begin(), likenesses.end(), isCopied))
-      return {};
-    if (isLast || status.links > 0)
-      break;
-  }
-  return notCopied;
+  if (outcome.isDone() && status.links == 0)
+    outcome = readStatus(folder, name, status);
+  if (outcome.isFailed())
+    return outcome;
+  auto isCopied = [&](CopiedItems::Likeness likeness) { return copied.contains(status, likeness); };
+  return std::any_of(likenesses.begin(), likenesses.end(), isCopied) ? StepOutcome() : notCopied;
 }
 
 StepOutcome checkFolder(const CopiedItems &copied, int folder) {

@@ -4,12 +4,14 @@
 
 #include "Foundation/Trees/FileManager.h"
 #include "Support/AccessList.h"
+#include "Support/AnotherVolume.h"
 #include "Support/LockedItem.h"
 #include "Support/LogRecorder.h"
 #include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
 #include "Support/Sanitizers.h"
 #include "Support/ScratchFolder.h"
+#include "Support/SteppedMove.h"
 
 #include <gtest/gtest.h>
 
@@ -26,8 +28,10 @@
 namespace {
 
 namespace fs = std::filesystem;
+using kwtest::besideAnotherVolume;
 using kwtest::LockedItem;
 using kwtest::ScratchFolder;
+using kwtest::SteppedMove;
 using NS::MoveAcross;
 using NS::TreeResult;
 using NS::TreeStep;
@@ -38,33 +42,6 @@ std::int64_t moveCode(const std::string &from, const std::string &to) {
     return 0;
   return error ? error->code() : -1;
 }
-
-// Runs the body beside "other", a volume in memory. Its answer is empty when
-// all was well.
-std::string besideAnotherVolume(const ScratchFolder &scratch,
-                                const std::function<std::string()> &body) {
-  return kwtest::withPrivateMounts([&]() -> std::string {
-    fs::create_directory(scratch.path("other"));
-    return kwtest::mountMemory(scratch.path("other")) ? body() : "no mount";
-  });
-}
-
-// A move of "tree" to "other/tree", step by step.
-class SteppedMove {
-public:
-  explicit SteppedMove(const ScratchFolder &scratch)
-      : srcPath_(scratch.path("tree")), dstPath_(scratch.path("other/tree")) {
-    static_cast<void>(NS::locateItem(srcPath_, source_));
-    static_cast<void>(NS::locateItem(dstPath_, target_));
-  }
-  MoveAcross *operator->() { return &move_; }
-  MoveAcross &operator*() { return move_; }
-
-private:
-  std::string srcPath_, dstPath_;
-  NS::ItemLocation source_, target_;
-  MoveAcross move_{source_, srcPath_, target_, dstPath_};
-};
 
 void makeTree(const ScratchFolder &scratch) {
   fs::create_directories(scratch.path("tree/inner"));
