@@ -47,13 +47,16 @@ std::string linkName(const ItemStatus &status) {
 
 // The state that the walks of one copy share.
 struct SharedCopy {
-  explicit SharedCopy(const CopyTask &whole) : task(whole) {}
+  explicit SharedCopy(const CopyTask &whole) : task(whole) {
+    static_cast<void>(readStatus(task.target.parent.get(), "", staging));
+  }
 
   MountPoints mountPoints() const {
     return task.purpose == CopyPurpose::Move ? MountPoints::Refuse : MountPoints::Enter;
   }
 
   const CopyTask &task;
+  ItemStatus staging;   // of the folder that is to hold the copy
   std::mutex noteMutex; // guards the record and the attributes left out
   LeftOut leftOut;
   std::mutex linksMutex; // guards the links, and is held while one is copied
@@ -183,6 +186,9 @@ private:
   }
 
   StepOutcome refusal(const ItemStatus &status) const {
+    // The copy is within its original, which is mounted in two places.
+    if (status.device == copy_.staging.device && status.inode == copy_.staging.inode)
+      return {TreeStep::Check, EINVAL, TreeSide::Copy};
     if (copy_.task.purpose == CopyPurpose::Copy)
       return {};
     return {TreeStep::Check, status.isLocked() ? EPERM : status.isMountPoint ? EBUSY : 0};

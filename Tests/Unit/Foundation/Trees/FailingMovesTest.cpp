@@ -220,6 +220,34 @@ TEST(MoveAcross, bringsTheNewNameToTheDiskBeforeTheSourceGoes) {
             "");
 }
 
+// From there ".." leads up to where the folder is mounted, and not to the tree.
+TEST(MoveAcross, refusesAFolderIntoItselfThroughAnotherMount) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
+              std::string tree = scratch.path("tree"), view = scratch.path("view");
+              // With little room for a copy that would not end.
+              if (!kwtest::mountMemory(scratch.path(), "nr_inodes=1000"))
+                return "no mount";
+              fs::create_directories(tree + "/sub/folder");
+              fs::create_directory(view);
+              if (!kwtest::bindMount(tree + "/sub", view))
+                return "no mount";
+              NS::FileManager &manager = NS::FileManager::defaultManager();
+              for (auto operation :
+                   {&NS::FileManager::moveItemAtPath, &NS::FileManager::copyItemAtPath}) {
+                std::optional<NS::Error> error;
+                if ((manager.*operation)(tree, view + "/new", &error))
+                  return "it was made";
+                if (error->underlyingError()->code() != EINVAL)
+                  return error->description();
+              }
+              auto items = std::distance(fs::directory_iterator(view), {});
+              return items == 1 ? "" : std::to_string(items) + " items";
+            }),
+            "");
+}
+
 TEST(MoveAcross, logsThatTheSourceHasChangedAndNoOtherOutcome) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
