@@ -140,23 +140,20 @@ private:
     StepOutcome outcome = removeFolder(parent(), name.c_str());
     if (outcome.isDone())
       eraser_.countFolder();
-    if (isFilled(outcome) && revisits < patience)
-      return enterAgain(name, revisits + 1);
-    if (isNoFolder(outcome))
-      outcome = eraser_.erase(parent(), name.c_str(), DT_UNKNOWN);
+    if ((isFilled(outcome) || isNoFolder(outcome)) && revisits < patience)
+      return removeAgain(name, revisits + 1);
     return resultAt(name, outcome);
   }
 
-  // Another process has put an item into the folder since it was read.
-  TreeResult enterAgain(const std::string &name, unsigned revisits) {
-    StepOutcome outcome = enter(name.c_str());
-    if (outcome.isDone()) {
-      chain_.revisits() = revisits;
-      return {};
-    }
-    if (isNoFolder(outcome))
-      outcome = eraser_.erase(parent(), name.c_str(), DT_UNKNOWN);
-    return resultAt(name, outcome);
+  // Another process has put an item into the folder since it was read, or has
+  // given its name to another item.
+  TreeResult removeAgain(const std::string &name, unsigned revisits) {
+    std::size_t depth = chain_.depth();
+    StepOutcome outcome = eraseOrEnter(name.c_str(), DT_DIR);
+    if (chain_.depth() == depth)
+      return resultAt(name, outcome);
+    chain_.revisits() = revisits;
+    return outcome.isDone() ? TreeResult() : failure(outcome, "");
   }
 
   TreeResult resultAt(const std::string &name, const StepOutcome &outcome) const {

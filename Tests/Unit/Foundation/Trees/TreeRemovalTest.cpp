@@ -18,6 +18,8 @@
 #include <cerrno>
 #include <filesystem>
 #include <functional>
+#include <mutex>
+#include <set>
 #include <thread>
 
 namespace {
@@ -145,6 +147,33 @@ void makeBroadTree(const ScratchFolder &scratch, int folders) {
   }
 }
 
+TEST(TreeRemoval, worksWithSeveralThreads) {
+  kwtest::FakeProcessors processors(4);
+  std::mutex mutex;
+  std::set<std::thread::id> threads;
+  HookedEraser eraser([&](const std::string &) {
+    std::lock_guard lock(mutex);
+    threads.insert(std::this_thread::get_id());
+  });
+  // On a busy machine a removal can end before a helper begins.
+  for (int turn = 0; turn < 50 && threads.size() < 2; ++turn) {
+    ScratchFolder scratch;
+    makeBroadTree(scratch, 100);
+    EXPECT_FALSE(NS::eraseItemAtPath(scratch.path("root"), eraser, NS::Recursion::WholeTree));
+  }
+  EXPECT_GE(threads.size(), 2u);
+}
+
+TEST(TreeRemoval, tellsThePathOfAnItemWhenItIsAskedFor) {
+  ScratchFolder scratch;
+  makeBroadTree(scratch, 1);
+  Progress progress;
+  Progress::Scope scope(progress);
+  EXPECT_EQ(progress.snapshot().path, ""); // and asks for one
+  ASSERT_TRUE(NS::FileManager::defaultManager().removeItemAtPath(scratch.path("root"), nullptr));
+  EXPECT_EQ(progress.snapshot().path, scratch.path("root/0"));
+}
+
 TEST(TreeRemoval, countsItems) {
   ScratchFolder scratch;
   makeBroadTree(scratch, 40);
@@ -154,6 +183,7 @@ TEST(TreeRemoval, countsItems) {
     ASSERT_TRUE(NS::FileManager::defaultManager().removeItemAtPath(scratch.path("root"), nullptr));
   }
   EXPECT_EQ(progress.snapshot().items, 81u);
+  EXPECT_EQ(progress.snapshot().bytes, 0u);
 }
 
 TEST(TreeRemoval, ofAllItsThreadsStopsAtTheNextItemWhenItIsCancelled) {
