@@ -5,13 +5,19 @@
 #include "Foundation/Files/POSIX/TemporaryNames.h"
 #include "Foundation/Trees/FileManager.h"
 #include "Support/ForkedChild.h"
+#include "Support/LockedItem.h"
+#include "Support/LogRecorder.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
+#include "Support/WatchedCalls.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <thread>
@@ -65,19 +71,50 @@ TEST(Staging, removesTheFolderOfFurtherNamesBeforeTheRest) {
   staging.dropLinks();
   EXPECT_TRUE(fs::is_empty(scratch.path(".keepwell-copy-00")));
   staging.dropLinks();
-  EXPECT_GE(staging.links(), 0) << "it can be made again";
+  EXPECT_GE(staging.links(), 0);
+  EXPECT_FALSE(fs::is_empty(scratch.path(".keepwell-copy-00"))) << "it can be made again";
 }
 
 TEST(Staging, removesLeftoversOfEarlierProcessesUnderAnyNumber) {
   ScratchFolder scratch;
   for (const char *name : {".keepwell-copy-00", ".keepwell-copy-07", ".keepwell-copy-15"})
     leaveCopyBehind(scratch, name);
+  fs::create_directory(scratch.path(".keepwell-copy-07/links"));
+  scratch.file(".keepwell-copy-07/links/name", "of a file that has several");
   scratch.file(".keepwell-copy-07/record", "of the items copied so far");
   Descriptor parent = openFolder(scratch.path());
+  kwtest::LogRecorder log;
   NS::Staging staging;
   ASSERT_TRUE(staging.open(parent.get()).isDone());
   EXPECT_EQ(names(scratch), std::vector<std::string>{".keepwell-copy-00"});
   EXPECT_TRUE(fs::is_empty(scratch.path(".keepwell-copy-00")));
+  EXPECT_EQ(log.lines(), std::vector<std::string>{});
+}
+
+TEST(Staging, logsALeftoverThatStays) {
+  ScratchFolder scratch;
+  leaveCopyBehind(scratch, ".keepwell-copy-00");
+  scratch.file(".keepwell-copy-00/item of others", "kept");
+  Descriptor parent = openFolder(scratch.path());
+  kwtest::LogRecorder log;
+  NS::Staging staging;
+  ASSERT_TRUE(staging.open(parent.get()).isDone());
+  EXPECT_EQ(scratch.content(".keepwell-copy-00/item of others"), "kept");
+  std::vector<std::string> lines = log.lines();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find(".keepwell-copy-00"), std::string::npos) << lines[0];
+}
+
+TEST(Staging, isSilentWhenOthersRemovedItsFolder) {
+  ScratchFolder scratch;
+  Descriptor parent = openFolder(scratch.path());
+  kwtest::LogRecorder log;
+  {
+    NS::Staging staging;
+    ASSERT_TRUE(staging.open(parent.get()).isDone());
+    fs::remove(scratch.path(".keepwell-copy-00"));
+  }
+  EXPECT_EQ(log.lines(), std::vector<std::string>{});
 }
 
 TEST(Staging, leavesTheFolderOfALivingProcessAlone) {
@@ -128,6 +165,66 @@ TEST(Staging, findsANameThoughAllNumbersAreTaken) {
     EXPECT_EQ(names(scratch).size(), NS::temporarySlots + 1);
   }
   EXPECT_EQ(names(scratch).size(), NS::temporarySlots);
+}
+
+// Opens a staging folder. As soon as its first one exists, another process does
+// something to it, just before a call of this number. Returns a failure, or an
+// empty text.
+std::string openAfter(const ScratchFolder &scratch, unsigned call,
+                      const std::function<void(const std::string &path)> &deed) {
+  return kwtest::inForkedChild([&]() -> std::string {
+    Descriptor parent = openFolder(scratch.path());
+    std::string path = scratch.path(".keepwell-copy-00");
+    bool isDone = false;
+    if (!kwtest::beforeCalls(call, [&](const kwtest::CallArguments &) {
+          if (!isDone && fs::exists(path)) {
+            isDone = true;
+            deed(path);
+          }
+        }))
+      return "the calls cannot be watched";
+    NS::Staging staging;
+    if (staging.open(parent.get()).isFailed())
+      return "not opened";
+    if (!isDone)
+      return "there was no such call";
+    return fs::exists(scratch.path(".keepwell-copy-01")) && staging.links() >= 0
+               ? ""
+               : "it works in a folder that others have taken";
+  });
+}
+
+TEST(Staging, leavesAFolderThatAnotherProcessTookForALeftoverToIt) {
+  ScratchFolder scratch;
+  auto remove = [](const std::string &path) { fs::remove(path); };
+  auto lock = [](const std::string &path) {
+    static_cast<void>(::flock(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC), LOCK_EX));
+  };
+  EXPECT_EQ(openAfter(scratch, SYS_openat, remove), "");
+  EXPECT_EQ(openAfter(scratch, SYS_flock, remove), "");
+  EXPECT_EQ(openAfter(scratch, SYS_flock, lock), "");
+}
+
+TEST(Staging, leavesNothingWhenThereAreNoDescriptorsForIt) {
+  ScratchFolder scratch;
+  Descriptor parent = openFolder(scratch.path());
+  for (std::size_t left : {0u, 1u}) {
+    NS::Staging staging;
+    kwtest::FewDescriptorsLeft few(left);
+    EXPECT_EQ(staging.open(parent.get()).errnum(), EMFILE) << left;
+  }
+  EXPECT_TRUE(fs::is_empty(scratch.path()));
+}
+
+TEST(Staging, opensNoFolderInAnImmutableOne) {
+  ScratchFolder scratch;
+  fs::create_directory(scratch.path("locked"));
+  kwtest::LockedItem locked(scratch.path("locked"));
+  KW_REQUIRE_LOCKED(locked);
+  Descriptor folder = openFolder(scratch.path("locked"));
+  NS::Staging staging;
+  EXPECT_EQ(staging.open(folder.get()).errnum(), EPERM);
+  EXPECT_EQ(names(scratch), std::vector<std::string>{"locked"});
 }
 
 TEST(Staging, ofSeveralAtOnceInOneDestinationNeverGetInEachOthersWay) {
