@@ -4,6 +4,7 @@
 #include "Foundation/Descriptors/Linux/HandlePath.h"
 
 #include <cerrno>
+#include <climits>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -35,10 +36,12 @@ Descriptor openNode(int folder, const char *name) {
 }
 
 int readLink(int link, int /*folder*/, const char * /*name*/, std::string &target) {
-  target.resize(4096); // the longest target of a link
-  ssize_t length = ::readlinkat(link, "", target.data(), target.size());
-  target.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
-  return length < 0 ? errno : 0;
+  char text[PATH_MAX]; // the longest target of a link
+  ssize_t length = ::readlinkat(link, "", text, sizeof text);
+  if (length < 0)
+    return errno;
+  target.assign(text, static_cast<std::size_t>(length));
+  return 0;
 }
 
 int makeNode(int folder, const char *name, const ItemStatus &like) {

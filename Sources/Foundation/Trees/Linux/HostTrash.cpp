@@ -35,15 +35,11 @@ int errnoFromGIO(int code) {
 
 std::optional<Error> host::moveToTrash(const std::string &resolved, const std::string &path) {
   // Names the local file system, which asks no desktop service.
-  GFile *file = g_vfs_get_file_for_path(g_vfs_get_local(), resolved.c_str());
-  GError *cause = nullptr;
-  std::optional<Error> error;
-  if (!g_file_trash(file, nullptr, &cause)) {
-    error = fileError(errnoFromGIO(cause->code), path, FileAccess::Writing);
-    g_error_free(cause);
-  }
-  g_object_unref(file);
-  return error;
+  g_autoptr(GFile) file = g_vfs_get_file_for_path(g_vfs_get_local(), resolved.c_str());
+  g_autoptr(GError) cause = nullptr;
+  if (g_file_trash(file, nullptr, &cause))
+    return {};
+  return fileError(errnoFromGIO(cause->code), path, FileAccess::Writing);
 }
 
 } // namespace NS

@@ -29,6 +29,7 @@ namespace {
 
 constexpr std::size_t blockSize = 1024 * 1024;
 constexpr std::size_t noiseSize = 64 * 1024;
+static_assert(blockSize % noiseSize == 0);
 constexpr unsigned patience = 16;
 
 bool isSameItem(const struct stat &one, const struct stat &other) {
@@ -82,7 +83,7 @@ private:
     if (!S_ISREG(status.st_mode) || !isSameItem(status, expected))
       return {TreeStep::Check, ESTALE};
     if (int error = overwrite(file.get(), status.st_size))
-      return {error == ECANCELED ? TreeStep::Cancel : TreeStep::Write, error};
+      return {TreeStep::Write, error};
     if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0)
       return {TreeStep::Look, errno};
     return {TreeStep::Check, isSameItem(status, expected) ? 0 : ESTALE};
@@ -126,14 +127,11 @@ private:
   }
 
   void makeNoise() {
+    constexpr std::size_t mostAtOnce = 256; // random bytes
     noise_.resize(blockSize);
     // When the host has no random bytes, the zeros in the buffer serve.
-    for (std::size_t filled = 0; filled < noiseSize;) {
-      ssize_t count = ::getrandom(noise_.data() + filled, noiseSize - filled, 0);
-      if (count <= 0)
-        break;
-      filled += static_cast<std::size_t>(count);
-    }
+    for (std::size_t at = 0; at < noiseSize; at += mostAtOnce)
+      static_cast<void>(::getentropy(noise_.data() + at, mostAtOnce));
     for (std::size_t at = noiseSize; at < blockSize; at += noiseSize)
       std::memcpy(noise_.data() + at, noise_.data(), noiseSize);
   }

@@ -2,15 +2,22 @@
 #include "Foundation/Trees/SecureRemoval.h"
 
 #include "Support/LockedItem.h"
+#include "Support/MissingCall.h"
 #include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
 #include "Support/ScratchFolder.h"
+#include "Support/WatchedCalls.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <deque>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -103,6 +110,124 @@ TEST(SecureRemoval, leavesHolesAlone) {
   Witness witness(path);
   EXPECT_EQ(removeSecurely(path), 0);
   EXPECT_LT(witness.status().st_blocks, 64);
+}
+
+// After a hole at the end of a file as well.
+TEST(SecureRemoval, overwritesFilesAmongSparseOnes) {
+  ScratchFolder scratch;
+  fs::create_directory(scratch.path("root"));
+  std::deque<Witness> plain, sparse;
+  for (int number = 0; number < 4; ++number) {
+    std::string name = "root/" + std::to_string(number);
+    sparse.emplace_back(scratch.file(name + " sparse", "begin"));
+    fs::resize_file(scratch.path(name + " sparse"), 1 << 20);
+    plain.emplace_back(scratch.file(name, "secret"));
+  }
+  EXPECT_EQ(removeSecurely(scratch.path("root")), 0);
+  for (const Witness &witness : plain)
+    EXPECT_NE(witness.content(), "secret");
+  for (const Witness &witness : sparse)
+    EXPECT_FALSE(witness.content().starts_with("begin"));
+}
+
+TEST(SecureRemoval, overwritesAFileOnAVolumeThatCannotTellItsHoles) {
+  ScratchFolder scratch;
+  std::string text = "the beginning, the middle and the end";
+  Witness witness(scratch.file("file", text));
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (!kwtest::refuseCalls(SYS_lseek, EINVAL))
+                return "the call cannot be taken away";
+              int error = removeSecurely(scratch.path("file"));
+              return error == 0 ? "" : std::to_string(error);
+            }),
+            "");
+  std::string left = witness.content();
+  EXPECT_EQ(left.size(), text.size());
+  for (const char *part : {"beginning", "middle", "end"})
+    EXPECT_EQ(left.find(part), std::string::npos) << part;
+}
+
+TEST(SecureRemoval, keepsAFileWhoseNewDataDoNotReachTheDisk) {
+  ScratchFolder scratch;
+  std::string full = scratch.file("full", "s"), empty = scratch.file("empty", "");
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (!kwtest::refuseCalls(SYS_fdatasync, EIO))
+                return "the call cannot be taken away";
+              if (int error = removeSecurely(full); error != EIO)
+                return std::to_string(error);
+              return removeSecurely(empty) == 0 ? "" : "an empty file has no data";
+            }),
+            "");
+  EXPECT_TRUE(fs::exists(full));
+  EXPECT_FALSE(fs::exists(empty));
+}
+
+// Removes "root" with the file "root/file". Another process does something just
+// before each look at the file by its name, and each time before the file is opened
+// to be overwritten. Returns the failure, or an empty text.
+std::string removeWhile(const ScratchFolder &scratch,
+                        const std::function<void(bool isOpening)> &beforeCall) {
+  return kwtest::inForkedChild([&]() -> std::string {
+    if (!kwtest::beforeCalls({SYS_openat, SYS_newfstatat}, [&](const kwtest::CallArguments &call) {
+          bool isOpening = call.isOf(SYS_openat);
+          if (call.text(1) == "file" && (!isOpening || call[2] & O_WRONLY))
+            beforeCall(isOpening);
+        }))
+      return "the calls cannot be watched";
+    int error = removeSecurely(scratch.path("root"));
+    return error == 0 ? "" : std::to_string(error);
+  });
+}
+
+TEST(SecureRemoval, removesTheItemThatAFileIsExchangedFor) {
+  using Path = const std::string &;
+  std::map<std::string, std::function<void(Path)>> makers = {
+      {"a link", [](Path path) { fs::create_symlink("../outside", path); }},
+      {"a pipe", [](Path path) { ::mkfifo(path.c_str(), 0600); }},
+      {"a folder", [](Path path) { fs::create_directory(path); }},
+  };
+  for (const auto &[kind, make] : makers) {
+    ScratchFolder scratch;
+    fs::create_directory(scratch.path("root"));
+    scratch.file("root/file", "moved");
+    scratch.file("outside", "kept");
+    EXPECT_EQ(removeWhile(scratch,
+                          [&, &makeOther = make](bool isOpening) {
+                            if (!isOpening || fs::exists(scratch.path("moved")))
+                              return;
+                            fs::rename(scratch.path("root/file"), scratch.path("moved"));
+                            makeOther(scratch.path("root/file"));
+                          }),
+              "")
+        << kind;
+    EXPECT_FALSE(fs::exists(scratch.path("root"))) << kind;
+    EXPECT_EQ(scratch.content("moved"), "moved") << kind;
+    EXPECT_EQ(scratch.content("outside"), "kept") << kind;
+  }
+}
+
+TEST(SecureRemoval, overwritesNoFileThatTakesAnothersPlaceForAMoment) {
+  ScratchFolder scratch;
+  fs::create_directory(scratch.path("root"));
+  Witness witness(scratch.file("root/file", "secret"));
+  scratch.file("outside", "kept");
+  auto exchange = [&] {
+    ::renameat2(AT_FDCWD, scratch.path("outside").c_str(), AT_FDCWD,
+                scratch.path("root/file").c_str(), RENAME_EXCHANGE);
+  };
+  int exchanges = 0;
+  EXPECT_EQ(removeWhile(scratch,
+                        [&](bool isOpening) {
+                          // There when it is opened, and back at the next look.
+                          if (exchanges == (isOpening ? 0 : 1)) {
+                            exchange();
+                            ++exchanges;
+                          }
+                        }),
+            "");
+  EXPECT_EQ(scratch.content("outside"), "kept");
+  EXPECT_NE(witness.content(), "secret");
+  EXPECT_EQ(witness.status().st_nlink, 0u);
 }
 
 TEST(SecureRemoval, onlyUnlinksItemsOtherThanFiles) {
