@@ -20,7 +20,7 @@ void storeDescription(std::optional<std::string> *slot, const std::string &text)
 void removeItem(NS::PropertyList &database, const std::string &bundleID) {
   database.removeObjectForKey(bundleID);
   const NS::PropertyList *found = database.objectForKey(bookmarksKey);
-  if (!found || !found->objectForKey(bundleID))
+  if (!found)
     return;
   NS::PropertyList bookmarks = *found;
   bookmarks.removeObjectForKey(bundleID);

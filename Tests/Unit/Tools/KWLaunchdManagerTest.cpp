@@ -156,6 +156,13 @@ TEST_F(KWLaunchdManagerTest, unloadsAndThenStopsByLabel) {
             (Lines{{launchctl, "unload", job()}, {launchctl, "stop", "org.example.job"}}));
 }
 
+TEST_F(KWLaunchdManagerTest, takesTheStandardOutputAloneForTheFailureOfAnUnload) {
+  load();
+  EXPECT_TRUE(manager.unloadAgentAtPath(job()));
+  ASSERT_FALSE(runner.runs().empty());
+  EXPECT_TRUE(runner.runs().front().suppressErrorOutput);
+}
+
 TEST_F(KWLaunchdManagerTest, disablesWithAWordMoreAndIgnoresAFailedStop) {
   load();
   runner.statuses[launchctl] = 3;
