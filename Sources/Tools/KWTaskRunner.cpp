@@ -87,7 +87,8 @@ void waitForEnd(NS::Task &task) {
 
 // Launches the tool, does the work with it, and waits for its end. An exception
 // that the task runner reports leaves the tool at its work. Any other, such as a
-// lack of memory, kills the tool, so that it does not run on unwatched.
+// lack of memory, kills the tool, so that it does not run on unwatched. After the
+// tool's end there is nothing to kill.
 template <typename Work> void runToEnd(NS::Task &task, const Work &work) {
   task.launch();
   NS::KillUnlessDone run(task);
@@ -98,7 +99,6 @@ template <typename Work> void runToEnd(NS::Task &task, const Work &work) {
     run.isDone = true;
     throw;
   }
-  run.isDone = true;
 }
 
 // Returns the status of a tool that this runs. A missing tool counts as done, and so
