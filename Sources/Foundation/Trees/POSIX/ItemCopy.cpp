@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
@@ -67,20 +68,18 @@ StepOutcome copyExtent(int source, int target, off_t start, off_t end) {
   return {};
 }
 
-// Reads the status before the data. A file that was changed within this very
-// tick of the kernel's clock could change once more without a change of its
-// time, so this waits for the end of the tick.
+constexpr int longestTick = 100; // milliseconds
+
+// Reads the status before the data, and waits until a further change of the file
+// would show in its time of change.
 StepOutcome readStatusBeforeData(int file, ItemStatus &status) {
   constexpr timespec aMillisecond{0, 1'000'000};
-  constexpr int longestTick = 10; // milliseconds
   for (int waited = 0;; ++waited) {
     if (StepOutcome outcome = readStatus(file, "", status); outcome.isFailed())
       return outcome;
     timespec now;
-    bool isOfThisTick = ::clock_gettime(copycalls::changeClock, &now) == 0 &&
-                        now.tv_sec == status.changed.tv_sec &&
-                        now.tv_nsec <= status.changed.tv_nsec;
-    if (!isOfThisTick || waited == longestTick)
+    if (::clock_gettime(copycalls::changeClock, &now) != 0 ||
+        !mayChangeUnnoticed(status.changed, now) || waited == longestTick)
       return {};
     static_cast<void>(::nanosleep(&aMillisecond, nullptr));
   }
@@ -116,6 +115,14 @@ mode_t modeForAnotherOwner(mode_t mode) {
 }
 
 } // namespace
+
+bool mayChangeUnnoticed(const timespec &changed, const timespec &now) {
+  constexpr std::int64_t second = 1'000'000'000;
+  if (changed.tv_sec < now.tv_sec || changed.tv_sec - now.tv_sec > 1)
+    return false;
+  std::int64_t ahead = (changed.tv_sec - now.tv_sec) * second + changed.tv_nsec - now.tv_nsec;
+  return ahead >= 0 && ahead <= std::int64_t{longestTick} * 1'000'000;
+}
 
 StepOutcome readStatus(int folder, const char *name, ItemStatus &status) {
   int error = itemcalls::readStatus(folder, name, Links::Take, status);

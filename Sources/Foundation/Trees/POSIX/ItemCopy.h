@@ -6,6 +6,7 @@
 #include "Foundation/Files/POSIX/ItemCalls.h"
 #include "Foundation/Walking/Internal/TreeOutcome.h"
 
+#include <ctime>
 #include <sys/types.h>
 
 namespace NS {
@@ -13,6 +14,14 @@ namespace NS {
 // Reads the status of the item itself, never of a link's target. An empty name
 // means the open item.
 StepOutcome readStatus(int folder, const char *name, ItemStatus &status);
+
+// Tells whether an item with this time of change may change at the time "now" and
+// get the same time of change. The system takes that time from a clock that advances
+// by ticks of up to 10 ms, and of more where the host of a virtual machine
+// holds them back. Linux may also give an item a time within the tick that
+// another item got from an exact clock, so the time can be ahead of the clock, even
+// in its next second. A time further ahead is from before the clock was set back.
+bool mayChangeUnnoticed(const timespec &changed, const timespec &now);
 
 // Copies the data of an open file; holes stay holes. Leaves out data appended
 // to the source meanwhile. Stops with ECANCELED when the current progress is

@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
+#include <limits>
 #include <sys/stat.h>
 
 namespace {
@@ -175,6 +176,27 @@ ItemStatus statusOf(const ScratchFolder &scratch, const char *name) {
   ItemStatus status;
   EXPECT_TRUE(NS::readStatus(openFolder(scratch).get(), name, status).isDone());
   return status;
+}
+
+TEST(ItemCopy, expectsAnUnnoticedChangeUntilTheClockIsPastTheLastOne) {
+  constexpr long millisecond = 1'000'000;
+  timespec last{1000, 999 * millisecond};
+  EXPECT_TRUE(NS::mayChangeUnnoticed(last, last));
+  EXPECT_FALSE(NS::mayChangeUnnoticed(last, {1000, last.tv_nsec + 1}));
+  EXPECT_FALSE(NS::mayChangeUnnoticed(last, {1001, 0}));
+  EXPECT_FALSE(NS::mayChangeUnnoticed(last, {1002, 0}));
+  EXPECT_TRUE(NS::mayChangeUnnoticed(last, {1000, 995 * millisecond}));
+  EXPECT_TRUE(NS::mayChangeUnnoticed({1001, millisecond}, last)) << "in the next second";
+}
+
+TEST(ItemCopy, expectsNoUnnoticedChangeOfAnItemFromTheFuture) {
+  constexpr long millisecond = 1'000'000;
+  EXPECT_TRUE(NS::mayChangeUnnoticed({1000, 100 * millisecond}, {1000, 0}));
+  EXPECT_FALSE(NS::mayChangeUnnoticed({1000, 100 * millisecond + 1}, {1000, 0}));
+  EXPECT_FALSE(NS::mayChangeUnnoticed({1001, 0}, {1000, 0}));
+  EXPECT_FALSE(NS::mayChangeUnnoticed({1002, 0}, {1000, 0}));
+  EXPECT_FALSE(NS::mayChangeUnnoticed({std::numeric_limits<time_t>::max(), 0}, {1000, 0}));
+  EXPECT_FALSE(NS::mayChangeUnnoticed({std::numeric_limits<time_t>::min(), 0}, {1000, 0}));
 }
 
 // In memory of this kind an item has the time of the clock's last tick.
