@@ -4,6 +4,7 @@
 #include "Support/Allocations.h"
 #include "Support/FakeFTS.h"
 #include "Support/ForkedChild.h"
+#include "Support/ForwardingFileManager.h"
 #include "Support/LogRecorder.h"
 #include "Support/RandomTree.h"
 #include "Support/ScratchFolder.h"
@@ -391,6 +392,25 @@ TEST_F(FilteredList, walksOnBelowFoldersThatTheFilterPassesOver) {
 
 TEST_F(FilteredList, isEmptyForAMissingPath) {
   EXPECT_TRUE(kw::filesByEnumeratingAtPath(manager, root + "/missing", nullptr).empty());
+}
+
+TEST_F(FilteredList, asksTheReceiverWhetherTheFolderIsThere) {
+  struct Receiver : kwtest::ForwardingFileManager {
+    using ForwardingFileManager::fileExistsAtPath;
+    bool fileExistsAtPath(const std::string &path) override { return path != missing; }
+    std::string missing;
+  } receiver;
+  directory("d");
+  EXPECT_EQ(relative(kw::filesByEnumeratingAtPath(receiver, root, nullptr)), Paths{"d"});
+  receiver.missing = root;
+  Paths asked;
+  EXPECT_EQ(kw::filesByEnumeratingAtPath(receiver, root,
+                                         [&](const std::string &path) {
+                                           asked.push_back(path);
+                                           return true;
+                                         }),
+            Paths());
+  EXPECT_EQ(asked, Paths());
 }
 
 TEST_F(Walk, isIncompleteWhenItWasGivenUp) {

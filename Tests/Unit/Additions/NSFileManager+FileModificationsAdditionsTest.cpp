@@ -419,6 +419,26 @@ TEST(TruncateFile, ofAFolderOrAMissingItemFailsSilently) {
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
+TEST(TruncateFile, asksTheReceiverWhetherTheItemIsAFile) {
+  struct Receiver : ForwardingFileManager {
+    using ForwardingFileManager::fileExistsAtPath;
+    bool fileExistsAtPath(const std::string &, bool &isDirectory) override {
+      isDirectory = isFolder;
+      return isThere;
+    }
+    bool isThere = true;
+    bool isFolder = false;
+  } receiver;
+  ScratchFolder scratch;
+  std::string path = scratch.file("file", "content");
+  receiver.isFolder = true;
+  EXPECT_FALSE(kw::truncateFileAtPath(receiver, path));
+  receiver.isFolder = false;
+  receiver.isThere = false;
+  EXPECT_FALSE(kw::truncateFileAtPath(receiver, path));
+  EXPECT_EQ(scratch.content("file"), "content");
+}
+
 TEST(TruncateFile, doesNotUnlockTheFile) {
   ScratchFolder scratch;
   std::string path = scratch.file("file", "content");
