@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <fcntl.h>
 #include <initializer_list>
 #include <sys/stat.h>
@@ -52,18 +53,23 @@ void syncFolder(const ItemLocation &location) {
 constexpr StepOutcome notCopied{TreeStep::Compare, EBUSY};
 
 // Tells whether the name means an item that was copied, in one of these
-// likenesses.
+// likenesses. An item that another process removes changes before its name goes:
+// it loses a link, and gets another time of change. So an item that seems to have
+// changed gets a little time to vanish.
 StepOutcome findCopied(const CopiedItems &copied, int folder, const char *name, ItemStatus &status,
                        std::initializer_list<CopiedItems::Likeness> likenesses) {
-  StepOutcome outcome = readStatus(folder, name, status);
-  // A link count of 0 means that the item vanished during the look. The second
-  // look then fails, because the name is gone.
-  if (outcome.isDone() && status.links == 0)
-    outcome = readStatus(folder, name, status);
-  if (outcome.isFailed())
-    return outcome;
+  constexpr int looks = 10;
+  constexpr timespec pause{0, 1'000'000}; // a millisecond
   auto isCopied = [&](CopiedItems::Likeness likeness) { return copied.contains(status, likeness); };
-  return std::any_of(likenesses.begin(), likenesses.end(), isCopied) ? StepOutcome() : notCopied;
+  for (int look = 1;; ++look) {
+    if (StepOutcome outcome = readStatus(folder, name, status); outcome.isFailed())
+      return outcome;
+    if (std::any_of(likenesses.begin(), likenesses.end(), isCopied))
+      return {};
+    if (look == looks)
+      return notCopied;
+    static_cast<void>(::nanosleep(&pause, nullptr));
+  }
 }
 
 StepOutcome checkFolder(const CopiedItems &copied, int folder) {

@@ -158,6 +158,39 @@ TEST(MoveAcross, countsAFileAsMovedThatVanishesDuringALookAtIt) {
             "");
 }
 
+// A look can see a part of the removal: the time of change, and not yet the name.
+TEST(MoveAcross, countsAFileAsMovedThatChangesBeforeItVanishes) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  EXPECT_EQ(besideAnotherVolume(scratch,
+                                [&]() -> std::string {
+                                  fs::create_directory(scratch.path("tree"));
+                                  std::string file = scratch.file("tree/file", "content");
+                                  kwtest::SteppedMove move(scratch);
+                                  if (move->copy())
+                                    return "not copied";
+                                  int looks = 0;
+                                  auto look = [&](const kwtest::CallArguments &call) {
+                                    if (call.text(1) != "file")
+                                      return;
+                                    if (++looks == 1)
+                                      fs::permissions(file, fs::perms::owner_read);
+                                    if (looks == 3)
+                                      fs::remove(file);
+                                  };
+                                  if (!kwtest::beforeCalls(SYS_statx, look))
+                                    return "the looks cannot be watched";
+                                  if (move->place())
+                                    return "not placed";
+                                  if (move->removeOriginal())
+                                    return "not removed";
+                                  return fs::exists(scratch.path("tree"))
+                                             ? "the source is still there"
+                                             : "";
+                                }),
+            "");
+}
+
 TEST(MoveAcross, placesACopyWithTheNamesOfTheOriginalAlone) {
   KW_REQUIRE_ROOT();
   ScratchFolder scratch;
