@@ -5,8 +5,6 @@
 #include "Foundation/Threads/Monitor.h"
 #include "Foundation/Values/Number.h"
 
-#include <cmath>
-#include <limits>
 #include <utility>
 
 namespace kw {
@@ -14,10 +12,8 @@ namespace {
 
 // Limited to the range of the type; a deadline that far off never comes.
 std::int64_t nanosecondsOf(double seconds) {
-  constexpr double pastMost = 9223372036854775808.0;
   double nanoseconds = seconds * static_cast<double>(NS::NanosecondsPerSecond);
-  return nanoseconds < pastMost ? static_cast<std::int64_t>(nanoseconds)
-                                : std::numeric_limits<std::int64_t>::max();
+  return NS::Number::numberWithDouble(nanoseconds)->longLongValue();
 }
 
 } // namespace
@@ -25,10 +21,6 @@ std::int64_t nanosecondsOf(double seconds) {
 void KWConditionalLock::init() {
   setupInitialValues();
   setLocked(shouldLockForValue(value()));
-}
-
-void KWConditionalLock::setupInitialValues() {
-  setGroupsToLeaveOnUnlock({});
 }
 
 bool KWConditionalLock::shouldLockForValue(const std::shared_ptr<NS::Object> &) {
@@ -85,7 +77,6 @@ void KWConditionalLock::setGroupsToLeaveOnUnlock(Groups groups) {
 }
 
 void KWBoolConditionalLock::setupInitialValues() {
-  KWConditionalLock::setupInitialValues();
   setBoolValue(false);
 }
 

@@ -51,9 +51,9 @@ public:
   void setGroupsToLeaveOnUnlock(Groups groups);
 
 protected:
-  // create calls it before any other thread knows the lock. Derived classes
-  // call this one first.
-  virtual void setupInitialValues();
+  // create calls it before any other thread knows the lock. This class has no
+  // value at first.
+  virtual void setupInitialValues() {}
   // Tells whether the gate is closed for the value; this class closes for none.
   // Called with the monitor held.
   virtual bool shouldLockForValue(const std::shared_ptr<NS::Object> &value);

@@ -4,21 +4,16 @@
 #include "Foundation/Base/Log.h"
 #include "Foundation/Desktop/Metadata.h"
 #include "Foundation/Files/FileFlags.h"
+#include "Foundation/Values/Number.h"
 
 #include <cstdint>
 
 namespace kw {
 namespace {
 
-// The whole seconds of a time interval, limited to the range of the type; 0 for
-// NaN.
+// Limited to the range of the type; 0 for NaN.
 std::int64_t wholeSeconds(double interval) {
-  constexpr double limit = 9223372036854775808.0; // 2^63
-  if (interval >= limit)
-    return INT64_MAX;
-  if (interval < -limit)
-    return INT64_MIN;
-  return interval == interval ? static_cast<std::int64_t>(interval) : 0;
+  return NS::Number::numberWithDouble(interval)->longLongValue();
 }
 
 std::int64_t statTime(const std::optional<std::string> &path, std::int64_t NS::FileStatus::*time) {

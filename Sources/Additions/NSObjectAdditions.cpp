@@ -11,10 +11,13 @@
 #include "Foundation/Values/KeyValueCoding.h"
 #include "Foundation/Values/KeyValueObserving.h"
 #include "Foundation/Values/Null.h"
+#include "Foundation/Values/Number.h"
 #include "Foundation/Values/String.h"
 #include "Foundation/Values/ValueTransformer.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <limits>
 
 namespace kw {
@@ -48,9 +51,7 @@ std::shared_ptr<SingleWait> startedWait(const CompletionBlock &block) {
 std::int64_t nanosecondsOf(std::int64_t seconds) {
   constexpr std::int64_t mostSeconds =
       std::numeric_limits<std::int64_t>::max() / NS::NanosecondsPerSecond;
-  if (seconds > mostSeconds)
-    return std::numeric_limits<std::int64_t>::max();
-  return seconds <= 0 ? 0 : seconds * NS::NanosecondsPerSecond;
+  return std::clamp<std::int64_t>(seconds, 0, mostSeconds) * NS::NanosecondsPerSecond;
 }
 
 // Stops observing at any end of the wait, an exception of the block included.
@@ -67,16 +68,6 @@ private:
   NS::NotificationCenter &center_;
   std::shared_ptr<NS::Object> token_;
 };
-
-// The whole seconds of a time, limited to the range of the type; 0 for negative
-// values and NaN.
-std::int64_t wholeSeconds(double seconds) {
-  constexpr double pastMost = 9223372036854775808.0;
-  if (!(seconds > 0))
-    return 0;
-  return seconds < pastMost ? static_cast<std::int64_t>(seconds)
-                            : std::numeric_limits<std::int64_t>::max();
-}
 
 void runOnMainQueue(const std::shared_ptr<NS::Object> &sender, const Block &block,
                     bool waitUntilDone) {
@@ -245,6 +236,8 @@ void performBlock(const std::shared_ptr<NS::Object> &receiver, const Block &bloc
     NS::assertionFailed(sourceFile, "Block shouldn't be nil");
     return;
   }
+  // Limited to the range of the type; 0 for NaN.
+  std::int64_t wholeSeconds = NS::Number::numberWithDouble(timeout.seconds)->longLongValue();
   auto finished = std::make_shared<std::atomic<bool>>(false);
   KWRunBlockAndWaitWithTimeout(
       [&block, finished](const Block &completion) {
@@ -254,7 +247,7 @@ void performBlock(const std::shared_ptr<NS::Object> &receiver, const Block &bloc
           completion();
         });
       },
-      wholeSeconds(timeout.seconds));
+      wholeSeconds);
   if (!*finished)
     NS::Log("Operation timed out %@", NS::Thread::shared().callStackSymbols());
 }

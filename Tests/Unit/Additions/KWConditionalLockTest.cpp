@@ -219,10 +219,7 @@ TEST(KWConditionalLock, openedFromOutsideReleasesItsWaiters) {
 // Closed from the first on, and while its number is odd.
 class OddLock : public KWConditionalLock {
 protected:
-  void setupInitialValues() override {
-    KWConditionalLock::setupInitialValues();
-    setValue(Number::numberWithLongLong(1));
-  }
+  void setupInitialValues() override { setValue(Number::numberWithLongLong(1)); }
   bool shouldLockForValue(const std::shared_ptr<NS::Object> &value) override {
     return static_cast<const Number &>(*value).longLongValue() % 2 != 0;
   }
@@ -236,6 +233,17 @@ TEST(KWConditionalLock, letsADerivedClassDecide) {
   EXPECT_FALSE(lock->isLocked());
   lock->setValue(Number::numberWithLongLong(3));
   EXPECT_TRUE(lock->isLocked());
+}
+
+TEST(KWConditionalLock, isClosedAtFirstIfItClosesWithoutAValue) {
+  class NeedsAValue : public KWConditionalLock {
+  protected:
+    bool shouldLockForValue(const std::shared_ptr<NS::Object> &value) override { return !value; }
+  };
+  auto lock = KWConditionalLock::create<NeedsAValue>();
+  EXPECT_TRUE(lock->isLocked());
+  lock->setValue(Number::numberWithBool(false));
+  EXPECT_FALSE(lock->isLocked());
 }
 
 TEST(KWConditionalLock, letsASetterInWhileThreadsWait) {
@@ -255,6 +263,19 @@ TEST(KWConditionalLock, takesItsGroupsFromOutside) {
   group->enter();
   lock->setGroupsToLeaveOnUnlock({group});
   lock->setValue(Number::numberWithLongLong(2));
+  EXPECT_EQ(group->count(), 0U);
+}
+
+TEST(KWConditionalLock, leavesGroupsFromOutsideWhenItOpensAgain) {
+  auto lock = KWConditionalLock::create();
+  auto group = NS::DispatchGroup::create();
+  group->enter();
+  lock->setGroupsToLeaveOnUnlock({group});
+  lock->setLocked(false);
+  EXPECT_EQ(group->count(), 1U) << "it was open already";
+  lock->setLocked(true);
+  EXPECT_EQ(group->count(), 1U);
+  lock->setLocked(false);
   EXPECT_EQ(group->count(), 0U);
 }
 
