@@ -51,8 +51,6 @@ std::vector<NS::URL> contentsOfDirectoryAtURL(NS::FileManager &manager, const NS
   std::vector<NS::URL> children;
   auto enumerator = NS::FileManager::defaultManager().enumeratorAtURL(
       url, NS::DirectoryEnumerationSkipsHiddenFiles);
-  if (!enumerator)
-    return children;
   while (auto item = enumerator->nextObject()) {
     if (enumerator->level() != atLevel)
       continue;
@@ -85,8 +83,6 @@ bool fileExistsAtPath(NS::FileManager &manager, const std::optional<std::string>
   if (!path || !withRegularExpression)
     return false;
   auto enumerator = manager.enumeratorAtPath(*path);
-  if (!enumerator)
-    return false;
   while (auto item = enumerator->nextObject()) {
     if (isMatchedByRegex(NS::stringByAppendingPathComponent(*path, *item), withRegularExpression))
       return true;
@@ -116,8 +112,6 @@ std::string uniquePathForPath(NS::FileManager &, const std::string &path) {
 
 bool containsAnyFileAtPath(NS::FileManager &manager, const std::string &path, bool ignoreSymLinks) {
   auto enumerator = manager.enumeratorAtPath(path);
-  if (!enumerator)
-    return false;
   while (auto item = enumerator->nextObject()) {
     if (!ignoreSymLinks)
       return true;

@@ -64,13 +64,9 @@ private:
 };
 
 std::string withoutTrailingSlashes(std::string path) {
-  while (path.size() > 1 && path.ends_with('/'))
+  while (path.ends_with('/'))
     path.pop_back();
   return path;
-}
-
-bool isSearchable(const std::string &path) {
-  return !path.empty() && path != "/" && path != ".";
 }
 
 void closeStream(NS::FTSStream &stream) {
@@ -103,7 +99,8 @@ bool walk(NS::FTSStream &stream, bool recursive, const WalkHandler &handler) {
 void searchByName(NS::FileManager &, const NameQuery &query, const std::string &atPath,
                   const std::function<void(const std::string &path)> &found) {
   std::string path = withoutTrailingSlashes(atPath);
-  if (query.name.empty() || !isSearchable(path))
+  // An empty path is the root's.
+  if (query.name.empty() || path.empty() || path == ".")
     return;
   NameSearch search(query);
   std::string rootName = NS::lastPathComponent(path);
@@ -163,9 +160,7 @@ bool kw_FTSWalkAtPath(NS::FileManager &, const std::string &path, bool recursive
 std::vector<std::string> filesByEnumeratingAtPath(NS::FileManager &manager, const std::string &path,
                                                   const PathFilter &withFilterBlock) {
   std::vector<std::string> found;
-  auto enumerator = manager.fileExistsAtPath(path) ? manager.enumeratorAtPath(path) : nullptr;
-  if (!enumerator)
-    return found;
+  auto enumerator = manager.enumeratorAtPath(path);
   while (auto relativePath = enumerator->nextObject()) {
     if (withFilterBlock && !withFilterBlock(*relativePath))
       continue;
