@@ -82,8 +82,8 @@ std::string stripHTML(std::string_view string) {
 
 std::string ellipsizeAfterNWords(std::string_view string, int n) {
   std::vector<std::string> words = NS::componentsSeparatedByString(string, " ");
-  if (n >= 0 && static_cast<std::size_t>(n) < words.size())
-    words.resize(static_cast<std::size_t>(n));
+  if (n >= 0)
+    words.resize(std::min(words.size(), static_cast<std::size_t>(n)));
   return NS::componentsJoinedByString(words, " ");
 }
 

@@ -21,14 +21,15 @@ std::int64_t listNames(const std::string &path, std::vector<char> &buffer) {
 }
 
 // The names with their NULs, the last one enforced; empty when there are none.
+// The shortest name and its NUL take two bytes.
 std::vector<char> namesOfAttributes(const std::string &path) {
   std::vector<char> names;
   std::int64_t size = listNames(path, names);
-  if (size < 1)
+  if (size < 2)
     return {};
   names.resize(static_cast<std::size_t>(size));
   std::int64_t length = listNames(path, names);
-  if (length < 1)
+  if (length < 2)
     return {};
   names.resize(std::min(names.size(), static_cast<std::size_t>(length)));
   names.back() = '\0';

@@ -285,8 +285,10 @@ TEST_F(PathInspection, matchesTheFullPathAndHiddenItems) {
 
 TEST_F(PathInspection, matchesNothingWithoutAPathOrAnExpression) {
   folder.file("a", "");
-  EXPECT_FALSE(kw::fileExistsAtPath(manager, std::nullopt, expression("a").get(), 1));
-  EXPECT_FALSE(kw::fileExistsAtPath(manager, folder.path(), nullptr, 1));
+  WatchedManager watched;
+  EXPECT_FALSE(kw::fileExistsAtPath(watched, std::nullopt, expression("a").get(), 1));
+  EXPECT_FALSE(kw::fileExistsAtPath(watched, folder.path(), nullptr, 1));
+  EXPECT_TRUE(watched.calls.empty()) << "nothing is walked for it";
   EXPECT_FALSE(kw::fileExistsAtPath(manager, folder.path("missing"), expression("a").get(), 1));
 }
 

@@ -148,9 +148,11 @@ TEST_F(DirectoryLocations, replaceALinkAndNotItsTarget) {
 
 TEST_F(DirectoryLocations, refuseNamesThatLeadOutOfTheTemporaryFolder) {
   scratch.file("tmp/kept", "x");
-  for (const char *name : {"", "/", ".", "..", "a/../..", "./", "../tmp"})
+  for (const char *name : {"", "/", ".", "..", "a/../..", "./", "../tmp", "a/."})
     EXPECT_EQ(kw::temporaryDirectoryWithName(manager, name), std::nullopt) << name;
   EXPECT_EQ(scratch.content("tmp/kept"), "x");
+  EXPECT_EQ(log.lines().size(), 8u);
+  EXPECT_EQ(log.lines()[3], "Failed to create directory " + scratch.path("tmp/.."));
 }
 
 TEST_F(DirectoryLocations, logATemporaryFolderThatCannotBeRemoved) {

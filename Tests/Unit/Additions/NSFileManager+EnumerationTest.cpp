@@ -200,6 +200,13 @@ TEST_F(FindFile, findsNothingWhereNoWalkBegins) {
   EXPECT_TRUE(kw::findFile(manager, "foo", std::string("/\0x", 3), false, true).empty());
 }
 
+TEST_F(FindFile, logsNothingOfASearchThatCameToItsEnd) {
+  file("foo");
+  kwtest::LogRecorder log;
+  EXPECT_EQ(find("foo"), Paths{"foo"});
+  EXPECT_EQ(log.lines(), Paths());
+}
+
 TEST_F(FindFile, keepsNamesOfInvalidUTF8) {
   file("foo\xff");
   directory("\xff\xfe");

@@ -45,6 +45,12 @@ TEST_F(RootlessProtection, isNotSeenInANameNoLongerThanTheOneBeforeIt) {
   EXPECT_TRUE(protects("abcdefghijklmnopqr\0com.apple.rootless\0"s));
 }
 
+TEST_F(RootlessProtection, isJudgedTheSameInAListThatGotShorter) {
+  attributes.size = 64;
+  EXPECT_TRUE(protects("a\0com.apple\0"s));
+  EXPECT_FALSE(protects("com.apple.quarantine\0com.apple\0"s)) << "the walk ends early";
+}
+
 TEST_F(RootlessProtection, isNotSeenBehindAnEmptyName) {
   EXPECT_FALSE(protects("\0com.apple.rootless\0"s));
 }
