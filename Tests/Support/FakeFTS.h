@@ -34,7 +34,8 @@ public:
   bool raisesOnClose = false;   // close raises
   std::function<void()> onRead; // called before each entry
   int opened = 0;
-  int closed = 0; // by call or by destruction
+  int openedForAll = 0; // those of them that may read ahead
+  int closed = 0;       // by call or by destruction
   std::string openedPath;
   int openedOptions = 0;
 
@@ -61,6 +62,11 @@ public:
       return std::make_unique<Stream>(*this);
     errno = ENOMEM;
     return nullptr;
+  }
+  std::unique_ptr<NS::FTSStream> openForAll(const std::string &path, int options,
+                                            const NS::FTSSieve * /*sieve*/) override {
+    ++openedForAll;
+    return open(path, options);
   }
 
 private:

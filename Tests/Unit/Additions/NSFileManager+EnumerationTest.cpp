@@ -176,6 +176,16 @@ TEST_F(FindFile, neitherGivesNorEntersExcludedItems) {
             (Paths{"foo outside"}));
 }
 
+TEST_F(FindFile, readsNoFolderAheadThatItMayPassOver) {
+  kwtest::FakeFTS walks;
+  kw::findFile(manager, "foo", "/x", false, true);
+  EXPECT_EQ(walks.openedForAll, 1);
+  kw::findFile(manager, "foo", "/x", false, false);
+  kw::findFile(manager, "foo", "/x", false, true, [](const std::string &) { return false; });
+  EXPECT_EQ(walks.opened, 3);
+  EXPECT_EQ(walks.openedForAll, 1);
+}
+
 TEST_F(FindFile, refusesEmptyNamesAndPlacesToBegin) {
   kwtest::FakeFTS walks;
   NS::ScopedOverride<NS::FTS> override(walks);
