@@ -14,8 +14,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
-#include <map>
 #include <thread>
 
 namespace {
@@ -136,17 +136,25 @@ TEST_F(MainThread, performBlockOfANilReceiverGoesNowhere) {
 }
 
 TEST_F(MainThread, runsBlocksOfEightThreadsInOrderPerSender) {
-  constexpr int senders = 8, rounds = 500;
-  std::map<int, std::vector<int>> order; // main thread only
-  int threadsOver = 0;
+  constexpr std::size_t senders = 8;
+  constexpr int rounds = 500;
+  std::array<std::vector<int>, senders> order; // main thread only
+  std::array<std::atomic<int>, senders> done{};
+  std::size_t threadsOver = 0;
   std::vector<std::thread> threads;
-  for (int number = 0; number < senders; ++number)
+  for (std::size_t number = 0; number < senders; ++number)
     threads.emplace_back([&, number] {
       for (int round = 0; round < rounds; ++round) {
-        auto block = [&order, number, round] { order[number].push_back(round); };
-        // Every third call waits; the thread's earlier blocks must have run by
-        // then.
-        round % 3 ? kw::runOnMainQueueAsync(sender, block) : kw::runOnMainQueueSync(sender, block);
+        auto block = [&order, &done, number, round] {
+          order[number].push_back(round);
+          ++done[number];
+        };
+        if (round % 3 != 0) {
+          kw::runOnMainQueueAsync(sender, block);
+          continue;
+        }
+        kw::runOnMainQueueSync(sender, block);
+        EXPECT_EQ(done[number], round + 1) << "earlier blocks too";
       }
       kw::runOnMainQueueAsync(sender, [&threadsOver] { ++threadsOver; });
     });
@@ -156,9 +164,8 @@ TEST_F(MainThread, runsBlocksOfEightThreadsInOrderPerSender) {
   std::vector<int> expected(rounds);
   for (int round = 0; round < rounds; ++round)
     expected[static_cast<std::size_t>(round)] = round;
-  ASSERT_EQ(order.size(), std::size_t{senders});
-  for (const auto &[number, seen] : order)
-    EXPECT_EQ(seen, expected) << "sender " << number;
+  for (std::size_t number = 0; number < senders; ++number)
+    EXPECT_EQ(order[number], expected) << "sender " << number;
 }
 
 class Observed : public NS::Object, public NS::KeyValueObserving {
