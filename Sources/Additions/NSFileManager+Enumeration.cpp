@@ -160,6 +160,8 @@ bool kw_FTSWalkAtPath(NS::FileManager &, const std::string &path, bool recursive
 std::vector<std::string> filesByEnumeratingAtPath(NS::FileManager &manager, const std::string &path,
                                                   const PathFilter &withFilterBlock) {
   std::vector<std::string> found;
+  if (!manager.fileExistsAtPath(path))
+    return found;
   auto enumerator = manager.enumeratorAtPath(path);
   while (auto relativePath = enumerator->nextObject()) {
     if (withFilterBlock && !withFilterBlock(*relativePath))

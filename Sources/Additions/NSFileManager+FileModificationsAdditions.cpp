@@ -99,12 +99,16 @@ bool securelyRemoveFileAtPath(NS::FileManager &manager, const std::optional<std:
   return false;
 }
 
-bool truncateFileAtPath(NS::FileManager &, const std::string &path) {
+bool truncateFileAtPath(NS::FileManager &manager, const std::string &path) {
+  bool isDirectory = false;
+  if (!manager.fileExistsAtPath(path, isDirectory) || isDirectory)
+    return false;
   try {
     auto handle = NS::FileHandle::fileHandleForUpdatingAtPath(path);
     if (!handle)
       return false;
     handle->truncateFileAtOffset(0);
+    handle->closeFile();
     return true;
   } catch (const NS::Exception &exception) {
     NS::Log("Failed to truncate file with exception: %@", exception);
