@@ -132,21 +132,23 @@ std::string folderOfPathLength(const std::string &root, std::size_t length) {
 }
 
 TEST(RVFileSizerBulk, passesOverAFolderWhosePathIsTooLong) {
-  ScratchFolder scratch;
-  std::string longest = folderOfPathLength(scratch.path(), 1024);
-  ASSERT_EQ(longest.size(), 1024u);
-  std::filesystem::current_path(longest);
-  ASSERT_EQ(::mkdir("x", 0755), 0);
-  for (const char *name : {"file", "x/file"}) {
-    int descriptor = ::open(name, O_WRONLY | O_CREAT, 0644);
-    ASSERT_EQ(::write(descriptor, "x", 1), 1);
-    ::close(descriptor);
+  for (std::size_t length : {1023u, 1024u}) {
+    ScratchFolder scratch;
+    std::string path = folderOfPathLength(scratch.path(), length);
+    ASSERT_EQ(path.size(), length);
+    std::filesystem::current_path(path);
+    ASSERT_EQ(::mkdir("x", 0755), 0);
+    for (const char *name : {"file", "x/file"}) {
+      int descriptor = ::open(name, O_WRONLY | O_CREAT, 0644);
+      ASSERT_EQ(::write(descriptor, "x", 1), 1);
+      ::close(descriptor);
+    }
+    std::filesystem::current_path("/");
+    LogRecorder log;
+    EXPECT_EQ(sizer().alternativeItemSizeAtPath(scratch.path()), 4096u)
+        << "the file beside the folder counts, the one in it does not";
+    EXPECT_EQ(log.lines(), Strings{"Attribute getting error: File name too long"}) << length;
   }
-  std::filesystem::current_path("/");
-  LogRecorder log;
-  EXPECT_EQ(sizer().alternativeItemSizeAtPath(scratch.path()), 4096u)
-      << "what lies in the longest folder counts, what lies deeper does not";
-  EXPECT_EQ(log.lines(), Strings{"Attribute getting error: File name too long"});
 }
 
 TEST(RVFileSizerBulk, refusesARootWhosePathIsTooLong) {
@@ -208,6 +210,7 @@ public:
   std::uint32_t rootType = NS::VnodeDirectory;
   std::uint64_t rootSize = 0;
   std::uint32_t rootBlock = 4096;
+  std::vector<int> numbers{0, 1, 2, 3}; // the descriptors, in the order of the openings
   int open = 0;
   int calls = 0;
 
@@ -237,7 +240,7 @@ public:
     EXPECT_EQ(list.common, 0x9u);
     EXPECT_EQ(list.file, 0xAu);
     base = state = 77; // must be reset before the next call
-    std::deque<Answer> &answers = folders.at(paths_.at(static_cast<std::size_t>(descriptor)));
+    std::deque<Answer> &answers = folders.at(paths_.at(descriptor));
     Answer answer = answers.front();
     answers.pop_front();
     std::memcpy(buffer, answer.bytes.data(), answer.bytes.size());
@@ -250,14 +253,15 @@ public:
       errno = EACCES;
       return -1;
     }
-    paths_.push_back(path);
+    int descriptor = numbers.at(paths_.size());
+    paths_[descriptor] = path;
     ++open;
-    return static_cast<int>(paths_.size() - 1);
+    return descriptor;
   }
   void closeFolder(int /*descriptor*/) override { --open; }
 
 private:
-  Strings paths_;
+  std::map<int, std::string> paths_;
   NS::ScopedOverride<NS::BulkAttributes> override_{*this};
 };
 
@@ -321,22 +325,38 @@ TEST(RVFileSizerBulk, countsNothingForOtherTypes) {
 
 TEST(RVFileSizerBulk, isNotMisledByRecordsThatContradictThemselves) {
   std::string good = packedEntry("a", NS::VnodeRegular, 1, 512);
-  for (std::uint32_t length : {0u, 4u, 27u, 5000u, 0xFFFFFFFFu}) {
+  for (std::uint32_t length : {0u, 4u, 27u, 4544u, 5000u, 0xFFFFFFFFu}) {
     FakeBulk bulk;
     std::string bad = good;
     std::memcpy(bad.data(), &length, sizeof length);
     bulk.folders["/r"] = {{1, good + bad + good, 3, 0}};
     EXPECT_EQ(sizer().alternativeItemSizeAtPath("/r"), 512u) << length;
   }
-  for (std::int32_t offset : {-5, -2147483647, 500, 2147483647}) {
+}
+
+// An offset and a length of the name, of which one leads out of the record.
+TEST(RVFileSizerBulk, passesOverAFolderWhoseNameIsNotInItsRecord) {
+  using Place = std::pair<std::int32_t, std::uint32_t>;
+  for (auto [offset, length] : {Place(-5, 7), Place(-2147483647, 7), Place(500, 7),
+                                Place(2147483647, 7), Place(24, 500), Place(24, 0xFFFFFFFF)}) {
     FakeBulk bulk;
     LogRecorder log;
     std::string bad = packedEntry("folder", NS::VnodeDirectory, 0, 0);
     std::memcpy(bad.data() + 4, &offset, sizeof offset);
-    bulk.folders["/r"] = {{1, bad + good, 2, 0}};
-    EXPECT_EQ(sizer().alternativeItemSizeAtPath("/r"), 512u) << offset;
+    std::memcpy(bad.data() + 8, &length, sizeof length);
+    bulk.folders["/r"] = {{1, bad + packedEntry("a", NS::VnodeRegular, 1, 512), 2, 0}};
+    EXPECT_EQ(sizer().alternativeItemSizeAtPath("/r"), 512u) << offset << " " << length;
     EXPECT_EQ(log.lines(), Strings{"Attribute getting error: Invalid argument"});
   }
+}
+
+TEST(RVFileSizerBulk, measuresAFolderThatGetsTheFirstDescriptor) {
+  FakeBulk bulk;
+  bulk.numbers = {3, 0};
+  bulk.folders["/r"] = {{1, packedEntry("sub", NS::VnodeDirectory, 0, 0), 1, 0}};
+  bulk.folders["/r/sub"] = {{1, packedEntry("inner", NS::VnodeRegular, 600, 512), 1, 0}};
+  EXPECT_EQ(sizer().alternativeItemSizeAtPath("/r"), 1024u);
+  EXPECT_EQ(bulk.open, 0);
 }
 
 TEST(RVFileSizerBulk, countsARecordWithoutANameAtTheVeryEndOfTheBuffer) {
