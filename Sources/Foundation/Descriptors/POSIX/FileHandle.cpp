@@ -214,7 +214,7 @@ std::size_t DescriptorHandle::readSome(char *buffer, std::size_t capacity, const
     ssize_t count = ::read(openDescriptor(operation), buffer, capacity);
     if (count >= 0)
       return static_cast<std::size_t>(count);
-    if (errno == EAGAIN || errno == EWOULDBLOCK)
+    if (errno == EAGAIN)
       waitUntilReady(descriptor_, POLLIN);
     else if (errno != EINTR)
       raise(operation, errno);
@@ -271,7 +271,7 @@ void DescriptorHandle::writeData(std::string_view data) {
     ssize_t count = ::write(descriptor, data.data(), data.size());
     if (count >= 0)
       data.remove_prefix(static_cast<std::size_t>(count));
-    else if (errno == EAGAIN || errno == EWOULDBLOCK)
+    else if (errno == EAGAIN)
       waitUntilReady(descriptor, POLLOUT);
     else if (errno != EINTR)
       raise("writeData", errno);
