@@ -116,6 +116,24 @@ TEST(DescriptorBudget, hasAShareMovedRatherThanCopied) {
   EXPECT_EQ(budget.inUse(), 0u);
 }
 
+TEST(DescriptorBudget, leavesAnEighthOfTheTableToTheAgentItself) {
+  EXPECT_EQ(kwtest::inForkedChild([]() -> std::string {
+              rlimit limit{800, 800};
+              ::setrlimit(RLIMIT_NOFILE, &limit);
+              return std::to_string(DescriptorBudget::requestsServed());
+            }),
+            std::to_string(300 / DescriptorBudget::perRequest));
+}
+
+TEST(DescriptorBudget, servesOneRequestEvenWithAlmostNoTable) {
+  EXPECT_EQ(kwtest::inForkedChild([]() -> std::string {
+              rlimit limit{8, 8};
+              ::setrlimit(RLIMIT_NOFILE, &limit);
+              return std::to_string(DescriptorBudget::requestsServed());
+            }),
+            "1");
+}
+
 TEST(WalkShare, isOneForWalksWithinEachOther) {
   DescriptorBudget &walks = DescriptorBudget::ofWalks();
   std::size_t before = walks.inUse();
