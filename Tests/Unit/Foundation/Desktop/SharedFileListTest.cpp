@@ -7,6 +7,7 @@
 #include "Support/Scarcity.h"
 
 #include "Foundation/Base/ResourceShortage.h"
+#include "Foundation/Text/PathUtilities.h"
 
 #include <gtest/gtest.h>
 
@@ -35,6 +36,13 @@ protected:
   static std::shared_ptr<NS::SharedFileList> list() {
     return NS::SharedFileLists::shared().globalLoginItems();
   }
+  // The path that an item with this command line opens, or "error" and a number.
+  std::string programOf(const std::string &command) {
+    contents.files["/etc/xdg/autostart/a.desktop"] = "[Desktop Entry]\nExec=" + command + "\n";
+    std::optional<NS::URL> url;
+    std::int32_t error = list()->copySnapshot()[0]->resolve(0, url);
+    return error == 0 ? url.value().path() : "error " + std::to_string(error);
+  }
 
   Folders folders;
   kwtest::FakeFileContents contents;
@@ -47,6 +55,18 @@ TEST_F(LoginItems, areTheEntriesOfTheFolderInOrder) {
   ASSERT_EQ(items.size(), 2u);
   EXPECT_EQ(items[0]->displayName(), "A");
   EXPECT_EQ(items[1]->displayName(), "B");
+}
+
+TEST_F(LoginItems, openTheProgramOfTheirCommandLine) {
+  EXPECT_EQ(programOf("/bin/sh -c true"), "/bin/sh");
+  EXPECT_EQ(NS::lastPathComponent(programOf("sh -c true")), "sh") << "of a folder of programs";
+}
+
+TEST_F(LoginItems, openNoProgramThatIsMissing) {
+  for (const char *command : {"/nowhere/x", "/usr", "bin/sh", "no-such-program", "\"\""})
+    EXPECT_EQ(programOf(command), "error " + std::to_string(ENOENT)) << command;
+  for (const char *command : {"", "\"/bin/sh"})
+    EXPECT_EQ(programOf(command), "error " + std::to_string(EINVAL)) << command;
 }
 
 TEST_F(LoginItems, areNoneWithoutAFolder) {
