@@ -79,15 +79,16 @@ TEST(Process, forgetsTheSignalsThatItsParentIgnoredOrBlocked) {
   expectExit(statusOfChild([] {
                std::signal(SIGCHLD, SIG_IGN);
                std::signal(SIGHUP, SIG_IGN);
+               std::signal(SIGRTMAX, SIG_IGN);
                sigset_t all, left;
                sigfillset(&all);
                ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
                NS::Process::shared().installSignalDispositions();
                ::pthread_sigmask(SIG_SETMASK, nullptr, &left);
-               for (int signal : {SIGCHLD, SIGHUP, SIGTERM, SIGUSR1})
+               for (int signal : {SIGCHLD, SIGHUP, SIGTERM, SIGUSR1, SIGRTMAX})
                  if (sigismember(&left, signal) != 0)
                    ::_exit(1);
-               for (int signal : {SIGCHLD, SIGHUP})
+               for (int signal : {SIGCHLD, SIGHUP, SIGRTMAX})
                  if (std::signal(signal, SIG_DFL) != SIG_DFL)
                    ::_exit(2);
                ::_exit(5);
