@@ -139,6 +139,13 @@ TEST(BinaryPropertyList, isUnparseableWithCountsBeyondItsEnd) {
     EXPECT_EQ(readOne(object), std::nullopt) << ::testing::PrintToString(object);
 }
 
+TEST(BinaryPropertyList, isUnparseableOfAnotherVersion) {
+  std::string data = binaryPropertyList({"\x09"});
+  ASSERT_TRUE(read(data));
+  EXPECT_EQ(read(std::string(data).replace(6, 2, "01")), std::nullopt);
+  EXPECT_EQ(read(std::string(data).replace(6, 2, "15")), std::nullopt);
+}
+
 TEST(BinaryPropertyList, isUnparseableWithAWrongTrailer) {
   std::vector<std::string> objects{arrayObject({1}), "\x09"};
   ASSERT_TRUE(read(binaryPropertyList(objects)));

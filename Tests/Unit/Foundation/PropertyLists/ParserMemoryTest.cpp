@@ -52,6 +52,16 @@ TEST(ParserMemory, countsReleasedBlocksAndTheFormerSizeOfABlock) {
   }
 }
 
+TEST(ParserMemory, keepsItsBoundHoweverManyBlocksWereReleased) {
+  ParserMemory memory(1000);
+  for (int count = 0; count < 100; ++count) {
+    void *block = ParserMemory::allocate(10);
+    ASSERT_NE(block, nullptr);
+    ParserMemory::release(ParserMemory::reallocate(block, 20));
+  }
+  EXPECT_EQ(ParserMemory::allocate(1000), nullptr);
+}
+
 TEST(ParserMemory, tellsALackOfMemoryFromItsBound) {
   if (kwtest::addsMemory)
     GTEST_SKIP() << "a sanitizer's shadow memory does not fit in the limit";
