@@ -124,6 +124,13 @@ TEST(CharacterSet, hasTheCharactersOfTheStringAndNoOthers) {
     EXPECT_FALSE(set.characterIsMember(other)) << static_cast<unsigned>(other);
 }
 
+TEST(CharacterSet, holdsItsCharactersListedInAnyOrder) {
+  auto set = NS::CharacterSet::characterSetWithCharactersInString("€zéa/");
+  for (char32_t member : std::u32string_view(U"€zéa/"))
+    EXPECT_TRUE(set.characterIsMember(member)) << static_cast<unsigned>(member);
+  EXPECT_FALSE(set.characterIsMember('b'));
+}
+
 TEST(Unicode, countsUnitsAsThePlatformDoes) {
   EXPECT_EQ(NS::utf16Length("aé𐐨"), 4u);
   EXPECT_EQ(NS::utf16Length("e\u0301"), 2u);
