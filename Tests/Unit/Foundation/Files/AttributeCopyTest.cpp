@@ -99,6 +99,23 @@ TEST(AttributeCopy, withTheAccessListKeepsTheModeThatIsItsMask) {
   EXPECT_EQ(kwtest::attribute(target, kwtest::accessListName), list);
 }
 
+TEST(AttributeCopy, leavesNothingOutWhereTheVolumeHoldsAll) {
+  kwtest::ScratchFolder scratch;
+  std::string plain = scratch.file("plain", ""), source = scratch.file("source", "");
+  KW_REQUIRE_ATTRIBUTE(source, "user.empty", "");
+  KW_REQUIRE_ATTRIBUTE(source, "user.note", "kept");
+  std::string target = scratch.file("target", "");
+  for (const std::string &from : {plain, source}) {
+    mode_t mode = 0644;
+    NS::LeftOut leftOut;
+    EXPECT_EQ(NS::copyAttributes(opened(from).get(), opened(target).get(), CopiedData::Same, mode,
+                                 leftOut),
+              0);
+    EXPECT_EQ(leftOut.times, 0u) << leftOut.what;
+  }
+  EXPECT_EQ(kwtest::attribute(target, "user.note"), "kept");
+}
+
 TEST(AttributeCopy, takesAnInheritedListAway) {
   kwtest::ScratchFolder scratch;
   std::string source = scratch.file("source", "");

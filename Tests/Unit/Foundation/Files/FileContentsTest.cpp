@@ -8,6 +8,8 @@
 #include "Support/ScratchFolder.h"
 #include "Support/WaitingWriter.h"
 
+#include "Foundation/Files/POSIX/TemporaryNames.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -198,6 +200,15 @@ TEST_F(FileContentsTest, leaveAFileOfTheirNamesToAThirdUser) {
   ASSERT_EQ(::chown(scratch.file(".keepwell-new-00", "x").c_str(), 4321, 5678), 0);
   EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
   EXPECT_EQ(scratch.content(".keepwell-new-00"), "x");
+}
+
+TEST_F(FileContentsTest, areReplacedThoughAllTheirNumberedNamesAreTaken) {
+  std::string path = scratch.file("a", "old");
+  for (unsigned slot = 0; slot < NS::temporarySlots; ++slot)
+    std::filesystem::create_directory(scratch.path(NS::temporaryName(".keepwell-new-", slot)));
+  EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_EQ(scratch.content("a"), "new");
+  EXPECT_EQ(entryCount(), NS::temporarySlots + 1);
 }
 
 TEST_F(FileContentsTest, atAPathThatWouldBeCutShortAreAnError) {

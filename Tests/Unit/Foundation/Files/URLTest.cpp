@@ -42,6 +42,9 @@ TEST(URL, dropsTrailingSlashesOfThePath) {
 TEST(URL, escapesCharactersThatAURLMayNotHold) {
   EXPECT_EQ(URL::fileURLWithPath("/a b/%?#\xc3\xa9\n", false).absoluteString(),
             "file:///a%20b/%25%3F%23%C3%A9%0A");
+  std::string plain = "/azAZ09-._~!$&'()*+,=:@";
+  EXPECT_EQ(URL::fileURLWithPath(plain, false).absoluteString(), "file://" + plain);
+  EXPECT_EQ(URL::fileURLWithPath("/`{[^;", false).absoluteString(), "file:///%60%7B%5B%5E%3B");
   EXPECT_EQ(URL::fileURLWithPath("/a", true).absoluteString(), "file:///a/");
   EXPECT_EQ(URL::fileURLWithPath("/", true).absoluteString(), "file:///");
 }
@@ -86,6 +89,19 @@ TEST(ResourceValue, namesTheMountPointOfAnItem) {
   EXPECT_EQ(NS::getResourceValue(URL::fileURLWithPath("/proc/self/status"),
                                  NS::URLResourceKey::Volume, nullptr),
             NS::URLResourceValue(URL::fileURLWithPath("/proc", true)));
+}
+
+TEST(ResourceValue, namesTheMountPointOfALinkAndNotOfItsTarget) {
+  ScratchFolder scratch;
+  fs::create_directory_symlink("/proc", scratch.path("link"));
+  auto volume = [](const std::string &path) {
+    return NS::getResourceValue(URL::fileURLWithPath(path), NS::URLResourceKey::Volume, nullptr);
+  };
+  auto ofFolder = volume(scratch.path());
+  ASSERT_TRUE(ofFolder);
+  EXPECT_EQ(volume(scratch.path("link")), ofFolder);
+  EXPECT_EQ(volume(scratch.path("link/.")), NS::URLResourceValue(URL::fileURLWithPath("/proc/")));
+  EXPECT_EQ(volume("/"), NS::URLResourceValue(URL::fileURLWithPath("/")));
 }
 
 TEST(ResourceValue, readsNameAndIcon) {
