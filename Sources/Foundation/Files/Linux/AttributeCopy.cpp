@@ -24,37 +24,34 @@ constexpr std::string_view anyAccessList = "system.posix_acl_";
 // These attributes become invalid when the data of a file changes.
 constexpr std::array vouchers = {"security.capability", "security.ima", "security.evm"};
 
-// Reads the names of an item's extended attributes, each ended by a NUL byte. The
-// list may grow between the two calls; then it asks again. 0 or an errno value.
-int listAttributes(const std::string &path, std::string &names) {
+// Reads bytes by a call that tells their number when it has no room for them. They
+// may grow between the two calls; then it asks again. 0 or an errno value.
+template <typename Call> int readGrowing(std::string &bytes, Call call) {
   for (;;) {
-    ssize_t size = ::listxattr(path.c_str(), nullptr, 0);
+    ssize_t size = call(nullptr, std::size_t{0});
     if (size < 0)
-      return errno == ENOTSUP ? 0 : errno;
-    names.resize(static_cast<std::size_t>(size));
-    if (size == 0)
-      return 0;
-    size = ::listxattr(path.c_str(), names.data(), names.size());
+      return errno;
+    // One byte more, since a size of zero would ask for the length again.
+    bytes.resize(static_cast<std::size_t>(size) + 1);
+    size = call(bytes.data(), bytes.size());
     if (size >= 0)
-      names.resize(static_cast<std::size_t>(size));
+      bytes.resize(static_cast<std::size_t>(size));
     if (size >= 0 || errno != ERANGE)
       return size < 0 ? errno : 0;
   }
 }
 
+// Reads the names of an item's extended attributes, each ended by a NUL byte.
+int listAttributes(const std::string &path, std::string &names) {
+  int error = readGrowing(
+      names, [&](char *bytes, std::size_t size) { return ::listxattr(path.c_str(), bytes, size); });
+  return error == ENOTSUP ? 0 : error;
+}
+
 int readAttribute(const std::string &path, const char *name, std::string &value) {
-  for (;;) {
-    ssize_t size = ::getxattr(path.c_str(), name, nullptr, 0);
-    if (size < 0)
-      return errno;
-    // One byte more, since a size of zero would ask for the length again.
-    value.resize(static_cast<std::size_t>(size) + 1);
-    size = ::getxattr(path.c_str(), name, value.data(), value.size());
-    if (size >= 0)
-      value.resize(static_cast<std::size_t>(size));
-    if (size >= 0 || errno != ERANGE)
-      return size < 0 ? errno : 0;
-  }
+  return readGrowing(value, [&](char *bytes, std::size_t size) {
+    return ::getxattr(path.c_str(), name, bytes, size);
+  });
 }
 
 template <typename Handler> int forEachName(const std::string &names, const Handler &handler) {
@@ -114,9 +111,9 @@ mode_t modeWithoutList(const std::string &source, mode_t mode) {
   int error = readAttribute(source, accessList, list);
   if (error == ENODATA || error == ENOTSUP)
     return mode;
-  Grants grants{.group = 0, .users = 0, .groups = 0, .mask = 0};
-  if (error == 0)
-    grants = grantsOf(list);
+  if (error != 0)
+    return mode & ~static_cast<mode_t>(S_IRWXG | S_IRWXO);
+  Grants grants = grantsOf(list);
   unsigned group = grants.group & grants.users & grants.mask;
   unsigned others = mode & grants.users & grants.groups & grants.mask & S_IRWXO;
   return (mode & ~static_cast<mode_t>(S_IRWXG | S_IRWXO)) | group << 3 | others;

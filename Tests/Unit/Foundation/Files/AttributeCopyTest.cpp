@@ -3,6 +3,8 @@
 #include "Foundation/Files/POSIX/AttributeCopy.h"
 
 #include "Support/AccessList.h"
+#include "Support/LogRecorder.h"
+#include "Support/MissingCall.h"
 #include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
 
@@ -10,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -30,8 +34,9 @@ std::string copiedMode(const std::string &source, const std::string &target) {
     return "no source";
   mode_t mode = status.st_mode & 07777;
   NS::LeftOut leftOut;
-  int error = NS::copyAttributes(opened(source).get(), opened(target).get(), CopiedData::Same, mode,
-                                 leftOut);
+  NS::Descriptor from = opened(source), to = opened(target);
+  errno = ERANGE; // of an earlier call
+  int error = NS::copyAttributes(from.get(), to.get(), CopiedData::Same, mode, leftOut);
   char text[32];
   std::snprintf(text, sizeof text, error == 0 ? "%03o" : "error %d",
                 error == 0 ? mode : static_cast<unsigned>(error));
@@ -105,15 +110,131 @@ TEST(AttributeCopy, leavesNothingOutWhereTheVolumeHoldsAll) {
   KW_REQUIRE_ATTRIBUTE(source, "user.empty", "");
   KW_REQUIRE_ATTRIBUTE(source, "user.note", "kept");
   std::string target = scratch.file("target", "");
+  ASSERT_TRUE(kwtest::setAttribute(target, "user.note", "replaced"));
   for (const std::string &from : {plain, source}) {
     mode_t mode = 0644;
     NS::LeftOut leftOut;
-    EXPECT_EQ(NS::copyAttributes(opened(from).get(), opened(target).get(), CopiedData::Same, mode,
-                                 leftOut),
-              0);
+    NS::Descriptor item = opened(from), copy = opened(target);
+    errno = ERANGE; // of an earlier call
+    EXPECT_EQ(NS::copyAttributes(item.get(), copy.get(), CopiedData::Same, mode, leftOut), 0);
     EXPECT_EQ(leftOut.times, 0u) << leftOut.what;
   }
   EXPECT_EQ(kwtest::attribute(target, "user.note"), "kept");
+  EXPECT_EQ(::getxattr(target.c_str(), "user.empty", nullptr, 0), 0);
+}
+
+// The copy of a file with an access list and a note, into one with an inherited
+// list, while the system refuses a call: its mode and the number of attributes left
+// out, or "error" and a number.
+class AttributeCopyRefused : public testing::Test {
+protected:
+  void SetUp() override {
+    source_ = scratch_.file("source", "");
+    KW_REQUIRE_ATTRIBUTE(source_, kwtest::accessListName, list_);
+    KW_REQUIRE_ATTRIBUTE(source_, "user.note", "x");
+    KW_REQUIRE_ATTRIBUTE(scratch_.path(), kwtest::defaultListName, list_);
+    target_ = scratch_.file("target", "");
+    ASSERT_NE(kwtest::attribute(target_, kwtest::accessListName), "");
+  }
+
+  // Without a list.
+  std::string plainSource() const {
+    ::removexattr(scratch_.path().c_str(), kwtest::defaultListName);
+    return scratch_.file("plain", "");
+  }
+
+  std::string copyWithout(unsigned call, int failure, const std::string &source) {
+    return kwtest::inForkedChild([&]() -> std::string {
+      NS::Descriptor from = opened(source), to = opened(target_);
+      mode_t mode = 0664;
+      NS::LeftOut leftOut;
+      if (!kwtest::refuseCalls(call, failure))
+        return "the call still works";
+      int error = NS::copyAttributes(from.get(), to.get(), CopiedData::Same, mode, leftOut);
+      if (error != 0)
+        return "error " + std::to_string(error);
+      char text[32];
+      std::snprintf(text, sizeof text, "%03o %d", mode, static_cast<int>(leftOut.times));
+      return text;
+    });
+  }
+
+  kwtest::ScratchFolder scratch_;
+  std::string list_ = kwtest::accessListOf(listWith(4, 6, 4, {{ACL_USER, 4, 1234}}, {}));
+  std::string source_, target_;
+};
+
+TEST_F(AttributeCopyRefused, leavesOutAttributesThatCannotBeSet) {
+  EXPECT_EQ(copyWithout(SYS_setxattr, EPERM, source_), "644 2");
+  EXPECT_EQ(kwtest::attribute(target_, kwtest::accessListName), "") << "the inherited one";
+}
+
+TEST_F(AttributeCopyRefused, grantsNothingToOthersByAListThatCannotBeRead) {
+  EXPECT_EQ(copyWithout(SYS_getxattr, EACCES, source_), "600 2");
+}
+
+TEST_F(AttributeCopyRefused, failsForOtherCauses) {
+  for (unsigned call : {unsigned{SYS_listxattr}, unsigned{SYS_getxattr}, unsigned{SYS_setxattr}})
+    EXPECT_EQ(copyWithout(call, EIO, source_), "error 5") << call;
+  EXPECT_EQ(copyWithout(SYS_removexattr, EIO, plainSource()), "error 5");
+}
+
+TEST_F(AttributeCopyRefused, needsNoAttributesOnAVolumeWithoutAny) {
+  EXPECT_EQ(copyWithout(SYS_listxattr, ENOTSUP, source_), "664 0");
+}
+
+TEST_F(AttributeCopyRefused, missesNoInheritedListThatIsGone) {
+  EXPECT_EQ(copyWithout(SYS_removexattr, ENODATA, plainSource()), "664 0");
+}
+
+TEST(AttributeCopy, leavesOutAListOfNamesThatIsTooLong) {
+  KW_REQUIRE_ROOT();
+  kwtest::ScratchFolder scratch;
+  EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
+              if (!kwtest::mountMemory(scratch.path()))
+                return "no volume";
+              std::string source = scratch.file("source", ""), target = scratch.file("target", "");
+              for (int number = 1000; number < 1300; ++number)
+                if (!kwtest::setAttribute(
+                        source,
+                        ("trusted." + std::string(240, 'x') + std::to_string(number)).c_str(), "1"))
+                  return "no attributes";
+              mode_t mode = 0664;
+              NS::LeftOut leftOut;
+              if (NS::copyAttributes(opened(source).get(), opened(target).get(), CopiedData::Same,
+                                     mode, leftOut) != 0)
+                return "failed";
+              return leftOut.what + " " + std::to_string(leftOut.errnum) + " " +
+                     std::to_string(mode);
+            }),
+            "the attributes " + std::to_string(E2BIG) + " " + std::to_string(0664));
+}
+
+TEST(AttributeCopy, copiesBothListsOfAFolder) {
+  kwtest::ScratchFolder scratch;
+  std::string source = scratch.path("source"), target = scratch.path("target");
+  ASSERT_EQ(::mkdir(source.c_str(), 0755), 0);
+  ASSERT_EQ(::mkdir(target.c_str(), 0755), 0);
+  std::string list = kwtest::accessListOf(listWith(5, 7, 0, {{ACL_USER, 7, 1234}}, {}));
+  std::string other = kwtest::accessListOf(listWith(5, 7, 0, {{ACL_USER, 5, 1234}}, {}));
+  KW_REQUIRE_ATTRIBUTE(source, kwtest::accessListName, list);
+  KW_REQUIRE_ATTRIBUTE(source, kwtest::defaultListName, other);
+  EXPECT_EQ(copiedMode(source, target).size(), 3u);
+  EXPECT_EQ(kwtest::attribute(target, kwtest::accessListName), list);
+  EXPECT_EQ(kwtest::attribute(target, kwtest::defaultListName), other);
+}
+
+TEST(LeftOut, keepsTheFirstAndCountsAll) {
+  kwtest::LogRecorder log;
+  NS::LeftOut leftOut;
+  leftOut.report("copy");
+  EXPECT_EQ(log.lines().size(), 0u) << "nothing was left out";
+  leftOut.note("one", 1);
+  leftOut.report("copy");
+  leftOut.note("two", 2);
+  leftOut.report("copy");
+  std::string line = "copy does without what its volume cannot hold: one (error 1), ";
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{line + "1 in all", line + "2 in all"}));
 }
 
 TEST(AttributeCopy, takesAnInheritedListAway) {
