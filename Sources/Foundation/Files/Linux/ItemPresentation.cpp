@@ -40,7 +40,7 @@ std::optional<Icon> effectiveIconOfItem(const std::string &path) {
     return std::nullopt;
   GIcon *icon = g_file_info_get_icon(info.get());
   Icon names;
-  if (icon && G_IS_THEMED_ICON(icon))
+  if (G_IS_THEMED_ICON(icon)) // not null then
     for (const gchar *const *name = g_themed_icon_get_names(G_THEMED_ICON(icon)); *name; ++name)
       names.names.emplace_back(*name);
   if (!names.names.empty())

@@ -4,6 +4,7 @@
 
 #include "Foundation/Text/PathUtilities.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -14,25 +15,16 @@
 namespace NS {
 namespace {
 
-struct Mount {
-  bool hasIdentifier = false; // false with kernels before 5.8
-  std::uint64_t identifier = 0;
-  std::uint32_t deviceMajor = 0;
-  std::uint32_t deviceMinor = 0;
-  friend bool operator==(const Mount &, const Mount &) = default;
-};
+// The identifier, 0 with kernels before 5.8, and the two numbers of the device.
+using Mount = std::array<std::uint64_t, 3>;
 
 std::optional<Mount> mountOf(const std::string &path) {
   struct statx status;
   if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_MNT_ID,
               &status) != 0)
     return std::nullopt;
-  Mount mount;
-  mount.hasIdentifier = (status.stx_mask & STATX_MNT_ID) != 0;
-  mount.identifier = mount.hasIdentifier ? status.stx_mnt_id : 0;
-  mount.deviceMajor = status.stx_dev_major;
-  mount.deviceMinor = status.stx_dev_minor;
-  return mount;
+  std::uint64_t identifier = (status.stx_mask & STATX_MNT_ID) ? status.stx_mnt_id : 0;
+  return Mount{identifier, status.stx_dev_major, status.stx_dev_minor};
 }
 
 std::optional<std::string> realPath(const std::string &path) {
@@ -40,10 +32,10 @@ std::optional<std::string> realPath(const std::string &path) {
   return real ? std::optional<std::string>(real.get()) : std::nullopt;
 }
 
-// Resolves every link but the last component's own.
+// Resolves every link but the last component's own. The path is not empty.
 std::optional<std::string> realPathOfItem(const std::string &path) {
   std::string name = lastPathComponent(path);
-  if (name.empty() || name == "/" || name == "." || name == "..")
+  if (name == "..")
     return realPath(path);
   std::string parent = stringByDeletingLastPathComponent(path);
   std::optional<std::string> folder = realPath(parent.empty() ? "." : parent);

@@ -2,6 +2,7 @@
 #include "Foundation/Files/URL.h"
 
 #include "Support/ForkedChild.h"
+#include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
@@ -102,6 +103,24 @@ TEST(ResourceValue, namesTheMountPointOfALinkAndNotOfItsTarget) {
   EXPECT_EQ(volume(scratch.path("link")), ofFolder);
   EXPECT_EQ(volume(scratch.path("link/.")), NS::URLResourceValue(URL::fileURLWithPath("/proc/")));
   EXPECT_EQ(volume("/"), NS::URLResourceValue(URL::fileURLWithPath("/")));
+  EXPECT_EQ(volume("/proc/.."), NS::URLResourceValue(URL::fileURLWithPath("/")));
+  EXPECT_EQ(volume(""), std::nullopt);
+  EXPECT_EQ(volume(std::string("/proc\0", 6)), std::nullopt);
+}
+
+TEST(ResourceValue, countsAFolderMountedASecondTimeAsAVolume) {
+  KW_REQUIRE_ROOT();
+  ScratchFolder scratch;
+  fs::create_directories(scratch.path("folder/inner"));
+  fs::create_directory(scratch.path("second"));
+  EXPECT_EQ(kwtest::withPrivateMounts([&]() -> std::string {
+              if (!kwtest::bindMount(scratch.path("folder"), scratch.path("second")))
+                return "no mount";
+              auto volume = NS::getResourceValue(URL::fileURLWithPath(scratch.path("second/inner")),
+                                                 NS::URLResourceKey::Volume, nullptr);
+              return volume ? std::get<URL>(*volume).path() : "none";
+            }),
+            fs::canonical(scratch.path("second")).string());
 }
 
 TEST(ResourceValue, readsNameAndIcon) {
