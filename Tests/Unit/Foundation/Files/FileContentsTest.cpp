@@ -4,6 +4,8 @@
 
 #include "Support/AccessList.h"
 #include "Support/ForkedChild.h"
+#include "Support/LogRecorder.h"
+#include "Support/MissingCall.h"
 #include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
 #include "Support/WaitingWriter.h"
@@ -43,6 +45,7 @@ protected:
 TEST_F(FileContentsTest, areReadWhole) {
   std::string content(200'000, 'x');
   content += '\0';
+  errno = EIO; // of an earlier call
   EXPECT_EQ(files().dataWithContentsOfFile(scratch.file("a", content), &error), content);
   EXPECT_EQ(files().dataWithContentsOfFile(scratch.file("b", ""), &error), "");
   EXPECT_FALSE(error);
@@ -90,6 +93,7 @@ TEST_F(FileContentsTest, asTextMustBeUTF8) {
     EXPECT_EQ(files().stringWithContentsOfFile(scratch.file("b", bytes), &error), std::nullopt);
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code(), NS::FileReadCorruptFileError);
+    EXPECT_EQ(std::get<std::string>(error->userInfo().at("NSFilePath")), scratch.path("b"));
   }
 }
 
@@ -100,7 +104,9 @@ TEST_F(FileContentsTest, areReplacedWithModeAndOwnerKept) {
   if (isRoot) {
     ASSERT_EQ(::chown(path.c_str(), 1234, 5678), 0);
   }
+  errno = EIO; // of an earlier call
   EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
+  EXPECT_FALSE(error);
   EXPECT_EQ(scratch.content("a"), "new");
   struct stat status;
   ASSERT_EQ(::stat(path.c_str(), &status), 0);
@@ -127,6 +133,55 @@ TEST_F(FileContentsTest, replaceALinkAndLeaveItsTarget) {
   EXPECT_EQ(scratch.content("target"), "old");
   EXPECT_EQ(scratch.content("link"), "new");
   EXPECT_FALSE(std::filesystem::is_symlink(scratch.path("link")));
+}
+
+TEST_F(FileContentsTest, replaceAFIFOWithoutWakingItsWriter) {
+  kwtest::WaitingWriter writer(scratch.path("fifo"));
+  std::filesystem::create_hard_link(scratch.path("fifo"), scratch.path("a"));
+  EXPECT_TRUE(files().writeToFileAtomically(scratch.path("a"), "new", &error));
+  EXPECT_EQ(scratch.content("a"), "new");
+  EXPECT_TRUE(writer.isWaiting());
+}
+
+// They have attributes that the new file could not take over.
+TEST_F(FileContentsTest, thatCannotBeReadAreNotReplaced) {
+  std::string path = scratch.file("a", "old");
+  ASSERT_EQ(::chmod(path.c_str(), 0), 0);
+  ASSERT_EQ(::chmod(scratch.path().c_str(), 0777), 0);
+  EXPECT_EQ(kwtest::inChildWithoutRights([&]() -> std::string {
+              return files().writeToFileAtomically(path, "new", nullptr) ? "replaced" : "";
+            }),
+            "");
+  ASSERT_EQ(::chmod(path.c_str(), 0600), 0);
+  EXPECT_EQ(scratch.content("a"), "old");
+  EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, stayAsTheyWereWhenTheDiskFails) {
+  std::string path = scratch.file("a", "old");
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (!kwtest::refuseCalls(SYS_fsync, EIO))
+                return "the call still works";
+              return files().writeToFileAtomically(path, "new", nullptr) ? "replaced" : "";
+            }),
+            "");
+  EXPECT_EQ(scratch.content("a"), "old");
+  EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, tellOfAttributesThatTheReplacementDoesWithout) {
+  std::string path = scratch.file("a", "old");
+  KW_REQUIRE_ATTRIBUTE(path, "user.note", "x");
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (!kwtest::refuseCalls(SYS_setxattr, EPERM))
+                return "the call still works";
+              kwtest::LogRecorder log;
+              if (!files().writeToFileAtomically(path, "new", nullptr))
+                return "not replaced";
+              return log.lines().size() == 1 ? log.lines()[0] : "not one line";
+            }),
+            "a does without what its volume cannot hold: the attribute user.note (error 1), 1 in "
+            "all");
 }
 
 TEST_F(FileContentsTest, cannotReplaceAFolderNorBeInAMissingOne) {
