@@ -91,11 +91,11 @@ int clearFlags(int folder, const char *name, Links links, std::uint32_t mask) {
       ::open(handlePath(handle.get()).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!item)
     return errno;
-  int inodeFlags = 0;
-  if (::ioctl(item.get(), FS_IOC_GETFLAGS, &inodeFlags) != 0)
+  int present = 0;
+  if (::ioctl(item.get(), FS_IOC_GETFLAGS, &present) != 0)
     return errno == ENOTTY ? EOPNOTSUPP : errno;
-  inodeFlags &= ~inodeFlagsOf(mask);
-  return ::ioctl(item.get(), FS_IOC_SETFLAGS, &inodeFlags) == 0 ? 0 : errno;
+  present &= ~inodeFlagsOf(mask);
+  return ::ioctl(item.get(), FS_IOC_SETFLAGS, &present) == 0 ? 0 : errno;
 }
 
 int unlink(int folder, const char *name) {
