@@ -207,8 +207,10 @@ TEST(ClearBeneath, doesNothingForFilesLinksAndProtectedTrees) {
   LockedItem file(scratch.file("root/file", ""));
   KW_REQUIRE_LOCKED(file);
   fs::create_directory_symlink("root", scratch.path("link"));
+  kwtest::LogRecorder log;
   for (const char *name : {"root/file", "link", "root/.", "root/sub/..", "missing"})
     EXPECT_THAT(failuresOfClearing(scratch.path(name)), IsEmpty());
+  EXPECT_THAT(log.lines(), IsEmpty());
   EXPECT_EQ(flagsOf(scratch.path("root/file")), NS::SF_IMMUTABLE_FLAG);
 }
 
@@ -285,6 +287,7 @@ TEST(ClearBeneath, goesOnAfterAFolderThatIsMovedMeanwhile) {
               if (!kwtest::bindMount(scratch.path("root"), scratch.path("seen")) ||
                   !kwtest::makeReadOnly(scratch.path("seen")))
                 return "no mount";
+              kwtest::LogRecorder log;
               std::size_t failures = 0;
               std::string moved;
               NS::FileFlags::shared().clearBeneath(scratch.path("seen/tree"), NS::SF_IMMUTABLE_FLAG,
@@ -296,6 +299,9 @@ TEST(ClearBeneath, goesOnAfterAFolderThatIsMovedMeanwhile) {
                                                      fs::rename(moved, scratch.path("moved"));
                                                    });
               fs::rename(scratch.path("moved"), moved);
+              if (log.lines().size() != 1 ||
+                  !log.lines()[0].ends_with("/d/d was moved; the rest of it stays locked."))
+                return std::to_string(log.lines().size()) + " lines";
               return failures == chains ? "" : std::to_string(failures) + " failures";
             }),
             "");

@@ -72,6 +72,18 @@ TEST(FolderChain, doesNotLeaveThroughAFolderThatWasMovedElsewhere) {
   EXPECT_EQ(outcome.errnum(), ESTALE);
 }
 
+TEST(FolderChain, tellsAFolderThoughTheVolumeDoesNot) {
+  ScratchFolder scratch;
+  fs::create_directory(scratch.path("folder"));
+  fs::create_directory_symlink("folder", scratch.path("link"));
+  scratch.file("file", "");
+  FolderChain chain({.mountPoints = NS::MountPoints::Refuse});
+  ASSERT_EQ(enterRoot(chain, scratch.path()), 0);
+  EXPECT_TRUE(chain.isFolder({.name = "folder", .type = DT_UNKNOWN}));
+  for (const char *name : {"link", "file", "missing"})
+    EXPECT_FALSE(chain.isFolder({.name = name, .type = DT_UNKNOWN})) << name;
+}
+
 TEST(FolderChain, entersNoLinkAndNoFile) {
   ScratchFolder scratch;
   fs::create_directory_symlink(".", scratch.path("link"));
