@@ -2,7 +2,7 @@
 #include "Client/BusFailure.h"
 
 #include <algorithm>
-#include <array>
+#include <initializer_list>
 
 namespace kw {
 namespace {
@@ -13,32 +13,28 @@ std::string_view shortName(std::string_view name) {
   return name.starts_with(busErrorPrefix) ? name.substr(busErrorPrefix.size()) : name;
 }
 
-template <std::size_t size>
-bool isAmong(std::string_view name, const std::array<std::string_view, size> &names) {
+bool isAmong(std::string_view name, std::initializer_list<std::string_view> names) {
   return std::find(names.begin(), names.end(), shortName(name)) != names.end();
 }
 
 // There is no agent to deliver the request to, or no right to deliver it.
 bool meansUnreachable(std::string_view name) {
-  constexpr std::array<std::string_view, 6> names{"AccessDenied", "NameHasNoOwner", "NoNetwork",
-                                                  "NoServer",     "ServiceUnknown", "TimedOut"};
-  return isAmong(name, names) || shortName(name).starts_with("Spawn.") ||
-         name.starts_with("System.Error.");
+  return isAmong(name, {"AccessDenied", "NameHasNoOwner", "NoNetwork", "NoServer", "ServiceUnknown",
+                        "TimedOut"}) ||
+         shortName(name).starts_with("Spawn.") || name.starts_with("System.Error.");
 }
 
 // The agent refused the request before any work; other errors may have come in
 // the middle of it.
 bool meansUntouched(std::string_view name) {
-  constexpr std::array<std::string_view, 7> names{
-      "InvalidArgs",   "LimitsExceeded", "NotSupported",    "UnknownInterface",
-      "UnknownMethod", "UnknownObject",  "InvalidSignature"};
-  return isAmong(name, names);
+  return isAmong(name, {"InvalidArgs", "LimitsExceeded", "NotSupported", "UnknownInterface",
+                        "UnknownMethod", "UnknownObject", "InvalidSignature"});
 }
 
 } // namespace
 
 bool meansInterrupted(std::string_view name) {
-  return isAmong(name, std::array<std::string_view, 2>{"NoReply", "Disconnected"});
+  return isAmong(name, {"NoReply", "Disconnected"});
 }
 
 ClientError errorOfReply(std::string_view name, const std::string &text) {
