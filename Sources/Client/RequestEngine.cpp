@@ -199,15 +199,12 @@ void RequestEngine::loop() noexcept {
 
 // False when the client is gone.
 bool RequestEngine::takeWork() {
-  std::shared_ptr<PendingRequest> givenUp;
-  bool stopping = false;
-  {
-    std::lock_guard lock(mutex_);
-    entries_.merge(started_);
-    deadlines_.merge(startedDeadlines_);
-    givenUp.swap(givenUp_);
-    stopping = stopping_;
-  }
+  std::unique_lock lock(mutex_);
+  entries_.merge(started_);
+  deadlines_.merge(startedDeadlines_);
+  std::shared_ptr<PendingRequest> givenUp = std::move(givenUp_);
+  bool stopping = stopping_;
+  lock.unlock();
   cancelThose(std::move(givenUp));
   cancelUpTo(givenUpTo_);
   return !stopping;
@@ -289,7 +286,7 @@ bool RequestEngine::sendNext(Entries::iterator next) {
   const Entry &entry = next->second;
   if (isGivenUp(number, entry)) {
     remove(number)->fail(endings_.cancelled);
-    return true;
+    return true; // the next may go
   }
   if (sent_ >= mostSent || (sent_ > 0 && sentBytes_ + entry.bytes > mostSentBytes))
     return false;
@@ -328,13 +325,12 @@ bool RequestEngine::connect() {
     std::unique_ptr<AgentConnection> fresh = connector_();
     std::lock_guard lock(mutex_);
     connection_ = std::move(fresh);
-    return true;
   } catch (const ClientError &error) {
     endWaiting(error);
   } catch (const std::bad_alloc &) {
     endWaiting(endings_.noMemory);
   }
-  return false;
+  return connection_ != nullptr;
 }
 
 bool RequestEngine::isAccepted() {
@@ -392,12 +388,10 @@ std::shared_ptr<PendingRequest> RequestEngine::remove(Number number) {
   return request;
 }
 
+// Each deadline is that of a request, and goes with it.
 void RequestEngine::expire() {
-  while (!deadlines_.empty() && deadlines_.begin()->first <= Clock::now()) {
-    Number number = deadlines_.begin()->second;
-    deadlines_.erase(deadlines_.begin());
-    forget(number, endings_.expired, endings_.expiredLate);
-  }
+  while (!deadlines_.empty() && deadlines_.begin()->first <= Clock::now())
+    forget(deadlines_.begin()->second, endings_.expired, endings_.expiredLate);
 }
 
 std::optional<RequestEngine::Clock::time_point> RequestEngine::nextDeadline() const {
@@ -414,13 +408,11 @@ void RequestEngine::waitForWork() {
     until = Clock::time_point::min(); // handle arrived messages without waiting
   else
     mayWait_ = true;
-  if (connection_) {
-    lock.unlock();
-    waitForArrivals(until);
-    lock.lock();
-  } else {
-    changed_.wait(lock, [this] { return !mayWait_; });
-  }
+  if (!connection_)
+    return changed_.wait(lock, [this] { return !mayWait_; });
+  lock.unlock();
+  waitForArrivals(until);
+  std::lock_guard again(mutex_);
   mayWait_ = false;
 }
 
