@@ -52,6 +52,8 @@ public:
       holding_ = false;
       for (auto &[number, message] : std::exchange(held_, {}))
         answer(number, message);
+      arrived_.insert(arrived_.end(), refused_.begin(), refused_.end());
+      refused_.clear();
     });
   }
   void sendProgress(const std::string &chunk) {
@@ -61,6 +63,11 @@ public:
   void learnToCancel() {
     std::lock_guard lock(mutex_);
     canCancel_ = true;
+  }
+  // From now on it refuses to cancel only as it is released.
+  void refuseToCancelLater() {
+    std::lock_guard lock(mutex_);
+    refusesLater_ = true;
   }
   // From now on no memory is left for asking it to cancel.
   void leaveNoMemoryForCancelling() {
@@ -129,6 +136,11 @@ public:
     failingCancels_ = true;
   }
 
+  // Waits until the client waits for the agent without a limit.
+  void waitUntilIdle() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return idle_; });
+  }
   void waitUntilSent(std::size_t count) {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return sent_.size() >= count; });
@@ -205,10 +217,6 @@ private:
     FakeAgent &agent_;
   };
 
-  static kw::ClientError ended() {
-    return {kw::ClientError::Kind::Unreachable, "Disconnected", "the connection has ended"};
-  }
-
   static std::string describe(const NS::XPCValue &value) {
     if (const auto *text = std::get_if<std::string>(&value))
       return " " + *text;
@@ -269,10 +277,10 @@ private:
   void send(Number number, const kw::AgentMessage &message) {
     change([&] {
       if (broken_)
-        throw ended();
+        throw ended_;
       if (failingSends_ > 0) {
         --failingSends_;
-        throw ended();
+        throw ended_;
       }
       sent_.push_back(message);
       if (!holding_)
@@ -297,7 +305,7 @@ private:
     change([&] {
       ++cancelsAsked_;
       if (failingCancels_)
-        throw ended();
+        throw ended_;
       hasMemory = hasMemoryToCancel_;
       if (hasMemory)
         beAskedToCancel(number);
@@ -307,7 +315,10 @@ private:
   }
   void beAskedToCancel(Number number) {
     if (!canCancel_) {
-      arrived_.emplace_back(NotCancelled{number});
+      if (refusesLater_)
+        refused_.push_back(NotCancelled{number});
+      else
+        arrived_.emplace_back(NotCancelled{number});
       return;
     }
     auto found = std::find_if(held_.begin(), held_.end(),
@@ -321,12 +332,14 @@ private:
   void wait(kw::AgentConnection::Receiver &receiver,
             std::optional<kw::AgentConnection::Clock::time_point> until) {
     std::unique_lock lock(mutex_);
+    idle_ = !until;
+    changed_.notify_all();
     auto due = [this] { return !arrived_.empty() || woken_ || broken_ || !hasMemoryToWait_; };
     if (until)
       changed_.wait_until(lock, *until, due);
     else
       changed_.wait(lock, due);
-    woken_ = false;
+    idle_ = woken_ = false;
     if (!std::exchange(hasMemoryToWait_, true))
       throw std::bad_alloc();
     for (Arrival &arrival : std::exchange(arrived_, {})) {
@@ -335,7 +348,7 @@ private:
       lock.lock();
     }
     if (broken_)
-      throw ended();
+      throw ended_;
   }
 
   static void deliver(kw::AgentConnection::Receiver &receiver, Arrival &arrival) {
@@ -352,6 +365,9 @@ private:
       receiver.received(number, std::get<NS::XPCValues>(std::move(answer)));
   }
 
+  // Made before memory can run out.
+  const kw::ClientError ended_{kw::ClientError::Kind::Unreachable, "Disconnected",
+                               "the connection has ended"};
   std::mutex mutex_;
   std::condition_variable changed_;
   Handler handler_;
@@ -365,12 +381,15 @@ private:
   int failingSends_ = 0;
   bool failingCancels_ = false;
   std::size_t cancelsAsked_ = 0;
+  std::vector<NotCancelled> refused_;
+  bool refusesLater_ = false;
   bool canCancel_ = false;
   bool hasMemoryToCancel_ = true;
   bool hasMemoryToConnect_ = true;
   bool hasMemoryToWait_ = true;
   bool accepting_ = true;
   bool holding_ = false;
+  bool idle_ = false;
   bool refusing_ = false;
   bool broken_ = false;
   bool woken_ = false;

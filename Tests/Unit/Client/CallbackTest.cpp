@@ -176,6 +176,17 @@ TEST_F(CallbackTest, cancelsAnotherBeforeItIsSent) {
   EXPECT_EQ(agent.requests(), (Strings{"Echo pause", "Echo last"}));
 }
 
+// Nothing but this request wakes the client's thread then.
+TEST_F(CallbackTest, startsARequestWhenTheTimeOfAnotherHasPassed) {
+  Pause pause(*client, agent);
+  std::promise<Request<EchoReply>> started;
+  client->echoAsync("late", {std::chrono::milliseconds(0)}).then([&](const auto &) {
+    started.set_value(client->echoAsync("next"));
+  });
+  pause.end();
+  EXPECT_EQ(started.get_future().get().get().text, "next");
+}
+
 TEST_F(CallbackTest, isCalledWithAllSignalsBlocked) {
   sigset_t before, inside, after;
   ::pthread_sigmask(SIG_BLOCK, nullptr, &before);

@@ -16,6 +16,8 @@ using kw::ClientError;
 using kw::RequestProgress;
 using Strings = std::vector<std::string>;
 
+const kw::RequestOptions atOnce{std::chrono::milliseconds(0)};
+
 class CancellationTest : public testing::Test {
 protected:
   template <typename Reply>
@@ -156,6 +158,31 @@ TEST_F(CancellationTest, isAskedForOnceWhenAllRequestsAreToBeCancelledToo) {
   });
   expectCancelled(request, ClientError::Effect::Unknown);
   EXPECT_EQ(agent.cancelsAsked(), 1u);
+}
+
+// Nothing but the cancellation wakes the client's thread then.
+TEST_F(CancellationTest, canComeWhenTheTimeOfAnotherRequestHasPassed) {
+  agent.learnToCancel();
+  agent.hold();
+  auto request = client->echoAsync("x", paused());
+  agent.waitUntilSent(1);
+  whileTheThreadIsBusy(
+      [&] { client->echoAsync("late", atOnce).then([&](const auto &) { request.cancel(); }); });
+  expectCancelled(request, ClientError::Effect::Unknown);
+}
+
+TEST_F(CancellationTest, ofAllCanComeWhenTheTimeOfAnotherRequestHasPassed) {
+  agent.learnToCancel();
+  agent.hold();
+  auto request = client->echoAsync("x", paused());
+  agent.waitUntilSent(1);
+  kw::Request<kw::EchoReply> unsent;
+  whileTheThreadIsBusy([&] {
+    client->echoAsync("late", atOnce).then([&](const auto &) { client->cancelAll(); });
+    unsent = client->echoAsync("y");
+  });
+  expectCancelled(request, ClientError::Effect::Unknown);
+  expectCancelled(unsent, ClientError::Effect::None);
 }
 
 TEST_F(CancellationTest, findsTheConnectionEnded) {

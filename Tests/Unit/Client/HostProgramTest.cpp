@@ -135,6 +135,26 @@ TEST_F(HostProgramTest, mayAskAnewInAForkedChild) {
             "from the child");
 }
 
+TEST(HostProgram, mayRunOutOfMemoryWhenTheConnectionEnds) {
+  kwtest::FakeAgent agent;
+  auto client = agent.client();
+  agent.hold();
+  kw::RequestOptions options;
+  options.progress = [&](const kw::RequestProgress &) {
+    agent.breakConnection();
+    kwtest::allocationsLeft() = 0;
+  };
+  auto request = client->removeItemAtPathAsync("/a", options);
+  agent.waitUntilSent(1);
+  agent.sendAdvance({});
+  const ClientError *error = request.wait().error();
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->kind(), ClientError::Kind::Interrupted);
+  EXPECT_STREQ(error->what(), "no memory is left for the connection to the agent");
+  agent.release();
+  EXPECT_EQ(client->echo("over another").text, "over another");
+}
+
 TEST(HostProgram, mayDestroyClientsWhileTheirCallbacksRun) {
   std::atomic<int> ended = 0;
   constexpr int threadCount = 8, rounds = 50;

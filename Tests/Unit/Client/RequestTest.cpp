@@ -32,6 +32,24 @@ protected:
     EXPECT_EQ(error->kind(), kind) << error->what();
     EXPECT_EQ(error->effect(), effect) << error->what();
   }
+  // Returns when the client has sent all that it may of the requests before. The
+  // second request begins after the thread has come to the end of a turn that
+  // knew of them.
+  void letItSendAllThatItMay() {
+    for (int times = 0; times < 2; ++times)
+      expectFailure(client->echoAsync("late", atOnce), ClientError::Kind::DeadlinePassed,
+                    ClientError::Effect::None);
+  }
+  // A request that the agent has though its time has passed. On a busy machine a
+  // short time may pass before the sending.
+  Request<EchoReply> sentAndLate() {
+    for (milliseconds time(10);; time *= 2) {
+      auto request = client->echoAsync("x", {time});
+      const ClientError *error = request.wait().error();
+      if (!error || error->effect() == ClientError::Effect::Unknown || time.count() > 20'000)
+        return request;
+    }
+  }
 
   kwtest::FakeAgent agent;
   std::unique_ptr<Client> client = agent.client();
@@ -112,11 +130,33 @@ TEST_F(RequestTest, waitsInTheClientWhereTooMuchIsOnItsWay) {
   for (int number = 0; number < 4; ++number)
     requests.push_back(client->echoAsync(std::string(3 << 20, 'x')));
   requests.push_back(client->echoAsync(std::string(9 << 20, 'x')));
-  agent.waitUntilSent(2);
+  letItSendAllThatItMay();
+  EXPECT_EQ(agent.sent().size(), 2u);
   agent.release();
   for (const auto &request : requests)
     EXPECT_TRUE(request.wait().hasReply());
   EXPECT_EQ(agent.mostHeld(), 2u);
+}
+
+TEST_F(RequestTest, goesOnItsWayWhileThereIsRoomForAllOfItsBytes) {
+  agent.hold();
+  auto first = client->echoAsync(std::string(4 << 20, 'x'));
+  auto second = client->echoAsync(std::string(4 << 20, 'x'));
+  auto third = client->echoAsync("x");
+  letItSendAllThatItMay();
+  EXPECT_EQ(agent.sent().size(), 2u);
+  agent.release();
+  EXPECT_EQ(third.get().text, "x");
+}
+
+TEST_F(RequestTest, waitsInTheClientWhereOneOtherLeavesTooLittleRoom) {
+  agent.hold();
+  auto first = client->echoAsync(std::string(5 << 20, 'x'));
+  auto second = client->slimBinaryWithPathAsync("/a", {"b", std::string(4 << 20, 'x')});
+  letItSendAllThatItMay();
+  EXPECT_EQ(agent.requests(), Strings{"Echo " + std::string(5 << 20, 'x')});
+  agent.release();
+  EXPECT_TRUE(second.get().isDone());
 }
 
 TEST_F(RequestTest, callsBackOnTheClientsThreadInOrder) {
@@ -211,19 +251,44 @@ TEST_F(RequestTest, endsWhenItsTimeHasPassed) {
   agent.hold();
   auto unsent = client->echoAsync("x", atOnce);
   expectFailure(unsent, ClientError::Kind::DeadlinePassed, ClientError::Effect::None);
-  // On a busy machine a short time may pass before the sending.
-  auto effect = ClientError::Effect::None;
-  for (milliseconds time(10); effect == ClientError::Effect::None && time.count() < 20'000;
-       time *= 2) {
-    auto sent = client->echoAsync("x", {time});
-    const ClientError *error = sent.wait().error();
-    ASSERT_NE(error, nullptr);
-    EXPECT_EQ(error->kind(), ClientError::Kind::DeadlinePassed);
-    effect = error->effect();
-  }
-  EXPECT_EQ(effect, ClientError::Effect::Unknown);
+  expectFailure(sentAndLate(), ClientError::Kind::DeadlinePassed, ClientError::Effect::Unknown);
   agent.release();
   EXPECT_EQ(client->echo("next", {milliseconds::max()}).text, "next");
+}
+
+TEST_F(RequestTest, isNotCancelledAfterItsTime) {
+  agent.hold();
+  sentAndLate().cancel();
+  letItSendAllThatItMay();
+  EXPECT_EQ(agent.cancelsAsked(), 0u);
+}
+
+TEST_F(RequestTest, hasEndedWhenTheAgentRefusesToCancelItAfterItsTime) {
+  agent.hold();
+  agent.refuseToCancelLater();
+  Request<EchoReply> request;
+  // On a busy machine a short time may pass before the cancellation.
+  for (milliseconds time(10); agent.cancelsAsked() == 0; time *= 2) {
+    agent.forget();
+    request = client->echoAsync("x", {time});
+    while (agent.sent().empty() && !request.isEnded())
+      std::this_thread::yield();
+    request.cancel();
+    static_cast<void>(request.wait());
+  }
+  expectFailure(request, ClientError::Kind::DeadlinePassed, ClientError::Effect::Unknown);
+  agent.release();
+  EXPECT_EQ(client->echo("next").text, "next");
+}
+
+TEST_F(RequestTest, letsItsThreadRestWhileTheAgentHasIt) {
+  agent.hold();
+  auto request = client->echoAsync("x");
+  agent.waitUntilSent(1);
+  agent.waitUntilIdle();
+  EXPECT_FALSE(request.isEnded());
+  agent.release();
+  EXPECT_EQ(request.get().text, "x");
 }
 
 TEST_F(RequestTest, isInterruptedWhenItsConnectionEnds) {
