@@ -1,6 +1,8 @@
 // The queue between a transport's threads and the owner of a connection.
 #include "Client/AgentArrivals.h"
 
+#include "Support/Signal.h"
+
 #include <future>
 #include <gmock/gmock.h>
 #include <thread>
@@ -30,6 +32,17 @@ protected:
   void add(Receiver::Number number) {
     arrivals.add([number](kw::AgentConnection::Receiver &each) { each.received(number, {}); });
   }
+  // Takes an arrival in another thread, which then waits for something else.
+  std::future<void> waitAfterTheFirst() {
+    auto waiting = std::async(std::launch::async, [this] {
+      arrivals.wait(receiver, std::nullopt);
+      arrivals.wait(receiver, std::nullopt);
+    });
+    kwtest::Signal taken;
+    arrivals.add([taken](kw::AgentConnection::Receiver &) { taken.raise(); });
+    taken.wait();
+    return waiting;
+  }
   // Without waiting.
   void take() { arrivals.wait(receiver, AgentArrivals::Clock::now()); }
 
@@ -54,7 +67,7 @@ TEST_F(AgentArrivalsTest, mayAddOthers) {
 }
 
 TEST_F(AgentArrivalsTest, areWaitedFor) {
-  auto waiting = std::async(std::launch::async, [this] { arrivals.wait(receiver, std::nullopt); });
+  auto waiting = waitAfterTheFirst();
   add(1);
   waiting.get();
   EXPECT_THAT(receiver.numbers, ElementsAre(1));
@@ -63,7 +76,7 @@ TEST_F(AgentArrivalsTest, areWaitedFor) {
 TEST_F(AgentArrivalsTest, letAWaitReturnThatIsWoken) {
   arrivals.wake();
   arrivals.wait(receiver, std::nullopt);
-  auto waiting = std::async(std::launch::async, [this] { arrivals.wait(receiver, std::nullopt); });
+  auto waiting = waitAfterTheFirst();
   arrivals.wake();
   waiting.get();
 }
@@ -94,7 +107,7 @@ TEST_F(AgentArrivalsTest, comeBeforeTheEndOfTheConnection) {
 }
 
 TEST_F(AgentArrivalsTest, endAWait) {
-  auto waiting = std::async(std::launch::async, [this] { arrivals.wait(receiver, std::nullopt); });
+  auto waiting = waitAfterTheFirst();
   arrivals.end(ClientError(ClientError::Kind::Unreachable, "end", ""));
   EXPECT_THROW(waiting.get(), ClientError);
 }
