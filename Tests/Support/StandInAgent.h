@@ -50,7 +50,7 @@ public:
     std::unique_lock lock(mutex_);
     called_.wait(lock, [&] { return std::count(calls_.begin(), calls_.end(), member) >= times; });
   }
-  // The members called so far.
+  // The members called so far, settings with their value.
   std::vector<std::string> calls() {
     std::lock_guard lock(mutex_);
     return calls_;
@@ -62,8 +62,10 @@ public:
   // From now on it answers before it leaves, and leaves with the answer to the
   // echo of this text.
   void leaveAtEchoOnly(const char *text) { leavesAt_ = text; }
+  // From now on it loses its name when it is to leave, but says that it stays.
+  void refuseToLeave() { refusesToLeave_ = true; }
   // From now on it also reports progress in messages of another form, and that
-  // of calls that do not exist.
+  // of calls that do not exist, and of a call to cancel.
   void talkNonsense() { talksNonsense_ = true; }
 
   // Called by a repair before its first chunk, and by a removal before it is
@@ -89,13 +91,20 @@ private:
     std::string member(call.member());
     {
       std::lock_guard lock(mutex_); // a test may look as soon as it has the answer
-      calls_.push_back(member);
+      calls_.push_back(member + valueOfSetting(call, member));
       called_.notify_all();
     }
     if (call.interface() == controlInterface && age_ == Age::Old)
       fail(call, "org.freedesktop.DBus.Error.UnknownInterface", "there is no such interface");
     else
       answer(call, member);
+  }
+  static std::string valueOfSetting(BusMessage &call, const std::string &member) {
+    if (call.interface() != controlInterface || member == "Cancel")
+      return "";
+    if (call.signature() != "b")
+      return " nothing";
+    return call.readBool() ? " true" : " false";
   }
   void answer(BusMessage &call, const std::string &member) {
     if (member == "Echo")
@@ -114,8 +123,8 @@ private:
       shredding_.emplace(call.serial(), std::move(call));
     else if (member == "Cancel")
       cancel(call);
-    else if (member == "PleaseTerminate" || member == "RemoveASL")
-      leave(call, member);
+    else if (member == "PleaseTerminate")
+      leave(call);
     else if (call.interface() == controlInterface)
       reply(call);
   }
@@ -148,10 +157,13 @@ private:
   }
 
   // As the end of a process looks to the bus.
-  void leave(const BusMessage &call, const std::string &member) {
+  void leave(const BusMessage &call) {
     if (!*leavesAt_.load())
       bus_.releaseName(name);
-    member == "RemoveASL" ? reply(call, true, std::monostate()) : reply(call);
+    if (refusesToLeave_)
+      fail(call, "org.freedesktop.DBus.Error.Failed", "there is work to do");
+    else
+      reply(call);
   }
 
   // With user info that the client knows and some that it does not.
@@ -203,32 +215,33 @@ private:
       duringWork(caller, call.serial());
     if (talksNonsense_)
       reportNonsense(caller, call.serial());
-    for (std::uint64_t items : {1U, 2U}) {
-      BusMessage signal = bus_.makeSignal(caller, path, controlInterface, "Progress");
-      signal.write(call.serial());
-      signal.write(items);
-      signal.write(items * 4096);
-      signal.write("/a/" + std::to_string(items));
-      bus_.send(signal);
-    }
+    for (std::uint64_t items : {1U, 2U})
+      report(caller, call.serial(), items, "/a/" + std::to_string(items));
     reply(call, true, std::monostate());
+  }
+
+  void report(const std::string &caller, std::uint32_t serial, std::uint64_t items,
+              const std::string &at) {
+    BusMessage signal = bus_.makeSignal(caller, path, controlInterface, "Progress");
+    signal.write(serial);
+    signal.write(items);
+    signal.write(items * 4096);
+    signal.write(at);
+    bus_.send(signal);
   }
 
   void reportNonsense(const std::string &caller, std::uint32_t serial) {
     BusMessage text = bus_.makeSignal(caller, path, controlInterface, "Progress");
     text.write("half of it");
     bus_.send(text);
-    BusMessage other = bus_.makeSignal(caller, path, controlInterface, "Progress");
-    other.write(serial + 1000);
-    other.write(std::uint64_t{9});
-    other.write(std::uint64_t{9});
-    other.write("/of/another/call");
-    bus_.send(other);
+    report(caller, serial + 1000, 9, "/of/another/call");
   }
 
   void cancel(BusMessage &call) {
     if (age_ == Age::ToCome)
       return reply(call, std::string("no flag"));
+    if (talksNonsense_)
+      report(std::string(call.sender()), call.serial(), 9, "/of/the/cancellation");
     auto node = shredding_.extract(call.readUInt32());
     if (endsAll_)
       for (auto &[serial, shredding] : std::exchange(shredding_, {}))
@@ -243,6 +256,7 @@ private:
   NS::BusWaker waker_;
   std::map<std::uint32_t, BusMessage> shredding_; // by the serial of the call
   std::atomic<const char *> leavesAt_ = "";
+  std::atomic<bool> refusesToLeave_ = false;
   std::atomic<bool> finishes_ = false;
   std::atomic<bool> endsAll_ = false;
   std::atomic<bool> talksNonsense_ = false;

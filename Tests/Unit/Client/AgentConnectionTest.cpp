@@ -2,6 +2,7 @@
 // agent's name.
 #include "Client/AgentConnection.h"
 #include "Client/Client.h"
+#include "Protocol/BusNames.h"
 
 #include "Support/PrivateBus.h"
 #include "Support/StandInAgent.h"
@@ -127,6 +128,14 @@ TEST_F(AgentConnectionTest, endsARequestToLeaveWithTheAnswerAndTheNameOnly) {
   EXPECT_EQ(request.wait().error(), nullptr);
 }
 
+TEST_F(AgentConnectionTest, doesNotTakeTheLossOfTheNameForTheEndOfTheAgent) {
+  StandInAgent agent(bus.address());
+  agent.refuseToLeave();
+  ClientError error = failureOf([&] { client->pleaseTerminate(); });
+  EXPECT_EQ(error.kind(), ClientError::Kind::Refused);
+  EXPECT_STREQ(error.what(), "there is work to do");
+}
+
 TEST_F(AgentConnectionTest, tellsAnAgentThatWentAwayFromOneThatNeverWasThere) {
   auto agent = std::make_unique<StandInAgent>(bus.address());
   auto request = client->securelyRemoveItemAtPathAsync("/a");
@@ -178,6 +187,14 @@ TEST_F(AgentConnectionTest, asksNoAgentWhoseEndTheBusWouldNotReport) {
   EXPECT_EQ(client->echo("still here").text, "still here");
 }
 
+TEST_F(AgentConnectionTest, asksTheBusOnceToReportTheEndOfTheAgent) {
+  kwtest::PrivateBus strict("<limit name=\"max_match_rules_per_connection\">1</limit>");
+  StandInAgent agent(strict.address());
+  client = Client::connect(strict.address());
+  for (int times = 0; times < 2; ++times)
+    EXPECT_EQ(client->repairPermissions(nullptr).attempt, kw::Attempt::Made);
+}
+
 TEST_F(AgentConnectionTest, findsABusThatComesBack) {
   {
     StandInAgent agent(bus.address());
@@ -190,9 +207,14 @@ TEST_F(AgentConnectionTest, findsABusThatComesBack) {
   EXPECT_EQ(client->echo("after").text, "after");
 }
 
-class NoReceiver final : public kw::AgentConnection::Receiver {
+class LastAnswer final : public kw::AgentConnection::Receiver {
+public:
   using Number = kw::AgentConnection::Number;
-  void received(Number, NS::XPCValues) override {}
+
+  Number number = 0;
+
+private:
+  void received(Number of, NS::XPCValues) override { number = of; }
   void failed(Number, const ClientError &) override {}
   void progressed(const std::string &) override {}
   void advanced(Number, const kw::RequestProgress &) override {}
@@ -205,14 +227,43 @@ TEST_F(AgentConnectionTest, waitsWhenThereIsNoMessage) {
   using Clock = kw::AgentConnection::Clock;
   auto connection = kw::AgentConnection::open(bus.address());
   connection->waitUntilAccepted(std::nullopt, nullptr);
-  NoReceiver nobody;
+  LastAnswer none;
   bool hasWaited = false;
   for (int attempt = 0; attempt < 4 && !hasWaited; ++attempt) { // the bus sends a signal at first
     Clock::time_point until = Clock::now() + milliseconds(50);
-    connection->wait(nobody, until);
+    connection->wait(none, until);
     hasWaited = Clock::now() >= until;
   }
   EXPECT_TRUE(hasWaited);
+}
+
+// So that requests that waited for it can be sent.
+TEST_F(AgentConnectionTest, waitsNoLongerThanUntilOneAnswer) {
+  StandInAgent agent(bus.address());
+  auto connection = kw::AgentConnection::open(bus.address());
+  connection->waitUntilAccepted(std::nullopt, nullptr);
+  LastAnswer last;
+  for (LastAnswer::Number number : {1U, 2U}) {
+    connection->send(number, {.member = "Echo",
+                              .arguments = {std::string("x")},
+                              .replyKinds = {NS::XPCKind::String, NS::XPCKind::Error}});
+    static_cast<void>(client->echo("y")); // answered after the other
+    while (last.number < number)
+      connection->wait(last, std::nullopt);
+  }
+  EXPECT_EQ(last.number, 2U);
+}
+
+TEST_F(AgentConnectionTest, asksOnlySomeTimesASecondWhetherToGoOnConnecting) {
+  bus.freeze();
+  int calls = 0;
+  kw::ClientOptions options;
+  options.connectTimeLimit = milliseconds(20);
+  options.keepConnecting = [&] { return ++calls > 0; };
+  ClientError error =
+      failureOf([&] { static_cast<void>(Client::connect(bus.address(), options)); });
+  EXPECT_EQ(error.kind(), ClientError::Kind::DeadlinePassed);
+  EXPECT_LE(calls, 2); // at first, and after the time
 }
 
 TEST_F(AgentConnectionTest, waitsForASilentBusNoLongerThanItMay) {
@@ -298,10 +349,11 @@ TEST_F(AgentConnectionTest, carriesThousandsOfRequestsAtOnce) {
     ASSERT_EQ(requests[static_cast<std::size_t>(number)].get().text, std::to_string(number));
 }
 
-TEST_F(AgentConnectionTest, doesNotSendMessagesForWhichTheBusWouldDisconnect) {
+TEST_F(AgentConnectionTest, sendsOnlyAsMuchTextAsTheAgentTakes) {
   StandInAgent agent(bus.address());
-  ClientError error =
-      failureOf([&] { static_cast<void>(client->echo(std::string(17 << 20, 'x'))); });
+  std::string most(kw::kMostArgumentBytes, 'x');
+  EXPECT_EQ(client->echo(most).text.size(), most.size());
+  ClientError error = failureOf([&] { static_cast<void>(client->echo(most + "x")); });
   EXPECT_EQ(error.kind(), ClientError::Kind::BadArgument);
   EXPECT_EQ(client->echo("still here").text, "still here");
 }

@@ -40,6 +40,18 @@ protected:
     };
     return options;
   }
+  // Returns when the bus has passed it on.
+  static void sendForgedProgress(NS::BusConnection &stranger, const std::string &caller,
+                                 std::uint32_t serial) {
+    NS::BusMessage signal =
+        stranger.makeSignal(caller, StandInAgent::path, StandInAgent::controlInterface, "Progress");
+    signal.write(serial);
+    signal.write(std::uint64_t{7});
+    signal.write(std::uint64_t{7});
+    signal.write("/forged");
+    stranger.send(signal);
+    stranger.requestName("org.keepwell.test"); // answered when the signal has gone
+  }
 
   kwtest::PrivateBus bus;
   std::unique_ptr<Client> client;
@@ -53,6 +65,16 @@ TEST_F(AgentControlTest, hasTheAgentCancel) {
   expectCancelled(request);
   EXPECT_EQ(agent.calls(), (Strings{"SecurelyRemoveItemAtPath", "Cancel"}));
   EXPECT_EQ(client->echo("next").text, "next");
+}
+
+TEST_F(AgentControlTest, hasTheAgentGoOnWithOtherRequests) {
+  StandInAgent agent(bus.address());
+  auto other = client->securelyRemoveItemAtPathAsync("/a");
+  auto request = client->securelyRemoveItemAtPathAsync("/b");
+  agent.waitUntilCalled("SecurelyRemoveItemAtPath", 2);
+  request.cancel();
+  expectCancelled(request);
+  EXPECT_FALSE(other.isEnded());
 }
 
 TEST_F(AgentControlTest, tellsOfWorkThatWasDoneBeforeItCouldBeCancelled) {
@@ -128,8 +150,8 @@ TEST_F(AgentControlTest, hearsHowFarTheAgentHasCome) {
   EXPECT_TRUE(client->removeItemAtPath("/a", following(paths)).isDone());
   EXPECT_TRUE(client->removeItemAtPath("/a", following(paths)).isDone());
   EXPECT_EQ(paths, (Strings{"/a/1 1 4096", "/a/2 2 8192", "/a/1 1 4096", "/a/2 2 8192"}));
-  EXPECT_EQ(agent.calls(), (Strings{"RemoveItemAtPath", "SubscribeToProgress", "RemoveItemAtPath",
-                                    "RemoveItemAtPath"}));
+  EXPECT_EQ(agent.calls(), (Strings{"RemoveItemAtPath", "SubscribeToProgress true",
+                                    "RemoveItemAtPath", "RemoveItemAtPath"}));
 }
 
 TEST_F(AgentControlTest, leavesOutProgressThatItCannotUnderstand) {
@@ -138,6 +160,17 @@ TEST_F(AgentControlTest, leavesOutProgressThatItCannotUnderstand) {
   Strings paths;
   EXPECT_TRUE(client->removeItemAtPath("/a", following(paths)).isDone());
   EXPECT_EQ(paths, (Strings{"/a/1 1 4096", "/a/2 2 8192"}));
+}
+
+TEST_F(AgentControlTest, hearsNoProgressOfItsCancellation) {
+  StandInAgent agent(bus.address());
+  agent.talkNonsense();
+  Strings paths;
+  auto request = client->securelyRemoveItemAtPathAsync("/a", following(paths));
+  agent.waitUntilShredding();
+  request.cancel();
+  expectCancelled(request);
+  EXPECT_EQ(paths, Strings());
 }
 
 TEST_F(AgentControlTest, followsNothingOfAnAgentThatTellsNothing) {
@@ -150,14 +183,24 @@ TEST_F(AgentControlTest, believesTheAgentAlone) {
   StandInAgent agent(bus.address());
   NS::BusConnection stranger(bus.address());
   agent.duringWork = [&](const std::string &caller, std::uint32_t serial) {
-    NS::BusMessage signal =
-        stranger.makeSignal(caller, StandInAgent::path, StandInAgent::controlInterface, "Progress");
-    signal.write(serial);
-    signal.write(std::uint64_t{7});
-    signal.write(std::uint64_t{7});
-    signal.write("/forged");
+    sendForgedProgress(stranger, caller, serial);
+  };
+  Strings paths;
+  static_cast<void>(client->removeItemAtPath("/a", following(paths)));
+  EXPECT_EQ(paths, (Strings{"/a/1 1 4096", "/a/2 2 8192"}));
+}
+
+TEST_F(AgentControlTest, believesTheBusAloneAboutTheAgentsName) {
+  StandInAgent agent(bus.address());
+  NS::BusConnection stranger(bus.address());
+  agent.duringWork = [&](const std::string &caller, std::uint32_t serial) {
+    NS::BusMessage signal = stranger.makeSignal(
+        caller, NS::BusConnection::busPath, NS::BusConnection::busInterface, "NameOwnerChanged");
+    signal.write(StandInAgent::name);
+    signal.write("");
+    signal.write(stranger.uniqueName());
     stranger.send(signal);
-    stranger.requestName("org.keepwell.test"); // answered when the signal has gone
+    sendForgedProgress(stranger, caller, serial);
   };
   Strings paths;
   static_cast<void>(client->removeItemAtPath("/a", following(paths)));
@@ -176,7 +219,7 @@ TEST_F(AgentControlTest, asksEachAgentAnewToEndItsRequestsOnLeaving) {
     Strings calls = agent.calls();
     EXPECT_EQ(calls.back(), "Echo");
     std::sort(calls.begin(), calls.end());
-    EXPECT_EQ(calls, (Strings{"Echo", "Echo", "EndRequestsOnLeaving"}));
+    EXPECT_EQ(calls, (Strings{"Echo", "Echo", "EndRequestsOnLeaving true"}));
   }
 }
 
