@@ -1,9 +1,10 @@
 // A writer that waits for a reader of its FIFO.
 #pragma once
 
+#include "Support/ThreadState.h"
+
 #include <atomic>
 #include <fcntl.h>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <sys/stat.h>
@@ -25,7 +26,7 @@ public:
       wasWoken_ = true;
       ::close(end);
     });
-    while (identifier_ == 0 || !isAsleep())
+    while (identifier_ == 0 || !isAsleep(identifier_))
       std::this_thread::yield();
   }
   // Lets the thread go.
@@ -38,18 +39,9 @@ public:
   WaitingWriter &operator=(const WaitingWriter &) = delete;
 
   // Tells whether the thread still waits, and was not woken since.
-  bool isWaiting() const { return isAsleep() && !wasWoken_; }
+  bool isWaiting() const { return isAsleep(identifier_) && !wasWoken_; }
 
 private:
-  // Whether the thread waits in the kernel: the state comes after the name.
-  bool isAsleep() const {
-    std::ifstream file("/proc/self/task/" + std::to_string(identifier_) + "/stat");
-    std::string status;
-    std::getline(file, status);
-    std::size_t name = status.rfind(')');
-    return name != std::string::npos && status.compare(name, 3, ") S") == 0;
-  }
-
   const std::string path_;
   std::atomic<int> identifier_{0};
   std::atomic<bool> wasWoken_{false};

@@ -1,11 +1,13 @@
 // The queue between a transport's threads and the owner of a connection.
 #include "Client/AgentArrivals.h"
 
-#include "Support/Signal.h"
+#include "Support/ThreadState.h"
 
+#include <atomic>
 #include <future>
 #include <gmock/gmock.h>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -32,15 +34,15 @@ protected:
   void add(Receiver::Number number) {
     arrivals.add([number](kw::AgentConnection::Receiver &each) { each.received(number, {}); });
   }
-  // Takes an arrival in another thread, which then waits for something else.
-  std::future<void> waitAfterTheFirst() {
-    auto waiting = std::async(std::launch::async, [this] {
-      arrivals.wait(receiver, std::nullopt);
+  // Waits in another thread, and returns when that thread is asleep.
+  std::future<void> waitElsewhere() {
+    std::atomic<int> thread = 0;
+    auto waiting = std::async(std::launch::async, [this, &thread] {
+      thread = ::gettid();
       arrivals.wait(receiver, std::nullopt);
     });
-    kwtest::Signal taken;
-    arrivals.add([taken](kw::AgentConnection::Receiver &) { taken.raise(); });
-    taken.wait();
+    while (thread == 0 || !kwtest::isAsleep(thread))
+      std::this_thread::yield();
     return waiting;
   }
   // Without waiting.
@@ -67,7 +69,7 @@ TEST_F(AgentArrivalsTest, mayAddOthers) {
 }
 
 TEST_F(AgentArrivalsTest, areWaitedFor) {
-  auto waiting = waitAfterTheFirst();
+  auto waiting = waitElsewhere();
   add(1);
   waiting.get();
   EXPECT_THAT(receiver.numbers, ElementsAre(1));
@@ -76,7 +78,7 @@ TEST_F(AgentArrivalsTest, areWaitedFor) {
 TEST_F(AgentArrivalsTest, letAWaitReturnThatIsWoken) {
   arrivals.wake();
   arrivals.wait(receiver, std::nullopt);
-  auto waiting = waitAfterTheFirst();
+  auto waiting = waitElsewhere();
   arrivals.wake();
   waiting.get();
 }
@@ -107,7 +109,7 @@ TEST_F(AgentArrivalsTest, comeBeforeTheEndOfTheConnection) {
 }
 
 TEST_F(AgentArrivalsTest, endAWait) {
-  auto waiting = waitAfterTheFirst();
+  auto waiting = waitElsewhere();
   arrivals.end(ClientError(ClientError::Kind::Unreachable, "end", ""));
   EXPECT_THROW(waiting.get(), ClientError);
 }
