@@ -130,8 +130,9 @@ private:
     constexpr std::size_t mostAtOnce = 256; // random bytes
     noise_.resize(blockSize);
     // When the host has no random bytes, the zeros in the buffer serve.
-    for (std::size_t at = 0; at < noiseSize; at += mostAtOnce)
-      static_cast<void>(::getentropy(noise_.data() + at, mostAtOnce));
+    std::size_t filled = 0;
+    while (filled < noiseSize && ::getentropy(noise_.data() + filled, mostAtOnce) == 0)
+      filled += mostAtOnce;
     for (std::size_t at = noiseSize; at < blockSize; at += noiseSize)
       std::memcpy(noise_.data() + at, noise_.data(), noiseSize);
   }
