@@ -236,7 +236,7 @@ private:
       return EINVAL;
     std::string folderPath = stringByDeletingLastPathComponent(path);
     std::string name = lastPathComponent(path);
-    if (name.empty())
+    if (name.empty() || name == "/" || name == "." || name == "..")
       return EINVAL;
     const char *folderName = folderPath.empty() ? "." : folderPath.c_str();
     Descriptor folder(

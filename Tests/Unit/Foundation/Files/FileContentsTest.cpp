@@ -10,6 +10,7 @@
 #include "Support/ScratchFolder.h"
 #include "Support/WaitingWriter.h"
 
+#include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Files/POSIX/TemporaryNames.h"
 
 #include <gtest/gtest.h>
@@ -186,13 +187,23 @@ TEST_F(FileContentsTest, tellOfAttributesThatTheReplacementDoesWithout) {
 
 TEST_F(FileContentsTest, cannotReplaceAFolderNorBeInAMissingOne) {
   std::filesystem::create_directory(scratch.path("folder"));
-  for (const std::string &path : {scratch.path("folder"), scratch.path("no/file"), std::string("/"),
-                                  std::string(""), scratch.path("..")}) {
+  for (const std::string &path : {scratch.path("folder"), scratch.path("no/file")}) {
     error.reset();
     EXPECT_FALSE(files().writeToFileAtomically(path, "new", &error)) << path;
     EXPECT_TRUE(error) << path;
   }
   EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, cannotBeWrittenAtAPathWithoutANameForThem) {
+  for (const std::string &path : {std::string(""), std::string("/"), std::string("."),
+                                  scratch.path(".."), scratch.path(".")}) {
+    error.reset();
+    EXPECT_FALSE(files().writeToFileAtomically(path, "new", &error)) << path;
+    ASSERT_TRUE(error) << path;
+    EXPECT_EQ(NS::errnoBeneath(*error), EINVAL) << path;
+  }
+  EXPECT_EQ(entryCount(), 0u);
 }
 
 TEST_F(FileContentsTest, areReplacedWithAccessListAndAttributesKept) {
