@@ -388,10 +388,12 @@ std::shared_ptr<PendingRequest> RequestEngine::remove(Number number) {
   return request;
 }
 
-// Each deadline is that of a request, and goes with it.
 void RequestEngine::expire() {
-  while (!deadlines_.empty() && deadlines_.begin()->first <= Clock::now())
-    forget(deadlines_.begin()->second, endings_.expired, endings_.expiredLate);
+  while (!deadlines_.empty() && deadlines_.begin()->first <= Clock::now()) {
+    Number number = deadlines_.begin()->second;
+    deadlines_.erase(deadlines_.begin());
+    forget(number, endings_.expired, endings_.expiredLate);
+  }
 }
 
 std::optional<RequestEngine::Clock::time_point> RequestEngine::nextDeadline() const {
