@@ -332,6 +332,7 @@ TEST(MoveAcross, movesTreesDeeperThanAnyPathWithFewDescriptors) {
 }
 
 TEST(CopyItem, keepsEverythingOfATreeAndTheTreeItself) {
+  KW_REQUIRE_ROOT(); // which can read folders of any mode
   ScratchFolder scratch;
   makeVariedTree(scratch.path("tree"));
   std::string wanted = portrait(scratch.path("tree"));
