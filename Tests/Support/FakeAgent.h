@@ -50,10 +50,10 @@ public:
   void release() {
     change([this] {
       holding_ = false;
-      for (auto &[number, message] : std::exchange(held_, {}))
-        answer(number, message);
       arrived_.insert(arrived_.end(), refused_.begin(), refused_.end());
       refused_.clear();
+      for (auto &[number, message] : std::exchange(held_, {}))
+        answer(number, message);
     });
   }
   void sendProgress(const std::string &chunk) {

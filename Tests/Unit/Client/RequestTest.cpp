@@ -239,6 +239,15 @@ TEST_F(RequestTest, saysThatTheAgentGoesOnWhenItIsGivenUpLate) {
   EXPECT_EQ(client->echo("next").text, "next") << "the late reply goes to nobody";
 }
 
+TEST_F(RequestTest, leavesNoDeadlineToWaitForWhenItIsGivenUpLate) {
+  agent.hold();
+  auto request = client->echoAsync("x", {std::chrono::hours(1)});
+  agent.waitUntilSent(1);
+  request.cancel();
+  expectFailure(request, ClientError::Kind::Cancelled, ClientError::Effect::Unknown);
+  agent.waitUntilIdle();
+}
+
 TEST_F(RequestTest, keepsItsReplyWhenItIsGivenUpAfterwards) {
   auto request = client->echoAsync("x");
   static_cast<void>(request.wait());
