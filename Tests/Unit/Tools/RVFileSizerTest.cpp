@@ -109,6 +109,7 @@ TEST(RVFileSizer, measuresNothingFurtherOnceItsRequestIsCancelled) {
   EXPECT_EQ(error->domain(), "NSCocoaErrorDomain");
   EXPECT_EQ(error->code(), 3072);
   EXPECT_EQ(error->underlyingError()->code(), ECANCELED);
+  EXPECT_EQ(sizer().itemSizeAtPathAbleToStop(scratch.path()), 0u);
 }
 
 TEST(RVFileSizer, measuresAnEmptyPathAsNothingWithoutLooking) {
