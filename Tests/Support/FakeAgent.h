@@ -87,6 +87,11 @@ public:
     std::lock_guard lock(mutex_);
     hasMemoryToConnect_ = !none;
   }
+  // The same for sending the next request.
+  void leaveNoMemoryForNextSend() {
+    std::lock_guard lock(mutex_);
+    hasMemoryToSend_ = false;
+  }
   std::size_t cancelsAsked() {
     std::lock_guard lock(mutex_);
     return cancelsAsked_;
@@ -282,6 +287,8 @@ private:
         --failingSends_;
         throw ended_;
       }
+      if (!std::exchange(hasMemoryToSend_, true))
+        throw std::bad_alloc();
       sent_.push_back(message);
       if (!holding_)
         return answer(number, message);
@@ -386,6 +393,7 @@ private:
   bool canCancel_ = false;
   bool hasMemoryToCancel_ = true;
   bool hasMemoryToConnect_ = true;
+  bool hasMemoryToSend_ = true;
   bool hasMemoryToWait_ = true;
   bool accepting_ = true;
   bool holding_ = false;

@@ -403,6 +403,13 @@ TEST_F(UnacceptedConnection, failsAllRequestsWhenItEnds) {
   EXPECT_EQ(agent.connections(), 3);
 }
 
+TEST_F(UnacceptedConnection, carriesTheOtherRequestWhenThereIsNoMemoryToSendTheFirst) {
+  agent.leaveNoMemoryForNextSend();
+  agent.acceptConnections();
+  expectFailure(first, ClientError::Kind::Unreachable, ClientError::Effect::None);
+  EXPECT_EQ(second.get().text, "second");
+}
+
 TEST_F(UnacceptedConnection, failsAllRequestsWhenMemoryRunsOut) {
   agent.runOutOfMemory();
   expectBothUnreachable();
