@@ -3,6 +3,7 @@
 
 #include "Foundation/Base/Internal/EnvironmentLock.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <mutex>
 #include <shared_mutex>
@@ -51,7 +52,7 @@ std::int64_t getbsize() {
     count = 1;
   if (count > largestBlock / unit)
     return largestBlock;
-  return count * unit < smallestBlock ? smallestBlock : count * unit;
+  return std::max(count * unit, smallestBlock);
 }
 
 } // namespace NS

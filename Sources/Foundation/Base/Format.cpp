@@ -47,15 +47,14 @@ std::string formatWithArguments(std::string_view format,
       text += format[index];
       continue;
     }
-    std::size_t end = index + 1;
-    if (end < format.size() && format[end] == '%') {
+    if (format.substr(index, 2) == "%%") {
       text += '%';
-      index = end;
+      ++index;
       continue;
     }
-    while (end < format.size() && modifiers.find(format[end]) != std::string_view::npos)
-      ++end;
-    bool complete = end < format.size() && conversions.find(format[end]) != std::string_view::npos;
+    std::size_t end = format.find_first_not_of(modifiers, index + 1);
+    bool complete =
+        end != std::string_view::npos && conversions.find(format[end]) != std::string_view::npos;
     if (!complete || next == arguments.end()) {
       text += '%';
       continue;

@@ -1,6 +1,7 @@
 // The progress of each thread.
 #include "Foundation/Base/Progress.h"
 
+#include <algorithm>
 #include <new>
 
 namespace NS {
@@ -24,8 +25,7 @@ void Progress::cancel() {
 void Progress::setPath(std::string_view path) {
   if (inert_)
     return;
-  if (path.size() > longestPath)
-    path.remove_prefix(path.size() - longestPath);
+  path.remove_prefix(path.size() - std::min(path.size(), longestPath));
   wantsPath_.store(false, std::memory_order_relaxed);
   try {
     std::lock_guard lock(mutex_);

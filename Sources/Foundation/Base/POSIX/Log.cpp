@@ -5,26 +5,23 @@
 
 #include "Foundation/Base/BoundedText.h"
 
-#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <unistd.h>
+
+#include <fmt/format.h>
 
 namespace NS {
 namespace {
 
 std::string singleLine(const std::string &message) {
   std::string line;
-  line.reserve(message.size() + 1);
   for (char c : message) {
     auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7f) {
+    if (byte >= 0x20 && byte != 0x7f)
       line += c;
-    } else {
-      char escape[5];
-      std::snprintf(escape, sizeof escape, "\\x%02x", byte);
-      line += c == '\n' ? "\\n" : c == '\t' ? "\\t" : escape;
-    }
+    else
+      line += c == '\n' ? "\\n" : c == '\t' ? "\\t" : fmt::format("\\x{:02x}", byte);
   }
   return line;
 }

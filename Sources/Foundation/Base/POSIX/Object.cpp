@@ -14,10 +14,9 @@ namespace NS {
 namespace {
 
 std::string demangled(const char *mangled) {
-  int status = 0;
   std::unique_ptr<char, decltype(&std::free)> text(
-      abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);
-  return status == 0 && text ? std::string(text.get()) : std::string(mangled);
+      abi::__cxa_demangle(mangled, nullptr, nullptr, nullptr), &std::free);
+  return text ? text.get() : mangled;
 }
 
 } // namespace
