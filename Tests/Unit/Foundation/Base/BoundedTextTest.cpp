@@ -27,11 +27,19 @@ TEST(BoundedText, cutsNoCharacterInTwo) {
   EXPECT_EQ(boundedText("aé" + std::string(10, 'x') + "éb", 4), "a[… 14 bytes …]b");
   // Four bytes each: nothing of the first and last fits.
   EXPECT_EQ(boundedText("😀😀😀", 4), "[… 12 bytes …]");
+  EXPECT_EQ(boundedText("😀😀😀", 6), "[… 12 bytes …]");
   EXPECT_EQ(boundedText("😀😀😀", 8), "😀[… 4 bytes …]😀");
 }
 
+TEST(BoundedText, leavesOutOnlyTheTextItself) {
+  // The bytes after the text look like the rest of a character.
+  EXPECT_EQ(boundedText(std::string_view("ab\x80\x80", 2), 0), "[… 2 bytes …]");
+}
+
 TEST(BoundedText, boundsInvalidUTF8AsWell) {
-  EXPECT_LE(boundedText(std::string(1000, '\x80'), 100).size(), 140u);
+  // No character has more than three bytes after its first one.
+  EXPECT_EQ(boundedText(std::string(1000, '\x80'), 100),
+            std::string(47, '\x80') + "[… 906 bytes …]" + std::string(47, '\x80'));
   EXPECT_LE(boundedText(std::string(1000, '\xff'), 100).size(), 140u);
 }
 

@@ -44,6 +44,8 @@ TEST(Error, describesItselfWithOrWithoutAText) {
             "Error Domain=domain Code=7 \"" + bare.localizedDescription() + "\"");
   NS::Error told("domain", 7, {{"NSLocalizedDescription", std::string("Text.")}});
   EXPECT_EQ(told.localizedDescription(), "Text.");
+  EXPECT_EQ(told.description(), "Error Domain=domain Code=7 \"Text.\" "
+                                "UserInfo={NSLocalizedDescription=Text.}");
   NS::Error empty("domain", 7, {{"NSLocalizedDescription", std::string()}});
   EXPECT_EQ(empty.localizedDescription(), bare.localizedDescription());
 }
@@ -53,6 +55,18 @@ TEST(Error, namesPathAndCauseInItsDescription) {
   EXPECT_NE(text.find("Code=260"), std::string::npos);
   EXPECT_NE(text.find("NSFilePath=/x"), std::string::npos);
   EXPECT_NE(text.find("NSPOSIXErrorDomain Code=2"), std::string::npos);
+}
+
+TEST(Error, namesACauseWithoutUserInfo) {
+  NS::Error error("domain", 7, {}, std::make_shared<NS::Error>("cause", 1));
+  EXPECT_EQ(error.description(), "Error Domain=domain Code=7 \"" + error.localizedDescription() +
+                                     "\" UserInfo={NSUnderlyingError={" +
+                                     error.underlyingError()->description() + "}}");
+}
+
+TEST(Error, separatesTheEntriesOfItsUserInfo) {
+  NS::Error error("domain", 7, {{"Count", std::int64_t{2}}, {"NSFilePath", std::string("/x")}});
+  EXPECT_TRUE(error.description().ends_with(" UserInfo={Count=2, NSFilePath=/x}"));
 }
 
 TEST(Error, isStoredOnlyWhereItIsWanted) {

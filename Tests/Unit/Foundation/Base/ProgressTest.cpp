@@ -81,6 +81,9 @@ TEST(Progress, wantsAPathOncePerSnapshot) {
 
 TEST(Progress, keepsTheEndOfAPathThatIsTooLong) {
   Progress progress;
+  std::string longest = "/" + std::string(Progress::longestPath - 1, 'x');
+  progress.setPath(longest);
+  EXPECT_EQ(progress.snapshot().path, longest);
   progress.setPath(std::string(Progress::longestPath, 'x') + "/name");
   std::string kept = progress.snapshot().path;
   EXPECT_EQ(kept.size(), Progress::longestPath);

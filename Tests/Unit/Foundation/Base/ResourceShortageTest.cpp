@@ -29,6 +29,14 @@ TEST(ResourceShortage, isNotThrownForAnyOther) {
         << errnum;
 }
 
+TEST(ResourceShortage, readsTheErrnoValueBeneathAnError) {
+  EXPECT_EQ(NS::errnoBeneath(NS::fileError(EIO, "/a", NS::FileAccess::Reading)), EIO);
+  EXPECT_EQ(NS::errnoBeneath(NS::Error(NS::CocoaErrorDomain, EIO)), 0);
+  NS::Error other(NS::CocoaErrorDomain, 256, {},
+                  std::make_shared<NS::Error>(NS::CocoaErrorDomain, EIO));
+  EXPECT_EQ(NS::errnoBeneath(other), 0) << "a code of another domain";
+}
+
 TEST(ResourceShortage, namesTheItemAndTheCause) {
   EXPECT_EQ(reasonOf(NS::fileError(EMFILE, "/a/b", NS::FileAccess::Reading)),
             "/a/b: Too many open files");
