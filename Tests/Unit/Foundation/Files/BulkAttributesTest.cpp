@@ -5,6 +5,7 @@
 #include "Support/MissingCall.h"
 #include "Support/ScratchFolder.h"
 #include "Support/SpecialItems.h"
+#include "Support/WatchedCalls.h"
 
 #include "Foundation/Descriptors/POSIX/Descriptor.h"
 
@@ -81,13 +82,16 @@ Listing list(const std::string &path, std::size_t bufferSize, std::uint32_t want
   return listing;
 }
 
-// The result of the next call for an open folder, with the cause of a failure.
+// The result of the next call for an open folder, with the cause of a failure or
+// the number of records.
 std::string resultOfListing(int folder) {
   std::array<char, 400> buffer{};
   std::uint32_t count = 16, word = 0;
   int result = NS::BulkAttributes::shared().getdirentriesattr(folder, entryList(), buffer.data(),
                                                               buffer.size(), count, word, word, 0);
-  return std::to_string(result) + (result < 0 ? " " + std::to_string(errno) : "");
+  if (result < 0)
+    return std::to_string(result) + " " + std::to_string(errno);
+  return std::to_string(result) + (count > 0 ? " with " + std::to_string(count) : "");
 }
 
 TEST(BulkAttributes, packTheRecordOfOneItemInFortyBytes) {
@@ -216,6 +220,29 @@ TEST(BulkAttributes, endWhereAFolderCannotBeReadOn) {
   EXPECT_EQ(log.lines(),
             (std::vector<std::string>{path + " cannot be read to its end: Not a directory",
                                       " cannot be read to its end: Bad file descriptor"}));
+}
+
+// The descriptor of the folder comes to mean a device, which cannot be listed.
+TEST(BulkAttributes, handOverTheRecordsBeforeAFailureFirst) {
+  ScratchFolder scratch;
+  scratch.file("file", "");
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              NS::Descriptor folder(
+                  NS::BulkAttributes::shared().openFolder(scratch.path().c_str()));
+              NS::Descriptor device(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+              int calls = 0;
+              if (!kwtest::beforeCalls(SYS_getdents64, [&](const kwtest::CallArguments &) {
+                    if (++calls == 2)
+                      ::dup3(device.get(), folder.get(), O_CLOEXEC);
+                  }))
+                return "the calls cannot be watched";
+              kwtest::LogRecorder log;
+              std::string first = resultOfListing(folder.get()) + ", lines: ";
+              first += std::to_string(log.lines().size());
+              std::string second = resultOfListing(folder.get()) + ", lines: ";
+              return first + "; " + second + std::to_string(log.lines().size());
+            }),
+            "0 with 1, lines: 0; 1, lines: 1");
 }
 
 TEST(BulkAttributes, openFoldersOnlyAndWaitForNothing) {

@@ -9,6 +9,7 @@
 #include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
 #include "Support/WaitingWriter.h"
+#include "Support/WatchedCalls.h"
 
 #include "Foundation/Base/ResourceShortage.h"
 #include "Foundation/Files/POSIX/TemporaryNames.h"
@@ -17,6 +18,8 @@
 
 #include <atomic>
 #include <csignal>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -144,6 +147,27 @@ TEST_F(FileContentsTest, replaceAFIFOWithoutWakingItsWriter) {
   EXPECT_TRUE(writer.isWaiting());
 }
 
+// Its mode is that of a new file then.
+TEST_F(FileContentsTest, takeOverNothingFromAFIFOThatTakesTheirPlace) {
+  std::string path = scratch.file("a", "old");
+  ASSERT_EQ(::mkfifo(scratch.path("fifo").c_str(), 0600), 0);
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              ::umask(022);
+              if (!kwtest::beforeCalls(SYS_openat, [&](const kwtest::CallArguments &call) {
+                    if (call.text(1) == "a")
+                      ::rename(scratch.path("fifo").c_str(), path.c_str());
+                  }))
+                return "the calls cannot be watched";
+              return files().writeToFileAtomically(path, "new", nullptr) ? "" : "not replaced";
+            }),
+            "");
+  EXPECT_EQ(scratch.content("a"), "new");
+  struct stat status;
+  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0644u);
+  EXPECT_EQ(entryCount(), 1u);
+}
+
 // They have attributes that the new file could not take over.
 TEST_F(FileContentsTest, thatCannotBeReadAreNotReplaced) {
   std::string path = scratch.file("a", "old");
@@ -266,6 +290,37 @@ TEST_F(FileContentsTest, leaveAFileOfTheirNamesToAThirdUser) {
   ASSERT_EQ(::chown(scratch.file(".keepwell-new-00", "x").c_str(), 4321, 5678), 0);
   EXPECT_TRUE(files().writeToFileAtomically(path, "new", &error));
   EXPECT_EQ(scratch.content(".keepwell-new-00"), "x");
+}
+
+// Replaces the file in a child; the hook runs before each lock and sync.
+template <typename Hook> std::string failureOfReplacing(const std::string &path, Hook hook) {
+  return kwtest::inForkedChild([&]() -> std::string {
+    if (!kwtest::beforeCalls({SYS_flock, SYS_fsync}, hook))
+      return "the calls cannot be watched";
+    return files().writeToFileAtomically(path, "new", nullptr) ? "" : "not replaced";
+  });
+}
+
+TEST_F(FileContentsTest, areReplacedThoughAnotherRemovesTheNewFileBeforeItIsLocked) {
+  std::string path = scratch.file("a", "old"), fresh = scratch.path(".keepwell-new-00");
+  EXPECT_EQ(failureOfReplacing(path, [&](const auto &) { ::unlink(fresh.c_str()); }), "");
+  EXPECT_EQ(scratch.content("a"), "new");
+  EXPECT_EQ(entryCount(), 1u);
+}
+
+TEST_F(FileContentsTest, areReplacedThoughAnotherLocksTheNewFileAndRemovesIt) {
+  std::string path = scratch.file("a", "old"), fresh = scratch.path(".keepwell-new-00");
+  int other = -1;
+  EXPECT_EQ(failureOfReplacing(path,
+                               [&](const kwtest::CallArguments &call) {
+                                 if (other < 0)
+                                   ::flock(other = ::open(fresh.c_str(), O_RDONLY), LOCK_EX);
+                                 else if (call.isOf(SYS_fsync))
+                                   ::unlink(fresh.c_str());
+                               }),
+            "");
+  EXPECT_EQ(scratch.content("a"), "new");
+  EXPECT_EQ(entryCount(), 1u);
 }
 
 TEST_F(FileContentsTest, areReplacedThoughAllTheirNumberedNamesAreTaken) {

@@ -2,8 +2,11 @@
 #include "Foundation/Files/URL.h"
 
 #include "Support/ForkedChild.h"
+#include "Support/MissingCall.h"
 #include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
+
+#include "Foundation/Base/ResourceShortage.h"
 
 #include <gtest/gtest.h>
 
@@ -136,6 +139,21 @@ TEST(ResourceValue, readsNameAndIcon) {
               return icon && !std::get<NS::Icon>(*icon).names.empty() ? "" : "no icon";
             }),
             "");
+}
+
+// The library below reads the item by this call.
+TEST(ResourceValue, isAFailureToReadWhenTheHostHasNone) {
+  ScratchFolder scratch;
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              if (!kwtest::refuseCalls(SYS_statx, ENOENT))
+                return "the call still works";
+              std::optional<NS::Error> error;
+              if (NS::getResourceValue(URL::fileURLWithPath(scratch.path(), true),
+                                       NS::URLResourceKey::LocalizedName, &error))
+                return "a name";
+              return std::to_string(NS::errnoBeneath(*error));
+            }),
+            std::to_string(EIO));
 }
 
 TEST(ResourceValue, ofAMissingItemIsAReadingError) {
