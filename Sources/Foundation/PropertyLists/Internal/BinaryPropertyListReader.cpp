@@ -53,10 +53,10 @@ private:
   // The fixed part of an object: its type, its count or size, and the offset of
   // its content.
   struct Object {
-    unsigned type = 0;
-    unsigned detail = 0;     // the lower half of the first byte
-    std::uint64_t count = 0; // of bytes, units, elements or entries
-    std::size_t content = 0; // offset in the data
+    unsigned type;
+    unsigned detail;     // the lower half of the first byte
+    std::uint64_t count; // of bytes, units, elements or entries
+    std::size_t content; // offset in the data
   };
   // A container whose elements are being read.
   struct Frame {
@@ -110,21 +110,15 @@ private:
 };
 
 bool Reader::readTrailer() {
-  if (data_.size() < headerSize + 1 + trailerSize || !data_.starts_with("bplist00"))
-    return false;
   const char *trailer = data_.data() + data_.size() - trailerSize;
   offsetSize_ = static_cast<unsigned char>(trailer[6]);
   referenceSize_ = static_cast<unsigned char>(trailer[7]);
   objectCount_ = bigEndian(trailer + 8, 8);
   top_ = bigEndian(trailer + 16, 8);
-  std::uint64_t table = bigEndian(trailer + 24, 8);
+  table_ = static_cast<std::size_t>(bigEndian(trailer + 24, 8));
   std::size_t tableEnd = data_.size() - trailerSize;
-  if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8)
-    return false;
-  if (table <= headerSize || table > tableEnd || top_ >= objectCount_)
-    return false;
-  table_ = static_cast<std::size_t>(table);
-  return objectCount_ <= (tableEnd - table_) / offsetSize_ &&
+  return offsetSize_ >= 1 && offsetSize_ <= 8 && referenceSize_ >= 1 && referenceSize_ <= 8 &&
+         table_ <= tableEnd && objectCount_ <= (tableEnd - table_) / offsetSize_ &&
          objectCount_ <= PropertyListBounds::contents / PropertyListBounds::valueCost;
 }
 
@@ -142,11 +136,10 @@ bool Reader::readCount(Object &object) const {
   object.count = object.detail;
   if (object.detail != 0xf)
     return true;
-  if (object.content >= table_)
-    return false;
+  // At the end of the objects this is a byte of the table, and the integer too long.
   auto marker = static_cast<unsigned char>(data_[object.content++]);
   std::size_t size = std::size_t{1} << (marker & 0xf);
-  if (marker >> 4 != typeInteger || (marker & 0xf) > 3 || size > table_ - object.content)
+  if (marker >> 4 != typeInteger || (marker & 0xf) > 3 || object.content + size > table_)
     return false;
   object.count = bigEndian(data_.data() + object.content, size);
   object.content += size;
@@ -307,8 +300,7 @@ bool Reader::open(std::uint64_t number, const Object &object) {
 bool Reader::readKey(Frame &frame) {
   auto offset = offsetOf(reference(frame, frame.next));
   auto object = offset ? objectAt(*offset) : std::nullopt;
-  auto key = object && (object->type == typeASCII || object->type == typeUTF16) ? text(*object)
-                                                                                : std::nullopt;
+  auto key = object ? text(*object) : std::nullopt;
   if (!key)
     return false;
   frame.dictionary.push_back({std::move(*key), PropertyList(false)});
@@ -370,7 +362,8 @@ void Reader::close() {
 }
 
 std::optional<PropertyList> Reader::read() {
-  if (!readTrailer())
+  bool hasForm = data_.size() >= headerSize + trailerSize && data_.starts_with("bplist00");
+  if (!hasForm || !readTrailer())
     return std::nullopt;
   auto offset = offsetOf(top_);
   auto object = offset ? objectAt(*offset) : std::nullopt;

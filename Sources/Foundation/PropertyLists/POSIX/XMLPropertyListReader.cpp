@@ -155,7 +155,6 @@ PropertyList dataFrom(std::string_view text) {
                                    static_cast<char>(group >> 8 & 0xff),
                                    static_cast<char>(group & 0xff)};
     bytes.append(decoded.data(), decoded.size() - std::min<std::size_t>(padding, 2));
-    group = 0;
     digits = 0;
   }
   return PropertyList(PropertyList::Data{std::move(bytes)});

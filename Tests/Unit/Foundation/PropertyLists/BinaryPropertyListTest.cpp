@@ -59,6 +59,8 @@ TEST(BinaryPropertyList, readsEveryKind) {
   EXPECT_EQ(readOne(asciiObject(std::string(1000, 'x'))), PropertyList(std::string(1000, 'x')));
   EXPECT_EQ(readOne(std::string("\x63\0a\x20\xac\0\xe9", 7)), PropertyList("a€é"));
   EXPECT_EQ(readOne(std::string("\x62\xd8\x3d\xde\0", 5)), PropertyList("\xf0\x9f\x98\x80"));
+  EXPECT_EQ(readOne(std::string("\x62\xd8\0\xdc\0", 5)), PropertyList("\xf0\x90\x80\x80"));
+  EXPECT_EQ(readOne("\x62\xdb\xff\xdf\xff"), PropertyList("\xf4\x8f\xbf\xbf"));
   EXPECT_EQ(readOne("\xa0"), PropertyList(PropertyList::Array{}));
   EXPECT_EQ(readOne("\xd0"), PropertyList(PropertyList::Dictionary{}));
 }
@@ -74,6 +76,7 @@ TEST(BinaryPropertyList, takesACountOfOneToEightBytes) {
     else
       EXPECT_FALSE(list) << "no count needs sixteen bytes";
   }
+  EXPECT_EQ(readOne(std::string("\x5f\x10\0", 3)), PropertyList(""));
 }
 
 TEST(BinaryPropertyList, readsContainersWithinContainers) {
@@ -112,6 +115,7 @@ TEST(BinaryPropertyList, dropsTheFractionOfADate) {
   EXPECT_EQ(readOne(dateObject(1.75)), PropertyList(PropertyList::Date{1}));
   EXPECT_EQ(readOne(dateObject(-0.25)), PropertyList(PropertyList::Date{-1}));
   EXPECT_EQ(readOne(dateObject(252423993599.5)), PropertyList(PropertyList::Date{252423993599}));
+  EXPECT_EQ(readOne(dateObject(-63113904000.0)), PropertyList(PropertyList::Date{-63113904000}));
   for (double seconds : {252423993600.0, -63113904000.5, 1e300, -HUGE_VAL, std::nan("")})
     EXPECT_EQ(readOne(dateObject(seconds)), std::nullopt) << seconds;
 }
@@ -123,7 +127,9 @@ TEST(BinaryPropertyList, isUnparseableWithValuesThatThisTypeCannotHold) {
         std::string("\x15") + std::string(32, '\0'), std::string("\x21\0\0", 3),
         std::string("\x24") + std::string(16, '\0'), std::string("\x32") + std::string(4, '\0'),
         std::string("\x51\x80"), std::string("\x61\xd8\x00", 3), std::string("\x61\xdc\x00", 3),
-        std::string("\x62\xd8\x00\x00\x61", 5), std::string("\x62\xd8\x00\xd8\x00", 5)})
+        std::string("\x62\xd8\x00\x00\x61", 5), std::string("\x62\xd8\x00\xd8\x00", 5),
+        std::string("\x62\xdc\x00\xdc\x00", 5), std::string("\x62\xd8\x00\xe0\x00", 5),
+        std::string("\x61\xdf\xff")})
     EXPECT_EQ(readOne(object), std::nullopt) << ::testing::PrintToString(object);
 }
 
@@ -135,8 +141,28 @@ TEST(BinaryPropertyList, isUnparseableWithCountsBeyondItsEnd) {
         std::string("\xaf\x13") + bigEndian(std::uint64_t{1} << 63, 8),
         std::string("\xdf\x13") + bigEndian(std::uint64_t{1} << 62, 8),
         std::string("\x4f\x14") + bigEndian(0, 8) + bigEndian(1, 8) + "x", std::string("\xa1"),
-        std::string("\xd1")})
+        std::string("\xd1"), std::string("\x5f\x11\0", 3), std::string("\x61\0", 2),
+        std::string("\x11\x01"), std::string("\x22\0\0\0", 4), std::string("\x33\0", 2)})
     EXPECT_EQ(readOne(object), std::nullopt) << ::testing::PrintToString(object);
+}
+
+TEST(BinaryPropertyList, isUnparseableWithACountOfAnotherKind) {
+  std::string text(20, 'x');
+  ASSERT_EQ(readOne("\x5f\x10\x14" + text), PropertyList(text));
+  for (const char *kind : {"\x20", "\x50", "\x08"})
+    EXPECT_EQ(readOne(std::string("\x5f") + kind + "\x14" + text), std::nullopt);
+}
+
+// The table of offsets, which follows the objects, begins with zeros.
+TEST(BinaryPropertyList, takesNoReferencesFromTheTableOfOffsets) {
+  BinaryTrailer last{.offsetSize = 8, .top = 1};
+  EXPECT_EQ(read(binaryPropertyList({"\x09", arrayObject({0})}, last)),
+            PropertyList(PropertyList::Array{true}));
+  EXPECT_EQ(read(binaryPropertyList({"\x09", "\xa1"}, last)), std::nullopt);
+  EXPECT_EQ(read(binaryPropertyList({asciiObject("a"), dictionaryObject({0}, {0})}, last)),
+            PropertyList(PropertyList::Dictionary{{"a", "a"}}));
+  for (const std::string &cut : {std::string("\xd1"), std::string("\xd1\0\0", 3)})
+    EXPECT_EQ(read(binaryPropertyList({asciiObject("a"), cut}, last)), std::nullopt);
 }
 
 TEST(BinaryPropertyList, isUnparseableOfAnotherVersion) {
@@ -167,6 +193,20 @@ TEST(BinaryPropertyList, isUnparseableWithOffsetsAndReferencesOutOfRange) {
   for (std::uint32_t offset : {0u, 7u, 12u, 1000u, 0xffffffffu})
     EXPECT_EQ(read(std::string(data).replace(secondOffset, 4, bigEndian(offset, 4))), std::nullopt)
         << offset;
+}
+
+TEST(BinaryPropertyList, takesNoObjectFromBeyondTheObjects) {
+  // The table's first byte, the offset 8, would be an object too.
+  std::string data = binaryPropertyList({arrayObject({1}), "\x09"}, {.offsetSize = 1});
+  std::size_t table = data.size() - 32 - 2;
+  ASSERT_EQ(data.substr(table, 2), "\x08\x0b");
+  EXPECT_EQ(read(data.replace(table + 1, 1, "\x0c")), std::nullopt);
+  // The unused bytes of the trailer would be a further offset.
+  data = binaryPropertyList({arrayObject({2}), "\x09"});
+  EXPECT_EQ(read(data.replace(data.size() - 32, 4, bigEndian(11, 4))), std::nullopt);
+  // The count would be the table's first byte.
+  data = binaryPropertyList({std::string(8, '\x09'), "\x5f"}, {.offsetSize = 1});
+  EXPECT_EQ(read(data.replace(data.size() - 32 - 2, 1, "\x10")), std::nullopt);
 }
 
 TEST(BinaryPropertyList, isUnparseableWithKeysOtherThanStrings) {
@@ -261,6 +301,33 @@ TEST(PropertyListBounds, countKeysAsValues) {
   EXPECT_FALSE(read(binaryDictionary(most + 1)));
   EXPECT_TRUE(read(xmlContainer("dict", "<key/><true/>", most)));
   EXPECT_FALSE(read(xmlContainer("dict", "<key/><true/>", most + 1)));
+}
+
+// The unit of UTF-16 counts as three bytes, the most that it takes in UTF-8.
+TEST(PropertyListBounds, countTheUnitsOfEachUseOfAText) {
+  constexpr std::size_t uses = 10, most = ((24u << 20) - 96 - 128 - uses * 96) / (uses * 3);
+  std::string array = arrayObject(std::vector<std::uint64_t>(uses, 1));
+  auto reads = [&](std::size_t units) {
+    std::string text = kwtest::marked(0x6, units);
+    for (std::size_t unit = 0; unit < units; ++unit)
+      text += std::string_view("\0x", 2);
+    return read(binaryPropertyList({array, text})).has_value();
+  };
+  EXPECT_TRUE(reads(most));
+  EXPECT_FALSE(reads(most + 1));
+}
+
+TEST(PropertyListBounds, allowAsManyObjectsAsValues) {
+  constexpr std::size_t most = (24u << 20) / 96;
+  EXPECT_EQ(read(binaryPropertyList(std::vector<std::string>(most, "\x09"))), PropertyList(true));
+  EXPECT_FALSE(read(binaryPropertyList(std::vector<std::string>(most + 1, "\x09"))));
+}
+
+TEST(PropertyListBounds, allowEightMebibytesOfData) {
+  std::string data = "<true/>";
+  data.resize(8u << 20, ' ');
+  EXPECT_EQ(read(data), PropertyList(true));
+  EXPECT_FALSE(read(data + ' '));
 }
 
 TEST(BinaryPropertyList, takesADepthOf512AndNoMore) {

@@ -62,6 +62,41 @@ TEST(ParserMemory, keepsItsBoundHoweverManyBlocksWereReleased) {
   EXPECT_EQ(ParserMemory::allocate(1000), nullptr);
 }
 
+// The size of the largest block that is left.
+std::size_t largestBlock() {
+  std::size_t size = 1000;
+  void *block = ParserMemory::allocate(size);
+  while (!block && size > 0)
+    block = ParserMemory::allocate(--size);
+  ParserMemory::release(block);
+  return size;
+}
+
+TEST(ParserMemory, servesItsBoundToTheLastByte) {
+  ParserMemory memory(1000);
+  std::size_t largest = largestBlock(), header = 1000 - largest;
+  void *block = ParserMemory::allocate(100);
+  EXPECT_EQ(largestBlock(), largest - 100 - header);
+  block = ParserMemory::reallocate(block, largest - header);
+  void *empty = ParserMemory::allocate(0);
+  EXPECT_NE(empty, nullptr);
+  EXPECT_EQ(ParserMemory::allocate(0), nullptr);
+  ParserMemory::release(empty);
+  ParserMemory::release(block);
+}
+
+TEST(ParserMemory, givesReleasedBlocksBackToTheProcess) {
+  if (kwtest::addsMemory)
+    GTEST_SKIP() << "a sanitizer's shadow memory does not fit in the limit";
+  ParserMemory memory(1u << 30);
+  kwtest::MemoryLimit limit(64u << 20);
+  for (int count = 0; count < 20; ++count) {
+    void *block = ParserMemory::allocate(16u << 20);
+    ASSERT_NE(block, nullptr) << count;
+    ParserMemory::release(block);
+  }
+}
+
 TEST(ParserMemory, tellsALackOfMemoryFromItsBound) {
   if (kwtest::addsMemory)
     GTEST_SKIP() << "a sanitizer's shadow memory does not fit in the limit";

@@ -1,7 +1,8 @@
-// The value, and the reading and writing of the XML form.
+// The value, its description, and the dictionary of a file.
 #include "Foundation/PropertyLists/PropertyList.h"
 
 #include "Support/FakeFileContents.h"
+#include "Support/MemoryLimit.h"
 #include "Support/Sanitizers.h"
 #include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
@@ -17,22 +18,6 @@
 namespace {
 
 using NS::PropertyList;
-
-std::optional<PropertyList> readXML(const std::string &body) {
-  return NS::propertyListWithData("<?xml version=\"1.0\" encoding=\"UTF-8\"?>"
-                                  "<plist version=\"1.0\">" +
-                                      body + "</plist>",
-                                  nullptr);
-}
-
-std::string writtenBody(const PropertyList &list) {
-  std::string text = NS::dataWithPropertyList(list, nullptr).value_or("unwritten");
-  std::size_t start = text.find("<plist version=\"1.0\">\n");
-  EXPECT_NE(start, std::string::npos) << text;
-  EXPECT_TRUE(text.ends_with("</plist>\n"));
-  start += 22;
-  return text.substr(start, text.size() - start - 9);
-}
 
 PropertyList nested(std::size_t depth) {
   PropertyList list("innermost");
@@ -56,6 +41,29 @@ TEST(PropertyListValue, tellsItsKindAndGivesNothingAsAnotherKind) {
   EXPECT_EQ(text.objectForKey("x"), nullptr);
   EXPECT_EQ(PropertyList(PropertyList::Array{}).kind(), PropertyList::Kind::Array);
   EXPECT_EQ(PropertyList(PropertyList::Dictionary{}).kind(), PropertyList::Kind::Dictionary);
+}
+
+TEST(PropertyListValue, isUnsignedUnlessNegative) {
+  constexpr std::uint64_t large = std::uint64_t{1} << 63;
+  EXPECT_EQ(PropertyList(0).unsignedInteger(), 0u);
+  EXPECT_EQ(PropertyList(large).unsignedInteger(), large);
+  EXPECT_EQ(PropertyList(-1).unsignedInteger(), std::nullopt);
+  EXPECT_EQ(PropertyList("1").unsignedInteger(), std::nullopt);
+  EXPECT_EQ(PropertyList(large).integer(), std::nullopt);
+}
+
+TEST(PropertyListValue, findsTheValueOfItsKeyAlone) {
+  using namespace std::string_literals;
+  PropertyList list(PropertyList::Dictionary{{"b\0"s, 1}, {"b", 2}, {"d", 3}});
+  for (std::string_view key : {"a"s, "ba"s, "c"s, "e"s, ""s, "b\0\0"s})
+    EXPECT_EQ(list.objectForKey(key), nullptr) << key;
+  EXPECT_EQ(*list.objectForKey("b"), PropertyList(2));
+  EXPECT_EQ(*list.objectForKey("b\0"s), PropertyList(1));
+  list.setObjectForKey("new", "a");
+  list.setObjectForKey("new", "c");
+  list.removeObjectForKey("ba");
+  EXPECT_EQ(list, PropertyList(PropertyList::Dictionary{
+                      {"a", "new"}, {"b", 2}, {"b\0"s, 1}, {"c", "new"}, {"d", 3}}));
 }
 
 TEST(PropertyListValue, copiesShareUntilOneIsChanged) {
@@ -84,6 +92,8 @@ TEST(PropertyListValue, becomesAPartOfItself) {
 TEST(PropertyListValue, ofEntriesWithOneKeyTheLastStays) {
   PropertyList list(PropertyList::Dictionary{{"b", 1}, {"a", 2}, {"b", 3}, {"a", 4}, {"b", 5}});
   EXPECT_EQ(list, PropertyList(PropertyList::Dictionary{{"a", 4}, {"b", 5}}));
+  EXPECT_EQ(PropertyList(PropertyList::Dictionary{{"a", 1}, {"a", 2}}),
+            PropertyList(PropertyList::Dictionary{{"a", 2}}));
 }
 
 TEST(PropertyListValue, equalsOnlyItsOwnKind) {
@@ -92,6 +102,8 @@ TEST(PropertyListValue, equalsOnlyItsOwnKind) {
   EXPECT_NE(PropertyList("1"), PropertyList(PropertyList::Data{"1"}));
   EXPECT_NE(PropertyList(PropertyList::Array{}), PropertyList(PropertyList::Dictionary{}));
   EXPECT_EQ(PropertyList(std::nan("")), PropertyList(std::nan("")));
+  EXPECT_NE(PropertyList(std::nan("")), PropertyList(0.5));
+  EXPECT_NE(PropertyList(0.5), PropertyList(std::nan("")));
   EXPECT_NE(PropertyList(std::uint64_t{1} << 63),
             PropertyList(std::numeric_limits<std::int64_t>::min()));
   EXPECT_EQ(PropertyList(std::uint64_t{5}), PropertyList(5));
@@ -106,11 +118,45 @@ TEST(PropertyListValue, equalsAListWithTheSameContentsAlone) {
   EXPECT_EQ(dictionary, sameDictionary);
   EXPECT_EQ(array, PropertyList(Array{1, "a"}));
   EXPECT_EQ(dictionary, PropertyList(Dictionary{{"b", 2}, {"a", 1}}));
-  for (const Array &other : {Array{}, Array{1}, Array{1, "b"}, Array{1, "a", 2}})
+  for (const Array &other : {Array{}, Array{1}, Array{1, "b"}, Array{2, "a"}, Array{1, "a", 2}})
     EXPECT_NE(array, PropertyList(other));
   for (const Dictionary &other : {Dictionary{}, Dictionary{{"a", 1}},
-                                  Dictionary{{"a", 1}, {"c", 2}}, Dictionary{{"a", 1}, {"b", 3}}})
+                                  Dictionary{{"a", 1}, {"c", 2}}, Dictionary{{"a", 1}, {"b", 3}},
+                                  Dictionary{{"0", 1}, {"b", 2}}, Dictionary{{"a", 2}, {"b", 2}}})
     EXPECT_NE(dictionary, PropertyList(other));
+}
+
+TEST(PropertyListValue, equalsNoOtherValueOfItsKind) {
+  constexpr std::uint64_t large = std::uint64_t{1} << 63;
+  const PropertyList::Array values{true,
+                                   false,
+                                   1,
+                                   2,
+                                   large,
+                                   large + 1,
+                                   0.5,
+                                   1.5,
+                                   "a",
+                                   "b",
+                                   PropertyList::Date{1},
+                                   PropertyList::Date{2},
+                                   PropertyList::Data{"a"},
+                                   PropertyList::Data{"b"}};
+  for (std::size_t one = 0; one < values.size(); ++one)
+    for (std::size_t other = 0; other < values.size(); ++other)
+      EXPECT_EQ(values[one] == values[other], one == other) << one << ' ' << other;
+}
+
+TEST(PropertyListValue, leavesNoMemoryBehind) {
+  if (kwtest::addsMemory)
+    GTEST_SKIP() << "a sanitizer's shadow memory does not fit in the limit";
+  kwtest::MemoryLimit limit(64u << 20);
+  for (int round = 0; round < 20; ++round) {
+    PropertyList list(PropertyList::Array{std::string(16u << 20, 'x')});
+    PropertyList copy = list;
+    PropertyList outer(PropertyList::Dictionary{{"a", copy}, {"b", list}});
+    EXPECT_EQ(*outer.objectForKey("a"), copy);
+  }
 }
 
 TEST(PropertyListValue, ofAMillionLevelsIsComparedAndDestroyed) {
@@ -149,6 +195,8 @@ TEST(PropertyListValue, readsAsBoolAsThePlatformDoes) {
   EXPECT_TRUE(PropertyList(-1).boolValue());
   EXPECT_FALSE(PropertyList(0).boolValue());
   EXPECT_TRUE(PropertyList(0.5).boolValue());
+  EXPECT_TRUE(PropertyList(1.0).boolValue());
+  EXPECT_FALSE(PropertyList(0.0).boolValue());
   EXPECT_TRUE(PropertyList(std::uint64_t{1} << 63).boolValue());
   EXPECT_FALSE(PropertyList(PropertyList::Date{1}).boolValue());
   EXPECT_FALSE(PropertyList(PropertyList::Data{"1"}).boolValue());
@@ -166,274 +214,28 @@ TEST(PropertyListValue, describesItselfAsThePlatformDoes) {
                 {"Label", "org.example"}, {"two words", PropertyList::Array{"a b", 2}}})),
             "{\n    Label = org.example;\n    \"two words\" =     (\n        \"a b\",\n"
             "        2\n    );\n}");
+  EXPECT_EQ(NS::describe(PropertyList(PropertyList::Array{"a b"})), "(\n    \"a b\"\n)");
+  EXPECT_EQ(NS::describe(PropertyList(PropertyList::Array{})), "(\n)");
+  EXPECT_EQ(NS::describe(PropertyList(PropertyList::Dictionary{})), "{\n}");
+}
+
+TEST(PropertyListValue, isIndentedUpToSixtyFourLevelsInItsDescription) {
+  std::string text = NS::describe(nested(70));
+  EXPECT_NE(text.find("\n" + std::string(256, ' ') + "innermost\n"), std::string::npos);
+}
+
+TEST(PropertyListValue, isDescribedInSixtyFourKibibytesAndTheRestOfAnElement) {
+  std::string lines;
+  while (lines.size() < (64u << 10) - 2)
+    lines += "    1,\n";
+  ASSERT_EQ(lines.size(), (64u << 10) - 2);
+  PropertyList many(PropertyList::Array(20'000, 1));
+  EXPECT_EQ(NS::describe(many), "(\n" + lines + "…");
+  // The second element is begun when there is no more room.
+  std::string text((64u << 10) - 14, 'x');
+  PropertyList two(PropertyList::Array{text, PropertyList::Array{}});
+  EXPECT_EQ(NS::describe(two), "(\n    " + text + ",\n    (\n…");
   EXPECT_LT(NS::describe(nested(100'000)).size(), 100'000u);
-}
-
-TEST(XMLPropertyList, isWrittenInThePlatformsLayout) {
-  PropertyList list(PropertyList::Dictionary{
-      {"string", "a < b & c > \"d\""},
-      {"array", PropertyList::Array{1, -1, true, false, 0.5}},
-      {"empty", PropertyList::Array{}},
-      {"none", PropertyList::Dictionary{}},
-      {"date", PropertyList::Date{0}},
-      {"data", PropertyList::Data{std::string(60, 'x')}},
-  });
-  EXPECT_EQ(NS::dataWithPropertyList(list, nullptr),
-            R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
-<plist version="1.0">
-<dict>
-	<key>array</key>
-	<array>
-		<integer>1</integer>
-		<integer>-1</integer>
-		<true/>
-		<false/>
-		<real>0.5</real>
-	</array>
-	<key>data</key>
-	<data>
-	eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4
-	eHh4eHh4eHh4
-	</data>
-	<key>date</key>
-	<date>2001-01-01T00:00:00Z</date>
-	<key>empty</key>
-	<array/>
-	<key>none</key>
-	<dict/>
-	<key>string</key>
-	<string>a &lt; b &amp; c &gt; "d"</string>
-</dict>
-</plist>
-)");
-}
-
-TEST(XMLPropertyList, sortsKeysByTheirUTF16Units) {
-  // U+FF5E has the larger unit, U+1F600 the larger code point.
-  std::string body = writtenBody(
-      PropertyList(PropertyList::Dictionary{{"\xef\xbd\x9e", 1}, {"\xf0\x9f\x98\x80", 2}}));
-  EXPECT_LT(body.find("\xf0\x9f\x98\x80"), body.find("\xef\xbd\x9e"));
-}
-
-TEST(XMLPropertyList, writesNumbersAsThePlatformDoes) {
-  EXPECT_EQ(writtenBody(0.1), "<real>0.10000000000000001</real>\n");
-  EXPECT_EQ(writtenBody(0.0), "<real>0.0</real>\n");
-  EXPECT_EQ(writtenBody(1e300), "<real>1.0000000000000001e+300</real>\n");
-  EXPECT_EQ(writtenBody(std::nan("")), "<real>nan</real>\n");
-  EXPECT_EQ(writtenBody(-HUGE_VAL), "<real>-infinity</real>\n");
-  EXPECT_EQ(writtenBody(HUGE_VAL), "<real>+infinity</real>\n");
-  EXPECT_EQ(writtenBody(std::numeric_limits<std::uint64_t>::max()),
-            "<integer>18446744073709551615</integer>\n");
-  EXPECT_EQ(writtenBody(std::numeric_limits<std::int64_t>::min()),
-            "<integer>-9223372036854775808</integer>\n");
-}
-
-TEST(XMLPropertyList, readsItsOwnOutputBack) {
-  PropertyList::Array everything{"",
-                                 "a\r\n\tb",
-                                 " spaces ",
-                                 "\xf0\x9f\x98\x80\xc2\x85\xe2\x80\xa8\x7f",
-                                 PropertyList::Data{""},
-                                 PropertyList::Data{std::string("\0\xff\x80", 3)},
-                                 PropertyList::Data{"xy"},
-                                 PropertyList::Data{"x"},
-                                 PropertyList::Date{-1},
-                                 PropertyList::Date{-63113904000},
-                                 PropertyList::Date{252423993599},
-                                 std::numeric_limits<std::uint64_t>::max(),
-                                 std::numeric_limits<std::int64_t>::min(),
-                                 5e-324,
-                                 -0.0,
-                                 1.7976931348623157e308,
-                                 std::nan(""),
-                                 HUGE_VAL,
-                                 -HUGE_VAL};
-  for (const PropertyList &value : everything) {
-    auto text = NS::dataWithPropertyList(value, nullptr);
-    ASSERT_TRUE(text) << NS::describe(value);
-    auto back = NS::propertyListWithData(*text, nullptr);
-    ASSERT_TRUE(back) << *text;
-    EXPECT_EQ(*back, value) << *text;
-  }
-}
-
-TEST(XMLPropertyList, refusesToWriteStringsThatXMLCannotHold) {
-  for (const std::string &text :
-       {std::string("\x01"), std::string(1, '\0'), std::string("\x1b[0m"), std::string("\xff"),
-        std::string("\xed\xa0\x80"), std::string("\xef\xbf\xbe"), std::string("\xef\xbf\xbf")}) {
-    std::optional<NS::Error> error;
-    EXPECT_EQ(NS::dataWithPropertyList(PropertyList(PropertyList::Array{text}), &error),
-              std::nullopt);
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code(), NS::PropertyListWriteInvalidError);
-    EXPECT_EQ(NS::dataWithPropertyList(PropertyList(PropertyList::Dictionary{{text, 1}}), nullptr),
-              std::nullopt);
-  }
-  EXPECT_EQ(NS::dataWithPropertyList(PropertyList::Date{252423993600}, nullptr), std::nullopt);
-  EXPECT_EQ(NS::dataWithPropertyList(PropertyList::Date{std::numeric_limits<std::int64_t>::min()},
-                                     nullptr),
-            std::nullopt);
-}
-
-TEST(XMLPropertyList, takesValuesWithoutThePlistElement) {
-  EXPECT_EQ(NS::propertyListWithData("<dict><key>a</key><true/></dict>", nullptr),
-            PropertyList(PropertyList::Dictionary{{"a", true}}));
-  EXPECT_EQ(NS::propertyListWithData("\n <string>x</string>\n", nullptr), PropertyList("x"));
-}
-
-TEST(XMLPropertyList, readsEveryKind) {
-  EXPECT_EQ(readXML("<integer> -12 </integer>"), PropertyList(-12));
-  EXPECT_EQ(readXML("<integer>+0x1F</integer>"), PropertyList(31));
-  EXPECT_EQ(readXML("<real>1e3</real>"), PropertyList(1000.0));
-  EXPECT_EQ(readXML("<true></true>"), PropertyList(true));
-  EXPECT_EQ(readXML("<date>2011-05-05T20:00:01Z</date>"),
-            PropertyList(PropertyList::Date{326318401}));
-  EXPECT_EQ(readXML("<data>\n\teHh4\n\teHg=\n</data>"), PropertyList(PropertyList::Data{"xxxxx"}));
-  EXPECT_EQ(readXML("<string>a<!-- b -->c<![CDATA[<&]]>&#100;</string>"), PropertyList("ac<&d"));
-  EXPECT_EQ(readXML("<dict><key>k</key><array/><key>k</key><dict/></dict>"),
-            PropertyList(PropertyList::Dictionary{{"k", PropertyList::Dictionary{}}}));
-}
-
-TEST(XMLPropertyList, readsEveryFormOfReal) {
-  constexpr double infinity = std::numeric_limits<double>::infinity();
-  EXPECT_EQ(readXML("<real> +0.1\n</real>"), PropertyList(0.1));
-  EXPECT_EQ(readXML("<real>-.5E-1</real>"), PropertyList(-0.05));
-  EXPECT_EQ(readXML("<real>017.</real>"), PropertyList(17.0));
-  EXPECT_EQ(readXML("<real>4.9406564584124654e-324</real>"),
-            PropertyList(std::numeric_limits<double>::denorm_min()));
-  EXPECT_EQ(readXML("<real>+infinity</real>"), PropertyList(infinity));
-  EXPECT_EQ(readXML("<real>-inf</real>"), PropertyList(-infinity));
-  auto noNumber = readXML("<real>nan</real>");
-  ASSERT_TRUE(noNumber);
-  EXPECT_TRUE(std::isnan(*noNumber->real()));
-}
-
-TEST(XMLPropertyList, takesRealsBeyondTheRangeForInfinityOrZero) {
-  constexpr double infinity = std::numeric_limits<double>::infinity();
-  EXPECT_EQ(readXML("<real>1e999</real>"), PropertyList(infinity));
-  EXPECT_EQ(readXML("<real>-1e999</real>"), PropertyList(-infinity));
-  EXPECT_EQ(readXML("<real>" + std::string(400, '9') + "</real>"), PropertyList(infinity));
-  EXPECT_EQ(readXML("<real>1e-999</real>"), PropertyList(0.0));
-}
-
-TEST(XMLPropertyList, takesTheWholeGroupsOfData) {
-  auto data = [](std::string_view bytes) {
-    return PropertyList(PropertyList::Data{std::string(bytes)});
-  };
-  EXPECT_EQ(readXML("<data>YWJjZGU</data>"), data("abc"));
-  EXPECT_EQ(readXML("<data>ab</data>"), data(""));
-  EXPECT_EQ(readXML("<data>=</data>"), data(""));
-  EXPECT_EQ(readXML("<data>Y-W_J*j</data>"), data("abc"));
-  EXPECT_EQ(readXML("<data>YQ==YmM=</data>"), data("abc"));
-  EXPECT_EQ(readXML("<data>YQ=\n=</data>"), data("a"));
-  EXPECT_EQ(readXML("<data>YWJj=</data>"), data("abc"));
-}
-
-TEST(XMLPropertyList, isReadAsAWholeInSpiteOfOneOddLeaf) {
-  auto list = readXML("<dict><key>Label</key><string>a</string><key>Odd</key><real>1e999</real>"
-                      "<key>Data</key><data>YQ</data></dict>");
-  ASSERT_TRUE(list && list->objectForKey("Label"));
-  EXPECT_EQ(*list->objectForKey("Label"), PropertyList("a"));
-}
-
-TEST(XMLPropertyList, isUnparseableWhenNotWellFormed) {
-  for (const char *body : {"",
-                           "text",
-                           "<dict>",
-                           "<dict><key>a</key></dict>",
-                           "<dict><string>a</string></dict>",
-                           "<dict><key>a</key><key>b</key></dict>",
-                           "<key>a</key>",
-                           "<array><key>a</key></array>",
-                           "<array>text</array>",
-                           "<string/><string/>",
-                           "<unknown/>",
-                           "<string><string/></string>",
-                           "<plist/>",
-                           "<true>x</true>",
-                           "<integer/>",
-                           "<integer>1x</integer>",
-                           "<integer>18446744073709551616</integer>",
-                           "<integer>-9223372036854775809</integer>",
-                           "<integer>--1</integer>",
-                           "<integer>1 2</integer>",
-                           "<real/>",
-                           "<real>1,5</real>",
-                           "<real>+-1</real>",
-                           "<date>2011-02-30T00:00:00Z</date>",
-                           "<date>2011-02-03</date>",
-                           "<date>0000-01-01T00:00:00Z</date>",
-                           "<date>2011-01-01T24:00:00Z</date>",
-                           "<real>1e</real>",
-                           "<real>0x10</real>",
-                           "<real>-0X1p3</real>",
-                           "<real>++1</real>",
-                           "<real>+ 1</real>",
-                           "<real>1 2</real>",
-                           "<real> </real>",
-                           "<real>1e999x</real>",
-                           "<string>&none;</string>",
-                           "<string>\x01</string>",
-                           "<string>\xff</string>",
-                           "<dict/>text"}) {
-    std::optional<NS::Error> error;
-    EXPECT_EQ(NS::propertyListWithData(std::string("<plist>") + body + "</plist>", &error),
-              std::nullopt)
-        << body;
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code(), NS::PropertyListReadCorruptError);
-  }
-  for (const char *data : {"", " ", "<", "<plist>", "\xff\xfe", "bplist", "{ a = b; }"})
-    EXPECT_EQ(NS::propertyListWithData(data, nullptr), std::nullopt) << data;
-}
-
-TEST(XMLPropertyList, expandsNoEntity) {
-  for (const char *subset :
-       {"[<!ENTITY a \"aaaa\">]", "[<!ENTITY a SYSTEM \"file:///etc/hostname\">]",
-        "[<!ENTITY % p SYSTEM \"file:///etc/hostname\"> %p;]", "[]",
-        "SYSTEM \"file:///etc/hostname\" [<!ENTITY a \"b\">]"})
-    EXPECT_EQ(NS::propertyListWithData(std::string("<!DOCTYPE plist ") + subset +
-                                           "><plist><string>x&a;</string></plist>",
-                                       nullptr),
-              std::nullopt)
-        << subset;
-  EXPECT_EQ(NS::propertyListWithData("<!DOCTYPE plist SYSTEM \"file:///etc/hostname\">"
-                                     "<plist><string>x&a;</string></plist>",
-                                     nullptr),
-            std::nullopt);
-  EXPECT_EQ(NS::propertyListWithData("<!DOCTYPE plist SYSTEM \"file:///etc/hostname\">"
-                                     "<plist><string>x</string></plist>",
-                                     nullptr),
-            PropertyList("x"));
-}
-
-TEST(XMLPropertyList, takesADepthOf512AndNoMore) {
-  auto body = [](std::size_t depth) {
-    std::string text;
-    for (std::size_t level = 0; level < depth; ++level)
-      text += "<array>";
-    for (std::size_t level = 0; level < depth; ++level)
-      text += "</array>";
-    return text;
-  };
-  EXPECT_TRUE(readXML(body(512)));
-  EXPECT_FALSE(readXML(body(513)));
-  EXPECT_FALSE(readXML(body(200'000)));
-  std::string opening;
-  for (int level = 0; level < 1'000'000; ++level)
-    opening += "<array>";
-  EXPECT_FALSE(NS::propertyListWithData(opening, nullptr));
-}
-
-TEST(XMLPropertyList, takesNoMoreThanItsShareOfValuesAndData) {
-  std::string many;
-  for (int count = 0; count < 400'000; ++count)
-    many += "<true/>";
-  EXPECT_FALSE(readXML("<array>" + many + "</array>"));
-  EXPECT_TRUE(readXML("<array>" + many.substr(0, many.size() / 4) + "</array>"));
-  EXPECT_TRUE(readXML("<string>" + std::string(8'000'000, 'x') + "</string>"));
-  EXPECT_FALSE(readXML("<string>" + std::string(9'000'000, 'x') + "</string>"));
 }
 
 TEST(DictionaryWithContentsOfFile, isNothingForAnythingElse) {
