@@ -175,7 +175,7 @@ bool PropertyList::boolValue() const {
   struct Asker {
     bool operator()(bool flag) const { return flag; }
     bool operator()(std::int64_t number) const { return number != 0; }
-    bool operator()(std::uint64_t) const { return true; } // it is beyond the signed range
+    bool operator()(std::uint64_t number) const { return number != 0; }
     bool operator()(double number) const { return number != 0; }
     bool operator()(const std::string &text) const {
       std::size_t start = text.find_first_not_of(" \t\n\r");

@@ -53,10 +53,10 @@ private:
   // The fixed part of an object: its type, its count or size, and the offset of
   // its content.
   struct Object {
-    unsigned type;
-    unsigned detail;     // the lower half of the first byte
-    std::uint64_t count; // of bytes, units, elements or entries
-    std::size_t content; // offset in the data
+    unsigned type = 0;
+    unsigned detail = 0;     // the lower half of the first byte
+    std::uint64_t count = 0; // of bytes, units, elements or entries
+    std::size_t content = 0; // offset in the data
   };
   // A container whose elements are being read.
   struct Frame {
@@ -110,15 +110,21 @@ private:
 };
 
 bool Reader::readTrailer() {
+  if (data_.size() < headerSize + trailerSize || !data_.starts_with("bplist00"))
+    return false;
   const char *trailer = data_.data() + data_.size() - trailerSize;
   offsetSize_ = static_cast<unsigned char>(trailer[6]);
   referenceSize_ = static_cast<unsigned char>(trailer[7]);
   objectCount_ = bigEndian(trailer + 8, 8);
   top_ = bigEndian(trailer + 16, 8);
-  table_ = static_cast<std::size_t>(bigEndian(trailer + 24, 8));
+  std::uint64_t table = bigEndian(trailer + 24, 8);
   std::size_t tableEnd = data_.size() - trailerSize;
-  return offsetSize_ >= 1 && offsetSize_ <= 8 && referenceSize_ >= 1 && referenceSize_ <= 8 &&
-         table_ <= tableEnd && objectCount_ <= (tableEnd - table_) / offsetSize_ &&
+  if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8)
+    return false;
+  if (table < headerSize || table > tableEnd)
+    return false;
+  table_ = static_cast<std::size_t>(table);
+  return objectCount_ <= (tableEnd - table_) / offsetSize_ &&
          objectCount_ <= PropertyListBounds::contents / PropertyListBounds::valueCost;
 }
 
@@ -136,7 +142,7 @@ bool Reader::readCount(Object &object) const {
   object.count = object.detail;
   if (object.detail != 0xf)
     return true;
-  // At the end of the objects this is a byte of the table, and the integer too long.
+  // After the last object comes a byte of the table; the integer is too long then.
   auto marker = static_cast<unsigned char>(data_[object.content++]);
   std::size_t size = std::size_t{1} << (marker & 0xf);
   if (marker >> 4 != typeInteger || (marker & 0xf) > 3 || object.content + size > table_)
@@ -362,8 +368,7 @@ void Reader::close() {
 }
 
 std::optional<PropertyList> Reader::read() {
-  bool hasForm = data_.size() >= headerSize + trailerSize && data_.starts_with("bplist00");
-  if (!hasForm || !readTrailer())
+  if (!readTrailer())
     return std::nullopt;
   auto offset = offsetOf(top_);
   auto object = offset ? objectAt(*offset) : std::nullopt;
