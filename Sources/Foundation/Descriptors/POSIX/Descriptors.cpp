@@ -1,6 +1,7 @@
 // Waiting on descriptors.
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 
+#include <array>
 #include <cerrno>
 #include <poll.h>
 
@@ -8,8 +9,8 @@ namespace NS::descriptors {
 
 Readiness waitForReading(int first, int second, int timeout) {
   // poll passes over a negative descriptor.
-  struct pollfd waits[2] = {{first, POLLIN, 0}, {second, POLLIN, 0}};
-  while (::poll(waits, 2, timeout) < 0)
+  std::array waits{pollfd{first, POLLIN, 0}, pollfd{second, POLLIN, 0}};
+  while (::poll(waits.data(), waits.size(), timeout) < 0)
     if (errno != EINTR && errno != EAGAIN)
       return {.first = true, .second = true};
   return {.first = waits[0].revents != 0,

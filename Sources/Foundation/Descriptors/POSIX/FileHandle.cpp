@@ -7,14 +7,12 @@
 #include "Foundation/Descriptors/Internal/Descriptors.h"
 #include "Foundation/Descriptors/POSIX/Descriptor.h"
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <limits>
 #include <mutex>
 #include <poll.h>
 #include <pthread.h>
@@ -22,6 +20,7 @@
 #include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace NS {
 namespace {
@@ -35,10 +34,10 @@ constexpr std::size_t chunkSize = 65536;
 }
 
 void waitUntilReady(int descriptor, short events) {
-  struct pollfd wait = {descriptor, events, 0};
+  std::array waits{pollfd{descriptor, events, 0}};
   // The wait may end for any reason; the caller's next attempt gives the
   // answer.
-  static_cast<void>(::poll(&wait, 1, -1));
+  static_cast<void>(::poll(waits.data(), waits.size(), -1));
 }
 
 // Blocks SIGPIPE in this thread and takes back one that a write has caused. So
@@ -47,35 +46,29 @@ void waitUntilReady(int descriptor, short events) {
 class BrokenPipeGuard {
 public:
   BrokenPipeGuard() {
-    sigset_t pending;
-    sigemptyset(&pending);
-    ::sigpending(&pending);
-    wasPending_ = sigismember(&pending, SIGPIPE) == 1;
     sigemptyset(&brokenPipe_);
     sigaddset(&brokenPipe_, SIGPIPE);
     ::pthread_sigmask(SIG_BLOCK, &brokenPipe_, &former_);
   }
   ~BrokenPipeGuard() {
-    if (!wasPending_)
-      consumePending();
+    int received = 0;
+    if (!wasPending_ && isPending())
+      ::sigwait(&brokenPipe_, &received);
     ::pthread_sigmask(SIG_SETMASK, &former_, nullptr);
   }
   BrokenPipeGuard(const BrokenPipeGuard &) = delete;
   BrokenPipeGuard &operator=(const BrokenPipeGuard &) = delete;
 
 private:
-  void consumePending() {
+  static bool isPending() {
     sigset_t pending;
-    sigemptyset(&pending);
     ::sigpending(&pending);
-    int received = 0;
-    if (sigismember(&pending, SIGPIPE) == 1)
-      ::sigwait(&brokenPipe_, &received);
+    return sigismember(&pending, SIGPIPE) == 1;
   }
 
-  sigset_t brokenPipe_;
+  const bool wasPending_ = isPending();
+  sigset_t brokenPipe_{};
   sigset_t former_;
-  bool wasPending_ = false;
 };
 
 // One readability handler and its thread. The thread keeps the object alive, so
@@ -132,9 +125,9 @@ public:
 private:
   void run() {
     current() = this;
-    while (!stopping_ && !ended_) {
+    while (!ended_) {
       descriptors::Readiness ready = descriptors::waitForReading(descriptor_, wake_.reading);
-      if (stopping_ || ready.second)
+      if (ready.second)
         break;
       // A hang-up stays for ever, so one report is enough.
       ended_ = !ready.firstHasData;
@@ -201,7 +194,7 @@ private:
 
 void DescriptorHandle::truncateFileAtOffset(std::uint64_t offset) {
   int descriptor = openDescriptor("truncateFileAtOffset");
-  if (offset > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()))
+  if (!std::in_range<off_t>(offset))
     raise("truncateFileAtOffset", EFBIG);
   auto length = static_cast<off_t>(offset);
   if (retrying([&] { return ::ftruncate(descriptor, length); }) != 0 ||
@@ -222,17 +215,10 @@ std::size_t DescriptorHandle::readSome(char *buffer, std::size_t capacity, const
 }
 
 std::string DescriptorHandle::readDataToEndOfFile() {
+  std::array<char, chunkSize> chunk;
   std::string data;
-  std::size_t length = 0;
-  for (;;) {
-    if (data.size() - length < chunkSize)
-      data.resize(std::max(2 * data.size(), chunkSize));
-    std::size_t count = readSome(data.data() + length, data.size() - length, "readDataToEndOfFile");
-    if (count == 0)
-      break;
-    length += count;
-  }
-  data.resize(length);
+  while (std::size_t count = readSome(chunk.data(), chunk.size(), "readDataToEndOfFile"))
+    data.append(chunk.data(), count);
   return data;
 }
 
@@ -269,7 +255,7 @@ void DescriptorHandle::writeData(std::string_view data) {
   BrokenPipeGuard guard;
   while (!data.empty()) {
     ssize_t count = ::write(descriptor, data.data(), data.size());
-    if (count >= 0)
+    if (count != -1)
       data.remove_prefix(static_cast<std::size_t>(count));
     else if (errno == EAGAIN)
       waitUntilReady(descriptor, POLLOUT);

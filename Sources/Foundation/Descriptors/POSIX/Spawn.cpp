@@ -43,7 +43,7 @@ public:
   SpawnActions &operator=(const SpawnActions &) = delete;
 
   int connect(const int (&streams)[3]) {
-    for (int target = 0; target < 3; ++target)
+    for (int target : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
       if (streams[target] >= 0)
         if (int failure = ::posix_spawn_file_actions_adddup2(&actions_, streams[target], target))
           return failure;
@@ -120,7 +120,6 @@ int spawn(const Program &program, int &processIdentifier) {
   if (int failure = attributes.resetSignals())
     return failure;
   std::vector<char *> arguments;
-  arguments.reserve(program.arguments.size() + 1);
   for (const std::string &argument : program.arguments)
     arguments.push_back(const_cast<char *>(argument.c_str()));
   arguments.push_back(nullptr);

@@ -94,10 +94,10 @@ TEST(DescriptorBudget, keepsHalfOfItAndThoseWhoWaitFromSpareShares) {
   std::atomic<std::size_t> capacity = 8;
   DescriptorBudget budget([&] { return capacity.load(); });
   Share one = budget.take();
-  Share spare = budget.takeSpare(2);
+  Share spare = budget.takeSpare(3);
   EXPECT_TRUE(spare);
-  EXPECT_EQ(budget.inUse(), 3u);
-  EXPECT_FALSE(budget.takeSpare(2)) << "five of eight are more than half";
+  EXPECT_EQ(budget.inUse(), 4u);
+  EXPECT_FALSE(budget.takeSpare(1)) << "five of eight are more than half";
   capacity = 3;
   auto waiting = std::async(std::launch::async, [&] { return budget.take(); });
   awaitWaiting(budget, 1);
@@ -132,6 +132,18 @@ TEST(DescriptorBudget, servesOneRequestEvenWithAlmostNoTable) {
               return std::to_string(DescriptorBudget::requestsServed());
             }),
             "1");
+}
+
+TEST(DescriptorBudget, ofWalksIsHalfOfTheTable) {
+  EXPECT_EQ(kwtest::inForkedChild([]() -> std::string {
+              rlimit limit{4 * DescriptorBudget::perWalk, 4 * DescriptorBudget::perWalk};
+              ::setrlimit(RLIMIT_NOFILE, &limit);
+              DescriptorBudget &walks = DescriptorBudget::ofWalks();
+              if (walks.takeSpare(2))
+                return "both of two shares are spare";
+              return walks.takeSpare(1) ? "" : "one of two shares is not spare";
+            }),
+            "");
 }
 
 TEST(WalkShare, isOneForWalksWithinEachOther) {

@@ -4,6 +4,7 @@
 #include "Foundation/Base/Exception.h"
 #include "Foundation/Base/Log.h"
 #include "Foundation/Descriptors/Pipe.h"
+#include "Support/ForkedChild.h"
 #include "Support/ScratchFolder.h"
 #include "Support/WaitingWriter.h"
 
@@ -100,6 +101,13 @@ TEST(FileHandle, updatingReadsAndWritesInPlace) {
   EXPECT_EQ(folder.content("file"), "XYcdef");
 }
 
+TEST(FileHandle, updatingAddsNoFlagsToTheOpenFile) {
+  ScratchFolder folder;
+  auto handle = NS::FileHandle::fileHandleForUpdatingAtPath(folder.file("file", ""));
+  EXPECT_EQ(::fcntl(handle->fileDescriptor(), F_GETFL) & (O_ACCMODE | O_APPEND | O_NONBLOCK),
+            O_RDWR);
+}
+
 TEST(FileHandle, truncationCutsAndGoesToTheOffset) {
   ScratchFolder folder;
   auto handle = NS::FileHandle::fileHandleForUpdatingAtPath(folder.file("file", "abcdef"));
@@ -157,6 +165,19 @@ TEST(FileHandle, ownsItsDescriptor) {
   EXPECT_EQ(openDescriptorCount(), before);
 }
 
+TEST(FileHandle, mayHaveTheDescriptorZero) {
+  EXPECT_EQ(kwtest::inForkedChild([]() -> std::string {
+              ::close(STDIN_FILENO);
+              auto handle = NS::FileHandle::fileHandleWithDescriptor(::open("/dev/zero", O_RDONLY));
+              if (handle->fileDescriptor() != 0)
+                return "it has another one";
+              handle->discardAvailableData();
+              handle->closeFile();
+              return ::fcntl(STDIN_FILENO, F_GETFD) < 0 ? "" : "still open";
+            }),
+            "");
+}
+
 TEST(FileHandle, readingAFolderRaises) {
   auto handle = NS::FileHandle::fileHandleWithDescriptor(::open("/", O_RDONLY));
   EXPECT_EQ(reasonOf([&] { handle->readDataToEndOfFile(); }),
@@ -184,6 +205,21 @@ TEST(FileHandle, availableDataIsTheDataThatIsReady) {
   EXPECT_EQ(pipe->fileHandleForReading().availableData(), std::string("\0two", 4));
   pipe->fileHandleForWriting().closeFile();
   EXPECT_EQ(pipe->fileHandleForReading().availableData(), "");
+}
+
+TEST(FileHandle, availableDataOfAFileIsAllOfIt) {
+  ScratchFolder folder;
+  std::string text(200'000, 'x');
+  auto handle = NS::FileHandle::fileHandleForUpdatingAtPath(folder.file("file", text));
+  EXPECT_EQ(handle->availableData(), text);
+}
+
+TEST(FileHandle, discardsNoMoreThan64KiBAtOnce) {
+  ScratchFolder folder;
+  std::string text = std::string(65'536, 'x') + "rest";
+  auto handle = NS::FileHandle::fileHandleForUpdatingAtPath(folder.file("file", text));
+  handle->discardAvailableData();
+  EXPECT_EQ(handle->availableData(), "rest");
 }
 
 TEST(FileHandle, discardsTheDataThatIsReady) {
@@ -227,6 +263,25 @@ TEST(FileHandle, writingToAGoneReaderRaisesThoughTheSignalWouldKill) {
   }
 }
 
+TEST(FileHandle, writingToAGoneReaderLeavesASignalThatWasPendingBefore) {
+  sigset_t brokenPipe, former, pending;
+  sigemptyset(&brokenPipe);
+  sigaddset(&brokenPipe, SIGPIPE);
+  ::pthread_sigmask(SIG_BLOCK, &brokenPipe, &former);
+  ::raise(SIGPIPE);
+  auto pipe = NS::Pipe::pipe();
+  pipe->fileHandleForReading().closeFile();
+  EXPECT_EQ(reasonOf([&] { pipe->fileHandleForWriting().writeData("x"); }),
+            "writeData: Broken pipe");
+  ::sigpending(&pending);
+  bool isPending = sigismember(&pending, SIGPIPE) == 1;
+  int received = 0;
+  if (isPending)
+    ::sigwait(&brokenPipe, &received);
+  ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
+  EXPECT_TRUE(isPending);
+}
+
 TEST(FileHandle, writingToAFullDiskRaises) {
   auto handle = NS::FileHandle::fileHandleWithDescriptor(::open("/dev/full", O_WRONLY));
   EXPECT_EQ(reasonOf([&] { handle->writeData("x"); }), "writeData: No space left on device");
@@ -261,16 +316,40 @@ TEST(ReadabilityHandler, isToldOfTheEndAndThenLeftAlone) {
   EXPECT_EQ(seen.count(), 2U);
 }
 
+// The calls of a handler, and the thread that makes them.
+struct HandlerCalls {
+  std::atomic<int> count = 0;
+  std::atomic<int> thread = 0;
+
+  void add() {
+    thread = ::gettid();
+    ++count;
+  }
+  // The number of calls once there is a second one, or once there can be none.
+  int atTheEnd() const {
+    while (count < 2 && (thread == 0 || isAlive(thread)))
+      std::this_thread::yield();
+    return count;
+  }
+
+private:
+  static bool isAlive(int thread) {
+    return ::access(("/proc/self/task/" + std::to_string(thread)).c_str(), F_OK) == 0;
+  }
+};
+
 TEST(ReadabilityHandler, isToldOnceOfASocketsEnd) {
   int ends[2];
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   auto handle = NS::FileHandle::fileHandleWithDescriptor(ends[0]);
   ::close(ends[1]);
-  Collector seen;
-  handle->setReadabilityHandler([&](NS::FileHandle &source) { seen.add(source.availableData()); });
-  EXPECT_EQ(seen.waitFor(1), std::vector<std::string>{""});
+  HandlerCalls calls;
+  handle->setReadabilityHandler([&](NS::FileHandle &source) {
+    EXPECT_EQ(source.availableData(), "");
+    calls.add();
+  });
+  EXPECT_EQ(calls.atTheEnd(), 1);
   handle->setReadabilityHandler(nullptr);
-  EXPECT_EQ(seen.count(), 1U);
 }
 
 TEST(ReadabilityHandler, removalWaitsForTheCallUnderWay) {
@@ -318,6 +397,20 @@ TEST(ReadabilityHandler, removalDoesNotWaitForDataToDiscard) {
   entered.waitFor(1);
   pipe->fileHandleForReading().setReadabilityHandler(nullptr);
   EXPECT_TRUE(isThrough);
+}
+
+TEST(ReadabilityHandler, thatHasClosedItsHandleReadsFromNoOtherOfThatNumber) {
+  auto pipe = NS::Pipe::pipe(), silent = NS::Pipe::pipe();
+  Collector seen;
+  pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &handle) {
+    int number = handle.fileDescriptor();
+    handle.closeFile();
+    ::dup2(silent->fileHandleForReading().fileDescriptor(), number);
+    seen.add(reasonOf([&] { handle.discardAvailableData(); }));
+    ::close(number);
+  });
+  pipe->fileHandleForWriting().writeData("x");
+  EXPECT_EQ(seen.waitFor(1), std::vector<std::string>{"discardAvailableData: Bad file descriptor"});
 }
 
 TEST(ReadabilityHandler, mayRemoveItself) {
@@ -374,13 +467,32 @@ TEST(ReadabilityHandler, thatThrowsIsLoggedAndRemoved) {
   Collector log;
   NS::ScopedLogSink sink([&](const std::string &message) { log.add(message); });
   auto pipe = NS::Pipe::pipe();
-  pipe->fileHandleForReading().setReadabilityHandler(
-      [](NS::FileHandle &) { throw NS::Exception("Odd", "no more"); });
+  HandlerCalls calls;
+  pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &) {
+    calls.add();
+    throw NS::Exception("Odd", "no more");
+  });
   pipe->fileHandleForWriting().writeData("x");
   EXPECT_EQ(log.waitFor(1),
             std::vector<std::string>{"Readability handler removed after exception: no more"});
+  EXPECT_EQ(calls.atTheEnd(), 1);
   pipe->fileHandleForReading().setReadabilityHandler(nullptr);
-  EXPECT_EQ(log.count(), 1U);
+}
+
+TEST(ReadabilityHandler, thatThrowsNoExceptionObjectIsLoggedAndRemoved) {
+  Collector log;
+  NS::ScopedLogSink sink([&](const std::string &message) { log.add(message); });
+  auto pipe = NS::Pipe::pipe();
+  HandlerCalls calls;
+  pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &) {
+    calls.add();
+    throw 1;
+  });
+  pipe->fileHandleForWriting().writeData("x");
+  EXPECT_EQ(log.waitFor(1),
+            std::vector<std::string>{"Readability handler removed after an unknown exception"});
+  EXPECT_EQ(calls.atTheEnd(), 1);
+  pipe->fileHandleForReading().setReadabilityHandler(nullptr);
 }
 
 TEST(ReadabilityHandler, thatThrowsIsRemovedWithoutMemoryForTheLog) {

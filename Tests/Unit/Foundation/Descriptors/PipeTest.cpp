@@ -1,15 +1,19 @@
 // The two ends of a pipe.
 #include "Foundation/Descriptors/Pipe.h"
 
+#include "Foundation/Base/Exception.h"
 #include "Foundation/Base/ResourceShortage.h"
+#include "Support/ForkedChild.h"
+#include "Support/MissingCall.h"
 #include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -46,21 +50,42 @@ TEST(Pipe, withoutADescriptorLeftThrows) {
   EXPECT_EQ(reason, "pipe: Too many open files");
 }
 
+TEST(Pipe, toTheNullDeviceWithOnlyOneDescriptorLeftThrows) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  kwtest::FewDescriptorsLeft scarcity(1);
+  EXPECT_THROW(NS::Pipe::nullDevice(), NS::ResourceShortage);
+}
+
+TEST(Pipe, thatTheSystemRefusesRaises) {
+  EXPECT_EQ(kwtest::inForkedChild([]() -> std::string {
+              if (!kwtest::refuseCalls(SYS_pipe2, EPERM))
+                return "pipes still work";
+              try {
+                NS::Pipe::pipe();
+              } catch (const NS::Exception &exception) {
+                return exception.name() + ": " + exception.reason();
+              }
+              return "nothing raised";
+            }),
+            "NSInternalInconsistencyException: pipe: Operation not permitted");
+}
+
 // In a child of its own, since a closed standard stream troubles the test
 // program as well.
 TEST(Pipe, neverTakesThePlaceOfAClosedStandardStream) {
-  pid_t child = ::fork();
-  if (child == 0) {
-    for (int descriptor : {0, 1, 2})
-      ::close(descriptor);
-    auto pipe = NS::Pipe::pipe();
-    bool above = pipe->fileHandleForReading().fileDescriptor() > 2 &&
-                 pipe->fileHandleForWriting().fileDescriptor() > 2;
-    ::_exit(above && ::fcntl(0, F_GETFD) < 0 && ::fcntl(1, F_GETFD) < 0 ? 0 : 1);
-  }
-  int status = -1;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  using Streams = std::vector<int>;
+  for (const Streams &closed : {Streams{0, 1, 2}, Streams{2}})
+    EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+                for (int stream : closed)
+                  ::close(stream);
+                auto pipe = NS::Pipe::pipe();
+                bool above = pipe->fileHandleForReading().fileDescriptor() > 2 &&
+                             pipe->fileHandleForWriting().fileDescriptor() > 2;
+                for (int stream : closed)
+                  above = above && ::fcntl(stream, F_GETFD) < 0;
+                return above ? "" : "it took the place";
+              }),
+              "");
 }
 
 } // namespace
