@@ -73,7 +73,7 @@ RegularExpression::regularExpressionWithPattern(std::string_view pattern,
   UErrorCode status = U_ZERO_ERROR;
   Expression compiled(
       uregex_open(units.data(), static_cast<std::int32_t>(units.size()), flags, nullptr, &status));
-  if (hasFailed(status) || !compiled)
+  if (hasFailed(status))
     return nullptr;
   return std::make_shared<ICUExpression>(std::move(compiled));
 }

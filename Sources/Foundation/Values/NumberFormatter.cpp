@@ -35,8 +35,9 @@ std::string localeOfNumbers() {
   UErrorCode status = U_ZERO_ERROR;
   uloc_canonicalize(name.c_str(), canonical.data(), static_cast<std::int32_t>(canonical.size()),
                     &status);
-  // A name that fills the buffer gets no NUL; no locale has such a name.
-  return hasFailed(status) || status == U_STRING_NOT_TERMINATED_WARNING ? "" : canonical.data();
+  // A name that fills the buffer gets no NUL. It loses its end; no locale has it.
+  canonical.back() = '\0';
+  return hasFailed(status) ? "" : canonical.data();
 }
 
 class LocalizedFormatter final : public NumberFormatter {

@@ -1,6 +1,7 @@
 // Base64 by the standard alphabet.
 #include "Foundation/Text/Internal/Base64.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace NS {
@@ -39,7 +40,7 @@ std::string base64FromBytes(std::string_view bytes) {
   for (std::size_t at = 0; at < bytes.size(); at += 3) {
     std::uint32_t group =
         byteAt(bytes, at) << 16 | byteAt(bytes, at + 1) << 8 | byteAt(bytes, at + 2);
-    std::size_t digits = bytes.size() - at < 3 ? bytes.size() - at + 1 : groupDigits;
+    std::size_t digits = std::min<std::size_t>(bytes.size() - at + 1, groupDigits);
     for (std::size_t digit = 0; digit < groupDigits; ++digit)
       text += digit < digits ? alphabet[group >> (18 - 6 * digit) & 0x3f] : '=';
   }
@@ -53,8 +54,9 @@ std::optional<std::string> bytesFromBase64(std::string_view text) {
   unsigned digits = 0, padding = 0;
   for (char c : text) {
     if (c == '=') {
-      if (digits < 2 || ++padding > groupDigits - digits)
+      if (digits < 2)
         return std::nullopt;
+      ++padding;
       continue;
     }
     std::uint32_t value = digitValue(c);

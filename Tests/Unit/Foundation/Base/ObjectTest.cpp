@@ -1,4 +1,5 @@
 // Identity, class names and the value objects.
+#include "Foundation/Values/Date.h"
 #include "Foundation/Values/Null.h"
 #include "Foundation/Values/Number.h"
 #include "Foundation/Values/String.h"
@@ -16,6 +17,7 @@ class KWNamedLikeTheToolkit : public NS::Object {};
 
 namespace {
 
+using NS::Date;
 using NS::Number;
 using NS::String;
 
@@ -84,6 +86,15 @@ TEST(Number, isEqualByValueAcrossKinds) {
   EXPECT_EQ(Number::numberWithDouble(1.5)->hash(), Number::numberWithDouble(1.5)->hash());
   EXPECT_NE(Number::numberWithDouble(1.5)->hash(), Number::numberWithDouble(1.25)->hash());
   EXPECT_TRUE(Number::numberWithDouble(0.5)->isEqual(*Number::numberWithDouble(0.5)));
+  EXPECT_FALSE(Number::numberWithDouble(0.5)->isEqual(*Number::numberWithDouble(0.25)));
+  EXPECT_TRUE(Number::numberWithLongLong(0)->isEqual(*Number::numberWithBool(false)));
+}
+
+TEST(Number, thatIsNoNumberIsEqualToItselfAlone) {
+  constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+  auto one = Number::numberWithDouble(nan);
+  EXPECT_TRUE(one->isEqual(*one));
+  EXPECT_FALSE(one->isEqual(*Number::numberWithDouble(nan)));
 }
 
 TEST(Number, tellsApartNumbersThatOneCastWouldMakeEqual) {
@@ -96,6 +107,10 @@ TEST(Number, tellsApartNumbersThatOneCastWouldMakeEqual) {
   EXPECT_FALSE(greatest->isEqual(*Number::numberWithDouble(18446744073709551616.0)));
   auto lowest = Number::numberWithLongLong(std::numeric_limits<std::int64_t>::min());
   EXPECT_TRUE(lowest->isEqual(*Number::numberWithDouble(-9223372036854775808.0)));
+  // Doubles beyond all integers.
+  EXPECT_FALSE(lowest->isEqual(*Number::numberWithDouble(-1e300)));
+  EXPECT_FALSE(
+      Number::numberWithBool(false)->isEqual(*Number::numberWithDouble(18446744073709551616.0)));
 }
 
 TEST(Number, convertsWithoutEverFailing) {
@@ -103,8 +118,14 @@ TEST(Number, convertsWithoutEverFailing) {
   EXPECT_EQ(Number::numberWithUnsignedLongLong(18446744073709551615U)->longLongValue(), -1);
   EXPECT_EQ(Number::numberWithDouble(-2.9)->longLongValue(), -2);
   EXPECT_EQ(Number::numberWithDouble(-2.9)->unsignedLongLongValue(), 0U);
-  EXPECT_EQ(Number::numberWithDouble(1e300)->longLongValue(),
-            std::numeric_limits<std::int64_t>::max());
+  for (double beyond : {9223372036854775808.0, 1e300})
+    EXPECT_EQ(Number::numberWithDouble(beyond)->longLongValue(),
+              std::numeric_limits<std::int64_t>::max());
+  for (double beyond : {18446744073709551616.0, 1e300})
+    EXPECT_EQ(Number::numberWithDouble(beyond)->unsignedLongLongValue(),
+              std::numeric_limits<std::uint64_t>::max());
+  EXPECT_EQ(Number::numberWithDouble(-1e300)->longLongValue(),
+            std::numeric_limits<std::int64_t>::min());
   EXPECT_EQ(Number::numberWithDouble(std::numeric_limits<double>::quiet_NaN())->longLongValue(), 0);
   EXPECT_EQ(Number::numberWithBool(true)->doubleValue(), 1.0);
   EXPECT_TRUE(Number::numberWithDouble(0.1)->boolValue());
@@ -119,6 +140,26 @@ TEST(Number, describesItselfInDigits) {
             "18446744073709551615");
   EXPECT_EQ(Number::numberWithDouble(0.1)->description(), "0.1");
   EXPECT_EQ(Number::numberWithDouble(3)->description(), "3");
+}
+
+TEST(Date, isEqualByItsMoment) {
+  auto one = Date::dateWithTimeIntervalSince1970(1.5);
+  EXPECT_TRUE(one->isEqual(*Date::dateWithTimeIntervalSince1970(1.5)));
+  EXPECT_EQ(one->hash(), Date::dateWithTimeIntervalSince1970(1.5)->hash());
+  EXPECT_FALSE(one->isEqual(*Date::dateWithTimeIntervalSince1970(1.25)));
+  EXPECT_FALSE(one->isEqual(*Number::numberWithDouble(1.5)));
+}
+
+TEST(Date, describesItselfInUniversalTime) {
+  struct Row {
+    double seconds;
+    const char *text;
+  };
+  for (auto [seconds, text] :
+       {Row{978307200, "2001-01-01 00:00:00 +0000"}, Row{-0.5, "1969-12-31 23:59:59 +0000"},
+        Row{6.0e16, "60000000000000000.000000"}, Row{-1e17, "-100000000000000000.000000"},
+        Row{std::numeric_limits<double>::quiet_NaN(), "nan"}})
+    EXPECT_EQ(Date::dateWithTimeIntervalSince1970(seconds)->description(), text);
 }
 
 TEST(ObjectHash, putsEqualObjectsInOnePlace) {

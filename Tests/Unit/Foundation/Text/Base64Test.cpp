@@ -30,6 +30,11 @@ TEST(Base64, codesTheStandardsExamples) {
   }
 }
 
+TEST(Base64, codesOnlyTheBytesGiven) {
+  EXPECT_EQ(base64FromBytes(std::string_view("foobar", 4)), "Zm9vYg==");
+  EXPECT_EQ(base64FromBytes(std::string_view("foobar", 5)), "Zm9vYmE=");
+}
+
 TEST(Base64, bringsAnyBytesBack) {
   std::mt19937 random(7);
   for (std::size_t length = 0; length < 300; ++length) {

@@ -40,7 +40,11 @@ TEST(RangeOfString, doesNotTakeALetterFromItsMarks) {
   EXPECT_EQ(NS::rangeOfString("ae\u0301be", "e"), (ByteRange{5, 1}));
   EXPECT_EQ(NS::rangeOfString("a\u00e9b", "\u0301"), std::nullopt);
   EXPECT_EQ(NS::rangeOfString("ae\u0301b", "\u0301"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("ae\u0300b", "e"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("e\u0488", "e"), std::nullopt) << "a mark that encloses";
   EXPECT_EQ(NS::rangeOfString("가", "\u1100"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("\u1100\u1161", "\u1100"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString(std::string(300, 'x') + "e\u0301", "e"), std::nullopt);
   EXPECT_EQ(NS::rangeOfString("a\u00e9b", "b"), (ByteRange{3, 1}));
 }
 
@@ -52,6 +56,7 @@ TEST(RangeOfString, searchedLiterallyComparesBytes) {
 TEST(RangeOfString, findsBytesOfInvalidUTF8) {
   EXPECT_EQ(NS::rangeOfString("a\xff\xfe", "\xfe"), (ByteRange{2, 1}));
   EXPECT_EQ(NS::rangeOfString("a\xff", "\xfe"), std::nullopt);
+  EXPECT_EQ(NS::rangeOfString("\x80", "\uff80"), std::nullopt);
   EXPECT_EQ(NS::rangeOfString("é", "\xa9"), std::nullopt) << "half of a character";
   EXPECT_EQ(NS::rangeOfString("\xc3", "é"), std::nullopt);
   EXPECT_EQ(NS::rangeOfString("b\xc3", "b"), (ByteRange{0, 1}));
@@ -110,6 +115,18 @@ TEST(LowercaseString, keepsBytesOfInvalidUTF8) {
   EXPECT_EQ(NS::lowercaseString("\xed\xa0\x80Z"), "\xed\xa0\x80z") << "an encoded surrogate";
 }
 
+TEST(CapitalizedWord, hasOnlyItsFirstLetterInTitleCase) {
+  EXPECT_EQ(NS::capitalizedWord("o'NEIL street"), "O'neil street");
+  EXPECT_EQ(NS::capitalizedWord("éCOLE"), "École");
+  EXPECT_EQ(NS::capitalizedWord("ǆ"), "ǅ");
+  EXPECT_EQ(NS::capitalizedWord("ßA"), "Ssa");
+  EXPECT_EQ(NS::capitalizedWord("a\xff"
+                                "B"),
+            "A\xff"
+            "b");
+  EXPECT_EQ(NS::capitalizedWord(""), "");
+}
+
 TEST(SubstringWithRange, raisesOutsideTheString) {
   EXPECT_EQ(NS::substringWithRange("abc", {3, 0}), "");
   EXPECT_THROW(NS::substringWithRange("abc", {3, 1}), NS::Exception);
@@ -131,10 +148,28 @@ TEST(CharacterSet, holdsItsCharactersListedInAnyOrder) {
   EXPECT_FALSE(set.characterIsMember('b'));
 }
 
+TEST(CharacterSet, ofWhitespaceHasEverySeparator) {
+  auto set = NS::CharacterSet::whitespaceAndNewlineCharacterSet();
+  for (char32_t member : std::u32string_view(U"\t\n\r \x85\u00a0\u1680\u200b\u2028\u2029\u3000"))
+    EXPECT_TRUE(set.characterIsMember(member)) << static_cast<unsigned>(member);
+  for (char32_t other : std::u32string_view(U"\x08\x0e!A\x7f\x80\x84\x86\u200c\ufeff"))
+    EXPECT_FALSE(set.characterIsMember(other)) << static_cast<unsigned>(other);
+}
+
+TEST(CharacterSet, ofDigitsHasThoseOfEveryScript) {
+  auto set = NS::CharacterSet::decimalDigitCharacterSet();
+  for (char32_t member : std::u32string_view(U"09\u0663\uff11\U0001d7ce"))
+    EXPECT_TRUE(set.characterIsMember(member)) << static_cast<unsigned>(member);
+  for (char32_t other : std::u32string_view(U"/:a\u00b2\u2167"))
+    EXPECT_FALSE(set.characterIsMember(other)) << static_cast<unsigned>(other);
+}
+
 TEST(Unicode, countsUnitsAsThePlatformDoes) {
   EXPECT_EQ(NS::utf16Length("aé𐐨"), 4u);
   EXPECT_EQ(NS::utf16Length("e\u0301"), 2u);
   EXPECT_EQ(NS::utf16Length("\xff\xf0\x90"), 3u);
+  EXPECT_EQ(NS::utf16Length("\uffff"), 1u);
+  EXPECT_EQ(NS::utf16Length("\U00010000"), 2u);
   EXPECT_EQ(NS::utf16Length(""), 0u);
 }
 
@@ -164,10 +199,21 @@ TEST(Unicode, decodesTheSameBackwardsAsForwards) {
 }
 
 TEST(Unicode, goesToUTF16AndBackWithoutLoss) {
-  for (std::string text : {"aé€𐐨", "\xff\x80\xc3", "\xf0\x90\x90", "\xed\xb2\x80", ""})
+  for (std::string text : {"aé€𐐨", "\xff\x80\xc3", "\xf0\x90\x90", "\xed\xb2\x80", "",
+                           "\u007f\u0080\u07ff\u0800\ud7ff\ue000\uffff\U00010000\U0010ffff"})
     EXPECT_EQ(NS::bytesFromUTF16(NS::utf16FromBytes(text)), text);
-  for (char16_t lone : std::u16string_view(u"\xd801\xdc7f\xdd00"))
+  for (char16_t lone : std::u16string_view(u"\xd800\xd801\xdbff\xdc00\xdc7f\xdd00\xdfff"))
     EXPECT_EQ(NS::bytesFromUTF16(std::u16string(1, lone)), "\ufffd") << static_cast<int>(lone);
+  EXPECT_EQ(NS::bytesFromUTF16(u"\xd800\xd800\xdc00"), "\ufffd\U00010000");
+  EXPECT_EQ(NS::bytesFromUTF16(std::u16string_view(u"\xd800\xdc00", 1)), "\ufffd")
+      << "the second half is not in the text";
+}
+
+TEST(Unicode, tellsTextInASCIIFromOther) {
+  EXPECT_TRUE(NS::isASCII(""));
+  EXPECT_TRUE(NS::isASCII("a\x7f"));
+  EXPECT_FALSE(NS::isASCII("\x80"));
+  EXPECT_FALSE(NS::isASCII("aé"));
 }
 
 } // namespace

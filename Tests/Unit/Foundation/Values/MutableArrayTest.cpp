@@ -52,6 +52,7 @@ TEST(MutableArray, isEqualByItsElements) {
   EXPECT_TRUE(letters({"a", "b"})->isEqual(*letters({"a", "b"})));
   EXPECT_FALSE(letters({"a", "b"})->isEqual(*letters({"b", "a"})));
   EXPECT_FALSE(letters({"a"})->isEqual(*letters({"a", "b"})));
+  EXPECT_FALSE(letters({"a"})->isEqual(*String::stringWithString("a")));
   EXPECT_EQ(letters({"a", "b"})->hash(), letters({"a", "b"})->hash());
 }
 

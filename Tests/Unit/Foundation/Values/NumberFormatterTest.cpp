@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <map>
 #include <string>
 
@@ -36,6 +37,19 @@ TEST(NumberFormatter, hasAPointWithoutALocale) {
   EXPECT_EQ(formatted(1.5, {}), "1.5");
 }
 
+// Other locales write the sign for infinity.
+TEST(NumberFormatter, writesOnlyLettersAndDigitsWithoutALocale) {
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  for (const char *name : {"", "C", "POSIX", "C.UTF-8"})
+    EXPECT_EQ(formatted(infinity, {{"LC_ALL", name}}), "INF") << name;
+  EXPECT_EQ(formatted(infinity, {{"LC_ALL", "en_US"}}), "∞");
+}
+
+TEST(NumberFormatter, passesOverANameThatIsTooLongForALocale) {
+  for (std::size_t length = 150; length < 165; ++length)
+    EXPECT_EQ(formatted(1.5, {{"LC_ALL", std::string(length, 'x')}}), "1.5") << length;
+}
+
 TEST(NumberFormatter, hasTheDigitsOfTheLocale) {
   EXPECT_EQ(formatted(1.5, {{"LC_ALL", "fa_IR.UTF-8"}}), "\u06f1\u066b\u06f5");
   EXPECT_EQ(formatted(12, {{"LC_ALL", "mr_IN"}}), "\u0967\u0968");
@@ -47,6 +61,21 @@ TEST(NumberFormatter, groupsNoDigits) {
   EXPECT_EQ(formatted(1234567.25, {{"LC_ALL", "en_US"}}), "1234567.25");
   EXPECT_EQ(formatted(1234567.25, {{"LC_ALL", "en_IN"}}), "1234567.25");
   EXPECT_EQ(formatted(1234567.25, {{"LC_ALL", "fr_CH"}}), "1234567,25");
+}
+
+TEST(NumberFormatter, writesLongNumbersInFull) {
+  EXPECT_EQ(formatted(1e100, {}), "1" + std::string(100, '0'));
+}
+
+TEST(NumberFormatter, writesWholeNumbersUnlessToldOtherwise) {
+  LocaleVariables variables(LocaleVariables::Wanted{});
+  auto formatter = NS::NumberFormatter::create();
+  struct Row {
+    double number;
+    const char *text;
+  };
+  for (auto [number, text] : {Row{0.4, "0"}, Row{1.5, "2"}, Row{2.5, "2"}, Row{-7, "-7"}})
+    EXPECT_EQ(formatter->stringFromNumber(*NS::Number::numberWithDouble(number)), text);
 }
 
 TEST(NumberFormatter, roundsAndFillsWithDigitsOfTheLocale) {
