@@ -71,6 +71,7 @@ TEST(MainBundle, isAskedByThreadsAtOnce) {
 TEST_F(BundleTest, aMissingFolderAndAFileAreNotBundles) {
   EXPECT_EQ(NS::Bundle::bundleWithPath(bundlePath()), nullptr);
   EXPECT_EQ(NS::Bundle::bundleWithPath(scratch.file("A.app", "")), nullptr);
+  EXPECT_EQ(NS::Bundle::bundleWithPath(scratch.path() + std::string("\0x", 2)), nullptr);
 }
 
 TEST_F(BundleTest, aDeepBundleKeepsEverythingUnderContents) {

@@ -49,6 +49,12 @@ TEST(DesktopEntry, resolvesTheEscapesOfValues) {
 Name=a\sb\nc\td\\e\q\)")
                 .name,
             "a b\nc\td\\e\\q\\");
+  EXPECT_EQ(NS::desktopEntryFromText("[Desktop Entry]\nName=a\\s").name, "a ");
+}
+
+TEST(DesktopEntry, isReadNoFurtherThanItsText) {
+  constexpr std::string_view text = "[Desktop Entry]\nName=a\\n";
+  EXPECT_EQ(NS::desktopEntryFromText(text.substr(0, text.size() - 1)).name, "a\\");
 }
 
 TEST(DesktopEntryCommand, isSplitAtBlanks) {
@@ -70,6 +76,14 @@ TEST(DesktopEntryCommand, keepsTheTextBetweenQuotesTogether) {
 TEST(DesktopEntryCommand, withAQuoteThatDoesNotEndIsNone) {
   EXPECT_EQ(argumentsOf("\"/usr/bin/a"), std::nullopt);
   EXPECT_EQ(argumentsOf("a \""), std::nullopt);
+  EXPECT_EQ(NS::argumentsOfExec("\"a\\\""), std::nullopt) << "an escaped quote";
+}
+
+TEST(DesktopEntryCommand, isReadNoFurtherThanItsText) {
+  using Text = std::string_view;
+  EXPECT_EQ(NS::argumentsOfExec(Text("a\\b", 2)), Arguments{"a\\"});
+  EXPECT_EQ(NS::argumentsOfExec(Text("a %%", 3)), Arguments{"a"});
+  EXPECT_EQ(NS::argumentsOfExec(Text("\"a\"", 2)), std::nullopt);
 }
 
 TEST(DesktopEntryCommand, losesItsFieldCodes) {

@@ -5,9 +5,13 @@
 #include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Processes/ProcessInfo.h"
 #include "Support/FakeUsers.h"
+#include "Support/ForkedChild.h"
+#include "Support/ScratchFolder.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
+
+#include <string>
+#include <sys/mount.h>
 
 namespace {
 
@@ -45,6 +49,12 @@ TEST_F(TildeExpansion, takesTheRootWhenNothingIsKnown) {
   EXPECT_EQ(NS::stringByExpandingTildeInPath("~"), "/");
 }
 
+TEST_F(TildeExpansion, takesAHomeOfSlashesForTheRoot) {
+  process.values = {{"HOME", "//"}};
+  EXPECT_EQ(NS::stringByExpandingTildeInPath("~"), "/");
+  EXPECT_EQ(NS::stringByExpandingTildeInPath("~/x"), "/x");
+}
+
 TEST_F(TildeExpansion, knowsOtherUsers) {
   EXPECT_EQ(NS::stringByExpandingTildeInPath("~ada"), "/home/ada");
   EXPECT_EQ(NS::stringByExpandingTildeInPath("~ada/x"), "/home/ada/x");
@@ -68,11 +78,26 @@ TEST(UserDatabase, knowsRootAndNoInventedUser) {
   EXPECT_TRUE(users.homeDirectoryOfCurrentUser().has_value());
 }
 
-TEST(ProcessInfo, readsTheEnvironmentAsItIs) {
-  ::setenv("KEEPWELL_TEST_VALUE", "a=b", 1);
-  EXPECT_EQ(NS::ProcessInfo::processInfo().environment().at("KEEPWELL_TEST_VALUE"), "a=b");
-  ::unsetenv("KEEPWELL_TEST_VALUE");
-  EXPECT_FALSE(NS::ProcessInfo::processInfo().environment().contains("KEEPWELL_TEST_VALUE"));
+// The home folder of a user whose record has a comment of this length.
+std::string homeWithCommentOf(std::size_t length) {
+  kwtest::ScratchFolder scratch;
+  std::string records = scratch.file("passwd", "someone:x:12345:12345:" + std::string(length, 'x') +
+                                                   ":/home/someone:/bin/sh\n");
+  return kwtest::inForkedChild([&]() -> std::string {
+    if (!kwtest::enterMountNamespace() ||
+        ::mount(records.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) != 0)
+      return "no records of its own";
+    return NS::UserDatabase::shared().homeDirectoryForUser("someone").value_or("none");
+  });
+}
+
+TEST(UserDatabase, readsRecordsOfUpToOneMiB) {
+  if (!kwtest::isRoot())
+    GTEST_SKIP() << "only root can have other records";
+  EXPECT_EQ(homeWithCommentOf(10), "/home/someone");
+  EXPECT_EQ(homeWithCommentOf(3000), "/home/someone");
+  EXPECT_EQ(homeWithCommentOf(1'000'000), "/home/someone");
+  EXPECT_EQ(homeWithCommentOf(1'500'000), "none");
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 // How a process ends, shown by processes made for it.
 #include "Foundation/Processes/Process.h"
-#include "Foundation/Processes/Task.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
@@ -101,12 +100,8 @@ TEST(Process, learnsTheStatusOfAProgramThoughItsParentIgnoredTheEndsOfChildren) 
   expectExit(statusOfChild([] {
                std::signal(SIGCHLD, SIG_IGN);
                NS::Process::shared().installSignalDispositions();
-               auto task = NS::Task::create();
-               task->setLaunchPath("/bin/sh");
-               task->setArguments({"-c", "exit 7"});
-               task->launch();
-               task->waitUntilExit();
-               ::_exit(task->terminationStatus());
+               int status = statusOfChild([] { ::_exit(7); });
+               ::_exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
              }),
              7);
 }
