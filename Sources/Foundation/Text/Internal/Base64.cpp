@@ -70,8 +70,7 @@ std::optional<std::string> bytesFromBase64(std::string_view text) {
   }
   if (digits > 0 && digits + padding != groupDigits)
     return std::nullopt;
-  if (digits > 0)
-    appendGroup(bytes, group, digits);
+  appendGroup(bytes, group, digits);
   return bytes;
 }
 

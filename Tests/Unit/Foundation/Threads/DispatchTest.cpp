@@ -189,6 +189,16 @@ TEST(DispatchQueue, outlivesABlockThatThrows) {
   EXPECT_EQ(log.lines(), (std::vector<std::string>{"A background block raised: no luck"}));
 }
 
+TEST(DispatchQueue, outlivesABlockThatThrowsNoExceptionObject) {
+  kwtest::LogRecorder log;
+  auto group = DispatchGroup::create();
+  group->enter();
+  std::shared_ptr<void> leaves(nullptr, [group](void *) { group->leave(); });
+  NS::DispatchQueue::backgroundQueue().async([leaves = std::move(leaves)] { throw 1; });
+  group->wait();
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"A background block raised something unknown"}));
+}
+
 // A block that throws for lack of memory leaves none for the line either. The end
 // of its thread would be that of the process.
 TEST(DispatchQueue, outlivesABlockThatThrowsWithoutMemoryForTheLog) {
@@ -202,19 +212,20 @@ TEST(DispatchQueue, outlivesABlockThatThrowsWithoutMemoryForTheLog) {
 }
 
 TEST(DispatchQueue, worksWithTheLowestPriorityForProcessorAndDisk) {
-  auto priorityOfThisThread = [] {
-    return ::getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()));
-  };
-  int before = priorityOfThisThread();
-  std::promise<std::pair<int, long>> priorities;
-  NS::DispatchQueue::backgroundQueue().async([&] {
+  using Priorities = std::pair<int, long>;
+  auto prioritiesOfThisThread = []() -> Priorities {
     constexpr int onlyThisThread = 1;
-    priorities.set_value({priorityOfThisThread(), ::syscall(SYS_ioprio_get, onlyThisThread, 0)});
-  });
+    return {::getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid())),
+            ::syscall(SYS_ioprio_get, onlyThisThread, 0)};
+  };
+  Priorities before = prioritiesOfThisThread();
+  std::promise<Priorities> priorities;
+  NS::DispatchQueue::backgroundQueue().async(
+      [&] { priorities.set_value(prioritiesOfThisThread()); });
   auto [processor, disk] = priorities.get_future().get();
   EXPECT_EQ(processor, 19);
   EXPECT_EQ(disk >> 13, 3) << "the class that is served when the disk is idle";
-  EXPECT_EQ(priorityOfThisThread(), before);
+  EXPECT_EQ(prioritiesOfThisThread(), before);
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <sched.h>
 #include <set>
 #include <thread>
 #include <vector>
@@ -149,6 +150,18 @@ TEST(Helpers, giveTheirPlacesBack) {
   EXPECT_FALSE(helpers.take()) << "nothing is left of the wait";
 }
 
+TEST(Processors, areThoseThatTheCallingThreadMayRunOn) {
+  unsigned usable = 0;
+  std::thread([&] {
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(static_cast<unsigned>(::sched_getcpu()), &one);
+    ::sched_setaffinity(0, sizeof one, &one);
+    usable = NS::Processors::real().usable();
+  }).join();
+  EXPECT_EQ(usable, 1u);
+}
+
 TEST(WaitsOfThisThread, growWhenItSleeps) {
   std::uint64_t before = NS::waitsOfThisThread();
   waitForSomething();
@@ -178,6 +191,18 @@ TEST(SharedWork, wakesAnIdleHelperForEachPiece) {
       std::this_thread::yield();
     ASSERT_TRUE(done.isRaisedWithin(std::chrono::seconds(10))) << round;
   }
+  work.finish(*portion);
+}
+
+TEST(SharedWork, hasRoomAsLongAsItTakesPieces) {
+  Signal goesOn;
+  auto portion = std::make_shared<SharedWork::Portion>();
+  SharedWork work(2);
+  auto piece = [goesOn](HelperPlace &) { goesOn.wait(); };
+  while (work.hasRoom())
+    ASSERT_TRUE(work.offer(portion, piece));
+  EXPECT_FALSE(work.offer(portion, piece));
+  goesOn.raise();
   work.finish(*portion);
 }
 

@@ -5,11 +5,13 @@
 #include "Foundation/Threads/Dispatch.h"
 #include "Support/FakeClock.h"
 #include "Support/LogRecorder.h"
+#include "Support/ThreadState.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -155,6 +157,37 @@ TEST_F(RunLoopTest, wakesForABlockFromAnotherThread) {
   loop.run();
   sender.join();
   EXPECT_EQ(ran, (std::vector<int>{1}));
+}
+
+// Runs the loop without a block that is due, and calls the function on another
+// thread once the loop sleeps.
+void whileItSleeps(RunLoop &loop, const std::function<void()> &function) {
+  int runner = ::gettid();
+  std::thread other([&] {
+    while (!kwtest::isAsleep(runner))
+      std::this_thread::yield();
+    function();
+  });
+  loop.run();
+  other.join();
+}
+
+TEST_F(RunLoopTest, isWokenByABlock) {
+  whileItSleeps(loop, [this] { loop.performBlock([this] { loop.stop(); }, commonModes); });
+}
+
+TEST_F(RunLoopTest, isWokenByADelayedBlock) {
+  whileItSleeps(loop, [this] { loop.performBlock([this] { loop.stop(); }, 0.001, commonModes); });
+}
+
+TEST_F(RunLoopTest, isWokenByAStop) {
+  whileItSleeps(loop, [this] { loop.stop(); });
+}
+
+TEST_F(RunLoopTest, doesNotWaitWithALimitThatIsNow) {
+  kwtest::FakeClock clock;
+  NS::ScopedOverride<NS::Clock> override(clock);
+  EXPECT_FALSE(loop.runMode(NS::DefaultRunLoopMode, clock.monotonicTime()));
 }
 
 TEST_F(RunLoopTest, stopsTheInnermostRunAlone) {

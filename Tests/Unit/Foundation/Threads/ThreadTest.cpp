@@ -1,8 +1,10 @@
 // Operations of the current thread.
 #include "Foundation/Threads/Thread.h"
 
+#include <array>
 #include <chrono>
 #include <csignal>
+#include <execinfo.h>
 #include <gtest/gtest.h>
 #include <limits>
 #include <pthread.h>
@@ -64,6 +66,12 @@ TEST(Thread, namesItsFramesALineEach) {
     EXPECT_FALSE(symbol.empty());
     EXPECT_EQ(symbol.find('\n'), std::string::npos);
   }
+}
+
+TEST(Thread, namesEachFrameOfItsCallerAlone) {
+  std::array<void *, 128> frames;
+  int count = ::backtrace(frames.data(), static_cast<int>(frames.size()));
+  EXPECT_EQ(NS::Thread::shared().callStackSymbols().size(), static_cast<std::size_t>(count));
 }
 
 TEST(Thread, canBeReplaced) {
