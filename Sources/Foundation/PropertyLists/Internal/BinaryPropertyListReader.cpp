@@ -234,7 +234,7 @@ std::optional<std::string> Reader::textFromUTF16(const Object &object) {
       auto second = static_cast<char32_t>(bigEndian(bytes + 2 * index, 2));
       if (second < 0xdc00 || second > 0xdfff)
         return std::nullopt;
-      unit = 0x10000 + ((unit - 0xd800) << 10) + (second - 0xdc00);
+      unit = 0x10000 + ((unit & 0x3ff) << 10) + (second & 0x3ff);
     }
     appendCharacter(text, unit);
   }
