@@ -35,7 +35,7 @@ std::string localeOfNumbers() {
   UErrorCode status = U_ZERO_ERROR;
   uloc_canonicalize(name.c_str(), canonical.data(), static_cast<std::int32_t>(canonical.size()),
                     &status);
-  // A name that fills the buffer gets no NUL. It loses its end; no locale has it.
+  // A name that fills the buffer gets no NUL, so it loses its last letter.
   canonical.back() = '\0';
   return hasFailed(status) ? "" : canonical.data();
 }
