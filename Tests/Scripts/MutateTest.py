@@ -123,7 +123,7 @@ print(os.path.exists(MutateTest.mutate.DISK), "left" in os.listdir(MutateTest.mu
 """
 
     def confined(self, program):
-        """Runs the program in the namespaces; returns what it wrote."""
+        """Runs the program in the namespaces; returns its output."""
         done = subprocess.run(
             ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc",
              "--propagation", "private", sys.executable, "-c", program],

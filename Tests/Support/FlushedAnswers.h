@@ -1,4 +1,4 @@
-// Output of a command for a reader who sees what has been flushed.
+// Output of a command whose reader sees only flushed text.
 #pragma once
 
 #include <condition_variable>

@@ -123,7 +123,7 @@ private:
   int former_;
 };
 
-// A tool that tells its process before it does what its script says, and then
+// A tool that tells its process before it runs the lines of its script, and then
 // stays.
 struct StayingTool {
   Arguments doing(const std::string &script) const {

@@ -27,7 +27,7 @@ private:
 
   static void *resize(ParserMemory &owner, Header *former, std::size_t size);
 
-  // A parser asks for a block without telling who it is.
+  // A parser does not name itself when it asks for a block.
   inline static thread_local ParserMemory *current_ = nullptr;
 
   ParserMemory *former_ = current_;

@@ -107,8 +107,8 @@ public:
   // After a failed leave, for a walk that keeps the root and goes on with the
   // folders that it can reach: goes up to the lowest folder that the names
   // still lead to. When it gives up folders on the way, it calls the handler once,
-  // with the path of the uppermost of them below the root, and what happened to
-  // it: "was moved", or "cannot be reached" with the cause. False, with no folder
+  // with the path of the uppermost of them below the root, and its fate:
+  // "was moved", or "cannot be reached" with the cause. False, with no folder
   // left, when even the root cannot be read.
   using LossHandler =
       std::function<void(const std::string &pathBelowRoot, const std::string &fate)>;

@@ -90,7 +90,7 @@ TEST(Number, isEqualByValueAcrossKinds) {
   EXPECT_TRUE(Number::numberWithLongLong(0)->isEqual(*Number::numberWithBool(false)));
 }
 
-TEST(Number, thatIsNoNumberIsEqualToItselfAlone) {
+TEST(Number, withoutAValueIsEqualToItselfAlone) {
   constexpr double nan = std::numeric_limits<double>::quiet_NaN();
   auto one = Number::numberWithDouble(nan);
   EXPECT_TRUE(one->isEqual(*one));

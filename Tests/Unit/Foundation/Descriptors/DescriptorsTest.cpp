@@ -124,7 +124,7 @@ TEST(ExitDescriptor, isReadableOnceTheChildHasEnded) {
   EXPECT_EQ(::waitpid(child, nullptr, 0), child);
 }
 
-// What the program writes to its standard output. Its input is a pipe that ends
+// Returns the standard output of the program. Its input is a pipe that ends
 // once it has been started.
 std::string outputOf(const std::string &path, const std::vector<std::string> &arguments) {
   auto input = NS::Pipe::pipe(), output = NS::Pipe::pipe();

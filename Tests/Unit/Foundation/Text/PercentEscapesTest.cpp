@@ -1,4 +1,4 @@
-// Escapes of every byte, and texts that are no escapes.
+// Escapes of every byte, and incomplete escapes.
 #include "Foundation/Text/PercentEscapes.h"
 
 #include <gtest/gtest.h>
