@@ -18,7 +18,6 @@ SharedWork::~SharedWork() {
     waiting_.clear();
   }
   changed_.notify_all();
-  crew_.join();
 }
 
 bool SharedWork::hasRoom() {

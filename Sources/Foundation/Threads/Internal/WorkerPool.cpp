@@ -78,11 +78,6 @@ struct WorkerPool::State {
     return line;
   }
 
-  bool hasWork() const {
-    return std::any_of(lines.begin(), lines.end(),
-                       [](const Line &line) { return !line.waiting.empty(); });
-  }
-
   const WorkerLimits limits;
   const std::chrono::milliseconds idleTime;
   const Preparation prepare;
@@ -145,8 +140,8 @@ void WorkerPool::workOn(const std::shared_ptr<State> &state) {
       return line != state->lines.end() || state->closed;
     });
     if (line == state->lines.end()) { // idle for too long, or closed
-      bool isNeeded = !state->closed || state->hasWork();
-      if (state->threads > 1 || !isNeeded)
+      // No piece waits for the last thread: with none under way, any may begin.
+      if (state->threads > 1 || state->closed)
         break;
       continue;
     }

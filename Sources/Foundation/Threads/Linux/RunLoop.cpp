@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <glib.h>
 #include <limits>
+#include <memory>
 #include <unistd.h>
 #include <utility>
 
@@ -13,6 +14,7 @@ namespace NS {
 namespace {
 
 using std::chrono::nanoseconds;
+using Context = std::unique_ptr<GMainContext, decltype(&g_main_context_unref)>;
 
 // The whole milliseconds that poll takes, rounded up so that it does not wake
 // too early.
@@ -29,28 +31,25 @@ int millisecondsUntil(MonotonicTime due, MonotonicTime now) {
 class ContextLoop final : public BlockRunLoop {
 public:
   explicit ContextLoop(GMainContext *context)
-      : context_(g_main_context_ref(context)), source_(makeSource()) {
-    g_source_attach(source_, context_);
+      : context_(g_main_context_ref(context), &g_main_context_unref),
+        source_(makeSource(), &g_source_unref) {
+    g_source_attach(source_.get(), context_.get());
   }
-  ~ContextLoop() override {
-    g_source_destroy(source_);
-    g_source_unref(source_);
-    g_main_context_unref(context_);
-  }
+  ~ContextLoop() override { g_source_destroy(source_.get()); }
   ContextLoop(const ContextLoop &) = delete;
   ContextLoop &operator=(const ContextLoop &) = delete;
 
   void run() override {
     Frame frame(*this, DefaultRunLoopMode, neverDue);
     while (!isStopped())
-      g_main_context_iteration(context_, TRUE);
+      g_main_context_iteration(context_.get(), TRUE);
   }
 
   bool runMode(const std::string &mode, MonotonicTime limit) override {
     Frame frame(*this, mode, limit);
     for (;;) {
       bool mayWait = Clock::shared().monotonicTime() < limit;
-      if (g_main_context_iteration(context_, mayWait))
+      if (g_main_context_iteration(context_.get(), mayWait))
         return true;
       if (!mayWait || isStopped())
         return false;
@@ -58,7 +57,7 @@ public:
   }
 
 private:
-  void wake() override { g_main_context_wakeup(context_); }
+  void wake() override { g_main_context_wakeup(context_.get()); }
 
   struct BlockSource {
     GSource base;
@@ -105,21 +104,18 @@ private:
     static_cast<void>(blocks_.performDue(mode));
   }
 
-  GMainContext *const context_;
-  GSource *const source_;
+  const Context context_;
+  const std::unique_ptr<GSource, decltype(&g_source_unref)> source_;
 };
 
 // A thread that is not the main one gets a context of its own.
 class ThreadLoop {
 public:
-  ThreadLoop() : context_(g_main_context_new()), loop_(context_) {}
-  ~ThreadLoop() { g_main_context_unref(context_); }
-  ThreadLoop(const ThreadLoop &) = delete;
-  ThreadLoop &operator=(const ThreadLoop &) = delete;
+  ThreadLoop() : context_(g_main_context_new(), &g_main_context_unref), loop_(context_.get()) {}
   RunLoop &loop() { return loop_; }
 
 private:
-  GMainContext *context_;
+  const Context context_;
   ContextLoop loop_;
 };
 

@@ -1,6 +1,8 @@
 // Bundles in both layouts, and the string tables that come with the program.
 #include "Foundation/Desktop/Bundle.h"
+#include "Foundation/Desktop/Internal/MainBundleFolder.h"
 
+#include "Support/ForkedChild.h"
 #include "Support/Sanitizers.h"
 #include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
@@ -10,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sys/mount.h>
 #include <thread>
 
 namespace {
@@ -54,6 +57,18 @@ TEST(MainBundle, givesTheKeyOrTheValueForAKeyWithoutAnEntry) {
   EXPECT_EQ(bundle.localizedStringForKey("unknown", std::nullopt, "NoTable"), "unknown");
   EXPECT_EQ(bundle.localizedStringForKey("unknown", "instead", std::nullopt), "instead");
   EXPECT_EQ(bundle.localizedStringForKey("unknown", "instead", "../Errors"), "instead");
+}
+
+TEST(MainBundle, hasItsFixedPlaceWhereTheSystemDoesNotNameTheProgram) {
+  if (!kwtest::isRoot())
+    GTEST_SKIP() << "only root can hide the system's files";
+  EXPECT_EQ(kwtest::inForkedChild([]() -> std::string {
+              if (!kwtest::enterMountNamespace() ||
+                  ::mount("none", "/proc", "tmpfs", 0, nullptr) != 0)
+                return "the system still names it";
+              return NS::mainBundleFolder().starts_with('/') ? "" : "no folder";
+            }),
+            "");
 }
 
 TEST(MainBundle, isAskedByThreadsAtOnce) {

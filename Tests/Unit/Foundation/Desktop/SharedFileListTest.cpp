@@ -87,6 +87,14 @@ TEST_F(LoginItems, withoutAReadableEntryHaveNoName) {
     EXPECT_EQ(item->displayName(), std::nullopt);
 }
 
+TEST_F(LoginItems, withAnImmenseEntryHaveNoName) {
+  contents.files["/etc/xdg/autostart/a.desktop"].append(3u << 19, '\n');
+  auto items = list()->copySnapshot();
+  ASSERT_EQ(items.size(), 2u);
+  EXPECT_EQ(items[0]->displayName(), std::nullopt);
+  EXPECT_EQ(items[1]->displayName(), "B");
+}
+
 TEST_F(LoginItems, doNotLoseTheirNamesForLackOfDescriptors) {
   contents.readFailure = EMFILE;
   EXPECT_THROW(list()->copySnapshot(), NS::ResourceShortage);

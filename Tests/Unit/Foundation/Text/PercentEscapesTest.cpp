@@ -39,7 +39,7 @@ TEST(PercentEscapes, giveTheirBytesBack) {
 
 TEST(PercentEscapes, needTwoHexadecimalDigits) {
   for (const char *text : {"%", "a%", "%4", "%4g", "%g4", "%%41", "%/0", "%:0", "%@0", "%G0", "%`0",
-                           "%0/", "%0:", "%0@", "%0G", "%0`", "%0g", "%41%4"})
+                           "%0/", "%0:", "%0@", "%0G", "%0`", "%0g", "%41%4", "%g0%9F%98%80"})
     EXPECT_EQ(stringByReplacingPercentEscapes(text), std::nullopt) << text;
   EXPECT_EQ(stringByReplacingPercentEscapes(std::string_view("a%41", 3)), std::nullopt);
 }

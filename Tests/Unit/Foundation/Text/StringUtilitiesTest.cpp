@@ -70,6 +70,11 @@ TEST(RangeOfString, copesWithMoreMarksThanAnyTextHas) {
   EXPECT_EQ(NS::rangeOfString("e" + marks + "x", "x"), (ByteRange{1 + marks.size(), 1}));
 }
 
+TEST(RangesOfString, areWithinTheText) {
+  EXPECT_EQ(NS::rangesOfString(std::string_view("abab", 3), "ab"),
+            (std::vector<ByteRange>{{0, 2}}));
+}
+
 TEST(RangesOfString, doNotOverlap) {
   EXPECT_EQ(NS::rangesOfString("aaaa", "aa"), (std::vector<ByteRange>{{0, 2}, {2, 2}}));
   EXPECT_EQ(NS::rangesOfString("ééé", "é"), (std::vector<ByteRange>{{0, 2}, {2, 2}, {4, 2}}));

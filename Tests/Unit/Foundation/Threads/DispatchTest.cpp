@@ -4,6 +4,7 @@
 #include "Foundation/Base/SharedInstance.h"
 #include "Support/FakeClock.h"
 #include "Support/LogRecorder.h"
+#include "Support/ThreadState.h"
 
 #include <gtest/gtest.h>
 
@@ -85,8 +86,15 @@ TEST(DispatchGroup, outOfClockRangeIsWaitedForWithoutLimit) {
   EXPECT_EQ(NS::dispatchWallTime(most).since1970, std::chrono::nanoseconds(most));
   auto group = DispatchGroup::create();
   group->enter();
-  std::thread leaver([&] { group->leave(); });
+  std::atomic<bool> isLeft = false;
+  std::thread leaver([&, waiting = ::gettid()] {
+    while (!kwtest::isAsleep(waiting))
+      std::this_thread::yield();
+    isLeft = true;
+    group->leave();
+  });
   EXPECT_TRUE(group->wait(NS::dispatchWallTime(most)));
+  EXPECT_TRUE(isLeft);
   leaver.join();
 }
 
@@ -99,6 +107,14 @@ TEST(DispatchGroup, leftWithoutAnEnterSaysSoAndGoesOn) {
   EXPECT_EQ(group->count(), 0U);
   group->enter();
   EXPECT_EQ(group->count(), 1U);
+}
+
+TEST(DispatchGroup, mayBeUsedByTheLogThatItWritesTo) {
+  auto group = DispatchGroup::create();
+  std::vector<std::uint64_t> counts;
+  NS::ScopedLogSink sink([&](const std::string &) { counts.push_back(group->count()); });
+  group->leave();
+  EXPECT_EQ(counts, std::vector<std::uint64_t>{0});
 }
 
 TEST(DispatchGroup, releasesManyWaitersAtOnce) {

@@ -135,6 +135,49 @@ TEST(Helpers, areFewOnManyProcessorsWhileTheyRun) {
   EXPECT_EQ(places.size(), 3u);
 }
 
+TEST(Helpers, areAsManyAsADeviceCanUseOnManyProcessors) {
+  FakeProcessors processors(64, 5);
+  Helpers helpers(64);
+  helpers.want();
+  std::vector<HelperPlace> places;
+  while (HelperPlace place = helpers.take()) {
+    wait(place);
+    places.push_back(std::move(place));
+  }
+  EXPECT_EQ(places.size(), 4u);
+}
+
+TEST(Helpers, forgetTheWaitsOfAPlaceThatIsTakenAnew) {
+  FakeProcessors processors(2, 5);
+  Helpers helpers(2);
+  helpers.want();
+  HelperPlace place = helpers.take();
+  wait(place);
+  place.rest();
+  place = helpers.take();
+  place.begin();
+  place.end();
+  EXPECT_FALSE(helpers.take());
+  wait(place);
+  EXPECT_TRUE(helpers.take()) << "its second piece is looked at as well";
+}
+
+TEST(Helpers, countNoWaitWithoutAPlace) {
+  HelperPlace none;
+  wait(none);
+  EXPECT_FALSE(none);
+}
+
+TEST(Helpers, giveAPlaceBackWhenTheyGetAnother) {
+  Helpers helpers(3);
+  helpers.want();
+  HelperPlace one = helpers.take();
+  HelperPlace other = helpers.take();
+  EXPECT_FALSE(helpers.take());
+  one = std::move(other);
+  EXPECT_TRUE(helpers.take());
+}
+
 TEST(Helpers, giveTheirPlacesBack) {
   Helpers helpers(2);
   helpers.want();
@@ -204,6 +247,17 @@ TEST(SharedWork, hasRoomAsLongAsItTakesPieces) {
   EXPECT_FALSE(work.offer(portion, piece));
   goesOn.raise();
   work.finish(*portion);
+}
+
+TEST(SharedWork, leavesThePlacesOfIdleHelpersToOthers) {
+  auto portion = std::make_shared<SharedWork::Portion>();
+  SharedWork work(3);
+  ASSERT_TRUE(work.offer(portion, [](HelperPlace &) {}));
+  work.finish(*portion);
+  Helpers other(3);
+  other.want();
+  while (!other.take())
+    std::this_thread::yield();
 }
 
 TEST(SharedWork, takesNoPieceWithoutAHelper) {

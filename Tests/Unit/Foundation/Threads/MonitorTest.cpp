@@ -2,6 +2,8 @@
 #include "Foundation/Threads/Monitor.h"
 
 #include "Foundation/Threads/Dispatch.h"
+#include "Support/MemoryLimit.h"
+#include "Support/Sanitizers.h"
 
 #include <gtest/gtest.h>
 
@@ -47,6 +49,17 @@ TEST(Monitor, isFreeAgainAfterAnException) {
   int seen = 0;
   std::thread([&] { seen = NS::synchronized(object, [] { return 1; }); }).join();
   EXPECT_EQ(seen, 1);
+}
+
+TEST(Monitor, takesMemoryOnlyWhileItIsHeld) {
+  if (kwtest::addsMemory)
+    GTEST_SKIP() << "a sanitizer's shadow memory does not fit in the limit";
+  std::vector<NS::Object> objects(100'000);
+  kwtest::MemoryLimit limit(1u << 20);
+  EXPECT_NO_THROW({
+    for (const NS::Object &object : objects)
+      NS::synchronized(object, [] {});
+  });
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 // The threads of a pool, and the turns of its users.
 #include "Foundation/Threads/Internal/WorkerPool.h"
+#include "Support/ForkedChild.h"
 #include "Support/Gate.h"
+#include "Support/LogRecorder.h"
 #include "Support/Signal.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +10,9 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -19,6 +23,12 @@ using kwtest::Signal;
 using NS::WorkerPool;
 
 constexpr std::chrono::hours never{1};
+
+// Returns once so many threads are idle. The pool sends no notice of that.
+void awaitIdle(const WorkerPool &pool, std::size_t count) {
+  while (pool.idleThreadCount() != count)
+    std::this_thread::yield();
+}
 
 TEST(WorkerPool, startsAThreadForEachPieceOfWorkThatBlocks) {
   WorkerPool pool({16}, never);
@@ -38,8 +48,7 @@ TEST(WorkerPool, usesAnIdleThreadAgain) {
     Signal done;
     pool.submit([done] { done.raise(); });
     done.wait();
-    while (pool.idleThreadCount() == 0)
-      std::this_thread::yield();
+    awaitIdle(pool, 1);
   }
   EXPECT_EQ(pool.threadCount(), 1u);
 }
@@ -74,6 +83,53 @@ TEST(WorkerPool, letsIdleThreadsGoAllButOne) {
   Signal done;
   pool.submit([done] { done.raise(); });
   done.wait();
+}
+
+TEST(WorkerPool, keepsTheLastThreadHoweverLongItIsIdle) {
+  WorkerPool pool({8}, std::chrono::milliseconds(0));
+  for (int round = 0; round < 50; ++round) {
+    awaitIdle(pool, 1);
+    Signal done;
+    pool.submit([done] { done.raise(); });
+    done.wait();
+  }
+  awaitIdle(pool, 1);
+  EXPECT_EQ(pool.threadCount(), 1u);
+}
+
+TEST(WorkerPool, keepsAnIdleThreadFromAUserWhoHasItsShare) {
+  WorkerPool pool({4, 3}, never);
+  std::vector<Gate> gates(3);
+  for (const Gate &gate : gates) {
+    pool.submit(gate.request(), 1);
+    gate.waitUntilEntered();
+  }
+  Signal fourth, others;
+  pool.submit([fourth] { fourth.raise(); }, 1);
+  pool.submit([others] { others.raise(); }, 2);
+  others.wait();
+  awaitIdle(pool, 1); // its thread has looked for further work by now
+  EXPECT_FALSE(fourth.isRaised());
+  for (const Gate &gate : gates)
+    gate.open();
+  fourth.wait();
+}
+
+TEST(WorkerPool, keepsAnIdleThreadFromASecondPieceAtTheLimitInAll) {
+  WorkerPool pool({2}, never);
+  std::vector<Gate> gates(3);
+  for (unsigned user = 0; user < 3; ++user) {
+    pool.submit(gates[user].request(), user);
+    gates[user].waitUntilEntered();
+  }
+  Signal second;
+  pool.submit([second] { second.raise(); }, 0);
+  gates[2].open();
+  awaitIdle(pool, 1);
+  EXPECT_FALSE(second.isRaised()) << "two pieces are under way";
+  gates[1].open();
+  second.wait();
+  gates[0].open();
 }
 
 TEST(WorkerPool, beginsAnothersWorkAtOnceThoughOneUserHasMoreThanItsShare) {
@@ -167,6 +223,44 @@ TEST(WorkerPool, finishesSubmittedWorkBeforeItGoes) {
   }
   gate.open();
   done.wait();
+}
+
+TEST(WorkerPool, endsItsThreadsWhenItGoes) {
+  auto held = std::make_shared<int>();
+  {
+    Gate one, other;
+    WorkerPool pool({4}, never, [held] {});
+    pool.submit(one.request());
+    pool.submit(other.request());
+    one.waitUntilEntered();
+    other.waitUntilEntered();
+    one.open();
+    other.open();
+  }
+  while (held.use_count() > 1)
+    std::this_thread::yield();
+}
+
+TEST(WorkerPool, leavesThePieceToThePresentThreadsWhereNoFurtherOneCanBeMade) {
+  EXPECT_EQ(kwtest::inForkedChild([]() -> std::string {
+              kwtest::LogRecorder log;
+              WorkerPool pool({4}, never);
+              Gate gate;
+              pool.submit(gate.request());
+              gate.waitUntilEntered();
+              rlimit none = {0, 0};
+              if (::setrlimit(RLIMIT_NPROC, &none) != 0 ||
+                  (kwtest::isRoot() && !kwtest::dropRoot()))
+                return "threads can still be made";
+              Signal second;
+              pool.submit([second] { second.raise(); });
+              if (log.lines().size() != 1)
+                return "it says nothing";
+              gate.open();
+              second.wait();
+              return log.lines()[0].substr(0, 25);
+            }),
+            "No further worker thread:");
 }
 
 } // namespace
