@@ -2,6 +2,7 @@
 #include "Foundation/Desktop/SharedFileList.h"
 
 #include "Support/FakeFileContents.h"
+#include "Support/ForkedChild.h"
 #include "Support/ForwardingFileManager.h"
 #include "Support/Sanitizers.h"
 #include "Support/Scarcity.h"
@@ -10,6 +11,10 @@
 #include "Foundation/Text/PathUtilities.h"
 
 #include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sys/mount.h>
 
 namespace {
 
@@ -41,6 +46,7 @@ protected:
     contents.files["/etc/xdg/autostart/a.desktop"] = "[Desktop Entry]\nExec=" + command + "\n";
     std::optional<NS::URL> url;
     std::int32_t error = list()->copySnapshot()[0]->resolve(0, url);
+    EXPECT_TRUE(!url || !url->hasDirectoryPath());
     return error == 0 ? url.value().path() : "error " + std::to_string(error);
   }
 
@@ -87,12 +93,41 @@ TEST_F(LoginItems, withoutAReadableEntryHaveNoName) {
     EXPECT_EQ(item->displayName(), std::nullopt);
 }
 
-TEST_F(LoginItems, withAnImmenseEntryHaveNoName) {
-  contents.files["/etc/xdg/autostart/a.desktop"].append(3u << 19, '\n');
+TEST_F(LoginItems, haveNoNameInAnEntryOfMoreThanOneMiB) {
+  contents.files["/etc/xdg/autostart/a.desktop"].resize(1u << 20, '\n');
+  contents.files["/etc/xdg/autostart/b.desktop"].resize((1u << 20) + 1, '\n');
   auto items = list()->copySnapshot();
   ASSERT_EQ(items.size(), 2u);
-  EXPECT_EQ(items[0]->displayName(), std::nullopt);
-  EXPECT_EQ(items[1]->displayName(), "B");
+  EXPECT_EQ(items[0]->displayName(), "A");
+  EXPECT_EQ(items[1]->displayName(), std::nullopt);
+}
+
+TEST_F(LoginItems, areRemovedWithTheirEntries) {
+  if (!kwtest::isRoot())
+    GTEST_SKIP() << "only root can have another folder of entries";
+  EXPECT_EQ(kwtest::inForkedChild([]() -> std::string {
+              if (!kwtest::enterMountNamespace() ||
+                  ::mount("none", "/etc", "tmpfs", 0, nullptr) != 0)
+                return "no folder of its own";
+              std::filesystem::create_directories("/etc/xdg/autostart");
+              std::ofstream("/etc/xdg/autostart/a.desktop") << "x";
+              auto items = list()->copySnapshot();
+              std::int32_t first = list()->removeItem(*items[0]);
+              if (std::filesystem::exists("/etc/xdg/autostart/a.desktop"))
+                return "it is still there";
+              std::int32_t second = list()->removeItem(*items[0]);
+              return std::to_string(first) + " " + std::to_string(second);
+            }),
+            "0 " + std::to_string(ENOENT));
+}
+
+TEST_F(LoginItems, ofAnotherKindAreNotRemoved) {
+  class Other final : public NS::SharedFileListItem {
+  public:
+    std::int32_t resolve(std::uint32_t, std::optional<NS::URL> &) override { return 0; }
+    std::optional<std::string> displayName() override { return {}; }
+  } other;
+  EXPECT_EQ(list()->removeItem(other), EINVAL);
 }
 
 TEST_F(LoginItems, doNotLoseTheirNamesForLackOfDescriptors) {

@@ -1,11 +1,19 @@
 // One child process, apart from the thread that reaps all.
 #include "Foundation/Processes/POSIX/ChildProcess.h"
 
+#include "Support/ScratchFolder.h"
+#include "Support/ThreadState.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <filesystem>
+#include <memory>
+#include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -47,6 +55,56 @@ TEST(ChildProcess, isAskedForItsEndBeforeItIsKilled) {
   child.kill();
   EXPECT_TRUE(isReaped(child.identifier()));
   expectItsStatus(child);
+}
+
+// A child that waits for a signal and may run for so long.
+std::shared_ptr<NS::ChildProcess> waitingChild(std::chrono::hours limit) {
+  pid_t child = ::fork();
+  if (child == 0)
+    for (;;)
+      ::pause();
+  auto process = std::make_shared<NS::ChildProcess>();
+  process->setIdentifier(child);
+  process->setDeadline(NS::ChildProcess::Clock::now() + limit);
+  return process;
+}
+
+TEST(ChildProcess, isKilledInTimeAmongOthersThatMayRunForLonger) {
+  auto longer = waitingChild(std::chrono::hours(1));
+  auto overdue = waitingChild(std::chrono::hours(0));
+  auto last = waitingChild(std::chrono::hours(2));
+  NS::prepareToAdopt();
+  NS::adopt({longer, overdue, last});
+  overdue->waitUntilEnd();
+  EXPECT_EQ(overdue->outcome()->status, SIGKILL);
+  for (const auto &other : {longer, last}) {
+    EXPECT_FALSE(other->outcome());
+    other->kill();
+    other->waitUntilEnd();
+  }
+}
+
+TEST(ChildProcess, leavesTheReapingThreadAsleepAfterItsEnd) {
+  auto child = std::make_shared<NS::ChildProcess>();
+  child->setIdentifier(endedChild());
+  NS::prepareToAdopt();
+  NS::adopt({child});
+  child->waitUntilEnd();
+  for (const auto &thread : std::filesystem::directory_iterator("/proc/self/task"))
+    if (int number = std::stoi(thread.path().filename()); number != ::gettid())
+      while (!kwtest::isAsleep(number))
+        std::this_thread::yield();
+}
+
+TEST(ChildProcess, holdsNoDescriptorAfterItsEnd) {
+  NS::prepareToAdopt();
+  std::size_t before = kwtest::openDescriptorCount();
+  auto child = waitingChild(std::chrono::hours(1));
+  NS::adopt({child});
+  child->kill();
+  child->waitUntilEnd();
+  while (kwtest::openDescriptorCount() > before)
+    std::this_thread::yield();
 }
 
 } // namespace

@@ -186,6 +186,7 @@ TEST(TaskLaunch, ofTooManyArgumentsRaises) {
 
 TEST(TaskLaunch, refusesTextThatACStringWouldCutShort) {
   EXPECT_EQ(launchFailure(std::string("/bin/true\0x", 11)), "launch path contains a NUL byte");
+  EXPECT_EQ(launchFailure("/bin/true", {std::string("a\0b", 3)}), "argument 1 contains a NUL byte");
   EXPECT_EQ(launchFailure("/bin/true", {"good", std::string("a\0b", 3)}),
             "argument 2 contains a NUL byte");
 }
@@ -206,6 +207,11 @@ TEST(TaskLaunch, refusesASecondTimeAndAClosedPipe) {
   auto second = shell("exit 0");
   second->setStandardOutput(pipe);
   EXPECT_EQ(reasonOf([&] { second->launch(); }), "pipe of standard stream 1 is closed");
+  auto input = NS::Pipe::pipe();
+  input->fileHandleForReading().closeFile();
+  auto third = shell("exit 0");
+  third->setStandardInput(input);
+  EXPECT_EQ(reasonOf([&] { third->launch(); }), "pipe of standard stream 0 is closed");
 }
 
 TEST(TaskLaunch, thatFailedLeavesPipesAndCanBeRepeated) {
@@ -458,15 +464,38 @@ TEST(TaskOutput, isReadToItsEnd) {
   EXPECT_TRUE(output->starts_with("one\n") && output->ends_with("two\n"));
 }
 
+TEST(TaskOutput, mayBeAsLongAsTheLimitAndNoLonger) {
+  EXPECT_EQ(limitedShell("echo text")->readOutput(5), "text\n");
+  EXPECT_EQ(limitedShell("echo text")->readOutput(4), std::nullopt);
+}
+
+// A shell that ends, while its child inherits the pipe and lives on until it is
+// told by the FIFO.
+std::shared_ptr<NS::Task> shellWithAChild(const std::string &fifo) {
+  EXPECT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  return limitedShell("echo text; read line <'" + fifo + "' &");
+}
+
+void releaseChild(const std::string &fifo) {
+  ::close(::open(fifo.c_str(), O_WRONLY | O_CLOEXEC));
+}
+
 TEST(TaskOutput, ofAProgramThatEndedIsCompleteThoughAnotherHoldsThePipe) {
-  // The shell's child inherits the pipe and lives on until it is told.
   kwtest::ScratchFolder scratch;
-  std::string fifo = scratch.path("fifo");
-  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-  auto task = limitedShell("echo text; read line <'" + fifo + "' &");
+  auto task = shellWithAChild(scratch.path("fifo"));
   EXPECT_EQ(task->readOutput(1 << 20), "text\n");
-  int release = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
-  ::close(release);
+  releaseChild(scratch.path("fifo"));
+}
+
+TEST(TaskOutput, isCompleteTooWithoutADescriptorToWatchTheProgramBy) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  kwtest::ScratchFolder scratch;
+  auto task = shellWithAChild(scratch.path("fifo"));
+  {
+    FewDescriptorsLeft scarcity;
+    EXPECT_EQ(task->readOutput(1 << 20), "text\n");
+  }
+  releaseChild(scratch.path("fifo"));
 }
 
 TEST(TaskOutput, ofAProgramThatRunsTooLongIsNothingAndTheProgramIsKilled) {
