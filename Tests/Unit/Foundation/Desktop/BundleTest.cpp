@@ -129,6 +129,20 @@ TEST_F(BundleTest, withoutAnInformationListTheExecutableHasTheBundlesName) {
   EXPECT_EQ(bundle->executablePath(), bundlePath() + "/Contents/MacOS/A");
 }
 
+TEST_F(BundleTest, aFolderIsNoExecutable) {
+  folder("A.app/Contents/MacOS/A");
+  auto bundle = NS::Bundle::bundleWithPath(bundlePath());
+  ASSERT_NE(bundle, nullptr);
+  EXPECT_EQ(bundle->executablePath(), std::nullopt);
+}
+
+TEST_F(BundleTest, anEntryOfATableThatIsNoTextIsAsGoodAsNone) {
+  auto bundle =
+      bundleWith("Resources/Errors.strings", stringTable("<key>key</key><integer>1</integer>"));
+  ASSERT_NE(bundle, nullptr);
+  EXPECT_EQ(bundle->localizedStringForKey("key", "instead", "Errors"), "instead");
+}
+
 TEST_F(BundleTest, anExecutableNameCannotLeadOutOfTheBundle) {
   folder("A.app/Contents/MacOS");
   scratch.file("outside", "");

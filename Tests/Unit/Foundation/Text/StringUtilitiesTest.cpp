@@ -93,6 +93,34 @@ TEST(ComponentsJoinedByString, areSeparatedOnlyBetween) {
   EXPECT_EQ(NS::componentsJoinedByString({}, "-"), "");
 }
 
+TEST(RangeOfCharacter, isThatOfTheFirstMember) {
+  auto set = NS::CharacterSet::characterSetWithCharactersInString("é€b");
+  EXPECT_EQ(NS::rangeOfCharacterFromSet("a€é", set), (ByteRange{1, 3}));
+  EXPECT_EQ(NS::rangeOfCharacterFromSet("b", set), (ByteRange{0, 1}));
+  EXPECT_EQ(NS::rangeOfCharacterFromSet("xyz", set), std::nullopt);
+  EXPECT_EQ(NS::rangeOfCharacterFromSet("\xe9", set), std::nullopt) << "no character";
+  EXPECT_EQ(NS::rangeOfCharacterFromSet(std::string_view("ab", 1), set), std::nullopt);
+}
+
+TEST(Trimming, takesMembersFromBothEndsAlone) {
+  auto set = NS::CharacterSet::whitespaceAndNewlineCharacterSet();
+  EXPECT_EQ(NS::stringByTrimmingCharactersInSet(" \n\u3000a b\u2028\t", set), "a b");
+  EXPECT_EQ(NS::stringByTrimmingCharactersInSet("é", set), "é");
+  EXPECT_EQ(NS::stringByTrimmingCharactersInSet(" \t ", set), "");
+  EXPECT_EQ(NS::stringByTrimmingCharactersInSet("", set), "");
+  EXPECT_EQ(NS::stringByTrimmingCharactersInSet("\x85 \x85", set), "\x85 \x85") << "no characters";
+}
+
+TEST(ReplacingOccurrences, keepsTheTextBetweenThem) {
+  auto replaced = NS::stringByReplacingOccurrencesOfString;
+  auto search = StringSearch::Equivalent;
+  EXPECT_EQ(replaced("abcabc", "b", "XY", search), "aXYcaXYc");
+  EXPECT_EQ(replaced("abab", "ab", "", search), "");
+  EXPECT_EQ(replaced("xe\u0301y", "é", "e", search), "xey");
+  EXPECT_EQ(replaced("abc", "", "x", search), "abc");
+  EXPECT_EQ(replaced("", "a", "x", search), "");
+}
+
 TEST(LowercaseString, followsTheRulesOfNoLanguage) {
   EXPECT_EQ(NS::lowercaseString("ABC xyz 1[]"), "abc xyz 1[]");
   EXPECT_EQ(NS::lowercaseString("ÉÀI"), "éài");
@@ -130,6 +158,26 @@ TEST(CapitalizedWord, hasOnlyItsFirstLetterInTitleCase) {
             "A\xff"
             "b");
   EXPECT_EQ(NS::capitalizedWord(""), "");
+}
+
+TEST(SubstringWithRange, countsUnits) {
+  EXPECT_EQ(NS::substringWithRange("abcde", {1, 3}), "bcd");
+  EXPECT_EQ(NS::substringWithRange("abcde", {0, 5}), "abcde");
+  EXPECT_EQ(NS::substringWithRange("aéb", {1, 1}), "é");
+  EXPECT_EQ(NS::substringWithRange("a𐐨b", {1, 2}), "𐐨");
+  EXPECT_EQ(NS::substringWithRange("a𐐨b", {3, 1}), "b");
+  EXPECT_EQ(NS::substringWithRange("\uffff\U00010000b", {3, 1}), "b");
+  EXPECT_EQ(NS::substringWithRange("\xff"
+                                   "b",
+                                   {1, 1}),
+            "b");
+}
+
+TEST(SubstringWithRange, replacesACharacterThatIsCutInHalf) {
+  EXPECT_EQ(NS::substringWithRange("a𐐨b", {0, 2}), "a\ufffd");
+  EXPECT_EQ(NS::substringWithRange("a𐐨b", {2, 2}), "\ufffdb");
+  EXPECT_EQ(NS::substringWithRange("a𐐨b", {1, 1}), "\ufffd");
+  EXPECT_EQ(NS::substringWithRange("a𐐨b", {2, 1}), "\ufffd");
 }
 
 TEST(SubstringWithRange, raisesOutsideTheString) {
@@ -179,10 +227,11 @@ TEST(Unicode, countsUnitsAsThePlatformDoes) {
 }
 
 TEST(Unicode, refusesFormsThatAreNotTheShortest) {
-  for (const char *text :
-       {"\xc0\xaf", "\xe0\x80\xaf", "\xf0\x80\x80\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80",
-        "\xf8\x88\x80\x80\x80", "\x80", "\xc3", "\xe2\x82", "\xf0\x9f\x98", "\xfe"})
+  for (const char *text : {"\xc0\xaf", "\xe0\x80\xaf", "\xf0\x80\x80\xaf", "\xed\xa0\x80",
+                           "\xf4\x90\x80\x80", "\xf8\x88\x80\x80\x80", "\x80", "\x81\x80\x80\x80",
+                           "\xf9\x80\x80\x80", "\xc3", "\xe2\x82", "\xf0\x9f\x98", "\xfe"})
     EXPECT_FALSE(NS::isWellFormedUTF8(text));
+  EXPECT_FALSE(NS::isWellFormedUTF8(std::string_view("aé", 2)));
   EXPECT_TRUE(NS::isWellFormedUTF8("\u0080\u07ff\u0800\ud7ff\ue000\uffff\U00010000\U0010ffff"));
 }
 

@@ -39,7 +39,7 @@ TEST(Crew, startsAHelperAnewThatHadNothingToDo) {
     while (isHeld)
       std::this_thread::yield();
   });
-  for (int round = 1; round <= 3; ++round) {
+  for (int round = 1; round <= 30; ++round) { // more than it has members
     isHeld = true;
     EXPECT_TRUE(crew.call());
     isHeld = false;

@@ -3,6 +3,7 @@
 
 #include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Threads/Dispatch.h"
+#include "Foundation/Threads/Internal/RunLoopBlocks.h"
 #include "Support/FakeClock.h"
 #include "Support/LogRecorder.h"
 #include "Support/ThreadState.h"
@@ -109,13 +110,21 @@ TEST_F(RunLoopTest, runsADelayedBlockOnceItIsDue) {
   EXPECT_EQ(ran, (std::vector<int>{1, 2}));
 }
 
+TEST_F(RunLoopTest, passesOverABlockThatIsNone) {
+  loop.performBlock(nullptr, commonModes);
+  loop.performBlock(note(1), commonModes);
+  EXPECT_TRUE(turn());
+  EXPECT_EQ(ran, (std::vector<int>{1}));
+}
+
 TEST_F(RunLoopTest, takesNoDelayALessOneAndNoNumberForNone) {
+  kwtest::FakeClock clock;
+  NS::ScopedOverride<NS::Clock> override(clock);
   loop.performBlock(note(1), 0, commonModes);
   loop.performBlock(note(2), -5, commonModes);
   loop.performBlock(note(3), std::numeric_limits<double>::quiet_NaN(), commonModes);
   EXPECT_TRUE(ran.empty());
-  while (turn()) {
-  }
+  EXPECT_TRUE(turn());
   EXPECT_EQ(ran, (std::vector<int>{1, 2, 3}));
 }
 
@@ -233,6 +242,14 @@ TEST_F(RunLoopTest, ignoresAStopWhileNothingRuns) {
   loop.performBlock(note(1), commonModes);
   EXPECT_TRUE(turn());
   EXPECT_EQ(ran, (std::vector<int>{1}));
+}
+
+TEST(RunLoopBlocks, tellWhetherAnyRan) {
+  NS::RunLoopBlocks blocks;
+  EXPECT_FALSE(blocks.performDue(NS::DefaultRunLoopMode));
+  blocks.add([] {}, commonModes);
+  EXPECT_TRUE(blocks.performDue(NS::DefaultRunLoopMode));
+  EXPECT_FALSE(blocks.performDue(NS::DefaultRunLoopMode));
 }
 
 } // namespace
