@@ -10,7 +10,7 @@ namespace NS::descriptors {
 Readiness waitForReading(int first, int second, int timeout) {
   // poll passes over a negative descriptor.
   std::array waits{pollfd{first, POLLIN, 0}, pollfd{second, POLLIN, 0}};
-  while (::poll(waits.data(), waits.size(), timeout) < 0)
+  while (::poll(waits.data(), static_cast<nfds_t>(waits.size()), timeout) < 0)
     if (errno != EINTR && errno != EAGAIN)
       return {.first = true, .second = true};
   return {.first = waits[0].revents != 0,

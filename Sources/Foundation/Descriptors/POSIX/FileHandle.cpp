@@ -37,7 +37,7 @@ void waitUntilReady(int descriptor, short events) {
   std::array waits{pollfd{descriptor, events, 0}};
   // The wait may end for any reason; the caller's next attempt gives the
   // answer.
-  static_cast<void>(::poll(waits.data(), waits.size(), -1));
+  static_cast<void>(::poll(waits.data(), static_cast<nfds_t>(waits.size()), -1));
 }
 
 // Blocks SIGPIPE in this thread and takes back one that a write has caused. So

@@ -95,6 +95,15 @@ TEST(Process, forgetsTheSignalsThatItsParentIgnoredOrBlocked) {
              5);
 }
 
+TEST(Process, keepsTheHandlersThatItsOwnCodeInstalled) {
+  expectExit(statusOfChild([] {
+               std::signal(SIGUSR1, [](int) { ::_exit(5); });
+               NS::Process::shared().installSignalDispositions();
+               ::raise(SIGUSR1);
+             }),
+             5);
+}
+
 // As a supervisor may do that ignores the ends of its children.
 TEST(Process, learnsTheStatusOfAProgramThoughItsParentIgnoredTheEndsOfChildren) {
   expectExit(statusOfChild([] {
