@@ -129,14 +129,14 @@ TEST_F(BundleTest, withoutAnInformationListTheExecutableHasTheBundlesName) {
   EXPECT_EQ(bundle->executablePath(), bundlePath() + "/Contents/MacOS/A");
 }
 
-TEST_F(BundleTest, aFolderIsNoExecutable) {
+TEST_F(BundleTest, aFolderIsNotItsExecutable) {
   folder("A.app/Contents/MacOS/A");
   auto bundle = NS::Bundle::bundleWithPath(bundlePath());
   ASSERT_NE(bundle, nullptr);
   EXPECT_EQ(bundle->executablePath(), std::nullopt);
 }
 
-TEST_F(BundleTest, anEntryOfATableThatIsNoTextIsAsGoodAsNone) {
+TEST_F(BundleTest, anEntryOfATableWithoutATextIsPassedOver) {
   auto bundle =
       bundleWith("Resources/Errors.strings", stringTable("<key>key</key><integer>1</integer>"));
   ASSERT_NE(bundle, nullptr);

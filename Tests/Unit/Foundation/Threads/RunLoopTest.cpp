@@ -110,7 +110,7 @@ TEST_F(RunLoopTest, runsADelayedBlockOnceItIsDue) {
   EXPECT_EQ(ran, (std::vector<int>{1, 2}));
 }
 
-TEST_F(RunLoopTest, passesOverABlockThatIsNone) {
+TEST_F(RunLoopTest, passesOverAMissingBlock) {
   loop.performBlock(nullptr, commonModes);
   loop.performBlock(note(1), commonModes);
   EXPECT_TRUE(turn());
