@@ -259,6 +259,7 @@ TEST(Unicode, goesToUTF16AndBackWithoutLoss) {
   for (char16_t lone : std::u16string_view(u"\xd800\xd801\xdbff\xdc00\xdc7f\xdd00\xdfff"))
     EXPECT_EQ(NS::bytesFromUTF16(std::u16string(1, lone)), "\ufffd") << static_cast<int>(lone);
   EXPECT_EQ(NS::bytesFromUTF16(u"\xd800\xd800\xdc00"), "\ufffd\U00010000");
+  EXPECT_EQ(NS::bytesFromUTF16(u"\xdc00\xdc00"), "\ufffd\ufffd");
   EXPECT_EQ(NS::bytesFromUTF16(std::u16string_view(u"\xd800\xdc00", 1)), "\ufffd")
       << "the second half is not in the text";
 }

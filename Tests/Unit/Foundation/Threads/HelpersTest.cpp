@@ -238,13 +238,17 @@ TEST(SharedWork, wakesAnIdleHelperForEachPiece) {
 }
 
 TEST(SharedWork, hasRoomAsLongAsItTakesPieces) {
-  Signal goesOn;
+  Signal hasBegun, goesOn;
   auto portion = std::make_shared<SharedWork::Portion>();
   SharedWork work(2);
-  auto piece = [goesOn](HelperPlace &) { goesOn.wait(); };
+  ASSERT_TRUE(work.offer(portion, [hasBegun, goesOn](HelperPlace &) {
+    hasBegun.raise();
+    goesOn.wait();
+  }));
+  hasBegun.wait(); // the only helper takes no other piece now
   while (work.hasRoom())
-    ASSERT_TRUE(work.offer(portion, piece));
-  EXPECT_FALSE(work.offer(portion, piece));
+    ASSERT_TRUE(work.offer(portion, [](HelperPlace &) {}));
+  EXPECT_FALSE(work.offer(portion, [](HelperPlace &) {}));
   goesOn.raise();
   work.finish(*portion);
 }
