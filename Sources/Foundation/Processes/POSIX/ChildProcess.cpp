@@ -2,7 +2,7 @@
 //
 // The thread waits in poll for the exit descriptors of the children, for the
 // nearest deadline, and for a pipe that announces newcomers. Then it kills overdue
-// children, reaps those that have ended, and takes in the newcomers. Another
+// children, takes in the newcomers, and reaps those that have ended. Another
 // thread may reap a child earlier, by asking for its outcome; the child's mutex
 // orders the two. A child without an exit descriptor, or without a place in the
 // list for poll, is looked at every 20 ms. Once the thread has started, nothing
@@ -96,8 +96,8 @@ void Reaper::run() {
   for (;;) {
     waitForAnEnd();
     killOverdue();
-    reapEnded();
     takeNewcomers();
+    reapEnded();
   }
 }
 
@@ -116,7 +116,6 @@ void Reaper::takeNewcomers() {
   for (const std::shared_ptr<ChildProcess> &child : arrived)
     child->exitDescriptor = child->openExitDescriptor();
   watched_.splice(watched_.end(), arrived);
-  reapEnded();
 }
 
 // Reserves a place for the pipe and for each child, as far as memory allows;

@@ -2,6 +2,7 @@
 #include "Foundation/Threads/Dispatch.h"
 
 #include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Threads/Internal/BackgroundPriority.h"
 #include "Support/FakeClock.h"
 #include "Support/LogRecorder.h"
 #include "Support/ThreadState.h"
@@ -242,6 +243,16 @@ TEST(DispatchQueue, worksWithTheLowestPriorityForProcessorAndDisk) {
   EXPECT_EQ(processor, 19);
   EXPECT_EQ(disk >> 13, 3) << "the class that is served when the disk is idle";
   EXPECT_EQ(prioritiesOfThisThread(), before);
+}
+
+TEST(BackgroundPriority, isThatOfTheCallingThreadAlone) {
+  constexpr int onlyThisThread = 1;
+  constexpr long ordinary = 2 << 13 | 4;
+  long former = ::syscall(SYS_ioprio_get, onlyThisThread, 0);
+  ASSERT_EQ(::syscall(SYS_ioprio_set, onlyThisThread, 0, ordinary), 0);
+  std::thread([] { NS::takeBackgroundPriority(); }).join();
+  EXPECT_EQ(::syscall(SYS_ioprio_get, onlyThisThread, 0), ordinary);
+  ::syscall(SYS_ioprio_set, onlyThisThread, 0, former);
 }
 
 } // namespace
