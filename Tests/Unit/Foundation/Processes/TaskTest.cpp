@@ -5,6 +5,7 @@
 #include "Foundation/Base/Environment.h"
 #include "Foundation/Base/Exception.h"
 #include "Foundation/Base/ResourceShortage.h"
+#include "Foundation/Processes/POSIX/ChildProcess.h"
 #include "Foundation/Threads/Thread.h"
 #include "Support/MemoryLimit.h"
 #include "Support/Sanitizers.h"
@@ -387,7 +388,7 @@ TEST(Task, isReapedEvenWithoutADescriptorToWatchItBy) {
 TEST(Task, withoutAFurtherProcessIsNotRefusedButThrows) {
   pid_t child = ::fork();
   if (child == 0) {
-    shell("exit 0")->launch(); // so that the reaping thread exists
+    NS::prepareToAdopt(); // so that the reaping thread exists
     struct rlimit none = {0, 0};
     if (::setrlimit(RLIMIT_NPROC, &none) != 0 || (::geteuid() == 0 && ::setuid(12345) != 0))
       ::_exit(2);
