@@ -1,6 +1,8 @@
 // One child process, apart from the thread that reaps all.
 #include "Foundation/Processes/POSIX/ChildProcess.h"
 
+#include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 #include "Support/ThreadState.h"
 
@@ -96,14 +98,25 @@ TEST(ChildProcess, leavesTheReapingThreadAsleepAfterItsEnd) {
         std::this_thread::yield();
 }
 
-TEST(ChildProcess, holdsNoDescriptorAfterItsEnd) {
+TEST(ChildProcess, isReapedWithoutAnExitDescriptor) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  NS::prepareToAdopt();
+  auto child = waitingChild(std::chrono::hours(1));
+  kwtest::FewDescriptorsLeft scarcity;
+  NS::adopt({child});
+  ::kill(child->identifier(), SIGKILL);
+  child->waitUntilEnd();
+  EXPECT_TRUE(isReaped(child->identifier()));
+}
+
+TEST(ChildProcess, isLetGoOfAfterItsEnd) {
   NS::prepareToAdopt();
   std::size_t before = kwtest::openDescriptorCount();
   auto child = waitingChild(std::chrono::hours(1));
   NS::adopt({child});
   child->kill();
   child->waitUntilEnd();
-  while (kwtest::openDescriptorCount() > before)
+  while (kwtest::openDescriptorCount() > before || child.use_count() > 1)
     std::this_thread::yield();
 }
 

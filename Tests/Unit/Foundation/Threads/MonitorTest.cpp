@@ -4,10 +4,14 @@
 #include "Foundation/Threads/Dispatch.h"
 #include "Support/MemoryLimit.h"
 #include "Support/Sanitizers.h"
+#include "Support/ThreadState.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <memory>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -24,6 +28,23 @@ TEST(Monitor, keepsThreadsApartOnOneObject) {
   for (std::thread &thread : threads)
     thread.join();
   EXPECT_EQ(counter, 8000);
+}
+
+TEST(Monitor, letsAnotherThreadWaitUntilItIsGivenBack) {
+  NS::Object object;
+  std::atomic<int> identifier = 0;
+  std::atomic<bool> hasEntered = false;
+  auto held = std::make_unique<NS::Monitor>(object);
+  std::thread other([&] {
+    identifier = ::gettid();
+    NS::synchronized(object, [&] { hasEntered = true; });
+  });
+  while (!hasEntered && (identifier == 0 || !kwtest::isAsleep(identifier)))
+    std::this_thread::yield();
+  EXPECT_FALSE(hasEntered);
+  held.reset();
+  other.join();
+  EXPECT_TRUE(hasEntered);
 }
 
 TEST(Monitor, mayBeTakenAgainByItsHolder) {
