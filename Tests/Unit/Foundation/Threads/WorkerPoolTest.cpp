@@ -236,6 +236,7 @@ TEST(WorkerPool, endsItsThreadsWhenItGoes) {
     other.waitUntilEntered();
     one.open();
     other.open();
+    awaitIdle(pool, 2);
   }
   while (held.use_count() > 1)
     std::this_thread::yield();
