@@ -278,12 +278,10 @@ bool Reader::closeContainer() {
 }
 
 bool Reader::addKey() {
-  if (!budget_.chargeValues(1))
-    return false;
   Frame &frame = frames_.back();
   frame.dictionary.push_back({text_, PropertyList(false)});
   frame.hasKey = true;
-  return true;
+  return budget_.chargeValues(1);
 }
 
 std::optional<PropertyList> Reader::leafFrom(Tag tag) {

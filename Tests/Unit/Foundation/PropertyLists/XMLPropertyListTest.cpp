@@ -265,6 +265,7 @@ TEST(XMLPropertyList, isUnparseableWhenNotWellFormed) {
                            "<string/><string/>",
                            "<string/><array/>",
                            "<array><array><unknown/></array></array>",
+                           "<array><dict><key>a</key></dict></array>",
                            "<plist><true/></plist>",
                            "<unknown/>",
                            "<string><string/></string>",
