@@ -252,20 +252,15 @@ void Reader::start(Tag tag) {
 }
 
 bool Reader::add(PropertyList value) {
-  if (!budget_.chargeValues(1))
-    return false;
   if (frames_.empty()) {
     root_ = std::move(value);
-    return true;
-  }
-  Frame &frame = frames_.back();
-  if (frame.isDictionary) {
+  } else if (Frame &frame = frames_.back(); frame.isDictionary) {
     frame.dictionary.back().value = std::move(value);
     frame.hasKey = false;
   } else {
     frame.array.push_back(std::move(value));
   }
-  return true;
+  return budget_.chargeValues(1);
 }
 
 bool Reader::closeContainer() {

@@ -1,10 +1,13 @@
 // The reading and writing of the XML form.
 #include "Foundation/PropertyLists/PropertyList.h"
 
+#include "Support/Allocations.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
+#include <new>
 
 namespace {
 
@@ -310,6 +313,24 @@ TEST(XMLPropertyList, isUnparseableWhenNotWellFormed) {
   for (const char *data : {"", " ", "<", "<plist>", "\xff\xfe", "bplist", "{ a = b; }",
                            "<plist><true/>", "<true/>x", "<array><plist/></array>"})
     EXPECT_EQ(NS::propertyListWithData(data, nullptr), std::nullopt) << data;
+}
+
+// The parser still reports the ends of elements after a failure.
+TEST(XMLPropertyList, isReadUnlessSomePartLacksMemory) {
+  std::string text = "<array><array/><dict><key>a</key><array/></dict></array>";
+  int rounds = 0;
+  for (bool wasShort = true; wasShort; ++rounds) {
+    std::optional<PropertyList> list;
+    kwtest::allocationsLeft() = rounds;
+    try {
+      list = NS::propertyListWithData(text, nullptr);
+    } catch (const std::bad_alloc &) {
+    }
+    wasShort = !kwtest::allocationsLeft();
+    kwtest::allocationsLeft().reset();
+    EXPECT_NE(list.has_value(), wasShort) << rounds;
+  }
+  EXPECT_GT(rounds, 5);
 }
 
 TEST(XMLPropertyList, expandsNoEntity) {
