@@ -33,6 +33,7 @@ inline constexpr std::uint32_t FileSystemOptionNoFollow = 0x00000001;
 inline constexpr std::uint32_t FileSystemOptionPackInvalidAttributes = 0x00000008;
 
 // Object types of the records.
+inline constexpr std::uint32_t VnodeNone = 0; // of no known kind
 inline constexpr std::uint32_t VnodeRegular = 1;
 inline constexpr std::uint32_t VnodeDirectory = 2;
 inline constexpr std::uint32_t VnodeBlockDevice = 3;

@@ -40,7 +40,7 @@ std::uint32_t objectType(std::uint32_t mode) {
   case S_IFIFO:
     return VnodeFIFO;
   default:
-    return 0;
+    return VnodeNone;
   }
 }
 
