@@ -193,6 +193,11 @@ TEST_F(RunLoopTest, isWokenByAStop) {
   whileItSleeps(loop, [this] { loop.stop(); });
 }
 
+TEST_F(RunLoopTest, sleepsWhileABlockIsNotDueYet) {
+  loop.performBlock([] {}, 3600, commonModes);
+  whileItSleeps(loop, [this] { loop.stop(); });
+}
+
 TEST_F(RunLoopTest, doesNotWaitWithALimitThatIsNow) {
   kwtest::FakeClock clock;
   NS::ScopedOverride<NS::Clock> override(clock);
