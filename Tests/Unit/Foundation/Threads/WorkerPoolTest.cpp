@@ -115,6 +115,25 @@ TEST(WorkerPool, keepsAnIdleThreadFromAUserWhoHasItsShare) {
   fourth.wait();
 }
 
+TEST(WorkerPool, countsTheWorkOfAUserThatIsStillUnderWay) {
+  WorkerPool pool({4, 2}, never);
+  Gate first, second, third;
+  Signal fourth;
+  pool.submit(first.request(), 1);
+  pool.submit(second.request(), 1);
+  first.waitUntilEntered();
+  second.waitUntilEntered();
+  first.open();
+  awaitIdle(pool, 1);
+  pool.submit(third.request(), 1);
+  third.waitUntilEntered();
+  pool.submit([fourth] { fourth.raise(); }, 1);
+  EXPECT_EQ(pool.threadCount(), 2u) << "two of its pieces are under way";
+  second.open();
+  third.open();
+  fourth.wait();
+}
+
 TEST(WorkerPool, keepsAnIdleThreadFromASecondPieceAtTheLimitInAll) {
   WorkerPool pool({2}, never);
   std::vector<Gate> gates(3);
