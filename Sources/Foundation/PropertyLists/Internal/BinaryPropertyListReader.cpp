@@ -109,22 +109,17 @@ private:
   std::vector<Finished> finished_;
 };
 
+// Expects the header, and room for a trailer after it.
 bool Reader::readTrailer() {
-  if (data_.size() < headerSize + trailerSize || !data_.starts_with("bplist00"))
-    return false;
   const char *trailer = data_.data() + data_.size() - trailerSize;
   offsetSize_ = static_cast<unsigned char>(trailer[6]);
   referenceSize_ = static_cast<unsigned char>(trailer[7]);
   objectCount_ = bigEndian(trailer + 8, 8);
   top_ = bigEndian(trailer + 16, 8);
-  std::uint64_t table = bigEndian(trailer + 24, 8);
+  table_ = static_cast<std::size_t>(bigEndian(trailer + 24, 8));
   std::size_t tableEnd = data_.size() - trailerSize;
-  if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8)
-    return false;
-  if (table < headerSize || table > tableEnd)
-    return false;
-  table_ = static_cast<std::size_t>(table);
-  return objectCount_ <= (tableEnd - table_) / offsetSize_ &&
+  return offsetSize_ >= 1 && offsetSize_ <= 8 && referenceSize_ >= 1 && referenceSize_ <= 8 &&
+         table_ <= tableEnd && objectCount_ <= (tableEnd - table_) / offsetSize_ &&
          objectCount_ <= PropertyListBounds::contents / PropertyListBounds::valueCost;
 }
 
@@ -368,7 +363,8 @@ void Reader::close() {
 }
 
 std::optional<PropertyList> Reader::read() {
-  if (!readTrailer())
+  bool hasForm = data_.size() >= headerSize + trailerSize && data_.starts_with("bplist00");
+  if (!hasForm || !readTrailer())
     return std::nullopt;
   auto offset = offsetOf(top_);
   auto object = offset ? objectAt(*offset) : std::nullopt;
