@@ -252,6 +252,8 @@ void Reader::start(Tag tag) {
 }
 
 bool Reader::add(PropertyList value) {
+  if (!budget_.chargeValues(1))
+    return false;
   if (frames_.empty()) {
     root_ = std::move(value);
   } else if (Frame &frame = frames_.back(); frame.isDictionary) {
@@ -260,7 +262,7 @@ bool Reader::add(PropertyList value) {
   } else {
     frame.array.push_back(std::move(value));
   }
-  return budget_.chargeValues(1);
+  return true;
 }
 
 bool Reader::closeContainer() {
@@ -273,10 +275,12 @@ bool Reader::closeContainer() {
 }
 
 bool Reader::addKey() {
+  if (!budget_.chargeValues(1))
+    return false;
   Frame &frame = frames_.back();
   frame.dictionary.push_back({text_, PropertyList(false)});
   frame.hasKey = true;
-  return budget_.chargeValues(1);
+  return true;
 }
 
 std::optional<PropertyList> Reader::leafFrom(Tag tag) {
