@@ -12,6 +12,7 @@
 #include "Support/Sanitizers.h"
 #include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
+#include "Support/StandardStreamInFile.h"
 
 #include <atomic>
 #include <cerrno>
@@ -32,6 +33,7 @@ using kw::KWTaskRunner;
 using kwtest::LogRecorder;
 using kwtest::openDescriptorCount;
 using kwtest::ScratchFolder;
+using kwtest::StandardStreamInFile;
 using Arguments = KWTaskRunner::Arguments;
 using Output = KWTaskRunner::Output;
 
@@ -102,25 +104,6 @@ public:
 
 private:
   NS::Thread &real_ = NS::Thread::shared();
-};
-
-// Puts a file in the place of this process's standard error.
-class StandardErrorInFile {
-public:
-  explicit StandardErrorInFile(const std::string &path) : former_(::dup(STDERR_FILENO)) {
-    int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    ::dup2(file, STDERR_FILENO);
-    ::close(file);
-  }
-  ~StandardErrorInFile() {
-    ::dup2(former_, STDERR_FILENO);
-    ::close(former_);
-  }
-  StandardErrorInFile(const StandardErrorInFile &) = delete;
-  StandardErrorInFile &operator=(const StandardErrorInFile &) = delete;
-
-private:
-  int former_;
 };
 
 // A tool that tells its process before it runs the lines of its script, and then
@@ -371,7 +354,7 @@ TEST(TaskRunnerOutput, isTheStandardOutputAndTheResultCode) {
   long long code = -77;
   Output output;
   {
-    StandardErrorInFile redirected(folder.path("errors"));
+    StandardStreamInFile redirected(STDERR_FILENO, folder.path("errors"));
     output = KWTaskRunner::shared().getOutput("/bin/sh", {"-c", "echo out; echo err >&2; exit 5"},
                                               false, false, &code);
   }
@@ -384,7 +367,7 @@ TEST(TaskRunnerOutput, discardsSuppressedErrorOutput) {
   ScratchFolder folder;
   Output output;
   {
-    StandardErrorInFile redirected(folder.path("errors"));
+    StandardStreamInFile redirected(STDERR_FILENO, folder.path("errors"));
     output = KWTaskRunner::shared().getOutput("/bin/sh", {"-c", "echo err >&2; echo out"}, true,
                                               false, nullptr);
   }
@@ -525,7 +508,7 @@ TEST(TaskRunnerStatus, ofAFailedLaunchIsSuccessWithALogLine) {
 TEST(TaskRunnerStatus, suppressesErrorOutputOnlyWhenAsked) {
   ScratchFolder folder;
   {
-    StandardErrorInFile redirected(folder.path("errors"));
+    StandardStreamInFile redirected(STDERR_FILENO, folder.path("errors"));
     Arguments arguments = {"-c", "echo out; echo err-$0 >&2"};
     arguments.push_back("suppressed");
     KWTaskRunner::shared().launchTaskAndGetTermStatusWithCmd("/bin/sh", arguments, true);

@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <csignal>
 #include <fcntl.h>
+#include <functional>
 #include <future>
 #include <gtest/gtest.h>
 #include <mutex>
@@ -463,36 +464,28 @@ TEST(ReadabilityHandler, replacesTheFormerOne) {
   EXPECT_EQ(first.count(), 1U);
 }
 
-TEST(ReadabilityHandler, thatThrowsIsLoggedAndRemoved) {
+void expectLoggedAndRemoved(const std::function<void()> &fault, const std::string &line) {
   Collector log;
   NS::ScopedLogSink sink([&](const std::string &message) { log.add(message); });
   auto pipe = NS::Pipe::pipe();
   HandlerCalls calls;
   pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &) {
     calls.add();
-    throw NS::Exception("Odd", "no more");
+    fault();
   });
   pipe->fileHandleForWriting().writeData("x");
-  EXPECT_EQ(log.waitFor(1),
-            std::vector<std::string>{"Readability handler removed after exception: no more"});
+  EXPECT_EQ(log.waitFor(1), std::vector<std::string>{line});
   EXPECT_EQ(calls.atTheEnd(), 1);
   pipe->fileHandleForReading().setReadabilityHandler(nullptr);
 }
 
+TEST(ReadabilityHandler, thatThrowsIsLoggedAndRemoved) {
+  expectLoggedAndRemoved([] { throw NS::Exception("Odd", "no more"); },
+                         "Readability handler removed after exception: no more");
+}
+
 TEST(ReadabilityHandler, thatThrowsNoExceptionObjectIsLoggedAndRemoved) {
-  Collector log;
-  NS::ScopedLogSink sink([&](const std::string &message) { log.add(message); });
-  auto pipe = NS::Pipe::pipe();
-  HandlerCalls calls;
-  pipe->fileHandleForReading().setReadabilityHandler([&](NS::FileHandle &) {
-    calls.add();
-    throw 1;
-  });
-  pipe->fileHandleForWriting().writeData("x");
-  EXPECT_EQ(log.waitFor(1),
-            std::vector<std::string>{"Readability handler removed after an unknown exception"});
-  EXPECT_EQ(calls.atTheEnd(), 1);
-  pipe->fileHandleForReading().setReadabilityHandler(nullptr);
+  expectLoggedAndRemoved([] { throw 1; }, "Readability handler removed after an unknown exception");
 }
 
 TEST(ReadabilityHandler, thatThrowsIsRemovedWithoutMemoryForTheLog) {

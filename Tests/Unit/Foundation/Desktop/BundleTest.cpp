@@ -2,7 +2,7 @@
 #include "Foundation/Desktop/Bundle.h"
 #include "Foundation/Desktop/Internal/MainBundleFolder.h"
 
-#include "Support/ForkedChild.h"
+#include "Support/PrivateMounts.h"
 #include "Support/Sanitizers.h"
 #include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <sys/mount.h>
 #include <thread>
 
 namespace {
@@ -60,11 +59,9 @@ TEST(MainBundle, givesTheKeyOrTheValueForAKeyWithoutAnEntry) {
 }
 
 TEST(MainBundle, hasItsFixedPlaceWhereTheSystemDoesNotNameTheProgram) {
-  if (!kwtest::isRoot())
-    GTEST_SKIP() << "only root can hide the system's files";
-  EXPECT_EQ(kwtest::inForkedChild([]() -> std::string {
-              if (!kwtest::enterMountNamespace() ||
-                  ::mount("none", "/proc", "tmpfs", 0, nullptr) != 0)
+  KW_REQUIRE_ROOT();
+  EXPECT_EQ(kwtest::withPrivateMounts([]() -> std::string {
+              if (!kwtest::mountMemory("/proc"))
                 return "the system still names it";
               return NS::mainBundleFolder().starts_with('/') ? "" : "no folder";
             }),

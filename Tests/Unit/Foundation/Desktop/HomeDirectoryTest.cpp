@@ -5,13 +5,12 @@
 #include "Foundation/Base/SharedInstance.h"
 #include "Foundation/Processes/ProcessInfo.h"
 #include "Support/FakeUsers.h"
-#include "Support/ForkedChild.h"
+#include "Support/PrivateMounts.h"
 #include "Support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
-#include <sys/mount.h>
 
 namespace {
 
@@ -83,17 +82,15 @@ std::string homeWithCommentOf(std::size_t length) {
   kwtest::ScratchFolder scratch;
   std::string records = scratch.file("passwd", "someone:x:12345:12345:" + std::string(length, 'x') +
                                                    ":/home/someone:/bin/sh\n");
-  return kwtest::inForkedChild([&]() -> std::string {
-    if (!kwtest::enterMountNamespace() ||
-        ::mount(records.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) != 0)
+  return kwtest::withPrivateMounts([&]() -> std::string {
+    if (!kwtest::bindMount(records, "/etc/passwd"))
       return "no records of its own";
     return NS::UserDatabase::shared().homeDirectoryForUser("someone").value_or("none");
   });
 }
 
 TEST(UserDatabase, readsRecordsOfUpToOneMiB) {
-  if (!kwtest::isRoot())
-    GTEST_SKIP() << "only root can have other records";
+  KW_REQUIRE_ROOT();
   EXPECT_EQ(homeWithCommentOf(10), "/home/someone");
   EXPECT_EQ(homeWithCommentOf(3000), "/home/someone");
   EXPECT_EQ(homeWithCommentOf(1'000'000), "/home/someone");

@@ -2,8 +2,8 @@
 #include "Foundation/Desktop/SharedFileList.h"
 
 #include "Support/FakeFileContents.h"
-#include "Support/ForkedChild.h"
 #include "Support/ForwardingFileManager.h"
+#include "Support/PrivateMounts.h"
 #include "Support/Sanitizers.h"
 #include "Support/Scarcity.h"
 
@@ -14,7 +14,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sys/mount.h>
 
 namespace {
 
@@ -103,11 +102,9 @@ TEST_F(LoginItems, haveNoNameInAnEntryOfMoreThanOneMiB) {
 }
 
 TEST_F(LoginItems, areRemovedWithTheirEntries) {
-  if (!kwtest::isRoot())
-    GTEST_SKIP() << "only root can have another folder of entries";
-  EXPECT_EQ(kwtest::inForkedChild([]() -> std::string {
-              if (!kwtest::enterMountNamespace() ||
-                  ::mount("none", "/etc", "tmpfs", 0, nullptr) != 0)
+  KW_REQUIRE_ROOT();
+  EXPECT_EQ(kwtest::withPrivateMounts([]() -> std::string {
+              if (!kwtest::mountMemory("/etc"))
                 return "no folder of its own";
               std::filesystem::create_directories("/etc/xdg/autostart");
               std::ofstream("/etc/xdg/autostart/a.desktop") << "x";

@@ -3,11 +3,11 @@
 
 #include "Foundation/Base/SharedInstance.h"
 #include "Support/ScratchFolder.h"
+#include "Support/StandardStreamInFile.h"
 #include "Support/SubstitutedTasks.h"
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -15,26 +15,6 @@
 namespace {
 
 using NS::LaunchDataType;
-
-// A standard stream of this process that is a file for a while.
-class StreamOfAFile {
-public:
-  StreamOfAFile(int stream, const std::string &path) : stream_(stream), former_(::dup(stream)) {
-    int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-    ::dup2(file, stream);
-    ::close(file);
-  }
-  ~StreamOfAFile() {
-    ::dup2(former_, stream_);
-    ::close(former_);
-  }
-  StreamOfAFile(const StreamOfAFile &) = delete;
-  StreamOfAFile &operator=(const StreamOfAFile &) = delete;
-
-private:
-  const int stream_;
-  const int former_;
-};
 
 class Launchd : public ::testing::Test {
 protected:
@@ -90,7 +70,7 @@ TEST_F(Launchd, doesNotAnswerWhenTheToolDoesNotEnd) {
 
 TEST_F(Launchd, givesTheToolNoStreamOfThisProcess) {
   std::string file = scratch.file("file", "");
-  StreamOfAFile input(STDIN_FILENO, file), errors(STDERR_FILENO, file);
+  kwtest::StandardStreamInFile input(STDIN_FILENO, file), errors(STDERR_FILENO, file);
   EXPECT_EQ(reply("for stream in 0 2; do [ /proc/$$/fd/$stream -ef /dev/null ] || exit; done\n"
                   "echo '{}'"),
             LaunchDataType::Dictionary);

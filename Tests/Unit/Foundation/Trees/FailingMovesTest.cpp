@@ -6,6 +6,8 @@
 #include "Support/LockedItem.h"
 #include "Support/LogRecorder.h"
 #include "Support/MissingCall.h"
+#include "Support/MoveCode.h"
+#include "Support/PrivateMounts.h"
 #include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 #include "Support/SteppedMove.h"
@@ -24,14 +26,8 @@ namespace {
 namespace fs = std::filesystem;
 using kwtest::besideAnotherVolume;
 using kwtest::LockedItem;
+using kwtest::moveCode;
 using kwtest::ScratchFolder;
-
-std::int64_t moveCode(const std::string &from, const std::string &to) {
-  std::optional<NS::Error> error;
-  if (NS::FileManager::defaultManager().moveItemAtPath(from, to, &error))
-    return 0;
-  return error ? error->code() : -1;
-}
 
 TEST(MoveItem, countsARenameAsOneItemWithoutBytes) {
   ScratchFolder scratch;

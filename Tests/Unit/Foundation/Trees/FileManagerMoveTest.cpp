@@ -4,6 +4,7 @@
 #include "Support/ForkedChild.h"
 #include "Support/LockedItem.h"
 #include "Support/LogRecorder.h"
+#include "Support/MoveCode.h"
 #include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
 #include "Support/ScratchFolder.h"
@@ -20,18 +21,12 @@ namespace {
 
 namespace fs = std::filesystem;
 using kwtest::LockedItem;
+using kwtest::moveCode;
 using kwtest::ScratchFolder;
 using kwtest::withPrivateMounts;
 
 NS::FileManager &manager() {
   return NS::FileManager::defaultManager();
-}
-
-std::int64_t moveCode(const std::string &from, const std::string &to) {
-  std::optional<NS::Error> error;
-  if (manager().moveItemAtPath(from, to, &error))
-    return 0;
-  return error ? error->code() : -1;
 }
 
 // All that a move must keep of every item of a tree, a line for each.

@@ -7,6 +7,7 @@
 #include "Support/AnotherVolume.h"
 #include "Support/LockedItem.h"
 #include "Support/LogRecorder.h"
+#include "Support/MoveCode.h"
 #include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
 #include "Support/Sanitizers.h"
@@ -30,18 +31,12 @@ namespace {
 namespace fs = std::filesystem;
 using kwtest::besideAnotherVolume;
 using kwtest::LockedItem;
+using kwtest::moveCode;
 using kwtest::ScratchFolder;
 using kwtest::SteppedMove;
 using NS::MoveAcross;
 using NS::TreeResult;
 using NS::TreeStep;
-
-std::int64_t moveCode(const std::string &from, const std::string &to) {
-  std::optional<NS::Error> error;
-  if (NS::FileManager::defaultManager().moveItemAtPath(from, to, &error))
-    return 0;
-  return error ? error->code() : -1;
-}
 
 void makeTree(const ScratchFolder &scratch) {
   fs::create_directories(scratch.path("tree/inner"));
