@@ -2,10 +2,12 @@
 // child.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <future>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <optional>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
@@ -49,19 +51,20 @@ inline int makeCallsWait(const std::vector<unsigned> &numbers) {
 }
 
 // From now on the hook runs before each call of these numbers by this thread and
-// by those that it starts. When it returns true, the call returns 0 in place of
-// being made. The hook runs on a thread of its own, whose calls do not count. Only
-// for a forked child, and once.
-template <typename Hook> bool inPlaceOfCalls(const std::vector<unsigned> &numbers, Hook hook) {
+// by those that it starts. The call has the result that the hook returns, a
+// negative errno value for a failure; it is made if the hook returns none. The hook
+// runs on a thread of its own, whose calls do not count. Only for a forked child,
+// and once.
+template <typename Hook> bool answerCalls(const std::vector<unsigned> &numbers, Hook hook) {
   std::promise<int> promised;
   std::thread([future = promised.get_future(), hook = std::move(hook)]() mutable {
     int listener = future.get();
     seccomp_notif call{};
     while (listener >= 0 && ::ioctl(listener, SECCOMP_IOCTL_NOTIF_RECV, &call) == 0) {
-      bool isDone = hook(CallArguments(call.data));
+      std::optional<long> result = hook(CallArguments(call.data));
       seccomp_notif_resp answer{call.id, 0, 0, SECCOMP_USER_NOTIF_FLAG_CONTINUE};
-      if (isDone)
-        answer.flags = 0;
+      if (result)
+        answer = {call.id, std::max(*result, 0L), static_cast<__s32>(std::min(*result, 0L)), 0};
       ::ioctl(listener, SECCOMP_IOCTL_NOTIF_SEND, &answer);
       call = {};
     }
@@ -69,6 +72,13 @@ template <typename Hook> bool inPlaceOfCalls(const std::vector<unsigned> &number
   int listener = makeCallsWait(numbers);
   promised.set_value(listener);
   return listener >= 0;
+}
+
+// The same for a hook that tells whether it did the call's work.
+template <typename Hook> bool inPlaceOfCalls(const std::vector<unsigned> &numbers, Hook hook) {
+  return answerCalls(numbers, [hook = std::move(hook)](const CallArguments &call) mutable {
+    return hook(call) ? std::optional(0L) : std::nullopt;
+  });
 }
 
 // The same for a hook after which each call goes on.

@@ -1,0 +1,51 @@
+// Volumes that list their folders otherwise than a disk does, for a forked child.
+#pragma once
+
+#include "Support/WatchedCalls.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <optional>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <utility>
+
+namespace kwtest {
+
+// A listing that the process requests: room for records of an open folder.
+struct Listing {
+  int folder;
+  void *records;
+  std::size_t size;
+
+  // The bytes of records that the volume writes into at most so much of the room,
+  // or a negative errno value.
+  long answer(std::size_t most) const {
+    long count = ::syscall(SYS_getdents64, folder, records, std::min(size, most));
+    return count < 0 ? -errno : count;
+  }
+};
+
+// From now on the hook answers each listing, as in answerCalls.
+template <typename Hook> bool answerListings(Hook hook) {
+  return answerCalls({SYS_getdents64}, [hook = std::move(hook)](const CallArguments &call) mutable {
+    return hook(Listing{static_cast<int>(call[0]), reinterpret_cast<void *>(call[1]), call[2]});
+  });
+}
+
+// From now on a listing gives a few entries at a time, as volumes of networks do.
+inline bool listInPieces(std::size_t size = 512) {
+  return answerListings(
+      [=](const Listing &listing) { return std::optional(listing.answer(size)); });
+}
+
+// From now on each listing fails that is not the first of its folder.
+inline bool failListingsAfterFirst(std::size_t size, int errnum) {
+  return answerListings([=](const Listing &listing) {
+    bool isFirst = ::lseek(listing.folder, 0, SEEK_CUR) == 0;
+    return std::optional(isFirst ? listing.answer(size) : -static_cast<long>(errnum));
+  });
+}
+
+} // namespace kwtest
