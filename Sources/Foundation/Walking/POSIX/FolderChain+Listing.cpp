@@ -21,12 +21,12 @@ const FolderEntry *FolderChain::next(StepOutcome &outcome) {
   outcome = {};
   Link &link = links_.back();
   for (;;) {
-    const DirectoryRecord *record = hasLong(link) ? nextOfLong(link) : nextRecord(link);
+    const DirectoryRecord *record = hasLong(link) ? longListing_.next() : nextRecord(link);
     if (record && !isDotOrDotDot(record->name)) {
       entry_ = {record->name, record->inode, record->type};
       return &entry_;
     }
-    if (record || hasLong(link))
+    if (record)
       continue;
     if (link.isAtEnd)
       return nullptr;
@@ -45,15 +45,6 @@ const DirectoryRecord *FolderChain::nextRecord(Link &link) {
   return &record;
 }
 
-const DirectoryRecord *FolderChain::nextOfLong(Link &link) {
-  const DirectoryRecord *record = longListing_.next();
-  if (!record) {
-    link.position = longListing_.position();
-    link.isAtEnd = isLastPosition(link.position);
-  }
-  return record;
-}
-
 int FolderChain::fill(Link &link) {
   std::size_t size = link.base + batchSize > recordBudget ? frugalBatchSize : batchSize;
   records_.reserve(link.base + size);
@@ -64,7 +55,7 @@ int FolderChain::fill(Link &link) {
     link.isAtEnd = isLastPosition(positionAfter(records_.at(link.base), filled));
     bool isFull = filled + recordRoom > batchSize;
     if (isFull && !link.isAtEnd && rules_.order == EntryOrder::ByInode && longListing_.isFree())
-      longListing_.begin(indexOf(link), link.descriptor.get(), records_.at(link.base), filled);
+      beginLong(link, filled);
     else
       link.end += filled;
     return 0;
@@ -98,11 +89,16 @@ void FolderChain::forgetManyUnread(Link &link) {
     forgetUnread(link);
 }
 
-void FolderChain::endLong(Link &link) {
-  if (!hasLong(link))
-    return;
-  longListing_.end();
-  forgetUnread(link);
+// With the records that were listed first.
+void FolderChain::beginLong(Link &link, std::size_t filled) {
+  longListing_.begin(indexOf(link), link.descriptor.get(), records_.at(link.base), filled);
+  link.position = longListing_.position();
+  link.isAtEnd = isLastPosition(link.position);
+}
+
+void FolderChain::endLong(const Link &link) {
+  if (hasLong(link))
+    longListing_.end();
 }
 
 void FolderChain::goOnFrom(std::int64_t position) {

@@ -119,7 +119,6 @@ int FolderChain::reopenAt(std::size_t index) {
     firstLost_ = reached + 1;
     return ENOENT;
   }
-  links_[index].isElsewhere = true;
   setOpen(index, std::move(folder));
   return 0;
 }
@@ -227,11 +226,11 @@ Descriptor FolderChain::openByNames(std::size_t &index) {
 }
 
 bool FolderChain::findAgain(const LossHandler &lost) {
-  std::size_t index = links_.size() - 1;
-  Descriptor folder = openByNames(index);
+  std::size_t reached = links_.size() - 1;
+  Descriptor folder = openByNames(reached);
   std::string fate =
       folder ? "was moved" : "cannot be reached: " + std::generic_category().message(errno);
-  std::size_t kept = folder ? index + 1 : 0;
+  std::size_t kept = folder ? reached + 1 : 0;
   while (links_.size() > kept + 1)
     drop();
   if (links_.size() > kept) {
@@ -240,10 +239,8 @@ bool FolderChain::findAgain(const LossHandler &lost) {
   }
   if (!folder)
     return false;
-  if (!links_.back().descriptor) {
-    links_.back().isElsewhere = true;
-    setOpen(index, std::move(folder));
-  }
+  if (!links_.back().descriptor)
+    setOpen(reached, std::move(folder));
   return true;
 }
 

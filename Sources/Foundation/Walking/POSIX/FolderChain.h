@@ -168,10 +168,10 @@ private:
   int fill(Link &link);
   long list(Link &link, std::size_t size);
   const DirectoryRecord *nextRecord(Link &link);
-  const DirectoryRecord *nextOfLong(Link &link);
   static void forgetUnread(Link &link);
   void forgetManyUnread(Link &link);
-  void endLong(Link &link);
+  void beginLong(Link &link, std::size_t filled);
+  void endLong(const Link &link);
   bool hasLong(const Link &link) const { return longListing_.isOf(indexOf(link)); }
   std::size_t indexOf(const Link &link) const {
     return static_cast<std::size_t>(&link - links_.data());
