@@ -1,6 +1,7 @@
 // The language's operators for memory, with limits for each thread.
 #include "Support/Allocations.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <new>
@@ -8,7 +9,8 @@
 namespace kwtest {
 namespace {
 
-thread_local std::size_t limit = SIZE_MAX;
+std::atomic<std::size_t> limitOfNewThreads{SIZE_MAX};
+thread_local std::size_t limit = limitOfNewThreads;
 thread_local std::optional<int> left;
 
 bool mayAllocate(std::size_t size) {
@@ -28,6 +30,14 @@ AllocationsBelow::AllocationsBelow(std::size_t size) {
 
 AllocationsBelow::~AllocationsBelow() {
   limit = SIZE_MAX;
+}
+
+NoMemoryForNewThreads::NoMemoryForNewThreads() {
+  limitOfNewThreads = 0;
+}
+
+NoMemoryForNewThreads::~NoMemoryForNewThreads() {
+  limitOfNewThreads = SIZE_MAX;
 }
 
 std::optional<int> &allocationsLeft() {

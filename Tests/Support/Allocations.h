@@ -16,6 +16,15 @@ public:
   AllocationsBelow &operator=(const AllocationsBelow &) = delete;
 };
 
+// While one exists, threads that start get no memory, until they end.
+class NoMemoryForNewThreads {
+public:
+  NoMemoryForNewThreads();
+  ~NoMemoryForNewThreads();
+  NoMemoryForNewThreads(const NoMemoryForNewThreads &) = delete;
+  NoMemoryForNewThreads &operator=(const NoMemoryForNewThreads &) = delete;
+};
+
 // How many allocations of this thread succeed before one fails; none fails while
 // it is empty, as it is after that one.
 std::optional<int> &allocationsLeft();

@@ -1,6 +1,7 @@
 // One child process, apart from the thread that reaps all.
 #include "Foundation/Processes/POSIX/ChildProcess.h"
 
+#include "Support/Allocations.h"
 #include "Support/Sanitizers.h"
 #include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
@@ -107,6 +108,22 @@ TEST(ChildProcess, isReapedWithoutAnExitDescriptor) {
   ::kill(child->identifier(), SIGKILL);
   child->waitUntilEnd();
   EXPECT_TRUE(isReaped(child->identifier()));
+}
+
+// In a program run anew: other tests may have started the thread that reaps.
+TEST(ChildProcess, isReapedByAThreadThatGetsNoMemory) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        kwtest::NoMemoryForNewThreads scarcity;
+        NS::prepareToAdopt();
+        auto child = waitingChild(std::chrono::hours(1));
+        NS::adopt({child});
+        ::kill(child->identifier(), SIGKILL);
+        child->waitUntilEnd();
+        ::_exit(isReaped(child->identifier()) ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST(ChildProcess, isLetGoOfAfterItsEnd) {
