@@ -1,11 +1,15 @@
 // Volumes that list their folders otherwise than a disk does, for a forked child.
 #pragma once
 
+#include "Foundation/Walking/POSIX/DirectoryRecords.h"
+
+#include "Support/Sanitizers.h"
 #include "Support/WatchedCalls.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <dirent.h>
 #include <optional>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -38,6 +42,22 @@ template <typename Hook> bool answerListings(Hook hook) {
 inline bool listInPieces(std::size_t size = 512) {
   return answerListings(
       [=](const Listing &listing) { return std::optional(listing.answer(size)); });
+}
+
+// Replaces the types of records, of so many bytes in all.
+KW_WRITES_FOR_A_CALL inline void forgetTypes(void *records, long size) {
+  auto *at = static_cast<char *>(records);
+  for (char *end = at + size; at < end; at += NS::directoryRecordAt(at).length)
+    at[offsetof(NS::DirectoryRecord, type)] = DT_UNKNOWN;
+}
+
+// From now on no listing tells files and folders apart, as that of some volumes.
+inline bool listWithoutTypes() {
+  return answerListings([](const Listing &listing) {
+    long size = listing.answer(listing.size);
+    forgetTypes(listing.records, size);
+    return std::optional(size);
+  });
 }
 
 // From now on each listing fails that is not the first of its folder.

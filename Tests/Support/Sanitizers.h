@@ -25,3 +25,7 @@ constexpr bool addsMemory = hasAddressSanitizer || hasThreadSanitizer;
 #define KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS()                                                     \
   if (kwtest::hasAddressSanitizer)                                                                 \
   GTEST_SKIP() << "the undefined-behaviour sanitizer needs descriptors of its own"
+
+// For a function that writes into memory of a watched call. The sanitizer does not
+// see that the system lets the call go on only after that.
+#define KW_WRITES_FOR_A_CALL __attribute__((no_sanitize("thread")))

@@ -50,6 +50,21 @@ TEST(FTSListings, ofAFewEntriesAtATimeGiveEachOnce) {
             "");
 }
 
+TEST(FTSListings, withoutTypesGiveTheSameSequence) {
+  ScratchFolder scratch(quickFolder());
+  makeFolders(scratch);
+  scratch.file("file", "content");
+  std::string expected = ours(scratch.path(), physical);
+  EXPECT_EQ(inForkedChild([&]() -> std::string {
+              if (!kwtest::listWithoutTypes())
+                return "types";
+              if (ours(scratch.path(), physical) != expected)
+                return "another sequence";
+              return ahead(scratch.path()) == expected ? "" : "another sequence ahead";
+            }),
+            "");
+}
+
 // The walk returns the items that were listed before.
 TEST(FTSListings, giveERRForAFolderThatFails) {
   ScratchFolder scratch(quickFolder());
