@@ -96,6 +96,16 @@ TEST(FTSResources, readsNothingAheadWhereNoSharesAreToSpare) {
   EXPECT_EQ(walks.inUse(), taken) << "one share for both walks of this thread";
 }
 
+// It would touch volumes that such a walk does not enter.
+TEST(FTSResources, readsNothingAheadOfAWalkThatRemainsOnItsVolume) {
+  NS::DescriptorBudget &walks = NS::DescriptorBudget::ofWalks();
+  ScratchFolder scratch;
+  kwtest::FakeProcessors processors(4);
+  std::size_t before = walks.inUse();
+  auto stream = NS::FTS::shared().openForAll(scratch.path(), physical | NS::FTSOption::XDEV);
+  EXPECT_EQ(walks.inUse(), before + 1);
+}
+
 TEST(FTSResources, stopsAtTheNextItemWhenCancelled) {
   ScratchFolder scratch;
   makeChain(scratch.path(), 20);

@@ -174,6 +174,19 @@ TEST(FTSSieve, returnsTheRootEvenIfItIsAFile) {
   EXPECT_EQ(entry->info, NS::FTSInfo::F);
 }
 
+TEST(FTSSieve, addsNothingForItemsToWhichItGivesNoNumber) {
+  ScratchFolder scratch;
+  for (const char *name : {"one", "two"})
+    scratch.file(name, "content");
+  NothingPasses sieve;
+  auto stream = NS::FTS::shared().openForAll(scratch.path(), physical, &sieve);
+  ASSERT_NE(stream->read(), nullptr);
+  NS::FTSEntry *folder = stream->read();
+  ASSERT_NE(folder, nullptr);
+  EXPECT_EQ(folder->info, NS::FTSInfo::DP);
+  EXPECT_EQ(folder->number, 0);
+}
+
 // Takes all descriptors but one when it has seen so many items.
 class Hoarder final : public OneOfThree {
 public:
