@@ -15,9 +15,14 @@ void HierarchyStream::startAhead(Frame &root) {
 bool HierarchyStream::beginBatch(Frame &frame) {
   if (!ahead_->await(*frame.batch))
     return false;
+  useBatch(frame);
+  return true;
+}
+
+// Takes the items of a batch that is ready.
+void HierarchyStream::useBatch(Frame &frame) {
   frame.item = 0;
   passOver(frame.batch->held);
-  return true;
 }
 
 // Null at the end of this folder, or when the walk has to read on in it by itself.

@@ -184,7 +184,6 @@ FTSEntry *HierarchyStream::leave(Frame &frame) {
   frame.stage = Stage::Left;
   frame.entry.info = frame.entry.errnum == 0 ? FTSInfo::DP : FTSInfo::ERR;
   path_.resize(frame.pathLength);
-  point(frame.entry, frame.pathLength, frame.nameLength);
   return &frame.entry;
 }
 
@@ -204,11 +203,11 @@ bool HierarchyStream::mayDescend(const Frame &frame) const {
 // Begins with the contents of the folder announced last.
 int HierarchyStream::descend() {
   Frame &frame = top();
-  if (frame.batch && beginBatch(frame)) {
+  if (frame.batch) { // ready since the folder was announced
+    useBatch(frame);
     frame.stage = Stage::Open;
     return frame.batch->openError;
   }
-  dropBatch(frame);
   if (StepOutcome outcome = chain_.open(); outcome.isFailed())
     return outcome.errnum();
   frame.stage = Stage::Open;

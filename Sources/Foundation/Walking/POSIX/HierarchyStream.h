@@ -83,6 +83,7 @@ private:
   FTSEntry *enterItemAhead(const AheadItem &item);
   FTSEntry *enterFolderAhead(const AheadItem &item);
   bool beginBatch(Frame &frame);
+  void useBatch(Frame &frame);
   void startAhead(Frame &root);
   void readOnAlone(Frame &frame, std::int64_t position);
   StepOutcome beOpen();
