@@ -29,4 +29,7 @@ public:
 // it is empty, as it is after that one.
 std::optional<int> &allocationsLeft();
 
+// How many pieces of memory the program holds, on all threads.
+std::size_t piecesOfMemory();
+
 } // namespace kwtest
