@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Foundation/Base/SharedInstance.h"
+#include "Foundation/Descriptors/DescriptorBudget.h"
 #include "Foundation/Threads/Thread.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 #include <string>
 #include <sys/resource.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace kwtest {
@@ -45,6 +47,14 @@ private:
   struct rlimit former_;
   std::vector<int> taken_;
 };
+
+// Takes all shares of walks that are to spare.
+inline std::vector<NS::DescriptorBudget::Share> takeAllSpare() {
+  std::vector<NS::DescriptorBudget::Share> taken;
+  while (auto share = NS::DescriptorBudget::ofWalks().takeSpare(1))
+    taken.push_back(std::move(share));
+  return taken;
+}
 
 // Sleeps do not pass any time, but let something happen.
 class SleepWatcher final : public NS::Thread {
