@@ -3,8 +3,10 @@
 #include "Foundation/Descriptors/DescriptorBudget.h"
 #include "Foundation/Walking/FTS.h"
 
+#include "Support/Allocations.h"
 #include "Support/Attacker.h"
 #include "Support/FakeProcessors.h"
+#include "Support/OpenCounter.h"
 #include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
 #include "Support/Sanitizers.h"
@@ -71,9 +73,25 @@ TEST(FTSReadAhead, passesOverSkippedFoldersThatWereRead) {
   EXPECT_EQ(ahead(scratch.path(), physical, 3), ours(scratch.path(), physical, 3));
 }
 
-// Names and folders beyond one batch, so that folders are read in parts.
-TEST(FTSReadAhead, readsLargeFoldersInParts) {
+// Those in them are too few for another thread to read them.
+TEST(FTSReadAhead, passesOverSkippedFoldersWhoseFoldersWereNotRead) {
   ScratchFolder scratch(quickFolder());
+  for (const char *path : {"a/x/inner", "a/y/inner", "b/x/inner", "b/y/inner"})
+    std::filesystem::create_directories(scratch.path(path));
+  FakeProcessors processors(4);
+  auto stream = NS::FTS::shared().openForAll(scratch.path(), physical);
+  std::size_t entries = 0;
+  while (NS::FTSEntry *entry = stream->read()) {
+    EXPECT_LE(entry->level, 1);
+    ++entries;
+    if (entry->level == 1)
+      stream->set(*entry, NS::FTSInstruction::SKIP);
+  }
+  EXPECT_EQ(entries, 6u);
+}
+
+// Names and folders beyond one batch, so that folders are read in parts.
+void makeLargeFolder(const ScratchFolder &scratch) {
   std::string filler(200, 'x');
   for (int index = 0; index < 3000; ++index) {
     std::string path = scratch.path(std::to_string(index) + filler);
@@ -82,6 +100,11 @@ TEST(FTSReadAhead, readsLargeFoldersInParts) {
     else
       std::ofstream(path) << "";
   }
+}
+
+TEST(FTSReadAhead, readsLargeFoldersInParts) {
+  ScratchFolder scratch(quickFolder());
+  makeLargeFolder(scratch);
   for (int options : {physical, withoutStat})
     EXPECT_EQ(ahead(scratch.path(), options), ours(scratch.path(), options));
 }
@@ -143,6 +166,14 @@ TEST(FTSReadAhead, retreatsWhenDescriptorsRunOut) {
         << left;
 }
 
+TEST(FTSReadAhead, opensEachFolderOnce) {
+  ScratchFolder scratch(quickFolder());
+  makeBush(scratch.path(), 4, 3);
+  kwtest::OpenCounter opened(scratch.path("2/1"));
+  static_cast<void>(ahead(scratch.path(), physical));
+  EXPECT_EQ(opened.count(), 1);
+}
+
 TEST(FTSReadAhead, leavesNoDescriptorOpenWhereverItIsClosed) {
   ScratchFolder scratch(quickFolder());
   makeBush(scratch.path(), 6, 3);
@@ -156,6 +187,28 @@ TEST(FTSReadAhead, leavesNoDescriptorOpenWhereverItIsClosed) {
     EXPECT_EQ(stream->read(), nullptr);
     ASSERT_EQ(openDescriptorCount(), before) << steps;
   }
+}
+
+TEST(FTSReadAhead, leavesNoMemoryInUseWhereverItIsClosed) {
+  ScratchFolder scratch(quickFolder());
+  makeLargeFolder(scratch);
+  auto closeAfter = [&](int steps) {
+    FakeProcessors processors(4);
+    auto stream = NS::FTS::shared().openForAll(scratch.path(), physical);
+    for (int step = 0; step < steps; ++step)
+      stream->read();
+  };
+  EXPECT_EQ(inForkedChild([&]() -> std::string {
+              closeAfter(1000); // the first walk makes things that last
+              std::size_t before = kwtest::piecesOfMemory();
+              for (int steps = 0; steps < 4000; steps += 250) {
+                closeAfter(steps);
+                if (kwtest::piecesOfMemory() != before)
+                  return "closed after " + std::to_string(steps);
+              }
+              return "";
+            }),
+            "");
 }
 
 TEST(FTSReadAhead, givesDCForAFolderThatIsItsOwnAncestor) {
