@@ -3,6 +3,7 @@
 #include "Foundation/Base/Progress.h"
 #include "Foundation/Descriptors/DescriptorBudget.h"
 #include "Foundation/Walking/FTS.h"
+#include "Foundation/Walking/POSIX/AheadReader.h"
 #include "Foundation/Walking/POSIX/HierarchyStream.h"
 
 #include "Support/FakeProcessors.h"
@@ -19,6 +20,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <set>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -88,9 +90,7 @@ TEST(FTSResources, readsNothingAheadWhereNoSharesAreToSpare) {
   std::size_t before = walks.inUse();
   auto first = NS::FTS::shared().openForAll(scratch.path(), physical);
   EXPECT_EQ(walks.inUse(), before + 1 + NS::DescriptorBudget::sharesForHelpers);
-  std::vector<NS::DescriptorBudget::Share> spare;
-  while (auto share = walks.takeSpare(1))
-    spare.push_back(std::move(share));
+  std::vector<NS::DescriptorBudget::Share> others = kwtest::takeAllSpare();
   std::size_t taken = walks.inUse();
   auto second = NS::FTS::shared().openForAll(scratch.path(), physical);
   EXPECT_EQ(walks.inUse(), taken) << "one share for both walks of this thread";
@@ -155,6 +155,28 @@ TEST(FTSResources, countsEachItemOnceAndTellsWhereItIs) {
   EXPECT_EQ(taken.path, scratch.path()) << "that of the first item after the question";
 }
 
+// Each is returned a second time with the error.
+TEST(FTSResources, countsFoldersOnceThatCannotBeRead) {
+  ScratchFolder scratch;
+  makeChain(scratch.path(), 60);
+  Progress progress;
+  Progress::Scope scope(progress);
+  HierarchyStream stream(scratch.path(), physical, nullptr, 1);
+  FTSEntry *entry = stream.read();
+  while (entry->level < 60)
+    entry = stream.read();
+  std::filesystem::remove(std::string(entry->path));
+  EXPECT_EQ(stream.read()->info, NS::FTSInfo::DNR);
+  // The way up from the fourth folder is cut, and so is the way down to it.
+  std::filesystem::rename(scratch.path("d/d/d/d"), scratch.path("lower"));
+  std::filesystem::rename(scratch.path("d/d"), scratch.path("upper"));
+  std::set<NS::FTSInfo> others;
+  while ((entry = stream.read()))
+    others.insert(entry->info);
+  EXPECT_EQ(others, (std::set{NS::FTSInfo::DP, NS::FTSInfo::ERR}));
+  EXPECT_EQ(progress.snapshot().items, 61u);
+}
+
 // Lets this process have so many descriptors more, by numbers from the lowest
 // free one.
 void limitTo(std::size_t more) {
@@ -210,6 +232,29 @@ TEST(FTSResources, failsRatherThanLeavingOutFoldersWithoutDescriptors) {
                          ? ""
                          : std::to_string(sleeps.sleeps) + " sleeps, failure " +
                                std::to_string(stream->failure());
+            }),
+            "");
+}
+
+// Below the folders that are read ahead the walk has to find its way from the root
+// by their names. Two folders are open then, each for one in it that is not read yet.
+TEST(FTSResources, closesFoldersReadAheadRatherThanWaitForDescriptors) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  ScratchFolder scratch(quickFolder());
+  std::string path = scratch.path();
+  for (int level = 1; level < NS::AheadReader::levels - 1; ++level)
+    path += "/d";
+  for (const char *lowest : {"/a/a", "/a/b", "/b/a", "/b/b"})
+    makeChain(path + lowest, 5);
+  std::string expected = kwtest::theirs(scratch.path(), physical);
+  EXPECT_EQ(inForkedChild([&]() -> std::string {
+              SleepWatcher sleeps;
+              kwtest::FakeProcessors processors(4);
+              auto stream = NS::FTS::shared().openForAll(scratch.path(), physical);
+              limitTo(4);
+              if (kwtest::sequence(*stream, physical) != expected)
+                return "another sequence";
+              return sleeps.sleeps == 0 ? "" : std::to_string(sleeps.sleeps) + " sleeps";
             }),
             "");
 }

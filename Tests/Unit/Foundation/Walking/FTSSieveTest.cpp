@@ -8,6 +8,7 @@
 #include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
 #include "Support/Sanitizers.h"
+#include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 #include "Support/WalkSequence.h"
 
@@ -131,6 +132,36 @@ TEST(FTSSieve, isAskedOnceAboutEachItem) {
     sieved(scratch.path(), physical, processors, sieve);
     EXPECT_EQ(sieve.asked, folders * files) << processors;
   }
+}
+
+class EverythingPasses final : public NS::FTSSieve {
+public:
+  bool returns(const char * /*name*/, NS::FTSInfo /*info*/, const NS::FTSStat & /*status*/,
+               std::int64_t & /*number*/) const noexcept override {
+    ++asked;
+    return true;
+  }
+  mutable std::atomic<int> asked{0};
+};
+
+// How many items of a folder of ten the walk has looked at when it returns the first.
+int lookedAtForTheFirst(const std::string &folder, unsigned processors) {
+  FakeProcessors fake(processors);
+  EverythingPasses sieve;
+  auto stream = NS::FTS::shared().openForAll(folder, physical, &sieve);
+  stream->read();
+  stream->read();
+  return sieve.asked;
+}
+
+TEST(FTSSieve, isAskedAheadOfTheWalkWhereProcessorsAndDescriptorsAreToSpare) {
+  ScratchFolder scratch;
+  for (int file = 0; file < 10; ++file)
+    scratch.file(std::to_string(file), "");
+  EXPECT_EQ(lookedAtForTheFirst(scratch.path(), 1), 1);
+  EXPECT_EQ(lookedAtForTheFirst(scratch.path(), 2), 10);
+  std::vector<DescriptorBudget::Share> others = kwtest::takeAllSpare();
+  EXPECT_EQ(lookedAtForTheFirst(scratch.path(), 2), 1);
 }
 
 void makeLargeFolder(const std::string &path) {
