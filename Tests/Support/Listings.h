@@ -1,4 +1,5 @@
-// Volumes that list their folders otherwise than a disk does, for a forked child.
+// Volumes that list their folders otherwise than a disk does, or that fail, for a
+// forked child.
 #pragma once
 
 #include "Foundation/Walking/POSIX/DirectoryRecords.h"
@@ -10,8 +11,12 @@
 #include <cerrno>
 #include <cstddef>
 #include <dirent.h>
+#include <filesystem>
 #include <optional>
+#include <string>
+#include <sys/stat.h>
 #include <sys/syscall.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -65,6 +70,34 @@ inline bool failListingsAfterFirst(std::size_t size, int errnum) {
   return answerListings([=](const Listing &listing) {
     bool isFirst = ::lseek(listing.folder, 0, SEEK_CUR) == 0;
     return std::optional(isFirst ? listing.answer(size) : -static_cast<long>(errnum));
+  });
+}
+
+// From now on a listing gives so many bytes at a time. Of the folder of this inode
+// the listing with this number, counted from 0, runs the hook and lacks memory.
+template <typename Hook>
+bool lackMemoryAtListing(int number, ino_t folder, std::size_t size, Hook hook) {
+  return answerListings([=, seen = 0](const Listing &listing) mutable {
+    struct stat status;
+    bool isOfIt = ::fstat(listing.folder, &status) == 0 && status.st_ino == folder;
+    if (!isOfIt || seen++ != number)
+      return std::optional(listing.answer(size));
+    hook();
+    return std::optional(-static_cast<long>(ENOMEM));
+  });
+}
+
+// From now on the status of an item of this name cannot be read, by its name or by
+// its descriptor.
+inline bool failStatusOf(const std::string &name, int errnum) {
+  return answerCalls({SYS_newfstatat, SYS_fstat}, [=](const CallArguments &call) {
+    std::string item = call.isOf(SYS_newfstatat) ? call.text(1) : "";
+    if (item.empty()) {
+      std::error_code ignored;
+      std::string place = "/proc/self/fd/" + std::to_string(static_cast<int>(call[0]));
+      item = std::filesystem::read_symlink(place, ignored).filename();
+    }
+    return item == name ? std::optional(-static_cast<long>(errnum)) : std::nullopt;
   });
 }
 

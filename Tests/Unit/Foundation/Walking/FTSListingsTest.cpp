@@ -1,5 +1,5 @@
-// Walks on volumes that list their folders otherwise than a disk does, or fail at
-// it, alone and with threads that read ahead.
+// Walks on volumes that list their folders otherwise than a disk does, or that fail,
+// alone and with threads that read ahead.
 #include "Foundation/Walking/FTS.h"
 
 #include "Support/FakeProcessors.h"
@@ -12,7 +12,9 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <string>
+#include <sys/stat.h>
 
 namespace {
 
@@ -75,6 +77,80 @@ TEST(FTSListings, giveERRForAFolderThatFails) {
               std::string expected = ours(scratch.path(), physical);
               std::string end = "7 0 " + scratch.path();
               if (expected.find(end) == std::string::npos)
+                return "no error: " + expected;
+              return ahead(scratch.path()) == expected ? "" : "another sequence ahead";
+            }),
+            "");
+}
+
+// Files and folders whose names fill several of the pieces that are read ahead. Gives
+// the inode of the folder.
+ino_t makeLargeFolder(const std::string &path) {
+  std::string filler(230, 'x');
+  for (int index = 0; index < 1000; ++index) {
+    std::string item = path + "/" + std::to_string(index) + filler;
+    if (index % 10 == 0)
+      std::filesystem::create_directories(item + "/inner");
+    else
+      std::ofstream(item) << "content";
+  }
+  struct stat status;
+  EXPECT_EQ(::stat(path.c_str(), &status), 0);
+  return status.st_ino;
+}
+
+constexpr std::size_t piece = 16 * 1024;
+constexpr int pieces = 16;
+
+// The walk goes on alone then, from where the threads that read ahead have ended.
+TEST(FTSListings, thatLackMemoryForAMomentGiveEachEntryOnce) {
+  ScratchFolder scratch(quickFolder());
+  ino_t large = makeLargeFolder(scratch.path("large"));
+  for (const std::string &root : {scratch.path(), scratch.path("large")}) {
+    std::string expected = ours(root, physical);
+    for (int number = 0; number < pieces; ++number)
+      EXPECT_EQ(inForkedChild([&]() -> std::string {
+                  if (!kwtest::lackMemoryAtListing(number, large, piece, [] {}))
+                    return "no listings to answer";
+                  return ahead(root) == expected ? "" : "another sequence";
+                }),
+                "")
+          << root << ' ' << number;
+  }
+}
+
+TEST(FTSListings, giveERRForAFolderThatIsGoneWhenTheyLackMemory) {
+  ScratchFolder scratch(quickFolder());
+  ino_t large = makeLargeFolder(scratch.path("large"));
+  // Four pieces are read ahead at once.
+  for (int number : {4, 5, 12})
+    EXPECT_EQ(inForkedChild([&]() -> std::string {
+                std::string path = scratch.path("large");
+                if (!kwtest::lackMemoryAtListing(number, large, piece, [&] {
+                      std::filesystem::rename(path, scratch.path("elsewhere"));
+                    }))
+                  return "no listings to answer";
+                std::string given = ahead(scratch.path());
+                std::filesystem::rename(scratch.path("elsewhere"), path);
+                std::string end = "7 1 " + path + " large " + std::to_string(ENOENT) + " ";
+                return given.find(end) != std::string::npos ? "" : "no error";
+              }),
+              "")
+        << number;
+}
+
+// It can still be opened and listed.
+TEST(FTSListings, giveNSForAFolderWhoseStatusCannotBeRead) {
+  ScratchFolder scratch(quickFolder());
+  makeFolders(scratch);
+  for (int index = 0; index < 50; ++index)
+    std::filesystem::create_directories(scratch.path("20/sick/" + std::to_string(index) + "/x/y"));
+  EXPECT_EQ(inForkedChild([&]() -> std::string {
+              if (!kwtest::failStatusOf("sick", EIO))
+                return "no failure";
+              std::string expected = ours(scratch.path(), physical);
+              std::string sick = "10 2 " + scratch.path("20/sick") + " sick 5 ";
+              if (expected.find(sick) == std::string::npos)
                 return "no error: " + expected;
               return ahead(scratch.path()) == expected ? "" : "another sequence ahead";
             }),
