@@ -6,7 +6,7 @@
 #include "Support/Allocations.h"
 #include "Support/Attacker.h"
 #include "Support/FakeProcessors.h"
-#include "Support/OpenCounter.h"
+#include "Support/FolderWatch.h"
 #include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
 #include "Support/Sanitizers.h"
@@ -169,7 +169,7 @@ TEST(FTSReadAhead, retreatsWhenDescriptorsRunOut) {
 TEST(FTSReadAhead, opensEachFolderOnce) {
   ScratchFolder scratch(quickFolder());
   makeBush(scratch.path(), 4, 3);
-  kwtest::OpenCounter opened(scratch.path("2/1"));
+  kwtest::FolderWatch opened(scratch.path("2/1"), IN_OPEN);
   static_cast<void>(ahead(scratch.path(), physical));
   EXPECT_EQ(opened.count(), 1);
 }

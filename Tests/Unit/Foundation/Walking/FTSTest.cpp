@@ -2,8 +2,8 @@
 // it must be better: depth, descriptors, memory and trees that change.
 #include "Foundation/Walking/FTS.h"
 
+#include "Support/FolderWatch.h"
 #include "Support/ForkedChild.h"
-#include "Support/OpenCounter.h"
 #include "Support/RandomTree.h"
 #include "Support/ScratchFolder.h"
 #include "Support/WalkSequence.h"
@@ -22,7 +22,6 @@ namespace {
 using kwtest::DeepChain;
 using kwtest::inChildWithoutRights;
 using kwtest::inForkedChild;
-using kwtest::OpenCounter;
 using kwtest::openDescriptorCount;
 using kwtest::ours;
 using kwtest::quickFolder;
@@ -405,7 +404,7 @@ TEST(FTS, looksOnceForAllFoldersThatOneMoveHasLost) {
   readUpTo(*stream, paths.back());
   std::filesystem::rename(paths[100], scratch.path("lower"));
   std::filesystem::rename(paths[10], scratch.path("upper"));
-  OpenCounter opened(paths.front());
+  kwtest::FolderWatch opened(paths.front(), IN_OPEN);
   std::vector<FTSInfo> seen = infos(*stream);
   EXPECT_EQ(std::count(seen.begin(), seen.end(), FTSInfo::ERR), 90);
   EXPECT_EQ(opened.count(), 2) << "in vain for those, then for the lowest that is left";

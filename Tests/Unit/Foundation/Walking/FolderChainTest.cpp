@@ -3,6 +3,7 @@
 
 #include "Support/Allocations.h"
 #include "Support/AnotherVolume.h"
+#include "Support/FolderWatch.h"
 #include "Support/Sanitizers.h"
 #include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
@@ -16,7 +17,6 @@
 #include <filesystem>
 #include <set>
 #include <string>
-#include <sys/inotify.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -495,31 +495,6 @@ TEST(FolderChain, goesOnInALongListingAfterItWasClosed) {
   EXPECT_EQ(folders.size(), 10u);
 }
 
-// Tells whether a folder was listed since the last question.
-class ListingWatch {
-public:
-  explicit ListingWatch(const std::string &folder)
-      : watch_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-    if (::inotify_add_watch(watch_.get(), folder.c_str(), IN_ACCESS) < 0)
-      ADD_FAILURE() << "no watch of " << folder;
-  }
-
-  bool wasListed() const {
-    alignas(inotify_event) char events[16 * 1024];
-    bool was = false;
-    for (ssize_t size = 0; (size = ::read(watch_.get(), events, sizeof events)) > 0;)
-      for (char *at = events; at < events + size;) {
-        const auto *event = reinterpret_cast<const inotify_event *>(at);
-        was = was || event->len == 0; // the others are of folders in it
-        at += sizeof *event + event->len;
-      }
-    return was;
-  }
-
-private:
-  const NS::Descriptor watch_;
-};
-
 // More folders than are read at once, each so deep that the walk closes the one
 // that holds them. To list that again after each would take the square of their
 // number.
@@ -533,14 +508,14 @@ TEST(FolderChain, keepsALongListingWhileItsFolderIsClosed) {
     fs::create_directories(scratch.path(std::to_string(index)) + deep);
   FolderChain chain({.order = NS::EntryOrder::ByInode});
   ASSERT_EQ(enterRoot(chain, scratch.path()), 0);
-  ListingWatch watch(scratch.path());
+  kwtest::FolderWatch watch(scratch.path(), IN_ACCESS);
   std::set<std::string> seen;
   int listings = 0;
   NS::StepOutcome outcome;
   while (const NS::FolderEntry *entry = chain.next(outcome)) {
     std::string name = entry->name;
     EXPECT_TRUE(seen.insert(name).second) << name;
-    listings += watch.wasListed();
+    listings += watch.count() > 0;
     goDownAndBack(chain, name);
   }
   EXPECT_TRUE(outcome.isDone());
@@ -573,11 +548,11 @@ TEST(FolderChain, listsAFolderOnceThoughTheWalkGoesDownFromIt) {
     fs::create_directory(scratch.path(name));
   FolderChain chain({});
   ASSERT_EQ(enterRoot(chain, scratch.path()), 0);
-  ListingWatch watch(scratch.path());
+  kwtest::FolderWatch watch(scratch.path(), IN_ACCESS);
   int listings = 0;
   NS::StepOutcome outcome;
   while (const NS::FolderEntry *entry = chain.next(outcome)) {
-    listings += watch.wasListed();
+    listings += watch.count() > 0;
     ASSERT_EQ(chain.enter(entry->name).errnum(), 0);
     ASSERT_EQ(chain.leave().errnum(), 0);
   }

@@ -1,36 +1,39 @@
-// Watches a folder for those that open it.
+// Watches a folder itself, apart from the items in it.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 #include <sys/inotify.h>
 #include <unistd.h>
 
 namespace kwtest {
 
-// Counts how often a folder itself is opened.
-class OpenCounter {
+class FolderWatch {
 public:
-  explicit OpenCounter(const std::string &folder)
+  // The events are of inotify, such as IN_OPEN.
+  FolderWatch(const std::string &folder, std::uint32_t events)
       : watch_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-    if (::inotify_add_watch(watch_, folder.c_str(), IN_OPEN) < 0)
+    if (::inotify_add_watch(watch_, folder.c_str(), events) < 0)
       ADD_FAILURE() << "no watch of " << folder;
   }
-  ~OpenCounter() { ::close(watch_); }
-  OpenCounter(const OpenCounter &) = delete;
-  OpenCounter &operator=(const OpenCounter &) = delete;
+  ~FolderWatch() { ::close(watch_); }
+  FolderWatch(const FolderWatch &) = delete;
+  FolderWatch &operator=(const FolderWatch &) = delete;
 
+  // The number of events since the last question. The system joins equal ones that
+  // follow one another.
   int count() const {
     alignas(inotify_event) char events[16 * 1024];
-    int opens = 0;
+    int seen = 0;
     for (ssize_t size = 0; (size = ::read(watch_, events, sizeof events)) > 0;)
       for (char *at = events; at < events + size;) {
         const auto *event = reinterpret_cast<const inotify_event *>(at);
-        opens += event->len == 0; // the others are of items in it
+        seen += event->len == 0; // the others are of items in it
         at += sizeof *event + event->len;
       }
-    return opens;
+    return seen;
   }
 
 private:
