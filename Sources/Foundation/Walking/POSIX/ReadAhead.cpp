@@ -118,13 +118,14 @@ void ReadAhead::retreat() {
   }
 }
 
+// Spins only for work, not for the budget: the walk may take its time.
 void ReadAhead::help(HelperPlace &place) {
   std::unique_ptr<char[]> buffer;
   Lock lock = lockSoon();
   while (!failed_ && place && place.mayStay()) {
     if (AheadBatch *batch = firstToRead())
       readTaken(*batch, lock, buffer, place);
-    else if (!comesSoon(lock, [&] { return list_.waiting() > 1; }))
+    else if (!budget_.hasRoom() || !comesSoon(lock, [&] { return list_.waiting() > 1; }))
       awaitWork(lock, place);
   }
 }

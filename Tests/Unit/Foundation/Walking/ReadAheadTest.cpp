@@ -1,0 +1,489 @@
+// The reading ahead of a walk: the folders that are open, the bounds, and the
+// threads that help.
+#include "Foundation/Walking/POSIX/ReadAhead.h"
+
+#include "Support/Allocations.h"
+#include "Support/FakeProcessors.h"
+#include "Support/ForkedChild.h"
+#include "Support/ScratchFolder.h"
+#include "Support/ThreadState.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <semaphore>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using kwtest::openDescriptorCount;
+using kwtest::quickFolder;
+using kwtest::ScratchFolder;
+using NS::AheadBatch;
+using NS::AheadBudget;
+
+using State = AheadBatch::State;
+
+// A walk of this thread over a folder. It tells which items the threads look at, and
+// may hold them up there. By itself it has read nothing.
+class Walk final : public NS::FTSSieve {
+public:
+  explicit Walk(const std::string &path, unsigned processors = 1, unsigned forDevice = 1)
+      : processors_(processors, forDevice),
+        folder_(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+        ahead({NS::FTSOption::PHYSICAL, this}, processors), root(*ahead.begin(folder_)) {}
+  ~Walk() override {
+    ahead.drop(root);
+    ahead.retreat();
+    ::close(folder_);
+  }
+  Walk(const Walk &) = delete;
+  Walk &operator=(const Walk &) = delete;
+
+  std::function<void()> onOwnItem = [] {};
+  std::function<void()> onHelpersItem = [] {};
+
+  bool returns(const char *name, NS::FTSInfo /*info*/, const NS::FTSStat & /*status*/,
+               std::int64_t & /*number*/) const noexcept override {
+    {
+      std::lock_guard lock(mutex_);
+      names_.emplace_back(name);
+    }
+    (::gettid() == thread ? onOwnItem : onHelpersItem)();
+    return true;
+  }
+
+  // Of the items that the threads have looked at.
+  std::vector<std::string> names() const {
+    std::lock_guard lock(mutex_);
+    return names_;
+  }
+  std::vector<AheadBatch *> folders(State state) const {
+    std::vector<AheadBatch *> found;
+    for (std::size_t index = 0; index < root.folderCount; ++index)
+      if (root.folders[index].state == state)
+        found.push_back(&root.folders[index]);
+    return found;
+  }
+
+private:
+  kwtest::FakeProcessors processors_;
+  const int folder_;
+  mutable std::mutex mutex_;
+  mutable std::vector<std::string> names_;
+
+public:
+  const pid_t thread = ::gettid();
+  NS::ReadAhead ahead;
+  AheadBatch &root;
+};
+
+// Threads wait for it, however often it is raised.
+class Event {
+public:
+  void raise() {
+    isRaised_ = true;
+    isRaised_.notify_all();
+  }
+  void wait() const { isRaised_.wait(false); }
+  bool isRaised() const { return isRaised_; }
+  void lower() { isRaised_ = false; }
+
+private:
+  std::atomic<bool> isRaised_ = false;
+};
+
+using Count = std::counting_semaphore<>;
+
+void acquire(Count &count, int times) {
+  while (times-- > 0)
+    count.acquire();
+}
+
+// Returns when no more threads than so many work for walks: a helper rests while it
+// has nothing to do.
+void waitUntilOthersRest(unsigned threads = 1) {
+  NS::Helpers working(threads);
+  while (working.isCrowded())
+    std::this_thread::yield();
+}
+
+// Folders with a file each, of the same name.
+void makeFolders(const ScratchFolder &scratch, int count) {
+  for (int index = 0; index < count; ++index) {
+    std::string name = std::to_string(index);
+    std::filesystem::create_directory(scratch.path(name));
+    scratch.file(name + "/" + name, "content");
+  }
+}
+
+AheadBatch &folderIn(const AheadBatch &batch, std::string_view name) {
+  for (const NS::AheadItem &item : batch.content->items)
+    if (item.name == name)
+      return *item.folder;
+  throw std::runtime_error("no folder " + std::string(name));
+}
+
+// The numbers of folders that are open besides the root, after each step.
+class OpenFolders {
+public:
+  void note() { text_ += " " + std::to_string(openDescriptorCount() - before_); }
+  const std::string &text() const { return text_; }
+
+private:
+  const std::size_t before_ = openDescriptorCount();
+  std::string text_;
+};
+
+std::string openWhileTheWalkGoesOn(Walk &walk) {
+  OpenFolders open;
+  auto read = [&](AheadBatch &batch) -> AheadBatch & {
+    if (!walk.ahead.await(batch))
+      throw std::runtime_error("the reading ahead has ended");
+    open.note();
+    return batch;
+  };
+  AheadBatch &a = read(folderIn(read(walk.root), "a"));
+  read(folderIn(a, "b"));
+  read(folderIn(read(folderIn(a, "c")), "d"));
+  return open.text();
+}
+
+TEST(ReadAhead, keepsAFolderOpenUntilTheFoldersInItAreRead) {
+  ScratchFolder scratch(quickFolder());
+  std::filesystem::create_directories(scratch.path("a/b"));
+  std::filesystem::create_directories(scratch.path("a/c/d"));
+  std::string expected = " 0 1 1 1 0";
+  Walk walk(scratch.path());
+  EXPECT_EQ(openWhileTheWalkGoesOn(walk), expected);
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              Walk inChild(scratch.path());
+              ::close(0);
+              return openWhileTheWalkGoesOn(inChild);
+            }),
+            expected)
+      << "the lowest descriptor is one as any other";
+}
+
+TEST(ReadAhead, closesAFolderWhenTheLastUnreadFolderInItIsDropped) {
+  ScratchFolder scratch(quickFolder());
+  std::filesystem::create_directories(scratch.path("a/b"));
+  std::filesystem::create_directories(scratch.path("a/c"));
+  Walk walk(scratch.path());
+  OpenFolders open;
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  AheadBatch &a = folderIn(walk.root, "a");
+  ASSERT_TRUE(walk.ahead.await(a));
+  open.note();
+  walk.ahead.drop(folderIn(a, "b"));
+  open.note();
+  walk.ahead.drop(folderIn(a, "c"));
+  open.note();
+  EXPECT_EQ(open.text(), " 1 1 0");
+}
+
+TEST(ReadAhead, closesEveryFolderBeneathOneThatIsDropped) {
+  ScratchFolder scratch(quickFolder());
+  std::filesystem::create_directories(scratch.path("a/b/c"));
+  Walk walk(scratch.path());
+  OpenFolders open;
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  AheadBatch &a = folderIn(walk.root, "a");
+  ASSERT_TRUE(walk.ahead.await(a));
+  ASSERT_TRUE(walk.ahead.await(folderIn(a, "b")));
+  open.note();
+  walk.ahead.drop(a);
+  open.note();
+  EXPECT_EQ(open.text(), " 1 0");
+}
+
+// At each allocation of a walk into the deep.
+TEST(ReadAhead, endsForGoodWithEveryFolderClosedWhenMemoryRunsOut) {
+  ScratchFolder scratch(quickFolder());
+  std::filesystem::create_directories(scratch.path("a/b/c/d"));
+  int failures = 0;
+  for (bool hasFailed = true; hasFailed; ++failures) {
+    Walk walk(scratch.path());
+    std::size_t before = openDescriptorCount();
+    kwtest::allocationsLeft() = failures;
+    AheadBatch *batch = &walk.root;
+    while (batch && walk.ahead.await(*batch))
+      batch = batch->folderCount > 0 ? &batch->folders[0] : nullptr;
+    kwtest::allocationsLeft().reset();
+    hasFailed = batch != nullptr;
+    EXPECT_EQ(openDescriptorCount(), before) << failures;
+    EXPECT_FALSE(batch && walk.ahead.await(*batch)) << failures;
+  }
+  EXPECT_GT(failures, 10);
+}
+
+TEST(ReadAhead, readsAllFoldersThoughTheWalkDoesNotGoOn) {
+  ScratchFolder scratch(quickFolder());
+  makeFolders(scratch, 6);
+  Walk walk(scratch.path(), 4, 4);
+  Count seen(0);
+  walk.onHelpersItem = [&] { seen.release(); };
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  acquire(seen, 6);
+  waitUntilOthersRest();
+  EXPECT_EQ(walk.folders(State::Ready).size(), 6u);
+  for (AheadBatch *batch : walk.folders(State::Ready))
+    EXPECT_TRUE(walk.ahead.await(*batch));
+}
+
+TEST(ReadAhead, letsTheWalkReadOtherFoldersWhileThreadsReadTheOneThatItNeeds) {
+  ScratchFolder scratch(quickFolder());
+  makeFolders(scratch, 5);
+  Walk walk(scratch.path(), 4, 4);
+  Count held(0);
+  Event goesOn;
+  walk.onHelpersItem = [&] {
+    held.release();
+    goesOn.wait();
+  };
+  walk.onOwnItem = [&] { goesOn.raise(); };
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  acquire(held, 3);
+  EXPECT_TRUE(walk.ahead.await(*walk.folders(State::Reading).at(0)));
+}
+
+TEST(ReadAhead, letsTheWalkSleepUntilAThreadHasReadTheFolderThatItNeeds) {
+  ScratchFolder scratch(quickFolder());
+  makeFolders(scratch, 4);
+  Walk walk(scratch.path(), 4, 4);
+  Count held(0);
+  Event goesOn;
+  walk.onHelpersItem = [&] {
+    held.release();
+    goesOn.wait();
+    while (!kwtest::isAsleep(walk.thread))
+      std::this_thread::yield();
+  };
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  acquire(held, 3);
+  ASSERT_TRUE(walk.ahead.await(*walk.folders(State::Waiting).at(0)));
+  goesOn.raise();
+  for (AheadBatch *batch : walk.folders(State::Reading))
+    EXPECT_TRUE(walk.ahead.await(*batch));
+}
+
+// Holds helpers up at their items until the walk waits for them, or has not done so.
+class Hold {
+public:
+  explicit Hold(Walk &walk) {
+    walk.onHelpersItem = [this, thread = walk.thread] {
+      held_.release();
+      goesOn_.wait();
+      while (!hasReturned_.isRaised() && !kwtest::isAsleep(thread))
+        std::this_thread::yield();
+      ++ended_;
+    };
+  }
+  // The number of helpers that had read their folders when the work returned.
+  template <typename Work> int endedAfter(int helpers, Work work) {
+    acquire(held_, helpers);
+    goesOn_.raise();
+    work();
+    int ended = ended_;
+    hasReturned_.raise();
+    return ended;
+  }
+
+private:
+  Count held_{0};
+  Event goesOn_;
+  Event hasReturned_;
+  std::atomic<int> ended_ = 0;
+};
+
+TEST(ReadAhead, waitsInRetreatForTheFoldersThatAreBeingRead) {
+  ScratchFolder scratch(quickFolder());
+  makeFolders(scratch, 5);
+  std::size_t before = openDescriptorCount();
+  Walk walk(scratch.path(), 4, 4);
+  Hold hold(walk);
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  EXPECT_EQ(hold.endedAfter(3, [&] { walk.ahead.retreat(); }), 3);
+  EXPECT_EQ(openDescriptorCount(), before + 1) << "the root stays open";
+  EXPECT_EQ(walk.folders(State::Ready).size(), 3u);
+  for (AheadBatch *batch : walk.folders(State::Ready))
+    EXPECT_TRUE(walk.ahead.await(*batch)) << "the walk can use it";
+  EXPECT_FALSE(walk.ahead.await(*walk.folders(State::Waiting).at(0)));
+}
+
+TEST(ReadAhead, waitsUntilAFolderIsReadThatIsDropped) {
+  ScratchFolder scratch(quickFolder());
+  makeFolders(scratch, 1);
+  for (std::string_view name : {"empty", "another", "a third"})
+    std::filesystem::create_directory(scratch.path(name));
+  Walk walk(scratch.path(), 4, 4);
+  Hold hold(walk);
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  AheadBatch &folder = folderIn(walk.root, "0");
+  EXPECT_EQ(hold.endedAfter(1, [&] { walk.ahead.drop(folder); }), 1);
+}
+
+TEST(ReadAhead, neverReadsFoldersThatWereDropped) {
+  ScratchFolder scratch(quickFolder());
+  makeFolders(scratch, 6);
+  Walk walk(scratch.path(), 4, 4);
+  Count held(0);
+  Event goesOn;
+  walk.onHelpersItem = [&] {
+    held.release();
+    goesOn.wait();
+  };
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  acquire(held, 3);
+  for (AheadBatch *batch : walk.folders(State::Waiting))
+    walk.ahead.drop(*batch);
+  goesOn.raise();
+  waitUntilOthersRest();
+  EXPECT_EQ(walk.names().size(), 3u);
+}
+
+// The others have nothing to do until a thread finds the folders.
+TEST(ReadAhead, wakesThreadsForFoldersThatOneHasFound) {
+  ScratchFolder scratch(quickFolder());
+  makeFolders(scratch, 1);
+  for (std::string_view name : {"empty", "another", "a third", "0/a", "0/b", "0/c", "0/d"})
+    std::filesystem::create_directory(scratch.path(name));
+  for (std::string_view name : {"0/a/file", "0/b/file", "0/c/file", "0/d/file"})
+    scratch.file(name, "content");
+  Walk walk(scratch.path(), 4, 4);
+  Count held(0);
+  Event hasSubfolders, goesOn;
+  walk.onHelpersItem = [&] {
+    bool isFirst = !hasSubfolders.isRaised();
+    held.release();
+    (isFirst ? hasSubfolders : goesOn).wait();
+  };
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  acquire(held, 1);
+  waitUntilOthersRest(2);
+  hasSubfolders.raise();
+  acquire(held, 2); // two at once
+  goesOn.raise();
+}
+
+TEST(ReadAhead, letsTheWalkReadTheRestOfALargeFolder) {
+  ScratchFolder scratch(quickFolder());
+  for (std::string_view name : {"large", "empty", "another", "a third"})
+    std::filesystem::create_directory(scratch.path(name));
+  std::string filler(200, 'x');
+  for (int index = 0; index < 500; ++index)
+    scratch.file("large/" + std::to_string(index) + filler, "");
+  Walk walk(scratch.path(), 2, 2);
+  Count held(0);
+  Event goesOn;
+  walk.onHelpersItem = [&] {
+    held.release();
+    goesOn.wait();
+  };
+  walk.onOwnItem = [&] { goesOn.raise(); };
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  acquire(held, 1);
+  AheadBatch &large = folderIn(walk.root, "large");
+  ASSERT_TRUE(walk.ahead.await(large));
+  AheadBatch *rest = walk.ahead.next(large);
+  ASSERT_NE(rest, nullptr);
+  EXPECT_TRUE(walk.ahead.await(*rest));
+  walk.ahead.drop(*rest);
+  EXPECT_EQ(walk.names().size(), 500u);
+}
+
+TEST(ReadAhead, hasMoreThreadsThanProcessorsWhileTheyWaitForADevice) {
+  ScratchFolder scratch(quickFolder());
+  makeFolders(scratch, 8);
+  Walk walk(scratch.path(), 2, 3);
+  Count held(0);
+  Event goesOn;
+  walk.onOwnItem = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
+  walk.onHelpersItem = [&] {
+    held.release();
+    goesOn.wait();
+  };
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  acquire(held, 1);
+  ASSERT_TRUE(walk.ahead.await(*walk.folders(State::Waiting).at(0)));
+  acquire(held, 1); // another one
+  goesOn.raise();
+  acquire(held, 5);
+  waitUntilOthersRest();
+}
+
+// A tree of more than may be read ahead.
+class ReadAheadOfALargeTree : public testing::Test {
+protected:
+  static constexpr int helpers = 3;
+  static constexpr std::size_t mostOfAFolder = 100 * 1024;
+
+  ReadAheadOfALargeTree() {
+    std::string filler(200, 'x');
+    for (int folder = 0; folder < 100; ++folder) {
+      std::string path = scratch_.path(std::to_string(folder));
+      std::filesystem::create_directory(path);
+      for (int file = 0; file < 200; ++file)
+        std::ofstream(path + "/" + std::to_string(file) + filler) << "";
+    }
+    walk_.emplace(scratch_.path(), helpers + 1, helpers + 1);
+    walk_->onHelpersItem = [this] { hasReadOn_.raise(); };
+  }
+
+  NS::ReadAhead &ahead() { return walk_->ahead; }
+
+  std::size_t bytesAhead() const {
+    std::size_t bytes = walk_->root.bytes();
+    for (const AheadBatch *batch : walk_->folders(State::Ready))
+      bytes += batch->bytes();
+    return bytes;
+  }
+
+  void readAsMuchAsMayBe() {
+    ASSERT_TRUE(ahead().await(walk_->root));
+    waitUntilOthersRest();
+    EXPECT_GE(bytesAhead(), AheadBudget::mostBytes);
+    EXPECT_LE(bytesAhead(), AheadBudget::mostBytes + helpers * mostOfAFolder);
+  }
+
+  // The walk itself reads nothing meanwhile.
+  template <typename Use> void expectThatTheyGoOnAfter(Use use) {
+    hasReadOn_.lower();
+    while (bytesAhead() >= AheadBudget::mostBytes / 2)
+      use(*walk_->folders(State::Ready).at(0));
+    hasReadOn_.wait();
+    waitUntilOthersRest();
+    EXPECT_TRUE(walk_->folders(State::Waiting).empty());
+  }
+
+private:
+  ScratchFolder scratch_{quickFolder()};
+  Event hasReadOn_;
+  std::optional<Walk> walk_;
+};
+
+TEST_F(ReadAheadOfALargeTree, goesOnWhenTheWalkHasUsedHalfOfAllThatIsAhead) {
+  readAsMuchAsMayBe();
+  expectThatTheyGoOnAfter([&](AheadBatch &batch) { ahead().next(batch); });
+}
+
+TEST_F(ReadAheadOfALargeTree, goesOnWhenTheWalkHasDroppedHalfOfAllThatIsAhead) {
+  readAsMuchAsMayBe();
+  expectThatTheyGoOnAfter([&](AheadBatch &batch) { ahead().drop(batch); });
+}
+
+} // namespace
