@@ -4,6 +4,7 @@
 #include "Foundation/Descriptors/DescriptorBudget.h"
 #include "Foundation/Walking/FTS.h"
 
+#include "Support/Allocations.h"
 #include "Support/FakeProcessors.h"
 #include "Support/PrivateMounts.h"
 #include "Support/RandomTree.h"
@@ -22,6 +23,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -238,11 +240,8 @@ private:
   mutable std::atomic<int> items_{0};
 };
 
-// The threads that read ahead give up within the large folder; the walk goes on
-// after the items of it that the sieve has seen already.
-TEST(FTSSieve, goesOnAloneAfterTheItemsThatWereHeldBack) {
-  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
-  ScratchFolder scratch(quickFolder());
+// Files and folders, too many for one batch.
+void makeManyItems(const ScratchFolder &scratch) {
   std::string filler(200, 'x');
   for (int index = 0; index < 4000; ++index) {
     std::string path = scratch.path(std::to_string(index) + filler);
@@ -250,6 +249,14 @@ TEST(FTSSieve, goesOnAloneAfterTheItemsThatWereHeldBack) {
       std::filesystem::create_directory(path);
     std::ofstream(index % 20 == 0 ? path + "/file" : path) << "content";
   }
+}
+
+// The threads that read ahead give up within the large folder; the walk goes on
+// after the items of it that the sieve has seen already.
+TEST(FTSSieve, goesOnAloneAfterTheItemsThatWereHeldBack) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
+  ScratchFolder scratch(quickFolder());
+  makeManyItems(scratch);
   std::string text = expected(scratch.path(), physical);
   for (int patience = 100; patience < 2000; patience += 200)
     EXPECT_EQ(inForkedChild([&]() -> std::string {
@@ -261,6 +268,30 @@ TEST(FTSSieve, goesOnAloneAfterTheItemsThatWereHeldBack) {
               }),
               "")
         << patience;
+}
+
+// Leaves each thread but its own without memory after so many allocations.
+class Starver final : public OneOfThree {
+public:
+  explicit Starver(int allocations) : allocations_(allocations) {}
+  bool returns(const char *name, NS::FTSInfo info, const NS::FTSStat &status,
+               std::int64_t &number) const noexcept override {
+    if (std::this_thread::get_id() != own_)
+      kwtest::allocationsLeft() = allocations_;
+    return OneOfThree::returns(name, info, status, number);
+  }
+
+private:
+  const int allocations_;
+  const std::thread::id own_ = std::this_thread::get_id();
+};
+
+TEST(FTSSieve, goesOnAloneWhenTheThreadsThatReadAheadLackMemory) {
+  ScratchFolder scratch(quickFolder());
+  makeManyItems(scratch);
+  std::string text = expected(scratch.path(), physical);
+  for (int allocations = 0; allocations < 8; ++allocations)
+    EXPECT_EQ(sieved(scratch.path(), physical, 4, Starver(allocations)), text) << allocations;
 }
 
 // Cancels its request at the tenth item.
