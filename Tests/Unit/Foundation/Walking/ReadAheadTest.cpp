@@ -107,12 +107,24 @@ private:
   std::atomic<bool> isRaised_ = false;
 };
 
-using Count = std::counting_semaphore<>;
+// Holds threads up until it is opened.
+class Hold {
+public:
+  void pass() {
+    held_.release();
+    isOpen_.wait();
+  }
+  // Returns when so many threads more have come.
+  void waitFor(int threads) {
+    while (threads-- > 0)
+      held_.acquire();
+  }
+  void open() { isOpen_.raise(); }
 
-void acquire(Count &count, int times) {
-  while (times-- > 0)
-    count.acquire();
-}
+private:
+  std::counting_semaphore<> held_{0};
+  Event isOpen_;
+};
 
 // Returns when no more threads than so many work for walks: a helper rests while it
 // has nothing to do.
@@ -129,6 +141,12 @@ void makeFolders(const ScratchFolder &scratch, int count) {
     std::filesystem::create_directory(scratch.path(name));
     scratch.file(name + "/" + name, "content");
   }
+}
+
+// Empty folders, so many that threads help.
+void makeEmptyFolders(const ScratchFolder &scratch) {
+  for (int index = 0; index < 10; ++index)
+    std::filesystem::create_directory(scratch.path("empty " + std::to_string(index)));
 }
 
 AheadBatch &folderIn(const AheadBatch &batch, std::string_view name) {
@@ -233,70 +251,63 @@ TEST(ReadAhead, endsForGoodWithEveryFolderClosedWhenMemoryRunsOut) {
 
 TEST(ReadAhead, readsAllFoldersThoughTheWalkDoesNotGoOn) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 6);
+  makeFolders(scratch, 10);
+  Hold hold;
+  hold.open();
   Walk walk(scratch.path(), 4, 4);
-  Count seen(0);
-  walk.onHelpersItem = [&] { seen.release(); };
+  walk.onHelpersItem = [&] { hold.pass(); };
   ASSERT_TRUE(walk.ahead.await(walk.root));
-  acquire(seen, 6);
+  hold.waitFor(10);
   waitUntilOthersRest();
-  EXPECT_EQ(walk.folders(State::Ready).size(), 6u);
+  EXPECT_EQ(walk.folders(State::Ready).size(), 10u);
   for (AheadBatch *batch : walk.folders(State::Ready))
     EXPECT_TRUE(walk.ahead.await(*batch));
 }
 
 TEST(ReadAhead, letsTheWalkReadOtherFoldersWhileThreadsReadTheOneThatItNeeds) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 5);
+  makeFolders(scratch, 10);
+  Hold hold;
   Walk walk(scratch.path(), 4, 4);
-  Count held(0);
-  Event goesOn;
-  walk.onHelpersItem = [&] {
-    held.release();
-    goesOn.wait();
-  };
-  walk.onOwnItem = [&] { goesOn.raise(); };
+  walk.onHelpersItem = [&] { hold.pass(); };
+  walk.onOwnItem = [&] { hold.open(); };
   ASSERT_TRUE(walk.ahead.await(walk.root));
-  acquire(held, 3);
+  hold.waitFor(3);
   EXPECT_TRUE(walk.ahead.await(*walk.folders(State::Reading).at(0)));
 }
 
 TEST(ReadAhead, letsTheWalkSleepUntilAThreadHasReadTheFolderThatItNeeds) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 4);
+  makeFolders(scratch, 10);
+  Hold hold;
   Walk walk(scratch.path(), 4, 4);
-  Count held(0);
-  Event goesOn;
   walk.onHelpersItem = [&] {
-    held.release();
-    goesOn.wait();
+    hold.pass();
     while (!kwtest::isAsleep(walk.thread))
       std::this_thread::yield();
   };
   ASSERT_TRUE(walk.ahead.await(walk.root));
-  acquire(held, 3);
-  ASSERT_TRUE(walk.ahead.await(*walk.folders(State::Waiting).at(0)));
-  goesOn.raise();
+  hold.waitFor(3);
+  for (AheadBatch *batch : walk.folders(State::Waiting))
+    EXPECT_TRUE(walk.ahead.await(*batch));
+  hold.open();
   for (AheadBatch *batch : walk.folders(State::Reading))
     EXPECT_TRUE(walk.ahead.await(*batch));
 }
 
-// Holds helpers up at their items until the walk waits for them, or has not done so.
-class Hold {
+// Holds helpers up at their items while the walk works, unless it waits for them.
+class WaitedFor {
 public:
-  explicit Hold(Walk &walk) {
-    walk.onHelpersItem = [this, thread = walk.thread] {
-      held_.release();
-      goesOn_.wait();
-      while (!hasReturned_.isRaised() && !kwtest::isAsleep(thread))
-        std::this_thread::yield();
-      ++ended_;
-    };
+  void pass(pid_t walk) {
+    hold_.pass();
+    while (!hasReturned_.isRaised() && !kwtest::isAsleep(walk))
+      std::this_thread::yield();
+    ++ended_;
   }
   // The number of helpers that had read their folders when the work returned.
   template <typename Work> int endedAfter(int helpers, Work work) {
-    acquire(held_, helpers);
-    goesOn_.raise();
+    hold_.waitFor(helpers);
+    hold_.open();
     work();
     int ended = ended_;
     hasReturned_.raise();
@@ -304,20 +315,20 @@ public:
   }
 
 private:
-  Count held_{0};
-  Event goesOn_;
+  Hold hold_;
   Event hasReturned_;
   std::atomic<int> ended_ = 0;
 };
 
 TEST(ReadAhead, waitsInRetreatForTheFoldersThatAreBeingRead) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 5);
+  makeFolders(scratch, 10);
   std::size_t before = openDescriptorCount();
+  WaitedFor helpers;
   Walk walk(scratch.path(), 4, 4);
-  Hold hold(walk);
+  walk.onHelpersItem = [&] { helpers.pass(walk.thread); };
   ASSERT_TRUE(walk.ahead.await(walk.root));
-  EXPECT_EQ(hold.endedAfter(3, [&] { walk.ahead.retreat(); }), 3);
+  EXPECT_EQ(helpers.endedAfter(3, [&] { walk.ahead.retreat(); }), 3);
   EXPECT_EQ(openDescriptorCount(), before + 1) << "the root stays open";
   EXPECT_EQ(walk.folders(State::Ready).size(), 3u);
   for (AheadBatch *batch : walk.folders(State::Ready))
@@ -328,30 +339,26 @@ TEST(ReadAhead, waitsInRetreatForTheFoldersThatAreBeingRead) {
 TEST(ReadAhead, waitsUntilAFolderIsReadThatIsDropped) {
   ScratchFolder scratch(quickFolder());
   makeFolders(scratch, 1);
-  for (std::string_view name : {"empty", "another", "a third"})
-    std::filesystem::create_directory(scratch.path(name));
+  makeEmptyFolders(scratch);
+  WaitedFor helpers;
   Walk walk(scratch.path(), 4, 4);
-  Hold hold(walk);
+  walk.onHelpersItem = [&] { helpers.pass(walk.thread); };
   ASSERT_TRUE(walk.ahead.await(walk.root));
   AheadBatch &folder = folderIn(walk.root, "0");
-  EXPECT_EQ(hold.endedAfter(1, [&] { walk.ahead.drop(folder); }), 1);
+  EXPECT_EQ(helpers.endedAfter(1, [&] { walk.ahead.drop(folder); }), 1);
 }
 
 TEST(ReadAhead, neverReadsFoldersThatWereDropped) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 6);
+  makeFolders(scratch, 10);
+  Hold hold;
   Walk walk(scratch.path(), 4, 4);
-  Count held(0);
-  Event goesOn;
-  walk.onHelpersItem = [&] {
-    held.release();
-    goesOn.wait();
-  };
+  walk.onHelpersItem = [&] { hold.pass(); };
   ASSERT_TRUE(walk.ahead.await(walk.root));
-  acquire(held, 3);
+  hold.waitFor(3);
   for (AheadBatch *batch : walk.folders(State::Waiting))
     walk.ahead.drop(*batch);
-  goesOn.raise();
+  hold.open();
   waitUntilOthersRest();
   EXPECT_EQ(walk.names().size(), 3u);
 }
@@ -360,43 +367,37 @@ TEST(ReadAhead, neverReadsFoldersThatWereDropped) {
 TEST(ReadAhead, wakesThreadsForFoldersThatOneHasFound) {
   ScratchFolder scratch(quickFolder());
   makeFolders(scratch, 1);
-  for (std::string_view name : {"empty", "another", "a third", "0/a", "0/b", "0/c", "0/d"})
+  makeEmptyFolders(scratch);
+  for (std::string_view name : {"0/a", "0/b", "0/c", "0/d"}) {
     std::filesystem::create_directory(scratch.path(name));
-  for (std::string_view name : {"0/a/file", "0/b/file", "0/c/file", "0/d/file"})
-    scratch.file(name, "content");
+    scratch.file(std::string(name) + "/file", "content");
+  }
+  Hold atFirst, atSubfolders;
+  Event hasSubfolders;
   Walk walk(scratch.path(), 4, 4);
-  Count held(0);
-  Event hasSubfolders, goesOn;
-  walk.onHelpersItem = [&] {
-    bool isFirst = !hasSubfolders.isRaised();
-    held.release();
-    (isFirst ? hasSubfolders : goesOn).wait();
-  };
+  walk.onHelpersItem = [&] { (hasSubfolders.isRaised() ? atSubfolders : atFirst).pass(); };
   ASSERT_TRUE(walk.ahead.await(walk.root));
-  acquire(held, 1);
+  atFirst.waitFor(1);
   waitUntilOthersRest(2);
   hasSubfolders.raise();
-  acquire(held, 2); // two at once
-  goesOn.raise();
+  atFirst.open();
+  atSubfolders.waitFor(2); // at once
+  atSubfolders.open();
 }
 
 TEST(ReadAhead, letsTheWalkReadTheRestOfALargeFolder) {
   ScratchFolder scratch(quickFolder());
-  for (std::string_view name : {"large", "empty", "another", "a third"})
-    std::filesystem::create_directory(scratch.path(name));
+  makeEmptyFolders(scratch);
+  std::filesystem::create_directory(scratch.path("large"));
   std::string filler(200, 'x');
   for (int index = 0; index < 500; ++index)
     scratch.file("large/" + std::to_string(index) + filler, "");
+  Hold hold;
   Walk walk(scratch.path(), 2, 2);
-  Count held(0);
-  Event goesOn;
-  walk.onHelpersItem = [&] {
-    held.release();
-    goesOn.wait();
-  };
-  walk.onOwnItem = [&] { goesOn.raise(); };
+  walk.onHelpersItem = [&] { hold.pass(); };
+  walk.onOwnItem = [&] { hold.open(); };
   ASSERT_TRUE(walk.ahead.await(walk.root));
-  acquire(held, 1);
+  hold.waitFor(1);
   AheadBatch &large = folderIn(walk.root, "large");
   ASSERT_TRUE(walk.ahead.await(large));
   AheadBatch *rest = walk.ahead.next(large);
@@ -408,21 +409,17 @@ TEST(ReadAhead, letsTheWalkReadTheRestOfALargeFolder) {
 
 TEST(ReadAhead, hasMoreThreadsThanProcessorsWhileTheyWaitForADevice) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 8);
+  makeFolders(scratch, 12);
+  Hold hold;
   Walk walk(scratch.path(), 2, 3);
-  Count held(0);
-  Event goesOn;
   walk.onOwnItem = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
-  walk.onHelpersItem = [&] {
-    held.release();
-    goesOn.wait();
-  };
+  walk.onHelpersItem = [&] { hold.pass(); };
   ASSERT_TRUE(walk.ahead.await(walk.root));
-  acquire(held, 1);
+  hold.waitFor(1);
   ASSERT_TRUE(walk.ahead.await(*walk.folders(State::Waiting).at(0)));
-  acquire(held, 1); // another one
-  goesOn.raise();
-  acquire(held, 5);
+  hold.waitFor(1); // another one
+  hold.open();
+  hold.waitFor(9);
   waitUntilOthersRest();
 }
 
