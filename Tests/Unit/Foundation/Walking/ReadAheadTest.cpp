@@ -134,12 +134,12 @@ void waitUntilOthersRest(unsigned threads = 1) {
     std::this_thread::yield();
 }
 
-// Folders with a file each, of the same name.
-void makeFolders(const ScratchFolder &scratch, int count) {
+// Folders with a file each.
+void makeFolders(const std::string &parent, int count) {
   for (int index = 0; index < count; ++index) {
-    std::string name = std::to_string(index);
-    std::filesystem::create_directory(scratch.path(name));
-    scratch.file(name + "/" + name, "content");
+    std::string path = parent + "/" + std::to_string(index);
+    std::filesystem::create_directory(path);
+    std::ofstream(path + "/file") << "content";
   }
 }
 
@@ -251,7 +251,7 @@ TEST(ReadAhead, endsForGoodWithEveryFolderClosedWhenMemoryRunsOut) {
 
 TEST(ReadAhead, readsAllFoldersThoughTheWalkDoesNotGoOn) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 10);
+  makeFolders(scratch.path(), 10);
   Hold hold;
   hold.open();
   Walk walk(scratch.path(), 4, 4);
@@ -266,7 +266,7 @@ TEST(ReadAhead, readsAllFoldersThoughTheWalkDoesNotGoOn) {
 
 TEST(ReadAhead, letsTheWalkReadOtherFoldersWhileThreadsReadTheOneThatItNeeds) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 10);
+  makeFolders(scratch.path(), 10);
   Hold hold;
   Walk walk(scratch.path(), 4, 4);
   walk.onHelpersItem = [&] { hold.pass(); };
@@ -278,7 +278,7 @@ TEST(ReadAhead, letsTheWalkReadOtherFoldersWhileThreadsReadTheOneThatItNeeds) {
 
 TEST(ReadAhead, letsTheWalkSleepUntilAThreadHasReadTheFolderThatItNeeds) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 10);
+  makeFolders(scratch.path(), 10);
   Hold hold;
   Walk walk(scratch.path(), 4, 4);
   walk.onHelpersItem = [&] {
@@ -322,7 +322,7 @@ private:
 
 TEST(ReadAhead, waitsInRetreatForTheFoldersThatAreBeingRead) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 10);
+  makeFolders(scratch.path(), 10);
   std::size_t before = openDescriptorCount();
   WaitedFor helpers;
   Walk walk(scratch.path(), 4, 4);
@@ -338,7 +338,7 @@ TEST(ReadAhead, waitsInRetreatForTheFoldersThatAreBeingRead) {
 
 TEST(ReadAhead, waitsUntilAFolderIsReadThatIsDropped) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 1);
+  makeFolders(scratch.path(), 1);
   makeEmptyFolders(scratch);
   WaitedFor helpers;
   Walk walk(scratch.path(), 4, 4);
@@ -350,7 +350,7 @@ TEST(ReadAhead, waitsUntilAFolderIsReadThatIsDropped) {
 
 TEST(ReadAhead, neverReadsFoldersThatWereDropped) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 10);
+  makeFolders(scratch.path(), 10);
   Hold hold;
   Walk walk(scratch.path(), 4, 4);
   walk.onHelpersItem = [&] { hold.pass(); };
@@ -366,12 +366,9 @@ TEST(ReadAhead, neverReadsFoldersThatWereDropped) {
 // The others have nothing to do until a thread finds the folders.
 TEST(ReadAhead, wakesThreadsForFoldersThatOneHasFound) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 1);
+  makeFolders(scratch.path(), 1);
   makeEmptyFolders(scratch);
-  for (std::string_view name : {"0/a", "0/b", "0/c", "0/d"}) {
-    std::filesystem::create_directory(scratch.path(name));
-    scratch.file(std::string(name) + "/file", "content");
-  }
+  makeFolders(scratch.path("0"), 4);
   Hold atFirst, atSubfolders;
   Event hasSubfolders;
   Walk walk(scratch.path(), 4, 4);
@@ -409,7 +406,7 @@ TEST(ReadAhead, letsTheWalkReadTheRestOfALargeFolder) {
 
 TEST(ReadAhead, hasMoreThreadsThanProcessorsWhileTheyWaitForADevice) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch, 12);
+  makeFolders(scratch.path(), 12);
   Hold hold;
   Walk walk(scratch.path(), 2, 3);
   walk.onOwnItem = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
@@ -423,10 +420,28 @@ TEST(ReadAhead, hasMoreThreadsThanProcessorsWhileTheyWaitForADevice) {
   waitUntilOthersRest();
 }
 
+TEST(ReadAhead, isHelpedAfterAFolderWhoseDescriptorWasZero) {
+  ScratchFolder scratch(quickFolder());
+  std::filesystem::create_directories(scratch.path("a/b"));
+  makeFolders(scratch.path("a/b"), 10);
+  EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
+              Hold hold;
+              hold.open();
+              Walk walk(scratch.path(), 4, 4);
+              walk.onHelpersItem = [&] { hold.pass(); };
+              ::close(0);
+              AheadBatch *batch = &walk.root;
+              for (int level = 0; level < 3 && walk.ahead.await(*batch); ++level)
+                batch = &batch->folders[0];
+              hold.waitFor(10);
+              return "";
+            }),
+            "");
+}
+
 // A tree of more than may be read ahead.
 class ReadAheadOfALargeTree : public testing::Test {
 protected:
-  static constexpr int helpers = 3;
   static constexpr std::size_t mostOfAFolder = 100 * 1024;
 
   ReadAheadOfALargeTree() {
@@ -437,8 +452,6 @@ protected:
       for (int file = 0; file < 200; ++file)
         std::ofstream(path + "/" + std::to_string(file) + filler) << "";
     }
-    walk_.emplace(scratch_.path(), helpers + 1, helpers + 1);
-    walk_->onHelpersItem = [this] { hasReadOn_.raise(); };
   }
 
   NS::ReadAhead &ahead() { return walk_->ahead; }
@@ -450,7 +463,9 @@ protected:
     return bytes;
   }
 
-  void readAsMuchAsMayBe() {
+  void readAsMuchAsMayBe(unsigned helpers) {
+    walk_.emplace(scratch_.path(), helpers + 1, helpers + 1);
+    walk_->onHelpersItem = [this] { hasReadOn_.raise(); };
     ASSERT_TRUE(ahead().await(walk_->root));
     waitUntilOthersRest();
     EXPECT_GE(bytesAhead(), AheadBudget::mostBytes);
@@ -474,12 +489,12 @@ private:
 };
 
 TEST_F(ReadAheadOfALargeTree, goesOnWhenTheWalkHasUsedHalfOfAllThatIsAhead) {
-  readAsMuchAsMayBe();
+  readAsMuchAsMayBe(3);
   expectThatTheyGoOnAfter([&](AheadBatch &batch) { ahead().next(batch); });
 }
 
 TEST_F(ReadAheadOfALargeTree, goesOnWhenTheWalkHasDroppedHalfOfAllThatIsAhead) {
-  readAsMuchAsMayBe();
+  readAsMuchAsMayBe(1);
   expectThatTheyGoOnAfter([&](AheadBatch &batch) { ahead().drop(batch); });
 }
 
