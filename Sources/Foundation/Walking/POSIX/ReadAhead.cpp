@@ -238,7 +238,6 @@ void ReadAhead::discard(AheadBatch &batch) {
   batch.folders.reset();
   batch.folderCount = 0;
   spares_.give(std::move(batch.content));
-  batch.content.reset();
 }
 
 // Takes the lock. Spins first, since a thread holds it for less time than sleeping

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -18,6 +19,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <mutex>
 #include <optional>
 #include <semaphore>
@@ -101,7 +103,6 @@ public:
   }
   void wait() const { isRaised_.wait(false); }
   bool isRaised() const { return isRaised_; }
-  void lower() { isRaised_ = false; }
 
 private:
   std::atomic<bool> isRaised_ = false;
@@ -229,6 +230,21 @@ TEST(ReadAhead, closesEveryFolderBeneathOneThatIsDropped) {
   EXPECT_EQ(open.text(), " 1 0");
 }
 
+TEST(ReadAhead, holdsNothingOfAFolderThatTheWalkHasUsed) {
+  ScratchFolder scratch(quickFolder());
+  std::filesystem::create_directories(scratch.path("a/b"));
+  Walk walk(scratch.path());
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  AheadBatch &a = folderIn(walk.root, "a");
+  ASSERT_TRUE(walk.ahead.await(a));
+  AheadBatch &b = folderIn(a, "b");
+  ASSERT_TRUE(walk.ahead.await(b));
+  EXPECT_EQ(walk.ahead.next(b), nullptr);
+  EXPECT_EQ(walk.ahead.next(a), nullptr);
+  EXPECT_EQ(a.bytes(), sizeof(AheadBatch));
+  EXPECT_EQ(a.folders, nullptr);
+}
+
 // At each allocation of a walk into the deep.
 TEST(ReadAhead, endsForGoodWithEveryFolderClosedWhenMemoryRunsOut) {
   ScratchFolder scratch(quickFolder());
@@ -249,19 +265,51 @@ TEST(ReadAhead, endsForGoodWithEveryFolderClosedWhenMemoryRunsOut) {
   EXPECT_GT(failures, 10);
 }
 
-TEST(ReadAhead, readsAllFoldersThoughTheWalkDoesNotGoOn) {
+std::size_t threadCount() {
+  std::filesystem::directory_iterator threads("/proc/self/task");
+  return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
+}
+
+TEST(ReadAhead, endsItsThreadsWhenOneHasNoMemory) {
   ScratchFolder scratch(quickFolder());
-  makeFolders(scratch.path(), 10);
+  makeEmptyFolders(scratch);
+  makeFolders(scratch.path(), 1);
+  std::filesystem::create_directory(scratch.path("0/inner"));
+  std::size_t before = threadCount();
+  Hold hold;
+  Walk walk(scratch.path(), 4, 4);
+  walk.onHelpersItem = [&] {
+    hold.pass();
+    kwtest::allocationsLeft() = 0;
+  };
+  ASSERT_TRUE(walk.ahead.await(walk.root));
+  hold.waitFor(1);
+  waitUntilOthersRest(2);
+  hold.open();
+  while (threadCount() > before)
+    std::this_thread::yield();
+  AheadBatch &folder = folderIn(walk.root, "0");
+  EXPECT_TRUE(walk.ahead.await(folder));
+  EXPECT_FALSE(walk.ahead.await(folderIn(folder, "inner")));
+}
+
+// More than may be open at once: each is open until the folder in it is read.
+TEST(ReadAhead, readsAllFoldersThoughTheWalkDoesNotGoOn) {
+  constexpr int folders = AheadBudget::mostFolders + 20;
+  ScratchFolder scratch(quickFolder());
+  makeFolders(scratch.path(), folders);
+  for (int index = 0; index < folders; ++index)
+    std::filesystem::create_directory(scratch.path(std::to_string(index)) + "/inner");
   Hold hold;
   hold.open();
   Walk walk(scratch.path(), 4, 4);
   walk.onHelpersItem = [&] { hold.pass(); };
   ASSERT_TRUE(walk.ahead.await(walk.root));
-  hold.waitFor(10);
+  hold.waitFor(folders);
   waitUntilOthersRest();
-  EXPECT_EQ(walk.folders(State::Ready).size(), 10u);
   for (AheadBatch *batch : walk.folders(State::Ready))
     EXPECT_TRUE(walk.ahead.await(*batch));
+  EXPECT_TRUE(walk.folders(State::Waiting).empty());
 }
 
 TEST(ReadAhead, letsTheWalkReadOtherFoldersWhileThreadsReadTheOneThatItNeeds) {
@@ -420,10 +468,10 @@ TEST(ReadAhead, hasMoreThreadsThanProcessorsWhileTheyWaitForADevice) {
   waitUntilOthersRest();
 }
 
-TEST(ReadAhead, isHelpedAfterAFolderWhoseDescriptorWasZero) {
+TEST(ReadAhead, isHelpedAfterFoldersWhoseDescriptorWasZero) {
   ScratchFolder scratch(quickFolder());
-  std::filesystem::create_directories(scratch.path("a/b"));
-  makeFolders(scratch.path("a/b"), 10);
+  std::filesystem::create_directories(scratch.path("a/b/c"));
+  makeFolders(scratch.path("a/b/c"), 10);
   EXPECT_EQ(kwtest::inForkedChild([&]() -> std::string {
               Hold hold;
               hold.open();
@@ -431,7 +479,7 @@ TEST(ReadAhead, isHelpedAfterAFolderWhoseDescriptorWasZero) {
               walk.onHelpersItem = [&] { hold.pass(); };
               ::close(0);
               AheadBatch *batch = &walk.root;
-              for (int level = 0; level < 3 && walk.ahead.await(*batch); ++level)
+              for (int level = 0; level < 4 && walk.ahead.await(*batch); ++level)
                 batch = &batch->folders[0];
               hold.waitFor(10);
               return "";
@@ -439,17 +487,25 @@ TEST(ReadAhead, isHelpedAfterAFolderWhoseDescriptorWasZero) {
             "");
 }
 
-// A tree of more than may be read ahead.
+// Trees of more than may be read ahead.
 class ReadAheadOfALargeTree : public testing::Test {
 protected:
-  static constexpr std::size_t mostOfAFolder = 100 * 1024;
+  static constexpr std::size_t mostOfABatch = 100 * 1024;
 
-  ReadAheadOfALargeTree() {
+  ~ReadAheadOfALargeTree() override {
+    if (hold_)
+      hold_->open();
+    for (AheadBatch *batch : next_)
+      ahead().drop(*batch);
+  }
+
+  void makeTree(int folders, int files) {
     std::string filler(200, 'x');
-    for (int folder = 0; folder < 100; ++folder) {
+    makeEmptyFolders(scratch_);
+    for (int folder = 0; folder < folders; ++folder) {
       std::string path = scratch_.path(std::to_string(folder));
       std::filesystem::create_directory(path);
-      for (int file = 0; file < 200; ++file)
+      for (int file = 0; file < files; ++file)
         std::ofstream(path + "/" + std::to_string(file) + filler) << "";
     }
   }
@@ -458,44 +514,72 @@ protected:
 
   std::size_t bytesAhead() const {
     std::size_t bytes = walk_->root.bytes();
-    for (const AheadBatch *batch : walk_->folders(State::Ready))
-      bytes += batch->bytes();
+    for (const AheadBatch *batch : next_)
+      for (; batch && batch->state == State::Ready; batch = batch->rest)
+        bytes += batch->bytes();
     return bytes;
   }
 
   void readAsMuchAsMayBe(unsigned helpers) {
     walk_.emplace(scratch_.path(), helpers + 1, helpers + 1);
-    walk_->onHelpersItem = [this] { hasReadOn_.raise(); };
+    walk_->onHelpersItem = [this] {
+      if (hold_)
+        hold_->pass();
+    };
     ASSERT_TRUE(ahead().await(walk_->root));
     waitUntilOthersRest();
+    for (std::size_t index = 0; index < walk_->root.folderCount; ++index)
+      next_.push_back(&walk_->root.folders[index]);
     EXPECT_GE(bytesAhead(), AheadBudget::mostBytes);
-    EXPECT_LE(bytesAhead(), AheadBudget::mostBytes + helpers * mostOfAFolder);
+    EXPECT_LE(bytesAhead(), AheadBudget::mostBytes + helpers * mostOfABatch);
+    hold_.emplace();
   }
 
-  // The walk itself reads nothing meanwhile.
-  template <typename Use> void expectThatTheyGoOnAfter(Use use) {
-    hasReadOn_.lower();
-    while (bytesAhead() >= AheadBudget::mostBytes / 2)
-      use(*walk_->folders(State::Ready).at(0));
-    hasReadOn_.wait();
+  // Lets the walk use batches until less than half of the most is ahead. By itself it
+  // reads nothing. Returns when so many helpers read on, and lets them do so.
+  template <typename Use> void expectHelpersAfter(Use use, int helpers) {
+    while (bytesAhead() >= AheadBudget::mostBytes / 2) {
+      auto ready = std::ranges::find_if(
+          next_, [](const AheadBatch *batch) { return batch->state == State::Ready; });
+      ASSERT_NE(ready, next_.end());
+      *ready = use(**ready);
+      std::erase(next_, nullptr);
+    }
+    hold_->waitFor(helpers);
+    hold_->open();
     waitUntilOthersRest();
-    EXPECT_TRUE(walk_->folders(State::Waiting).empty());
+    EXPECT_LE(bytesAhead(), AheadBudget::mostBytes + 3 * mostOfABatch);
   }
 
 private:
   ScratchFolder scratch_{quickFolder()};
-  Event hasReadOn_;
+  std::optional<Hold> hold_;
   std::optional<Walk> walk_;
+  std::vector<AheadBatch *> next_; // of each folder
 };
 
 TEST_F(ReadAheadOfALargeTree, goesOnWhenTheWalkHasUsedHalfOfAllThatIsAhead) {
+  makeTree(100, 200);
   readAsMuchAsMayBe(3);
-  expectThatTheyGoOnAfter([&](AheadBatch &batch) { ahead().next(batch); });
+  expectHelpersAfter([&](AheadBatch &batch) { return ahead().next(batch); }, 1);
 }
 
 TEST_F(ReadAheadOfALargeTree, goesOnWhenTheWalkHasDroppedHalfOfAllThatIsAhead) {
+  makeTree(100, 200);
   readAsMuchAsMayBe(1);
-  expectThatTheyGoOnAfter([&](AheadBatch &batch) { ahead().drop(batch); });
+  expectHelpersAfter(
+      [&](AheadBatch &batch) {
+        ahead().drop(batch);
+        return nullptr;
+      },
+      1);
+}
+
+// The one that goes on wakes another one, for the rest of the folder that it reads.
+TEST_F(ReadAheadOfALargeTree, goesOnWithAnotherThreadInALargeFolder) {
+  makeTree(2, 16000);
+  readAsMuchAsMayBe(2);
+  expectHelpersAfter([&](AheadBatch &batch) { return ahead().next(batch); }, 2);
 }
 
 } // namespace
