@@ -57,6 +57,7 @@ TEST(Pipe, toTheNullDeviceWithOnlyOneDescriptorLeftThrows) {
 }
 
 TEST(Pipe, thatTheSystemRefusesRaises) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
   EXPECT_EQ(kwtest::inForkedChild([]() -> std::string {
               if (!kwtest::refuseCalls(SYS_pipe2, EPERM))
                 return "pipes still work";

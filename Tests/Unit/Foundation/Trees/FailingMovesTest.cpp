@@ -8,6 +8,7 @@
 #include "Support/MissingCall.h"
 #include "Support/MoveCode.h"
 #include "Support/PrivateMounts.h"
+#include "Support/Sanitizers.h"
 #include "Support/Scarcity.h"
 #include "Support/ScratchFolder.h"
 #include "Support/SteppedMove.h"
@@ -310,6 +311,7 @@ TEST(MoveAcross, logsThatTheSourceHasChangedAndNoOtherOutcome) {
 }
 
 TEST(CopyItem, tellsThatTheProcessHasNoDescriptorsLeft) {
+  KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS();
   ScratchFolder scratch;
   fs::create_directory(scratch.path("tree"));
   scratch.file("tree/file", "content");
