@@ -4,7 +4,6 @@
 
 #include "Foundation/Walking/POSIX/DirectoryRecords.h"
 
-#include "Support/Sanitizers.h"
 #include "Support/WatchedCalls.h"
 
 #include <algorithm>
@@ -50,7 +49,7 @@ inline bool listInPieces(std::size_t size = 512) {
 }
 
 // Replaces the types of records, of so many bytes in all.
-KW_WRITES_FOR_A_CALL inline void forgetTypes(void *records, long size) {
+inline void forgetTypes(void *records, long size) {
   auto *at = static_cast<char *>(records);
   for (char *end = at + size; at < end; at += NS::directoryRecordAt(at).length)
     at[offsetof(NS::DirectoryRecord, type)] = DT_UNKNOWN;

@@ -18,6 +18,35 @@ constexpr bool hasThreadSanitizer = false;
 // the program's can be tested.
 constexpr bool addsMemory = hasAddressSanitizer || hasThreadSanitizer;
 
+#if defined(__SANITIZE_THREAD__)
+extern "C" {
+void AnnotateIgnoreReadsBegin(const char *file, int line);
+void AnnotateIgnoreReadsEnd(const char *file, int line);
+void AnnotateIgnoreWritesBegin(const char *file, int line);
+void AnnotateIgnoreWritesEnd(const char *file, int line);
+}
+
+// While one exists, the thread sanitizer leaves this thread's use of memory out: it
+// does not see that the system holds up the other thread meanwhile.
+class WhileTheOtherThreadIsHeld {
+public:
+  WhileTheOtherThreadIsHeld() {
+    AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
+    AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
+  }
+  ~WhileTheOtherThreadIsHeld() {
+    AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
+    AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
+  }
+  WhileTheOtherThreadIsHeld(const WhileTheOtherThreadIsHeld &) = delete;
+  WhileTheOtherThreadIsHeld &operator=(const WhileTheOtherThreadIsHeld &) = delete;
+};
+#else
+struct WhileTheOtherThreadIsHeld {
+  WhileTheOtherThreadIsHeld() {}
+};
+#endif
+
 } // namespace kwtest
 
 // The check of objects' types opens a pipe before it looks at one, and takes
@@ -25,7 +54,3 @@ constexpr bool addsMemory = hasAddressSanitizer || hasThreadSanitizer;
 #define KW_REQUIRE_TO_DO_WITHOUT_DESCRIPTORS()                                                     \
   if (kwtest::hasAddressSanitizer)                                                                 \
   GTEST_SKIP() << "the undefined-behaviour sanitizer needs descriptors of its own"
-
-// For a function that writes into memory of a watched call. The sanitizer does not
-// see that the system lets the call go on only after that.
-#define KW_WRITES_FOR_A_CALL __attribute__((no_sanitize("thread")))

@@ -2,6 +2,8 @@
 // child.
 #pragma once
 
+#include "Support/Sanitizers.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <future>
@@ -50,6 +52,11 @@ inline int makeCallsWait(const std::vector<unsigned> &numbers) {
       ::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
 }
 
+template <typename Hook> std::optional<long> answer(Hook &hook, const CallArguments &call) {
+  WhileTheOtherThreadIsHeld held;
+  return hook(call);
+}
+
 // From now on the hook runs before each call of these numbers by this thread and
 // by those that it starts. The call has the result that the hook returns, a
 // negative errno value for a failure; it is made if the hook returns none. The hook
@@ -61,11 +68,11 @@ template <typename Hook> bool answerCalls(const std::vector<unsigned> &numbers, 
     int listener = future.get();
     seccomp_notif call{};
     while (listener >= 0 && ::ioctl(listener, SECCOMP_IOCTL_NOTIF_RECV, &call) == 0) {
-      std::optional<long> result = hook(CallArguments(call.data));
-      seccomp_notif_resp answer{call.id, 0, 0, SECCOMP_USER_NOTIF_FLAG_CONTINUE};
+      std::optional<long> result = answer(hook, CallArguments(call.data));
+      seccomp_notif_resp response{call.id, 0, 0, SECCOMP_USER_NOTIF_FLAG_CONTINUE};
       if (result)
-        answer = {call.id, std::max(*result, 0L), static_cast<__s32>(std::min(*result, 0L)), 0};
-      ::ioctl(listener, SECCOMP_IOCTL_NOTIF_SEND, &answer);
+        response = {call.id, std::max(*result, 0L), static_cast<__s32>(std::min(*result, 0L)), 0};
+      ::ioctl(listener, SECCOMP_IOCTL_NOTIF_SEND, &response);
       call = {};
     }
   }).detach();
