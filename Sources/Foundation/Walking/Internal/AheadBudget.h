@@ -8,7 +8,8 @@
 // At either bound no helper takes another batch; only the walk still reads the
 // one that it needs, since it cannot go on without. As the walk uses batches
 // the bytes become fewer. Sleeping threads are woken when half of the bytes are
-// free again, so that they then have some work to do.
+// free again, so that they then have some work to do, or when the walk has to read
+// a batch itself.
 //
 // Guarded by the lock of ReadAhead.
 #pragma once
@@ -23,7 +24,7 @@ public:
   static constexpr std::size_t mostFolders = 64;
 
   bool hasRoom() const { return bytes_ < mostBytes && folders_ < mostFolders; }
-  bool isHalfFree() const { return bytes_ < mostBytes / 2; }
+  bool isHalfFree() const { return bytes_ < mostBytes / 2 && folders_ < mostFolders; }
 
   void addBytes(std::size_t bytes) { bytes_ += bytes; }
   void removeBytes(std::size_t bytes) { bytes_ -= bytes; }

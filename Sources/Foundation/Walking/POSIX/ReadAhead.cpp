@@ -145,10 +145,16 @@ void ReadAhead::awaitSettled(Lock &lock, const AheadBatch &batch) {
   walkWaits_ = false;
 }
 
-// Wakes idle threads before it starts others.
+// The walk has read a batch itself, so the helpers are behind. Wakes one that waits
+// before it starts another, even if less than half of the budget is free: the folders
+// above the walk's place may take the other half until it comes back to them.
 void ReadAhead::callHelpers() {
-  if (list_.waiting() >= waitingForHelp && idle_ == 0 && !failed_)
+  if (list_.waiting() < waitingForHelp || failed_)
+    return;
+  if (idle_ == 0)
     static_cast<void>(crew_.call());
+  else if (budget_.hasRoom())
+    workLeft_.notify_one();
 }
 
 // The batch that the walk needs soonest, while the budget permits more.

@@ -536,20 +536,28 @@ protected:
     hold_.emplace();
   }
 
-  // Lets the walk use batches until less than half of the most is ahead. By itself it
-  // reads nothing. Returns when so many helpers read on, and lets them do so.
-  template <typename Use> void expectHelpersAfter(Use use, int helpers) {
-    while (bytesAhead() >= AheadBudget::mostBytes / 2) {
+  // Lets the walk use batches until fewer bytes are ahead. By itself it reads nothing.
+  template <typename Use> void useUntil(std::size_t bytes, Use use) {
+    while (bytesAhead() >= bytes) {
       auto ready = std::ranges::find_if(
           next_, [](const AheadBatch *batch) { return batch->state == State::Ready; });
       ASSERT_NE(ready, next_.end());
       *ready = use(**ready);
       std::erase(next_, nullptr);
     }
+  }
+
+  // Returns when so many helpers read on, and lets them do so.
+  void expectHelpers(int helpers) {
     hold_->waitFor(helpers);
     hold_->open();
     waitUntilOthersRest();
     EXPECT_LE(bytesAhead(), AheadBudget::mostBytes + 3 * mostOfABatch);
+  }
+
+  AheadBatch &firstUnread() {
+    return **std::ranges::find_if(
+        next_, [](const AheadBatch *batch) { return batch->state == State::Waiting; });
   }
 
 private:
@@ -562,25 +570,37 @@ private:
 TEST_F(ReadAheadOfALargeTree, goesOnWhenTheWalkHasUsedHalfOfAllThatIsAhead) {
   makeTree(100, 200);
   readAsMuchAsMayBe(3);
-  expectHelpersAfter([&](AheadBatch &batch) { return ahead().next(batch); }, 1);
+  useUntil(AheadBudget::mostBytes / 2, [&](AheadBatch &batch) { return ahead().next(batch); });
+  expectHelpers(1);
 }
 
 TEST_F(ReadAheadOfALargeTree, goesOnWhenTheWalkHasDroppedHalfOfAllThatIsAhead) {
   makeTree(100, 200);
   readAsMuchAsMayBe(1);
-  expectHelpersAfter(
-      [&](AheadBatch &batch) {
-        ahead().drop(batch);
-        return nullptr;
-      },
-      1);
+  useUntil(AheadBudget::mostBytes / 2, [&](AheadBatch &batch) {
+    ahead().drop(batch);
+    return nullptr;
+  });
+  expectHelpers(1);
 }
 
 // The one that goes on wakes another one, for the rest of the folder that it reads.
 TEST_F(ReadAheadOfALargeTree, goesOnWithAnotherThreadInALargeFolder) {
   makeTree(2, 16000);
   readAsMuchAsMayBe(2);
-  expectHelpersAfter([&](AheadBatch &batch) { return ahead().next(batch); }, 2);
+  useUntil(AheadBudget::mostBytes / 2, [&](AheadBatch &batch) { return ahead().next(batch); });
+  expectHelpers(2);
+}
+
+// A walk deep in a tree comes back to the folders above it late, and holds a part of
+// all that may be ahead until then.
+TEST_F(ReadAheadOfALargeTree, goesOnWhenTheWalkHasToReadAFolderItself) {
+  makeTree(100, 200);
+  readAsMuchAsMayBe(1);
+  useUntil(AheadBudget::mostBytes * 3 / 4, [&](AheadBatch &batch) { return ahead().next(batch); });
+  EXPECT_GE(bytesAhead(), AheadBudget::mostBytes / 2);
+  ASSERT_TRUE(ahead().await(firstUnread()));
+  expectHelpers(1);
 }
 
 } // namespace
