@@ -16,7 +16,8 @@ public:
   AllocationsBelow &operator=(const AllocationsBelow &) = delete;
 };
 
-// While one exists, threads that start get no memory, until they end.
+// Threads whose first allocation comes while one exists get no memory, until they
+// end.
 class NoMemoryForNewThreads {
 public:
   NoMemoryForNewThreads();

@@ -5,6 +5,7 @@
 #include "Support/Sanitizers.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <future>
 #include <linux/filter.h>
@@ -66,14 +67,18 @@ template <typename Hook> bool answerCalls(const std::vector<unsigned> &numbers, 
   std::promise<int> promised;
   std::thread([future = promised.get_future(), hook = std::move(hook)]() mutable {
     int listener = future.get();
-    seccomp_notif call{};
-    while (listener >= 0 && ::ioctl(listener, SECCOMP_IOCTL_NOTIF_RECV, &call) == 0) {
+    while (listener >= 0) {
+      seccomp_notif call{};
+      if (::ioctl(listener, SECCOMP_IOCTL_NOTIF_RECV, &call) != 0) {
+        if (errno == EINTR || errno == ENOENT) // a signal, or the caller has ended
+          continue;
+        return;
+      }
       std::optional<long> result = answer(hook, CallArguments(call.data));
       seccomp_notif_resp response{call.id, 0, 0, SECCOMP_USER_NOTIF_FLAG_CONTINUE};
       if (result)
         response = {call.id, std::max(*result, 0L), static_cast<__s32>(std::min(*result, 0L)), 0};
       ::ioctl(listener, SECCOMP_IOCTL_NOTIF_SEND, &response);
-      call = {};
     }
   }).detach();
   int listener = makeCallsWait(numbers);
