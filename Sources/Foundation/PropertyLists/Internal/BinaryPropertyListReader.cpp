@@ -119,7 +119,8 @@ bool Reader::readTrailer() {
   table_ = static_cast<std::size_t>(bigEndian(trailer + 24, 8));
   std::size_t tableEnd = data_.size() - trailerSize;
   return offsetSize_ >= 1 && offsetSize_ <= 8 && referenceSize_ >= 1 && referenceSize_ <= 8 &&
-         table_ <= tableEnd && objectCount_ <= (tableEnd - table_) / offsetSize_ &&
+         table_ >= headerSize && table_ <= tableEnd &&
+         objectCount_ <= (tableEnd - table_) / offsetSize_ &&
          objectCount_ <= PropertyListBounds::contents / PropertyListBounds::valueCost;
 }
 
