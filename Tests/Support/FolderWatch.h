@@ -1,6 +1,8 @@
 // Watches a folder itself, apart from the items in it.
 #pragma once
 
+#include "Foundation/Descriptors/POSIX/Descriptor.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -16,18 +18,15 @@ public:
   // follow one another, so this watches all that come between.
   FolderWatch(const std::string &folder, std::uint32_t events)
       : watch_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)), events_(events) {
-    if (::inotify_add_watch(watch_, folder.c_str(), IN_OPEN | IN_ACCESS | IN_CLOSE) < 0)
+    if (::inotify_add_watch(watch_.get(), folder.c_str(), IN_OPEN | IN_ACCESS | IN_CLOSE) < 0)
       ADD_FAILURE() << "no watch of " << folder;
   }
-  ~FolderWatch() { ::close(watch_); }
-  FolderWatch(const FolderWatch &) = delete;
-  FolderWatch &operator=(const FolderWatch &) = delete;
 
   // The number of events since the last question.
   int count() const {
     alignas(inotify_event) char events[16 * 1024];
     int seen = 0;
-    for (ssize_t size = 0; (size = ::read(watch_, events, sizeof events)) > 0;)
+    for (ssize_t size = 0; (size = ::read(watch_.get(), events, sizeof events)) > 0;)
       for (char *at = events; at < events + size;) {
         const auto *event = reinterpret_cast<const inotify_event *>(at);
         bool isOfFolder = event->len == 0; // the others are of items in it
@@ -38,7 +37,7 @@ public:
   }
 
 private:
-  const int watch_;
+  const NS::Descriptor watch_;
   const std::uint32_t events_;
 };
 

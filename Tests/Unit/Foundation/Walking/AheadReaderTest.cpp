@@ -220,49 +220,52 @@ void makeItems(const ScratchFolder &scratch, int files, int folders) {
     fs::create_directory(scratch.path("folder/" + numbered(index)));
 }
 
+// Reads a folder whose listing fails after some items, and gives the check's finding.
+template <typename Check>
+std::string readWithFailure(const ScratchFolder &scratch, int errnum, Check check) {
+  return inForkedChild([&]() -> std::string {
+    Reading reading(scratch.path());
+    if (!kwtest::failListingsAfterFirst(1024, errnum))
+      return "no failure";
+    bool isRead = reading.read();
+    return check(reading.folder, isRead);
+  });
+}
+
 // The records of the first listing are those of folders, which get batches.
 TEST(AheadReader, isAsBeforeAfterAListingWithoutMemory) {
   ScratchFolder scratch(quickFolder());
   makeItems(scratch, 0, 20);
-  EXPECT_EQ(inForkedChild([&]() -> std::string {
-              Reading reading(scratch.path());
-              if (!kwtest::failListingsAfterFirst(1024, ENOMEM))
-                return "no failure";
-              if (reading.read())
-                return "read";
-              AheadReader::forget(reading.folder);
-              return differenceFromUnread(reading.folder);
-            }),
-            "");
+  auto check = [](AheadBatch &folder, bool isRead) -> std::string {
+    if (isRead)
+      return "read";
+    AheadReader::forget(folder);
+    return differenceFromUnread(folder);
+  };
+  EXPECT_EQ(readWithFailure(scratch, ENOMEM, check), "");
 }
 
 TEST(AheadReader, keepsTheItemsBeforeAnError) {
   ScratchFolder scratch(quickFolder());
   makeItems(scratch, 20, 0);
-  EXPECT_EQ(inForkedChild([&]() -> std::string {
-              Reading reading(scratch.path());
-              if (!kwtest::failListingsAfterFirst(1024, EIO))
-                return "no failure";
-              if (!reading.read() || reading.folder.readError != EIO)
-                return "no error";
-              std::size_t items = namesIn(reading.folder).size();
-              return items > 0 && items < 20 ? "" : std::to_string(items) + " items";
-            }),
-            "");
+  auto check = [](const AheadBatch &folder, bool isRead) -> std::string {
+    if (!isRead || folder.readError != EIO)
+      return "no error";
+    std::size_t items = namesIn(folder).size();
+    return items > 0 && items < 20 ? "" : std::to_string(items) + " items";
+  };
+  EXPECT_EQ(readWithFailure(scratch, EIO, check), "");
 }
 
 TEST(AheadReader, findsNothingMoreInAFolderThatWasRemovedMeanwhile) {
   ScratchFolder scratch(quickFolder());
   makeItems(scratch, 20, 0);
-  EXPECT_EQ(inForkedChild([&]() -> std::string {
-              Reading reading(scratch.path());
-              if (!kwtest::failListingsAfterFirst(1024, ENOENT))
-                return "no failure";
-              if (!reading.read() || reading.folder.readError != 0)
-                return "an error";
-              return namesIn(reading.folder).empty() ? "no items" : "";
-            }),
-            "");
+  auto check = [](const AheadBatch &folder, bool isRead) -> std::string {
+    if (!isRead || folder.readError != 0)
+      return "an error";
+    return namesIn(folder).empty() ? "no items" : "";
+  };
+  EXPECT_EQ(readWithFailure(scratch, ENOENT, check), "");
 }
 
 // The first listing gives a few items, so that the next one begins within the

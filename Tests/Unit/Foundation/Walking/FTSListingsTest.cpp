@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <sys/stat.h>
 
@@ -38,48 +39,48 @@ void makeFolders(const ScratchFolder &scratch) {
   }
 }
 
-TEST(FTSListings, ofAFewEntriesAtATimeGiveEachOnce) {
-  ScratchFolder scratch(quickFolder());
-  makeFolders(scratch);
-  std::string expected = ours(scratch.path(), physical);
-  EXPECT_EQ(inForkedChild([&]() -> std::string {
-              if (!kwtest::listInPieces())
-                return "no pieces";
-              if (ours(scratch.path(), physical) != expected)
-                return "another sequence";
-              return ahead(scratch.path()) == expected ? "" : "another sequence ahead";
-            }),
-            "");
-}
-
-TEST(FTSListings, withoutTypesGiveTheSameSequence) {
+// Tells whether walks give another sequence after the volume lists in another way.
+std::string differenceAfter(const std::function<bool()> &change) {
   ScratchFolder scratch(quickFolder());
   makeFolders(scratch);
   scratch.file("file", "content");
   std::string expected = ours(scratch.path(), physical);
-  EXPECT_EQ(inForkedChild([&]() -> std::string {
-              if (!kwtest::listWithoutTypes())
-                return "types";
-              if (ours(scratch.path(), physical) != expected)
-                return "another sequence";
-              return ahead(scratch.path()) == expected ? "" : "another sequence ahead";
-            }),
-            "");
+  return inForkedChild([&]() -> std::string {
+    if (!change())
+      return "no change";
+    if (ours(scratch.path(), physical) != expected)
+      return "another sequence";
+    return ahead(scratch.path()) == expected ? "" : "another sequence ahead";
+  });
+}
+
+TEST(FTSListings, ofAFewEntriesAtATimeGiveEachOnce) {
+  EXPECT_EQ(differenceAfter([] { return kwtest::listInPieces(); }), "");
+}
+
+TEST(FTSListings, withoutTypesGiveTheSameSequence) {
+  EXPECT_EQ(differenceAfter([] { return kwtest::listWithoutTypes(); }), "");
+}
+
+// Tells whether walks lack the entry with the error after the volume fails, or differ.
+std::string differenceFrom(const ScratchFolder &scratch, const std::string &entry,
+                           const std::function<bool()> &fail) {
+  return inForkedChild([&]() -> std::string {
+    if (!fail())
+      return "no failure";
+    std::string expected = ours(scratch.path(), physical);
+    if (expected.find(entry) == std::string::npos)
+      return "no error: " + expected;
+    return ahead(scratch.path()) == expected ? "" : "another sequence ahead";
+  });
 }
 
 // The walk returns the items that were listed before.
 TEST(FTSListings, giveERRForAFolderThatFails) {
   ScratchFolder scratch(quickFolder());
   makeFolders(scratch);
-  EXPECT_EQ(inForkedChild([&]() -> std::string {
-              if (!kwtest::failListingsAfterFirst(512, EIO))
-                return "no failure";
-              std::string expected = ours(scratch.path(), physical);
-              std::string end = "7 0 " + scratch.path();
-              if (expected.find(end) == std::string::npos)
-                return "no error: " + expected;
-              return ahead(scratch.path()) == expected ? "" : "another sequence ahead";
-            }),
+  EXPECT_EQ(differenceFrom(scratch, "7 0 " + scratch.path(),
+                           [] { return kwtest::failListingsAfterFirst(512, EIO); }),
             "");
 }
 
@@ -145,15 +146,8 @@ TEST(FTSListings, giveNSForAFolderWhoseStatusCannotBeRead) {
   makeFolders(scratch);
   for (int index = 0; index < 50; ++index)
     std::filesystem::create_directories(scratch.path("20/sick/" + std::to_string(index) + "/x/y"));
-  EXPECT_EQ(inForkedChild([&]() -> std::string {
-              if (!kwtest::failStatusOf("sick", EIO))
-                return "no failure";
-              std::string expected = ours(scratch.path(), physical);
-              std::string sick = "10 2 " + scratch.path("20/sick") + " sick 5 ";
-              if (expected.find(sick) == std::string::npos)
-                return "no error: " + expected;
-              return ahead(scratch.path()) == expected ? "" : "another sequence ahead";
-            }),
+  EXPECT_EQ(differenceFrom(scratch, "10 2 " + scratch.path("20/sick") + " sick 5 ",
+                           [] { return kwtest::failStatusOf("sick", EIO); }),
             "");
 }
 

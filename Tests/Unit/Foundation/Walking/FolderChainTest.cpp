@@ -48,6 +48,20 @@ void descend(const ScratchFolder &scratch, FolderChain &chain) {
     ASSERT_EQ(chain.enter("d").errnum(), 0);
 }
 
+// Leaves folders until the chain has so many.
+void goUpTo(FolderChain &chain, std::size_t folders) {
+  while (chain.depth() > folders)
+    ASSERT_EQ(chain.leave().errnum(), 0);
+}
+
+// Adds the path and the fate of each folder that the chain gives up.
+FolderChain::LossHandler tellingInto(std::vector<std::string> &told) {
+  return [&told](const std::string &path, const std::string &fate) {
+    told.push_back(path);
+    told.push_back(fate);
+  };
+}
+
 // Adds the folder at the path without opening it.
 void add(FolderChain &chain, const std::string &path, const char *name) {
   NS::FTSStat status;
@@ -85,8 +99,7 @@ TEST(FolderChain, doesNotLeaveThroughAFolderThatWasMovedElsewhere) {
   // through it.
   fs::create_directory(scratch.path("outside"));
   fs::rename(scratch.path("root/d/d/d/d"), scratch.path("outside/d"));
-  while (chain.depth() > 5)
-    ASSERT_EQ(chain.leave().errnum(), 0);
+  goUpTo(chain, 5);
   NS::StepOutcome outcome = chain.leave();
   EXPECT_EQ(outcome.step(), NS::TreeStep::GoUp);
   EXPECT_EQ(outcome.errnum(), ESTALE);
@@ -96,12 +109,10 @@ TEST(FolderChain, givesThePathsOfItsFoldersAndTheirItems) {
   ScratchFolder scratch;
   FolderChain chain({});
   descend(scratch, chain);
-  while (chain.depth() > 3)
-    ASSERT_EQ(chain.leave().errnum(), 0);
+  goUpTo(chain, 3);
   EXPECT_EQ(chain.pathOf("/root", "item"), "/root/d/d/item");
   EXPECT_EQ(chain.pathOf("/root", ""), "/root/d/d");
-  while (chain.depth() > 1)
-    ASSERT_EQ(chain.leave().errnum(), 0);
+  goUpTo(chain, 1);
   EXPECT_EQ(chain.pathOf("/root", "item"), "/root/item");
   EXPECT_EQ(chain.pathOf("/root", ""), "/root");
 }
@@ -112,8 +123,7 @@ TEST(FolderChain, keepsAsManyFoldersOpenAfterItWentUpAndDown) {
   FolderChain chain({.keepsRoot = true});
   for (int round = 0; round < 3; ++round) {
     descend(scratch, chain);
-    while (chain.depth() > 1)
-      ASSERT_EQ(chain.leave().errnum(), 0);
+    goUpTo(chain, 1);
     for (std::size_t visit = 0; visit < window; ++visit) {
       ASSERT_EQ(chain.enter("d").errnum(), 0);
       ASSERT_EQ(chain.enter("d").errnum(), 0);
@@ -402,16 +412,14 @@ void goDownAndBack(FolderChain &chain, const std::string &name) {
   ASSERT_EQ(chain.enter(name.c_str()).errnum(), 0);
   while (chain.depth() < depth)
     ASSERT_EQ(chain.enter("d").errnum(), 0);
-  while (chain.depth() > 1)
-    ASSERT_EQ(chain.leave().errnum(), 0);
+  goUpTo(chain, 1);
 }
 
 TEST(FolderChain, listsAFolderFromItsStartAfterItWasClosedUnread) {
   ScratchFolder scratch;
   FolderChain chain({});
   descend(scratch, chain);
-  while (chain.depth() > 1)
-    ASSERT_EQ(chain.leave().errnum(), 0);
+  goUpTo(chain, 1);
   EXPECT_EQ(namesIn(chain), std::set<std::string>{"d"});
 }
 
@@ -422,8 +430,7 @@ TEST(FolderChain, goesOnAboveAFolderThatWasMoved) {
   descend(scratch, chain);
   scratch.file("root/d/d/d/file", "");
   fs::rename(scratch.path("root/d/d/d/d"), scratch.path("moved"));
-  while (chain.depth() > 5)
-    ASSERT_EQ(chain.leave().errnum(), 0);
+  goUpTo(chain, 5);
   ASSERT_EQ(chain.leave().errnum(), ESTALE);
   EXPECT_TRUE(chain.findAgain([](const std::string &path, const std::string & /*fate*/) {
     ADD_FAILURE() << "lost " << path;
@@ -439,14 +446,10 @@ TEST(FolderChain, tellsOnceOfAFolderThatWasMovedWithOthersInIt) {
   scratch.file("root/d/file", "");
   fs::rename(scratch.path("root/d/d/d/d"), scratch.path("inner"));
   fs::rename(scratch.path("root/d/d"), scratch.path("outer"));
-  while (chain.depth() > 5)
-    ASSERT_EQ(chain.leave().errnum(), 0);
+  goUpTo(chain, 5);
   ASSERT_EQ(chain.leave().errnum(), ESTALE);
   std::vector<std::string> told;
-  EXPECT_TRUE(chain.findAgain([&](const std::string &path, const std::string &fate) {
-    told.push_back(path);
-    told.push_back(fate);
-  }));
+  EXPECT_TRUE(chain.findAgain(tellingInto(told)));
   EXPECT_EQ(told, (std::vector<std::string>{"d/d", "was moved"}));
   EXPECT_EQ(chain.pathBelowRoot(), "d");
   EXPECT_EQ(namesIn(chain), std::set<std::string>{"file"});
@@ -463,10 +466,7 @@ TEST(FolderChain, tellsOfTheRootWhenEvenThatCannotBeOpenedAgain) {
   kwtest::SleepWatcher sleeps;
   kwtest::FewDescriptorsLeft scarcity;
   std::vector<std::string> told;
-  EXPECT_FALSE(chain.findAgain([&](const std::string &path, const std::string &fate) {
-    told.push_back(path);
-    told.push_back(fate);
-  }));
+  EXPECT_FALSE(chain.findAgain(tellingInto(told)));
   EXPECT_EQ(told, (std::vector<std::string>{"", "cannot be reached: Too many open files"}));
   EXPECT_TRUE(chain.empty());
 }

@@ -69,6 +69,12 @@ public:
     return true;
   }
 
+  // The batch, once it is ready.
+  AheadBatch &read(AheadBatch &batch) {
+    if (!ahead.await(batch))
+      throw std::runtime_error("the reading ahead has ended");
+    return batch;
+  }
   // Of the items that the threads have looked at.
   std::vector<std::string> names() const {
     std::lock_guard lock(mutex_);
@@ -171,8 +177,7 @@ private:
 std::string openWhileTheWalkGoesOn(Walk &walk) {
   OpenFolders open;
   auto read = [&](AheadBatch &batch) -> AheadBatch & {
-    if (!walk.ahead.await(batch))
-      throw std::runtime_error("the reading ahead has ended");
+    walk.read(batch);
     open.note();
     return batch;
   };
@@ -204,9 +209,7 @@ TEST(ReadAhead, closesAFolderWhenTheLastUnreadFolderInItIsDropped) {
   std::filesystem::create_directories(scratch.path("a/c"));
   Walk walk(scratch.path());
   OpenFolders open;
-  ASSERT_TRUE(walk.ahead.await(walk.root));
-  AheadBatch &a = folderIn(walk.root, "a");
-  ASSERT_TRUE(walk.ahead.await(a));
+  AheadBatch &a = walk.read(folderIn(walk.read(walk.root), "a"));
   open.note();
   walk.ahead.drop(folderIn(a, "b"));
   open.note();
@@ -220,10 +223,8 @@ TEST(ReadAhead, closesEveryFolderBeneathOneThatIsDropped) {
   std::filesystem::create_directories(scratch.path("a/b/c"));
   Walk walk(scratch.path());
   OpenFolders open;
-  ASSERT_TRUE(walk.ahead.await(walk.root));
-  AheadBatch &a = folderIn(walk.root, "a");
-  ASSERT_TRUE(walk.ahead.await(a));
-  ASSERT_TRUE(walk.ahead.await(folderIn(a, "b")));
+  AheadBatch &a = walk.read(folderIn(walk.read(walk.root), "a"));
+  walk.read(folderIn(a, "b"));
   open.note();
   walk.ahead.drop(a);
   open.note();
@@ -234,11 +235,8 @@ TEST(ReadAhead, holdsNothingOfAFolderThatTheWalkHasUsed) {
   ScratchFolder scratch(quickFolder());
   std::filesystem::create_directories(scratch.path("a/b"));
   Walk walk(scratch.path());
-  ASSERT_TRUE(walk.ahead.await(walk.root));
-  AheadBatch &a = folderIn(walk.root, "a");
-  ASSERT_TRUE(walk.ahead.await(a));
-  AheadBatch &b = folderIn(a, "b");
-  ASSERT_TRUE(walk.ahead.await(b));
+  AheadBatch &a = walk.read(folderIn(walk.read(walk.root), "a"));
+  AheadBatch &b = walk.read(folderIn(a, "b"));
   EXPECT_EQ(walk.ahead.next(b), nullptr);
   EXPECT_EQ(walk.ahead.next(a), nullptr);
   EXPECT_EQ(a.bytes(), sizeof(AheadBatch));
